@@ -1,0 +1,27 @@
+/// @file
+/// The plain types and the export mark that every qor header uses.
+///
+/// `BOOL` results are 32-bit integers, 1 for success and 0 for failure. Members of shared records keep the
+/// widths that `wParam` (unsigned 32-bit) and `lParam` (signed 32-bit) have here, on every ABI.
+/// Read on in `TraceHelper/Report.h`, the lowest module.
+#ifndef QOR_TYPES_H
+#define QOR_TYPES_H
+
+#include <stddef.h>
+#include <stdint.h>
+
+#ifndef QOR_API
+#define QOR_API __attribute__((visibility("default")))
+#endif
+
+typedef int BOOL;
+typedef unsigned int UINT;
+
+#ifndef TRUE
+#define TRUE 1
+#endif
+#ifndef FALSE
+#define FALSE 0
+#endif
+
+#endif

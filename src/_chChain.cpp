@@ -1,0 +1,69 @@
+// The table of mapped segments. It is read on every walk over shared links and written only when a segment
+// is mapped or unmapped, so readers take no lock: a row is valid while its end is not zero, and its end is
+// stored last on entry and cleared first on removal.
+#include "qor/ChainHelper/ShareWord.h"
+
+namespace QOR_ChainHelper {
+
+namespace {
+
+constexpr int maxRange = 64;
+
+struct rangeRow {
+    std::atomic<uintptr_t> uBegin;
+    std::atomic<uintptr_t> uEnd;
+};
+
+rangeRow s_arrRange[maxRange];
+std::atomic<int> s_nRangeTop{0};
+std::atomic_flag s_lockWriter = ATOMIC_FLAG_INIT;
+
+struct writerLock {
+    writerLock() {
+        while (s_lockWriter.test_and_set(std::memory_order_acquire)) {
+        }
+    }
+    ~writerLock() { s_lockWriter.clear(std::memory_order_release); }
+};
+
+}  // namespace
+
+void registShareRange(const void* pBegin, size_t nSize) {
+    writerLock lock;
+    for (int i = 0; i < maxRange; ++i) {
+        rangeRow& row = s_arrRange[i];
+        if (row.uEnd.load(std::memory_order_relaxed) != 0)
+            continue;
+        row.uBegin.store(reinterpret_cast<uintptr_t>(pBegin), std::memory_order_relaxed);
+        row.uEnd.store(reinterpret_cast<uintptr_t>(pBegin) + nSize, std::memory_order_release);
+        if (i >= s_nRangeTop.load(std::memory_order_relaxed))
+            s_nRangeTop.store(i + 1, std::memory_order_release);
+        return;
+    }
+}
+
+void unregistShareRange(const void* pBegin) {
+    writerLock lock;
+    for (int i = 0; i < maxRange; ++i) {
+        rangeRow& row = s_arrRange[i];
+        if (row.uEnd.load(std::memory_order_relaxed) != 0 &&
+            row.uBegin.load(std::memory_order_relaxed) == reinterpret_cast<uintptr_t>(pBegin)) {
+            row.uEnd.store(0, std::memory_order_release);
+            return;
+        }
+    }
+}
+
+shareRange findShareRange(const void* p) {
+    const uintptr_t u = reinterpret_cast<uintptr_t>(p);
+    const int nTop = s_nRangeTop.load(std::memory_order_acquire);
+    for (int i = 0; i < nTop; ++i) {
+        const uintptr_t uEnd = s_arrRange[i].uEnd.load(std::memory_order_acquire);
+        const uintptr_t uBegin = s_arrRange[i].uBegin.load(std::memory_order_relaxed);
+        if (u < uEnd && u >= uBegin)
+            return {uBegin, uEnd};
+    }
+    return {4, ~static_cast<uintptr_t>(0)};
+}
+
+}  // namespace QOR_ChainHelper

@@ -1,0 +1,5 @@
+// What nearly every test includes, compiled once per program.
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>

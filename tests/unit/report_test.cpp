@@ -1,0 +1,57 @@
+// Console reports: the exact lines, what aborts and what goes on.
+#include <pthread.h>
+#include <unistd.h>
+
+#include "qor/TraceHelper/Report.h"
+
+using namespace QOR_TraceHelper;
+
+namespace {
+
+std::string idText() {
+    char sz[64];
+    snprintf(sz, sizeof(sz), "(%.4d:%.4x)\n", static_cast<int>(getpid()),
+             static_cast<unsigned>(reinterpret_cast<uintptr_t>(reinterpret_cast<void*>(pthread_self()))));
+    return sz;
+}
+
+TEST(Report, AConditionThatHoldsPrintsNothingAndIsReturned) {
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(7, qorErrorMessage(7, "mod", 1, "x"));
+    EXPECT_EQ(-1, qorWarningMessage(-1, "mod", 1, "x"));
+    EXPECT_EQ("", testing::internal::GetCapturedStderr());
+}
+
+TEST(Report, AFailedAssertionPrintsItsRedLineAndAborts) {
+    EXPECT_EXIT(qorErrorMessage(0, "xInc/xMisc", 42, "a == b"), testing::KilledBySignal(SIGABRT),
+                "^\033\\[1;31merror: \033\\[00m\\[xInc/xMisc:42\\] a == b \\([0-9]{4,}:[0-9a-f]{4,}\\)\n$");
+}
+
+TEST(Report, AFailedWarningPrintsItsYellowLineAndGoesOn) {
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(0, qorWarningMessage(0, "mod", 3, "a == b"));
+    EXPECT_EQ("\033[1;33m warning: \033[00m[mod:3] a == b " + idText(), testing::internal::GetCapturedStderr());
+}
+
+TEST(Report, AWarningTextIsFormattedBehindItsPrefix) {
+    testing::internal::CaptureStderr();
+    qorOutputWarningString("%d items", 3);
+    EXPECT_EQ("\033[1;33m warning: \033[00m 3 items\n", testing::internal::GetCapturedStderr());
+}
+
+TEST(Report, DebugOutputIsALineOnStandardOutput) {
+    testing::internal::CaptureStdout();
+    qorOutputDebugString("%s=%d", "n", 5);
+    EXPECT_EQ("n=5\n", testing::internal::GetCapturedStdout());
+}
+
+TEST(Report, ANullFormatIsAFatalAssertion) {
+    const char* lpszNull = nullptr;
+    va_list args = {};
+    EXPECT_EXIT(qorOutputDebugStringV(lpszNull, args), testing::KilledBySignal(SIGABRT),
+                "\\[QORTrace:[0-9]+\\] lpszFormat != NULL ");
+    EXPECT_EXIT(qorOutputWarningStringV(lpszNull, args), testing::KilledBySignal(SIGABRT),
+                "\\[QORTrace:[0-9]+\\] lpszFormat != NULL ");
+}
+
+}  // namespace
