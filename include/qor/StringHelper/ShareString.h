@@ -1,0 +1,52 @@
+/// @file
+/// A string in a shared pool, readable in every process that maps the segment.
+///
+/// The object, its pool and its text lie in the same segment; the segment's lock guards them.
+///
+/// @code
+/// pRecord->strName.InitPool(pPool);                                    // once, after construction in place
+/// pRecord->strName = QOR_StringHelper::chConstTextT<char>("sampler");
+/// @endcode
+#ifndef QOR_STRINGHELPER_SHARESTRING_H
+#define QOR_STRINGHELPER_SHARESTRING_H
+
+#include "qor/AllocHelper.h"
+#include "qor/StringHelper/Text.h"
+
+namespace QOR_StringHelper {
+
+/// The text block of a shared string, in its pool: allocated as length + 8 bytes.
+struct chShareTextA {
+    int32_t m_nLength;  ///< characters without the NUL
+    char m_szText[4];   ///< the characters, as many as there are, and the NUL
+};
+
+/// A string in a shared pool; an empty one has no block.
+class QOR_API chShareStringA : public QOR_AllocHelper::baseSharePoolAlloc {
+public:
+    /// Empty, without a pool.
+    chShareStringA();
+    chShareStringA(const chShareStringA&) = delete;
+    /// Frees the block.
+    ~chShareStringA();
+
+    /// Stores a copy of a view; an empty one needs no pool. Fatal: no pool, no room in it.
+    chShareStringA& operator=(const chConstTextT<char>& text);
+    /// The length in characters, as stored; 0 without a block.
+    int GetLength() const;
+    /// The text, terminated; empty without a block.
+    operator const char*() const;
+    /// The text block, or null. A damaged link is a fatal assertion.
+    chShareTextA* get_Text() const;
+    /// Links a text block; null unlinks.
+    void set_Text(chShareTextA* pText);
+
+private:
+    int32_t m_iOffsetText;
+};
+
+static_assert(sizeof(chShareStringA) == 8 && sizeof(chShareTextA) == 8, "shared layout");
+
+}  // namespace QOR_StringHelper
+
+#endif
