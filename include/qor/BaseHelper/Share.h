@@ -1,0 +1,276 @@
+/// @file
+/// Named memory that several processes map, and the frame that builds one object in it exactly once.
+///
+/// `chMapFile` is a shared-memory segment that lives until the device restarts, `chRawMapFile` an ordinary
+/// file that outlives even that, `chMapFile_Local` plain heap memory with the same operation names.
+///
+/// `ipcObjectFrame<T>` puts an object `T` at the start of such memory. The frame is itself the mutex that
+/// guards the object. The first process that opens it constructs the object; every later one finds it
+/// finished. A creator that died on the way is made good for: whoever opens the frame next constructs the
+/// object anew.
+///
+/// `T` begins with an `ipcObjectHeader` and holds fixed-width words and bytes only. Its constructor builds
+/// the whole initial state and calls InitHeader() as its **last** statement: the type number, which is never
+/// 0, is what makes the object count as constructed. The memory is all zero when the constructor starts.
+///
+/// @code
+/// struct counterObject : QOR_BaseHelper::ipcObjectHeader {
+///     counterObject() { InitHeader(4096, 2001); }
+///     int32_t m_nCount;                          // still zero
+/// };
+/// QOR_BaseHelper::ipcObjectFrame<counterObject> frame;
+/// frame.OpenShareObject("app_counter", 4096);
+/// frame.getObject()->AssertHeader("app_counter", 4096, 2001);
+/// if (frame.Lock(-1)) {
+///     counterObject* pCounter = frame.getObject();
+///     QOR_ChainHelper::storeShareWord(pCounter->m_nCount, pCounter->m_nCount + 1);
+///     frame.Unlock();
+/// }
+/// @endcode
+#ifndef QOR_BASEHELPER_SHARE_H
+#define QOR_BASEHELPER_SHARE_H
+
+#include <new>
+
+#include "qor/BaseHelper/Sync.h"
+#include "qor/ChainHelper/ShareWord.h"
+#include "qor/StringHelper.h"
+
+namespace QOR_BaseHelper {
+
+/// A named System V shared-memory segment.
+class QOR_API chMapFile : public xFileKey {
+public:
+    chMapFile() = default;
+
+    /// Fatal when the segment was neither closed nor destroyed.
+    ~chMapFile();
+
+    /// Maps the segment of that name, or creates it with nSize zero bytes.
+    /// @return its address; owned by this object. A failure, also an existing segment smaller than nSize, is
+    ///         a warning and a fatal assertion (null). Fatal when already open.
+    void* OpenMapFile(const char* lpszName, int nSize);
+
+    /// Only checks that the segment is mapped (fatal otherwise): there is nothing to write back.
+    void Flush();
+
+    /// Unmaps the segment; it and its key file stay. Fatal when not open.
+    void CloseMapFile();
+
+    /// Unmaps the segment and removes it from the device, with its key file unless that meanwhile stands for
+    /// another object. Processes that still map the segment keep their mapping. Fatal when not open.
+    void DestroyMapFile();
+
+    /// Whether the calling task created the segment with this object. Fatal when not open.
+    BOOL IsCreateByMe();
+
+    /// The address of the memory, null while closed.
+    void* getData() const { return m_pMapData; }
+
+private:
+    void unmap();
+
+    int32_t m_idCreator = -1;
+    void* m_pMapData = nullptr;
+    int32_t m_fdMapFile = -1;
+};
+
+/// An ordinary file, mapped. What is written to it outlives a restart of the device.
+class QOR_API chRawMapFile {
+public:
+    chRawMapFile() = default;
+    chRawMapFile(const chRawMapFile&) = delete;
+    chRawMapFile& operator=(const chRawMapFile&) = delete;
+
+    /// Closes the file.
+    ~chRawMapFile();
+
+    /// Maps the file at that path, which is made when it is missing; a symbolic link is refused.
+    ///
+    /// A file shorter than nSize is extended before it is mapped, with its blocks, so that writing to the
+    /// memory never fails for want of space. Who finds the file empty counts as its creator.
+    /// @param nSize bytes to map; -1 takes the length of the file
+    /// @return the address; a failure is a warning and a fatal assertion (null). Fatal when already open.
+    void* OpenMapFile(const char* lpszPath, int nSize);
+
+    /// Writes the memory back to the file and waits for the device; warns on failure. Fatal when not mapped.
+    void Flush();
+
+    /// Unmaps and closes the file; the path is kept. Harmless when closed.
+    void CloseMapFile();
+
+    /// CloseMapFile(), then deletes the file and forgets the path.
+    void DestroyMapFile();
+
+    /// Whether the calling task found the file empty and sized it. Fatal when not open.
+    BOOL IsCreateByMe();
+
+    /// The address of the memory, null while closed.
+    void* getData() const { return m_pMapData; }
+
+private:
+    bool openFile();
+    bool sizeFile();
+    bool growFile(long long nLength);
+
+    QOR_StringHelper::chStaticTextT<char, 256> m_strPath;
+    int32_t m_fdMapFile = -1;
+    void* m_pMapData = nullptr;
+    int32_t m_nMapSize = -1;  ///< bytes mapped, -1 when unknown
+    int32_t m_idCreator = -1;
+};
+
+/// The in-process variant of a map file: zeroed heap memory.
+class QOR_API chMapFile_Local {
+public:
+    chMapFile_Local() = default;
+    chMapFile_Local(const chMapFile_Local&) = delete;
+    chMapFile_Local& operator=(const chMapFile_Local&) = delete;
+
+    /// Fatal when the memory was not freed.
+    ~chMapFile_Local();
+
+    /// @return nSize bytes, or null; the name is ignored. Fatal when already open.
+    void* OpenMapFile(const char* lpszName, int nSize);
+    /// Only checks that there is memory (fatal otherwise).
+    void Flush();
+    /// Frees the memory.
+    void CloseMapFile();
+    /// Frees the memory.
+    void DestroyMapFile();
+    /// @return 1.
+    BOOL IsCreateByMe();
+    /// The address of the memory, null while closed.
+    void* getData() const { return m_pMapData; }
+
+private:
+    void* m_pMapData = nullptr;
+};
+
+/// The first eight bytes of every framed object: lets each opener check what the memory holds.
+class QOR_API ipcObjectHeader {
+public:
+    ipcObjectHeader() {}  // leaves both words alone: they are stored last, by InitHeader()
+
+    /// Marks the object as constructed; the last statement of its constructor.
+    /// @param nVersion the type number, not 0
+    /// @return 1.
+    BOOL InitHeader(int nSize, int nVersion);
+
+    /// Checks what is stored. @return 1 when both values are the expected ones. Others are a fatal assertion
+    /// that names both.
+    BOOL AssertHeader(const char* lpszName, int nSize, int nVersion) const;
+
+    /// Whether InitHeader() has been completed.
+    bool IsInit() const {
+        return QOR_ChainHelper::loadShareWord(m_nObjectSize) != 0 &&
+               QOR_ChainHelper::loadShareWord(m_nObjectVersion) != 0;
+    }
+
+    /// Makes nSize bytes that begin with a header all zero, the type number first.
+    static void ClearObject(void* pData, int nSize);
+
+protected:
+    int32_t m_nObjectSize;     ///< the size the memory was created with
+    int32_t m_nObjectVersion;  ///< the type number
+
+    friend struct ipcObjectHeaderLayout;
+};
+
+/// The layout that all processes share.
+struct ipcObjectHeaderLayout {
+    static_assert(sizeof(ipcObjectHeader) == 8, "two words");
+    static_assert(offsetof(ipcObjectHeader, m_nObjectSize) == 0, "size first");
+    static_assert(offsetof(ipcObjectHeader, m_nObjectVersion) == 4, "type number second");
+};
+
+/// A shared object `T` with its memory and its mutex; the frame is that mutex.
+///
+/// Opened and closed by one thread; once open, all threads of the process may use it under its lock. The
+/// library never removes a framed object.
+template <class T, class MapFile = chMapFile, class Mutex = chMutex>
+class ipcObjectFrame : public Mutex {
+public:
+    ipcObjectFrame() = default;
+
+    /// CloseShareObject().
+    ~ipcObjectFrame() { CloseShareObject(); }
+
+    /// Opens the mutex and the memory of that name, and constructs the object when nobody has.
+    /// @return 1, or 0 when the mutex or the memory cannot be had. Fatal when already open.
+    BOOL OpenShareObject(const char* lpszName, int nSize) {
+        if (!QOR_ASSERT_IN("_chBaseClass", m_pIPCObject == nullptr, "m_pIPCObject == NULL"))
+            return FALSE;
+        if (!QOR_ASSERT_IN("_chBaseClass", nSize == -1 || nSize >= static_cast<int>(sizeof(T)),
+                           "nSize >= (int)sizeof(T)"))
+            return FALSE;
+        if (!Mutex::OpenMutex(lpszName))
+            return FALSE;
+        BOOL bOpen = FALSE;
+        if (Mutex::Lock(-1)) {
+            bOpen = OpenMapFileObject(lpszName, nSize);
+            Mutex::Unlock();
+        }
+        if (!bOpen)
+            Mutex::CloseMutex();
+        return bOpen;
+    }
+
+    /// The object, in this process's mapping. Fatal when not open.
+    T* getObject() const {
+        if (!QOR_ASSERT_IN("_chBaseClass", m_pIPCObject != nullptr, "m_pIPCObject != NULL"))
+            return nullptr;
+        return m_pIPCObject;
+    }
+
+    /// Lets go of the memory and the mutex; the object stays. Harmless when closed.
+    void CloseShareObject() {
+        if (m_pIPCObject == nullptr)
+            return;
+        const BOOL bLocked = Mutex::Lock(-1);
+        m_mapFile.CloseMapFile();
+        m_pIPCObject = nullptr;
+        if (bLocked)
+            Mutex::Unlock();
+        Mutex::CloseMutex();
+    }
+
+protected:
+    /// The step of OpenShareObject() that needs the mutex held.
+    BOOL OpenMapFileObject(const char* lpszName, int nSize) {
+        void* pData = m_mapFile.OpenMapFile(lpszName, nSize);
+        if (pData == nullptr) {
+            QOR_TraceHelper::qorErrorMessage(0, "_chBaseClass", __LINE__, "m_pIPCObject != NULL");
+            m_mapFile.CloseMapFile();
+            return FALSE;
+        }
+        m_pIPCObject = static_cast<T*>(pData);
+        if (m_mapFile.IsCreateByMe()) {
+            new (pData) T;
+            m_mapFile.Flush();
+        } else if (!static_cast<ipcObjectHeader*>(pData)->IsInit()) {
+            // Its creator died on the way; the kernel has given its mutex to us.
+            ipcObjectHeader::ClearObject(pData, nSize == -1 ? static_cast<int>(sizeof(T)) : nSize);
+            new (pData) T;
+            m_mapFile.Flush();
+        }
+        return TRUE;
+    }
+
+    MapFile m_mapFile;
+    T* m_pIPCObject = nullptr;
+};
+
+/// The process-wide lock of the base classes.
+class QOR_API uCMoudleHelper : public chCriticalSection {
+public:
+    /// Fatal ("pData == NULL") when the process has its lock already.
+    uCMoudleHelper();
+};
+
+/// The process's one uCMoudleHelper, made on first use; any thread may call it.
+QOR_API uCMoudleHelper* uCMoudleHelpergetGlobalObject();
+
+}  // namespace QOR_BaseHelper
+
+#endif

@@ -1,0 +1,248 @@
+/// @file
+/// Locks and signals: between processes (`chMutex`, `chEvent`) and between the threads of one process
+/// (`chCriticalSection`, `chMutex_Local`, `chCriticalEvent`, `chReadWriteLock`).
+///
+/// Objects of the first family are named. Every process of the device that opens the same name reaches the
+/// same kernel semaphore, which outlives them all; a *close* operation lets go of it, a *destroy* operation
+/// removes it for everybody. One of the two must have been called before an object is destructed. The
+/// second family carries the same operation names, so that a template can take either.
+///
+/// A process that dies, however it dies, gives back the mutexes it held. An uncontended Lock() or Unlock()
+/// is one kernel call. Time-outs are in milliseconds, -1 waits for ever.
+///
+/// @code
+/// QOR_BaseHelper::chMutex mutex;
+/// mutex.OpenMutex("app_table");        // key file "/tmp/qor_app_table", made when it is missing
+/// if (mutex.Lock(1000)) {
+///     // alone on the device
+///     mutex.Unlock();
+/// }
+/// mutex.CloseMutex();
+/// @endcode
+///
+/// Read on in `BaseHelper/Share.h`, which puts memory beside the mutex of the same name.
+#ifndef QOR_BASEHELPER_SYNC_H
+#define QOR_BASEHELPER_SYNC_H
+
+#include <pthread.h>
+#include <sys/types.h>
+
+#include "qor/StringHelper.h"
+#include "qor/TraceHelper/Report.h"
+#include "qor/Types.h"
+
+/// Base classes over the operating system.
+namespace QOR_BaseHelper {
+
+class keyFileLock;
+
+/// The key file behind a named object: turns a name into a System V key.
+///
+/// The file is "/tmp/qor_" followed by the name; a name that holds a '/' or '\\' is itself the path. It is
+/// made with mode 0666 whatever the umask is, and in such a way that its keys are those of no other live
+/// object and no other key file. A symbolic link in its place is refused. No descriptor stays open.
+class QOR_API xFileKey {
+public:
+    xFileKey() = default;
+    xFileKey(const xFileKey&) = delete;
+    xFileKey& operator=(const xFileKey&) = delete;
+
+    /// Makes the key file when it is missing and remembers its path.
+    /// @param idProject tells the kinds of object that share one key file apart: 'm' semaphores, 'S' segments
+    /// @return the key. A file that can be neither opened nor made is a warning and a fatal assertion (-1).
+    key_t OpenFileKey(const char* lpszName, unsigned char idProject);
+
+    /// Forgets the path; the file stays.
+    void CloseFileKey();
+
+    /// Deletes the key file and forgets the path; nothing without a path.
+    void DestroyFileKey();
+
+protected:
+    /// OpenFileKey() that leaves the key file locked, so that the caller can create its kernel object alone.
+    key_t OpenLockedFileKey(const char* lpszName, unsigned char idProject, keyFileLock& lock);
+
+    QOR_StringHelper::chReferenceStringT<char> m_strKeyFile;  ///< full path, empty while closed
+};
+
+/// A named System V semaphore, a set of exactly one. Base of chMutex and chEvent.
+class QOR_API xSemaphore : public xFileKey {
+public:
+    xSemaphore() = default;
+
+    /// Fatal when the semaphore was neither closed nor destroyed.
+    ~xSemaphore();
+
+    /// Opens the semaphore of that name, or creates it with the value 0.
+    /// @return 1; a failure is a warning and a fatal assertion (0). Fatal when already open.
+    BOOL OpenSemaphore(const char* lpszName);
+
+    /// Lets go of the semaphore; it and its key file stay for the others.
+    void CloseSemaphore();
+
+    /// Removes the semaphore from the device and deletes its key file, unless that file meanwhile stands for
+    /// another object. Whoever waits on the semaphore is woken and fails.
+    void DestroySemaphore();
+
+    /// Whether the calling task created the semaphore with this object. Fatal when not open.
+    BOOL IsCreateByMe();
+
+    /// Adds nDelta, waiting while the value would fall below 0. The kernel takes the change back when the
+    /// process ends.
+    ///
+    /// A wait that a signal interrupts starts again with its full time-out. The kernel remembers at most
+    /// 32,767 steps to take back per process; further ones are made for good, after one warning.
+    /// @return nDelta; 0 on time-out, when the semaphore was removed, or at the highest value 32,767.
+    ///         Fatal when not open.
+    int SemaphoreAddValue(int nDelta, int nTimeout);
+
+    /// Sets the value. @return 1, or 0 after a warning. Fatal when not open.
+    BOOL SemaphoreSetValue(int nValue);
+
+protected:
+    /// OpenSemaphore() that also gives a semaphore its first value, when nobody has before; -1: none.
+    BOOL OpenSemaphoreValue(const char* lpszName, int nFirstValue);
+
+    int32_t m_idCreator = -1;    ///< task id of the creator; -1 when not created by this object or closed
+    int32_t m_fdSemaphore = -1;  ///< id of the semaphore set, -1 while closed
+};
+
+/// Mutual exclusion across processes; also between threads of one process that share the object.
+///
+/// Not recursive. A holder that dies releases it. A forked child does not hold what its parent held.
+class QOR_API chMutex : public xSemaphore {
+public:
+    chMutex() = default;
+
+    /// Fatal while locked.
+    ~chMutex();
+
+    /// Opens the mutex of that name, or creates it unlocked. @return 1, or 0 on failure.
+    BOOL OpenMutex(const char* lpszName);
+
+    /// Lets go of the mutex. Fatal while locked.
+    void CloseMutex();
+
+    /// Removes the mutex from the device. Fatal while locked.
+    void DestroyMutex();
+
+    /// Waits until the mutex is free and takes it.
+    /// @return 1; 0 with a warning on time-out or when the mutex was removed.
+    BOOL Lock(int nTimeout);
+
+    /// Releases the mutex; only warns when it is not locked through this object.
+    void Unlock();
+
+    /// In the child of a fork: forgets that a thread of the parent held the mutex.
+    void fork_reset();
+
+protected:
+    int32_t m_bIsLocked = 0;  ///< 1 while held through this object; written by the holder only
+};
+
+/// A counting event across processes: each SetEvent() lets one WaitEvent() through; sets accumulate.
+class QOR_API chEvent : public xSemaphore {
+public:
+    /// Opens the event of that name, or creates it with nothing set. @return 1, or 0 on failure.
+    BOOL OpenEvent(const char* lpszName);
+
+    /// Lets go of the event.
+    void CloseEvent();
+
+    /// Removes the event from the device.
+    void DestroyEvent();
+
+    /// Waits for one set and takes it. @return 1, or 0 on time-out or when the event was removed.
+    BOOL WaitEvent(int nTimeout);
+
+    /// Lets one wait through. @return 1, or 0 when the event was removed or 32,767 sets are pending.
+    BOOL SetEvent();
+
+    /// Drops all pending sets. @return 1, or 0 after a warning.
+    BOOL ResetEvent();
+};
+
+/// The lock between threads of one process. Not recursive: locking it twice in one thread never returns.
+class QOR_API chCriticalSection {
+public:
+    chCriticalSection();
+    chCriticalSection(const chCriticalSection&) = delete;
+    chCriticalSection& operator=(const chCriticalSection&) = delete;
+
+    /// Fatal while locked.
+    ~chCriticalSection();
+
+    /// Waits until the section is free and enters it. @return 1.
+    BOOL Lock();
+
+    /// Leaves the section. Fatal when it is not locked.
+    void Unlock();
+
+    /// In the child of a fork: the section is free, whoever held it in the parent.
+    void fork_reset();
+
+protected:
+    pthread_mutex_t m_mutex;
+    int32_t m_bIsLocked = 0;
+    pthread_t m_idThread;  ///< the thread that locked it last
+};
+
+/// The in-process replacement of chMutex: the same operation names over a critical section.
+class QOR_API chMutex_Local : public chCriticalSection {
+public:
+    /// Does nothing. @return 1.
+    BOOL OpenMutex(const char* lpszName);
+    /// Does nothing.
+    void CloseMutex();
+    /// Does nothing.
+    void DestroyMutex();
+    /// @return 1.
+    BOOL IsCreateByMe();
+    /// Waits until the section is free, whatever the time-out, and enters it. @return 1.
+    BOOL Lock(int nTimeout);
+    /// Leaves the section.
+    void Unlock();
+};
+
+/// A one-shot signal between two threads: one waits, the other sets.
+///
+/// The waiter may destruct the object as soon as WaitEvent() has returned.
+class QOR_API chCriticalEvent : public chCriticalSection {
+public:
+    /// Nothing is set.
+    chCriticalEvent();
+    ~chCriticalEvent();
+
+    /// Lets the waiter through. Fatal ("m_bIsLocked") when it is set already.
+    void SetEvent();
+
+    /// Waits until SetEvent() has been called, and takes the signal. @return 1.
+    BOOL WaitEvent();
+};
+
+/// Many readers or one writer, between threads of one process.
+class QOR_API chReadWriteLock {
+public:
+    chReadWriteLock();
+    chReadWriteLock(const chReadWriteLock&) = delete;
+    chReadWriteLock& operator=(const chReadWriteLock&) = delete;
+    ~chReadWriteLock();
+
+    /// @return 1 when the lock was free for reading and is now held, else 0 at once.
+    BOOL tryLockRead();
+    /// Waits for the lock. @return 1 when it is held for reading, else 0.
+    BOOL LockRead();
+    /// Waits for the lock. @return 1 when it is held for writing, else 0.
+    BOOL LockWrite();
+    /// @return 0, or the error number of the thread library.
+    int UnlockRead();
+    /// @return 0, or the error number of the thread library.
+    int UnlockWrite();
+
+private:
+    pthread_rwlock_t m_lock;
+};
+
+}  // namespace QOR_BaseHelper
+
+#endif

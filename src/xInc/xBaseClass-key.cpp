@@ -1,0 +1,280 @@
+// Key files. A key keeps only 16 bits of an inode number and 8 of a device, so two files can yield one key;
+// a new file is therefore compared with everything that is there before it becomes visible, and exchanged
+// for one with another inode until its keys are its own. See internal/keyfile.h for the locking.
+#include <dirent.h>
+#include <errno.h>
+#include <fcntl.h>
+#include <stdio.h>
+#include <string.h>
+#include <sys/file.h>
+#include <sys/ipc.h>
+#include <sys/sem.h>
+#include <sys/shm.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <set>
+#include <string>
+#include <vector>
+
+#include "internal/keyfile.h"
+#include "qor/BaseHelper/Sync.h"
+
+#define QOR_MODULE "xInc/xBaseClass"
+#include "internal/report.h"
+
+namespace QOR_BaseHelper {
+
+namespace {
+
+constexpr char szKeyDirectory[] = "/tmp";
+constexpr char szKeyPrefix[] = "qor_";
+constexpr char szNewPrefix[] = ".qor_new.";
+
+// Once every value of the 16 bits has been tried, another file cannot help.
+constexpr int maxNewFile = 0x10000;
+
+int lockFile(int fd) {
+    int nResult;
+    do
+        nResult = flock(fd, LOCK_EX);
+    while (nResult == -1 && errno == EINTR);
+    return nResult;
+}
+
+// A forked child may hold a copy of the descriptor, so closing it alone would not unlock it.
+void unlockFile(int fd) {
+    const int nError = errno;
+    flock(fd, LOCK_UN);
+    close(fd);
+    errno = nError;
+}
+
+bool isSameFile(const struct stat& a, const struct stat& b) {
+    return a.st_ino == b.st_ino && a.st_dev == b.st_dev;
+}
+
+// A directory, locked against other creators.
+class directoryLock {
+public:
+    ~directoryLock() { release(); }
+
+    bool open(const char* lpszPath) {
+        m_fd = ::open(lpszPath, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+        return m_fd != -1;
+    }
+    bool lock() { return lockFile(m_fd) == 0; }
+    void release() {
+        if (m_fd != -1)
+            unlockFile(m_fd);
+        m_fd = -1;
+    }
+    int fd() const { return m_fd; }
+    bool isSame(const directoryLock& other) const {
+        struct stat statMine, statOther;
+        return m_fd != -1 && other.m_fd != -1 && fstat(m_fd, &statMine) == 0 &&
+               fstat(other.m_fd, &statOther) == 0 && isSameFile(statMine, statOther);
+    }
+
+private:
+    int m_fd = -1;
+};
+
+std::string directoryOf(const std::string& strPath) {
+    const size_t nPos = strPath.rfind('/');
+    if (nPos == std::string::npos)
+        return ".";
+    return nPos == 0 ? "/" : strPath.substr(0, nPos);
+}
+
+// The names in a directory that begin with a prefix.
+std::vector<std::string> listNames(const char* lpszDirectory, const char* lpszPrefix) {
+    std::vector<std::string> arrName;
+    DIR* pDir = opendir(lpszDirectory);
+    if (pDir == nullptr)
+        return arrName;
+    const size_t nPrefix = strlen(lpszPrefix);
+    while (const dirent* pEntry = readdir(pDir)) {
+        if (strncmp(pEntry->d_name, lpszPrefix, nPrefix) == 0)
+            arrName.push_back(pEntry->d_name);
+    }
+    closedir(pDir);
+    return arrName;
+}
+
+void removeLeftOver(const std::string& strDirectory, int fdDirectory) {
+    for (const std::string& strName : listNames(strDirectory.c_str(), szNewPrefix))
+        unlinkat(fdDirectory, strName.c_str(), 0);
+}
+
+// The semaphore keys of all key files; the segment keys differ wherever these do.
+std::set<key_t> takenKeys() {
+    std::set<key_t> setKey;
+    for (const std::string& strName : listNames(szKeyDirectory, szKeyPrefix))
+        setKey.insert(ftok((std::string(szKeyDirectory) + "/" + strName).c_str(), idProjectSemaphore));
+    return setKey;
+}
+
+bool isLiveSemaphore(key_t key) {
+    return semget(key, 0, 0) != -1 || errno != ENOENT;
+}
+
+bool isLiveSegment(key_t key) {
+    return shmget(key, 0, 0) != -1 || errno != ENOENT;
+}
+
+bool isFreeFile(const std::string& strPath, const std::set<key_t>& setTaken) {
+    const key_t keySemaphore = ftok(strPath.c_str(), idProjectSemaphore);
+    // A file that has no key at all is reported where its key is asked for.
+    if (keySemaphore == -1)
+        return true;
+    return setTaken.count(keySemaphore) == 0 && !isLiveSemaphore(keySemaphore) &&
+           !isLiveSegment(ftok(strPath.c_str(), idProjectSegment));
+}
+
+bool makeFile(int fdDirectory, const char* lpszName) {
+    const int fd = openat(fdDirectory, lpszName, O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0666);
+    if (fd == -1)
+        return false;
+    // The umask belongs to all threads of the process; it is left alone.
+    const bool bResult = fchmod(fd, 0666) == 0;
+    close(fd);
+    return bResult;
+}
+
+// Makes private files until one has keys of its own; all of them are in arrName, that one is the last.
+bool makeFreeFile(const std::string& strDirectory, int fdDirectory, std::vector<std::string>& arrName) {
+    const std::set<key_t> setTaken = takenKeys();
+    for (int i = 0; i < maxNewFile; ++i) {
+        const std::string strName = szNewPrefix + std::to_string(i);
+        if (!makeFile(fdDirectory, strName.c_str())) {
+            // A left-over of another user that could not be removed.
+            if (errno == EEXIST)
+                continue;
+            return false;
+        }
+        // Files that did not do are kept meanwhile, so that their inodes are not handed out again.
+        arrName.push_back(strName);
+        if (isFreeFile(strDirectory + "/" + strName, setTaken))
+            return true;
+    }
+    errno = EEXIST;
+    return false;
+}
+
+// Lets the private file appear at its path. Somebody else's file that is there already is as good.
+bool publishFile(int fdDirectory, const char* lpszName, const char* lpszPath) {
+    if (linkat(fdDirectory, lpszName, AT_FDCWD, lpszPath, 0) == 0 || errno == EEXIST)
+        return true;
+    // Not every file system has links; the directory's lock makes up for it.
+    return (errno == EPERM || errno == EOPNOTSUPP) &&
+           renameat(fdDirectory, lpszName, AT_FDCWD, lpszPath) == 0;
+}
+
+bool exists(const char* lpszPath) {
+    struct stat statFile;
+    return lstat(lpszPath, &statFile) == 0;
+}
+
+}  // namespace
+
+bool createKeyFile(const char* lpszPath) {
+    const std::string strDirectory = directoryOf(lpszPath);
+    directoryLock lockKeys, lockOwn;
+    if (!lockOwn.open(strDirectory.c_str()))
+        return false;
+    if (lockKeys.open(szKeyDirectory) && !lockKeys.lock())
+        return false;
+    if (!lockKeys.isSame(lockOwn) && !lockOwn.lock())
+        return false;
+    if (exists(lpszPath))
+        return true;
+    removeLeftOver(strDirectory, lockOwn.fd());
+    std::vector<std::string> arrName;
+    const bool bResult = makeFreeFile(strDirectory, lockOwn.fd(), arrName) &&
+                         publishFile(lockOwn.fd(), arrName.back().c_str(), lpszPath);
+    const int nError = errno;
+    for (const std::string& strName : arrName)
+        unlinkat(lockOwn.fd(), strName.c_str(), 0);
+    errno = nError;
+    return bResult;
+}
+
+bool keyFileLock::openAndLock(const char* lpszPath) {
+    for (;;) {
+        const int fd = open(lpszPath, O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
+        if (fd == -1)
+            return false;
+        struct stat statLocked, statPath;
+        if (lockFile(fd) != 0 || fstat(fd, &statLocked) != 0) {
+            unlockFile(fd);
+            return false;
+        }
+        if (lstat(lpszPath, &statPath) == 0 && isSameFile(statLocked, statPath)) {
+            m_fd = fd;
+            return true;
+        }
+        // Somebody removed the file while this one waited for its lock.
+        unlockFile(fd);
+    }
+}
+
+bool keyFileLock::lockOrCreate(const char* lpszPath) {
+    while (!openAndLock(lpszPath)) {
+        if (errno != ENOENT || !createKeyFile(lpszPath))
+            return false;
+    }
+    return true;
+}
+
+bool keyFileLock::lockExisting(const char* lpszPath) {
+    return openAndLock(lpszPath);
+}
+
+void keyFileLock::release() {
+    if (m_fd != -1)
+        unlockFile(m_fd);
+    m_fd = -1;
+}
+
+key_t xFileKey::OpenLockedFileKey(const char* lpszName, unsigned char idProject, keyFileLock& lock) {
+    if (!QOR_ASSERT(lpszName != NULL))
+        return -1;
+    m_strKeyFile.Clear();
+    if (strpbrk(lpszName, "/\\") == nullptr) {
+        m_strKeyFile += szKeyDirectory;
+        m_strKeyFile += "/";
+        m_strKeyFile += szKeyPrefix;
+    }
+    m_strKeyFile += lpszName;
+    const char* lpszPath = m_strKeyFile;
+    if (!lock.lockOrCreate(lpszPath)) {
+        QOR_TraceHelper::qorOutputWarningString("Create file[%s] fail: %s", lpszPath, strerror(errno));
+        QOR_ASSERT(FALSE);
+        return -1;
+    }
+    const key_t key = ftok(lpszPath, idProject);
+    if (key == -1) {
+        QOR_TraceHelper::qorOutputWarningString("ftok [%s] fail: %s", lpszPath, strerror(errno));
+        QOR_ASSERT(FALSE);
+    }
+    return key;
+}
+
+key_t xFileKey::OpenFileKey(const char* lpszName, unsigned char idProject) {
+    keyFileLock lock;
+    return OpenLockedFileKey(lpszName, idProject, lock);
+}
+
+void xFileKey::CloseFileKey() {
+    m_strKeyFile.Clear();
+}
+
+void xFileKey::DestroyFileKey() {
+    if (m_strKeyFile.IsEmpty())
+        return;
+    unlink(m_strKeyFile);
+    m_strKeyFile.Clear();
+}
+
+}  // namespace QOR_BaseHelper

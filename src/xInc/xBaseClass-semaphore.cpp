@@ -1,0 +1,311 @@
+// Semaphores, and the mutexes and events on them. Everything that creates, gives a first value to or removes
+// a semaphore happens under the lock of its key file; everything else is the kernel's semaphore alone.
+#include <errno.h>
+#include <sched.h>
+#include <string.h>
+#include <sys/ipc.h>
+#include <sys/sem.h>
+#include <time.h>
+
+#include <atomic>
+
+#include "internal/keyfile.h"
+#include "qor/BaseHelper/Sync.h"
+#include "qor/MiscHelper.h"
+
+#if defined(__SANITIZE_THREAD__)
+#include <sanitizer/tsan_interface.h>
+#endif
+
+#define QOR_MODULE "xInc/xBaseClass"
+#include "internal/report.h"
+
+namespace QOR_BaseHelper {
+
+using namespace QOR_MiscHelper;
+using QOR_TraceHelper::qorOutputWarningString;
+
+namespace {
+
+union semaphoreArgument {
+    int nValue;
+    semid_ds* pState;
+};
+
+int setValue(int fdSemaphore, int nValue) {
+    semaphoreArgument arg;
+    arg.nValue = nValue;
+    return semctl(fdSemaphore, 0, SETVAL, arg);
+}
+
+bool getState(int fdSemaphore, semid_ds& state) {
+    semaphoreArgument arg;
+    arg.pState = &state;
+    return semctl(fdSemaphore, 0, IPC_STAT, arg) == 0;
+}
+
+// Whether the semaphore is as its creator got it: value 0 and never operated on.
+bool isUntouched(int fdSemaphore) {
+    semid_ds state;
+    return semctl(fdSemaphore, 0, GETVAL) == 0 && getState(fdSemaphore, state) && state.sem_otime == 0;
+}
+
+bool isKeyOf(int fdSemaphore, const char* lpszPath) {
+    semid_ds state;
+    return getState(fdSemaphore, state) && state.sem_perm.__key == ftok(lpszPath, idProjectSemaphore);
+}
+
+// Thread sanitizer does not know these semaphores; what they order is told to it here.
+#if defined(__SANITIZE_THREAD__)
+char s_arrOrder[256];
+void tellRelease(int fdSemaphore) {
+    __tsan_release(&s_arrOrder[fdSemaphore & 255]);
+}
+void tellAcquire(int fdSemaphore) {
+    __tsan_acquire(&s_arrOrder[fdSemaphore & 255]);
+}
+#else
+void tellRelease(int) {}
+void tellAcquire(int) {}
+#endif
+
+bool stepSemaphore(int fdSemaphore, int nDelta, int nFlag, const timespec* pTimeout) {
+    sembuf step;
+    step.sem_num = 0;
+    step.sem_op = static_cast<short>(nDelta);
+    step.sem_flg = static_cast<short>(nFlag);
+    if (nDelta > 0)
+        tellRelease(fdSemaphore);
+    if (semtimedop(fdSemaphore, &step, 1, pTimeout) != 0)
+        return false;
+    if (nDelta < 0)
+        tellAcquire(fdSemaphore);
+    return true;
+}
+
+// Tells whether the process meets the end of a semaphore's range for the first time. Ids that share a row
+// can make it tell so again, which costs a warning too many and nothing else.
+bool isFirstAtRange(int fdSemaphore) {
+    static std::atomic<int> arrSeen[256];
+    return arrSeen[fdSemaphore & 255].exchange(fdSemaphore + 1, std::memory_order_relaxed) != fdSemaphore + 1;
+}
+
+void reportStep(int nDelta, int nError) {
+    qorOutputWarningString("Semop %d failure %s %d:0x%.4x", nDelta, strerror(nError),
+                           static_cast<int>(qorGetCurrentProcessId()),
+                           static_cast<unsigned>(qorGetCurrentThreadId()));
+}
+
+// With one processor nobody can release anything while this thread looks for it.
+bool hasOtherProcessor() {
+    static std::atomic<int> nKnown{0};
+    int nCount = nKnown.load(std::memory_order_relaxed);
+    if (nCount == 0) {
+        cpu_set_t set;
+        nCount = sched_getaffinity(0, sizeof(set), &set) == 0 ? CPU_COUNT(&set) : 1;
+        nKnown.store(nCount, std::memory_order_relaxed);
+    }
+    return nCount > 1;
+}
+
+void pauseProcessor() {
+    for (int i = 0; i < 64; ++i) {
+#if defined(__i386__) || defined(__x86_64__)
+        __builtin_ia32_pause();
+#elif defined(__aarch64__) || (defined(__ARM_ARCH) && __ARM_ARCH >= 7)
+        __asm__ __volatile__("yield" ::: "memory");
+#else
+        std::atomic_signal_fence(std::memory_order_seq_cst);
+#endif
+    }
+}
+
+// Takes one without sleeping. Sleeping and being woken costs more than most holders need, so a first failure
+// is followed by a few more attempts; a free semaphore is taken by one kernel call.
+bool takeQuickly(int fdSemaphore) {
+    constexpr int maxAttempt = 5;
+    for (int i = 0; i < maxAttempt; ++i) {
+        if (i > 0)
+            pauseProcessor();
+        if (stepSemaphore(fdSemaphore, -1, SEM_UNDO | IPC_NOWAIT, nullptr))
+            return true;
+        if (errno != EAGAIN)
+            return false;
+    }
+    return false;
+}
+
+}  // namespace
+
+xSemaphore::~xSemaphore() {
+    QOR_ASSERT(m_fdSemaphore == -1);
+}
+
+BOOL xSemaphore::OpenSemaphore(const char* lpszName) {
+    return OpenSemaphoreValue(lpszName, -1);
+}
+
+BOOL xSemaphore::OpenSemaphoreValue(const char* lpszName, int nFirstValue) {
+    if (!QOR_ASSERT(m_fdSemaphore == -1))
+        return FALSE;
+    keyFileLock lock;
+    const key_t key = OpenLockedFileKey(lpszName, idProjectSemaphore, lock);
+    if (key == -1)
+        return FALSE;
+    m_fdSemaphore = semget(key, 1, IPC_CREAT | IPC_EXCL | 0666);
+    if (m_fdSemaphore != -1) {
+        m_idCreator = qorGetCurrentTaskId();
+        if (nFirstValue != -1)
+            SemaphoreSetValue(nFirstValue);
+        return TRUE;
+    }
+    const int nError = errno;
+    m_fdSemaphore = semget(key, 1, 0666);
+    if (m_fdSemaphore == -1) {
+        // "No such object" would hide why it could not be created.
+        if (errno == ENOENT)
+            errno = nError;
+        qorOutputWarningString("Try Create Semaphore [%s:%x] fail (%s)! ", lpszName,
+                               static_cast<unsigned>(key), strerror(errno));
+        QOR_ASSERT(m_fdSemaphore != -1);
+        return FALSE;
+    }
+    // The creator gives the first value under this same lock: it died before it could.
+    if (nFirstValue != -1 && isUntouched(m_fdSemaphore))
+        SemaphoreSetValue(nFirstValue);
+    return TRUE;
+}
+
+void xSemaphore::CloseSemaphore() {
+    if (!QOR_ASSERT(m_fdSemaphore != -1))
+        return;
+    CloseFileKey();
+    m_fdSemaphore = -1;
+    m_idCreator = -1;
+}
+
+void xSemaphore::DestroySemaphore() {
+    if (!QOR_ASSERT(m_fdSemaphore != -1))
+        return;
+    keyFileLock lock;
+    // The path may by now belong to a successor of the same name, whose key file has to stay.
+    const bool bKeyIsOurs = lock.lockExisting(m_strKeyFile) && isKeyOf(m_fdSemaphore, m_strKeyFile);
+    semctl(m_fdSemaphore, 0, IPC_RMID);
+    if (bKeyIsOurs)
+        DestroyFileKey();
+    else
+        CloseFileKey();
+    m_fdSemaphore = -1;
+    m_idCreator = -1;
+}
+
+BOOL xSemaphore::IsCreateByMe() {
+    if (!QOR_ASSERT(m_fdSemaphore != -1))
+        return FALSE;
+    return m_idCreator == static_cast<int>(qorGetCurrentTaskId());
+}
+
+int xSemaphore::SemaphoreAddValue(int nDelta, int nTimeout) {
+    if (!QOR_ASSERT(m_fdSemaphore != -1))
+        return 0;
+    timespec timeout;
+    timeout.tv_sec = nTimeout / 1000;
+    timeout.tv_nsec = nTimeout % 1000 * 1000000L;
+    int nUndo = SEM_UNDO;
+    while (!stepSemaphore(m_fdSemaphore, nDelta, nUndo, nTimeout == -1 ? nullptr : &timeout)) {
+        const int nError = errno;
+        if (nError == EAGAIN)
+            return 0;
+        if (nError != ERANGE || isFirstAtRange(m_fdSemaphore))
+            reportStep(nDelta, nError);
+        errno = nError;
+        if (nError == ERANGE && nUndo != 0)
+            nUndo = 0;
+        else if (nError != EINTR)
+            return 0;
+    }
+    return nDelta;
+}
+
+BOOL xSemaphore::SemaphoreSetValue(int nValue) {
+    if (!QOR_ASSERT(m_fdSemaphore != -1))
+        return FALSE;
+    if (setValue(m_fdSemaphore, nValue) == 0)
+        return TRUE;
+    qorOutputWarningString("SETVAL %d fail [%s] %d:0x%.4x", nValue, strerror(errno),
+                           static_cast<int>(qorGetCurrentProcessId()),
+                           static_cast<unsigned>(qorGetCurrentThreadId()));
+    return FALSE;
+}
+
+chMutex::~chMutex() {
+    QOR_ASSERT(!m_bIsLocked);
+}
+
+BOOL chMutex::OpenMutex(const char* lpszName) {
+    return OpenSemaphoreValue(lpszName, 1);
+}
+
+void chMutex::CloseMutex() {
+    if (QOR_ASSERT(!m_bIsLocked))
+        CloseSemaphore();
+}
+
+void chMutex::DestroyMutex() {
+    if (QOR_ASSERT(!m_bIsLocked))
+        DestroySemaphore();
+}
+
+BOOL chMutex::Lock(int nTimeout) {
+    if (!QOR_ASSERT(m_fdSemaphore != -1))
+        return FALSE;
+    const bool bTaken = nTimeout != 0 && hasOtherProcessor() && takeQuickly(m_fdSemaphore);
+    if (!bTaken && SemaphoreAddValue(-1, nTimeout) != -1) {
+        qorOutputWarningString("Lock Mutex fail for %s [%d:%.4X]", strerror(errno),
+                               static_cast<int>(qorGetCurrentProcessId()),
+                               static_cast<unsigned>(qorGetCurrentThreadId()));
+        return FALSE;
+    }
+    QOR_ASSERT(!m_bIsLocked);
+    m_bIsLocked = TRUE;
+    return TRUE;
+}
+
+void chMutex::Unlock() {
+    if (!m_bIsLocked) {
+        qorOutputWarningString("Try to unlock a NOLOCKED Mutex.");
+        return;
+    }
+    m_bIsLocked = FALSE;
+    SemaphoreAddValue(1, -1);
+}
+
+void chMutex::fork_reset() {
+    m_bIsLocked = FALSE;
+}
+
+BOOL chEvent::OpenEvent(const char* lpszName) {
+    return OpenSemaphore(lpszName);
+}
+
+void chEvent::CloseEvent() {
+    CloseSemaphore();
+}
+
+void chEvent::DestroyEvent() {
+    DestroySemaphore();
+}
+
+BOOL chEvent::WaitEvent(int nTimeout) {
+    return SemaphoreAddValue(-1, nTimeout) == -1;
+}
+
+BOOL chEvent::SetEvent() {
+    return SemaphoreAddValue(1, -1) == 1;
+}
+
+BOOL chEvent::ResetEvent() {
+    return SemaphoreSetValue(0);
+}
+
+}  // namespace QOR_BaseHelper

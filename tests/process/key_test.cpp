@@ -1,0 +1,238 @@
+// Key files under creators that race, die and meet inodes whose keys are taken.
+#include <dirent.h>
+#include <errno.h>
+#include <fcntl.h>
+#include <signal.h>
+#include <string.h>
+#include <sys/ipc.h>
+#include <sys/sem.h>
+#include <sys/shm.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <set>
+
+#include "process/child.h"
+#include "qor/BaseHelper/Share.h"
+
+using namespace QOR_BaseHelper;
+using namespace qorTest;
+
+// The library's ftok() and linkat() come through here: runs of neighbouring inodes are made to share a key,
+// and a creator is made to die around the step that publishes its file.
+namespace {
+int s_nInodesPerKey = 1;
+int s_nDifferentKeys = 0x10000;
+int s_nFtokError = 0;
+enum linkDeath { neverDie, dieBeforeLink, dieAfterLink };
+linkDeath s_linkDeath = neverDie;
+}  // namespace
+
+extern "C" key_t ftok(const char* lpszPath, int idProject) noexcept {
+    struct stat state;
+    if (s_nFtokError != 0)
+        errno = s_nFtokError;
+    if (s_nFtokError != 0 || stat(lpszPath, &state) != 0)
+        return -1;
+    const unsigned uInode = static_cast<unsigned>(state.st_ino) / static_cast<unsigned>(s_nInodesPerKey) %
+                            static_cast<unsigned>(s_nDifferentKeys);
+    return static_cast<key_t>(uInode | ((state.st_dev & 0xFF) << 16) |
+                              (static_cast<unsigned>(idProject & 0xFF) << 24));
+}
+
+extern "C" int linkat(int fdOld, const char* lpszOld, int fdNew, const char* lpszNew, int) noexcept {
+    if (s_linkDeath == dieBeforeLink)
+        raise(SIGKILL);
+    // Both names lie in one directory here, so the plain call does.
+    std::string strOld = lpszNew;
+    strOld = strOld.substr(0, strOld.rfind('/') + 1) + lpszOld;
+    EXPECT_EQ(AT_FDCWD, fdNew);
+    EXPECT_GE(fdOld, 0);
+    const int nResult = link(strOld.c_str(), lpszNew);
+    if (s_linkDeath == dieAfterLink)
+        raise(SIGKILL);
+    return nResult;
+}
+
+namespace {
+
+class KeyFile : public testing::Test {
+protected:
+    void SetUp() override { watch("parent"); }
+    void TearDown() override {
+        alarm(0);
+        s_nInodesPerKey = 1;
+        s_nDifferentKeys = 0x10000;
+        for (const std::string& strName : names("/tmp"))
+            unlink(("/tmp/" + strName).c_str());
+    }
+    static std::vector<std::string> names(const char* lpszDirectory) {
+        std::vector<std::string> arrName;
+        DIR* pDir = opendir(lpszDirectory);
+        while (const dirent* pEntry = readdir(pDir)) {
+            if (strncmp(pEntry->d_name, "qor_key", 7) == 0 || strncmp(pEntry->d_name, ".qor_new", 8) == 0)
+                arrName.push_back(pEntry->d_name);
+        }
+        closedir(pDir);
+        return arrName;
+    }
+    static key_t open(const char* lpszName, unsigned char idProject) {
+        xFileKey key;
+        const key_t nKey = key.OpenFileKey(lpszName, idProject);
+        key.CloseFileKey();
+        return nKey;
+    }
+};
+
+int countDescriptors() {
+    int nCount = 0;
+    for (int fd = 0; fd < 256; ++fd)
+        nCount += fcntl(fd, F_GETFD) != -1;
+    return nCount;
+}
+
+TEST_F(KeyFile, TwoFilesForcedOntoOneKeyGetDifferentOnes) {
+    s_nInodesPerKey = 16;
+    std::set<key_t> setKey;
+    for (const char* lpszName : {"key_one", "key_two", "key_three", "key_four"})
+        setKey.insert(open(lpszName, 'm'));
+    EXPECT_EQ(4u, setKey.size());
+    EXPECT_EQ(4u, names("/tmp").size());
+}
+
+TEST_F(KeyFile, TwoMutexesForcedOntoOneKeyDoNotExcludeEachOther) {
+    s_nInodesPerKey = 16;
+    chMutex first, second;
+    ASSERT_EQ(1, first.OpenMutex("key_first"));
+    ASSERT_EQ(1, second.OpenMutex("key_second"));
+    EXPECT_EQ(1, second.IsCreateByMe());
+    EXPECT_EQ(1, first.Lock(0));
+    EXPECT_EQ(1, second.Lock(0));
+    first.Unlock();
+    second.Unlock();
+    first.DestroyMutex();
+    second.DestroyMutex();
+}
+
+TEST_F(KeyFile, AKeyOfALiveSemaphoreWithoutItsFileIsAvoided) {
+    s_nInodesPerKey = 64;
+    chMutex old, successor;
+    old.OpenMutex("key_live");
+    ASSERT_EQ(0, unlink("/tmp/qor_key_live"));
+    successor.OpenMutex("key_live");
+    EXPECT_EQ(1, successor.IsCreateByMe());
+    old.DestroyMutex();
+    successor.DestroyMutex();
+}
+
+TEST_F(KeyFile, AKeyOfALiveSegmentWithoutItsFileIsAvoided) {
+    s_nInodesPerKey = 64;
+    chMapFile old, successor;
+    old.OpenMapFile("key_live", 100);
+    ASSERT_EQ(0, unlink("/tmp/qor_key_live"));
+    successor.OpenMapFile("key_live", 100);
+    EXPECT_EQ(1, successor.IsCreateByMe());
+    old.DestroyMapFile();
+    successor.DestroyMapFile();
+}
+
+TEST_F(KeyFile, AFileInAnotherDirectoryAvoidsTheKeysOfTmp) {
+    s_nInodesPerKey = 64;
+    ASSERT_EQ(0, mkdir("/tmp/key_dir", 0777));
+    const key_t nFirst = open("key_dir_first", 'm');
+    const key_t nSecond = open("/tmp/key_dir/second", 'm');
+    EXPECT_NE(nFirst, nSecond);
+    EXPECT_TRUE(names("/tmp/key_dir").empty());
+    unlink("/tmp/key_dir/second");
+    rmdir("/tmp/key_dir");
+}
+
+TEST_F(KeyFile, WhenEveryKeyIsTakenTheCreationIsFatal) {
+    s_nDifferentKeys = 1;
+    open("key_only", 'm');
+    EXPECT_EXIT(open("key_too_many", 'm'), testing::KilledBySignal(SIGABRT),
+                "Create file\\[/tmp/qor_key_too_many\\] fail: File exists\n");
+    EXPECT_EQ(1u, names("/tmp").size());
+}
+
+TEST_F(KeyFile, AFileWithoutAKeyIsFatal) {
+    EXPECT_EXIT(
+        {
+            s_nFtokError = EOVERFLOW;
+            open("key_none", 'm');
+        },
+        testing::KilledBySignal(SIGABRT),
+        "warning: .* ftok \\[/tmp/qor_key_none\\] fail: Value too large for defined data "
+        "type\n.*\\[xInc/xBaseClass:[0-9]+\\] FALSE ");
+}
+
+class KilledCreator : public KeyFile, public testing::WithParamInterface<linkDeath> {};
+
+TEST_P(KilledCreator, LeavesAtMostAPrivateFileThatTheNextOneRemoves) {
+    s_nInodesPerKey = 4;
+    open("key_before", 'm');
+    childProcess creator("creator", [&] {
+        s_linkDeath = GetParam();
+        return open("key_killed", 'm') != -1;
+    });
+    EXPECT_EQ(-SIGKILL, creator.wait());
+    struct stat state;
+    const bool bPublished = stat("/tmp/qor_key_killed", &state) == 0;
+    EXPECT_EQ(GetParam() == dieAfterLink, bPublished);
+    EXPECT_EQ(0666u, bPublished ? state.st_mode & 07777 : 0666u);
+    open("key_next", 'm');
+    open("key_killed", 'm');
+    for (const std::string& strName : names("/tmp"))
+        EXPECT_EQ(0u, strName.find("qor_key")) << strName;
+}
+
+INSTANTIATE_TEST_SUITE_P(AroundTheLink, KilledCreator, testing::Values(dieBeforeLink, dieAfterLink));
+
+TEST_F(KeyFile, RacingCreatorsOfOneNameAgreeAndOfManyNamesDiffer) {
+    constexpr int nProcess = 6;
+    s_nInodesPerKey = 8;
+    for (int nRound = 0; nRound < 15; ++nRound) {
+        meeting start;
+        int fd[2];
+        ASSERT_EQ(0, pipe(fd));
+        std::vector<childProcess> arrChild;
+        for (int i = 0; i < nProcess; ++i)
+            arrChild.emplace_back("creator", [&, i] {
+                start.hear();
+                const key_t arrKey[2] = {open("key_same", 'm'),
+                                         open(("key_" + std::to_string(i)).c_str(), 'm')};
+                return write(fd[1], arrKey, sizeof(arrKey)) == sizeof(arrKey) ? 0 : 1;
+            });
+        for (int i = 0; i < nProcess; ++i)
+            start.say();
+        std::set<key_t> setSame, setAll;
+        for (childProcess& child : arrChild) {
+            EXPECT_EQ(0, child.wait());
+            key_t arrKey[2] = {};
+            ASSERT_EQ(static_cast<ssize_t>(sizeof(arrKey)), read(fd[0], arrKey, sizeof(arrKey)));
+            setSame.insert(arrKey[0]);
+            setAll.insert(arrKey[0]);
+            setAll.insert(arrKey[1]);
+        }
+        close(fd[0]);
+        close(fd[1]);
+        EXPECT_EQ(1u, setSame.size());
+        EXPECT_EQ(1u + nProcess, setAll.size());
+        for (const std::string& strName : names("/tmp"))
+            unlink(("/tmp/" + strName).c_str());
+    }
+}
+
+TEST_F(KeyFile, NoDescriptorStaysOpen) {
+    const int nBefore = countDescriptors();
+    chMutex mutex;
+    chMapFile file;
+    mutex.OpenMutex("key_descriptor");
+    file.OpenMapFile("key_descriptor", 100);
+    EXPECT_EQ(nBefore, countDescriptors());
+    file.DestroyMapFile();
+    mutex.DestroyMutex();
+    EXPECT_EQ(nBefore, countDescriptors());
+}
+
+}  // namespace

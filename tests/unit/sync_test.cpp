@@ -1,0 +1,603 @@
+// Locks and signals as one process sees them: results, texts, fatal preconditions.
+#include "qor/BaseHelper/Sync.h"
+
+#include <dlfcn.h>
+#include <errno.h>
+#include <signal.h>
+#include <string.h>
+#include <sys/ipc.h>
+#include <sys/sem.h>
+#include <sys/stat.h>
+#include <sys/time.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <thread>
+
+using namespace QOR_BaseHelper;
+using testing::internal::CaptureStderr;
+using testing::internal::GetCapturedStderr;
+
+// The semaphore calls of the library come through here, to be counted and to be made to fail.
+namespace {
+std::atomic<int> s_nStep{0};
+int s_nSemgetError = 0;
+
+template <class F>
+F systemCall(const char* lpszName, const char* lpszName64) {
+    void* pCall = sizeof(void*) == 4 ? dlsym(RTLD_NEXT, lpszName64) : nullptr;
+    return reinterpret_cast<F>(pCall != nullptr ? pCall : dlsym(RTLD_NEXT, lpszName));
+}
+}  // namespace
+
+extern "C" int semtimedop(int id, sembuf* pStep, size_t nCount, const timespec* pTimeout) noexcept {
+    using call = int (*)(int, sembuf*, size_t, const timespec*);
+    static const call next = systemCall<call>("semtimedop", "__semtimedop64");
+    ++s_nStep;
+    return next(id, pStep, nCount, pTimeout);
+}
+
+extern "C" int semget(key_t key, int nCount, int nFlag) noexcept {
+    using call = int (*)(key_t, int, int);
+    static const call next = systemCall<call>("semget", "semget");
+    if (s_nSemgetError != 0 && nCount == 1) {
+        errno = s_nSemgetError;
+        return -1;
+    }
+    return next(key, nCount, nFlag);
+}
+
+namespace {
+
+const std::string strAbort = "\\[xInc/xBaseClass:[0-9]+\\] ";
+
+std::string idText(const char* lpszFormat) {
+    char sz[64];
+    snprintf(sz, sizeof(sz), lpszFormat, static_cast<int>(getpid()),
+             static_cast<unsigned>(reinterpret_cast<uintptr_t>(reinterpret_cast<void*>(pthread_self()))));
+    return sz;
+}
+
+std::string warning(const std::string& str) {
+    return "\033[1;33m warning: \033[00m " + str + "\n";
+}
+
+mode_t modeOf(const char* lpszPath) {
+    struct stat state;
+    return stat(lpszPath, &state) == 0 ? state.st_mode & 07777 : 0;
+}
+
+bool exists(const char* lpszPath) {
+    return access(lpszPath, F_OK) == 0;
+}
+
+// What the derived classes add to their bases, for the tests to look at.
+struct openFileKey : xFileKey {
+    std::string path() const { return static_cast<const char*>(m_strKeyFile); }
+};
+struct openMutex : chMutex {
+    ~openMutex() {
+        if (m_fdSemaphore != -1)
+            DestroyMutex();
+    }
+    int id() const { return m_fdSemaphore; }
+    int creator() const { return m_idCreator; }
+    bool isLocked() const { return m_bIsLocked != 0; }
+};
+struct openEvent : chEvent {
+    ~openEvent() {
+        if (m_fdSemaphore != -1)
+            DestroyEvent();
+    }
+};
+
+TEST(FileKey, APlainNameIsAFileBelowTmp) {
+    openFileKey key;
+    const key_t nKey = key.OpenFileKey("sync_plain", 'm');
+    EXPECT_EQ("/tmp/qor_sync_plain", key.path());
+    EXPECT_EQ(ftok("/tmp/qor_sync_plain", 'm'), nKey);
+    key.DestroyFileKey();
+}
+
+TEST(FileKey, ANameWithASlashIsThePathItself) {
+    openFileKey key;
+    const key_t nKey = key.OpenFileKey("/tmp/sync_slash", 'S');
+    EXPECT_EQ("/tmp/sync_slash", key.path());
+    EXPECT_EQ(ftok("/tmp/sync_slash", 'S'), nKey);
+    key.DestroyFileKey();
+}
+
+TEST(FileKey, ANameWithABackslashIsThePathItself) {
+    ASSERT_EQ(0, chdir("/tmp"));
+    openFileKey key;
+    key.OpenFileKey("sync\\back", 'm');
+    EXPECT_EQ("sync\\back", key.path());
+    EXPECT_TRUE(exists("/tmp/sync\\back"));
+    key.DestroyFileKey();
+}
+
+TEST(FileKey, TheProjectTellsKeysOfOneFileApart) {
+    openFileKey key;
+    const key_t nMutex = key.OpenFileKey("sync_project", 'm');
+    const key_t nSegment = key.OpenFileKey("sync_project", 'S');
+    EXPECT_NE(nMutex, nSegment);
+    EXPECT_EQ('m', (nMutex >> 24) & 0xFF);
+    EXPECT_EQ('S', (nSegment >> 24) & 0xFF);
+    key.DestroyFileKey();
+}
+
+TEST(FileKey, AKeyFileHasItsModeWhateverTheUmaskWhichStays) {
+    const mode_t nOld = umask(077);
+    openFileKey key;
+    key.OpenFileKey("sync_umask", 'm');
+    EXPECT_EQ(077u, umask(nOld));
+    EXPECT_EQ(0666u, modeOf("/tmp/qor_sync_umask"));
+    key.DestroyFileKey();
+}
+
+TEST(FileKey, ClosingKeepsTheFileAndDestroyingDeletesItOnce) {
+    openFileKey key;
+    key.OpenFileKey("sync_close", 'm');
+    key.CloseFileKey();
+    EXPECT_EQ("", key.path());
+    key.DestroyFileKey();
+    EXPECT_TRUE(exists("/tmp/qor_sync_close"));
+    key.OpenFileKey("sync_close", 'm');
+    key.DestroyFileKey();
+    EXPECT_FALSE(exists("/tmp/qor_sync_close"));
+    EXPECT_EQ("", key.path());
+}
+
+TEST(FileKey, AFileThatCannotBeMadeIsFatal) {
+    xFileKey key;
+    EXPECT_EXIT(key.OpenFileKey("/tmp/sync_no_such/key", 'm'), testing::KilledBySignal(SIGABRT),
+                "warning: .* Create file\\[/tmp/sync_no_such/key\\] fail: No such file or directory\n.*" +
+                    strAbort + "FALSE ");
+}
+
+TEST(FileKey, ASymbolicLinkInItsPlaceIsRefusedAndNotFollowed) {
+    ASSERT_EQ(0, symlink("/tmp/sync_target", "/tmp/qor_sync_link"));
+    xFileKey key;
+    EXPECT_EXIT(key.OpenFileKey("sync_link", 'm'), testing::KilledBySignal(SIGABRT),
+                "Create file\\[/tmp/qor_sync_link\\] fail: Too many levels of symbolic links\n.*" + strAbort +
+                    "FALSE ");
+    EXPECT_FALSE(exists("/tmp/sync_target"));
+    unlink("/tmp/qor_sync_link");
+}
+
+TEST(FileKey, ANullNameIsFatal) {
+    xFileKey key;
+    EXPECT_EXIT(key.OpenFileKey(nullptr, 'm'), testing::KilledBySignal(SIGABRT),
+                strAbort + "lpszName != NULL ");
+}
+
+TEST(Semaphore, OnlyTheTaskThatCreatedItIsItsCreatorUntilItCloses) {
+    xSemaphore first, second;
+    ASSERT_EQ(1, first.OpenSemaphore("sync_creator"));
+    ASSERT_EQ(1, second.OpenSemaphore("sync_creator"));
+    EXPECT_EQ(1, first.IsCreateByMe());
+    EXPECT_EQ(0, second.IsCreateByMe());
+    BOOL bOther = TRUE;
+    std::thread([&] { bOther = first.IsCreateByMe(); }).join();
+    EXPECT_EQ(0, bOther);
+    first.CloseSemaphore();
+    ASSERT_EQ(1, first.OpenSemaphore("sync_creator"));
+    EXPECT_EQ(0, first.IsCreateByMe());
+    first.CloseSemaphore();
+    second.DestroySemaphore();
+}
+
+TEST(Semaphore, ANewOneHasTheValueZero) {
+    xSemaphore semaphore;
+    ASSERT_EQ(1, semaphore.OpenSemaphore("sync_zero"));
+    EXPECT_EQ(0, semaphore.SemaphoreAddValue(-1, 0));
+    EXPECT_EQ(3, semaphore.SemaphoreAddValue(3, -1));
+    EXPECT_EQ(-2, semaphore.SemaphoreAddValue(-2, -1));
+    EXPECT_EQ(0, semaphore.SemaphoreAddValue(-2, 1));
+    EXPECT_EQ(-1, semaphore.SemaphoreAddValue(-1, 0));
+    semaphore.DestroySemaphore();
+}
+
+TEST(Semaphore, ClosingKeepsItAndDestroyingRemovesItWithItsKeyFile) {
+    xSemaphore first, second;
+    first.OpenSemaphore("sync_destroy");
+    second.OpenSemaphore("sync_destroy");
+    first.SemaphoreSetValue(5);
+    first.CloseSemaphore();
+    EXPECT_EQ(-5, second.SemaphoreAddValue(-5, 0));
+    EXPECT_TRUE(exists("/tmp/qor_sync_destroy"));
+    first.OpenSemaphore("sync_destroy");
+    second.DestroySemaphore();
+    EXPECT_FALSE(exists("/tmp/qor_sync_destroy"));
+    CaptureStderr();
+    EXPECT_EQ(0, first.SemaphoreAddValue(1, -1));
+    EXPECT_EQ(warning("Semop 1 failure Invalid argument " + idText("%d:0x%.4x")), GetCapturedStderr());
+    first.CloseSemaphore();
+}
+
+TEST(Semaphore, DestroyingLeavesTheKeyFileOfASuccessor) {
+    openMutex old, successor;
+    old.OpenMutex("sync_successor");
+    ASSERT_EQ(0, unlink("/tmp/qor_sync_successor"));
+    successor.OpenMutex("sync_successor");
+    EXPECT_NE(old.id(), successor.id());
+    old.DestroyMutex();
+    EXPECT_TRUE(exists("/tmp/qor_sync_successor"));
+    EXPECT_EQ(1, successor.Lock(0));
+    successor.Unlock();
+}
+
+TEST(Semaphore, ACreationThatFailsIsFatalAndSaysWhy) {
+    xSemaphore semaphore;
+    EXPECT_EXIT(
+        {
+            s_nSemgetError = ENOSPC;
+            semaphore.OpenSemaphore("sync_nospace");
+        },
+        testing::KilledBySignal(SIGABRT),
+        "warning: .* Try Create Semaphore \\[sync_nospace:6d[0-9a-f]{6}\\] fail \\(No space left on "
+        "device\\)! \n.*" +
+            strAbort + "m_fdSemaphore != -1 ");
+    unlink("/tmp/qor_sync_nospace");
+}
+
+TEST(Semaphore, AValueBeyondTheHighestIsRefusedWithAWarning) {
+    xSemaphore semaphore;
+    semaphore.OpenSemaphore("sync_setval");
+    CaptureStderr();
+    EXPECT_EQ(0, semaphore.SemaphoreSetValue(40000));
+    EXPECT_EQ(warning("SETVAL 40000 fail [Numerical result out of range] " + idText("%d:0x%.4x")),
+              GetCapturedStderr());
+    EXPECT_EQ(1, semaphore.SemaphoreSetValue(32767));
+    semaphore.DestroySemaphore();
+}
+
+TEST(Semaphore, EveryOperationOnAClosedOneIsFatal) {
+    xSemaphore semaphore;
+    const std::string strText = strAbort + "m_fdSemaphore != -1 ";
+    EXPECT_EXIT(semaphore.CloseSemaphore(), testing::KilledBySignal(SIGABRT), strText);
+    EXPECT_EXIT(semaphore.DestroySemaphore(), testing::KilledBySignal(SIGABRT), strText);
+    EXPECT_EXIT(semaphore.IsCreateByMe(), testing::KilledBySignal(SIGABRT), strText);
+    EXPECT_EXIT(semaphore.SemaphoreAddValue(1, -1), testing::KilledBySignal(SIGABRT), strText);
+    EXPECT_EXIT(semaphore.SemaphoreSetValue(1), testing::KilledBySignal(SIGABRT), strText);
+    chMutex mutex;
+    EXPECT_EXIT(mutex.Lock(0), testing::KilledBySignal(SIGABRT), strText);
+}
+
+TEST(Semaphore, OpeningTwiceAndDestructingWhileOpenAreFatal) {
+    xSemaphore semaphore;
+    semaphore.OpenSemaphore("sync_twice");
+    EXPECT_EXIT(semaphore.OpenSemaphore("sync_twice"), testing::KilledBySignal(SIGABRT),
+                strAbort + "m_fdSemaphore == -1 ");
+    EXPECT_EXIT(
+        {
+            xSemaphore other;
+            other.OpenSemaphore("sync_twice");
+        },
+        testing::KilledBySignal(SIGABRT), strAbort + "m_fdSemaphore == -1 ");
+    semaphore.DestroySemaphore();
+}
+
+int s_idInterrupted;
+volatile sig_atomic_t s_nTick;
+void onTick(int) {
+    const int nError = errno;
+    // Late enough that a wait has certainly been interrupted.
+    s_nTick = s_nTick + 1;
+    if (s_nTick == 20) {
+        sembuf step = {0, 1, 0};
+        semop(s_idInterrupted, &step, 1);
+    }
+    errno = nError;
+}
+
+TEST(Semaphore, AnInterruptedWaitWarnsAndStartsAgain) {
+    openMutex mutex;
+    mutex.OpenMutex("sync_interrupt");
+    ASSERT_EQ(1, mutex.Lock(-1));
+    s_idInterrupted = mutex.id();
+    struct sigaction action = {}, old;
+    action.sa_handler = onTick;
+    sigaction(SIGALRM, &action, &old);
+    const itimerval timer = {{0, 10000}, {0, 10000}}, off = {};
+    CaptureStderr();
+    setitimer(ITIMER_REAL, &timer, nullptr);
+    const int nResult = mutex.SemaphoreAddValue(-1, -1);
+    setitimer(ITIMER_REAL, &off, nullptr);
+    sigaction(SIGALRM, &old, nullptr);
+    const std::string strOut = GetCapturedStderr();
+    EXPECT_EQ(-1, nResult);
+    EXPECT_EQ(0u, strOut.find(warning("Semop -1 failure Interrupted system call " + idText("%d:0x%.4x"))))
+        << strOut;
+    mutex.Unlock();
+}
+
+TEST(Mutex, ANewOneIsFreeAndASecondOpenerDoesNotResetIt) {
+    openMutex first, second;
+    ASSERT_EQ(1, first.OpenMutex("sync_mutex"));
+    EXPECT_EQ(1, first.Lock(0));
+    ASSERT_EQ(1, second.OpenMutex("sync_mutex"));
+    CaptureStderr();
+    EXPECT_EQ(0, second.Lock(0));
+    EXPECT_EQ(warning("Lock Mutex fail for Resource temporarily unavailable " + idText("[%d:%.4X]")),
+              GetCapturedStderr());
+    first.Unlock();
+    EXPECT_EQ(1, second.Lock(0));
+    second.Unlock();
+    second.CloseMutex();
+}
+
+TEST(Mutex, AnUncontendedLockAndUnlockAreOneKernelCallEach) {
+    openMutex mutex;
+    mutex.OpenMutex("sync_calls");
+    for (int nTimeout : {-1, 1000, 0}) {
+        s_nStep = 0;
+        mutex.Lock(nTimeout);
+        EXPECT_EQ(1, s_nStep.load()) << nTimeout;
+        mutex.Unlock();
+        EXPECT_EQ(2, s_nStep.load()) << nTimeout;
+    }
+}
+
+TEST(Mutex, ATimeOutIsReportedAndLeavesTheHoldersStateAlone) {
+    openMutex mutex;
+    mutex.OpenMutex("sync_timeout");
+    ASSERT_EQ(1, mutex.Lock(-1));
+    CaptureStderr();
+    BOOL bLocked = TRUE;
+    std::thread([&] { bLocked = mutex.Lock(20); }).join();
+    EXPECT_EQ(0, bLocked);
+    EXPECT_NE(std::string::npos, GetCapturedStderr().find("Lock Mutex fail for "));
+    EXPECT_TRUE(mutex.isLocked());
+    CaptureStderr();
+    mutex.Unlock();
+    EXPECT_EQ("", GetCapturedStderr());
+    EXPECT_EQ(1, mutex.Lock(0));
+    mutex.Unlock();
+}
+
+TEST(Mutex, UnlockingWhatIsNotLockedOnlyWarns) {
+    openMutex mutex;
+    mutex.OpenMutex("sync_unlocked");
+    CaptureStderr();
+    mutex.Unlock();
+    EXPECT_EQ(warning("Try to unlock a NOLOCKED Mutex."), GetCapturedStderr());
+    EXPECT_EQ(1, mutex.Lock(0));
+    CaptureStderr();
+    openMutex other;
+    other.OpenMutex("sync_unlocked");
+    EXPECT_EQ(0, other.Lock(0));
+    other.CloseMutex();
+    GetCapturedStderr();
+    mutex.Unlock();
+}
+
+TEST(Mutex, ARemovedOneCannotBeLocked) {
+    openMutex first, second;
+    first.OpenMutex("sync_removed");
+    second.OpenMutex("sync_removed");
+    first.DestroyMutex();
+    CaptureStderr();
+    EXPECT_EQ(0, second.Lock(-1));
+    EXPECT_EQ(warning("Semop -1 failure Invalid argument " + idText("%d:0x%.4x")) +
+                  warning("Lock Mutex fail for Invalid argument " + idText("[%d:%.4X]")),
+              GetCapturedStderr());
+    second.CloseMutex();
+}
+
+TEST(Mutex, ClosingDestroyingAndDestructingWhileLockedAreFatal) {
+    openMutex mutex;
+    mutex.OpenMutex("sync_locked");
+    mutex.Lock(-1);
+    EXPECT_EXIT(mutex.CloseMutex(), testing::KilledBySignal(SIGABRT), strAbort + "!m_bIsLocked ");
+    EXPECT_EXIT(mutex.DestroyMutex(), testing::KilledBySignal(SIGABRT), strAbort + "!m_bIsLocked ");
+    mutex.Unlock();
+    EXPECT_EXIT(
+        {
+            chMutex other;
+            other.OpenMutex("sync_locked");
+            other.Lock(-1);
+        },
+        testing::KilledBySignal(SIGABRT), strAbort + "!m_bIsLocked ");
+}
+
+TEST(Mutex, ASecondSuccessfulLockOfTheSameObjectIsFatal) {
+    openMutex mutex;
+    mutex.OpenMutex("sync_second");
+    mutex.Lock(-1);
+    mutex.SemaphoreSetValue(1);
+    EXPECT_EXIT(mutex.Lock(-1), testing::KilledBySignal(SIGABRT), strAbort + "!m_bIsLocked ");
+    mutex.SemaphoreSetValue(0);
+    mutex.Unlock();
+}
+
+TEST(Mutex, ItsFieldsAreTheStatedOnes) {
+    EXPECT_EQ(sizeof(xFileKey), sizeof(void*));
+    EXPECT_EQ(sizeof(xSemaphore), sizeof(void*) + 8);
+    EXPECT_EQ(sizeof(chEvent), sizeof(xSemaphore));
+    openMutex mutex;
+    EXPECT_EQ(-1, mutex.id());
+    EXPECT_EQ(-1, mutex.creator());
+    EXPECT_FALSE(mutex.isLocked());
+}
+
+TEST(Mutex, ThreadsThatShareOneObjectExcludeEachOther) {
+    openMutex mutex;
+    mutex.OpenMutex("sync_threads");
+    int nCount = 0;
+    std::vector<std::thread> arrThread;
+    for (int i = 0; i < 4; ++i)
+        arrThread.emplace_back([&] {
+            for (int n = 0; n < 2000; ++n) {
+                mutex.Lock(-1);
+                ++nCount;
+                mutex.Unlock();
+            }
+        });
+    for (std::thread& thread : arrThread)
+        thread.join();
+    EXPECT_EQ(8000, nCount);
+}
+
+TEST(Event, EachSetLetsOneWaitThrough) {
+    openEvent event;
+    ASSERT_EQ(1, event.OpenEvent("sync_event"));
+    EXPECT_EQ(0, event.WaitEvent(0));
+    EXPECT_EQ(1, event.SetEvent());
+    EXPECT_EQ(1, event.SetEvent());
+    EXPECT_EQ(1, event.WaitEvent(-1));
+    EXPECT_EQ(1, event.WaitEvent(0));
+    EXPECT_EQ(0, event.WaitEvent(1));
+}
+
+TEST(Event, ResettingDropsWhatIsPending) {
+    openEvent event;
+    event.OpenEvent("sync_reset");
+    event.SetEvent();
+    event.SetEvent();
+    EXPECT_EQ(1, event.ResetEvent());
+    EXPECT_EQ(0, event.WaitEvent(0));
+}
+
+TEST(Event, AWaitReturnsWhenAnotherThreadSetsIt) {
+    openEvent event;
+    event.OpenEvent("sync_wait");
+    int nData = 0;
+    std::thread setter([&] {
+        nData = 42;
+        event.SetEvent();
+    });
+    EXPECT_EQ(1, event.WaitEvent(-1));
+    EXPECT_EQ(42, nData);
+    setter.join();
+}
+
+TEST(Event, ClosingKeepsWhatIsPending) {
+    chEvent first;
+    openEvent second;
+    first.OpenEvent("sync_keep");
+    second.OpenEvent("sync_keep");
+    first.SetEvent();
+    first.CloseEvent();
+    EXPECT_EQ(1, second.WaitEvent(0));
+}
+
+TEST(Event, BeyondItsHighestValueASetFailsAfterOneWarning) {
+    openEvent event;
+    event.OpenEvent("sync_highest");
+    for (int i = 0; i < 32767; ++i)
+        ASSERT_EQ(1, event.SetEvent());
+    CaptureStderr();
+    for (int i = 0; i < 100; ++i)
+        EXPECT_EQ(0, event.SetEvent());
+    EXPECT_EQ(warning("Semop 1 failure Numerical result out of range " + idText("%d:0x%.4x")),
+              GetCapturedStderr());
+    for (int i = 0; i < 32767; ++i)
+        ASSERT_EQ(1, event.WaitEvent(0));
+    EXPECT_EQ(0, event.WaitEvent(0));
+}
+
+TEST(Event, SetsAndWaitsInTurnGoOnForEver) {
+    openEvent event;
+    event.OpenEvent("sync_turns");
+    CaptureStderr();
+    for (int i = 0; i < 40000; ++i)
+        ASSERT_TRUE(event.SetEvent() == 1 && event.WaitEvent(0) == 1) << i;
+    EXPECT_EQ("", GetCapturedStderr());
+}
+
+TEST(CriticalSection, OneThreadAtATime) {
+    chCriticalSection section;
+    int nCount = 0;
+    std::vector<std::thread> arrThread;
+    for (int i = 0; i < 4; ++i)
+        arrThread.emplace_back([&] {
+            for (int n = 0; n < 5000; ++n) {
+                EXPECT_EQ(1, section.Lock());
+                ++nCount;
+                section.Unlock();
+            }
+        });
+    for (std::thread& thread : arrThread)
+        thread.join();
+    EXPECT_EQ(20000, nCount);
+}
+
+TEST(CriticalSection, LeavingItUnlockedAndDestructingItLockedAreFatal) {
+    chCriticalSection section;
+    EXPECT_EXIT(section.Unlock(), testing::KilledBySignal(SIGABRT), strAbort + "m_bIsLocked ");
+    EXPECT_EXIT(
+        {
+            chCriticalSection other;
+            other.Lock();
+        },
+        testing::KilledBySignal(SIGABRT), strAbort + "!m_bIsLocked ");
+}
+
+TEST(LocalMutex, OffersTheOperationsOfAMutex) {
+    chMutex_Local mutex;
+    EXPECT_EQ(1, mutex.OpenMutex("no file"));
+    EXPECT_EQ(1, mutex.IsCreateByMe());
+    EXPECT_EQ(1, mutex.Lock(0));
+    std::atomic<bool> bEntered{false};
+    std::thread other([&] {
+        mutex.Lock(0);
+        bEntered = true;
+        mutex.Unlock();
+    });
+    EXPECT_FALSE(bEntered);
+    mutex.Unlock();
+    other.join();
+    EXPECT_TRUE(bEntered);
+    mutex.CloseMutex();
+    mutex.DestroyMutex();
+    EXPECT_FALSE(exists("/tmp/qor_no file"));
+}
+
+TEST(CriticalEvent, AWaitReturnsOnceAnotherThreadHasSetIt) {
+    for (int i = 0; i < 200; ++i) {
+        int nData = 0;
+        std::thread setter;
+        {
+            chCriticalEvent event;
+            setter = std::thread([&nData, &event] {
+                nData = 42;
+                event.SetEvent();
+            });
+            EXPECT_EQ(1, event.WaitEvent());
+        }
+        EXPECT_EQ(42, nData);
+        setter.join();
+    }
+}
+
+TEST(CriticalEvent, ASetBeforeTheWaitIsKept) {
+    chCriticalEvent event;
+    event.SetEvent();
+    EXPECT_EQ(1, event.WaitEvent());
+    event.SetEvent();
+    EXPECT_EQ(1, event.WaitEvent());
+}
+
+TEST(CriticalEvent, SettingItTwiceIsFatal) {
+    chCriticalEvent event;
+    event.SetEvent();
+    EXPECT_EXIT(event.SetEvent(), testing::KilledBySignal(SIGABRT), strAbort + "m_bIsLocked ");
+}
+
+TEST(ReadWriteLock, ReadersShareAndAWriterIsAlone) {
+    chReadWriteLock lock;
+    EXPECT_EQ(1, lock.LockRead());
+    EXPECT_EQ(1, lock.tryLockRead());
+    EXPECT_EQ(0, lock.UnlockRead());
+    EXPECT_EQ(0, lock.UnlockRead());
+    EXPECT_EQ(1, lock.LockWrite());
+    BOOL bRead = TRUE;
+    std::thread([&] { bRead = lock.tryLockRead(); }).join();
+    EXPECT_EQ(0, bRead);
+    EXPECT_EQ(0, lock.UnlockWrite());
+    EXPECT_EQ(1, lock.tryLockRead());
+    EXPECT_EQ(0, lock.UnlockRead());
+}
+
+}  // namespace
