@@ -44,10 +44,12 @@ bool getState(int fdSemaphore, semid_ds& state) {
     return semctl(fdSemaphore, 0, IPC_STAT, arg) == 0;
 }
 
-// Whether the semaphore is as its creator got it: value 0 and never operated on.
+// Whether the semaphore is as its creator got it: value 0 and never operated on. The low word of the time
+// tells as much as the whole, and is there even where only 32 bits of it are kept.
 bool isUntouched(int fdSemaphore) {
     semid_ds state;
-    return semctl(fdSemaphore, 0, GETVAL) == 0 && getState(fdSemaphore, state) && state.sem_otime == 0;
+    return semctl(fdSemaphore, 0, GETVAL) == 0 && getState(fdSemaphore, state) &&
+           static_cast<uint32_t>(state.sem_otime) == 0;
 }
 
 bool isKeyOf(int fdSemaphore, const char* lpszPath) {
@@ -190,8 +192,8 @@ void xSemaphore::DestroySemaphore() {
     keyFileLock lock;
     // The path may by now belong to a successor of the same name, whose key file has to stay.
     const bool bKeyIsOurs = lock.lockExisting(m_strKeyFile) && isKeyOf(m_fdSemaphore, m_strKeyFile);
-    semctl(m_fdSemaphore, 0, IPC_RMID);
-    if (bKeyIsOurs)
+    // Who may not remove the semaphore leaves its key file to those who use it.
+    if (semctl(m_fdSemaphore, 0, IPC_RMID) == 0 && bKeyIsOurs)
         DestroyFileKey();
     else
         CloseFileKey();

@@ -99,9 +99,10 @@ void chMapFile::DestroyMapFile() {
     keyFileLock lock;
     // The path may by now belong to a successor of the same name, whose key file has to stay.
     const bool bKeyIsOurs = lock.lockExisting(m_strKeyFile) && isKeyOf(m_fdMapFile, m_strKeyFile);
-    shmctl(m_fdMapFile, IPC_RMID, nullptr);
+    // Who may not remove the segment leaves its key file to those who use it.
+    const bool bRemoved = shmctl(m_fdMapFile, IPC_RMID, nullptr) == 0;
     unmap();
-    if (bKeyIsOurs)
+    if (bRemoved && bKeyIsOurs)
         DestroyFileKey();
     else
         CloseFileKey();

@@ -26,6 +26,7 @@ int s_nDifferentKeys = 0x10000;
 int s_nFtokError = 0;
 enum linkDeath { neverDie, dieBeforeLink, dieAfterLink };
 linkDeath s_linkDeath = neverDie;
+int s_nLinkError = 0;
 }  // namespace
 
 extern "C" key_t ftok(const char* lpszPath, int idProject) noexcept {
@@ -43,6 +44,10 @@ extern "C" key_t ftok(const char* lpszPath, int idProject) noexcept {
 extern "C" int linkat(int fdOld, const char* lpszOld, int fdNew, const char* lpszNew, int) noexcept {
     if (s_linkDeath == dieBeforeLink)
         raise(SIGKILL);
+    if (s_nLinkError != 0) {
+        errno = s_nLinkError;
+        return -1;
+    }
     // Both names lie in one directory here, so the plain call does.
     std::string strOld = lpszNew;
     strOld = strOld.substr(0, strOld.rfind('/') + 1) + lpszOld;
@@ -153,6 +158,25 @@ TEST_F(KeyFile, WhenEveryKeyIsTakenTheCreationIsFatal) {
     EXPECT_EXIT(open("key_too_many", 'm'), testing::KilledBySignal(SIGABRT),
                 "Create file\\[/tmp/qor_key_too_many\\] fail: File exists\n");
     EXPECT_EQ(1u, names("/tmp").size());
+}
+
+TEST_F(KeyFile, WithoutLinksInTheFileSystemTheFileIsRenamed) {
+    s_nLinkError = EPERM;
+    const key_t nKey = open("key_renamed", 'm');
+    s_nLinkError = 0;
+    EXPECT_EQ(ftok("/tmp/qor_key_renamed", 'm'), nKey);
+    EXPECT_EQ(1u, names("/tmp").size());
+}
+
+TEST_F(KeyFile, AFileThatCannotAppearAtItsPathIsFatalAndLeavesNothing) {
+    EXPECT_EXIT(
+        {
+            s_nLinkError = ENOSPC;
+            open("key_nospace", 'm');
+        },
+        testing::KilledBySignal(SIGABRT),
+        "Create file\\[/tmp/qor_key_nospace\\] fail: No space left on device\n");
+    EXPECT_TRUE(names("/tmp").empty());
 }
 
 TEST_F(KeyFile, AFileWithoutAKeyIsFatal) {

@@ -1,4 +1,6 @@
 // Segments, mapped files and the frame, as one process sees them.
+#include <dlfcn.h>
+#include <errno.h>
 #include <fcntl.h>
 #include <signal.h>
 #include <stddef.h>
@@ -17,6 +19,30 @@
 #include "qor/BaseHelper.h"
 
 using namespace QOR_BaseHelper;
+
+// Calls of the library that come through here, to be made to fail.
+namespace {
+int s_nShmatError = 0;
+int s_nMsyncError = 0;
+}  // namespace
+
+extern "C" void* shmat(int id, const void* pAddress, int nFlag) noexcept {
+    using call = void* (*)(int, const void*, int);
+    static const call next = reinterpret_cast<call>(dlsym(RTLD_NEXT, "shmat"));
+    if (s_nShmatError == 0)
+        return next(id, pAddress, nFlag);
+    errno = s_nShmatError;
+    return reinterpret_cast<void*>(-1);
+}
+
+extern "C" int msync(void* pData, size_t nSize, int nFlag) {
+    using call = int (*)(void*, size_t, int);
+    static const call next = reinterpret_cast<call>(dlsym(RTLD_NEXT, "msync"));
+    if (s_nMsyncError == 0)
+        return next(pData, nSize, nFlag);
+    errno = s_nMsyncError;
+    return -1;
+}
 
 namespace {
 
@@ -189,14 +215,12 @@ TEST(MapFile, ASegmentThatCannotBeAttachedIsFatal) {
     file.OpenMapFile("share_attach", 1 << 20);
     EXPECT_EXIT(
         {
-            rlimit limit;
-            limit.rlim_cur = limit.rlim_max = 1 << 16;
+            s_nShmatError = EMFILE;
             chMapFile other;
-            setrlimit(RLIMIT_AS, &limit);
             other.OpenMapFile("share_attach", 1 << 20);
         },
         testing::KilledBySignal(SIGABRT),
-        "warning: .* shmat \\[share_attach\\] fail \\(.*\\)!\n.*" + strPlatform + "FALSE ");
+        "warning: .* shmat \\[share_attach\\] fail \\(Too many open files\\)!\n.*" + strPlatform + "FALSE ");
     file.DestroyMapFile();
 }
 
@@ -337,12 +361,13 @@ TEST(RawMapFile, WhatIsNoOrdinaryFileHasNoLength) {
 
 TEST(RawMapFile, AFlushThatFailsWarns) {
     chRawMapFile file;
-    void* pData = file.OpenMapFile("/tmp/share_raw", 4096);
+    file.OpenMapFile("/tmp/share_raw", 4096);
+    s_nMsyncError = EIO;
     testing::internal::CaptureStderr();
-    ASSERT_EQ(0, munmap(pData, 4096));
     file.Flush();
-    EXPECT_EQ("\033[1;33m warning: \033[00m msync fail: Cannot allocate memory\n",
+    EXPECT_EQ("\033[1;33m warning: \033[00m msync fail: Input/output error\n",
               testing::internal::GetCapturedStderr());
+    s_nMsyncError = 0;
     file.DestroyMapFile();
 }
 
@@ -479,6 +504,25 @@ TEST(Frame, MisuseIsFatal) {
     frame.OpenShareObject("x", 4096);
     EXPECT_EXIT(frame.OpenShareObject("x", 4096), testing::KilledBySignal(SIGABRT),
                 strBase + "m_pIPCObject == NULL ");
+}
+
+struct counterObject : QOR_BaseHelper::ipcObjectHeader {
+    counterObject() : m_nCount(0) { InitHeader(4096, 2001); }
+    int32_t m_nCount;
+};
+
+TEST(Frame, TheExampleOfItsHeaderWorks) {
+    QOR_BaseHelper::ipcObjectFrame<counterObject> frame;
+    frame.OpenShareObject("app_counter", 4096);
+    frame.getObject()->AssertHeader("app_counter", 4096, 2001);
+    if (frame.Lock(-1)) {
+        counterObject* pCounter = frame.getObject();
+        QOR_ChainHelper::storeShareWord(pCounter->m_nCount, pCounter->m_nCount + 1);
+        frame.Unlock();
+    }
+    EXPECT_EQ(1, frame.getObject()->m_nCount);
+    frame.CloseShareObject();
+    removeSegment("app_counter");
 }
 
 struct noMapFile : chMapFile_Local {

@@ -411,6 +411,20 @@ TEST(Mutex, ASecondSuccessfulLockOfTheSameObjectIsFatal) {
     mutex.Unlock();
 }
 
+TEST(Mutex, TheExampleOfItsHeaderWorks) {
+    bool bAlone = false;
+    QOR_BaseHelper::chMutex mutex;
+    mutex.OpenMutex("app_table");
+    if (mutex.Lock(1000)) {
+        bAlone = true;
+        mutex.Unlock();
+    }
+    mutex.CloseMutex();
+    EXPECT_TRUE(bAlone);
+    mutex.OpenMutex("app_table");
+    mutex.DestroyMutex();
+}
+
 TEST(Mutex, ItsFieldsAreTheStatedOnes) {
     EXPECT_EQ(sizeof(xFileKey), sizeof(void*));
     EXPECT_EQ(sizeof(xSemaphore), sizeof(void*) + 8);

@@ -11,12 +11,13 @@
 ///
 /// `T` begins with an `ipcObjectHeader` and holds fixed-width words and bytes only. Its constructor builds
 /// the whole initial state and calls InitHeader() as its **last** statement: the type number, which is never
-/// 0, is what makes the object count as constructed. The memory is all zero when the constructor starts.
+/// 0, is what makes the object count as constructed. The memory is all zero when the constructor starts;
+/// what the constructor leaves alone stays so.
 ///
 /// @code
 /// struct counterObject : QOR_BaseHelper::ipcObjectHeader {
-///     counterObject() { InitHeader(4096, 2001); }
-///     int32_t m_nCount;                          // still zero
+///     counterObject() : m_nCount(0) { InitHeader(4096, 2001); }
+///     int32_t m_nCount;
 /// };
 /// QOR_BaseHelper::ipcObjectFrame<counterObject> frame;
 /// frame.OpenShareObject("app_counter", 4096);
