@@ -16,13 +16,18 @@ namespace {
 
 class ShareProcess : public testing::Test {
 protected:
-    void SetUp() override { watch("parent"); }
+    void SetUp() override;
     void TearDown() override { alarm(0); }
 };
 
 enum deathPoint { dieNever, dieAtStart, dieInTheMiddle, dieBetweenHeaderWords };
 deathPoint s_dieAt = dieNever;
 int s_nConstructed = 0;
+
+void ShareProcess::SetUp() {
+    watch("parent");
+    s_nConstructed = 0;
+}
 
 struct sampleObject : ipcObjectHeader {
     sampleObject() {

@@ -35,7 +35,7 @@ struct slowObject {
 
 TEST(Singleton, ConcurrentFirstCallersGetOneObjectAndAreWarned) {
     using single = processSingleton<slowObject>;
-    EXPECT_EQ(nullptr, single::pData());
+    ASSERT_EQ(nullptr, single::pData());
     int fd[2];
     ASSERT_EQ(0, pipe(fd));
     const int fdOld = dup(STDERR_FILENO);
