@@ -1,0 +1,303 @@
+/// @file
+/// Threads of the message system: handles onto any thread, the registered thread itself, and the registry of a
+/// process's threads and wake-up events.
+///
+/// A thread takes part by registering under a name that is free on the whole device. It then owns a queue in the
+/// share segment and a wake-up event named after its task id, and runs a loop that handles messages and timers.
+///
+/// - chThreadBase sends and posts to the thread behind a queue. It is cheap, made for one use, and never touches a
+///   queue that has gone.
+/// - chThreadRemote finds its queue by thread name or task id.
+/// - chThreadLocal is a thread of this process: derive from it (or give it a callback), register it with
+///   uCSystemShareHelper::CreateLocalThread() on its own thread, run it, unregister it there.
+///
+/// @code
+/// QOR_MsgQueueHelper::chThreadRemote panel("panel");
+/// BOOL bReplied = 0;
+/// int nLevel = panel.SendThreadMsgEx(0x200, 0, 0, 0, NULL, 100, &bReplied);
+/// @endcode
+///
+/// A time-out is in milliseconds, -1 means no limit. Extra data are 0 to 1,024 bytes, copied; a size outside that
+/// range is a fatal assertion. Read on in ShareHelper.h.
+#ifndef QOR_MSGQUEUEHELPER_THREAD_H
+#define QOR_MSGQUEUEHELPER_THREAD_H
+
+#include "qor/BaseHelper/Sync.h"
+#include "qor/ListHelper.h"
+#include "qor/MsgQueueHelper/Processer.h"
+#include "qor/MsgQueueHelper/Queue.h"
+#include "qor/MsgQueueHelper/Timer.h"
+#include "qor/StringHelper.h"
+
+namespace QOR_MsgQueueHelper {
+
+/// What chThreadBase puts into a message before it shows it to the target.
+struct msgDraft;
+
+/// The sending side of any thread. One thread may use it at a time.
+class QOR_API chThreadBase {
+public:
+    /// Bound to a queue, or to none.
+    explicit chThreadBase(chMsgQueue* pMsgQueue = NULL);
+
+    /// Binds to a queue and its task; null unbinds. The caller knows that the queue exists.
+    void setMsgQueue(chMsgQueue* pMsgQueue);
+    /// The queue. Fatal: none is bound.
+    chMsgQueue* getMsgQueue() const;
+    /// The task id of the thread, 0 when unbound.
+    int getTaskId() const { return m_idTask; }
+    /// Whether the queue still exists and its task still runs; otherwise unbinds and answers false.
+    bool IsThreadAlive();
+    /// Whether the caller is this thread.
+    bool IsCalledByThisThread() const;
+
+    /// Posts a message without extra data; see PostThreadMsgEx().
+    BOOL PostThreadMsg(UINT uMsg, UINT wParam, int lParam);
+    /// Posts a message: 1, or 0 when the thread is gone. Ids 0x70001, 0xA0006, 0x70006, 0x70007 and 0x70002 are
+    /// never posted to another thread but sent or delivered, which blocks.
+    BOOL PostThreadMsgEx(UINT uMsg, UINT wParam, int lParam, int nExtraSize, const void* pExtraData);
+    /// Sends a message to another thread and waits for its reply. Returns the result, -1 when the thread is gone
+    /// or the time-out passed; *pbReplied (may be null) tells whether it replied. A message closed by a time-out
+    /// before the thread took it is never handled. Fatal: called by the thread itself.
+    int SendThreadMsgEx(UINT uMsg, UINT wParam, int lParam, int nExtraSize, const void* pExtraData, int nTimeout,
+                        int* pbReplied);
+    /// Delivers a message to another thread and waits until that thread has taken it: 1, or 0 when the thread is
+    /// gone or the time-out passed. Fatal: called by the thread itself, extra data without size or the reverse.
+    BOOL DeliverThreadMsgEx(UINT uMsg, UINT wParam, int lParam, int nExtraSize, const void* pExtraData, int nTimeout);
+
+    /// A step of its own: allocates a message of status MT_ALLOCATED in the thread's queue; null when the thread is
+    /// gone. The sends and posts above do all their steps under one hold of the mutex instead.
+    msgObject* AllocThreadMessage(int nPriority, bool bWaitingReply, int nExtraSize, const void* pExtraData);
+    /// A step of its own: shows the message to the thread, without waking it. Returns 1.
+    BOOL EmitThreadMessage(msgObject& objMessage);
+    /// A step of its own: wakes the thread and waits for its reply. Fatal: a posted message.
+    BOOL WaitThreadMessageReply(msgObject& objMessage, int nTimeout);
+    /// A step of its own: wakes the thread and waits until it has taken the message. Fatal: a posted message.
+    BOOL WaitThreadMessageReceived(msgObject& objMessage, int nTimeout);
+    /// A step of its own: ends a send and returns the result; the record is freed when the thread has finished
+    /// with it. Returns -1 and leaves the record alone when the thread is gone. Fatal: an impossible status.
+    int CloseSendMessage(msgObject& objMessage);
+    /// A step of its own, by the receiving thread: ends the handling of a message. Fatal: an impossible status.
+    void AfterProcessMessage(msgObject& objMessage);
+
+    /// Binds to the queue at this address if it is one, under the mutex; whether it is.
+    bool BindIfValid(chMsgQueue* pMsgQueue);
+    /// Binds to an address that may be no queue: it is checked, and its task read, at the first use.
+    void BindHandle(chMsgQueue* pMsgQueue);
+
+protected:
+    /// Allocates, fills and emits in one hold of the segment's mutex; null when the thread is gone.
+    msgObject* EmitDraft(const msgDraft& draft);
+    /// EmitDraft() without the trace line.
+    msgObject* PutDraft(const msgDraft& draft);
+
+    int32_t m_idTask;         ///< the task that owns the queue
+    chMsgQueue* m_pMsgQueue;  ///< the queue in the mapped segment, or null
+
+private:
+    enum class waitState { waiting, done, gone };
+    struct recordLook {
+        waitState state;
+        int nStatus;
+    };
+    struct recordWait {
+        bool bReceipt;  // wait until the message is taken, not until it is answered
+        UINT uMsg;
+        QOR_BaseHelper::chEvent* pEvent;  // the caller's own
+        int* pnResult;                    // not null: close the record at the end and store its result
+    };
+
+    bool IsQueueBound();
+    recordLook LookAtRecord(msgObject& objMessage, const recordWait& wait, bool bGiveUp);
+    BOOL GiveUpRecord(msgObject& objMessage, const recordWait& wait);
+    BOOL WaitRecord(msgObject& objMessage, const recordWait& wait, int nTimeout);
+    BOOL WaitAlone(msgObject& objMessage, bool bReceipt, int nTimeout);
+    BOOL EmitAndWait(const msgDraft& draft, bool bReceipt, int nTimeout, int* pnResult);
+};
+
+/// A handle onto the thread behind a name or a task id.
+class QOR_API chThreadRemote : public chThreadBase {
+public:
+    chThreadRemote() {}
+    /// Binds to the queue of a task, when it has one.
+    explicit chThreadRemote(int idTask) { CreateRemoteThread(idTask); }
+    /// Binds to the queue of that name, when there is one. Fatal: an empty name.
+    explicit chThreadRemote(const char* lpszName) { CreateRemoteThread(lpszName); }
+    /// Unbinds.
+    ~chThreadRemote() { DestroyRemoteThread(); }
+
+    /// Binds to the queue of that name; whether there is one. Fatal: an empty name.
+    BOOL CreateRemoteThread(const char* lpszName);
+    /// Binds to the queue of that task; whether there is one.
+    BOOL CreateRemoteThread(int idTask);
+    /// Unbinds.
+    void DestroyRemoteThread() { setMsgQueue(NULL); }
+    /// Sends without extra data and time-out.
+    int SendThreadMsg(UINT uMsg, UINT wParam, int lParam);
+};
+
+/// A thread of this process. Derive to handle messages in TryThreadMessage(), or give a callback.
+class QOR_API chThreadLocal : public chMsgProcesser, public chThreadBase {
+public:
+    /// A thread not yet registered. An empty name becomes the caller's task id in hexadecimal and ":tid#".
+    chThreadLocal(const char* lpszThreadName, int (*pMsgCallbackEx)(simpMSG*));
+
+    /// Calls the callback with the message's view and stores its value as the result; returns 1.
+    /// Without a callback, sets the result to -1 and returns 0.
+    int TryThreadMessage(msgObject& objMessage) override;
+    /// Fatal: still registered.
+    ~chThreadLocal() override;
+    /// Called on a launched thread after it has registered; does nothing here.
+    virtual void AfterThreadLaunched();
+    /// Called on a launched thread before it unregisters. Fatal: called by another thread.
+    virtual void BeforeThreadShutdown();
+    /// Gives a message to the hookers, then to a proxy method, a timer's method or TryThreadMessage().
+    /// Returns the handler's value. Fatal: called by another thread.
+    virtual int DefaultProcessMessage(msgObject& objMessage);
+
+    /// Runs the loop until the quit message; returns its wParam.
+    int Run();
+    /// One pass: timers, one message, or the idle message and a wait. Returns the id handled, 0 when idle, 0x8002
+    /// when not running. Fatal: called by another thread.
+    UINT ProcessThreadMessageOnce();
+    /// Handles messages for nTime ms, for a handler that has to wait; whether the thread still runs.
+    /// Fatal: nTime not above 0.
+    BOOL Dogsleep(int nTime);
+    /// Takes and handles one message; its id as read, 0 when none waits.
+    UINT ProcessOneMessageFromQueue();
+    /// Offers a message to the hookers in order; the first value other than 0, or 0.
+    int ProcessHookMessage(msgObject& objMessage);
+    /// Calls a method of a processor: TryThreadMessage() without one, this thread's without a processor.
+    int CallMessageMeth(chMsgProcesser* pProcesser, msgMethod pMethod, msgObject& objMessage);
+
+    /// Sends without extra data and time-out.
+    int SendThreadMsg(UINT uMsg, UINT wParam, int lParam);
+    /// Delivers without extra data and time-out.
+    BOOL DeliverThreadMsg(UINT uMsg, UINT wParam, int lParam);
+    /// As chThreadBase::SendThreadMsgEx(); called by the thread itself, handles the message at once.
+    int SendThreadMsgEx(UINT uMsg, UINT wParam, int lParam, int nExtraSize, const void* pExtraData, int nTimeout,
+                        int* pbReplied);
+    /// As chThreadBase::DeliverThreadMsgEx(); called by the thread itself, handles the message at once.
+    BOOL DeliverThreadMsgEx(UINT uMsg, UINT wParam, int lParam, int nExtraSize, const void* pExtraData, int nTimeout);
+    /// Has a method of an object of this process run on this thread; whether it was posted.
+    BOOL PostProxyMessage(UINT uMsg, UINT wParam, int lParam, chMsgProcesser* pProcesser, msgMethod pMethod);
+    /// Has a method run on this thread and waits for its result.
+    int SendProxyMessage(UINT uMsg, UINT wParam, int lParam, chMsgProcesser* pProcesser, msgMethod pMethod);
+
+    /// The thread's name.
+    const char* GetThreadName() const { return m_strThreadName; }
+    /// The real-time priority to launch with; -1 for default scheduling.
+    void SetPriority(int nPriority) { m_nPriority = nPriority; }
+    /// Whether the thread is registered and has not handled the quit message.
+    BOOL IsRuning() const { return m_bRuning; }
+    /// How often the loop found the queue empty.
+    UINT GetIdleCount() const { return m_nIdleCount; }
+    /// The quit message's wParam; -1 until then.
+    int GetExitCode() const { return m_nExitCode; }
+    /// The thread's timers.
+    chTimerQueue& GetTimerQueue() { return m_objTimerQueue; }
+
+private:
+    friend class chProcessLocal;
+    friend class uCSystemShareHelper;
+    friend class chMsgHooker;
+    friend class chThreadTimer;
+
+    int DispatchMessage(msgObject& objMessage);
+    int CallProxy(msgObject& objMessage);
+    int CallTimer(msgObject& objMessage);
+    void ProcessIdle();
+    void WaitForWork(int nTime);
+    int HandleOwnMessage(msgDraft draft, int* pbReplied);
+    void Abandon();
+
+    chTimerQueue m_objTimerQueue;
+    QOR_ListHelper::chObjList_dynamic<chMsgHooker*, 16> m_listHooker;
+    int (*m_pMsgCallbackEx)(simpMSG*);
+    QOR_StringHelper::chReferenceStringT<char> m_strThreadName;
+    UINT m_nIdleCount;
+    int m_nPriority;
+    unsigned long m_idThread;
+    BOOL m_bRuning;
+    int m_nExitCode;
+    QOR_BaseHelper::chEvent* m_pTaskEvent;
+};
+
+/// The registered threads of this process and the wake-up events that it has opened. Any thread may call it; its
+/// lock is innermost: no segment's mutex is taken while it is held.
+class QOR_API chProcessLocal {
+public:
+    chProcessLocal();
+
+    /// The registered thread of that name, or null. Fatal: an empty name.
+    chThreadLocal* GetLocalThreadByName(const char* lpszThreadName);
+    /// The registered thread of that task, or null.
+    chThreadLocal* GetLocalThreadByTaskID(int idTask);
+    /// The registered thread that owns the queue, or null. The address is compared, never followed.
+    chThreadLocal* GetLocalThreadByQueue(const chMsgQueue* pMsgQueue);
+    /// The caller's own registered thread, or null.
+    chThreadLocal* GetCurrentThreadObject();
+    /// Whether the object is registered. It is compared, never followed.
+    bool IsValidLocalThread(const chThreadLocal* pThread);
+
+    /// Lists a thread and sets it running. Fatal: called by another thread.
+    void RegisterLocalThread(chThreadLocal& objThread);
+    /// Removes a thread's wake-up event and takes the thread from the list. Fatal: null.
+    void UnregisterLocalThread(chThreadLocal* pLocalThread);
+    /// Starts a thread that registers the object, runs it and unregisters it; blocks until it has registered,
+    /// warning every 3,000 ms. Returns 1. Fatal: already registered.
+    BOOL LaunchLocalThread(chThreadLocal& objThread);
+    /// Posts quit to a registered thread and joins it; anything else does nothing. Fatal: the caller's own thread.
+    void ShutdownLocalThread(chThreadLocal* pThread);
+
+    /// The wake-up event of a task, opened on first use; null with a warning when the task does not exist.
+    /// The pointer is valid until the task ends or the event is removed.
+    QOR_BaseHelper::chEvent* GetTaskEventObject(int idTask);
+    /// Forgets the event of a task, and destroys it when this process created it.
+    void RemoveTaskEventObject(int idTask);
+    /// Forgets the events of tasks that no longer exist.
+    void ClearGhostEventObject();
+    /// Signals a task's wake-up event; 1 also for the caller's own task, which is not signalled, and 0 when the task
+    /// is gone.
+    BOOL AwakeTask(int idTask);
+    /// AwakeTask() for a task that the caller has just found alive: it does not ask the kernel again.
+    BOOL AwakeLiveTask(int idTask);
+    /// The calling task's own wake-up event.
+    QOR_BaseHelper::chEvent* GetCurrentTaskEvent();
+    /// Makes the calling task's own event anew, whatever a dead predecessor of the same task id left behind.
+    QOR_BaseHelper::chEvent* CreateOwnTaskEvent();
+
+    /// In a child after fork: no thread is registered and no event is open. Runs by itself.
+    void fork_reset();
+    /// Around fork: holds the lock, so that the child finds the lists whole.
+    void fork_prepare();
+    /// In the parent after fork.
+    void fork_parent();
+
+private:
+    typedef QOR_ListHelper::chObjList_dynamic<chThreadLocal*, 16> chLocalThreadList;
+    typedef QOR_ListHelper::chMapList_dynamic<int, QOR_BaseHelper::chEvent, 16> chTaskEventMap;
+
+    typedef std::vector<int> ghostEventList;
+
+    template <typename Fn>
+    chThreadLocal* FindThread(Fn fnMatch);
+    ghostEventList SweepTaskEvents(bool bNow);
+    QOR_BaseHelper::chEvent* FindOrOpenEvent(int idTask, bool bExisting);
+    void ForgetEvent(int idTask);
+
+    QOR_BaseHelper::chCriticalSection m_csLocal;
+    chLocalThreadList listLocalThread;
+    chTaskEventMap m_mapTaskEvent;
+    unsigned long long m_uLastSweep;
+};
+
+/// Starts a POSIX thread; 0 on failure, with a warning. nPriority is a SCHED_FIFO priority or -1; a refused priority
+/// warns and the thread starts all the same if it can.
+QOR_API unsigned long chCreateThread(void* (*lpEntry)(void*), const void* pArg, int nPriority);
+/// Waits for the end of a thread. Fatal: the calling thread itself.
+QOR_API void chJoinThread(unsigned long idThreadID);
+
+}  // namespace QOR_MsgQueueHelper
+
+#endif

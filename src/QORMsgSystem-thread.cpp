@@ -1,0 +1,332 @@
+// The registered thread: its loop, its dispatch, and messages to itself.
+//
+// A handler may unregister its own thread, and even delete the thread object, or come back as another process after a
+// fork. So after every handler the unregistration epoch of the calling thread is compared, and when it has moved,
+// neither the object nor the message is touched again.
+#include <vector>
+
+#define QOR_MODULE "QORMsgSystem"
+#include "internal/message.h"
+#include "internal/report.h"
+#include "internal/scope_lock.h"
+#include "qor/BaseHelper/Tick.h"
+#include "qor/MiscHelper.h"
+#include "qor/MsgQueueHelper/ShareHelper.h"
+#include "qor/TraceHelper.h"
+#include "qor/flat.h"
+
+using namespace QOR_ChainHelper;
+using QOR_TraceHelper::qorTrace;
+
+namespace QOR_MsgQueueHelper {
+
+namespace {
+
+constexpr int idleWait = 50;         // ms of an idle wait without timers
+constexpr int sliceForWork = 1000;   // ms after which a long idle wait looks into the queue
+
+thread_local unsigned t_uUnregistEpoch = 0;
+
+uCSystemShareHelper& share() { return *uCSystemShareHelpergetGlobalObject(); }
+
+}  // namespace
+
+unsigned getUnregistEpoch() { return t_uUnregistEpoch; }
+
+void bumpUnregistEpoch() { ++t_uUnregistEpoch; }
+
+// ---- construction
+
+chThreadLocal::chThreadLocal(const char* lpszThreadName, int (*pMsgCallbackEx)(simpMSG*))
+    : m_pMsgCallbackEx(pMsgCallbackEx),
+      m_nIdleCount(0),
+      m_nPriority(-1),
+      m_idThread(0),
+      m_bRuning(0),
+      m_nExitCode(-1),
+      m_pTaskEvent(NULL) {
+    if (QOR_StringHelper::textEMPTY(lpszThreadName))
+        m_strThreadName.Format("%x:tid#", QOR_MiscHelper::qorGetCurrentTaskId());
+    else
+        m_strThreadName = lpszThreadName;
+}
+
+chThreadLocal::~chThreadLocal() {
+    QOR_ASSERT(!m_bRuning);
+    QOR_ASSERT(m_pMsgQueue == NULL);
+    for (auto it = m_listHooker.begin(); it != m_listHooker.end(); ++it)
+        (*it)->m_pHostThread = NULL;
+    m_listHooker.clear();
+}
+
+int chThreadLocal::TryThreadMessage(msgObject& objMessage) {
+    if (m_pMsgCallbackEx == NULL)
+        return chMsgProcesser::TryThreadMessage(objMessage);
+    const unsigned uEpoch = getUnregistEpoch();
+    const int nResult = m_pMsgCallbackEx(objMessage.GetSimpMSG());
+    if (uEpoch == getUnregistEpoch())
+        objMessage.SetResult(nResult);
+    return 1;
+}
+
+void chThreadLocal::AfterThreadLaunched() {}
+
+void chThreadLocal::BeforeThreadShutdown() { QOR_ASSERT(IsCalledByThisThread()); }
+
+// The child of a fork finds the threads of its parent: they do not run here, and their queues are not theirs.
+void chThreadLocal::Abandon() {
+    m_objTimerQueue.AbandonTimers();
+    m_bRuning = 0;
+    m_idThread = 0;
+    m_pTaskEvent = NULL;
+    setMsgQueue(NULL);
+}
+
+// ---- loop
+
+int chThreadLocal::Run() {
+    const unsigned uEpoch = getUnregistEpoch();
+    while (m_bRuning) {
+        ProcessThreadMessageOnce();
+        if (uEpoch != getUnregistEpoch())
+            return -1;
+    }
+    return m_nExitCode;
+}
+
+UINT chThreadLocal::ProcessThreadMessageOnce() {
+    if (!QOR_ASSERT(IsCalledByThisThread()))
+        return 0;
+    if (!m_bRuning)
+        return TM_THREAD_QUIT;
+    m_objTimerQueue.EmitTimersOnTime();
+    // What was signalled so far is in the queue by now; what comes later is signalled again.
+    m_pTaskEvent->ResetEvent();
+    const UINT uMsg = ProcessOneMessageFromQueue();
+    if (uMsg == 0)
+        ProcessIdle();
+    return uMsg;
+}
+
+void chThreadLocal::ProcessIdle() {
+    ++m_nIdleCount;
+    msgObject objMessage(TM_THREAD_IDLE, 0, 0);
+    const unsigned uEpoch = getUnregistEpoch();
+    DefaultProcessMessage(objMessage);
+    if (uEpoch != getUnregistEpoch())
+        return;
+    if (objMessage.GetExtraData() != NULL)
+        objMessage.ResetExtraData(0, NULL);
+    const int nResult = objMessage.GetResult();
+    if (nResult == 0)
+        return;
+    const int nTimer = m_objTimerQueue.GetNextTimerTicks();
+    if (nResult < 0)
+        WaitForWork(nTimer >= 0 ? nTimer : idleWait);
+    else
+        WaitForWork(nTimer >= 0 && nTimer < nResult ? nTimer : nResult);
+}
+
+// The signal of a poster that dies at once is taken back with it; so a long wait looks into the queue now and then.
+void chThreadLocal::WaitForWork(int nTime) {
+    for (int nLeft = nTime; !m_pTaskEvent->WaitEvent(nLeft < sliceForWork ? nLeft : sliceForWork); nLeft -= sliceForWork) {
+        if (nLeft <= sliceForWork)
+            return;
+        scopeShareLock<chSystemShareFrame> lock(share());
+        if (m_pMsgQueue->HasMessage())
+            return;
+    }
+}
+
+BOOL chThreadLocal::Dogsleep(int nTime) {
+    if (!QOR_ASSERT(nTime > 0))
+        return m_bRuning;
+    const unsigned long long uDeadline = QOR_BaseHelper::qorGetTickCount() + static_cast<unsigned>(nTime);
+    const unsigned uEpoch = getUnregistEpoch();
+    while (m_bRuning && QOR_BaseHelper::qorGetTickCount() < uDeadline) {
+        ProcessThreadMessageOnce();
+        if (uEpoch != getUnregistEpoch())
+            return 0;
+    }
+    return m_bRuning;
+}
+
+UINT chThreadLocal::ProcessOneMessageFromQueue() {
+    msgObject* pMessage = NULL;
+    {
+        scopeShareLock<chSystemShareFrame> lock(share());
+        pMessage = m_pMsgQueue->read_message();
+    }
+    if (pMessage == NULL)
+        return 0;
+    const UINT uMsg = loadShareWord(pMessage->uMsg);
+    if (uMsg > maxUntracedMsg)
+        qorTrace(3, "Processing message 0x%x ...", uMsg);
+    const unsigned uEpoch = getUnregistEpoch();
+    DefaultProcessMessage(*pMessage);
+    if (uEpoch == getUnregistEpoch())
+        AfterProcessMessage(*pMessage);
+    return uMsg;
+}
+
+// ---- dispatch
+
+int chThreadLocal::DefaultProcessMessage(msgObject& objMessage) {
+    if (!QOR_ASSERT(IsCalledByThisThread()))
+        return 0;
+    const unsigned uEpoch = getUnregistEpoch();
+    int nHandled = ProcessHookMessage(objMessage);
+    if (uEpoch == getUnregistEpoch() && nHandled == 0)
+        nHandled = DispatchMessage(objMessage);
+    if (uEpoch == getUnregistEpoch() && loadShareWord(objMessage.uMsg) == TM_THREAD_QUIT) {
+        m_bRuning = 0;
+        m_nExitCode = static_cast<int>(loadShareWord(objMessage.wParam));
+    }
+    return nHandled;
+}
+
+// A hooker may go away while it handles the message, and take others with it: what is still listed is asked, each once.
+int chThreadLocal::ProcessHookMessage(msgObject& objMessage) {
+    if (m_listHooker.empty())
+        return 0;
+    std::vector<chMsgHooker*> listHooker;
+    for (auto it = m_listHooker.begin(); it != m_listHooker.end(); ++it)
+        listHooker.push_back(*it);
+    const unsigned uEpoch = getUnregistEpoch();
+    for (chMsgHooker* pHooker : listHooker) {
+        if (m_listHooker.find(pHooker) == m_listHooker.end())
+            continue;
+        const int nHandled = pHooker->TryThreadMessage(objMessage);
+        if (nHandled != 0 || uEpoch != getUnregistEpoch())
+            return nHandled;
+    }
+    return 0;
+}
+
+int chThreadLocal::DispatchMessage(msgObject& objMessage) {
+    switch (loadShareWord(objMessage.uMsg)) {
+        case TM_MESSAGE_PROXY:
+            return CallProxy(objMessage);
+        case TM_MESSAGE_TIMER:
+            return CallTimer(objMessage);
+        default:
+            return TryThreadMessage(objMessage);
+    }
+}
+
+int chThreadLocal::CallProxy(msgObject& objMessage) {
+    if (!QOR_ASSERT(objMessage.GetExtraSize() == sizeof(msgProxy)))
+        return 0;
+    msgProxy proxy;
+    memcpy(&proxy, objMessage.GetExtraData(), sizeof(proxy));
+    objMessage.ResetExtraData(0, NULL);
+    storeShareWord(objMessage.uMsg, proxy.m_uMsg);
+
+    BOOL bKnown = 0;
+    chMsgProcesser* pProcesser = decodeMessageProcesser(proxy.m_uProcesser);
+    const msgMethod pMethod = decodeMessageMethod(proxy.m_objMethod, &bKnown);
+    // Words that this process never made are as dead as an object that has gone.
+    if ((proxy.m_uProcesser != 0 && pProcesser == NULL) || !bKnown) {
+        void* pGone = reinterpret_cast<void*>(static_cast<uintptr_t>(proxy.m_uProcesser));
+        QOR_TraceHelper::qorOutputWarningString("Skip %p TM_MESSAGE_PROXY:%x while object pass away", pGone, proxy.m_uMsg);
+        return 0;
+    }
+    return CallMessageMeth(pProcesser, pMethod, objMessage);
+}
+
+int chThreadLocal::CallTimer(msgObject& objMessage) {
+    chThreadTimer* pTimer = m_objTimerQueue.FindTimerByWord(loadShareWord(objMessage.wParam));
+    if (!QOR_WARN_TEXT(pTimer != NULL && pTimer->m_pEmitedMessage == &objMessage, "timer message without its timer"))
+        return 0;
+    pTimer->m_pEmitedMessage = NULL;
+    objMessage.SetMessage(TM_THREAD_TIMER, pTimer->m_nTimerID, loadShareWord(objMessage.lParam));
+    m_objTimerQueue.InstallTimerToQueue(pTimer);
+    return CallMessageMeth(pTimer->m_pProcesser, pTimer->m_pMethod, objMessage);
+}
+
+int chThreadLocal::CallMessageMeth(chMsgProcesser* pProcesser, msgMethod pMethod, msgObject& objMessage) {
+    if (pProcesser == NULL)
+        return TryThreadMessage(objMessage);
+    if (pMethod == NULL)
+        return pProcesser->TryThreadMessage(objMessage);
+    return (pProcesser->*pMethod)(objMessage);
+}
+
+// ---- messages to oneself
+
+int chThreadLocal::SendThreadMsg(UINT uMsg, UINT wParam, int lParam) {
+    return SendThreadMsgEx(uMsg, wParam, lParam, 0, NULL, -1, NULL);
+}
+
+BOOL chThreadLocal::DeliverThreadMsg(UINT uMsg, UINT wParam, int lParam) {
+    return DeliverThreadMsgEx(uMsg, wParam, lParam, 0, NULL, -1);
+}
+
+int chThreadLocal::SendThreadMsgEx(UINT uMsg, UINT wParam, int lParam, int nExtraSize, const void* pExtraData, int nTimeout,
+                                   int* pbReplied) {
+    if (!IsCalledByThisThread())
+        return chThreadBase::SendThreadMsgEx(uMsg, wParam, lParam, nExtraSize, pExtraData, nTimeout, pbReplied);
+    return HandleOwnMessage(makeDraft(uMsg, wParam, lParam, nExtraSize, pExtraData, true), pbReplied);
+}
+
+BOOL chThreadLocal::DeliverThreadMsgEx(UINT uMsg, UINT wParam, int lParam, int nExtraSize, const void* pExtraData,
+                                       int nTimeout) {
+    if (!IsCalledByThisThread())
+        return chThreadBase::DeliverThreadMsgEx(uMsg, wParam, lParam, nExtraSize, pExtraData, nTimeout);
+    if (!QOR_ASSERT((nExtraSize > 0 && pExtraData != NULL) || (pExtraData == NULL && nExtraSize == 0)))
+        return 0;
+    BOOL bHandled = 0;
+    HandleOwnMessage(makeDraft(uMsg, wParam, lParam, nExtraSize, pExtraData, true), &bHandled);
+    return bHandled;
+}
+
+// The record never shows as emitted, so the loop does not read it when the handler runs a pass of its own.
+int chThreadLocal::HandleOwnMessage(msgDraft draft, int* pbReplied) {
+    if (pbReplied != NULL)
+        *pbReplied = 0;
+    if (!QOR_ASSERT_TEXT(draft.nExtraSize >= 0 && draft.nExtraSize <= 1024, "nExtraSize >= 0 && nExtraSize <= 1024"))
+        return -1;
+    draft.nStatus = MT_READ;
+    msgObject* pMessage = PutDraft(draft);
+    if (pMessage == NULL)
+        return -1;
+    const unsigned uEpoch = getUnregistEpoch();
+    DefaultProcessMessage(*pMessage);
+    if (pbReplied != NULL)
+        *pbReplied = 1;
+    if (uEpoch != getUnregistEpoch())
+        return -1;
+    scopeShareLock<chSystemShareFrame> lock(share());
+    const int nResult = pMessage->GetResult();
+    pMessage->SetStatus(MT_PROCESSED);
+    m_pMsgQueue->FreeMessage(pMessage);
+    return nResult;
+}
+
+// ---- proxies
+
+namespace {
+
+msgProxy makeProxy(UINT uMsg, const chMsgProcesser* pProcesser, msgMethod pMethod) {
+    msgProxy proxy = {};
+    proxy.m_uMsg = uMsg;
+    proxy.m_uProcesser = encodeMessageProcesser(pProcesser);
+    proxy.m_objMethod = encodeMessageMethod(pMethod);
+    return proxy;
+}
+
+}  // namespace
+
+BOOL chThreadLocal::PostProxyMessage(UINT uMsg, UINT wParam, int lParam, chMsgProcesser* pProcesser, msgMethod pMethod) {
+    qorTrace(3, "PostProxyMessage message 0x%x %d, %d...", uMsg, static_cast<int>(wParam), lParam);
+    const msgProxy proxy = makeProxy(uMsg, pProcesser, pMethod);
+    return PostThreadMsgEx(TM_MESSAGE_PROXY, wParam, lParam, sizeof(proxy), &proxy);
+}
+
+int chThreadLocal::SendProxyMessage(UINT uMsg, UINT wParam, int lParam, chMsgProcesser* pProcesser, msgMethod pMethod) {
+    qorTrace(3, "SendProxyMessage message 0x%x %d, %d...", uMsg, static_cast<int>(wParam), lParam);
+    const msgProxy proxy = makeProxy(uMsg, pProcesser, pMethod);
+    return SendThreadMsgEx(TM_MESSAGE_PROXY, wParam, lParam, sizeof(proxy), &proxy, -1, NULL);
+}
+
+}  // namespace QOR_MsgQueueHelper

@@ -1,0 +1,67 @@
+// What the sources of the message system share.
+#ifndef QOR_INTERNAL_MESSAGE_H
+#define QOR_INTERNAL_MESSAGE_H
+
+#include <string>
+#include <vector>
+
+#include "qor/MsgQueueHelper/Queue.h"
+#include "qor/Types.h"
+
+namespace QOR_MsgQueueHelper {
+
+// The size of a record's chain node, which stands in front of every queue and message.
+constexpr size_t sizeChainNode = sizeof(QOR_ChainHelper::list_chain_offset);
+
+// Ids up to this one are never traced.
+constexpr UINT maxUntracedMsg = 15;
+
+// A message before it is in a queue.
+struct msgDraft {
+    UINT uMsg;
+    UINT wParam;
+    int lParam;
+    int nExtraSize;
+    const void* pExtraData;
+    bool bWaitingReply;
+    int nPriority;
+    msgStatus nStatus;  // what the record shows once it is complete
+};
+
+// A message to post, or to send when bWaitingReply is set. Without data there is no size.
+inline msgDraft makeDraft(UINT uMsg, UINT wParam, int lParam, int nExtraSize, const void* pExtraData,
+                          bool bWaitingReply) {
+    return {uMsg, wParam, lParam, pExtraData != NULL ? nExtraSize : 0, pExtraData, bWaitingReply, 0, MT_EMITTED};
+}
+
+// Puts a complete message into a queue. The caller holds the mutex. Null behind a fatal assertion.
+msgObject* putMessage(chMsgQueue& objQueue, const msgDraft& draft);
+
+// A queue that was swept, for the trace line written when the mutex is free again.
+struct ghostQueue {
+    int idTask;
+    std::string strName;
+};
+
+// Frees the queues of dead tasks (and that of idOwn, when it is not 0: a dead predecessor's), their events, and the
+// finished messages of dead senders. The caller holds the mutex.
+void sweepGhostQueues(chMsgQueueManager& objManager, int idOwn, std::vector<ghostQueue>& listGhost);
+void traceGhostQueues(const std::vector<ghostQueue>& listGhost);
+
+// The name of a task's wake-up event.
+struct taskEventName {
+    explicit taskEventName(int idTask);
+    char szName[32];
+};
+
+// A clock in milliseconds that costs no kernel call where the platform offers one.
+unsigned long long getMonotonicMillisecond();
+
+// Counts how often threads were unregistered by the calling thread (or it became another process): a handler may
+// unregister its own thread, after which neither the thread object nor the message is touched again.
+unsigned getUnregistEpoch();
+void bumpUnregistEpoch();
+
+}  // namespace QOR_MsgQueueHelper
+
+#endif
