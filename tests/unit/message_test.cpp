@@ -1,0 +1,276 @@
+// Message records, queues, and the table of queues, over a segment of the test's own.
+#include <memory>
+
+#include "internal/message.h"
+#include "qor/MiscHelper.h"
+#include "support/message_thread.h"
+
+using namespace QOR_ChainHelper;
+using namespace QOR_MsgQueueHelper;
+
+namespace {
+
+// A share object in private memory that counts as a segment.
+class Message : public testing::Test {
+protected:
+    Message() : m_pObject(new chSystemShareObject) { registShareRange(m_pObject.get(), sizeof(chSystemShareObject)); }
+    ~Message() override { unregistShareRange(m_pObject.get()); }
+
+    chMsgQueueManager& manager() { return m_pObject->m_objManager; }
+    bool isPoolWhole() {
+        auto& pool = m_pObject->m_objPool;
+        pool.find_big_enough_cell(sizeof(m_pObject->m_aPool) + 1);
+        return pool.begin_cell()->is_free_cell() && pool.begin_cell()->get_pRight() == pool.end_cell();
+    }
+    int32_t wordAt(const void* p, int iWord) { return static_cast<const int32_t*>(p)[iWord]; }
+    msgObject* emit(chMsgQueue* pQueue, UINT uMsg, int nPriority = 0) {
+        msgObject* pMessage = pQueue->AllocMessage(nPriority, 0);
+        pMessage->SetMessage(uMsg, 0, 0);
+        pMessage->SetStatus(MT_EMITTED);
+        return pMessage;
+    }
+
+    std::unique_ptr<chSystemShareObject> m_pObject;
+};
+
+TEST_F(Message, TheSegmentBeginsWithHeaderPoolAndAnEmptyTable) {
+    EXPECT_EQ(65536, wordAt(m_pObject.get(), 0));
+    EXPECT_EQ(1006, wordAt(m_pObject.get(), 1));
+    EXPECT_EQ(65504, wordAt(m_pObject.get(), 2));  // pool size
+    EXPECT_EQ(24, wordAt(m_pObject.get(), 3));     // from the pool's record to its area
+    EXPECT_EQ(0, wordAt(m_pObject.get(), 6));      // an empty root points to itself
+    EXPECT_EQ(0, wordAt(m_pObject.get(), 7));
+    EXPECT_TRUE(isPoolWhole());
+}
+
+TEST_F(Message, AMessageBuiltOutsideAQueueHasItsStatedValues) {
+    msgObject objMessage(0x12345678, 0x9abcdef0, -7);
+    const int32_t aExpected[] = {0, -2, -1, 0, -1, 0x12345678, static_cast<int32_t>(0x9abcdef0), -7, 0};
+    for (int i = 0; i < 9; ++i)
+        EXPECT_EQ(aExpected[i], wordAt(&objMessage, i)) << "word " << i;
+    EXPECT_EQ(nullptr, objMessage.GetExtraData());
+    EXPECT_EQ(0, objMessage.GetExtraSize());
+}
+
+TEST_F(Message, AnAllocatedMessageIsInvisibleAndNamesItsSender) {
+    chMsgQueue* pQueue = manager().AllocMessageQueue("a");
+    msgObject* pMessage = pQueue->AllocMessage(0, 0);
+    EXPECT_EQ(MT_ALLOCATED, pMessage->GetStatus());
+    EXPECT_EQ(-1, wordAt(pMessage, 2));  // no extra data is all ones
+    EXPECT_EQ(nullptr, pMessage->GetExtraData());
+    EXPECT_EQ(-1, pMessage->GetResult());
+    EXPECT_EQ(QOR_MiscHelper::qorGetCurrentTaskId(), pMessage->m_idSender);
+    EXPECT_EQ(nullptr, pQueue->read_message());
+    EXPECT_TRUE(pQueue->IsQueuedMessage(pMessage));
+    manager().FreeMessageQueue(pQueue);
+    EXPECT_TRUE(isPoolWhole());
+}
+
+TEST_F(Message, ExtraDataIsABlockOfItsOwnNamedByItsDistance) {
+    chMsgQueue* pQueue = manager().AllocMessageQueue("a");
+    for (int nSize : {1, 4, 1023, 1024}) {
+        msgObject* pMessage = pQueue->AllocMessage(0, nSize);
+        EXPECT_EQ(nSize, pMessage->GetExtraSize());
+        EXPECT_EQ(reinterpret_cast<char*>(pMessage) + wordAt(pMessage, 2), pMessage->GetExtraData());
+        memset(pMessage->GetExtraData(), 0x5a, nSize);
+    }
+    pQueue->ClearQueue();
+    manager().FreeMessageQueue(pQueue);
+    EXPECT_TRUE(isPoolWhole());
+}
+
+TEST_F(Message, AnExtraPointerWithoutSizeOrTheReverseIsFatal) {
+    msgObject objMessage(1, 2, 3);
+    const char* lpszText = "\\[QORMsgSystem:[0-9]+\\] \\(pData == NULL && nExtraSize == 0\\) \\|\\| "
+                           "\\(pData != NULL && nExtraSize != 0\\) ";
+    EXPECT_EXIT(objMessage.set_pExtraData(4, NULL), testing::KilledBySignal(SIGABRT), lpszText);
+    EXPECT_EXIT(objMessage.set_pExtraData(0, &objMessage), testing::KilledBySignal(SIGABRT), lpszText);
+}
+
+TEST_F(Message, ResettingExtraDataReusesABlockOfTheSameSizeAndFreesAnother) {
+    chMsgQueue* pQueue = manager().AllocMessageQueue("a");
+    msgObject* pMessage = pQueue->AllocMessage(0, 0);
+    pMessage->ResetExtraData(5, "abcd");
+    ASSERT_EQ(5, pMessage->GetExtraSize());
+    EXPECT_STREQ("abcd", static_cast<char*>(pMessage->GetExtraData()));
+    void* pBlock = pMessage->GetExtraData();
+    pMessage->ResetExtraData(5, "wxyz");
+    EXPECT_EQ(pBlock, pMessage->GetExtraData());
+    EXPECT_STREQ("wxyz", static_cast<char*>(pMessage->GetExtraData()));
+    pMessage->ResetExtraData(5, NULL);
+    EXPECT_STREQ("wxyz", static_cast<char*>(pMessage->GetExtraData()));
+    pMessage->ResetExtraData(1024, NULL);
+    EXPECT_EQ(1024, pMessage->GetExtraSize());
+    pMessage->ResetExtraData(0, NULL);
+    EXPECT_EQ(nullptr, pMessage->GetExtraData());
+    EXPECT_EQ(-1, wordAt(pMessage, 2));
+    EXPECT_EQ(0, wordAt(pMessage, 3));
+    manager().FreeMessageQueue(pQueue);
+    EXPECT_TRUE(isPoolWhole());
+}
+
+TEST_F(Message, ExtraDataOutsideTheirLimitsAreFatal) {
+    chMsgQueue* pQueue = manager().AllocMessageQueue("a");
+    msgObject* pMessage = pQueue->AllocMessage(0, 0);
+    const char* lpszText = "\\[QORMsgSystem:[0-9]+\\] nExtraSize >= 0 && nExtraSize <= 1024 ";
+    EXPECT_EXIT(pMessage->ResetExtraData(-1, NULL), testing::KilledBySignal(SIGABRT), lpszText);
+    EXPECT_EXIT(pMessage->ResetExtraData(1025, NULL), testing::KilledBySignal(SIGABRT), lpszText);
+}
+
+TEST_F(Message, EqualPrioritiesKeepTheirOrderAndHigherOnesJumpAhead) {
+    chMsgQueue* pQueue = manager().AllocMessageQueue("a");
+    emit(pQueue, 1);
+    emit(pQueue, 2);
+    emit(pQueue, 3, 10);
+    emit(pQueue, 4, -5);
+    emit(pQueue, 5, 10);
+    emit(pQueue, 6, 0x7FFFFFFF);
+    emit(pQueue, 7);
+    for (UINT uExpected : {6u, 3u, 5u, 1u, 2u, 7u, 4u}) {
+        msgObject* pMessage = pQueue->read_message();
+        ASSERT_NE(nullptr, pMessage);
+        EXPECT_EQ(uExpected, pMessage->uMsg);
+        EXPECT_EQ(MT_READ, pMessage->GetStatus());
+    }
+    EXPECT_EQ(nullptr, pQueue->read_message());
+    manager().FreeMessageQueue(pQueue);
+    EXPECT_TRUE(isPoolWhole());
+}
+
+TEST_F(Message, ReadingSkipsWhatIsNotEmitted) {
+    chMsgQueue* pQueue = manager().AllocMessageQueue("a");
+    for (msgStatus nStatus : {MT_CONSTRUCTED, MT_ALLOCATED, MT_READ, MT_REPLIED, MT_PROCESSED, MT_CLOSED, MT_DAMAGED})
+        emit(pQueue, 1)->SetStatus(nStatus);
+    EXPECT_FALSE(pQueue->HasMessage());
+    EXPECT_EQ(nullptr, pQueue->read_message());
+    emit(pQueue, 42);
+    EXPECT_TRUE(pQueue->HasMessage());
+    EXPECT_EQ(42u, pQueue->read_message()->uMsg);
+    manager().FreeMessageQueue(pQueue);
+}
+
+TEST_F(Message, AFreedMessageReadsAsDamaged) {
+    chMsgQueue* pQueue = manager().AllocMessageQueue("a");
+    msgObject* pMessage = emit(pQueue, 1);
+    pQueue->FreeMessage(pMessage);
+    EXPECT_EQ(MT_DAMAGED, pMessage->GetStatus());
+    EXPECT_FALSE(pQueue->IsQueuedMessage(pMessage));
+    manager().FreeMessageQueue(pQueue);
+}
+
+TEST_F(Message, AQueueRecordCarriesTaskIdAndName) {
+    chMsgQueue* pQueue = manager().AllocMessageQueue("sampler");
+    EXPECT_EQ(0, wordAt(pQueue, 0));  // an empty root points to itself
+    EXPECT_EQ(0, wordAt(pQueue, 1));
+    EXPECT_EQ(QOR_MiscHelper::qorGetCurrentTaskId(), wordAt(pQueue, 2));
+    EXPECT_STREQ("sampler", reinterpret_cast<char*>(pQueue) + 12);
+    manager().FreeMessageQueue(pQueue);
+}
+
+TEST_F(Message, AQueueWithMessagesIsNotDestroyed) {
+    chMsgQueue* pQueue = manager().AllocMessageQueue("a");
+    emit(pQueue, 1);
+    EXPECT_EXIT(pQueue->~chMsgQueue(), testing::KilledBySignal(SIGABRT),
+                "\\[QORMsgSystem:[0-9]+\\] m_vRootMessageChain.get_pNext\\(\\) == &m_vRootMessageChain ");
+}
+
+TEST_F(Message, TheTableStandsInDescendingOrderOfNames) {
+    for (const char* lpszName : {"b", "d", "a", "c", "bb"})
+        manager().AllocMessageQueue(lpszName);
+    std::string strOrder;
+    for (chMsgQueue* pQueue : manager().ListQueues())
+        strOrder += std::string(pQueue->GetName()) + " ";
+    EXPECT_EQ("d c bb b a ", strOrder);
+    for (const char* lpszName : {"b", "d", "a", "c", "bb"}) {
+        ASSERT_NE(nullptr, manager().FindMessageQueue(lpszName));
+        EXPECT_STREQ(lpszName, manager().FindMessageQueue(lpszName)->GetName());
+    }
+    for (const char* lpszName : {"e", "cc", "ba", "aa", "A"})
+        EXPECT_EQ(nullptr, manager().FindMessageQueue(lpszName)) << lpszName;
+    for (chMsgQueue* pQueue : manager().ListQueues())
+        manager().FreeMessageQueue(pQueue);
+    EXPECT_TRUE(isPoolWhole());
+}
+
+TEST_F(Message, AStaleQueueIsDetectedAndNotFollowed) {
+    chMsgQueue* pQueue = manager().AllocMessageQueue("a");
+    EXPECT_TRUE(manager().IsValidMessageQueue(pQueue));
+    EXPECT_EQ(pQueue, manager().FindMessageQueue(QOR_MiscHelper::qorGetCurrentTaskId()));
+    manager().FreeMessageQueue(pQueue);
+    EXPECT_FALSE(manager().IsValidMessageQueue(pQueue));
+    EXPECT_FALSE(manager().IsValidMessageQueue(NULL));
+    EXPECT_FALSE(manager().IsValidMessageQueue(reinterpret_cast<chMsgQueue*>(16)));
+    EXPECT_EQ(nullptr, manager().FindMessageQueue(QOR_MiscHelper::qorGetCurrentTaskId()));
+    EXPECT_EXIT(manager().FreeMessageQueue(pQueue), testing::KilledBySignal(SIGABRT),
+                "\\[QORMsgSystem:[0-9]+\\] IsValidMessageQueue\\(pMsgQueue\\) ");
+}
+
+TEST_F(Message, ThePoolHoldsAboutTwelveHundredBareMessagesAndThenEndsTheProcess) {
+    chMsgQueue* pQueue = manager().AllocMessageQueue("a");
+    const int nFits = (65504 - 32) / 52;
+    for (int i = 0; i < nFits; ++i)
+        ASSERT_NE(nullptr, emit(pQueue, i));
+    EXPECT_EXIT(emit(pQueue, 1), testing::KilledBySignal(SIGABRT), "\\[_chAlloc:[0-9]+\\] pResultCell != NULL ");
+    manager().FreeMessageQueue(pQueue);
+    EXPECT_TRUE(isPoolWhole());
+}
+
+TEST_F(Message, ABrokenChainIsReportedAndNeverFollowed) {
+    chMsgQueue* pQueue = manager().AllocMessageQueue("a");
+    msgObject* pMessage = emit(pQueue, 1);
+    int32_t* pLink = reinterpret_cast<int32_t*>(pMessage) - 2;
+    for (int32_t nLink : {-1, 1, 0x10000, -0x10000, 0x7FFFFFFC, static_cast<int32_t>(0x80000000)}) {
+        *pLink = nLink;
+        pMessage->SetStatus(MT_READ);
+        EXPECT_EXIT(pQueue->read_message(), testing::KilledBySignal(SIGABRT), "broken share chain") << nLink;
+    }
+    *pLink = 0;  // a circle that never comes back to its root
+    EXPECT_EXIT(pQueue->read_message(), testing::KilledBySignal(SIGABRT), "broken share chain");
+}
+
+TEST_F(Message, AMessageWithADamagedExtraOffsetHasNoExtraData) {
+    chMsgQueue* pQueue = manager().AllocMessageQueue("a");
+    msgObject* pMessage = pQueue->AllocMessage(0, 8);
+    for (uint32_t uOffset : {0x7FFFFFFCu, 0x80000000u, 0x20000u, 3u}) {
+        pMessage->m_iOffsetExtra = uOffset;
+        EXPECT_EQ(nullptr, pMessage->GetExtraData()) << uOffset;
+        EXPECT_EQ(0, pMessage->GetExtraSize());
+    }
+    pMessage->m_iOffsetExtra = 40;
+    pMessage->m_nExtraSize = 70000;
+    EXPECT_EQ(nullptr, pMessage->GetExtraData());
+}
+
+TEST_F(Message, ProxyAndSubscriptionBlocksHaveTheirSharedLayout) {
+    struct target : chMsgProcesser {
+        int OnCall(msgObject&) { return 1; }
+        virtual int OnVirtual(msgObject&) { return 2; }
+    } objTarget;
+    const msgMethod pMethod = static_cast<msgMethod>(&target::OnCall);
+    const msgMethod pVirtual = static_cast<msgMethod>(&target::OnVirtual);
+    const msgMethodWords words = encodeMessageMethod(pMethod);
+    const msgMethodWords wordsVirtual = encodeMessageMethod(pVirtual);
+    BOOL bKnown = 0;
+    EXPECT_TRUE(decodeMessageMethod(words, &bKnown) == pMethod);
+    EXPECT_TRUE(bKnown);
+    EXPECT_TRUE(decodeMessageMethod(wordsVirtual, &bKnown) == pVirtual);
+    EXPECT_TRUE(decodeMessageMethod({{0, 0}}, &bKnown) == NULL);
+    EXPECT_TRUE(bKnown);
+    EXPECT_TRUE(decodeMessageMethod({{0x1234567, 0x89}}, &bKnown) == NULL);
+    EXPECT_FALSE(bKnown);
+
+    const uint32_t uWord = encodeMessageProcesser(&objTarget);
+    EXPECT_NE(0u, uWord);
+    EXPECT_EQ(&objTarget, decodeMessageProcesser(uWord));
+    EXPECT_EQ(0u, encodeMessageProcesser(NULL));
+    EXPECT_EQ(nullptr, decodeMessageProcesser(0));
+    uint32_t uGone = 0;
+    {
+        chMsgProcesser objShort;
+        uGone = encodeMessageProcesser(&objShort);
+        EXPECT_NE(uWord, uGone);
+    }
+    EXPECT_EQ(nullptr, decodeMessageProcesser(uGone));
+}
+
+}  // namespace
