@@ -1,0 +1,141 @@
+// The trace state that all processes share: the buffer of lines and the nesting depths. Everything runs under the
+// lock of the segment, and nothing is locked under it.
+//
+// Lines and depths live in one pool, which lines keep full. So whoever needs a cell, for a depth as well, first
+// drops the oldest lines until there is one. A line's bytes are copied before its length is stored: a writer that
+// is killed meanwhile leaves an empty line.
+#include <string.h>
+
+#define QOR_MODULE "QORTrace"
+#include "internal/report.h"
+#include "qor/MiscHelper.h"
+#include "qor/TraceHelper/Trace.h"
+
+using QOR_ChainHelper::copyShareBytes;
+using QOR_ChainHelper::loadShareWord;
+using QOR_ChainHelper::storeShareWord;
+using QOR_StringHelper::chReferenceStringT;
+
+namespace QOR_TraceHelper {
+
+static_assert(sizeof(chSystemTracerManager) == 65536, "the shared layout is the same on every ABI");
+static_assert(sizeof(chTraceLevelList) == 16 && sizeof(chTraceLogList) == 16, "the shared layout is the same");
+
+namespace {
+
+// The node of one nesting depth: chain, task id, depth.
+constexpr int levelNodeSize = 16;
+
+}  // namespace
+
+chSystemTracerManager::chSystemTracerManager() {
+    m_objPool.init_pool(m_arrPool, poolSize);
+    m_mapLevel.InitPool(&m_objPool);
+    m_lstLog.InitPool(&m_objPool);
+    storeShareWord(m_nReserved56, 2147483647);
+    storeShareWord(m_nReserved60, 0);
+    InitHeader(segmentSize, segmentType);
+}
+
+void chSystemTracerManager::ClearGhostTracer() {
+    for (chTraceLevelList::iterator it = m_mapLevel.begin(); it != m_mapLevel.end();) {
+        const chTraceLevelList::iterator itThis = it;
+        ++it;
+        if (!QOR_MiscHelper::qorIsValidTaskID((*itThis).key))
+            m_mapLevel.erase(itThis);
+    }
+}
+
+// The bytes of a line that its cell has room for.
+int chSystemTracerManager::GetLineRoom(const int* pnLength) {
+    const char* const pNode = reinterpret_cast<const char*>(pnLength) - sizeof(QOR_ChainHelper::list_chain_offset);
+    uint32_t uCell;
+    memcpy(&uCell, pNode - sizeof(uCell), sizeof(uCell));
+    const char* const pEnd = pNode - sizeof(uCell) + (uCell & 0x7FFFFFFFu);
+    const char* const pPoolEnd = reinterpret_cast<const char*>(m_arrPool + poolSize);
+    return pEnd <= pPoolEnd ? static_cast<int>(pEnd - reinterpret_cast<const char*>(pnLength + 1)) : -1;
+}
+
+// Drops the oldest lines until the pool has a free cell of nSize bytes.
+bool chSystemTracerManager::MakeRoom(int nSize) {
+    while (m_objPool.find_big_enough_cell(nSize) == NULL) {
+        if (!QOR_ASSERT_TEXT(!m_lstLog.empty(), "!objTracerManager.chTraceLogList::empty()"))
+            return false;
+        m_lstLog.erase(m_lstLog.begin());
+    }
+    return true;
+}
+
+// The nesting depth of a task; a new one is 0, and with it go those of tasks that have died.
+int32_t* chSystemTracerManager::GetLevel(int idTask) {
+    if (m_mapLevel.find_key(idTask) == m_mapLevel.end() && !MakeRoom(levelNodeSize))
+        return NULL;
+    const int nSize = m_mapLevel.size();
+    int32_t& nLevel = m_mapLevel[idTask];
+    if (m_mapLevel.size() != nSize) {
+        ClearGhostTracer();
+        storeShareWord(nLevel, 0);
+    }
+    return &nLevel;
+}
+
+void uCTraceHelper::TraceToSystemTrace(chReferenceStringT<char>& strLine) {
+    const int nLength = strLine.GetLength();
+    if (!Lock(-1))
+        return;
+    chSystemTracerManager* const pManager = getObject();
+    const int nCell = nLength < chSystemTracerManager::segmentSize ? nLength + 16 : chSystemTracerManager::segmentSize;
+    if (pManager != NULL && pManager->MakeRoom(nCell)) {
+        int* const pnLength = pManager->m_lstLog.alloc_insert(pManager->m_lstLog.end(), nLength);
+        copyShareBytes(pnLength + 1, static_cast<const char*>(strLine), static_cast<size_t>(nLength));
+        storeShareWord(*pnLength, nLength);
+    }
+    Unlock();
+}
+
+// A length that does not fit into its cell is a damaged segment, which nobody may read on.
+BOOL uCTraceHelper::ReadSystemTraceString(chReferenceStringT<char>& strLine) {
+    if (!Lock(-1))
+        return 0;
+    chSystemTracerManager* const pManager = getObject();
+    const BOOL bLine = pManager != NULL && !pManager->m_lstLog.empty();
+    if (bLine) {
+        const int* const pnLength = &*pManager->m_lstLog.begin();
+        const int nLength = loadShareWord(*pnLength);
+        if (QOR_ASSERT_TEXT(nLength >= 0 && nLength <= pManager->GetLineRoom(pnLength), "broken trace line"))
+            strLine = chReferenceStringT<char>(reinterpret_cast<const char*>(pnLength + 1), nLength);
+        pManager->m_lstLog.erase(pManager->m_lstLog.begin());
+    }
+    Unlock();
+    return bLine;
+}
+
+int uCTraceHelper::push_trace_level() {
+    if (!Lock(-1))
+        return 0;
+    int nLevel = 0;
+    if (int32_t* const pnLevel = getObject()->GetLevel(QOR_MiscHelper::qorGetCurrentTaskId())) {
+        nLevel = static_cast<int>(static_cast<uint32_t>(loadShareWord(*pnLevel)) + 1);
+        storeShareWord(*pnLevel, nLevel);
+    }
+    Unlock();
+    return nLevel;
+}
+
+int uCTraceHelper::pop_trace_level() {
+    if (!Lock(-1))
+        return 0;
+    int nLevel = 0;
+    chSystemTracerManager* const pManager = getObject();
+    if (int32_t* const pnLevel = pManager->GetLevel(QOR_MiscHelper::qorGetCurrentTaskId())) {
+        const int nSize = pManager->m_mapLevel.size();
+        QOR_ASSERT_TEXT(nSize == pManager->m_mapLevel.size(),
+                        "objTracerManager.chTraceLevelList::size() == objTracerManager.chTraceLevelList::size()");
+        nLevel = loadShareWord(*pnLevel);
+        storeShareWord(*pnLevel, static_cast<int32_t>(static_cast<uint32_t>(nLevel) - 1));
+    }
+    Unlock();
+    return nLevel;
+}
+
+}  // namespace QOR_TraceHelper

@@ -1,0 +1,38 @@
+// The flat functions of named blocks and counters: straight calls of the classes, which check and lock.
+#include "qor/flat.h"
+
+#define QOR_MODULE "sub-interface"
+#include "internal/report.h"
+#include "qor/MsgQueueHelper/Named.h"
+
+using namespace QOR_MsgQueueHelper;
+
+extern "C" {
+
+int accCreateAccumulater(const char* lpszName, unsigned int uValue, unsigned int uMin, unsigned int uMax) {
+    uCSystemStorageHelpergetGlobalObject()->CreateAccumulater(lpszName, uValue, uMin, uMax);
+    return 1;
+}
+
+int accDestoryAccumulater(const char* lpszName) {
+    uCSystemStorageHelpergetGlobalObject()->DestoryAccumulater(lpszName);
+    return 1;
+}
+
+unsigned int accExcuteAccumulater(const char* lpszName, int nStep) {
+    return uCSystemStorageHelpergetGlobalObject()->ExcuteAccumulater(lpszName, nStep);
+}
+
+BOOL nameHelperLock(void) { return uCSystemNamedObjectHelpergetGlobalObject()->Lock(-1); }
+
+BOOL nameHelperUnlock(void) {
+    uCSystemNamedObjectHelpergetGlobalObject()->Unlock();
+    return 1;
+}
+
+void* nameGetSystemObject(const char* lpszName, int nSize, int* pbCreated) {
+    return uCSystemNamedObjectHelpergetGlobalObject()->getObject()->m_objManager.GetNamedObject(lpszName, nSize,
+                                                                                                   pbCreated);
+}
+
+}  // extern "C"

@@ -1,0 +1,98 @@
+// The clocks and the calibration record that all processes share.
+//
+// The record belongs to the named blocks of the message system, which stands above this module. So it is asked
+// for through functions that are only declared here. A reading makes two kernel calls, the lock and its release;
+// the clock-tick counter is asked at most once a second.
+#include <stdio.h>
+#include <sys/time.h>
+#include <sys/times.h>
+#include <unistd.h>
+
+#include <atomic>
+
+#define QOR_MODULE "xInc/xBaseClass"
+#include "internal/report.h"
+#include "internal/tick.h"
+
+extern "C" {
+QOR_API BOOL nameHelperLock(void);
+QOR_API BOOL nameHelperUnlock(void);
+QOR_API void* nameGetSystemObject(const char* lpszName, int nSize, int* pbCreated);
+}
+
+namespace QOR_BaseHelper {
+
+namespace {
+
+// Set once, by the thread that holds the lock of the named blocks; the record lives as long as the device runs.
+std::atomic<xTimerInfo*> g_pxTimeInfo{nullptr};
+
+// Set while this thread constructs the timer: whatever it calls must not read the tick.
+thread_local bool s_bConstructing = false;
+
+uint32_t readTimes() { return static_cast<uint32_t>(times(NULL)); }
+
+xTimerInfo* openTimerInfo() {
+    int bCreated = 0;
+    xTimerInfo* const pInfo = static_cast<xTimerInfo*>(nameGetSystemObject("xTimerInfo", sizeof(xTimerInfo), &bCreated));
+    if (pInfo != NULL && (bCreated || !isCalibrated(*pInfo)))
+        initTimerInfo(*pInfo, chTimer::GetDayTickCount(), readTimes);
+    return pInfo;
+}
+
+// The record; the first call in the process makes the timer.
+xTimerInfo* getTimerInfo() {
+    xTimerInfo* pInfo = g_pxTimeInfo.load(std::memory_order_acquire);
+    if (pInfo == NULL) {
+        chTimer timer;
+        pInfo = g_pxTimeInfo.load(std::memory_order_acquire);
+    }
+    return pInfo;
+}
+
+}  // namespace
+
+// Several threads may be here at the same time: the lock lets the first one make the record ready.
+chTimer::chTimer() {
+    if (s_bConstructing) {
+        printf("Error in xTimer::xTimer() \n");
+        fflush(stdout);
+        _exit(0);
+    }
+    s_bConstructing = true;
+    if (QOR_ASSERT(sysconf(_SC_CLK_TCK) == g_nHZ) && g_pxTimeInfo.load(std::memory_order_acquire) == NULL) {
+        nameHelperLock();
+        if (g_pxTimeInfo.load(std::memory_order_relaxed) == NULL)
+            g_pxTimeInfo.store(openTimerInfo(), std::memory_order_release);
+        nameHelperUnlock();
+    }
+    s_bConstructing = false;
+}
+
+chTick chTimer::GetTickFromBoot() {
+    xTimerInfo* const pInfo = getTimerInfo();
+    if (pInfo == NULL)
+        return chTick();
+    nameHelperLock();
+    const chTick tick = readTick(*pInfo, GetDayTickCount(), readTimes);
+    nameHelperUnlock();
+    return tick;
+}
+
+chTick chTimer::GetDayTickCount() {
+    struct timeval tv = {};
+    gettimeofday(&tv, NULL);
+    return chTick(static_cast<int>(static_cast<uint32_t>(tv.tv_sec)), static_cast<int>(tv.tv_usec));
+}
+
+chTick chTimer::GetJiffiesTickCount() {
+    xTimerInfo* const pInfo = getTimerInfo();
+    if (pInfo == NULL)
+        return chTick();
+    nameHelperLock();
+    const chTick tick = stepJiffies(*pInfo, readTimes());
+    nameHelperUnlock();
+    return tick;
+}
+
+}  // namespace QOR_BaseHelper
