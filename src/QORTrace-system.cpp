@@ -39,7 +39,7 @@ chSystemTracerManager::chSystemTracerManager() {
 
 void chSystemTracerManager::ClearGhostTracer() {
     for (chTraceLevelList::iterator it = m_mapLevel.begin(); it != m_mapLevel.end();) {
-        const chTraceLevelList::iterator itThis = it;
+        chTraceLevelList::iterator itThis = it;
         ++it;
         if (!QOR_MiscHelper::qorIsValidTaskID((*itThis).key))
             m_mapLevel.erase(itThis);

@@ -229,6 +229,15 @@ void qorTraceV(int nLevel, const char* lpszFormat, va_list args) {
     uCTraceHelpergetGlobalObject()->WriteTraceStringV(nLevel, lpszFormat, args);
 }
 
+// Without a check of the format by the compiler: a precision with %p, which pads the address to eight digits, is
+// the C library's own.
+static void traceObject(const char* lpszFormat, ...) {
+    va_list args;
+    va_start(args, lpszFormat);
+    qorTraceV(3, lpszFormat, args);
+    va_end(args);
+}
+
 void qorTraceObject(const char* lpszName, const int& nValue) { qorTrace(3, "%s = %d", lpszName, nValue); }
 
 void qorTraceObject(const char* lpszName, const unsigned int& uValue) { qorTrace(3, "%s = %u", lpszName, uValue); }
@@ -238,9 +247,7 @@ void qorTraceObject(const char* lpszName, const double& dValue) { qorTrace(3, "%
 void qorTraceObject(const char* lpszName, const char* lpszValue) { qorTrace(3, "%s = \"%s\"", lpszName, lpszValue); }
 
 void qorTraceObject(const char* lpszName, const void* pValue) {
-    // A precision with %p is the C library's own: it pads the address to eight digits.
-    static const char* const lpszFormat = "%s = %.8p";
-    qorTrace(3, lpszFormat, lpszName, pValue);
+    traceObject("%s = %.8p", lpszName, pValue);
 }
 
 }  // namespace QOR_TraceHelper
