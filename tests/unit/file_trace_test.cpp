@@ -1,0 +1,220 @@
+// Rotating log files: names, sizes, the order in which they roll, and what goes wrong without a sound.
+#include <dirent.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <fstream>
+#include <map>
+#include <set>
+#include <sstream>
+#include <thread>
+
+#include "qor/TraceHelper/Trace.h"
+
+using QOR_StringHelper::chReferenceStringT;
+using QOR_TraceHelper::chFileTrace;
+
+namespace {
+
+class FileTrace : public testing::Test {
+protected:
+    FileTrace() {
+        char szDirectory[] = "/tmp/file_trace_XXXXXX";
+        m_strDirectory = mkdtemp(szDirectory);
+        m_strBase = m_strDirectory + "/app";
+    }
+
+    std::string name(int n) const { return m_strBase + "-" + std::to_string(n) + ".log"; }
+
+    void put(int n, const std::string& strText) { std::ofstream(name(n)) << strText; }
+
+    // All files by number, with their bytes.
+    std::map<int, std::string> files() const {
+        std::map<int, std::string> mapFile;
+        for (int n = -5; n < 50; ++n) {
+            std::ifstream file(name(n));
+            if (file) {
+                std::stringstream text;
+                text << file.rdbuf();
+                mapFile[n] = text.str();
+            }
+        }
+        return mapFile;
+    }
+
+    static void writeLine(chFileTrace& trace, const std::string& strText) {
+        chReferenceStringT<char> strLine(strText.c_str(), -1);
+        trace.WriteLogLine(strLine);
+        EXPECT_EQ(strText, static_cast<const char*>(strLine));
+    }
+
+    typedef std::map<int, std::string> fileMap;
+    std::string m_strDirectory;
+    std::string m_strBase;
+};
+
+TEST_F(FileTrace, TheDefaultFilesAreNamedAfterTheProgram) {
+    chFileTrace trace;
+    EXPECT_STREQ("/tmp/file_trace_test-0.log", trace.GetFileName(0));
+    EXPECT_STREQ("/tmp/file_trace_test-4.log", trace.GetFileName(4));
+}
+
+TEST_F(FileTrace, LinesAreAppendedToFileZero) {
+    chFileTrace trace;
+    EXPECT_EQ(1, trace.OpenFileTrace(m_strBase.c_str(), 1, 3));
+    EXPECT_TRUE(files().empty());  // made by the first line
+    writeLine(trace, "one");
+    writeLine(trace, "");
+    writeLine(trace, "three");
+    EXPECT_EQ((fileMap{{0, "one\n\nthree\n"}}), files());
+}
+
+TEST_F(FileTrace, AFullFileIsFollowedByTheNextNumber) {
+    chFileTrace trace;
+    trace.OpenFileTrace(m_strBase.c_str(), 1, 3);
+    const std::string strHalf(512, 'h');
+    writeLine(trace, strHalf);
+    writeLine(trace, strHalf);  // 1024 bytes without the line feeds: the next line rolls
+    writeLine(trace, "next");
+    EXPECT_EQ((fileMap{{0, strHalf + "\n" + strHalf + "\n"}, {1, "next\n"}}), files());
+}
+
+TEST_F(FileTrace, LineFeedsDoNotCountUntilTheFileIsOpenedAgain) {
+    const std::string strAlmost(1023, 'a');
+    {
+        chFileTrace trace;
+        trace.OpenFileTrace(m_strBase.c_str(), 1, 3);
+        writeLine(trace, strAlmost);
+        writeLine(trace, "");
+        writeLine(trace, "still");
+    }
+    chFileTrace trace;
+    trace.OpenFileTrace(m_strBase.c_str(), 1, 3);
+    writeLine(trace, "rolled");
+    EXPECT_EQ((fileMap{{0, strAlmost + "\n\nstill\n"}, {1, "rolled\n"}}), files());
+}
+
+TEST_F(FileTrace, BehindTheLastFileTheOldestGoes) {
+    chFileTrace trace;
+    trace.OpenFileTrace(m_strBase.c_str(), 1, 3);
+    const std::string strFull(1024, 'f');
+    for (const char* lpsz : {"a", "b", "c", "d", "e"})
+        writeLine(trace, lpsz + strFull);
+    EXPECT_EQ((fileMap{{0, "c" + strFull + "\n"}, {1, "d" + strFull + "\n"}, {2, "e" + strFull + "\n"}}), files());
+}
+
+TEST_F(FileTrace, ASingleFileStartsAnew) {
+    chFileTrace trace;
+    trace.OpenFileTrace(m_strBase.c_str(), 1, 1);
+    writeLine(trace, std::string(1024, 'f'));
+    writeLine(trace, "again");
+    EXPECT_EQ((fileMap{{0, "again\n"}}), files());
+}
+
+TEST_F(FileTrace, TheDefaultSizeIs409600BytesInFiveFiles) {
+    chFileTrace trace;
+    trace.OpenFileTrace(m_strBase.c_str(), 0, 0);
+    const std::string strBlock(40960, 'b');
+    for (int i = 0; i < 60; ++i)
+        writeLine(trace, strBlock);
+    fileMap mapFile = files();
+    EXPECT_EQ(5u, mapFile.size());
+    for (int n = 0; n < 5; ++n)
+        EXPECT_EQ(10 * 40961u, mapFile[n].size()) << n;
+}
+
+TEST_F(FileTrace, WritingGoesOnInTheNewestFile) {
+    put(0, "old\n");
+    put(1, "new\n");
+    put(3, "beyond the gap\n");
+    chFileTrace trace;
+    trace.OpenFileTrace(m_strBase.c_str(), 1, 3);
+    writeLine(trace, "more");
+    EXPECT_EQ((fileMap{{0, "old\n"}, {1, "new\nmore\n"}, {3, "beyond the gap\n"}}), files());
+}
+
+TEST_F(FileTrace, OfTooManyFilesTheNewestAreKeptFromZero) {
+    for (int n = 0; n < 7; ++n)
+        put(n, std::to_string(n) + "\n");
+    chFileTrace trace;
+    trace.OpenFileTrace(m_strBase.c_str(), 1, 3);
+    EXPECT_EQ((fileMap{{0, "4\n"}, {1, "5\n"}, {2, "6\n"}}), files());
+    writeLine(trace, "more");
+    EXPECT_EQ((fileMap{{0, "4\n"}, {1, "5\n"}, {2, "6\nmore\n"}}), files());
+}
+
+TEST_F(FileTrace, AnotherNameTakesEffectAtOnce) {
+    chFileTrace trace;
+    trace.OpenFileTrace(m_strBase.c_str(), 1, 3);
+    writeLine(trace, "first");
+    m_strBase = m_strDirectory + "/other";
+    trace.OpenFileTrace(m_strBase.c_str(), 0, 0);
+    writeLine(trace, "second");
+    EXPECT_EQ((fileMap{{0, "second\n"}}), files());
+    trace.OpenFileTrace(nullptr, 0, 0);  // keeps the name
+    writeLine(trace, "third");
+    trace.OpenFileTrace("", 0, 0);
+    writeLine(trace, "fourth");
+    EXPECT_EQ((fileMap{{0, "second\nthird\nfourth\n"}}), files());
+}
+
+TEST_F(FileTrace, AFileThatCannotBeOpenedLosesItsLinesSilently) {
+    chFileTrace trace;
+    trace.OpenFileTrace((m_strDirectory + "/missing/app").c_str(), 1, 3);
+    testing::internal::CaptureStderr();
+    writeLine(trace, "lost");
+    EXPECT_EQ("", testing::internal::GetCapturedStderr());
+}
+
+TEST_F(FileTrace, ASymbolicLinkIsNotWrittenThrough) {
+    const std::string strTarget = m_strDirectory + "/target";
+    std::ofstream(strTarget) << "mine";
+    ASSERT_EQ(0, symlink(strTarget.c_str(), name(0).c_str()));
+    chFileTrace trace;
+    trace.OpenFileTrace(m_strBase.c_str(), 1, 3);
+    writeLine(trace, "not mine");
+    struct stat st = {};
+    ASSERT_EQ(0, stat(strTarget.c_str(), &st));
+    EXPECT_EQ(4, st.st_size);
+}
+
+TEST_F(FileTrace, HugeAndNegativeLimitsAreHarmless) {
+    chFileTrace trace;
+    trace.OpenFileTrace(m_strBase.c_str(), INT_MAX, INT_MAX);
+    writeLine(trace, "huge");
+    trace.OpenFileTrace(nullptr, -1, -1);  // every line into an empty file
+    writeLine(trace, "a");
+    writeLine(trace, "b");
+    EXPECT_EQ((fileMap{{0, "b\n"}}), files());
+}
+
+// No line is lost or mixed while the files roll.
+TEST_F(FileTrace, ManyThreadsWriteWholeLinesToRollingFiles) {
+    chFileTrace trace;
+    trace.OpenFileTrace(m_strBase.c_str(), 4, 40);
+    std::vector<std::thread> arrThread;
+    for (int nThread = 0; nThread < 4; ++nThread)
+        arrThread.emplace_back([&trace, nThread] {
+            for (int n = 0; n < 300; ++n)
+                writeLine(trace, std::to_string(nThread) + ":" + std::to_string(n) + ":" +
+                                     std::string(static_cast<size_t>(n % 90), static_cast<char>('a' + nThread)));
+        });
+    for (std::thread& thread : arrThread)
+        thread.join();
+    std::set<std::string> setLine;
+    size_t nLines = 0;
+    for (const auto& file : files()) {
+        std::istringstream text(file.second);
+        for (std::string strLine; std::getline(text, strLine); ++nLines)
+            setLine.insert(strLine);
+    }
+    EXPECT_EQ(1200u, nLines);
+    for (int nThread = 0; nThread < 4; ++nThread)
+        for (int n = 0; n < 300; ++n)
+            EXPECT_EQ(1u, setLine.count(std::to_string(nThread) + ":" + std::to_string(n) + ":" +
+                                        std::string(static_cast<size_t>(n % 90), static_cast<char>('a' + nThread))));
+}
+
+}  // namespace
