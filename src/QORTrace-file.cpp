@@ -40,10 +40,17 @@ chFileTrace::chFileTrace()
     m_strFileName.Format("/tmp/%s", QOR_MiscHelper::pathGetFileNamePos(static_cast<const char*>(strExe)));
 }
 
-chReferenceStringT<char> chFileTrace::GetFileName(int nIndex) {
+chFileTrace::~chFileTrace() { closeFile(); }
+
+chReferenceStringT<char> chFileTrace::fileName(int nIndex) const {
     chReferenceStringT<char> strName;
     strName.Format("%s-%d.log", static_cast<const char*>(m_strFileName), nIndex);
     return strName;
+}
+
+chReferenceStringT<char> chFileTrace::GetFileName(int nIndex) {
+    fileLock lock(m_lock);
+    return fileName(nIndex);
 }
 
 BOOL chFileTrace::OpenFileTrace(const char* lpszFileName, int nMaxSizeKB, int nMaxCount) {
@@ -56,9 +63,9 @@ BOOL chFileTrace::OpenFileTrace(const char* lpszFileName, int nMaxSizeKB, int nM
     if (nMaxCount != 0)
         m_nMaxFileCount = nMaxCount < 0 ? 1 : nMaxCount;
     int nFound = 0;
-    while (fileExists(GetFileName(nFound))) {
+    while (fileExists(fileName(nFound))) {
         if (nFound >= m_nMaxFileCount)
-            unlink(GetFileName(nFound - m_nMaxFileCount));
+            unlink(fileName(nFound - m_nMaxFileCount));
         ++nFound;
     }
     renumber(nFound);
@@ -69,22 +76,23 @@ BOOL chFileTrace::OpenFileTrace(const char* lpszFileName, int nMaxSizeKB, int nM
 void chFileTrace::renumber(int nFound) {
     const int nSurplus = nFound - m_nMaxFileCount;
     for (int n = 0; nSurplus > 0 && n < m_nMaxFileCount; ++n)
-        rename(GetFileName(n + nSurplus), GetFileName(n));
+        rename(fileName(n + nSurplus), fileName(n));
     const int nKept = nSurplus > 0 ? m_nMaxFileCount : nFound;
     m_nFileIndex = nKept > 0 ? nKept - 1 : 0;
     m_nFileSize = 0;
 }
 
 void chFileTrace::closeFile() {
-    if (m_pFile != NULL)
-        fclose(m_pFile);
-    m_pFile = NULL;
+    FILE* const pFile = m_pFile;
+    m_pFile = NULL;  // first: a process forked by another thread meanwhile must not use it
+    if (pFile != NULL)
+        fclose(pFile);
 }
 
 // Opens the current file at its end, or emptied.
 void chFileTrace::openFile(bool bEmptied) {
     const int nFlags = O_RDWR | O_CREAT | O_APPEND | O_CLOEXEC | O_NOFOLLOW | O_NOCTTY | (bEmptied ? O_TRUNC : 0);
-    const int fd = open(GetFileName(m_nFileIndex), nFlags, 0666);
+    const int fd = open(fileName(m_nFileIndex), nFlags, 0666);
     if (fd == -1)
         return;
     m_pFile = fdopen(fd, "a+b");
@@ -104,9 +112,9 @@ void chFileTrace::rollFile() {
     if (m_nFileIndex + 1 < m_nMaxFileCount) {
         ++m_nFileIndex;
     } else {
-        unlink(GetFileName(0));
+        unlink(fileName(0));
         for (int n = 1; n < m_nMaxFileCount; ++n)
-            rename(GetFileName(n), GetFileName(n - 1));
+            rename(fileName(n), fileName(n - 1));
         m_nFileIndex = m_nMaxFileCount - 1;
     }
     openFile(true);

@@ -2,16 +2,12 @@
 // lock of the segment, and nothing is locked under it.
 //
 // Lines and depths live in one pool, which lines keep full. So whoever needs a cell, for a depth as well, first
-// drops the oldest lines until there is one. A line's bytes are copied before its length is stored: a writer that
-// is killed meanwhile leaves an empty line.
-#include <string.h>
-
+// drops the oldest lines until there is one. A line is complete before it is linked.
 #define QOR_MODULE "QORTrace"
 #include "internal/report.h"
 #include "qor/MiscHelper.h"
 #include "qor/TraceHelper/Trace.h"
 
-using QOR_ChainHelper::copyShareBytes;
 using QOR_ChainHelper::loadShareWord;
 using QOR_ChainHelper::storeShareWord;
 using QOR_StringHelper::chReferenceStringT;
@@ -38,7 +34,8 @@ chSystemTracerManager::chSystemTracerManager() {
 }
 
 void chSystemTracerManager::ClearGhostTracer() {
-    for (chTraceLevelList::iterator it = m_mapLevel.begin(); it != m_mapLevel.end();) {
+    chTraceLevelList::iterator it = m_mapLevel.begin();
+    for (int nLeft = poolSize / levelNodeSize; nLeft > 0 && it != m_mapLevel.end(); --nLeft) {
         chTraceLevelList::iterator itThis = it;
         ++it;
         if (!QOR_MiscHelper::qorIsValidTaskID((*itThis).key))
@@ -48,18 +45,19 @@ void chSystemTracerManager::ClearGhostTracer() {
 
 // The bytes of a line that its cell has room for.
 int chSystemTracerManager::GetLineRoom(const int* pnLength) {
-    const char* const pNode = reinterpret_cast<const char*>(pnLength) - sizeof(QOR_ChainHelper::list_chain_offset);
-    uint32_t uCell;
-    memcpy(&uCell, pNode - sizeof(uCell), sizeof(uCell));
-    const char* const pEnd = pNode - sizeof(uCell) + (uCell & 0x7FFFFFFFu);
-    const char* const pPoolEnd = reinterpret_cast<const char*>(m_arrPool + poolSize);
-    return pEnd <= pPoolEnd ? static_cast<int>(pEnd - reinterpret_cast<const char*>(pnLength + 1)) : -1;
+    constexpr int nNodeSize = sizeof(QOR_ChainHelper::list_chain_offset) + sizeof(int32_t);
+    const char* const pBytes = reinterpret_cast<const char*>(pnLength + 1);
+    const int nRoom = QOR_AllocHelper::poll_chain::get_pCell(pBytes - nNodeSize)->get_nPoolSize() - nNodeSize;
+    return nRoom <= reinterpret_cast<const char*>(m_arrPool + poolSize) - pBytes ? nRoom : -1;
 }
+
+// By the count and by the chain: a process that was killed between the two stores leaves them apart.
+bool chSystemTracerManager::HasLine() { return !m_lstLog.empty() && m_lstLog.begin() != m_lstLog.end(); }
 
 // Drops the oldest lines until the pool has a free cell of nSize bytes.
 bool chSystemTracerManager::MakeRoom(int nSize) {
     while (m_objPool.find_big_enough_cell(nSize) == NULL) {
-        if (!QOR_ASSERT_TEXT(!m_lstLog.empty(), "!objTracerManager.chTraceLogList::empty()"))
+        if (!QOR_ASSERT_TEXT(HasLine(), "!objTracerManager.chTraceLogList::empty()"))
             return false;
         m_lstLog.erase(m_lstLog.begin());
     }
@@ -85,11 +83,8 @@ void uCTraceHelper::TraceToSystemTrace(chReferenceStringT<char>& strLine) {
         return;
     chSystemTracerManager* const pManager = getObject();
     const int nCell = nLength < chSystemTracerManager::segmentSize ? nLength + 16 : chSystemTracerManager::segmentSize;
-    if (pManager != NULL && pManager->MakeRoom(nCell)) {
-        int* const pnLength = pManager->m_lstLog.alloc_insert(pManager->m_lstLog.end(), nLength);
-        copyShareBytes(pnLength + 1, static_cast<const char*>(strLine), static_cast<size_t>(nLength));
-        storeShareWord(*pnLength, nLength);
-    }
+    if (pManager != NULL && pManager->MakeRoom(nCell))
+        pManager->m_lstLog.alloc_insert_filled(pManager->m_lstLog.end(), nLength, static_cast<const char*>(strLine));
     Unlock();
 }
 
@@ -98,7 +93,7 @@ BOOL uCTraceHelper::ReadSystemTraceString(chReferenceStringT<char>& strLine) {
     if (!Lock(-1))
         return 0;
     chSystemTracerManager* const pManager = getObject();
-    const BOOL bLine = pManager != NULL && !pManager->m_lstLog.empty();
+    const BOOL bLine = pManager != NULL && pManager->HasLine();
     if (bLine) {
         const int* const pnLength = &*pManager->m_lstLog.begin();
         const int nLength = loadShareWord(*pnLength);

@@ -1,9 +1,6 @@
 // The flat functions of named blocks and counters: straight calls of the classes, which check and lock.
-#include "qor/flat.h"
-
-#define QOR_MODULE "sub-interface"
-#include "internal/report.h"
 #include "qor/MsgQueueHelper/Named.h"
+#include "qor/flat.h"
 
 using namespace QOR_MsgQueueHelper;
 

@@ -30,6 +30,19 @@ std::atomic<xTimerInfo*> g_pxTimeInfo{nullptr};
 // Set while this thread constructs the timer: whatever it calls must not read the tick.
 thread_local bool s_bConstructing = false;
 
+// The lock of the named blocks. When it cannot be had any more, a time is still read: a torn calibration passes.
+class recordLock {
+public:
+    recordLock() : m_bLocked(nameHelperLock()) {}
+    ~recordLock() {
+        if (m_bLocked)
+            nameHelperUnlock();
+    }
+
+private:
+    const BOOL m_bLocked;
+};
+
 uint32_t readTimes() { return static_cast<uint32_t>(times(NULL)); }
 
 xTimerInfo* openTimerInfo() {
@@ -61,10 +74,9 @@ chTimer::chTimer() {
     }
     s_bConstructing = true;
     if (QOR_ASSERT(sysconf(_SC_CLK_TCK) == g_nHZ) && g_pxTimeInfo.load(std::memory_order_acquire) == NULL) {
-        nameHelperLock();
+        recordLock lock;
         if (g_pxTimeInfo.load(std::memory_order_relaxed) == NULL)
             g_pxTimeInfo.store(openTimerInfo(), std::memory_order_release);
-        nameHelperUnlock();
     }
     s_bConstructing = false;
 }
@@ -73,10 +85,8 @@ chTick chTimer::GetTickFromBoot() {
     xTimerInfo* const pInfo = getTimerInfo();
     if (pInfo == NULL)
         return chTick();
-    nameHelperLock();
-    const chTick tick = readTick(*pInfo, GetDayTickCount(), readTimes);
-    nameHelperUnlock();
-    return tick;
+    recordLock lock;
+    return readTick(*pInfo, GetDayTickCount(), readTimes);
 }
 
 chTick chTimer::GetDayTickCount() {
@@ -89,10 +99,8 @@ chTick chTimer::GetJiffiesTickCount() {
     xTimerInfo* const pInfo = getTimerInfo();
     if (pInfo == NULL)
         return chTick();
-    nameHelperLock();
-    const chTick tick = stepJiffies(*pInfo, readTimes());
-    nameHelperUnlock();
-    return tick;
+    recordLock lock;
+    return stepJiffies(*pInfo, readTimes());
 }
 
 }  // namespace QOR_BaseHelper

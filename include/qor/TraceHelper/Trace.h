@@ -78,6 +78,10 @@ class QOR_API chFileTrace {
 public:
     /// Base path "/tmp/%s" of the program's file name, 5 files of 409600 bytes.
     chFileTrace();
+    chFileTrace(const chFileTrace&) = delete;
+    chFileTrace& operator=(const chFileTrace&) = delete;
+    /// Closes the file.
+    ~chFileTrace();
 
     /// Goes on in the newest existing file. A null or empty name, a size or a count of 0 keep what was set before.
     /// Of more existing files than count only the newest are kept, renumbered from 0. Returns 1.
@@ -91,6 +95,7 @@ public:
     void fork_reset() { m_lock.fork_reset(); }
 
 private:
+    QOR_StringHelper::chReferenceStringT<char> fileName(int nIndex) const;
     void renumber(int nFound);
     void closeFile();
     void openFile(bool bEmptied);
@@ -127,6 +132,8 @@ public:
     /// Drops the oldest lines until the pool has a free cell of nSize bytes. Fatal: there is no line left to drop
     /// ("!objTracerManager.chTraceLogList::empty()").
     bool MakeRoom(int nSize);
+    /// Whether there is a line that can be taken out.
+    bool HasLine();
     /// The nesting depth of a task, made 0 when it has none.
     int32_t* GetLevel(int idTask);
     /// How many bytes the line with that length word may have at most; negative when its cell is damaged.
