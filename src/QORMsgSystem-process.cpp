@@ -406,7 +406,8 @@ void uCSystemShareHelper::PutNewQueue(chThreadLocal& objThread) {
 }
 
 void uCSystemShareHelper::DestroyLocalThread(chThreadLocal& objThread) {
-    if (!QOR_ASSERT(m_objProcessLocal.IsValidLocalThread(&objThread) && objThread.IsCalledByThisThread()))
+    if (!QOR_ASSERT_TEXT(m_objProcessLocal.IsValidLocalThread(&objThread) && objThread.IsCalledByThisThread(),
+                         "IsValidLocalThread(&objThread) && objThread.IsCalledByThisThread()"))
         return;
     bumpUnregistEpoch();
     objThread.m_objTimerQueue.DestoryTimerOnExit();

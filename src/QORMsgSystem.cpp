@@ -341,7 +341,7 @@ void sweepGhostQueues(chMsgQueueManager& objManager, int idOwn, std::vector<ghos
 
 void traceGhostQueues(const std::vector<ghostQueue>& listGhost) {
     for (const ghostQueue& ghost : listGhost)
-        QOR_TraceHelper::qorTrace(2, "Clear ghost process %.4d \"%hs\"", ghost.idTask, ghost.strName.c_str());
+        QOR_TraceHelper::qorTrace(2, "Clear ghost process %.4d \"%s\"", ghost.idTask, ghost.strName.c_str());
 }
 
 taskEventName::taskEventName(int idTask) { snprintf(szName, sizeof(szName), "task_event_%d", idTask); }

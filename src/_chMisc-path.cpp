@@ -105,7 +105,7 @@ void pathAppend(char* lpszPath, const char* lpszMore) {
     size_t nLength = strlen(lpszPath);
     if (nLength > 0 && !isSeparator(lpszPath[nLength - 1]))
         lpszPath[nLength++] = '/';
-    if (nLength > 0 && isSeparator(*lpszMore))
+    if (isSeparator(*lpszMore))
         ++lpszMore;
     strcpy(lpszPath + nLength, lpszMore);
 }

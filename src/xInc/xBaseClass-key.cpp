@@ -237,9 +237,7 @@ void keyFileLock::release() {
     m_fd = -1;
 }
 
-key_t xFileKey::OpenLockedFileKey(const char* lpszName, unsigned char idProject, keyFileLock& lock) {
-    if (!QOR_ASSERT(lpszName != NULL))
-        return -1;
+void xFileKey::SetKeyFile(const char* lpszName) {
     m_strKeyFile.Clear();
     if (strpbrk(lpszName, "/\\") == nullptr) {
         m_strKeyFile += szKeyDirectory;
@@ -247,6 +245,12 @@ key_t xFileKey::OpenLockedFileKey(const char* lpszName, unsigned char idProject,
         m_strKeyFile += szKeyPrefix;
     }
     m_strKeyFile += lpszName;
+}
+
+key_t xFileKey::OpenLockedFileKey(const char* lpszName, unsigned char idProject, keyFileLock& lock) {
+    if (!QOR_ASSERT(lpszName != NULL))
+        return -1;
+    SetKeyFile(lpszName);
     const char* lpszPath = m_strKeyFile;
     if (!lock.lockOrCreate(lpszPath)) {
         QOR_TraceHelper::qorOutputWarningString("Create file[%s] fail: %s", lpszPath, strerror(errno));
@@ -258,6 +262,14 @@ key_t xFileKey::OpenLockedFileKey(const char* lpszName, unsigned char idProject,
         QOR_TraceHelper::qorOutputWarningString("ftok [%s] fail: %s", lpszPath, strerror(errno));
         QOR_ASSERT(FALSE);
     }
+    return key;
+}
+
+key_t xFileKey::FindLockedFileKey(const char* lpszName, unsigned char idProject, keyFileLock& lock) {
+    SetKeyFile(lpszName);
+    const key_t key = lock.lockExisting(m_strKeyFile) ? ftok(m_strKeyFile, idProject) : -1;
+    if (key == -1)
+        m_strKeyFile.Clear();
     return key;
 }
 

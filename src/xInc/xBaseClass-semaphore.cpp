@@ -178,6 +178,17 @@ BOOL xSemaphore::OpenSemaphoreValue(const char* lpszName, int nFirstValue) {
     return TRUE;
 }
 
+BOOL xSemaphore::OpenExistSemaphore(const char* lpszName) {
+    if (!QOR_ASSERT(m_fdSemaphore == -1))
+        return FALSE;
+    keyFileLock lock;
+    const key_t key = FindLockedFileKey(lpszName, idProjectSemaphore, lock);
+    m_fdSemaphore = key != -1 ? semget(key, 1, 0666) : -1;
+    if (m_fdSemaphore == -1)
+        CloseFileKey();
+    return m_fdSemaphore != -1;
+}
+
 void xSemaphore::CloseSemaphore() {
     if (!QOR_ASSERT(m_fdSemaphore != -1))
         return;

@@ -57,7 +57,8 @@ unsigned long chCreateThread(void* (*lpEntry)(void*), const void* pArg, int nPri
 }
 
 void chJoinThread(unsigned long idThreadID) {
-    if (!QOR_ASSERT(idThreadID != QOR_MiscHelper::qorGetCurrentThreadId()))
+    using QOR_MiscHelper::qorGetCurrentThreadId;
+    if (!QOR_ASSERT(idThreadID != qorGetCurrentThreadId()))
         return;
     const int result = pthread_join(static_cast<pthread_t>(idThreadID), NULL);
     QOR_WARN(result == 0);

@@ -42,14 +42,15 @@ private:
     bool m_bAll;
 };
 
-// The calling thread, registered for a scope; its loop is run by hand.
+// The calling thread, registered for a scope; its loop is run by hand. The start-up message is handled already.
 class currentThread : public QOR_MsgQueueHelper::chThreadLocal {
 public:
     explicit currentThread(const char* lpszName, messageThread::handler fnHandler = nullptr)
-        : chThreadLocal(lpszName, NULL), m_fnHandler(fnHandler) {
+        : chThreadLocal(lpszName, NULL) {
         share().CreateLocalThread(*this);
         while (ProcessOneMessageFromQueue() != TM_THREAD_START) {
         }
+        m_fnHandler = fnHandler;
     }
     ~currentThread() override { share().DestroyLocalThread(*this); }
 

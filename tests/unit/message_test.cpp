@@ -13,8 +13,11 @@ namespace {
 // A share object in private memory that counts as a segment.
 class Message : public testing::Test {
 protected:
-    Message() : m_pObject(new chSystemShareObject) { registShareRange(m_pObject.get(), sizeof(chSystemShareObject)); }
-    ~Message() override { unregistShareRange(m_pObject.get()); }
+    Message() : m_pMemory(new char[sizeof(chSystemShareObject)]()) {
+        registShareRange(m_pMemory.get(), sizeof(chSystemShareObject));
+        m_pObject = new (m_pMemory.get()) chSystemShareObject;  // never destructed, like the segment's
+    }
+    ~Message() override { unregistShareRange(m_pMemory.get()); }
 
     chMsgQueueManager& manager() { return m_pObject->m_objManager; }
     bool isPoolWhole() {
@@ -30,16 +33,17 @@ protected:
         return pMessage;
     }
 
-    std::unique_ptr<chSystemShareObject> m_pObject;
+    std::unique_ptr<char[]> m_pMemory;
+    chSystemShareObject* m_pObject;
 };
 
 TEST_F(Message, TheSegmentBeginsWithHeaderPoolAndAnEmptyTable) {
-    EXPECT_EQ(65536, wordAt(m_pObject.get(), 0));
-    EXPECT_EQ(1006, wordAt(m_pObject.get(), 1));
-    EXPECT_EQ(65504, wordAt(m_pObject.get(), 2));  // pool size
-    EXPECT_EQ(24, wordAt(m_pObject.get(), 3));     // from the pool's record to its area
-    EXPECT_EQ(0, wordAt(m_pObject.get(), 6));      // an empty root points to itself
-    EXPECT_EQ(0, wordAt(m_pObject.get(), 7));
+    EXPECT_EQ(65536, wordAt(m_pObject, 0));
+    EXPECT_EQ(1006, wordAt(m_pObject, 1));
+    EXPECT_EQ(65504, wordAt(m_pObject, 2));  // pool size
+    EXPECT_EQ(24, wordAt(m_pObject, 3));     // from the pool's record to its area
+    EXPECT_EQ(0, wordAt(m_pObject, 6));      // an empty root points to itself
+    EXPECT_EQ(0, wordAt(m_pObject, 7));
     EXPECT_TRUE(isPoolWhole());
 }
 

@@ -211,8 +211,12 @@ TEST_F(Send, SendingToOneselfRunsTheHandlerAtOnce) {
     nDepth = 1;
     EXPECT_TRUE(thread.DeliverThreadMsg(0x100, 0, 0));
     EXPECT_EQ(2, nDepth);
-    EXPECT_EXIT(thread.chThreadBase::SendThreadMsgEx(0x100, 0, 0, 0, NULL, -1, NULL), testing::KilledBySignal(SIGABRT),
-                "\\[QORMsgSystem:[0-9]+\\] !IsCalledByThisThread\\(\\) ");
+    EXPECT_EXIT(
+        {
+            currentThread dead("dead");
+            dead.chThreadBase::SendThreadMsgEx(0x100, 0, 0, 0, NULL, -1, NULL);
+        },
+        testing::KilledBySignal(SIGABRT), "\\[QORMsgSystem:[0-9]+\\] !IsCalledByThisThread\\(\\) ");
 }
 
 TEST_F(Send, OperationsOnAThreadThatIsGoneFail) {
@@ -278,13 +282,16 @@ TEST_F(Send, TheStepsWorkByThemselves) {
 }
 
 TEST_F(Send, ImpossibleStatesAreFatalAndADamagedSendWarns) {
+    const char* lpszText = "\\[QORMsgSystem:[0-9]+\\] Unexpert MSG sta = \\[-1\\] ";
+    auto fnDie = [](bool bClose) {
+        currentThread dead("dead");
+        msgObject* pMessage = dead.AllocThreadMessage(0, true, 0, NULL);
+        bClose ? dead.CloseSendMessage(*pMessage) : (dead.AfterProcessMessage(*pMessage), 0);
+    };
+    EXPECT_EXIT(fnDie(true), testing::KilledBySignal(SIGABRT), lpszText);
+    EXPECT_EXIT(fnDie(false), testing::KilledBySignal(SIGABRT), lpszText);
     currentThread thread("me");
     msgObject* pMessage = thread.AllocThreadMessage(0, true, 0, NULL);
-    pMessage->SetStatus(MT_ALLOCATED);
-    EXPECT_EXIT(thread.CloseSendMessage(*pMessage), testing::KilledBySignal(SIGABRT),
-                "\\[QORMsgSystem:[0-9]+\\] Unexpert MSG sta = \\[-1\\] ");
-    EXPECT_EXIT(thread.AfterProcessMessage(*pMessage), testing::KilledBySignal(SIGABRT),
-                "\\[QORMsgSystem:[0-9]+\\] Unexpert MSG sta = \\[-1\\] ");
     pMessage->SetStatus(MT_DAMAGED);
     testing::internal::CaptureStderr();
     thread.CloseSendMessage(*pMessage);
@@ -394,10 +401,13 @@ TEST_F(Send, AProxyToAnObjectThatHasGoneIsSkippedWithAWarning) {
 }
 
 TEST_F(Send, AProxyBlockOfAnotherSizeIsFatal) {
-    currentThread thread("me");
-    thread.PostThreadMsgEx(TM_MESSAGE_PROXY, 0, 0, 4, "abc");
-    EXPECT_EXIT(thread.ProcessThreadMessageOnce(), testing::KilledBySignal(SIGABRT),
-                "\\[QORMsgSystem:[0-9]+\\] objMessage.GetExtraSize\\(\\) == sizeof\\(msgProxy\\) ");
+    EXPECT_EXIT(
+        {
+            currentThread thread("me");
+            thread.PostThreadMsgEx(TM_MESSAGE_PROXY, 0, 0, 4, "abc");
+            thread.ProcessThreadMessageOnce();
+        },
+        testing::KilledBySignal(SIGABRT), "\\[QORMsgSystem:[0-9]+\\] objMessage.GetExtraSize\\(\\) == sizeof\\(msgProxy\\) ");
 }
 
 TEST_F(Send, AForgedProxyOrTimerMessageIsNeverFollowed) {

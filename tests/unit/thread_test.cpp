@@ -131,8 +131,6 @@ TEST(Thread, ALaunchedThreadRunsItsStepsInOrderAndIsJoined) {
     } thread;
     ASSERT_TRUE(process().LaunchLocalThread(thread));
     EXPECT_TRUE(process().IsValidLocalThread(&thread));
-    EXPECT_EXIT(process().LaunchLocalThread(thread), testing::KilledBySignal(SIGABRT),
-                "\\[QORMsgSystem:[0-9]+\\] !IsValidLocalThread\\(&objThread\\) ");
     process().ShutdownLocalThread(&thread);
     EXPECT_EQ("after start quit before ", thread.m_strSteps);
     EXPECT_EQ(0, thread.GetExitCode());
@@ -140,10 +138,22 @@ TEST(Thread, ALaunchedThreadRunsItsStepsInOrderAndIsJoined) {
     process().ShutdownLocalThread(NULL);
 }
 
+TEST(Thread, AThreadIsNotLaunchedTwice) {
+    EXPECT_EXIT(
+        {
+            messageThread worker("twice", [](msgObject&) { return 0; });
+            process().LaunchLocalThread(worker);
+        },
+        testing::KilledBySignal(SIGABRT), "\\[QORMsgSystem:[0-9]+\\] !IsValidLocalThread\\(&objThread\\) ");
+}
+
 TEST(Thread, AThreadDoesNotShutItselfDown) {
-    currentThread thread("self");
-    EXPECT_EXIT(process().ShutdownLocalThread(&thread), testing::KilledBySignal(SIGABRT),
-                "\\[QORMsgSystem:[0-9]+\\] idTask != qorGetCurrentTaskId\\(\\) ");
+    EXPECT_EXIT(
+        {
+            currentThread thread("self");
+            process().ShutdownLocalThread(&thread);
+        },
+        testing::KilledBySignal(SIGABRT), "\\[QORMsgSystem:[0-9]+\\] idTask != qorGetCurrentTaskId\\(\\) ");
 }
 
 TEST(Thread, ALaunchWithARefusedPriorityWarnsAndStarts) {
@@ -233,6 +243,12 @@ TEST(Thread, ASleepingThreadIsWokenByAPost) {
 
 TEST(Thread, DogsleepHandlesMessagesMeanwhile) {
     int nHandled = 0;
+    EXPECT_EXIT(
+        {
+            currentThread thread("dead");
+            thread.Dogsleep(0);
+        },
+        testing::KilledBySignal(SIGABRT), "\\[QORMsgSystem:[0-9]+\\] nTime > 0 ");
     currentThread thread("dog", [&](msgObject& objMessage) {
         nHandled += objMessage.uMsg == 0x100;
         return objMessage.uMsg == TM_THREAD_IDLE ? 5 : 0;
@@ -243,7 +259,6 @@ TEST(Thread, DogsleepHandlesMessagesMeanwhile) {
     EXPECT_TRUE(thread.Dogsleep(60));
     EXPECT_GE(QOR_BaseHelper::qorGetTickCount(), uStart + 60);
     EXPECT_EQ(2, nHandled);
-    EXPECT_EXIT(thread.Dogsleep(0), testing::KilledBySignal(SIGABRT), "\\[QORMsgSystem:[0-9]+\\] nTime > 0 ");
     thread.PostThreadMsg(TM_THREAD_QUIT, 0, 0);
     EXPECT_FALSE(thread.Dogsleep(3600 * 1000));
 }

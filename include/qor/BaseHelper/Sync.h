@@ -62,6 +62,12 @@ protected:
     /// OpenFileKey() that leaves the key file locked, so that the caller can create its kernel object alone.
     key_t OpenLockedFileKey(const char* lpszName, unsigned char idProject, keyFileLock& lock);
 
+    /// OpenLockedFileKey() for a key file that exists already; -1 when there is none.
+    key_t FindLockedFileKey(const char* lpszName, unsigned char idProject, keyFileLock& lock);
+
+    /// Remembers the path of the key file of that name.
+    void SetKeyFile(const char* lpszName);
+
     QOR_StringHelper::chReferenceStringT<char> m_strKeyFile;  ///< full path, empty while closed
 };
 
@@ -77,6 +83,10 @@ public:
     /// @return 1; a failure is a warning and a fatal assertion (0). Fatal when already open.
     BOOL OpenSemaphore(const char* lpszName);
 
+    /// Opens the semaphore of that name when there is one. @return 1, or 0 when there is none.
+    /// Fatal when already open.
+    BOOL OpenExistSemaphore(const char* lpszName);
+
     /// Lets go of the semaphore; it and its key file stay for the others.
     void CloseSemaphore();
 
@@ -86,6 +96,9 @@ public:
 
     /// Whether the calling task created the semaphore with this object. Fatal when not open.
     BOOL IsCreateByMe();
+
+    /// Whether some task of this process created the semaphore with this object.
+    BOOL IsCreateHere() const { return m_idCreator != -1; }
 
     /// Adds nDelta, waiting while the value would fall below 0. The kernel takes the change back when the
     /// process ends.
@@ -145,6 +158,9 @@ class QOR_API chEvent : public xSemaphore {
 public:
     /// Opens the event of that name, or creates it with nothing set. @return 1, or 0 on failure.
     BOOL OpenEvent(const char* lpszName);
+
+    /// Opens the event of that name when there is one. @return 1, or 0 when there is none.
+    BOOL OpenExistEvent(const char* lpszName) { return OpenExistSemaphore(lpszName); }
 
     /// Lets go of the event.
     void CloseEvent();

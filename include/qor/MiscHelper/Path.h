@@ -41,7 +41,7 @@ QOR_API void pathRenameExtension(char* lpszPath, const char* lpszNewExtern);
 QOR_API void pathStripPath(char* lpszPath);
 /// Cuts the file name; the separator stays.
 QOR_API void pathRemoveFileSpec(char* lpszPath);
-/// Appends a path, with one separator between the two.
+/// Appends a path without its leading separator, behind one separator unless the path is empty.
 QOR_API void pathAppend(char* lpszPath, const char* lpszMore);
 /// Removes one trailing separator.
 QOR_API void pathCutTail(char* lpszPath);

@@ -13,6 +13,9 @@
 #include "qor/StringHelper.h"
 #include "qor/Types.h"
 
+/// Free helper functions: paths, encodings, numbers, the platform.
+namespace QOR_MiscHelper {
+
 /// Eight 16-bit fields of a local time.
 struct SYSTEMTIME {
     unsigned short wYear;          ///< 1900 and later
@@ -24,9 +27,6 @@ struct SYSTEMTIME {
     unsigned short wSecond;        ///< 0 to 60
     unsigned short wMilliseconds;  ///< 0 to 999
 };
-
-/// Free helper functions: paths, encodings, numbers, the platform.
-namespace QOR_MiscHelper {
 
 /// The calling process's id.
 QOR_API int qorGetCurrentProcessId();
