@@ -12,7 +12,7 @@
 
 #include <set>
 
-#include "process/child.h"
+#include "support/child.h"
 #include "qor/BaseHelper/Share.h"
 
 using namespace QOR_BaseHelper;

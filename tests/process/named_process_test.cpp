@@ -6,7 +6,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "child.h"
+#include "support/child.h"
 #include "qor/MsgQueueHelper/Named.h"
 #include "qor/flat.h"
 

@@ -5,7 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "process/child.h"
+#include "support/child.h"
 #include "qor/BaseHelper/Share.h"
 
 using namespace QOR_BaseHelper;

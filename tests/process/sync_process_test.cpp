@@ -9,7 +9,7 @@
 #include <atomic>
 #include <thread>
 
-#include "process/child.h"
+#include "support/child.h"
 #include "qor/BaseHelper/Sync.h"
 
 using namespace QOR_BaseHelper;

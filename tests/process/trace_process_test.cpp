@@ -7,7 +7,7 @@
 
 #include <thread>
 
-#include "child.h"
+#include "support/child.h"
 #include "qor/TraceHelper.h"
 #include "support/traceline.h"
 

@@ -1,7 +1,7 @@
 // Child processes and the pipes they meet over. A child that hangs is ended by its own watchdog, which names
 // it; a child never outlives the test.
-#ifndef QOR_TESTS_PROCESS_CHILD_H
-#define QOR_TESTS_PROCESS_CHILD_H
+#ifndef QOR_TESTS_SUPPORT_CHILD_H
+#define QOR_TESTS_SUPPORT_CHILD_H
 
 #include <errno.h>
 #include <signal.h>

@@ -1,0 +1,82 @@
+#include "support/isolation.h"
+
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <string>
+#include <vector>
+
+namespace qorTest {
+
+namespace {
+
+constexpr const char* szMark = "QOR_TEST_ISOLATED";
+
+// What runs inside the new namespaces, before the program again. A file system over the whole root is not possible
+// everywhere, so the two device directories are made in /tmp and bound where they can be.
+constexpr const char* szScript =
+    "mount -t tmpfs -o mode=1777,size=256m tmpfs /tmp && mkdir /tmp/home || exit 97; "
+    "for d in /rundata /vantrel; do mkdir -p /tmp$d; [ -d $d ] && mount --bind /tmp$d $d; done 2>/dev/null; "
+    "exec \"$@\"";
+
+bool asksForList(int argc, char** argv) {
+    for (int i = 1; i < argc; ++i)
+        if (strncmp(argv[i], "--gtest_list_tests", 18) == 0)
+            return true;
+    return false;
+}
+
+std::string ownPath() {
+    char szPath[4096];
+    const ssize_t nLength = readlink("/proc/self/exe", szPath, sizeof(szPath) - 1);
+    return std::string(szPath, nLength > 0 ? static_cast<size_t>(nLength) : 0);
+}
+
+// The words that start a program of this build: an emulator and its options, or nothing.
+std::vector<std::string> emulatorWords() {
+    std::vector<std::string> listWord;
+    std::string strWord;
+    for (const char* lpsz = QOR_TEST_EMULATOR; *lpsz != 0; ++lpsz) {
+        if (*lpsz != ';') {
+            strWord += *lpsz;
+            continue;
+        }
+        listWord.push_back(strWord);
+        strWord.clear();
+    }
+    if (!strWord.empty())
+        listWord.push_back(strWord);
+    return listWord;
+}
+
+}  // namespace
+
+void isolate(int argc, char** argv) {
+    if (asksForList(argc, argv))
+        return;
+    if (getenv(szMark) != NULL) {
+        setenv("HOME", "/tmp/home", 1);
+        unsetenv("trace");
+        return;
+    }
+    setenv(szMark, "1", 1);
+    std::vector<std::string> listWord = {"unshare", "--user", "--map-root-user", "--mount", "--ipc", "--", "sh", "-c",
+                                         szScript, "sh"};
+    for (const std::string& strWord : emulatorWords())
+        listWord.push_back(strWord);
+    listWord.push_back(ownPath());
+    for (int i = 1; i < argc; ++i)
+        listWord.push_back(argv[i]);
+    std::vector<char*> listArgument;
+    for (std::string& strWord : listWord)
+        listArgument.push_back(&strWord[0]);
+    listArgument.push_back(NULL);
+    execvp(listArgument[0], listArgument.data());
+    perror("Tests need user, mount and IPC namespaces of their own: cannot run unshare (package util-linux)");
+    exit(97);
+}
+
+}  // namespace qorTest
