@@ -40,7 +40,7 @@ std::vector<std::string> emulatorWords() {
     std::vector<std::string> listWord;
     std::string strWord;
     for (const char* lpsz = QOR_TEST_EMULATOR; *lpsz != 0; ++lpsz) {
-        if (*lpsz != ';') {
+        if (*lpsz != '|') {
             strWord += *lpsz;
             continue;
         }
