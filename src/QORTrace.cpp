@@ -198,7 +198,7 @@ void uCTraceHelper::writeLine(int nTarget, lineText& strLine) {
         TraceToSystemTrace(strLine);
 }
 
-// The line is taken as a format without arguments: "%%" prints one per-cent sign. All other conversions have
+// The line goes out like debug output, in one write beside running threads. It is taken as a format without arguments: "%%" prints one per-cent sign. All other conversions have
 // nothing to print and stay as they are.
 void uCTraceHelper::writeAfterExit(const lineText& strLine) {
     std::string strText;
@@ -207,7 +207,8 @@ void uCTraceHelper::writeAfterExit(const lineText& strLine) {
         if (p[0] == '%' && p[1] == '%')
             ++p;
     }
-    qorOutputDebugString("%s", strText.c_str());
+    strText += '\n';
+    fwrite(strText.data(), 1, strText.size(), stdout);
 }
 
 // The line feed is part of the one write, so that lines of several threads do not mix.

@@ -93,42 +93,6 @@ TEST_F(NamedProcess, AProcessKilledUnderTheLockLeavesItFree) {
     EXPECT_EQ(0, next.wait());
 }
 
-TEST_F(NamedProcess, ProcessesKilledAnywhereLeaveAWholeTable) {
-    for (int nRound = 0; nRound < 20; ++nRound) {
-        meeting meetingStarted;
-        childProcess victim("victim", [&] {
-            nameHelperLock();
-            nameHelperUnlock();
-            meetingStarted.say();
-            for (unsigned u = 0;; ++u) {
-                const std::string strName = "block" + std::to_string(u % 7);
-                nameHelperLock();
-                QOR_MsgQueueHelper::chNamedObjectManager& manager =
-                    QOR_MsgQueueHelper::uCSystemNamedObjectHelpergetGlobalObject()->getObject()->m_objManager;
-                if (u % 3 == 0)
-                    manager.FreeNamedObject(strName.c_str());
-                else
-                    manager.GetNamedObject(strName.c_str(), 12, nullptr);
-                nameHelperUnlock();
-            }
-            return 0;
-        });
-        meetingStarted.hear();
-        usleep(static_cast<useconds_t>(nRound * 300));  // wherever it is by then
-        victim.kill();
-        EXPECT_EQ(-SIGKILL, victim.wait());
-    }
-    childProcess reader("reader", [] {
-        nameHelperLock();
-        int nFound = 0;
-        for (int i = 0; i < 7; ++i)
-            nFound += nameGetSystemObject(("block" + std::to_string(i)).c_str(), 12, nullptr) != nullptr;
-        nameHelperUnlock();
-        return nFound;
-    });
-    EXPECT_EQ(7, reader.wait());
-}
-
 TEST_F(NamedProcess, AForkedChildUsesTheLockThatAThreadOfTheParentHeld) {
     childProcess parent("parent", [] {
         nameHelperLock();

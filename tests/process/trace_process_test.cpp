@@ -203,38 +203,33 @@ TEST(TraceBuffer, OneProcessReadsWhatSeveralWrite) {
         EXPECT_EQ(0, writer.wait());
 }
 
-TEST(TraceBuffer, WritersKilledAnywhereLeaveItReadable) {
-    for (int nRound = 0; nRound < 15; ++nRound) {
-        meeting meetingStarted;
-        childProcess victim("victim", [&]() -> int {
-            setenv("trace", "9:system", 1);
-            tracePrintf("started");
-            meetingStarted.say();
-            for (int n = 0;; ++n) {
-                chTraceStack stack("scope");
-                tracePrintf("%s", std::string(static_cast<size_t>(n * 37 % 900), 'v').c_str());
-            }
-        });
-        meetingStarted.hear();
-        usleep(static_cast<useconds_t>(nRound * 400));  // wherever it is by then
-        victim.kill();
-        EXPECT_EQ(-SIGKILL, victim.wait());
-    }
-    childProcess next("next", [] {
+TEST(TraceBuffer, AWriterKilledUnderTheLockLeavesItReadable) {
+    meeting meetingLocked;
+    childProcess victim("victim", [&]() -> int {
         setenv("trace", "9:system", 1);
-        if (uCTraceHelpergetGlobalObject()->push_trace_level() != 1)
-            return 1;
-        uCTraceHelpergetGlobalObject()->pop_trace_level();
-        // Each victim may have left one line that the count of lines does not know: as many newer ones stay behind.
-        for (int n = 0; n < 40; ++n)
-            tracePrintf("after them");
-        chReferenceStringT<char> strLine;
-        int nAfter = 0;
-        while (uCTraceHelpergetGlobalObject()->ReadSystemTraceString(strLine))
-            nAfter += strstr(strLine, "after them") != nullptr;
-        return nAfter >= 25 && nAfter <= 40 ? 0 : 2;
+        tracePrintf("its last line");
+        uCTraceHelper* const pTrace = uCTraceHelpergetGlobalObject();
+        pTrace->push_trace_level();
+        pTrace->Lock(-1);
+        pTrace->getObject()->m_objPool.alloc(500);  // a line's cell, not yet filled and linked
+        meetingLocked.say();
+        for (;;)
+            pause();
     });
-    EXPECT_EQ(0, next.wait());
+    meetingLocked.hear();
+    victim.kill();
+    EXPECT_EQ(-SIGKILL, victim.wait());
+    const caughtProcess next("9:system", [] {
+        const int nDepth = uCTraceHelpergetGlobalObject()->push_trace_level();
+        uCTraceHelpergetGlobalObject()->pop_trace_level();
+        tracePrintf("after it");
+        chReferenceStringT<char> strLine;
+        while (uCTraceHelpergetGlobalObject()->ReadSystemTraceString(strLine))
+            puts(strLine);
+        return nDepth;
+    });
+    EXPECT_EQ(1, next.nStatus);
+    EXPECT_NE(std::string::npos, ("\n" + next.texts()).find("\nits last line\nafter it\n")) << next.strOutput;
 }
 
 TEST(TraceInstance, ManyThreadsMakeItOnce) {
