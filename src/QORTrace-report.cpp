@@ -47,10 +47,8 @@ void qorOutputDebugString(const char* lpszFormat, ...) {
 void qorOutputDebugStringV(const char* lpszFormat, va_list args) {
     if (!QOR_ASSERT(lpszFormat != NULL))
         return;
-    flockfile(stdout);
-    vprintf(lpszFormat, args);
-    putchar_unlocked('\n');
-    funlockfile(stdout);
+    const std::string strFormat = std::string(lpszFormat) + "\n";
+    vprintf(strFormat.c_str(), args);
 }
 
 void qorOutputWarningString(const char* lpszFormat, ...) {

@@ -1,16 +1,19 @@
 /// @file
-/// The base classes over the operating system: locks and signals, shared memory, and what waits on
-/// descriptors.
+/// The base classes over the operating system: locks and signals, shared memory, what waits on descriptors, and time.
 ///
 /// This header is the face of the namespace; each chapter stands alone:
 /// - `BaseHelper/Sync.h`: mutexes, events and locks, across processes and inside one.
 /// - `BaseHelper/Share.h`: named shared memory and the frame that builds one object in it exactly once.
 /// - `BaseHelper/Select.h`: descriptor sets and their time-outs.
+/// - `BaseHelper/Time.h`: calendar times.
+/// - `BaseHelper/Tick.h`: the tick since boot that all processes share, and time-outs.
 #ifndef QOR_BASEHELPER_H
 #define QOR_BASEHELPER_H
 
 #include "qor/BaseHelper/Select.h"
 #include "qor/BaseHelper/Share.h"
 #include "qor/BaseHelper/Sync.h"
+#include "qor/BaseHelper/Tick.h"
+#include "qor/BaseHelper/Time.h"
 
 #endif

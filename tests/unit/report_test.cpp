@@ -24,7 +24,7 @@ TEST(Report, AConditionThatHoldsPrintsNothingAndIsReturned) {
 
 TEST(Report, AFailedAssertionPrintsItsRedLineAndAborts) {
     EXPECT_EXIT(qorErrorMessage(0, "xInc/xMisc", 42, "a == b"), testing::KilledBySignal(SIGABRT),
-                "^\033\\[1;31merror: \033\\[00m\\[xInc/xMisc:42\\] a == b \\([0-9]{4,}:[0-9a-f]{4,}\\)\n$");
+                "^\033\\[1;31merror: \033\\[00m\\[xInc/xMisc:42\\] a == b \\([0-9]{4,}:[0-9a-f]{4,}\\)\n");
 }
 
 TEST(Report, AFailedWarningPrintsItsYellowLineAndGoesOn) {

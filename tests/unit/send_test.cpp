@@ -237,25 +237,25 @@ TEST_F(Send, OperationsOnAThreadThatIsGoneFail) {
 }
 
 TEST_F(Send, ASendInProgressReturnsWhenItsTargetUnregisters) {
-    qorTest::signal entered;
-    auto fnLeave = [&](msgObject& m) {
-        if (m.uMsg == 0x100) {
-            chThreadLocal* pThread = process().GetCurrentThreadObject();
-            share().DestroyLocalThread(*pThread);
-        }
-        return 0;
-    };
     struct leaver : chThreadLocal {
-        leaver(decltype(fnLeave)& fn) : chThreadLocal("leaver", NULL), m_fn(fn) {}
-        int TryThreadMessage(msgObject& m) override { return m_fn(m), 1; }
-        decltype(fnLeave)& m_fn;
-    } thread(fnLeave);
-    process().LaunchLocalThread(thread);
+        leaver() : chThreadLocal("leaver", NULL) {}
+        int TryThreadMessage(msgObject& m) override {
+            if (m.uMsg == 0x100)
+                share().DestroyLocalThread(*this);
+            return 1;
+        }
+    } thread;
+    qorTest::signal registered;
+    std::thread runner([&]() {
+        share().CreateLocalThread(thread);
+        registered.Set();
+        thread.Run();
+    });
+    registered.Wait();
     BOOL bReplied = 1;
     EXPECT_EQ(-1, chThreadRemote("leaver").SendThreadMsgEx(0x100, 0, 0, 0, NULL, -1, &bReplied));
     EXPECT_FALSE(bReplied);
-    while (process().IsValidLocalThread(&thread))
-        std::this_thread::yield();
+    runner.join();
 }
 
 TEST_F(Send, TheStepsWorkByThemselves) {

@@ -1,0 +1,17 @@
+/// @file
+/// The whole library.
+#ifndef QOR_QOR_H
+#define QOR_QOR_H
+
+#include "qor/AllocHelper.h"
+#include "qor/ArrayHelper.h"
+#include "qor/BaseHelper.h"
+#include "qor/ChainHelper.h"
+#include "qor/ListHelper.h"
+#include "qor/MiscHelper.h"
+#include "qor/MsgQueueHelper.h"
+#include "qor/StringHelper.h"
+#include "qor/TraceHelper.h"
+#include "qor/flat.h"
+
+#endif
