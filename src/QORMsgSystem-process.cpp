@@ -17,7 +17,6 @@
 #include "qor/MiscHelper.h"
 #include "qor/MsgQueueHelper/ShareHelper.h"
 #include "qor/TraceHelper.h"
-#include "qor/flat.h"
 
 using QOR_BaseHelper::chEvent;
 using QOR_MiscHelper::qorGetCurrentTaskId;

@@ -12,7 +12,6 @@
 #include "internal/report.h"
 #include "internal/scope_lock.h"
 #include "qor/MsgQueueHelper/ShareHelper.h"
-#include "qor/flat.h"
 
 using namespace QOR_ChainHelper;
 using QOR_BaseHelper::chCriticalSection;

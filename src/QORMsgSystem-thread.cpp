@@ -13,7 +13,6 @@
 #include "qor/MiscHelper.h"
 #include "qor/MsgQueueHelper/ShareHelper.h"
 #include "qor/TraceHelper.h"
-#include "qor/flat.h"
 
 using namespace QOR_ChainHelper;
 using QOR_TraceHelper::qorTrace;

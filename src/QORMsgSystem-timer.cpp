@@ -12,7 +12,6 @@
 #include "qor/BaseHelper/Tick.h"
 #include "qor/MsgQueueHelper/ShareHelper.h"
 #include "qor/TraceHelper.h"
-#include "qor/flat.h"
 
 using QOR_BaseHelper::qorGetTickCount;
 

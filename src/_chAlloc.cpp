@@ -1,9 +1,10 @@
 // Node and pool allocators.
 //
 // Invariants of a pool: its cells tile the area; the free ones are linked, by their data, in order of addresses into a
-// circular chain whose head is m_FreeCellChain. A kill between two stores may leave a backward link behind, or a used
-// cell that nobody owns, but never one block handed out twice or a free cell with links of old: a cell is marked used
-// before it leaves the chain and free after it has entered it, and what is marked used in the chain is passed over.
+// circular chain whose head is m_FreeCellChain. The way forward is whole at every instant; a kill between two stores may
+// leave a backward link behind, or a used cell that nobody owns, but never one block handed out twice or a free cell
+// with links of old: a cell is marked used before it leaves the chain and free after it has entered it, and what is
+// marked used in the chain is passed over.
 //
 // Shared memory may be damaged. Every operation first takes the area's bounds from the segment that holds the record,
 // follows a link only to a sound cell inside them, and takes no more steps than there can be cells.
@@ -33,6 +34,13 @@ poll_chain* cellOf(const list_chain_offset* pLink) { return poll_chain::get_pCel
 list_chain_offset* linkOf(const poll_chain* pCell) { return static_cast<list_chain_offset*>(pCell->get_pData()); }
 
 uintptr_t addressOf(const void* p) { return reinterpret_cast<uintptr_t>(p); }
+
+// Backwards first: until the one store that bypasses what stood between, the way forward is as it was. Inlined, the
+// compiler takes a link's address for one past its object.
+__attribute__((noinline)) void bypass(list_chain_offset* pLeft, list_chain_offset* pRight) {
+    pRight->set_pPrev(pLeft);
+    pLeft->set_pNext(pRight);
+}
 
 }  // namespace
 
@@ -200,21 +208,44 @@ bool baseStaticPoolAlloc::is_valid_cell(const poll_chain* pCell) const {
 
 // ---- baseStaticPoolAlloc: the chain of free cells
 
-bool baseStaticPoolAlloc::unlinkFree(const bounds& area, type_chain* p) {
+// The link in front of p on the way forward, which is always whole. A killed process may have left p's own link
+// backwards behind; that is seen by its target not leading here, or not being free, and put right. Null: p is not linked.
+baseStaticPoolAlloc::type_chain* baseStaticPoolAlloc::leftOf(const bounds& area, type_chain* p) {
     type_chain* pLeft = p->get_pPrevNode();
+    const bool bHead = pLeft == &m_FreeCellChain;
+    if ((bHead || (isSoundLink(area, pLeft) && cellOf(pLeft)->is_free_cell())) && pLeft->get_pNext() == p)
+        return pLeft;
+    return searchLeftOf(area, p);
+}
+
+baseStaticPoolAlloc::type_chain* baseStaticPoolAlloc::searchLeftOf(const bounds& area, type_chain* p) {
+    uintptr_t nLeft = (area.uEnd - area.uBegin) / slack + 1;
+    type_chain* pLeft = &m_FreeCellChain;
+    while (pLeft->get_pNext() != p) {
+        if (pLeft->get_pNext() == &m_FreeCellChain)
+            return NULL;
+        if (nLeft-- == 0 || !isSoundLink(area, pLeft->get_pNext())) {
+            failBroken();
+            return NULL;
+        }
+        pLeft = pLeft->get_pNext();
+    }
+    p->set_pPrev(pLeft);
+    return pLeft;
+}
+
+bool baseStaticPoolAlloc::unlinkFree(const bounds& area, type_chain* p) {
+    type_chain* pLeft = leftOf(area, p);
+    if (pLeft == NULL)
+        return true;  // a killed process has unlinked it already
     type_chain* pRight = p->get_pNext();
-    if (!isSoundLink(area, pLeft) || !isSoundLink(area, pRight))
+    if (!isSoundLink(area, pRight))
         return failBroken();
-    link_list_node(pLeft, pRight);
+    bypass(pLeft, pRight);
     return true;
 }
 
-void baseStaticPoolAlloc::linkFreeBefore(const bounds& area, type_chain* pRight, type_chain* pNew) {
-    type_chain* pLeft = pRight->get_pPrevNode();
-    if (!isSoundLink(area, pLeft)) {
-        failBroken();
-        return;
-    }
+void baseStaticPoolAlloc::linkFree(type_chain* pLeft, type_chain* pNew, type_chain* pRight) {
     pNew->set_pNext(pRight);
     pNew->set_pPrev(pLeft);
     pLeft->set_pNext(pNew);
@@ -239,12 +270,14 @@ void baseStaticPoolAlloc::push_free_cell(poll_chain* pCell) {
             failBroken();
             return;
         }
-        if (pRight->is_free_cell()) {
+        // A free cell that a killed process has left out of the chain does not count.
+        if (pRight->is_free_cell() && leftOf(area, linkOf(pRight)) != NULL) {
             pBehind = linkOf(pRight);
             break;
         }
     }
-    linkFreeBefore(area, pBehind, linkOf(pCell));
+    if (type_chain* pLeft = leftOf(area, pBehind))
+        linkFree(pLeft, linkOf(pCell), pBehind);
 }
 
 // ---- baseStaticPoolAlloc: cells
@@ -346,11 +379,8 @@ void baseStaticPoolAlloc::disjoin_big_cell(poll_chain* pCell, int nAllocSize) {
     }
     poll_chain* pNew = reinterpret_cast<poll_chain*>(addressOf(pCell->get_pData()) + static_cast<unsigned>(nAllocSize));
     pNew->init_cell(static_cast<uint32_t>(addressOf(pCell->get_pRight()) - addressOf(pNew)), false);
-    linkOf(pNew)->set_pNext(pRightLink);
-    linkOf(pNew)->set_pPrev(linkOf(pCell));
     pCell->set_pRight(pNew);
-    linkOf(pCell)->set_pNext(linkOf(pNew));
-    pRightLink->set_pPrev(linkOf(pNew));
+    linkFree(linkOf(pCell), linkOf(pNew), pRightLink);
     pNew->set_cell_free(true);
 }
 

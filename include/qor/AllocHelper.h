@@ -186,7 +186,9 @@ private:
     poll_chain* findCell(const bounds& area, int nNeed);
     bool joinRight(const bounds& area, poll_chain* pCell);
     bool unlinkFree(const bounds& area, type_chain* p);
-    void linkFreeBefore(const bounds& area, type_chain* pRight, type_chain* pNew);
+    type_chain* leftOf(const bounds& area, type_chain* p);
+    type_chain* searchLeftOf(const bounds& area, type_chain* p);
+    static void linkFree(type_chain* pLeft, type_chain* pNew, type_chain* pRight);
 
     int32_t m_nPoolSize;
     int32_t m_iOffsetPool;

@@ -152,13 +152,13 @@ void unlink_list_node(chain* pNode) {
         return;
     chain* pPrev = pNode->get_pPrevNode();
     chain* pNext = pNode->get_pNext();
-    // The way forward first: it is the one that readers follow.
+    // Backwards first: readers follow the way forward, which one store bypasses.
+    if (pNext != NULL)
+        pNext->set_pPrev(pPrev);
     if (pPrev != NULL)
         pPrev->set_pNext(pNext);
-    if (pNext != NULL) {
-        pNext->set_pPrev(pPrev);
+    if (pNext != NULL)
         pNode->set_pNext(NULL);
-    }
     if (pPrev != NULL)
         pNode->set_pPrev(NULL);
 }

@@ -158,8 +158,8 @@ public:
 
     /// The number of elements.
     int size() const { return QOR_ChainHelper::loadShareWord(m_nCount); }
-    /// Whether there is none.
-    bool empty() const { return size() == 0; }
+    /// Whether there is none; by the links, which a killed process may have left one ahead of the number.
+    bool empty() const { return begin() == end(); }
     /// The first element, or end().
     iterator begin() const { return ++end(); }
     /// The end position.
@@ -194,10 +194,10 @@ public:
     void erase(iterator it) {
         if (empty() || it == end())
             return;
-        QOR_ChainHelper::storeShareWord(m_nCount, size() - 1);
+        QOR_ChainHelper::storeShareWord(m_nCount, size() > 0 ? size() - 1 : 0);
         chain_type* pLink = it.m_pThisNode;
         soundNode(it.m_pThisNode, pLink->get_pNext());
-        soundNode(it.m_pThisNode, pLink->get_pPrevNode());
+        pLink->set_pPrev(left_of(it));
         QOR_ChainHelper::unlink_list_node(pLink);
         this->ReturnNode(it.m_pThisNode);
     }
@@ -254,7 +254,7 @@ public:
 protected:
     /// Links a complete node in front of a place.
     iterator link_node(iterator it, node_type* pNode) {
-        node_type* pLeft = soundNode(it.m_pThisNode, it.m_pThisNode->get_pPrevNode());
+        chain_type* pLeft = left_of(it);
         chain_type* pLink = pNode;
         pLink->set_pNext(it.m_pThisNode);
         pLink->set_pPrev(pLeft);
@@ -265,6 +265,22 @@ protected:
     }
 
 private:
+    // The link in front of a place. The way forward is the truth: a killed process may have left a link backwards
+    // behind, which is seen by its target not leading here.
+    chain_type* left_of(iterator it) const {
+        node_type* pLeft = soundNode(it.m_pThisNode, it.m_pThisNode->get_pPrevNode());
+        if (pLeft->get_pNext() == static_cast<chain_type*>(it.m_pThisNode))
+            return pLeft;
+        node_type* pSearch = end().m_pThisNode;
+        uintptr_t nLeft = this->maxNodes();
+        for (iterator itNext = begin(); itNext != it; ++itNext) {
+            pSearch = itNext.m_pThisNode;
+            if (!QOR_ASSERT_IN("_chList", nLeft-- != 0 && itNext != end(), "broken share chain"))
+                break;
+        }
+        return pSearch;
+    }
+
     int32_t m_nCount;
     chain_type m_vHead;
 };

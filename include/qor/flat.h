@@ -41,6 +41,10 @@ typedef unsigned int UINT;
 /** A registered thread of any process: the offset of its queue in the share segment, 0 for none. */
 typedef struct _HTHREAD_* HTHREAD;
 
+/* The message types stand here and, word for word, in MsgQueueHelper/Message.h, which is below this header. */
+#ifndef QOR_MESSAGE_TYPES
+#define QOR_MESSAGE_TYPES
+
 /** What a message callback sees of its message. It is a view into the live message, not a copy: valid until the
  *  callback returns, and accepted by the functions below that take a message. */
 typedef struct simpMSG {
@@ -48,9 +52,6 @@ typedef struct simpMSG {
     uint32_t wParam; /**< first parameter */
     int32_t lParam;  /**< second parameter */
 } simpMSG;
-
-/** Handles one message of a thread; its value becomes the message's result. It also receives the ids below. */
-typedef int (*msgCallbackEx)(simpMSG* pMsg);
 
 /** Message ids that the library itself uses. Ids 0 to 15 are never traced. */
 enum {
@@ -63,6 +64,11 @@ enum {
                                     a negative one waits for the next message or timer (50 ms without timers) */
     TM_REGISTRY_CHANGE = 0x9001 /**< a watched registry section has changed */
 };
+
+#endif
+
+/** Handles one message of a thread; its value becomes the message's result. It also receives the ids below. */
+typedef int (*msgCallbackEx)(simpMSG* pMsg);
 
 /* ---- threads ---- */
 

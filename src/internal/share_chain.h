@@ -2,8 +2,8 @@
 // only to a record that lies, aligned, in the same segment. A broken chain is a fatal assertion of the including
 // source.
 //
-// A chain is changed in an order that leaves the forward direction whole at every instant: a new record is complete
-// before the one store that makes it reachable, and an old one is first bypassed.
+// A chain is changed in an order that leaves the way forward whole at every instant: a new record is complete before the
+// one store that makes it reachable, and one store bypasses an old one, after the link backwards has been changed.
 #ifndef QOR_INTERNAL_SHARE_CHAIN_H
 #define QOR_INTERNAL_SHARE_CHAIN_H
 
@@ -23,9 +23,24 @@ public:
 
     // The record behind p; null at the end of the chain.
     list_chain_offset* Next(const list_chain_offset* p) const { return Check(target(wordsOf(p)[0])); }
-    // The record in front of p; null at the begin of the chain. A link backwards names the second word of its record.
+    // The record in front of p; null at the begin of the chain. The way forward is the truth: a killed process may have
+    // left a link backwards behind, which is seen by its target not leading here.
     list_chain_offset* Prev(const list_chain_offset* p) const {
-        return Check(target(wordsOf(p)[1]) - sizeof(int32_t));
+        // A link backwards names the second word of its record.
+        const uintptr_t u = target(wordsOf(p)[1]) - sizeof(int32_t);
+        if (m_objRange.holds(u, sizeof(list_chain_offset))) {
+            list_chain_offset* pPrev = reinterpret_cast<list_chain_offset*>(u);
+            if (target(wordsOf(pPrev)[0]) == reinterpret_cast<uintptr_t>(p))
+                return pPrev == m_pHead ? NULL : pPrev;
+        }
+        list_chain_offset* pPrev = m_pHead;
+        Find([this, p, &pPrev](list_chain_offset* pNode) {
+            if (pNode == p)
+                return true;
+            pPrev = pNode;
+            return false;
+        });
+        return pPrev == m_pHead ? NULL : pPrev;
     }
     list_chain_offset* First() const { return Next(m_pHead); }
     list_chain_offset* Last() const { return Prev(m_pHead); }
@@ -79,8 +94,8 @@ public:
         list_chain_offset* pPrev = Prev(pNode);
         list_chain_offset* pRight = pNext != NULL ? pNext : m_pHead;
         list_chain_offset* pLeft = pPrev != NULL ? pPrev : m_pHead;
-        storeLink(wordsOf(pLeft)[0], pRight, 0);
         storeLink(wordsOf(pRight)[1], pLeft, 1);
+        storeLink(wordsOf(pLeft)[0], pRight, 0);
         storeShareWord(wordsOf(pNode)[0], nullLink);
         storeShareWord(wordsOf(pNode)[1], nullLink);
     }

@@ -24,7 +24,31 @@
 #include "qor/ChainHelper.h"
 #include "qor/Types.h"
 
-struct simpMSG;
+/* The message types stand here and, word for word, in flat.h, which needs no other header. */
+#ifndef QOR_MESSAGE_TYPES
+#define QOR_MESSAGE_TYPES
+
+/** What a message callback sees of its message. It is a view into the live message, not a copy: valid until the
+ *  callback returns, and accepted by the functions below that take a message. */
+typedef struct simpMSG {
+    uint32_t uMsg;   /**< message id */
+    uint32_t wParam; /**< first parameter */
+    int32_t lParam;  /**< second parameter */
+} simpMSG;
+
+/** Message ids that the library itself uses. Ids 0 to 15 are never traced. */
+enum {
+    TM_MESSAGE_PROXY = 1,      /**< calls a method of a processor object; handled by the library */
+    TM_MESSAGE_TIMER = 2,      /**< a timer is due; handled by the library */
+    TM_THREAD_START = 0x8001,  /**< first message of every registered thread */
+    TM_THREAD_QUIT = 0x8002,   /**< ends the run loop after it is handled; wParam becomes the exit code */
+    TM_THREAD_TIMER = 0x8113,  /**< a timer of the thread expired; wParam is the timer's id */
+    TM_THREAD_IDLE = 0x8121,   /**< the queue is empty; a result r > 0 waits r ms at most, 0 does not wait,
+                                    a negative one waits for the next message or timer (50 ms without timers) */
+    TM_REGISTRY_CHANGE = 0x9001 /**< a watched registry section has changed */
+};
+
+#endif
 
 /// Messages, queues, threads, timers, named objects.
 namespace QOR_MsgQueueHelper {
