@@ -3,6 +3,8 @@
 // stored last on entry and cleared first on removal.
 #include "qor/ChainHelper/ShareWord.h"
 
+#include <unistd.h>
+
 namespace QOR_ChainHelper {
 
 namespace {
@@ -16,14 +18,17 @@ struct rangeRow {
 
 rangeRow s_arrRange[maxRange];
 std::atomic<int> s_nRangeTop{0};
-std::atomic_flag s_lockWriter = ATOMIC_FLAG_INIT;
+std::atomic<int> s_idWriter{0};  // the process that writes
 
+// Held for a few stores. The child of a fork may find it taken by a thread that only its parent has, and takes it over.
 struct writerLock {
     writerLock() {
-        while (s_lockWriter.test_and_set(std::memory_order_acquire)) {
-        }
+        const int idProcess = getpid();
+        int idWriter = 0;
+        while (!s_idWriter.compare_exchange_weak(idWriter, idProcess, std::memory_order_acquire))
+            idWriter = idWriter == idProcess ? 0 : idWriter;
     }
-    ~writerLock() { s_lockWriter.clear(std::memory_order_release); }
+    ~writerLock() { s_idWriter.store(0, std::memory_order_release); }
 };
 
 }  // namespace

@@ -19,8 +19,11 @@
 #ifndef QOR_INTERNAL_SINGLETON_H
 #define QOR_INTERNAL_SINGLETON_H
 
+#include <errno.h>
 #include <pthread.h>
 #include <stdlib.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <new>
@@ -54,11 +57,18 @@ private:
                 return make();
             if (!QOR_ASSERT_IN(lpszModule, idMaker != idTask, "globle object constructting !"))
                 return nullptr;
+            // In the child of a fork the maker may be a thread of the parent, which will never finish here.
+            if (!isTaskHere(idMaker) && s_idMaker.compare_exchange_strong(idMaker, idTask, std::memory_order_acq_rel))
+                return make();
             if (!bWarned)
                 QOR_WARN_IN(lpszModule, pData() != nullptr, "globle object constructting !");
             bWarned = true;
             QOR_MiscHelper::qorSwitchToThread();
         }
+    }
+
+    static bool isTaskHere(int idTask) {
+        return syscall(SYS_tgkill, getpid(), idTask, 0) == 0 || errno != ESRCH;
     }
 
     // Only ever entered by the task that s_idMaker names, which it keeps for good.
