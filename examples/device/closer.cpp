@@ -1,0 +1,36 @@
+// The closer: ends all processes. Each is asked for its tally, and the reply means that the tally is in the
+// controller's queue; then each gets the quit message, the controller last.
+#include <initializer_list>
+
+#include "device.h"
+#include "qor/TraceHelper.h"
+
+namespace device {
+
+namespace {
+
+// Generous: whoever does not answer in that time is left to the launcher's watchdog.
+constexpr int timeoutReport = 2000;
+
+int onMessage(simpMSG*) {
+    return -1;
+}
+
+}  // namespace
+
+int runCloser(const news& objNews) {
+    szTraceAuthor = "CLS";
+    HTHREAD hThread = msgRegistMainThread(nameCloser, onMessage);
+    objNews.ready();
+    // The reader comes late, for it prints what the others trace while they end.
+    for (const char* lpszName : {nameMonitor, nameSampler, namePanel, nameReader}) {
+        ask(lpszName, MSG_REPORT, 0, timeoutReport, nullptr);
+        post(lpszName, TM_THREAD_QUIT);
+    }
+    reportTally();
+    post(nameController, TM_THREAD_QUIT);
+    msgUnregistMainThread(hThread);
+    return 0;
+}
+
+}  // namespace device
