@@ -1,0 +1,333 @@
+// The demo device, run for a short time: what it prints, how it ends, and that it can be cleaned up after.
+#include <signal.h>
+#include <stdlib.h>
+#include <sys/ipc.h>
+#include <sys/prctl.h>
+#include <sys/sem.h>
+#include <sys/shm.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <fstream>
+#include <regex>
+
+#include "launcher.h"
+
+namespace {
+
+// Emulated and sanitized runs on a busy machine take their time; a run that hangs is ended by the demo's own
+// watchdog, which names who hung.
+const char* const szLimit = "60";
+
+// One run of the demo, in a process of its own.
+class run {
+public:
+    explicit run(std::vector<std::string> arrArgument) {
+        int afd[2];
+        if (pipe(afd) != 0)
+            abort();
+        fflush(nullptr);
+        m_idProcess = fork();
+        if (m_idProcess == 0) {
+            dup2(afd[1], STDOUT_FILENO);
+            dup2(afd[1], STDERR_FILENO);
+            close(afd[0]);
+            close(afd[1]);
+            unsetenv("trace");
+            std::vector<char*> arrPointer = {const_cast<char*>("qor-device")};
+            for (std::string& str : arrArgument)
+                arrPointer.push_back(&str[0]);
+            const int nExit = device::deviceMain(static_cast<int>(arrPointer.size()), arrPointer.data());
+            fflush(nullptr);
+            _exit(nExit);
+        }
+        close(afd[1]);
+        m_fdOutput = afd[0];
+    }
+    ~run() {
+        if (m_nStatus == -1)
+            Wait();
+        close(m_fdOutput);
+    }
+
+    // Reads on until a match appears, and returns its first group; "" when the output ends before.
+    std::string ReadUntil(const std::string& strPattern) {
+        const std::regex regex(strPattern);
+        std::smatch match;
+        do {
+            if (std::regex_search(m_strOutput, match, regex))
+                return match[1];
+        } while (ReadMore());
+        return "";
+    }
+    // Waits for the end; the exit status, or -1 for another end.
+    int Wait() {
+        while (ReadMore()) {
+        }
+        waitpid(m_idProcess, &m_nStatus, 0);
+        return WIFEXITED(m_nStatus) ? WEXITSTATUS(m_nStatus) : -1;
+    }
+    void Signal(int nSignal) const { kill(m_idProcess, nSignal); }
+    const std::string& Output() const { return m_strOutput; }
+    std::string LastLine() const {
+        const size_t nEnd = m_strOutput.find_last_not_of('\n');
+        const size_t nBegin = m_strOutput.find_last_of('\n', nEnd);
+        return m_strOutput.substr(nBegin == std::string::npos ? 0 : nBegin + 1, nEnd - nBegin);
+    }
+
+private:
+    bool ReadMore() {
+        char sz[4096];
+        const ssize_t nRead = read(m_fdOutput, sz, sizeof(sz));
+        if (nRead > 0)
+            m_strOutput.append(sz, nRead);
+        return nRead > 0;
+    }
+
+    pid_t m_idProcess;
+    int m_fdOutput;
+    int m_nStatus = -1;
+    std::string m_strOutput;
+};
+
+run shortRun() {
+    return run({"--seconds", "1", "--watchdog", szLimit});
+}
+
+const char* const szLastLine =
+    "exchanged: ([1-9][0-9]*) messages, ([1-9][0-9]*) sends, ([1-9][0-9]*) timers, ([1-9][0-9]*) broadcasts, "
+    "([1-9][0-9]*) time-outs";
+
+void expectGoodEnd(run& objRun) {
+    EXPECT_EQ(0, objRun.Wait()) << objRun.Output();
+    EXPECT_TRUE(std::regex_match(objRun.LastLine(), std::regex(szLastLine))) << objRun.Output();
+}
+
+int countMatches(const std::string& strText, const std::string& strPattern) {
+    const std::regex regex(strPattern);
+    return static_cast<int>(
+        std::distance(std::sregex_iterator(strText.begin(), strText.end(), regex), std::sregex_iterator()));
+}
+
+// Until a dead process is reaped, the device takes it for alive.
+void reapAll() {
+    while (waitpid(-1, nullptr, 0) > 0) {
+    }
+}
+
+// How many objects a list of the kernel shows, behind its line of titles.
+int countObjects(const char* lpszList) {
+    std::ifstream file(lpszList);
+    std::string strLine;
+    int nLine = 0;
+    while (std::getline(file, strLine))
+        ++nLine;
+    return nLine - 1;
+}
+
+int countAllObjects() {
+    return countObjects("/proc/sysvipc/shm") + countObjects("/proc/sysvipc/sem");
+}
+
+void makeFile(const char* lpszPath, const char* lpszContent) {
+    std::ofstream(lpszPath) << lpszContent;
+}
+
+bool exists(const std::string& strPath) {
+    return access(strPath.c_str(), F_OK) == 0;
+}
+
+std::string storageFile() {
+    return std::string(getenv("HOME")) + "/ipc_system_storage";
+}
+
+// Which IPC objects a process sees; "" when that is not for this process to know.
+std::string ipcNamespace(const char* lpszProcess) {
+    char sz[64];
+    const ssize_t n = readlink((std::string("/proc/") + lpszProcess + "/ns/ipc").c_str(), sz, sizeof(sz));
+    return n > 0 ? std::string(sz, n) : "";
+}
+
+class Device : public testing::Test {
+protected:
+    void SetUp() override {
+        // Cleaning is for machines that run nothing else.
+        ASSERT_NE(ipcNamespace("self"), ipcNamespace("1"))
+            << "this test has to run in an IPC namespace of its own";
+        // The processes of a killed run come here for their end, and not to an init that may take its time;
+        // only emulators do not know this call.
+        prctl(PR_SET_CHILD_SUBREAPER, 1);
+        ASSERT_EQ(0, run({"--clean-all"}).Wait());
+        ASSERT_EQ(0, countAllObjects());
+    }
+};
+
+TEST_F(Device, ARunShowsEverythingAndEndsWithWhatWasExchanged) {
+    run objRun = shortRun();
+    expectGoodEnd(objRun);
+    const std::string& strOutput = objRun.Output();
+    for (const char* lpszPattern :
+         {"panel      \\| +11 +[0-9]+ +[0-9.]+ +[0-9.]+ +[0-9.]+  -\n",
+          "panel      \\| TIME-OUT: the busy worker", "panel      \\| ALARM: memory use",
+          "panel      \\| alarm over: memory use", "panel      \\| survey of [0-9]+ readings: early reply",
+          "panel      \\| summary of readings [0-9]+ to [0-9]+",
+          "panel      \\| asked again: the worker has finished 1 self-test",
+          "panel      \\| [0-9]+ messages came by", "controller \\| [0-9]+ readings, [1-9][0-9]* heartbeats"})
+        EXPECT_EQ(1, countMatches(strOutput, lpszPattern)) << lpszPattern << "\n" << strOutput;
+    EXPECT_EQ(0, countMatches(strOutput, "warning:|error:")) << strOutput;
+}
+
+TEST_F(Device, TheKilledMonitorIsSweptByTheNextRegistration) {
+    run objRun = shortRun();
+    const std::string strKilled = objRun.ReadUntil("killed the monitor, process ([0-9]+)\n");
+    expectGoodEnd(objRun);
+    EXPECT_EQ(1, countMatches(objRun.Output(),
+                              "trace      \\| \\[MON\\+[0-9]+:0x[0-9a-f]+\\] [0-9]+\\.[0-9]{3} "
+                              "Clear ghost process 0*" +
+                                  strKilled + " \"device\\.monitor\"\n"))
+        << objRun.Output();
+    EXPECT_EQ(2, countMatches(objRun.Output(), "Registing thread \"device\\.monitor\" \\.\\.\\.\n"))
+        << objRun.Output();
+}
+
+TEST_F(Device, TheReadingsAreNumberedOnInTheNextRun) {
+    run objFirst = shortRun();
+    expectGoodEnd(objFirst);
+    const int nLast = std::stoi(objFirst.ReadUntil("summary of readings [0-9]+ to ([0-9]+)"));
+    run objSecond = shortRun();
+    expectGoodEnd(objSecond);
+    EXPECT_LT(nLast, std::stoi(objSecond.ReadUntil("summary of readings ([0-9]+) to"))) << objSecond.Output();
+}
+
+TEST_F(Device, ARunAfterAKilledOneSweepsWhatThatLeft) {
+    run objKilled = shortRun();
+    objKilled.ReadUntil("(panel) is process");
+    objKilled.Signal(SIGKILL);
+    EXPECT_EQ(-1, objKilled.Wait());
+    reapAll();
+    run objRun = shortRun();
+    expectGoodEnd(objRun);
+}
+
+TEST_F(Device, AnInterruptEndsAllByTheQuitMessage) {
+    run objRun({"--seconds", "30", "--watchdog", szLimit});
+    objRun.ReadUntil("panel      \\| +(1) ");
+    objRun.Signal(SIGINT);
+    EXPECT_EQ(130, objRun.Wait()) << objRun.Output();
+    EXPECT_EQ(0u, objRun.LastLine().find("exchanged: ")) << objRun.Output();
+}
+
+TEST_F(Device, TheWatchdogKillsAndNamesWhoHangs) {
+    run objRun({"--seconds", "1", "--watchdog", "8"});
+    const std::string strSampler = objRun.ReadUntil("sampler is process ([0-9]+)\n");
+    objRun.ReadUntil("(panel) is process");
+    kill(std::stoi(strSampler), SIGSTOP);
+    EXPECT_EQ(1, objRun.Wait()) << objRun.Output();
+    EXPECT_EQ(1, countMatches(objRun.Output(), "the sampler, process " + strSampler + ", hangs: killed\n"))
+        << objRun.Output();
+}
+
+TEST_F(Device, ASecondDemoIsRefusedWhileOneRuns) {
+    run objFirst({"--seconds", "30", "--watchdog", szLimit});
+    objFirst.ReadUntil("(panel) is process");
+    run objSecond = shortRun();
+    EXPECT_EQ(1, objSecond.Wait());
+    EXPECT_EQ(1, countMatches(objSecond.Output(), "another demo is running on this machine\n"))
+        << objSecond.Output();
+    objFirst.Signal(SIGTERM);
+    EXPECT_EQ(130, objFirst.Wait()) << objFirst.Output();
+}
+
+TEST_F(Device, CleaningListsAndRemovesEveryObjectAndKeepsTheCounters) {
+    run objRun = shortRun();
+    expectGoodEnd(objRun);
+    ASSERT_LT(0, countAllObjects());
+    run objClean({"--clean"});
+    EXPECT_EQ(0, objClean.Wait());
+    for (const char* lpszName : {"ipc_system_trace", "ipc_system_share", "ipc_system_named"}) {
+        const std::string strName = lpszName;
+        EXPECT_EQ(1, countMatches(objClean.Output(), "removed  segment   " + strName + "\n"))
+            << objClean.Output();
+        EXPECT_EQ(1, countMatches(objClean.Output(), "removed  semaphore " + strName + "\n"))
+            << objClean.Output();
+        EXPECT_EQ(1, countMatches(objClean.Output(), "removed  key file  /tmp/qor_" + strName + "\n"));
+        EXPECT_FALSE(exists("/tmp/qor_" + strName));
+    }
+    EXPECT_EQ(0, countAllObjects()) << objClean.Output();
+    EXPECT_TRUE(exists(storageFile()));
+    EXPECT_EQ(0u, objClean.LastLine().find("cleaned: 3 segments, 4 semaphores, 3 files"))
+        << objClean.Output();
+}
+
+TEST_F(Device, CleaningFindsTheEventsOfAKilledRun) {
+    run objRun({"--seconds", "30", "--watchdog", szLimit});
+    objRun.ReadUntil("(panel) is process");
+    objRun.Signal(SIGKILL);
+    objRun.Wait();
+    reapAll();
+    run objClean({"--clean"});
+    EXPECT_EQ(0, objClean.Wait());
+    EXPECT_LE(7, countMatches(objClean.Output(), "removed  semaphore task_event_[0-9]+\n"))
+        << objClean.Output();
+    EXPECT_EQ(0, countAllObjects()) << objClean.Output();
+}
+
+TEST_F(Device, CleaningRemovesNothingWhileARunGoesOn) {
+    run objRun({"--seconds", "30", "--watchdog", szLimit});
+    objRun.ReadUntil("(panel) is process");
+    run objClean({"--clean"});
+    EXPECT_EQ(1, objClean.Wait());
+    EXPECT_EQ(0, countMatches(objClean.Output(), "removed  ")) << objClean.Output();
+    EXPECT_LE(1, countMatches(objClean.Output(), "in use   segment   ipc_system_share by [5-9] processes"))
+        << objClean.Output();
+    objRun.Signal(SIGINT);
+    EXPECT_EQ(130, objRun.Wait()) << objRun.Output();
+}
+
+TEST_F(Device, CleaningLeavesForeignObjectsAlone) {
+    makeFile("/tmp/qor_foreign", "somebody's notes");
+    makeFile("/tmp/qor_two", "");
+    makeFile("/tmp/qor_ipc_system_share", "");
+    makeFile("/tmp/foreign", "");
+    const int aidSemaphore[] = {semget(ftok("/tmp/qor_foreign", 'm'), 1, IPC_CREAT | 0666),
+                                semget(ftok("/tmp/qor_two", 'm'), 2, IPC_CREAT | 0666),
+                                semget(ftok("/tmp/foreign", 'm'), 1, IPC_CREAT | 0666)};
+    const int aidSegment[] = {shmget(ftok("/tmp/qor_ipc_system_share", 'S'), 4096, IPC_CREAT | 0666),
+                              shmget(ftok("/tmp/qor_two", 'S'), 4096, IPC_CREAT | 0600),
+                              shmget(ftok("/tmp/foreign", 'S'), 4096, IPC_CREAT | 0666)};
+    run objClean({"--clean"});
+    EXPECT_EQ(0, objClean.Wait());
+    EXPECT_EQ(0, countMatches(objClean.Output(), "removed  (segment|semaphore)")) << objClean.Output();
+    EXPECT_TRUE(exists("/tmp/qor_foreign"));
+    EXPECT_TRUE(exists("/tmp/foreign"));
+    for (int idSemaphore : aidSemaphore)
+        EXPECT_EQ(0, semctl(idSemaphore, 0, IPC_RMID));
+    for (int idSegment : aidSegment)
+        EXPECT_EQ(0, shmctl(idSegment, IPC_RMID, nullptr));
+    EXPECT_EQ(0, unlink("/tmp/qor_foreign"));
+    EXPECT_EQ(0, unlink("/tmp/foreign"));
+}
+
+TEST_F(Device, CleaningAllRemovesTheCountersToo) {
+    run objRun = shortRun();
+    expectGoodEnd(objRun);
+    run objClean({"--clean-all"});
+    EXPECT_EQ(0, objClean.Wait());
+    EXPECT_EQ(1, countMatches(objClean.Output(), "removed  counters  " + storageFile() + "\n"))
+        << objClean.Output();
+    EXPECT_FALSE(exists(storageFile()));
+    EXPECT_EQ(0, countAllObjects());
+}
+
+TEST_F(Device, UnusableArgumentsAreRefused) {
+    for (const char* lpszArgument : {"--seconds", "--watchdog", "--what", "5"}) {
+        run objRun({lpszArgument});
+        EXPECT_EQ(2, objRun.Wait()) << objRun.Output();
+        EXPECT_EQ(std::string("qor-device: cannot use ") + lpszArgument + " (try --help)", objRun.LastLine());
+    }
+    run objRun({"--help"});
+    EXPECT_EQ(0, objRun.Wait());
+    EXPECT_EQ(0u, objRun.Output().find("usage: qor-device"));
+}
+
+}  // namespace
