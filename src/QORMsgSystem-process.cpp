@@ -244,6 +244,11 @@ chEvent* chProcessLocal::GetCurrentTaskEvent() {
     return FindOrOpenEvent(qorGetCurrentTaskId(), false);
 }
 
+void chProcessLocal::ForgetCurrentTaskEvent() {
+    processLock lock(m_csLocal);
+    ForgetEvent(qorGetCurrentTaskId());
+}
+
 // Whatever stands under this task id, here or in the kernel, belongs to a dead predecessor.
 chEvent* chProcessLocal::CreateOwnTaskEvent() {
     const int idTask = qorGetCurrentTaskId();
@@ -255,6 +260,16 @@ chEvent* chProcessLocal::CreateOwnTaskEvent() {
         m_mapTaskEvent.erase(m_mapTaskEvent.find_key(idTask));
         pEvent = FindOrOpenEvent(idTask, false);
     }
+    return pEvent;
+}
+
+chEvent* chProcessLocal::RenewOwnTaskEvent() {
+    chEvent* pEvent = CreateOwnTaskEvent();
+    const int idTask = qorGetCurrentTaskId();
+    processLock lock(m_csLocal);
+    for (auto it = listLocalThread.begin(); it != listLocalThread.end(); ++it)
+        if ((*it)->getTaskId() == idTask)
+            (*it)->m_pTaskEvent = pEvent;
     return pEvent;
 }
 
@@ -333,6 +348,12 @@ uCSystemShareHelper::uCSystemShareHelper() {
                                               chSystemShareObject::versionObject);
     pthread_atfork([]() { share().m_objProcessLocal.fork_prepare(); }, []() { share().m_objProcessLocal.fork_parent(); },
                    NULL);
+}
+
+// A main thread that sent without registering has an event that nobody would sweep: it has no queue.
+void uCSystemShareHelper::AtExit() {
+    if (m_objProcessLocal.GetCurrentThreadObject() == NULL)
+        m_objProcessLocal.ForgetCurrentTaskEvent();
 }
 
 void uCSystemShareHelper::fork_reset() {

@@ -215,7 +215,7 @@ int chThreadBase::CloseSendMessage(msgObject& objMessage) {
     if (!IsThreadAlive())
         return -1;
     scopeShareLock<chSystemShareFrame> lock(share());
-    if (!IsQueueBound() || !m_pMsgQueue->IsQueuedMessage(&objMessage))
+    if (!HasOwnRecord(objMessage))
         return -1;
     return closeRecord(*m_pMsgQueue, objMessage);
 }
@@ -248,10 +248,17 @@ void chThreadBase::AfterProcessMessage(msgObject& objMessage) {
 
 // ---- waiting
 
+// The caller holds the mutex. Whether the record that the calling task has allocated is still there: when its target
+// unregisters and comes back, queue and record of another sender may stand at the same addresses.
+bool chThreadBase::HasOwnRecord(const msgObject& objMessage) {
+    return IsQueueBound() && m_pMsgQueue->IsQueuedMessage(&objMessage) &&
+           loadShareWord(objMessage.m_idSender) == qorGetCurrentTaskId();
+}
+
 // Looks at the record in one hold, and closes it there when the wait has ended and the caller wants its result.
 chThreadBase::recordLook chThreadBase::LookAtRecord(msgObject& objMessage, const recordWait& wait, bool bGiveUp) {
     scopeShareLock<chSystemShareFrame> lock(share());
-    if (!IsQueueBound() || !m_pMsgQueue->IsQueuedMessage(&objMessage))
+    if (!HasOwnRecord(objMessage))
         return {waitState::gone, MT_DAMAGED};
     recordLook look = {waitState::waiting, objMessage.GetStatus()};
     if (wait.bReceipt ? look.nStatus != MT_EMITTED : look.nStatus == MT_REPLIED || look.nStatus == MT_PROCESSED)
@@ -271,7 +278,13 @@ BOOL chThreadBase::GiveUpRecord(msgObject& objMessage, const recordWait& wait) {
     return look.state == waitState::done;
 }
 
-BOOL chThreadBase::WaitRecord(msgObject& objMessage, const recordWait& wait, int nTimeout) {
+// Waits on the caller's own event. Somebody may have removed it from the device: a new one takes its place.
+void chThreadBase::WaitOwnEvent(recordWait& wait, int nTime) {
+    if (!wait.pEvent->WaitEvent(nTime) && !wait.pEvent->IsSemaphoreAlive())
+        wait.pEvent = share().GetProcessLocal().RenewOwnTaskEvent();
+}
+
+BOOL chThreadBase::WaitRecord(msgObject& objMessage, recordWait wait, int nTimeout) {
     waitClock clock(nTimeout < -1 ? 0 : nTimeout);
     if (!share().GetProcessLocal().AwakeLiveTask(m_idTask)) {
         LookAtRecord(objMessage, wait, true);
@@ -279,7 +292,7 @@ BOOL chThreadBase::WaitRecord(msgObject& objMessage, const recordWait& wait, int
     }
     const int nSlice = wait.bReceipt ? sliceReceived : sliceReply;
     if (!wait.bReceipt)
-        wait.pEvent->WaitEvent(clock.Slice(nSlice));
+        WaitOwnEvent(wait, clock.Slice(nSlice));
     for (;;) {
         const recordLook look = LookAtRecord(objMessage, wait, false);
         if (look.state != waitState::waiting)
@@ -288,7 +301,7 @@ BOOL chThreadBase::WaitRecord(msgObject& objMessage, const recordWait& wait, int
             return GiveUpRecord(objMessage, wait);
         if (!qorIsValidTaskID(m_idTask))
             return 0;
-        wait.pEvent->WaitEvent(clock.Slice(nSlice));
+        WaitOwnEvent(wait, clock.Slice(nSlice));
     }
 }
 
@@ -339,7 +352,7 @@ BOOL chThreadBase::EmitAndWait(const msgDraft& draft, bool bReceipt, int nTimeou
     const BOOL bDone = WaitRecord(*pMessage, {bReceipt, draft.uMsg, pCurrentTaskEvent, pnResult}, nTimeout);
     if (!bReceipt && draft.uMsg > maxUntracedMsg)
         qorTrace(3, "Send message 0x%x return", draft.uMsg);
-    pCurrentTaskEvent->ResetEvent();
+    share().GetProcessLocal().GetCurrentTaskEvent()->ResetEvent();
     return bDone;
 }
 

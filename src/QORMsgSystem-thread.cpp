@@ -100,7 +100,8 @@ UINT chThreadLocal::ProcessThreadMessageOnce() {
         return TM_THREAD_QUIT;
     m_objTimerQueue.EmitTimersOnTime();
     // What was signalled so far is in the queue by now; what comes later is signalled again.
-    m_pTaskEvent->ResetEvent();
+    if (!m_pTaskEvent->ResetEvent())
+        m_pTaskEvent = share().GetProcessLocal().RenewOwnTaskEvent();
     const UINT uMsg = ProcessOneMessageFromQueue();
     if (uMsg == 0)
         ProcessIdle();

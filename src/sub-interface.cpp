@@ -36,8 +36,9 @@ chThreadLocal* ownThread(const chMsgQueue* pQueue) {
     return pThread != NULL && pThread->IsCalledByThisThread() ? pThread : NULL;
 }
 
+// A queue whose task has died does not count: the registration that follows sweeps it.
 bool isNameFree(const char* lpszThreadName) {
-    return QOR_ASSERT_TEXT(share().FindMessageQueueByName(lpszThreadName) == NULL,
+    return QOR_ASSERT_TEXT(msgGetThreadByName(lpszThreadName) == NULL,
                            "g_uCSystemShareHelper.FindMessageQueueByName(lpszThreadName) == NULL");
 }
 

@@ -218,6 +218,10 @@ BOOL xSemaphore::IsCreateByMe() {
     return m_idCreator == static_cast<int>(qorGetCurrentTaskId());
 }
 
+BOOL xSemaphore::IsSemaphoreAlive() {
+    return QOR_ASSERT(m_fdSemaphore != -1) && semctl(m_fdSemaphore, 0, GETVAL) != -1;
+}
+
 int xSemaphore::SemaphoreAddValue(int nDelta, int nTimeout) {
     if (!QOR_ASSERT(m_fdSemaphore != -1))
         return 0;

@@ -57,6 +57,9 @@ public:
         return ch;
     }
 
+    // Where hear() reads, for those who only want to look.
+    int readEnd() const { return m_fd[0]; }
+
 private:
     int m_fd[2];
 };

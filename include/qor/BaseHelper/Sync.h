@@ -100,6 +100,9 @@ public:
     /// Whether some task of this process created the semaphore with this object.
     BOOL IsCreateHere() const { return m_idCreator != -1; }
 
+    /// Whether the semaphore still exists on the device. Fatal when not open.
+    BOOL IsSemaphoreAlive();
+
     /// Adds nDelta, waiting while the value would fall below 0. The kernel takes the change back when the
     /// process ends.
     ///

@@ -48,6 +48,8 @@ public:
 
     /// In a child after fork. Runs by itself.
     void fork_reset();
+    /// When main returns, beside running threads. Runs by itself.
+    void AtExit();
 
 private:
     void PutNewQueue(chThreadLocal& objThread);

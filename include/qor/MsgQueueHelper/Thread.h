@@ -108,9 +108,11 @@ private:
     };
 
     bool IsQueueBound();
+    bool HasOwnRecord(const msgObject& objMessage);
     recordLook LookAtRecord(msgObject& objMessage, const recordWait& wait, bool bGiveUp);
     BOOL GiveUpRecord(msgObject& objMessage, const recordWait& wait);
-    BOOL WaitRecord(msgObject& objMessage, const recordWait& wait, int nTimeout);
+    void WaitOwnEvent(recordWait& wait, int nTime);
+    BOOL WaitRecord(msgObject& objMessage, recordWait wait, int nTimeout);
     BOOL WaitAlone(msgObject& objMessage, bool bReceipt, int nTimeout);
     BOOL EmitAndWait(const msgDraft& draft, bool bReceipt, int nTimeout, int* pnResult);
 };
@@ -255,6 +257,8 @@ public:
     QOR_BaseHelper::chEvent* GetTaskEventObject(int idTask);
     /// Forgets the event of a task, and destroys it when this process created it.
     void RemoveTaskEventObject(int idTask);
+    /// Forgets the calling task's own event.
+    void ForgetCurrentTaskEvent();
     /// Forgets the events of tasks that no longer exist.
     void ClearGhostEventObject();
     /// Signals a task's wake-up event; 1 also for the caller's own task, which is not signalled, and 0 when the task
@@ -266,6 +270,9 @@ public:
     QOR_BaseHelper::chEvent* GetCurrentTaskEvent();
     /// Makes the calling task's own event anew, whatever a dead predecessor of the same task id left behind.
     QOR_BaseHelper::chEvent* CreateOwnTaskEvent();
+
+    /// CreateOwnTaskEvent() for a registered thread whose event was removed from the device.
+    QOR_BaseHelper::chEvent* RenewOwnTaskEvent();
 
     /// In a child after fork: no thread is registered and no event is open. Runs by itself.
     void fork_reset();
