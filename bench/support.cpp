@@ -1,0 +1,98 @@
+#include "support.h"
+
+#include <sched.h>
+#include <signal.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <sys/prctl.h>
+#include <sys/ptrace.h>
+#include <sys/syscall.h>
+#include <sys/user.h>
+#include <sys/wait.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <algorithm>
+
+namespace bench {
+
+void pin(int iProcessor) {
+    cpu_set_t set;
+    CPU_ZERO(&set);
+    CPU_SET(iProcessor, &set);
+    sched_setaffinity(0, sizeof(set), &set);
+}
+
+long long now() {
+    timespec ts;
+    clock_gettime(CLOCK_MONOTONIC, &ts);
+    return ts.tv_sec * 1000000000LL + ts.tv_nsec;
+}
+
+figures figuresOf(std::vector<long long> listTime) {
+    std::sort(listTime.begin(), listTime.end());
+    const size_t n = listTime.size();
+    return {static_cast<double>(listTime[n / 2]), static_cast<double>(listTime[n * 99 / 100]),
+            static_cast<double>(listTime[n - 1])};
+}
+
+peer::peer(int iProcessor, const std::function<void()>& fnRun) {
+    fflush(NULL);
+    m_pid = fork();
+    if (m_pid == 0) {
+        prctl(PR_SET_PDEATHSIG, SIGKILL);
+        pin(iProcessor);
+        fnRun();
+        _exit(0);
+    }
+}
+
+peer::~peer() {
+    kill(m_pid, SIGKILL);
+    waitpid(m_pid, NULL, 0);
+}
+
+// The child stops the count with two calls that nothing else makes: setpriority is the mark.
+double callsPerOperation(int n, const std::function<void()>& fnPrepare, const std::function<void(int)>& fnCount) {
+    fflush(NULL);
+    const pid_t pid = fork();
+    if (pid == 0) {
+        prctl(PR_SET_PDEATHSIG, SIGKILL);
+        fnPrepare();
+        ptrace(PTRACE_TRACEME, 0, NULL, NULL);
+        raise(SIGSTOP);
+        syscall(SYS_getppid);
+        fnCount(n);
+        syscall(SYS_getppid);
+        _exit(0);
+    }
+    int nStatus = 0;
+    long nCalls = 0;
+    int nMarks = 0;
+    bool bEntry = false;
+    waitpid(pid, &nStatus, 0);
+    ptrace(PTRACE_SETOPTIONS, pid, NULL, PTRACE_O_TRACESYSGOOD);
+    int nSignal = 0;
+    for (;;) {
+        ptrace(PTRACE_SYSCALL, pid, NULL, nSignal);
+        if (waitpid(pid, &nStatus, 0) < 0 || !WIFSTOPPED(nStatus))
+            break;
+        nSignal = 0;
+        if (WSTOPSIG(nStatus) != (SIGTRAP | 0x80)) {
+            nSignal = WSTOPSIG(nStatus);
+            continue;
+        }
+        bEntry = !bEntry;
+        if (!bEntry)
+            continue;
+        user_regs_struct regs;
+        ptrace(PTRACE_GETREGS, pid, NULL, &regs);
+        if (regs.orig_rax == SYS_getppid)
+            ++nMarks;
+        else if (nMarks == 1)
+            ++nCalls;
+    }
+    return static_cast<double>(nCalls) / n;
+}
+
+}  // namespace bench

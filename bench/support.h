@@ -1,0 +1,72 @@
+// What every measurement shares: processors, clocks, figures, peer processes, counted kernel calls.
+#ifndef BENCH_SUPPORT_H
+#define BENCH_SUPPORT_H
+
+#include <sys/types.h>
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace bench {
+
+// Runs the calling process on one processor from now on.
+void pin(int iProcessor);
+
+// A clock in nanoseconds.
+long long now();
+
+// Median, 99th percentile and maximum of a series, in nanoseconds.
+struct figures {
+    double nMedian, nHigh, nMax;
+};
+figures figuresOf(std::vector<long long> listTime);
+
+// A forked peer, pinned to a processor. It is killed with this object.
+class peer {
+public:
+    peer(int iProcessor, const std::function<void()>& fnRun);
+    ~peer();
+
+private:
+    pid_t m_pid;
+};
+
+// Counts the kernel calls that a child makes in fnCount(n), after fnPrepare; per one of n.
+double callsPerOperation(int n, const std::function<void()>& fnPrepare, const std::function<void(int)>& fnCount);
+
+constexpr int maxSize = 1024;
+constexpr int window = 64;      // messages under way at the most
+constexpr int creditGrain = 32; // messages per credit
+
+// A way to pass messages between two processes, both waits blocking. Made before the fork; each side opens its own end.
+class transport {
+public:
+    virtual ~transport() {}
+    virtual const char* name() const = 0;
+    virtual void openServer() {}
+    virtual void openClient() {}
+    // Client: one message of nSize bytes and its answer.
+    virtual void ask(int nSize) = 0;
+    // Server: answers for ever.
+    virtual void answer() = 0;
+    // Client: nCount messages, never more than a window ahead of the server.
+    virtual void stream(int nSize, int nCount) = 0;
+    // Server: takes messages for ever and gives credit back.
+    virtual void take() = 0;
+};
+
+typedef std::function<std::unique_ptr<transport>()> transportMaker;
+
+// All that this build knows: the floor first, then the library, then the others.
+std::vector<transportMaker> allTransports();
+transportMaker libraryTransport();
+
+// Kernel calls of the library's operations, and its cost against size; printed.
+void printLibraryCalls();
+void printLibraryScaling();
+
+}  // namespace bench
+
+#endif
