@@ -37,8 +37,8 @@ private:
 double callsPerOperation(int n, const std::function<void()>& fnPrepare, const std::function<void(int)>& fnCount);
 
 constexpr int maxSize = 1024;
-constexpr int window = 64;      // messages under way at the most
-constexpr int creditGrain = 32; // messages per credit
+constexpr int window = 32;       // messages under way at the most
+constexpr int creditGrain = 16;  // messages per credit
 
 // A way to pass messages between two processes, both waits blocking. Made before the fork; each side opens its own end.
 class transport {

@@ -179,6 +179,11 @@ private:
 #ifdef QOR_BENCH_ZMQ
 class zeroQueue : public pairTransport {
 public:
+    // A path of its own: a client would reach for the dead server of an earlier measurement.
+    zeroQueue() {
+        static int s_nMade = 0;
+        m_strPath = "ipc:///tmp/qor_bench.zmq" + std::to_string(++s_nMade);
+    }
     const char* name() const override { return "ZeroMQ ipc"; }
     void openServer() override { open(false); }
     void openClient() override { open(true); }
@@ -193,11 +198,12 @@ private:
     void open(bool bClient) {
         m_pSocket = zmq_socket(zmq_ctx_new(), ZMQ_PAIR);
         if (bClient)
-            zmq_connect(m_pSocket, "ipc:///tmp/qor_bench.zmq");
+            zmq_connect(m_pSocket, m_strPath.c_str());
         else
-            zmq_bind(m_pSocket, "ipc:///tmp/qor_bench.zmq");
+            zmq_bind(m_pSocket, m_strPath.c_str());
     }
     void* m_pSocket = NULL;
+    std::string m_strPath;
 };
 #endif
 

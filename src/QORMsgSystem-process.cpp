@@ -47,7 +47,7 @@ void dropEvent(chEvent& objEvent) {
 
 // ---- chProcessLocal: threads
 
-chProcessLocal::chProcessLocal() : m_uLastSweep(0) {}
+chProcessLocal::chProcessLocal() : m_uLastSweep(0), m_bForking(0) {}
 
 template <typename Fn>
 chThreadLocal* chProcessLocal::FindThread(Fn fnMatch) {
@@ -263,6 +263,14 @@ chEvent* chProcessLocal::CreateOwnTaskEvent() {
     return pEvent;
 }
 
+void chProcessLocal::NoteOwnMessage() {
+    const int idTask = qorGetCurrentTaskId();
+    processLock lock(m_csLocal);
+    for (auto it = listLocalThread.begin(); it != listLocalThread.end(); ++it)
+        if ((*it)->getTaskId() == idTask)
+            (*it)->m_bQueueEmpty = 0;
+}
+
 chEvent* chProcessLocal::RenewOwnTaskEvent() {
     chEvent* pEvent = CreateOwnTaskEvent();
     const int idTask = qorGetCurrentTaskId();
@@ -319,19 +327,28 @@ BOOL chProcessLocal::AwakeLiveTask(int idTask) {
 
 // ---- fork
 
-void chProcessLocal::fork_prepare() { m_csLocal.Lock(); }
+void chProcessLocal::fork_prepare() {
+    m_csLocal.Lock();
+    m_bForking = 1;
+}
 
-void chProcessLocal::fork_parent() { m_csLocal.Unlock(); }
+void chProcessLocal::fork_parent() {
+    m_bForking = 0;
+    m_csLocal.Unlock();
+}
 
 // The events stay those of the parent's tasks: they are let go, never destroyed.
 void chProcessLocal::fork_reset() {
-    m_csLocal.fork_reset();
+    if (!m_bForking)
+        m_csLocal.Lock();
+    m_bForking = 0;
     for (auto it = listLocalThread.begin(); it != listLocalThread.end(); ++it)
         (*it)->Abandon();
     listLocalThread.clear();
     for (auto it = m_mapTaskEvent.begin(); it != m_mapTaskEvent.end(); ++it)
         (*it).value.CloseEvent();
     m_mapTaskEvent.clear();
+    m_csLocal.Unlock();
     bumpUnregistEpoch();
 }
 

@@ -174,17 +174,23 @@ BOOL chThreadRemote::CreateRemoteThread(int idTask) {
 
 // ---- steps
 
-msgObject* chThreadBase::PutDraft(const msgDraft& draft) {
-    scopeShareLock<chSystemShareFrame> lock(share());
-    if (!IsQueueBound() || !qorIsValidTaskID(m_idTask)) {
-        m_pMsgQueue = NULL;
-        return NULL;
+msgObject* chThreadBase::PutDraft(const msgDraft& draft, bool* pbWake) {
+    msgObject* pMessage = NULL;
+    {
+        scopeShareLock<chSystemShareFrame> lock(share());
+        if (!IsQueueBound() || !qorIsValidTaskID(m_idTask)) {
+            m_pMsgQueue = NULL;
+            return NULL;
+        }
+        pMessage = putMessage(*m_pMsgQueue, draft, pbWake);
     }
-    return putMessage(*m_pMsgQueue, draft);
+    if (IsCalledByThisThread())
+        share().GetProcessLocal().NoteOwnMessage();
+    return pMessage;
 }
 
-msgObject* chThreadBase::EmitDraft(const msgDraft& draft) {
-    msgObject* pMessage = PutDraft(draft);
+msgObject* chThreadBase::EmitDraft(const msgDraft& draft, bool* pbWake) {
+    msgObject* pMessage = PutDraft(draft, pbWake);
     if (pMessage != NULL)
         traceEmit(draft, m_idTask);
     return pMessage;
@@ -207,6 +213,8 @@ BOOL chThreadBase::EmitThreadMessage(msgObject& objMessage) {
         draft.bWaitingReply = loadShareWord(objMessage.m_bIsWaitingReply) != 0;
         objMessage.SetStatus(MT_EMITTED);
     }
+    if (IsCalledByThisThread())
+        share().GetProcessLocal().NoteOwnMessage();
     traceEmit(draft, m_idTask);
     return 1;
 }
@@ -224,26 +232,27 @@ void chThreadBase::AfterProcessMessage(msgObject& objMessage) {
     int idWake = 0;
     {
         scopeShareLock<chSystemShareFrame> lock(share());
-        const int nStatus = objMessage.GetStatus();
-        if (loadShareWord(objMessage.m_bIsWaitingReply) == 0) {
-            objMessage.SetStatus(MT_PROCESSED);
-            m_pMsgQueue->FreeMessage(&objMessage);
-        } else if (nStatus == MT_READ || nStatus == MT_REPLIED) {
-            // Nobody would ever close the record of a dead sender.
-            const int idSender = loadShareWord(objMessage.m_idSender);
-            objMessage.SetStatus(MT_PROCESSED);
-            if (!qorIsValidTaskID(idSender))
-                m_pMsgQueue->FreeMessage(&objMessage);
-            else if (nStatus == MT_READ)
-                idWake = idSender;
-        } else if (nStatus == MT_CLOSED) {
-            m_pMsgQueue->FreeMessage(&objMessage);
-        } else {
-            failUnexpectedStatus(nStatus);
-        }
+        idWake = FinishRecord(objMessage);
     }
     if (idWake != 0)
         share().GetProcessLocal().AwakeLiveTask(idWake);
+}
+
+// The caller holds the mutex. The task to wake, or 0.
+int chThreadBase::FinishRecord(msgObject& objMessage) {
+    const int nStatus = objMessage.GetStatus();
+    if (loadShareWord(objMessage.m_bIsWaitingReply) == 0) {
+        objMessage.SetStatus(MT_PROCESSED);
+        m_pMsgQueue->FreeMessage(&objMessage);
+    } else if (nStatus == MT_READ || nStatus == MT_REPLIED) {
+        objMessage.SetStatus(MT_PROCESSED);
+        return nStatus == MT_READ ? loadShareWord(objMessage.m_idSender) : 0;
+    } else if (nStatus == MT_CLOSED) {
+        m_pMsgQueue->FreeMessage(&objMessage);
+    } else {
+        failUnexpectedStatus(nStatus);
+    }
+    return 0;
 }
 
 // ---- waiting
@@ -285,8 +294,9 @@ void chThreadBase::WaitOwnEvent(recordWait& wait, int nTime) {
 }
 
 BOOL chThreadBase::WaitRecord(msgObject& objMessage, recordWait wait, int nTimeout) {
+    share().GetProcessLocal().NoteOwnMessage();
     waitClock clock(nTimeout < -1 ? 0 : nTimeout);
-    if (!share().GetProcessLocal().AwakeLiveTask(m_idTask)) {
+    if (wait.bWake && !share().GetProcessLocal().AwakeLiveTask(m_idTask)) {
         LookAtRecord(objMessage, wait, true);
         return 0;
     }
@@ -311,7 +321,7 @@ BOOL chThreadBase::WaitAlone(msgObject& objMessage, bool bReceipt, int nTimeout)
     QOR_BaseHelper::chEvent* pCurrentTaskEvent = share().GetProcessLocal().GetCurrentTaskEvent();
     if (!QOR_ASSERT(pCurrentTaskEvent != NULL))
         return 0;
-    return WaitRecord(objMessage, {bReceipt, loadShareWord(objMessage.uMsg), pCurrentTaskEvent, NULL}, nTimeout);
+    return WaitRecord(objMessage, {bReceipt, true, loadShareWord(objMessage.uMsg), pCurrentTaskEvent, NULL}, nTimeout);
 }
 
 BOOL chThreadBase::WaitThreadMessageReply(msgObject& objMessage, int nTimeout) {
@@ -336,23 +346,27 @@ BOOL chThreadBase::PostThreadMsgEx(UINT uMsg, UINT wParam, int lParam, int nExtr
     }
     if (!isExtraSizeValid(nExtraSize, pExtraData))
         return 0;
-    if (EmitDraft(makeDraft(uMsg, wParam, lParam, nExtraSize, pExtraData, false)) == NULL)
+    bool bWake = false;
+    if (EmitDraft(makeDraft(uMsg, wParam, lParam, nExtraSize, pExtraData, false), &bWake) == NULL)
         return 0;
-    return share().GetProcessLocal().AwakeLiveTask(m_idTask);
+    return !bWake || share().GetProcessLocal().AwakeLiveTask(m_idTask);
 }
 
-// The own event exists before the target can want to signal it, and drops what is left of its signals afterwards.
+// The own event exists before the target can want to signal it. A wait that was answered has taken the answer's signal;
+// one that was not drops what may come late.
 BOOL chThreadBase::EmitAndWait(const msgDraft& draft, bool bReceipt, int nTimeout, int* pnResult) {
     QOR_BaseHelper::chEvent* pCurrentTaskEvent = share().GetProcessLocal().GetCurrentTaskEvent();
     if (!QOR_ASSERT(pCurrentTaskEvent != NULL))
         return 0;
-    msgObject* pMessage = EmitDraft(draft);
+    bool bWake = false;
+    msgObject* pMessage = EmitDraft(draft, &bWake);
     if (pMessage == NULL)
         return 0;
-    const BOOL bDone = WaitRecord(*pMessage, {bReceipt, draft.uMsg, pCurrentTaskEvent, pnResult}, nTimeout);
+    const BOOL bDone = WaitRecord(*pMessage, {bReceipt, bWake, draft.uMsg, pCurrentTaskEvent, pnResult}, nTimeout);
     if (!bReceipt && draft.uMsg > maxUntracedMsg)
         qorTrace(3, "Send message 0x%x return", draft.uMsg);
-    share().GetProcessLocal().GetCurrentTaskEvent()->ResetEvent();
+    if (!bDone)
+        share().GetProcessLocal().GetCurrentTaskEvent()->ResetEvent();
     return bDone;
 }
 

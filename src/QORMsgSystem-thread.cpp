@@ -43,7 +43,9 @@ chThreadLocal::chThreadLocal(const char* lpszThreadName, int (*pMsgCallbackEx)(s
       m_idThread(0),
       m_bRuning(0),
       m_nExitCode(-1),
-      m_pTaskEvent(NULL) {
+      m_pTaskEvent(NULL),
+      m_bQueueEmpty(0),
+      m_bLeftOrphan(0) {
     if (QOR_StringHelper::textEMPTY(lpszThreadName))
         m_strThreadName.Format("%x:tid#", QOR_MiscHelper::qorGetCurrentTaskId());
     else
@@ -99,13 +101,31 @@ UINT chThreadLocal::ProcessThreadMessageOnce() {
     if (!m_bRuning)
         return TM_THREAD_QUIT;
     m_objTimerQueue.EmitTimersOnTime();
-    // What was signalled so far is in the queue by now; what comes later is signalled again.
-    if (!m_pTaskEvent->ResetEvent())
+    msgObject* pMessage = TakeMessage();
+    if (pMessage != NULL)
+        return HandleMessage(*pMessage);
+    ProcessIdle();
+    return 0;
+}
+
+// The event is reset in the hold that finds nothing unread: who emits later signals later, so no signal is dropped that
+// is still needed. While that holds, a look at the event spares the look into the queue.
+msgObject* chThreadLocal::TakeMessage() {
+    const bool bUnchanged = m_bQueueEmpty && !m_pTaskEvent->WaitEvent(0);
+    m_bQueueEmpty = 0;
+    if (bUnchanged)
+        return NULL;
+    bool bReset = true;
+    msgObject* pMessage = NULL;
+    {
+        scopeShareLock<chSystemShareFrame> lock(share());
+        pMessage = m_pMsgQueue->read_message();
+        if (pMessage == NULL)
+            bReset = m_pTaskEvent->ResetEvent();
+    }
+    if (!bReset)
         m_pTaskEvent = share().GetProcessLocal().RenewOwnTaskEvent();
-    const UINT uMsg = ProcessOneMessageFromQueue();
-    if (uMsg == 0)
-        ProcessIdle();
-    return uMsg;
+    return pMessage;
 }
 
 void chThreadLocal::ProcessIdle() {
@@ -121,21 +141,22 @@ void chThreadLocal::ProcessIdle() {
     if (nResult == 0)
         return;
     const int nTimer = m_objTimerQueue.GetNextTimerTicks();
-    if (nResult < 0)
-        WaitForWork(nTimer >= 0 ? nTimer : idleWait);
-    else
-        WaitForWork(nTimer >= 0 && nTimer < nResult ? nTimer : nResult);
+    const int nWait = nResult < 0 ? (nTimer >= 0 ? nTimer : idleWait) : (nTimer >= 0 && nTimer < nResult ? nTimer : nResult);
+    if (!WaitForWork(nWait) && m_bLeftOrphan)
+        FreeOrphans();
 }
 
 // The signal of a poster that dies at once is taken back with it; so a long wait looks into the queue now and then.
-void chThreadLocal::WaitForWork(int nTime) {
+// Whether there may be something to do.
+bool chThreadLocal::WaitForWork(int nTime) {
     for (int nLeft = nTime; !m_pTaskEvent->WaitEvent(nLeft < sliceForWork ? nLeft : sliceForWork); nLeft -= sliceForWork) {
         if (nLeft <= sliceForWork)
-            return;
+            return false;
         scopeShareLock<chSystemShareFrame> lock(share());
         if (m_pMsgQueue->HasMessage())
-            return;
+            return true;
     }
+    return true;
 }
 
 BOOL chThreadLocal::Dogsleep(int nTime) {
@@ -157,16 +178,35 @@ UINT chThreadLocal::ProcessOneMessageFromQueue() {
         scopeShareLock<chSystemShareFrame> lock(share());
         pMessage = m_pMsgQueue->read_message();
     }
-    if (pMessage == NULL)
-        return 0;
-    const UINT uMsg = loadShareWord(pMessage->uMsg);
+    return pMessage != NULL ? HandleMessage(*pMessage) : 0;
+}
+
+UINT chThreadLocal::HandleMessage(msgObject& objMessage) {
+    const UINT uMsg = loadShareWord(objMessage.uMsg);
     if (uMsg > maxUntracedMsg)
         qorTrace(3, "Processing message 0x%x ...", uMsg);
     const unsigned uEpoch = getUnregistEpoch();
-    DefaultProcessMessage(*pMessage);
-    if (uEpoch == getUnregistEpoch())
-        AfterProcessMessage(*pMessage);
+    DefaultProcessMessage(objMessage);
+    if (uEpoch != getUnregistEpoch())
+        return uMsg;
+    int idWake = 0;
+    {
+        scopeShareLock<chSystemShareFrame> lock(share());
+        m_bLeftOrphan |= loadShareWord(objMessage.m_bIsWaitingReply) != 0;
+        idWake = FinishRecord(objMessage);
+        m_bQueueEmpty = !m_pMsgQueue->HasMessage() && m_pTaskEvent->ResetEvent();
+    }
+    if (idWake != 0)
+        share().GetProcessLocal().AwakeLiveTask(idWake);
     return uMsg;
+}
+
+// Nobody closes the record of a sender that has died. Asking for each sender would cost a kernel call per message, so this
+// is left to the first pass that slept through.
+void chThreadLocal::FreeOrphans() {
+    m_bLeftOrphan = 0;
+    scopeShareLock<chSystemShareFrame> lock(share());
+    freeOrphanMessages(*m_pMsgQueue);
 }
 
 // ---- dispatch

@@ -174,7 +174,7 @@ msgObject* chMsgQueue::AllocMessage(int nPriority, int nExtraSize) {
     return putMessage(*this, {0, 0, 0, nExtraSize, NULL, false, nPriority, MT_ALLOCATED});
 }
 
-msgObject* putMessage(chMsgQueue& objQueue, const msgDraft& draft) {
+msgObject* putMessage(chMsgQueue& objQueue, const msgDraft& draft, bool* pbWake) {
     QOR_AllocHelper::baseStaticPoolAlloc& pool = poolOf(&objQueue);
     void* pCell = pool.alloc(sizeMessageRecord);
     if (pCell == NULL)
@@ -197,6 +197,8 @@ msgObject* putMessage(chMsgQueue& objQueue, const msgDraft& draft) {
     list_chain_offset* pLeft = chain.FindLast([&draft](list_chain_offset* p) {
         return loadShareWord(messageOf(p)->m_nPriority) >= draft.nPriority;
     });
+    if (pbWake != NULL)
+        *pbWake = pLeft == NULL || messageOf(pLeft)->GetStatus() != MT_EMITTED;
     chain.InsertBehind(pLeft, nodeOf(pMessage));
     return pMessage;
 }
@@ -309,7 +311,9 @@ void destroyTaskEvent(int idTask) {
         event.DestroyEvent();
 }
 
-// A dead sender never closes its message: what the receiver has finished, and what was never emitted, goes.
+}  // namespace
+
+// A dead sender never closes its message.
 void freeOrphanMessages(chMsgQueue& objQueue) {
     const shareChain chain = messagesOf(&objQueue);
     auto fnOrphan = [](list_chain_offset* p) {
@@ -322,8 +326,6 @@ void freeOrphanMessages(chMsgQueue& objQueue) {
     while (list_chain_offset* pNode = chain.Find(fnOrphan))
         objQueue.FreeMessage(messageOf(pNode));
 }
-
-}  // namespace
 
 void sweepGhostQueues(chMsgQueueManager& objManager, int idOwn, std::vector<ghostQueue>& listGhost) {
     for (chMsgQueue* pQueue : objManager.ListQueues()) {

@@ -34,8 +34,14 @@ inline msgDraft makeDraft(UINT uMsg, UINT wParam, int lParam, int nExtraSize, co
     return {uMsg, wParam, lParam, pExtraData != NULL ? nExtraSize : 0, pExtraData, bWaitingReply, 0, MT_EMITTED};
 }
 
-// Puts a complete message into a queue. The caller holds the mutex. Null behind a fatal assertion.
-msgObject* putMessage(chMsgQueue& objQueue, const msgDraft& draft);
+// Puts a complete message into a queue. The caller holds the mutex. Null behind a fatal assertion. *pbWake (may be null)
+// tells whether the owner has to be woken: it need not behind an unread message, whose sender wakes it, since it does
+// not sleep before it has read both.
+msgObject* putMessage(chMsgQueue& objQueue, const msgDraft& draft, bool* pbWake = NULL);
+
+// Frees what dead senders have left in a queue: records that were finished and never closed, or never emitted.
+// The caller holds the mutex.
+void freeOrphanMessages(chMsgQueue& objQueue);
 
 // A queue that was swept, for the trace line written when the mutex is free again.
 struct ghostQueue {

@@ -6,6 +6,7 @@
 #include <sys/ipc.h>
 #include <sys/sem.h>
 #include <time.h>
+#include <unistd.h>
 
 #include <atomic>
 
@@ -98,14 +99,14 @@ void reportStep(int nDelta, int nError) {
                            static_cast<unsigned>(qorGetCurrentThreadId()));
 }
 
-// With one processor nobody can release anything while this thread looks for it.
+// With one processor nobody can release anything while this thread looks for it. The holder may run on any processor
+// of the device, wherever this process is confined to.
 bool hasOtherProcessor() {
-    static std::atomic<int> nKnown{0};
-    int nCount = nKnown.load(std::memory_order_relaxed);
+    static std::atomic<long> nKnown{0};
+    long nCount = nKnown.load(std::memory_order_relaxed);
     if (nCount == 0) {
-        cpu_set_t set;
-        nCount = sched_getaffinity(0, sizeof(set), &set) == 0 ? CPU_COUNT(&set) : 1;
-        nKnown.store(nCount, std::memory_order_relaxed);
+        nCount = sysconf(_SC_NPROCESSORS_ONLN);
+        nKnown.store(nCount > 0 ? nCount : 1, std::memory_order_relaxed);
     }
     return nCount > 1;
 }
@@ -125,7 +126,7 @@ void pauseProcessor() {
 // Takes one without sleeping. Sleeping and being woken costs more than most holders need, so a first failure
 // is followed by a few more attempts; a free semaphore is taken by one kernel call.
 bool takeQuickly(int fdSemaphore) {
-    constexpr int maxAttempt = 5;
+    constexpr int maxAttempt = 12;
     for (int i = 0; i < maxAttempt; ++i) {
         if (i > 0)
             pauseProcessor();
@@ -229,7 +230,8 @@ int xSemaphore::SemaphoreAddValue(int nDelta, int nTimeout) {
     timeout.tv_sec = nTimeout / 1000;
     timeout.tv_nsec = nTimeout % 1000 * 1000000L;
     int nUndo = SEM_UNDO;
-    while (!stepSemaphore(m_fdSemaphore, nDelta, nUndo, nTimeout == -1 ? nullptr : &timeout)) {
+    const int nWait = nTimeout == 0 ? IPC_NOWAIT : 0;  // cheaper than a time-out that has passed
+    while (!stepSemaphore(m_fdSemaphore, nDelta, nUndo | nWait, nTimeout == -1 ? nullptr : &timeout)) {
         const int nError = errno;
         if (nError == EAGAIN)
             return 0;

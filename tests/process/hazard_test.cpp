@@ -319,9 +319,16 @@ TEST(Hazard, AMessageOfASenderKilledInTheMiddleIsFreedByItsReceiver) {
     sender.wait();
     go.Set();
     EXPECT_EQ(0, chThreadRemote("w").SendThreadMsg(0x200, 0, 0));
-    share().Lock(-1);
-    EXPECT_EQ(nullptr, worker.getMsgQueue()->FindMessage([](msgObject& m) { return m.uMsg == 0x100; }));
-    share().Unlock();
+    // At the latest when the receiver has slept through an idle wait.
+    const auto isLeft = [&]() {
+        share().Lock(-1);
+        const bool bLeft = worker.getMsgQueue()->FindMessage([](msgObject& m) { return m.uMsg == 0x100; }) != NULL;
+        share().Unlock();
+        return bLeft;
+    };
+    for (int i = 0; i < 10000 && isLeft(); ++i)
+        usleep(1000);
+    EXPECT_FALSE(isLeft());
 }
 
 TEST(Hazard, ASenderReturnsWhenItsReceiverIsKilled) {

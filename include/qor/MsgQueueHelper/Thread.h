@@ -86,10 +86,13 @@ public:
     void BindHandle(chMsgQueue* pMsgQueue);
 
 protected:
-    /// Allocates, fills and emits in one hold of the segment's mutex; null when the thread is gone.
-    msgObject* EmitDraft(const msgDraft& draft);
+    /// Allocates, fills and emits in one hold of the segment's mutex; null when the thread is gone. *pbWake (may be null)
+    /// tells whether the thread has to be woken.
+    msgObject* EmitDraft(const msgDraft& draft, bool* pbWake = NULL);
     /// EmitDraft() without the trace line.
-    msgObject* PutDraft(const msgDraft& draft);
+    msgObject* PutDraft(const msgDraft& draft, bool* pbWake = NULL);
+    /// Ends the handling of a message, with the mutex held; the task to wake afterwards, or 0.
+    int FinishRecord(msgObject& objMessage);
 
     int32_t m_idTask;         ///< the task that owns the queue
     chMsgQueue* m_pMsgQueue;  ///< the queue in the mapped segment, or null
@@ -102,6 +105,7 @@ private:
     };
     struct recordWait {
         bool bReceipt;  // wait until the message is taken, not until it is answered
+        bool bWake;     // wake the target first
         UINT uMsg;
         QOR_BaseHelper::chEvent* pEvent;  // the caller's own
         int* pnResult;                    // not null: close the record at the end and store its result
@@ -209,8 +213,11 @@ private:
     int CallProxy(msgObject& objMessage);
     int CallTimer(msgObject& objMessage);
     void ProcessIdle();
-    void WaitForWork(int nTime);
+    bool WaitForWork(int nTime);
     int HandleOwnMessage(msgDraft draft, int* pbReplied);
+    msgObject* TakeMessage();
+    UINT HandleMessage(msgObject& objMessage);
+    void FreeOrphans();
     void Abandon();
 
     chTimerQueue m_objTimerQueue;
@@ -223,6 +230,8 @@ private:
     BOOL m_bRuning;
     int m_nExitCode;
     QOR_BaseHelper::chEvent* m_pTaskEvent;
+    BOOL m_bQueueEmpty;   // nothing was unread when the event was last reset, and the thread has posted itself nothing
+    BOOL m_bLeftOrphan;   // a sender may never have closed what this thread has finished
 };
 
 /// The registered threads of this process and the wake-up events that it has opened. Any thread may call it; its
@@ -268,6 +277,9 @@ public:
     BOOL AwakeLiveTask(int idTask);
     /// The calling task's own wake-up event.
     QOR_BaseHelper::chEvent* GetCurrentTaskEvent();
+    /// Tells the calling thread's loop to look into its queue: it has posted itself a message, for which there is no
+    /// signal, or is about to take signals of its event elsewhere.
+    void NoteOwnMessage();
     /// Makes the calling task's own event anew, whatever a dead predecessor of the same task id left behind.
     QOR_BaseHelper::chEvent* CreateOwnTaskEvent();
 
@@ -297,6 +309,7 @@ private:
     chLocalThreadList listLocalThread;
     chTaskEventMap m_mapTaskEvent;
     unsigned long long m_uLastSweep;
+    BOOL m_bForking;  // the forking thread holds m_csLocal
 };
 
 /// Starts a POSIX thread; 0 on failure, with a warning. nPriority is a SCHED_FIFO priority or -1; a refused priority
