@@ -1,4 +1,4 @@
-// What a device does to the message system in years of uptime: reused task ids, exits and forks in the middle of things,
+// What a device does to the message system in years of uptime: reused task ids, forks in the middle of things,
 // targets that come and go under full load.
 #include <fcntl.h>
 #include <signal.h>
@@ -114,53 +114,6 @@ TEST(Hazard, ASenderWhoseEventIsRemovedGoesOnWithANewOne) {
     EXPECT_EQ(5, chThreadRemote("w").SendThreadMsg(0x100, 0, 0));
     EXPECT_EQ(5, chThreadRemote("w").SendThreadMsgEx(0x100, 0, 0, 0, NULL, 60000, NULL));
     testing::internal::GetCapturedStderr();
-}
-
-// ---- ends of processes
-
-// Ends with status nStatus while workers post, send and trace at full speed; the streams are the caller's.
-void runBusyProgram(int nStatus) {
-    static std::atomic<int> nRounds{0};
-    QOR_TraceHelper::uCTraceHelpergetGlobalObject()->RedirectToSystemTrace();
-    msgLaunchCallbackWorkThread("echo", ignore, -1);
-    for (int i = 0; i < 3; ++i)
-        std::thread([]() {
-            for (;;) {
-                HTHREAD hEcho = msgGetThreadByName("echo");
-                msgPostMsgToThreadEx(hEcho, 0x100, 1, 2, 4, "abc");
-                msgSendMsgToThread(hEcho, 0x101, 1, 2);
-                tracePrintf("busy");
-                ++nRounds;
-            }
-        }).detach();
-    while (nRounds < 50)
-        std::this_thread::yield();
-    exit(nStatus);
-}
-
-TEST(Hazard, AProcessWhoseMainReturnsWhileWorkersRunEndsWithItsStatus) {
-    for (int nStatus = 40; nStatus < 48; ++nStatus) {
-        int aPipe[2];
-        ASSERT_EQ(0, pipe2(aPipe, O_CLOEXEC));
-        fflush(NULL);
-        const pid_t pid = fork();
-        if (pid == 0) {
-            alarm(60);
-            dup2(aPipe[1], STDERR_FILENO);
-            runBusyProgram(nStatus);
-        }
-        close(aPipe[1]);
-        std::string strError;
-        char ch;
-        while (read(aPipe[0], &ch, 1) == 1)
-            strError += ch;
-        close(aPipe[0]);
-        int nEnd = 0;
-        waitpid(pid, &nEnd, 0);
-        ASSERT_TRUE(WIFEXITED(nEnd)) << nEnd << strError;
-        EXPECT_EQ(nStatus, WEXITSTATUS(nEnd));
-        EXPECT_EQ("", strError);
-    }
 }
 
 // ---- forks
