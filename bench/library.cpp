@@ -119,12 +119,8 @@ void printLibraryCalls() {
                prepare();
                for (int i = 0; i < n; ++i)
                    msgPostMsgToThread(msgGetThreadByName("counter"), 0x200, 0, 0);
-               while (msgProcessThreadMsgOnce(msgGetCurrentThreadObject()) != TM_THREAD_START) {
-               }
-           }, [&](int nCount) {
-               for (int i = 0; i < nCount; ++i)
-                   msgProcessThreadMsgOnce(msgGetCurrentThreadObject());
-           }));
+               msgPostMsgToThread(msgGetThreadByName("counter"), TM_THREAD_QUIT, 0, 0);
+           }, [](int) { msgDefaultThreadRun(); }));
     printf("  %-48s %6.2f\n", "send and reply, sender's side", callsPerOperation(n, prepare, [&](int nCount) {
                for (int i = 0; i < nCount; ++i)
                    msgSendMsgToThread(hServer, msgAsk, 0, 0);

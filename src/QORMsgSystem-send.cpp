@@ -30,6 +30,9 @@ namespace {
 constexpr int idTaskUnknown = -1;  // bound to a handle that nobody has checked yet
 constexpr int sliceReply = 50;     // ms between two looks at an unanswered record
 constexpr int sliceReceived = 10;  // ms between two looks at an untaken record
+constexpr int maxUnreset = 256;    // answered sends after which the own event is reset in any case
+
+thread_local int t_nUnreset = 0;
 
 uCSystemShareHelper& share() { return *uCSystemShareHelpergetGlobalObject(); }
 
@@ -174,11 +177,21 @@ BOOL chThreadRemote::CreateRemoteThread(int idTask) {
 
 // ---- steps
 
+// Asks for the owner's life before the mutex is taken, which nobody has to wait for then. Behind a handle that nobody has
+// checked yet the id is a guess; under the mutex it is compared.
+int chThreadBase::FindLiveOwner() const {
+    int idTask = m_idTask;
+    if (idTask == idTaskUnknown && findShareRange(share().getObject()).holds(m_pMsgQueue, sizeof(*m_pMsgQueue)))
+        idTask = m_pMsgQueue->GetTaskId();
+    return idTask > 0 && qorIsValidTaskID(idTask) ? idTask : 0;
+}
+
 msgObject* chThreadBase::PutDraft(const msgDraft& draft, bool* pbWake) {
+    const int idLive = FindLiveOwner();
     msgObject* pMessage = NULL;
     {
         scopeShareLock<chSystemShareFrame> lock(share());
-        if (!IsQueueBound() || !qorIsValidTaskID(m_idTask)) {
+        if (!IsQueueBound() || (m_idTask != idLive && !qorIsValidTaskID(m_idTask))) {
             m_pMsgQueue = NULL;
             return NULL;
         }
@@ -353,7 +366,7 @@ BOOL chThreadBase::PostThreadMsgEx(UINT uMsg, UINT wParam, int lParam, int nExtr
 }
 
 // The own event exists before the target can want to signal it. A wait that was answered has taken the answer's signal;
-// one that was not drops what may come late.
+// one that was not drops what may come late. Resets also end the kernel's account of what to undo, which is limited.
 BOOL chThreadBase::EmitAndWait(const msgDraft& draft, bool bReceipt, int nTimeout, int* pnResult) {
     QOR_BaseHelper::chEvent* pCurrentTaskEvent = share().GetProcessLocal().GetCurrentTaskEvent();
     if (!QOR_ASSERT(pCurrentTaskEvent != NULL))
@@ -365,8 +378,10 @@ BOOL chThreadBase::EmitAndWait(const msgDraft& draft, bool bReceipt, int nTimeou
     const BOOL bDone = WaitRecord(*pMessage, {bReceipt, bWake, draft.uMsg, pCurrentTaskEvent, pnResult}, nTimeout);
     if (!bReceipt && draft.uMsg > maxUntracedMsg)
         qorTrace(3, "Send message 0x%x return", draft.uMsg);
-    if (!bDone)
+    if (!bDone || ++t_nUnreset >= maxUnreset) {
+        t_nUnreset = 0;
         share().GetProcessLocal().GetCurrentTaskEvent()->ResetEvent();
+    }
     return bDone;
 }
 

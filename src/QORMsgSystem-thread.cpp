@@ -23,6 +23,7 @@ namespace {
 
 constexpr int idleWait = 50;         // ms of an idle wait without timers
 constexpr int sliceForWork = 1000;   // ms after which a long idle wait looks into the queue
+constexpr int maxUnreset = 256;      // idle passes after which the event is reset in any case
 
 thread_local unsigned t_uUnregistEpoch = 0;
 
@@ -45,7 +46,9 @@ chThreadLocal::chThreadLocal(const char* lpszThreadName, int (*pMsgCallbackEx)(s
       m_nExitCode(-1),
       m_pTaskEvent(NULL),
       m_bQueueEmpty(0),
-      m_bLeftOrphan(0) {
+      m_bLeftOrphan(0),
+      m_nUnwaited(2),
+      m_nUnreset(0) {
     if (QOR_StringHelper::textEMPTY(lpszThreadName))
         m_strThreadName.Format("%x:tid#", QOR_MiscHelper::qorGetCurrentTaskId());
     else
@@ -85,13 +88,22 @@ void chThreadLocal::Abandon() {
 
 // ---- loop
 
+// A handled message is finished in the hold that takes the next one.
 int chThreadLocal::Run() {
     const unsigned uEpoch = getUnregistEpoch();
+    msgObject* pMessage = NULL;
     while (m_bRuning) {
-        ProcessThreadMessageOnce();
+        m_objTimerQueue.EmitTimersOnTime();
+        pMessage = FinishAndTake(pMessage);
+        if (pMessage != NULL)
+            ProcessTaken(*pMessage);
+        else
+            ProcessIdle();
         if (uEpoch != getUnregistEpoch())
             return -1;
     }
+    if (pMessage != NULL)
+        FinishTaken(*pMessage);
     return m_nExitCode;
 }
 
@@ -113,37 +125,62 @@ UINT chThreadLocal::ProcessThreadMessageOnce() {
 msgObject* chThreadLocal::TakeMessage() {
     const bool bUnchanged = m_bQueueEmpty && !m_pTaskEvent->WaitEvent(0);
     m_bQueueEmpty = 0;
-    if (bUnchanged)
-        return NULL;
+    return bUnchanged ? NULL : FinishAndTake(NULL);
+}
+
+msgObject* chThreadLocal::FinishAndTake(msgObject* pHandled) {
+    int idWake = 0;
     bool bReset = true;
     msgObject* pMessage = NULL;
     {
         scopeShareLock<chSystemShareFrame> lock(share());
+        if (pHandled != NULL)
+            idWake = FinishInHold(*pHandled);
         pMessage = m_pMsgQueue->read_message();
-        if (pMessage == NULL)
-            bReset = m_pTaskEvent->ResetEvent();
+        if (pMessage != NULL)
+            ++m_nUnwaited;
+        else if (m_nUnwaited > 1 || ++m_nUnreset >= maxUnreset)
+            bReset = ResetOwnEvent();
     }
+    if (idWake != 0)
+        share().GetProcessLocal().AwakeLiveTask(idWake);
     if (!bReset)
         m_pTaskEvent = share().GetProcessLocal().RenewOwnTaskEvent();
     return pMessage;
+}
+
+// A message that was waited for has taken its signal with it, so the event needs no reset after each one. Resets also end
+// the kernel's account of what to undo when a sender dies, which must stay small.
+bool chThreadLocal::ResetOwnEvent() {
+    m_nUnwaited = m_nUnreset = 0;
+    return m_pTaskEvent->ResetEvent();
 }
 
 void chThreadLocal::ProcessIdle() {
     ++m_nIdleCount;
     msgObject objMessage(TM_THREAD_IDLE, 0, 0);
     const unsigned uEpoch = getUnregistEpoch();
+    m_bQueueEmpty = 1;
     DefaultProcessMessage(objMessage);
     if (uEpoch != getUnregistEpoch())
         return;
+    const bool bUnchanged = m_bQueueEmpty != 0;
+    m_bQueueEmpty = 0;
     if (objMessage.GetExtraData() != NULL)
         objMessage.ResetExtraData(0, NULL);
     const int nResult = objMessage.GetResult();
-    if (nResult == 0)
+    // A send of the handler may have taken the signal of a message.
+    if (nResult == 0 || (!bUnchanged && HasWork()))
         return;
     const int nTimer = m_objTimerQueue.GetNextTimerTicks();
     const int nWait = nResult < 0 ? (nTimer >= 0 ? nTimer : idleWait) : (nTimer >= 0 && nTimer < nResult ? nTimer : nResult);
     if (!WaitForWork(nWait) && m_bLeftOrphan)
         FreeOrphans();
+}
+
+bool chThreadLocal::HasWork() {
+    scopeShareLock<chSystemShareFrame> lock(share());
+    return m_pMsgQueue->HasMessage();
 }
 
 // The signal of a poster that dies at once is taken back with it; so a long wait looks into the queue now and then.
@@ -152,10 +189,10 @@ bool chThreadLocal::WaitForWork(int nTime) {
     for (int nLeft = nTime; !m_pTaskEvent->WaitEvent(nLeft < sliceForWork ? nLeft : sliceForWork); nLeft -= sliceForWork) {
         if (nLeft <= sliceForWork)
             return false;
-        scopeShareLock<chSystemShareFrame> lock(share());
-        if (m_pMsgQueue->HasMessage())
+        if (HasWork())
             return true;
     }
+    m_nUnwaited = 0;
     return true;
 }
 
@@ -183,22 +220,34 @@ UINT chThreadLocal::ProcessOneMessageFromQueue() {
 
 UINT chThreadLocal::HandleMessage(msgObject& objMessage) {
     const UINT uMsg = loadShareWord(objMessage.uMsg);
+    const unsigned uEpoch = getUnregistEpoch();
+    ProcessTaken(objMessage);
+    if (uEpoch == getUnregistEpoch())
+        FinishTaken(objMessage);
+    return uMsg;
+}
+
+void chThreadLocal::ProcessTaken(msgObject& objMessage) {
+    const UINT uMsg = loadShareWord(objMessage.uMsg);
     if (uMsg > maxUntracedMsg)
         qorTrace(3, "Processing message 0x%x ...", uMsg);
-    const unsigned uEpoch = getUnregistEpoch();
     DefaultProcessMessage(objMessage);
-    if (uEpoch != getUnregistEpoch())
-        return uMsg;
+}
+
+void chThreadLocal::FinishTaken(msgObject& objMessage) {
     int idWake = 0;
     {
         scopeShareLock<chSystemShareFrame> lock(share());
-        m_bLeftOrphan |= loadShareWord(objMessage.m_bIsWaitingReply) != 0;
-        idWake = FinishRecord(objMessage);
-        m_bQueueEmpty = !m_pMsgQueue->HasMessage() && m_pTaskEvent->ResetEvent();
+        idWake = FinishInHold(objMessage);
+        m_bQueueEmpty = !m_pMsgQueue->HasMessage() && ResetOwnEvent();
     }
     if (idWake != 0)
         share().GetProcessLocal().AwakeLiveTask(idWake);
-    return uMsg;
+}
+
+int chThreadLocal::FinishInHold(msgObject& objMessage) {
+    m_bLeftOrphan |= loadShareWord(objMessage.m_bIsWaitingReply) != 0;
+    return FinishRecord(objMessage);
 }
 
 // Nobody closes the record of a sender that has died. Asking for each sender would cost a kernel call per message, so this

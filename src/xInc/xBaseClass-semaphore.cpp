@@ -112,7 +112,7 @@ bool hasOtherProcessor() {
 }
 
 void pauseProcessor() {
-    for (int i = 0; i < 64; ++i) {
+    for (int i = 0; i < 8; ++i) {
 #if defined(__i386__) || defined(__x86_64__)
         __builtin_ia32_pause();
 #elif defined(__aarch64__) || (defined(__ARM_ARCH) && __ARM_ARCH >= 7)
@@ -126,7 +126,7 @@ void pauseProcessor() {
 // Takes one without sleeping. Sleeping and being woken costs more than most holders need, so a first failure
 // is followed by a few more attempts; a free semaphore is taken by one kernel call.
 bool takeQuickly(int fdSemaphore) {
-    constexpr int maxAttempt = 12;
+    constexpr int maxAttempt = 30;
     for (int i = 0; i < maxAttempt; ++i) {
         if (i > 0)
             pauseProcessor();

@@ -112,6 +112,7 @@ private:
     };
 
     bool IsQueueBound();
+    int FindLiveOwner() const;
     bool HasOwnRecord(const msgObject& objMessage);
     recordLook LookAtRecord(msgObject& objMessage, const recordWait& wait, bool bGiveUp);
     BOOL GiveUpRecord(msgObject& objMessage, const recordWait& wait);
@@ -213,10 +214,16 @@ private:
     int CallProxy(msgObject& objMessage);
     int CallTimer(msgObject& objMessage);
     void ProcessIdle();
+    bool HasWork();
     bool WaitForWork(int nTime);
     int HandleOwnMessage(msgDraft draft, int* pbReplied);
     msgObject* TakeMessage();
+    bool ResetOwnEvent();
+    msgObject* FinishAndTake(msgObject* pHandled);
     UINT HandleMessage(msgObject& objMessage);
+    void ProcessTaken(msgObject& objMessage);
+    void FinishTaken(msgObject& objMessage);
+    int FinishInHold(msgObject& objMessage);
     void FreeOrphans();
     void Abandon();
 
@@ -232,6 +239,8 @@ private:
     QOR_BaseHelper::chEvent* m_pTaskEvent;
     BOOL m_bQueueEmpty;   // nothing was unread when the event was last reset, and the thread has posted itself nothing
     BOOL m_bLeftOrphan;   // a sender may never have closed what this thread has finished
+    int m_nUnwaited;      // messages taken since a wait for the event has ended: all but one may have left a signal
+    int m_nUnreset;       // idle passes since the event was reset
 };
 
 /// The registered threads of this process and the wake-up events that it has opened. Any thread may call it; its
