@@ -204,6 +204,9 @@ void chReferenceStringT<T>::CopyTextFrom(const T* lpszText, int nLength) {
     }
     if (nLength < 0)
         nLength = chStrlen(lpszText);
+    // A shared block has nothing to give, and would leave its own text behind the new one.
+    if (getStringData() != NULL && getStringData()->m_nReferenceCount != 1)
+        ReleaseStringData();
     PrepareTextBuffer(nLength);
     chStrncpy(m_lpszStringData, lpszText, nLength);
     m_lpszStringData[nLength] = 0;
