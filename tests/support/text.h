@@ -16,7 +16,11 @@ namespace qorTest {
 template <class T>
 class letters {
 public:
-    letters(const std::string& str) : m_arrText(str.begin(), str.end()) { m_arrText.push_back(0); }
+    letters(const std::string& str) {
+        for (char ch : str)
+            m_arrText.push_back(static_cast<T>(static_cast<unsigned char>(ch)));
+        m_arrText.push_back(0);
+    }
     operator const T*() const { return m_arrText.data(); }
     const T* get() const { return m_arrText.data(); }
 
