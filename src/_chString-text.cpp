@@ -40,7 +40,14 @@ void chShareStringA::set_Text(chShareTextA* pText) {
 }
 
 chShareStringA& chShareStringA::operator=(const chConstTextT<char>& text) {
-    if (chShareTextA* pOld = get_Text()) {
+    chShareTextA* pOld = get_Text();
+    const char* lpszText = text;
+    if (pOld != NULL && lpszText >= pOld->m_szText && lpszText <= pOld->m_szText + loadShareWord(pOld->m_nLength)) {
+        // Part of the block that is about to be freed.
+        const std::string strCopy(lpszText, static_cast<size_t>(text.GetLength()));
+        return *this = chConstTextT<char>(strCopy.data(), text.GetLength());
+    }
+    if (pOld != NULL) {
         set_Text(NULL);
         free(pOld);
     }
@@ -51,7 +58,7 @@ chShareStringA& chShareStringA::operator=(const chConstTextT<char>& text) {
     if (pNew == NULL)
         return *this;
     storeShareWord(pNew->m_nLength, nLength);
-    copyShareBytes(pNew->m_szText, static_cast<const char*>(text), static_cast<size_t>(nLength));
+    copyShareBytes(pNew->m_szText, lpszText, static_cast<size_t>(nLength));
     pNew->m_szText[nLength] = 0;
     set_Text(pNew);
     return *this;
@@ -98,10 +105,11 @@ const char* chUTF8Inc(const char* lpsz) {
 }
 
 unsigned short chUTF8Word(const char*& lpsz) {
+    if (*lpsz == 0)
+        return 0;
     const int nLength = lengthOfLead(static_cast<unsigned char>(*lpsz));
     if (nLength == 0 || lengthBeforeNul(lpsz, nLength) < nLength) {
-        if (*lpsz != 0)
-            ++lpsz;
+        ++lpsz;
         return '?';
     }
     const unsigned char* p = reinterpret_cast<const unsigned char*>(lpsz);
@@ -187,18 +195,26 @@ struct argumentList {
     va_list args;
 };
 
+// A width or precision that came as an argument; a negative precision counts as none.
+void appendNumber(std::string& strSpec, int nNumber) {
+    if (nNumber >= 0 || strSpec.back() != '.')
+        strSpec += std::to_string(nNumber);
+    else
+        strSpec.pop_back();
+}
+
 const unsigned short* parseConversion(const unsigned short* lpsz, conversion& conv, argumentList& list) {
     conv.strSpec = "%";
     for (; *lpsz != 0 && *lpsz < 0x80 && strchr("-+ #0123456789.*", static_cast<char>(*lpsz)) != NULL; ++lpsz) {
         if (*lpsz == '*')
-            conv.strSpec += std::to_string(va_arg(list.args, int));
+            appendNumber(conv.strSpec, va_arg(list.args, int));
         else
             conv.strSpec += static_cast<char>(*lpsz);
     }
     for (; *lpsz != 0 && *lpsz < 0x80 && strchr("hlLqjzt", static_cast<char>(*lpsz)) != NULL; ++lpsz)
         conv.strLength += static_cast<char>(*lpsz);
     conv.chType = *lpsz < 0x80 ? static_cast<char>(*lpsz) : 0;
-    return *lpsz != 0 ? lpsz + 1 : lpsz;
+    return conv.chType != 0 ? lpsz + 1 : lpsz;
 }
 
 void appendInteger(wideText& strOut, const conversion& conv, argumentList& list) {
@@ -240,7 +256,10 @@ void appendConversion(wideText& strOut, const conversion& conv, argumentList& li
             appendInteger(strOut, conv, list);
             break;
         case 'f': case 'F': case 'e': case 'E': case 'g': case 'G': case 'a': case 'A':
-            appendFormatted(strOut, conv.strSpec + conv.chType, va_arg(list.args, double));
+            if (conv.strLength == "L")
+                appendFormatted(strOut, conv.strSpec + "L" + conv.chType, va_arg(list.args, long double));
+            else
+                appendFormatted(strOut, conv.strSpec + conv.chType, va_arg(list.args, double));
             break;
         default:  // not a conversion: printed as it stands
             appendNarrow(strOut, conv.strSpec.c_str(), conv.strSpec.size());

@@ -19,12 +19,13 @@ namespace {
 
 constexpr int unknownLength = -1;
 constexpr int grain = 16;  // capacities are multiples of it
+constexpr int maxLength = 0x7FFFFFFF / 4;  // a block of more does not fit 32-bit sizes
 
-// Capacity for a wanted length: no text longer than this fits a 32-bit block.
+// Capacity for a wanted length.
 int capacityFor(int nLength) {
     if (nLength <= 0)
         return grain;
-    return QOR_ASSERT(nLength < 0x7FFFFFFF / 4) ? (nLength + grain - 1) / grain * grain : grain;
+    return QOR_ASSERT(nLength < maxLength) ? (nLength + grain - 1) / grain * grain : grain;
 }
 
 // Header, text, terminator and spare.
@@ -201,11 +202,15 @@ void chReferenceStringT<T>::CopyTextFrom(const T* lpszText, int nLength) {
         CopyFromObject(strCopy);
         return;
     }
-    const int nCopy = nLength < 0 ? chStrlen(lpszText) : boundedLength(lpszText, nLength);
-    PrepareTextBuffer(nCopy);
-    chStrncpy(m_lpszStringData, lpszText, nCopy);
-    m_lpszStringData[nCopy] = 0;
-    SetLength(nCopy);
+    if (nLength < 0)
+        nLength = chStrlen(lpszText);
+    // A shared block has nothing to give, and would leave its own text behind the new one.
+    if (getStringData() != NULL && getStringData()->m_nReferenceCount != 1)
+        ReleaseStringData();
+    PrepareTextBuffer(nLength);
+    chStrncpy(m_lpszStringData, lpszText, nLength);
+    m_lpszStringData[nLength] = 0;
+    SetLength(boundedLength(m_lpszStringData, nLength));
 }
 
 template <class T>
@@ -250,15 +255,18 @@ void chReferenceStringT<T>::AppendTextFrom(const T* lpszText, int nLength) {
         return;
     if (IsInBlock(lpszText)) {
         const chReferenceStringT strCopy(lpszText, nLength);
-        AppendTextFrom(strCopy, -1);
+        AppendTextFrom(strCopy, nLength);
         return;
     }
-    const int nAppend = nLength < 0 ? chStrlen(lpszText) : boundedLength(lpszText, nLength);
+    if (nLength < 0)
+        nLength = chStrlen(lpszText);
     const int nOld = GetLength();
-    PrepareTextBuffer(nOld + nAppend);
-    chStrncpy(m_lpszStringData + nOld, lpszText, nAppend);
-    m_lpszStringData[nOld + nAppend] = 0;
-    SetLength(nOld + nAppend);
+    if (!QOR_ASSERT_TEXT(nLength < maxLength - nOld, "nLength < maxLength"))
+        return;
+    PrepareTextBuffer(nOld + nLength);
+    chStrncpy(m_lpszStringData + nOld, lpszText, nLength);
+    m_lpszStringData[nOld + nLength] = 0;
+    SetLength(nOld + boundedLength(m_lpszStringData + nOld, nLength));
 }
 
 template <class T>

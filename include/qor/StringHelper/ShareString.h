@@ -30,7 +30,7 @@ public:
     /// Frees the block.
     ~chShareStringA();
 
-    /// Stores a copy of a view; an empty one needs no pool. Fatal: no pool, no room in it.
+    /// Stores a copy of a view, which may be part of this string; an empty one needs no pool. Fatal: no pool, no room in it.
     chShareStringA& operator=(const chConstTextT<char>& text);
     /// The length in characters, as stored; 0 without a block.
     int GetLength() const;
@@ -46,6 +46,7 @@ private:
 };
 
 static_assert(sizeof(chShareStringA) == 8 && sizeof(chShareTextA) == 8, "shared layout");
+static_assert(offsetof(chShareTextA, m_nLength) == 0 && offsetof(chShareTextA, m_szText) == 4, "shared layout");
 
 }  // namespace QOR_StringHelper
 

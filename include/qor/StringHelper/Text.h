@@ -244,7 +244,8 @@ private:
 
 /// The next character of UTF-8 text of one to three bytes a character: null at the NUL and at any other lead byte.
 QOR_API const char* chUTF8Inc(const char* lpsz);
-/// Decodes one character and advances; an unknown lead byte gives '?' and one byte. Never passes the NUL.
+/// Decodes one character and advances; an unknown lead byte gives '?' and one byte, the NUL 0 and
+/// none.
 QOR_API unsigned short chUTF8Word(const char*& lpsz);
 /// The previous character, or null at the head.
 QOR_API const char* chUTF8Dec(const char* lpszHead, const char* lpsz);

@@ -1,0 +1,125 @@
+/// @file
+/// Words, tokens and phrases: how readers cut a text into pieces.
+///
+/// A token is a text that ends or separates something; a phrase is what stands before it, without the white space
+/// around it. The readers move a text pointer forward and answer with views into the text, so they copy and allocate
+/// nothing; the overloads for chReferenceStringT copy the phrase.
+///
+/// @code
+/// const char* lpszLine = " name = some value \n";
+/// QOR_StringHelper::chConstTextT<char> name;
+/// if (QOR_StringHelper::qorPeekPhraseByCharToken(lpszLine, name, '=') == 0)     // name is "name"
+///     set(name, QOR_StringHelper::qorGetPhraseString(lpszLine));                // to "some value"
+/// @endcode
+///
+/// Tables of tokens end with a null or empty token. Everything exists for `char` and `unsigned short`.
+/// Read on in Convert.h.
+#ifndef QOR_STRINGHELPER_TOKEN_H
+#define QOR_STRINGHELPER_TOKEN_H
+
+#include "qor/StringHelper/ReferenceString.h"
+
+namespace QOR_StringHelper {
+
+/// Breaks a text at every chBreak. Parts may be empty and keep their white space; an empty text is one empty part.
+/// @return the number of parts; only the first nMaxPart are stored. Fatal: a null text.
+QOR_API int qorTextBreak(const char* lpszText, char chBreak, chConstTextT<char>* arrPart, int nMaxPart);
+/// The same of 16-bit text.
+QOR_API int qorTextBreak(const unsigned short* lpszText, unsigned short chBreak,
+                         chConstTextT<unsigned short>* arrPart, int nMaxPart);
+
+/// The words of a text: what stands between white space.
+/// @return the number of words; only the first nMaxWord are stored. Fatal: a null text.
+QOR_API int qorGetWords(const char* lpszText, chConstTextT<char>* arrWord, int nMaxWord);
+/// The same of 16-bit text.
+QOR_API int qorGetWords(const unsigned short* lpszText, chConstTextT<unsigned short>* arrWord, int nMaxWord);
+
+/// Stores the length of each token of a table into arrTokenLen, which has room for as many.
+/// @return the number of tokens.
+QOR_API int qorInitTokenLength(const char* const* arrToken, int* arrTokenLen);
+/// The same of 16-bit text.
+QOR_API int qorInitTokenLength(const unsigned short* const* arrToken, int* arrTokenLen);
+
+/// The first token that a text begins with.
+/// @return its index; -1: none. Fatal: a null text.
+QOR_API int qorGetMatchedToken(const char* lpszText, const char* const* arrToken, const int* arrTokenLen);
+/// The same of 16-bit text.
+QOR_API int qorGetMatchedToken(const unsigned short* lpszText, const unsigned short* const* arrToken,
+                               const int* arrTokenLen);
+
+/// Moves a text to the first place where a token stands; where several do, the first of the table counts.
+/// @return the token's index; -1: there is none, and the text is not moved. Fatal: a null text.
+QOR_API int qorFindTokens(const char*& lpszText, const char* const* arrToken, const int* arrTokenLen);
+/// The same of 16-bit text.
+QOR_API int qorFindTokens(const unsigned short*& lpszText, const unsigned short* const* arrToken,
+                          const int* arrTokenLen);
+
+/// qorFindTokens() with the tokens as arguments, at most 31 and a null behind them.
+/// Fatal: a null text, no token, too many tokens.
+QOR_API int qorFindTokens(const char*& lpszText, const char* lpszToken, ...) __attribute__((sentinel));
+/// The same of 16-bit text.
+QOR_API int qorFindTokens(const unsigned short*& lpszText, const unsigned short* lpszToken, ...)
+    __attribute__((sentinel));
+
+/// A text without leading and trailing white space. Fatal: null.
+QOR_API chConstTextT<char> qorGetPhraseString(const char* lpszText);
+/// The same of 16-bit text.
+QOR_API chConstTextT<unsigned short> qorGetPhraseString(const unsigned short* lpszText);
+
+/// Reads the phrase before a character and moves the text past that character, or to its end.
+/// @return 0: the character was found; 1: the text ended first, and the phrase is what was left; -1: only white space
+///         was left, and the phrase is not touched. Fatal: a null text.
+QOR_API int qorPeekPhraseByCharToken(const char*& lpszText, chConstTextT<char>& phrase, char ch);
+/// The same of 16-bit text.
+QOR_API int qorPeekPhraseByCharToken(const unsigned short*& lpszText, chConstTextT<unsigned short>& phrase,
+                                     unsigned short ch);
+/// Copies the phrase; the text is not the string's own.
+QOR_API int qorPeekPhraseByCharToken(const char*& lpszText, chReferenceStringT<char>& phrase, char ch);
+/// The same of 16-bit text.
+QOR_API int qorPeekPhraseByCharToken(const unsigned short*& lpszText, chReferenceStringT<unsigned short>& phrase,
+                                     unsigned short ch);
+
+/// Reads the phrase before the first character of a set and moves the text past that character, or to its end.
+/// @return the character's index in the set; the number of characters in the set: the text ended first; -1: only white
+///         space was left, and the phrase is not touched. Fatal: a null text or set.
+QOR_API int qorPeekPhraseByCharTokens(const char*& lpszText, chConstTextT<char>& phrase, const char* lpszTokens);
+/// The same of 16-bit text.
+QOR_API int qorPeekPhraseByCharTokens(const unsigned short*& lpszText, chConstTextT<unsigned short>& phrase,
+                                      const unsigned short* lpszTokens);
+/// Copies the phrase; the text is not the string's own.
+QOR_API int qorPeekPhraseByCharTokens(const char*& lpszText, chReferenceStringT<char>& phrase, const char* lpszTokens);
+/// The same of 16-bit text.
+QOR_API int qorPeekPhraseByCharTokens(const unsigned short*& lpszText, chReferenceStringT<unsigned short>& phrase,
+                                      const unsigned short* lpszTokens);
+
+/// Reads the phrase before the first token of a table and moves the text past that token, or to its end. Where several
+/// tokens stand at one place, the first of the table counts.
+/// @return the token's index; the number of tokens: the text ended first; -1: only white space was left, and the phrase
+///         is not touched. Fatal: a null text.
+QOR_API int qorPeekPhraseByStringTokens(const char*& lpszText, chConstTextT<char>& phrase,
+                                        const char* const* arrToken, const int* arrTokenLen);
+/// The same of 16-bit text.
+QOR_API int qorPeekPhraseByStringTokens(const unsigned short*& lpszText, chConstTextT<unsigned short>& phrase,
+                                        const unsigned short* const* arrToken, const int* arrTokenLen);
+/// Copies the phrase; the text is not the string's own.
+QOR_API int qorPeekPhraseByStringTokens(const char*& lpszText, chReferenceStringT<char>& phrase,
+                                        const char* const* arrToken, const int* arrTokenLen);
+/// The same of 16-bit text.
+QOR_API int qorPeekPhraseByStringTokens(const unsigned short*& lpszText, chReferenceStringT<unsigned short>& phrase,
+                                        const unsigned short* const* arrToken, const int* arrTokenLen);
+/// The tokens as arguments, at most 31 and a null behind them. Fatal: also no token, too many tokens.
+QOR_API int qorPeekPhraseByStringTokens(const char*& lpszText, chConstTextT<char>& phrase, const char* lpszToken, ...)
+    __attribute__((sentinel));
+/// The same of 16-bit text.
+QOR_API int qorPeekPhraseByStringTokens(const unsigned short*& lpszText, chConstTextT<unsigned short>& phrase,
+                                        const unsigned short* lpszToken, ...) __attribute__((sentinel));
+/// The tokens as arguments, the phrase copied.
+QOR_API int qorPeekPhraseByStringTokens(const char*& lpszText, chReferenceStringT<char>& phrase,
+                                        const char* lpszToken, ...) __attribute__((sentinel));
+/// The same of 16-bit text.
+QOR_API int qorPeekPhraseByStringTokens(const unsigned short*& lpszText, chReferenceStringT<unsigned short>& phrase,
+                                        const unsigned short* lpszToken, ...) __attribute__((sentinel));
+
+}  // namespace QOR_StringHelper
+
+#endif
