@@ -1,35 +1,21 @@
-// Two threads of one program: the main thread posts a job, the worker sends back what it made of it.
+// The program that README.md shows: a worker thread, a post, and a send that waits for its answer.
 #include <stdio.h>
-#include <stdlib.h>
 
 #include "qor/flat.h"
 
-enum { MSG_DOUBLE = 0x100, MSG_ANSWER = 0x101 };
-
-static int onWorker(simpMSG* pMsg) {
-    if (pMsg->uMsg == MSG_DOUBLE) {
-        const int nHeard = msgSendMsgToThread(msgGetThreadByName("hello"), MSG_ANSWER, 2 * pMsg->wParam, 0);
-        printf("worker: the main thread replied %d\n", nHeard);
-        msgPostMsgToThread(msgGetThreadByName("hello"), TM_THREAD_QUIT, 0, 0);
-    }
-    return -1;  // also to the idle message: sleep until the next message
-}
-
-static int onMain(simpMSG* pMsg) {
-    if (pMsg->uMsg != MSG_ANSWER)
+static int onMessage(simpMSG* pMsg) {
+    if (pMsg->uMsg != 0x100)
         return -1;
-    msgReplyThreadMessage(pMsg, 1);  // the worker goes on here, whatever else this handler does
-    printf("main: 21 doubled is %u\n", pMsg->wParam);
-    return 1;
+    printf("worker: %u\n", pMsg->wParam);
+    return (int)pMsg->wParam * 2;               // what the sender gets
 }
 
-int main(void) {
-    setenv("trace", "0", 0);  // without it the library's own trace lines appear too
-    HTHREAD hMain = msgRegistMainThread("hello", onMain);
-    HTHREAD hWorker = msgLaunchCallbackWorkThread("hello.worker", onWorker, -1);
-    msgPostMsgToThread(hWorker, MSG_DOUBLE, 21, 0);
-    const int nExit = msgDefaultThreadRun();  // until the worker posts quit
-    msgUnlaunchWorkThread("hello.worker");
-    msgUnregistMainThread(hMain);
-    return nExit;
+int main() {
+    HTHREAD hWorker = msgLaunchCallbackWorkThread("worker", onMessage, -1);
+    msgPostMsgToThread(hWorker, 0x100, 20, 0);                        // does not wait
+    int bReplied = 0;
+    int nAnswer = msgSendMsgToThreadRaw(hWorker, 0x100, 21, 0, 0, NULL, 1000, &bReplied);
+    printf("main: %d\n", nAnswer);                                    // 42
+    msgUnlaunchWorkThread("worker");
+    return bReplied ? 0 : 1;
 }

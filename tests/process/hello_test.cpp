@@ -1,18 +1,34 @@
-// The program that the README quotes: it is built into this test as it stands, and run.
+// The program that README.md shows: it is built into this test as it stands, and run.
 #define main helloMain
 #include "../../examples/hello/hello.cpp"
 #undef main
 
+#include <fstream>
+#include <sstream>
+
+#include "gtest/gtest.h"
+#include "qor/TraceHelper.h"
+
 namespace {
 
-TEST(Hello, TwoThreadsExchangeAJobAndItsAnswer) {
+std::string contentOf(const std::string& strFile) {
+    std::stringstream content;
+    content << std::ifstream(strFile).rdbuf();
+    return content.str();
+}
+
+TEST(Hello, AWorkerHandlesAPostAndAnswersASend) {
+    QOR_TraceHelper::uCTraceHelpergetGlobalObject()->RedirectToNull();
     testing::internal::CaptureStdout();
     EXPECT_EQ(0, helloMain());
-    const std::string strOutput = testing::internal::GetCapturedStdout();
-    // The reply comes before the main thread prints, so the two lines may stand in either order.
-    EXPECT_NE(std::string::npos, strOutput.find("main: 21 doubled is 42\n")) << strOutput;
-    EXPECT_NE(std::string::npos, strOutput.find("worker: the main thread replied 1\n")) << strOutput;
-    EXPECT_EQ(57u, strOutput.size()) << strOutput;
+    EXPECT_EQ("worker: 20\nworker: 21\nmain: 42\n", testing::internal::GetCapturedStdout());
+}
+
+TEST(Hello, TheReadmeShowsTheProgramAsItStands) {
+    const std::string strProgram = contentOf(QOR_SOURCE_DIR "/examples/hello/hello.cpp");
+    const size_t nBegin = strProgram.find('\n') + 1;  // without the opening comment
+    ASSERT_GT(strProgram.size(), nBegin + 100);
+    EXPECT_NE(std::string::npos, contentOf(QOR_SOURCE_DIR "/README.md").find("```cpp\n" + strProgram.substr(nBegin) + "```"));
 }
 
 }  // namespace
