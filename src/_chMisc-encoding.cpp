@@ -70,8 +70,8 @@ binaryArray fromDigits(const char* lpszText, bool bOtherEndsByte) {
 
 // Four characters of one to three bytes.
 void putGroup(char* lpszTo, const unsigned char* pFrom, int nBytes) {
-    const unsigned uGroup = static_cast<unsigned>(pFrom[0]) << 16 | static_cast<unsigned>(nBytes > 1 ? pFrom[1] : 0) << 8 |
-                            static_cast<unsigned>(nBytes > 2 ? pFrom[2] : 0);
+    const unsigned uSecond = nBytes > 1 ? pFrom[1] : 0, uThird = nBytes > 2 ? pFrom[2] : 0;
+    const unsigned uGroup = static_cast<unsigned>(pFrom[0]) << 16 | uSecond << 8 | uThird;
     lpszTo[0] = szBase64[uGroup >> 18];
     lpszTo[1] = szBase64[uGroup >> 12 & 63];
     lpszTo[2] = nBytes > 1 ? szBase64[uGroup >> 6 & 63] : '=';

@@ -20,14 +20,14 @@ typedef QOR_StringHelper::uCTextHelper<unsigned short, true> exact;
 
 int countOf(size_t n) { return n < INT_MAX ? static_cast<int>(n) : INT_MAX; }
 
-int compareFolded(const unsigned short* lpsz1, const unsigned short* lpsz2, size_t nCount) {
-    if (!QOR_ASSERT(lpsz1 != NULL && lpsz2 != NULL))
+int compareFolded(const unsigned short* lpszText1, const unsigned short* lpszText2, size_t nCount) {
+    if (!QOR_ASSERT(lpszText1 != NULL && lpszText2 != NULL))
         return 0;
-    for (; nCount > 0; --nCount, ++lpsz1, ++lpsz2) {
-        const wint_t ch1 = towlower(*lpsz1), ch2 = towlower(*lpsz2);
+    for (; nCount > 0; --nCount, ++lpszText1, ++lpszText2) {
+        const wint_t ch1 = towlower(*lpszText1), ch2 = towlower(*lpszText2);
         if (ch1 != ch2)
             return ch1 < ch2 ? -1 : 1;
-        if (*lpsz1 == 0)
+        if (*lpszText1 == 0)
             break;
     }
     return 0;

@@ -80,67 +80,73 @@ uint32_t peekMultiByte(const char* p, size_t nSize, size_t& nBytes) {
     return static_cast<uint32_t>(ch) > 0x10FFFF ? notCharacter : static_cast<uint32_t>(ch);
 }
 
-// Copies n elements behind the nStored ones, as long as they all fit; without a buffer they always do.
+// How a conversion deals with what it cannot store: the standard's fail at no character, and leave no NUL behind a
+// text that was cut.
+enum class Manner { lenient, asStandard };
+
+// The place a conversion stores to; without a buffer it counts.
 template <class T>
-bool store(T* pTo, size_t nSize, size_t& nStored, const T* pFrom, size_t n) {
-    if (pTo != NULL) {
-        if (n > nSize - nStored)
-            return false;
-        memcpy(pTo + nStored, pFrom, n * sizeof(T));
-    }
-    nStored += n;
-    return true;
-}
-
-template <class T>
-void terminate(T* pTo, size_t nSize, size_t nStored) {
-    if (pTo != NULL && nStored < nSize)
-        pTo[nStored] = 0;
-}
-
-// What a character without a place becomes; nothing when the conversion is to fail.
-enum class Unknown { fails, isQuestionMark };
-
-size_t toMultiByte(const unsigned short* p, const unsigned short* pEnd, char* lpszTo, size_t nSize, Unknown unknown) {
+struct target {
+    T* pTo;
+    size_t nSize;
+    Manner manner;
     size_t nStored = 0;
-    while (p < pEnd) {
+
+    bool isFull() const { return pTo != NULL && nStored == nSize; }
+
+    // Stores n elements, if they all fit.
+    bool store(const T* pFrom, size_t n) {
+        if (pTo != NULL) {
+            if (n > nSize - nStored)
+                return false;
+            memcpy(pTo + nStored, pFrom, n * sizeof(T));
+        }
+        nStored += n;
+        return true;
+    }
+    size_t finish(bool bWhole) {
+        if (pTo != NULL && nStored < nSize && (bWhole || manner == Manner::lenient))
+            pTo[nStored] = 0;
+        return nStored;
+    }
+    size_t fail() {
+        errno = EILSEQ;
+        return static_cast<size_t>(-1);
+    }
+};
+
+size_t toMultiByte(const unsigned short* p, const unsigned short* pEnd, target<char> to) {
+    bool bFits = true;
+    while (p < pEnd && bFits && !to.isFull()) {
         char szCharacter[MB_LEN_MAX] = {};
         size_t nBytes = putMultiByte(takeCharacter(p, pEnd), szCharacter);
         if (nBytes == 0) {
-            if (unknown == Unknown::fails) {
-                errno = EILSEQ;
-                return static_cast<size_t>(-1);
-            }
+            if (to.manner == Manner::asStandard)
+                return to.fail();
             szCharacter[0] = '?';
             nBytes = 1;
         }
-        if (!store(lpszTo, nSize, nStored, szCharacter, nBytes))
-            break;
+        bFits = to.store(szCharacter, nBytes);
     }
-    terminate(lpszTo, nSize, nStored);
-    return nStored;
+    return to.finish(bFits);
 }
 
-size_t toUnits(const char* p, const char* pEnd, unsigned short* lpszTo, size_t nSize, Unknown unknown) {
-    size_t nStored = 0;
-    while (p < pEnd) {
+size_t toUnits(const char* p, const char* pEnd, target<unsigned short> to) {
+    bool bFits = true;
+    while (p < pEnd && bFits && !to.isFull()) {
         size_t nBytes = 0;
         uint32_t u = peekMultiByte(p, static_cast<size_t>(pEnd - p), nBytes);
         if (u == notCharacter) {
-            if (unknown == Unknown::fails) {
-                errno = EILSEQ;
-                return static_cast<size_t>(-1);
-            }
+            if (to.manner == Manner::asStandard)
+                return to.fail();
             u = '?';
         }
         unsigned short arrUnit[2];
-        const size_t nUnits = static_cast<size_t>(putUnits(u, arrUnit));
-        if (!store(lpszTo, nSize, nStored, arrUnit, nUnits))
-            break;
+        const int nUnits = putUnits(u, arrUnit);
+        bFits = to.store(arrUnit, static_cast<size_t>(nUnits));
         p += nBytes > 0 ? nBytes : 1;
     }
-    terminate(lpszTo, nSize, nStored);
-    return nStored;
+    return to.finish(bFits);
 }
 
 // ---- UTF-8
@@ -200,15 +206,16 @@ int qorWideCharToMultiByte(const unsigned short* lpszTextW, int nTextW, char* lp
     if (!QOR_ASSERT(lpszTextW != NULL) || !QOR_ASSERT(lpszText == NULL || nText >= 0))
         return 0;
     const unsigned short* pEnd = lpszTextW + lengthOf(lpszTextW, nTextW);
-    return static_cast<int>(
-        toMultiByte(lpszTextW, pEnd, lpszText, static_cast<size_t>(nText), Unknown::isQuestionMark));
+    const target<char> to = {lpszText, static_cast<size_t>(nText), Manner::lenient};
+    return static_cast<int>(toMultiByte(lpszTextW, pEnd, to));
 }
 
 int qorMultiByteToWideChar(const char* lpszText, int nText, unsigned short* lpszTextW, int nTextW) {
     if (!QOR_ASSERT(lpszText != NULL) || !QOR_ASSERT(lpszTextW == NULL || nTextW >= 0))
         return 0;
     const char* pEnd = lpszText + lengthOf(lpszText, nText);
-    return static_cast<int>(toUnits(lpszText, pEnd, lpszTextW, static_cast<size_t>(nTextW), Unknown::isQuestionMark));
+    const target<unsigned short> to = {lpszTextW, static_cast<size_t>(nTextW), Manner::lenient};
+    return static_cast<int>(toUnits(lpszText, pEnd, to));
 }
 
 text chW2A(const unsigned short* lpszTextW, int nLength) {
@@ -296,13 +303,13 @@ textW chUTF82W(const char* lpszText, int nLength) {
 size_t wcstombs(char* lpszTo, const unsigned short* lpszFrom, size_t nSize) {
     if (!QOR_ASSERT(lpszFrom != NULL))
         return 0;
-    return toMultiByte(lpszFrom, lpszFrom + QOR_StringHelper::chStrlen(lpszFrom), lpszTo, nSize, Unknown::fails);
+    return toMultiByte(lpszFrom, lpszFrom + wcslen(lpszFrom), {lpszTo, nSize, Manner::asStandard});
 }
 
 size_t mbstowcs(unsigned short* lpszTo, const char* lpszFrom, size_t nSize) {
     if (!QOR_ASSERT(lpszFrom != NULL))
         return 0;
-    return toUnits(lpszFrom, lpszFrom + strlen(lpszFrom), lpszTo, nSize, Unknown::fails);
+    return toUnits(lpszFrom, lpszFrom + strlen(lpszFrom), {lpszTo, nSize, Manner::asStandard});
 }
 
 int x_mbtowc(unsigned short* pCharacter, const char* lpszFrom, size_t nSize) {

@@ -1,5 +1,6 @@
 /// @file
-/// Free helper functions. Read Path.h and Process.h, which the library itself lives on, then Encoding.h, Wide.h and Math.h.
+/// Free helper functions. Read Path.h and Process.h, on which the library itself lives, then Encoding.h, Wide.h and
+/// Math.h.
 #ifndef QOR_MISCHELPER_H
 #define QOR_MISCHELPER_H
 

@@ -27,6 +27,14 @@ std::string absolute(const std::string& strPath, const char* lpszBase = NULL) {
     return static_cast<const char*>(pathGetAbsolutePath(strPath.c_str(), lpszBase));
 }
 
+TEST(Path, TheExampleOfTheHeaderHolds) {
+    char szPath[256] = "/var/log/";
+    pathAppend(szPath, "/device.log");
+    EXPECT_STREQ("/var/log/device.log", szPath);
+    pathRenameExtension(szPath, ".old");
+    EXPECT_STREQ("/var/log/device.old", szPath);
+}
+
 TEST(Path, TheFileNameStandsBehindTheLastSeparatorOfEitherKind) {
     EXPECT_STREQ("file", pathGetFileNamePos("/a/b/file"));
     EXPECT_STREQ("file", pathGetFileNamePos("a\\b\\file"));

@@ -32,6 +32,16 @@ int expanded(int nCode) {
     return nInverted & 0x80 ? -nMagnitude : nMagnitude;
 }
 
+TEST(ULawSample, TheExampleOfTheHeaderHolds) {
+    uLawSample sample;
+    sample.AllocSampleBuffer(8000);
+    for (int i = 0; i < 8000; ++i)
+        sample.AppendSample(0.5 * sin(2 * M_PI * 440 * i / 8000));
+    EXPECT_EQ(8000, sample.GetBufferSize());
+    EXPECT_EQ(8192, sample.GetAllocCount());
+    EXPECT_EQ(0xFF, sample.GetBuffer()[0]);
+}
+
 TEST(ULawSample, SilenceAndTheLoudestSampleHaveTheirCodes) {
     EXPECT_EQ(0xFF, codeOf(0.0));
     EXPECT_EQ(0x80, codeOf(1.0));

@@ -1,8 +1,8 @@
 /// @file
 /// Bytes as text and back: hexadecimal digits and Base64; and the order of bytes and bits.
 ///
-/// Base16 and Base64 are those of RFC 4648, sections 8 and 4. The decoders take any text: they skip what is not of their
-/// alphabet and never fail.
+/// Base16 and Base64 are those of RFC 4648, sections 8 and 4. The decoders take any text: they skip what is not of
+/// their alphabet and never fail.
 ///
 /// @code
 /// using namespace QOR_MiscHelper;

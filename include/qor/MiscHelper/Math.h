@@ -1,8 +1,8 @@
 /// @file
 /// Rounding of numbers: to integers, and to the multiples of a step.
 ///
-/// Integer results saturate: a number above the largest int gives the largest, one below the smallest gives the smallest,
-/// and what is not a number gives 0. Results that are numbers themselves follow the arithmetic of such values.
+/// Integer results saturate: a number above the largest int gives the largest, one below the smallest the smallest, and
+/// what is not a number gives 0. Results that are numbers themselves follow the arithmetic of such values.
 ///
 /// @code
 /// QOR_MiscHelper::mathFloor(-0.5);             // -1

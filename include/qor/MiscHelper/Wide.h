@@ -8,9 +8,9 @@
 /// - UTF-8 (chW2UTF8(), chUTF82W()).
 ///
 /// @code
-/// const QOR_StringHelper::chReferenceStringT<unsigned short> strW = QOR_MiscHelper::chUTF82W("Gr\xC3\xB6\xC3\x9F" "e");
-/// const size_t nLength = QOR_MiscHelper::wcslen(strW);                                             // 5
-/// const QOR_StringHelper::chReferenceStringT<char> str = QOR_MiscHelper::chW2UTF8(strW);           // 7 bytes again
+/// const QOR_StringHelper::chReferenceStringT<unsigned short> strW = QOR_MiscHelper::chUTF82W("gr\xC3\xBCn");
+/// const size_t nLength = QOR_MiscHelper::wcslen(strW);                                   // 4
+/// const QOR_StringHelper::chReferenceStringT<char> str = QOR_MiscHelper::chW2UTF8(strW); // 5 bytes again
 /// @endcode
 ///
 /// The forms are those of chapter 3.9 of the Unicode Standard. No conversion reads behind the NUL or the given length.
@@ -44,8 +44,8 @@ QOR_API QOR_StringHelper::chReferenceStringT<char> simpW2A(const unsigned short*
 /// 16-bit text as UTF-8. Half a pair of units becomes U+FFFD. Fatal: null.
 QOR_API QOR_StringHelper::chReferenceStringT<char> chW2UTF8(const unsigned short* lpszTextW, int nLength = -1);
 /// UTF-8 as 16-bit text; characters above U+FFFF become pairs of units. Each longest begin of a character that does not
-/// go on as one, and each byte that begins none, becomes one U+FFFD: overlong forms, encoded halves of pairs and numbers
-/// above U+10FFFF are no characters. Fatal: null.
+/// go on as one, and each byte that begins none, becomes one U+FFFD: overlong forms, encoded halves of pairs and
+/// numbers above U+10FFFF are no characters. Fatal: null.
 QOR_API QOR_StringHelper::chReferenceStringT<unsigned short> chUTF82W(const char* lpszText, int nLength = -1);
 
 // ---- the standard wide-character routines for 16-bit text; each pointer is not null
@@ -70,15 +70,17 @@ QOR_API int wcsncasecmp(const unsigned short* lpszText1, const unsigned short* l
 /// Formats into nSize units with the NUL. %ls and %S take 16-bit text, %s takes 8-bit text.
 /// @return the number of units without the NUL; -1 when they do not fit, of which the first nSize - 1 are stored.
 QOR_API int vswprintf(unsigned short* lpszTo, size_t nSize, const unsigned short* lpszFormat, va_list args);
-/// Reads values from a text. %ls, %lc and %l[ and their short forms %S and %C store 16-bit text, %s, %c and %[ multibyte
-/// text; numbered arguments and the modifier m are not taken: such a conversion ends the reading.
+/// Reads values from a text. %ls, %lc and %l[ and their short forms %S and %C store 16-bit text, %s, %c and %[
+/// multibyte text; numbered arguments and the modifier m are not taken: such a conversion ends the reading.
 /// @return the number of values stored; -1 when the text ends before the first.
 QOR_API int x_swscanf(const unsigned short* lpszTextW, const unsigned short* lpszFormat, ...);
 
-/// Converts to multibyte text of at most nSize bytes, terminated where a byte is left. For a null lpszTo, only counts.
+/// Converts to multibyte text of at most nSize bytes, whole characters only; one that was cut is not terminated. For a
+/// null lpszTo, only counts.
 /// @return the bytes without the NUL; (size_t)-1, errno EILSEQ, for a character that the locale does not have.
 QOR_API size_t wcstombs(char* lpszTo, const unsigned short* lpszFrom, size_t nSize);
-/// Converts multibyte text to at most nSize units, terminated where a unit is left. For a null lpszTo, only counts.
+/// Converts multibyte text to at most nSize units, whole characters only; one that was cut is not terminated. For a
+/// null lpszTo, only counts.
 /// @return the units without the NUL; (size_t)-1, errno EILSEQ, for bytes that are no character.
 QOR_API size_t mbstowcs(unsigned short* lpszTo, const char* lpszFrom, size_t nSize);
 /// Converts the character that begins a multibyte text of nSize bytes; pCharacter may be null.
