@@ -1,5 +1,5 @@
 // The buffers of arrays.
-#include "qor/ArrayHelper.h"
+#include "qor/ArrayHelper/Array.h"
 
 #include <stdlib.h>
 
@@ -11,7 +11,9 @@ namespace QOR_ArrayHelper {
 void base_alloc_buffer(void*& pBuffer, int& nAllocCount, int nNewCount, int nElementSize) {
     if (!QOR_ASSERT(nNewCount > 0))
         return;
-    void* pObj = realloc(pBuffer, static_cast<size_t>(nNewCount) * static_cast<size_t>(nElementSize));
+    size_t nBytes = 0;
+    const bool bTooLarge = __builtin_mul_overflow(nNewCount, nElementSize, &nBytes);
+    void* pObj = bTooLarge ? NULL : realloc(pBuffer, nBytes);
     if (!QOR_ASSERT(pObj != NULL))
         return;
     pBuffer = pObj;

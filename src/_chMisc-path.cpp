@@ -37,6 +37,13 @@ std::vector<std::string> splitNormalised(const char* lpszPath) {
     return listPart;
 }
 
+// How long pathAppend() makes a text.
+size_t joinedLength(const char* lpszPath, const char* lpszMore) {
+    const size_t nLength = strlen(lpszPath);
+    const bool bSeparator = nLength > 0 && !isSeparator(lpszPath[nLength - 1]);
+    return nLength + (bSeparator ? 1 : 0) + strlen(lpszMore) - (isSeparator(*lpszMore) ? 1 : 0);
+}
+
 text normalise(const char* lpszPathName) {
     if (!QOR_ASSERT(*lpszPathName == '/'))
         return text();
@@ -53,6 +60,8 @@ text normalise(const char* lpszPathName) {
 }  // namespace
 
 const char* pathGetFileNamePos(const char* lpszPath) {
+    if (!QOR_ASSERT(lpszPath != NULL))
+        return NULL;
     const char* lpszName = lpszPath;
     for (const char* lpsz = lpszPath; *lpsz != 0; ++lpsz)
         if (isSeparator(*lpsz))
@@ -61,6 +70,8 @@ const char* pathGetFileNamePos(const char* lpszPath) {
 }
 
 const char* pathGetShortNamePos(const char* lpszPath) {
+    if (!QOR_ASSERT(lpszPath != NULL))
+        return NULL;
     const char* lpszName = lpszPath;
     for (const char* lpsz = lpszPath; *lpsz != 0; ++lpsz)
         if (isSeparator(*lpsz) && lpsz[1] != 0)
@@ -102,6 +113,8 @@ void pathStripPath(char* lpszPath) {
 void pathRemoveFileSpec(char* lpszPath) { *pathGetFileNamePos(lpszPath) = 0; }
 
 void pathAppend(char* lpszPath, const char* lpszMore) {
+    if (!QOR_ASSERT(lpszPath != NULL && lpszMore != NULL))
+        return;
     size_t nLength = strlen(lpszPath);
     if (nLength > 0 && !isSeparator(lpszPath[nLength - 1]))
         lpszPath[nLength++] = '/';
@@ -111,6 +124,8 @@ void pathAppend(char* lpszPath, const char* lpszMore) {
 }
 
 void pathCutTail(char* lpszPath) {
+    if (!QOR_ASSERT(lpszPath != NULL))
+        return;
     const size_t nLength = strlen(lpszPath);
     if (nLength > 0 && isSeparator(lpszPath[nLength - 1]))
         lpszPath[nLength - 1] = 0;
@@ -126,7 +141,7 @@ text pathGetAbsolutePath(const char* lpszPath, const char* lpszBasePath) {
         strBase = qorGetCurrentDirectory();
     else if (QOR_ASSERT(lpszBasePath[0] == '/' || lpszBasePath[1] == ':'))
         strBase = lpszBasePath;
-    const bool bFits = strBase.GetLength() + 1 + static_cast<int>(strlen(lpszPath)) <= maxPathText;
+    const bool bFits = joinedLength(strBase, lpszPath) <= static_cast<size_t>(maxPathText);
     if (!QOR_ASSERT_TEXT(bFits, "the joined path has at most 256 characters"))
         return text();
     pathAppend(strBase.GetBuffer(maxPathText), lpszPath);
@@ -135,11 +150,13 @@ text pathGetAbsolutePath(const char* lpszPath, const char* lpszBasePath) {
 
 text pathGetRelativePath(const char* lpszPath, const char* lpszBasePath) {
     pathGetAbsolutePath(lpszPath, NULL);
-    pathGetAbsolutePath(lpszBasePath, NULL);
+    pathGetAbsolutePath(QOR_StringHelper::textEMPTY(lpszBasePath) ? "" : lpszBasePath, NULL);
     return text();
 }
 
 BOOL pathCreateDirectory(const char* lpszPath) {
+    if (!QOR_ASSERT(lpszPath != NULL))
+        return FALSE;
     std::string strPath(lpszPath);
     strPath += '/';
     for (size_t i = 1; i < strPath.size(); ++i) {

@@ -1,9 +1,13 @@
 /// @file
-/// Free helper functions: paths, and the platform's ids and times.
+/// Free helper functions. Read Path.h and Process.h, on which the library itself lives, then Encoding.h, Wide.h and
+/// Math.h.
 #ifndef QOR_MISCHELPER_H
 #define QOR_MISCHELPER_H
 
+#include "qor/MiscHelper/Encoding.h"
+#include "qor/MiscHelper/Math.h"
 #include "qor/MiscHelper/Path.h"
 #include "qor/MiscHelper/Process.h"
+#include "qor/MiscHelper/Wide.h"
 
 #endif

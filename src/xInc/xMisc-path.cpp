@@ -5,9 +5,11 @@
 
 namespace QOR_MiscHelper {
 
-BOOL pathMkdir(const char* lpszPath) { return mkdir(lpszPath, 0777) == 0; }
+BOOL pathMkdir(const char* lpszPath) { return lpszPath != NULL && mkdir(lpszPath, 0777) == 0; }
 
-BOOL pathStat(const char* lpszPath, struct stat* pStat) { return stat(lpszPath, pStat) == 0; }
+BOOL pathStat(const char* lpszPath, struct stat* pStat) {
+    return lpszPath != NULL && pStat != NULL && stat(lpszPath, pStat) == 0;
+}
 
 BOOL pathFileExist(const char* lpszPath) {
     struct stat state;

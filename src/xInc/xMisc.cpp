@@ -48,6 +48,12 @@ text homeOfUser() {
     return text(pEntry->pw_dir, -1);
 }
 
+// The counter wraps around.
+long step(long* pData, unsigned long uStep) {
+    *pData = static_cast<long>(static_cast<unsigned long>(*pData) + uStep);
+    return *pData;
+}
+
 }  // namespace
 
 int qorGetCurrentProcessId() { return getpid(); }
@@ -96,7 +102,9 @@ void qorDelay(unsigned int uMillisecond) {
     timeval tv = {};
     tv.tv_sec = static_cast<time_t>(uMillisecond / 1000);
     tv.tv_usec = static_cast<suseconds_t>(uMillisecond % 1000 * 1000);
-    select(0, NULL, NULL, NULL, &tv);
+    // The kernel leaves the rest of an interrupted wait in tv.
+    while (select(0, NULL, NULL, NULL, &tv) != 0 && errno == EINTR) {
+    }
 }
 
 void qorSwitchToThread() { usleep(10); }
@@ -123,8 +131,8 @@ int qorGetLastError() { return errno; }
 
 text qorTransLastError() { return text(strerror(errno), -1); }
 
-long qorInterlockedIncrement(long* pData) { return QOR_ASSERT(pData != NULL) ? ++*pData : 0; }
+long qorInterlockedIncrement(long* pData) { return QOR_ASSERT(pData != NULL) ? step(pData, 1) : 0; }
 
-long qorInterlockedDecrement(long* pData) { return QOR_ASSERT(pData != NULL) ? --*pData : 0; }
+long qorInterlockedDecrement(long* pData) { return QOR_ASSERT(pData != NULL) ? step(pData, ~0ul) : 0; }
 
 }  // namespace QOR_MiscHelper

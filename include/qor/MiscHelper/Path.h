@@ -2,7 +2,7 @@
 /// Path texts, and the few file-system calls that work on them.
 ///
 /// Both '/' and '\\' separate components. The functions that change a path work in place on the caller's buffer, which
-/// has room for the result.
+/// has room for the result; null is a fatal assertion.
 ///
 /// @code
 /// char szPath[256] = "/var/log/";
@@ -52,6 +52,7 @@ QOR_API QOR_StringHelper::chReferenceStringT<char> pathGetAbsolutePath(const cha
 /// An empty string; no relative path is made.
 QOR_API QOR_StringHelper::chReferenceStringT<char> pathGetRelativePath(const char* lpszPath, const char* lpszBasePath);
 /// Makes every missing directory along the path, mode 0777 less the umask; whether the path is a directory afterwards.
+/// Directories in front of a '\\' are made too, though the platform takes it for a letter of a name.
 QOR_API BOOL pathCreateDirectory(const char* lpszPath);
 /// Makes one directory, mode 0777 less the umask; whether it was made.
 QOR_API BOOL pathMkdir(const char* lpszPath);

@@ -66,9 +66,9 @@ QOR_API int qorGetLastError();
 /// The text of the calling thread's error number.
 QOR_API QOR_StringHelper::chReferenceStringT<char> qorTransLastError();
 
-/// Adds one and returns the new value. Not atomic: users hold a lock. Fatal: null.
+/// Adds one, wrapping around, and returns the new value. Not atomic: users hold a lock. Fatal: null.
 QOR_API long qorInterlockedIncrement(long* pData);
-/// Subtracts one and returns the new value. Not atomic: users hold a lock. Fatal: null.
+/// Subtracts one, wrapping around, and returns the new value. Not atomic: users hold a lock. Fatal: null.
 QOR_API long qorInterlockedDecrement(long* pData);
 
 }  // namespace QOR_MiscHelper

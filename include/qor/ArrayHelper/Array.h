@@ -1,0 +1,193 @@
+/// @file
+/// Arrays: contiguous heap buffers that grow in fixed steps.
+///
+/// The buffer grows to the next multiple of N and never shrinks. It is moved by plain memory copy, so an element must
+/// be relocatable that way, as reference-counted strings are. With bObject the array runs the elements' constructors and
+/// destructors; without, they are raw storage.
+///
+/// @code
+/// QOR_ArrayHelper::chObjArray<int, false, 4> arr;
+/// arr.Add(7);                 // room for 4
+/// arr.SetArraySize(5);        // room for 8
+/// @endcode
+///
+/// Running out of memory is a fatal assertion. Read on in Samples.h, an array at work.
+#ifndef QOR_ARRAYHELPER_ARRAY_H
+#define QOR_ARRAYHELPER_ARRAY_H
+
+#include <string.h>
+
+#include <new>
+
+#include "qor/TraceHelper/Report.h"
+#include "qor/Types.h"
+
+/// Arrays.
+namespace QOR_ArrayHelper {
+
+/// Resizes a heap buffer to nNewCount elements and stores its address and count.
+/// Fatal: a count not above 0, no memory.
+QOR_API void base_alloc_buffer(void*& pBuffer, int& nAllocCount, int nNewCount, int nElementSize);
+/// Frees a heap buffer and clears its address and count.
+QOR_API void base_free_buffer(void*& pBuffer, int& nAllocCount);
+
+/// The buffer of an array.
+template <class T>
+class chAlloc_Object {
+public:
+    chAlloc_Object() : m_aT(NULL), m_nAllocCount(0) {}
+    chAlloc_Object(const chAlloc_Object&) = delete;
+    chAlloc_Object& operator=(const chAlloc_Object&) = delete;
+
+    /// Resizes the buffer to nCount elements.
+    void Alloc(int nCount) {
+        void* pBuffer = m_aT;
+        base_alloc_buffer(pBuffer, m_nAllocCount, nCount, static_cast<int>(sizeof(T)));
+        m_aT = static_cast<T*>(pBuffer);
+    }
+    /// Frees the buffer.
+    void Free() {
+        void* pBuffer = m_aT;
+        base_free_buffer(pBuffer, m_nAllocCount);
+        m_aT = static_cast<T*>(pBuffer);
+    }
+    /// The first element, or null.
+    T* GetBuffer() const { return m_aT; }
+    /// How many elements fit without growing.
+    int GetAllocCount() const { return m_nAllocCount; }
+
+protected:
+    T* m_aT;            ///< the elements
+    int m_nAllocCount;  ///< how many fit
+};
+
+/// The array over its buffer.
+template <class T, bool bObject, int N>
+class chMeth_ObjArray : public chAlloc_Object<T> {
+public:
+    static_assert(N > 0, "the array grows by N elements");
+
+    chMeth_ObjArray() : m_nElementCount(0) {}
+    chMeth_ObjArray(const chMeth_ObjArray& r) : chAlloc_Object<T>(), m_nElementCount(0) { Append(r); }
+    /// Destroys the elements and frees the buffer.
+    ~chMeth_ObjArray() { Clear(); }
+    /// Copies the elements.
+    chMeth_ObjArray& operator=(const chMeth_ObjArray& r) {
+        if (this != &r) {
+            RemoveAll();
+            Append(r);
+        }
+        return *this;
+    }
+
+    /// How many elements are in use.
+    int GetSize() const { return m_nElementCount; }
+    /// Whether there is none.
+    bool IsEmpty() const { return m_nElementCount == 0; }
+    /// An element. Fatal: an index outside 0 to size - 1.
+    T& operator[](int iIndex) { return *At(iIndex); }
+    /// An element. Fatal: an index outside 0 to size - 1.
+    const T& operator[](int iIndex) const { return *At(iIndex); }
+
+    /// Grows or shrinks; new elements are constructed, lost ones destroyed. Fatal: a negative size.
+    void SetArraySize(int nNewCount) {
+        if (!QOR_ASSERT_IN("_chArray", nNewCount >= 0, "nNewCount >= 0"))
+            return;
+        if (nNewCount > this->m_nAllocCount)
+            this->Alloc(nNewCount <= maxCount ? (nNewCount + N - 1) / N * N : nNewCount);
+        for (; m_nElementCount < nNewCount; ++m_nElementCount)
+            Construct(this->m_aT + m_nElementCount);
+        while (m_nElementCount > nNewCount)
+            Destroy(this->m_aT + --m_nElementCount);
+    }
+    /// Appends a copy of an element, which may be one of the array's own.
+    void Add(const T& value) {
+        const T copy = value;
+        alloc_push_back() = copy;
+    }
+    /// Appends copies of another array's elements.
+    void Append(const chMeth_ObjArray& r) { Append(r.m_aT, r.m_nElementCount); }
+    /// Appends copies of nCount elements at p, which are not the array's own; a count not above 0 appends nothing.
+    void Append(const T* p, int nCount) {
+        T* pTo = AppendAllocSize(nCount);
+        for (int i = 0; i < nCount; ++i)
+            pTo[i] = p[i];
+    }
+    /// Grows by nCount elements and returns the first new one; null when the count is not above 0.
+    T* AppendAllocSize(int nCount) {
+        if (nCount <= 0)
+            return NULL;
+        const int nOld = m_nElementCount;
+        // A sum past the largest count is negative here, and so fatal.
+        SetArraySize(static_cast<int>(static_cast<unsigned>(nOld) + static_cast<unsigned>(nCount)));
+        return this->m_aT + nOld;
+    }
+    /// Grows by one element and returns it.
+    T& alloc_push_back() { return *AppendAllocSize(1); }
+    /// Removes nCount elements from iIndex on; a count that is negative or passes the end removes all from there.
+    /// Fatal: an index outside 0 to size.
+    void RemoveAt(int iIndex, int nCount) {
+        if (!QOR_ASSERT_IN("_chArray", iIndex >= 0 && iIndex <= m_nElementCount,
+                           "iIndex >= 0 && iIndex <= m_nElementCount"))
+            return;
+        if (iIndex == m_nElementCount || nCount == 0)
+            return;
+        if (nCount < 0 || nCount >= m_nElementCount - iIndex) {
+            SetArraySize(iIndex);
+            return;
+        }
+        for (int i = 0; i < nCount; ++i)
+            Destroy(this->m_aT + iIndex + i);
+        const size_t nTail = static_cast<size_t>(m_nElementCount - iIndex - nCount);
+        memmove(static_cast<void*>(this->m_aT + iIndex), static_cast<const void*>(this->m_aT + iIndex + nCount),
+                nTail * sizeof(T));
+        m_nElementCount -= nCount;
+    }
+    /// Removes all elements; the buffer stays.
+    void RemoveAll() { SetArraySize(0); }
+    /// Removes all elements and frees the buffer.
+    void Clear() {
+        RemoveAll();
+        this->Free();
+    }
+    /// Takes another array's elements and buffer, and leaves it empty.
+    void CutFromObject(chMeth_ObjArray& r) {
+        if (this == &r)
+            return;
+        Clear();
+        this->m_aT = r.m_aT;
+        this->m_nAllocCount = r.m_nAllocCount;
+        m_nElementCount = r.m_nElementCount;
+        r.m_aT = NULL;
+        r.m_nAllocCount = 0;
+        r.m_nElementCount = 0;
+    }
+
+private:
+    static constexpr int maxCount = 0x7FFFFFFF - N;
+
+    T* At(int iIndex) const {
+        if (QOR_ASSERT_IN("_chArray", this->m_aT != NULL && iIndex >= 0 && iIndex < m_nElementCount,
+                          "this->m_aT != NULL && iIndex >= 0 && iIndex < m_nElementCount"))
+            return this->m_aT + iIndex;
+        return this->m_aT;
+    }
+    static void Construct(T* p) {
+        if (bObject)
+            new (static_cast<void*>(p)) T;
+    }
+    static void Destroy(T* p) {
+        if (bObject)
+            p->~T();
+    }
+
+    int m_nElementCount;
+};
+
+/// An array of T that grows by N elements.
+template <class T, bool bObject, int N>
+class chObjArray : public chMeth_ObjArray<T, bObject, N> {};
+
+}  // namespace QOR_ArrayHelper
+
+#endif
