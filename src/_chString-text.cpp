@@ -167,7 +167,7 @@ void appendFormatted(wideText& strOut, const std::string& strFormat, V value) {
     appendNarrow(strOut, strLarge.c_str(), static_cast<size_t>(nLength));
 }
 
-// Pads and cuts a text as its specification says.
+// Pads and cuts a text as its conversion says.
 template <class C>
 void appendText(wideText& strOut, const conversion& conv, const C* lpsz) {
     int nWidth = 0, nPrecision = -1;

@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include "support/child.h"
+#include "support/share_object.h"
 #include "qor/BaseHelper/Share.h"
 
 using namespace QOR_BaseHelper;
@@ -54,15 +55,6 @@ struct sampleObject : ipcObjectHeader {
 using sampleFrame = ipcObjectFrame<sampleObject>;
 using sampleRawFrame = ipcObjectFrame<sampleObject, chRawMapFile>;
 
-void removeObject(const char* lpszName) {
-    chMutex mutex;
-    mutex.OpenMutex(lpszName);
-    chMapFile file;
-    file.OpenMapFile(lpszName, 1);
-    file.DestroyMapFile();
-    mutex.DestroyMutex();
-}
-
 template <class Frame>
 void expectFinished(const char* lpszName) {
     Frame frame;
@@ -103,7 +95,7 @@ TEST_F(ShareProcess, OfManyOpenersAtOnceExactlyOneConstructs) {
         frame.OpenShareObject("sharep_once", 8192);
         EXPECT_EQ(nProcess, frame.getObject()->m_nOpened);
         frame.CloseShareObject();
-        removeObject("sharep_once");
+        qorTest::removeShareObject("sharep_once");
     }
 }
 
@@ -120,7 +112,7 @@ TEST_F(ShareProcess, ACreatorKilledBeforeTheConstructionLeavesItToTheNextOpener)
     s_nConstructed = 0;
     expectFinished<sampleFrame>("sharep_raw");
     EXPECT_EQ(1, s_nConstructed);
-    removeObject("sharep_raw");
+    qorTest::removeShareObject("sharep_raw");
 }
 
 class KilledAt : public ShareProcess, public testing::WithParamInterface<deathPoint> {};
@@ -136,7 +128,7 @@ TEST_P(KilledAt, AnyPointOfTheConstructionLeavesItToTheNextOpener) {
     expectFinished<sampleFrame>("sharep_killed");
     expectFinished<sampleFrame>("sharep_killed");
     EXPECT_EQ(1, s_nConstructed);
-    removeObject("sharep_killed");
+    qorTest::removeShareObject("sharep_killed");
 }
 
 TEST_P(KilledAt, AnyPointOfTheConstructionInAFileLeavesItToTheNextOpener) {
@@ -173,7 +165,7 @@ TEST_F(ShareProcess, AnObjectStaysWhenEveryProcessHasGone) {
     EXPECT_EQ(0, s_nConstructed);
     EXPECT_EQ(77, frame.getObject()->m_nOpened);
     frame.CloseShareObject();
-    removeObject("sharep_stays");
+    qorTest::removeShareObject("sharep_stays");
 }
 
 TEST_F(ShareProcess, AFrameLockedByAProcessThatIsKilledIsFree) {
@@ -190,7 +182,7 @@ TEST_F(ShareProcess, AFrameLockedByAProcessThatIsKilledIsFree) {
     holder.kill();
     EXPECT_EQ(-SIGKILL, holder.wait());
     expectFinished<sampleFrame>("sharep_holder");
-    removeObject("sharep_holder");
+    qorTest::removeShareObject("sharep_holder");
 }
 
 TEST_F(ShareProcess, ARawFileOfAnotherProcessIsNotItsOwnersAgain) {

@@ -17,6 +17,7 @@
 #include <thread>
 
 #include "qor/BaseHelper.h"
+#include "support/share_object.h"
 
 using namespace QOR_BaseHelper;
 
@@ -92,15 +93,6 @@ struct sampleObject : ipcObjectHeader {
 using sampleFrame = ipcObjectFrame<sampleObject>;
 using sampleRawFrame = ipcObjectFrame<sampleObject, chRawMapFile>;
 using sampleLocalFrame = ipcObjectFrame<sampleObject, chMapFile_Local, chMutex_Local>;
-
-void removeSegment(const char* lpszName) {
-    chMutex mutex;
-    mutex.OpenMutex(lpszName);
-    chMapFile file;
-    file.OpenMapFile(lpszName, 1);
-    file.DestroyMapFile();
-    mutex.DestroyMutex();
-}
 
 TEST(Header, IsTwoWordsSizeBeforeTypeNumber) {
     int32_t arrWord[2] = {0, 0};
@@ -422,7 +414,7 @@ TEST(Frame, TheFirstOpenerConstructsAndLaterOnesFindTheObject) {
     EXPECT_EQ(1, s_nConstructed);
     first.CloseShareObject();
     second.CloseShareObject();
-    removeSegment("share_frame");
+    qorTest::removeShareObject("share_frame");
 }
 
 TEST(Frame, IsTheMutexOfItsObject) {
@@ -438,7 +430,7 @@ TEST(Frame, IsTheMutexOfItsObject) {
     second.Unlock();
     first.CloseShareObject();
     second.CloseShareObject();
-    removeSegment("share_lock");
+    qorTest::removeShareObject("share_lock");
 }
 
 TEST(Frame, ItsDestructorClosesAndKeepsTheObject) {
@@ -451,7 +443,7 @@ TEST(Frame, ItsDestructorClosesAndKeepsTheObject) {
     frame.OpenShareObject("share_destruct", 4096);
     EXPECT_EQ(11, frame.getObject()->m_nValue);
     frame.CloseShareObject();
-    removeSegment("share_destruct");
+    qorTest::removeShareObject("share_destruct");
 }
 
 TEST(Frame, AnUnfinishedObjectIsConstructedAnewFromZero) {
@@ -467,7 +459,7 @@ TEST(Frame, AnUnfinishedObjectIsConstructedAnewFromZero) {
     EXPECT_EQ(1, frame.getObject()->AssertHeader("share_unfinished", 4096, 2001));
     frame.CloseShareObject();
     file.CloseMapFile();
-    removeSegment("share_unfinished");
+    qorTest::removeShareObject("share_unfinished");
 }
 
 TEST(Frame, OverAFileTheObjectOutlivesItsProcessesAndTheMutexIsTheFiles) {
@@ -522,7 +514,7 @@ TEST(Frame, TheExampleOfItsHeaderWorks) {
     }
     EXPECT_EQ(1, frame.getObject()->m_nCount);
     frame.CloseShareObject();
-    removeSegment("app_counter");
+    qorTest::removeShareObject("app_counter");
 }
 
 struct noMapFile : chMapFile_Local {
