@@ -18,9 +18,6 @@ namespace QOR_FileHelper {
 
 namespace {
 
-// The longest line that a string is sure to hold.
-constexpr size_t maxLine = 0x1FFFFFF0;
-
 // The stream mode of open flags.
 void modeOf(UINT uFlags, char (&szMode)[4]) {
     const bool bCreate = (uFlags & openCreate) != 0;
@@ -146,7 +143,7 @@ BOOL chFileStdio::ReadString(chReferenceStringT<char>& str, char endChar) {
     char* lpszLine = NULL;
     size_t nRoom = 0;
     const ssize_t nRead = getdelim(&lpszLine, &nRoom, static_cast<unsigned char>(endChar), m_pFile);
-    if (nRead > 0 && static_cast<size_t>(nRead) <= maxLine)
+    if (nRead > 0 && nRead <= maxLineLength)
         str.CopyTextFrom(lpszLine, static_cast<int>(squeezeNuls(lpszLine, static_cast<size_t>(nRead))));
     free(lpszLine);
     return !str.IsEmpty();

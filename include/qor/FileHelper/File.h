@@ -34,6 +34,9 @@ enum openFlag : UINT {
     openBinary = 0x8000,     ///< no effect: every stream is binary
 };
 
+/// The longest line that is read, in characters; of a longer one nothing is kept.
+constexpr int maxLineLength = 0x1FFFFFF0;
+
 /// A standard stream and its owner. Every operation but Open(), Close(), IsFileOpened() and IsEOF() on a closed file is a
 /// fatal assertion.
 class QOR_API chFileStdio {
