@@ -165,23 +165,24 @@ BOOL chFileStdio::WriteString(const chConstTextT<char>& text) {
 
 namespace {
 
+bool isNull(const chFileStdio& file) { return file == chFileStdio::NullStream(); }
+
 template <class T>
 chFileStdio& writeValue(chFileStdio& file, const T& value) {
-    const bool bNull = file == chFileStdio::NullStream();
-    return !bNull && file.Write(&value, sizeof(value), 1) ? file : chFileStdio::NullStream();
+    return !isNull(file) && file.Write(&value, sizeof(value), 1) ? file : chFileStdio::NullStream();
 }
 
 template <class T>
 chFileStdio& readValue(chFileStdio& file, T& value) {
     T valueRead;
-    if (file == chFileStdio::NullStream() || file.Read(&valueRead, sizeof(valueRead), 1) != 1)
+    if (isNull(file) || file.Read(&valueRead, sizeof(valueRead), 1) != 1)
         return chFileStdio::NullStream();
     value = valueRead;
     return file;
 }
 
 chFileStdio& writeText(chFileStdio& file, const char* lpszText, int nLength) {
-    if ((file << nLength) != file || !file.Write(lpszText, 1, static_cast<UINT>(nLength)))
+    if (isNull(file << nLength) || !file.Write(lpszText, 1, static_cast<UINT>(nLength)))
         return chFileStdio::NullStream();
     return file;
 }
@@ -218,7 +219,7 @@ chFileStdio& operator>>(chFileStdio& file, double& dValue) { return readValue(fi
 chFileStdio& operator>>(chFileStdio& file, chReferenceStringT<char>& str) {
     int nLength = -1;
     std::string strBytes;
-    if ((file >> nLength) != file || nLength < 0 || nLength > maxStoredString ||
+    if (isNull(file >> nLength) || nLength < 0 || nLength > maxStoredString ||
         !readBytes(file, strBytes, static_cast<UINT>(nLength)))
         return chFileStdio::NullStream();
     str.CopyTextFrom(strBytes.c_str(), nLength);
