@@ -393,8 +393,8 @@ TEST_F(SafeSave, ASaveAfterAKilledOneWithoutALoadKeepsEverythingWhole) {
     set({{"", s_strOld}});
     const int nCalls = run(cutNone, 0, [&] { return save(s_strNew); }).nCalls;
     ASSERT_GT(nCalls, 12);
-    for (int i = 0; i < nCalls; i += 2)
-        for (int j = 0;; j += 3) {
+    for (int i = 0; i < nCalls; i += 3)
+        for (int j = 0;; j += 4) {
             set({{"", s_strOld}});
             ASSERT_EQ(-SIGKILL, run(cutKill, i, [&] { return save(s_strNew); }).nStatus);
             const bool bLast = run(cutKill, j, [&] { return save(s_strNew); }).nStatus != -SIGKILL;

@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include "qor/FileHelper.h"
+#include "support/child.h"
 #include "support/filebytes.h"
 
 using namespace QOR_FileHelper;
@@ -71,16 +72,13 @@ TEST(Dump, AFileThatDoesNotKnowItsSizeIsDumpedWhole) {
     const auto str = qorDumpTextFileA("/proc/self/status");
     EXPECT_EQ(0, strncmp(str, "Name:", 5));
     EXPECT_EQ('\n', str[str.GetLength() - 1]);
-    EXPECT_GT(qorDumpBinFile("/proc/kallsyms").GetSize(), 0);
     // More than a first guess, through a pipe.
     unlink("/tmp/pipe");
     ASSERT_EQ(0, mkfifo("/tmp/pipe", 0600));
     const std::string strText(50000, 'p');
-    if (fork() == 0) {
-        putFile("/tmp/pipe", strText);
-        _exit(0);
-    }
+    qorTest::childProcess writer("writer", [&] { return putFile("/tmp/pipe", strText), 0; });
     const auto arr = qorDumpBinFile("/tmp/pipe");
+    EXPECT_EQ(0, writer.wait());
     ASSERT_EQ(50000, arr.GetSize());
     EXPECT_EQ(0, memcmp(strText.data(), &arr[0], strText.size()));
 }

@@ -23,11 +23,9 @@ std::u16string unitsOf(const wideText& wstr) {
     return str;
 }
 
-wideText wide(const char16_t* lpsz) {
-    wideText wstr;
-    for (; *lpsz != 0; ++lpsz)
-        wstr += static_cast<unsigned short>(*lpsz);
-    return wstr;
+wideText wide(const std::u16string& str) {
+    const std::vector<unsigned short> arrUnit(str.begin(), str.end());
+    return wideText(arrUnit.data(), static_cast<int>(arrUnit.size()));
 }
 
 std::string pack(const std::u16string& str, bool bLittle) {
@@ -152,7 +150,7 @@ TEST_F(WText, ALongTextIsWrittenAndReadWhole) {
     std::u16string str(300000, u'\u00E4');
     str += u'\n';
     ASSERT_EQ(1, open(big(u""), openReadWrite));
-    EXPECT_EQ(1, m_file.WriteString(wide(str.c_str())));
+    EXPECT_EQ(1, m_file.WriteString(wide(str)));
     m_file.Close();
     EXPECT_TRUE(big(str) == getFile(szName));
     ASSERT_EQ(1, m_file.Open(szName));
@@ -163,7 +161,7 @@ TEST_F(WText, ALongTextIsWrittenAndReadWhole) {
 TEST_F(WText, ARefusedWriteFails) {
     ASSERT_EQ(1, open(little(u"abc")));
     EXPECT_EQ(0, m_file.WriteString(wide(u"x")));
-    EXPECT_EQ(0, m_file.WriteString(wide(std::u16string(1000, u'x').c_str())));
+    EXPECT_EQ(0, m_file.WriteString(wide(std::u16string(1000, u'x'))));
 }
 
 TEST_F(WText, ZeroUnitsAndHalfUnitsAreDropped) {
