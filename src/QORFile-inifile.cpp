@@ -8,7 +8,7 @@
 
 #define QOR_MODULE "QORFile"
 #include "internal/report.h"
-#include "internal/safe_save.h"
+//#include "internal/safe_save.h"
 
 using namespace QOR_StringHelper;
 
@@ -146,6 +146,28 @@ void iniFile::parseText(char* lpszText, int nLength) {
         *lpszNext = chNext;
         lpszText = lpszNext;
     }
+}
+
+BOOL iniFile::LoadFromFile(const char* lpszFileName) {
+    if (!QOR_ASSERT(!textEMPTY(lpszFileName)))
+        return 0;
+    m_strFileName = lpszFileName;
+    fileBytes bytes;
+    int nSize = 0;
+    if (!readFile(m_strFileName, bytes, nSize))
+        return 0;
+    ClearObjList();
+    parseText(bytes.GetBuffer(), nSize);
+    return 1;
+}
+
+BOOL iniFile::SaveToFile(const char* lpszFileName) const {
+    if (lpszFileName == NULL)
+        lpszFileName = m_strFileName;
+    if (!QOR_ASSERT(!textEMPTY(lpszFileName)))
+        return 0;
+    chFileStdio file;
+    return file.Open(lpszFileName, openWrite | openCreate) && ExportToFile(file);
 }
 
 }  // namespace QOR_FileHelper

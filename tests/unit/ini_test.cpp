@@ -42,7 +42,7 @@ std::string exported(iniObject& object) {
     return written([&](chFileStdio& file) { return object.exportObject(file); });
 }
 
-std::string exported(const iniObjList& list) {
+std::string exportedList(const iniObjList& list) {
     return written([&](chFileStdio& file) { return list.ExportToFile(file); });
 }
 
@@ -242,11 +242,11 @@ TEST(IniSection, FindsKeysWithoutRegardToCaseAndMakesThemAtItsEnd) {
 TEST(IniSection, AnUnterminatedCommentGetsALineFeedWhenSomethingFollows) {
     iniDocument document;
     document.GetSection("a")->push_back(new iniComment("; last"));
-    EXPECT_EQ("[ a ]\n; last", exported(document));
+    EXPECT_EQ("[ a ]\n; last", exportedList(document));
     document.GetSection("b");
-    EXPECT_EQ("[ a ]\n; last\n[ b ]\n", exported(document));
+    EXPECT_EQ("[ a ]\n; last\n[ b ]\n", exportedList(document));
     document.GetSection("a")->GetKey("k");
-    EXPECT_EQ("[ a ]\n; last\nk = \n[ b ]\n", exported(document));
+    EXPECT_EQ("[ a ]\n; last\nk = \n[ b ]\n", exportedList(document));
 }
 
 // ---- lists
@@ -293,7 +293,7 @@ TEST(IniObjList, LeavesAloneWhatIsNotItsOwn) {
 }
 
 TEST(IniObjList, AnEmptyListWritesNothing) {
-    EXPECT_EQ("", exported(iniObjList()));
+    EXPECT_EQ("", exportedList(iniObjList()));
 }
 
 TEST(IniObjList, AnElementFilledAfterALookUpIsFound) {
@@ -416,7 +416,7 @@ TEST(IniDocument, SectionsAreFoundWithoutRegardToCaseAndMadeAtTheEnd) {
     EXPECT_EQ(pSection, document.GetSection("net"));
     iniSection* pOther = document.GetSection("Other");
     EXPECT_EQ(pOther, *document.tail());
-    EXPECT_EQ("[ Net ]\n[ Other ]\n", exported(document));
+    EXPECT_EQ("[ Net ]\n[ Other ]\n", exportedList(document));
 }
 
 TEST(IniDocument, ASetValueIsReadBackAndOnlyAChangeIsReported) {
@@ -428,7 +428,7 @@ TEST(IniDocument, ASetValueIsReadBackAndOnlyAChangeIsReported) {
     EXPECT_EQ(0, document.SetTextValue("Net", "empty", ""));
     EXPECT_STREQ("10.0.0.2", document.GetTextValue("NET", "Address", "x"));
     EXPECT_STREQ("", document.GetTextValue("NET", "empty", "x"));
-    EXPECT_EQ("[ Net ]\naddress = 10.0.0.2\nempty = \n", exported(document));
+    EXPECT_EQ("[ Net ]\naddress = 10.0.0.2\nempty = \n", exportedList(document));
 }
 
 TEST(IniDocument, AMissingTextIsTheDefault) {
