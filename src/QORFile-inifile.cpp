@@ -8,7 +8,7 @@
 
 #define QOR_MODULE "QORFile"
 #include "internal/report.h"
-//#include "internal/safe_save.h"
+#include "internal/safe_save.h"
 
 using namespace QOR_StringHelper;
 
@@ -152,6 +152,7 @@ BOOL iniFile::LoadFromFile(const char* lpszFileName) {
     if (!QOR_ASSERT(!textEMPTY(lpszFileName)))
         return 0;
     m_strFileName = lpszFileName;
+    recoverSavedFile(m_strFileName);
     fileBytes bytes;
     int nSize = 0;
     if (!readFile(m_strFileName, bytes, nSize))
@@ -166,8 +167,7 @@ BOOL iniFile::SaveToFile(const char* lpszFileName) const {
         lpszFileName = m_strFileName;
     if (!QOR_ASSERT(!textEMPTY(lpszFileName)))
         return 0;
-    chFileStdio file;
-    return file.Open(lpszFileName, openWrite | openCreate) && ExportToFile(file);
+    return saveFileSafely(lpszFileName, [this](chFileStdio& file) { return ExportToFile(file); });
 }
 
 }  // namespace QOR_FileHelper
