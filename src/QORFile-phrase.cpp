@@ -35,11 +35,11 @@ constText phraseOf(const constText& text) {
     return phrase;
 }
 
+// From the end: names of one length are more often alike at their begin.
 bool sameBytesNC(const char* lpsz1, const char* lpsz2, int nLength) {
-    for (int i = 0; i < nLength; ++i)
-        if (chLower(lpsz1[i]) != chLower(lpsz2[i]))
-            return false;
-    return true;
+    while (nLength > 0 && chLower(lpsz1[nLength - 1]) == chLower(lpsz2[nLength - 1]))
+        --nLength;
+    return nLength == 0;
 }
 
 }  // namespace

@@ -5,13 +5,17 @@
 /// - `FileHelper/PathName.h`: paths as strings.
 /// - `FileHelper/Dump.h`: whole files in memory.
 /// - `FileHelper/Csv.h`: comma-separated values.
+/// - `FileHelper/Phrase.h`: the texts that name and fill the entries of documents.
+/// - `FileHelper/Ini.h`: INI documents.
 #ifndef QOR_FILEHELPER_H
 #define QOR_FILEHELPER_H
 
 #include "qor/FileHelper/Csv.h"
 #include "qor/FileHelper/Dump.h"
 #include "qor/FileHelper/File.h"
+#include "qor/FileHelper/Ini.h"
 #include "qor/FileHelper/PathName.h"
+#include "qor/FileHelper/Phrase.h"
 #include "qor/FileHelper/TextFile.h"
 
 #endif
