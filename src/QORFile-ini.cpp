@@ -8,10 +8,8 @@
 
 #include <stdio.h>
 #include <stdlib.h>
-#include <string.h>
 
-#define QOR_MODULE "QORFile"
-#include "internal/report.h"
+#include "qor/StringHelper/Convert.h"
 
 using namespace QOR_StringHelper;
 
@@ -229,17 +227,19 @@ int iniDocument::GetIntValue(const phraseConstTextA& section, const phraseConstT
     const char* lpszValue = findValue(section, key);
     if (lpszValue == NULL)
         return nDefault;
-    unsigned uValue = 0;
-    if (uCTextHelper<char, false>::chIsBeginText(lpszValue, "0x"))
+    if (uCTextHelper<char, false>::chIsBeginText(lpszValue, "0x")) {
+        unsigned uValue = 0;
         return sscanf(lpszValue + 2, "%x", &uValue) == 1 ? static_cast<int>(uValue) : nDefault;
-    int nValue = 0;
-    return sscanf(lpszValue, "%d", &nValue) == 1 ? nValue : nDefault;
+    }
+    refString(lpszValue) >> nDefault;
+    return nDefault;
 }
 
 double iniDocument::GetFloatValue(const phraseConstTextA& section, const phraseConstTextA& key, double dDefault) const {
     const char* lpszValue = findValue(section, key);
-    double dValue = 0;
-    return lpszValue != NULL && sscanf(lpszValue, "%lf", &dValue) == 1 ? dValue : dDefault;
+    if (lpszValue != NULL)
+        refString(lpszValue) >> dDefault;
+    return dDefault;
 }
 
 }  // namespace QOR_FileHelper

@@ -18,8 +18,6 @@ namespace {
 
 typedef QOR_ArrayHelper::chObjArray<char, false, 4096> fileBytes;
 
-constexpr int maxFileSize = 0x1FFFFFFF;  // what a string can hold
-
 // Reads a whole file; there is room for one more byte behind it. False: it cannot be opened or read, or is too large.
 bool readFile(const char* lpszFileName, fileBytes& bytes, int& nSize) {
     chFileStdio file;
@@ -32,8 +30,8 @@ bool readFile(const char* lpszFileName, fileBytes& bytes, int& nSize) {
         const int nRead = static_cast<int>(file.Read(bytes.GetBuffer() + nSize, 1, static_cast<UINT>(nRoom)));
         nSize += nRead;
         if (nRead < nRoom)
-            return file.IsEOF() != 0;
-        if (nSize >= maxFileSize)
+            return file.IsEOF() && nSize <= maxLineLength;
+        if (nSize > maxLineLength)
             return false;
         bytes.SetArraySize(2 * bytes.GetSize());
     }

@@ -471,6 +471,7 @@ TEST(IniDocument, IntegersAreDecimalOrHexadecimalBehindTheirPrefix) {
     EXPECT_EQ(31, intOf("0x1F"));
     EXPECT_EQ(31, intOf("0X1f"));
     EXPECT_EQ(-1, intOf("0xFFFFFFFF"));
+    EXPECT_EQ(2147483647, intOf("99999999999"));
     EXPECT_EQ(0, intOf("0"));
 }
 
