@@ -169,8 +169,7 @@ iniObject* iniObjList::FindObject(iniLineType eType, const phraseConstTextA& nam
 const char* iniKey::value() const { return isNullObject(this) ? NULL : static_cast<const char*>(m_strValue); }
 
 refString iniKey::GetValue(const char* lpszDefault) const {
-    const char* lpszValue = value();
-    return refString(lpszValue != NULL ? lpszValue : lpszDefault);
+    return refString(isNullObject(this) ? lpszDefault : static_cast<const char*>(m_strValue));
 }
 
 BOOL iniKey::SetValue(const phraseConstTextA& text) {
