@@ -41,8 +41,9 @@ int layerOf(const std::string& strFile) {
         {"MiscHelper|_chMisc|xMisc", 5},
         {"BaseHelper|_chBaseClass|xBaseClass|internal/(keyfile|singleton|tick)\\.h", 6},
         {"TraceHelper|QORTrace|internal/trace", 7},
-        {"MsgQueueHelper|QORMsgSystem|xMsgSystem|internal/", 8},
-        {"flat\\.h|sub-interface|qor/qor\\.h", 10},
+        {"FileHelper|QORFile|xFile|internal/(safe_save|file_lock)\\.", 8},
+        {"MsgQueueHelper|QORMsgSystem|xMsgSystem|internal/", 9},
+        {"flat\\.h|sub-interface|qor/qor\\.h", 11},
     };
     for (const auto& row : listRow)
         if (std::regex_search(strFile, std::regex(row.first)))

@@ -1,0 +1,225 @@
+/// @file
+/// INI documents: a text file of sections and keys that is read, changed and written back with its comments, blank
+/// lines and order intact.
+///
+///     ; comment lines begin with ';' or '#'
+///     [ Net ]
+///     address = 10.0.0.1
+///
+/// - Names are compared without regard to case; a repeated section goes on with the first one of its name, a repeated key
+///   keeps its place and takes the later value.
+/// - Lines that are none of these, keys in front of the first section and the headers of repeated sections are dropped
+///   when a file is read.
+/// - Comments and blank lines are kept byte for byte. Sections are written as "[ name ]", keys as "name = value". What is
+///   added stands at the end of its section, or of the document. A line of a comment whose file ended without a line feed
+///   gets one as soon as something follows it.
+/// - A line is text up to its first NUL byte, if it has one; a comment or blank line is kept whole.
+/// - Saving replaces a file crash-safely: the old or the new one is there, whatever happens, and the next load completes
+///   what was interrupted.
+///
+/// @code
+/// QOR_FileHelper::iniFile file("/rundata/config/net.ini");
+/// const int nPort = file.GetIntValue("Net", "port", 5060);
+/// if (file.SetTextValue("Net", "address", "10.0.0.2"))
+///     file.SaveToFile(NULL);
+/// @endcode
+///
+/// Names are looked up by an index, so that a document of n lines is read in a time proportional to n. A document is used
+/// by one thread at a time, also for reading.
+#ifndef QOR_FILEHELPER_INI_H
+#define QOR_FILEHELPER_INI_H
+
+#include "qor/FileHelper/Phrase.h"
+#include "qor/ListHelper.h"
+
+namespace QOR_FileHelper {
+
+class chFileStdio;
+
+/// What a line is.
+enum iniLineType {
+    iniLineInvalid = 0,  ///< none of the others
+    iniLineComment = 1,  ///< begins with ';' or '#'
+    iniLineKey = 2,      ///< a name, '=', a value
+    iniLineSection = 3,  ///< a name between '[' and ']'
+    iniLineEmpty = 4     ///< nothing but white space
+};
+
+/// One entry of a document.
+class QOR_API iniObject {
+public:
+    iniObject(const iniObject&) = delete;
+    iniObject& operator=(const iniObject&) = delete;
+
+    /// Writes the entry to an open file; whether all was written.
+    virtual BOOL exportObject(chFileStdio& file) = 0;
+    virtual ~iniObject() {}
+
+    /// What the entry is.
+    iniLineType type() const { return m_eType; }
+    /// Its name, empty for comments. It never changes.
+    const phraseStringA& key() const { return m_strKey; }
+
+protected:
+    iniObject(iniLineType eType, const phraseConstTextA& name) : m_eType(eType), m_strKey(name) {}
+
+private:
+    const iniLineType m_eType;
+    const phraseStringA m_strKey;
+};
+
+/// A comment or blank line, both of type iniLineComment.
+class QOR_API iniComment : public iniObject {
+public:
+    /// Keeps nLength bytes, of whatever value; -1 means up to the NUL. The line's terminator is among them.
+    explicit iniComment(const char* lpszText, int nLength = -1);
+    /// Writes the line as it is.
+    BOOL exportObject(chFileStdio& file) override;
+    /// The line with its terminator.
+    const QOR_StringHelper::chReferenceStringT<char>& text() const { return m_strText; }
+
+private:
+    QOR_StringHelper::chReferenceStringT<char> m_strText;
+};
+
+/// A key and its value.
+class QOR_API iniKey : public iniObject {
+public:
+    /// A key without a value, which its first SetValue() changes, even if it sets none.
+    explicit iniKey(const phraseConstTextA& name) : iniObject(iniLineKey, name), m_bFresh(1) {}
+    /// Writes name, " = ", value and a line feed.
+    BOOL exportObject(chFileStdio& file) override;
+
+    /// The value, valid until it changes; null for a null key.
+    const char* value() const;
+    /// A string of its own with the value; the default for a null key.
+    QOR_StringHelper::chReferenceStringT<char> GetValue(const char* lpszDefault) const;
+    /// Stores a value; whether that changed the key.
+    BOOL SetValue(const phraseConstTextA& text);
+
+private:
+    phraseStringA m_strValue;
+    BOOL m_bFresh;
+};
+
+/// An element of a list of entries, with its place in the list's index.
+struct iniNode : QOR_ListHelper::list_node_pointer<iniObject*> {
+    uint32_t m_uHash = 0;         ///< of type and name, once indexed
+    iniNode* m_pNext = NULL;      ///< the next of the same bucket, or of those not yet indexed
+    iniNode** m_ppThis = NULL;    ///< what points at this one; null: in neither
+};
+
+/// The elements of a list of entries, and an index over their types and names. An element enters the index at the first
+/// look-up after it was made, and leaves it when it is erased, by whatever operation.
+class QOR_API iniNodeIndex : public QOR_ListHelper::chAlloc_Node_dynamic<iniNode, 16> {
+public:
+    iniNodeIndex() : m_aBucket(NULL), m_uBuckets(0), m_uIndexed(0), m_nNodes(0), m_pPending(NULL) {}
+    /// Frees the index.
+    ~iniNodeIndex();
+    /// A new element without an object.
+    iniNode* BorrowNode();
+    /// Destroys an element.
+    void ReturnNode(iniNode* pNode);
+
+protected:
+    /// Looks an element up. False: the index cannot say, walk the list; true: pNode is the only one, or null.
+    bool findNode(iniLineType eType, const phraseConstTextA& name, iniNode*& pNode);
+
+private:
+    uint32_t hashOf(iniLineType eType, const QOR_StringHelper::chConstTextT<char>& name) const;
+    bool growIndex();
+    bool indexPending();
+    static void link(iniNode** ppHead, iniNode* pNode);
+    static void unlink(iniNode* pNode);
+
+    iniNode** m_aBucket;
+    uint32_t m_uBuckets;  // a power of two
+    uint32_t m_uIndexed;
+    int m_nNodes;
+    iniNode* m_pPending;
+};
+
+/// A list of entries that it owns. The list operations themselves insert and erase pointers only: whoever erases an
+/// element with them deletes its object. An element's object is not exchanged in place.
+class QOR_API iniObjList : public QOR_ListHelper::chMeth_List<iniNodeIndex> {
+public:
+    iniObjList() {}
+    /// ClearObjList().
+    ~iniObjList() { ClearObjList(); }
+
+    /// Writes every entry, in order; whether all was written.
+    BOOL ExportToFile(chFileStdio& file) const;
+    /// Deletes every entry.
+    void ClearObjList();
+    /// The first entry of a type and name, or end().
+    iterator list_find_object(iniLineType eType, const phraseConstTextA& name) const;
+    /// Removes and deletes an entry; whether it was one of the list's. Any other is left alone.
+    BOOL list_erase_object(iniObject* pObject);
+    /// The first entry of a type and name, or null.
+    iniObject* FindObject(iniLineType eType, const phraseConstTextA& name) const;
+};
+
+/// A section: a list of its comments, blank lines and keys.
+class QOR_API iniSection : public iniObject, public iniObjList {
+public:
+    /// An empty section.
+    explicit iniSection(const phraseConstTextA& name) : iniObject(iniLineSection, name) {}
+    /// Writes "[ ", name, " ]", a line feed and every entry.
+    BOOL exportObject(chFileStdio& file) override;
+
+    /// The key of a name, or null.
+    iniKey* FindKey(const phraseConstTextA& name) const;
+    /// The key of a name, appended when there is none.
+    iniKey* GetKey(const phraseConstTextA& name);
+};
+
+/// A document: a list of the comments and blank lines in front of the first section, and the sections.
+class QOR_API iniDocument : public iniObjList {
+public:
+    /// The section of a name, or null.
+    iniSection* FindSection(const phraseConstTextA& name) const;
+    /// The section of a name, appended when there is none.
+    iniSection* GetSection(const phraseConstTextA& name);
+
+    /// A string of its own with the value; the default when there is no such section or key.
+    QOR_StringHelper::chReferenceStringT<char> GetTextValue(const phraseConstTextA& section, const phraseConstTextA& key,
+                                                            const char* lpszDefault) const;
+    /// Stores a value, for which section and key are made; whether that changed the key.
+    BOOL SetTextValue(const phraseConstTextA& section, const phraseConstTextA& key, const phraseConstTextA& text);
+    /// The value as a number, hexadecimal behind "0x" or "0X"; the default when there is none, or no number.
+    int GetIntValue(const phraseConstTextA& section, const phraseConstTextA& key, int nDefault) const;
+    /// The value as a number; the default when there is none, or no number.
+    double GetFloatValue(const phraseConstTextA& section, const phraseConstTextA& key, double dDefault) const;
+
+private:
+    const char* findValue(const phraseConstTextA& section, const phraseConstTextA& key) const;
+};
+
+/// A document and the file that it came from.
+class QOR_API iniFile : public iniDocument {
+public:
+    /// An empty document; LoadFromFile() unless the name is null or empty.
+    explicit iniFile(const char* lpszFileName = NULL);
+
+    /// Replaces the document by a file's, after an interrupted save of it was completed or discarded. 0, and the document
+    /// stays, when the file cannot be read (or has 512 MB and more); its name is remembered all the same.
+    /// Fatal: a null or empty name ("!textEMPTY(lpszFileName)").
+    BOOL LoadFromFile(const char* lpszFileName);
+    /// Writes the document to a file; null: to that of the last load. An existing one is replaced crash-safely: with 0,
+    /// which means that the new one could not be written, it is as it was.
+    /// Fatal: an empty name ("!textEMPTY(lpszFileName)").
+    BOOL SaveToFile(const char* lpszFileName) const;
+
+    /// Tells what a line is, and views the name of a section or key and the value of a key in it.
+    /// Fatal: null ("lpszLineText != NULL").
+    static iniLineType ParseIniLineText(const char* lpszLineText, phraseConstTextA& name, phraseConstTextA& value);
+
+private:
+    void parseText(char* lpszText, int nLength);
+
+    QOR_StringHelper::chReferenceStringT<char> m_strFileName;
+};
+
+}  // namespace QOR_FileHelper
+
+#endif

@@ -1,0 +1,244 @@
+// The entries of INI documents, and the index over their names.
+//
+// Invariants of the index: a node is linked among those not yet looked at, or in the bucket of its hash (which is then
+// not 0), or, as comments are, in neither; m_ppThis is what points at it. The index never follows the object of a node
+// that it drops: that may be gone. Lists of few nodes have no index; where two nodes have one name, the list's order
+// decides, by a walk.
+#include "qor/FileHelper/Ini.h"
+
+#include <stdio.h>
+#include <stdlib.h>
+
+#include "qor/StringHelper/Convert.h"
+
+using namespace QOR_StringHelper;
+
+namespace QOR_FileHelper {
+
+namespace {
+
+typedef chReferenceStringT<char> refString;
+
+constexpr int maxWalked = 16;  // a list up to this long is walked
+
+bool isObject(const iniObject* pObject, iniLineType eType, const phraseConstTextA& name) {
+    return pObject != NULL && pObject->type() == eType && stringSameNC(pObject->key(), name);
+}
+
+// Callers chain look-ups, so an object may be null, whatever the compiler thinks of it.
+bool isNullObject(const void* p) {
+    const void* volatile pAny = p;
+    return pAny == NULL;
+}
+
+}  // namespace
+
+// ---- the index
+
+iniNodeIndex::~iniNodeIndex() { free(m_aBucket); }
+
+iniNode* iniNodeIndex::BorrowNode() {
+    iniNode* pNode = chAlloc_Node_dynamic<iniNode, 16>::BorrowNode();
+    if (pNode == NULL)
+        return NULL;
+    link(&m_pPending, pNode);
+    ++m_nNodes;
+    return pNode;
+}
+
+void iniNodeIndex::ReturnNode(iniNode* pNode) {
+    unlink(pNode);
+    if (pNode->m_uHash != 0)
+        --m_uIndexed;
+    --m_nNodes;
+    chAlloc_Node_dynamic<iniNode, 16>::ReturnNode(pNode);
+}
+
+void iniNodeIndex::link(iniNode** ppHead, iniNode* pNode) {
+    pNode->m_pNext = *ppHead;
+    pNode->m_ppThis = ppHead;
+    if (pNode->m_pNext != NULL)
+        pNode->m_pNext->m_ppThis = &pNode->m_pNext;
+    *ppHead = pNode;
+}
+
+void iniNodeIndex::unlink(iniNode* pNode) {
+    if (pNode->m_ppThis == NULL)
+        return;
+    *pNode->m_ppThis = pNode->m_pNext;
+    if (pNode->m_pNext != NULL)
+        pNode->m_pNext->m_ppThis = pNode->m_ppThis;
+    pNode->m_pNext = NULL;
+    pNode->m_ppThis = NULL;
+}
+
+// Starts from the list's address, so that no file can be made to put all its names into one bucket.
+uint32_t iniNodeIndex::hashOf(iniLineType eType, const chConstTextT<char>& name) const {
+    const uint64_t uAddress = reinterpret_cast<uintptr_t>(this);
+    uint32_t uHash = static_cast<uint32_t>(uAddress * 0x9E3779B97F4A7C15u >> 32) + static_cast<uint32_t>(eType);
+    const char* lpszName = name;
+    for (int i = 0; i < name.GetLength(); ++i)
+        uHash = (uHash ^ static_cast<unsigned char>(chLower(lpszName[i]))) * 16777619u;
+    uHash = (uHash ^ uHash >> 16) * 0x85EBCA6Bu;
+    uHash ^= uHash >> 13;
+    return uHash != 0 ? uHash : 1;
+}
+
+bool iniNodeIndex::growIndex() {
+    const uint32_t uBuckets = m_uBuckets == 0 ? 4 * maxWalked : 2 * m_uBuckets;
+    iniNode** aBucket = static_cast<iniNode**>(calloc(uBuckets, sizeof(iniNode*)));
+    if (aBucket == NULL)
+        return false;
+    for (uint32_t i = 0; i < m_uBuckets; ++i)
+        while (iniNode* pNode = m_aBucket[i]) {
+            unlink(pNode);
+            link(&aBucket[pNode->m_uHash & (uBuckets - 1)], pNode);
+        }
+    free(m_aBucket);
+    m_aBucket = aBucket;
+    m_uBuckets = uBuckets;
+    return true;
+}
+
+// Takes in what was inserted since the last look-up; whether there is an index.
+bool iniNodeIndex::indexPending() {
+    iniNode* pNext = NULL;
+    for (iniNode* pNode = m_pPending; pNode != NULL; pNode = pNext) {
+        if (m_uIndexed >= m_uBuckets && !growIndex() && m_uBuckets == 0)
+            return false;
+        pNext = pNode->m_pNext;
+        const iniObject* pObject = pNode->m_value;
+        if (pObject == NULL)
+            continue;  // its maker has yet to fill it
+        unlink(pNode);
+        if (pObject->type() == iniLineComment)
+            continue;
+        pNode->m_uHash = hashOf(pObject->type(), chConstTextT<char>(pObject->key(), pObject->key().GetLength()));
+        link(&m_aBucket[pNode->m_uHash & (m_uBuckets - 1)], pNode);
+        ++m_uIndexed;
+    }
+    return m_uBuckets != 0;
+}
+
+bool iniNodeIndex::findNode(iniLineType eType, const phraseConstTextA& name, iniNode*& pFound) {
+    pFound = NULL;
+    if (m_nNodes <= maxWalked || eType == iniLineComment || !indexPending())
+        return false;
+    const uint32_t uHash = hashOf(eType, name);
+    for (iniNode* pNode = m_aBucket[uHash & (m_uBuckets - 1)]; pNode != NULL; pNode = pNode->m_pNext) {
+        if (pNode->m_uHash != uHash || !isObject(pNode->m_value, eType, name))
+            continue;
+        if (pFound != NULL)
+            return false;
+        pFound = pNode;
+    }
+    return true;
+}
+
+// ---- lists of entries
+
+void iniObjList::ClearObjList() {
+    while (!empty()) {
+        iniObject* pObject = front();
+        pop_front();
+        delete pObject;
+    }
+}
+
+iniObjList::iterator iniObjList::list_find_object(iniLineType eType, const phraseConstTextA& name) const {
+    iniNode* pNode = NULL;
+    if (const_cast<iniObjList*>(this)->findNode(eType, name, pNode))
+        return pNode != NULL ? iterator(pNode) : end();
+    return find_if([&](const iniObject* pObject) { return isObject(pObject, eType, name); });
+}
+
+BOOL iniObjList::list_erase_object(iniObject* pObject) {
+    if (pObject == NULL || !erase_value(pObject))
+        return 0;
+    delete pObject;
+    return 1;
+}
+
+iniObject* iniObjList::FindObject(iniLineType eType, const phraseConstTextA& name) const {
+    const iterator it = list_find_object(eType, name);
+    return it != end() ? *it : NULL;
+}
+
+// ---- keys
+
+const char* iniKey::value() const { return isNullObject(this) ? NULL : static_cast<const char*>(m_strValue); }
+
+refString iniKey::GetValue(const char* lpszDefault) const {
+    return refString(isNullObject(this) ? lpszDefault : static_cast<const char*>(m_strValue));
+}
+
+BOOL iniKey::SetValue(const phraseConstTextA& text) {
+    const BOOL bWasFresh = m_bFresh;
+    m_bFresh = 0;
+    if (stringSame(m_strValue, text))
+        return bWasFresh;
+    m_strValue = text;
+    return 1;
+}
+
+// ---- sections and documents
+
+iniKey* iniSection::FindKey(const phraseConstTextA& name) const {
+    return static_cast<iniKey*>(FindObject(iniLineKey, name));
+}
+
+iniKey* iniSection::GetKey(const phraseConstTextA& name) {
+    iniKey* pKey = FindKey(name);
+    if (pKey == NULL)
+        push_back(pKey = new iniKey(name));
+    return pKey;
+}
+
+iniSection* iniDocument::FindSection(const phraseConstTextA& name) const {
+    return static_cast<iniSection*>(FindObject(iniLineSection, name));
+}
+
+iniSection* iniDocument::GetSection(const phraseConstTextA& name) {
+    iniSection* pSection = FindSection(name);
+    if (pSection == NULL)
+        push_back(pSection = new iniSection(name));
+    return pSection;
+}
+
+const char* iniDocument::findValue(const phraseConstTextA& section, const phraseConstTextA& key) const {
+    const iniSection* pSection = FindSection(section);
+    const iniKey* pKey = pSection != NULL ? pSection->FindKey(key) : NULL;
+    return pKey != NULL ? pKey->value() : NULL;
+}
+
+refString iniDocument::GetTextValue(const phraseConstTextA& section, const phraseConstTextA& key,
+                                    const char* lpszDefault) const {
+    const char* lpszValue = findValue(section, key);
+    return refString(lpszValue != NULL ? lpszValue : lpszDefault);
+}
+
+BOOL iniDocument::SetTextValue(const phraseConstTextA& section, const phraseConstTextA& key,
+                               const phraseConstTextA& text) {
+    return GetSection(section)->GetKey(key)->SetValue(text);
+}
+
+int iniDocument::GetIntValue(const phraseConstTextA& section, const phraseConstTextA& key, int nDefault) const {
+    const char* lpszValue = findValue(section, key);
+    if (lpszValue == NULL)
+        return nDefault;
+    if (uCTextHelper<char, false>::chIsBeginText(lpszValue, "0x")) {
+        unsigned uValue = 0;
+        return sscanf(lpszValue + 2, "%x", &uValue) == 1 ? static_cast<int>(uValue) : nDefault;
+    }
+    refString(lpszValue) >> nDefault;
+    return nDefault;
+}
+
+double iniDocument::GetFloatValue(const phraseConstTextA& section, const phraseConstTextA& key, double dDefault) const {
+    const char* lpszValue = findValue(section, key);
+    if (lpszValue != NULL)
+        refString(lpszValue) >> dDefault;
+    return dDefault;
+}
+
+}  // namespace QOR_FileHelper

@@ -1,0 +1,171 @@
+// INI files: telling lines, loading, saving.
+#include "qor/ArrayHelper.h"
+#include "qor/FileHelper/File.h"
+#include "qor/FileHelper/Ini.h"
+#include "qor/StringHelper/Token.h"
+
+#include <string.h>
+
+#define QOR_MODULE "QORFile"
+#include "internal/report.h"
+#include "internal/safe_save.h"
+
+using namespace QOR_StringHelper;
+
+namespace QOR_FileHelper {
+
+namespace {
+
+typedef QOR_ArrayHelper::chObjArray<char, false, 4096> fileBytes;
+
+// Reads a whole file; there is room for one more byte behind it. False: it cannot be opened or read, or is too large.
+bool readFile(const char* lpszFileName, fileBytes& bytes, int& nSize) {
+    chFileStdio file;
+    nSize = 0;
+    if (!file.Open(lpszFileName, openRead))
+        return false;
+    bytes.SetArraySize(65536);
+    for (;;) {
+        const int nRoom = bytes.GetSize() - 1 - nSize;
+        const int nRead = static_cast<int>(file.Read(bytes.GetBuffer() + nSize, 1, static_cast<UINT>(nRoom)));
+        nSize += nRead;
+        if (nRead < nRoom)
+            return file.IsEOF() && nSize <= maxLineLength;
+        if (nSize > maxLineLength)
+            return false;
+        bytes.SetArraySize(2 * bytes.GetSize());
+    }
+}
+
+// Whether what an entry writes ends without a line feed: the last line of a file, if it is a comment.
+bool endsOpen(iniObject* pObject) {
+    if (pObject->type() == iniLineSection) {
+        iniSection* pSection = static_cast<iniSection*>(pObject);
+        return !pSection->empty() && endsOpen(*pSection->tail());
+    }
+    if (pObject->type() != iniLineComment)
+        return false;
+    const chReferenceStringT<char>& strText = static_cast<iniComment*>(pObject)->text();
+    const int nLength = strText.GetLength();
+    return nLength > 0 && static_cast<const char*>(strText)[nLength - 1] != '\n';
+}
+
+}  // namespace
+
+// ---- writing
+
+iniComment::iniComment(const char* lpszText, int nLength) : iniObject(iniLineComment, phraseConstTextA()) {
+    if (lpszText != NULL && nLength < 0)
+        nLength = chStrlen(lpszText);
+    if (lpszText == NULL || nLength == 0)
+        return;
+    // A string is copied up to its first NUL only, and the line is to be kept with whatever it holds.
+    memcpy(m_strText.GetBuffer(nLength), lpszText, static_cast<size_t>(nLength));
+    m_strText.getStringData()->m_nDataLength = nLength;
+}
+
+BOOL iniComment::exportObject(chFileStdio& file) { return file.WriteString(m_strText); }
+
+BOOL iniKey::exportObject(chFileStdio& file) {
+    return file.WriteString(key()) && file.WriteString(" = ") && file.WriteString(m_strValue) && file.WriteString("\n");
+}
+
+BOOL iniSection::exportObject(chFileStdio& file) {
+    return file.WriteString("[ ") && file.WriteString(key()) && file.WriteString(" ]\n") && ExportToFile(file);
+}
+
+BOOL iniObjList::ExportToFile(chFileStdio& file) const {
+    bool bOpenLine = false;
+    for (iterator it = begin(); it != end(); ++it) {
+        iniObject* pObject = *it;
+        if ((bOpenLine && !file.WriteString("\n")) || !pObject->exportObject(file))
+            return 0;
+        bOpenLine = endsOpen(pObject);
+    }
+    return 1;
+}
+
+// ---- reading
+
+iniFile::iniFile(const char* lpszFileName) {
+    if (!textEMPTY(lpszFileName))
+        LoadFromFile(lpszFileName);
+}
+
+iniLineType iniFile::ParseIniLineText(const char* lpszLineText, phraseConstTextA& name, phraseConstTextA& value) {
+    name = value = phraseConstTextA();
+    if (!QOR_ASSERT(lpszLineText != NULL))
+        return iniLineEmpty;
+    while (chIsWhiteSpace(*lpszLineText))
+        ++lpszLineText;
+    if (*lpszLineText == 0)
+        return iniLineEmpty;
+    if (*lpszLineText == ';' || *lpszLineText == '#')
+        return iniLineComment;
+    const bool bSection = *lpszLineText == '[';
+    if (bSection)
+        ++lpszLineText;
+    phraseConstTextA phrase;
+    if (qorPeekPhraseByCharToken(lpszLineText, phrase, bSection ? ']' : '=') != 0)
+        return iniLineInvalid;
+    name = phrase;
+    if (bSection)
+        return iniLineSection;
+    value = qorGetPhraseString(lpszLineText);
+    return iniLineKey;
+}
+
+// Takes the lines of a text in. There is a byte behind it that may be written.
+void iniFile::parseText(char* lpszText, int nLength) {
+    iniSection* pSection = NULL;
+    iniObjList* pList = this;
+    phraseConstTextA name, value;
+    char* const lpszEnd = lpszText + nLength;
+    while (lpszText < lpszEnd) {
+        char* lpszNext = static_cast<char*>(memchr(lpszText, '\n', static_cast<size_t>(lpszEnd - lpszText)));
+        lpszNext = lpszNext != NULL ? lpszNext + 1 : lpszEnd;
+        const char chNext = *lpszNext;
+        *lpszNext = 0;
+        switch (ParseIniLineText(lpszText, name, value)) {
+            case iniLineComment:
+            case iniLineEmpty:
+                pList->push_back(new iniComment(lpszText, static_cast<int>(lpszNext - lpszText)));
+                break;
+            case iniLineSection:
+                pList = pSection = GetSection(name);
+                break;
+            case iniLineKey:
+                if (pSection != NULL)
+                    pSection->GetKey(name)->SetValue(value);
+                break;
+            case iniLineInvalid:
+                break;
+        }
+        *lpszNext = chNext;
+        lpszText = lpszNext;
+    }
+}
+
+BOOL iniFile::LoadFromFile(const char* lpszFileName) {
+    if (!QOR_ASSERT(!textEMPTY(lpszFileName)))
+        return 0;
+    m_strFileName = lpszFileName;
+    recoverSavedFile(m_strFileName);
+    fileBytes bytes;
+    int nSize = 0;
+    if (!readFile(m_strFileName, bytes, nSize))
+        return 0;
+    ClearObjList();
+    parseText(bytes.GetBuffer(), nSize);
+    return 1;
+}
+
+BOOL iniFile::SaveToFile(const char* lpszFileName) const {
+    if (lpszFileName == NULL)
+        lpszFileName = m_strFileName;
+    if (!QOR_ASSERT(!textEMPTY(lpszFileName)))
+        return 0;
+    return saveFileSafely(lpszFileName, [this](chFileStdio& file) { return ExportToFile(file); });
+}
+
+}  // namespace QOR_FileHelper

@@ -1,0 +1,206 @@
+// The exchange of saved files. See safe_save.h for the states of the files and who owns them.
+#include "internal/safe_save.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <string>
+
+#define QOR_MODULE "QORFile"
+#include "internal/file_lock.h"
+#include "internal/report.h"
+
+namespace QOR_FileHelper {
+
+namespace {
+
+// How long another saver may take, in milliseconds, before it is overtaken.
+constexpr int maxWait = 5000;
+
+struct savedName {
+    explicit savedName(const char* lpszFileName)
+        : strName(lpszFileName), strNew(strName + ".new"), strOld(strName + ".old") {}
+
+    std::string strName;
+    std::string strNew;
+    std::string strOld;
+};
+
+bool exists(const std::string& strPath) {
+    struct stat state;
+    return lstat(strPath.c_str(), &state) == 0;
+}
+
+// A directory of such a name is none of ours.
+bool hasFile(const std::string& strPath) {
+    struct stat state;
+    return lstat(strPath.c_str(), &state) == 0 && !S_ISDIR(state.st_mode);
+}
+
+bool move(const std::string& strFrom, const std::string& strTo) {
+    return rename(strFrom.c_str(), strTo.c_str()) == 0;
+}
+
+void removeFile(const std::string& strPath) {
+    const int nError = errno;
+    unlink(strPath.c_str());
+    errno = nError;
+}
+
+// Brings the names in a file's directory to the device. There is nothing to go back to when that fails.
+void syncDirectory(const std::string& strPath) {
+    const size_t nSlash = strPath.rfind('/');
+    const std::string strDirectory = nSlash == std::string::npos ? "." : strPath.substr(0, nSlash + 1);
+    const int fd = open(strDirectory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (fd == -1)
+        return;
+    fsync(fd);
+    close(fd);
+}
+
+// ---- recovery
+
+void deleteOld(const savedName& name) {
+    syncDirectory(name.strName);  // its successor first
+    removeFile(name.strOld);
+    syncDirectory(name.strName);  // before a .new is begun
+}
+
+// An exchange was cut short behind its first rename.
+void finishExchange(const savedName& name) {
+    if (hasFile(name.strNew) && !move(name.strNew, name.strName))
+        return;
+    if (hasFile(name.strName)) {
+        deleteOld(name);
+        return;
+    }
+    move(name.strOld, name.strName);  // nothing else is left of the document
+    syncDirectory(name.strName);
+}
+
+// Locks the .new, or the file that it has become. A file that moved meanwhile is looked for again.
+void lockSaver(const savedName& name, fileLock& lock, int nTimeout) {
+    for (int i = 0; i < 100; ++i) {
+        const std::string& strPath = hasFile(name.strNew) ? name.strNew : name.strName;
+        if (!lock.tryLockAt(strPath.c_str(), nTimeout) || lock.isAt(strPath.c_str()))
+            return;
+    }
+    lock.release();
+}
+
+void recover(const savedName& name, bool bOvertake) {
+    fileLock lock;
+    if (hasFile(name.strOld)) {
+        lockSaver(name, lock, maxWait);
+        if (hasFile(name.strOld))
+            finishExchange(name);
+        return;
+    }
+    if (!hasFile(name.strNew))
+        return;
+    const bool bLocked = lock.tryLockAt(name.strNew.c_str(), bOvertake ? maxWait : 0);
+    if (bLocked && !lock.isAt(name.strNew.c_str()))
+        return;  // its saver is done
+    if (!bLocked && (errno == ENOENT || (errno == EWOULDBLOCK && !bOvertake)))
+        return;  // its saver lives
+    if (!hasFile(name.strOld))  // with an .old beside it, it is needed
+        removeFile(name.strNew);
+}
+
+// ---- saving
+
+// Mode and owner of the file to be replaced, as far as this process may set them.
+void takeOverState(const savedName& name, int fd) {
+    struct stat stateOld, stateNew;
+    if (stat(name.strName.c_str(), &stateOld) != 0 || fstat(fd, &stateNew) != 0)
+        return;
+    const bool bSame = stateOld.st_uid == stateNew.st_uid && stateOld.st_gid == stateNew.st_gid;
+    const bool bOwned = bSame || fchown(fd, stateOld.st_uid, stateOld.st_gid) == 0;
+    if (!bOwned)  // only the owner of a file may give it to its own groups, and nobody else to anybody
+        (void)!fchown(fd, static_cast<uid_t>(-1), stateOld.st_gid);
+    // The owner comes first: a change of it clears special bits, which are for the old one only.
+    fchmod(fd, stateOld.st_mode & (bOwned ? 07777 : 0777));
+}
+
+// Makes the .new, and locks it. False (errno) when it cannot be made.
+bool beginNew(const savedName& name, fileLock& lock) {
+    for (int i = 0; i < 100; ++i) {
+        recover(name, true);
+        if (hasFile(name.strOld)) {
+            errno = EBUSY;  // what is left of an earlier exchange cannot be removed: nothing may be begun
+            return false;
+        }
+        const mode_t nMode = exists(name.strName) ? 0600 : 0666;
+        const int fd = open(name.strNew.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, nMode);
+        if (fd == -1 && errno != EEXIST)
+            return false;
+        if (fd == -1)
+            continue;
+        // Whoever locked it first took it for a dead saver's.
+        if (lock.lock(fd, maxWait) && lock.isAt(name.strNew.c_str()))
+            return true;
+    }
+    return false;
+}
+
+// Writes the document and brings it to the device.
+bool writeNew(int fdNew, const std::function<BOOL(chFileStdio&)>& fnExport) {
+    const int fd = fcntl(fdNew, F_DUPFD_CLOEXEC, 0);
+    FILE* const pFile = fd != -1 ? fdopen(fd, "wb") : NULL;
+    if (pFile == NULL) {
+        if (fd != -1)
+            close(fd);
+        return false;
+    }
+    chFileStdio file(pFile);
+    if (!fnExport(file) || !file.IsFileOpened())
+        return false;
+    return fflush(pFile) == 0 && ferror(pFile) == 0 && fsync(fd) == 0;
+}
+
+// Puts the .new in the place of the file.
+bool exchange(const savedName& name, const fileLock& lock) {
+    fileLock lockReplaced;
+    lockReplaced.tryLockAt(name.strName.c_str(), maxWait);
+    if (!lock.isAt(name.strNew.c_str()))
+        return false;  // overtaken
+    const bool bReplaces = hasFile(name.strName);
+    if (bReplaces)
+        move(name.strName, name.strOld);
+    // A load that lost patience may have done it already.
+    if (!move(name.strNew, name.strName) && !lock.isAt(name.strName.c_str())) {
+        const int nError = errno;
+        if (!exists(name.strName))
+            move(name.strOld, name.strName);
+        errno = nError;
+        return false;
+    }
+    if (bReplaces)
+        deleteOld(name);
+    else
+        syncDirectory(name.strName);
+    return true;
+}
+
+}  // namespace
+
+void recoverSavedFile(const char* lpszFileName) { recover(savedName(lpszFileName), false); }
+
+BOOL saveFileSafely(const char* lpszFileName, const std::function<BOOL(chFileStdio&)>& fnExport) {
+    if (!QOR_ASSERT_TEXT(!QOR_StringHelper::textEMPTY(lpszFileName), "!textEMPTY(lpszFileName)"))
+        return 0;
+    const savedName name(lpszFileName);
+    fileLock lock;
+    if (!beginNew(name, lock))
+        return 0;
+    takeOverState(name, lock.fd());
+    if (writeNew(lock.fd(), fnExport) && exchange(name, lock))
+        return 1;
+    if (lock.isAt(name.strNew.c_str()))
+        removeFile(name.strNew);
+    return 0;
+}
+
+}  // namespace QOR_FileHelper

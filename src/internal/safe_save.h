@@ -1,0 +1,39 @@
+// Saving a document so that, whatever happens meanwhile, the next load finds either the old or the new one, whole.
+//
+// The files are the document's own, that name + ".new" and that name + ".old". What a save does, and what the next load
+// makes of it when the save ends right behind a step:
+//
+//     write .new and bring it to the device      name: old     .new is deleted
+//     rename name to .old                        name: -       .new becomes name, .old is deleted
+//     rename .new to name                        name: new     .old is deleted
+//     bring the directory to the device, delete .old, bring the directory to the device again
+//
+// Invariants:
+// - While .old exists, .new is whole and on the device, or has become name. So every save first completes or discards
+//   what an earlier one left, and .old is gone for good before a .new is begun.
+// - .old is deleted only while name exists.
+// - A first save takes the same road but for .old, so that half a document never stands under its name.
+// - A saver holds the lock of its .new from begin to end, under whatever name; whoever finds a locked .new leaves it
+//   alone. A .new without a holder belongs to a dead saver.
+#ifndef QOR_INTERNAL_SAFE_SAVE_H
+#define QOR_INTERNAL_SAFE_SAVE_H
+
+#include <functional>
+
+#include "qor/FileHelper/File.h"
+
+namespace QOR_FileHelper {
+
+// Completes or discards what an interrupted save left at a name. To be called before each load. Waits, for some seconds
+// at most, for another thread or process that is just exchanging the files.
+QOR_API void recoverSavedFile(const char* lpszFileName);
+
+// Writes a document with fnExport, which returns 0 to give up, and puts it in the place of the file, whose mode and
+// owner it takes over. Calls recoverSavedFile() first.
+// Returns 1 when the new document is in place. Returns 0 (errno) when fnExport gave up, and when the document could not
+// be written whole: then the old one is in place and no .new is left. Fatal: an empty name.
+QOR_API BOOL saveFileSafely(const char* lpszFileName, const std::function<BOOL(chFileStdio&)>& fnExport);
+
+}  // namespace QOR_FileHelper
+
+#endif

@@ -1,0 +1,596 @@
+// Saving documents: after a cut at any call to the system, a failed call, a full disk or a meeting of savers and
+// loaders, the next load finds the old document or the new one, whole.
+#include <dlfcn.h>
+#include <errno.h>
+#include <fcntl.h>
+#include <stdarg.h>
+#include <sys/file.h>
+#include <sys/mount.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <fstream>
+#include <map>
+#include <sstream>
+
+#include "internal/safe_save.h"
+#include "qor/MiscHelper.h"
+#include "support/child.h"
+
+using namespace QOR_FileHelper;
+
+// ---- the calls to the system that a save is made of, counted; the library's calls arrive here too
+
+namespace {
+
+// What happens at a counted call.
+enum cutHow { cutNone, cutKill, cutFail, cutFailFromHere };
+
+struct cutPlan {
+    cutHow eHow = cutNone;
+    int iAt = -1;
+    int nCalls = 0;
+    std::string strCalls;
+};
+cutPlan s_plan;
+bool s_bCounting = false;
+
+// Whether this call is to fail. A killed process does not come back.
+bool cut(const char* lpszCall) {
+    if (!s_bCounting)
+        return false;
+    const int i = s_plan.nCalls++;
+    s_plan.strCalls += lpszCall;
+    s_plan.strCalls += ' ';
+    if (s_plan.eHow == cutKill && i == s_plan.iAt)
+        kill(getpid(), SIGKILL);
+    const bool bFail = (s_plan.eHow == cutFail && i == s_plan.iAt) || (s_plan.eHow == cutFailFromHere && i >= s_plan.iAt);
+    if (bFail)
+        errno = EIO;
+    return bFail;
+}
+
+template <class Fn>
+Fn* real(const char* lpszName, const char* lpszOther = nullptr) {
+    void* p = dlsym(RTLD_NEXT, lpszName);
+    if (p == nullptr && lpszOther != nullptr)
+        p = dlsym(RTLD_NEXT, lpszOther);
+    return reinterpret_cast<Fn*>(p);
+}
+
+}  // namespace
+
+extern "C" {
+
+int rename(const char* lpszFrom, const char* lpszTo) noexcept {
+    static auto* const fn = real<int(const char*, const char*)>("rename");
+    return cut("rename") ? -1 : fn(lpszFrom, lpszTo);
+}
+
+int unlink(const char* lpszPath) noexcept {
+    static auto* const fn = real<int(const char*)>("unlink");
+    return cut("unlink") ? -1 : fn(lpszPath);
+}
+
+int open(const char* lpszPath, int nFlags, ...) {
+    static auto* const fn = real<int(const char*, int, ...)>("open64", "open");
+    va_list args;
+    va_start(args, nFlags);
+    const unsigned uMode = (nFlags & O_CREAT) != 0 ? va_arg(args, unsigned) : 0;
+    va_end(args);
+    return cut("open") ? -1 : fn(lpszPath, nFlags, uMode);
+}
+
+int fsync(int fd) {
+    static auto* const fn = real<int(int)>("fsync");
+    return cut("fsync") ? -1 : fn(fd);
+}
+
+int fchmod(int fd, mode_t nMode) noexcept {
+    static auto* const fn = real<int(int, mode_t)>("fchmod");
+    return cut("fchmod") ? -1 : fn(fd, nMode);
+}
+
+int fchown(int fd, uid_t idUser, gid_t idGroup) noexcept {
+    static auto* const fn = real<int(int, uid_t, gid_t)>("fchown");
+    return cut("fchown") ? -1 : fn(fd, idUser, idGroup);
+}
+
+int flock(int fd, int nHow) noexcept {
+    static auto* const fn = real<int(int, int)>("flock");
+    return cut("flock") ? -1 : fn(fd, nHow);
+}
+
+FILE* fdopen(int fd, const char* lpszMode) noexcept {
+    static auto* const fn = real<FILE*(int, const char*)>("fdopen");
+    return cut("fdopen") ? nullptr : fn(fd, lpszMode);
+}
+
+size_t fwrite(const void* p, size_t nSize, size_t nCount, FILE* pFile) {
+    static auto* const fn = real<size_t(const void*, size_t, size_t, FILE*)>("fwrite");
+    return cut("fwrite") ? 0 : fn(p, nSize, nCount, pFile);
+}
+
+int fflush(FILE* pFile) {
+    static auto* const fn = real<int(FILE*)>("fflush");
+    return cut("fflush") ? EOF : fn(pFile);
+}
+
+int fclose(FILE* pFile) {
+    static auto* const fn = real<int(FILE*)>("fclose");
+    return cut("fclose") ? (fn(pFile), EOF) : fn(pFile);
+}
+
+int close(int fd) {
+    static auto* const fn = real<int(int)>("close");
+    return cut("close") ? (fn(fd), -1) : fn(fd);
+}
+}
+
+namespace {
+
+// ---- documents
+
+// Longer than a stream's buffer, so that a save is several writes.
+std::string documentOf(char ch) {
+    std::string strText = "begin\n";
+    for (int i = 0; i < 120; ++i)
+        strText += std::string(99, ch) + "\n";
+    return strText + "end\n";
+}
+const std::string s_strOld = documentOf('o');
+const std::string s_strNew = documentOf('n');
+const std::string s_strOlder = documentOf('x');
+const std::string s_strHalf = s_strNew.substr(0, 5000);
+
+BOOL writePieces(chFileStdio& file, const std::string& strText) {
+    BOOL bGood = 1;
+    for (size_t n = 0; n < strText.size(); n += 2500)
+        bGood = file.Write(strText.data() + n, 1, static_cast<UINT>(std::min<size_t>(2500, strText.size() - n))) && bGood;
+    return bGood;
+}
+
+// A folder with a document "doc" in some state.
+class SafeSave : public testing::Test {
+protected:
+    typedef std::map<std::string, std::string> fileMap;
+
+    SafeSave() {
+        char sz[] = "/tmp/safe_save_XXXXXX";
+        m_strFolder = mkdtemp(sz);
+        m_strName = m_strFolder + "/doc";
+    }
+
+    // Makes the folder hold these files and no others; by the suffix of the name.
+    void set(const fileMap& mapFile) const {
+        for (const char* lpszSuffix : {"", ".new", ".old"})
+            unlink((m_strName + lpszSuffix).c_str());
+        for (const auto& file : mapFile)
+            std::ofstream(m_strName + file.first) << file.second;
+    }
+
+    fileMap files() const {
+        fileMap mapFile;
+        for (const char* lpszSuffix : {"", ".new", ".old"}) {
+            std::ifstream in(m_strName + lpszSuffix);
+            if (!in)
+                continue;
+            std::ostringstream out;
+            out << in.rdbuf();
+            mapFile[lpszSuffix] = out.str();
+        }
+        return mapFile;
+    }
+
+    BOOL save(const std::string& strText) const {
+        return saveFileSafely(m_strName.c_str(), [&](chFileStdio& file) { return writePieces(file, strText); });
+    }
+    void recover() const { recoverSavedFile(m_strName.c_str()); }
+
+    // The calls of what a child does that is killed, or whose call fails, at a place; the result of what it did.
+    struct outcome {
+        int nStatus;
+        int nCalls;
+    };
+    template <class Fn>
+    static outcome run(cutHow eHow, int iAt, Fn fn) {
+        int fd[2];
+        if (pipe(fd) != 0)
+            abort();
+        qorTest::childProcess child("cut", [&] {
+            s_plan = cutPlan();
+            s_plan.eHow = eHow;
+            s_plan.iAt = iAt;
+            s_bCounting = true;
+            const int nResult = fn();
+            s_bCounting = false;
+            return write(fd[1], &s_plan.nCalls, sizeof(int)) == sizeof(int) ? nResult : 97;
+        });
+        outcome out = {child.wait(), -1};
+        close(fd[1]);
+        if (read(fd[0], &out.nCalls, sizeof(int)) != sizeof(int))
+            out.nCalls = -1;
+        close(fd[0]);
+        return out;
+    }
+
+    // Every state that a save can begin with, and the document that a load finds in it ("" for none).
+    struct start {
+        const char* lpszName;
+        fileMap mapFile;
+        std::string strDocument;
+    };
+    static std::vector<start> starts() {
+        return {{"no file", {}, ""},
+                {"a document", {{"", s_strOld}}, s_strOld},
+                {"no file, a stray .new", {{".new", s_strHalf}}, ""},
+                {"a document, a stray .new", {{"", s_strOld}, {".new", s_strHalf}}, s_strOld},
+                {"moved aside, .new waiting", {{".old", s_strOlder}, {".new", s_strOld}}, s_strOld},
+                {"exchanged, .old left", {{"", s_strOld}, {".old", s_strOlder}}, s_strOld},
+                {"only an .old", {{".old", s_strOld}}, s_strOld}};
+    }
+
+    void expectWhole(const std::string& strBefore, const std::string& strWhat) const {
+        recover();
+        const fileMap mapFile = files();
+        if (mapFile.empty()) {
+            EXPECT_EQ("", strBefore) << strWhat << ": the document is gone";
+            return;
+        }
+        ASSERT_EQ(1u, mapFile.size()) << strWhat << ": files are left";
+        ASSERT_EQ(1u, mapFile.count("")) << strWhat << ": the document is not at its name";
+        const std::string& strNow = mapFile.at("");
+        EXPECT_TRUE(strNow == s_strNew || (strNow == strBefore && strBefore != ""))
+            << strWhat << ": the document is " << strNow.size() << " bytes";
+    }
+
+    std::string m_strFolder;
+    std::string m_strName;
+};
+
+// ---- the plain course
+
+TEST_F(SafeSave, AFirstSaveMakesTheFileAlone) {
+    EXPECT_EQ(1, save(s_strNew));
+    EXPECT_EQ((fileMap{{"", s_strNew}}), files());
+}
+
+TEST_F(SafeSave, ASaveReplacesTheFileAndLeavesNoOther) {
+    set({{"", s_strOld}});
+    EXPECT_EQ(1, save(s_strNew));
+    EXPECT_EQ((fileMap{{"", s_strNew}}), files());
+}
+
+TEST_F(SafeSave, TheOldFileIsUntouchedWhileTheNewOneIsWritten) {
+    set({{"", s_strOld}});
+    EXPECT_EQ(1, saveFileSafely(m_strName.c_str(), [&](chFileStdio& file) {
+                  writePieces(file, s_strHalf);
+                  EXPECT_EQ(0, file.Flush());
+                  EXPECT_EQ((fileMap{{"", s_strOld}, {".new", s_strHalf}}), files());
+                  return 1;
+              }));
+    EXPECT_EQ((fileMap{{"", s_strHalf}}), files());
+}
+
+TEST_F(SafeSave, AnEmptyNameIsAFatalAssertion) {
+    const auto fnNothing = [](chFileStdio&) { return 1; };
+    EXPECT_EXIT(saveFileSafely("", fnNothing), testing::KilledBySignal(SIGABRT),
+                "\\[QORFile:[0-9]+\\] !textEMPTY\\(lpszFileName\\) ");
+    EXPECT_EXIT(saveFileSafely(nullptr, fnNothing), testing::KilledBySignal(SIGABRT),
+                "\\[QORFile:[0-9]+\\] !textEMPTY\\(lpszFileName\\) ");
+}
+
+TEST_F(SafeSave, ANameInTheWorkingDirectoryIsSavedThere) {
+    ASSERT_EQ(0, chdir(m_strFolder.c_str()));
+    EXPECT_EQ(1, saveFileSafely("doc", [](chFileStdio& file) { return writePieces(file, s_strNew); }));
+    EXPECT_EQ((fileMap{{"", s_strNew}}), files());
+}
+
+TEST_F(SafeSave, ModeAndOwnerOfTheReplacedFileAreKept) {
+    for (const mode_t nMode : {0600, 0644, 0640, 0777, 0400}) {
+        set({{"", s_strOld}});
+        ASSERT_EQ(0, chmod(m_strName.c_str(), nMode));
+        EXPECT_EQ(1, save(s_strNew));
+        struct stat state;
+        ASSERT_EQ(0, stat(m_strName.c_str(), &state));
+        EXPECT_EQ(nMode, state.st_mode & 07777);
+        EXPECT_EQ(getuid(), state.st_uid);
+    }
+}
+
+TEST_F(SafeSave, ANewFileHasTheModeOfTheUmask) {
+    const mode_t nBefore = umask(027);
+    EXPECT_EQ(1, save(s_strNew));
+    umask(nBefore);
+    struct stat state;
+    ASSERT_EQ(0, stat(m_strName.c_str(), &state));
+    EXPECT_EQ(0640u, state.st_mode & 07777);
+}
+
+TEST_F(SafeSave, TheDocumentReachesTheDeviceBeforeItsName) {
+    set({{"", s_strOld}});
+    s_plan = cutPlan();
+    s_bCounting = true;
+    EXPECT_EQ(1, save(s_strNew));
+    s_bCounting = false;
+    // The order of what the device sees: contents, both names, their directory, and only then the end of the old file.
+    std::string strOrder;
+    std::istringstream in(s_plan.strCalls);
+    for (std::string strCall; in >> strCall;)
+        if (strCall == "rename" || strCall == "unlink" || strCall == "fsync")
+            strOrder += strCall + " ";
+    EXPECT_EQ("fsync rename rename fsync unlink fsync ", strOrder);
+}
+
+// ---- what a load finds
+
+TEST_F(SafeSave, ALoadCompletesOrDiscardsWhatWasLeft) {
+    for (const start& begin : starts()) {
+        set(begin.mapFile);
+        recover();
+        EXPECT_EQ(begin.strDocument == "" ? fileMap() : fileMap({{"", begin.strDocument}}), files()) << begin.lpszName;
+    }
+}
+
+TEST_F(SafeSave, AWaitingNewFileTakesTheNameWheneverThereIsAnOldOne) {
+    set({{"", s_strOld}, {".new", s_strNew}, {".old", s_strOlder}});
+    recover();
+    EXPECT_EQ((fileMap{{"", s_strNew}}), files());
+}
+
+TEST_F(SafeSave, DirectoriesNamedLikeTheFilesAreLeftAlone) {
+    set({{"", s_strOld}});
+    ASSERT_EQ(0, mkdir((m_strName + ".old").c_str(), 0777));
+    recover();
+    EXPECT_EQ(1, save(s_strNew));  // without the step aside, in one rename
+    EXPECT_EQ(s_strNew, files()[""]);
+    EXPECT_EQ(0, rmdir((m_strName + ".old").c_str()));
+    ASSERT_EQ(0, mkdir((m_strName + ".new").c_str(), 0777));
+    recover();
+    EXPECT_EQ(0, save(s_strOld));
+    EXPECT_EQ(0, rmdir((m_strName + ".new").c_str()));
+    EXPECT_EQ((fileMap{{"", s_strNew}}), files());
+}
+
+TEST_F(SafeSave, ALinkAtTheNewNameIsNeverWrittenThrough) {
+    const std::string strVictim = m_strFolder + "/victim";
+    std::ofstream(strVictim) << "precious";
+    ASSERT_EQ(0, symlink(strVictim.c_str(), (m_strName + ".new").c_str()));
+    EXPECT_EQ(1, save(s_strNew));
+    EXPECT_EQ((fileMap{{"", s_strNew}}), files());
+    std::string strText;
+    std::ifstream(strVictim) >> strText;
+    EXPECT_EQ("precious", strText);
+}
+
+// ---- cuts
+
+TEST_F(SafeSave, AProcessKilledAtAnyCallLeavesAWholeDocument) {
+    for (const start& begin : starts()) {
+        int i = 0;
+        for (;; ++i) {
+            set(begin.mapFile);
+            if (run(cutKill, i, [&] { return save(s_strNew); }).nStatus != -SIGKILL)
+                break;
+            expectWhole(begin.strDocument, begin.lpszName + std::string(", killed at call ") + std::to_string(i));
+        }
+        EXPECT_GT(i, 12) << begin.lpszName;
+        EXPECT_EQ((fileMap{{"", s_strNew}}), files()) << begin.lpszName;
+    }
+}
+
+TEST_F(SafeSave, ARecoveryKilledAtAnyCallCanBeDoneAgain) {
+    for (const start& begin : starts())
+        for (int i = 0;; ++i) {
+            set(begin.mapFile);
+            if (run(cutKill, i, [&] { return recover(), 0; }).nStatus != -SIGKILL)
+                break;
+            expectWhole(begin.strDocument, begin.lpszName + std::string(", killed at call ") + std::to_string(i));
+        }
+}
+
+TEST_F(SafeSave, ASaveAfterAKilledOneWithoutALoadKeepsEverythingWhole) {
+    set({{"", s_strOld}});
+    const int nCalls = run(cutNone, 0, [&] { return save(s_strNew); }).nCalls;
+    ASSERT_GT(nCalls, 12);
+    for (int i = 0; i < nCalls; i += 3)
+        for (int j = 0;; j += 4) {
+            set({{"", s_strOld}});
+            ASSERT_EQ(-SIGKILL, run(cutKill, i, [&] { return save(s_strNew); }).nStatus);
+            const bool bLast = run(cutKill, j, [&] { return save(s_strNew); }).nStatus != -SIGKILL;
+            expectWhole(s_strOld, "killed at call " + std::to_string(i) + ", then at " + std::to_string(j));
+            if (bLast)
+                break;
+        }
+}
+
+TEST_F(SafeSave, AFailedCallLeavesAWholeDocumentAndTheResultSaysWhich) {
+    for (const start& begin : starts()) {
+        set(begin.mapFile);
+        const int nCalls = run(cutNone, 0, [&] { return save(s_strNew); }).nCalls;
+        ASSERT_GT(nCalls, 12);
+        for (int i = 0; i < nCalls; ++i) {
+            const std::string strWhat = begin.lpszName + std::string(", failed call ") + std::to_string(i);
+            set(begin.mapFile);
+            const int nResult = run(cutFail, i, [&] { return save(s_strNew); }).nStatus;
+            ASSERT_TRUE(nResult == 0 || nResult == 1) << strWhat;
+            // Who saves over a sound document and fails has not even to wait for the next load.
+            if (nResult == 0 && begin.lpszName == std::string("a document")) {
+                EXPECT_EQ(begin.mapFile, files()) << strWhat;
+            }
+            expectWhole(begin.strDocument, strWhat);
+            const std::string strNow = files().empty() ? "" : files()[""];
+            EXPECT_EQ(nResult == 1 ? s_strNew : begin.strDocument, strNow) << strWhat;
+        }
+    }
+}
+
+TEST_F(SafeSave, ADiskThatDiesAtAnyCallLeavesAWholeDocument) {
+    for (const start& begin : starts())
+        for (int i = 0;; ++i) {
+            set(begin.mapFile);
+            const outcome out = run(cutFailFromHere, i, [&] { return save(s_strNew); });
+            expectWhole(begin.strDocument, begin.lpszName + std::string(", no call from ") + std::to_string(i));
+            if (out.nCalls <= i)
+                break;
+        }
+}
+
+TEST_F(SafeSave, AnExportThatGivesUpOrClosesTheFileChangesNothing) {
+    set({{"", s_strOld}});
+    EXPECT_EQ(0, saveFileSafely(m_strName.c_str(), [](chFileStdio& file) {
+                  writePieces(file, s_strNew);
+                  return 0;
+              }));
+    EXPECT_EQ((fileMap{{"", s_strOld}}), files());
+    EXPECT_EQ(0, saveFileSafely(m_strName.c_str(), [](chFileStdio& file) {
+                  file.Close();
+                  return 1;
+              }));
+    EXPECT_EQ((fileMap{{"", s_strOld}}), files());
+}
+
+TEST_F(SafeSave, AFullDiskLeavesTheOldFileAndNoOther) {
+    ASSERT_EQ(0, mount("tmpfs", m_strFolder.c_str(), "tmpfs", 0, "size=64k")) << strerror(errno);
+    const std::string strFits = s_strOld;
+    const std::string strBig(100 * 1024, 'b');
+    set({{"", strFits}});
+    errno = 0;
+    EXPECT_EQ(0, save(strBig));
+    EXPECT_EQ(ENOSPC, errno);
+    EXPECT_EQ((fileMap{{"", strFits}}), files());
+    // What is only found out when the last buffer leaves.
+    std::ofstream(m_strFolder + "/filler") << std::string(40 * 1024, 'f');
+    EXPECT_EQ(0, saveFileSafely(m_strName.c_str(), [](chFileStdio& file) {
+                  for (int i = 0; i < 3; ++i)
+                      file.Write(s_strNew.data(), 1, 5000);
+                  return 1;
+              }));
+    EXPECT_EQ((fileMap{{"", strFits}}), files());
+    // A first save has nothing to fall back on, and leaves nothing.
+    set({});
+    EXPECT_EQ(0, save(strBig));
+    EXPECT_EQ(fileMap(), files());
+    unlink((m_strFolder + "/filler").c_str());
+    EXPECT_EQ(1, save(s_strNew));
+    EXPECT_EQ((fileMap{{"", s_strNew}}), files());
+    EXPECT_EQ(0, umount(m_strFolder.c_str()));
+}
+
+TEST_F(SafeSave, AFailedWriteIsNotForgottenWhenThereIsRoomAgain) {
+    ASSERT_EQ(0, mount("tmpfs", m_strFolder.c_str(), "tmpfs", 0, "size=64k")) << strerror(errno);
+    const std::string strFiller = m_strFolder + "/filler";
+    set({{"", s_strOld}});
+    std::ofstream(strFiller) << std::string(48 * 1024, 'f');
+    EXPECT_EQ(0, saveFileSafely(m_strName.c_str(), [&](chFileStdio& file) {
+                  EXPECT_EQ(0, writePieces(file, s_strNew));
+                  unlink(strFiller.c_str());
+                  file.Flush();
+                  return 1;
+              }));
+    EXPECT_EQ((fileMap{{"", s_strOld}}), files());
+    EXPECT_EQ(0, umount(m_strFolder.c_str()));
+}
+
+TEST_F(SafeSave, AFolderThatCannotBeWrittenFailsTheSave) {
+    ASSERT_EQ(0, mount("tmpfs", m_strFolder.c_str(), "tmpfs", 0, "size=64k")) << strerror(errno);
+    set({{"", s_strOld}, {".old", s_strOlder}});
+    ASSERT_EQ(0, mount("", m_strFolder.c_str(), "", MS_REMOUNT | MS_RDONLY, "")) << strerror(errno);
+    recover();
+    EXPECT_EQ(0, save(s_strNew));
+    EXPECT_EQ((fileMap{{"", s_strOld}, {".old", s_strOlder}}), files());
+    EXPECT_EQ(0, umount(m_strFolder.c_str()));
+    EXPECT_EQ(0, saveFileSafely((m_strFolder + "/none/doc").c_str(), [](chFileStdio&) { return 1; }));
+}
+
+// ---- savers and loaders at the same time
+
+TEST_F(SafeSave, ALoadLeavesTheFileOfALivingSaverAlone) {
+    set({{"", s_strOld}});
+    qorTest::meeting writing, loaded;
+    qorTest::childProcess saver("saver", [&] {
+        return saveFileSafely(m_strName.c_str(), [&](chFileStdio& file) {
+            writePieces(file, s_strHalf);
+            file.Flush();
+            writing.say();
+            loaded.hear();
+            return writePieces(file, s_strNew.substr(s_strHalf.size()));
+        });
+    });
+    writing.hear();
+    recover();
+    EXPECT_EQ((fileMap{{"", s_strOld}, {".new", s_strHalf}}), files());
+    loaded.say();
+    EXPECT_EQ(1, saver.wait());
+    EXPECT_EQ((fileMap{{"", s_strNew}}), files());
+}
+
+TEST_F(SafeSave, ASaverThatDiedWhileWritingIsNotWaitedFor) {
+    set({{"", s_strOld}});
+    qorTest::meeting writing;
+    qorTest::childProcess saver("saver", [&] {
+        return saveFileSafely(m_strName.c_str(), [&](chFileStdio& file) {
+            writePieces(file, s_strHalf);
+            file.Flush();
+            writing.say();
+            for (;;)
+                pause();
+            return 1;
+        });
+    });
+    writing.hear();
+    saver.kill();
+    EXPECT_EQ(-SIGKILL, saver.wait());
+    recover();
+    EXPECT_EQ((fileMap{{"", s_strOld}}), files());
+}
+
+TEST_F(SafeSave, ASaverThatHangsIsOvertakenAndGivesUp) {
+    set({{"", s_strOld}});
+    qorTest::meeting writing, overtaken;
+    qorTest::childProcess saver("saver", [&] {
+        return saveFileSafely(m_strName.c_str(), [&](chFileStdio& file) {
+            writing.say();
+            overtaken.hear();
+            return writePieces(file, s_strHalf);
+        });
+    });
+    writing.hear();
+    EXPECT_EQ(1, save(s_strNew));  // after its patience
+    overtaken.say();
+    EXPECT_EQ(0, saver.wait());
+    EXPECT_EQ((fileMap{{"", s_strNew}}), files());
+}
+
+TEST_F(SafeSave, SaversAndLoadersOfOneDocumentMeetWithoutLoss) {
+    set({{"", s_strOld}});
+    constexpr int nSaves = 60;
+    const auto fnSaver = [&](const std::string& strText) {
+        for (int i = 0; i < nSaves; ++i)
+            if (!save(strText))
+                return 1;
+        return 0;
+    };
+    qorTest::childProcess saver1("saver 1", [&] { return fnSaver(s_strOld); });
+    qorTest::childProcess saver2("saver 2", [&] { return fnSaver(s_strNew); });
+    qorTest::childProcess loader("loader", [&] {
+        for (int i = 0; i < 5 * nSaves; ++i) {
+            recover();
+            std::ifstream in(m_strName);
+            std::ostringstream out;
+            out << in.rdbuf();
+            // Between the two renames of a save that begins right behind the recovery there is no file.
+            if (out.str() != "" && out.str() != s_strOld && out.str() != s_strNew)
+                return 1;
+        }
+        return 0;
+    });
+    EXPECT_EQ(0, saver1.wait());
+    EXPECT_EQ(0, saver2.wait());
+    EXPECT_EQ(0, loader.wait());
+    recover();
+    EXPECT_EQ(1u, files().size());
+    EXPECT_TRUE(files()[""] == s_strOld || files()[""] == s_strNew);
+}
+
+}  // namespace

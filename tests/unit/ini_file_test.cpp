@@ -1,0 +1,432 @@
+// INI files: what loading keeps and drops, what saving writes, interrupted saves, hostile files.
+#include <fcntl.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <fstream>
+#include <random>
+#include <sstream>
+
+#include "qor/FileHelper/File.h"
+#include "qor/FileHelper/Ini.h"
+
+using namespace QOR_FileHelper;
+
+namespace {
+
+const std::string s_strName = "/tmp/net.ini";
+
+void put(const std::string& strName, const std::string& strText) {
+    std::ofstream(strName, std::ios::binary) << strText;
+}
+
+bool isThere(const std::string& strName) { return access(strName.c_str(), F_OK) == 0; }
+
+std::string get(const std::string& strName) {
+    std::ifstream in(strName, std::ios::binary);
+    std::ostringstream out;
+    out << in.rdbuf();
+    return in ? out.str() : "no file";
+}
+
+// What a file becomes by being loaded and saved.
+std::string savedAgain(const std::string& strText) {
+    put(s_strName, strText);
+    iniFile file;
+    EXPECT_EQ(1, file.LoadFromFile(s_strName.c_str()));
+    EXPECT_EQ(1, file.SaveToFile(NULL));
+    return get(s_strName);
+}
+
+class IniFileTest : public testing::Test {
+protected:
+    void SetUp() override { TearDown(); }
+    void TearDown() override {
+        for (const char* lpszSuffix : {"", ".new", ".old"})
+            unlink((s_strName + lpszSuffix).c_str());
+    }
+};
+
+typedef IniFileTest IniLoad;
+typedef IniFileTest IniSave;
+typedef IniFileTest IniRecovery;
+typedef IniFileTest IniHostile;
+
+// ---- loading
+
+TEST_F(IniLoad, TheConstructorLoadsTheFile) {
+    put(s_strName, "[Net]\naddress = 10.0.0.1\n");
+    const iniFile file(s_strName.c_str());
+    EXPECT_STREQ("10.0.0.1", file.GetTextValue("net", "ADDRESS", ""));
+}
+
+TEST_F(IniLoad, WithoutANameTheDocumentIsEmpty) {
+    EXPECT_TRUE(iniFile().empty());
+    EXPECT_TRUE(iniFile("").empty());
+    EXPECT_TRUE(iniFile("/tmp/none.ini").empty());
+}
+
+TEST_F(IniLoad, AMissingFileLeavesTheDocumentButItsNameIsRemembered) {
+    put("/tmp/first.ini", "[a]\nk = v\n");
+    iniFile file("/tmp/first.ini");
+    EXPECT_EQ(0, file.LoadFromFile(s_strName.c_str()));
+    EXPECT_STREQ("v", file.GetTextValue("a", "k", ""));
+    EXPECT_EQ(1, file.SaveToFile(NULL));
+    EXPECT_EQ("[ a ]\nk = v\n", get(s_strName));
+    unlink("/tmp/first.ini");
+}
+
+TEST_F(IniLoad, WhatCannotBeReadLeavesTheDocument) {
+    put(s_strName, "[a]\nk = v\n");
+    iniFile file(s_strName.c_str());
+    mkdir("/tmp/folder.ini", 0777);
+    EXPECT_EQ(0, file.LoadFromFile("/tmp/folder.ini"));
+    EXPECT_STREQ("v", file.GetTextValue("a", "k", ""));
+    rmdir("/tmp/folder.ini");
+}
+
+TEST_F(IniLoad, ALoadReplacesTheDocument) {
+    put(s_strName, "[a]\nk = 1\n");
+    iniFile file(s_strName.c_str());
+    put(s_strName, "[b]\nk = 2\n");
+    EXPECT_EQ(1, file.LoadFromFile(s_strName.c_str()));
+    EXPECT_EQ(nullptr, file.FindSection("a"));
+    EXPECT_EQ(2, file.GetIntValue("b", "k", 0));
+}
+
+TEST_F(IniLoad, ANullOrEmptyNameIsFatal) {
+    EXPECT_EXIT(iniFile().LoadFromFile(nullptr), testing::KilledBySignal(SIGABRT),
+                "\\[QORFile:[0-9]+\\] !textEMPTY\\(lpszFileName\\) ");
+    EXPECT_EXIT(iniFile().LoadFromFile(""), testing::KilledBySignal(SIGABRT),
+                "\\[QORFile:[0-9]+\\] !textEMPTY\\(lpszFileName\\) ");
+}
+
+TEST_F(IniLoad, WarnsOfNothing) {
+    put(s_strName, " [ a ] \n k = v \n;\n\n junk \n");
+    testing::internal::CaptureStderr();
+    const iniFile file(s_strName.c_str());
+    EXPECT_EQ("", testing::internal::GetCapturedStderr());
+}
+
+TEST_F(IniLoad, EntriesAreKeptInTheirOrder) {
+    put(s_strName, "; top\n\n[a]\n# c\nk=v\n[b]\n");
+    const iniFile file(s_strName.c_str());
+    ASSERT_EQ(4, file.size());
+    EXPECT_EQ(iniLineComment, (*file.begin())->type());
+    EXPECT_EQ(iniLineComment, (*(file.begin() + 1))->type());
+    EXPECT_STREQ("a", (*(file.begin() + 2))->key());
+    EXPECT_STREQ("b", (*(file.begin() + 3))->key());
+    iniSection* pSection = file.FindSection("a");
+    ASSERT_EQ(2, pSection->size());
+    EXPECT_STREQ("# c\n", static_cast<iniComment*>(*pSection->begin())->text());
+    EXPECT_STREQ("k", (*pSection->tail())->key());
+}
+
+TEST_F(IniLoad, InvalidLinesAndKeysInFrontOfTheFirstSectionAreDropped) {
+    EXPECT_EQ("; c\n[ a ]\nk = v\n", savedAgain("early = 1\n; c\njunk\n[open\n[a]\nx ; c\nk=v\n"));
+}
+
+TEST_F(IniLoad, ARepeatedSectionGoesOnWithTheFirst) {
+    EXPECT_EQ("[ A ]\nx = 1\n; in a again\ny = 2\n[ B ]\nz = 3\n",
+              savedAgain("[A]\nx=1\n[B]\nz=3\n[ a ] ; dropped\n; in a again\ny=2\n"));
+}
+
+TEST_F(IniLoad, ARepeatedKeyKeepsItsPlaceAndNameAndTakesTheLastValue) {
+    EXPECT_EQ("[ A ]\nName = 3\nother = 2\n", savedAgain("[A]\nName=1\nother=2\nNAME=3\n"));
+}
+
+TEST_F(IniLoad, EmptyNamesAreAccepted) {
+    EXPECT_EQ("[  ]\n = v\nk = \n", savedAgain("[]\n=v\nk=\n"));
+    EXPECT_EQ("[  ]\n = v\nk = \n", savedAgain("[  ]\n = v\nk = \n"));
+}
+
+TEST_F(IniLoad, AnEmptyFileIsAnEmptyDocument) {
+    EXPECT_EQ("", savedAgain(""));
+    EXPECT_TRUE(iniFile(s_strName.c_str()).empty());
+}
+
+TEST_F(IniLoad, BlanksAndTerminatorsOfCommentsAndBlankLinesSurvive) {
+    EXPECT_EQ("  ; c \t\r\n \t \n\r\n[ a ]\n\t# d\r\n\n", savedAgain("  ; c \t\r\n \t \n\r\n[a]\r\n\t# d\r\n\n"));
+}
+
+TEST_F(IniLoad, KeysAndSectionsOfLinesThatEndWithCrLfEndWithALineFeed) {
+    EXPECT_EQ("[ a ]\nk = v\n\r\n", savedAgain("[a]\r\nk=v\r\n\r\n"));
+}
+
+TEST_F(IniLoad, TheLastLineMayLackItsLineFeed) {
+    EXPECT_EQ("[ a ]\nk = v\n", savedAgain("[a]\nk=v"));
+    EXPECT_EQ("[ a ]\n", savedAgain("[a]"));
+    EXPECT_EQ("[ a ]\n; c", savedAgain("[a]\n; c"));
+    EXPECT_EQ("[ a ]\n  ", savedAgain("[a]\n  "));
+    EXPECT_EQ("; c", savedAgain("; c"));
+}
+
+TEST_F(IniLoad, NothingIsGluedToALastCommentWithoutLineFeed) {
+    EXPECT_EQ("[ a ]\n; last\n[ b ]\nk = v\n", savedAgain("[a]\n[b]\nk=v\n[A]\n; last"));
+    put(s_strName, "[a]\n; last");
+    iniFile file(s_strName.c_str());
+    file.SetTextValue("a", "k", "v");
+    file.SaveToFile(NULL);
+    EXPECT_EQ("[ a ]\n; last\nk = v\n", get(s_strName));
+}
+
+TEST_F(IniLoad, AValueMayHoldSignsThatMeanSomethingElsewhere) {
+    EXPECT_EQ("[ a ]\nk = v ; w # x = [y]\nl = \"q\"\n", savedAgain("[a]\nk=v ; w # x = [y]\nl=\"q\"\n"));
+}
+
+// ---- saving
+
+TEST_F(IniSave, AFileChangedInOneKeyIsOtherwiseAsTheRulesWriteIt) {
+    put(s_strName,
+        "# network set-up\r\n"
+        "\r\n"
+        "lost = before any section\n"
+        "[Net]   ; main\r\n"
+        "   address=10.0.0.1   \r\n"
+        "; ports\n"
+        "\tport\t=\t5060\n"
+        "   \n"
+        "not a line\n"
+        "[ Audio ]\n"
+        "gain = 3 ; dB\n"
+        "[NET]\n"
+        "mask = 255.255.0.0\n"
+        "ADDRESS = 10.0.0.2\n"
+        "[ Audio\n"
+        "#end\r\n"
+        "name = device");
+    iniFile file(s_strName.c_str());
+    EXPECT_EQ(1, file.SetTextValue("net", "Port", "5061"));
+    EXPECT_EQ(1, file.SetTextValue("Net", "new key", "1"));
+    EXPECT_EQ(1, file.SetTextValue("Extra", "k", "v"));
+    EXPECT_EQ(1, file.SaveToFile(NULL));
+    EXPECT_EQ(
+        "# network set-up\r\n"
+        "\r\n"
+        "[ Net ]\n"
+        "address = 10.0.0.2\n"
+        "; ports\n"
+        "port = 5061\n"
+        "   \n"
+        "mask = 255.255.0.0\n"
+        "#end\r\n"
+        "name = device\n"
+        "new key = 1\n"
+        "[ Audio ]\n"
+        "gain = 3 ; dB\n"
+        "[ Extra ]\n"
+        "k = v\n",
+        get(s_strName));
+}
+
+TEST_F(IniSave, ANewFileIsWrittenAndAnExistingOneReplacedWithoutTraces) {
+    iniFile file;
+    file.SetTextValue("a", "k", "1");
+    EXPECT_EQ(1, file.SaveToFile(s_strName.c_str()));
+    EXPECT_EQ("[ a ]\nk = 1\n", get(s_strName));
+    file.SetTextValue("a", "k", "2");
+    EXPECT_EQ(1, file.SaveToFile(s_strName.c_str()));
+    EXPECT_EQ("[ a ]\nk = 2\n", get(s_strName));
+    EXPECT_FALSE(isThere(s_strName + ".new"));
+    EXPECT_FALSE(isThere(s_strName + ".old"));
+}
+
+TEST_F(IniSave, SavingUnderAnotherNameDoesNotChangeTheNameOfTheDocument) {
+    put(s_strName, "[a]\n");
+    iniFile file(s_strName.c_str());
+    EXPECT_EQ(1, file.SaveToFile("/tmp/copy.ini"));
+    EXPECT_EQ("[a]\n", get(s_strName));
+    EXPECT_EQ("[ a ]\n", get("/tmp/copy.ini"));
+    EXPECT_EQ(1, file.SaveToFile(NULL));
+    EXPECT_EQ("[ a ]\n", get(s_strName));
+    unlink("/tmp/copy.ini");
+}
+
+TEST_F(IniSave, AFileThatCannotBeWrittenIsAFailure) {
+    iniFile file;
+    EXPECT_EQ(0, file.SaveToFile("/tmp/none/net.ini"));
+}
+
+TEST_F(IniSave, WhatDoesNotFitLeavesTheOldFileAsItWas) {
+    put(s_strName, "[a]\nk = 1\n");
+    iniFile file(s_strName.c_str());
+    file.SetTextValue("a", "long", std::string(100000, 'x').c_str());
+    struct rlimit limitOld, limit;
+    ASSERT_EQ(0, getrlimit(RLIMIT_FSIZE, &limitOld));
+    limit = limitOld;
+    limit.rlim_cur = 4096;
+    signal(SIGXFSZ, SIG_IGN);
+    ASSERT_EQ(0, setrlimit(RLIMIT_FSIZE, &limit));
+    const BOOL bSaved = file.SaveToFile(NULL);
+    ASSERT_EQ(0, setrlimit(RLIMIT_FSIZE, &limitOld));
+    EXPECT_EQ(0, bSaved);
+    EXPECT_EQ("[a]\nk = 1\n", get(s_strName));
+    EXPECT_FALSE(isThere(s_strName + ".new"));
+    EXPECT_FALSE(isThere(s_strName + ".old"));
+}
+
+TEST_F(IniSave, AnEmptyNameIsFatal) {
+    EXPECT_EXIT(iniFile().SaveToFile(""), testing::KilledBySignal(SIGABRT),
+                "\\[QORFile:[0-9]+\\] !textEMPTY\\(lpszFileName\\) ");
+    EXPECT_EXIT(iniFile().SaveToFile(NULL), testing::KilledBySignal(SIGABRT),
+                "\\[QORFile:[0-9]+\\] !textEMPTY\\(lpszFileName\\) ");
+}
+
+// ---- saves that were interrupted
+
+const char szOldText[] = "[ a ]\nk = old\n";
+const char szNewText[] = "[ a ]\nk = new\n";
+
+// The value after a load, which leaves the file alone beside no other.
+std::string recovered() {
+    const iniFile file(s_strName.c_str());
+    EXPECT_FALSE(isThere(s_strName + ".new"));
+    EXPECT_FALSE(isThere(s_strName + ".old"));
+    return static_cast<const char*>(file.GetTextValue("a", "k", "none"));
+}
+
+TEST_F(IniRecovery, ANewFileThatWasOnlyWrittenIsDiscarded) {
+    put(s_strName, szOldText);
+    put(s_strName + ".new", "[ a ]\nk = ne");
+    EXPECT_EQ("old", recovered());
+    EXPECT_EQ(szOldText, get(s_strName));
+}
+
+TEST_F(IniRecovery, ASaveThatMovedTheOldFileAsideIsCompleted) {
+    put(s_strName + ".old", szOldText);
+    put(s_strName + ".new", szNewText);
+    EXPECT_EQ("new", recovered());
+    EXPECT_EQ(szNewText, get(s_strName));
+}
+
+TEST_F(IniRecovery, ASaveThatMovedTheNewFileInPlaceIsCompleted) {
+    put(s_strName + ".old", szOldText);
+    put(s_strName, szNewText);
+    EXPECT_EQ("new", recovered());
+    EXPECT_EQ(szNewText, get(s_strName));
+}
+
+TEST_F(IniRecovery, ANewFileWithoutAnyOtherIsDiscarded) {
+    put(s_strName + ".new", szNewText);
+    EXPECT_EQ("none", recovered());
+    EXPECT_FALSE(isThere(s_strName));
+}
+
+TEST_F(IniRecovery, WithAllThreeTheNewFileCounts) {
+    put(s_strName, "[ a ]\nk = between\n");
+    put(s_strName + ".old", szOldText);
+    put(s_strName + ".new", szNewText);
+    EXPECT_EQ("new", recovered());
+}
+
+TEST_F(IniRecovery, ASaveOverAnInterruptedSaveCompletesItFirst) {
+    put(s_strName + ".old", szOldText);
+    put(s_strName + ".new", szNewText);
+    iniFile file;
+    file.SetTextValue("a", "k", "latest");
+    EXPECT_EQ(1, file.SaveToFile(s_strName.c_str()));
+    EXPECT_EQ("latest", recovered());
+}
+
+// ---- hostile files
+
+TEST_F(IniHostile, ALineIsTextUpToItsFirstNul) {
+    EXPECT_EQ("[ a ]\nk = v\n", savedAgain(std::string("[a]\0[b]\nk=v\0w\n", 14) + std::string("x\0=y\n", 5)));
+}
+
+TEST_F(IniHostile, CommentsAndBlankLinesKeepTheirNuls) {
+    const std::string strText("; c\0d\n\0k=v\n[ a ]\n#\0", 20);
+    EXPECT_EQ(strText, savedAgain(strText));
+}
+
+TEST_F(IniHostile, Utf16WithoutAMarkYieldsNoSection) {
+    std::string strText;
+    for (const char ch : std::string("[a]\nk=v\n"))
+        strText += std::string(1, ch) + std::string(1, '\0');
+    put(s_strName, strText);
+    iniFile file(s_strName.c_str());
+    for (iniFile::iterator it = file.begin(); it != file.end(); ++it)
+        EXPECT_EQ(iniLineComment, (*it)->type());
+    const std::string strSaved = savedAgain(strText);
+    EXPECT_EQ(strSaved, savedAgain(strSaved));
+}
+
+TEST_F(IniHostile, ALineOfTenMillionBytesIsRead) {
+    const std::string strLong(10000000, 'x');
+    EXPECT_EQ("[ a ]\nk = " + strLong + "\n;" + strLong, savedAgain("[a]\nk=" + strLong + "\n" + strLong + "\n;" + strLong));
+    EXPECT_EQ("[ " + strLong + " ]\n", savedAgain("[" + strLong + "]"));
+}
+
+TEST_F(IniHostile, BlocksOfTheReaderMeetInsideALine) {
+    for (int nLength = 65529; nLength <= 65545; ++nLength) {
+        const std::string strText = "[ a ]\nk = " + std::string(static_cast<size_t>(nLength) - 11, 'x') + "\n";
+        EXPECT_EQ(strText, savedAgain(strText)) << nLength;
+        EXPECT_EQ(strText + "l = 1\n", savedAgain(strText + "l=1")) << nLength;
+    }
+}
+
+// The processor's time for loading a file of that many lines.
+template <class Line>
+double loadSeconds(int nCount, Line line) {
+    std::string strText = "[all]\n";
+    for (int i = 0; i < nCount; ++i)
+        strText += line(i);
+    put(s_strName, strText);
+    const clock_t nBegin = clock();
+    iniFile file(s_strName.c_str());
+    const clock_t nEnd = clock();
+    const int nFound = file.size() > 1 ? file.size() - 1 : file.FindSection("all")->size();
+    EXPECT_EQ(nCount, nFound);
+    return static_cast<double>(nEnd - nBegin) / CLOCKS_PER_SEC;
+}
+
+// Sixteen times the lines take sixteen times as long, give or take what caches and the machine do; a quadratic road would
+// take 256 times as long.
+template <class Line>
+void expectLinear(Line line) {
+    const double dFew = std::max(loadSeconds(10000, line), loadSeconds(10000, line));
+    const double dMany = loadSeconds(160000, line);
+    EXPECT_LT(dMany, 100 * dFew + 0.05);
+}
+
+TEST_F(IniHostile, LoadingSectionsTakesLinearTime) {
+    expectLinear([](int i) { return "[s" + std::to_string(i) + "]\n"; });
+}
+
+TEST_F(IniHostile, LoadingKeysOfOneSectionTakesLinearTime) {
+    expectLinear([](int i) { return "k" + std::to_string(i) + "=v\n"; });
+}
+
+TEST_F(IniHostile, AMillionSectionsAreLoadedAndFound) {
+    std::string strText;
+    for (int i = 0; i < 1000000; ++i)
+        strText += "[s" + std::to_string(i) + "]\n";
+    put(s_strName, strText);
+    const iniFile file(s_strName.c_str());
+    EXPECT_EQ(1000000, file.size());
+    EXPECT_STREQ("s999999", file.FindSection("S999999")->key());
+    EXPECT_EQ(nullptr, file.FindSection("s1000000"));
+}
+
+std::string randomText(std::mt19937& random) {
+    static const std::string arrPart[] = {"[", "]", "=", ";", "#", "\n", "\n", "\r\n", " ", "\t", "a", "B", "b", "key",
+                                          "\v", "\f", std::string(1, '\0'), "\xff", "[s]\n", "[S]", "k=v\n", "\xef\xbb\xbf"};
+    std::string strText;
+    for (unsigned u = random() % 60; u > 0; --u)
+        strText += arrPart[random() % (sizeof(arrPart) / sizeof(arrPart[0]))];
+    return strText;
+}
+
+TEST_F(IniHostile, WhatWasSavedOnceIsSavedTheSameAgain) {
+    for (unsigned uSeed = 1; uSeed <= 1500; ++uSeed) {
+        std::mt19937 random(uSeed);
+        const std::string strText = randomText(random);
+        const std::string strSaved = savedAgain(strText);
+        ASSERT_EQ(strSaved, savedAgain(strSaved)) << "seed " << uSeed;
+    }
+}
+
+}  // namespace
