@@ -279,8 +279,11 @@ TEST_P(Mixed, TheTraceBufferHoldsTheLinesOfBoth) {
                   std::string(700, 'b') + "\n",
               strTexts);
     ASSERT_EQ(8u, listLine.size());
-    EXPECT_EQ(0u, listLine[0].find("[TRC+" + m_strTaskA + ":")) << listLine[0];
-    EXPECT_EQ(0u, listLine[1].find("[TRC+" + m_strTaskB + ":")) << listLine[1];
+    int idA = 0, idB = 0;
+    EXPECT_EQ(1, sscanf(listLine[0].c_str(), "[TRC+%d:", &idA)) << listLine[0];
+    EXPECT_EQ(1, sscanf(listLine[1].c_str(), "[TRC+%d:", &idB)) << listLine[1];
+    EXPECT_EQ(m_strTaskA, std::to_string(idA));
+    EXPECT_EQ(m_strTaskB, std::to_string(idB));
 }
 
 TEST_P(Mixed, AnEventSetByOneWakesTheOther) {
