@@ -1,14 +1,15 @@
-// qor-peer: one process of a test with several ABIs. It is linked with the library of its own build and does what the
-// lines on its standard input say, one command a line; each gets one line as its answer on standard output. At the end
-// of the input it unregisters and ends with status 0.
+// qor-peer: one process of a test with several ABIs. It is linked with the library of its own build and does
+// what the lines on its standard input say, one command a line; each gets one line as its answer on standard
+// output. At the end of the input it unregisters and ends with status 0.
 //
-// The commands stand in peer_message.cpp (threads, messages, timers) and peer_segment.cpp (locks, events, named blocks,
-// counters, trace, layout).
+// The commands stand in peer_message.cpp (threads, messages, timers) and peer_segment.cpp (locks, events,
+// named blocks, counters, trace, layout).
+#include "peer.h"
+
 #include <stdio.h>
 
 #include <iostream>
 
-#include "peer.h"
 #include "support/child.h"
 
 using namespace qorTest;

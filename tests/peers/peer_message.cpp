@@ -1,5 +1,5 @@
-// Commands over threads, messages, processors and timers. The peer's one thread runs its loop by hand: a command that
-// waits for a message passes through it until the message has come.
+// Commands over threads, messages, processors and timers. The peer's one thread runs its loop by hand: a
+// command that waits for a message passes through it until the message has come.
 #include <memory>
 
 #include "pattern.h"
@@ -29,12 +29,14 @@ struct {
 std::string textOf(const char* lpszWho, const msgObject& objMessage) {
     char sz[160];
     const int nSize = objMessage.GetExtraSize();
-    snprintf(sz, sizeof(sz), "%s 0x%x %u %d %d %08x", lpszWho, objMessage.uMsg, objMessage.wParam, objMessage.lParam,
-             nSize, checksumOf(objMessage.GetExtraData(), nSize));
+    snprintf(sz, sizeof(sz), "%s 0x%x %u %d %d %08x", lpszWho, objMessage.uMsg, objMessage.wParam,
+             objMessage.lParam, nSize, checksumOf(objMessage.GetExtraData(), nSize));
     return sz;
 }
 
-int echoOf(uint32_t wParam) { return static_cast<int>(wParam ^ 0x5a5a); }
+int echoOf(uint32_t wParam) {
+    return static_cast<int>(wParam ^ 0x5a5a);
+}
 
 int handle(const char* lpszWho, msgObject& objMessage) {
     s_peer.listSeen.push_back(textOf(lpszWho, objMessage));
@@ -47,7 +49,9 @@ int handle(const char* lpszWho, msgObject& objMessage) {
 
 class peerThread : public chThreadLocal {
 public:
-    explicit peerThread(const char* lpszName) : chThreadLocal(lpszName, NULL) { share().CreateLocalThread(*this); }
+    explicit peerThread(const char* lpszName) : chThreadLocal(lpszName, NULL) {
+        share().CreateLocalThread(*this);
+    }
     ~peerThread() override { share().DestroyLocalThread(*this); }
     int TryThreadMessage(msgObject& objMessage) override {
         if (objMessage.uMsg == TM_THREAD_TIMER)
@@ -181,9 +185,9 @@ std::string doPeek(std::istringstream& in) {
         pQueue != NULL ? pQueue->FindMessage([](msgObject&) { return true; }) : NULL;
     std::ostringstream out;
     if (pMessage != NULL) {
-        out << "at " << reinterpret_cast<const char*>(pMessage) - reinterpret_cast<const char*>(pShare) << " queue "
-            << reinterpret_cast<const char*>(pQueue) - reinterpret_cast<const char*>(pShare) << " task "
-            << pQueue->GetTaskId() << " words";
+        out << "at " << reinterpret_cast<const char*>(pMessage) - reinterpret_cast<const char*>(pShare)
+            << " queue " << reinterpret_cast<const char*>(pQueue) - reinterpret_cast<const char*>(pShare)
+            << " task " << pQueue->GetTaskId() << " words";
         for (size_t i = 0; i < sizeof(msgObject) / 4; ++i)
             out << ' ' << static_cast<int>(loadShareWord(reinterpret_cast<const uint32_t*>(pMessage)[i]));
         out << " sum " << checksumOf(pMessage->GetExtraData(), pMessage->GetExtraSize());
@@ -196,7 +200,9 @@ std::string doPeek(std::istringstream& in) {
 
 constexpr int arrSize[] = {0, 1, 64, 3, 1024, 16};
 
-int sizeOf(int i) { return arrSize[static_cast<size_t>(i) % (sizeof(arrSize) / sizeof(arrSize[0]))]; }
+int sizeOf(int i) {
+    return arrSize[static_cast<size_t>(i) % (sizeof(arrSize) / sizeof(arrSize[0]))];
+}
 
 std::string expectedText(int i) {
     char sz[160];
@@ -205,9 +211,9 @@ std::string expectedText(int i) {
     return sz;
 }
 
-// exchange THREAD COUNT: posts that many messages to a thread while as many come in, from whoever does the same; says
-// how many came in as they should. A message goes out when the fourth before it has an answering one, which bounds
-// what is in the queues.
+// exchange THREAD COUNT: posts that many messages to a thread while as many come in, from whoever does the
+// same; says how many came in as they should. A message goes out when the fourth before it has an answering
+// one, which bounds what is in the queues.
 std::string doExchange(std::istringstream& in) {
     const HTHREAD hThread = msgGetThreadByName(word(in).c_str());
     const int nCount = static_cast<int>(number(in));
@@ -229,8 +235,9 @@ std::string doQuestion(std::istringstream& in) {
     int nGood = 0;
     for (int i = 0; i < nCount; ++i) {
         const std::vector<uint8_t> arrExtra = patternBytes(sizeOf(i), static_cast<unsigned>(i));
-        nGood += msgSendMsgToThreadEx(hThread, 0x300, static_cast<UINT>(i), -i, sizeOf(i),
-                                      sizeOf(i) > 0 ? arrExtra.data() : NULL) == echoOf(static_cast<uint32_t>(i));
+        nGood +=
+            msgSendMsgToThreadEx(hThread, 0x300, static_cast<UINT>(i), -i, sizeOf(i),
+                                 sizeOf(i) > 0 ? arrExtra.data() : NULL) == echoOf(static_cast<uint32_t>(i));
     }
     return std::to_string(nGood);
 }
@@ -331,12 +338,24 @@ std::string doAwait(std::istringstream& in) {
 
 const peerCommands& messageCommands() {
     static const peerCommands s_map = {
-        {"register", doRegister},   {"unregister", doUnregister}, {"find", doFind},
-        {"post", doPost},           {"send", doSend},             {"deliver", doDeliver},
-        {"broadcast", doBroadcast}, {"take", doTake},             {"drain", doDrain},
-        {"peek", doPeek},           {"exchange", doExchange},     {"question", doQuestion},
-        {"serve", doServe},         {"subscribe", doSubscribe},   {"unsubscribe", doUnsubscribe},
-        {"notify", doNotify},       {"hook", doHook},             {"timer", doTimer},
+        {"register", doRegister},
+        {"unregister", doUnregister},
+        {"find", doFind},
+        {"post", doPost},
+        {"send", doSend},
+        {"deliver", doDeliver},
+        {"broadcast", doBroadcast},
+        {"take", doTake},
+        {"drain", doDrain},
+        {"peek", doPeek},
+        {"exchange", doExchange},
+        {"question", doQuestion},
+        {"serve", doServe},
+        {"subscribe", doSubscribe},
+        {"unsubscribe", doUnsubscribe},
+        {"notify", doNotify},
+        {"hook", doHook},
+        {"timer", doTimer},
         {"await", doAwait},
     };
     return s_map;

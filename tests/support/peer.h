@@ -1,7 +1,8 @@
 // Peers: processes of this build and of others, driven by lines over pipes, on one private device.
 //
-// A peer is the program qor-peer of a build. It does one command a line; the commands stand in tests/peers. It ends with
-// the object, and by itself when its input ends; a command that hangs ends it with its name on standard error.
+// A peer is the program qor-peer of a build. It does one command a line; the commands stand in tests/peers.
+// It ends with the object, and by itself when its input ends; a command that hangs ends it with its name on
+// standard error.
 #ifndef QOR_TESTS_SUPPORT_PEER_H
 #define QOR_TESTS_SUPPORT_PEER_H
 
@@ -53,7 +54,8 @@ private:
     std::unique_ptr<childProcess> m_pProcess;
 };
 
-// Removes every System V object, key file and counter of the private device: the next process finds it as after a start.
+// Removes every System V object, key file and counter of the private device: the next process finds it as
+// after a start.
 void clearDevice();
 
 }  // namespace qorTest
