@@ -66,7 +66,8 @@ void* baseDynamicNodeAlloc::borrow_node(int nNodeSize, int nRowCount) {
 void* baseDynamicNodeAlloc::AllocHashBlock(int nNodeSize, int nRowCount) {
     if (!QOR_ASSERT(m_pFirstFreeNode == NULL))
         return NULL;
-    void* pNewBlock = malloc(static_cast<size_t>(nNodeSize) * static_cast<size_t>(nRowCount) + sizeof(*m_pBlockChain));
+    const uint64_t uSize = static_cast<uint64_t>(nNodeSize) * static_cast<uint64_t>(nRowCount) + sizeof(*m_pBlockChain);
+    void* pNewBlock = uSize <= PTRDIFF_MAX ? malloc(static_cast<size_t>(uSize)) : NULL;
     if (!QOR_ASSERT(pNewBlock != NULL))
         return NULL;
     pointer_chain_pNext* pBlock = static_cast<pointer_chain_pNext*>(pNewBlock);
@@ -107,6 +108,9 @@ void baseDynamicNodeAlloc::cleanup_nodes() {
 // ---- baseStaticNodeAlloc
 
 baseStaticNodeAlloc::baseStaticNodeAlloc(int sizeNode, int nNodeCount) {
+    static_assert(offsetof(baseStaticNodeAlloc, m_nBorrowedCount) == 0 &&
+                      offsetof(baseStaticNodeAlloc, m_iFirstFreeNode) == 4,
+                  "shared layout");
     storeShareWord(m_nBorrowedCount, 0);
     set_FirstFreeNode(NULL);
     if (!QOR_ASSERT(sizeNode >= (int)sizeof(type_chain) && nNodeCount > 0))
@@ -242,6 +246,8 @@ bool baseStaticPoolAlloc::unlinkFree(const bounds& area, type_chain* p) {
     if (!isSoundLink(area, pRight))
         return failBroken();
     bypass(pLeft, pRight);
+    p->set_pNext(NULL);
+    p->set_pPrev(NULL);
     return true;
 }
 
@@ -283,6 +289,9 @@ void baseStaticPoolAlloc::push_free_cell(poll_chain* pCell) {
 // ---- baseStaticPoolAlloc: cells
 
 baseStaticPoolAlloc::baseStaticPoolAlloc() {
+    static_assert(offsetof(baseStaticPoolAlloc, m_nPoolSize) == 0 && offsetof(baseStaticPoolAlloc, m_iOffsetPool) == 4 &&
+                      offsetof(baseStaticPoolAlloc, m_FreeCellChain) == 8,
+                  "shared layout");
     storeShareWord(m_nPoolSize, 0);
     storeShareWord(m_iOffsetPool, 0);
     link_list_node(&m_FreeCellChain, &m_FreeCellChain);
@@ -306,16 +315,17 @@ poll_chain* baseStaticPoolAlloc::end_cell() const {
 bool baseStaticPoolAlloc::init_pool(void* pPool, int nPoolSize) {
     if (!QOR_ASSERT_TEXT(loadShareWord(m_nPoolSize) == 0, "m_nPoolSize == 0"))
         return true;
-    storeShareWord(m_nPoolSize, nPoolSize);
     storeShareWord(m_iOffsetPool, static_cast<int32_t>(addressOf(pPool) - addressOf(this)));
     poll_chain* pCell = begin_cell();
     pCell->init_cell(static_cast<uint32_t>(nPoolSize), true);
     type_chain* pLink = linkOf(pCell);
     link_list_node(pLink, &m_FreeCellChain);
     link_list_node(&m_FreeCellChain, pLink);
+    storeShareWord(m_nPoolSize, nPoolSize);  // what makes it a pool comes last
     return true;
 }
 
+// The header that ends up inside the merged cell stays marked free: a block freed twice is told by it.
 bool baseStaticPoolAlloc::joinRight(const bounds& area, poll_chain* pCell) {
     poll_chain* pRight = pCell->get_pRight();
     if (addressOf(pRight) >= area.uEnd)
@@ -328,6 +338,7 @@ bool baseStaticPoolAlloc::joinRight(const bounds& area, poll_chain* pCell) {
     if (!unlinkFree(area, linkOf(pRight)))
         return false;
     pCell->set_pRight(pRight->get_pRight());
+    pRight->set_cell_free(true);
     return true;
 }
 
@@ -408,13 +419,20 @@ void baseStaticPoolAlloc::free(void* p) {
 }
 
 void baseStaticPoolAlloc::cleanup_pool() {
-    QOR_ASSERT(find_big_enough_cell(m_nPoolSize + 1) == NULL);
-    QOR_ASSERT(begin_cell()->get_pRight() == end_cell());
+    bounds area;
+    if (!getBounds(area))
+        return;
+    QOR_ASSERT_TEXT(findCell(area, 0x7FFFFFFF) == NULL, "find_big_enough_cell(m_nPoolSize + 1) == NULL");
+    if (area.uEnd - area.uBegin >= sizeof(poll_chain))
+        QOR_ASSERT(begin_cell()->get_pRight() == end_cell());
 }
 
 // ---- baseSharePoolAlloc
 
-baseSharePoolAlloc::baseSharePoolAlloc() { storeShareWord(m_iOffsetPoolAlloc, -1); }
+baseSharePoolAlloc::baseSharePoolAlloc() {
+    static_assert(offsetof(baseSharePoolAlloc, m_iOffsetPoolAlloc) == 0, "shared layout");
+    storeShareWord(m_iOffsetPoolAlloc, -1);
+}
 
 void baseSharePoolAlloc::set_pPool(baseStaticPoolAlloc* p) {
     if (!QOR_ASSERT_TEXT(get_pPool() == NULL && p != NULL, "get_pPool() == NULL && pPool != NULL"))

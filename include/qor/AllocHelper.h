@@ -202,6 +202,8 @@ class QOR_API baseSharePoolAlloc {
 public:
     /// No pool yet.
     baseSharePoolAlloc();
+    baseSharePoolAlloc(const baseSharePoolAlloc&) = delete;
+    baseSharePoolAlloc& operator=(const baseSharePoolAlloc&) = delete;
     /// Does nothing: the pool outlives any one view of it.
     ~baseSharePoolAlloc() {}
 
