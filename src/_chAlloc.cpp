@@ -1,10 +1,10 @@
 // Node and pool allocators.
 //
 // Invariants of a pool: its cells tile the area; the free ones are linked, by their data, in order of addresses into a
-// circular chain whose head is m_FreeCellChain. The way forward is whole at every instant; a kill between two stores may
-// leave a backward link behind, or a used cell that nobody owns, but never one block handed out twice or a free cell
-// with links of old: a cell is marked used before it leaves the chain and free after it has entered it, and what is
-// marked used in the chain is passed over.
+// circular chain whose head is m_FreeCellChain. The way forward is whole at every instant: a cell's own links are complete
+// before it is marked free and linked, and it leaves the chain before it is marked used. So a kill between two stores
+// may leave a link backwards behind, a used cell that nobody owns, or a free cell that is not in the chain, which the
+// next merge with its left neighbour takes in; but never one block handed out twice.
 //
 // Shared memory may be damaged. Every operation first takes the area's bounds from the segment that holds the record,
 // follows a link only to a sound cell inside them, and takes no more steps than there can be cells.
@@ -40,6 +40,18 @@ uintptr_t addressOf(const void* p) { return reinterpret_cast<uintptr_t>(p); }
 __attribute__((noinline)) void bypass(list_chain_offset* pLeft, list_chain_offset* pRight) {
     pRight->set_pPrev(pLeft);
     pLeft->set_pNext(pRight);
+}
+
+// The new link's own words, while nothing leads to it.
+void aim(list_chain_offset* pNew, const list_chain_offset* pLeft, const list_chain_offset* pRight) {
+    pNew->set_pNext(pRight);
+    pNew->set_pPrev(pLeft);
+}
+
+// The store that makes it reachable, and then the way back.
+void insert(list_chain_offset* pLeft, list_chain_offset* pNew, list_chain_offset* pRight) {
+    pLeft->set_pNext(pNew);
+    pRight->set_pPrev(pNew);
 }
 
 }  // namespace
@@ -251,19 +263,12 @@ bool baseStaticPoolAlloc::unlinkFree(const bounds& area, type_chain* p) {
     return true;
 }
 
-void baseStaticPoolAlloc::linkFree(type_chain* pLeft, type_chain* pNew, type_chain* pRight) {
-    pNew->set_pNext(pRight);
-    pNew->set_pPrev(pLeft);
-    pLeft->set_pNext(pNew);
-    pRight->set_pPrev(pNew);
-}
-
 void baseStaticPoolAlloc::pop_free_cell(poll_chain* pCell) {
     bounds area;
     if (!getBounds(area))
         return;
-    pCell->set_cell_free(false);
     unlinkFree(area, linkOf(pCell));
+    pCell->set_cell_free(false);
 }
 
 void baseStaticPoolAlloc::push_free_cell(poll_chain* pCell) {
@@ -276,14 +281,18 @@ void baseStaticPoolAlloc::push_free_cell(poll_chain* pCell) {
             failBroken();
             return;
         }
-        // A free cell that a killed process has left out of the chain does not count.
+        // A free cell that a killed process has left outside the chain does not count.
         if (pRight->is_free_cell() && leftOf(area, linkOf(pRight)) != NULL) {
             pBehind = linkOf(pRight);
             break;
         }
     }
-    if (type_chain* pLeft = leftOf(area, pBehind))
-        linkFree(pLeft, linkOf(pCell), pBehind);
+    type_chain* pLeft = leftOf(area, pBehind);
+    if (pLeft == NULL)
+        return;
+    aim(linkOf(pCell), pLeft, pBehind);
+    pCell->set_cell_free(true);
+    insert(pLeft, linkOf(pCell), pBehind);
 }
 
 // ---- baseStaticPoolAlloc: cells
@@ -334,11 +343,9 @@ bool baseStaticPoolAlloc::joinRight(const bounds& area, poll_chain* pCell) {
         return failBroken();
     if (!pRight->is_free_cell())
         return false;
-    pRight->set_cell_free(false);
     if (!unlinkFree(area, linkOf(pRight)))
         return false;
     pCell->set_pRight(pRight->get_pRight());
-    pRight->set_cell_free(true);
     return true;
 }
 
@@ -375,7 +382,7 @@ poll_chain* baseStaticPoolAlloc::find_big_enough_cell(int nAllocSize) {
     return pCell;
 }
 
-// The new cell counts as used until it is in the chain.
+// The new cell is complete, with its links, before it is cut off.
 void baseStaticPoolAlloc::disjoin_big_cell(poll_chain* pCell, int nAllocSize) {
     bounds area;
     if (!QOR_ASSERT(is_valid_cell(pCell) && pCell->get_nPoolSize() >= nAllocSize) || !getBounds(area))
@@ -389,10 +396,10 @@ void baseStaticPoolAlloc::disjoin_big_cell(poll_chain* pCell, int nAllocSize) {
         return;
     }
     poll_chain* pNew = reinterpret_cast<poll_chain*>(addressOf(pCell->get_pData()) + static_cast<unsigned>(nAllocSize));
-    pNew->init_cell(static_cast<uint32_t>(addressOf(pCell->get_pRight()) - addressOf(pNew)), false);
+    pNew->init_cell(static_cast<uint32_t>(addressOf(pCell->get_pRight()) - addressOf(pNew)), true);
+    aim(linkOf(pNew), linkOf(pCell), pRightLink);
     pCell->set_pRight(pNew);
-    linkFree(linkOf(pCell), linkOf(pNew), pRightLink);
-    pNew->set_cell_free(true);
+    insert(linkOf(pCell), linkOf(pNew), pRightLink);
 }
 
 void* baseStaticPoolAlloc::alloc(int nAllocSize) {
@@ -415,7 +422,6 @@ void baseStaticPoolAlloc::free(void* p) {
     if (!QOR_ASSERT(!pFreeCell->is_free_cell()))
         return;
     push_free_cell(pFreeCell);
-    pFreeCell->set_cell_free(true);
 }
 
 void baseStaticPoolAlloc::cleanup_pool() {

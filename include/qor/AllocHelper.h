@@ -158,7 +158,7 @@ public:
 
     /// Internal: takes a cell out of the chain of free cells and marks it as used.
     void pop_free_cell(poll_chain* pCell);
-    /// Internal: puts a cell into the chain of free cells, in order of addresses; the caller marks it free.
+    /// Internal: marks a cell free and puts it into the chain of free cells, in order of addresses.
     void push_free_cell(poll_chain* pCell);
     /// Internal: the first free cell with room for nAllocSize bytes, cut to size; null when there is none. Merges the
     /// free neighbours that it meets.
@@ -188,7 +188,6 @@ private:
     bool unlinkFree(const bounds& area, type_chain* p);
     type_chain* leftOf(const bounds& area, type_chain* p);
     type_chain* searchLeftOf(const bounds& area, type_chain* p);
-    static void linkFree(type_chain* pLeft, type_chain* pNew, type_chain* pRight);
 
     int32_t m_nPoolSize;
     int32_t m_iOffsetPool;
