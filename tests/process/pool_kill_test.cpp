@@ -456,17 +456,17 @@ protected:
 
 TEST_F(Kill, APoolGoesOnWithWhatWasStored) {
     poolScenario s;
-    KillEverywhere("pool", s, scaled(120));
+    KillEverywhere("pool", s, scaled(80));
 }
 
 TEST_F(Kill, AListChangesCompletelyOrNotAtAll) {
     listScenario s;
-    KillEverywhere("list and map", s, scaled(40));
+    KillEverywhere("list and map", s, scaled(30));
 }
 
 TEST_F(Kill, AChainChangesCompletelyOrNotAtAll) {
     chainScenario s;
-    KillEverywhere("chain", s, scaled(40));
+    KillEverywhere("chain", s, scaled(30));
 }
 
 }  // namespace

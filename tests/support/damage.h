@@ -1,5 +1,5 @@
-// Damaged shared memory: a segment that nobody can leave unnoticed, random changes of its words, and how operations on
-// it end.
+// Damaged shared memory: a segment that nobody can leave unnoticed, random changes of its words, and how
+// operations on it end.
 #ifndef TESTS_SUPPORT_DAMAGE_H
 #define TESTS_SUPPORT_DAMAGE_H
 
@@ -38,11 +38,12 @@ public:
     size_t size() const { return m_nSize; }
     bool holds(const void* p, size_t nSize) const {
         const char* pc = static_cast<const char*>(p);
-        return pc >= m_pBegin && pc <= m_pBegin + m_nSize && nSize <= static_cast<size_t>(m_pBegin + m_nSize - pc);
+        return pc >= m_pBegin && pc <= m_pBegin + m_nSize &&
+               nSize <= static_cast<size_t>(m_pBegin + m_nSize - pc);
     }
 
-    // Overwrites a few words among the first nBytes with what damage looks like: noise, small numbers, single bits,
-    // other words, distances into the segment and just past its ends.
+    // Overwrites a few words among the first nBytes with what damage looks like: noise, small numbers, single
+    // bits, other words, distances into the segment and just past its ends.
     void Damage(std::mt19937& random, size_t nBytes) {
         for (unsigned n = 1 + random() % 6; n > 0; --n) {
             const size_t nAt = random() % (nBytes / 4) * 4;
@@ -85,7 +86,9 @@ struct ending {
     std::string strReport;  // standard error
 
     // A fatal assertion is an ending that a damaged segment may have.
-    bool asserted() const { return nStatus == -SIGABRT && strReport.find("error: \033[00m[_ch") != std::string::npos; }
+    bool asserted() const {
+        return nStatus == -SIGABRT && strReport.find("error: \033[00m[_ch") != std::string::npos;
+    }
 };
 
 // Runs an operation in a child, with a watchdog.

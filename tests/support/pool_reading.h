@@ -1,8 +1,8 @@
 // A pool as another program would read it: from its bytes alone, without the library.
 //
-// Word 0 of the control record is the area's size, word 1 the distance to it, words 2 and 3 the head of the chain of free
-// cells. A cell is one header word, bit 31 set while it is free, the others its length, and its data; a free cell's data
-// begin with its links. Places are given as distances from the control record.
+// Word 0 of the control record is the area's size, word 1 the distance to it, words 2 and 3 the head of the
+// chain of free cells. A cell is one header word, bit 31 set while it is free, the others its length, and its
+// data; a free cell's data begin with its links. Places are given as distances from the control record.
 #ifndef TESTS_SUPPORT_POOL_READING_H
 #define TESTS_SUPPORT_POOL_READING_H
 
@@ -22,7 +22,9 @@ struct poolCell {
 
     int data() const { return nAt + 4; }
     int size() const { return nLength - 4; }
-    bool operator==(const poolCell& r) const { return nAt == r.nAt && nLength == r.nLength && bFree == r.bFree; }
+    bool operator==(const poolCell& r) const {
+        return nAt == r.nAt && nLength == r.nLength && bFree == r.bFree;
+    }
 };
 
 class poolReading {
@@ -52,7 +54,9 @@ public:
                 return &cell;
         return nullptr;
     }
-    bool isChained(int nAt) const { return std::find(m_listChain.begin(), m_listChain.end(), nAt) != m_listChain.end(); }
+    bool isChained(int nAt) const {
+        return std::find(m_listChain.begin(), m_listChain.end(), nAt) != m_listChain.end();
+    }
 
 private:
     int32_t word(int nAt) const {

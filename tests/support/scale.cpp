@@ -11,7 +11,7 @@ int scaled(int nRounds) {
     constexpr bool bSanitized = false;
 #endif
     const bool bSlow = bSanitized || strlen(QOR_TEST_EMULATOR) != 0;
-    return bSlow ? nRounds / 8 + 1 : nRounds;
+    return bSlow ? nRounds / 12 + 1 : nRounds;
 }
 
 }  // namespace qorTest

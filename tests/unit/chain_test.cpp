@@ -20,10 +20,9 @@ int32_t wordAt(const void* p, int iWord = 0) {
     return n;
 }
 
-#define FOR_EACH_LINK(what) \
-    what(pNext) what(pPrev) what(pLeft) what(pRight) what(pParent) what(pChild)
+#define FOR_EACH_LINK(what) what(pNext) what(pPrev) what(pLeft) what(pRight) what(pParent) what(pChild)
 
-TEST(Chain, APointerLinkIsThePointerItself) {
+TEST(Chain, APointerLinkIsThePointerItself){
 #define CHECK_LINK(name)                                              \
     {                                                                 \
         pointer_chain_##name vLink{}, vOther{};                       \
@@ -40,7 +39,7 @@ TEST(Chain, APointerLinkIsThePointerItself) {
 #undef CHECK_LINK
 }
 
-TEST(Chain, AnOffsetLinkIsTheDistanceFromItsOwnWordAndAllOnesForNull) {
+TEST(Chain, AnOffsetLinkIsTheDistanceFromItsOwnWordAndAllOnesForNull){
 #define CHECK_LINK(name)                                \
     {                                                   \
         offset_chain_##name aLink[3]{};                 \
@@ -83,7 +82,8 @@ TEST(Chain, NextLeadsToTheBeginAndPrevToTheSecondWord) {
     list_chain_pointer aPointer[2];
     link_list_node(&aPointer[0], &aPointer[1]);
     EXPECT_EQ(&aPointer[1], aPointer[0].get_pNext());
-    EXPECT_EQ(reinterpret_cast<char*>(&aPointer[0]) + sizeof(void*), reinterpret_cast<char*>(aPointer[1].get_pPrev()));
+    EXPECT_EQ(reinterpret_cast<char*>(&aPointer[0]) + sizeof(void*),
+              reinterpret_cast<char*>(aPointer[1].get_pPrev()));
     EXPECT_EQ(&aPointer[0], aPointer[1].get_pPrevNode());
 }
 
@@ -210,7 +210,8 @@ TEST(Chain, ANodeIsItsLinksAndThenItsPayload) {
     EXPECT_EQ(reinterpret_cast<char*>(&node) + 8, reinterpret_cast<char*>(&node.m_value));
     EXPECT_EQ(0, node.m_value) << "a new payload has its default value";
     list_node_pointer<int> nodePointer;
-    EXPECT_EQ(reinterpret_cast<char*>(&nodePointer) + 2 * sizeof(void*), reinterpret_cast<char*>(&nodePointer.m_value));
+    EXPECT_EQ(reinterpret_cast<char*>(&nodePointer) + 2 * sizeof(void*),
+              reinterpret_cast<char*>(&nodePointer.m_value));
 }
 
 TEST(ShareWord, IsStoredAndRead) {
@@ -345,8 +346,8 @@ TEST_F(ShareChain, UnlinkingNullsTheRecordsLinks) {
 
 TEST_F(ShareChain, StaleLinksBackwardsAreSeenThrough) {
     fill(4);
-    link(3)->set_pPrev(link(0));          // as if killed after 2 was inserted between
-    m_pBlock->vHead.set_pPrev(link(2));   // as if killed after 3 was appended
+    link(3)->set_pPrev(link(0));         // as if killed after 2 was inserted between
+    m_pBlock->vHead.set_pPrev(link(2));  // as if killed after 3 was appended
     EXPECT_EQ((std::vector<int>{3, 2, 1, 0}), numbersBackwards());
     chain().Unlink(link(3));
     EXPECT_EQ((std::vector<int>{2, 1, 0}), numbersBackwards());
@@ -387,7 +388,8 @@ TEST_F(ShareChain, ALinkOutOfTheSegmentAMisalignedOneAndARingAreFatal) {
     int32_t nWord = wordAt(link(1));
     const auto expectBroken = [this](int32_t nDistance) {
         memcpy(static_cast<void*>(link(1)), &nDistance, sizeof(nDistance));
-        EXPECT_EXIT(numbers(), testing::KilledBySignal(SIGABRT), "\\[_chTest:[0-9]+\\] broken share chain ") << nDistance;
+        EXPECT_EXIT(numbers(), testing::KilledBySignal(SIGABRT), "\\[_chTest:[0-9]+\\] broken share chain ")
+            << nDistance;
     };
     expectBroken(-1);
     expectBroken(nWord + 2);
@@ -417,7 +419,8 @@ TEST_F(ShareChain, DamageEndsInAResultOrAnAssertion) {
             return 0;
         });
         nAsserted += end.asserted();
-        ASSERT_TRUE(end.nStatus == 0 || end.asserted()) << "seed " << iSeed << ": " << end.nStatus << " " << end.strReport;
+        ASSERT_TRUE(end.nStatus == 0 || end.asserted())
+            << "seed " << iSeed << ": " << end.nStatus << " " << end.strReport;
     }
     EXPECT_GT(nAsserted, 0);
     EXPECT_LT(nAsserted, nSeeds);

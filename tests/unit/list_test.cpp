@@ -1,5 +1,5 @@
-// Lists in the memory of one process and in a shared pool: every operation in both forms, the layout of the shared form,
-// what a killed process leaves behind, and damage.
+// Lists in the memory of one process and in a shared pool: every operation in both forms, the layout of the
+// shared form, what a killed process leaves behind, and damage.
 #include <list>
 #include <random>
 
@@ -373,8 +373,10 @@ TEST_F(ShareList, GivesItsNodesBackToThePool) {
 }
 
 TEST_F(ShareList, ViolatedPreconditionsAreFatal) {
-    EXPECT_EXIT(list().BorrowNode(-1), testing::KilledBySignal(SIGABRT), "\\[_chList:[0-9]+\\] nExtraSize >= 0 ");
-    EXPECT_EXIT(list().ReturnNode(NULL), testing::KilledBySignal(SIGABRT), "\\[_chList:[0-9]+\\] pNode != NULL ");
+    EXPECT_EXIT(list().BorrowNode(-1), testing::KilledBySignal(SIGABRT),
+                "\\[_chList:[0-9]+\\] nExtraSize >= 0 ");
+    EXPECT_EXIT(list().ReturnNode(NULL), testing::KilledBySignal(SIGABRT),
+                "\\[_chList:[0-9]+\\] pNode != NULL ");
     EXPECT_EXIT(fill(200), testing::KilledBySignal(SIGABRT), "\\[_chAlloc:[0-9]+\\] pResultCell != NULL ");
     EXPECT_EXIT(list().BorrowNode(0x7FFFFFFF), testing::KilledBySignal(SIGABRT),
                 "\\[_chAlloc:[0-9]+\\] pResultCell != NULL ");
@@ -409,7 +411,8 @@ TEST_F(ShareList, TheLastElementIsFoundWhenTheOneThatTheHeadNamesHasBeenFreed) {
 TEST_F(ShareList, TheLinksSayWhetherItIsEmpty) {
     fill(1);
     const int32_t nCount = 0;
-    memcpy(reinterpret_cast<char*>(&list()) + 4, &nCount, sizeof(nCount));  // as if killed before the count was stored
+    memcpy(reinterpret_cast<char*>(&list()) + 4, &nCount,
+           sizeof(nCount));  // as if killed before the count was stored
     EXPECT_FALSE(list().empty());
     list().clear();
     EXPECT_TRUE(list().empty());
@@ -428,7 +431,8 @@ TEST_F(ShareList, ALinkOutOfTheSegmentIsFatalAndSoIsARing) {
             EXPECT_EXIT(list().clear(), testing::KilledBySignal(SIGABRT), isBroken);
         }
     };
-    const int32_t nToEnd = static_cast<int32_t>(m_segment.begin() + m_segment.size() - reinterpret_cast<char*>(link(1)));
+    const int32_t nToEnd =
+        static_cast<int32_t>(m_segment.begin() + m_segment.size() - reinterpret_cast<char*>(link(1)));
     for (int32_t nDistance : {-1, 2, nToEnd, nToEnd - 4, nToEnd - 8, -0x10000, 0x10000})
         expectBroken(nDistance, true);
     expectBroken(0, false);
@@ -470,7 +474,8 @@ TEST_F(ShareList, DamageEndsInAResultOrAnAssertion) {
             return 0;
         });
         nAsserted += end.asserted();
-        ASSERT_TRUE(end.nStatus == 0 || end.asserted()) << "seed " << iSeed << ": " << end.nStatus << " " << end.strReport;
+        ASSERT_TRUE(end.nStatus == 0 || end.asserted())
+            << "seed " << iSeed << ": " << end.nStatus << " " << end.strReport;
     }
     EXPECT_GT(nAsserted, nSeeds / 10);
     EXPECT_LT(nAsserted, nSeeds);
