@@ -12,7 +12,9 @@
 /// bytes of the data link it into the chain of free cells, which is in order of addresses. Neighbours that are free are
 /// merged when a search meets them, not when they are freed.
 ///
-/// Exhaustion is a fatal assertion, never a null result. Nothing here locks.
+/// Exhaustion is a fatal assertion, never a null result. Nothing here locks. A process that is killed inside an
+/// operation leaves a pool that works for the others; at most the block at hand is lost. A damaged pool is the fatal
+/// assertion "broken share pool".
 ///
 /// @code
 /// struct area { QOR_AllocHelper::baseStaticPoolAlloc pool; alignas(4) char aPool[1024]; } a;

@@ -14,7 +14,9 @@
 ///     use((*it).key, (*it).value);
 /// @endcode
 ///
-/// An iterator is valid until its node is erased; end() is the list's head. No container locks.
+/// An iterator is valid until its node is erased; end() is the list's head. No container locks. A process that is killed
+/// inside an operation leaves the list as it was or as it was to be; only size() may be one behind. An iterator cannot
+/// tell that a damaged chain runs in a ring: a walk of one's own counts, or is left to find_if(), which does.
 #ifndef QOR_LISTHELPER_H
 #define QOR_LISTHELPER_H
 
