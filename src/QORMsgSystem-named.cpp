@@ -176,8 +176,12 @@ uCSystemStorageHelper* uCSystemStorageHelpergetGlobalObject() {
 
 // The counter of that name, made all zero when there is none, so that its first step is refused.
 chAccumulater* uCSystemStorageHelper::accumulater(const char* lpszName) {
-    return static_cast<chAccumulater*>(
-        getObject()->m_objManager.GetNamedObject(lpszName, sizeof(chAccumulater), NULL));
+    void* const pData = getObject()->m_objManager.GetNamedObject(lpszName, sizeof(chAccumulater), NULL);
+    // A link into the last bytes of the file leads to a name, but not to a whole counter.
+    if (pData == NULL || !QOR_ASSERT_TEXT(QOR_ChainHelper::findShareRange(getObject()).holds(pData, sizeof(chAccumulater)),
+                                          "broken chain of named objects"))
+        return NULL;
+    return static_cast<chAccumulater*>(pData);
 }
 
 void uCSystemStorageHelper::CreateAccumulater(const char* lpszName, uint32_t uValue, uint32_t uMin, uint32_t uMax) {

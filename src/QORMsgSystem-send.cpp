@@ -253,15 +253,18 @@ void chThreadBase::AfterProcessMessage(msgObject& objMessage) {
 
 // The caller holds the mutex. The task to wake, or 0.
 int chThreadBase::FinishRecord(msgObject& objMessage) {
+    chMsgQueue* pQueue = getMsgQueue();
+    if (pQueue == NULL)
+        return 0;
     const int nStatus = objMessage.GetStatus();
     if (loadShareWord(objMessage.m_bIsWaitingReply) == 0) {
         objMessage.SetStatus(MT_PROCESSED);
-        m_pMsgQueue->FreeMessage(&objMessage);
+        pQueue->FreeMessage(&objMessage);
     } else if (nStatus == MT_READ || nStatus == MT_REPLIED) {
         objMessage.SetStatus(MT_PROCESSED);
         return nStatus == MT_READ ? loadShareWord(objMessage.m_idSender) : 0;
     } else if (nStatus == MT_CLOSED) {
-        m_pMsgQueue->FreeMessage(&objMessage);
+        pQueue->FreeMessage(&objMessage);
     } else {
         failUnexpectedStatus(nStatus);
     }

@@ -100,9 +100,11 @@ chThreadLocal* chThreadTimer::hostThread() {
 void chThreadTimer::FreeExistMessageBody() {
     if (m_pEmitedMessage == NULL)
         return;
-    chThreadLocal* pHost = hostThread();
+    chMsgQueue* pQueue = hostThread()->getMsgQueue();
+    if (pQueue == NULL)
+        return;
     scopeShareLock<chSystemShareFrame> lock(*uCSystemShareHelpergetGlobalObject());
-    pHost->getMsgQueue()->FreeMessage(m_pEmitedMessage);
+    pQueue->FreeMessage(m_pEmitedMessage);
     m_pEmitedMessage = NULL;
 }
 
