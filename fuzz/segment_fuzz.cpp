@@ -2,12 +2,13 @@
 // For each input a child process registers, overwrites words of the segments as the input says, and runs every
 // operation over them: each gives a result, an error or an assertion, in bounded time.
 //
-// An input is one byte, the operation to begin with, and then records of 8 bytes:
+// An input is one byte, the operation to begin with (bit 7: check the pools at the end), and then records of 8 bytes:
 //     0  bits 0-1 the segment, bits 2-4 how the word is changed, bit 7 set: any word, else one of the first
 //     1  before which operation, counted in the order in which they run
 //     2  index of the word, 16 bits
 //     4  value, 32 bits
 #include <string.h>
+#include <sys/mman.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -221,6 +222,25 @@ void mergePools(actor&) {
     nameHelperUnlock();
 }
 
+// An allocator of nodes, as an application keeps it in a named block.
+constexpr int sizeNode = 12;
+constexpr int countNode = 4;
+constexpr int sizeNodeBlock = sizeof(QOR_AllocHelper::baseStaticNodeAlloc) + sizeNode * countNode;
+
+void useNodes(actor&) {
+    nameHelperLock();
+    int bCreated = 0;
+    void* pBlock = nameGetSystemObject("nodes", sizeNodeBlock, &bCreated);
+    if (bCreated)
+        new (pBlock) QOR_AllocHelper::baseStaticNodeAlloc(sizeNode, countNode);
+    auto* pNodes = static_cast<QOR_AllocHelper::baseStaticNodeAlloc*>(pBlock);
+    void* pFirst = pNodes->borrow_node();
+    void* pSecond = pNodes->borrow_node();
+    pNodes->return_node(pFirst);
+    pNodes->return_node(pSecond);
+    nameHelperUnlock();
+}
+
 void readClock(actor&) {
     QOR_BaseHelper::chTimeout timeout(0);
     timeout.GetLeftMillisecond();
@@ -251,7 +271,7 @@ typedef void (*operation)(actor&);
 const operation s_aOperation[] = {handle,      postEverywhere, sendEverywhere, sendByHand,    lookUp,   broadcast,
                                   sweep,       registAnother,  runTimers,      callProxies,   useQueue, usePool,
                                   mergePools,  useNamedBlocks, useCounters,    useTrace,      readClock, openAnew,
-                                  renewListener, clearOwnQueue, handle};
+                                  renewListener, clearOwnQueue, useNodes, handle};
 constexpr size_t countOperation = sizeof(s_aOperation) / sizeof(s_aOperation[0]);
 
 // ---- the segments
@@ -277,10 +297,37 @@ void restoreSegments() {
         memcpy(seg.pData, seg.image.data(), seg.nSize);
 }
 
+// Memory that nobody may touch, as much as a segment takes each time, until the gaps are filled in which one would fit: the
+// kernel maps the next segment below it.
+void guard(size_t nSize) {
+    const char* pLast = NULL;
+    for (int nInRow = 0, nLeft = 200; nInRow < 4 && nLeft > 0; --nLeft) {
+        const void* p = mmap(NULL, nSize, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+        if (p == MAP_FAILED)
+            abort();
+        const char* pThis = static_cast<const char*>(p);
+        nInRow = pLast != NULL && pThis + nSize == pLast ? nInRow + 1 : 0;
+        pLast = pThis;
+    }
+}
+
+// Opens the segments between such memory: an access past the end of one is a signal.
+void openSegments() {
+    guard(sizeof(*trace().getObject()));
+    trace().RedirectToNull();
+    guard(sizeof(*share().getObject()));
+    share().getObject();
+    guard(sizeof(*named().getObject()));
+    named().getObject();
+    guard(sizeof(*storage().getObject()));
+    storage().getObject();
+    guard(sizeof(*storage().getObject()));
+}
+
 // What a device has after a while: live and dead threads with messages, blocks, counters, lines.
 void buildSegments() {
     memset(s_aBytes, 'x', sizeof(s_aBytes));
-    trace().RedirectToNull();
+    openSegments();
     HTHREAD hMain = msgRegistMainThread("main", onMessage);
     const pid_t idGhost = fork();
     if (idGhost == 0) {
@@ -297,6 +344,8 @@ void buildSegments() {
         nameGetSystemObject(lpszName, 64, NULL);
     named().getObject()->m_objManager.FreeNamedObject("aaa");
     nameHelperUnlock();
+    actor nobody;
+    useNodes(nobody);
     accCreateAccumulater("ticket", 98, 1, 100);
     accCreateAccumulater("door", 0, 0, 1000);
     for (const char* lpszLine : {"one", "two", "three"}) {
@@ -363,7 +412,15 @@ std::vector<damage> readDamages(const uint8_t* pData, size_t nSize) {
     return listDamage;
 }
 
-void runOperations(size_t iFirst, const std::vector<damage>& listDamage) {
+// No block is free that should not be: with threads alive, this ends in an assertion.
+void checkPools() {
+    for (QOR_AllocHelper::baseStaticPoolAlloc* pPool :
+         {&trace().getObject()->m_objPool, &storage().getObject()->m_objPool, &named().getObject()->m_objPool,
+          &share().getObject()->m_objPool})
+        pPool->cleanup_pool();
+}
+
+void runOperations(uint8_t uFirst, const std::vector<damage>& listDamage) {
     actor me;
     me.hThread = msgRegistMainThread("child", onMessage);
     me.pThread = static_cast<chThreadLocal*>(msgGetCurrentThreadObject());
@@ -375,11 +432,13 @@ void runOperations(size_t iFirst, const std::vector<damage>& listDamage) {
         for (const damage& objDamage : listDamage)
             if (objDamage.iStage == i)
                 objDamage.Apply();
-        s_aOperation[(iFirst + i) % countOperation](me);
+        s_aOperation[(uFirst % 128u + i) % countOperation](me);
     }
     me.pTimer.reset();
     me.pListener.reset();
     msgUnregistMainThread(me.hThread);
+    if (uFirst >= 128)
+        checkPools();
 }
 
 void removeEvent(int idTask) {

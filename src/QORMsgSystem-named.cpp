@@ -134,7 +134,11 @@ void chNamedObjectManager::FreeObject(void* pData) {
 
 void chNamedObjectManager::freeRecord(const place& at) {
     namedRecord* const pRecord = at.record();
-    link_list_node(at.pPrev, pRecord->m_vChain.get_pNext());
+    list_chain_offset* const pRight = pRecord->m_vChain.get_pNext();
+    if (!QOR_ASSERT_TEXT(QOR_ChainHelper::findShareRange(this).holds(pRight, sizeof(*pRight)),
+                         "broken chain of named objects"))
+        return;
+    link_list_node(at.pPrev, pRight);
     pRecord->~namedRecord();
     m_objPool.free(pRecord);
 }
