@@ -1,4 +1,5 @@
-// This file is compiled without instrumentation: the compiler declares the counters for itself in every other one.
+// This file is compiled without instrumentation: the compiler declares the counters for itself in every other
+// one.
 #include "childrun.h"
 
 #include <errno.h>
@@ -120,7 +121,8 @@ pid_t runInChild(const std::function<void()>& fnRun) {
     }
     coverage.Take();
     if (getenv("QOR_FUZZ_VERBOSE") != NULL)
-        fprintf(stderr, "child ended by %s\n%s", WIFEXITED(nStatus) ? "returning" : "an assertion", strSaid.c_str());
+        fprintf(stderr, "child ended by %s\n%s", WIFEXITED(nStatus) ? "returning" : "an assertion",
+                strSaid.c_str());
     return idChild;
 }
 

@@ -1,8 +1,9 @@
-// Damaged shared segments. Real operations build the segments of messages, named blocks, counters and trace lines once.
-// For each input a child process registers, overwrites words of the segments as the input says, and runs every
-// operation over them: each gives a result, an error or an assertion, in bounded time.
+// Damaged shared segments. Real operations build the segments of messages, named blocks, counters and trace
+// lines once. For each input a child process registers, overwrites words of the segments as the input says,
+// and runs every operation over them: each gives a result, an error or an assertion, in bounded time.
 //
-// An input is one byte, the operation to begin with (bit 7: check the pools at the end), and then records of 8 bytes:
+// An input is one byte, the operation to begin with (bit 7: check the pools at the end), and then records of
+// 8 bytes:
 //     0  bits 0-1 the segment, bits 2-4 how the word is changed, bit 7 set: any word, else one of the first
 //     1  before which operation, counted in the order in which they run
 //     2  index of the word, 16 bits
@@ -26,10 +27,18 @@ using QOR_TraceHelper::uCTraceHelpergetGlobalObject;
 
 namespace {
 
-uCSystemShareHelper& share() { return *uCSystemShareHelpergetGlobalObject(); }
-uCSystemNamedObjectHelper& named() { return *uCSystemNamedObjectHelpergetGlobalObject(); }
-uCSystemStorageHelper& storage() { return *uCSystemStorageHelpergetGlobalObject(); }
-QOR_TraceHelper::uCTraceHelper& trace() { return *uCTraceHelpergetGlobalObject(); }
+uCSystemShareHelper& share() {
+    return *uCSystemShareHelpergetGlobalObject();
+}
+uCSystemNamedObjectHelper& named() {
+    return *uCSystemNamedObjectHelpergetGlobalObject();
+}
+uCSystemStorageHelper& storage() {
+    return *uCSystemStorageHelpergetGlobalObject();
+}
+QOR_TraceHelper::uCTraceHelper& trace() {
+    return *uCTraceHelpergetGlobalObject();
+}
 
 char s_aBytes[1024];  // extra data
 
@@ -111,10 +120,13 @@ void lookUp(actor& me) {
     share().FindMessageQueueByTaskID(me.pThread->getTaskId());
     share().FindMessageQueueByTaskID(-1);
     share().IsValidMessageQueue(msgHTHREAD2chMsgQueue(me.hThread));
-    share().IsValidMessageQueue(msgHTHREAD2chMsgQueue(reinterpret_cast<HTHREAD>(static_cast<uintptr_t>(100))));
+    share().IsValidMessageQueue(
+        msgHTHREAD2chMsgQueue(reinterpret_cast<HTHREAD>(static_cast<uintptr_t>(100))));
 }
 
-void broadcast(actor&) { msgBroadpostThreadMsgEx(0x109, 0, 0, 12, s_aBytes); }
+void broadcast(actor&) {
+    msgBroadpostThreadMsgEx(0x109, 0, 0, 12, s_aBytes);
+}
 
 void sweep(actor&) {
     share().Lock(-1);
@@ -201,7 +213,8 @@ void usePool(actor&) {
 
 void useQueue(actor& me) {
     share().Lock(-1);
-    if (chMsgQueue* pQueue = share().getObject()->m_objManager.FindMessageQueue(me.pThread->GetThreadName())) {
+    if (chMsgQueue* pQueue =
+            share().getObject()->m_objManager.FindMessageQueue(me.pThread->GetThreadName())) {
         msgObject* pLow = pQueue->AllocMessage(-1, 20);
         pQueue->AllocMessage(9, 0);
         pQueue->HasMessage();
@@ -268,10 +281,11 @@ void clearOwnQueue(actor& me) {
 
 typedef void (*operation)(actor&);
 
-const operation s_aOperation[] = {handle,      postEverywhere, sendEverywhere, sendByHand,    lookUp,   broadcast,
-                                  sweep,       registAnother,  runTimers,      callProxies,   useQueue, usePool,
-                                  mergePools,  useNamedBlocks, useCounters,    useTrace,      readClock, openAnew,
-                                  renewListener, clearOwnQueue, useNodes, handle};
+const operation s_aOperation[] = {handle,    postEverywhere, sendEverywhere, sendByHand,     lookUp,
+                                  broadcast, sweep,          registAnother,  runTimers,      callProxies,
+                                  useQueue,  usePool,        mergePools,     useNamedBlocks, useCounters,
+                                  useTrace,  readClock,      openAnew,       renewListener,  clearOwnQueue,
+                                  useNodes,  handle};
 constexpr size_t countOperation = sizeof(s_aOperation) / sizeof(s_aOperation[0]);
 
 // ---- the segments
@@ -297,8 +311,8 @@ void restoreSegments() {
         memcpy(seg.pData, seg.image.data(), seg.nSize);
 }
 
-// Memory that nobody may touch, as much as a segment takes each time, until the gaps are filled in which one would fit: the
-// kernel maps the next segment below it.
+// Memory that nobody may touch, as much as a segment takes each time, until the gaps are filled in which one
+// would fit: the kernel maps the next segment below it.
 void guard(size_t nSize) {
     const char* pLast = NULL;
     for (int nInRow = 0, nLeft = 200; nInRow < 4 && nLeft > 0; --nLeft) {
@@ -457,7 +471,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* pData, size_t nSize) {
     if (nSize == 0)
         return 0;
     const std::vector<damage> listDamage = readDamages(pData + 1, nSize - 1);
-    const pid_t idChild = qorFuzz::runInChild([pData, &listDamage]() { runOperations(pData[0], listDamage); });
+    const pid_t idChild =
+        qorFuzz::runInChild([pData, &listDamage]() { runOperations(pData[0], listDamage); });
     restoreSegments();
     removeEvent(idChild);
     QOR_BaseHelper::chEvent* pEvent = share().GetProcessLocal().GetCurrentTaskEvent();

@@ -182,8 +182,8 @@ uCSystemStorageHelper* uCSystemStorageHelpergetGlobalObject() {
 chAccumulater* uCSystemStorageHelper::accumulater(const char* lpszName) {
     void* const pData = getObject()->m_objManager.GetNamedObject(lpszName, sizeof(chAccumulater), NULL);
     // A link into the last bytes of the file leads to a name, but not to a whole counter.
-    if (pData == NULL || !QOR_ASSERT_TEXT(QOR_ChainHelper::findShareRange(getObject()).holds(pData, sizeof(chAccumulater)),
-                                          "broken chain of named objects"))
+    const QOR_ChainHelper::shareRange range = QOR_ChainHelper::findShareRange(getObject());
+    if (pData == NULL || !QOR_ASSERT_TEXT(range.holds(pData, sizeof(chAccumulater)), "broken chain of named objects"))
         return NULL;
     return static_cast<chAccumulater*>(pData);
 }

@@ -1,4 +1,5 @@
-// The calibration record in a damaged segment. A process looks it up once, so this test is a program of its own.
+// The calibration record in a damaged segment. A process looks it up once, so this test is a program of its
+// own.
 #include "qor/BaseHelper/Tick.h"
 #include "qor/MsgQueueHelper/Named.h"
 #include "qor/flat.h"
@@ -9,11 +10,12 @@ namespace {
 
 constexpr int sizeRecord = 28;
 
-// Links the chain of named blocks to a record of the same name that stands nLeft bytes in front of the segment's end.
+// Links the chain of named blocks to a record of the same name that stands nLeft bytes in front of the
+// segment's end.
 void moveRecord(int nLeft) {
     nameHelperLock();
-    char* pSegment = reinterpret_cast<char*>(
-        QOR_MsgQueueHelper::uCSystemNamedObjectHelpergetGlobalObject()->getObject());
+    char* pSegment =
+        reinterpret_cast<char*>(QOR_MsgQueueHelper::uCSystemNamedObjectHelpergetGlobalObject()->getObject());
     char* pData = static_cast<char*>(nameGetSystemObject("xTimerInfo", sizeRecord, NULL));
     int32_t* pOldText = reinterpret_cast<int32_t*>(pData - 4);  // as a distance from the word in front of it
     char* pText = pData - 8 + *pOldText;
