@@ -20,6 +20,7 @@
 #include <string>
 #include <vector>
 
+#include "device.h"
 #include "launcher.h"
 
 namespace device {
@@ -174,6 +175,16 @@ bool isUsed(const std::vector<leftOver>& arrLeft) {
     return bUsed;
 }
 
+// What a user may want to keep.
+void endKept(bool bRemove, const char* lpszKind, const std::string& strFile, counts& objCounts) {
+    if (access(strFile.c_str(), F_OK) != 0)
+        return;
+    if (bRemove)
+        tell(unlink(strFile.c_str()) == 0, lpszKind, strFile, objCounts.m_nFile, objCounts);
+    else
+        printf("%-8s %-9s %s (--clean-all removes it too)\n", "kept", lpszKind, strFile.c_str());
+}
+
 }  // namespace
 
 int clean(bool bStorageToo) {
@@ -183,12 +194,8 @@ int clean(bool bStorageToo) {
     counts objCounts;
     for (const leftOver& objLeft : arrLeft)
         removeObjects(objLeft, objCounts);
-    if (access(storageFile().c_str(), F_OK) == 0) {
-        if (bStorageToo)
-            tell(unlink(storageFile().c_str()) == 0, "counters", storageFile(), objCounts.m_nFile, objCounts);
-        else
-            printf("%-8s %-9s %s (--clean-all removes it too)\n", "kept", "counters", storageFile().c_str());
-    }
+    endKept(bStorageToo, "counters", storageFile(), objCounts);
+    endKept(bStorageToo, "settings", settingsFile(), objCounts);
     printf("cleaned: %d segments, %d semaphores, %d files\n", objCounts.m_nSegment, objCounts.m_nSemaphore,
            objCounts.m_nFile);
     return objCounts.m_bFailed ? 1 : 0;

@@ -23,7 +23,7 @@ int runCloser(const news& objNews) {
     HTHREAD hThread = msgRegistMainThread(nameCloser, onMessage);
     objNews.ready();
     // The reader comes late, for it prints what the others trace while they end.
-    for (const char* lpszName : {nameMonitor, nameSampler, namePanel, nameReader}) {
+    for (const char* lpszName : {nameMonitor, nameSampler, namePanel, nameSaver, nameReader}) {
         ask(lpszName, MSG_REPORT, 0, timeoutReport, nullptr);
         post(lpszName, TM_THREAD_QUIT);
     }

@@ -18,6 +18,7 @@ struct {
     int m_nHeartbeat = 0;
     uint32_t m_uThreshold = thresholdNever;
     bool m_bAlarm = false;
+    HREGISTRY m_hAlarm = 0;  // the settings of the alarm
     tally m_objSum = {};
 } g_main;
 
@@ -74,6 +75,13 @@ void checkThreshold(const reading& objReading) {
     g_main.m_bAlarm = bAlarm;
     tracePrintf("alarm %s at %u permille of memory", bAlarm ? "raised" : "over", objReading.m_uMemory);
     broadcast(MSG_ALARM, bAlarm, static_cast<int>(objReading.m_uMemory));
+    if (bAlarm)
+        change(g_main.m_hAlarm, "raised", registryGetInt(g_main.m_hAlarm, "raised", 0) + 1);
+}
+
+// Called for every change of the section, its own included.
+void readThreshold() {
+    g_main.m_uThreshold = static_cast<uint32_t>(registryGetInt(g_main.m_hAlarm, "threshold", thresholdNever));
 }
 
 void takeReading(simpMSG* pMsg) {
@@ -145,8 +153,8 @@ int onMain(simpMSG* pMsg) {
         case MSG_HEARTBEAT:
             ++g_main.m_nHeartbeat;
             return 0;
-        case MSG_THRESHOLD:
-            g_main.m_uThreshold = pMsg->wParam;
+        case TM_REGISTRY_CHANGE:
+            readThreshold();
             return 0;
         case MSG_QUERY:
             return answerQuery(pMsg->wParam);
@@ -181,8 +189,13 @@ int runController(const news& objNews) {
     szTraceAuthor = "CTL";
     HTHREAD hThread = msgRegistMainThread(nameController, onMain);
     msgLaunchCallbackWorkThread(nameWorker, onWorker, -1);
+    g_main.m_hAlarm = openSettings("Alarm");
+    change(g_main.m_hAlarm, "threshold", thresholdNever);  // whatever a killed run has left
+    regMonitorSection(g_main.m_hAlarm);
+    readThreshold();
     objNews.ready();
     const int nExit = msgDefaultThreadRun();
+    regUnmonitorSection(g_main.m_hAlarm);
     msgUnlaunchWorkThread(nameWorker);
     msgUnregistMainThread(hThread);
     addTally(getTally());

@@ -2,11 +2,13 @@
 //
 // Every process counts what it exchanges in a tally of its own; post(), ask() and broadcast() are the
 // library's calls with that counting added. Read on in launcher.cpp (who starts what), then sampler.cpp,
-// controller.cpp, panel.cpp, monitor.cpp, reader.cpp and closer.cpp.
+// controller.cpp, panel.cpp, settings.cpp, saver.cpp, monitor.cpp, reader.cpp and closer.cpp.
 #ifndef EXAMPLES_DEVICE_DEVICE_H
 #define EXAMPLES_DEVICE_DEVICE_H
 
 #include <stdint.h>
+
+#include <string>
 
 #include "qor/flat.h"
 
@@ -20,6 +22,7 @@ constexpr char nameSampler[] = "device.sampler";
 constexpr char nameMonitor[] = "device.monitor";
 constexpr char namePanel[] = "device.panel";
 constexpr char namePainter[] = "device.painter";  // the panel's second thread
+constexpr char nameSaver[] = "device.saver";
 constexpr char nameCloser[] = "device.closer";
 
 // Messages. Ids below 16 and those from 0x8000 on belong to the library.
@@ -27,8 +30,7 @@ enum : unsigned int {
     // Posted to the controller.
     MSG_READING = 0x100,    // carries a reading
     MSG_HEARTBEAT = 0x101,  // the monitor is alive
-    MSG_THRESHOLD = 0x102,  // wParam is the memory use that raises the alarm, in permille
-    MSG_TALLY = 0x103,      // carries a tally
+    MSG_TALLY = 0x102,      // carries a tally
     // Asked of the controller.
     MSG_QUERY = 0x110,   // wParam is a queryField, the reply its value
     MSG_SURVEY = 0x111,  // replies the number of readings at once, posts a summary later
@@ -129,6 +131,16 @@ tally getTally();
 // The answer to MSG_REPORT.
 int reportTally();
 
+// The settings, an INI file in the home directory; HOME is set. Made when missing; false when it cannot be used.
+std::string settingsFile();
+bool makeSettings();
+std::string readSettings();
+void showDifference(const std::string& strBefore, const std::string& strAfter);
+// Its sections, by way of the registry: what one process changes, all see at once.
+HREGISTRY openSettings(const char* lpszSection);
+// Sets a value, tells who watches the section, and has the file written.
+void change(HREGISTRY hSection, const char* lpszKey, int nValue);
+
 // Registers the calling thread, runs it until it gets the quit message, and unregisters it.
 int runThread(const char* lpszName, msgCallbackEx pCallback, const news& objNews);
 
@@ -138,6 +150,7 @@ int runController(const news& objNews);
 int runSampler(const news& objNews);
 int runMonitor(const news& objNews);
 int runPanel(const news& objNews);
+int runSaver(const news& objNews);
 int runCloser(const news& objNews);
 
 // How long the panel takes for all it has to show, in milliseconds. The launcher sets it before it starts

@@ -90,6 +90,7 @@ private:
     bool m_bClosing = false;  // processes may end
     int m_nInterrupt = 0;
     int m_nExit = 0;
+    const std::string m_strSettings = readSettings();  // before anybody changes them
 };
 
 // ---- children
@@ -294,7 +295,8 @@ void launcher::Watch(child* pMonitor, child* pPanel) {
 }
 
 bool launcher::StartAll() {
-    return Start("reader", runReader) != nullptr && Start("controller", runController) != nullptr &&
+    return Start("reader", runReader) != nullptr && Start("saver", runSaver) != nullptr &&
+           Start("controller", runController) != nullptr &&
            Start("sampler", runSampler) != nullptr;
 }
 
@@ -331,6 +333,7 @@ int launcher::Finish() {
         say("launcher", "the controller left no totals");
         return 1;
     }
+    showDifference(m_strSettings, readSettings());
     printf("exchanged: %u messages, %u sends, %u timers, %u broadcasts, %u time-outs\n", objTally.m_uMessage,
            objTally.m_uSend, objTally.m_uTimer, objTally.m_uBroadcast, objTally.m_uTimeout);
     fflush(stdout);
@@ -347,7 +350,7 @@ void printHelp() {
         "  --watchdog N  seconds after which what still runs is killed (14 more than the demo runs)\n"
         "  --clean       remove and list the System V objects and key files that the library left on this "
         "machine\n"
-        "  --clean-all   also the file of the counters that survive restarts\n"
+        "  --clean-all   also the files of the counters and settings that survive restarts\n"
         "  --help        print this\n");
 }
 
@@ -402,6 +405,10 @@ int deviceMain(int nCount, char** lpszArguments) {
     // Level 2 keeps the lines that tell of threads and ghosts and drops the two or three for every message.
     setenv("trace", "2:system", 0);
     uRun = static_cast<uint32_t>(getpid());
+    if (!makeSettings()) {
+        fprintf(stderr, "qor-device: cannot use %s\n", settingsFile().c_str());
+        return 1;
+    }
     nPanelTime = objOptions.m_nSeconds * 1000;
     return launcher(objOptions).Run();
 }

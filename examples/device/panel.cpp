@@ -104,6 +104,7 @@ private:
     void Operate();
     void StartSelfTest();
     void AskWorker();
+    void ChangePeriod();
     void LowerThreshold();
     void AskSurvey();
     void ShowSummary(msgObject& objMessage);
@@ -117,6 +118,9 @@ private:
 };
 
 int panel::Work() {
+    char szName[64];
+    registryGetStringN(openSettings("Device"), "name", szName, sizeof(szName), "nameless");
+    say("panel", "device \"%s\"", szName);
     share().CreateLocalThread(*this);
     share().GetProcessLocal().LaunchLocalThread(m_objPainter);
     int nExit;
@@ -184,6 +188,9 @@ void panel::Operate() {
         case 2:
             StartSelfTest();
             break;
+        case 3:
+            ChangePeriod();
+            break;
         case 4:
             LowerThreshold();
             break;
@@ -195,7 +202,7 @@ void panel::Operate() {
             break;
         case 9:
             say("panel", "the operator takes the threshold back");
-            post(nameController, MSG_THRESHOLD, thresholdNever);
+            change(openSettings("Alarm"), "threshold", thresholdNever);
             break;
     }
 }
@@ -217,12 +224,20 @@ void panel::AskWorker() {
         say("panel", "asked again: the worker has finished %d self-test", nDone);
 }
 
+// The sampler watches its section. The next run finds what this one has set.
+void panel::ChangePeriod() {
+    HREGISTRY hSampler = openSettings("Sampler");
+    const int nPeriod = registryGetInt(hSampler, "period", 100) == 100 ? 80 : 100;
+    say("panel", "the operator sets the sampling period to %d ms", nPeriod);
+    change(hSampler, "period", nPeriod);
+}
+
 // Half of what is in use now: the next reading passes it, on any machine.
 void panel::LowerThreshold() {
     int nMemory = 0;
     ask(nameController, MSG_QUERY, fieldMemory, timeoutQuery, &nMemory);
     say("panel", "the operator lowers the alarm threshold to %.1f %% memory", nMemory / 20.0);
-    post(nameController, MSG_THRESHOLD, nMemory > 0 ? nMemory / 2 : 0);
+    change(openSettings("Alarm"), "threshold", nMemory > 0 ? nMemory / 2 : 0);
 }
 
 void panel::AskSurvey() {

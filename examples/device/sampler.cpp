@@ -1,4 +1,5 @@
-// The sampler: every 100 ms it reads what the kernel tells about the machine and posts it to the controller.
+// The sampler: ten times a second, or as its settings say, it reads what the kernel tells about the machine and posts it to
+// the controller.
 #include <stdio.h>
 #include <string.h>
 
@@ -11,7 +12,6 @@ namespace device {
 namespace {
 
 constexpr unsigned int timerSample = 1;
-constexpr unsigned int periodSample = 100;
 
 constexpr char nameCounter[] = "device.readings";
 
@@ -90,17 +90,30 @@ void sample() {
     postRecord(nameController, MSG_READING, objReading);
 }
 
+// Also while it runs: the operator may change it.
+void setPeriod() {
+    const int nPeriod = registryGetInt(openSettings("Sampler"), "period", 100);
+    timerKillThreadTimer(timerSample);
+    timerSetThreadTimer(timerSample, nPeriod < 10 ? 10 : nPeriod > 1000 ? 1000 : nPeriod);
+}
+
 int onMessage(simpMSG* pMsg) {
     switch (pMsg->uMsg) {
         case TM_THREAD_START:
             readCpu();  // from here on there is something to compare with
-            timerSetThreadTimer(timerSample, periodSample);
+            regMonitorSection(openSettings("Sampler"));
+            setPeriod();
+            return 0;
+        case TM_REGISTRY_CHANGE:
+            setPeriod();
+            say("sampler", "a reading every %d ms from now on", registryGetInt(openSettings("Sampler"), "period", 100));
             return 0;
         case TM_THREAD_TIMER:
             countTimer();
             sample();
             return 0;
         case MSG_REPORT:
+            regUnmonitorSection(openSettings("Sampler"));
             timerKillThreadTimer(timerSample);
             return reportTally();
     }

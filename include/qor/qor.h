@@ -11,7 +11,9 @@
 #include "qor/ListHelper.h"
 #include "qor/MiscHelper.h"
 #include "qor/MsgQueueHelper.h"
+#include "qor/RegistryHelper.h"
 #include "qor/StringHelper.h"
+#include "qor/SubClass.h"
 #include "qor/TraceHelper.h"
 #include "qor/flat.h"
 

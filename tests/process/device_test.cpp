@@ -10,6 +10,7 @@
 
 #include <fstream>
 #include <regex>
+#include <sstream>
 
 #include "launcher.h"
 
@@ -141,6 +142,10 @@ std::string storageFile() {
     return std::string(getenv("HOME")) + "/ipc_system_storage";
 }
 
+std::string settingsFile() {
+    return std::string(getenv("HOME")) + "/qor-device.ini";
+}
+
 // Which IPC objects a process sees; "" when that is not for this process to know.
 std::string ipcNamespace(const char* lpszProcess) {
     char sz[64];
@@ -199,6 +204,22 @@ TEST_F(Device, TheReadingsAreNumberedOnInTheNextRun) {
     EXPECT_LT(nLast, std::stoi(objSecond.ReadUntil("summary of readings ([0-9]+) to"))) << objSecond.Output();
 }
 
+TEST_F(Device, ChangedSettingsAreSavedWithTheirCommentsAndShown) {
+    makeFile(settingsFile().c_str(), "# mine\r\n\n[Sampler]\nperiod=100\n  ; odd\n\n[Alarm]\nthreshold=1001\nraised=6\n\n[x]\n; end");
+    run objRun = shortRun();
+    expectGoodEnd(objRun);
+    std::stringstream content;
+    content << std::ifstream(settingsFile()).rdbuf();
+    EXPECT_EQ("# mine\r\n\n[ Sampler ]\nperiod = 80\n  ; odd\n\n[ Alarm ]\nthreshold = 1001\nraised = 7\n\n[ x ]\n; end",
+              content.str());
+    for (const char* lpszPattern :
+         {"panel      \\| the operator sets the sampling period to 80 ms\n", "sampler    \\| a reading every 80 ms from now on\n",
+          "launcher   \\| -  4 period=100\n", "launcher   \\| \\+  4 period = 80\n", "launcher   \\| -  9 raised=6\n",
+          "launcher   \\| \\+  9 raised = 7\n"})
+        EXPECT_EQ(1, countMatches(objRun.Output(), lpszPattern)) << lpszPattern << "\n" << objRun.Output();
+    EXPECT_LE(1, countMatches(objRun.Output(), "saver      \\| the settings are on the disk\n")) << objRun.Output();
+}
+
 TEST_F(Device, ARunAfterAKilledOneSweepsWhatThatLeft) {
     run objKilled = shortRun();
     objKilled.ReadUntil("(panel) is process");
@@ -244,7 +265,7 @@ TEST_F(Device, CleaningListsAndRemovesEveryObjectAndKeepsTheCounters) {
     ASSERT_LT(0, countAllObjects());
     run objClean({"--clean"});
     EXPECT_EQ(0, objClean.Wait());
-    for (const char* lpszName : {"ipc_system_trace", "ipc_system_share", "ipc_system_named"}) {
+    for (const char* lpszName : {"ipc_system_trace", "ipc_system_share", "ipc_system_named", "ipc_registry"}) {
         const std::string strName = lpszName;
         EXPECT_EQ(1, countMatches(objClean.Output(), "removed  segment   " + strName + "\n"))
             << objClean.Output();
@@ -255,7 +276,8 @@ TEST_F(Device, CleaningListsAndRemovesEveryObjectAndKeepsTheCounters) {
     }
     EXPECT_EQ(0, countAllObjects()) << objClean.Output();
     EXPECT_TRUE(exists(storageFile()));
-    EXPECT_EQ(0u, objClean.LastLine().find("cleaned: 3 segments, 4 semaphores, 3 files"))
+    EXPECT_TRUE(exists(settingsFile()));
+    EXPECT_EQ(0u, objClean.LastLine().find("cleaned: 4 segments, 6 semaphores, 5 files"))
         << objClean.Output();
 }
 
@@ -316,6 +338,8 @@ TEST_F(Device, CleaningAllRemovesTheCountersToo) {
     EXPECT_EQ(1, countMatches(objClean.Output(), "removed  counters  " + storageFile() + "\n"))
         << objClean.Output();
     EXPECT_FALSE(exists(storageFile()));
+    EXPECT_EQ(1, countMatches(objClean.Output(), "removed  settings  " + settingsFile() + "\n")) << objClean.Output();
+    EXPECT_FALSE(exists(settingsFile()));
     EXPECT_EQ(0, countAllObjects());
 }
 

@@ -42,8 +42,9 @@ int layerOf(const std::string& strFile) {
         {"BaseHelper|_chBaseClass|xBaseClass|internal/(keyfile|singleton|tick)\\.h", 6},
         {"TraceHelper|QORTrace|internal/trace", 7},
         {"FileHelper|QORFile|xFile|internal/(safe_save|file_lock)\\.", 8},
+        {"RegistryHelper|QORRegistry|internal/registry\\.h", 10},
         {"MsgQueueHelper|QORMsgSystem|xMsgSystem|internal/", 9},
-        {"flat\\.h|sub-interface|qor/qor\\.h", 11},
+        {"flat\\.h|SubClass\\.h|sub-interface|sub-class|qor/qor\\.h", 11},
     };
     for (const auto& row : listRow)
         if (std::regex_search(strFile, std::regex(row.first)))
