@@ -88,14 +88,16 @@ public:
         list_chain_offset* pLeft = pRight != NULL ? Prev(pRight) : Last();
         InsertBehind(pLeft, pNew);
     }
-    // Takes a record out. Its own links become null.
+    // Takes a record out; one that a killed process has taken out already stays out. Its own links become null.
     void Unlink(list_chain_offset* pNode) const {
-        list_chain_offset* pNext = Next(pNode);
         list_chain_offset* pPrev = Prev(pNode);
-        list_chain_offset* pRight = pNext != NULL ? pNext : m_pHead;
         list_chain_offset* pLeft = pPrev != NULL ? pPrev : m_pHead;
-        storeLink(wordsOf(pRight)[1], pLeft, 1);
-        storeLink(wordsOf(pLeft)[0], pRight, 0);
+        if (target(wordsOf(pLeft)[0]) == reinterpret_cast<uintptr_t>(pNode)) {
+            list_chain_offset* pNext = Next(pNode);
+            list_chain_offset* pRight = pNext != NULL ? pNext : m_pHead;
+            storeLink(wordsOf(pRight)[1], pLeft, 1);
+            storeLink(wordsOf(pLeft)[0], pRight, 0);
+        }
         storeShareWord(wordsOf(pNode)[0], nullLink);
         storeShareWord(wordsOf(pNode)[1], nullLink);
     }

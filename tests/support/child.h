@@ -83,7 +83,10 @@ public:
             wait();
         }
     }
-    void kill() { ::kill(m_idProcess, SIGKILL); }
+    void kill() {
+        if (m_idProcess > 0)
+            ::kill(m_idProcess, SIGKILL);
+    }
 
     // The exit status; minus the signal that ended it.
     int wait() {

@@ -1,6 +1,6 @@
 // Messages between two processes: the library, its floor, and what else there is, in one run.
 //
-// usage: qor_bench [--quick]
+// usage: qor_bench_messages [--quick]
 //
 // Run it through scripts/bench, which gives it System V objects and a /tmp of its own.
 #include <stdio.h>
@@ -86,7 +86,7 @@ int main(int argc, char** argv) {
         s_nAsks = 200;
         s_nStreamed = 640;
     } else if (argc > 1) {
-        fprintf(stderr, "usage: qor_bench [--quick]\n");
+        fprintf(stderr, "usage: qor_bench_messages [--quick]\n");
         return 2;
     }
     pin(0);

@@ -1,0 +1,206 @@
+// Documents: INI files loaded and saved beside what else there is, and the dump of a whole file beside plain reads.
+//
+// usage: qor_bench_documents [--quick]
+//
+// Run it through scripts/bench, which gives it a /tmp in memory: what is compared is the work of the processor.
+#include <fcntl.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/stat.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <string>
+
+#include "qor/FileHelper.h"
+#include "support.h"
+
+#ifdef QOR_BENCH_SIMPLEINI
+#define SI_NO_CONVERSION
+#include <SimpleIni.h>
+#endif
+#ifdef QOR_BENCH_BOOST
+#include <boost/property_tree/ini_parser.hpp>
+#include <boost/property_tree/ptree.hpp>
+#endif
+
+using namespace bench;
+
+namespace {
+
+constexpr const char* lpszFile = "/tmp/bench.ini";
+constexpr const char* lpszSaved = "/tmp/bench.saved.ini";
+double s_nRepeat = 1;
+
+// ---- the texts
+
+enum class shape { mixed, sections, oneSection };
+
+std::string iniText(shape eShape, size_t nSize) {
+    std::string strText = eShape == shape::oneSection ? "[ all ]\n" : "";
+    char szLine[96];
+    for (int i = 0; strText.size() < nSize; ++i) {
+        if (eShape == shape::sections)
+            snprintf(szLine, sizeof(szLine), "[ section.%d ]\n", i);
+        else if (eShape == shape::oneSection)
+            snprintf(szLine, sizeof(szLine), "key.%d = %d.%d.%d.%d\n", i, i & 255, (i >> 8) & 255, i % 7, i % 11);
+        else if (i % 20 == 0)
+            snprintf(szLine, sizeof(szLine), "\n; what this is about\n[ section.%d ]\n", i);
+        else
+            snprintf(szLine, sizeof(szLine), "key.%d = some value with %d words\n", i % 20, i);
+        strText += szLine;
+    }
+    return strText;
+}
+
+void store(const std::string& strText) {
+    FILE* pFile = fopen(lpszFile, "wb");
+    if (pFile == NULL || fwrite(strText.data(), 1, strText.size(), pFile) != strText.size() || fclose(pFile) != 0) {
+        perror(lpszFile);
+        exit(1);
+    }
+    unlink(lpszSaved);
+}
+
+// ---- who loads and saves
+
+class contender {
+public:
+    virtual ~contender() {}
+    virtual const char* name() const = 0;
+    virtual void load() = 0;
+    virtual void save() = 0;
+};
+
+class libraryIni : public contender {
+public:
+    const char* name() const override { return "qor"; }
+    void load() override { m_file.LoadFromFile(lpszFile); }
+    void save() override { m_file.SaveToFile(lpszSaved); }
+
+private:
+    QOR_FileHelper::iniFile m_file{NULL};
+};
+
+#ifdef QOR_BENCH_SIMPLEINI
+class simpleIni : public contender {
+public:
+    const char* name() const override { return "SimpleIni"; }
+    void load() override {
+        m_ini.Reset();
+        m_ini.LoadFile(lpszFile);
+    }
+    void save() override { m_ini.SaveFile(lpszSaved); }
+
+private:
+    CSimpleIniA m_ini;
+};
+#endif
+
+#ifdef QOR_BENCH_BOOST
+class propertyTree : public contender {
+public:
+    const char* name() const override { return "Boost tree"; }
+    void load() override {
+        m_tree.clear();
+        boost::property_tree::read_ini(lpszFile, m_tree);
+    }
+    void save() override { boost::property_tree::write_ini(lpszSaved, m_tree); }
+
+private:
+    boost::property_tree::ptree m_tree;
+};
+#endif
+
+std::vector<std::unique_ptr<contender>> allContenders() {
+    std::vector<std::unique_ptr<contender>> list;
+    list.push_back(std::make_unique<libraryIni>());
+#ifdef QOR_BENCH_SIMPLEINI
+    list.push_back(std::make_unique<simpleIni>());
+#endif
+#ifdef QOR_BENCH_BOOST
+    list.push_back(std::make_unique<propertyTree>());
+#endif
+    return list;
+}
+
+// ---- measurements
+
+// What the processor spent on this process, in nanoseconds: what else runs on the machine does not count.
+long long spent() {
+    timespec ts;
+    clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &ts);
+    return ts.tv_sec * 1000000000LL + ts.tv_nsec;
+}
+
+template <class F>
+double medianOf(size_t nSize, F fnRun) {
+    const int nCount = std::max(3, static_cast<int>(s_nRepeat * 40e6 / static_cast<double>(nSize)));
+    std::vector<long long> listTime;
+    fnRun();
+    for (int i = 0; i < std::min(nCount, 200); ++i) {
+        const long long nStart = spent();
+        fnRun();
+        listTime.push_back(spent() - nStart);
+    }
+    return figuresOf(listTime).nMedian;
+}
+
+void printIni(const char* lpszShape, shape eShape) {
+    printf("INI, %s (us; per byte in ns; against qor)\n", lpszShape);
+    for (const size_t nSize : {size_t(10000), size_t(1000000), size_t(10000000)}) {
+        store(iniText(eShape, nSize));
+        double nLoadOwn = 0, nSaveOwn = 0;
+        for (auto& p : allContenders()) {
+            const double nLoad = medianOf(nSize, [&]() { p->load(); });
+            const double nSave = medianOf(nSize, [&]() { p->save(); });
+            nLoadOwn = nLoadOwn == 0 ? nLoad : nLoadOwn;
+            nSaveOwn = nSaveOwn == 0 ? nSave : nSaveOwn;
+            printf("  %8zu bytes  %-11s load %9.0f %7.2f %6.2f   save %9.0f %7.2f %6.2f\n", nSize, p->name(),
+                   nLoad / 1000, nLoad / nSize, nLoad / nLoadOwn, nSave / 1000, nSave / nSize, nSave / nSaveOwn);
+            fflush(stdout);
+        }
+    }
+    printf("\n");
+}
+
+void readPlainly(size_t nSize) {
+    const int fd = open(lpszFile, O_RDONLY | O_CLOEXEC);
+    struct stat st;
+    fstat(fd, &st);
+    std::unique_ptr<char[]> aText(new char[static_cast<size_t>(st.st_size) + 1]);
+    if (read(fd, aText.get(), nSize) != static_cast<ssize_t>(nSize))
+        exit(1);
+    close(fd);
+}
+
+void printDumps() {
+    printf("whole files (us; against plain read)\n");
+    for (const size_t nSize : {size_t(10000), size_t(1000000), size_t(10000000)}) {
+        store(std::string(nSize, 'x'));
+        const double nRead = medianOf(nSize, [&]() { readPlainly(nSize); });
+        const double nBin = medianOf(nSize, []() { QOR_FileHelper::qorDumpBinFile(lpszFile); });
+        const double nText = medianOf(nSize, []() { QOR_FileHelper::qorDumpTextFileA(lpszFile); });
+        printf("  %8zu bytes  read %8.1f   qorDumpBinFile %8.1f %5.2f   qorDumpTextFileA %8.1f %5.2f\n", nSize, nRead / 1000,
+               nBin / 1000, nBin / nRead, nText / 1000, nText / nRead);
+    }
+    printf("\n");
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    if (argc > 1 && strcmp(argv[1], "--quick") == 0) {
+        s_nRepeat = 0.05;
+    } else if (argc > 1) {
+        fprintf(stderr, "usage: qor_bench_documents [--quick]\n");
+        return 2;
+    }
+    pin(0);
+    printIni("sections of 19 keys with comments", shape::mixed);
+    printIni("every line a section", shape::sections);
+    printIni("all keys in one section", shape::oneSection);
+    printDumps();
+    return 0;
+}
