@@ -19,7 +19,10 @@ namespace QOR_RegistryHelper {
 msgEntryPair* regSection::AddMonitorTask(int idTask, const chMsgProcesser* pProcesser, msgMethod pMethod) {
     ClearGhostTask();
     const msgEntryPair entry = {idTask, encodeMessageProcesser(pProcesser), encodeMessageMethod(pMethod)};
-    return m_lstMonitor.AppendObject([&](msgEntryPair& added) { copyShareBytes(&added, &entry, sizeof(entry)); });
+    return m_lstMonitor.AppendObject([&](msgEntryPair& added) {
+        copyShareBytes(&added, &entry, sizeof(entry));
+        return true;
+    });
 }
 
 bool regSection::RemoveMonitorTask(const msgEntryPair* pEntry) {

@@ -38,14 +38,16 @@ constText viewOf(const chShareStringA& str) {
     return pText != NULL ? constText(pText->m_szText, loadShareWord(pText->m_nLength)) : constText();
 }
 
-// Puts a copy of a text in the place of another, by one store.
-void replaceText(chShareStringA& str, const constText& text) {
+// Puts a copy of a text in the place of another, by one store. False: there is no room for it.
+bool replaceText(chShareStringA& str, const constText& text) {
     chShareTextA* pOld = str.get_Text();
     chShareTextA* pNew = NULL;
     if (const int nLength = text.GetLength()) {
+        if (str.get_pPool()->find_big_enough_cell(nLength + 8) == NULL)
+            return false;
         pNew = static_cast<chShareTextA*>(str.alloc(nLength + 8));
         if (pNew == NULL)
-            return;
+            return false;
         storeShareWord(pNew->m_nLength, nLength);
         copyShareBytes(pNew->m_szText, text, static_cast<size_t>(nLength));
         pNew->m_szText[nLength] = 0;
@@ -53,6 +55,18 @@ void replaceText(chShareStringA& str, const constText& text) {
     str.set_Text(pNew);
     if (pOld != NULL)
         str.free(pOld);
+    return true;
+}
+
+// The pool's fatal assertion, when what was taken so far has been given back.
+void failNoRoom(baseStaticPoolAlloc* pPool) { pPool->alloc(regDocumentManager::segmentSize); }
+
+template <class T, class Fn>
+T* appendOrFail(regObjList<T>& lst, Fn fnFill) {
+    T* pObject = lst.AppendObject(fnFill);
+    if (pObject == NULL)
+        failNoRoom(lst.get_pPool());
+    return pObject;
 }
 
 // Counts stop at the highest number.
@@ -86,11 +100,11 @@ regKey::regKey() {
     storeShareWord(m_uNameHash, 0);
 }
 
-void regKey::InitKey(baseStaticPoolAlloc* pPool, const phraseConstTextA& name) {
+bool regKey::InitKey(baseStaticPoolAlloc* pPool, const phraseConstTextA& name, const phraseConstTextA& text) {
     m_strName.InitPool(pPool);
     m_strValue.InitPool(pPool);
     storeShareWord(m_uNameHash, regNameHash(name));
-    replaceText(m_strName, name);
+    return replaceText(m_strName, name) && replaceText(m_strValue, text);
 }
 
 bool regKey::IsNamed(const phraseConstTextA& name, uint32_t uHash) const {
@@ -106,8 +120,10 @@ bool regKey::IsChangedBy(const phraseConstTextA& text) const {
 BOOL regKey::SetValue(const phraseConstTextA& text) {
     if (!IsChangedBy(text))
         return 0;
-    if (!QOR_FileHelper::stringSame(viewOf(m_strValue), text))
-        replaceText(m_strValue, text);
+    if (!QOR_FileHelper::stringSame(viewOf(m_strValue), text) && !replaceText(m_strValue, text)) {
+        failNoRoom(m_strValue.get_pPool());
+        return 0;
+    }
     storeShareWord(m_bFresh, 0);
     return 1;
 }
@@ -127,12 +143,12 @@ void regSection::ClearKeys() {
         m_lstKey.EraseObject(pKey);
 }
 
-void regSection::InitSection(baseStaticPoolAlloc* pPool, const phraseConstTextA& name) {
+bool regSection::InitSection(baseStaticPoolAlloc* pPool, const phraseConstTextA& name) {
     m_lstKey.InitPool(pPool);
     m_strName.InitPool(pPool);
     m_lstMonitor.InitPool(pPool);
     storeShareWord(m_uNameHash, regNameHash(name));
-    replaceText(m_strName, name);
+    return replaceText(m_strName, name);
 }
 
 bool regSection::IsNamed(const phraseConstTextA& name, uint32_t uHash) const {
@@ -147,14 +163,16 @@ regKey* regSection::FindKeyObject(const phraseConstTextA& name) const {
 regKey* regSection::GetKeyObject(const phraseConstTextA& name) {
     if (regKey* pKey = FindKeyObject(name))
         return pKey;
-    return m_lstKey.AppendObject([&](regKey& key) { key.InitKey(m_lstKey.get_pPool(), name); });
+    return appendOrFail(m_lstKey, [&](regKey& key) {
+        return key.InitKey(m_lstKey.get_pPool(), name, phraseConstTextA());
+    });
 }
 
 regKey* regSection::AppendKey(const phraseConstTextA& name, const phraseConstTextA& text, int nChanges) {
-    return m_lstKey.AppendObject([&](regKey& key) {
-        key.InitKey(m_lstKey.get_pPool(), name);
-        key.SetValue(text);
+    return appendOrFail(m_lstKey, [&](regKey& key) {
+        storeShareWord(key.m_bFresh, 0);
         storeShareWord(key.m_nChagedCount, nChanges);
+        return key.InitKey(m_lstKey.get_pPool(), name, text);
     });
 }
 
@@ -213,9 +231,9 @@ regSection* regDocument::FindSectionObject(const phraseConstTextA& name) const {
 }
 
 regSection* regDocument::AppendSection(const phraseConstTextA& name) {
-    return m_lstSection.AppendObject([&](regSection& section) {
-        section.InitSection(m_lstSection.get_pPool(), name);
+    return appendOrFail(m_lstSection, [&](regSection& section) {
         section.SetHostDocument(this);
+        return section.InitSection(m_lstSection.get_pPool(), name);
     });
 }
 
@@ -245,7 +263,8 @@ BOOL regDocument::CreateFromIni(const char* lpszFileName, const iniFile& file) {
                 pKey->SetValue(pIniKey->value());
         }
     }
-    replaceText(m_strFileName, lpszFileName);
+    if (!replaceText(m_strFileName, lpszFileName))
+        failNoRoom(m_strFileName.get_pPool());
     return 1;
 }
 
@@ -288,7 +307,7 @@ regDocument* regDocumentManager::GetDocumentObject(const char* lpszFileName, con
         return pDocument;
     ClearLostDocument();
     regDocument* pDocument =
-        m_lstDocument.AppendObject([this](regDocument& document) { document.InitDocument(&m_objPool); });
+        m_lstDocument.AppendObject([this](regDocument& document) { return document.InitDocument(&m_objPool), true; });
     if (pDocument != NULL)
         pDocument->CreateFromIni(lpszFileName, file);
     return pDocument;

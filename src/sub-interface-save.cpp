@@ -23,7 +23,8 @@ using namespace QOR_RegistryHelper;
 
 namespace {
 
-// A saver that does not come round is not given more messages than this for one document.
+// A saver that does not come round is not given more messages than this for one document: then who flushes saves. So a
+// thread that has the task id of a dead saver by chance costs no change either.
 constexpr int maxSaveAsked = 16;
 
 // ---- telling the monitors
@@ -58,23 +59,22 @@ void tell(const notification& told) {
 
 // ---- asking the saver
 
-// The saver's task, or 0; *pbEnough tells that it has been asked often enough.
-int askedSaver(regDocument& document, bool* pbEnough) {
+// The saver's task, which now counts as asked; 0 when there is none, or it has been asked often enough.
+int askedSaver(regDocument& document) {
     const int idSaver = loadShareWord(registry().getObject()->m_idSaverTask);
     const int nAsked = loadShareWord(document.m_nSaveAsked);
-    *pbEnough = nAsked >= maxSaveAsked;
-    if (idSaver != 0 && !*pbEnough)
-        storeShareWord(document.m_nSaveAsked, nAsked + 1);
+    if (idSaver == 0 || nAsked >= maxSaveAsked)
+        return 0;
+    storeShareWord(document.m_nSaveAsked, nAsked + 1);
     return idSaver;
 }
 
-bool askSaver(int idSaver, const regDocument& document, bool bEnough) {
+bool askSaver(int idSaver, const regDocument& document) {
     if (!QOR_MiscHelper::qorIsValidTaskID(idSaver))
         return false;
     chThreadRemote thread(idSaver);
-    if (thread.getTaskId() == 0)
-        return false;
-    return bEnough || thread.PostThreadMsg(TM_REGISTRY_CHANGE, static_cast<UINT>(registry().GetHandle(&document)), 0);
+    return thread.getTaskId() != 0 &&
+           thread.PostThreadMsg(TM_REGISTRY_CHANGE, static_cast<UINT>(registry().GetHandle(&document)), 0);
 }
 
 void forgetSaver(int idSaver) {
@@ -191,7 +191,7 @@ bool writeChanges(savedCopy& copy, const std::vector<changedKey>& listKey, bool*
 BOOL regSaveRegistryDocument(regDocument* pDocument) {
     if (pDocument == NULL)
         return 0;
-    if (loadShareWord(pDocument->m_nChagedCount) == 0 && loadShareWord(pDocument->m_nSaveAsked) == 0)
+    if (loadShareWord(pDocument->m_nChagedCount) == 0)
         return 1;
     scopeShareLock<QOR_BaseHelper::chMutex> lockSave(registry().GetSaveLock());
     std::vector<changedKey> listKey;
@@ -199,7 +199,6 @@ BOOL regSaveRegistryDocument(regDocument* pDocument) {
     uint32_t uSaves = 0;
     {
         registryLock lock;
-        storeShareWord(pDocument->m_nSaveAsked, 0);
         if (loadShareWord(pDocument->m_nChagedCount) == 0)
             return 1;
         listKey = takeChangedKeys(*pDocument);
@@ -224,18 +223,17 @@ BOOL registryFlush(regDocument* pDocument) {
         return 1;
     std::vector<notification> listTell;
     int idSaver = 0;
-    bool bEnough = false;
     bool bSave = false;
     {
         registryLock lock;
         listTell = takeNotifications(*pDocument);
         bSave = loadShareWord(pDocument->m_nChagedCount) >= 1;
         if (bSave)
-            idSaver = askedSaver(*pDocument, &bEnough);
+            idSaver = askedSaver(*pDocument);
     }
     for (const notification& told : listTell)
         tell(told);
-    if (!bSave || (idSaver != 0 && askSaver(idSaver, *pDocument, bEnough)))
+    if (!bSave || (idSaver != 0 && askSaver(idSaver, *pDocument)))
         return 1;
     if (idSaver != 0)
         forgetSaver(idSaver);
@@ -282,6 +280,8 @@ BOOL registrySaveDocument(HREGISTRY hDocument) {
     {
         registryLock lock;
         pDocument = registry().GetDocument(reinterpret_cast<uintptr_t>(hDocument));
+        if (pDocument != NULL)
+            storeShareWord(pDocument->m_nSaveAsked, 0);
     }
     return regSaveRegistryDocument(pDocument);
 }

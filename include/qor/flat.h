@@ -211,8 +211,9 @@ QOR_API BOOL registryFlush(HREGISTRY hRegistry);
  *  0 when it could not be written, and for no section. */
 QOR_API BOOL regSaveRegistryDocument(HREGISTRY hRegistry);
 /** Makes the calling thread the saver, in the place of any other: from now on a flush posts it message 0x9001 with a
- *  document's handle in wParam, for which it calls registrySaveDocument(). Saves what its predecessor was asked and has
- *  not done. Returns 1. Fatal: the thread is not registered. */
+ *  document's handle in wParam, for which it calls registrySaveDocument(). One that does not is asked 16 times at most;
+ *  then flushing threads save themselves. Saves what its predecessor was asked and has not done. Returns 1.
+ *  Fatal: the thread is not registered. */
 QOR_API BOOL registryRegistSaver(void);
 /** Takes that back, and saves what was asked meanwhile; 0 when the calling thread is not the saver. A saver that dies
  *  is forgotten: flushing threads then save themselves. */
@@ -253,7 +254,8 @@ QOR_API BOOL qorSetRegistryFloat(const char* lpszFileName, const char* lpszSecti
  * profileClose() is reported as a warning that names the function and its arguments. */
 
 /** The document of an existing file; 0 when there is none, and always for "/tmp/vantrel_dhcp_options".
- *  "/vantrel/config/Setting/AdvSetting.cfg" becomes "/rundata/config/system.ini". Fatal: a null name. */
+ *  "/vantrel/config/Setting/AdvSetting.cfg" becomes "/rundata/config/system.ini". Fatal: a null name, a relative one that
+ *  makes more than 256 characters with the working directory; so it is for the two below. */
 QOR_API HINIFILE profileOpen(const char* lpszFileName);
 /** Does nothing: documents stay in the registry. */
 QOR_API void profileClose(HINIFILE hIniFile);

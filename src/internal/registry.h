@@ -50,7 +50,10 @@ T* regObjList<T>::AppendObject(Fn fnFill) {
     auto* pNode = this->BorrowNode();
     if (pNode == NULL)
         return NULL;
-    fnFill(pNode->m_value);
+    if (!fnFill(pNode->m_value)) {
+        this->ReturnNode(pNode);
+        return NULL;
+    }
     this->link_node(this->end(), pNode);
     return &pNode->m_value;
 }

@@ -58,17 +58,15 @@ inline std::string valueOf(HREGISTRY hRegistry, const char* lpszKey) {
     return str;
 }
 
-// The pool's free bytes in one piece, after merging what is free.
+// The pool's free bytes, headers included.
 inline int freeRegistryBytes() {
     registryHelper().Lock(-1);
     auto& pool = registryHelper().getObject()->m_objPool;
-    pool.find_big_enough_cell(QOR_RegistryHelper::regDocumentManager::poolSize + 1);
-    int nBiggest = 0;
+    int nFree = 0;
     for (auto* pCell = pool.begin_cell(); pCell < pool.end_cell(); pCell = pCell->get_pRight())
-        if (pCell->is_free_cell() && pCell->get_nPoolSize() > nBiggest)
-            nBiggest = pCell->get_nPoolSize();
+        nFree += pCell->is_free_cell() ? static_cast<int>(pCell->get_iOffsetRightCell()) : 0;
     registryHelper().Unlock();
-    return nBiggest;
+    return nFree;
 }
 
 }  // namespace qorTest

@@ -149,7 +149,7 @@ TEST_F(RegistryLayout, ADocumentWithoutAFileNameIsFreedBeforeTheNextIsMade) {
         return m_pRoot->m_objPool.begin_cell()->get_pRight() == m_pRoot->m_objPool.end_cell();
     };
     regDocument* pLost = m_pRoot->m_lstDocument.AppendObject(
-        [this](regDocument& document) { document.InitDocument(&m_pRoot->m_objPool); });
+        [this](regDocument& document) { return document.InitDocument(&m_pRoot->m_objPool), true; });
     for (const char* lpszSection : {"a", "b", "c"})
         for (int i = 0; i < 500; ++i)
             pLost->GetSectionObject(lpszSection)->AppendKey(std::to_string(i).c_str(), "value of a key");
@@ -166,7 +166,7 @@ TEST_F(RegistryLayout, ADocumentWithoutAFileNameIsFreedBeforeTheNextIsMade) {
 TEST_F(RegistryLayout, ALostDocumentIsFoundBehindAStaleLinkBackwards) {
     m_pRoot->GetDocumentObject("/tmp/layout.ini");
     const int32_t nPrev = wordAt(36);
-    m_pRoot->m_lstDocument.AppendObject([this](regDocument& document) { document.InitDocument(&m_pRoot->m_objPool); });
+    m_pRoot->m_lstDocument.AppendObject([this](regDocument& document) { return document.InitDocument(&m_pRoot->m_objPool), true; });
     memcpy(reinterpret_cast<char*>(m_pRoot) + 36, &nPrev, sizeof(nPrev));  // as if killed before this was stored
     m_pRoot->ClearLostDocument();
     EXPECT_NE(nullptr, m_pRoot->FindDocumentObject("/tmp/layout.ini"));

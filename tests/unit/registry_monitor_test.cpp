@@ -358,20 +358,20 @@ TEST_F(Monitors, AFlushAsksTheSaverWhichSavesTheDocument) {
     EXPECT_EQ("[ s ]\nk = 2\n", getFile(m_strFile));
 }
 
-TEST_F(Monitors, EachFlushAsksTheSaverButOneThatNeverComesRoundIsNotFlooded) {
+TEST_F(Monitors, EachFlushAsksTheSaverUnlessItNeverComesRound) {
     HREGISTRY h = open("s");
     registryRegistSaver();
     for (int i = 0; i < 5; ++i)
         EXPECT_EQ(1, setAndFlush(h));
     EXPECT_EQ(1, registrySaveDocument(registryHandle(m_listTold[0].wParam)));
-    for (int i = 0; i < 1000; ++i) {
+    for (int i = 0; i < 100; ++i) {
         registrySetInt(h, "k", 1000 + i);
         registryFlush(h);
+        // Who flushes does it then.
+        EXPECT_EQ("[ s ]\nk = " + std::to_string(i < 16 ? 5 : 1000 + i) + "\n", getFile(m_strFile));
     }
     EXPECT_EQ(16, handle());
-    EXPECT_EQ("[ s ]\nk = 5\n", getFile(m_strFile));
     EXPECT_EQ(1, registrySaveDocument(registryHandle(m_listTold[0].wParam)));
-    EXPECT_EQ("[ s ]\nk = 1999\n", getFile(m_strFile));
     EXPECT_EQ(1, setAndFlush(h));
     registryUnregistSaver();
     EXPECT_EQ("[ s ]\nk = " + std::to_string(m_nValue) + "\n", getFile(m_strFile));  // what it was asked

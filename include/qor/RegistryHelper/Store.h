@@ -24,7 +24,7 @@
 /// complete before they are linked, and a new text is linked before the old one is freed. A document under construction
 /// has no file name yet; a document without one is what a dead process has left, and whoever next adds something frees it.
 /// Links are checked before they are followed; damage is a fatal assertion. Running out of room is the pool's fatal
-/// assertion and leaves the store as it was. Read on in Monitor.h.
+/// assertion, behind which the others go on with the store as it was. Read on in Monitor.h.
 #ifndef QOR_REGISTRYHELPER_STORE_H
 #define QOR_REGISTRYHELPER_STORE_H
 
@@ -68,7 +68,7 @@ public:
     /// Calls fn for every object, in order.
     template <class Fn>
     void ForEach(Fn fn) const;
-    /// Links a new object at the end, after fn has filled it. Null behind the fatal exhaustion of the pool.
+    /// Links a new object at the end, after fn has filled it. Null, and the object is freed, when fn answers false.
     template <class Fn>
     T* AppendObject(Fn fnFill);
     /// The last object, or null.
@@ -83,8 +83,8 @@ public:
     /// Without name, value and pool.
     regKey();
 
-    /// Names the key; once, before it can be found.
-    void InitKey(QOR_AllocHelper::baseStaticPoolAlloc* pPool, const phraseConstTextA& name);
+    /// Gives the key its name and a value; once, before it can be found. Whether there was room for both.
+    bool InitKey(QOR_AllocHelper::baseStaticPoolAlloc* pPool, const phraseConstTextA& name, const phraseConstTextA& text);
     /// Whether the key has that name; uHash is regNameHash() of it.
     bool IsNamed(const phraseConstTextA& name, uint32_t uHash) const;
     /// The value, until it changes; null for a null key.
@@ -111,8 +111,8 @@ public:
     /// Frees everything, the youngest first.
     ~regSection();
 
-    /// Names the section; once, before it can be found.
-    void InitSection(QOR_AllocHelper::baseStaticPoolAlloc* pPool, const phraseConstTextA& name);
+    /// Names the section; once, before it can be found. Whether there was room for the name.
+    bool InitSection(QOR_AllocHelper::baseStaticPoolAlloc* pPool, const phraseConstTextA& name);
     /// Whether the section has that name; uHash is regNameHash() of it.
     bool IsNamed(const phraseConstTextA& name, uint32_t uHash) const;
 
