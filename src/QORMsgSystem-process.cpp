@@ -300,8 +300,30 @@ BOOL chProcessLocal::AwakeTask(int idTask) {
     return AwakeLiveTask(idTask);
 }
 
-// A cached event may be that of a dead predecessor of the task: when signalling fails, it is opened anew, once. It is
-// never created here: a task that is waiting has made its event, and one that has not does not need it.
+// Under the event's name may by now stand another one than the one in the cache: that of a successor of the task with the
+// same id. It is never created here: a task that is waiting has made its event, and one that has not does not need it.
+static bool signalByName(int idTask) {
+    chEvent event;
+    if (!event.OpenExistEvent(taskEventName(idTask).szName))
+        return false;
+    const bool bSignalled = event.SetEvent();
+    event.CloseEvent();
+    return bSignalled;
+}
+
+// The caller holds m_csLocal. An event that failed is opened anew next time; but one that a thread of this process has made
+// for itself is left to that thread, which may be waiting on it.
+BOOL chProcessLocal::SignalEvent(int idTask) {
+    chEvent* pEvent = FindOrOpenEvent(idTask, true);
+    if (pEvent == NULL)
+        return 0;
+    if (pEvent->SetEvent())
+        return 1;
+    if (!pEvent->IsCreateHere())
+        ForgetEvent(idTask);
+    return signalByName(idTask);
+}
+
 BOOL chProcessLocal::AwakeLiveTask(int idTask) {
     if (idTask == qorGetCurrentTaskId())
         return 1;
@@ -310,16 +332,7 @@ BOOL chProcessLocal::AwakeLiveTask(int idTask) {
     {
         processLock lock(m_csLocal);
         listGhost = SweepTaskEvents(false);
-        for (int nTry = 0; nTry < 2 && !bSignalled; ++nTry) {
-            chEvent* pEvent = FindOrOpenEvent(idTask, true);
-            if (pEvent == NULL)
-                break;
-            bSignalled = pEvent->SetEvent();
-            if (!bSignalled && nTry == 0) {
-                pEvent->CloseEvent();
-                m_mapTaskEvent.erase(m_mapTaskEvent.find_key(idTask));
-            }
-        }
+        bSignalled = SignalEvent(idTask);
     }
     traceGhostEvents(listGhost);
     return bSignalled;

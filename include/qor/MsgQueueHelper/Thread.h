@@ -312,6 +312,7 @@ private:
     chThreadLocal* FindThread(Fn fnMatch);
     ghostEventList SweepTaskEvents(bool bNow);
     QOR_BaseHelper::chEvent* FindOrOpenEvent(int idTask, bool bExisting);
+    BOOL SignalEvent(int idTask);
     void ForgetEvent(int idTask);
 
     QOR_BaseHelper::chCriticalSection m_csLocal;
