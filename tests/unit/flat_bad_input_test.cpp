@@ -668,6 +668,181 @@ void addTrace(table& listRow) {
         });
 }
 
+// ---- registry
+
+HREGISTRY sectionHandle(uintptr_t u) { return reinterpret_cast<HREGISTRY>(u); }
+HINIFILE documentHandle(uintptr_t u) { return reinterpret_cast<HINIFILE>(u); }
+
+constexpr const char* szIniFile = "/tmp/bad_input.ini";
+
+// Whether fnRefuses holds for numbers that are the handle of neither a section nor a document, some of them near one.
+bool refusesNumbers(const std::function<bool(uintptr_t)>& fnRefuses) {
+    const uintptr_t uSection = reinterpret_cast<uintptr_t>(registryOpen(szIniFile, "s"));
+    for (const uintptr_t u : {uintptr_t(0), uintptr_t(1), uintptr_t(4), uintptr_t(0x2C), uintptr_t(0xFFFFC),
+                              uintptr_t(0x100000), uintptr_t(0x7FFFFFFF), uintptr_t(0x80000000u), ~uintptr_t(0),
+                              ~uintptr_t(3), uSection + 1, uSection + 4, uSection - 8, uSection + 0x100000})
+        if (!fnRefuses(u))
+            return false;
+    return true;
+}
+
+// Whether fnHolds holds for a section with every strange text as name, key or value.
+bool everyText(const std::function<bool(HREGISTRY, const char*)>& fnHolds) {
+    HREGISTRY hRegistry = registryOpen(szIniFile, "s");
+    return fnHolds(hRegistry, NULL) && fnHolds(hRegistry, "") &&
+           everyName([&](const char* lpszText) { return fnHolds(hRegistry, lpszText); });
+}
+
+char s_szBuffer[1000];
+
+void addRegistryOpen(table& listRow) {
+    const char* lpszModule = "QORRegistry";
+    const char* lpszText = "!textEMPTY(lpszFileName)";
+    const auto addFile = [&](const char* lpszFunction, std::function<bool(const char*)> fnUseFile) {
+        // Relative names are files too: of a directory that goes with the test.
+        const auto fnUse = [fnUseFile](const char* lpszFile) {
+            return QOR_MiscHelper::pathCreateDirectory("/tmp/a/b") && chdir("/tmp/a/b") == 0 && fnUseFile(lpszFile);
+        };
+        rowsOf(listRow, lpszFunction)
+            .fatal("no file name", lpszModule, lpszText, [fnUse]() { fnUse(NULL); })
+            .fatal("an empty file name", lpszModule, lpszText, [fnUse]() { fnUse(""); })
+            .good("strange file names", [fnUse]() { return everyName(fnUse); })
+            .good("a file name longer than any", [fnUse]() { return fnUse(strTooLong.c_str()); });
+    };
+    addFile("registryOpen", [](const char* lpszFile) {
+        return registryOpen(lpszFile, NULL) != NULL && everyName([lpszFile](const char* lpszName) {
+                   return registryOpen(lpszFile, lpszName) == registryOpen(lpszFile, lpszName);
+               });
+    });
+    addFile("qorGetRegistryString", [](const char* lpszFile) {
+        return qorGetRegistryString(lpszFile, NULL, NULL, s_szBuffer, "d") == 1 && strcmp(s_szBuffer, "d") == 0;
+    });
+    addFile("qorGetRegistryInt", [](const char* lpszFile) { return qorGetRegistryInt(lpszFile, NULL, NULL, 7) == 7; });
+    addFile("qorGetRegistryFloat",
+            [](const char* lpszFile) { return qorGetRegistryFloat(lpszFile, NULL, NULL, 0.5) == 0.5; });
+    addFile("qorSetRegistryString",
+            [](const char* lpszFile) { return qorSetRegistryString(lpszFile, NULL, NULL, NULL) == 1; });
+    addFile("qorSetRegistryInt", [](const char* lpszFile) { return qorSetRegistryInt(lpszFile, NULL, NULL, INT_MIN) == 1; });
+    addFile("qorSetRegistryFloat",
+            [](const char* lpszFile) { return qorSetRegistryFloat(lpszFile, NULL, NULL, 1e300) == 1; });
+}
+
+void addRegistryValues(table& listRow) {
+    rowsOf(listRow, "registryGetString")
+        .fatal("no buffer", szFlat, "lpszBuffer != NULL", []() { registryGetString(NULL, "k", NULL, ""); })
+        .good("handles of nothing", []() {
+            return refusesNumbers([](uintptr_t u) {
+                return registryGetString(sectionHandle(u), "k", s_szBuffer, "d") == 1 && strcmp(s_szBuffer, "d") == 0;
+            });
+        })
+        .good("strange keys and defaults", []() {
+            return everyText([](HREGISTRY h, const char* lpszText) {
+                return registryGetString(h, lpszText, s_szBuffer, lpszText) == 1;
+            });
+        });
+    rowsOf rows(listRow, "registryGetStringN");
+    for (const int nSize : {INT_MIN, -1, 0, 1, 2, 3, INT_MAX})
+        rows.good("size " + std::to_string(nSize), [nSize]() {
+            HREGISTRY h = registryOpen(szIniFile, "s");
+            registrySetString(h, "k", "v");
+            char* const pEnd = const_cast<char*>(guarded(2, 'x'));
+            return registryGetStringN(h, "k", nSize > 0 && nSize < 2 ? pEnd + 1 : pEnd, nSize, "") == 1 &&
+                   registryGetStringN(h, "k", NULL, nSize, NULL) == 1 &&
+                   refusesNumbers([&](uintptr_t u) {
+                       return registryGetStringN(sectionHandle(u), "k", NULL, nSize, "de") == 2;
+                   });
+        });
+    rowsOf(listRow, "registryGetInt").good("handles of nothing and strange keys", []() {
+        return refusesNumbers([](uintptr_t u) { return registryGetInt(sectionHandle(u), "k", 7) == 7; }) &&
+               everyText([](HREGISTRY h, const char* lpszText) { return registryGetInt(h, lpszText, 7) == 7; });
+    });
+    rowsOf(listRow, "registryGetFloat").good("handles of nothing and strange keys", []() {
+        return refusesNumbers([](uintptr_t u) { return registryGetFloat(sectionHandle(u), "k", 7) == 7; }) &&
+               everyText([](HREGISTRY h, const char* lpszText) { return registryGetFloat(h, lpszText, 7) == 7; });
+    });
+    rowsOf(listRow, "registrySetString")
+        .fatal("a value larger than the segment", "_chAlloc", "pResultCell != NULL",
+               []() { registrySetString(registryOpen(szIniFile, "s"), "k", std::string(0x100000, 'v').c_str()); })
+        .good("handles of nothing", []() {
+            return refusesNumbers([](uintptr_t u) { return registrySetString(sectionHandle(u), "k", "v") == 0; });
+        })
+        .good("strange keys and values", []() {
+            return everyText([](HREGISTRY h, const char* lpszText) {
+                registrySetString(h, lpszText, lpszText);
+                return registrySetString(h, lpszText, lpszText) == 0;
+            });
+        });
+    rowsOf(listRow, "registrySetInt").good("handles of nothing and strange keys", []() {
+        return refusesNumbers([](uintptr_t u) { return registrySetInt(sectionHandle(u), "k", 1) == 0; }) &&
+               everyText([](HREGISTRY h, const char* lpszText) {
+                   registrySetInt(h, lpszText, INT_MIN);
+                   return registryGetInt(h, lpszText, 0) == INT_MIN;
+               });
+    });
+    rowsOf(listRow, "registrySetFloat").good("handles of nothing and strange numbers", []() {
+        HREGISTRY h = registryOpen(szIniFile, "s");
+        for (const double fValue : {0.0 / 0.0, 1.0 / 0.0, -1.0 / 0.0, 1e308, -0.0, 1e-320})
+            registrySetFloat(h, "f", fValue);
+        return refusesNumbers([](uintptr_t u) { return registrySetFloat(sectionHandle(u), "k", 1) == 0; });
+    });
+}
+
+void addRegistryHandles(table& listRow) {
+    const auto addNumbers = [&](const char* lpszFunction, std::function<bool(uintptr_t)> fnRefuses) {
+        rowsOf(listRow, lpszFunction).good("handles of nothing", [fnRefuses]() { return refusesNumbers(fnRefuses); });
+    };
+    addNumbers("registryFlush", [](uintptr_t u) { return registryFlush(sectionHandle(u)) == 0; });
+    addNumbers("regSaveRegistryDocument", [](uintptr_t u) { return regSaveRegistryDocument(sectionHandle(u)) == 0; });
+    addNumbers("registrySaveDocument", [](uintptr_t u) { return registrySaveDocument(sectionHandle(u)) == 0; });
+    addNumbers("regMonitorSection", [](uintptr_t u) { return regMonitorSection(sectionHandle(u)) == 0; });
+    addNumbers("regUnmonitorSection", [](uintptr_t u) { return regUnmonitorSection(sectionHandle(u)) == 0; });
+    addNumbers("regHANDLE2Section", [](uintptr_t u) { return regHANDLE2Section(sectionHandle(u)) == NULL; });
+    rowsOf(listRow, "regSection2HANDLE").good("addresses outside the registry", []() {
+        return regSection2HANDLE(NULL) == NULL && regSection2HANDLE(s_szBuffer) == NULL &&
+               regSection2HANDLE(reinterpret_cast<void*>(~uintptr_t(0))) == NULL;
+    });
+    rowsOf(listRow, "registryRegistSaver").fatal("an unregistered thread", szFlat, "pLocalThread != NULL", []() {
+        registryRegistSaver();
+    });
+    rowsOf(listRow, "registryUnregistSaver").good("a thread that is not the saver", []() {
+        return registryUnregistSaver() == 0 && registered([](HTHREAD) { return registryUnregistSaver() == 0; });
+    });
+}
+
+void addProfiles(table& listRow) {
+    const char* lpszText = "lpszFileName != NULL";
+    const char* lpszJoined = "the joined path has at most 256 characters";
+    rowsOf(listRow, "profileOpen")
+        .fatal("no file name", szFlat, lpszText, []() { profileOpen(NULL); })
+        .fatal("a relative name longer than any", "_chMisc", lpszJoined, []() { profileOpen(strTooLong.c_str()); })
+        .good("files that are not there", []() {
+            return profileOpen("/tmp/no such file") == NULL && profileOpen(("/" + strTooLong).c_str()) == NULL;
+        });
+    rowsOf(listRow, "profileClose").good("handles of nothing", []() {
+        return refusesNumbers([](uintptr_t u) { return profileClose(documentHandle(u)), true; });
+    });
+    rowsOf(listRow, "profileGetString").good("handles of nothing", []() {
+        return refusesNumbers([](uintptr_t u) { return profileGetString(documentHandle(u), "s", "k", NULL, "d") == 0; });
+    });
+    rowsOf(listRow, "profileGetStringN").good("handles of nothing", []() {
+        return refusesNumbers(
+            [](uintptr_t u) { return profileGetStringN(documentHandle(u), NULL, NULL, NULL, -1, "d") == 1; });
+    });
+    rowsOf(listRow, "profileGetInt").good("handles of nothing", []() {
+        return refusesNumbers([](uintptr_t u) { return profileGetInt(documentHandle(u), NULL, NULL, 7) == 0; });
+    });
+    rowsOf(listRow, "qorGetProfileString")
+        .fatal("no file name", szFlat, lpszText, []() { qorGetProfileString(NULL, "s", "k", s_szBuffer, "d"); })
+        .fatal("a relative name longer than any", "_chMisc", lpszJoined,
+               []() { qorGetProfileString(strTooLong.c_str(), "s", "k", s_szBuffer, "d"); })
+        .good("a file that is not there", []() { return qorGetProfileString("/tmp/none", NULL, NULL, NULL, NULL) == 0; });
+    rowsOf(listRow, "qorGetProfileInt")
+        .fatal("no file name", szFlat, lpszText, []() { qorGetProfileInt(NULL, "s", "k", 7); })
+        .fatal("a relative name longer than any", "_chMisc", lpszJoined,
+               []() { qorGetProfileInt(strTooLong.c_str(), NULL, NULL, 7); })
+        .good("a file that is not there", []() { return qorGetProfileInt("/tmp/none", NULL, NULL, 7) == 7; });
+}
+
 table allRows() {
     table listRow;
     addThreads(listRow);
@@ -682,6 +857,10 @@ table allRows() {
     addCounters(listRow);
     addNamedBlocks(listRow);
     addTrace(listRow);
+    addRegistryOpen(listRow);
+    addRegistryValues(listRow);
+    addRegistryHandles(listRow);
+    addProfiles(listRow);
     return listRow;
 }
 
