@@ -21,6 +21,9 @@ namespace {
 // How long another saver may take, in milliseconds, before it is overtaken.
 constexpr int maxWait = 5000;
 
+// How often an .old is looked at before it is taken for one that cannot be removed.
+constexpr int maxBusy = 10;
+
 // What is written at a time.
 constexpr size_t streamBuffer = 16384;
 
@@ -131,9 +134,12 @@ void takeOverState(const savedName& name, int fd) {
 
 // Makes the .new, and locks it. False (errno) when it cannot be made.
 bool beginNew(const savedName& name, fileLock& lock) {
+    int nBusy = 0;
     for (int i = 0; i < 100; ++i) {
         recover(name, true);
         if (hasFile(name.strOld)) {
+            if (++nBusy < maxBusy)
+                continue;  // another saver's exchange, begun since
             errno = EBUSY;  // what is left of an earlier exchange cannot be removed: nothing may be begun
             return false;
         }
