@@ -1,8 +1,12 @@
 // The registry in one process: opening, values, flushing and saving, handles that are none.
+#include <dlfcn.h>
 #include <fcntl.h>
 #include <math.h>
+#include <sys/sem.h>
 #include <sys/stat.h>
 
+#include <atomic>
+#include <functional>
 #include <thread>
 
 #include "support/child.h"
@@ -10,6 +14,18 @@
 
 using namespace QOR_RegistryHelper;
 using namespace qorTest;
+
+// ---- the library's calls of the lock arrive here
+
+static std::atomic<int> s_nLockCalls{0};
+
+extern "C" int semtimedop(int idSet, struct sembuf* pStep, size_t nStep, const struct timespec* pTimeout) noexcept {
+    typedef int call(int, struct sembuf*, size_t, const struct timespec*);
+    static call* const pNext =
+        reinterpret_cast<call*>(dlsym(RTLD_NEXT, sizeof(long) == 4 ? "__semtimedop64" : "semtimedop"));
+    ++s_nLockCalls;
+    return pNext(idSet, pStep, nStep, pTimeout);
+}
 
 namespace {
 
@@ -321,6 +337,26 @@ TEST_F(RegistryValue, AValueThatHasNoRoomIsAFatalAssertionAndChangesNothing) {
     EXPECT_EQ(1, registryFlush(h));
     EXPECT_EQ("[ s ]\nk = w\n", saved());
     EXPECT_EQ(0, documentOf(h)->m_nChagedCount);
+}
+
+TEST_F(RegistryValue, ReadingAndSettingCostTheLockAndItsReturn) {
+    HREGISTRY h = openFile("s", "[s]\nk=1\n");
+    char sz[10];
+    const std::vector<std::function<void()>> listUse = {
+        [&] { registryGetInt(h, "k", 0); },
+        [&] { registryGetFloat(h, "k", 0); },
+        [&] { registryGetString(h, "k", sz, ""); },
+        [&] { registryGetStringN(h, "k", sz, sizeof(sz), ""); },
+        [&] { registryGetInt(h, "none", 0); },
+        [&] { registrySetInt(h, "k", 2); },
+        [&] { registrySetInt(h, "new", 2); },
+        [&] { open("s"); },
+    };
+    for (size_t i = 0; i < listUse.size(); ++i) {
+        s_nLockCalls = 0;
+        listUse[i]();
+        EXPECT_EQ(2, s_nLockCalls) << i;
+    }
 }
 
 TEST_F(RegistryValue, ThreadsOfAProcessShareTheRegistry) {
