@@ -1,6 +1,6 @@
-// Whole double-byte sets: tables that scripts/codepages builds from the system's character maps, against the system's own
-// conversion, iconv(3). Where a program of this build runs with a C library that has no converters (emulated, or of another
-// architecture), the machine's program iconv(1) tells the same of the codes that are in the table.
+// Whole double-byte sets: tables that scripts/codepages builds from the system's character maps, against the system's
+// own conversion, iconv(3). Where a program of this build runs with a C library that has no converters (emulated, or of
+// another architecture), the machine's program iconv(1) tells the same of the codes that are in the table.
 #include <iconv.h>
 #include <stdlib.h>
 #include <string.h>

@@ -1,5 +1,5 @@
-// INI documents as they are found: those of tests/corpus/ini, in the styles that programs write and people edit, and every
-// one that the machine has. Each loads, is saved to a fixed point, and says what Python's parser finds in it.
+// INI documents as they are found: those of tests/corpus/ini, in the styles that programs write and people edit, and
+// those that the machine has. Each loads, is saved to a fixed point, and says what Python's parser finds in it.
 #include <stdlib.h>
 
 #include <algorithm>
@@ -20,13 +20,14 @@ namespace {
 
 const std::string s_strCorpus = QOR_SOURCE_DIR "/tests/corpus";
 
-// The machine's documents, as many as fit into /tmp. Loading completes interrupted saves beside a file, so copies are loaded.
+// The machine's documents, as many as fit into /tmp: loading completes interrupted saves beside a file, so copies are
+// loaded.
 const std::string s_strFind =
     "find /etc /opt /usr/lib /usr/share /var/lib -xdev -type f -size -49k \\( -name '*.ini' -o -name '*.cfg' "
-    "-o -name '*.conf' -o -name '*.cnf' -o -name '*.service' -o -name '*.socket' -o -name '*.timer' -o -name '*.target' "
-    "-o -name '*.mount' -o -name '*.automount' -o -name '*.path' -o -name '*.slice' -o -name '*.network' "
-    "-o -name '*.link' -o -name '*.netdev' -o -name '*.preset' -o -name '*.desktop' -o -name '*.directory' "
-    "-o -name '*.theme' -o -name '*.nmconnection' -o -name '*.repo' -o -name '*.toml' -o -name '*gitconfig' "
+    "-o -name '*.conf' -o -name '*.cnf' -o -name '*.service' -o -name '*.socket' -o -name '*.timer' "
+    "-o -name '*.target' -o -name '*.mount' -o -name '*.automount' -o -name '*.path' -o -name '*.slice' "
+    "-o -name '*.network' -o -name '*.link' -o -name '*.netdev' -o -name '*.preset' -o -name '*.desktop' "
+    "-o -name '*.directory' -o -name '*.theme' -o -name '*.nmconnection' -o -name '*.repo' -o -name '*.toml' -o -name '*gitconfig' "
     "-o -name '.editorconfig' -o -name '*hgrc*' -o -name '*.inf' \\) -print0 2>/dev/null | sort -z | head -z -n 2000";
 
 std::string lower(std::string str) {
@@ -66,8 +67,8 @@ content contentOf(const iniFile& file) {
     return values;
 }
 
-// Takes one document's fields in, up to the next document's. A section may come twice, in different letters: which of two
-// values came last is then not told.
+// Takes one document's fields in, up to the next document's. A section may come twice, in different letters: which of
+// two values came last is then not told.
 reading readingOf(const std::vector<std::string>& listField, size_t& nAt) {
     reading read;
     std::string strSection;
@@ -112,7 +113,8 @@ std::vector<reading> readByPython(const std::vector<std::string>& listName, cons
 content comparable(content values, const reading& read) {
     for (auto& section : values)
         for (auto it = section.second.begin(); it != section.second.end();) {
-            const bool bOut = it->first.empty() || it->first[0] == '[' || read.setUnknown.count({section.first, it->first});
+            const bool bNoKey = it->first.empty() || it->first[0] == '[';
+            const bool bOut = bNoKey || read.setUnknown.count({section.first, it->first}) != 0;
             it = bOut ? section.second.erase(it) : std::next(it);
         }
     return values;
@@ -163,7 +165,8 @@ TEST_F(Corpus, ThereAreDocumentsOfTheTreeAndOfTheMachine) {
         }
     EXPECT_GT(nSections, 100u);
     EXPECT_GT(nKeys, 300u);
-    printf("%zu documents, %zu of them the tree's; %zu sections, %zu keys\n", s_listOrigin.size(), s_nOwn, nSections, nKeys);
+    printf("%zu documents, %zu of them the tree's; %zu sections, %zu keys\n", s_listOrigin.size(), s_nOwn, nSections,
+           nKeys);
 }
 
 TEST_F(Corpus, EveryDocumentIsSavedToAFixedPoint) {
@@ -207,13 +210,14 @@ TEST_F(Corpus, AnotherParserFindsTheSameInDocumentsAndInTheirSaves) {
     ASSERT_EQ(listName.size(), listReading.size());
     size_t nCompared = 0, nLeftOut = 0;
     for (size_t i = 0; i < listName.size(); ++i) {
-        if (!listReading[i].bKnown)
+        const reading& there = listReading[i];
+        if (!there.bKnown)
             continue;
-        const content values = contentOf(iniFile(listName[i].c_str()));
-        EXPECT_EQ(describe(comparable(listReading[i].values, listReading[i])), describe(comparable(values, listReading[i])))
+        const content here = contentOf(iniFile(listName[i].c_str()));
+        EXPECT_EQ(describe(comparable(there.values, there)), describe(comparable(here, there)))
             << s_listOrigin[i / 2] << (i % 2 != 0 ? ", saved" : "");
         ++nCompared;
-        nLeftOut += listReading[i].setUnknown.size();
+        nLeftOut += there.setUnknown.size();
     }
     EXPECT_GE(nCompared, 2 * s_nOwn - 4);
     printf("%zu documents and saves compared; %zu keys that have no value there left out\n", nCompared, nLeftOut);
