@@ -27,8 +27,9 @@ const std::string s_strFind =
     "-o -name '*.conf' -o -name '*.cnf' -o -name '*.service' -o -name '*.socket' -o -name '*.timer' "
     "-o -name '*.target' -o -name '*.mount' -o -name '*.automount' -o -name '*.path' -o -name '*.slice' "
     "-o -name '*.network' -o -name '*.link' -o -name '*.netdev' -o -name '*.preset' -o -name '*.desktop' "
-    "-o -name '*.directory' -o -name '*.theme' -o -name '*.nmconnection' -o -name '*.repo' -o -name '*.toml' -o -name '*gitconfig' "
-    "-o -name '.editorconfig' -o -name '*hgrc*' -o -name '*.inf' \\) -print0 2>/dev/null | sort -z | head -z -n 2000";
+    "-o -name '*.directory' -o -name '*.theme' -o -name '*.nmconnection' -o -name '*.repo' -o -name '*.toml' "
+    "-o -name '*gitconfig' -o -name '.editorconfig' -o -name '*hgrc*' -o -name '*.inf' \\) "
+    "-print0 2>/dev/null | sort -z | head -z -n 2000";
 
 std::string lower(std::string str) {
     for (char& ch : str)
