@@ -7,6 +7,7 @@
 #include "qor/ArrayHelper.h"
 #include "qor/BaseHelper.h"
 #include "qor/ChainHelper.h"
+#include "qor/CodePage.h"
 #include "qor/FileHelper.h"
 #include "qor/ListHelper.h"
 #include "qor/MiscHelper.h"
