@@ -1,0 +1,59 @@
+// What the sources of the regular expressions share: the state of a build, and what a build works out for matching.
+#ifndef QOR_INTERNAL_REGULAR_EXPRESS_H
+#define QOR_INTERNAL_REGULAR_EXPRESS_H
+
+#include "qor/RegularExpressHelper/Express.h"
+
+namespace QOR_RegularExpressHelper {
+
+// The build under way. m_nLook is the depth of the deepest repetition in front that looks ahead: the matcher may stand
+// in it when it comes to what follows.
+struct reBuild {
+    int m_nNodes = 0;
+    int m_nDepth = 0;
+    int m_nLook = 0;
+
+    int nextDepth() const { return (m_nDepth > m_nLook ? m_nDepth : m_nLook) + 1; }
+};
+
+// What a repeated node knows about the characters of a text, and, for the root, where a match may begin.
+struct rePlan {
+    static constexpr uint8_t bitTakes = 1;  // one repetition takes the character, and nothing else
+    static constexpr uint8_t bitLook = 2;   // looking ahead has to be tried at the character
+    static constexpr uint8_t bitStart = 4;  // a match of the whole pattern may begin with the character
+
+    uint8_t m_arrChar[256];
+    bool m_bRun;           // repetitions are a run of characters
+    bool m_bPartial;       // a run's last character does not touch all nodes below, but the one before it does
+    bool m_bNothingAfter;  // looking ahead always succeeds and touches nothing
+    bool m_bRestEmpty;     // how looking ahead ends at a character without bitLook
+    bool m_bReference;     // root only: there are back-references
+    int m_nStart;          // root only: the one character that a match begins with; -1: there are several
+};
+
+// Traces a pattern and a mark under the place of its error.
+void traceError(const char* lpszREText, const char* lpszError);
+
+// Works out the plans of a whole tree. False: no memory.
+bool planTree(reRegularExpress<char>& express);
+
+template <class T>
+inline bool isAtEnd(const T* lpsz, const T* lpszEnding) {
+    return lpszEnding != NULL ? lpsz >= lpszEnding : *lpsz == 0;
+}
+
+// The root as what it is, or null in a tree put together by hand.
+template <class T>
+inline reRegularExpress<T>* expressOf(re_Base<T>* pRE) {
+    re_Base<T>* pRoot = pRE->GetRootRE();
+    return (pRoot->m_uTraits & traitExpress) != 0 ? static_cast<reRegularExpress<T>*>(pRoot) : NULL;
+}
+
+template <class T>
+inline unsigned charValue(T ch) {
+    return static_cast<unsigned char>(ch);
+}
+
+}  // namespace QOR_RegularExpressHelper
+
+#endif
