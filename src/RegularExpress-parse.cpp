@@ -22,11 +22,6 @@ void setSource(re_Base<T>* pRE, const T* lpszFrom, const T* lpszTo) {
     pRE->m_strREText.CopyTextFrom(lpszFrom, static_cast<int>(lpszTo - lpszFrom));
 }
 
-template <class T>
-bool looksAhead(const re_Base<T>* pRE) {
-    return pRE->m_nMinTimes != pRE->m_nMaxTimes && pRE->m_chRepeatMode != '+';
-}
-
 // Whether an element may be added, and one level of it entered.
 bool mayAdd(const reBuild* pBuild, int nGradeLevel) {
     if (pBuild == NULL)
@@ -344,5 +339,8 @@ template int re_Reference<char>::tryParseREFromText(const char*&);
 template int re_Group<char>::tryParseREFromText(const char*&);
 template int re_Group<char>::ParseAndREFromTextByEnding(const char*&, char);
 template int re_Group<char>::tryParseGroupREFromText(const char*&);
+template int re_Group<char>::ParseElements(const char*&, bool);
+template int re_Group<char>::ParseSet(const char*&);
+template int re_Group<char>::ParseAlias(const char*&, const char*, int);
 
 }  // namespace QOR_RegularExpressHelper

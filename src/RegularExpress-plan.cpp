@@ -41,6 +41,7 @@ struct traitsOf {
     bool bNothing = false;    // it may match nothing
     bool bSingle = false;     // it takes one character or fails, by that character alone
     bool bUniform = false;    // bSingle only: whatever the character, all nodes below are touched
+    bool bLooks = false;      // it looks ahead, or a node below does
     bool bPartial = false;    // bSingle only: not all nodes below are touched where it fails
 };
 
@@ -161,7 +162,9 @@ private:
         }
         if (!bNegative || nCount == 0)
             return traits;
+        const bool bLooks = traits.bLooks;
         traits = traitsOf();
+        traits.bLooks = bLooks;
         traits.setFirst = traits.setStart = charSet(true);
         return traits;
     }
@@ -172,6 +175,7 @@ private:
         traits.setFirst.add(child.setFirst);
         traits.setStart.add(child.setStart);
         traits.bNothing = traits.bNothing && child.bNothing;
+        traits.bLooks = traits.bLooks || child.bLooks;
     }
 
     traitsOf planSet(group* pGroup, const following& after) {
@@ -189,6 +193,7 @@ private:
             traits.setStart.add(child.setStart);
             traits.setTakes.add(child.setTakes);
             traits.bNothing = traits.bNothing || child.bNothing;
+            traits.bLooks = traits.bLooks || child.bLooks;
             traits.bSingle = traits.bSingle && isSingleChild(pChild, child) && (nCount == 1 || !child.bPartial);
             traits.bUniform = traits.bUniform && child.bUniform;
             traits.bPartial = traits.bPartial || child.bPartial;
@@ -222,6 +227,7 @@ private:
             return traits;
         fillPlan(p, traits, after);
         traits.bSingle = false;
+        traits.bLooks = traits.bLooks || looksAhead(p);
         traits.bNothing = traits.bNothing || p->m_nMinTimes == 0;
         if (p->m_nMaxTimes == 0)
             traits.setFirst = traits.setStart = charSet();
@@ -235,6 +241,7 @@ private:
         const bool bToEnd = p->m_nMaxTimes == -1 && p->m_chRepeatMode != '?';
         pPlan->m_bRun = traits.bSingle && (traits.bUniform || bToEnd);
         pPlan->m_bPartial = traits.bPartial;
+        pPlan->m_bInnerLook = traits.bLooks;
         pPlan->m_bNothingAfter = after.bNone;
         pPlan->m_bRestEmpty = after.bNothing;
         for (int ch = 0; ch < 256; ++ch) {

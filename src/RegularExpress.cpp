@@ -63,7 +63,8 @@ public:
         if (m_pPlan != NULL) {
             if (m_pPlan->m_bNothingAfter)
                 return true;
-            if (!isAtEnd(lpsz, m_lpszEnding) && (m_pPlan->m_arrChar[charValue(*lpsz)] & rePlan::bitLook) == 0) {
+            if (!m_pPlan->m_bInnerLook && !isAtEnd(lpsz, m_lpszEnding) &&
+                (m_pPlan->m_arrChar[charValue(*lpsz)] & rePlan::bitLook) == 0) {
                 m_lpszSkipped = lpsz;
                 return m_pPlan->m_bRestEmpty;
             }

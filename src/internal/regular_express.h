@@ -25,6 +25,7 @@ struct rePlan {
     uint8_t m_arrChar[256];
     bool m_bRun;           // repetitions are a run of characters
     bool m_bPartial;       // a run's last character does not touch all nodes below, but the one before it does
+    bool m_bInnerLook;     // nodes below look ahead, too, beyond this one: nothing is passed over
     bool m_bNothingAfter;  // looking ahead always succeeds and touches nothing
     bool m_bRestEmpty;     // how looking ahead ends at a character without bitLook
     bool m_bReference;     // root only: there are back-references
@@ -40,6 +41,11 @@ bool planTree(reRegularExpress<char>& express);
 template <class T>
 inline bool isAtEnd(const T* lpsz, const T* lpszEnding) {
     return lpszEnding != NULL ? lpsz >= lpszEnding : *lpsz == 0;
+}
+
+template <class T>
+inline bool looksAhead(const re_Base<T>* pRE) {
+    return pRE->m_nMinTimes != pRE->m_nMaxTimes && pRE->m_chRepeatMode != '+';
 }
 
 // The root as what it is, or null in a tree put together by hand.
