@@ -11,7 +11,7 @@ using namespace QOR_StringHelper;
 namespace QOR_RegularExpressHelper {
 
 template <class T>
-reRegularExpress<T>::reRegularExpress(const T* lpszREText, unsigned int nFlags) : m_lpszFoundEnd(NULL) {
+reRegularExpress<T>::reRegularExpress(const T* lpszREText, unsigned int nFlags) : m_lpszFoundEnd(NULL), m_pSearch(NULL) {
     this->m_uTraits |= traitExpress;
     this->m_nFlags = nFlags;
     if (lpszREText != NULL)
@@ -20,7 +20,9 @@ reRegularExpress<T>::reRegularExpress(const T* lpszREText, unsigned int nFlags) 
 }
 
 template <class T>
-reRegularExpress<T>::~reRegularExpress() {}
+reRegularExpress<T>::~reRegularExpress() {
+    delete m_pSearch;
+}
 
 template <class T>
 void reRegularExpress<T>::ClearResult() {
@@ -37,8 +39,8 @@ void reRegularExpress<T>::ClearTree() {
     this->m_strREText.Clear();
     this->m_bNegative = 0;
     this->m_uTraits &= ~traitOvershoot;
-    delete this->m_pPlan;
-    this->m_pPlan = NULL;
+    delete m_pSearch;
+    m_pSearch = NULL;
     ClearResult();
 }
 
@@ -73,42 +75,60 @@ const T* reRegularExpress<T>::BuildRegularExpress(const T* lpszREText, unsigned 
 
 // ---- searching
 
+namespace {
+
 // The first place up to the end at which a match may begin.
 template <class T>
-const T* reRegularExpress<T>::FindStart(const T* lpszFrom, const T* lpszTo) const {
-    const rePlan* pPlan = this->m_pPlan;
-    if (pPlan == NULL)
-        return lpszFrom;
-    if (pPlan->m_nStart >= 0) {
-        const void* p = memchr(lpszFrom, pPlan->m_nStart, static_cast<size_t>(lpszTo - lpszFrom));
+const T* findStart(const reSearch& search, const T* lpszFrom, const T* lpszTo) {
+    if (search.m_nStart >= 0) {
+        const void* p = memchr(lpszFrom, search.m_nStart, static_cast<size_t>(lpszTo - lpszFrom));
         return p != NULL ? static_cast<const T*>(p) : lpszTo;
     }
-    while (lpszFrom < lpszTo && (pPlan->m_arrChar[charValue(*lpszFrom)] & rePlan::bitStart) == 0)
+    while (lpszFrom < lpszTo && !search.m_arrStart[charValue(*lpszFrom)])
         ++lpszFrom;
     return lpszFrom;
 }
 
-// Places where no match can begin are passed over, and what nodes remember is kept from place to place: a node's answer
-// depends on nothing but the place, unless there are back-references.
+// The next place to try behind one that failed.
+template <class T>
+const T* passFailed(const reSearch& search, const T* lpsz, const T* lpszTo) {
+    if (search.m_pLead == NULL)
+        return lpsz + 1;
+    const T* lpszFrom = lpsz;
+    while (lpsz < lpszTo && (search.m_pLead->m_arrChar[charValue(*lpsz)] & rePlan::bitTakes) != 0)
+        ++lpsz;
+    return lpsz == lpszFrom || (search.m_bLeadEmpty && lpsz < lpszTo) ? lpsz + 1 : lpsz;
+}
+
+}  // namespace
+
+// Places where no match can begin are passed over. Behind the first attempt, what nodes remember is kept from place to
+// place, and where no back-reference looks at results, only those that matter for the answer are kept up; the place
+// that is found is then matched once more, for all of them.
 template <class T>
 const T* reRegularExpress<T>::SearchREOnText(const T* lpszSrcText, const T* lpszSrcEnding) {
     if (lpszSrcText == NULL)
         return NULL;
     const T* lpszTo = lpszSrcEnding != NULL ? lpszSrcEnding : lpszSrcText + chStrlen(lpszSrcText);
-    const bool bKeep = this->m_pPlan != NULL && !this->m_pPlan->m_bReference;
-    const T* lpszFoundEnd = lpszSrcEnding != NULL ? NULL : lpszTo;
-    ClearResult();
-    const T* lpsz = FindStart(lpszSrcText, lpszTo);
-    for (; lpsz < lpszTo; lpsz = FindStart(lpsz + 1, lpszTo)) {
-        m_lpszFoundEnd = lpszFoundEnd;
-        if (this->ApplyREOnText(lpsz, lpszTo) != NULL)
-            break;
-        if (!bKeep)
+    const auto attempt = [&](const T* lpsz, bool bClear) {
+        if (bClear)
             ClearResult();
+        m_lpszFoundEnd = lpszSrcEnding != NULL ? NULL : lpszTo;
+        return this->ApplyREOnText(lpsz, lpszTo) != NULL;
+    };
+    if (m_pSearch == NULL)
+        return attempt(lpszSrcText, true) ? lpszSrcText : NULL;
+    const T* lpsz = findStart(*m_pSearch, lpszSrcText, lpszTo);
+    if (attempt(lpsz, true))
+        return lpsz;
+    m_pSearch->m_bScouting = !m_pSearch->m_bReference;
+    bool bFound = false;
+    while (lpsz < lpszTo && !bFound) {
+        lpsz = findStart(*m_pSearch, passFailed(*m_pSearch, lpsz, lpszTo), lpszTo);
+        bFound = attempt(lpsz, m_pSearch->m_bReference);
     }
-    ClearResult();
-    m_lpszFoundEnd = lpszFoundEnd;
-    return this->ApplyREOnText(lpsz, lpszTo) != NULL ? lpsz : NULL;
+    m_pSearch->m_bScouting = false;
+    return attempt(lpsz, true) ? lpsz : NULL;
 }
 
 // ---- captures

@@ -42,6 +42,7 @@ struct traitsOf {
     bool bSingle = false;     // it takes one character or fails, by that character alone
     bool bUniform = false;    // bSingle only: whatever the character, all nodes below are touched
     bool bLooks = false;      // it looks ahead, or a node below does
+    bool bPlain = false;      // bSingle only: where it fails, all nodes below fail
     bool bPartial = false;    // bSingle only: not all nodes below are touched where it fails
 };
 
@@ -60,21 +61,22 @@ public:
     }
 
     bool run() {
+        m_express.m_pSearch = new (std::nothrow) reSearch;
+        if (m_express.m_pSearch == NULL)
+            return false;
         survey(&m_express);
         const traitsOf traits = planGroup(&m_express, following());
         if (m_bOvershoot)
             markOvershoot(&m_express);
-        rePlan* pPlan = newPlan(&m_express);
-        if (pPlan == NULL)
-            return false;
+        reSearch& search = *m_express.m_pSearch;
         int nStarts = 0;
         for (int ch = 0; ch < 256; ++ch) {
-            if (!traits.bNothing && !traits.setStart.has(ch))
-                continue;
-            pPlan->m_arrChar[ch] = rePlan::bitStart;
-            pPlan->m_nStart = ++nStarts == 1 ? ch : -1;
+            search.m_arrStart[ch] = traits.bNothing || traits.setStart.has(ch);
+            if (search.m_arrStart[ch])
+                search.m_nStart = ++nStarts == 1 ? ch : -1;
         }
-        pPlan->m_bReference = m_bReference;
+        search.m_bReference = m_bReference;
+        findLead(&m_express);
         return m_bMemory;
     }
 
@@ -108,6 +110,20 @@ private:
         return p->m_pPlan;
     }
 
+    // Down the first members of sequences that have to match.
+    void findLead(group* pGroup) {
+        if (m_bReference || (pGroup->m_uTraits & traitSet) != 0 || pGroup->m_bNegative != 0 ||
+            pGroup->m_nMinTimes == 0 || pGroup->GetChildRECount() == 0)
+            return;
+        node* p = pGroup->m_arrTargetREs[0];
+        if (p->m_pPlan != NULL && p->m_pPlan->m_bRun && p->m_nMaxTimes == -1) {
+            m_express.m_pSearch->m_pLead = p->m_pPlan;
+            m_express.m_pSearch->m_bLeadEmpty = p->m_nMinTimes == 0;
+        } else if ((p->m_uTraits & traitGroup) != 0) {
+            findLead(static_cast<group*>(p));
+        }
+    }
+
     // ---- one repetition
 
     // A leaf is asked, one character after the other.
@@ -126,7 +142,7 @@ private:
                 traits.setTakes.add(ch);
         }
         traits.setFirst = traits.setStart = traits.setTakes;
-        traits.bSingle = traits.bUniform = !bRun;
+        traits.bSingle = traits.bUniform = traits.bPlain = !bRun;
         return traits;
     }
 
@@ -186,6 +202,7 @@ private:
         traits.bNothing = nCount == 0;
         traits.bSingle = nCount > 0;
         traits.bUniform = nCount == 1;
+        traits.bPlain = true;
         for (int i = 0; i < nCount; ++i) {
             node* pChild = pGroup->m_arrTargetREs[i];
             const traitsOf child = planNode(pChild, rest);
@@ -196,6 +213,7 @@ private:
             traits.bLooks = traits.bLooks || child.bLooks;
             traits.bSingle = traits.bSingle && isSingleChild(pChild, child) && (nCount == 1 || !child.bPartial);
             traits.bUniform = traits.bUniform && child.bUniform;
+            traits.bPlain = traits.bPlain && child.bPlain;
             traits.bPartial = traits.bPartial || child.bPartial;
         }
         return pGroup->m_bNegative != 0 && nCount > 0 ? negated(traits, nCount) : traits;
@@ -204,6 +222,7 @@ private:
     static traitsOf negated(const traitsOf& positive, int nCount) {
         traitsOf traits = positive;
         traits.bNothing = false;
+        traits.bPlain = false;
         traits.setFirst = traits.setStart = charSet(true);
         if (!positive.bSingle)
             return traits;
@@ -240,6 +259,8 @@ private:
             return;
         const bool bToEnd = p->m_nMaxTimes == -1 && p->m_chRepeatMode != '?';
         pPlan->m_bRun = traits.bSingle && (traits.bUniform || bToEnd);
+        pPlan->m_pScouting = &m_express.m_pSearch->m_bScouting;
+        pPlan->m_bPlain = traits.bPlain;
         pPlan->m_bPartial = traits.bPartial;
         pPlan->m_bInnerLook = traits.bLooks;
         pPlan->m_bNothingAfter = after.bNone;

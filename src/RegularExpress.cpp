@@ -8,7 +8,12 @@
 //   place, are then applied at the last two places only: at these all of them are touched that ever were, and last.
 // - Looking ahead at a character without bitLook ends as rePlan::m_bRestEmpty says, and touches the same nodes with the
 //   same outcome at each such character. So of several such places in a row only the last is made up for, in front of
-//   the next one that has to be tried, or at the end of the repetition.
+//   the next one that has to be tried, or at the end of the repetition. Where nodes below the repeated one look ahead
+//   over the same nodes, the order would not be kept, so nothing is passed over.
+// A search that scouts (reSearch::m_bScouting) leaves both kinds of making up out; it matches once more at the end.
+//
+// The virtual functions are the nodes' face; inside, nodes are told apart by their traits, so that the compiler sees
+// one recursion.
 #include "qor/RegularExpressHelper.h"
 
 #include <new>
@@ -30,6 +35,13 @@ template <class T>
 inline bool isEqualChar(uint32_t nFlags, T chPattern, T chText) {
     return chPattern == chText || ((nFlags & flagIgnoreCase) != 0 && chPattern == chReverse(chText));
 }
+
+template <class T>
+inline const T* applyNode(re_Base<T>* pRE, const T* lpszSrcText, const T* lpszSrcEnding);
+template <class T>
+const T* applyOnce(re_Base<T>* pRE, const T* lpszSrcText, const T* lpszSrcEnding);
+template <class T>
+const T* applyAfter(re_Base<T>* pRE, int iIndex, const T* lpsz, const T* lpszEnding);
 
 // The end of a text whose NUL may be passed. The root keeps it: behind it nothing matches.
 template <class T>
@@ -56,7 +68,10 @@ public:
     lookAhead(re_Base<T>* pRE, const T* lpszSrcEnding)
         : m_pRE(pRE), m_pPlan(pRE->m_pPlan), m_lpszEnding(lpszSrcEnding), m_lpszSkipped(NULL) {}
     // Makes up for what was skipped last.
-    ~lookAhead() { flush(); }
+    ~lookAhead() {
+        if (m_lpszSkipped != NULL && !*m_pPlan->m_pScouting)
+            apply(m_lpszSkipped);
+    }
 
     // Whether what follows matches there.
     bool at(const T* lpsz) {
@@ -69,18 +84,15 @@ public:
                 return m_pPlan->m_bRestEmpty;
             }
         }
-        flush();
+        if (m_lpszSkipped != NULL && !*m_pPlan->m_pScouting)
+            apply(m_lpszSkipped);
+        m_lpszSkipped = NULL;
         return apply(lpsz);
     }
 
 private:
     bool apply(const T* lpsz) {
-        return m_pRE->m_pParentRE->ApplyREsAfterChild(m_pRE->m_iIndexInParent, lpsz, m_lpszEnding) != NULL;
-    }
-    void flush() {
-        if (m_lpszSkipped != NULL)
-            apply(m_lpszSkipped);
-        m_lpszSkipped = NULL;
+        return applyAfter(m_pRE->m_pParentRE, m_pRE->m_iIndexInParent, lpsz, m_lpszEnding) != NULL;
     }
 
     re_Base<T>* m_pRE;
@@ -94,7 +106,7 @@ private:
 template <class T>
 const T* takeMost(re_Base<T>* pRE, const T* lpsz, const T* lpszEnding, int nTimes) {
     for (; nTimes != 0; nTimes -= nTimes > 0) {
-        const T* lpszNext = pRE->ApplyChildREFrom(0, lpsz, lpszEnding);
+        const T* lpszNext = applyOnce(pRE, lpsz, lpszEnding);
         if (lpszNext == NULL || lpszNext == lpsz)
             break;
         pRE->m_lpszResultEnd = lpsz = lpszNext;
@@ -109,7 +121,7 @@ const T* takeBest(re_Base<T>* pRE, const T* lpsz, const T* lpszEnding, int nTime
     for (;; nTimes -= nTimes > 0) {
         if (look.at(lpsz))
             lpszBest = lpsz;
-        const T* lpszNext = nTimes != 0 ? pRE->ApplyChildREFrom(0, lpsz, lpszEnding) : NULL;
+        const T* lpszNext = nTimes != 0 ? applyOnce(pRE, lpsz, lpszEnding) : NULL;
         if (lpszNext == NULL || lpszNext == lpsz)
             return lpszBest;
         pRE->m_lpszResultEnd = lpsz = lpszNext;
@@ -120,7 +132,7 @@ template <class T>
 const T* takeLeast(re_Base<T>* pRE, const T* lpsz, const T* lpszEnding, int nTimes) {
     lookAhead<T> look(pRE, lpszEnding);
     for (; nTimes != 0 && !look.at(lpsz); nTimes -= nTimes > 0) {
-        const T* lpszNext = pRE->ApplyChildREFrom(0, lpsz, lpszEnding);
+        const T* lpszNext = applyOnce(pRE, lpsz, lpszEnding);
         if (lpszNext == NULL || lpszNext == lpsz)
             break;
         pRE->m_lpszResultEnd = lpsz = lpszNext;
@@ -129,24 +141,34 @@ const T* takeLeast(re_Base<T>* pRE, const T* lpsz, const T* lpszEnding, int nTim
 }
 
 template <class T>
+const T* applyOptional(re_Base<T>* pRE, const T* lpsz, const T* lpszEnding, int nTimes) {
+    switch (pRE->m_chRepeatMode) {
+        case '+':
+            return takeMost(pRE, lpsz, lpszEnding, nTimes);
+        case ' ':
+            return takeBest(pRE, lpsz, lpszEnding, nTimes);
+        case '?':
+            return takeLeast(pRE, lpsz, lpszEnding, nTimes);
+        default:
+            return NULL;
+    }
+}
+
+template <class T>
 const T* applyTimes(re_Base<T>* pRE, const T* lpszSrcText, const T* lpszSrcEnding) {
     const int nMin = pRE->m_nMinTimes, nMax = pRE->m_nMaxTimes;
-    if (nMin == 1 && nMax == 1)
-        return pRE->ApplyChildREFrom(0, lpszSrcText, lpszSrcEnding);
     const T* lpsz = lpszSrcText;
     for (int i = 0; i < nMin; ++i) {
-        const T* lpszNext = pRE->ApplyChildREFrom(0, lpsz, lpszSrcEnding);
+        const T* lpszNext = applyOnce(pRE, lpsz, lpszSrcEnding);
         if (lpszNext == NULL)
             return NULL;
         if (lpszNext == lpsz)
             break;
         lpsz = lpszNext;
     }
-    const int nTimes = nMax == -1 ? -1 : nMax - nMin;
     if (pRE->m_pParentRE == NULL || (nMax != -1 && nMax <= nMin))
         return lpsz;
-    return static_cast<re_Group<T>*>(pRE->m_pParentRE)
-        ->ApplyChildForOptional(pRE->m_iIndexInParent, lpsz, lpszSrcEnding, nTimes);
+    return applyOptional(pRE, lpsz, lpszSrcEnding, nMax == -1 ? -1 : nMax - nMin);
 }
 
 // ---- the repetitions of a node that takes one character each
@@ -161,7 +183,7 @@ public:
     const T* apply() {
         const bool bEnough = scanTo(m_pRE->m_nMinTimes);
         const T* lpszResult = bEnough ? applyOptional() : NULL;
-        if ((m_pRE->m_uTraits & traitGroup) != 0)
+        if ((m_pRE->m_uTraits & traitGroup) != 0 && !*m_pRE->m_pPlan->m_pScouting)
             touch();
         return lpszResult;
     }
@@ -211,10 +233,24 @@ private:
 
     // Leaves the nodes below as if they had been applied at each place.
     void touch() {
+        if (m_bRefused && m_pRE->m_pPlan->m_bPlain) {
+            refuse(static_cast<re_Group<T>*>(m_pRE));
+            return;
+        }
         if (m_lpsz > m_lpszBegin && (!m_bRefused || m_pRE->m_pPlan->m_bPartial))
-            m_pRE->ApplyChildREFrom(0, m_lpsz - 1, m_lpszEnding);
+            applyOnce(m_pRE, m_lpsz - 1, m_lpszEnding);
         if (m_bRefused)
-            m_pRE->ApplyChildREFrom(0, m_lpsz, m_lpszEnding);
+            applyOnce(m_pRE, m_lpsz, m_lpszEnding);
+    }
+
+    void refuse(re_Group<T>* pGroup) {
+        for (int i = 0; i < pGroup->GetChildRECount(); ++i) {
+            re_Base<T>* pChild = pGroup->m_arrTargetREs[i];
+            pChild->m_lpszResultBegin = m_lpsz;
+            pChild->m_lpszResultEnd = NULL;
+            if ((pChild->m_uTraits & traitGroup) != 0)
+                refuse(static_cast<re_Group<T>*>(pChild));
+        }
     }
 
     re_Base<T>* m_pRE;
@@ -224,6 +260,139 @@ private:
     const T* m_lpsz;
     bool m_bRefused;
 };
+
+// ---- one repetition of a node
+
+template <class T>
+inline const T* applyLeaf(const re_Text<T>* pRE, int iIndex, const T* lpsz, const T* lpszEnding) {
+    if (isAtEnd(lpsz, lpszEnding))
+        return NULL;
+    return isEqualChar(pRE->m_nFlags, pRE->m_arrText.GetBuffer()[iIndex], *lpsz) ? lpsz + 1 : NULL;
+}
+
+template <class T>
+inline const T* applyLeaf(const re_Range<T>* pRE, int, const T* lpsz, const T* lpszEnding) {
+    if (isAtEnd(lpsz, lpszEnding))
+        return NULL;
+    const uint32_t ch = charValue(*lpsz);
+    if (pRE->m_chLow <= ch && ch <= pRE->m_chHigh)
+        return lpsz + 1;
+    if ((pRE->m_nFlags & flagIgnoreCase) == 0)
+        return NULL;
+    const uint32_t chOther = charValue(chReverse(*lpsz));
+    return pRE->m_chLow <= chOther && chOther <= pRE->m_chHigh ? lpsz + 1 : NULL;
+}
+
+template <class T>
+const T* applyLeaf(const re_Reference<T>* pRE, int iIndex, const T* lpsz, const T*) {
+    if (!QOR_ASSERT(iIndex == 0))
+        return NULL;
+    const re_Base<T>* pRefRE = pRE->m_pRefRE;
+    if (!QOR_ASSERT_TEXT(pRefRE != NULL && pRefRE->m_lpszResultEnd != NULL, "FALSE"))
+        return NULL;
+    const bool bFold = (pRE->m_nFlags & flagIgnoreCase) != 0;
+    for (const T* lpszRef = pRefRE->m_lpszResultBegin; lpszRef != pRefRE->m_lpszResultEnd; ++lpszRef, ++lpsz)
+        if (*lpszRef != *lpsz && (!bFold || chUpper(*lpszRef) != chUpper(*lpsz)))
+            return NULL;
+    return lpsz;
+}
+
+template <class T>
+inline const T* applyLeaf(const re_Group<T>* pRE, int iIndex, const T* lpsz, const T* lpszEnding) {
+    return applyNode(pRE->m_arrTargetREs.GetBuffer()[iIndex], lpsz, lpszEnding);
+}
+
+// Children from iIndex on, one after the other. There is at least one.
+template <class X, class T>
+inline const T* applyAnd(X* pRE, int iIndex, const T* lpszSrcText, const T* lpszSrcEnding) {
+    const int nCount = pRE->GetChildRECount();
+    const T* lpsz = lpszSrcText;
+    for (; iIndex < nCount && lpsz != NULL; ++iIndex)
+        lpsz = applyLeaf(pRE, iIndex, lpsz, lpszSrcEnding);
+    if (pRE->m_bNegative == 0)
+        return lpsz;
+    return lpsz == NULL && mayStand<T>(pRE, lpszSrcText, lpszSrcEnding) ? lpszSrcText + 1 : NULL;
+}
+
+// The first child from iIndex on that matches. There is at least one.
+template <class X, class T>
+inline const T* applyCase(X* pRE, int iIndex, const T* lpszSrcText, const T* lpszSrcEnding) {
+    const int nCount = pRE->GetChildRECount();
+    const T* lpsz = NULL;
+    for (; iIndex < nCount && lpsz == NULL; ++iIndex)
+        lpsz = applyLeaf(pRE, iIndex, lpszSrcText, lpszSrcEnding);
+    if (pRE->m_bNegative == 0)
+        return lpsz;
+    return lpsz == NULL && !isAtEnd(lpszSrcText, lpszSrcEnding) ? lpszSrcText + 1 : NULL;
+}
+
+template <class T>
+const T* applyGroup(re_Group<T>* pRE, int iIndex, const T* lpszSrcText, const T* lpszSrcEnding) {
+    if (iIndex == pRE->GetChildRECount())
+        return lpszSrcText;
+    if ((pRE->m_uTraits & traitSet) != 0)
+        return applyCase(pRE, iIndex, lpszSrcText, lpszSrcEnding);
+    return applyAnd(pRE, iIndex, lpszSrcText, lpszSrcEnding);
+}
+
+template <class T>
+const T* applyOnce(re_Base<T>* pRE, const T* lpszSrcText, const T* lpszSrcEnding) {
+    switch (pRE->m_uTraits & (traitGroup | traitText | traitSet)) {
+        case traitGroup:
+        case traitGroup | traitSet:
+            return applyGroup(static_cast<re_Group<T>*>(pRE), 0, lpszSrcText, lpszSrcEnding);
+        case traitText:
+            return applyAnd(static_cast<re_Text<T>*>(pRE), 0, lpszSrcText, lpszSrcEnding);
+        case traitText | traitSet:
+            return applyCase(static_cast<re_Text<T>*>(pRE), 0, lpszSrcText, lpszSrcEnding);
+        default:
+            return pRE->ApplyChildREFrom(0, lpszSrcText, lpszSrcEnding);
+    }
+}
+
+// A node with its quantifier.
+template <class T>
+inline const T* applyNode(re_Base<T>* pRE, const T* lpszSrcText, const T* lpszSrcEnding) {
+    if (lpszSrcText == pRE->m_lpszResultBegin)
+        return pRE->m_lpszResultEnd;
+    pRE->m_lpszResultBegin = lpszSrcText;
+    pRE->m_lpszResultEnd = NULL;
+    if (lpszSrcEnding != NULL && lpszSrcText > lpszSrcEnding && !mayStand(pRE, lpszSrcText, lpszSrcEnding))
+        return NULL;
+    const T* lpszResult = NULL;
+    if (pRE->m_nMinTimes == 1 && pRE->m_nMaxTimes == 1)
+        lpszResult = applyOnce(pRE, lpszSrcText, lpszSrcEnding);
+    else if (pRE->m_pPlan != NULL && pRE->m_pPlan->m_bRun)
+        lpszResult = charRun<T>(pRE, lpszSrcText, lpszSrcEnding).apply();
+    else
+        lpszResult = applyTimes(pRE, lpszSrcText, lpszSrcEnding);
+    pRE->m_lpszResultEnd = lpszResult;
+    return lpszResult;
+}
+
+// What follows a child, upwards through the tree. Only the rest of the innermost sequence can fail it.
+template <class T>
+const T* applyAfter(re_Base<T>* pRE, int iIndex, const T* lpsz, const T* lpszEnding) {
+    const T* lpszGood = NULL;
+    while (pRE != NULL) {
+        if ((pRE->m_uTraits & (traitSet | traitGroup)) == traitGroup)
+            lpsz = applyGroup(static_cast<re_Group<T>*>(pRE), iIndex + 1, lpsz, lpszEnding);
+        else if ((pRE->m_uTraits & traitSet) == 0)
+            lpsz = pRE->ApplyChildREFrom(iIndex + 1, lpsz, lpszEnding);
+        if (lpsz == NULL)
+            break;
+        lpszGood = lpsz;
+        iIndex = pRE->m_iIndexInParent;
+        pRE = pRE->m_pParentRE;
+    }
+    return lpszGood;
+}
+
+// The end for a caller from outside.
+template <class T>
+inline const T* endFor(re_Base<T>* pRE, const T* lpszSrcText, const T* lpszSrcEnding) {
+    return lpszSrcEnding == NULL && (pRE->m_uTraits & traitOvershoot) != 0 ? findEnd(pRE, lpszSrcText) : lpszSrcEnding;
+}
 
 }  // namespace
 
@@ -241,21 +410,9 @@ re_Base<T>::~re_Base() {
 
 template <class T>
 const T* re_Base<T>::ApplyREOnText(const T* lpszSrcText, const T* lpszSrcEnding) {
-    if (lpszSrcText == m_lpszResultBegin)
-        return m_lpszResultEnd;
-    if (lpszSrcText == NULL)
-        return NULL;
-    if (lpszSrcEnding == NULL && (m_uTraits & traitOvershoot) != 0)
-        lpszSrcEnding = findEnd(this, lpszSrcText);
-    m_lpszResultBegin = lpszSrcText;
-    m_lpszResultEnd = NULL;
-    if (lpszSrcEnding != NULL && lpszSrcText > lpszSrcEnding && !mayStand(this, lpszSrcText, lpszSrcEnding))
-        return NULL;
-    if (m_pPlan != NULL && m_pPlan->m_bRun)
-        m_lpszResultEnd = charRun<T>(this, lpszSrcText, lpszSrcEnding).apply();
-    else
-        m_lpszResultEnd = applyTimes(this, lpszSrcText, lpszSrcEnding);
-    return m_lpszResultEnd;
+    if (lpszSrcText == m_lpszResultBegin || lpszSrcText == NULL)
+        return lpszSrcText != NULL ? m_lpszResultEnd : NULL;
+    return applyNode(this, lpszSrcText, endFor(this, lpszSrcText, lpszSrcEnding));
 }
 
 template <class T>
@@ -351,8 +508,13 @@ void re_Group<T>::RemoveLastChild() {
 template <class T>
 void re_Group<T>::ClearResult() {
     re_Base<T>::ClearResult();
-    for (int i = 0; i < m_arrTargetREs.GetSize(); ++i)
-        m_arrTargetREs[i]->ClearResult();
+    for (int i = 0; i < m_arrTargetREs.GetSize(); ++i) {
+        re_Base<T>* pChild = m_arrTargetREs[i];
+        pChild->m_lpszResultBegin = NULL;
+        pChild->m_lpszResultEnd = NULL;
+        if ((pChild->m_uTraits & traitGroup) != 0)
+            pChild->ClearResult();
+    }
 }
 
 template <class T>
@@ -363,7 +525,7 @@ void re_Group<T>::TraceResult() {
 }
 
 template <class T>
-inline const T* re_Group<T>::ApplyChildRE(int iIndex, const T* lpszSrcText, const T* lpszSrcEnding) {
+const T* re_Group<T>::ApplyChildRE(int iIndex, const T* lpszSrcText, const T* lpszSrcEnding) {
     if (!QOR_ASSERT(!m_arrTargetREs.IsEmpty()))
         return NULL;
     return m_arrTargetREs[iIndex]->ApplyREOnText(lpszSrcText, lpszSrcEnding);
@@ -373,19 +535,7 @@ template <class T>
 const T* re_Group<T>::ApplyChildForOptional(int iIndex, const T* lpszSrcText, const T* lpszSrcEnding, int nTimes) {
     if (!QOR_ASSERT(nTimes != 0))
         return NULL;
-    if (lpszSrcEnding == NULL && (this->m_uTraits & traitOvershoot) != 0)
-        lpszSrcEnding = findEnd<T>(this, lpszSrcText);
-    re_Base<T>* pRE = m_arrTargetREs[iIndex];
-    switch (pRE->m_chRepeatMode) {
-        case '+':
-            return takeMost(pRE, lpszSrcText, lpszSrcEnding, nTimes);
-        case ' ':
-            return takeBest(pRE, lpszSrcText, lpszSrcEnding, nTimes);
-        case '?':
-            return takeLeast(pRE, lpszSrcText, lpszSrcEnding, nTimes);
-        default:
-            return NULL;
-    }
+    return applyOptional(m_arrTargetREs[iIndex], lpszSrcText, endFor<T>(this, lpszSrcText, lpszSrcEnding), nTimes);
 }
 
 namespace {
@@ -431,10 +581,13 @@ void re_Group<T>::CutFromObject(re_Group& r) {
 // ---- leaves
 
 template <class T>
-inline const T* re_Text<T>::ApplyChildRE(int iIndex, const T* lpszSrcText, const T* lpszSrcEnding) {
-    if (isAtEnd(lpszSrcText, lpszSrcEnding))
-        return NULL;
-    return isEqualChar(this->m_nFlags, m_arrText.GetBuffer()[iIndex], *lpszSrcText) ? lpszSrcText + 1 : NULL;
+re_Text<T>::re_Text() {
+    this->m_uTraits |= traitText;
+}
+
+template <class T>
+const T* re_Text<T>::ApplyChildRE(int iIndex, const T* lpszSrcText, const T* lpszSrcEnding) {
+    return applyLeaf(this, iIndex, lpszSrcText, lpszSrcEnding);
 }
 
 template <class T>
@@ -446,16 +599,8 @@ void re_Text<T>::CutFromObject(re_Text& r) {
 }
 
 template <class T>
-inline const T* re_Range<T>::ApplyChildRE(int, const T* lpszSrcText, const T* lpszSrcEnding) {
-    if (isAtEnd(lpszSrcText, lpszSrcEnding))
-        return NULL;
-    const uint32_t ch = charValue(*lpszSrcText);
-    if (m_chLow <= ch && ch <= m_chHigh)
-        return lpszSrcText + 1;
-    if ((this->m_nFlags & flagIgnoreCase) == 0)
-        return NULL;
-    const uint32_t chOther = charValue(chReverse(*lpszSrcText));
-    return m_chLow <= chOther && chOther <= m_chHigh ? lpszSrcText + 1 : NULL;
+const T* re_Range<T>::ApplyChildRE(int iIndex, const T* lpszSrcText, const T* lpszSrcEnding) {
+    return applyLeaf(this, iIndex, lpszSrcText, lpszSrcEnding);
 }
 
 template <class T>
@@ -465,20 +610,12 @@ void re_Range<T>::CutFromObject(re_Range& r) {
     this->CutBaseFrom(r);
     m_chLow = r.m_chLow;
     m_chHigh = r.m_chHigh;
+    r.m_chLow = r.m_chHigh = 0;
 }
 
 template <class T>
-inline const T* re_Reference<T>::ApplyChildRE(int iIndex, const T* lpszSrcText, const T*) {
-    if (!QOR_ASSERT(iIndex == 0))
-        return NULL;
-    const bool bResult = m_pRefRE != NULL && m_pRefRE->m_lpszResultEnd != NULL;
-    if (!QOR_ASSERT_TEXT(bResult, "FALSE"))
-        return NULL;
-    const bool bFold = (this->m_nFlags & flagIgnoreCase) != 0;
-    for (const T* lpsz = m_pRefRE->m_lpszResultBegin; lpsz != m_pRefRE->m_lpszResultEnd; ++lpsz, ++lpszSrcText)
-        if (*lpsz != *lpszSrcText && (!bFold || chUpper(*lpsz) != chUpper(*lpszSrcText)))
-            return NULL;
-    return lpszSrcText;
+const T* re_Reference<T>::ApplyChildRE(int iIndex, const T* lpszSrcText, const T* lpszSrcEnding) {
+    return applyLeaf(this, iIndex, lpszSrcText, lpszSrcEnding);
 }
 
 template <class T>
@@ -494,68 +631,42 @@ void re_Reference<T>::CutFromObject(re_Reference& r) {
 
 namespace {
 
-// What follows a child, upwards through the tree. Only the rest of the innermost sequence can fail it.
-template <class T>
-const T* applyAfter(re_Base<T>* pRE, int iIndex, const T* lpsz, const T* lpszEnding) {
-    if (lpszEnding == NULL && (pRE->m_uTraits & traitOvershoot) != 0)
-        lpszEnding = findEnd(pRE, lpsz);
-    const T* lpszGood = NULL;
-    while (pRE != NULL) {
-        if ((pRE->m_uTraits & traitSet) == 0)
-            lpsz = pRE->ApplyChildREFrom(iIndex + 1, lpsz, lpszEnding);
-        if (lpsz == NULL)
-            break;
-        lpszGood = lpsz;
-        iIndex = pRE->m_iIndexInParent;
-        pRE = pRE->m_pParentRE;
-    }
-    return lpszGood;
+template <class X>
+bool isIndex(const X* pRE, int iIndex) {
+    return QOR_ASSERT_TEXT(iIndex >= 0 && iIndex <= pRE->GetChildRECount(),
+                           "iIndex >= 0 && iIndex <= this->GetChildRECount()");
 }
 
 }  // namespace
 
 template <class X, class T>
 const T* re_RelationAnd<X, T>::ApplyChildREFrom(int iIndex, const T* lpszSrcText, const T* lpszSrcEnding) {
-    const int nCount = this->GetChildRECount();
-    if (!QOR_ASSERT_TEXT(iIndex >= 0 && iIndex <= nCount, "iIndex >= 0 && iIndex <= this->GetChildRECount()"))
+    if (!isIndex<X>(this, iIndex))
         return NULL;
-    if (iIndex == nCount)
+    if (iIndex == this->GetChildRECount())
         return lpszSrcText;
-    if (lpszSrcEnding == NULL && (this->m_uTraits & traitOvershoot) != 0)
-        lpszSrcEnding = findEnd<T>(this, lpszSrcText);
-    const T* lpsz = lpszSrcText;
-    for (; iIndex < nCount && lpsz != NULL; ++iIndex)
-        lpsz = this->ApplyChildRE(iIndex, lpsz, lpszSrcEnding);
-    if (this->m_bNegative == 0)
-        return lpsz;
-    return lpsz == NULL && mayStand<T>(this, lpszSrcText, lpszSrcEnding) ? lpszSrcText + 1 : NULL;
+    return applyAnd(static_cast<X*>(this), iIndex, lpszSrcText, endFor<T>(this, lpszSrcText, lpszSrcEnding));
 }
 
 template <class X, class T>
 const T* re_RelationAnd<X, T>::ApplyREsAfterChild(int iIndex, const T* lpszSrcText, const T* lpszSrcEnding) {
-    return applyAfter<T>(this, iIndex, lpszSrcText, lpszSrcEnding);
+    return isIndex<X>(this, iIndex + 1)
+               ? applyAfter<T>(this, iIndex, lpszSrcText, endFor<T>(this, lpszSrcText, lpszSrcEnding))
+               : NULL;
 }
 
 template <class X, class T>
 const T* re_RelationCase<X, T>::ApplyChildREFrom(int iIndex, const T* lpszSrcText, const T* lpszSrcEnding) {
-    const int nCount = this->GetChildRECount();
-    if (!QOR_ASSERT_TEXT(iIndex >= 0 && iIndex <= nCount, "iIndex >= 0 && iIndex <= this->GetChildRECount()"))
+    if (!isIndex<X>(this, iIndex))
         return NULL;
-    if (iIndex == nCount)
+    if (iIndex == this->GetChildRECount())
         return lpszSrcText;
-    if (lpszSrcEnding == NULL && (this->m_uTraits & traitOvershoot) != 0)
-        lpszSrcEnding = findEnd<T>(this, lpszSrcText);
-    const T* lpsz = NULL;
-    for (; iIndex < nCount && lpsz == NULL; ++iIndex)
-        lpsz = this->ApplyChildRE(iIndex, lpszSrcText, lpszSrcEnding);
-    if (this->m_bNegative == 0)
-        return lpsz;
-    return lpsz == NULL && !isAtEnd(lpszSrcText, lpszSrcEnding) ? lpszSrcText + 1 : NULL;
+    return applyCase(static_cast<X*>(this), iIndex, lpszSrcText, endFor<T>(this, lpszSrcText, lpszSrcEnding));
 }
 
 template <class X, class T>
 const T* re_RelationCase<X, T>::ApplyREsAfterChild(int iIndex, const T* lpszSrcText, const T* lpszSrcEnding) {
-    return applyAfter<T>(this, iIndex, lpszSrcText, lpszSrcEnding);
+    return applyAfter<T>(this, iIndex, lpszSrcText, endFor<T>(this, lpszSrcText, lpszSrcEnding));
 }
 
 template class re_Base<char>;

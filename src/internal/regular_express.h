@@ -16,20 +16,31 @@ struct reBuild {
     int nextDepth() const { return (m_nDepth > m_nLook ? m_nDepth : m_nLook) + 1; }
 };
 
-// What a repeated node knows about the characters of a text, and, for the root, where a match may begin.
+// What a repeated node knows about the characters of a text.
 struct rePlan {
     static constexpr uint8_t bitTakes = 1;  // one repetition takes the character, and nothing else
     static constexpr uint8_t bitLook = 2;   // looking ahead has to be tried at the character
-    static constexpr uint8_t bitStart = 4;  // a match of the whole pattern may begin with the character
 
     uint8_t m_arrChar[256];
-    bool m_bRun;           // repetitions are a run of characters
-    bool m_bPartial;       // a run's last character does not touch all nodes below, but the one before it does
-    bool m_bInnerLook;     // nodes below look ahead, too, beyond this one: nothing is passed over
-    bool m_bNothingAfter;  // looking ahead always succeeds and touches nothing
-    bool m_bRestEmpty;     // how looking ahead ends at a character without bitLook
-    bool m_bReference;     // root only: there are back-references
-    int m_nStart;          // root only: the one character that a match begins with; -1: there are several
+    const bool* m_pScouting;  // whether nobody will look at the results of this attempt
+    bool m_bRun;              // repetitions are a run of characters
+    bool m_bPlain;            // where a run ends, all nodes below fail
+    bool m_bPartial;          // a run's last character does not touch all nodes below, but the one before it does
+    bool m_bInnerLook;        // nodes below look ahead, too, beyond this one: nothing is passed over
+    bool m_bNothingAfter;     // looking ahead always succeeds and touches nothing
+    bool m_bRestEmpty;        // how looking ahead ends at a character without bitLook
+};
+
+// What the root knows for searching.
+struct reSearch {
+    bool m_arrStart[256];     // whether a match may begin with the character
+    int m_nStart = -1;        // the one character that a match begins with; -1: there are several, or none
+    bool m_bReference;        // there are back-references: an attempt depends on more than its place
+    bool m_bScouting = false;
+    // Every match begins with a run of characters that has no upper limit, and what follows it does not depend on where
+    // the run began: where an attempt fails, those up to the run's end fail, too, and, with m_bLeadEmpty, there as well.
+    const rePlan* m_pLead = NULL;
+    bool m_bLeadEmpty = false;
 };
 
 // Traces a pattern and a mark under the place of its error.

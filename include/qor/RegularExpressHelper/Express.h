@@ -24,6 +24,8 @@
 
 namespace QOR_RegularExpressHelper {
 
+struct reSearch;
+
 /// The characters of the longest pattern; the first one behind is an error.
 constexpr int maxPatternLength = 32768;
 /// The nodes of the largest tree; the element that needs more is an error.
@@ -72,11 +74,11 @@ public:
     QOR_ArrayHelper::chObjArray<re_Base<T>*, false, 4> m_arrCaptureREs;
 
     const T* m_lpszFoundEnd;  ///< internal: the NUL of the text that is being matched, once it was looked for
+    reSearch* m_pSearch;      ///< internal: what the build has worked out for searching
 
 private:
     void ClearTree();
     const T* Compile(const T* lpszREText);
-    const T* FindStart(const T* lpszFrom, const T* lpszTo) const;
 
     QOR_ListHelper::chObjList_dynamic<QOR_StringHelper::chReferenceStringT<T>, 16> m_lstAliasText;
 };

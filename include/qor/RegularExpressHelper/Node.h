@@ -83,7 +83,8 @@ constexpr uint32_t traitSet = 1;        ///< children are alternatives
 constexpr uint32_t traitGroup = 2;      ///< children are nodes
 constexpr uint32_t traitExpress = 4;    ///< the node is a reRegularExpress
 constexpr uint32_t traitCapture = 8;    ///< the node is among the root's captures
-constexpr uint32_t traitOvershoot = 16; ///< a negated sequence of the tree may pass the end of the text
+constexpr uint32_t traitText = 16;      ///< the node is a re_Text
+constexpr uint32_t traitOvershoot = 32;  ///< a negated sequence of the tree may pass the end of the text
 
 /// A node whose children are nodes, which it owns.
 template <class T>
@@ -139,6 +140,7 @@ private:
 template <class T>
 class re_Text : public re_Base<T> {
 public:
+    re_Text();
     /// The number of characters.
     int GetChildRECount() const { return m_arrText.GetSize(); }
     /// Matches one character.
