@@ -11,7 +11,7 @@ using namespace QOR_StringHelper;
 namespace QOR_RegularExpressHelper {
 
 template <class T>
-reRegularExpress<T>::reRegularExpress(const T* lpszREText, unsigned int nFlags) : m_lpszFoundEnd(NULL), m_pSearch(NULL) {
+reRegularExpress<T>::reRegularExpress(const T* lpszREText, unsigned int nFlags) : m_lpszFoundEnd(NULL), m_pState(NULL) {
     this->m_uTraits |= traitExpress;
     this->m_nFlags = nFlags;
     if (lpszREText != NULL)
@@ -21,13 +21,15 @@ reRegularExpress<T>::reRegularExpress(const T* lpszREText, unsigned int nFlags) 
 
 template <class T>
 reRegularExpress<T>::~reRegularExpress() {
-    delete m_pSearch;
+    delete m_pState;
 }
 
 template <class T>
 void reRegularExpress<T>::ClearResult() {
     re_Group<T>::ClearResult();
     m_lpszFoundEnd = NULL;
+    if (m_pState != NULL)
+        m_pState->clear();
 }
 
 // ---- building
@@ -39,8 +41,8 @@ void reRegularExpress<T>::ClearTree() {
     this->m_strREText.Clear();
     this->m_bNegative = 0;
     this->m_uTraits &= ~traitOvershoot;
-    delete m_pSearch;
-    m_pSearch = NULL;
+    delete m_pState;
+    m_pState = NULL;
     ClearResult();
 }
 
@@ -79,25 +81,25 @@ namespace {
 
 // The first place up to the end at which a match may begin.
 template <class T>
-const T* findStart(const reSearch& search, const T* lpszFrom, const T* lpszTo) {
-    if (search.m_nStart >= 0) {
-        const void* p = memchr(lpszFrom, search.m_nStart, static_cast<size_t>(lpszTo - lpszFrom));
+const T* findStart(const reState& state, const T* lpszFrom, const T* lpszTo) {
+    if (state.m_nStart >= 0) {
+        const void* p = memchr(lpszFrom, state.m_nStart, static_cast<size_t>(lpszTo - lpszFrom));
         return p != NULL ? static_cast<const T*>(p) : lpszTo;
     }
-    while (lpszFrom < lpszTo && !search.m_arrStart[charValue(*lpszFrom)])
+    while (lpszFrom < lpszTo && !state.m_arrStart[charValue(*lpszFrom)])
         ++lpszFrom;
     return lpszFrom;
 }
 
 // The next place to try behind one that failed.
 template <class T>
-const T* passFailed(const reSearch& search, const T* lpsz, const T* lpszTo) {
-    if (search.m_pLead == NULL)
+const T* passFailed(const reState& state, const T* lpsz, const T* lpszTo) {
+    if (state.m_pLead == NULL)
         return lpsz + 1;
     const T* lpszFrom = lpsz;
-    while (lpsz < lpszTo && (search.m_pLead->m_arrChar[charValue(*lpsz)] & rePlan::bitTakes) != 0)
+    while (lpsz < lpszTo && (state.m_pLead->m_arrChar[charValue(*lpsz)] & rePlan::bitTakes) != 0)
         ++lpsz;
-    return lpsz == lpszFrom || (search.m_bLeadEmpty && lpsz < lpszTo) ? lpsz + 1 : lpsz;
+    return lpsz == lpszFrom || (state.m_bLeadEmpty && lpsz < lpszTo) ? lpsz + 1 : lpsz;
 }
 
 }  // namespace
@@ -116,18 +118,18 @@ const T* reRegularExpress<T>::SearchREOnText(const T* lpszSrcText, const T* lpsz
         m_lpszFoundEnd = lpszSrcEnding != NULL ? NULL : lpszTo;
         return this->ApplyREOnText(lpsz, lpszTo) != NULL;
     };
-    if (m_pSearch == NULL)
+    if (m_pState == NULL)
         return attempt(lpszSrcText, true) ? lpszSrcText : NULL;
-    const T* lpsz = findStart(*m_pSearch, lpszSrcText, lpszTo);
+    const T* lpsz = findStart(*m_pState, lpszSrcText, lpszTo);
     if (attempt(lpsz, true))
         return lpsz;
-    m_pSearch->m_bScouting = !m_pSearch->m_bReference;
+    m_pState->m_bScouting = !m_pState->m_bReference;
     bool bFound = false;
     while (lpsz < lpszTo && !bFound) {
-        lpsz = findStart(*m_pSearch, passFailed(*m_pSearch, lpsz, lpszTo), lpszTo);
-        bFound = attempt(lpsz, m_pSearch->m_bReference);
+        lpsz = findStart(*m_pState, passFailed(*m_pState, lpsz, lpszTo), lpszTo);
+        bFound = attempt(lpsz, m_pState->m_bReference);
     }
-    m_pSearch->m_bScouting = false;
+    m_pState->m_bScouting = false;
     return attempt(lpsz, true) ? lpsz : NULL;
 }
 

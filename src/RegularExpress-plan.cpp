@@ -61,21 +61,21 @@ public:
     }
 
     bool run() {
-        m_express.m_pSearch = new (std::nothrow) reSearch;
-        if (m_express.m_pSearch == NULL)
+        m_express.m_pState = new (std::nothrow) reState;
+        if (m_express.m_pState == NULL)
             return false;
         survey(&m_express);
         const traitsOf traits = planGroup(&m_express, following());
         if (m_bOvershoot)
             markOvershoot(&m_express);
-        reSearch& search = *m_express.m_pSearch;
+        reState& state = *m_express.m_pState;
         int nStarts = 0;
         for (int ch = 0; ch < 256; ++ch) {
-            search.m_arrStart[ch] = traits.bNothing || traits.setStart.has(ch);
-            if (search.m_arrStart[ch])
-                search.m_nStart = ++nStarts == 1 ? ch : -1;
+            state.m_arrStart[ch] = traits.bNothing || traits.setStart.has(ch);
+            if (state.m_arrStart[ch])
+                state.m_nStart = ++nStarts == 1 ? ch : -1;
         }
-        search.m_bReference = m_bReference;
+        state.m_bReference = m_bReference;
         findLead(&m_express);
         return m_bMemory;
     }
@@ -117,8 +117,8 @@ private:
             return;
         node* p = pGroup->m_arrTargetREs[0];
         if (p->m_pPlan != NULL && p->m_pPlan->m_bRun && p->m_nMaxTimes == -1) {
-            m_express.m_pSearch->m_pLead = p->m_pPlan;
-            m_express.m_pSearch->m_bLeadEmpty = p->m_nMinTimes == 0;
+            m_express.m_pState->m_pLead = p->m_pPlan;
+            m_express.m_pState->m_bLeadEmpty = p->m_nMinTimes == 0;
         } else if ((p->m_uTraits & traitGroup) != 0) {
             findLead(static_cast<group*>(p));
         }
@@ -259,7 +259,7 @@ private:
             return;
         const bool bToEnd = p->m_nMaxTimes == -1 && p->m_chRepeatMode != '?';
         pPlan->m_bRun = traits.bSingle && (traits.bUniform || bToEnd);
-        pPlan->m_pScouting = &m_express.m_pSearch->m_bScouting;
+        pPlan->m_pState = m_express.m_pState;
         pPlan->m_bPlain = traits.bPlain;
         pPlan->m_bPartial = traits.bPartial;
         pPlan->m_bInnerLook = traits.bLooks;

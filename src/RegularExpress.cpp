@@ -10,7 +10,10 @@
 //   same outcome at each such character. So of several such places in a row only the last is made up for, in front of
 //   the next one that has to be tried, or at the end of the repetition. Where nodes below the repeated one look ahead
 //   over the same nodes, the order would not be kept, so nothing is passed over.
-// A search that scouts (reSearch::m_bScouting) leaves both kinds of making up out; it matches once more at the end.
+// Behind reState::mostLooks look-aheads their answers are kept and not made twice. Nodes that only looking ahead came to,
+// and nothing else afterwards, then keep an older result; all others have theirs.
+//
+// A search that scouts (reState::m_bScouting) leaves both kinds of making up out; it matches once more at the end.
 //
 // The virtual functions are the nodes' face; inside, nodes are told apart by their traits, so that the compiler sees
 // one recursion.
@@ -69,7 +72,7 @@ public:
         : m_pRE(pRE), m_pPlan(pRE->m_pPlan), m_lpszEnding(lpszSrcEnding), m_lpszSkipped(NULL) {}
     // Makes up for what was skipped last.
     ~lookAhead() {
-        if (m_lpszSkipped != NULL && !*m_pPlan->m_pScouting)
+        if (m_lpszSkipped != NULL && !m_pPlan->m_pState->m_bScouting)
             apply(m_lpszSkipped);
     }
 
@@ -84,15 +87,24 @@ public:
                 return m_pPlan->m_bRestEmpty;
             }
         }
-        if (m_lpszSkipped != NULL && !*m_pPlan->m_pScouting)
+        if (m_lpszSkipped != NULL && !m_pPlan->m_pState->m_bScouting)
             apply(m_lpszSkipped);
         m_lpszSkipped = NULL;
-        return apply(lpsz);
+        reAnswers* pAnswers = m_pPlan != NULL ? m_pPlan->m_pState->answers() : NULL;
+        return pAnswers != NULL ? answer(*pAnswers, lpsz) : apply(lpsz);
     }
 
 private:
     bool apply(const T* lpsz) {
         return applyAfter(m_pRE->m_pParentRE, m_pRE->m_iIndexInParent, lpsz, m_lpszEnding) != NULL;
+    }
+    bool answer(reAnswers& answers, const T* lpsz) {
+        int nAnswer = answers.find(m_pPlan, lpsz);
+        if (nAnswer == -1) {
+            nAnswer = apply(lpsz);
+            answers.add(m_pPlan, lpsz, nAnswer != 0);
+        }
+        return nAnswer != 0;
     }
 
     re_Base<T>* m_pRE;
@@ -183,7 +195,7 @@ public:
     const T* apply() {
         const bool bEnough = scanTo(m_pRE->m_nMinTimes);
         const T* lpszResult = bEnough ? applyOptional() : NULL;
-        if ((m_pRE->m_uTraits & traitGroup) != 0 && !*m_pRE->m_pPlan->m_pScouting)
+        if ((m_pRE->m_uTraits & traitGroup) != 0 && !m_pRE->m_pPlan->m_pState->m_bScouting)
             touch();
         return lpszResult;
     }

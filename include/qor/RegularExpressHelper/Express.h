@@ -11,11 +11,16 @@
 ///     use(lpszBegin, express.m_lpszResultEnd);
 /// @endcode
 ///
-/// What a pattern costs: compiling takes time in the order of its length; matching a pattern without repetitions that
-/// look ahead takes time in the order of the text. A repetition looks ahead at each of its places at most, and what it
-/// looks at may repeat and look ahead itself, so k of them in a row can take time in the order of the text's length to
-/// the k-th power: `.*a.*b.*c` is of the third. Marking them with `+` takes that away. No input makes compiling,
-/// matching or destroying use more stack than maxDepth allows for (about 200 KiB), and matching allocates nothing.
+/// What a pattern costs: compiling takes time in the order of its length (an alias counts as its pattern). Matching a
+/// pattern without repetitions that look ahead takes time in the order of the text. A repetition looks ahead at each
+/// of its places at most, and what it looks at may repeat and look ahead itself, so k of them in a row take time in the
+/// order of the text's length to the k-th power: `.*a.*b.*c` is of the third. Marking them with `+` takes that away.
+/// Behind some 260,000 look-aheads their answers are remembered, in a table of about a megabyte that the next
+/// ClearResult() frees; then the time is in the order of the square of the text's length as long as the table holds
+/// them. The match and the results of all nodes that took part in it are the same; only a node that nothing but looking
+/// ahead came to may keep an older result. A pattern with back-references cannot remember answers.
+///
+/// No input makes compiling, matching or destroying use more stack than maxDepth allows for (about 200 KiB).
 #ifndef QOR_REGULAREXPRESSHELPER_EXPRESS_H
 #define QOR_REGULAREXPRESSHELPER_EXPRESS_H
 
@@ -24,7 +29,7 @@
 
 namespace QOR_RegularExpressHelper {
 
-struct reSearch;
+struct reState;
 
 /// The characters of the longest pattern; the first one behind is an error.
 constexpr int maxPatternLength = 32768;
@@ -74,7 +79,7 @@ public:
     QOR_ArrayHelper::chObjArray<re_Base<T>*, false, 4> m_arrCaptureREs;
 
     const T* m_lpszFoundEnd;  ///< internal: the NUL of the text that is being matched, once it was looked for
-    reSearch* m_pSearch;      ///< internal: what the build has worked out for searching
+    reState* m_pState;      ///< internal: what the build has worked out for matching, and its state
 
 private:
     void ClearTree();
