@@ -55,8 +55,7 @@ int escapeValue(int ch) {
 
 }  // namespace
 
-template <class T>
-const T* reFind(const T* lpszSet, int ch) {
+const char* reFind(const char* lpszSet, int ch) {
     if (!QOR_ASSERT(lpszSet != NULL) || ch == 0)
         return NULL;
     for (; *lpszSet != 0; ++lpszSet)
@@ -65,13 +64,11 @@ const T* reFind(const T* lpszSet, int ch) {
     return NULL;
 }
 
-template <class T>
-bool reIsBeginWith(const T* lpszText, const T* lpszPrefix) {
-    return uCTextHelper<T, true>::chIsBeginText(lpszText, lpszPrefix);
+bool reIsBeginWith(const char* lpszText, const char* lpszPrefix) {
+    return uCTextHelper<char, true>::chIsBeginText(lpszText, lpszPrefix);
 }
 
-template <class T>
-const T* reGetAdvanceAlias(const T* lpszText, int* pLen) {
+const char* reGetAdvanceAlias(const char* lpszText, int* pLen) {
     for (const aliasRow& row : arrAdvanceAlias) {
         if (!reIsBeginWith(lpszText, row.lpszName))
             continue;
@@ -81,8 +78,7 @@ const T* reGetAdvanceAlias(const T* lpszText, int* pLen) {
     return NULL;
 }
 
-template <class T>
-const T* reGetAlias(re_Base<T>* pRE, const T* lpszText, int* pLen) {
+const char* reGetAlias(re_Base<char>* pRE, const char* lpszText, int* pLen) {
     *pLen = 1;
     if (*lpszText == '.')
         return "[\\x0-\\xFFFFFFFF]";
@@ -92,12 +88,11 @@ const T* reGetAlias(re_Base<T>* pRE, const T* lpszText, int* pLen) {
         return reGetAdvanceAlias(lpszText, pLen);
     if (*lpszText != '/')
         return NULL;
-    reRegularExpress<T>* pExpress = expressOf(pRE);
+    reRegularExpress<char>* pExpress = expressOf(pRE);
     return pExpress != NULL ? pExpress->GetCustomAlias(lpszText, pLen) : NULL;
 }
 
-template <class T>
-const T* reGetDigitValue(const T* lpszText, int& nValue, int nBase) {
+const char* reGetDigitValue(const char* lpszText, int& nValue, int nBase) {
     const int nMaxDigits = nBase == 16 ? 8 : 10;
     unsigned uValue = 0;
     int nDigits = 0;
@@ -111,8 +106,7 @@ const T* reGetDigitValue(const T* lpszText, int& nValue, int nBase) {
     return nDigits == 0 ? NULL : lpszText + nDigits;
 }
 
-template <class T>
-const T* reGetAscii(re_Base<T>* pRE, const T* lpszText, int& nValue) {
+const char* reGetAscii(re_Base<char>* pRE, const char* lpszText, int& nValue) {
     nValue = -1;
     int nLength = 0;
     if (*lpszText == 0 || reFind("^()[]{}?+*-", *lpszText) != NULL || reGetAlias(pRE, lpszText, &nLength) != NULL)
@@ -126,12 +120,5 @@ const T* reGetAscii(re_Base<T>* pRE, const T* lpszText, int& nValue) {
     nValue = escapeValue(lpszText[1]);
     return nValue == -1 ? NULL : lpszText + 2;
 }
-
-template QOR_API const char* reFind<char>(const char*, int);
-template QOR_API bool reIsBeginWith<char>(const char*, const char*);
-template QOR_API const char* reGetAdvanceAlias<char>(const char*, int*);
-template QOR_API const char* reGetAlias<char>(re_Base<char>*, const char*, int*);
-template QOR_API const char* reGetDigitValue<char>(const char*, int&, int);
-template QOR_API const char* reGetAscii<char>(re_Base<char>*, const char*, int&);
 
 }  // namespace QOR_RegularExpressHelper

@@ -114,7 +114,7 @@ int re_Text<T>::tryParseREFromText(const T*& lpszREText) {
     const T* lpsz = lpszREText;
     int nValue = 0;
     for (;;) {
-        const T* lpszNext = reGetAscii<T>(this, lpsz, nValue);
+        const T* lpszNext = reGetAscii(this, lpsz, nValue);
         // In front of a '-' stands the begin of a range.
         if (lpszNext == NULL || *lpszNext == '-')
             break;
@@ -131,10 +131,10 @@ int re_Text<T>::tryParseREFromText(const T*& lpszREText) {
 template <class T>
 int re_Range<T>::tryParseREFromText(const T*& lpszREText) {
     int nLow = 0, nHigh = 0;
-    const T* lpsz = reGetAscii<T>(this, lpszREText, nLow);
+    const T* lpsz = reGetAscii(this, lpszREText, nLow);
     if (lpsz == NULL || *lpsz != '-')
         return 0;
-    lpsz = reGetAscii<T>(this, lpsz + 1, nHigh);
+    lpsz = reGetAscii(this, lpsz + 1, nHigh);
     if (lpsz == NULL)
         return 0;
     m_chLow = static_cast<uint32_t>(nLow);
@@ -308,7 +308,7 @@ template <class T>
 int re_Group<T>::tryParseGroupREFromText(const T*& lpszREText) {
     int nLength = 0;
     const bool bBracket = *lpszREText == '(' || *lpszREText == '[';
-    const T* lpszAlias = bBracket ? NULL : reGetAlias<T>(this, lpszREText, &nLength);
+    const T* lpszAlias = bBracket ? NULL : reGetAlias(this, lpszREText, &nLength);
     if (!bBracket && lpszAlias == NULL)
         return 0;
     if (!mayAdd(m_pBuild, this->GetGradeLevel()))

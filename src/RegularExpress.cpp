@@ -475,7 +475,10 @@ void re_Base<T>::CutBaseFrom(re_Base& r) {
     r.m_bNegative = 0;
     r.m_nMinTimes = r.m_nMaxTimes = 1;
     r.m_chRepeatMode = '-';
-    // Results and plans belong to the place in the tree.
+    // Results and plans belong to the place in the tree; searching must not look at the other's any more.
+    reRegularExpress<T>* pExpress = expressOf(&r);
+    if (pExpress != NULL && pExpress->m_pState != NULL)
+        pExpress->m_pState->m_pLead = NULL;
     ClearResult();
     delete m_pPlan;
     m_pPlan = NULL;

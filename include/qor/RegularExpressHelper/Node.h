@@ -4,8 +4,9 @@
 /// A node keeps the interval of its last match, which is also its memory: applied to the same place again it gives the
 /// same answer. ClearResult() forgets it and comes before every other text. One tree serves one thread at a time.
 ///
-/// Members are there to be read. Trees are made by reRegularExpress; a tree that is put together by hand works, but has
-/// no guard against reading on behind a NUL that a negated sequence has passed.
+/// Members are there to be read. Trees are made by reRegularExpress, and one that it has built is not changed by hand. A
+/// tree that is put together by hand works, but has no guard against reading on behind a NUL that a negated sequence has
+/// passed.
 ///
 /// A text ends at its NUL, or at the end that is given: then a NUL is a character like others, and applying a node
 /// behind that end is a fatal assertion ("lpszSrcEnding == NULL || lpszSrcText <= lpszSrcEnding"). That happens to
