@@ -73,6 +73,19 @@ public:
         return Find([pNode](const list_chain_offset* p) { return p == pNode; }) != NULL;
     }
 
+    // Gives every record for which fnMatch answers true to fnTake, which takes it out, until there is none.
+    template <typename Match, typename Take>
+    void Drain(Match fnMatch, Take fnTake) const {
+        size_t nLeft = limit();
+        while (list_chain_offset* p = Find(fnMatch)) {
+            fnTake(p);
+            if (nLeft-- == 0) {
+                broken();
+                return;
+            }
+        }
+    }
+
     // Links a new record behind pLeft (null: at the front).
     void InsertBehind(list_chain_offset* pLeft, list_chain_offset* pNew) const {
         list_chain_offset* pRealLeft = pLeft != NULL ? pLeft : m_pHead;
