@@ -117,6 +117,9 @@ private:
             return;
         node* p = pGroup->m_arrTargetREs[0];
         if (p->m_pPlan != NULL && p->m_pPlan->m_bRun && p->m_nMaxTimes == -1) {
+            // One that takes as little as it may stops at another place from each begin.
+            if (p->m_chRepeatMode == '?')
+                return;
             m_express.m_pState->m_pLead = p->m_pPlan;
             m_express.m_pState->m_bLeadEmpty = p->m_nMinTimes == 0;
         } else if ((p->m_uTraits & traitGroup) != 0) {

@@ -186,6 +186,7 @@ TEST_F(RegexReference, RunsOfCharactersLeaveEveryNodeAlike) {
         "\\w+\\d",       "\\w*b",          "[^ab]*+a",      "[^a-b0-9]+[a0]", "\\D+0",       "(\\w)+\\d",      "([^ab])*[ab]",
         "\\w{1,4}.",     "[a-c]{2,3}c",    ".*?b",          "\\S*?0",         "[^b-c]{2,}b", "(.*)(\\d+)(c*)", "[\\D5]*0",
         "[(\\d)(\\w)]*", "([a-b]+)c([^b])", "[ab]*[(ab)(bc)]", "(a*)[b0](c?)", "a*(?:b?)c",   "[^\\D]*a",       "[^[a-b0]]+a",
+        "(a*?b?)c",     "([ab]*b?)c",     "((a*)+b){1,2}c", "(a*+b?)+c",      "([ab]{2,}a?)c", "(a+?){2}[^a]c",
     };
     chance r(20260404);
     for (const char* lpszPattern : arrPattern) {

@@ -311,6 +311,20 @@ TEST_F(RegexSyntax, ACustomAliasStandsForItsPattern) {
     EXPECT_EQ(2, lengthAt(express, "12"));
 }
 
+TEST_F(RegexSyntax, TheExamplesOfTheHeadersHold) {
+    int nValue = 0;
+    EXPECT_STREQ("]", reGetDigitValue("1F]", nValue, 16));
+    EXPECT_EQ(31, nValue);
+    reRegularExpress<char> express(NULL, 0);
+    express.AddCustomAlias("/num", "[0-9]+");
+    const char* lpszPattern = "x/num";
+    EXPECT_EQ(NULL, express.BuildRegularExpress(lpszPattern, flagIgnoreCase));
+    const char* lpszText = "a X12b";
+    const char* lpszBegin = express.SearchREOnText(lpszText, NULL);
+    EXPECT_EQ(lpszText + 2, lpszBegin);
+    EXPECT_EQ(lpszText + 5, express.m_lpszResultEnd);
+}
+
 TEST_F(RegexSyntax, OfSeveralNamesTheLastAddedWins) {
     regexTree express;
     express.AddCustomAlias("/ab", "1");

@@ -410,6 +410,20 @@ TEST(Regex, SearchingKeepsNoResultOfEarlierPlaces) {
     EXPECT_EQ("ERROR", resultOf(express.GetCaptureRE(2)));
 }
 
+TEST(Regex, SearchingPassesNoPlaceThatMatches) {
+    const auto found = [](const char* lpszPattern, const char* lpszText) {
+        regexTree express(lpszPattern, 0);
+        const char* lpszFound = express.SearchREOnText(lpszText, NULL);
+        return lpszFound != NULL ? static_cast<long>(lpszFound - lpszText) : -1;
+    };
+    EXPECT_EQ(2, found("(a*?b?)c", "aac"));
+    EXPECT_EQ(3, found("(a*)bc", "aabbc"));
+    EXPECT_EQ(2, found("a{1,2}c", "aaaac") );
+    EXPECT_EQ(4, found("\\w+@", "ab; cd@"));
+    EXPECT_EQ(0, found("(a+b)+;", "aabab;"));
+    EXPECT_EQ(-1, found("\\w+@", "ab; cd"));
+}
+
 // ---- the trace of a match
 
 TEST(Regex, AMatchIsTracedNodeByNode) {
