@@ -55,20 +55,28 @@ private:
         return m_chance.of(arrAlias);
     }
     std::string element(int nDepth) {
+        // One statement after the other, so that every compiler makes the same patterns.
+        std::string str = bare(nDepth);
+        str += quantifier();
+        return str;
+    }
+    std::string bare(int nDepth) {
         if (m_bReferences && m_chance.oneIn(5))
-            return "\\" + std::to_string(1 + m_chance.below(2)) + quantifier();
+            return "\\" + std::to_string(1 + m_chance.below(2));
         switch (nDepth > 0 ? m_chance.below(6) : m_chance.below(3)) {
             case 0:
             case 1:
-                return text() + quantifier();
+                return text();
             case 2:
-                return alias() + quantifier();
-            case 3:
-                return (m_chance.oneIn(3) ? "(?:" : "(") + sequence(nDepth - 1) + ")" + quantifier();
+                return alias();
+            case 3: {
+                const std::string strOpen = m_chance.oneIn(3) ? "(?:" : "(";
+                return strOpen + sequence(nDepth - 1) + ")";
+            }
             case 4:
-                return set(nDepth - 1) + quantifier();
+                return set(nDepth - 1);
             default:
-                return "[a-c]" + quantifier();
+                return "[a-c]";
         }
     }
     std::string set(int nDepth) {
@@ -131,27 +139,30 @@ protected:
 TEST_F(RegexReference, PatternsOfTheGrammarMatchAlike) {
     chance r(20260101);
     int nSound = 0;
-    for (int i = 0; i < 6000; ++i) {
+    for (int i = 0; i < 4000; ++i) {
         referenceCompare compare;
         addAliases(compare);
-        if (compare.build(patternMaker(r, false).sequence(3), r.oneIn(4))) {
+        const std::string strPattern = patternMaker(r, false).sequence(3);
+        if (compare.build(strPattern, r.oneIn(4))) {
             ++nSound;
             tryTexts(compare, r);
         }
         ASSERT_EQ("", compare.difference());
     }
-    EXPECT_GT(nSound, 4000);
-    EXPECT_GT(m_arrOutcome[referenceMatcher::matched], 20000);
-    EXPECT_GT(m_arrOutcome[referenceMatcher::failed], 20000);
+    EXPECT_GT(nSound, 2500);
+    EXPECT_GT(m_arrOutcome[referenceMatcher::matched], 15000);
+    EXPECT_GT(m_arrOutcome[referenceMatcher::failed], 15000);
 }
 
 TEST_F(RegexReference, PatternsWithBackReferencesMatchAlike) {
     chance r(20260202);
     int nSound = 0;
-    for (int i = 0; i < 6000; ++i) {
+    for (int i = 0; i < 4000; ++i) {
         referenceCompare compare;
         addAliases(compare);
-        if (compare.build("(" + patternMaker(r, false).sequence(1) + ")" + patternMaker(r, true).sequence(2), r.oneIn(4))) {
+        std::string strPattern = "(" + patternMaker(r, false).sequence(1) + ")";
+        strPattern += patternMaker(r, true).sequence(2);
+        if (compare.build(strPattern, r.oneIn(4))) {
             ++nSound;
             tryTexts(compare, r);
         }
@@ -190,7 +201,7 @@ TEST_F(RegexReference, RunsOfCharactersLeaveEveryNodeAlike) {
     };
     chance r(20260404);
     for (const char* lpszPattern : arrPattern) {
-        for (int i = 0; i < 400; ++i) {
+        for (int i = 0; i < 150; ++i) {
             referenceCompare compare;
             ASSERT_TRUE(compare.build(lpszPattern, r.oneIn(3))) << lpszPattern;
             tryTexts(compare, r);
@@ -204,7 +215,8 @@ TEST_F(RegexReference, WhatMustAbortAborts) {
     chance r(20260505);
     int nFatal = 0;
     for (int i = 0; i < 3000 && nFatal < 12; ++i) {
-        const std::string strPattern = "(a" + patternMaker(r, false).sequence(0) + ")" + patternMaker(r, true).sequence(1);
+        std::string strPattern = "(a" + patternMaker(r, false).sequence(0) + ")";
+        strPattern += patternMaker(r, true).sequence(1);
         const std::string strText = "aabca0";
         referenceCompare compare;
         addAliases(compare);
