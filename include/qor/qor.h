@@ -13,6 +13,7 @@
 #include "qor/MiscHelper.h"
 #include "qor/MsgQueueHelper.h"
 #include "qor/RegistryHelper.h"
+#include "qor/RegularExpressHelper.h"
 #include "qor/StringHelper.h"
 #include "qor/SubClass.h"
 #include "qor/TraceHelper.h"
