@@ -100,7 +100,8 @@ BOOL chFileStdio::Write(const void* lpBuf, UINT uSize, UINT uCount) {
         return 0;
     if (uSize == 0 || uCount == 0)
         return 1;
-    if (!QOR_ASSERT(lpBuf != NULL) || uCount > SIZE_MAX / uSize)
+    size_t nBytes = 0;
+    if (!QOR_ASSERT(lpBuf != NULL) || __builtin_mul_overflow(uSize, uCount, &nBytes))
         return 0;
     return fwrite(lpBuf, uSize, uCount, m_pFile) == uCount;
 }

@@ -127,6 +127,15 @@ chConstTextT<T> getPhrase(const T* lpszText) {
 // The stops of a phrase: each finds the index of the one that stands at a place, or -1, and knows its length.
 
 template <class T>
+struct oneCharStop {
+    T m_ch;
+
+    int find(const T* lpsz) const { return *lpsz == m_ch ? 0 : -1; }
+    int lengthOf(int) const { return 1; }
+    int count() const { return 1; }
+};
+
+template <class T>
 struct charStop {
     const T* m_lpszSet;
     int m_nCount;
@@ -174,7 +183,7 @@ template <class T, class P>
 int peekByChar(const T*& lpszText, P& phrase, T ch) {
     if (!QOR_ASSERT(lpszText != NULL))
         return -1;
-    return peekPhrase(lpszText, phrase, charStop<T>{&ch, 1});
+    return peekPhrase(lpszText, phrase, oneCharStop<T>{ch});
 }
 
 template <class T, class P>

@@ -41,23 +41,40 @@ void zeroText(chStringDataT<T>* pData, int nFrom, int nTo) {
 }
 
 template <class T>
-chStringDataT<T>* newBlock(int nCapacity) {
-    auto* pData = static_cast<chStringDataT<T>*>(dynamicAlloc::realloc(NULL, blockSize<T>(nCapacity)));
-    if (pData == NULL)
-        return NULL;
-    pData->m_nAllocLength = nCapacity;
-    pData->m_nReferenceCount = 1;
-    pData->m_nDataLength = 0;
-    zeroText(pData, 0, nCapacity + 1);
-    return pData;
-}
-
-template <class T>
 int boundedLength(const T* lpszText, int nMax) {
     int nLength = 0;
     while (nLength < nMax && lpszText[nLength] != 0)
         ++nLength;
     return nLength;
+}
+
+int boundedLength(const char* lpszText, int nMax) {
+    return static_cast<int>(strnlen(lpszText, static_cast<size_t>(nMax)));
+}
+
+// A block that begins with nLength characters of a text, up to the first NUL; the rest is zero.
+template <class T>
+chStringDataT<T>* newBlock(int nCapacity, const T* lpszText = NULL, int nLength = 0) {
+    auto* pData = static_cast<chStringDataT<T>*>(dynamicAlloc::realloc(NULL, blockSize<T>(nCapacity)));
+    if (pData == NULL)
+        return NULL;
+    const int nCopy = lpszText != NULL ? boundedLength(lpszText, nLength < nCapacity ? nLength : nCapacity) : 0;
+    pData->m_nAllocLength = nCapacity;
+    pData->m_nReferenceCount = 1;
+    pData->m_nDataLength = nCopy;
+    if (nCopy > 0)
+        memcpy(pData->m_szText, lpszText, static_cast<size_t>(nCopy) * sizeof(T));
+    zeroText(pData, nCopy, nCapacity + 1);
+    return pData;
+}
+
+// Copies at most nLength characters, up to the NUL, and makes the rest of them and a terminator zero. How many it were.
+template <class T>
+int copyText(T* lpszTo, const T* lpszFrom, int nLength) {
+    const int nCopy = boundedLength(lpszFrom, nLength);
+    memcpy(lpszTo, lpszFrom, static_cast<size_t>(nCopy) * sizeof(T));
+    memset(lpszTo + nCopy, 0, static_cast<size_t>(nLength - nCopy + 1) * sizeof(T));
+    return nCopy;
 }
 
 }  // namespace
@@ -207,10 +224,12 @@ void chReferenceStringT<T>::CopyTextFrom(const T* lpszText, int nLength) {
     // A shared block has nothing to give, and would leave its own text behind the new one.
     if (getStringData() != NULL && getStringData()->m_nReferenceCount != 1)
         ReleaseStringData();
+    if (getStringData() == NULL) {
+        setStringData(newBlock(capacityFor(nLength), lpszText, nLength));
+        return;
+    }
     PrepareTextBuffer(nLength);
-    chStrncpy(m_lpszStringData, lpszText, nLength);
-    m_lpszStringData[nLength] = 0;
-    SetLength(boundedLength(m_lpszStringData, nLength));
+    SetLength(copyText(m_lpszStringData, lpszText, nLength));
 }
 
 template <class T>
@@ -264,9 +283,7 @@ void chReferenceStringT<T>::AppendTextFrom(const T* lpszText, int nLength) {
     if (!QOR_ASSERT_TEXT(nLength < maxLength - nOld, "nLength < maxLength"))
         return;
     PrepareTextBuffer(nOld + nLength);
-    chStrncpy(m_lpszStringData + nOld, lpszText, nLength);
-    m_lpszStringData[nOld + nLength] = 0;
-    SetLength(nOld + boundedLength(m_lpszStringData + nOld, nLength));
+    SetLength(nOld + copyText(m_lpszStringData + nOld, lpszText, nLength));
 }
 
 template <class T>
