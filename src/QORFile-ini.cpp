@@ -1,9 +1,9 @@
 // The entries of INI documents, and the index over their names.
 //
-// Invariants of the index: a node is linked among those not yet looked at, or in the bucket of its hash (which is then
-// not 0), or, as comments are, in neither; m_ppThis is what points at it. The index never follows the object of a node
-// that it drops: that may be gone. Lists of few nodes have no index; where two nodes have one name, the list's order
-// decides, by a walk.
+// Invariants of the index: a node is linked among those not yet indexed, or in the bucket of its hash (which is then not
+// 0), or, as comments are, in neither; m_ppThis is what points at it. The index never follows the object of a node that
+// it drops: that may be gone. Lists of few nodes have no index, and are walked, comparing hashes first; where two nodes
+// have one name, the list's order decides, by a walk.
 #include "qor/FileHelper/Ini.h"
 
 #include <stdio.h>
@@ -48,8 +48,6 @@ iniNode* iniNodeIndex::BorrowNode() {
 
 void iniNodeIndex::ReturnNode(iniNode* pNode) {
     unlink(pNode);
-    if (pNode->m_uHash != 0)
-        --m_uIndexed;
     --m_nNodes;
     chAlloc_Node_dynamic<iniNode, 16>::ReturnNode(pNode);
 }
@@ -84,6 +82,13 @@ uint32_t iniNodeIndex::hashOf(iniLineType eType, const chConstTextT<char>& name)
     return uHash != 0 ? uHash : 1;
 }
 
+uint32_t iniNodeIndex::hashOf(iniNode* pNode) const {
+    const iniObject* pObject = pNode->m_value;
+    if (pNode->m_uHash == 0 && pObject != NULL)
+        pNode->m_uHash = hashOf(pObject->type(), chConstTextT<char>(pObject->key(), pObject->key().GetLength()));
+    return pNode->m_uHash;
+}
+
 bool iniNodeIndex::growIndex() {
     const uint32_t uBuckets = m_uBuckets == 0 ? 4 * maxWalked : 2 * m_uBuckets;
     iniNode** aBucket = static_cast<iniNode**>(calloc(uBuckets, sizeof(iniNode*)));
@@ -102,29 +107,27 @@ bool iniNodeIndex::growIndex() {
 
 // Takes in what was inserted since the last look-up; whether there is an index.
 bool iniNodeIndex::indexPending() {
+    while (m_uBuckets < static_cast<uint32_t>(m_nNodes) && growIndex()) {
+    }
+    if (m_uBuckets == 0)
+        return false;
     iniNode* pNext = NULL;
     for (iniNode* pNode = m_pPending; pNode != NULL; pNode = pNext) {
-        if (m_uIndexed >= m_uBuckets && !growIndex() && m_uBuckets == 0)
-            return false;
         pNext = pNode->m_pNext;
-        const iniObject* pObject = pNode->m_value;
-        if (pObject == NULL)
+        const uint32_t uHash = hashOf(pNode);
+        if (uHash == 0)
             continue;  // its maker has yet to fill it
         unlink(pNode);
-        if (pObject->type() == iniLineComment)
-            continue;
-        pNode->m_uHash = hashOf(pObject->type(), chConstTextT<char>(pObject->key(), pObject->key().GetLength()));
-        link(&m_aBucket[pNode->m_uHash & (m_uBuckets - 1)], pNode);
-        ++m_uIndexed;
+        if (pNode->m_value->type() != iniLineComment)
+            link(&m_aBucket[uHash & (m_uBuckets - 1)], pNode);
     }
-    return m_uBuckets != 0;
+    return true;
 }
 
-bool iniNodeIndex::findNode(iniLineType eType, const phraseConstTextA& name, iniNode*& pFound) {
+bool iniNodeIndex::findNode(iniLineType eType, const phraseConstTextA& name, uint32_t uHash, iniNode*& pFound) {
     pFound = NULL;
     if (m_nNodes <= maxWalked || eType == iniLineComment || !indexPending())
         return false;
-    const uint32_t uHash = hashOf(eType, name);
     for (iniNode* pNode = m_aBucket[uHash & (m_uBuckets - 1)]; pNode != NULL; pNode = pNode->m_pNext) {
         if (pNode->m_uHash != uHash || !isObject(pNode->m_value, eType, name))
             continue;
@@ -146,10 +149,26 @@ void iniObjList::ClearObjList() {
 }
 
 iniObjList::iterator iniObjList::list_find_object(iniLineType eType, const phraseConstTextA& name) const {
+    uint32_t uHash = 0;
+    return findHashed(eType, name, uHash);
+}
+
+iniObjList::iterator iniObjList::findHashed(iniLineType eType, const phraseConstTextA& name, uint32_t& uHash) const {
+    uHash = hashOf(eType, name);
     iniNode* pNode = NULL;
-    if (const_cast<iniObjList*>(this)->findNode(eType, name, pNode))
+    if (const_cast<iniObjList*>(this)->findNode(eType, name, uHash, pNode))
         return pNode != NULL ? iterator(pNode) : end();
-    return find_if([&](const iniObject* pObject) { return isObject(pObject, eType, name); });
+    iterator it = begin();
+    while (it != end() && (hashOf(it.m_pThisNode) != uHash || !isObject(*it, eType, name)))
+        ++it;
+    return it;
+}
+
+void iniObjList::appendHashed(iniObject* pObject, const phraseConstTextA& name, uint32_t uHash) {
+    const iterator it = insert(end(), pObject);
+    // A name with a NUL is kept up to that only, and has another hash.
+    if (it != end() && pObject->key().GetLength() == name.GetLength())
+        it.m_pThisNode->m_uHash = uHash;
 }
 
 BOOL iniObjList::list_erase_object(iniObject* pObject) {
@@ -188,9 +207,12 @@ iniKey* iniSection::FindKey(const phraseConstTextA& name) const {
 }
 
 iniKey* iniSection::GetKey(const phraseConstTextA& name) {
-    iniKey* pKey = FindKey(name);
-    if (pKey == NULL)
-        push_back(pKey = new iniKey(name));
+    uint32_t uHash = 0;
+    const iterator it = findHashed(iniLineKey, name, uHash);
+    if (it != end())
+        return static_cast<iniKey*>(*it);
+    iniKey* pKey = new iniKey(name);
+    appendHashed(pKey, name, uHash);
     return pKey;
 }
 
@@ -199,9 +221,12 @@ iniSection* iniDocument::FindSection(const phraseConstTextA& name) const {
 }
 
 iniSection* iniDocument::GetSection(const phraseConstTextA& name) {
-    iniSection* pSection = FindSection(name);
-    if (pSection == NULL)
-        push_back(pSection = new iniSection(name));
+    uint32_t uHash = 0;
+    const iterator it = findHashed(iniLineSection, name, uHash);
+    if (it != end())
+        return static_cast<iniSection*>(*it);
+    iniSection* pSection = new iniSection(name);
+    appendHashed(pSection, name, uHash);
     return pSection;
 }
 

@@ -104,16 +104,16 @@ private:
 
 /// An element of a list of entries, with its place in the list's index.
 struct iniNode : QOR_ListHelper::list_node_pointer<iniObject*> {
-    uint32_t m_uHash = 0;         ///< of type and name, once indexed
+    uint32_t m_uHash = 0;         ///< of type and name; 0: not yet known
     iniNode* m_pNext = NULL;      ///< the next of the same bucket, or of those not yet indexed
     iniNode** m_ppThis = NULL;    ///< what points at this one; null: in neither
 };
 
-/// The elements of a list of entries, and an index over their types and names. An element enters the index at the first
-/// look-up after it was made, and leaves it when it is erased, by whatever operation.
+/// The elements of a list of entries, their hashes and an index over them. An element gets its hash and enters the index
+/// at the first look-up after it was made, and leaves the index when it is erased, by whatever operation.
 class QOR_API iniNodeIndex : public QOR_ListHelper::chAlloc_Node_dynamic<iniNode, 16> {
 public:
-    iniNodeIndex() : m_aBucket(NULL), m_uBuckets(0), m_uIndexed(0), m_nNodes(0), m_pPending(NULL) {}
+    iniNodeIndex() : m_aBucket(NULL), m_uBuckets(0), m_nNodes(0), m_pPending(NULL) {}
     /// Frees the index.
     ~iniNodeIndex();
     /// A new element without an object.
@@ -122,11 +122,15 @@ public:
     void ReturnNode(iniNode* pNode);
 
 protected:
-    /// Looks an element up. False: the index cannot say, walk the list; true: pNode is the only one, or null.
-    bool findNode(iniLineType eType, const phraseConstTextA& name, iniNode*& pNode);
+    /// The hash of a type and name, never 0. It differs from list to list.
+    uint32_t hashOf(iniLineType eType, const QOR_StringHelper::chConstTextT<char>& name) const;
+    /// The hash of an element; 0 while it has no object.
+    uint32_t hashOf(iniNode* pNode) const;
+    /// Looks an element up, by its hash too. False: the index cannot say, walk the list; true: pNode is the only one, or
+    /// null.
+    bool findNode(iniLineType eType, const phraseConstTextA& name, uint32_t uHash, iniNode*& pNode);
 
 private:
-    uint32_t hashOf(iniLineType eType, const QOR_StringHelper::chConstTextT<char>& name) const;
     bool growIndex();
     bool indexPending();
     static void link(iniNode** ppHead, iniNode* pNode);
@@ -134,7 +138,6 @@ private:
 
     iniNode** m_aBucket;
     uint32_t m_uBuckets;  // a power of two
-    uint32_t m_uIndexed;
     int m_nNodes;
     iniNode* m_pPending;
 };
@@ -157,6 +160,12 @@ public:
     BOOL list_erase_object(iniObject* pObject);
     /// The first entry of a type and name, or null.
     iniObject* FindObject(iniLineType eType, const phraseConstTextA& name) const;
+
+protected:
+    /// The place of the first entry of a type and name, or end(), and the hash of those.
+    iterator findHashed(iniLineType eType, const phraseConstTextA& name, uint32_t& uHash) const;
+    /// Appends an entry that was made for a name whose hash is known.
+    void appendHashed(iniObject* pObject, const phraseConstTextA& name, uint32_t uHash);
 };
 
 /// A section: a list of its comments, blank lines and keys.
