@@ -16,7 +16,10 @@ namespace QOR_FileHelper {
 
 namespace {
 
+typedef chConstTextT<char> constText;
 typedef QOR_ArrayHelper::chObjArray<char, false, 4096> fileBytes;
+
+constText viewOf(const chReferenceStringT<char>& str) { return constText(str, str.GetLength()); }
 
 // Reads a whole file; there is room for one more byte behind it. False: it cannot be opened or read, or is too large.
 bool readFile(const char* lpszFileName, fileBytes& bytes, int& nSize) {
@@ -55,6 +58,20 @@ bool endsOpen(iniObject* pObject) {
     return nLength > 0 && static_cast<const char*>(strText)[nLength - 1] != '\n';
 }
 
+// Writes up to four texts, together if they are short: a call of the stream costs more than a copy.
+BOOL writeLine(chFileStdio& file, const constText& text1, const constText& text2, const constText& text3,
+               const constText& text4) {
+    char szLine[256];
+    char* lpszTo = szLine;
+    for (const constText* pText : {&text1, &text2, &text3, &text4}) {
+        if (pText->GetLength() > szLine + sizeof(szLine) - lpszTo)
+            return file.WriteString(text1) && file.WriteString(text2) && file.WriteString(text3) && file.WriteString(text4);
+        memcpy(lpszTo, *pText, static_cast<size_t>(pText->GetLength()));
+        lpszTo += pText->GetLength();
+    }
+    return file.Write(szLine, 1, static_cast<UINT>(lpszTo - szLine));
+}
+
 }  // namespace
 
 // ---- writing
@@ -72,11 +89,11 @@ iniComment::iniComment(const char* lpszText, int nLength) : iniObject(iniLineCom
 BOOL iniComment::exportObject(chFileStdio& file) { return file.WriteString(m_strText); }
 
 BOOL iniKey::exportObject(chFileStdio& file) {
-    return file.WriteString(key()) && file.WriteString(" = ") && file.WriteString(m_strValue) && file.WriteString("\n");
+    return writeLine(file, viewOf(key()), constText(" = ", 3), viewOf(m_strValue), constText("\n", 1));
 }
 
 BOOL iniSection::exportObject(chFileStdio& file) {
-    return file.WriteString("[ ") && file.WriteString(key()) && file.WriteString(" ]\n") && ExportToFile(file);
+    return writeLine(file, constText("[ ", 2), viewOf(key()), constText(" ]\n", 3), constText()) && ExportToFile(file);
 }
 
 BOOL iniObjList::ExportToFile(chFileStdio& file) const {

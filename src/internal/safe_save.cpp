@@ -6,6 +6,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <memory>
+#include <new>
 #include <string>
 
 #define QOR_MODULE "QORFile"
@@ -21,6 +23,9 @@ constexpr int maxWait = 5000;
 
 // How often files that others exchange meanwhile are looked for again.
 constexpr int maxTries = 20;
+
+// What is written at a time.
+constexpr size_t streamBuffer = 16384;
 
 struct savedName {
     explicit savedName(const char* lpszFileName)
@@ -178,7 +183,11 @@ bool writeNew(int fdNew, const std::function<BOOL(chFileStdio&)>& fnExport) {
             close(fd);
         return false;
     }
-    chFileStdio file(pFile);
+    // A stream's own buffer is of a page: a document would go out in as many calls as it has pages.
+    std::unique_ptr<char[]> aBuffer(new (std::nothrow) char[streamBuffer]);
+    if (aBuffer != NULL)
+        setvbuf(pFile, aBuffer.get(), _IOFBF, streamBuffer);
+    chFileStdio file(pFile);  // closed before its buffer goes
     if (!fnExport(file) || !file.IsFileOpened())
         return false;
     return fflush(pFile) == 0 && ferror(pFile) == 0 && fsync(fd) == 0;

@@ -134,7 +134,7 @@ namespace {
 // Longer than a stream's buffer, so that a save is several writes.
 std::string documentOf(char ch) {
     std::string strText = "begin\n";
-    for (int i = 0; i < 120; ++i)
+    for (int i = 0; i < 400; ++i)
         strText += std::string(99, ch) + "\n";
     return strText + "end\n";
 }
@@ -446,7 +446,7 @@ TEST_F(SafeSave, AnExportThatGivesUpOrClosesTheFileChangesNothing) {
 }
 
 TEST_F(SafeSave, AFullDiskLeavesTheOldFileAndNoOther) {
-    ASSERT_EQ(0, mount("tmpfs", m_strFolder.c_str(), "tmpfs", 0, "size=64k")) << strerror(errno);
+    ASSERT_EQ(0, mount("tmpfs", m_strFolder.c_str(), "tmpfs", 0, "size=128k")) << strerror(errno);
     const std::string strFits = s_strOld;
     const std::string strBig(100 * 1024, 'b');
     set({{"", strFits}});
@@ -455,7 +455,7 @@ TEST_F(SafeSave, AFullDiskLeavesTheOldFileAndNoOther) {
     EXPECT_EQ(ENOSPC, errno);
     EXPECT_EQ((fileMap{{"", strFits}}), files());
     // What is only found out when the last buffer leaves.
-    qorTest::putFile(m_strFolder + "/filler", std::string(40 * 1024, 'f'));
+    qorTest::putFile(m_strFolder + "/filler", std::string(76 * 1024, 'f'));
     EXPECT_EQ(0, saveFileSafely(m_strName.c_str(), [](chFileStdio& file) {
                   for (int i = 0; i < 3; ++i)
                       file.Write(s_strNew.data(), 1, 5000);
@@ -473,10 +473,10 @@ TEST_F(SafeSave, AFullDiskLeavesTheOldFileAndNoOther) {
 }
 
 TEST_F(SafeSave, AFailedWriteIsNotForgottenWhenThereIsRoomAgain) {
-    ASSERT_EQ(0, mount("tmpfs", m_strFolder.c_str(), "tmpfs", 0, "size=64k")) << strerror(errno);
+    ASSERT_EQ(0, mount("tmpfs", m_strFolder.c_str(), "tmpfs", 0, "size=128k")) << strerror(errno);
     const std::string strFiller = m_strFolder + "/filler";
     set({{"", s_strOld}});
-    qorTest::putFile(strFiller, std::string(48 * 1024, 'f'));
+    qorTest::putFile(strFiller, std::string(64 * 1024, 'f'));
     EXPECT_EQ(0, saveFileSafely(m_strName.c_str(), [&](chFileStdio& file) {
                   EXPECT_EQ(0, writePieces(file, s_strNew));
                   unlink(strFiller.c_str());
@@ -488,7 +488,7 @@ TEST_F(SafeSave, AFailedWriteIsNotForgottenWhenThereIsRoomAgain) {
 }
 
 TEST_F(SafeSave, AFolderThatCannotBeWrittenFailsTheSave) {
-    ASSERT_EQ(0, mount("tmpfs", m_strFolder.c_str(), "tmpfs", 0, "size=64k")) << strerror(errno);
+    ASSERT_EQ(0, mount("tmpfs", m_strFolder.c_str(), "tmpfs", 0, "size=128k")) << strerror(errno);
     set({{"", s_strOld}, {".old", s_strOlder}});
     ASSERT_EQ(0, mount("", m_strFolder.c_str(), "", MS_REMOUNT | MS_RDONLY, "")) << strerror(errno);
     recover();
