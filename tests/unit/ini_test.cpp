@@ -306,6 +306,19 @@ TEST(IniObjList, AnElementFilledAfterALookUpIsFound) {
     EXPECT_EQ(pLate, list.FindObject(iniLineKey, "LATE"));
 }
 
+TEST(IniObjList, ANameWithANulIsFoundByWhatWasKeptOfIt) {
+    for (const int nOthers : {0, 100}) {
+        iniSection section(phraseConstTextA("s"));
+        for (int i = 0; i < nOthers; ++i)
+            section.GetKey(phraseConstTextA(("other" + std::to_string(i)).c_str()));
+        const phraseConstTextA whole(chConstTextT<char>("name\0tail", 9));
+        iniKey* pKey = section.GetKey(whole);
+        EXPECT_STREQ("name", pKey->key());
+        EXPECT_EQ(pKey, section.GetKey(phraseConstTextA("NAME")));
+        EXPECT_EQ(nOthers + 1, section.size());
+    }
+}
+
 TEST(IniObjList, ErasingWithListOperationsTakesElementsOutOfTheIndex) {
     iniObjList list;
     for (int i = 0; i < 100; ++i)
