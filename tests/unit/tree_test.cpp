@@ -42,6 +42,7 @@ int layerOf(const std::string& strFile) {
         {"BaseHelper|_chBaseClass|xBaseClass|internal/(keyfile|singleton|tick)\\.h", 6},
         {"TraceHelper|QORTrace|internal/trace", 7},
         {"FileHelper|QORFile|xFile|internal/(safe_save|file_lock)\\.", 8},
+        {"SocketHelper|QORSocket|xSocket|internal/socket\\.h", 8},
         {"MsgQueueHelper|QORMsgSystem|xMsgSystem|internal/", 9},
         {"flat\\.h|sub-interface|qor/qor\\.h", 11},
     };
@@ -80,7 +81,8 @@ TEST(Tree, TheFlatHeaderNeedsNoOther) {
 TEST(Tree, OnlyThePlatformHalvesCallThePlatform) {
     const std::regex call(
         "\\b(semop|semtimedop|semget|semctl|shmget|shmat|shmdt|shmctl|ftok|pthread_create|pthread_join|clock_gettime|"
-        "gettimeofday|times|nanosleep|usleep|tcgetattr|tcsetattr|mmap|munmap|msync|flock)\\(");
+        "gettimeofday|times|nanosleep|usleep|tcgetattr|tcsetattr|mmap|munmap|msync|flock|"
+        "accept4|recvfrom|sendmsg|sendto|getsockopt|setsockopt|gethostbyname_r|ioctl)\\(");
     for (const std::string& strFile : filesBelow("src")) {
         if (strFile.find("src/xInc/") == 0)
             continue;
