@@ -79,8 +79,8 @@ void chSocketTCP::Disconnect() {
     if (!m_bIsConnected)
         return;
     sockShutdown(m_hSocket);
-    QOR_BaseHelper::chTimeout timeout(maxDisconnect);
-    while (CheckTCPConnected() && timeout.GetLeftMillisecond() > 0)
+    waitLimit limit(maxDisconnect);
+    while (CheckTCPConnected() && limit.leftMillisecond() > 0)
         QOR_MiscHelper::qorSwitchToThread();
     QOR_WARN(!m_bIsConnected);
     m_bIsConnected = FALSE;

@@ -18,8 +18,8 @@ bool wouldBlock();
 // Whether the last accept failed for the one connection that it met.
 bool isPeerGone();
 
-// A time-out that several waits share. The clock is read when a second wait asks for what is left, so the usual case
-// of input that is there costs nothing; the time counts from the first wait.
+// A time-out that several waits share. The time counts from the first wait: input that is there costs no reading of
+// the clock, which takes the lock of the named blocks.
 class waitLimit {
 public:
     explicit waitLimit(int nTimeout) : m_nTimeout(nTimeout < -1 ? 0 : nTimeout), m_timeout(-1) {}
