@@ -39,8 +39,12 @@ int waitFor(int hSocket, waitLimit& limit, int (QOR_BaseHelper::chFD_SET::*selec
     }
     int nResult = 0;
     do {
+        const int nLeft = limit.leftMillisecond();
+        // A peer that keeps the socket busy does not hold the caller beyond its time.
+        if (nLeft == 0 && limit.isStarted())
+            return 0;
         QOR_BaseHelper::chFD_SET set(hSocket);
-        nResult = (set.*select)(limit.leftMillisecond());
+        nResult = (set.*select)(nLeft);
     } while (nResult == -1 && errno == EINTR);
     return nResult;
 }

@@ -34,6 +34,9 @@ public:
         return m_nTimeout;
     }
 
+    // Whether there has been a wait that ends some time.
+    bool isStarted() const { return m_bStarted; }
+
 private:
     int m_nTimeout;
     bool m_bStarted = false;
