@@ -25,7 +25,9 @@ public:
         close(m_fdOut[0]);
         close(m_fdError[0]);
     }
-    void say(const std::string& str) { ASSERT_EQ(static_cast<ssize_t>(str.size()), write(m_fdIn[1], str.data(), str.size())); }
+    void say(const std::string& str) {
+        ASSERT_EQ(static_cast<ssize_t>(str.size()), write(m_fdIn[1], str.data(), str.size()));
+    }
     void endInput() {
         if (m_fdIn[1] != -1)
             close(m_fdIn[1]);

@@ -74,8 +74,8 @@ public:
     /// Waits for nItemCount items, or for 65536 bytes if those are less, and moves as many whole items as there are.
     /// @return their number. Fatal: a size or a count below 1.
     int Receive(void* pBuffer, int nItemSize, int nItemCount, int nTimeout);
-    /// Takes what has come, at the most 65536 bytes, and moves the whole input buffer. It waits only while the buffer is
-    /// empty.
+    /// Takes what has come, at the most 65536 bytes, and moves the whole input buffer. It waits only while the buffer
+    /// is empty.
     /// @return the bytes moved
     int ReceiveStream(binaryArray& arrData, int nTimeout);
     /// Waits for input and takes at the most nMaxSize bytes, -1 or more than 65536 means 65536.
