@@ -617,7 +617,7 @@ TEST_F(TcpTest, AWaitThatFailsEndsTheSending) {
         bSending = false;
     });
     closer.join();
-    EXPECT_TRUE(has(strWarning, "select error : [Bad file descriptor]"));
+    EXPECT_TRUE(has(strWarning, "select error : [Bad file descriptor]")) << strWarning;
     EXPECT_TRUE(has(strWarning, "[QORSocket:"));
     EXPECT_TRUE(has(strWarning, "] retSelect > 0 ("));
 }
