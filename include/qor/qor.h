@@ -14,6 +14,7 @@
 #include "qor/MsgQueueHelper.h"
 #include "qor/RegistryHelper.h"
 #include "qor/RegularExpressHelper.h"
+#include "qor/SocketHelper.h"
 #include "qor/StringHelper.h"
 #include "qor/SubClass.h"
 #include "qor/TraceHelper.h"

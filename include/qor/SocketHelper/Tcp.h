@@ -1,0 +1,135 @@
+/// @file
+/// Connections: a TCP socket with an input buffer, its listening side, and packets framed by their length.
+///
+/// What is received stays in the input buffer until it is dropped, so a record can be looked at before all of it is
+/// there, and what has come before the peer closed can still be read. No more is taken from the system than was asked
+/// for: while the rest waits there, socketSelect() and other waits on the descriptor tell of it.
+///
+/// @code
+/// QOR_SocketHelper::chSocketTCPServer server;
+/// QOR_SocketHelper::chSocketTCP client;
+/// if (server.CreateSocket("0.0.0.0", 8000) && server.SocketListen(5) && server.AcceptOnSocket(client, NULL, -1)) {
+///     record rec;
+///     while (client.ReceivePacket(&rec, sizeof(rec), -1))
+///         use(rec);
+/// }
+/// @endcode
+///
+/// A packet on the wire is its length, 4 bytes with the highest first, and that many bytes. Lengths of 0 and of 10 MiB
+/// and more are fatal to the receiver; packets of more than 65536 bytes are never received.
+#ifndef QOR_SOCKETHELPER_TCP_H
+#define QOR_SOCKETHELPER_TCP_H
+
+#include "qor/SocketHelper/Socket.h"
+
+namespace QOR_SocketHelper {
+
+class waitLimit;
+
+/// A connection, or the socket for one. All waiting is for nTimeout milliseconds at the most.
+class QOR_API chSocketTCP : public chSocket {
+public:
+    chSocketTCP() : m_bIsConnected(FALSE) {}
+    /// See DestroySocket().
+    ~chSocketTCP() { DestroySocket(); }
+
+    /// Makes a non-blocking socket.
+    /// @return 1 or 0. Fatal: there is one already.
+    BOOL CreateSocket();
+    /// Makes a non-blocking socket with an address of this machine that may have been in use until now; there is none
+    /// when it fails.
+    /// @return 1 or 0. Fatal: there is one already.
+    BOOL CreateSocket(const chSocketAddr& addr);
+    /// The same for a dotted text; port 0 takes a free one. Fatal: null; there is one already.
+    BOOL CreateSocket(const char* lpszIPv4, int nPort);
+    /// Disconnect(), and closes the socket, if there is one. What is in the input buffer can still be read, until a new
+    /// socket is made.
+    void DestroySocket();
+
+    /// Connects.
+    /// @return 1 or 0; after a time-out it may be called again. Fatal: connected already, no socket.
+    BOOL ConnectTo(const chSocketAddr& addr, int nTimeout);
+    /// The same for a dotted text and a port.
+    BOOL ConnectTo(const char* lpszIPv4, int nPort, int nTimeout);
+    /// Waits a millisecond for input and takes one byte of it into the input buffer. A connection that the peer has
+    /// closed is no longer connected then.
+    /// @return 1 when there was a byte, else 0.
+    BOOL CheckTCPConnected();
+    /// Whether the connection stands, as far as the last operation could tell.
+    BOOL IsTCPConnected() const { return m_bIsConnected; }
+    /// Ends the connection on this side: nothing more is received. What has come goes into the input buffer byte by
+    /// byte; a peer that keeps sending holds it up for two seconds at the most, which is warned of. The peer learns
+    /// of it when the socket is destroyed.
+    void Disconnect();
+
+    /// Waits until nSize bytes are there behind the first nOffset ones, and copies them; null does not copy. Nothing is
+    /// removed. More than 65536 bytes are not waited for: a larger size is taken as 65536.
+    /// @return the size, or 0 on time-out or a lost connection. Fatal: a negative offset, a size below 1.
+    int PeekPacket(void* pBuffer, int nOffset, int nSize, int nTimeout);
+    /// Removes the first nSize bytes, at the most all that are there; a negative size removes all.
+    void DropPacket(int nSize);
+    /// Waits for nSize bytes, and moves them; null only removes them.
+    /// @return 1, or 0 on time-out, a lost connection or a size above 65536; then all bytes stay.
+    BOOL ReceivePacket(void* pBuffer, int nSize, int nTimeout);
+    /// Waits for nItemCount items, or for 65536 bytes if those are less, and moves as many whole items as there are.
+    /// @return their number. Fatal: a size or a count below 1.
+    int Receive(void* pBuffer, int nItemSize, int nItemCount, int nTimeout);
+    /// Takes what has come, at the most 65536 bytes, and moves the whole input buffer. It waits only while the buffer
+    /// is empty.
+    /// @return the bytes moved
+    int ReceiveStream(binaryArray& arrData, int nTimeout);
+    /// Waits for input and takes at the most nMaxSize bytes, -1 or more than 65536 means 65536.
+    /// @return the bytes taken, 0 on time-out or a lost connection, -1 when the wait failed. Fatal: a size of 0 or
+    ///         below -1.
+    int SelectAndReceive(int nMaxSize, int nTimeout);
+    /// Takes at the most nMaxSize bytes of what is there; where nothing is, the connection ends.
+    /// @return the bytes taken, 0 when the connection has ended. Fatal: a size of 0 or below -1.
+    int socketReceive(int nMaxSize);
+
+    /// Sends all bytes; waits without limit while the peer does not take them.
+    /// @return 1, or 0 when the connection is lost, which it is after any failure. Fatal: null, a size below 1.
+    BOOL Send(const void* pBuffer, int nSize);
+
+protected:
+    /// Send() of two pieces, the first of which may be empty, with as few system calls as one.
+    BOOL SendPieces(const void* pHead, int nHead, const void* pBuffer, int nSize);
+    /// PeekPacket() with a time-out that it shares with other waits.
+    int PeekWithin(void* pBuffer, int nOffset, int nSize, waitLimit& limit);
+
+    BOOL m_bIsConnected;     ///< whether the connection stands
+    binaryArray m_arrInput;  ///< received and not yet dropped, oldest first
+
+private:
+    friend class chSocketTCPServer;
+    void TakeConnection(int hSocket);
+    int ReceiveBytes(int nMaxSize, int nFlags);
+    void LoseConnection(const char* lpszWarning);
+};
+
+/// The listening side: make it with an address, then let peers connect.
+class QOR_API chSocketTCPServer : public chSocketTCP {
+public:
+    /// Lets peers connect; nBacklog of them wait to be accepted.
+    /// @return 1 or 0. Fatal: no socket.
+    BOOL SocketListen(int nBacklog);
+    /// Waits for a peer; sockClient becomes the connection, and pFrom, unless null, the peer's address.
+    /// @return 1 or 0. Fatal: no socket; sockClient has one.
+    BOOL AcceptOnSocket(chSocketTCP& sockClient, chSocketAddr* pFrom, int nTimeout);
+};
+
+/// A connection that carries packets.
+class QOR_API chSocketPacketTCP : public chSocketTCP {
+public:
+    /// Waits for a whole packet and copies what it carries. Until the packet is whole it stays in the input buffer and
+    /// arrData as it is.
+    /// @return 1, or 0 on time-out or a lost connection, and for a packet of more than 65536 bytes, which stays there.
+    ///         Fatal: a packet of 0 or of 10 MiB or more.
+    BOOL ReceiveOnePacket(binaryArray& arrData, int nTimeout);
+    /// Sends one packet; see Send().
+    /// @return 1, or 0 when the connection is lost, which is warned of. Fatal: null, a size below 1.
+    BOOL SendOnePacket(const void* pBuffer, int nSize);
+};
+
+}  // namespace QOR_SocketHelper
+
+#endif

@@ -1,0 +1,57 @@
+// What the socket classes need of the platform beside the exported sock* functions, and how they wait.
+#ifndef QOR_INTERNAL_SOCKET_H
+#define QOR_INTERNAL_SOCKET_H
+
+#include "qor/BaseHelper/Tick.h"
+#include "qor/SocketHelper/Address.h"
+
+namespace QOR_SocketHelper {
+
+// A descriptor that is closed on exec, or -1.
+int openSocket(int nDomain, int nType, int nProtocol);
+BOOL bindSocket(int hSocket, const chSocketAddr& addr);
+BOOL reuseAddress(int hSocket);
+// Sends the first piece, which may be empty, and the second one with one call. The bytes sent, -1 on error.
+int sendPieces(int hSocket, const void* pHead, int nHead, const void* pBody, int nBody);
+// Whether the last call only found that there is nothing to be done now.
+bool wouldBlock();
+// Whether the last accept failed for the one connection that it met.
+bool isPeerGone();
+
+// A time-out that several waits share. The time counts from the first wait: input that is there costs no reading of
+// the clock, which takes the lock of the named blocks.
+class waitLimit {
+public:
+    explicit waitLimit(int nTimeout) : m_nTimeout(nTimeout < -1 ? 0 : nTimeout), m_timeout(-1) {}
+
+    int leftMillisecond() {
+        if (m_nTimeout <= 0)
+            return m_nTimeout;
+        if (m_bStarted)
+            return m_timeout.GetLeftMillisecond();
+        m_timeout.setTimeout(m_nTimeout);
+        m_bStarted = true;
+        return m_nTimeout;
+    }
+
+    // Whether there has been a wait that ends some time.
+    bool isStarted() const { return m_bStarted; }
+
+private:
+    int m_nTimeout;
+    bool m_bStarted = false;
+    QOR_BaseHelper::chTimeout m_timeout;
+};
+
+// An address to bind: as CreateSocketAddr(), but port 0 is sound.
+BOOL makeAddressToBind(chSocketAddr& addr, const char* lpszIPv4, int nPort);
+// Warns with the text of the last error in place of the format's "%s"; the error stays the last one.
+void warnLastError(const char* lpszFormat) __attribute__((format(printf, 1, 0)));
+
+// Wait, over signals, and return as select does: 1, 0 on time-out, -1 on error.
+int waitReadable(int hSocket, waitLimit& limit);
+int waitWritable(int hSocket, waitLimit& limit);
+
+}  // namespace QOR_SocketHelper
+
+#endif
