@@ -41,7 +41,7 @@ int layerOf(const std::string& strFile) {
         {"MiscHelper|_chMisc|xMisc", 5},
         {"BaseHelper|_chBaseClass|xBaseClass|internal/(keyfile|singleton|tick)\\.h", 6},
         {"TraceHelper|QORTrace|internal/trace", 7},
-        {"FileHelper|QORFile|xFile|internal/(safe_save|file_lock)\\.", 8},
+        {"FileHelper|QORFile|xFile|internal/(safe_save|file_lock|whole_file|byte_string|xml_code)\\.", 8},
         {"MsgQueueHelper|QORMsgSystem|xMsgSystem|internal/", 9},
         {"flat\\.h|sub-interface|qor/qor\\.h", 11},
     };
