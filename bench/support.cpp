@@ -23,11 +23,19 @@ void pin(int iProcessor) {
     sched_setaffinity(0, sizeof(set), &set);
 }
 
-long long now() {
+namespace {
+
+long long timeOf(clockid_t idClock) {
     timespec ts;
-    clock_gettime(CLOCK_MONOTONIC, &ts);
+    clock_gettime(idClock, &ts);
     return ts.tv_sec * 1000000000LL + ts.tv_nsec;
 }
+
+}  // namespace
+
+long long now() { return timeOf(CLOCK_MONOTONIC); }
+
+long long spent() { return timeOf(CLOCK_PROCESS_CPUTIME_ID); }
 
 figures figuresOf(std::vector<long long> listTime) {
     std::sort(listTime.begin(), listTime.end());

@@ -4,6 +4,7 @@
 
 #include <sys/types.h>
 
+#include <algorithm>
 #include <functional>
 #include <memory>
 #include <string>
@@ -22,6 +23,23 @@ struct figures {
     double nMedian, nHigh, nMax;
 };
 figures figuresOf(std::vector<long long> listTime);
+
+// What the processor spent on this process, in nanoseconds: what else runs on the machine does not count.
+long long spent();
+
+// The median of what a run over nSize bytes costs, in nanoseconds.
+template <class F>
+double medianSpent(size_t nSize, double nRepeat, F fnRun) {
+    const int nCount = std::max(3, static_cast<int>(nRepeat * 40e6 / static_cast<double>(nSize)));
+    std::vector<long long> listTime;
+    fnRun();
+    for (int i = 0; i < std::min(nCount, 200); ++i) {
+        const long long nStart = spent();
+        fnRun();
+        listTime.push_back(spent() - nStart);
+    }
+    return figuresOf(listTime).nMedian;
+}
 
 // A forked peer, pinned to a processor. It is killed with this object.
 class peer {
