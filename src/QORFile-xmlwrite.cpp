@@ -2,6 +2,7 @@
 //
 // A tree is gone through twice, without recursion: the first time its text is only measured, so that it gets one block of
 // its size, and a text that no string can hold costs nothing.
+#include <stddef.h>
 #include <string.h>
 
 #define QOR_MODULE "QORFile"
@@ -19,18 +20,32 @@ namespace {
 typedef chConstTextT<char> constText;
 typedef chReferenceStringT<char> refString;
 
-// How many characters more an encoded one has.
-struct entityTable {
-    constexpr entityTable() : m_arrMore() {
-        for (const char* lpszSpecial = "\"&'<>"; *lpszSpecial != 0; ++lpszSpecial)
-            for (const char* lpsz = xmlEntityOf(*lpszSpecial) + 1; *lpsz != 0; ++lpsz)
-                ++m_arrMore[static_cast<unsigned char>(*lpszSpecial)];
-    }
-    unsigned more(char ch) const { return m_arrMore[static_cast<unsigned char>(ch)]; }
+// Whether one of the word's bytes is 0; sometimes also true when none is.
+bool hasZero(size_t nWord) {
+    constexpr size_t ones = static_cast<size_t>(-1) / 255;
+    return ((nWord - ones) & ~nWord & ones << 7) != 0;
+}
 
-    unsigned char m_arrMore[256];
-};
-constexpr entityTable s_table;
+// Whether one of the word's bytes is to be encoded. The five characters are three patterns: two pairs differ in one bit.
+bool hasSpecial(size_t nWord) {
+    constexpr size_t ones = static_cast<size_t>(-1) / 255;
+    return hasZero(nWord ^ ones * '"') || hasZero((nWord | ones) ^ ones * ('&' | 1)) ||
+           hasZero((nWord | ones << 1) ^ ones * ('<' | 2));
+}
+static_assert(('&' | 1) == '\'' && ('<' | 2) == '>', "pairs differ in one bit");
+
+// The first character that is to be encoded, or the end.
+const char* findSpecial(const char* lpsz, const char* lpszEnd) {
+    size_t nWord = 0;
+    for (; lpszEnd - lpsz >= static_cast<ptrdiff_t>(sizeof(nWord)); lpsz += sizeof(nWord)) {
+        memcpy(&nWord, lpsz, sizeof(nWord));
+        if (hasSpecial(nWord))
+            break;
+    }
+    while (lpsz < lpszEnd && xmlEntityOf(*lpsz) == NULL)
+        ++lpsz;
+    return lpsz;
+}
 
 constText viewOf(const refString& str) { return constText(str, str.GetLength()); }
 
@@ -39,12 +54,10 @@ class lengthSink {
 public:
     void put(const constText& text) { m_nLength += text.GetLength(); }
     void putEncoded(const constText& text) {
-        const char* lpsz = text;
-        const int nLength = text.GetLength();
-        unsigned uMore = 0;  // of at most 512 MB
-        for (int i = 0; i < nLength; ++i)
-            uMore += s_table.more(lpsz[i]);
-        m_nLength += nLength + static_cast<long long>(uMore);
+        const char* const lpszEnd = text + text.GetLength();
+        m_nLength += text.GetLength();
+        for (const char* lpsz = text; (lpsz = findSpecial(lpsz, lpszEnd)) < lpszEnd; ++lpsz)
+            m_nLength += static_cast<long long>(strlen(xmlEntityOf(*lpsz))) - 1;
     }
     void putBlanks(int nCount) { m_nLength += nCount; }
     long long length() const { return m_nLength; }
@@ -62,15 +75,14 @@ public:
     void putEncoded(const constText& text) {
         const char* lpsz = text;
         const char* const lpszEnd = lpsz + text.GetLength();
-        const char* lpszPlain = lpsz;
-        for (; lpsz < lpszEnd; ++lpsz) {
-            if (s_table.more(*lpsz) == 0)
-                continue;
+        for (;; ++lpsz) {
+            const char* const lpszPlain = lpsz;
+            lpsz = findSpecial(lpsz, lpszEnd);
             copy(lpszPlain, static_cast<int>(lpsz - lpszPlain));
+            if (lpsz == lpszEnd)
+                return;
             put(xmlEntityOf(*lpsz));
-            lpszPlain = lpsz + 1;
         }
-        copy(lpszPlain, static_cast<int>(lpsz - lpszPlain));
     }
     void putBlanks(int nCount) {
         memset(m_lpszTo, ' ', static_cast<size_t>(nCount));
