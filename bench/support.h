@@ -4,7 +4,6 @@
 
 #include <sys/types.h>
 
-#include <algorithm>
 #include <functional>
 #include <memory>
 #include <string>
@@ -27,19 +26,11 @@ figures figuresOf(std::vector<long long> listTime);
 // What the processor spent on this process, in nanoseconds: what else runs on the machine does not count.
 long long spent();
 
-// The median of what a run over nSize bytes costs, in nanoseconds.
-template <class F>
-double medianSpent(size_t nSize, double nRepeat, F fnRun) {
-    const int nCount = std::max(3, static_cast<int>(nRepeat * 40e6 / static_cast<double>(nSize)));
-    std::vector<long long> listTime;
-    fnRun();
-    for (int i = 0; i < std::min(nCount, 200); ++i) {
-        const long long nStart = spent();
-        fnRun();
-        listTime.push_back(spent() - nStart);
-    }
-    return figuresOf(listTime).nMedian;
-}
+// The medians of what runs over nSize bytes cost, in nanoseconds. They take turns, so that what else is going on, and what
+// it does to the caches, strikes all alike.
+std::vector<double> mediansSpent(size_t nSize, double nRepeat, const std::vector<std::function<void()>>& listRun);
+// The same of one run.
+double medianSpent(size_t nSize, double nRepeat, const std::function<void()>& fnRun);
 
 // A forked peer, pinned to a processor. It is killed with this object.
 class peer {

@@ -161,17 +161,20 @@ void printXml(const char* lpszShape, shape eShape) {
     printf("XML, %s (us; per byte in ns; against qor)\n", lpszShape);
     for (const size_t nSize : {size_t(10000), size_t(1000000), size_t(10000000)}) {
         const std::string strText = xmlTextOf(eShape, nSize);
-        double nParseOwn = 0, nWriteOwn = 0;
-        for (auto& p : allContenders()) {
+        const auto list = allContenders();
+        std::vector<std::function<void()>> listParse, listWrite;
+        for (auto& p : list) {
             p->keep(strText);
-            const double nParse = medianSpent(nSize, s_nRepeat, [&]() { p->parse(strText); });
-            const double nWrite = medianSpent(nSize, s_nRepeat, [&]() { expect(p->write() > nSize / 2); });
-            nParseOwn = nParseOwn == 0 ? nParse : nParseOwn;
-            nWriteOwn = nWriteOwn == 0 ? nWrite : nWriteOwn;
-            printf("  %8zu bytes  %-11s parse %9.0f %7.2f %6.2f   write %9.0f %7.2f %6.2f\n", nSize, p->name(),
-                   nParse / 1000, nParse / nSize, nParse / nParseOwn, nWrite / 1000, nWrite / nSize, nWrite / nWriteOwn);
-            fflush(stdout);
+            listParse.push_back([&]() { p->parse(strText); });
+            listWrite.push_back([&]() { expect(p->write() > nSize / 2); });
         }
+        const std::vector<double> arrParse = mediansSpent(nSize, s_nRepeat, listParse);
+        const std::vector<double> arrWrite = mediansSpent(nSize, s_nRepeat, listWrite);
+        for (size_t i = 0; i < list.size(); ++i)
+            printf("  %8zu bytes  %-11s parse %9.0f %7.2f %6.2f   write %9.0f %7.2f %6.2f\n", nSize, list[i]->name(),
+                   arrParse[i] / 1000, arrParse[i] / nSize, arrParse[i] / arrParse[0], arrWrite[i] / 1000,
+                   arrWrite[i] / nSize, arrWrite[i] / arrWrite[0]);
+        fflush(stdout);
     }
     printf("\n");
 }
