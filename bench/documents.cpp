@@ -8,7 +8,6 @@
 #include <stdlib.h>
 #include <string.h>
 #include <sys/stat.h>
-#include <time.h>
 #include <unistd.h>
 
 #include <string>
@@ -130,26 +129,6 @@ std::vector<std::unique_ptr<contender>> contendersFor(shape eShape) {
 
 // ---- measurements
 
-// What the processor spent on this process, in nanoseconds: what else runs on the machine does not count.
-long long spent() {
-    timespec ts;
-    clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &ts);
-    return ts.tv_sec * 1000000000LL + ts.tv_nsec;
-}
-
-template <class F>
-double medianOf(size_t nSize, F fnRun) {
-    const int nCount = std::max(3, static_cast<int>(s_nRepeat * 40e6 / static_cast<double>(nSize)));
-    std::vector<long long> listTime;
-    fnRun();
-    for (int i = 0; i < std::min(nCount, 200); ++i) {
-        const long long nStart = spent();
-        fnRun();
-        listTime.push_back(spent() - nStart);
-    }
-    return figuresOf(listTime).nMedian;
-}
-
 void printIni(const char* lpszShape, shape eShape) {
     printf("INI, %s (us; per byte in ns; against qor)\n", lpszShape);
     if (eShape == shape::sections)
@@ -158,8 +137,8 @@ void printIni(const char* lpszShape, shape eShape) {
         store(iniText(eShape, nSize));
         double nLoadOwn = 0, nSaveOwn = 0;
         for (auto& p : contendersFor(eShape)) {
-            const double nLoad = medianOf(nSize, [&]() { p->load(); });
-            const double nSave = medianOf(nSize, [&]() { p->save(); });
+            const double nLoad = medianSpent(nSize, s_nRepeat, [&]() { p->load(); });
+            const double nSave = medianSpent(nSize, s_nRepeat, [&]() { p->save(); });
             nLoadOwn = nLoadOwn == 0 ? nLoad : nLoadOwn;
             nSaveOwn = nSaveOwn == 0 ? nSave : nSaveOwn;
             printf("  %8zu bytes  %-11s load %9.0f %7.2f %6.2f   save %9.0f %7.2f %6.2f\n", nSize, p->name(),
@@ -184,9 +163,9 @@ void printDumps() {
     printf("whole files (us; against plain read)\n");
     for (const size_t nSize : {size_t(10000), size_t(1000000), size_t(10000000)}) {
         store(std::string(nSize, 'x'));
-        const double nRead = medianOf(nSize, [&]() { readPlainly(nSize); });
-        const double nBin = medianOf(nSize, []() { QOR_FileHelper::qorDumpBinFile(lpszFile); });
-        const double nText = medianOf(nSize, []() { QOR_FileHelper::qorDumpTextFileA(lpszFile); });
+        const double nRead = medianSpent(nSize, s_nRepeat, [&]() { readPlainly(nSize); });
+        const double nBin = medianSpent(nSize, s_nRepeat, []() { QOR_FileHelper::qorDumpBinFile(lpszFile); });
+        const double nText = medianSpent(nSize, s_nRepeat, []() { QOR_FileHelper::qorDumpTextFileA(lpszFile); });
         printf("  %8zu bytes  read %8.1f   qorDumpBinFile %8.1f %5.2f   qorDumpTextFileA %8.1f %5.2f\n", nSize, nRead / 1000,
                nBin / 1000, nBin / nRead, nText / 1000, nText / nRead);
     }

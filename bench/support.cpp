@@ -23,17 +23,45 @@ void pin(int iProcessor) {
     sched_setaffinity(0, sizeof(set), &set);
 }
 
-long long now() {
+namespace {
+
+long long timeOf(clockid_t idClock) {
     timespec ts;
-    clock_gettime(CLOCK_MONOTONIC, &ts);
+    clock_gettime(idClock, &ts);
     return ts.tv_sec * 1000000000LL + ts.tv_nsec;
 }
+
+}  // namespace
+
+long long now() { return timeOf(CLOCK_MONOTONIC); }
+
+long long spent() { return timeOf(CLOCK_PROCESS_CPUTIME_ID); }
 
 figures figuresOf(std::vector<long long> listTime) {
     std::sort(listTime.begin(), listTime.end());
     const size_t n = listTime.size();
     return {static_cast<double>(listTime[n / 2]), static_cast<double>(listTime[n * 99 / 100]),
             static_cast<double>(listTime[n - 1])};
+}
+
+std::vector<double> mediansSpent(size_t nSize, double nRepeat, const std::vector<std::function<void()>>& listRun) {
+    const int nCount = std::min(200, std::max(3, static_cast<int>(nRepeat * 40e6 / static_cast<double>(nSize))));
+    std::vector<std::vector<long long>> listTime(listRun.size());
+    for (int i = 0; i <= nCount; ++i)
+        for (size_t n = 0; n < listRun.size(); ++n) {
+            const long long nStart = spent();
+            listRun[n]();
+            if (i > 0)  // the first time is another
+                listTime[n].push_back(spent() - nStart);
+        }
+    std::vector<double> listMedian;
+    for (const std::vector<long long>& list : listTime)
+        listMedian.push_back(figuresOf(list).nMedian);
+    return listMedian;
+}
+
+double medianSpent(size_t nSize, double nRepeat, const std::function<void()>& fnRun) {
+    return mediansSpent(nSize, nRepeat, {fnRun})[0];
 }
 
 peer::peer(int iProcessor, const std::function<void()>& fnRun) {

@@ -1,5 +1,4 @@
 // INI files: telling lines, loading, saving.
-#include "qor/ArrayHelper.h"
 #include "qor/FileHelper/File.h"
 #include "qor/FileHelper/Ini.h"
 #include "qor/StringHelper/Token.h"
@@ -7,38 +6,16 @@
 #include <string.h>
 
 #define QOR_MODULE "QORFile"
+#include "internal/byte_string.h"
 #include "internal/report.h"
 #include "internal/safe_save.h"
+#include "internal/whole_file.h"
 
 using namespace QOR_StringHelper;
 
 namespace QOR_FileHelper {
 
 namespace {
-
-typedef chConstTextT<char> constText;
-typedef QOR_ArrayHelper::chObjArray<char, false, 4096> fileBytes;
-
-constText viewOf(const chReferenceStringT<char>& str) { return constText(str, str.GetLength()); }
-
-// Reads a whole file; there is room for one more byte behind it. False: it cannot be opened or read, or is too large.
-bool readFile(const char* lpszFileName, fileBytes& bytes, int& nSize) {
-    chFileStdio file;
-    nSize = 0;
-    if (!file.Open(lpszFileName, openRead))
-        return false;
-    bytes.SetArraySize(65536);
-    for (;;) {
-        const int nRoom = bytes.GetSize() - 1 - nSize;
-        const int nRead = static_cast<int>(file.Read(bytes.GetBuffer() + nSize, 1, static_cast<UINT>(nRoom)));
-        nSize += nRead;
-        if (nRead < nRoom)
-            return file.IsEOF() && nSize <= maxLineLength;
-        if (nSize > maxLineLength)
-            return false;
-        bytes.SetArraySize(2 * bytes.GetSize());
-    }
-}
 
 // Makes the heap join the small blocks that were just freed, as allocators do before they serve a large request. The
 // next document then lies in the order in which it is read and written; in the holes of the last one it would lie
@@ -79,11 +56,9 @@ BOOL writeLine(chFileStdio& file, const constText& text1, const constText& text2
 iniComment::iniComment(const char* lpszText, int nLength) : iniObject(iniLineComment, phraseConstTextA()) {
     if (lpszText != NULL && nLength < 0)
         nLength = chStrlen(lpszText);
-    if (lpszText == NULL || nLength == 0)
-        return;
     // A string is copied up to its first NUL only, and the line is to be kept with whatever it holds.
-    memcpy(m_strText.GetBuffer(nLength), lpszText, static_cast<size_t>(nLength));
-    m_strText.getStringData()->m_nDataLength = nLength;
+    if (lpszText != NULL)
+        fillString(m_strText, lpszText, nLength);
 }
 
 BOOL iniComment::exportObject(chFileStdio& file) { return file.WriteString(m_strText); }
@@ -173,13 +148,13 @@ BOOL iniFile::LoadFromFile(const char* lpszFileName) {
         return 0;
     m_strFileName = lpszFileName;
     recoverSavedFile(m_strFileName);
-    fileBytes bytes;
-    int nSize = 0;
-    if (!readFile(m_strFileName, bytes, nSize))
+    fileText text;
+    const int nSize = readWholeText(m_strFileName, text);
+    if (nSize < 0)
         return 0;
     ClearObjList();
     joinFreed();
-    parseText(bytes.GetBuffer(), nSize);
+    parseText(text.GetBuffer(), nSize);
     return 1;
 }
 

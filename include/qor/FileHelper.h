@@ -7,6 +7,7 @@
 /// - `FileHelper/Csv.h`: comma-separated values.
 /// - `FileHelper/Phrase.h`: the texts that name and fill the entries of documents.
 /// - `FileHelper/Ini.h`: INI documents.
+/// - `FileHelper/Xml.h`: XML documents.
 #ifndef QOR_FILEHELPER_H
 #define QOR_FILEHELPER_H
 
@@ -17,5 +18,6 @@
 #include "qor/FileHelper/PathName.h"
 #include "qor/FileHelper/Phrase.h"
 #include "qor/FileHelper/TextFile.h"
+#include "qor/FileHelper/Xml.h"
 
 #endif

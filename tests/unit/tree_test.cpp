@@ -41,7 +41,7 @@ int layerOf(const std::string& strFile) {
         {"MiscHelper|_chMisc|xMisc", 5},
         {"BaseHelper|_chBaseClass|xBaseClass|internal/(keyfile|singleton|tick)\\.h", 6},
         {"TraceHelper|QORTrace|internal/trace", 7},
-        {"FileHelper|QORFile|xFile|internal/(safe_save|file_lock)\\.", 8},
+        {"FileHelper|QORFile|xFile|internal/(safe_save|file_lock|whole_file|byte_string|xml_code)\\.", 8},
         {"RegularExpress|internal/regular_express", 8},
         {"CodePage", 8},
         {"RegistryHelper|QORRegistry|internal/registry\\.h", 10},

@@ -25,7 +25,7 @@
 /// @endcode
 ///
 /// Names are looked up by an index, so that a document of n lines is read in a time proportional to n. A document is used
-/// by one thread at a time, also for reading.
+/// by one thread at a time, also for reading. Read on in Xml.h.
 #ifndef QOR_FILEHELPER_INI_H
 #define QOR_FILEHELPER_INI_H
 
