@@ -83,7 +83,8 @@ public:
             wait();
         }
     }
-    void kill() { ::kill(m_idProcess, SIGKILL); }
+    void kill() { signal(SIGKILL); }
+    void signal(int nSignal) { ::kill(m_idProcess, nSignal); }
 
     // The exit status; minus the signal that ended it.
     int wait() {
