@@ -134,7 +134,11 @@ void chNamedObjectManager::FreeObject(void* pData) {
 
 void chNamedObjectManager::freeRecord(const place& at) {
     namedRecord* const pRecord = at.record();
-    link_list_node(at.pPrev, pRecord->m_vChain.get_pNext());
+    list_chain_offset* const pRight = pRecord->m_vChain.get_pNext();
+    if (!QOR_ASSERT_TEXT(QOR_ChainHelper::findShareRange(this).holds(pRight, sizeof(*pRight)),
+                         "broken chain of named objects"))
+        return;
+    link_list_node(at.pPrev, pRight);
     pRecord->~namedRecord();
     m_objPool.free(pRecord);
 }
@@ -176,8 +180,12 @@ uCSystemStorageHelper* uCSystemStorageHelpergetGlobalObject() {
 
 // The counter of that name, made all zero when there is none, so that its first step is refused.
 chAccumulater* uCSystemStorageHelper::accumulater(const char* lpszName) {
-    return static_cast<chAccumulater*>(
-        getObject()->m_objManager.GetNamedObject(lpszName, sizeof(chAccumulater), NULL));
+    void* const pData = getObject()->m_objManager.GetNamedObject(lpszName, sizeof(chAccumulater), NULL);
+    // A link into the last bytes of the file leads to a name, but not to a whole counter.
+    const QOR_ChainHelper::shareRange range = QOR_ChainHelper::findShareRange(getObject());
+    if (pData == NULL || !QOR_ASSERT_TEXT(range.holds(pData, sizeof(chAccumulater)), "broken chain of named objects"))
+        return NULL;
+    return static_cast<chAccumulater*>(pData);
 }
 
 void uCSystemStorageHelper::CreateAccumulater(const char* lpszName, uint32_t uValue, uint32_t uMin, uint32_t uMax) {

@@ -36,8 +36,11 @@ thread_local int t_nUnreset = 0;
 
 uCSystemShareHelper& share() { return *uCSystemShareHelpergetGlobalObject(); }
 
-bool isExtraSizeValid(int nExtraSize, const void* pExtraData) {
-    return pExtraData == NULL || QOR_ASSERT(nExtraSize >= 0 && nExtraSize <= 1024);
+// A target that is gone takes nothing, whatever the size: only for one that is there is a wrong size fatal.
+bool isExtraSizeValid(chThreadBase& thread, int nExtraSize, const void* pExtraData) {
+    if (pExtraData == NULL || (nExtraSize >= 0 && nExtraSize <= maxExtraSize))
+        return true;
+    return thread.IsThreadAlive() && QOR_ASSERT(nExtraSize >= 0 && nExtraSize <= 1024);
 }
 
 // Ids whose handlers expect that the poster waits for them.
@@ -210,7 +213,7 @@ msgObject* chThreadBase::EmitDraft(const msgDraft& draft, bool* pbWake) {
 }
 
 msgObject* chThreadBase::AllocThreadMessage(int nPriority, bool bWaitingReply, int nExtraSize, const void* pExtraData) {
-    if (!isExtraSizeValid(nExtraSize, pExtraData))
+    if (!isExtraSizeValid(*this, nExtraSize, pExtraData))
         return NULL;
     msgDraft draft = makeDraft(0, 0, 0, nExtraSize, pExtraData, bWaitingReply);
     draft.nPriority = nPriority;
@@ -253,15 +256,18 @@ void chThreadBase::AfterProcessMessage(msgObject& objMessage) {
 
 // The caller holds the mutex. The task to wake, or 0.
 int chThreadBase::FinishRecord(msgObject& objMessage) {
+    chMsgQueue* pQueue = getMsgQueue();
+    if (pQueue == NULL)
+        return 0;
     const int nStatus = objMessage.GetStatus();
     if (loadShareWord(objMessage.m_bIsWaitingReply) == 0) {
         objMessage.SetStatus(MT_PROCESSED);
-        m_pMsgQueue->FreeMessage(&objMessage);
+        pQueue->FreeMessage(&objMessage);
     } else if (nStatus == MT_READ || nStatus == MT_REPLIED) {
         objMessage.SetStatus(MT_PROCESSED);
         return nStatus == MT_READ ? loadShareWord(objMessage.m_idSender) : 0;
     } else if (nStatus == MT_CLOSED) {
-        m_pMsgQueue->FreeMessage(&objMessage);
+        pQueue->FreeMessage(&objMessage);
     } else {
         failUnexpectedStatus(nStatus);
     }
@@ -357,7 +363,7 @@ BOOL chThreadBase::PostThreadMsgEx(UINT uMsg, UINT wParam, int lParam, int nExtr
         SendThreadMsgEx(uMsg, wParam, lParam, nExtraSize, pExtraData, -1, NULL);
         return 1;
     }
-    if (!isExtraSizeValid(nExtraSize, pExtraData))
+    if (!isExtraSizeValid(*this, nExtraSize, pExtraData))
         return 0;
     bool bWake = false;
     if (EmitDraft(makeDraft(uMsg, wParam, lParam, nExtraSize, pExtraData, false), &bWake) == NULL)
@@ -389,7 +395,7 @@ int chThreadBase::SendThreadMsgEx(UINT uMsg, UINT wParam, int lParam, int nExtra
                                   int* pbReplied) {
     if (pbReplied != NULL)
         *pbReplied = 0;
-    if (!QOR_ASSERT(!IsCalledByThisThread()) || !isExtraSizeValid(nExtraSize, pExtraData))
+    if (!QOR_ASSERT(!IsCalledByThisThread()) || !isExtraSizeValid(*this, nExtraSize, pExtraData))
         return -1;
     int nResult = -1;
     const BOOL bReplied =
@@ -403,7 +409,7 @@ BOOL chThreadBase::DeliverThreadMsgEx(UINT uMsg, UINT wParam, int lParam, int nE
                                       int nTimeout) {
     if (!QOR_ASSERT((nExtraSize > 0 && pExtraData != NULL) || (pExtraData == NULL && nExtraSize == 0)))
         return 0;
-    if (!QOR_ASSERT(!IsCalledByThisThread()) || !isExtraSizeValid(nExtraSize, pExtraData))
+    if (!QOR_ASSERT(!IsCalledByThisThread()) || !isExtraSizeValid(*this, nExtraSize, pExtraData))
         return 0;
     int nResult = -1;
     return EmitAndWait(makeDraft(uMsg, wParam, lParam, nExtraSize, pExtraData, true), true, nTimeout, &nResult);

@@ -129,6 +129,9 @@ msgObject* chThreadLocal::TakeMessage() {
 }
 
 msgObject* chThreadLocal::FinishAndTake(msgObject* pHandled) {
+    chMsgQueue* pQueue = getMsgQueue();
+    if (pQueue == NULL)
+        return NULL;
     int idWake = 0;
     bool bReset = true;
     msgObject* pMessage = NULL;
@@ -136,7 +139,7 @@ msgObject* chThreadLocal::FinishAndTake(msgObject* pHandled) {
         scopeShareLock<chSystemShareFrame> lock(share());
         if (pHandled != NULL)
             idWake = FinishInHold(*pHandled);
-        pMessage = m_pMsgQueue->read_message();
+        pMessage = pQueue->read_message();
         if (pMessage != NULL)
             ++m_nUnwaited;
         else if (m_nUnwaited > 1 || ++m_nUnreset >= maxUnreset)
@@ -179,8 +182,9 @@ void chThreadLocal::ProcessIdle() {
 }
 
 bool chThreadLocal::HasWork() {
+    const chMsgQueue* pQueue = getMsgQueue();
     scopeShareLock<chSystemShareFrame> lock(share());
-    return m_pMsgQueue->HasMessage();
+    return pQueue != NULL && pQueue->HasMessage();
 }
 
 // The signal of a poster that dies at once is taken back with it; so a long wait looks into the queue now and then.
@@ -210,10 +214,13 @@ BOOL chThreadLocal::Dogsleep(int nTime) {
 }
 
 UINT chThreadLocal::ProcessOneMessageFromQueue() {
+    chMsgQueue* pQueue = getMsgQueue();
+    if (pQueue == NULL)
+        return 0;
     msgObject* pMessage = NULL;
     {
         scopeShareLock<chSystemShareFrame> lock(share());
-        pMessage = m_pMsgQueue->read_message();
+        pMessage = pQueue->read_message();
     }
     return pMessage != NULL ? HandleMessage(*pMessage) : 0;
 }
@@ -235,11 +242,14 @@ void chThreadLocal::ProcessTaken(msgObject& objMessage) {
 }
 
 void chThreadLocal::FinishTaken(msgObject& objMessage) {
+    const chMsgQueue* pQueue = getMsgQueue();
+    if (pQueue == NULL)
+        return;
     int idWake = 0;
     {
         scopeShareLock<chSystemShareFrame> lock(share());
         idWake = FinishInHold(objMessage);
-        m_bQueueEmpty = !m_pMsgQueue->HasMessage() && ResetOwnEvent();
+        m_bQueueEmpty = !pQueue->HasMessage() && ResetOwnEvent();
     }
     if (idWake != 0)
         share().GetProcessLocal().AwakeLiveTask(idWake);
@@ -254,8 +264,11 @@ int chThreadLocal::FinishInHold(msgObject& objMessage) {
 // is left to the first pass that slept through.
 void chThreadLocal::FreeOrphans() {
     m_bLeftOrphan = 0;
+    chMsgQueue* pQueue = getMsgQueue();
+    if (pQueue == NULL)
+        return;
     scopeShareLock<chSystemShareFrame> lock(share());
-    freeOrphanMessages(*m_pMsgQueue);
+    freeOrphanMessages(*pQueue);
 }
 
 // ---- dispatch
@@ -385,10 +398,13 @@ int chThreadLocal::HandleOwnMessage(msgDraft draft, int* pbReplied) {
         *pbReplied = 1;
     if (uEpoch != getUnregistEpoch())
         return -1;
+    chMsgQueue* pQueue = getMsgQueue();
+    if (pQueue == NULL)
+        return -1;
     scopeShareLock<chSystemShareFrame> lock(share());
     const int nResult = pMessage->GetResult();
     pMessage->SetStatus(MT_PROCESSED);
-    m_pMsgQueue->FreeMessage(pMessage);
+    pQueue->FreeMessage(pMessage);
     return nResult;
 }
 

@@ -97,12 +97,26 @@ chThreadLocal* chThreadTimer::hostThread() {
     return m_pHostThread;
 }
 
+namespace {
+
+// A record whose words were damaged has been handled as something else, and may be another message by now.
+bool isTimerMessage(const chMsgQueue& objQueue, const msgObject* pMessage, uint32_t uTimer) {
+    using QOR_ChainHelper::loadShareWord;
+    return objQueue.IsQueuedMessage(pMessage) && loadShareWord(pMessage->uMsg) == TM_MESSAGE_TIMER &&
+           loadShareWord(pMessage->wParam) == uTimer;
+}
+
+}  // namespace
+
 void chThreadTimer::FreeExistMessageBody() {
     if (m_pEmitedMessage == NULL)
         return;
-    chThreadLocal* pHost = hostThread();
+    chMsgQueue* pQueue = hostThread()->getMsgQueue();
+    if (pQueue == NULL)
+        return;
     scopeShareLock<chSystemShareFrame> lock(*uCSystemShareHelpergetGlobalObject());
-    pHost->getMsgQueue()->FreeMessage(m_pEmitedMessage);
+    if (QOR_WARN_TEXT(isTimerMessage(*pQueue, m_pEmitedMessage, encodeThreadTimer(this)), "timer without its message"))
+        pQueue->FreeMessage(m_pEmitedMessage);
     m_pEmitedMessage = NULL;
 }
 

@@ -215,9 +215,8 @@ void chMsgQueue::FreeMessage(msgObject* pMessage) {
 }
 
 void chMsgQueue::ClearQueue() {
-    const shareChain chain = messagesOf(this);
-    while (list_chain_offset* pNode = chain.First())
-        FreeMessage(messageOf(pNode));
+    messagesOf(this).Drain([](list_chain_offset*) { return true; },
+                           [this](list_chain_offset* p) { FreeMessage(messageOf(p)); });
 }
 
 msgObject* chMsgQueue::read_message() {
@@ -315,7 +314,6 @@ void destroyTaskEvent(int idTask) {
 
 // A dead sender never closes its message.
 void freeOrphanMessages(chMsgQueue& objQueue) {
-    const shareChain chain = messagesOf(&objQueue);
     auto fnOrphan = [](list_chain_offset* p) {
         const msgObject* pMessage = messageOf(p);
         const int nStatus = pMessage->GetStatus();
@@ -323,8 +321,8 @@ void freeOrphanMessages(chMsgQueue& objQueue) {
         return (bFinished || nStatus == MT_ALLOCATED) &&
                !QOR_MiscHelper::qorIsValidTaskID(loadShareWord(pMessage->m_idSender));
     };
-    while (list_chain_offset* pNode = chain.Find(fnOrphan))
-        objQueue.FreeMessage(messageOf(pNode));
+    messagesOf(&objQueue).Drain(fnOrphan,
+                                [&objQueue](list_chain_offset* p) { objQueue.FreeMessage(messageOf(p)); });
 }
 
 void sweepGhostQueues(chMsgQueueManager& objManager, int idOwn, std::vector<ghostQueue>& listGhost) {

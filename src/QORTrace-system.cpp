@@ -47,7 +47,11 @@ void chSystemTracerManager::ClearGhostTracer() {
 int chSystemTracerManager::GetLineRoom(const int* pnLength) {
     constexpr int nNodeSize = sizeof(QOR_ChainHelper::list_chain_offset) + sizeof(int32_t);
     const char* const pBytes = reinterpret_cast<const char*>(pnLength + 1);
-    const int nRoom = QOR_AllocHelper::poll_chain::get_pCell(pBytes - nNodeSize)->get_nPoolSize() - nNodeSize;
+    // A damaged link leads anywhere in the segment, also to where no cell is.
+    const QOR_AllocHelper::poll_chain* const pCell = QOR_AllocHelper::poll_chain::get_pCell(pBytes - nNodeSize);
+    if (reinterpret_cast<uintptr_t>(pCell) < reinterpret_cast<uintptr_t>(m_arrPool))
+        return -1;
+    const int nRoom = pCell->get_nPoolSize() - nNodeSize;
     return nRoom <= reinterpret_cast<const char*>(m_arrPool + poolSize) - pBytes ? nRoom : -1;
 }
 

@@ -1,10 +1,10 @@
 // Node and pool allocators.
 //
 // Invariants of a pool: its cells tile the area; the free ones are linked, by their data, in order of addresses into a
-// circular chain whose head is m_FreeCellChain. The way forward is whole at every instant; a kill between two stores may
-// leave a backward link behind, or a used cell that nobody owns, but never one block handed out twice or a free cell
-// with links of old: a cell is marked used before it leaves the chain and free after it has entered it, and what is
-// marked used in the chain is passed over.
+// circular chain whose head is m_FreeCellChain. The way forward is whole at every instant: a cell's own links are complete
+// before it is marked free and linked, and it leaves the chain before it is marked used. So a kill between two stores
+// may leave a link backwards behind, a used cell that nobody owns, or a free cell that is not in the chain, which the
+// next merge with its left neighbour takes in; but never one block handed out twice.
 //
 // Shared memory may be damaged. Every operation first takes the area's bounds from the segment that holds the record,
 // follows a link only to a sound cell inside them, and takes no more steps than there can be cells.
@@ -42,6 +42,18 @@ __attribute__((noinline)) void bypass(list_chain_offset* pLeft, list_chain_offse
     pLeft->set_pNext(pRight);
 }
 
+// The new link's own words, while nothing leads to it.
+void aim(list_chain_offset* pNew, const list_chain_offset* pLeft, const list_chain_offset* pRight) {
+    pNew->set_pNext(pRight);
+    pNew->set_pPrev(pLeft);
+}
+
+// The store that makes it reachable, and then the way back.
+void insert(list_chain_offset* pLeft, list_chain_offset* pNew, list_chain_offset* pRight) {
+    pLeft->set_pNext(pNew);
+    pRight->set_pPrev(pNew);
+}
+
 }  // namespace
 
 // ---- baseDynamicNodeAlloc
@@ -66,7 +78,8 @@ void* baseDynamicNodeAlloc::borrow_node(int nNodeSize, int nRowCount) {
 void* baseDynamicNodeAlloc::AllocHashBlock(int nNodeSize, int nRowCount) {
     if (!QOR_ASSERT(m_pFirstFreeNode == NULL))
         return NULL;
-    void* pNewBlock = malloc(static_cast<size_t>(nNodeSize) * static_cast<size_t>(nRowCount) + sizeof(*m_pBlockChain));
+    const uint64_t uSize = static_cast<uint64_t>(nNodeSize) * static_cast<uint64_t>(nRowCount) + sizeof(*m_pBlockChain);
+    void* pNewBlock = uSize <= PTRDIFF_MAX ? malloc(static_cast<size_t>(uSize)) : NULL;
     if (!QOR_ASSERT(pNewBlock != NULL))
         return NULL;
     pointer_chain_pNext* pBlock = static_cast<pointer_chain_pNext*>(pNewBlock);
@@ -107,6 +120,9 @@ void baseDynamicNodeAlloc::cleanup_nodes() {
 // ---- baseStaticNodeAlloc
 
 baseStaticNodeAlloc::baseStaticNodeAlloc(int sizeNode, int nNodeCount) {
+    static_assert(offsetof(baseStaticNodeAlloc, m_nBorrowedCount) == 0 &&
+                      offsetof(baseStaticNodeAlloc, m_iFirstFreeNode) == 4,
+                  "shared layout");
     storeShareWord(m_nBorrowedCount, 0);
     set_FirstFreeNode(NULL);
     if (!QOR_ASSERT(sizeNode >= (int)sizeof(type_chain) && nNodeCount > 0))
@@ -242,22 +258,17 @@ bool baseStaticPoolAlloc::unlinkFree(const bounds& area, type_chain* p) {
     if (!isSoundLink(area, pRight))
         return failBroken();
     bypass(pLeft, pRight);
+    p->set_pNext(NULL);
+    p->set_pPrev(NULL);
     return true;
-}
-
-void baseStaticPoolAlloc::linkFree(type_chain* pLeft, type_chain* pNew, type_chain* pRight) {
-    pNew->set_pNext(pRight);
-    pNew->set_pPrev(pLeft);
-    pLeft->set_pNext(pNew);
-    pRight->set_pPrev(pNew);
 }
 
 void baseStaticPoolAlloc::pop_free_cell(poll_chain* pCell) {
     bounds area;
     if (!getBounds(area))
         return;
-    pCell->set_cell_free(false);
     unlinkFree(area, linkOf(pCell));
+    pCell->set_cell_free(false);
 }
 
 void baseStaticPoolAlloc::push_free_cell(poll_chain* pCell) {
@@ -270,19 +281,26 @@ void baseStaticPoolAlloc::push_free_cell(poll_chain* pCell) {
             failBroken();
             return;
         }
-        // A free cell that a killed process has left out of the chain does not count.
+        // A free cell that a killed process has left outside the chain does not count.
         if (pRight->is_free_cell() && leftOf(area, linkOf(pRight)) != NULL) {
             pBehind = linkOf(pRight);
             break;
         }
     }
-    if (type_chain* pLeft = leftOf(area, pBehind))
-        linkFree(pLeft, linkOf(pCell), pBehind);
+    type_chain* pLeft = leftOf(area, pBehind);
+    if (pLeft == NULL)
+        return;
+    aim(linkOf(pCell), pLeft, pBehind);
+    pCell->set_cell_free(true);
+    insert(pLeft, linkOf(pCell), pBehind);
 }
 
 // ---- baseStaticPoolAlloc: cells
 
 baseStaticPoolAlloc::baseStaticPoolAlloc() {
+    static_assert(offsetof(baseStaticPoolAlloc, m_nPoolSize) == 0 && offsetof(baseStaticPoolAlloc, m_iOffsetPool) == 4 &&
+                      offsetof(baseStaticPoolAlloc, m_FreeCellChain) == 8,
+                  "shared layout");
     storeShareWord(m_nPoolSize, 0);
     storeShareWord(m_iOffsetPool, 0);
     link_list_node(&m_FreeCellChain, &m_FreeCellChain);
@@ -306,16 +324,17 @@ poll_chain* baseStaticPoolAlloc::end_cell() const {
 bool baseStaticPoolAlloc::init_pool(void* pPool, int nPoolSize) {
     if (!QOR_ASSERT_TEXT(loadShareWord(m_nPoolSize) == 0, "m_nPoolSize == 0"))
         return true;
-    storeShareWord(m_nPoolSize, nPoolSize);
     storeShareWord(m_iOffsetPool, static_cast<int32_t>(addressOf(pPool) - addressOf(this)));
     poll_chain* pCell = begin_cell();
     pCell->init_cell(static_cast<uint32_t>(nPoolSize), true);
     type_chain* pLink = linkOf(pCell);
     link_list_node(pLink, &m_FreeCellChain);
     link_list_node(&m_FreeCellChain, pLink);
+    storeShareWord(m_nPoolSize, nPoolSize);  // what makes it a pool comes last
     return true;
 }
 
+// The header that ends up inside the merged cell stays marked free: a block freed twice is told by it.
 bool baseStaticPoolAlloc::joinRight(const bounds& area, poll_chain* pCell) {
     poll_chain* pRight = pCell->get_pRight();
     if (addressOf(pRight) >= area.uEnd)
@@ -324,7 +343,6 @@ bool baseStaticPoolAlloc::joinRight(const bounds& area, poll_chain* pCell) {
         return failBroken();
     if (!pRight->is_free_cell())
         return false;
-    pRight->set_cell_free(false);
     if (!unlinkFree(area, linkOf(pRight)))
         return false;
     pCell->set_pRight(pRight->get_pRight());
@@ -364,7 +382,7 @@ poll_chain* baseStaticPoolAlloc::find_big_enough_cell(int nAllocSize) {
     return pCell;
 }
 
-// The new cell counts as used until it is in the chain.
+// The new cell is complete, with its links, before it is cut off.
 void baseStaticPoolAlloc::disjoin_big_cell(poll_chain* pCell, int nAllocSize) {
     bounds area;
     if (!QOR_ASSERT(is_valid_cell(pCell) && pCell->get_nPoolSize() >= nAllocSize) || !getBounds(area))
@@ -378,10 +396,10 @@ void baseStaticPoolAlloc::disjoin_big_cell(poll_chain* pCell, int nAllocSize) {
         return;
     }
     poll_chain* pNew = reinterpret_cast<poll_chain*>(addressOf(pCell->get_pData()) + static_cast<unsigned>(nAllocSize));
-    pNew->init_cell(static_cast<uint32_t>(addressOf(pCell->get_pRight()) - addressOf(pNew)), false);
+    pNew->init_cell(static_cast<uint32_t>(addressOf(pCell->get_pRight()) - addressOf(pNew)), true);
+    aim(linkOf(pNew), linkOf(pCell), pRightLink);
     pCell->set_pRight(pNew);
-    linkFree(linkOf(pCell), linkOf(pNew), pRightLink);
-    pNew->set_cell_free(true);
+    insert(linkOf(pCell), linkOf(pNew), pRightLink);
 }
 
 void* baseStaticPoolAlloc::alloc(int nAllocSize) {
@@ -404,17 +422,23 @@ void baseStaticPoolAlloc::free(void* p) {
     if (!QOR_ASSERT(!pFreeCell->is_free_cell()))
         return;
     push_free_cell(pFreeCell);
-    pFreeCell->set_cell_free(true);
 }
 
 void baseStaticPoolAlloc::cleanup_pool() {
-    QOR_ASSERT(find_big_enough_cell(m_nPoolSize + 1) == NULL);
-    QOR_ASSERT(begin_cell()->get_pRight() == end_cell());
+    bounds area;
+    if (!getBounds(area))
+        return;
+    QOR_ASSERT_TEXT(findCell(area, 0x7FFFFFFF) == NULL, "find_big_enough_cell(m_nPoolSize + 1) == NULL");
+    if (area.uEnd - area.uBegin >= sizeof(poll_chain))
+        QOR_ASSERT(begin_cell()->get_pRight() == end_cell());
 }
 
 // ---- baseSharePoolAlloc
 
-baseSharePoolAlloc::baseSharePoolAlloc() { storeShareWord(m_iOffsetPoolAlloc, -1); }
+baseSharePoolAlloc::baseSharePoolAlloc() {
+    static_assert(offsetof(baseSharePoolAlloc, m_iOffsetPoolAlloc) == 0, "shared layout");
+    storeShareWord(m_iOffsetPoolAlloc, -1);
+}
 
 void baseSharePoolAlloc::set_pPool(baseStaticPoolAlloc* p) {
     if (!QOR_ASSERT_TEXT(get_pPool() == NULL && p != NULL, "get_pPool() == NULL && pPool != NULL"))

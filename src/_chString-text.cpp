@@ -30,7 +30,8 @@ chShareTextA* chShareStringA::get_Text() const {
     // The stored length must leave the terminator inside the segment.
     const int32_t nLength = loadShareWord(pText->m_nLength);
     const uintptr_t uRoom = range.m_uEnd - u - sizeof(int32_t);
-    const bool bSound = nLength >= 0 && static_cast<uintptr_t>(nLength) < uRoom && pText->m_szText[nLength] == 0;
+    const char* lpszText = pText->m_szText;
+    const bool bSound = nLength >= 0 && static_cast<uintptr_t>(nLength) < uRoom && lpszText[nLength] == 0;
     return QOR_ASSERT_TEXT(bSound, "broken share string") ? pText : NULL;
 }
 
@@ -58,8 +59,9 @@ chShareStringA& chShareStringA::operator=(const chConstTextT<char>& text) {
     if (pNew == NULL)
         return *this;
     storeShareWord(pNew->m_nLength, nLength);
-    copyShareBytes(pNew->m_szText, lpszText, static_cast<size_t>(nLength));
-    pNew->m_szText[nLength] = 0;
+    char* lpszNew = pNew->m_szText;
+    copyShareBytes(lpszNew, lpszText, static_cast<size_t>(nLength));
+    lpszNew[nLength] = 0;
     set_Text(pNew);
     return *this;
 }

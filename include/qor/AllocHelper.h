@@ -12,7 +12,9 @@
 /// bytes of the data link it into the chain of free cells, which is in order of addresses. Neighbours that are free are
 /// merged when a search meets them, not when they are freed.
 ///
-/// Exhaustion is a fatal assertion, never a null result. Nothing here locks.
+/// Exhaustion is a fatal assertion, never a null result. Nothing here locks. A process that is killed inside an
+/// operation leaves a pool that works for the others; at most the block at hand is lost. A damaged pool is the fatal
+/// assertion "broken share pool".
 ///
 /// @code
 /// struct area { QOR_AllocHelper::baseStaticPoolAlloc pool; alignas(4) char aPool[1024]; } a;
@@ -158,7 +160,7 @@ public:
 
     /// Internal: takes a cell out of the chain of free cells and marks it as used.
     void pop_free_cell(poll_chain* pCell);
-    /// Internal: puts a cell into the chain of free cells, in order of addresses; the caller marks it free.
+    /// Internal: marks a cell free and puts it into the chain of free cells, in order of addresses.
     void push_free_cell(poll_chain* pCell);
     /// Internal: the first free cell with room for nAllocSize bytes, cut to size; null when there is none. Merges the
     /// free neighbours that it meets.
@@ -188,7 +190,6 @@ private:
     bool unlinkFree(const bounds& area, type_chain* p);
     type_chain* leftOf(const bounds& area, type_chain* p);
     type_chain* searchLeftOf(const bounds& area, type_chain* p);
-    static void linkFree(type_chain* pLeft, type_chain* pNew, type_chain* pRight);
 
     int32_t m_nPoolSize;
     int32_t m_iOffsetPool;
@@ -202,6 +203,8 @@ class QOR_API baseSharePoolAlloc {
 public:
     /// No pool yet.
     baseSharePoolAlloc();
+    baseSharePoolAlloc(const baseSharePoolAlloc&) = delete;
+    baseSharePoolAlloc& operator=(const baseSharePoolAlloc&) = delete;
     /// Does nothing: the pool outlives any one view of it.
     ~baseSharePoolAlloc() {}
 

@@ -98,6 +98,8 @@ struct list_chain {
     void set_pPrev(const list_chain* p) { m_vPrev.set_pPrev(p != NULL ? &p->m_vPrev : NULL); }
     /// The begin of the previous link, or null.
     list_chain* get_pPrevNode() const {
+        static_assert(offsetof(list_chain, m_vNext) == 0 && offsetof(list_chain, m_vPrev) == sizeof(next_type),
+                      "pNext, then pPrev");
         prev_type* p = get_pPrev();
         return p != NULL ? reinterpret_cast<list_chain*>(reinterpret_cast<char*>(p) - sizeof(next_type)) : NULL;
     }

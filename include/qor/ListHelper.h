@@ -14,7 +14,9 @@
 ///     use((*it).key, (*it).value);
 /// @endcode
 ///
-/// An iterator is valid until its node is erased; end() is the list's head. No container locks.
+/// An iterator is valid until its node is erased; end() is the list's head. No container locks. A process that is killed
+/// inside an operation leaves the list as it was or as it was to be; only size() may be one behind. An iterator cannot
+/// tell that a damaged chain runs in a ring: a walk of one's own counts, or is left to find_if(), which does.
 #ifndef QOR_LISTHELPER_H
 #define QOR_LISTHELPER_H
 
@@ -39,18 +41,60 @@ struct pair_type {
     V value;  ///< the value
 };
 
-/// How a walk follows the links of one kind of chain: those of one process are trusted.
+/// Where the links of one kind of chain may lead.
+template <class chain>
+struct walkRange;
+
+/// The links of one process are trusted.
+template <>
+struct walkRange<list_chain_pointer> {
+    explicit walkRange(const list_chain_pointer*) {}
+    /// Whether nSize bytes at p may be read.
+    bool holds(const void*, size_t) const { return true; }
+    /// How many nodes a list can have at the most.
+    uintptr_t mostNodes() const { return ~static_cast<uintptr_t>(0); }
+};
+
+/// The links of shared memory must stay in the segment that they lie in.
+template <>
+struct walkRange<list_chain_offset> : QOR_ChainHelper::shareRange {
+    explicit walkRange(const list_chain_offset* p) : shareRange(QOR_ChainHelper::findShareRange(p)) {}
+    /// How many nodes a list can have at the most: none is smaller than a cell's header and its smallest data.
+    uintptr_t mostNodes() const { return (m_uEnd - m_uBegin) / 12; }
+};
+
+/// Follows a link to a node, or to the list's head, which has no payload.
 template <class Node>
-inline Node* soundNode(Node*, list_chain_pointer* pLink) {
-    return reinterpret_cast<Node*>(pLink);
-}
-/// How a walk follows the links of one kind of chain: those of shared memory must lie in the segment they come from.
-template <class Node>
-inline Node* soundNode(Node* pFrom, list_chain_offset* pLink) {
-    // The list's head has no payload.
-    if (QOR_ASSERT_IN("_chList", QOR_ChainHelper::findShareRange(pFrom).holds(pLink, sizeof(*pLink)), "broken share chain"))
+inline Node* soundNode(Node* pFrom, typename Node::chain_type* pLink) {
+    const walkRange<typename Node::chain_type> range(pFrom);
+    if (QOR_ASSERT_IN("_chList", range.holds(pLink, sizeof(*pLink)), "broken share chain"))
         return reinterpret_cast<Node*>(pLink);
     return pFrom;
+}
+
+/// The node in front of pNode by the way forward from pStart, which is of the same list.
+template <class Node>
+Node* searchLeft(Node* pStart, Node* pNode) {
+    typename Node::chain_type* const pLink = pNode;
+    uintptr_t nLeft = walkRange<typename Node::chain_type>(pStart).mostNodes();
+    Node* pLeft = pStart;
+    while (pLeft->get_pNext() != pLink) {
+        pLeft = soundNode(pLeft, pLeft->get_pNext());
+        if (!QOR_ASSERT_IN("_chList", pLeft != pStart && nLeft-- != 0, "broken share chain"))
+            break;
+    }
+    return pLeft;
+}
+
+/// The node in front of pNode. The way forward is the truth: a killed process may have left a link backwards behind,
+/// which is seen by its target not leading here.
+template <class Node>
+inline Node* leftNode(Node* pStart, Node* pNode) {
+    typename Node::chain_type* const pLink = pNode;
+    typename Node::chain_type* const pPrev = pNode->get_pPrevNode();
+    if (walkRange<typename Node::chain_type>(pNode).holds(pPrev, sizeof(*pPrev)) && pPrev->get_pNext() == pLink)
+        return reinterpret_cast<Node*>(pPrev);
+    return searchLeft(pStart, pNode);
 }
 
 /// A place in a list: a node, or the head as the end.
@@ -62,9 +106,9 @@ public:
     explicit list_iterator(Node* pNode = NULL) : m_pThisNode(pNode) {}
 
     /// The node's payload. Not at the end.
-    value_type& operator*() const { return m_pThisNode->m_value; }
+    value_type& operator*() const { return soundThis()->m_value; }
     /// The node's payload. Not at the end.
-    value_type* operator->() const { return &m_pThisNode->m_value; }
+    value_type* operator->() const { return &soundThis()->m_value; }
     /// To the next node.
     list_iterator& operator++() {
         m_pThisNode = soundNode(m_pThisNode, m_pThisNode->get_pNext());
@@ -72,7 +116,7 @@ public:
     }
     /// To the previous node.
     list_iterator& operator--() {
-        m_pThisNode = soundNode(m_pThisNode, m_pThisNode->get_pPrevNode());
+        m_pThisNode = leftNode(m_pThisNode, m_pThisNode);
         return *this;
     }
     /// The place n nodes on, or -n nodes back.
@@ -88,6 +132,14 @@ public:
     bool operator!=(const list_iterator& r) const { return m_pThisNode != r.m_pThisNode; }
 
     Node* m_pThisNode;  ///< the node; the head stands for the end
+
+private:
+    // A link that leads to the last bytes of a segment has room for a head only.
+    Node* soundThis() const {
+        const walkRange<typename Node::chain_type> range(m_pThisNode);
+        QOR_ASSERT_IN("_chList", range.holds(m_pThisNode, sizeof(Node)), "broken share chain");
+        return m_pThisNode;
+    }
 };
 
 /// Nodes from heap blocks of N.
@@ -107,8 +159,6 @@ public:
         pNode->~Node();
         return_node(pNode);
     }
-    /// How many nodes a list can have at the most.
-    uintptr_t maxNodes() const { return ~static_cast<uintptr_t>(0); }
 };
 
 /// Nodes from a pool of the segment that the list lies in.
@@ -121,7 +171,8 @@ public:
     Node* BorrowNode(int nExtraSize = 0) {
         if (!QOR_ASSERT_IN("_chList", nExtraSize >= 0, "nExtraSize >= 0"))
             return NULL;
-        void* p = this->alloc(static_cast<int>(sizeof(Node)) + nExtraSize);
+        constexpr int nMost = 0x7FFFFFFF - static_cast<int>(sizeof(Node));
+        void* p = this->alloc(nExtraSize <= nMost ? static_cast<int>(sizeof(Node)) + nExtraSize : 0x7FFFFFFF);
         return p != NULL ? new (p) Node : NULL;
     }
     /// Destroys a node. Fatal: null.
@@ -130,11 +181,6 @@ public:
             return;
         pNode->~Node();
         this->free(pNode);
-    }
-    /// How many nodes a list can have at the most.
-    uintptr_t maxNodes() const {
-        const QOR_ChainHelper::shareRange range = QOR_ChainHelper::findShareRange(this);
-        return (range.m_uEnd - range.m_uBegin) / sizeof(Node);
     }
 };
 
@@ -165,7 +211,7 @@ public:
     /// The end position.
     iterator end() const { return iterator(reinterpret_cast<node_type*>(const_cast<chain_type*>(&m_vHead))); }
     /// The last element, or end().
-    iterator tail() const { return --end(); }
+    iterator tail() const { return iterator(leftNode(end().m_pThisNode, end().m_pThisNode)); }
     /// The first element. The list is not empty.
     value_type& front() const { return *begin(); }
 
@@ -194,10 +240,13 @@ public:
     void erase(iterator it) {
         if (empty() || it == end())
             return;
-        QOR_ChainHelper::storeShareWord(m_nCount, size() > 0 ? size() - 1 : 0);
         chain_type* pLink = it.m_pThisNode;
-        soundNode(it.m_pThisNode, pLink->get_pNext());
-        pLink->set_pPrev(left_of(it));
+        const walkRange<chain_type> range(pLink);
+        if (!QOR_ASSERT_IN("_chList", range.holds(pLink, sizeof(node_type)) && range.holds(pLink->get_pNext(), sizeof(*pLink)),
+                           "broken share chain"))
+            return;
+        QOR_ChainHelper::storeShareWord(m_nCount, size() > 0 ? size() - 1 : 0);
+        pLink->set_pPrev(leftNode(end().m_pThisNode, it.m_pThisNode));
         QOR_ChainHelper::unlink_list_node(pLink);
         this->ReturnNode(it.m_pThisNode);
     }
@@ -232,29 +281,27 @@ public:
     /// The first element for which fn answers true, or end().
     template <class Fn>
     iterator find_if(Fn fn) const {
-        uintptr_t nLeft = this->maxNodes();
-        for (iterator it = begin(); it != end(); ++it) {
-            if (fn(*it))
-                return it;
-            if (!QOR_ASSERT_IN("_chList", nLeft-- != 0, "broken share chain"))
+        const walkRange<chain_type> range(&m_vHead);
+        uintptr_t nLeft = range.mostNodes();
+        for (chain_type* p = m_vHead.get_pNext(); p != &m_vHead; p = p->get_pNext()) {
+            if (!QOR_ASSERT_IN("_chList", range.holds(p, sizeof(node_type)) && nLeft-- != 0, "broken share chain"))
                 break;
+            iterator it(reinterpret_cast<node_type*>(p));
+            if (fn(it.m_pThisNode->m_value))
+                return it;
         }
         return end();
     }
     /// Erases every element.
     void clear() {
-        while (!empty()) {
-            iterator it = begin();
-            if (!QOR_ASSERT_IN("_chList", it != end(), "broken share chain"))
-                return;
-            erase(it);
-        }
+        while (!empty())
+            erase(begin());
     }
 
 protected:
     /// Links a complete node in front of a place.
     iterator link_node(iterator it, node_type* pNode) {
-        chain_type* pLeft = left_of(it);
+        chain_type* pLeft = leftNode(end().m_pThisNode, it.m_pThisNode);
         chain_type* pLink = pNode;
         pLink->set_pNext(it.m_pThisNode);
         pLink->set_pPrev(pLeft);
@@ -265,22 +312,6 @@ protected:
     }
 
 private:
-    // The link in front of a place. The way forward is the truth: a killed process may have left a link backwards
-    // behind, which is seen by its target not leading here.
-    chain_type* left_of(iterator it) const {
-        node_type* pLeft = soundNode(it.m_pThisNode, it.m_pThisNode->get_pPrevNode());
-        if (pLeft->get_pNext() == static_cast<chain_type*>(it.m_pThisNode))
-            return pLeft;
-        node_type* pSearch = end().m_pThisNode;
-        uintptr_t nLeft = this->maxNodes();
-        for (iterator itNext = begin(); itNext != it; ++itNext) {
-            pSearch = itNext.m_pThisNode;
-            if (!QOR_ASSERT_IN("_chList", nLeft-- != 0 && itNext != end(), "broken share chain"))
-                break;
-        }
-        return pSearch;
-    }
-
     int32_t m_nCount;
     chain_type m_vHead;
 };

@@ -11,6 +11,7 @@
 #include "qor/ListHelper.h"
 #include "qor/MiscHelper.h"
 #include "qor/MsgQueueHelper.h"
+#include "qor/RegularExpressHelper.h"
 #include "qor/StringHelper.h"
 #include "qor/TraceHelper.h"
 #include "qor/flat.h"

@@ -1,4 +1,5 @@
-// A lock on a file, which the kernel drops with its holder. Two holders of one process exclude each other as well.
+// A file held open, and the lock on it, which the kernel drops with its holder. Two holders of one process exclude each
+// other as well.
 #ifndef QOR_INTERNAL_FILE_LOCK_H
 #define QOR_INTERNAL_FILE_LOCK_H
 
@@ -11,14 +12,17 @@ public:
     fileLock& operator=(const fileLock&) = delete;
     ~fileLock() { release(); }
 
-    // Takes over a descriptor and locks its file, waiting at most nTimeout milliseconds. False when it is still locked
-    // then (EWOULDBLOCK). A file system without locks has no other holder.
-    bool lock(int fd, int nTimeout);
+    // Takes over a descriptor, of which nothing is locked yet.
+    void take(int fd);
 
-    // The same for the file at a path that is no symbolic link. False also when it cannot be opened (errno).
-    bool tryLockAt(const char* lpszPath, int nTimeout);
+    // Opens the file at a path that is no symbolic link. False when it cannot be opened (errno).
+    bool openAt(const char* lpszPath);
 
-    // Whether the path names the locked file.
+    // Locks the file, waiting at most nTimeout milliseconds. False when somebody else has it locked still. A file system
+    // without locks has nobody else.
+    bool wait(int nTimeout);
+
+    // Whether the path names the file.
     bool isAt(const char* lpszPath) const;
 
     void release();

@@ -19,6 +19,9 @@ namespace {
 // How long another saver may take, in milliseconds, before it is overtaken.
 constexpr int maxWait = 5000;
 
+// How often files that others exchange meanwhile are looked for again.
+constexpr int maxTries = 20;
+
 struct savedName {
     explicit savedName(const char* lpszFileName)
         : strName(lpszFileName), strNew(strName + ".new"), strOld(strName + ".old") {}
@@ -60,53 +63,74 @@ void syncDirectory(const std::string& strPath) {
     close(fd);
 }
 
+// Whether the held file stands at a path. Of a file that cannot be opened nobody can tell.
+bool standsAt(const fileLock& lock, const std::string& strPath) {
+    return lock.fd() == -1 || lock.isAt(strPath.c_str());
+}
+
 // ---- recovery
 
-void deleteOld(const savedName& name) {
+// The document's lock is held: nobody else moves what stands at its name, unless he lost patience.
+void deleteOld(const savedName& name, const fileLock& lock) {
     syncDirectory(name.strName);  // its successor first
-    removeFile(name.strOld);
+    if (hasFile(name.strName) && standsAt(lock, name.strName))
+        removeFile(name.strOld);
     syncDirectory(name.strName);  // before a .new is begun
 }
 
-// An exchange was cut short behind its first rename.
-void finishExchange(const savedName& name) {
-    if (hasFile(name.strNew) && !move(name.strNew, name.strName))
-        return;
-    if (hasFile(name.strName)) {
-        deleteOld(name);
-        return;
-    }
-    move(name.strOld, name.strName);  // nothing else is left of the document
-    syncDirectory(name.strName);
-}
-
-// Locks the .new, or the file that it has become. A file that moved meanwhile is looked for again.
-void lockSaver(const savedName& name, fileLock& lock, int nTimeout) {
-    for (int i = 0; i < 100; ++i) {
-        const std::string& strPath = hasFile(name.strNew) ? name.strNew : name.strName;
-        if (!lock.tryLockAt(strPath.c_str(), nTimeout) || lock.isAt(strPath.c_str()))
+// Holds the file at the first of the names that exists, in the order in which a saver's file takes them. Waits for a
+// saver that lives; the file may have moved meanwhile.
+void holdDocument(const savedName& name, fileLock& lock) {
+    for (int i = 0; i < maxTries; ++i) {
+        const std::string& strPath =
+            hasFile(name.strNew) ? name.strNew : hasFile(name.strName) ? name.strName : name.strOld;
+        const bool bOpen = lock.openAt(strPath.c_str());
+        if (!bOpen && errno == ENOENT)
+            continue;
+        if (!bOpen)
+            return;
+        lock.wait(maxWait);
+        if (lock.isAt(strPath.c_str()))
             return;
     }
-    lock.release();
+}
+
+// An exchange was cut short behind its first rename.
+void finishExchange(const savedName& name, const fileLock& lock) {
+    if (hasFile(name.strNew)) {
+        // A .new that is not the held file belongs to a saver that has just begun.
+        if (!standsAt(lock, name.strNew) || !move(name.strNew, name.strName))
+            return;
+    } else if (!hasFile(name.strName)) {
+        move(name.strOld, name.strName);  // nothing else is left of the document
+    }
+    deleteOld(name, lock);
+}
+
+// A .new without an .old was never complete.
+void discardNew(const savedName& name, bool bOvertake) {
+    fileLock lock;
+    if (lock.openAt(name.strNew.c_str())) {
+        if (!lock.wait(bOvertake ? maxWait : 0) && !bOvertake)
+            return;  // its saver lives
+        if (!lock.isAt(name.strNew.c_str()))
+            return;  // and is done
+    } else if (errno == ENOENT) {
+        return;
+    }
+    if (!hasFile(name.strOld))
+        removeFile(name.strNew);
 }
 
 void recover(const savedName& name, bool bOvertake) {
-    fileLock lock;
-    if (hasFile(name.strOld)) {
-        lockSaver(name, lock, maxWait);
+    for (int i = 0; i < maxTries && hasFile(name.strOld); ++i) {
+        fileLock lock;
+        holdDocument(name, lock);
         if (hasFile(name.strOld))
-            finishExchange(name);
-        return;
+            finishExchange(name, lock);
     }
-    if (!hasFile(name.strNew))
-        return;
-    const bool bLocked = lock.tryLockAt(name.strNew.c_str(), bOvertake ? maxWait : 0);
-    if (bLocked && !lock.isAt(name.strNew.c_str()))
-        return;  // its saver is done
-    if (!bLocked && (errno == ENOENT || (errno == EWOULDBLOCK && !bOvertake)))
-        return;  // its saver lives
-    if (!hasFile(name.strOld))  // with an .old beside it, it is needed
-        removeFile(name.strNew);
+    if (!hasFile(name.strOld) && hasFile(name.strNew))
+        discardNew(name, bOvertake);
 }
 
 // ---- saving
@@ -126,12 +150,11 @@ void takeOverState(const savedName& name, int fd) {
 
 // Makes the .new, and locks it. False (errno) when it cannot be made.
 bool beginNew(const savedName& name, fileLock& lock) {
-    for (int i = 0; i < 100; ++i) {
+    for (int i = 0; i < maxTries; ++i) {
         recover(name, true);
-        if (hasFile(name.strOld)) {
-            errno = EBUSY;  // what is left of an earlier exchange cannot be removed: nothing may be begun
-            return false;
-        }
+        errno = EBUSY;
+        if (hasFile(name.strOld))
+            continue;  // as long as it is there, a .new counts as complete
         const mode_t nMode = exists(name.strName) ? 0600 : 0666;
         const int fd = open(name.strNew.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, nMode);
         if (fd == -1 && errno != EEXIST)
@@ -139,7 +162,8 @@ bool beginNew(const savedName& name, fileLock& lock) {
         if (fd == -1)
             continue;
         // Whoever locked it first took it for a dead saver's.
-        if (lock.lock(fd, maxWait) && lock.isAt(name.strNew.c_str()))
+        lock.take(fd);
+        if (lock.wait(maxWait) && lock.isAt(name.strNew.c_str()))
             return true;
     }
     return false;
@@ -162,8 +186,6 @@ bool writeNew(int fdNew, const std::function<BOOL(chFileStdio&)>& fnExport) {
 
 // Puts the .new in the place of the file.
 bool exchange(const savedName& name, const fileLock& lock) {
-    fileLock lockReplaced;
-    lockReplaced.tryLockAt(name.strName.c_str(), maxWait);
     if (!lock.isAt(name.strNew.c_str()))
         return false;  // overtaken
     const bool bReplaces = hasFile(name.strName);
@@ -178,7 +200,7 @@ bool exchange(const savedName& name, const fileLock& lock) {
         return false;
     }
     if (bReplaces)
-        deleteOld(name);
+        deleteOld(name, lock);
     else
         syncDirectory(name.strName);
     return true;

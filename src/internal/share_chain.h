@@ -73,6 +73,19 @@ public:
         return Find([pNode](const list_chain_offset* p) { return p == pNode; }) != NULL;
     }
 
+    // Gives every record for which fnMatch answers true to fnTake, which takes it out, until there is none.
+    template <typename Match, typename Take>
+    void Drain(Match fnMatch, Take fnTake) const {
+        size_t nLeft = limit();
+        while (list_chain_offset* p = Find(fnMatch)) {
+            fnTake(p);
+            if (nLeft-- == 0) {
+                broken();
+                return;
+            }
+        }
+    }
+
     // Links a new record behind pLeft (null: at the front).
     void InsertBehind(list_chain_offset* pLeft, list_chain_offset* pNew) const {
         list_chain_offset* pRealLeft = pLeft != NULL ? pLeft : m_pHead;
@@ -88,14 +101,16 @@ public:
         list_chain_offset* pLeft = pRight != NULL ? Prev(pRight) : Last();
         InsertBehind(pLeft, pNew);
     }
-    // Takes a record out. Its own links become null.
+    // Takes a record out; one that a killed process has taken out already stays out. Its own links become null.
     void Unlink(list_chain_offset* pNode) const {
-        list_chain_offset* pNext = Next(pNode);
         list_chain_offset* pPrev = Prev(pNode);
-        list_chain_offset* pRight = pNext != NULL ? pNext : m_pHead;
         list_chain_offset* pLeft = pPrev != NULL ? pPrev : m_pHead;
-        storeLink(wordsOf(pRight)[1], pLeft, 1);
-        storeLink(wordsOf(pLeft)[0], pRight, 0);
+        if (target(wordsOf(pLeft)[0]) == reinterpret_cast<uintptr_t>(pNode)) {
+            list_chain_offset* pNext = Next(pNode);
+            list_chain_offset* pRight = pNext != NULL ? pNext : m_pHead;
+            storeLink(wordsOf(pRight)[1], pLeft, 1);
+            storeLink(wordsOf(pLeft)[0], pRight, 0);
+        }
         storeShareWord(wordsOf(pNode)[0], nullLink);
         storeShareWord(wordsOf(pNode)[1], nullLink);
     }

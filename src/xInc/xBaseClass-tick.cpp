@@ -45,10 +45,20 @@ private:
 
 uint32_t readTimes() { return static_cast<uint32_t>(times(NULL)); }
 
+// A damaged link into the last bytes of the segment leads to the name of the record, but not to all of it. The byte in
+// front of the record belongs to the name.
+bool isWhole(const xTimerInfo* pInfo) {
+    const char* const pName = reinterpret_cast<const char*>(reinterpret_cast<uintptr_t>(pInfo) - 1);
+    return QOR_ASSERT_TEXT(pInfo != NULL && QOR_ChainHelper::findShareRange(pName).holds(pInfo, sizeof(*pInfo)),
+                           "broken tick record");
+}
+
 xTimerInfo* openTimerInfo() {
     int bCreated = 0;
     xTimerInfo* const pInfo = static_cast<xTimerInfo*>(nameGetSystemObject("xTimerInfo", sizeof(xTimerInfo), &bCreated));
-    if (pInfo != NULL && (bCreated || !isCalibrated(*pInfo)))
+    if (!isWhole(pInfo))
+        return NULL;
+    if (bCreated || !isCalibrated(*pInfo))
         initTimerInfo(*pInfo, chTimer::GetDayTickCount(), readTimes);
     return pInfo;
 }

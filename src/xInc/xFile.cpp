@@ -26,30 +26,29 @@ bool isHeldByAnother(int fd) { return lockNow(fd, LOCK_EX | LOCK_NB) != 0 && err
 
 }  // namespace
 
-bool fileLock::lock(int fd, int nTimeout) {
+void fileLock::take(int fd) {
     release();
     m_fd = fd;
-    while (isHeldByAnother(m_fd)) {
-        if (nTimeout <= 0) {
-            release();
-            errno = EWOULDBLOCK;
+}
+
+bool fileLock::openAt(const char* lpszPath) {
+    take(open(lpszPath, O_RDONLY | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC));
+    return m_fd != -1;
+}
+
+bool fileLock::wait(int nTimeout) {
+    for (; isHeldByAnother(m_fd); nTimeout -= pollStep) {
+        if (nTimeout <= 0)
             return false;
-        }
         QOR_MiscHelper::qorSleep(pollStep);
-        nTimeout -= pollStep;
     }
     return true;
 }
 
-bool fileLock::tryLockAt(const char* lpszPath, int nTimeout) {
-    const int fd = open(lpszPath, O_RDONLY | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC);
-    return fd != -1 && lock(fd, nTimeout);
-}
-
 bool fileLock::isAt(const char* lpszPath) const {
-    struct stat statPath, statLocked;
-    return m_fd != -1 && lstat(lpszPath, &statPath) == 0 && fstat(m_fd, &statLocked) == 0 &&
-           statPath.st_ino == statLocked.st_ino && statPath.st_dev == statLocked.st_dev;
+    struct stat statPath, statHeld;
+    return m_fd != -1 && lstat(lpszPath, &statPath) == 0 && fstat(m_fd, &statHeld) == 0 &&
+           statPath.st_ino == statHeld.st_ino && statPath.st_dev == statHeld.st_dev;
 }
 
 void fileLock::release() {

@@ -9,13 +9,13 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <fstream>
 #include <map>
 #include <sstream>
 
 #include "internal/safe_save.h"
 #include "qor/MiscHelper.h"
 #include "support/child.h"
+#include "support/filebytes.h"
 
 using namespace QOR_FileHelper;
 
@@ -166,18 +166,15 @@ protected:
         for (const char* lpszSuffix : {"", ".new", ".old"})
             unlink((m_strName + lpszSuffix).c_str());
         for (const auto& file : mapFile)
-            std::ofstream(m_strName + file.first) << file.second;
+            qorTest::putFile(m_strName + file.first, file.second);
     }
 
     fileMap files() const {
         fileMap mapFile;
         for (const char* lpszSuffix : {"", ".new", ".old"}) {
-            std::ifstream in(m_strName + lpszSuffix);
-            if (!in)
-                continue;
-            std::ostringstream out;
-            out << in.rdbuf();
-            mapFile[lpszSuffix] = out.str();
+            const std::string strName = m_strName + lpszSuffix;
+            if (access(strName.c_str(), F_OK) == 0)
+                mapFile[lpszSuffix] = qorTest::getFile(strName);
         }
         return mapFile;
     }
@@ -354,13 +351,11 @@ TEST_F(SafeSave, DirectoriesNamedLikeTheFilesAreLeftAlone) {
 
 TEST_F(SafeSave, ALinkAtTheNewNameIsNeverWrittenThrough) {
     const std::string strVictim = m_strFolder + "/victim";
-    std::ofstream(strVictim) << "precious";
+    qorTest::putFile(strVictim, "precious");
     ASSERT_EQ(0, symlink(strVictim.c_str(), (m_strName + ".new").c_str()));
     EXPECT_EQ(1, save(s_strNew));
     EXPECT_EQ((fileMap{{"", s_strNew}}), files());
-    std::string strText;
-    std::ifstream(strVictim) >> strText;
-    EXPECT_EQ("precious", strText);
+    EXPECT_EQ("precious", qorTest::getFile(strVictim));
 }
 
 // ---- cuts
@@ -460,7 +455,7 @@ TEST_F(SafeSave, AFullDiskLeavesTheOldFileAndNoOther) {
     EXPECT_EQ(ENOSPC, errno);
     EXPECT_EQ((fileMap{{"", strFits}}), files());
     // What is only found out when the last buffer leaves.
-    std::ofstream(m_strFolder + "/filler") << std::string(40 * 1024, 'f');
+    qorTest::putFile(m_strFolder + "/filler", std::string(40 * 1024, 'f'));
     EXPECT_EQ(0, saveFileSafely(m_strName.c_str(), [](chFileStdio& file) {
                   for (int i = 0; i < 3; ++i)
                       file.Write(s_strNew.data(), 1, 5000);
@@ -481,7 +476,7 @@ TEST_F(SafeSave, AFailedWriteIsNotForgottenWhenThereIsRoomAgain) {
     ASSERT_EQ(0, mount("tmpfs", m_strFolder.c_str(), "tmpfs", 0, "size=64k")) << strerror(errno);
     const std::string strFiller = m_strFolder + "/filler";
     set({{"", s_strOld}});
-    std::ofstream(strFiller) << std::string(48 * 1024, 'f');
+    qorTest::putFile(strFiller, std::string(48 * 1024, 'f'));
     EXPECT_EQ(0, saveFileSafely(m_strName.c_str(), [&](chFileStdio& file) {
                   EXPECT_EQ(0, writePieces(file, s_strNew));
                   unlink(strFiller.c_str());
@@ -562,35 +557,56 @@ TEST_F(SafeSave, ASaverThatHangsIsOvertakenAndGivesUp) {
     EXPECT_EQ((fileMap{{"", s_strNew}}), files());
 }
 
+// What a loader finds: a whole document, or none between the two renames of a save that begins right behind the recovery.
+int loadMany(const std::string& strName, int nLoads) {
+    for (int i = 0; i < nLoads; ++i) {
+        recoverSavedFile(strName.c_str());
+        const std::string strText = qorTest::getFile(strName);
+        if (strText != "" && strText != s_strOld && strText != s_strNew)
+            return 1;
+    }
+    return 0;
+}
+
 TEST_F(SafeSave, SaversAndLoadersOfOneDocumentMeetWithoutLoss) {
     set({{"", s_strOld}});
-    constexpr int nSaves = 60;
     const auto fnSaver = [&](const std::string& strText) {
-        for (int i = 0; i < nSaves; ++i)
+        for (int i = 0; i < 60; ++i)
             if (!save(strText))
                 return 1;
         return 0;
     };
     qorTest::childProcess saver1("saver 1", [&] { return fnSaver(s_strOld); });
     qorTest::childProcess saver2("saver 2", [&] { return fnSaver(s_strNew); });
-    qorTest::childProcess loader("loader", [&] {
-        for (int i = 0; i < 5 * nSaves; ++i) {
-            recover();
-            std::ifstream in(m_strName);
-            std::ostringstream out;
-            out << in.rdbuf();
-            // Between the two renames of a save that begins right behind the recovery there is no file.
-            if (out.str() != "" && out.str() != s_strOld && out.str() != s_strNew)
-                return 1;
-        }
-        return 0;
-    });
+    qorTest::childProcess loader("loader", [&] { return loadMany(m_strName, 300); });
     EXPECT_EQ(0, saver1.wait());
     EXPECT_EQ(0, saver2.wait());
     EXPECT_EQ(0, loader.wait());
     recover();
     EXPECT_EQ(1u, files().size());
     EXPECT_TRUE(files()[""] == s_strOld || files()[""] == s_strNew);
+}
+
+TEST_F(SafeSave, SaversThatAreKilledAmongOthersLoseNothing) {
+    set({{"", s_strOld}});
+    for (int i = 0; i < 60; ++i) {
+        qorTest::childProcess killed("killed saver", [&] {
+            s_plan = cutPlan();
+            s_plan.eHow = cutKill;
+            s_plan.iAt = i * 7 % 80;
+            s_bCounting = true;
+            for (;;)
+                save(s_strNew);
+            return 0;
+        });
+        qorTest::childProcess saver("saver", [&] { return save(s_strOld) && save(s_strOld) ? 0 : 1; });
+        EXPECT_EQ(0, loadMany(m_strName, 5));
+        EXPECT_EQ(-SIGKILL, killed.wait());
+        EXPECT_EQ(0, saver.wait());
+        recover();
+        ASSERT_EQ(1u, files().size());
+        ASSERT_TRUE(files()[""] == s_strOld || files()[""] == s_strNew);
+    }
 }
 
 }  // namespace

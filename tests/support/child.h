@@ -84,7 +84,10 @@ public:
         }
     }
     void kill() { signal(SIGKILL); }
-    void signal(int nSignal) { ::kill(m_idProcess, nSignal); }
+    void signal(int nSignal) {
+        if (m_idProcess > 0)
+            ::kill(m_idProcess, nSignal);
+    }
 
     // The exit status; minus the signal that ended it.
     int wait() {

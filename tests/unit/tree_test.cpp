@@ -42,6 +42,7 @@ int layerOf(const std::string& strFile) {
         {"BaseHelper|_chBaseClass|xBaseClass|internal/(keyfile|singleton|tick)\\.h", 6},
         {"TraceHelper|QORTrace|internal/trace", 7},
         {"FileHelper|QORFile|xFile|internal/(safe_save|file_lock)\\.", 8},
+        {"RegularExpress|internal/regular_express", 8},
         {"MsgQueueHelper|QORMsgSystem|xMsgSystem|internal/", 9},
         {"flat\\.h|sub-interface|qor/qor\\.h", 11},
     };

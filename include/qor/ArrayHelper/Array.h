@@ -105,8 +105,13 @@ public:
         const T copy = value;
         alloc_push_back() = copy;
     }
-    /// Appends copies of another array's elements.
-    void Append(const chMeth_ObjArray& r) { Append(r.m_aT, r.m_nElementCount); }
+    /// Appends copies of an array's elements, also of this one's own.
+    void Append(const chMeth_ObjArray& r) {
+        const int nCount = r.m_nElementCount;
+        T* pTo = AppendAllocSize(nCount);
+        for (int i = 0; i < nCount; ++i)
+            pTo[i] = r.m_aT[i];
+    }
     /// Appends copies of nCount elements at p, which are not the array's own; a count not above 0 appends nothing.
     void Append(const T* p, int nCount) {
         T* pTo = AppendAllocSize(nCount);

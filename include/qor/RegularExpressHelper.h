@@ -1,0 +1,42 @@
+/// @file
+/// Regular expressions: the face of the namespace `QOR_RegularExpressHelper`, a small pattern engine over 8-bit text.
+///
+/// A pattern is compiled into a tree of nodes. Matching stands at a given place of the text and yields the end of the
+/// match or null; SearchREOnText() tries one place after the other.
+///
+/// @code
+/// using namespace QOR_RegularExpressHelper;
+/// reRegularExpress<char> express("([a-z]+)=(\\d+)", 0);
+/// const char* lpszEnd = express.ApplyREOnText("size=12;", NULL);     // at ";"
+/// re_Base<char>* pValue = express.GetCaptureRE(2);                   // m_lpszResultBegin to m_lpszResultEnd: 12
+/// express.ClearResult();                                             // before another text
+/// @endcode
+///
+/// The syntax is this library's own:
+///
+/// | written | matches |
+/// | --- | --- |
+/// | `abc` | the run of characters; a quantifier behind it repeats the whole run |
+/// | `(...)` `(?:...)` | a sequence, captured or not; a leading `^` negates it: any one character where it fails |
+/// | `[...]` | the first alternative that matches: characters, ranges `a-z`, groups, sets; a leading `^` negates it |
+/// | `.` `$` | any character; a line feed with an optional carriage return before it |
+/// | `\d \D \s \S \w \W` | a digit, white space, a letter, digit or `_`; the capitals: none of them and not a NUL |
+/// | `\1` | what the first group captured |
+/// | `/name` | a custom alias, see reRegularExpress::AddCustomAlias() |
+/// | `\b \t \n \v \f \r \/ \\ \x41` | characters; so is `\` in front of one of `^()[]{}?+*-.$` |
+/// | `* + ? {m} {m,} {m,n}` | how often; `+` behind it takes what it can, `?` as little as it may |
+///
+/// There is no `|` and there are no anchors; `^` and `$` have the meanings above. A `-` stands for itself only behind a
+/// backslash. Matching does not backtrack. A repetition without a mark behind it looks ahead: it takes the largest
+/// number after which the rest of its own sequence matches, or its least number if there is none, and keeps it.
+///
+/// Read on in RegularExpressHelper/Lexical.h, Node.h, Relation.h and Express.h.
+#ifndef QOR_REGULAREXPRESSHELPER_H
+#define QOR_REGULAREXPRESSHELPER_H
+
+#include "qor/RegularExpressHelper/Express.h"
+#include "qor/RegularExpressHelper/Lexical.h"
+#include "qor/RegularExpressHelper/Node.h"
+#include "qor/RegularExpressHelper/Relation.h"
+
+#endif

@@ -1,0 +1,346 @@
+// The compiler: one function for each thing that a pattern is made of. Each answers 1 when it stood there, and moves the
+// text behind it; 0 when it did not, and leaves the text; -1 at an error, and moves the text to it.
+//
+// Nesting is bounded by maxDepth, and so is the stack. Nodes below a node that fails are deleted with it, but a group
+// that failed may stand among the captures until the whole build has been given up.
+#include "internal/regular_express.h"
+
+#include <string.h>
+
+#include <new>
+
+#define QOR_MODULE "RegularExpress"
+#include "internal/report.h"
+#include "qor/TraceHelper/Trace.h"
+
+namespace QOR_RegularExpressHelper {
+
+namespace {
+
+template <class T>
+void setSource(re_Base<T>* pRE, const T* lpszFrom, const T* lpszTo) {
+    pRE->m_strREText.CopyTextFrom(lpszFrom, static_cast<int>(lpszTo - lpszFrom));
+}
+
+// Whether an element may be added, and one level of it entered.
+bool mayAdd(const reBuild* pBuild, int nGradeLevel) {
+    if (pBuild == NULL)
+        return nGradeLevel < maxDepth;
+    return pBuild->m_nNodes < maxNodeCount && pBuild->nextDepth() <= maxDepth;
+}
+
+// Notes a complete element at the depth at which it was entered.
+template <class T>
+void noteElement(reBuild* pBuild, const re_Base<T>* pRE, int nDepth) {
+    if (pBuild != NULL && looksAhead(pRE) && pBuild->m_nLook < nDepth)
+        pBuild->m_nLook = nDepth;
+}
+
+// Reads "{...}" behind its brace.
+template <class T>
+int readTimes(const T*& lpszREText, re_Base<T>* pRE) {
+    int nMin = 0;
+    const T* lpsz = reGetDigitValue(lpszREText, nMin, 10);
+    if (nMin < 0)
+        return -1;
+    int nMax = nMin;
+    if (*lpsz == ',') {
+        const T* lpszMax = lpsz + 1;
+        const T* lpszBehind = reGetDigitValue(lpszMax, nMax, 10);
+        const bool bGiven = lpszBehind != NULL;
+        lpsz = bGiven ? lpszBehind : lpszMax;
+        if (*lpsz == '}' && bGiven && nMax < nMin)
+            lpsz = lpszMax;
+    }
+    lpszREText = lpsz;
+    if (*lpsz != '}')
+        return -1;
+    ++lpszREText;
+    pRE->m_nMinTimes = nMin;
+    pRE->m_nMaxTimes = nMax;
+    return 1;
+}
+
+}  // namespace
+
+void traceError(const char* lpszREText, const char* lpszError) {
+    const QOR_StringHelper::chReferenceStringT<char> strBlank(' ', static_cast<int>(lpszError - lpszREText));
+    // Beyond the longest pattern nothing is shown, so that the lines fit every target.
+    const QOR_StringHelper::chReferenceStringT<char> strPattern(lpszREText,
+                                                                static_cast<int>(strnlen(lpszREText, maxPatternLength + 1)));
+    const int nMark = strPattern.GetLength() - strBlank.GetLength() - 1;
+    const QOR_StringHelper::chReferenceStringT<char> strMark('-', nMark);
+    QOR_TraceHelper::qorTrace(2, "Express \"%s\"", static_cast<const char*>(strPattern));
+    QOR_TraceHelper::qorTrace(2, "Error   \"%s^%s\"", static_cast<const char*>(strBlank),
+                              static_cast<const char*>(strMark));
+}
+
+// ---- quantifiers
+
+template <class T>
+int re_Base<T>::PeekRepeatFromText(const T*& lpszREText) {
+    switch (*lpszREText) {
+        case '*':
+            m_nMinTimes = 0;
+            m_nMaxTimes = -1;
+            break;
+        case '+':
+            m_nMinTimes = 1;
+            m_nMaxTimes = -1;
+            break;
+        case '?':
+            m_nMinTimes = 0;
+            m_nMaxTimes = 1;
+            break;
+        case '{':
+            break;
+        default:
+            return 1;
+    }
+    const bool bTimes = *lpszREText == '{';
+    ++lpszREText;
+    if (bTimes && readTimes(lpszREText, this) < 0)
+        return -1;
+    m_chRepeatMode = m_nMinTimes == m_nMaxTimes ? '-' : ' ';
+    if (*lpszREText == '+' || *lpszREText == '?')
+        m_chRepeatMode = *lpszREText++;
+    return 1;
+}
+
+// ---- leaves
+
+template <class T>
+int re_Text<T>::tryParseREFromText(const T*& lpszREText) {
+    const T* lpsz = lpszREText;
+    int nValue = 0;
+    for (;;) {
+        const T* lpszNext = reGetAscii(this, lpsz, nValue);
+        // In front of a '-' stands the begin of a range.
+        if (lpszNext == NULL || *lpszNext == '-')
+            break;
+        m_arrText.Add(static_cast<T>(nValue));
+        lpsz = lpszNext;
+    }
+    if (m_arrText.IsEmpty())
+        return 0;
+    setSource<T>(this, lpszREText, lpsz);
+    lpszREText = lpsz;
+    return this->PeekRepeatFromText(lpszREText);
+}
+
+template <class T>
+int re_Range<T>::tryParseREFromText(const T*& lpszREText) {
+    int nLow = 0, nHigh = 0;
+    const T* lpsz = reGetAscii(this, lpszREText, nLow);
+    if (lpsz == NULL || *lpsz != '-')
+        return 0;
+    lpsz = reGetAscii(this, lpsz + 1, nHigh);
+    if (lpsz == NULL)
+        return 0;
+    m_chLow = static_cast<uint32_t>(nLow);
+    m_chHigh = static_cast<uint32_t>(nHigh);
+    if (m_chLow > m_chHigh) {
+        m_chLow = static_cast<uint32_t>(nHigh);
+        m_chHigh = static_cast<uint32_t>(nLow);
+    }
+    setSource<T>(this, lpszREText, lpsz);
+    lpszREText = lpsz;
+    return 1;
+}
+
+template <class T>
+int re_Reference<T>::tryParseREFromText(const T*& lpszREText) {
+    reRegularExpress<T>* pExpress = expressOf<T>(this);
+    if (*lpszREText != '\\' || pExpress == NULL)
+        return 0;
+    int nValue = 0;
+    const T* lpsz = reGetDigitValue(lpszREText + 1, nValue, 10);
+    m_pRefRE = lpsz != NULL ? pExpress->GetCaptureRE(nValue) : NULL;
+    if (m_pRefRE == NULL)
+        return 0;
+    setSource<T>(this, lpszREText, lpsz);
+    lpszREText = lpsz;
+    return this->PeekRepeatFromText(lpszREText);
+}
+
+// A leaf is compiled into a temporary; only one that stands there gets a node.
+template <class T>
+template <class X>
+int re_Group<T>::ParseLeaf(const T*& lpszREText) {
+    const T* lpszFrom = lpszREText;
+    X objTemp;
+    AddChildRE(&objTemp);
+    const int iSlot = objTemp.m_iIndexInParent;
+    int nResult = objTemp.tryParseREFromText(lpszREText);
+    if (nResult == 1 && !mayAdd(m_pBuild, this->GetGradeLevel())) {
+        lpszREText = lpszFrom;
+        nResult = -1;
+    }
+    X* pNew = nResult == 1 ? new (std::nothrow) X : NULL;
+    m_arrTargetREs.RemoveAt(iSlot, 1);
+    if (nResult != 1 || !QOR_ASSERT(pNew != NULL))
+        return nResult == 1 ? -1 : nResult;
+    AddChildRE(pNew);
+    pNew->CutFromObject(objTemp);
+    if (m_pBuild != NULL) {
+        ++m_pBuild->m_nNodes;
+        noteElement(m_pBuild, pNew, m_pBuild->nextDepth());
+    }
+    return 1;
+}
+
+// ---- groups
+
+template <class T>
+int re_Group<T>::ParseElements(const T*& lpszREText, bool bSet) {
+    const int nLookBefore = m_pBuild != NULL ? m_pBuild->m_nLook : 0;
+    int nLookMost = nLookBefore;
+    for (;;) {
+        // No alternative of a set follows another one.
+        if (m_pBuild != NULL && bSet)
+            m_pBuild->m_nLook = nLookBefore;
+        int nResult = tryParseGroupREFromText(lpszREText);
+        if (nResult == 0)
+            nResult = bSet ? ParseLeaf<re_RelationCase<re_Reference<T>, T>>(lpszREText)
+                           : ParseLeaf<re_RelationAnd<re_Reference<T>, T>>(lpszREText);
+        if (nResult == 0 && bSet)
+            nResult = ParseLeaf<re_RelationCase<re_Range<T>, T>>(lpszREText);
+        if (nResult == 0)
+            nResult = bSet ? ParseLeaf<re_RelationCase<re_Text<T>, T>>(lpszREText)
+                           : ParseLeaf<re_RelationAnd<re_Text<T>, T>>(lpszREText);
+        if (m_pBuild != NULL && nLookMost < m_pBuild->m_nLook)
+            nLookMost = m_pBuild->m_nLook;
+        if (nResult == 1)
+            continue;
+        if (m_pBuild != NULL)
+            m_pBuild->m_nLook = nLookMost;
+        return nResult;
+    }
+}
+
+template <class T>
+int re_Group<T>::ParseAndREFromTextByEnding(const T*& lpszREText, T chEnding) {
+    const T* lpszFrom = lpszREText;
+    if (*lpszREText == '^') {
+        this->m_bNegative = 1;
+        ++lpszREText;
+    }
+    if (ParseElements(lpszREText, false) < 0 || *lpszREText != chEnding)
+        return -1;
+    this->m_strREText = "(";
+    this->m_strREText.AppendTextFrom(lpszFrom, static_cast<int>(lpszREText - lpszFrom));
+    this->m_strREText += ')';
+    if (chEnding != ')')
+        return 1;
+    ++lpszREText;
+    return this->PeekRepeatFromText(lpszREText);
+}
+
+template <class T>
+int re_Group<T>::ParseSet(const T*& lpszREText) {
+    const T* lpszFrom = lpszREText++;
+    if (*lpszREText == '^') {
+        this->m_bNegative = 1;
+        ++lpszREText;
+    }
+    if (ParseElements(lpszREText, true) < 0 || *lpszREText != ']')
+        return -1;
+    ++lpszREText;
+    setSource<T>(this, lpszFrom, lpszREText);
+    return this->PeekRepeatFromText(lpszREText);
+}
+
+template <class T>
+int re_Group<T>::tryParseREFromText(const T*& lpszREText) {
+    const bool bSet = (this->m_uTraits & traitSet) != 0;
+    if (*lpszREText != (bSet ? '[' : '('))
+        return 0;
+    if (bSet)
+        return ParseSet(lpszREText);
+    ++lpszREText;
+    if (lpszREText[0] == '?' && lpszREText[1] == ':') {
+        lpszREText += 2;
+    } else if (reRegularExpress<T>* pExpress = m_bNoCapture == 0 ? expressOf<T>(this) : NULL) {
+        pExpress->AddCaptureRE(this);
+    }
+    return ParseAndREFromTextByEnding(lpszREText, ')');
+}
+
+// A new group, one level down, in which m_nDepth is that of its elements.
+template <class T>
+template <class X>
+int re_Group<T>::ParseChild(const T*& lpszREText) {
+    X* pNew = new (std::nothrow) X;
+    if (!QOR_ASSERT(pNew != NULL))
+        return -1;
+    pNew->m_bNoCapture = m_bNoCapture;
+    pNew->m_pBuild = m_pBuild;
+    AddChildRE(pNew);
+    const int nResult = pNew->tryParseREFromText(lpszREText);
+    if (nResult != 1)
+        RemoveLastChild();
+    return nResult;
+}
+
+template <class T>
+int re_Group<T>::ParseAlias(const T*& lpszREText, const T* lpszAlias, int nLength) {
+    re_RelationAnd<re_Group<T>, T>* pNew = new (std::nothrow) re_RelationAnd<re_Group<T>, T>;
+    if (!QOR_ASSERT(pNew != NULL))
+        return -1;
+    pNew->m_bNoCapture = 1;
+    pNew->m_pBuild = m_pBuild;
+    AddChildRE(pNew);
+    const T* lpsz = lpszAlias;
+    if (pNew->ParseAndREFromTextByEnding(lpsz, 0) < 0) {
+        traceError(lpszAlias, lpsz);
+        RemoveLastChild();
+        return -1;
+    }
+    setSource<T>(pNew, lpszREText, lpszREText + nLength);
+    lpszREText += nLength;
+    if (pNew->PeekRepeatFromText(lpszREText) == 1)
+        return 1;
+    RemoveLastChild();
+    return -1;
+}
+
+template <class T>
+int re_Group<T>::tryParseGroupREFromText(const T*& lpszREText) {
+    int nLength = 0;
+    const bool bBracket = *lpszREText == '(' || *lpszREText == '[';
+    const T* lpszAlias = bBracket ? NULL : reGetAlias(this, lpszREText, &nLength);
+    if (!bBracket && lpszAlias == NULL)
+        return 0;
+    if (!mayAdd(m_pBuild, this->GetGradeLevel()))
+        return -1;
+    reBuild objNone;
+    reBuild* pBuild = m_pBuild != NULL ? m_pBuild : &objNone;
+    const int nDepthBefore = pBuild->m_nDepth;
+    pBuild->m_nDepth = pBuild->nextDepth();
+    const int nDepth = pBuild->m_nDepth;
+    ++pBuild->m_nNodes;
+    int nResult = 0;
+    if (lpszAlias != NULL)
+        nResult = ParseAlias(lpszREText, lpszAlias, nLength);
+    else if (*lpszREText == '(')
+        nResult = ParseChild<re_RelationAnd<re_Group<T>, T>>(lpszREText);
+    else
+        nResult = ParseChild<re_RelationCase<re_Group<T>, T>>(lpszREText);
+    pBuild->m_nDepth = nDepthBefore;
+    if (nResult == 1)
+        noteElement(m_pBuild, m_arrTargetREs[m_arrTargetREs.GetSize() - 1], nDepth);
+    return nResult;
+}
+
+template int re_Base<char>::PeekRepeatFromText(const char*&);
+template int re_Text<char>::tryParseREFromText(const char*&);
+template int re_Range<char>::tryParseREFromText(const char*&);
+template int re_Reference<char>::tryParseREFromText(const char*&);
+template int re_Group<char>::tryParseREFromText(const char*&);
+template int re_Group<char>::ParseAndREFromTextByEnding(const char*&, char);
+template int re_Group<char>::tryParseGroupREFromText(const char*&);
+template int re_Group<char>::ParseElements(const char*&, bool);
+template int re_Group<char>::ParseSet(const char*&);
+template int re_Group<char>::ParseAlias(const char*&, const char*, int);
+
+}  // namespace QOR_RegularExpressHelper

@@ -1,0 +1,289 @@
+// What a build works out about its tree, so that matching can pass over what cannot be otherwise. Everything is decided
+// per character, for a place in front of the end of the text; at the end nothing is passed over.
+//
+// The tree is walked from its end to its begin, because a repetition looks at what follows it.
+#include <string.h>
+
+#include <new>
+
+#include "internal/regular_express.h"
+
+namespace QOR_RegularExpressHelper {
+
+namespace {
+
+typedef re_Base<char> node;
+typedef re_Group<char> group;
+
+class charSet {
+public:
+    explicit charSet(bool bAll = false) { memset(m_arrWord, bAll ? 0xFF : 0, sizeof(m_arrWord)); }
+    bool has(int ch) const { return (m_arrWord[ch / 32] >> ch % 32 & 1) != 0; }
+    void add(int ch) { m_arrWord[ch / 32] |= 1u << ch % 32; }
+    void add(const charSet& r) {
+        for (int i = 0; i < 8; ++i)
+            m_arrWord[i] |= r.m_arrWord[i];
+    }
+    void invert() {
+        for (int i = 0; i < 8; ++i)
+            m_arrWord[i] = ~m_arrWord[i];
+    }
+
+private:
+    uint32_t m_arrWord[8];
+};
+
+// What a node does at a place, by the character that stands there.
+struct traitsOf {
+    charSet setFirst;         // other characters: it fails, or matches nothing, touching the same nodes with the same outcome
+    charSet setStart;         // other characters: it fails, or matches nothing
+    charSet setTakes;         // bSingle only: the characters that it takes
+    bool bNothing = false;    // it may match nothing
+    bool bSingle = false;     // it takes one character or fails, by that character alone
+    bool bUniform = false;    // bSingle only: whatever the character, all nodes below are touched
+    bool bLooks = false;      // it looks ahead, or a node below does
+    bool bPlain = false;      // bSingle only: where it fails, all nodes below fail
+    bool bPartial = false;    // bSingle only: not all nodes below are touched where it fails
+};
+
+// What follows a node.
+struct following {
+    charSet setFirst;       // other characters: it ends as bNothing says, touching the same nodes with the same outcome
+    bool bNothing = true;   // the rest of the node's own sequence may match nothing
+    bool bNone = true;      // there is nothing, up to the root
+};
+
+class planner {
+public:
+    explicit planner(reRegularExpress<char>& express) : m_express(express) {
+        m_bReference = false;
+        m_bOvershoot = false;
+    }
+
+    bool run() {
+        m_express.m_pState = new (std::nothrow) reState;
+        if (m_express.m_pState == NULL)
+            return false;
+        survey(&m_express);
+        const traitsOf traits = planGroup(&m_express, following());
+        if (m_bOvershoot)
+            markOvershoot(&m_express);
+        reState& state = *m_express.m_pState;
+        int nStarts = 0;
+        for (int ch = 0; ch < 256; ++ch) {
+            state.m_arrStart[ch] = traits.bNothing || traits.setStart.has(ch);
+            if (state.m_arrStart[ch])
+                state.m_nStart = ++nStarts == 1 ? ch : -1;
+        }
+        state.m_bReference = m_bReference;
+        findLead(&m_express);
+        return m_bMemory;
+    }
+
+private:
+    static bool isReference(const node* p) {
+        return (p->m_uTraits & traitGroup) == 0 && dynamic_cast<const re_Reference<char>*>(p) != NULL;
+    }
+
+    void survey(node* p) {
+        m_bReference = m_bReference || isReference(p);
+        if ((p->m_uTraits & traitGroup) == 0)
+            return;
+        m_bOvershoot = m_bOvershoot || (p->m_bNegative != 0 && (p->m_uTraits & traitSet) == 0);
+        group* pGroup = static_cast<group*>(p);
+        for (int i = 0; i < pGroup->GetChildRECount(); ++i)
+            survey(pGroup->m_arrTargetREs[i]);
+    }
+
+    void markOvershoot(node* p) {
+        p->m_uTraits |= traitOvershoot;
+        if ((p->m_uTraits & traitGroup) == 0)
+            return;
+        group* pGroup = static_cast<group*>(p);
+        for (int i = 0; i < pGroup->GetChildRECount(); ++i)
+            markOvershoot(pGroup->m_arrTargetREs[i]);
+    }
+
+    rePlan* newPlan(node* p) {
+        p->m_pPlan = new (std::nothrow) rePlan();
+        m_bMemory = m_bMemory && p->m_pPlan != NULL;
+        return p->m_pPlan;
+    }
+
+    // Down the first members of sequences that have to match.
+    void findLead(group* pGroup) {
+        if (m_bReference || (pGroup->m_uTraits & traitSet) != 0 || pGroup->m_bNegative != 0 ||
+            pGroup->m_nMinTimes == 0 || pGroup->GetChildRECount() == 0)
+            return;
+        node* p = pGroup->m_arrTargetREs[0];
+        if (p->m_pPlan != NULL && p->m_pPlan->m_bRun && p->m_nMaxTimes == -1) {
+            // One that takes as little as it may stops at another place from each begin.
+            if (p->m_chRepeatMode == '?')
+                return;
+            m_express.m_pState->m_pLead = p->m_pPlan;
+            m_express.m_pState->m_bLeadEmpty = p->m_nMinTimes == 0;
+        } else if ((p->m_uTraits & traitGroup) != 0) {
+            findLead(static_cast<group*>(p));
+        }
+    }
+
+    // ---- one repetition
+
+    // A leaf is asked, one character after the other.
+    traitsOf planLeaf(node* p) {
+        traitsOf traits;
+        if (isReference(p)) {
+            traits.setFirst = traits.setStart = charSet(true);
+            traits.bNothing = true;
+            return traits;
+        }
+        re_Text<char>* pText = (p->m_uTraits & traitSet) == 0 ? static_cast<re_Text<char>*>(p) : NULL;
+        const bool bRun = pText != NULL && pText->GetChildRECount() > 1;
+        for (int ch = 0; ch < 256; ++ch) {
+            const char sz[] = {static_cast<char>(ch)};
+            if ((bRun ? pText->ApplyChildRE(0, sz, sz + 1) : p->ApplyChildREFrom(0, sz, sz + 1)) != NULL)
+                traits.setTakes.add(ch);
+        }
+        traits.setFirst = traits.setStart = traits.setTakes;
+        traits.bSingle = traits.bUniform = traits.bPlain = !bRun;
+        return traits;
+    }
+
+    // Whether a group takes one character when its child does.
+    bool isSingleChild(const node* p, const traitsOf& traits) const {
+        const bool bOnce = p->m_nMinTimes == 1 && p->m_nMaxTimes == 1;
+        return traits.bSingle && bOnce && !(m_bReference && (p->m_uTraits & traitCapture) != 0);
+    }
+
+    traitsOf planSequence(group* pGroup, const following& after) {
+        const int nCount = pGroup->GetChildRECount();
+        const bool bNegative = pGroup->m_bNegative != 0;
+        traitsOf traits;
+        traits.bNothing = true;
+        following rest = after;
+        rest.bNothing = true;
+        for (int i = nCount - 1; i >= 0; --i) {
+            node* pChild = pGroup->m_arrTargetREs[i];
+            const traitsOf child = planNode(pChild, rest);
+            traits.bSingle = nCount == 1 && !bNegative && isSingleChild(pChild, child);
+            if (traits.bSingle) {
+                traits = child;
+                break;
+            }
+            prepend(traits, child);
+            if (!child.bNothing)
+                rest = following(), rest.bNothing = false;
+            rest.setFirst.add(child.setFirst);
+            rest.bNone = false;
+            // From the middle on, a negated sequence is negated, too.
+            if (bNegative)
+                rest.setFirst = charSet(true);
+        }
+        if (!bNegative || nCount == 0)
+            return traits;
+        const bool bLooks = traits.bLooks;
+        traits = traitsOf();
+        traits.bLooks = bLooks;
+        traits.setFirst = traits.setStart = charSet(true);
+        return traits;
+    }
+
+    static void prepend(traitsOf& traits, const traitsOf& child) {
+        if (!child.bNothing)
+            traits.setFirst = traits.setStart = charSet();
+        traits.setFirst.add(child.setFirst);
+        traits.setStart.add(child.setStart);
+        traits.bNothing = traits.bNothing && child.bNothing;
+        traits.bLooks = traits.bLooks || child.bLooks;
+    }
+
+    traitsOf planSet(group* pGroup, const following& after) {
+        const int nCount = pGroup->GetChildRECount();
+        following rest = after;
+        rest.bNothing = true;
+        traitsOf traits;
+        traits.bNothing = nCount == 0;
+        traits.bSingle = nCount > 0;
+        traits.bUniform = nCount == 1;
+        traits.bPlain = true;
+        for (int i = 0; i < nCount; ++i) {
+            node* pChild = pGroup->m_arrTargetREs[i];
+            const traitsOf child = planNode(pChild, rest);
+            traits.setFirst.add(child.setFirst);
+            traits.setStart.add(child.setStart);
+            traits.setTakes.add(child.setTakes);
+            traits.bNothing = traits.bNothing || child.bNothing;
+            traits.bLooks = traits.bLooks || child.bLooks;
+            traits.bSingle = traits.bSingle && isSingleChild(pChild, child) && (nCount == 1 || !child.bPartial);
+            traits.bUniform = traits.bUniform && child.bUniform;
+            traits.bPlain = traits.bPlain && child.bPlain;
+            traits.bPartial = traits.bPartial || child.bPartial;
+        }
+        return pGroup->m_bNegative != 0 && nCount > 0 ? negated(traits, nCount) : traits;
+    }
+
+    static traitsOf negated(const traitsOf& positive, int nCount) {
+        traitsOf traits = positive;
+        traits.bNothing = false;
+        traits.bPlain = false;
+        traits.setFirst = traits.setStart = charSet(true);
+        if (!positive.bSingle)
+            return traits;
+        traits.setTakes.invert();
+        traits.setStart = traits.setTakes;
+        if (positive.bUniform)
+            traits.setFirst = traits.setTakes;
+        traits.bPartial = nCount > 1 || !positive.bUniform;
+        return traits;
+    }
+
+    traitsOf planGroup(group* pGroup, const following& after) {
+        return (pGroup->m_uTraits & traitSet) != 0 ? planSet(pGroup, after) : planSequence(pGroup, after);
+    }
+
+    // ---- all repetitions
+
+    traitsOf planNode(node* p, const following& after) {
+        traitsOf traits = (p->m_uTraits & traitGroup) != 0 ? planGroup(static_cast<group*>(p), after) : planLeaf(p);
+        if (p->m_nMinTimes == 1 && p->m_nMaxTimes == 1)
+            return traits;
+        fillPlan(p, traits, after);
+        traits.bSingle = false;
+        traits.bLooks = traits.bLooks || looksAhead(p);
+        traits.bNothing = traits.bNothing || p->m_nMinTimes == 0;
+        if (p->m_nMaxTimes == 0)
+            traits.setFirst = traits.setStart = charSet();
+        return traits;
+    }
+
+    void fillPlan(node* p, const traitsOf& traits, const following& after) {
+        rePlan* pPlan = newPlan(p);
+        if (pPlan == NULL)
+            return;
+        const bool bToEnd = p->m_nMaxTimes == -1 && p->m_chRepeatMode != '?';
+        pPlan->m_bRun = traits.bSingle && (traits.bUniform || bToEnd);
+        pPlan->m_pState = m_express.m_pState;
+        pPlan->m_bPlain = traits.bPlain;
+        pPlan->m_bPartial = traits.bPartial;
+        pPlan->m_bInnerLook = traits.bLooks;
+        pPlan->m_bNothingAfter = after.bNone;
+        pPlan->m_bRestEmpty = after.bNothing;
+        for (int ch = 0; ch < 256; ++ch) {
+            if (traits.bSingle && traits.setTakes.has(ch))
+                pPlan->m_arrChar[ch] |= rePlan::bitTakes;
+            if (after.setFirst.has(ch))
+                pPlan->m_arrChar[ch] |= rePlan::bitLook;
+        }
+    }
+
+    reRegularExpress<char>& m_express;
+    bool m_bReference;
+    bool m_bOvershoot;
+    bool m_bMemory = true;
+};
+
+}  // namespace
+
+bool planTree(reRegularExpress<char>& express) { return planner(express).run(); }
+
+}  // namespace QOR_RegularExpressHelper

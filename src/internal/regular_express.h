@@ -1,0 +1,133 @@
+// What the sources of the regular expressions share: the state of a build, and what a build works out for matching.
+#ifndef QOR_INTERNAL_REGULAR_EXPRESS_H
+#define QOR_INTERNAL_REGULAR_EXPRESS_H
+
+#include <string.h>
+
+#include <new>
+
+#include "qor/RegularExpressHelper/Express.h"
+
+namespace QOR_RegularExpressHelper {
+
+// The build under way. m_nLook is the depth of the deepest repetition in front that looks ahead: the matcher may stand
+// in it when it comes to what follows.
+struct reBuild {
+    int m_nNodes = 0;
+    int m_nDepth = 0;
+    int m_nLook = 0;
+
+    int nextDepth() const { return (m_nDepth > m_nLook ? m_nDepth : m_nLook) + 1; }
+};
+
+struct reState;
+
+// What a repeated node knows about the characters of a text.
+struct rePlan {
+    static constexpr uint8_t bitTakes = 1;  // one repetition takes the character, and nothing else
+    static constexpr uint8_t bitLook = 2;   // looking ahead has to be tried at the character
+
+    uint8_t m_arrChar[256];
+    reState* m_pState;     // the tree's
+    bool m_bRun;           // repetitions are a run of characters
+    bool m_bPlain;         // where a run ends, all nodes below fail
+    bool m_bPartial;       // a run's last character does not touch all nodes below, but the one before it does
+    bool m_bInnerLook;     // nodes below look ahead, too, beyond this one: nothing is passed over
+    bool m_bNothingAfter;  // looking ahead always succeeds and touches nothing
+    bool m_bRestEmpty;     // how looking ahead ends at a character without bitLook
+};
+
+// What looking ahead has answered, by the node and the place. A place of the table is overwritten by what comes later.
+class reAnswers {
+public:
+    static constexpr int countEntry = 65536;
+
+    reAnswers() { memset(m_arrEntry, 0, sizeof(m_arrEntry)); }
+    // 1, 0 or, where it is not known, -1.
+    int find(const rePlan* pPlan, const void* pText) const {
+        const entry& e = m_arrEntry[indexOf(pPlan, pText)];
+        return e.pPlan == pPlan && e.pText == pText ? e.bAnswer : -1;
+    }
+    void add(const rePlan* pPlan, const void* pText, bool bAnswer) {
+        m_arrEntry[indexOf(pPlan, pText)] = entry{pPlan, pText, bAnswer};
+    }
+
+private:
+    struct entry {
+        const rePlan* pPlan;
+        const void* pText;
+        bool bAnswer;
+    };
+    static unsigned indexOf(const rePlan* pPlan, const void* pText) {
+        const uintptr_t u = reinterpret_cast<uintptr_t>(pText) + reinterpret_cast<uintptr_t>(pPlan) / 16 * 2654435761u;
+        return static_cast<unsigned>(u % countEntry);
+    }
+
+    entry m_arrEntry[countEntry];
+};
+
+// The state of a tree that is matched.
+struct reState {
+    // So many look-aheads are made one by one; beyond, their answers are kept, and not made twice.
+    static constexpr int mostLooks = 1 << 18;
+
+    bool m_arrStart[256];      // whether a match may begin with the character
+    int m_nStart = -1;         // the one character that a match begins with; -1: there are several, or none
+    bool m_bReference = false; // there are back-references: an answer depends on more than its place
+    bool m_bScouting = false;  // nobody will look at the results of this attempt
+    // Every match begins with a run of characters that has no upper limit, and what follows it does not depend on where
+    // the run began: where an attempt fails, those up to the run's end fail, too, and, with m_bLeadEmpty, there as well.
+    const rePlan* m_pLead = NULL;
+    bool m_bLeadEmpty = false;
+    int m_nLooks = 0;
+    reAnswers* m_pAnswers = NULL;
+
+    ~reState() { delete m_pAnswers; }
+    void clear() {
+        m_nLooks = 0;
+        delete m_pAnswers;
+        m_pAnswers = NULL;
+    }
+    // The answers, once there have been too many look-aheads; or null.
+    reAnswers* answers() {
+        if (m_nLooks < mostLooks) {
+            ++m_nLooks;
+            return NULL;
+        }
+        if (m_pAnswers == NULL && !m_bReference)
+            m_pAnswers = new (std::nothrow) reAnswers;
+        return m_pAnswers;
+    }
+};
+
+// Traces a pattern and a mark under the place of its error.
+void traceError(const char* lpszREText, const char* lpszError);
+
+// Works out the plans of a whole tree. False: no memory.
+bool planTree(reRegularExpress<char>& express);
+
+template <class T>
+inline bool isAtEnd(const T* lpsz, const T* lpszEnding) {
+    return lpszEnding != NULL ? lpsz >= lpszEnding : *lpsz == 0;
+}
+
+template <class T>
+inline bool looksAhead(const re_Base<T>* pRE) {
+    return pRE->m_nMinTimes != pRE->m_nMaxTimes && pRE->m_chRepeatMode != '+';
+}
+
+// The root as what it is, or null in a tree put together by hand.
+template <class T>
+inline reRegularExpress<T>* expressOf(re_Base<T>* pRE) {
+    re_Base<T>* pRoot = pRE->GetRootRE();
+    return (pRoot->m_uTraits & traitExpress) != 0 ? static_cast<reRegularExpress<T>*>(pRoot) : NULL;
+}
+
+template <class T>
+inline unsigned charValue(T ch) {
+    return static_cast<unsigned char>(ch);
+}
+
+}  // namespace QOR_RegularExpressHelper
+
+#endif

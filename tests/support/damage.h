@@ -1,0 +1,118 @@
+// Damaged shared memory: a segment that nobody can leave unnoticed, random changes of its words, and how
+// operations on it end.
+#ifndef TESTS_SUPPORT_DAMAGE_H
+#define TESTS_SUPPORT_DAMAGE_H
+
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <sys/resource.h>
+
+#include <random>
+#include <string>
+
+#include "qor/ChainHelper/ShareWord.h"
+#include "support/child.h"
+
+namespace qorTest {
+
+// A known segment between two pages that cannot be touched. A child of a fork has it for itself.
+class guardedSegment {
+public:
+    explicit guardedSegment(size_t nPages)
+        : m_nPage(static_cast<size_t>(sysconf(_SC_PAGESIZE))), m_nSize(nPages * m_nPage) {
+        void* p = mmap(nullptr, m_nSize + 2 * m_nPage, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+        if (p == MAP_FAILED)
+            abort();
+        m_pBegin = static_cast<char*>(p) + m_nPage;
+        if (mprotect(m_pBegin, m_nSize, PROT_READ | PROT_WRITE) != 0)
+            abort();
+        QOR_ChainHelper::registShareRange(m_pBegin, m_nSize);
+    }
+    ~guardedSegment() {
+        QOR_ChainHelper::unregistShareRange(m_pBegin);
+        munmap(m_pBegin - m_nPage, m_nSize + 2 * m_nPage);
+    }
+    guardedSegment(const guardedSegment&) = delete;
+
+    char* begin() const { return m_pBegin; }
+    size_t size() const { return m_nSize; }
+    bool holds(const void* p, size_t nSize) const {
+        const char* pc = static_cast<const char*>(p);
+        return pc >= m_pBegin && pc <= m_pBegin + m_nSize &&
+               nSize <= static_cast<size_t>(m_pBegin + m_nSize - pc);
+    }
+
+    // Overwrites a few words among the first nBytes with what damage looks like: noise, small numbers, single
+    // bits, other words, distances into the segment and just past its ends.
+    void Damage(std::mt19937& random, size_t nBytes) {
+        for (unsigned n = 1 + random() % 6; n > 0; --n) {
+            const size_t nAt = random() % (nBytes / 4) * 4;
+            uint32_t u;
+            memcpy(&u, m_pBegin + nAt, sizeof(u));
+            u = damaged(random, u, nAt);
+            memcpy(m_pBegin + nAt, &u, sizeof(u));
+        }
+    }
+
+private:
+    uint32_t damaged(std::mt19937& random, uint32_t u, size_t nAt) const {
+        uint32_t uOther;
+        switch (random() % 7) {
+            case 0:
+                return static_cast<uint32_t>(random());
+            case 1:
+                return static_cast<uint32_t>(random() % 64) - 16;
+            case 2:
+                return u ^ (1u << random() % 32);
+            case 3:
+                memcpy(&uOther, m_pBegin + random() % (m_nSize / 4) * 4, sizeof(uOther));
+                return uOther;
+            case 4:
+                return static_cast<uint32_t>(random() % (m_nSize / 4) * 4 - nAt);
+            case 5:
+                return static_cast<uint32_t>(m_nSize - nAt + random() % 9 * 4 - 16);
+            default:
+                return 0x7FFFFFFFu - static_cast<uint32_t>(random() % 20);
+        }
+    }
+
+    const size_t m_nPage;
+    const size_t m_nSize;
+    char* m_pBegin;
+};
+
+struct ending {
+    int nStatus;            // the exit status; minus the signal
+    std::string strReport;  // standard error
+
+    // A fatal assertion is an ending that a damaged segment may have.
+    bool asserted() const {
+        return nStatus == -SIGABRT && strReport.find("error: \033[00m[_ch") != std::string::npos;
+    }
+};
+
+// Runs an operation in a child, with a watchdog.
+inline ending endingOf(const std::string& strName, const std::function<int()>& run) {
+    int aPipe[2];
+    if (pipe2(aPipe, O_CLOEXEC) != 0)
+        abort();
+    childProcess child(strName.c_str(), [&] {
+        const struct rlimit noCore = {0, 0};
+        setrlimit(RLIMIT_CORE, &noCore);
+        dup2(aPipe[1], STDERR_FILENO);
+        alarm(20);
+        return run();
+    });
+    close(aPipe[1]);
+    ending result;
+    char sz[1024];
+    for (ssize_t n; (n = read(aPipe[0], sz, sizeof(sz))) > 0;)
+        result.strReport.append(sz, static_cast<size_t>(n));
+    close(aPipe[0]);
+    result.nStatus = child.wait();
+    return result;
+}
+
+}  // namespace qorTest
+
+#endif

@@ -1,0 +1,223 @@
+// The library's matcher against a second, slow and obvious one: thousands of patterns and texts from fixed seeds must
+// give the same errors, trees, ends, captures and results of every node.
+#include <csignal>
+#include <random>
+
+#include "qor/TraceHelper.h"
+#include "support/reference_compare.h"
+
+using namespace qorTest;
+
+namespace {
+
+class chance {
+public:
+    explicit chance(unsigned uSeed) : m_engine(uSeed) {}
+    int below(int n) { return static_cast<int>(m_engine() % static_cast<unsigned>(n)); }
+    bool oneIn(int n) { return below(n) == 0; }
+    template <size_t N>
+    const char* of(const char* const (&arr)[N]) {
+        return arr[below(static_cast<int>(N))];
+    }
+
+private:
+    std::mt19937 m_engine;
+};
+
+// Patterns made by the grammar, over few characters so that texts often match.
+class patternMaker {
+public:
+    patternMaker(chance& r, bool bReferences) : m_chance(r), m_bReferences(bReferences) {}
+
+    std::string sequence(int nDepth) {
+        std::string str = m_chance.oneIn(8) ? "^" : "";
+        const int nElements = 1 + m_chance.below(4);
+        for (int i = 0; i < nElements; ++i)
+            str += element(nDepth);
+        return str;
+    }
+
+private:
+    std::string quantifier() {
+        static const char* const arrTimes[] = {"*", "+", "?", "{2}", "{1,2}", "{2,}", "{0,3}", "{0}", "{3,3}", "{0,0}"};
+        static const char* const arrMode[] = {"", "", "", "+", "?"};
+        if (!m_chance.oneIn(2))
+            return "";
+        const std::string strTimes = m_chance.of(arrTimes);
+        return strTimes + m_chance.of(arrMode);
+    }
+    std::string text() {
+        static const char* const arrText[] = {"a", "b", "c", "A", "ab", "bc", "abc", "\\.", "\\x61", "\\n", "\\x0"};
+        return m_chance.of(arrText);
+    }
+    std::string alias() {
+        static const char* const arrAlias[] = {".", "$", "\\d", "\\D", "\\w", "\\W", "\\s", "\\S", "/x", "/xy", "/neg"};
+        return m_chance.of(arrAlias);
+    }
+    std::string element(int nDepth) {
+        if (m_bReferences && m_chance.oneIn(5))
+            return "\\" + std::to_string(1 + m_chance.below(2)) + quantifier();
+        switch (nDepth > 0 ? m_chance.below(6) : m_chance.below(3)) {
+            case 0:
+            case 1:
+                return text() + quantifier();
+            case 2:
+                return alias() + quantifier();
+            case 3:
+                return (m_chance.oneIn(3) ? "(?:" : "(") + sequence(nDepth - 1) + ")" + quantifier();
+            case 4:
+                return set(nDepth - 1) + quantifier();
+            default:
+                return "[a-c]" + quantifier();
+        }
+    }
+    std::string set(int nDepth) {
+        static const char* const arrRange[] = {"a-b", "b-a", "0-9", "A-Z", "\\x0-b", "b-\\xFFFFFFFF"};
+        std::string str = m_chance.oneIn(3) ? "[^" : "[";
+        const int nMembers = 1 + m_chance.below(3);
+        for (int i = 0; i < nMembers; ++i) {
+            if (m_chance.oneIn(3))
+                str += m_chance.of(arrRange);
+            else
+                str += element(nDepth);
+        }
+        return str + "]";
+    }
+
+    chance& m_chance;
+    const bool m_bReferences;
+};
+
+std::string randomText(chance& r, bool bNul) {
+    static const char szAlphabet[] = "aaabbbccABC01 .\n\r\xE9";
+    std::string str;
+    const int nLength = r.below(9);
+    for (int i = 0; i < nLength; ++i)
+        str += bNul && r.oneIn(12) ? '\0' : szAlphabet[r.below(static_cast<int>(sizeof(szAlphabet)) - 1)];
+    return str;
+}
+
+class RegexReference : public testing::Test {
+protected:
+    RegexReference() { QOR_TraceHelper::uCTraceHelpergetGlobalObject()->RedirectToNull(); }
+
+    void addAliases(referenceCompare& compare) {
+        compare.addAlias("/x", "[ab]");
+        compare.addAlias("/xy", "(a|b)c?");
+        compare.addAlias("/neg", "^/x\\d");
+    }
+
+    // Applies one pattern to texts in every way.
+    void tryTexts(referenceCompare& compare, chance& r) {
+        for (int i = 0; i < 6; ++i) {
+            const bool bGivenEnd = r.oneIn(2);
+            const std::string strText = randomText(r, bGivenEnd);
+            compare.clear();
+            for (long n = 0; n <= static_cast<long>(strText.size()); ++n) {
+                ++m_arrOutcome[compare.apply(strText, n, bGivenEnd)];
+                // What is remembered stays now and then.
+                if (!r.oneIn(4))
+                    compare.clear();
+            }
+            compare.clear();
+            ++m_arrOutcome[compare.search(strText, bGivenEnd)];
+            ASSERT_EQ("", compare.difference());
+        }
+    }
+
+    int m_arrOutcome[4] = {};
+};
+
+TEST_F(RegexReference, PatternsOfTheGrammarMatchAlike) {
+    chance r(20260101);
+    int nSound = 0;
+    for (int i = 0; i < 6000; ++i) {
+        referenceCompare compare;
+        addAliases(compare);
+        if (compare.build(patternMaker(r, false).sequence(3), r.oneIn(4))) {
+            ++nSound;
+            tryTexts(compare, r);
+        }
+        ASSERT_EQ("", compare.difference());
+    }
+    EXPECT_GT(nSound, 4000);
+    EXPECT_GT(m_arrOutcome[referenceMatcher::matched], 20000);
+    EXPECT_GT(m_arrOutcome[referenceMatcher::failed], 20000);
+}
+
+TEST_F(RegexReference, PatternsWithBackReferencesMatchAlike) {
+    chance r(20260202);
+    int nSound = 0;
+    for (int i = 0; i < 6000; ++i) {
+        referenceCompare compare;
+        addAliases(compare);
+        if (compare.build("(" + patternMaker(r, false).sequence(1) + ")" + patternMaker(r, true).sequence(2), r.oneIn(4))) {
+            ++nSound;
+            tryTexts(compare, r);
+        }
+        ASSERT_EQ("", compare.difference());
+    }
+    EXPECT_GT(nSound, 1000);
+    EXPECT_GT(m_arrOutcome[referenceMatcher::matched], 2000);
+    EXPECT_GT(m_arrOutcome[referenceMatcher::fatal], 100);
+}
+
+TEST_F(RegexReference, CharactersThrownTogetherAreTheSameErrors) {
+    static const char szAlphabet[] = "abc-^()[]{}?+*\\.$|/x,:019dwn\xE9";
+    chance r(20260303);
+    int nSound = 0, nError = 0;
+    for (int i = 0; i < 30000; ++i) {
+        std::string strPattern;
+        const int nLength = r.below(10);
+        for (int j = 0; j < nLength; ++j)
+            strPattern += szAlphabet[r.below(static_cast<int>(sizeof(szAlphabet)) - 1)];
+        referenceCompare compare;
+        addAliases(compare);
+        ++(compare.build(strPattern, false) ? nSound : nError);
+        ASSERT_EQ("", compare.difference());
+    }
+    EXPECT_GT(nSound, 1000);
+    EXPECT_GT(nError, 10000);
+}
+
+// Long runs end in every way: by the limit, by a character, by the end.
+TEST_F(RegexReference, RunsOfCharactersLeaveEveryNodeAlike) {
+    static const char* const arrPattern[] = {
+        "\\w+\\d",       "\\w*b",          "[^ab]*+a",      "[^a-b0-9]+[a0]", "\\D+0",       "(\\w)+\\d",      "([^ab])*[ab]",
+        "\\w{1,4}.",     "[a-c]{2,3}c",    ".*?b",          "\\S*?0",         "[^b-c]{2,}b", "(.*)(\\d+)(c*)", "[\\D5]*0",
+        "[(\\d)(\\w)]*", "([a-b]+)c([^b])", "[ab]*[(ab)(bc)]", "(a*)[b0](c?)", "a*(?:b?)c",   "[^\\D]*a",       "[^[a-b0]]+a",
+        "(a*?b?)c",     "([ab]*b?)c",     "((a*)+b){1,2}c", "(a*+b?)+c",      "([ab]{2,}a?)c", "(a+?){2}[^a]c",
+    };
+    chance r(20260404);
+    for (const char* lpszPattern : arrPattern) {
+        for (int i = 0; i < 400; ++i) {
+            referenceCompare compare;
+            ASSERT_TRUE(compare.build(lpszPattern, r.oneIn(3))) << lpszPattern;
+            tryTexts(compare, r);
+            ASSERT_EQ("", compare.difference());
+        }
+    }
+}
+
+// What the second matcher calls fatal ends the process, with one of the two texts.
+TEST_F(RegexReference, WhatMustAbortAborts) {
+    chance r(20260505);
+    int nFatal = 0;
+    for (int i = 0; i < 3000 && nFatal < 12; ++i) {
+        const std::string strPattern = "(a" + patternMaker(r, false).sequence(0) + ")" + patternMaker(r, true).sequence(1);
+        const std::string strText = "aabca0";
+        referenceCompare compare;
+        addAliases(compare);
+        if (!compare.build(strPattern, false) || compare.apply(strText, 0, true) != referenceMatcher::fatal)
+            continue;
+        ++nFatal;
+        const std::string strBuffer = strText + std::string(16, '\0');
+        EXPECT_EXIT(compare.express().ApplyREOnText(strBuffer.c_str(), strBuffer.c_str() + strText.size()),
+                    testing::KilledBySignal(SIGABRT),
+                    "\\[RegularExpress:[0-9]+\\] (FALSE|lpszSrcEnding == NULL \\|\\| lpszSrcText <= lpszSrcEnding) ")
+            << strPattern;
+    }
+    EXPECT_EQ(12, nFatal);
+}
+
+}  // namespace

@@ -1,0 +1,380 @@
+// Compiling regular expressions: characters, aliases, elements, the places of errors and how they are traced.
+#include <csignal>
+
+#include "qor/TraceHelper.h"
+#include "support/regex.h"
+#include "support/traceline.h"
+
+using namespace QOR_RegularExpressHelper;
+using namespace qorTest;
+
+namespace {
+
+// Errors are traced; those tests that do not look at the lines do without them.
+class RegexSyntax : public testing::Test {
+protected:
+    RegexSyntax() { QOR_TraceHelper::uCTraceHelpergetGlobalObject()->RedirectToNull(); }
+    ~RegexSyntax() { QOR_TraceHelper::uCTraceHelpergetGlobalObject()->RedirectToStdPipe(); }
+
+    // What building a pattern traces.
+    std::string traced(regexTree& express, const char* lpszPattern) {
+        QOR_TraceHelper::uCTraceHelpergetGlobalObject()->RedirectToStdPipe();
+        testing::internal::CaptureStdout();
+        express.BuildRegularExpress(lpszPattern, 0);
+        return traceTexts(testing::internal::GetCapturedStdout());
+    }
+    std::string traced(const char* lpszPattern) {
+        regexTree express;
+        return traced(express, lpszPattern);
+    }
+};
+
+// ---- the free functions
+
+TEST_F(RegexSyntax, FindLooksInASet) {
+    const char* lpszSet = "abc";
+    EXPECT_EQ(lpszSet + 1, reFind(lpszSet, 'b'));
+    EXPECT_EQ(NULL, reFind(lpszSet, 'd'));
+    EXPECT_EQ(NULL, reFind(lpszSet, 0));
+    EXPECT_EQ(NULL, reFind(lpszSet, 'b' + 256));
+    EXPECT_STREQ("\xE9", reFind("a\xE9", 0xE9));
+    EXPECT_STREQ("\xE9", reFind("a\xE9", static_cast<char>(0xE9)));
+    EXPECT_EXIT(reFind(NULL, 'a'), testing::KilledBySignal(SIGABRT), "\\[RegularExpress:[0-9]+\\] lpszSet != NULL ");
+}
+
+TEST_F(RegexSyntax, BeginWithComparesAPrefix) {
+    EXPECT_TRUE(reIsBeginWith("abc", "ab"));
+    EXPECT_TRUE(reIsBeginWith("abc", ""));
+    EXPECT_TRUE(reIsBeginWith("", ""));
+    EXPECT_FALSE(reIsBeginWith("ab", "abc"));
+    EXPECT_FALSE(reIsBeginWith("Abc", "ab"));
+}
+
+TEST_F(RegexSyntax, DigitsAreReadUpToTheirNumber) {
+    int nValue = 0;
+    const auto read = [&nValue](const char* lpsz, int nBase) {
+        const char* lpszBehind = reGetDigitValue(lpsz, nValue, nBase);
+        return lpszBehind != NULL ? static_cast<long>(lpszBehind - lpsz) : -1;
+    };
+    EXPECT_EQ(2, read("12x", 10));
+    EXPECT_EQ(12, nValue);
+    EXPECT_EQ(10, read("00000000123", 10));
+    EXPECT_EQ(12, nValue);
+    EXPECT_EQ(8, read("000000FfA", 16));
+    EXPECT_EQ(255, nValue);
+    EXPECT_EQ(8, read("FFFFFFFF", 16));
+    EXPECT_EQ(-1, nValue);
+    EXPECT_EQ(10, read("4294967297", 10));
+    EXPECT_EQ(1, nValue);
+    EXPECT_EQ(2, read("178", 8));
+    EXPECT_EQ(15, nValue);
+    EXPECT_EQ(-1, read("g", 16));
+    EXPECT_EQ(-1, nValue);
+    EXPECT_EQ(-1, read("-1", 10));
+    EXPECT_EQ(-1, read("", 10));
+}
+
+TEST_F(RegexSyntax, TheSixBackslashAliasesHaveTheirPatterns) {
+    const auto alias = [](const char* lpsz) {
+        int nLength = 0;
+        const char* lpszPattern = reGetAdvanceAlias(lpsz, &nLength);
+        return lpszPattern != NULL ? lpszPattern + std::string(":") + std::to_string(nLength) : "none";
+    };
+    EXPECT_EQ("[0-9]:2", alias("\\d+"));
+    EXPECT_EQ("[^0-9\\x0]:2", alias("\\D"));
+    EXPECT_EQ("[\t-\r ]:2", alias("\\s"));
+    EXPECT_EQ("[^\t-\r \\x0]:2", alias("\\S"));
+    EXPECT_EQ("[a-zA-Z0-9_]:2", alias("\\w"));
+    EXPECT_EQ("[^a-zA-Z0-9_\\x0]:2", alias("\\W"));
+    EXPECT_EQ("none", alias("\\x"));
+    EXPECT_EQ("none", alias("d"));
+    regexTree express;
+    int nLength = 0;
+    EXPECT_STREQ("[\\x0-\\xFFFFFFFF]", reGetAlias(&express, ".*", &nLength));
+    EXPECT_EQ(1, nLength);
+    EXPECT_STREQ("\r?\n", reGetAlias(&express, "$", &nLength));
+    EXPECT_EQ(1, nLength);
+    EXPECT_EQ(NULL, reGetAlias(&express, "/name", &nLength));
+}
+
+TEST_F(RegexSyntax, OneLiteralIsRead) {
+    regexTree express;
+    const auto value = [&express](const char* lpsz) {
+        int nValue = 0;
+        const char* lpszBehind = reGetAscii(&express, lpsz, nValue);
+        return lpszBehind != NULL ? nValue * 100 + static_cast<int>(lpszBehind - lpsz) : nValue;
+    };
+    EXPECT_EQ(9701, value("a"));
+    EXPECT_EQ(23301, value("\xE9"));
+    for (char ch : std::string("^()[]{}?+*-.$")) {
+        const std::string strEscaped = std::string("\\") + ch;
+        EXPECT_EQ(ch * 100 + 2, value(strEscaped.c_str()));
+        EXPECT_EQ(-1, value(strEscaped.c_str() + 1));
+    }
+    EXPECT_EQ(4702, value("\\/"));
+    EXPECT_EQ(9202, value("\\\\"));
+    EXPECT_EQ(802, value("\\b"));
+    EXPECT_EQ(1202, value("\\f"));
+    EXPECT_EQ(1002, value("\\n"));
+    EXPECT_EQ(1302, value("\\r"));
+    EXPECT_EQ(902, value("\\t"));
+    EXPECT_EQ(1102, value("\\v"));
+    EXPECT_EQ(6504, value("\\x41"));
+    EXPECT_EQ(6504, value("\\X41g"));
+    EXPECT_EQ(4 * 100 + 3, value("\\x4"));
+    EXPECT_EQ(6510, value("\\x000000411"));
+    EXPECT_EQ(-1, value("\\x"));
+    EXPECT_EQ(-1, value("\\a"));
+    EXPECT_EQ(-1, value("\\"));
+    EXPECT_EQ(-1, value("\\d"));
+    EXPECT_EQ(-1, value(""));
+}
+
+// ---- elements
+
+TEST_F(RegexSyntax, EveryNodeKeepsItsSource) {
+    regexTree express("^a\\x62{2}(?:c)[^d-f\\n]\\d+(g)\\1", 0);
+    EXPECT_STREQ("(^a\\x62{2}(?:c)[^d-f\\n]\\d+(g)\\1)", express.m_strREText);
+    EXPECT_EQ(1, express.m_bNegative);
+    const char* const arrSource[] = {"a\\x62", "(c)", "[^d-f\\n]", "\\d", "(g)", "\\1"};
+    ASSERT_EQ(6, express.GetChildRECount());
+    for (int i = 0; i < 6; ++i)
+        EXPECT_STREQ(arrSource[i], express.m_arrTargetREs[i]->m_strREText);
+    regexGroup* pSet = static_cast<regexGroup*>(express.m_arrTargetREs[2]);
+    EXPECT_EQ(1, pSet->m_bNegative);
+    EXPECT_STREQ("d-f", pSet->m_arrTargetREs[0]->m_strREText);
+    EXPECT_STREQ("\\n", pSet->m_arrTargetREs[1]->m_strREText);
+    regexGroup* pAlias = static_cast<regexGroup*>(express.m_arrTargetREs[3]);
+    EXPECT_EQ(1, pAlias->m_bNoCapture);
+    EXPECT_STREQ("[0-9]", pAlias->m_arrTargetREs[0]->m_strREText);
+}
+
+TEST_F(RegexSyntax, QuantifiersSetTimesAndMode) {
+    const auto times = [](const char* lpszPattern) {
+        regexTree express(lpszPattern, 0);
+        const regexNode* p = express.m_arrTargetREs[0];
+        return std::to_string(p->m_nMinTimes) + "," + std::to_string(p->m_nMaxTimes) + static_cast<char>(p->m_chRepeatMode);
+    };
+    EXPECT_EQ("1,1-", times("a"));
+    EXPECT_EQ("0,-1 ", times("a*"));
+    EXPECT_EQ("1,-1 ", times("(a)+"));
+    EXPECT_EQ("0,1 ", times("[a]?"));
+    EXPECT_EQ("3,3-", times("\\d{3}"));
+    EXPECT_EQ("2,-1 ", times("a{2,}"));
+    EXPECT_EQ("2,5 ", times("a{2,5}"));
+    EXPECT_EQ("5,5-", times("a{5,5}"));
+    EXPECT_EQ("0,-1+", times("a*+"));
+    EXPECT_EQ("0,-1?", times("a*?"));
+    EXPECT_EQ("0,1?", times("a??"));
+    EXPECT_EQ("3,3+", times("a{3}+"));
+    EXPECT_EQ("0,0-", times("a{0}"));
+}
+
+TEST_F(RegexSyntax, FlagsGoToEveryNode) {
+    regexTree express("(a[b])", 5);
+    EXPECT_EQ(5u, express.m_nFlags);
+    EXPECT_EQ(5u, express.GetCaptureRE(1)->m_nFlags);
+    EXPECT_EQ(5u, static_cast<regexGroup*>(express.GetCaptureRE(1))->m_arrTargetREs[1]->m_nFlags);
+}
+
+TEST_F(RegexSyntax, ARangeTakesItsEndsInEitherOrder) {
+    EXPECT_EQ(3, matchLength("[z-a]*", "azm1"));
+    EXPECT_EQ(3, matchLength("[a-z]*", "azm1"));
+    EXPECT_EQ(4, matchLength("[ab-d0-9]*", "ad09e"));
+    EXPECT_EQ(2, matchLength("[\\[-\\]]*", "[]a"));
+}
+
+TEST_F(RegexSyntax, AMinusStandsForItselfBehindABackslash) {
+    EXPECT_EQ(3, matchLength("a\\-b", "a-b"));
+    EXPECT_EQ(0, errorAt("a-b"));
+    EXPECT_EQ(1, errorAt("ba-b"));
+    EXPECT_EQ(1, errorAt("[a-]"));
+    EXPECT_EQ(1, errorAt("[-a]"));
+    EXPECT_EQ(4, errorAt("[a-c-e]"));
+}
+
+TEST_F(RegexSyntax, QuantifiersAreReadBehindRunsButNotBehindRanges) {
+    EXPECT_EQ(-1, errorAt("[ab+]"));
+    EXPECT_EQ(4, errorAt("[a-b+]"));
+    EXPECT_EQ(-1, errorAt("[\\d+]"));
+}
+
+TEST_F(RegexSyntax, ErrorsHaveTheirPlaces) {
+    EXPECT_EQ(2, errorAt("a{}"));
+    EXPECT_EQ(2, errorAt("a{,3}"));
+    EXPECT_EQ(2, errorAt("a{-1}"));
+    EXPECT_EQ(2, errorAt("a{2147483648}"));
+    EXPECT_EQ(-1, errorAt("a{2147483647}"));
+    EXPECT_EQ(12, errorAt("a{00000000001}"));
+    EXPECT_EQ(3, errorAt("a{2x}"));
+    EXPECT_EQ(3, errorAt("a{2"));
+    EXPECT_EQ(5, errorAt("a{2,4"));
+    EXPECT_EQ(4, errorAt("a{2,x}"));
+    EXPECT_EQ(4, errorAt("a{3,2}"));
+    EXPECT_EQ(4, errorAt("a{2,4294967295}"));
+    EXPECT_EQ(0, errorAt("*"));
+    EXPECT_EQ(2, errorAt("a**"));
+    EXPECT_EQ(2, errorAt("(a"));
+    EXPECT_EQ(1, errorAt("a)"));
+    EXPECT_EQ(2, errorAt("[a"));
+    EXPECT_EQ(1, errorAt("a]"));
+    EXPECT_EQ(1, errorAt("(?a)"));
+    EXPECT_EQ(1, errorAt("a^"));
+    EXPECT_EQ(1, errorAt("a\\q"));
+    EXPECT_EQ(1, errorAt("a\\"));
+    EXPECT_EQ(0, errorAt("\\x"));
+    EXPECT_EQ(0, errorAt("{2}"));
+    EXPECT_EQ(2, errorAt("[]]"));
+    EXPECT_EQ(-1, errorAt("a,b/c|d"));
+}
+
+TEST_F(RegexSyntax, ABackReferenceNeedsAGroupInFrontOfIt) {
+    EXPECT_EQ(0, errorAt("\\1(a)"));
+    EXPECT_EQ(3, errorAt("(a)\\2"));
+    EXPECT_EQ(3, errorAt("(a)\\0"));
+    EXPECT_EQ(5, errorAt("(?:a)\\1"));
+    EXPECT_EQ(3, errorAt("(a)\\10"));
+    EXPECT_EQ(-1, errorAt("(a)\\1"));
+    EXPECT_EQ(-1, errorAt("(a)[\\1b]"));
+    EXPECT_EQ(-1, errorAt("(a\\1)")) << "a group is known from its opening on";
+}
+
+TEST_F(RegexSyntax, GroupsOfAliasesDoNotCapture) {
+    regexTree express;
+    EXPECT_EQ(1, express.AddCustomAlias("/pair", "(a(b))"));
+    EXPECT_EQ(-1, errorAt(express, "/pair(c)"));
+    EXPECT_EQ(1, express.m_arrCaptureREs.GetSize());
+    EXPECT_EQ(3, lengthAt(express, "abc"));
+    EXPECT_EQ("c", resultOf(express.GetCaptureRE(1)));
+}
+
+// ---- building
+
+TEST_F(RegexSyntax, BuildingAgainReplacesTheTree) {
+    regexTree express("(a)(b)", flagIgnoreCase);
+    EXPECT_EQ(-1, errorAt(express, "^(c)"));
+    EXPECT_EQ(1, express.m_arrCaptureREs.GetSize());
+    EXPECT_EQ(0u, express.m_nFlags);
+    EXPECT_EQ(1, lengthAt(express, "ab"));
+    EXPECT_EQ(-1, errorAt(express, "d"));
+    EXPECT_EQ(0, express.m_bNegative);
+    EXPECT_EQ(-1, lengthAt(express, "c"));
+    EXPECT_EQ(1, lengthAt(express, "d"));
+}
+
+TEST_F(RegexSyntax, BehindAnErrorTheExpressionIsEmpty) {
+    regexTree express("(a)", 0);
+    EXPECT_EQ(5, errorAt(express, "(b)(c"));
+    EXPECT_EQ(0, express.GetChildRECount());
+    EXPECT_EQ(0, express.m_arrCaptureREs.GetSize());
+    EXPECT_EQ(0, lengthAt(express, "a"));
+}
+
+TEST_F(RegexSyntax, APatternThatMustCompileIsAssertedToDoSo) {
+    EXPECT_EXIT(regexTree("(a", 0), testing::KilledBySignal(SIGABRT), "\\[RegularExpress:[0-9]+\\] lpszREText == NULL ");
+    regexTree express;
+    EXPECT_EXIT(express.BuildRegularExpress(NULL, 0), testing::KilledBySignal(SIGABRT),
+                "\\[RegularExpress:[0-9]+\\] lpszREText != NULL ");
+    EXPECT_EQ(0, express.GetChildRECount());
+}
+
+TEST_F(RegexSyntax, AnErrorIsTracedWithACaretUnderItsPlace) {
+    EXPECT_EQ(
+        "Express \"ab(c*d*+*)ef\"\n"
+        "Error   \"        ^---\"\n",
+        traced("ab(c*d*+*)ef"));
+    EXPECT_EQ(
+        "Express \"*\"\n"
+        "Error   \"^\"\n",
+        traced("*"));
+    EXPECT_EQ(
+        "Express \"(a\"\n"
+        "Error   \"  ^\"\n",
+        traced("(a"));
+    EXPECT_EQ("", traced("a"));
+}
+
+// ---- custom aliases
+
+TEST_F(RegexSyntax, ACustomAliasStandsForItsPattern) {
+    regexTree express;
+    EXPECT_EQ(1, express.AddCustomAlias("/num", "[0-9]+"));
+    EXPECT_EQ(1, express.AddCustomAlias("/sum", "/num(\\+/num)*"));
+    EXPECT_EQ(-1, errorAt(express, "x/sum;"));
+    EXPECT_EQ(8, lengthAt(express, "x1+23+4;"));
+    EXPECT_STREQ("/sum", express.m_arrTargetREs[1]->m_strREText);
+    EXPECT_EQ(-1, errorAt(express, "/num{2}"));
+    EXPECT_EQ(0, express.m_arrCaptureREs.GetSize());
+    EXPECT_EQ(-1, errorAt(express, "\\/num"));
+    EXPECT_EQ(4, lengthAt(express, "/num"));
+    EXPECT_EQ(-1, errorAt(express, "[a/num]"));
+    EXPECT_EQ(2, lengthAt(express, "12"));
+}
+
+TEST_F(RegexSyntax, TheExamplesOfTheHeadersHold) {
+    int nValue = 0;
+    EXPECT_STREQ("]", reGetDigitValue("1F]", nValue, 16));
+    EXPECT_EQ(31, nValue);
+    reRegularExpress<char> express(NULL, 0);
+    express.AddCustomAlias("/num", "[0-9]+");
+    const char* lpszPattern = "x/num";
+    EXPECT_EQ(NULL, express.BuildRegularExpress(lpszPattern, flagIgnoreCase));
+    const char* lpszText = "a X12b";
+    const char* lpszBegin = express.SearchREOnText(lpszText, NULL);
+    EXPECT_EQ(lpszText + 2, lpszBegin);
+    EXPECT_EQ(lpszText + 5, express.m_lpszResultEnd);
+}
+
+TEST_F(RegexSyntax, OfSeveralNamesTheLastAddedWins) {
+    regexTree express;
+    express.AddCustomAlias("/ab", "1");
+    express.AddCustomAlias("/a", "2");
+    int nLength = 0;
+    EXPECT_STREQ("2", express.GetCustomAlias("/abc", &nLength));
+    EXPECT_EQ(2, nLength);
+    express.AddCustomAlias("/ab", "3");
+    EXPECT_STREQ("3", express.GetCustomAlias("/abc", &nLength));
+    EXPECT_EQ(3, nLength);
+    EXPECT_EQ(2, express.m_mapCustomAlias.size());
+    EXPECT_EQ(NULL, express.GetCustomAlias("/b", &nLength));
+    EXPECT_EQ(NULL, express.GetCustomAlias("", &nLength));
+}
+
+TEST_F(RegexSyntax, NamesBeginWithASlash) {
+    regexTree express;
+    EXPECT_EQ(0, express.AddCustomAlias("num", "a"));
+    EXPECT_EQ(0, express.AddCustomAlias("/", "a"));
+    EXPECT_EQ(0, express.AddCustomAlias("", "a"));
+    EXPECT_EQ(0, express.AddCustomAlias(NULL, "a"));
+    EXPECT_EQ(0, express.AddCustomAlias("/a", NULL));
+    EXPECT_EQ(0, express.AddCustomAlias("/a", std::string(maxPatternLength + 1, 'a').c_str()));
+    EXPECT_EQ(1, express.AddCustomAlias("/a", std::string(maxPatternLength, 'a').c_str()));
+    EXPECT_EQ(1, express.AddCustomAlias("/e", ""));
+    EXPECT_EQ(-1, errorAt(express, "/e/a"));
+}
+
+TEST_F(RegexSyntax, AnErrorInAnAliasIsTracedThereAndStandsAtTheAlias) {
+    regexTree express;
+    express.AddCustomAlias("/bad", "a[b");
+    EXPECT_EQ(2, errorAt(express, "xy/bad*"));
+    EXPECT_EQ(
+        "Express \"a[b\"\n"
+        "Error   \"   ^\"\n"
+        "Express \"xy/bad*\"\n"
+        "Error   \"  ^----\"\n",
+        traced(express, "xy/bad*"));
+}
+
+TEST_F(RegexSyntax, AliasesSurviveRebuildingAndTheirTextsAreCopied) {
+    regexTree express;
+    {
+        std::string strName = "/v", strPattern = "(x)";
+        express.AddCustomAlias(strName.c_str(), strPattern.c_str());
+        strName[1] = strPattern[1] = '*';
+    }
+    EXPECT_EQ(-1, errorAt(express, "/v"));
+    EXPECT_EQ(-1, errorAt(express, "(/v)"));
+    EXPECT_EQ(1, lengthAt(express, "x"));
+}
+
+}  // namespace
