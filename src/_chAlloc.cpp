@@ -160,7 +160,9 @@ void* baseStaticNodeAlloc::borrow_node() {
         return NULL;
     }
     set_FirstFreeNode(pTmpChain->get_pNext());
-    storeShareWord(m_nBorrowedCount, loadShareWord(m_nBorrowedCount) + 1);
+    // A damaged counter holds anything, the largest number as well.
+    const uint32_t uCount = static_cast<uint32_t>(loadShareWord(m_nBorrowedCount));
+    storeShareWord(m_nBorrowedCount, static_cast<int32_t>(uCount + 1));
     return pTmpChain;
 }
 

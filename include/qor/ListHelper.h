@@ -307,7 +307,7 @@ protected:
         pLink->set_pPrev(pLeft);
         QOR_ChainHelper::link_list_node<chain_type>(pLeft, pLink);
         QOR_ChainHelper::link_list_node<chain_type>(pLink, it.m_pThisNode);
-        QOR_ChainHelper::storeShareWord(m_nCount, size() + 1);
+        QOR_ChainHelper::storeShareWord(m_nCount, static_cast<int32_t>(static_cast<uint32_t>(size()) + 1));
         return iterator(pNode);
     }
 
