@@ -4,7 +4,7 @@
  *
  * This header is valid C99 and C++ and needs no other header of the library. The functions are thin: each checks
  * its arguments, where a violated precondition prints a red "error:" line and aborts the process, and calls the
- * classes of MsgQueueHelper.h.
+ * classes of MsgQueueHelper.h and RegistryHelper.h.
  *
  * @code
  * static int onMessage(simpMSG* pMsg) { return pMsg->uMsg == 0x100 ? (int)pMsg->wParam + 1 : -1; }
@@ -40,6 +40,11 @@ typedef unsigned int UINT;
 
 /** A registered thread of any process: the offset of its queue in the share segment, 0 for none. */
 typedef struct _HTHREAD_* HTHREAD;
+/** A section of the registry: its offset in the registry's segment, the same in every process, 0 for none. A section
+ *  stays until the device restarts. The same for a document, where a function says so. */
+typedef struct _HREGISTRY_* HREGISTRY;
+/** A document of the registry: its offset in the registry's segment, 0 for none. */
+typedef struct _HINIFILE_* HINIFILE;
 
 /* The message types stand here and, word for word, in MsgQueueHelper/Message.h, which is below this header. */
 #ifndef QOR_MESSAGE_TYPES
@@ -170,6 +175,107 @@ QOR_API BOOL nameHelperUnlock(void);
 /** The block of that name, made with nSize bytes when there is none; *pbCreated (may be null) tells which.
  *  The caller holds the lock, and initialises a new block. The size of an existing block is not checked. */
 QOR_API void* nameGetSystemObject(const char* lpszName, int nSize, int* pbCreated);
+
+/* ---- registry: INI files that all processes share; a file is loaded when it is first opened on the device ---- */
+
+/* A handle is looked up before it is used: one that is not that of a section counts as 0. Names of sections and keys are
+ * compared without regard to case and, like values, lose white space at both ends; null texts count as empty. A key that
+ * is read but missing is a warning ("Read: %s"), one that is made as well ("Write: %s"). */
+
+/** The section of a file; both are made when they are missing. A file name that is not absolute is a warning
+ *  ("[%s] NOT absolute path"). Fatal: a null or empty file name, no room left in the registry. */
+QOR_API HREGISTRY registryOpen(const char* lpszFileName, const char* lpszSectionName);
+/** Copies a value, or the default, whole into the buffer, which has room for any; returns 1. Fatal: a null buffer. */
+QOR_API BOOL registryGetString(HREGISTRY hRegistry, const char* lpszKey, char* lpszBuffer, const char* lpszDefault);
+/** Copies as much of a value, or of the default, as nSize bytes hold with a NUL, and returns the whole length. A null
+ *  buffer or a size of 0 only asks for the length. */
+QOR_API int registryGetStringN(HREGISTRY hRegistry, const char* lpszKey, char* lpszBuffer, int nSize,
+                               const char* lpszDefault);
+/** The decimal number that a value begins with, 0 when it begins with none; the default when there is no such key. */
+QOR_API int registryGetInt(HREGISTRY hRegistry, const char* lpszKey, int nDefault);
+/** The number that a value begins with; the default when it begins with none or there is no such key. */
+QOR_API double registryGetFloat(HREGISTRY hRegistry, const char* lpszKey, double fDefault);
+/** Sets a value, in memory only: 1 when that changed it, 0 when it was so already and for no section. The first value of
+ *  a key is always a change. Fatal: no room left in the registry. */
+QOR_API BOOL registrySetString(HREGISTRY hRegistry, const char* lpszKey, const char* lpszValue);
+/** registrySetString() of the number as "%d" prints it. */
+QOR_API BOOL registrySetInt(HREGISTRY hRegistry, const char* lpszKey, int nValue);
+/** registrySetString() of the number as "%lf" prints it, with six decimals. */
+QOR_API BOOL registrySetFloat(HREGISTRY hRegistry, const char* lpszKey, double fValue);
+/** Tells the monitors of all changed sections of the section's document, each once, then writes the changes to the file,
+ *  or asks the saver to. Returns 1; 0 for no section. Nothing is done when nothing has changed. What could not be written
+ *  is written by the next flush. */
+QOR_API BOOL registryFlush(HREGISTRY hRegistry);
+
+/** Writes the changes of the section's document to its file at once, whoever is the saver. 1 when the file is up to date;
+ *  0 when it could not be written, and for no section. */
+QOR_API BOOL regSaveRegistryDocument(HREGISTRY hRegistry);
+/** Makes the calling thread the saver, in the place of any other: from now on a flush posts it message 0x9001 with a
+ *  document's handle in wParam, for which it calls registrySaveDocument(). One that does not is asked 16 times at most;
+ *  then flushing threads save themselves. Saves what its predecessor was asked and has not done. Returns 1.
+ *  Fatal: the thread is not registered. */
+QOR_API BOOL registryRegistSaver(void);
+/** Takes that back, and saves what was asked meanwhile; 0 when the calling thread is not the saver. A saver that dies
+ *  is forgotten: flushing threads then save themselves. */
+QOR_API BOOL registryUnregistSaver(void);
+/** What the saver does: regSaveRegistryDocument() of a document's handle; 0 for any other. */
+QOR_API BOOL registrySaveDocument(HREGISTRY hDocument);
+
+/** Has the calling thread told of changes of a section: each flush of a change posts it message 0x9001 with the section's
+ *  handle in lParam. Called twice, it is told twice. 0 for no section. */
+QOR_API BOOL regMonitorSection(HREGISTRY hRegistry);
+/** Ends that, however often it was called. 0 for no section. */
+QOR_API BOOL regUnmonitorSection(HREGISTRY hRegistry);
+/** The handle of an object of the registry; 0 for null and anything else. */
+QOR_API HREGISTRY regSection2HANDLE(void* pSection);
+/** The section of a handle, in this process's mapping; null for any other. */
+QOR_API void* regHANDLE2Section(HREGISTRY hRegistry);
+
+/** registryGetString() of registryOpen(). */
+QOR_API BOOL qorGetRegistryString(const char* lpszFileName, const char* lpszSectionName, const char* lpszKey,
+                                  char* lpszBuffer, const char* lpszDefault);
+/** registryGetInt() of registryOpen(). */
+QOR_API int qorGetRegistryInt(const char* lpszFileName, const char* lpszSectionName, const char* lpszKey, int nDefault);
+/** registryGetFloat() of registryOpen(). */
+QOR_API double qorGetRegistryFloat(const char* lpszFileName, const char* lpszSectionName, const char* lpszKey,
+                                   double fDefault);
+/** registrySetString() of registryOpen(), and a flush; whether the value changed. */
+QOR_API BOOL qorSetRegistryString(const char* lpszFileName, const char* lpszSectionName, const char* lpszKey,
+                                  const char* lpszValue);
+/** registrySetInt() of registryOpen(), and a flush; whether the value changed. */
+QOR_API BOOL qorSetRegistryInt(const char* lpszFileName, const char* lpszSectionName, const char* lpszKey, int nValue);
+/** registrySetFloat() of registryOpen(), and a flush; whether the value changed. */
+QOR_API BOOL qorSetRegistryFloat(const char* lpszFileName, const char* lpszSectionName, const char* lpszKey,
+                                 double fValue);
+
+/* ---- profiles: the registry for callers that know the former places of the configuration ---- */
+
+/* A file name is made absolute; "/vantrel/config/voip/" in it becomes "/rundata/config/user/voip/". Every call but
+ * profileClose() is reported as a warning that names the function and its arguments. */
+
+/** The document of an existing file; 0 when there is none, and always for "/tmp/vantrel_dhcp_options".
+ *  "/vantrel/config/Setting/AdvSetting.cfg" becomes "/rundata/config/system.ini". Fatal: a null name, a relative one that
+ *  makes more than 256 characters with the working directory; so it is for the two below. */
+QOR_API HINIFILE profileOpen(const char* lpszFileName);
+/** Does nothing: documents stay in the registry. */
+QOR_API void profileClose(HINIFILE hIniFile);
+/** registryGetString() of a section of the document, which is made when it is missing; 0, and nothing copied, for no
+ *  document. */
+QOR_API BOOL profileGetString(HINIFILE hIniFile, const char* lpszSection, const char* lpszKey, char* lpszBuffer,
+                              const char* lpszDefault);
+/** registryGetStringN() of a section of the document, which is made when it is missing; the default for no document. */
+QOR_API int profileGetStringN(HINIFILE hIniFile, const char* lpszSection, const char* lpszKey, char* lpszBuffer, int nSize,
+                              const char* lpszDefault);
+/** registryGetInt() of a section of the document, which is made when it is missing; 0 for no document. The key
+ *  "UseOutBoundInDialog" becomes "bUseOutBoundInDialog" of section "sipServerOptions". */
+QOR_API int profileGetInt(HINIFILE hIniFile, const char* lpszSection, const char* lpszKey, int nDefault);
+/** qorGetRegistryString() of an existing file; 0, and nothing copied, when there is none. Fatal: a null file name. */
+QOR_API BOOL qorGetProfileString(const char* lpszFileName, const char* lpszSection, const char* lpszKey, char* lpszBuffer,
+                                 const char* lpszDefault);
+/** qorGetRegistryInt() of an existing file; the default when there is none. Section "NGN" stands for "bUse23AsPound" of
+ *  "sipServerOptions" in "/rundata/config/system.ini", section "Call Type" for "eCallMode" of "CallOption" in
+ *  "/rundata/config/user/user.ini", whatever file and key are named. Fatal: a null file name, but for these. */
+QOR_API int qorGetProfileInt(const char* lpszFileName, const char* lpszSection, const char* lpszKey, int nDefault);
 
 /* ---- trace ---- */
 

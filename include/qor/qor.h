@@ -12,7 +12,9 @@
 #include "qor/MiscHelper.h"
 #include "qor/MsgQueueHelper.h"
 #include "qor/RegularExpressHelper.h"
+#include "qor/RegistryHelper.h"
 #include "qor/StringHelper.h"
+#include "qor/SubClass.h"
 #include "qor/TraceHelper.h"
 #include "qor/flat.h"
 

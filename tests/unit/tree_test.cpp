@@ -43,8 +43,9 @@ int layerOf(const std::string& strFile) {
         {"TraceHelper|QORTrace|internal/trace", 7},
         {"FileHelper|QORFile|xFile|internal/(safe_save|file_lock)\\.", 8},
         {"RegularExpress|internal/regular_express", 8},
+        {"RegistryHelper|QORRegistry|internal/registry\\.h", 10},
         {"MsgQueueHelper|QORMsgSystem|xMsgSystem|internal/", 9},
-        {"flat\\.h|sub-interface|qor/qor\\.h", 11},
+        {"flat\\.h|SubClass|sub-interface|sub-class|qor/qor\\.h", 11},
     };
     for (const auto& row : listRow)
         if (std::regex_search(strFile, std::regex(row.first)))

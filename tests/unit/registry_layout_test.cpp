@@ -1,0 +1,198 @@
+// The registry's segment word by word, in a private one: what every process of every ABI finds at which offset.
+#include <string.h>
+
+#define QOR_MODULE "test"
+#include "internal/registry.h"
+#include "qor/MiscHelper.h"
+#include "support/registry.h"
+
+using namespace QOR_RegistryHelper;
+using QOR_BaseHelper::chMapFile_Local;
+using QOR_BaseHelper::chMutex_Local;
+
+namespace {
+
+typedef QOR_BaseHelper::ipcObjectFrame<regDocumentManager, chMapFile_Local, chMutex_Local> privateFrame;
+
+class RegistryLayout : public testing::Test {
+protected:
+    RegistryLayout() {
+        m_frame.OpenShareObject("private", regDocumentManager::segmentSize);
+        m_pRoot = m_frame.getObject();
+        unlink("/tmp/layout.ini");
+    }
+
+    int32_t wordAt(int nOffset) const {
+        int32_t nWord;
+        memcpy(&nWord, reinterpret_cast<const char*>(m_pRoot) + nOffset, sizeof(nWord));
+        return nWord;
+    }
+    int offsetOf(const void* p) const {
+        return static_cast<int>(static_cast<const char*>(p) - reinterpret_cast<const char*>(m_pRoot));
+    }
+    // The text that a string at an offset names by its link.
+    std::string textAt(int nOffset) const {
+        const int nLink = nOffset + 4;
+        if (wordAt(nLink) == -1)
+            return "";
+        const int nText = nLink - 4 + wordAt(nLink);
+        const char* lpsz = reinterpret_cast<const char*>(m_pRoot) + nText + 4;
+        EXPECT_EQ(static_cast<int>(strlen(lpsz)), wordAt(nText));
+        return lpsz;
+    }
+
+    privateFrame m_frame;
+    regDocumentManager* m_pRoot;
+};
+
+TEST_F(RegistryLayout, TheRootIsHeaderPoolListSaverAndPoolArea) {
+    EXPECT_EQ(0x100000, wordAt(0));
+    EXPECT_EQ(1001, wordAt(4));
+    EXPECT_EQ(0xFFFD4, wordAt(8));         // the pool's size
+    EXPECT_EQ(0x2C - 8, wordAt(12));       // and its distance from the pool's record
+    EXPECT_EQ(8 - 24, wordAt(24));         // the list's handle to the pool
+    EXPECT_EQ(0, wordAt(28));              // no documents
+    EXPECT_EQ(0, wordAt(32));              // the empty chain points to itself
+    EXPECT_EQ(0, wordAt(36));
+    EXPECT_EQ(0, wordAt(40));              // no saver
+    EXPECT_EQ(0xFFFD4, wordAt(0x2C) & 0x7FFFFFFF);  // one free cell
+    EXPECT_LT(wordAt(0x2C), 0);
+    EXPECT_EQ(0xFFFD4 + 0x2C, 0x100000);
+}
+
+TEST_F(RegistryLayout, ADocumentASectionAndAKeyHaveTheirFieldsInOrder) {
+    qorTest::putFile("/tmp/layout.ini", "[Net]\nport=5060\n");
+    const regDocument* pDocument = m_pRoot->GetDocumentObject("/tmp/layout.ini");
+    const int nDocument = offsetOf(pDocument);
+    EXPECT_EQ(0x2C + 4 + 8, nDocument);  // cell header, chain node
+    EXPECT_EQ(1, wordAt(28));
+    EXPECT_EQ(nDocument - 8 - 32, wordAt(32));
+    EXPECT_EQ(8 - nDocument, wordAt(nDocument));  // the sections' handle to the pool
+    EXPECT_EQ(1, wordAt(nDocument + 4));          // their number
+    EXPECT_EQ("/tmp/layout.ini", textAt(nDocument + 16));
+    for (int nWord = 24; nWord < 40; nWord += 4)
+        EXPECT_EQ(0, wordAt(nDocument + nWord)) << nWord;
+
+    const regSection* pSection = pDocument->FindSectionObject("net");
+    const int nSection = offsetOf(pSection);
+    EXPECT_EQ(nSection - 8, nDocument + 8 + wordAt(nDocument + 8));  // the only element of the chain
+    EXPECT_EQ(1, wordAt(nSection + 4));
+    EXPECT_EQ("Net", textAt(nSection + 16));
+    EXPECT_EQ(0, wordAt(nSection + 28));                               // no monitors
+    EXPECT_EQ(0, wordAt(nSection + 40));
+    EXPECT_EQ(0, wordAt(nSection + 44));
+    EXPECT_EQ(nDocument, nSection + 48 + wordAt(nSection + 48));       // the document
+    EXPECT_EQ(static_cast<int32_t>(regNameHash("NET")), wordAt(nSection + 52));
+
+    const int nKey = offsetOf(pSection->FindKeyObject("PORT"));
+    EXPECT_EQ(nKey - 8, nSection + 8 + wordAt(nSection + 8));
+    EXPECT_EQ("port", textAt(nKey));
+    EXPECT_EQ("5060", textAt(nKey + 8));
+    EXPECT_EQ(0, wordAt(nKey + 16));  // no changes
+    EXPECT_EQ(0, wordAt(nKey + 20));  // and its first value is set
+    EXPECT_EQ(static_cast<int32_t>(regNameHash("Port")), wordAt(nKey + 24));
+}
+
+TEST_F(RegistryLayout, AMonitorIsTaskProcessorAndMethod) {
+    regSection* pSection = m_pRoot->GetDocumentObject("/tmp/layout.ini")->GetSectionObject("s");
+    const int idTask = QOR_MiscHelper::qorGetCurrentTaskId();
+    const int nEntry = offsetOf(pSection->AddMonitorTask(idTask, NULL, NULL));
+    EXPECT_EQ(1, wordAt(offsetOf(pSection) + 28));
+    EXPECT_EQ(idTask, wordAt(nEntry));
+    for (int nWord = 4; nWord < 16; nWord += 4)
+        EXPECT_EQ(0, wordAt(nEntry + nWord));
+}
+
+TEST_F(RegistryLayout, TheHashOfANameIsTheSameEverywhere) {
+    EXPECT_EQ(2166136261u, regNameHash(""));
+    EXPECT_EQ(0xE40C292Cu, regNameHash("a"));
+    EXPECT_EQ(0xE40C292Cu, regNameHash("A"));
+    EXPECT_EQ(0xBF9CF968u, regNameHash("FooBar"));
+    EXPECT_NE(regNameHash("ab"), regNameHash("ba"));
+}
+
+TEST_F(RegistryLayout, AnOffsetPointerHoldsTheDistanceFromItself) {
+    struct {
+        offset_pointer<int> p;
+        int n;
+    } pair;
+    int32_t nWord;
+    memcpy(&nWord, &pair.p, sizeof(nWord));
+    EXPECT_EQ(-1, nWord);
+    EXPECT_EQ(nullptr, pair.p.get_pData());
+    pair.p.set_pData(&pair.n);
+    memcpy(&nWord, &pair.p, sizeof(nWord));
+    EXPECT_EQ(4, nWord);
+    EXPECT_EQ(&pair.n, pair.p.get_pData());
+    pair.p.set_pData(NULL);
+    EXPECT_EQ(nullptr, pair.p.get_pData());
+}
+
+TEST_F(RegistryLayout, WhatWasLinkedKeepsItsMeaningAtAnotherAddress) {
+    qorTest::putFile("/tmp/layout.ini", "[a]\nk=1\nl=2\n[b]\nk=3\n");
+    m_pRoot->GetDocumentObject("/tmp/layout.ini")->GetSectionObject("b")->GetKeyObject("new")->SetValue("4");
+    std::vector<uint32_t> arrCopy(regDocumentManager::segmentSize / 4);
+    memcpy(arrCopy.data(), static_cast<const void*>(m_pRoot), regDocumentManager::segmentSize);
+    regDocumentManager* pCopy = reinterpret_cast<regDocumentManager*>(arrCopy.data());
+    const regDocument* pDocument = pCopy->FindDocumentObject("/tmp/layout.ini");
+    ASSERT_NE(nullptr, pDocument);
+    EXPECT_STREQ("2", pDocument->FindSectionObject("a")->FindKeyObject("l")->GetValue());
+    EXPECT_STREQ("4", pDocument->FindSectionObject("b")->FindKeyObject("new")->GetValue());
+    EXPECT_EQ(pDocument, pDocument->FindSectionObject("b")->GetHostDocument());
+}
+
+// ---- what is left behind by the dead
+
+TEST_F(RegistryLayout, ADocumentWithoutAFileNameIsFreedBeforeTheNextIsMade) {
+    const auto isOneFreeCell = [this]() {
+        m_pRoot->m_objPool.find_big_enough_cell(regDocumentManager::poolSize + 1);
+        return m_pRoot->m_objPool.begin_cell()->get_pRight() == m_pRoot->m_objPool.end_cell();
+    };
+    regDocument* pLost = m_pRoot->m_lstDocument.AppendObject(
+        [this](regDocument& document) { return document.InitDocument(&m_pRoot->m_objPool), true; });
+    for (const char* lpszSection : {"a", "b", "c"})
+        for (int i = 0; i < 500; ++i)
+            pLost->GetSectionObject(lpszSection)->AppendKey(std::to_string(i).c_str(), "value of a key");
+    EXPECT_FALSE(isOneFreeCell());
+    m_pRoot->ClearLostDocument();
+    EXPECT_TRUE(isOneFreeCell());
+    EXPECT_TRUE(m_pRoot->m_lstDocument.empty());
+    m_pRoot->ClearLostDocument();
+    m_pRoot->GetDocumentObject("/tmp/layout.ini");
+    m_pRoot->ClearLostDocument();
+    EXPECT_NE(nullptr, m_pRoot->FindDocumentObject("/tmp/layout.ini"));
+}
+
+TEST_F(RegistryLayout, ALostDocumentIsFoundBehindAStaleLinkBackwards) {
+    m_pRoot->GetDocumentObject("/tmp/layout.ini");
+    const int32_t nPrev = wordAt(36);
+    m_pRoot->m_lstDocument.AppendObject([this](regDocument& document) { return document.InitDocument(&m_pRoot->m_objPool), true; });
+    memcpy(reinterpret_cast<char*>(m_pRoot) + 36, &nPrev, sizeof(nPrev));  // as if killed before this was stored
+    m_pRoot->ClearLostDocument();
+    EXPECT_NE(nullptr, m_pRoot->FindDocumentObject("/tmp/layout.ini"));
+    EXPECT_EQ(1, m_pRoot->m_lstDocument.size());
+}
+
+TEST_F(RegistryLayout, ABrokenChainIsAFatalAssertionAndNoWildAccess) {
+    regDocument* pDocument = m_pRoot->GetDocumentObject("/tmp/layout.ini");
+    regSection* pSection = pDocument->GetSectionObject("s");
+    pSection->GetKeyObject("k");
+    const auto dies = [&](int nOffset, int32_t nWord, const std::function<void()>& fnUse) {
+        const int32_t nOld = wordAt(nOffset);
+        memcpy(reinterpret_cast<char*>(m_pRoot) + nOffset, &nWord, sizeof(nWord));
+        EXPECT_EXIT(fnUse(), testing::KilledBySignal(SIGABRT), "\\[QORRegistry:[0-9]+\\] broken share chain") << nWord;
+        memcpy(reinterpret_cast<char*>(m_pRoot) + nOffset, &nOld, sizeof(nOld));
+    };
+    QOR_ChainHelper::registShareRange(m_pRoot, regDocumentManager::segmentSize);
+    for (const int32_t nWord : {1, 2, 0x7FFFFFF0, -0x7FFFFFF0, 0x100000, -0x100000}) {
+        dies(32, nWord, [&] { m_pRoot->FindDocumentObject("/tmp/other.ini"); });
+        dies(offsetOf(pDocument) + 8, nWord, [&] { pDocument->FindSectionObject("other"); });
+        dies(offsetOf(pSection) + 8, nWord, [&] { pSection->FindKeyObject("other"); });
+        dies(offsetOf(pSection) + 48, nWord, [&] { pSection->SetKeyValue("k", "v", NULL); });
+    }
+    const int nNode = offsetOf(pSection->FindKeyObject("k")) - 8;
+    dies(nNode, 0, [&] { pSection->FindKeyObject("other"); });  // a circle without its head
+    QOR_ChainHelper::unregistShareRange(m_pRoot);
+}
+
+}  // namespace
