@@ -106,7 +106,8 @@ TEST(Copy2D, ASourceLargerThanTheDestinationFillsIt) {
 
 TEST(Copy2D, SizesWithoutInsideCopyNothing) {
     char szTo[] = "....", szFrom[] = "abcd";
-    const chSize arr[] = {chSize(0, 2), chSize(2, 0), chSize(-1, 2), chSize(2, -1), chSize(INT_MIN, INT_MIN)};
+    const chSize arr[] = {chSize(0, 2), chSize(2, 0), chSize(-1, 2), chSize(2, -1), chSize(-1, -1),
+                          chSize(INT_MIN, INT_MIN)};
     for (const chSize& size : arr) {
         qorMemcpy2D(szTo, chSize(2, 2), szFrom, size, chPoint());
         qorMemcpy2D(szTo, chSize(2, 2), szFrom, size, chPoint(INT_MIN, INT_MIN));
