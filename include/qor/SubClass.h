@@ -1,7 +1,12 @@
 /// @file
-/// Reading configuration into strings.
+/// Small helpers for applications: configuration read into strings, files found by their names, copies of rectangles.
 ///
-/// These functions have the names of flat ones but return an owning string, so no value is too long.
+/// This header is the face of the namespace; each chapter stands alone:
+/// - `SubClass/FileFilter.h`: wildcard patterns for file names.
+/// - `SubClass/FileSearch.h`: finding files in directories.
+/// - `SubClass/Copy2D.h`: copying rectangles of bytes.
+///
+/// The functions of this header have the names of flat ones but return an owning string, so no value is too long.
 ///
 /// @code
 /// const QOR_StringHelper::chReferenceStringT<char> strName =
@@ -11,9 +16,12 @@
 #define QOR_SUBCLASS_H
 
 #include "qor/StringHelper.h"
+#include "qor/SubClass/Copy2D.h"
+#include "qor/SubClass/FileFilter.h"
+#include "qor/SubClass/FileSearch.h"
 #include "qor/flat.h"
 
-/// Flat functions that return strings.
+/// Helpers for applications.
 namespace QOR_SubClass {
 
 /// The value of a key in a file, which is read for this call, past the registry and as it is named; the default when the

@@ -83,9 +83,10 @@ public:
             wait();
         }
     }
-    void kill() {
+    void kill() { signal(SIGKILL); }
+    void signal(int nSignal) {
         if (m_idProcess > 0)
-            ::kill(m_idProcess, SIGKILL);
+            ::kill(m_idProcess, nSignal);
     }
 
     // The exit status; minus the signal that ended it.

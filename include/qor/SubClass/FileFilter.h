@@ -1,0 +1,57 @@
+/// @file
+/// Which file names are meant: wildcard patterns for those to accept and those to deny.
+///
+/// A filter is patterns separated by ';'. A pattern behind '-' denies, any other accepts, with or without a '+' in front.
+/// '*' stands for any number of characters and '?' for one; letters of either case are equal. A pattern applies to a
+/// whole name. Without a pattern that accepts, every name is accepted.
+///
+/// @code
+/// QOR_SubClass::chFileFilter filter("*.ini;*.xml;-backup*");
+/// const BOOL bWanted = filter.IsAcceptFileName("device.ini") && !filter.IsDenyFileName("device.ini");    // 1
+/// @endcode
+///
+/// Everything else stands for itself, except that a backslash and what a pattern makes of it belong to the regular
+/// expressions of RegularExpressHelper.h: what the translated pattern means there, it means here. A pattern that is none
+/// there is traced, and matches no name. Read on in FileSearch.h.
+#ifndef QOR_SUBCLASS_FILEFILTER_H
+#define QOR_SUBCLASS_FILEFILTER_H
+
+#include "qor/ListHelper.h"
+#include "qor/RegularExpressHelper.h"
+#include "qor/StringHelper.h"
+#include "qor/Types.h"
+
+namespace QOR_SubClass {
+
+/// The regular expression that matches what a wildcard pattern does. Fatal: null.
+QOR_API QOR_StringHelper::chReferenceStringT<char> fileExpress2REText(const char* lpszExpress);
+
+/// A compiled filter. One thread at a time.
+class QOR_API chFileFilter {
+public:
+    /// The filter of that text; null: one that accepts and does not deny every name.
+    explicit chFileFilter(const char* lpszFilter = NULL);
+    chFileFilter(const chFileFilter&) = delete;
+    chFileFilter& operator=(const chFileFilter&) = delete;
+
+    /// Replaces all patterns by those of a text; null has none. Empty ones are passed over.
+    /// @return 1
+    BOOL SetFilter(const char* lpszFilter);
+    /// Whether there is no pattern that accepts, or one that matches the whole name. Fatal: null.
+    BOOL IsAcceptFileName(const char* lpszFileName);
+    /// Whether a pattern that denies matches the whole name. Fatal: null.
+    BOOL IsDenyFileName(const char* lpszFileName);
+
+private:
+    typedef QOR_ListHelper::chObjList_dynamic<QOR_RegularExpressHelper::reRegularExpress<char>, 16> listExpress;
+
+    void AddPattern(const QOR_StringHelper::chReferenceStringT<char>& strPattern);
+    static bool IsMatched(listExpress& lst, const char* lpszFileName);
+
+    listExpress m_lstAccept;
+    listExpress m_lstDeny;
+};
+
+}  // namespace QOR_SubClass
+
+#endif

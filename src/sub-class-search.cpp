@@ -1,0 +1,102 @@
+// Searching directories.
+//
+// The directories on the way from the first one to the present one form a stack. A directory that is already on it, as
+// its device and number tell, is not entered again: that is where a cycle of links closes. So the way never has more
+// directories than there are, and since each one is read to its end before the next is opened, one is open at a time.
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <vector>
+
+#include "qor/BaseHelper/Directory.h"
+#include "qor/FileHelper/PathName.h"
+#include "qor/SubClass/FileSearch.h"
+
+namespace QOR_SubClass {
+
+typedef QOR_StringHelper::chReferenceStringT<char> refString;
+typedef QOR_ListHelper::chObjList_dynamic<refString, 16> listPath;
+
+namespace {
+
+struct directory {
+    refString strPath;
+    dev_t idDevice;
+    ino_t idNumber;
+    std::vector<directory> listBelow;  // still to be searched
+};
+
+class fileSearch {
+public:
+    fileSearch(const char* lpszFilter, BOOL bRecursive) : m_filter(lpszFilter), m_bRecursive(bRecursive) {}
+
+    void run(const char* lpszDirectory) {
+        struct stat state = {};
+        QOR_MiscHelper::pathStat(lpszDirectory, &state);
+        enter({refString(lpszDirectory), state.st_dev, state.st_ino, {}});
+        while (!m_listWay.empty())
+            step();
+    }
+
+    void takeResult(listPath& lstResult) {
+        std::stable_sort(m_listFound.begin(), m_listFound.end());
+        for (const refString& strPath : m_listFound)
+            lstResult.push_back(strPath);
+    }
+
+private:
+    void step() {
+        std::vector<directory>& listBelow = m_listWay.back().listBelow;
+        if (listBelow.empty()) {
+            m_listWay.pop_back();
+            return;
+        }
+        directory next = std::move(listBelow.back());
+        listBelow.pop_back();
+        if (!isOnTheWay(next))
+            enter(std::move(next));
+    }
+
+    bool isOnTheWay(const directory& other) const {
+        return std::any_of(m_listWay.begin(), m_listWay.end(), [&other](const directory& r) {
+            return r.idDevice == other.idDevice && r.idNumber == other.idNumber;
+        });
+    }
+
+    void enter(directory next) {
+        QOR_BaseHelper::chPathWalker walker(next.strPath);
+        for (refString strName; walker.ReadFileName(strName);)
+            if (!m_filter.IsDenyFileName(strName))
+                take(next, strName);
+        m_listWay.push_back(std::move(next));
+    }
+
+    void take(directory& parent, const char* lpszName) {
+        // The path's own buffer is larger than the path.
+        const refString strPath(static_cast<const char*>(QOR_FileHelper::chPathNameA(parent.strPath, lpszName)), -1);
+        struct stat state;
+        if (QOR_MiscHelper::pathStat(strPath, &state) && S_ISDIR(state.st_mode)) {
+            if (m_bRecursive)
+                parent.listBelow.push_back({strPath, state.st_dev, state.st_ino, {}});
+        } else if (m_filter.IsAcceptFileName(lpszName)) {
+            m_listFound.push_back(strPath);
+        }
+    }
+
+    chFileFilter m_filter;
+    const BOOL m_bRecursive;
+    std::vector<directory> m_listWay;
+    std::vector<refString> m_listFound;
+};
+
+}  // namespace
+
+BOOL qorFindFile(const char* lpszDirectory, const char* lpszFilter, listPath& lstResult, BOOL bRecursive) {
+    fileSearch search(lpszFilter, bRecursive);
+    search.run(lpszDirectory);
+    lstResult.clear();
+    search.takeResult(lstResult);
+    return TRUE;
+}
+
+}  // namespace QOR_SubClass

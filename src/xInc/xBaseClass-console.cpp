@@ -1,0 +1,151 @@
+// The terminal of standard input: its settings, and the way back to them.
+//
+// Invariants:
+// - s_idOwner is the process whose objects have set the terminal, 0 when there is none. It is stored when s_settings is
+//   complete, and before the terminal is set: a signal handler that sees it may set the terminal back at any time.
+// - The copy of all this in the child of a fork names its parent, so the child sets nothing back.
+#include <errno.h>
+#include <signal.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <unistd.h>
+
+#include <atomic>
+
+#include "qor/BaseHelper/Console.h"
+#include "qor/BaseHelper/Select.h"
+
+namespace QOR_BaseHelper {
+
+namespace {
+
+constexpr int blockSize = 1024;
+constexpr int inputWait = 10;  // milliseconds
+
+std::atomic<pid_t> s_idOwner{0};
+termios s_settings;  // what the first object had found
+int s_nObjects = 0;
+
+bool isOwner() { return s_idOwner.load(std::memory_order_acquire) == getpid(); }
+
+// A terminal that this process does not share with other jobs counts as its own.
+bool isInForeground() {
+    const pid_t idGroup = tcgetpgrp(STDIN_FILENO);
+    return idGroup == -1 || idGroup == getpgrp();
+}
+
+void setBack() {
+    if (isOwner() && isInForeground())
+        tcsetattr(STDIN_FILENO, TCSANOW, &s_settings);
+}
+
+// The signal is blocked until the handler returns; then it ends the process.
+void onDeadlySignal(int nSignal) {
+    const int nError = errno;
+    setBack();
+    signal(nSignal, SIG_DFL);
+    raise(nSignal);
+    errno = nError;
+}
+
+bool isHandledHere(const struct sigaction& action) {
+    return (action.sa_flags & SA_SIGINFO) == 0 && action.sa_handler == onDeadlySignal;
+}
+
+// Whether a process that does not handle the signal dies of it, and could handle it.
+bool isDeadly(int nSignal) {
+    switch (nSignal) {
+        case SIGKILL:
+        case SIGSTOP:
+        case SIGTSTP:
+        case SIGTTIN:
+        case SIGTTOU:
+        case SIGCONT:
+        case SIGCHLD:
+        case SIGURG:
+        case SIGWINCH:
+            return false;
+    }
+    return true;
+}
+
+// Signals that the program handles or ignores stay its own business.
+void watchSignals(bool bWatch) {
+    for (int nSignal = 1; nSignal <= SIGRTMAX; ++nSignal) {
+        struct sigaction action;
+        if (!isDeadly(nSignal) || sigaction(nSignal, nullptr, &action) != 0)
+            continue;
+        if (bWatch ? action.sa_handler != SIG_DFL : !isHandledHere(action))
+            continue;
+        memset(&action, 0, sizeof(action));
+        action.sa_handler = bWatch ? onDeadlySignal : SIG_DFL;
+        action.sa_flags = SA_ONSTACK;
+        sigfillset(&action.sa_mask);  // SIGTTOU too: setting the terminal must not stop a dying process
+        sigaction(nSignal, &action, nullptr);
+    }
+}
+
+void takeTerminal(const termios& settings) {
+    static const int s_nHooked = atexit(setBack);
+    (void)s_nHooked;
+    s_settings = settings;
+    s_nObjects = 0;
+    s_idOwner.store(getpid(), std::memory_order_release);
+    watchSignals(true);
+}
+
+}  // namespace
+
+chStdInput::chStdInput() : m_settings(), m_arrKey(), m_nKeyCount(0), m_bSet(false) {
+    if (tcgetattr(STDIN_FILENO, &m_settings) != 0)
+        return;
+    if (!isOwner())
+        takeTerminal(m_settings);
+    ++s_nObjects;
+    m_bSet = true;
+    termios settings = m_settings;
+    settings.c_lflag &= ~static_cast<tcflag_t>(ICANON | ECHO);
+    settings.c_cc[VMIN] = 0;
+    settings.c_cc[VTIME] = 0;
+    tcsetattr(STDIN_FILENO, TCSANOW, &settings);
+}
+
+chStdInput::~chStdInput() {
+    if (!m_bSet || !isOwner() || --s_nObjects != 0)
+        return;
+    tcsetattr(STDIN_FILENO, TCSANOW, &s_settings);
+    watchSignals(false);
+    s_idOwner.store(0, std::memory_order_release);
+}
+
+int chStdInput::PeekKeyToBuffer() {
+    while (m_nKeyCount < maxKeys) {
+        const int nChar = getchar();
+        if (nChar == EOF) {
+            clearerr(stdin);  // the stream would report its end for ever, while more keys may be pressed
+            break;
+        }
+        m_arrKey[m_nKeyCount++] = static_cast<char>(nChar);
+        m_arrKey[m_nKeyCount] = 0;
+    }
+    return m_nKeyCount;
+}
+
+QOR_StringHelper::chReferenceStringT<char> qorGetConsoleLineInput() {
+    QOR_StringHelper::chReferenceStringT<char> strInput;
+    for (;;) {
+        chFD_SET set(STDIN_FILENO);
+        if (set.readSelect(inputWait) <= 0)
+            return strInput;
+        char arrBlock[blockSize];
+        const ssize_t nRead = read(STDIN_FILENO, arrBlock, sizeof(arrBlock));
+        if (nRead <= 0)
+            return strInput;
+        strInput.AppendTextFrom(arrBlock, static_cast<int>(nRead));
+        if (nRead < blockSize || memchr(arrBlock, '\n', static_cast<size_t>(nRead)) != nullptr)
+            return strInput;
+    }
+}
+
+}  // namespace QOR_BaseHelper
