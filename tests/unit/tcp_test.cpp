@@ -4,12 +4,10 @@
 #include <fcntl.h>
 #include <sys/resource.h>
 #include <sys/select.h>
-#include <sys/syscall.h>
 
 #include <algorithm>
 #include <atomic>
 #include <chrono>
-#include <fstream>
 #include <list>
 #include <memory>
 #include <thread>
