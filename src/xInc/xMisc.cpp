@@ -48,6 +48,12 @@ text homeOfUser() {
     return text(pEntry->pw_dir, -1);
 }
 
+long long microsecondsNow() {
+    timespec ts = {};
+    clock_gettime(CLOCK_MONOTONIC, &ts);
+    return ts.tv_sec * 1000000LL + ts.tv_nsec / 1000;
+}
+
 // The counter wraps around.
 long step(long* pData, unsigned long uStep) {
     *pData = static_cast<long>(static_cast<unsigned long>(*pData) + uStep);
@@ -99,11 +105,14 @@ void qorSleep(unsigned int uMillisecond) {
 }
 
 void qorDelay(unsigned int uMillisecond) {
-    timeval tv = {};
-    tv.tv_sec = static_cast<time_t>(uMillisecond / 1000);
-    tv.tv_usec = static_cast<suseconds_t>(uMillisecond % 1000 * 1000);
-    // The kernel leaves the rest of an interrupted wait in tv.
-    while (select(0, NULL, NULL, NULL, &tv) != 0 && errno == EINTR) {
+    long long nLeft = uMillisecond * 1000LL;
+    const long long nEnd = microsecondsNow() + nLeft;
+    // What an interrupted wait leaves in its time is not the rest everywhere.
+    while (nLeft > 0) {
+        timeval tv = {};
+        tv.tv_sec = static_cast<time_t>(nLeft / 1000000);
+        tv.tv_usec = static_cast<suseconds_t>(nLeft % 1000000);
+        nLeft = select(0, NULL, NULL, NULL, &tv) != 0 && errno == EINTR ? nEnd - microsecondsNow() : 0;
     }
 }
 
