@@ -22,6 +22,7 @@ constexpr int periodSave = 10;  // rows
 struct recorder {
     chSocketPacketTCP m_objSocket;
     tableWriter m_objWriter;
+    bool m_bConnected = false;  // was, at least once
     bool m_bOver = false;  // the server has said that no more will come
 };
 recorder* g_pRecorder = nullptr;  // made in its own process: the launcher has no use for it
@@ -32,8 +33,10 @@ void connectToServer() {
     int nPort = 0;
     if (!ask(nameServer, MSG_PORT, 0, timeoutPort, &nPort) || nPort <= 0 || !g_pRecorder->m_objSocket.CreateSocket())
         return;
-    if (g_pRecorder->m_objSocket.ConnectTo("127.0.0.1", nPort, timeoutConnect))
-        say("recorder", "connected to port %d", nPort);
+    if (!g_pRecorder->m_objSocket.ConnectTo("127.0.0.1", nPort, timeoutConnect))
+        return;
+    say("recorder", "connected %sto port %d", g_pRecorder->m_bConnected ? "again " : "", nPort);
+    g_pRecorder->m_bConnected = true;
 }
 
 void saveTable() {
