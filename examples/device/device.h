@@ -2,7 +2,8 @@
 //
 // Every process counts what it exchanges in a tally of its own; post(), ask() and broadcast() are the
 // library's calls with that counting added. Read on in launcher.cpp (who starts what), then sampler.cpp,
-// controller.cpp, panel.cpp, server.cpp, recorder.cpp, settings.cpp, saver.cpp, monitor.cpp, reader.cpp and closer.cpp.
+// controller.cpp, panel.cpp, server.cpp, recorder.cpp, settings.cpp, saver.cpp, monitor.cpp, reader.cpp and
+// closer.cpp.
 #ifndef EXAMPLES_DEVICE_DEVICE_H
 #define EXAMPLES_DEVICE_DEVICE_H
 
@@ -79,8 +80,8 @@ struct tally {
     uint32_t m_uPacket;     // rows that came over TCP and were kept
 };
 
-// The named block in which the controller leaves the sum of all tallies. A block keeps the size that it was made
-// with for as long as the machine runs, so another layout has to have another name.
+// The named block in which the controller leaves the sum of all tallies. A block keeps the size that it was
+// made with for as long as the machine runs, so another layout has to have another name.
 constexpr char nameTotals[] = "device.totals2";
 struct totals {
     uint32_t m_uRun;  // the launcher's process id: tells this run's totals from those of an earlier one
@@ -138,7 +139,8 @@ tally getTally();
 // The answer to MSG_REPORT.
 int reportTally();
 
-// The settings, an INI file in the home directory; HOME is set. Made when missing; false when it cannot be used.
+// The settings, an INI file in the home directory; HOME is set. Made when missing; false when it cannot be
+// used.
 std::string settingsFile();
 bool makeSettings();
 std::string readSettings();

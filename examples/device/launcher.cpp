@@ -297,9 +297,8 @@ void launcher::Watch(child* pMonitor, child* pPanel) {
 
 bool launcher::StartAll() {
     return Start("reader", runReader) != nullptr && Start("saver", runSaver) != nullptr &&
-           Start("controller", runController) != nullptr &&
-           Start("sampler", runSampler) != nullptr && Start("server", runServer) != nullptr &&
-           Start("recorder", runRecorder) != nullptr;
+           Start("controller", runController) != nullptr && Start("sampler", runSampler) != nullptr &&
+           Start("server", runServer) != nullptr && Start("recorder", runRecorder) != nullptr;
 }
 
 // Ends all processes by the quit message; false when some had to be killed.
@@ -332,7 +331,8 @@ bool readTotals(tally& objTally) {
     return bComplete;
 }
 
-// Shows what the run has left behind, and prints the last line. From here on the launcher is a user of the library like any other.
+// Shows what the run has left behind, and prints the last line. From here on the launcher is a user of the
+// library like any other.
 int launcher::Finish() {
     if (m_nExit == 1)
         return 1;
@@ -345,8 +345,8 @@ int launcher::Finish() {
     if (!showTable(static_cast<int>(objTally.m_uPacket)))
         m_nExit = 1;
     printf("exchanged: %u messages, %u sends, %u timers, %u broadcasts, %u time-outs, %u packets\n",
-           objTally.m_uMessage, objTally.m_uSend, objTally.m_uTimer, objTally.m_uBroadcast, objTally.m_uTimeout,
-           objTally.m_uPacket);
+           objTally.m_uMessage, objTally.m_uSend, objTally.m_uTimer, objTally.m_uBroadcast,
+           objTally.m_uTimeout, objTally.m_uPacket);
     fflush(stdout);
     return m_nExit;
 }

@@ -1,7 +1,8 @@
-// The recorder: a client of the server. It keeps every row that it gets in two files, and confirms a packet when
-// its row is kept.
+// The recorder: a client of the server. It keeps every row that it gets in two files, and confirms a packet
+// when its row is kept.
 //
-// It asks the server for its port before each attempt to connect: a server that was started again has another one.
+// It asks the server for its port before each attempt to connect: a server that was started again has another
+// one.
 #include "device.h"
 #include "qor/SocketHelper.h"
 #include "qor/TraceHelper.h"
@@ -23,7 +24,7 @@ struct recorder {
     chSocketPacketTCP m_objSocket;
     tableWriter m_objWriter;
     bool m_bConnected = false;  // was, at least once
-    bool m_bOver = false;  // the server has said that no more will come
+    bool m_bOver = false;       // the server has said that no more will come
 };
 recorder* g_pRecorder = nullptr;  // made in its own process: the launcher has no use for it
 
@@ -31,7 +32,8 @@ recorder* g_pRecorder = nullptr;  // made in its own process: the launcher has n
 void connectToServer() {
     g_pRecorder->m_objSocket.DestroySocket();
     int nPort = 0;
-    if (!ask(nameServer, MSG_PORT, 0, timeoutPort, &nPort) || nPort <= 0 || !g_pRecorder->m_objSocket.CreateSocket())
+    if (!ask(nameServer, MSG_PORT, 0, timeoutPort, &nPort) || nPort <= 0 ||
+        !g_pRecorder->m_objSocket.CreateSocket())
         return;
     if (!g_pRecorder->m_objSocket.ConnectTo("127.0.0.1", nPort, timeoutConnect))
         return;

@@ -2,9 +2,9 @@
 //
 // It listens on this machine only, on a port that the system picks; MSG_PORT tells which. Its one thread must
 // answer at once, also at the end, so it never waits for a client. Sending would wait for one that does not
-// read. So a client confirms every packet, and gets no more while windowPacket of them are open: these few bytes
-// fit into any connection's buffer. Who is too slow misses rows; who confirms nothing for timeoutClient, says
-// what it should not or goes away is dropped.
+// read. So a client confirms every packet, and gets no more while windowPacket of them are open: these few
+// bytes fit into any connection's buffer. Who is too slow misses rows; who confirms nothing for
+// timeoutClient, says what it should not or goes away is dropped.
 #include <algorithm>
 #include <iterator>
 #include <list>
@@ -31,9 +31,9 @@ constexpr int timeoutLast = 1000;  // for all clients together: the closer waits
 
 struct client {
     chSocketPacketTCP m_objSocket;
-    int m_nPort = 0;       // of the client: tells one from another
-    int m_nOpen = 0;       // packets that it has not confirmed
-    double m_dHeard = 0;   // when nothing was open, or it has confirmed something
+    int m_nPort = 0;      // of the client: tells one from another
+    int m_nOpen = 0;      // packets that it has not confirmed
+    double m_dHeard = 0;  // when nothing was open, or it has confirmed something
 };
 
 struct server {
@@ -54,7 +54,8 @@ int getPort() {
 }
 
 bool startListening() {
-    return g_pServer->m_objListen.CreateSocket("127.0.0.1", 0) && g_pServer->m_objListen.SocketListen(maxWaiting);
+    return g_pServer->m_objListen.CreateSocket("127.0.0.1", 0) &&
+           g_pServer->m_objListen.SocketListen(maxWaiting);
 }
 
 // ---- clients
@@ -120,15 +121,16 @@ void serve() {
     }
 }
 
-// Sends the last packet to all of them, and waits until they have confirmed it: a connection that is closed with
-// something unread can take with it what was sent last.
+// Sends the last packet to all of them, and waits until they have confirmed it: a connection that is closed
+// with something unread can take with it what was sent last.
 void endClients() {
     row objEnd;
     for (client& objClient : g_pServer->m_lstClient)
         sendRow(objClient, objEnd);
     const double dEnd = now() + timeoutLast;
     for (client& objClient : g_pServer->m_lstClient) {
-        while (objClient.m_nOpen > 0 && takeConfirmation(objClient, std::max(0, static_cast<int>(dEnd - now())))) {
+        while (objClient.m_nOpen > 0 &&
+               takeConfirmation(objClient, std::max(0, static_cast<int>(dEnd - now())))) {
         }
     }
     say("server", "%d rows; %zu clients at the end, %d dropped", g_pServer->m_objRow.m_nNumber,

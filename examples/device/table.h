@@ -55,8 +55,8 @@ bool isTableDirectory();
 // All files that can be in it.
 std::vector<std::string> tableFiles();
 
-// The files of one run: lines of CSV, each of which is handed to the system at once, and an XML document, which
-// is replaced as a whole. The document on the disk is always complete, if not up to date.
+// The files of one run: lines of CSV, each of which is handed to the system at once, and an XML document,
+// which is replaced as a whole. The document on the disk is always complete, if not up to date.
 class tableWriter {
 public:
     // Begins both anew; false when one of them cannot be written.
@@ -74,7 +74,8 @@ private:
     int m_nRow = 0;
 };
 
-// Finds the files, reads them back and prints a little of them; false unless both hold the same nExpected rows.
+// Finds the files, reads them back and prints a little of them; false unless both hold the same nExpected
+// rows.
 bool showTable(int nExpected);
 
 }  // namespace device

@@ -1,7 +1,7 @@
 // The files in which the live table is kept, and how they are found and read again.
 //
-// Everything is in a directory of a name that everybody can guess, so nothing is written to it unless it belongs
-// to this user alone.
+// Everything is in a directory of a name that everybody can guess, so nothing is written to it unless it
+// belongs to this user alone.
 #include <errno.h>
 #include <stdlib.h>
 #include <string.h>
@@ -63,7 +63,8 @@ rowText readFields(const char* lpszLine) {
 bool readLines(const char* lpszFile, std::vector<rowText>& arrRow) {
     chFileStdio objFile;
     chReferenceStringT<char> strLine;
-    if (!objFile.Open(lpszFile, openRead) || !objFile.ReadString(strLine) || readFields(strLine) != columnTitles())
+    if (!objFile.Open(lpszFile, openRead) || !objFile.ReadString(strLine) ||
+        readFields(strLine) != columnTitles())
         return false;
     while (objFile.ReadString(strLine)) {
         arrRow.push_back(readFields(strLine));
@@ -127,7 +128,8 @@ bool tableWriter::Open() {
     char szName[64];
     registryGetStringN(openSettings("Device"), "name", szName, sizeof(szName), "nameless");
     m_pTable->SetAttribute("device", szName);
-    return m_objLines.Open(fileOf(szLines).c_str(), openWrite | openCreate) && WriteLine(columnTitles()) && Save();
+    return m_objLines.Open(fileOf(szLines).c_str(), openWrite | openCreate) && WriteLine(columnTitles()) &&
+           Save();
 }
 
 bool tableWriter::Append(const row& objRow) {
@@ -161,7 +163,8 @@ bool showTable(int nExpected) {
         say("launcher", "%s holds %zu rows%s", static_cast<const char*>(*it), arrFound.back().size(),
             arrFound.size() > 1 && arrFound.back() == arrFound.front() ? ", the same" : "");
     }
-    if (arrFound.size() != 2 || arrFound[0] != arrFound[1] || static_cast<int>(arrFound[0].size()) != nExpected) {
+    if (arrFound.size() != 2 || arrFound[0] != arrFound[1] ||
+        static_cast<int>(arrFound[0].size()) != nExpected) {
         say("launcher", "the files of the table do not hold the same %d rows", nExpected);
         return false;
     }
