@@ -5,7 +5,7 @@
 // semaphore (project 'm') and that of a segment (project 'S') are derived. So the files lead to the objects,
 // and what no file leads to is not touched. A file that is not an empty regular one, a semaphore set of
 // another size, an object with other permissions and a known segment without its header are not the
-// library's, and stay.
+// library's, and stay. The directory of the recorded table is the demo's own; files of others in it stay.
 #include <dirent.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -22,6 +22,7 @@
 
 #include "device.h"
 #include "launcher.h"
+#include "table.h"
 
 namespace device {
 
@@ -57,6 +58,7 @@ struct counts {
     int m_nSemaphore = 0;
     int m_nSegment = 0;
     int m_nFile = 0;
+    int m_nDirectory = 0;
     bool m_bFailed = false;
 };
 
@@ -185,6 +187,17 @@ void endKept(bool bRemove, const char* lpszKind, const std::string& strFile, cou
         printf("%-8s %-9s %s (--clean-all removes it too)\n", "kept", lpszKind, strFile.c_str());
 }
 
+void removeTable(counts& objCounts) {
+    if (!isTableDirectory())
+        return;
+    for (const std::string& strFile : tableFiles()) {
+        if (access(strFile.c_str(), F_OK) == 0)
+            tell(unlink(strFile.c_str()) == 0, "file", strFile, objCounts.m_nFile, objCounts);
+    }
+    const std::string strDirectory = tableDirectory();
+    tell(rmdir(strDirectory.c_str()) == 0, "directory", strDirectory, objCounts.m_nDirectory, objCounts);
+}
+
 }  // namespace
 
 int clean(bool bStorageToo) {
@@ -194,10 +207,11 @@ int clean(bool bStorageToo) {
     counts objCounts;
     for (const leftOver& objLeft : arrLeft)
         removeObjects(objLeft, objCounts);
+    removeTable(objCounts);
     endKept(bStorageToo, "counters", storageFile(), objCounts);
     endKept(bStorageToo, "settings", settingsFile(), objCounts);
-    printf("cleaned: %d segments, %d semaphores, %d files\n", objCounts.m_nSegment, objCounts.m_nSemaphore,
-           objCounts.m_nFile);
+    printf("cleaned: %d segments, %d semaphores, %d files, %d directories\n", objCounts.m_nSegment,
+           objCounts.m_nSemaphore, objCounts.m_nFile, objCounts.m_nDirectory);
     return objCounts.m_bFailed ? 1 : 0;
 }
 

@@ -1,5 +1,6 @@
 // The closer: ends all processes. Each is asked for its tally, and the reply means that the tally is in the
-// controller's queue; then each gets the quit message, the controller last.
+// controller's queue; then each gets the quit message, the controller last. The server comes before its
+// client: its reply means that what it has sent has been taken.
 #include <initializer_list>
 
 #include "device.h"
@@ -23,7 +24,8 @@ int runCloser(const news& objNews) {
     HTHREAD hThread = msgRegistMainThread(nameCloser, onMessage);
     objNews.ready();
     // The reader comes late, for it prints what the others trace while they end.
-    for (const char* lpszName : {nameMonitor, nameSampler, namePanel, nameSaver, nameReader}) {
+    for (const char* lpszName :
+         {nameMonitor, nameSampler, namePanel, nameServer, nameRecorder, nameSaver, nameReader}) {
         ask(lpszName, MSG_REPORT, 0, timeoutReport, nullptr);
         post(lpszName, TM_THREAD_QUIT);
     }

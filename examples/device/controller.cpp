@@ -137,6 +137,7 @@ void addTally(const tally& objTally) {
     g_main.m_objSum.m_uTimer += objTally.m_uTimer;
     g_main.m_objSum.m_uBroadcast += objTally.m_uBroadcast;
     g_main.m_objSum.m_uTimeout += objTally.m_uTimeout;
+    g_main.m_objSum.m_uPacket += objTally.m_uPacket;
 }
 
 void takeTally(simpMSG* pMsg) {
@@ -179,6 +180,7 @@ void publishTotals() {
     storeShareWord(pTotals->m_objTally.m_uTimer, g_main.m_objSum.m_uTimer);
     storeShareWord(pTotals->m_objTally.m_uBroadcast, g_main.m_objSum.m_uBroadcast);
     storeShareWord(pTotals->m_objTally.m_uTimeout, g_main.m_objSum.m_uTimeout);
+    storeShareWord(pTotals->m_objTally.m_uPacket, g_main.m_objSum.m_uPacket);
     storeShareWord(pTotals->m_uRun, uRun);
     nameHelperUnlock();
 }

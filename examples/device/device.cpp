@@ -23,6 +23,7 @@ struct {
     std::atomic<uint32_t> m_uTimer{0};
     std::atomic<uint32_t> m_uBroadcast{0};
     std::atomic<uint32_t> m_uTimeout{0};
+    std::atomic<uint32_t> m_uPacket{0};
 } g_count;
 
 }  // namespace
@@ -88,8 +89,13 @@ void countTimer() {
     ++g_count.m_uTimer;
 }
 
+void countPacket() {
+    ++g_count.m_uPacket;
+}
+
 tally getTally() {
-    return {g_count.m_uMessage, g_count.m_uSend, g_count.m_uTimer, g_count.m_uBroadcast, g_count.m_uTimeout};
+    return {g_count.m_uMessage,   g_count.m_uSend,    g_count.m_uTimer,
+            g_count.m_uBroadcast, g_count.m_uTimeout, g_count.m_uPacket};
 }
 
 int reportTally() {

@@ -2,7 +2,8 @@
 //
 // Every process counts what it exchanges in a tally of its own; post(), ask() and broadcast() are the
 // library's calls with that counting added. Read on in launcher.cpp (who starts what), then sampler.cpp,
-// controller.cpp, panel.cpp, settings.cpp, saver.cpp, monitor.cpp, reader.cpp and closer.cpp.
+// controller.cpp, panel.cpp, server.cpp, recorder.cpp, settings.cpp, saver.cpp, monitor.cpp, reader.cpp and
+// closer.cpp.
 #ifndef EXAMPLES_DEVICE_DEVICE_H
 #define EXAMPLES_DEVICE_DEVICE_H
 
@@ -23,6 +24,8 @@ constexpr char nameMonitor[] = "device.monitor";
 constexpr char namePanel[] = "device.panel";
 constexpr char namePainter[] = "device.painter";  // the panel's second thread
 constexpr char nameSaver[] = "device.saver";
+constexpr char nameServer[] = "device.server";
+constexpr char nameRecorder[] = "device.recorder";
 constexpr char nameCloser[] = "device.closer";
 
 // Messages. Ids below 16 and those from 0x8000 on belong to the library.
@@ -40,6 +43,8 @@ enum : unsigned int {
     // Posted to the worker, and asked of it.
     MSG_SELF_TEST = 0x130,   // be busy for wParam milliseconds
     MSG_TESTS_DONE = 0x131,  // replies how many self-tests it has finished
+    // Asked of the server.
+    MSG_PORT = 0x138,  // replies the TCP port on which it serves the table, 0 when it does so no longer
     // For everybody.
     MSG_ALARM = 0x140,   // broadcast: wParam is 1 for raised, 0 for over; lParam the memory use
     MSG_REPORT = 0x141,  // asked: stop, and post the tally to the controller
@@ -72,10 +77,12 @@ struct tally {
     uint32_t m_uTimer;      // timers that fired
     uint32_t m_uBroadcast;  // broadcasts
     uint32_t m_uTimeout;    // sends that ended without a reply
+    uint32_t m_uPacket;     // rows that came over TCP and were kept
 };
 
-// The named block in which the controller leaves the sum of all tallies.
-constexpr char nameTotals[] = "device.totals";
+// The named block in which the controller leaves the sum of all tallies. A block keeps the size that it was
+// made with for as long as the machine runs, so another layout has to have another name.
+constexpr char nameTotals[] = "device.totals2";
 struct totals {
     uint32_t m_uRun;  // the launcher's process id: tells this run's totals from those of an earlier one
     tally m_objTally;
@@ -126,12 +133,14 @@ void broadcast(unsigned int uMsg, unsigned int wParam, int lParam);
 // For what is exchanged without the functions above.
 void countSend();
 void countTimer();
+void countPacket();
 // What this process has exchanged so far.
 tally getTally();
 // The answer to MSG_REPORT.
 int reportTally();
 
-// The settings, an INI file in the home directory; HOME is set. Made when missing; false when it cannot be used.
+// The settings, an INI file in the home directory; HOME is set. Made when missing; false when it cannot be
+// used.
 std::string settingsFile();
 bool makeSettings();
 std::string readSettings();
@@ -151,6 +160,8 @@ int runSampler(const news& objNews);
 int runMonitor(const news& objNews);
 int runPanel(const news& objNews);
 int runSaver(const news& objNews);
+int runServer(const news& objNews);
+int runRecorder(const news& objNews);
 int runCloser(const news& objNews);
 
 // How long the panel takes for all it has to show, in milliseconds. The launcher sets it before it starts

@@ -25,6 +25,7 @@
 
 #include "device.h"
 #include "qor/ChainHelper/ShareWord.h"
+#include "table.h"
 
 namespace device {
 
@@ -296,8 +297,8 @@ void launcher::Watch(child* pMonitor, child* pPanel) {
 
 bool launcher::StartAll() {
     return Start("reader", runReader) != nullptr && Start("saver", runSaver) != nullptr &&
-           Start("controller", runController) != nullptr &&
-           Start("sampler", runSampler) != nullptr;
+           Start("controller", runController) != nullptr && Start("sampler", runSampler) != nullptr &&
+           Start("server", runServer) != nullptr && Start("recorder", runRecorder) != nullptr;
 }
 
 // Ends all processes by the quit message; false when some had to be killed.
@@ -314,12 +315,9 @@ bool launcher::Close() {
     return bResult;
 }
 
-// Prints the last line. From here on the launcher is a user of the library like any other.
-int launcher::Finish() {
-    if (m_nExit == 1)
-        return 1;
+// What the controller has left; false when that is not of this run.
+bool readTotals(tally& objTally) {
     using QOR_ChainHelper::loadShareWord;
-    tally objTally = {};
     nameHelperLock();
     const totals* pTotals = static_cast<totals*>(nameGetSystemObject(nameTotals, sizeof(totals), nullptr));
     const bool bComplete = loadShareWord(pTotals->m_uRun) == uRun;
@@ -328,14 +326,27 @@ int launcher::Finish() {
     objTally.m_uTimer = loadShareWord(pTotals->m_objTally.m_uTimer);
     objTally.m_uBroadcast = loadShareWord(pTotals->m_objTally.m_uBroadcast);
     objTally.m_uTimeout = loadShareWord(pTotals->m_objTally.m_uTimeout);
+    objTally.m_uPacket = loadShareWord(pTotals->m_objTally.m_uPacket);
     nameHelperUnlock();
-    if (!bComplete) {
+    return bComplete;
+}
+
+// Shows what the run has left behind, and prints the last line. From here on the launcher is a user of the
+// library like any other.
+int launcher::Finish() {
+    if (m_nExit == 1)
+        return 1;
+    tally objTally = {};
+    if (!readTotals(objTally)) {
         say("launcher", "the controller left no totals");
         return 1;
     }
     showDifference(m_strSettings, readSettings());
-    printf("exchanged: %u messages, %u sends, %u timers, %u broadcasts, %u time-outs\n", objTally.m_uMessage,
-           objTally.m_uSend, objTally.m_uTimer, objTally.m_uBroadcast, objTally.m_uTimeout);
+    if (!showTable(static_cast<int>(objTally.m_uPacket)))
+        m_nExit = 1;
+    printf("exchanged: %u messages, %u sends, %u timers, %u broadcasts, %u time-outs, %u packets\n",
+           objTally.m_uMessage, objTally.m_uSend, objTally.m_uTimer, objTally.m_uBroadcast,
+           objTally.m_uTimeout, objTally.m_uPacket);
     fflush(stdout);
     return m_nExit;
 }
@@ -349,7 +360,7 @@ void printHelp() {
         "  --seconds N   how long the demo runs, 1 to 3600 (6)\n"
         "  --watchdog N  seconds after which what still runs is killed (14 more than the demo runs)\n"
         "  --clean       remove and list the System V objects and key files that the library left on this "
-        "machine\n"
+        "machine,\n                and the recorded table\n"
         "  --clean-all   also the files of the counters and settings that survive restarts\n"
         "  --help        print this\n");
 }
@@ -407,6 +418,10 @@ int deviceMain(int nCount, char** lpszArguments) {
     uRun = static_cast<uint32_t>(getpid());
     if (!makeSettings()) {
         fprintf(stderr, "qor-device: cannot use %s\n", settingsFile().c_str());
+        return 1;
+    }
+    if (!makeTableDirectory()) {
+        fprintf(stderr, "qor-device: cannot use %s\n", tableDirectory().c_str());
         return 1;
     }
     nPanelTime = objOptions.m_nSeconds * 1000;

@@ -3,13 +3,10 @@
 //
 // It uses the classes where the other processes use the plain functions: two hookers that see its messages
 // before its handler does, and a second thread, the painter, on which a method of the table runs by proxy.
-#include <stdio.h>
-
-#include <string>
-
 #include "device.h"
 #include "qor/MsgQueueHelper.h"
 #include "qor/TraceHelper.h"
+#include "table.h"
 
 namespace device {
 
@@ -20,7 +17,6 @@ using namespace QOR_MsgQueueHelper;
 constexpr unsigned int timerRow = 1;
 constexpr int countRow = 12;
 
-constexpr int timeoutQuery = 1000;
 constexpr int noTimeout = -1;      // still ends when the other side dies
 constexpr int timeoutShort = 100;  // much less than ...
 constexpr unsigned int timeSelfTest = 400;
@@ -34,31 +30,14 @@ uCSystemShareHelper& share() {
 class table : public chMsgProcesser {
 public:
     int OnPaintRow(msgObject& objMessage) {
-        if (objMessage.wParam == 1)
-            say("panel", "  row   reading    cpu %%  memory %%    load  alarm");
-        say("panel", "%5u %9s %8s %9s %7s  %s", objMessage.wParam, text(fieldNumber, 1).c_str(),
-            text(fieldCpu, 10).c_str(), text(fieldMemory, 10).c_str(), text(fieldLoad, 100).c_str(),
-            m_bAlarm ? "ALARM" : "-");
+        if (m_objRow.m_nNumber == 1)
+            say("panel", "%s", lineOf(columnTitles()).c_str());
+        say("panel", "%s", lineOf(textOf(m_objRow)).c_str());
         objMessage.SetResult(1);
         return 1;
     }
 
-    int m_anValue[fieldCount] = {};
-    bool m_bAlarm = false;
-
-private:
-    // A value without its fixed point; queries that brought none leave -1.
-    std::string text(queryField field, int nUnit) const {
-        if (m_anValue[field] < 0)
-            return "?";
-        char szText[32];
-        snprintf(szText, sizeof(szText), "%.*f",
-                 nUnit == 1    ? 0
-                 : nUnit == 10 ? 1
-                               : 2,
-                 m_anValue[field] / static_cast<double>(nUnit));
-        return szText;
-    }
+    row m_objRow;
 };
 
 // Made first, so it sees every message, and lets it pass on.
@@ -99,7 +78,6 @@ public:
 
 private:
     void NextRow();
-    void AskValues();
     void PaintRow();
     void Operate();
     void StartSelfTest();
@@ -161,7 +139,6 @@ int panel::TryThreadMessage(msgObject& objMessage) {
 
 void panel::NextRow() {
     ++m_nRow;
-    AskValues();
     PaintRow();
     Operate();
     // On a busy machine the last alarm may still be on its way; then there are a few more rows.
@@ -169,15 +146,10 @@ void panel::NextRow() {
         m_objNews.finished();
 }
 
-void panel::AskValues() {
-    for (unsigned int uField = 0; uField < fieldCount; ++uField) {
-        m_objTable.m_anValue[uField] = -1;
-        ask(nameController, MSG_QUERY, uField, timeoutQuery, &m_objTable.m_anValue[uField]);
-    }
-}
-
 void panel::PaintRow() {
-    m_objTable.m_bAlarm = m_pAlarm->m_bAlarm;
+    m_objTable.m_objRow.m_nNumber = m_nRow;
+    m_objTable.m_objRow.m_bAlarm = m_pAlarm->m_bAlarm;
+    askValues(m_objTable.m_objRow);
     m_objPainter.SendProxyMessage(MSG_PAINT_ROW, m_nRow, 0, &m_objTable,
                                   static_cast<msgMethod>(&table::OnPaintRow));
     countSend();

@@ -42,7 +42,7 @@ int onMessage(simpMSG* pMsg) {
 
 bool isAnyNameUsed() {
     for (const char* lpszName : {nameReader, nameController, nameWorker, nameSampler, nameMonitor, namePanel,
-                                 namePainter, nameCloser}) {
+                                 namePainter, nameSaver, nameServer, nameRecorder, nameCloser}) {
         if (msgGetThreadByName(lpszName) != nullptr)
             return true;
     }

@@ -5,6 +5,7 @@
 #include <sys/prctl.h>
 #include <sys/sem.h>
 #include <sys/shm.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -13,6 +14,7 @@
 #include <sstream>
 
 #include "launcher.h"
+#include "support/socket_peer.h"
 
 namespace {
 
@@ -97,7 +99,7 @@ run shortRun() {
 
 const char* const szLastLine =
     "exchanged: ([1-9][0-9]*) messages, ([1-9][0-9]*) sends, ([1-9][0-9]*) timers, ([1-9][0-9]*) broadcasts, "
-    "([1-9][0-9]*) time-outs";
+    "([1-9][0-9]*) time-outs, ([1-9][0-9]*) packets";
 
 void expectGoodEnd(run& objRun) {
     EXPECT_EQ(0, objRun.Wait()) << objRun.Output();
@@ -146,6 +148,47 @@ std::string settingsFile() {
     return std::string(getenv("HOME")) + "/qor-device.ini";
 }
 
+std::string tableDirectory() {
+    return "/tmp/qor-device." + std::to_string(geteuid());
+}
+
+std::vector<std::string> linesOf(const std::string& strFile) {
+    std::ifstream file(strFile);
+    std::vector<std::string> arrLine;
+    for (std::string strLine; std::getline(file, strLine);)
+        arrLine.push_back(strLine);
+    return arrLine;
+}
+
+// The rows of the recorded document, each as the line that the other file should have for it.
+std::vector<std::string> rowsOfDocument() {
+    const std::regex regex(
+        "  <row number=\"(.*)\" reading=\"(.*)\" cpu=\"(.*)\" memory=\"(.*)\" load=\"(.*)\" "
+        "alarm=\"(.*)\"/>");
+    std::vector<std::string> arrRow;
+    std::smatch match;
+    for (const std::string& strLine : linesOf(tableDirectory() + "/table.xml")) {
+        if (std::regex_match(strLine, match, regex))
+            arrRow.push_back(match.format("$1,$2,$3,$4,$5,$6"));
+    }
+    return arrRow;
+}
+
+// Lets a run go on until it is interrupted; its rows are a second apart.
+run longRun() {
+    return run({"--seconds", "30", "--watchdog", szLimit});
+}
+
+int portOf(run& objRun) {
+    return std::stoi(objRun.ReadUntil("server     \\| the table is served on port ([0-9]+)\n"));
+}
+
+void interrupt(run& objRun) {
+    objRun.Signal(SIGINT);
+    EXPECT_EQ(130, objRun.Wait()) << objRun.Output();
+    EXPECT_TRUE(std::regex_match(objRun.LastLine(), std::regex("exchanged: .* packets"))) << objRun.Output();
+}
+
 // Which IPC objects a process sees; "" when that is not for this process to know.
 std::string ipcNamespace(const char* lpszProcess) {
     char sz[64];
@@ -182,6 +225,107 @@ TEST_F(Device, ARunShowsEverythingAndEndsWithWhatWasExchanged) {
     EXPECT_EQ(0, countMatches(strOutput, "warning:|error:")) << strOutput;
 }
 
+TEST_F(Device, TheTableIsServedAndKeptInTwoFilesWithTheSameRows) {
+    run objRun = shortRun();
+    expectGoodEnd(objRun);
+    const std::vector<std::string> arrRow = rowsOfDocument();
+    std::vector<std::string> arrLine = linesOf(tableDirectory() + "/table.csv");
+    ASSERT_FALSE(arrLine.empty());
+    EXPECT_EQ("row,reading,\"cpu %\",\"memory %\",load,alarm", arrLine.front());
+    arrLine.erase(arrLine.begin());
+    EXPECT_EQ(arrRow, arrLine);
+    EXPECT_TRUE(
+        std::regex_match(arrRow.back(), std::regex("[0-9]+,[0-9]+,[0-9.]+,[0-9.]+,[0-9.]+,(-|ALARM)")))
+        << arrRow.back();
+    const std::string strCount = std::to_string(arrRow.size());
+    EXPECT_EQ(strCount, objRun.ReadUntil("time-outs, ([0-9]+) packets")) << objRun.Output();
+    for (const std::string& strPattern :
+         {"launcher   \\| " + tableDirectory() + "/table\\.csv holds " + strCount + " rows\n",
+          "launcher   \\| " + tableDirectory() + "/table\\.xml holds " + strCount + " rows, the same\n",
+          "recorder   \\| " + strCount + " rows are kept\n",
+          std::string("launcher   \\|   row   reading    cpu %  memory %    load  alarm\n"),
+          std::string("server     \\| [0-9]+ rows; 1 clients at the end, 0 dropped\n")})
+        EXPECT_EQ(1, countMatches(objRun.Output(), strPattern)) << strPattern << "\n" << objRun.Output();
+    EXPECT_EQ(0u, linesOf(tableDirectory() + "/table.xml").front().find("<?xml version=\"1.0\"?>"));
+    EXPECT_FALSE(exists(tableDirectory() + "/table.xml.new"));
+    EXPECT_FALSE(exists(tableDirectory() + "/table.xml.old"));
+}
+
+TEST_F(Device, TheNextRunBeginsItsFilesAnew) {
+    run objKilled = longRun();
+    objKilled.ReadUntil("(recorder   \\| connected)");
+    objKilled.Signal(SIGKILL);
+    objKilled.Wait();
+    reapAll();
+    makeFile((tableDirectory() + "/table.csv").c_str(), "rubbish");
+    makeFile((tableDirectory() + "/table.xml").c_str(), "<rubbish");
+    run objRun = shortRun();
+    expectGoodEnd(objRun);
+    EXPECT_EQ(std::to_string(rowsOfDocument().size()), objRun.ReadUntil("time-outs, ([0-9]+) packets"));
+}
+
+TEST_F(Device, ADirectoryOfSomebodyElseIsNeitherUsedNorRemoved) {
+    makeFile(tableDirectory().c_str(), "a file");
+    run objRun = shortRun();
+    EXPECT_EQ(1, objRun.Wait());
+    EXPECT_EQ("qor-device: cannot use " + tableDirectory(), objRun.LastLine());
+    EXPECT_EQ(0, run({"--clean"}).Wait());
+    ASSERT_EQ(0, unlink(tableDirectory().c_str()));
+
+    ASSERT_EQ(0, mkdir("/tmp/elsewhere", 0700));
+    ASSERT_EQ(0, symlink("/tmp/elsewhere", tableDirectory().c_str()));
+    run objLink = shortRun();
+    EXPECT_EQ(1, objLink.Wait());
+    EXPECT_EQ(0, run({"--clean"}).Wait());
+    EXPECT_TRUE(exists("/tmp/elsewhere"));
+    EXPECT_EQ(0, unlink(tableDirectory().c_str()));
+    EXPECT_EQ(0, rmdir("/tmp/elsewhere"));
+}
+
+TEST_F(Device, AClientThatGoesOrTalksNonsenseIsDropped) {
+    run objRun = longRun();
+    qorTest::plainPeer objGone, objNonsense;
+    const int nPort = portOf(objRun);
+    ASSERT_TRUE(objGone.connect(nPort));
+    EXPECT_EQ(qorTest::headOf(24), objGone.hear(28).substr(0, 4));
+    objGone.reset();
+    EXPECT_NE("", objRun.ReadUntil("server     \\| client ([0-9]+) has gone\n")) << objRun.Output();
+    ASSERT_TRUE(objNonsense.connect(nPort));
+    EXPECT_TRUE(objNonsense.say(std::string(100, '+')));
+    objNonsense.hear(1000);  // until the server has closed
+    interrupt(objRun);
+    EXPECT_EQ(1,
+              countMatches(objRun.Output(), "server     \\| [0-9]+ rows; 1 clients at the end, 2 dropped\n"))
+        << objRun.Output();
+}
+
+TEST_F(Device, AClientThatStallsIsDroppedAndDoesNotHoldUpTheEnd) {
+    run objRun = longRun();
+    qorTest::plainPeer objFirst, objLast;
+    const int nPort = portOf(objRun);
+    ASSERT_TRUE(objFirst.connect(nPort));
+    EXPECT_NE("", objRun.ReadUntil("server     \\| client ([0-9]+) does not take its packets: dropped\n"));
+    ASSERT_TRUE(objLast.connect(nPort));
+    EXPECT_EQ(28u, objLast.hear(28).size());
+    interrupt(objRun);
+    EXPECT_EQ(1,
+              countMatches(objRun.Output(), "server     \\| [0-9]+ rows; 2 clients at the end, 1 dropped\n"))
+        << objRun.Output();
+}
+
+TEST_F(Device, ARecorderThatWasStoppedConnectsAgain) {
+    run objRun = longRun();
+    const int idRecorder = std::stoi(objRun.ReadUntil("recorder is process ([0-9]+)\n"));
+    objRun.ReadUntil("server     \\| client ([0-9]+) is connected\n");
+    kill(idRecorder, SIGSTOP);
+    EXPECT_NE("", objRun.ReadUntil("server     \\| client ([0-9]+) does not take its packets: dropped\n"));
+    kill(idRecorder, SIGCONT);
+    EXPECT_NE("", objRun.ReadUntil("recorder   \\| connected again to port ([0-9]+)\n"));
+    interrupt(objRun);
+    EXPECT_EQ(1, countMatches(objRun.Output(), "/table\\.xml holds [0-9]+ rows, the same\n"))
+        << objRun.Output();
+}
+
 TEST_F(Device, TheKilledMonitorIsSweptByTheNextRegistration) {
     run objRun = shortRun();
     const std::string strKilled = objRun.ReadUntil("killed the monitor, process ([0-9]+)\n");
@@ -205,19 +349,23 @@ TEST_F(Device, TheReadingsAreNumberedOnInTheNextRun) {
 }
 
 TEST_F(Device, ChangedSettingsAreSavedWithTheirCommentsAndShown) {
-    makeFile(settingsFile().c_str(), "# mine\r\n\n[Sampler]\nperiod=100\n  ; odd\n\n[Alarm]\nthreshold=1001\nraised=6\n\n[x]\n; end");
+    makeFile(settingsFile().c_str(),
+             "# mine\r\n\n[Sampler]\nperiod=100\n  ; odd\n\n[Alarm]\nthreshold=1001\nraised=6\n\n[x]\n; end");
     run objRun = shortRun();
     expectGoodEnd(objRun);
     std::stringstream content;
     content << std::ifstream(settingsFile()).rdbuf();
-    EXPECT_EQ("# mine\r\n\n[ Sampler ]\nperiod = 80\n  ; odd\n\n[ Alarm ]\nthreshold = 1001\nraised = 7\n\n[ x ]\n; end",
-              content.str());
-    for (const char* lpszPattern :
-         {"panel      \\| the operator sets the sampling period to 80 ms\n", "sampler    \\| a reading every 80 ms from now on\n",
-          "launcher   \\| -  4 period=100\n", "launcher   \\| \\+  4 period = 80\n", "launcher   \\| -  9 raised=6\n",
-          "launcher   \\| \\+  9 raised = 7\n"})
+    EXPECT_EQ(
+        "# mine\r\n\n[ Sampler ]\nperiod = 80\n  ; odd\n\n[ Alarm ]\nthreshold = 1001\nraised = 7\n\n[ x "
+        "]\n; end",
+        content.str());
+    for (const char* lpszPattern : {"panel      \\| the operator sets the sampling period to 80 ms\n",
+                                    "sampler    \\| a reading every 80 ms from now on\n",
+                                    "launcher   \\| -  4 period=100\n", "launcher   \\| \\+  4 period = 80\n",
+                                    "launcher   \\| -  9 raised=6\n", "launcher   \\| \\+  9 raised = 7\n"})
         EXPECT_EQ(1, countMatches(objRun.Output(), lpszPattern)) << lpszPattern << "\n" << objRun.Output();
-    EXPECT_LE(1, countMatches(objRun.Output(), "saver      \\| the settings are on the disk\n")) << objRun.Output();
+    EXPECT_LE(1, countMatches(objRun.Output(), "saver      \\| the settings are on the disk\n"))
+        << objRun.Output();
 }
 
 TEST_F(Device, ARunAfterAKilledOneSweepsWhatThatLeft) {
@@ -231,11 +379,9 @@ TEST_F(Device, ARunAfterAKilledOneSweepsWhatThatLeft) {
 }
 
 TEST_F(Device, AnInterruptEndsAllByTheQuitMessage) {
-    run objRun({"--seconds", "30", "--watchdog", szLimit});
+    run objRun = longRun();
     objRun.ReadUntil("panel      \\| +(1) ");
-    objRun.Signal(SIGINT);
-    EXPECT_EQ(130, objRun.Wait()) << objRun.Output();
-    EXPECT_EQ(0u, objRun.LastLine().find("exchanged: ")) << objRun.Output();
+    interrupt(objRun);
 }
 
 TEST_F(Device, TheWatchdogKillsAndNamesWhoHangs) {
@@ -249,7 +395,7 @@ TEST_F(Device, TheWatchdogKillsAndNamesWhoHangs) {
 }
 
 TEST_F(Device, ASecondDemoIsRefusedWhileOneRuns) {
-    run objFirst({"--seconds", "30", "--watchdog", szLimit});
+    run objFirst = longRun();
     objFirst.ReadUntil("(panel) is process");
     run objSecond = shortRun();
     EXPECT_EQ(1, objSecond.Wait());
@@ -265,7 +411,8 @@ TEST_F(Device, CleaningListsAndRemovesEveryObjectAndKeepsTheCounters) {
     ASSERT_LT(0, countAllObjects());
     run objClean({"--clean"});
     EXPECT_EQ(0, objClean.Wait());
-    for (const char* lpszName : {"ipc_system_trace", "ipc_system_share", "ipc_system_named", "ipc_registry"}) {
+    for (const char* lpszName :
+         {"ipc_system_trace", "ipc_system_share", "ipc_system_named", "ipc_registry"}) {
         const std::string strName = lpszName;
         EXPECT_EQ(1, countMatches(objClean.Output(), "removed  segment   " + strName + "\n"))
             << objClean.Output();
@@ -274,15 +421,20 @@ TEST_F(Device, CleaningListsAndRemovesEveryObjectAndKeepsTheCounters) {
         EXPECT_EQ(1, countMatches(objClean.Output(), "removed  key file  /tmp/qor_" + strName + "\n"));
         EXPECT_FALSE(exists("/tmp/qor_" + strName));
     }
+    for (const std::string& strName :
+         {"file      " + tableDirectory() + "/table\\.csv", "file      " + tableDirectory() + "/table\\.xml",
+          "directory " + tableDirectory()})
+        EXPECT_EQ(1, countMatches(objClean.Output(), "removed  " + strName + "\n")) << objClean.Output();
+    EXPECT_FALSE(exists(tableDirectory()));
     EXPECT_EQ(0, countAllObjects()) << objClean.Output();
     EXPECT_TRUE(exists(storageFile()));
     EXPECT_TRUE(exists(settingsFile()));
-    EXPECT_EQ(0u, objClean.LastLine().find("cleaned: 4 segments, 6 semaphores, 5 files"))
+    EXPECT_EQ(0u, objClean.LastLine().find("cleaned: 4 segments, 6 semaphores, 7 files, 1 directories"))
         << objClean.Output();
 }
 
 TEST_F(Device, CleaningFindsTheEventsOfAKilledRun) {
-    run objRun({"--seconds", "30", "--watchdog", szLimit});
+    run objRun = longRun();
     objRun.ReadUntil("(panel) is process");
     objRun.Signal(SIGKILL);
     objRun.Wait();
@@ -295,15 +447,15 @@ TEST_F(Device, CleaningFindsTheEventsOfAKilledRun) {
 }
 
 TEST_F(Device, CleaningRemovesNothingWhileARunGoesOn) {
-    run objRun({"--seconds", "30", "--watchdog", szLimit});
+    run objRun = longRun();
     objRun.ReadUntil("(panel) is process");
     run objClean({"--clean"});
     EXPECT_EQ(1, objClean.Wait());
     EXPECT_EQ(0, countMatches(objClean.Output(), "removed  ")) << objClean.Output();
+    EXPECT_TRUE(exists(tableDirectory() + "/table.xml"));
     EXPECT_LE(1, countMatches(objClean.Output(), "in use   segment   ipc_system_share by [5-9] processes"))
         << objClean.Output();
-    objRun.Signal(SIGINT);
-    EXPECT_EQ(130, objRun.Wait()) << objRun.Output();
+    interrupt(objRun);
 }
 
 TEST_F(Device, CleaningLeavesForeignObjectsAlone) {
@@ -338,7 +490,8 @@ TEST_F(Device, CleaningAllRemovesTheCountersToo) {
     EXPECT_EQ(1, countMatches(objClean.Output(), "removed  counters  " + storageFile() + "\n"))
         << objClean.Output();
     EXPECT_FALSE(exists(storageFile()));
-    EXPECT_EQ(1, countMatches(objClean.Output(), "removed  settings  " + settingsFile() + "\n")) << objClean.Output();
+    EXPECT_EQ(1, countMatches(objClean.Output(), "removed  settings  " + settingsFile() + "\n"))
+        << objClean.Output();
     EXPECT_FALSE(exists(settingsFile()));
     EXPECT_EQ(0, countAllObjects());
 }
