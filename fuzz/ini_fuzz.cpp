@@ -16,7 +16,7 @@ const char szName[] = "/tmp/fuzz.ini";
 
 void put(const void* pData, size_t nSize) {
     FILE* pFile = fopen(szName, "wb");
-    if (pFile == NULL || fwrite(pData, 1, nSize, pFile) != nSize || fclose(pFile) != 0)
+    if (pFile == NULL || (nSize > 0 && fwrite(pData, 1, nSize, pFile) != nSize) || fclose(pFile) != 0)
         abort();
 }
 
