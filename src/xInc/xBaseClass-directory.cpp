@@ -30,11 +30,12 @@ BOOL chPathWalker::OpenPath(const char* lpszPath) {
     return m_pDir != nullptr;
 }
 
-BOOL chPathWalker::ReadFileName(QOR_StringHelper::chReferenceStringT<char>& strName) {
+BOOL chPathWalker::ReadFileName(QOR_StringHelper::chReferenceStringT<char>& strName, BOOL& bIsFile) {
     while (const dirent* pEntry = m_pDir != nullptr ? readdir(m_pDir) : nullptr) {
         if (isDots(pEntry->d_name))
             continue;
         strName = pEntry->d_name;
+        bIsFile = pEntry->d_type != DT_DIR && pEntry->d_type != DT_LNK && pEntry->d_type != DT_UNKNOWN;
         return TRUE;
     }
     return FALSE;
