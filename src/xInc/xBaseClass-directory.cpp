@@ -30,6 +30,11 @@ BOOL chPathWalker::OpenPath(const char* lpszPath) {
     return m_pDir != nullptr;
 }
 
+BOOL chPathWalker::ReadFileName(QOR_StringHelper::chReferenceStringT<char>& strName) {
+    BOOL bIsFile = FALSE;
+    return ReadFileName(strName, bIsFile);
+}
+
 BOOL chPathWalker::ReadFileName(QOR_StringHelper::chReferenceStringT<char>& strName, BOOL& bIsFile) {
     while (const dirent* pEntry = m_pDir != nullptr ? readdir(m_pDir) : nullptr) {
         if (isDots(pEntry->d_name))

@@ -35,10 +35,7 @@ public:
     BOOL OpenPath(const char* lpszPath);
     /// Reads the next entry's name, without the directory. "." and ".." are passed over.
     /// @return 1; 0 at the end, without a directory and after an error, and then the name is left as it was
-    BOOL ReadFileName(QOR_StringHelper::chReferenceStringT<char>& strName) {
-        BOOL bIsFile = FALSE;
-        return ReadFileName(strName, bIsFile);
-    }
+    BOOL ReadFileName(QOR_StringHelper::chReferenceStringT<char>& strName);
     /// The same, and tells whether the directory itself says that the entry is neither a directory nor a link. Where it
     /// does not say what the entry is, bIsFile is 0 as well: pathStat() knows.
     BOOL ReadFileName(QOR_StringHelper::chReferenceStringT<char>& strName, BOOL& bIsFile);
