@@ -5,6 +5,7 @@
 // directories than there are, and since each one is read to its end before the next is opened, one is open at a time.
 //
 // Most entries are files, and the directory says so: those are not asked about one by one.
+#include <string.h>
 #include <sys/stat.h>
 
 #include <algorithm>
@@ -41,9 +42,14 @@ public:
     }
 
     void takeResult(listPath& lstResult) {
-        std::stable_sort(m_listFound.begin(), m_listFound.end());
+        // Moving pointers, and comparing with the platform's strcmp(), which is the order of the strings.
+        std::vector<const refString*> listSorted;
         for (const refString& strPath : m_listFound)
-            lstResult.push_back(strPath);
+            listSorted.push_back(&strPath);
+        std::stable_sort(listSorted.begin(), listSorted.end(),
+                         [](const refString* p1, const refString* p2) { return strcmp(*p1, *p2) < 0; });
+        for (const refString* pPath : listSorted)
+            lstResult.push_back(*pPath);
     }
 
 private:
