@@ -80,6 +80,11 @@ peer::~peer() {
     waitpid(m_pid, NULL, 0);
 }
 
+long long peer::spent() const {
+    clockid_t idClock;
+    return clock_getcpuclockid(m_pid, &idClock) == 0 ? timeOf(idClock) : 0;
+}
+
 // The child stops the count with two calls that nothing else makes: setpriority is the mark.
 double callsPerOperation(int n, const std::function<void()>& fnPrepare, const std::function<void(int)>& fnCount) {
     fflush(NULL);

@@ -38,6 +38,9 @@ public:
     peer(int iProcessor, const std::function<void()>& fnRun);
     ~peer();
 
+    // What the processor has spent on it, in nanoseconds.
+    long long spent() const;
+
 private:
     pid_t m_pid;
 };

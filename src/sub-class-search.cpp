@@ -3,6 +3,9 @@
 // The directories on the way from the first one to the present one form a stack. A directory that is already on it, as
 // its device and number tell, is not entered again: that is where a cycle of links closes. So the way never has more
 // directories than there are, and since each one is read to its end before the next is opened, one is open at a time.
+//
+// Most entries are files, and the directory says so: those are not asked about one by one.
+#include <string.h>
 #include <sys/stat.h>
 
 #include <algorithm>
@@ -39,9 +42,14 @@ public:
     }
 
     void takeResult(listPath& lstResult) {
-        std::stable_sort(m_listFound.begin(), m_listFound.end());
+        // Moving pointers, and comparing with the platform's strcmp(), which is the order of the strings.
+        std::vector<const refString*> listSorted;
         for (const refString& strPath : m_listFound)
-            lstResult.push_back(strPath);
+            listSorted.push_back(&strPath);
+        std::stable_sort(listSorted.begin(), listSorted.end(),
+                         [](const refString* p1, const refString* p2) { return strcmp(*p1, *p2) < 0; });
+        for (const refString* pPath : listSorted)
+            lstResult.push_back(*pPath);
     }
 
 private:
@@ -65,22 +73,32 @@ private:
 
     void enter(directory next) {
         QOR_BaseHelper::chPathWalker walker(next.strPath);
-        for (refString strName; walker.ReadFileName(strName);)
-            if (!m_filter.IsDenyFileName(strName))
-                take(next, strName);
+        BOOL bIsFile = FALSE;
+        for (refString strName; walker.ReadFileName(strName, bIsFile);)
+            if (!m_filter.IsDenyFileName(strName) && (bIsFile || !takeDirectory(next, strName)))
+                takeFile(next, strName);
         m_listWay.push_back(std::move(next));
     }
 
-    void take(directory& parent, const char* lpszName) {
+    static refString pathOf(const directory& parent, const refString& strName) {
         // The path's own buffer is larger than the path.
-        const refString strPath(static_cast<const char*>(QOR_FileHelper::chPathNameA(parent.strPath, lpszName)), -1);
+        return refString(static_cast<const char*>(QOR_FileHelper::chPathNameA(parent.strPath, strName)), -1);
+    }
+
+    // Whether the entry is a directory.
+    bool takeDirectory(directory& parent, const refString& strName) {
+        const refString strPath = pathOf(parent, strName);
         struct stat state;
-        if (QOR_MiscHelper::pathStat(strPath, &state) && S_ISDIR(state.st_mode)) {
-            if (m_bRecursive)
-                parent.listBelow.push_back({strPath, state.st_dev, state.st_ino, {}});
-        } else if (m_filter.IsAcceptFileName(lpszName)) {
-            m_listFound.push_back(strPath);
-        }
+        if (!QOR_MiscHelper::pathStat(strPath, &state) || !S_ISDIR(state.st_mode))
+            return false;
+        if (m_bRecursive)
+            parent.listBelow.push_back({strPath, state.st_dev, state.st_ino, {}});
+        return true;
+    }
+
+    void takeFile(const directory& parent, const refString& strName) {
+        if (m_filter.IsAcceptFileName(strName))
+            m_listFound.push_back(pathOf(parent, strName));
     }
 
     chFileFilter m_filter;

@@ -31,10 +31,16 @@ BOOL chPathWalker::OpenPath(const char* lpszPath) {
 }
 
 BOOL chPathWalker::ReadFileName(QOR_StringHelper::chReferenceStringT<char>& strName) {
+    BOOL bIsFile = FALSE;
+    return ReadFileName(strName, bIsFile);
+}
+
+BOOL chPathWalker::ReadFileName(QOR_StringHelper::chReferenceStringT<char>& strName, BOOL& bIsFile) {
     while (const dirent* pEntry = m_pDir != nullptr ? readdir(m_pDir) : nullptr) {
         if (isDots(pEntry->d_name))
             continue;
         strName = pEntry->d_name;
+        bIsFile = pEntry->d_type != DT_DIR && pEntry->d_type != DT_LNK && pEntry->d_type != DT_UNKNOWN;
         return TRUE;
     }
     return FALSE;

@@ -44,6 +44,25 @@ TEST_F(PathWalker, EveryEntryIsReadOnceWithoutItsDirectory) {
     EXPECT_EQ((std::vector<std::string>{"...", "..x", ".hidden", "b.ini", "link", "sub"}), namesOf(walker));
 }
 
+TEST_F(PathWalker, WhatIsNeitherADirectoryNorALinkIsAFile) {
+    qorTest::putFile("/tmp/walk/file", "");
+    ASSERT_EQ(0, mkfifo("/tmp/walk/pipe", 0666));
+    ASSERT_EQ(0, mkdir("/tmp/walk/sub", 0777));
+    ASSERT_EQ(0, symlink("file", "/tmp/walk/to.file"));
+    ASSERT_EQ(0, symlink("sub", "/tmp/walk/to.sub"));
+    ASSERT_EQ(0, symlink("/nowhere", "/tmp/walk/to.nowhere"));
+    chPathWalker walker("/tmp/walk");
+    std::vector<std::string> listFile;
+    int nEntries = 0;
+    BOOL bIsFile = FALSE;
+    for (text strName; walker.ReadFileName(strName, bIsFile); ++nEntries)
+        if (bIsFile)
+            listFile.push_back(static_cast<const char*>(strName));
+    std::sort(listFile.begin(), listFile.end());
+    EXPECT_EQ((std::vector<std::string>{"file", "pipe"}), listFile);
+    EXPECT_EQ(6, nEntries);
+}
+
 TEST_F(PathWalker, AtTheEndTheNameIsLeftAndTheAnswerStaysZero) {
     qorTest::putFile("/tmp/walk/only", "");
     chPathWalker walker("/tmp/walk");
