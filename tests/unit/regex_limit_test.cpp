@@ -29,7 +29,7 @@ void* runStep(void* p) {
 
 // Runs a step on a stack that unbounded recursion would leave. Sanitizers make frames several times larger.
 void onSmallStack(const std::function<void()>& step) {
-#if defined(__SANITIZE_ADDRESS__)
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
     const size_t nStack = 2048 * 1024;
 #else
     const size_t nStack = 384 * 1024;
