@@ -313,7 +313,6 @@ void chThreadBase::WaitOwnEvent(recordWait& wait, int nTime) {
 }
 
 BOOL chThreadBase::WaitRecord(msgObject& objMessage, recordWait wait, int nTimeout) {
-    share().GetProcessLocal().NoteOwnMessage();
     waitClock clock(nTimeout < -1 ? 0 : nTimeout);
     if (wait.bWake && !share().GetProcessLocal().AwakeLiveTask(m_idTask)) {
         LookAtRecord(objMessage, wait, true);
@@ -340,7 +339,10 @@ BOOL chThreadBase::WaitAlone(msgObject& objMessage, bool bReceipt, int nTimeout)
     QOR_BaseHelper::chEvent* pCurrentTaskEvent = share().GetProcessLocal().GetCurrentTaskEvent();
     if (!QOR_ASSERT(pCurrentTaskEvent != NULL))
         return 0;
-    return WaitRecord(objMessage, {bReceipt, true, loadShareWord(objMessage.uMsg), pCurrentTaskEvent, NULL}, nTimeout);
+    const BOOL bDone =
+        WaitRecord(objMessage, {bReceipt, true, loadShareWord(objMessage.uMsg), pCurrentTaskEvent, NULL}, nTimeout);
+    share().GetProcessLocal().NoteOwnMessage();
+    return bDone;
 }
 
 BOOL chThreadBase::WaitThreadMessageReply(msgObject& objMessage, int nTimeout) {
@@ -388,6 +390,7 @@ BOOL chThreadBase::EmitAndWait(const msgDraft& draft, bool bReceipt, int nTimeou
         t_nUnreset = 0;
         share().GetProcessLocal().GetCurrentTaskEvent()->ResetEvent();
     }
+    share().GetProcessLocal().NoteOwnMessage();
     return bDone;
 }
 

@@ -287,7 +287,8 @@ public:
     /// The calling task's own wake-up event.
     QOR_BaseHelper::chEvent* GetCurrentTaskEvent();
     /// Tells the calling thread's loop to look into its queue: it has posted itself a message, for which there is no
-    /// signal, or is about to take signals of its event elsewhere.
+    /// signal, or has taken signals of its event elsewhere. Also the end of what the task did with its event: it may be
+    /// destroyed by whoever finds the task dead.
     void NoteOwnMessage();
     /// Makes the calling task's own event anew, whatever a dead predecessor of the same task id left behind.
     QOR_BaseHelper::chEvent* CreateOwnTaskEvent();
