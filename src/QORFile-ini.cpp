@@ -6,9 +6,9 @@
 // have one name, the list's order decides, by a walk.
 #include "qor/FileHelper/Ini.h"
 
-#include <stdio.h>
 #include <stdlib.h>
 
+#include "internal/byte_string.h"
 #include "qor/StringHelper/Convert.h"
 
 using namespace QOR_StringHelper;
@@ -96,7 +96,7 @@ uint32_t iniNodeIndex::hashOf(iniLineType eType, const chConstTextT<char>& name)
 uint32_t iniNodeIndex::hashOf(iniNode* pNode) const {
     const iniObject* pObject = pNode->m_value;
     if (pNode->m_uHash == 0 && pObject != NULL)
-        pNode->m_uHash = hashOf(pObject->type(), chConstTextT<char>(pObject->key(), pObject->key().GetLength()));
+        pNode->m_uHash = hashOf(pObject->type(), viewOf(pObject->key()));
     return pNode->m_uHash;
 }
 

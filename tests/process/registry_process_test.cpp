@@ -112,6 +112,15 @@ TEST_F(RegistryProcess, TwoProcessesThatStartAtOnceShareOneDocument) {
     EXPECT_EQ("[s]\nk=1\n", getFile(m_strFile));
 }
 
+TEST_F(RegistryProcess, ASegmentOfAnotherTypeIsRefused) {
+    childProcess maker("maker", [&] { return open("s") != NULL ? 0 : 1; });
+    EXPECT_EQ(0, maker.wait());
+    EXPECT_EQ(1001, swapShareType("ipc_registry", 0x100000, 1002));
+    EXPECT_EXIT(open("s"), testing::KilledBySignal(SIGABRT),
+                "\\[_chBaseClass:[0-9]+\\] Open Mapfile Object \\[ipc_registry:1048576:1002\\] expect "
+                "\\(1048576:1001\\) ");
+}
+
 TEST_F(RegistryProcess, AHandleMeansTheSameSectionInEveryProcess) {
     int fd[2];
     ASSERT_EQ(0, pipe(fd));
