@@ -379,6 +379,25 @@ TEST_F(Monitors, EntriesAreRemovedByTaskProcessorAndMethod) {
     registryHelper().Unlock();
 }
 
+TEST_F(Monitors, TheSecondWordOfAMethodCountsUnlessThereIsNoFirst) {
+    watcher objWatcher;
+    regSection* pSection = sectionOf(open("s"));
+    const int idTask = qorGetCurrentTaskId();
+    registryHelper().Lock(-1);
+    msgEntryPair* pEntry = pSection->AddMonitorTask(idTask, &objWatcher, s_pOnChange);
+    pEntry->m_objMethod.m_aWord[1] += 8;
+    pSection->RemoveMonitorTask(idTask, &objWatcher, s_pOnChange);
+    EXPECT_EQ(1, pSection->m_lstMonitor.size());
+    pEntry->m_objMethod.m_aWord[1] -= 8;
+    pSection->RemoveMonitorTask(idTask, &objWatcher, s_pOnChange);
+    EXPECT_EQ(0, pSection->m_lstMonitor.size());
+    pEntry = pSection->AddMonitorTask(idTask, &objWatcher, NULL);
+    pEntry->m_objMethod.m_aWord[1] = 8;
+    pSection->RemoveMonitorTask(idTask, &objWatcher, NULL);
+    EXPECT_EQ(0, pSection->m_lstMonitor.size());
+    registryHelper().Unlock();
+}
+
 // ---- the saver
 
 TEST_F(Monitors, AFlushAsksTheSaverWhichSavesTheDocument) {
