@@ -6,9 +6,9 @@
 // have one name, the list's order decides, by a walk.
 #include "qor/FileHelper/Ini.h"
 
-#include <stdio.h>
 #include <stdlib.h>
 
+#include "internal/byte_string.h"
 #include "qor/StringHelper/Convert.h"
 
 using namespace QOR_StringHelper;
@@ -23,6 +23,17 @@ constexpr int maxWalked = 16;  // a list up to this long is walked
 
 bool isObject(const iniObject* pObject, iniLineType eType, const phraseConstTextA& name) {
     return pObject != NULL && pObject->type() == eType && stringSameNC(pObject->key(), name);
+}
+
+// A hexadecimal number as "%x" reads it where a long has 32 bits: what is too large has all bits set.
+bool readHex(const char* lpszText, int& nValue) {
+    char* lpszEnd = NULL;
+    const long long nRead = strtoll(lpszText, &lpszEnd, 16);
+    if (lpszEnd == lpszText)
+        return false;
+    const bool bTooLarge = nRead > UINT32_MAX || nRead < -static_cast<long long>(UINT32_MAX);
+    nValue = bTooLarge ? -1 : static_cast<int>(static_cast<uint32_t>(nRead));
+    return true;
 }
 
 // Callers chain look-ups, so an object may be null, whatever the compiler thinks of it.
@@ -85,7 +96,7 @@ uint32_t iniNodeIndex::hashOf(iniLineType eType, const chConstTextT<char>& name)
 uint32_t iniNodeIndex::hashOf(iniNode* pNode) const {
     const iniObject* pObject = pNode->m_value;
     if (pNode->m_uHash == 0 && pObject != NULL)
-        pNode->m_uHash = hashOf(pObject->type(), chConstTextT<char>(pObject->key(), pObject->key().GetLength()));
+        pNode->m_uHash = hashOf(pObject->type(), viewOf(pObject->key()));
     return pNode->m_uHash;
 }
 
@@ -251,11 +262,10 @@ int iniDocument::GetIntValue(const phraseConstTextA& section, const phraseConstT
     const char* lpszValue = findValue(section, key);
     if (lpszValue == NULL)
         return nDefault;
-    if (uCTextHelper<char, false>::chIsBeginText(lpszValue, "0x")) {
-        unsigned uValue = 0;
-        return sscanf(lpszValue + 2, "%x", &uValue) == 1 ? static_cast<int>(uValue) : nDefault;
-    }
-    refString(lpszValue) >> nDefault;
+    if (uCTextHelper<char, false>::chIsBeginText(lpszValue, "0x"))
+        readHex(lpszValue + 2, nDefault);
+    else
+        refString(lpszValue) >> nDefault;
     return nDefault;
 }
 

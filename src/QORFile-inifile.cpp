@@ -19,8 +19,6 @@ namespace {
 
 typedef chConstTextT<char> constText;
 
-constText viewOf(const chReferenceStringT<char>& str) { return constText(str, str.GetLength()); }
-
 // Makes the heap join the small blocks that were just freed, as allocators do before they serve a large request. The
 // next document then lies in the order in which it is read and written; in the holes of the last one it would lie
 // scattered, and half of the time of both go into waiting for memory.

@@ -4,6 +4,7 @@
 #include <string.h>
 
 #define QOR_MODULE "QORFile"
+#include "internal/byte_string.h"
 #include "internal/report.h"
 
 using namespace QOR_StringHelper;
@@ -14,8 +15,6 @@ namespace {
 
 typedef chConstTextT<char> constText;
 typedef chReferenceStringT<char> refString;
-
-constText viewOf(const refString& str) { return constText(str, str.GetLength()); }
 
 constText cutWhiteSpace(const constText& text) {
     const char* lpszBegin = text;

@@ -6,6 +6,7 @@
 #include <string.h>
 
 #define QOR_MODULE "QORFile"
+#include "internal/byte_string.h"
 #include "internal/report.h"
 #include "internal/xml_code.h"
 #include "qor/FileHelper/File.h"
@@ -46,8 +47,6 @@ const char* findSpecial(const char* lpsz, const char* lpszEnd) {
         ++lpsz;
     return lpsz;
 }
-
-constText viewOf(const refString& str) { return constText(str, str.GetLength()); }
 
 // Measures.
 class lengthSink {

@@ -32,10 +32,21 @@ bool regSection::RemoveMonitorTask(const msgEntryPair* pEntry) {
     return pFound != NULL;
 }
 
+// In one walk: an entry is erased when the walk has left it.
 template <class Fn>
 void regSection::RemoveMonitorsIf(Fn fnRemove) {
-    while (msgEntryPair* pFound = m_lstMonitor.FindObject(fnRemove))
-        m_lstMonitor.EraseObject(pFound);
+    msgEntryPair* pLeft = NULL;
+    const auto eraseLeft = [&] {
+        if (pLeft != NULL)
+            m_lstMonitor.EraseObject(pLeft);
+        pLeft = NULL;
+    };
+    m_lstMonitor.ForEach([&](msgEntryPair& entry) {
+        eraseLeft();
+        if (fnRemove(entry))
+            pLeft = &entry;
+    });
+    eraseLeft();
 }
 
 void regSection::RemoveMonitorTask(int idTask, const chMsgProcesser* pProcesser, msgMethod pMethod) {
@@ -48,8 +59,17 @@ void regSection::RemoveMonitorTask(int idTask, const chMsgProcesser* pProcesser,
     });
 }
 
+// The kernel is asked once for a row of entries of one task.
 void regSection::ClearGhostTask() {
-    RemoveMonitorsIf([](const msgEntryPair& entry) { return !qorIsValidTaskID(entry.m_idTask); });
+    int idAsked = 0;
+    bool bAlive = false;
+    RemoveMonitorsIf([&](const msgEntryPair& entry) {
+        if (idAsked == 0 || idAsked != entry.m_idTask) {
+            idAsked = entry.m_idTask;
+            bAlive = qorIsValidTaskID(idAsked);
+        }
+        return !bAlive;
+    });
 }
 
 // ---- chRegistryMonitor

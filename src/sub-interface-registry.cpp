@@ -21,15 +21,15 @@ uintptr_t numberOf(HREGISTRY hRegistry) { return reinterpret_cast<uintptr_t>(hRe
 
 HREGISTRY handleOf(const void* pObject) { return reinterpret_cast<HREGISTRY>(registry().GetHandle(pObject)); }
 
-// The whole text.
-void copyText(char* lpszBuffer, const char* lpszText) { memcpy(lpszBuffer, lpszText, strlen(lpszText) + 1); }
+// The whole text; the default may stand in the buffer.
+void copyText(char* lpszBuffer, const char* lpszText) { memmove(lpszBuffer, lpszText, strlen(lpszText) + 1); }
 
 // As much of the text as has room, terminated; its whole length.
 int copyTextN(char* lpszBuffer, int nSize, const char* lpszText) {
     const size_t nLength = strlen(lpszText);
     if (lpszBuffer != NULL && nSize > 0) {
         const size_t nCopy = nLength < static_cast<size_t>(nSize) ? nLength : static_cast<size_t>(nSize) - 1;
-        memcpy(lpszBuffer, lpszText, nCopy);
+        memmove(lpszBuffer, lpszText, nCopy);
         lpszBuffer[nCopy] = 0;
     }
     return static_cast<int>(nLength);

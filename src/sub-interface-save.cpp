@@ -174,23 +174,38 @@ bool refreshCopy(savedCopy& copy, const regDocument& document, uint32_t uSaves, 
     return true;
 }
 
-// Brings the changes to the file. *pbWritten tells whether that took a write.
-bool writeChanges(savedCopy& copy, const std::vector<changedKey>& listKey, bool* pbWritten) {
+// Counts a write before the file changes: also behind a process that dies right after it, no other takes its own copy for
+// what the file holds.
+void countSave(savedCopy& copy, regDocument& document) {
+    registryLock lock;
+    storeShareWord(document.m_uSaves, ++copy.uSaves);
+}
+
+// Brings the changes to the file, which is not touched when it has them already.
+bool writeChanges(savedCopy& copy, regDocument& document, const std::vector<changedKey>& listKey) {
     int nChanged = 0;
     for (const changedKey& changed : listKey)
         nChanged += copy.file.SetTextValue(changed.strSection.c_str(), changed.strKey.c_str(), changed.strValue.c_str());
-    *pbWritten = nChanged > 0;
-    if (nChanged == 0 || copy.file.SaveToFile(NULL))
+    if (nChanged == 0)
+        return true;
+    countSave(copy, document);
+    if (copy.file.SaveToFile(NULL))
         return true;
     copy.pDocument = NULL;
     return false;
 }
 
-}  // namespace
+// The saver has come round: what it was asked for the document so far, this save meets.
+void meetRequests(regDocument& document) {
+    if (loadShareWord(document.m_nSaveAsked) == 0)
+        return;
+    registryLock lock;
+    if (loadShareWord(registry().getObject()->m_idSaverTask) == QOR_MiscHelper::qorGetCurrentTaskId())
+        storeShareWord(document.m_nSaveAsked, 0);
+}
 
-BOOL regSaveRegistryDocument(regDocument* pDocument) {
-    if (pDocument == NULL)
-        return 0;
+// 1 when the file is up to date.
+BOOL saveDocument(regDocument* pDocument) {
     if (loadShareWord(pDocument->m_nChagedCount) == 0)
         return 1;
     scopeShareLock<QOR_BaseHelper::chMutex> lockSave(registry().GetSaveLock());
@@ -206,14 +221,20 @@ BOOL regSaveRegistryDocument(regDocument* pDocument) {
         uSaves = loadShareWord(pDocument->m_uSaves);
     }
     savedCopy& copy = ownCopy();
-    bool bWritten = false;
-    if (!refreshCopy(copy, *pDocument, uSaves, strFileName) || !writeChanges(copy, listKey, &bWritten))
+    if (!refreshCopy(copy, *pDocument, uSaves, strFileName) || !writeChanges(copy, *pDocument, listKey))
         return 0;
     registryLock lock;
-    if (bWritten)
-        storeShareWord(pDocument->m_uSaves, copy.uSaves = uSaves + 1);
     settleCounts(*pDocument, listKey);
     return 1;
+}
+
+}  // namespace
+
+BOOL regSaveRegistryDocument(regDocument* pDocument) {
+    if (pDocument == NULL)
+        return 0;
+    meetRequests(*pDocument);
+    return saveDocument(pDocument);
 }
 
 BOOL registryFlush(regDocument* pDocument) {
@@ -237,7 +258,7 @@ BOOL registryFlush(regDocument* pDocument) {
         return 1;
     if (idSaver != 0)
         forgetSaver(idSaver);
-    regSaveRegistryDocument(pDocument);
+    saveDocument(pDocument);  // a saver that flushes has not come round by that
     return 1;
 }
 
@@ -250,6 +271,12 @@ regDocument* hostDocument(HREGISTRY hRegistry) {
     registryLock lock;
     const regSection* pSection = registry().GetSection(reinterpret_cast<uintptr_t>(hRegistry));
     return pSection != NULL ? pSection->GetHostDocument() : NULL;
+}
+
+// The document of a handle of its own, or null.
+regDocument* documentOf(HREGISTRY hDocument) {
+    registryLock lock;
+    return registry().GetDocument(reinterpret_cast<uintptr_t>(hDocument));
 }
 
 // Documents of which a save was asked. What is asked from now on is asked of another saver.
@@ -273,18 +300,12 @@ BOOL registryFlush(HREGISTRY hRegistry) {
     return pDocument != NULL ? registryFlush(pDocument) : 0;
 }
 
-BOOL regSaveRegistryDocument(HREGISTRY hRegistry) { return regSaveRegistryDocument(hostDocument(hRegistry)); }
-
-BOOL registrySaveDocument(HREGISTRY hDocument) {
-    regDocument* pDocument = NULL;
-    {
-        registryLock lock;
-        pDocument = registry().GetDocument(reinterpret_cast<uintptr_t>(hDocument));
-        if (pDocument != NULL)
-            storeShareWord(pDocument->m_nSaveAsked, 0);
-    }
-    return regSaveRegistryDocument(pDocument);
+BOOL regSaveRegistryDocument(HREGISTRY hRegistry) {
+    regDocument* pDocument = hostDocument(hRegistry);
+    return pDocument != NULL ? regSaveRegistryDocument(pDocument) : registrySaveDocument(hRegistry);
 }
+
+BOOL registrySaveDocument(HREGISTRY hDocument) { return regSaveRegistryDocument(documentOf(hDocument)); }
 
 BOOL registryRegistSaver(void) {
     chThreadLocal* pLocalThread = uCSystemShareHelpergetGlobalObject()->GetProcessLocal().GetCurrentThreadObject();

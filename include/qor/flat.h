@@ -207,11 +207,12 @@ QOR_API BOOL registrySetFloat(HREGISTRY hRegistry, const char* lpszKey, double f
  *  is written by the next flush. */
 QOR_API BOOL registryFlush(HREGISTRY hRegistry);
 
-/** Writes the changes of the section's document to its file at once, whoever is the saver. 1 when the file is up to date;
- *  0 when it could not be written, and for no section. */
+/** Writes the changes of the section's document to its file at once, whoever is the saver; a document's own handle, which
+ *  the saver is told, stands for it as well. 1 when the file is up to date; 0 when it could not be written, and for
+ *  neither. */
 QOR_API BOOL regSaveRegistryDocument(HREGISTRY hRegistry);
 /** Makes the calling thread the saver, in the place of any other: from now on a flush posts it message 0x9001 with a
- *  document's handle in wParam, for which it calls registrySaveDocument(). One that does not is asked 16 times at most;
+ *  document's handle in wParam, for which it saves that document. One that does not is asked 16 times at most;
  *  then flushing threads save themselves. Saves what its predecessor was asked and has not done. Returns 1.
  *  Fatal: the thread is not registered. */
 QOR_API BOOL registryRegistSaver(void);

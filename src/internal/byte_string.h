@@ -1,4 +1,5 @@
-// Strings filled at once with bytes whose number is known. Copying a text looks for its NUL on the way, byte for byte.
+// Strings as bytes whose number is known: filled at once, where copying a text looks for its NUL on the way, byte for
+// byte, and viewed whole.
 #ifndef QOR_INTERNAL_BYTE_STRING_H
 #define QOR_INTERNAL_BYTE_STRING_H
 
@@ -14,6 +15,11 @@ inline void fillString(QOR_StringHelper::chReferenceStringT<char>& str, const ch
         return;
     memcpy(str.GetBuffer(nLength), lpszText, static_cast<size_t>(nLength));
     str.getStringData()->m_nDataLength = nLength;
+}
+
+// All of a string.
+inline QOR_StringHelper::chConstTextT<char> viewOf(const QOR_StringHelper::chReferenceStringT<char>& str) {
+    return QOR_StringHelper::chConstTextT<char>(str, str.GetLength());
 }
 
 }  // namespace QOR_FileHelper

@@ -1,7 +1,9 @@
 // The registry between processes: one copy of each document, no change lost, every monitor told, savers that die, files
 // that have no room, kills at random moments. The test itself does not open the registry: what its processes leave is
 // all there is.
+#include <dlfcn.h>
 #include <stdlib.h>
+#include <string.h>
 #include <time.h>
 
 #include <algorithm>
@@ -20,6 +22,19 @@
 using namespace QOR_RegistryHelper;
 using namespace qorTest;
 using QOR_MsgQueueHelper::msgObject;
+
+// ---- the last call of a save, behind which a process may be told to die
+
+static bool s_bDieWhenSaved = false;
+
+extern "C" int unlink(const char* lpszPath) noexcept {
+    static auto* const fn = reinterpret_cast<int (*)(const char*)>(dlsym(RTLD_NEXT, "unlink"));
+    const int nResult = fn(lpszPath);
+    const char* lpszEnd = strrchr(lpszPath, '.');
+    if (s_bDieWhenSaved && lpszEnd != NULL && strcmp(lpszEnd, ".old") == 0)
+        kill(getpid(), SIGKILL);
+    return nResult;
+}
 
 namespace {
 
@@ -97,6 +112,15 @@ TEST_F(RegistryProcess, TwoProcessesThatStartAtOnceShareOneDocument) {
     EXPECT_EQ("[s]\nk=1\n", getFile(m_strFile));
 }
 
+TEST_F(RegistryProcess, ASegmentOfAnotherTypeIsRefused) {
+    childProcess maker("maker", [&] { return open("s") != NULL ? 0 : 1; });
+    EXPECT_EQ(0, maker.wait());
+    EXPECT_EQ(1001, swapShareType("ipc_registry", 0x100000, 1002));
+    EXPECT_EXIT(open("s"), testing::KilledBySignal(SIGABRT),
+                "\\[_chBaseClass:[0-9]+\\] Open Mapfile Object \\[ipc_registry:1048576:1002\\] expect "
+                "\\(1048576:1001\\) ");
+}
+
 TEST_F(RegistryProcess, AHandleMeansTheSameSectionInEveryProcess) {
     int fd[2];
     ASSERT_EQ(0, pipe(fd));
@@ -151,6 +175,35 @@ TEST_F(RegistryProcess, WhatAnotherProcessSavedIsNotOverwrittenByAnOlderCopy) {
     EXPECT_EQ(0, second.wait());
     EXPECT_EQ(0, first.wait());
     EXPECT_EQ("[ s ]\na = 3\nb = 0\nc = 2\n", getFile(m_strFile));
+}
+
+// Its file stands, and nobody has counted that yet.
+TEST_F(RegistryProcess, WhatAKilledProcessSavedIsNotTakenForWhatAnOlderCopyHolds) {
+    putFile(m_strFile, "[s]\nk=0\n");
+    meeting meetingFirst, meetingSecond;
+    childProcess first("first", [&] {
+        HREGISTRY h = open("s");
+        registrySetInt(h, "k", 1);
+        registryFlush(h);
+        meetingFirst.say();
+        meetingSecond.hear();
+        registrySetInt(h, "k", 1);
+        registryFlush(h);
+        return documentOf(h)->m_nChagedCount;
+    });
+    meetingFirst.hear();
+    childProcess second("second", [&] {
+        HREGISTRY h = open("s");
+        registrySetInt(h, "k", 2);
+        s_bDieWhenSaved = true;
+        registryFlush(h);
+        return 0;
+    });
+    EXPECT_EQ(-SIGKILL, second.wait());
+    EXPECT_EQ("[ s ]\nk = 2\n", getFile(m_strFile));
+    meetingSecond.say();
+    EXPECT_EQ(0, first.wait());
+    EXPECT_EQ("[ s ]\nk = 1\n", getFile(m_strFile));
 }
 
 TEST_F(RegistryProcess, AForkedChildUsesTheLocksThatThreadsOfTheParentHeld) {

@@ -9,12 +9,14 @@
 
 #include "support/child.h"
 #include "qor/TraceHelper.h"
+#include "support/share_object.h"
 #include "support/traceline.h"
 
 using namespace QOR_TraceHelper;
 using QOR_StringHelper::chReferenceStringT;
 using qorTest::childProcess;
 using qorTest::meeting;
+using qorTest::swapShareType;
 
 namespace {
 
@@ -252,22 +254,13 @@ TEST(TraceInstance, ManyThreadsMakeItOnce) {
 }
 
 TEST(TraceInstance, ASegmentOfAnotherTypeIsRefused) {
-    int32_t nType = 0;
-    const auto swapType = [&nType](int32_t nNewType) {
-        QOR_BaseHelper::chMapFile mapFile;
-        int32_t* const pHeader = static_cast<int32_t*>(mapFile.OpenMapFile("ipc_system_trace", 65536));
-        nType = pHeader[1];
-        pHeader[1] = nNewType;
-        mapFile.CloseMapFile();
-    };
     childProcess maker("maker", [] { return uCTraceHelpergetGlobalObject() != nullptr ? 0 : 1; });
     EXPECT_EQ(0, maker.wait());
-    swapType(1004);
-    EXPECT_EQ(1005, nType);
+    EXPECT_EQ(1005, swapShareType("ipc_system_trace", 65536, 1004));
     EXPECT_EXIT(uCTraceHelpergetGlobalObject(), testing::KilledBySignal(SIGABRT),
                 "\\[_chBaseClass:[0-9]+\\] Open Mapfile Object \\[ipc_system_trace:65536:1004\\] expect "
                 "\\(65536:1005\\) ");
-    swapType(1005);
+    EXPECT_EQ(1004, swapShareType("ipc_system_trace", 65536, 1005));
 }
 
 }  // namespace

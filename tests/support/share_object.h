@@ -1,4 +1,4 @@
-// Removal of a shared object by its name, whoever made it.
+// Shared objects by their names, whoever made them: removal, and another type number.
 #ifndef TESTS_SUPPORT_SHARE_OBJECT_H
 #define TESTS_SUPPORT_SHARE_OBJECT_H
 
@@ -13,6 +13,16 @@ inline void removeShareObject(const char* lpszName) {
     file.OpenMapFile(lpszName, 1);
     file.DestroyMapFile();
     mutex.DestroyMutex();
+}
+
+// Puts another type number into the header of an object that exists; the number that stood there.
+inline int swapShareType(const char* lpszName, int nSize, int32_t nNewType) {
+    QOR_BaseHelper::chMapFile file;
+    int32_t* const pHeader = static_cast<int32_t*>(file.OpenMapFile(lpszName, nSize));
+    const int32_t nType = pHeader[1];
+    QOR_ChainHelper::storeShareWord(pHeader[1], nNewType);
+    file.CloseMapFile();
+    return nType;
 }
 
 }  // namespace qorTest

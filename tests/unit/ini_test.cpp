@@ -486,6 +486,17 @@ TEST(IniDocument, IntegersAreDecimalOrHexadecimalBehindTheirPrefix) {
     EXPECT_EQ(-1, intOf("0xFFFFFFFF"));
     EXPECT_EQ(2147483647, intOf("99999999999"));
     EXPECT_EQ(0, intOf("0"));
+    EXPECT_EQ(31, intOf("0x 1F"));
+    EXPECT_EQ(-5, intOf("0x-5"));
+    EXPECT_EQ(16, intOf("0x0x10"));
+}
+
+TEST(IniDocument, AHexadecimalNumberThatIsTooLargeHasAllBitsSet) {
+    EXPECT_EQ(-1, intOf("0x100000000"));
+    EXPECT_EQ(-1, intOf("0x123456789A"));
+    EXPECT_EQ(-1, intOf("0xFFFFFFFFFFFFFFF0"));
+    EXPECT_EQ(-1, intOf("0x-100000002"));
+    EXPECT_EQ(-1, intOf("0x123456789ABCDEF012345"));
 }
 
 TEST(IniDocument, WhatIsNoIntegerIsTheDefault) {

@@ -1,4 +1,8 @@
 // Monitors and the saver in one process: who is told of what, how often, and what becomes of the dead.
+#include <dlfcn.h>
+#include <sched.h>
+
+#include <atomic>
 #include <thread>
 
 #include "qor/MiscHelper.h"
@@ -12,6 +16,16 @@ using QOR_MsgQueueHelper::chMsgProcesser;
 using QOR_MsgQueueHelper::msgEntryPair;
 using QOR_MsgQueueHelper::msgMethod;
 using QOR_MsgQueueHelper::msgObject;
+
+// ---- the questions whether a task is alive, counted; the library's arrive here too
+
+static std::atomic<int> s_nAsked{0};
+
+extern "C" int sched_getscheduler(pid_t idTask) noexcept {
+    static auto* const fn = reinterpret_cast<int (*)(pid_t)>(dlsym(RTLD_NEXT, "sched_getscheduler"));
+    ++s_nAsked;
+    return fn(idTask);
+}
 
 namespace {
 
@@ -179,6 +193,35 @@ TEST_F(Monitors, AnEndedThreadIsPassedOverAndRemovedWhenTheNextIsAdded) {
     regUnmonitorSection(h);
 }
 
+TEST_F(Monitors, ManyMonitorsAreAddedAndRemovedInOneWalkEach) {
+    HREGISTRY h = open("s");
+    constexpr int nMonitors = 300;
+    s_nAsked = 0;
+    for (int i = 0; i < nMonitors; ++i)
+        regMonitorSection(h);
+    int idGhost = 0;
+    std::thread([&] {
+        idGhost = qorGetCurrentTaskId();
+        for (int i = 0; i < nMonitors; ++i)
+            regMonitorSection(h);
+    }).join();
+    EXPECT_EQ(2 * nMonitors, monitorsOf(h));
+    EXPECT_LE(s_nAsked, 4 * nMonitors);  // each task once for each addition
+    while (QOR_MiscHelper::qorIsValidTaskID(idGhost))
+        QOR_MiscHelper::qorSwitchToThread();
+    regSection* pSection = sectionOf(h);
+    s_nAsked = 0;
+    registryHelper().Lock(-1);
+    pSection->ClearGhostTask();
+    registryHelper().Unlock();
+    EXPECT_EQ(nMonitors, monitorsOf(h));
+    EXPECT_LE(s_nAsked, 2);
+    const int nFree = freeRegistryBytes();
+    regUnmonitorSection(h);
+    EXPECT_EQ(0, monitorsOf(h));
+    EXPECT_GE(freeRegistryBytes(), nFree + nMonitors * 24);
+}
+
 // ---- processors and methods
 
 class watcher : public chMsgProcesser {
@@ -336,6 +379,25 @@ TEST_F(Monitors, EntriesAreRemovedByTaskProcessorAndMethod) {
     registryHelper().Unlock();
 }
 
+TEST_F(Monitors, TheSecondWordOfAMethodCountsUnlessThereIsNoFirst) {
+    watcher objWatcher;
+    regSection* pSection = sectionOf(open("s"));
+    const int idTask = qorGetCurrentTaskId();
+    registryHelper().Lock(-1);
+    msgEntryPair* pEntry = pSection->AddMonitorTask(idTask, &objWatcher, s_pOnChange);
+    pEntry->m_objMethod.m_aWord[1] += 8;
+    pSection->RemoveMonitorTask(idTask, &objWatcher, s_pOnChange);
+    EXPECT_EQ(1, pSection->m_lstMonitor.size());
+    pEntry->m_objMethod.m_aWord[1] -= 8;
+    pSection->RemoveMonitorTask(idTask, &objWatcher, s_pOnChange);
+    EXPECT_EQ(0, pSection->m_lstMonitor.size());
+    pEntry = pSection->AddMonitorTask(idTask, &objWatcher, NULL);
+    pEntry->m_objMethod.m_aWord[1] = 8;
+    pSection->RemoveMonitorTask(idTask, &objWatcher, NULL);
+    EXPECT_EQ(0, pSection->m_lstMonitor.size());
+    registryHelper().Unlock();
+}
+
 // ---- the saver
 
 TEST_F(Monitors, AFlushAsksTheSaverWhichSavesTheDocument) {
@@ -379,6 +441,33 @@ TEST_F(Monitors, EachFlushAsksTheSaverUnlessItNeverComesRound) {
     EXPECT_EQ(1, setAndFlush(h));
     registryUnregistSaver();
     EXPECT_EQ("[ s ]\nk = " + std::to_string(m_nValue) + "\n", getFile(m_strFile));  // what it was asked
+}
+
+TEST_F(Monitors, ASaverComesRoundWhicheverWayItSavesTheDocument) {
+    HREGISTRY h = open("s");
+    registryRegistSaver();
+    const std::function<BOOL(HREGISTRY)> arrSave[] = {
+        [](HREGISTRY hDocument) { return registrySaveDocument(hDocument); },
+        [](HREGISTRY hDocument) { return regSaveRegistryDocument(hDocument); },
+        [h](HREGISTRY) { return regSaveRegistryDocument(h); },
+        [h](HREGISTRY) { return regSaveRegistryDocument(documentOf(h)); }};
+    for (const auto& fnSave : arrSave)
+        for (int i = 0; i < 40; ++i) {
+            ASSERT_EQ(1, setAndFlush(h)) << i;  // it is asked each time
+            ASSERT_EQ(1, fnSave(registryHandle(m_listTold.back().wParam)));
+            ASSERT_EQ("[ s ]\nk = " + std::to_string(m_nValue) + "\n", getFile(m_strFile));
+        }
+    // Requests that one save met already are met too.
+    for (int i = 0; i < 16; ++i)
+        EXPECT_EQ(1, setAndFlush(h));
+    EXPECT_EQ(0, setAndFlush(h));
+    EXPECT_EQ(0, documentOf(h)->m_nChagedCount);
+    EXPECT_EQ(1, regSaveRegistryDocument(h));
+    EXPECT_EQ(1, setAndFlush(h));
+    // Somebody else's save says nothing of the saver.
+    std::thread([h] { regSaveRegistryDocument(h); }).join();
+    EXPECT_EQ(1, documentOf(h)->m_nSaveAsked);
+    registryUnregistSaver();
 }
 
 TEST_F(Monitors, ASaverThatHasEndedIsForgottenAndTheFlushingThreadSaves) {

@@ -300,6 +300,19 @@ TEST_F(RegistryValue, ABoundedCopyIsTerminatedAndTellsTheWholeLength) {
     EXPECT_STREQ("", sz);
 }
 
+TEST_F(RegistryValue, TheBufferMayBeTheDefault) {
+    HREGISTRY h = openFile("s", "[s]\nk=v\n");
+    char sz[100] = "default";
+    EXPECT_EQ(1, registryGetString(h, "none", sz, sz));
+    EXPECT_STREQ("default", sz);
+    EXPECT_EQ(6, registryGetStringN(h, "none", sz, sizeof(sz), sz + 1));
+    EXPECT_STREQ("efault", sz);
+    EXPECT_EQ(1, registryGetString(h, "none", sz + 2, sz));
+    EXPECT_STREQ("efefault", sz);
+    EXPECT_EQ(1, registryGetString(h, "k", sz, sz));
+    EXPECT_STREQ("v", sz);
+}
+
 TEST_F(RegistryValue, ALongValueIsWhole) {
     HREGISTRY h = open("s");
     const std::string strLong(100000, 'v');
@@ -459,6 +472,11 @@ TEST_F(RegistryFlush, TheDocumentItselfCanBeFlushedAndSaved) {
     registrySetInt(h, "k", 5);
     EXPECT_EQ(1, registrySaveDocument(regSection2HANDLE(documentOf(h))));
     EXPECT_EQ("[ s ]\nk = 5\n", saved());
+    registrySetInt(h, "k", 6);
+    EXPECT_EQ(1, regSaveRegistryDocument(regSection2HANDLE(documentOf(h))));  // a document's own handle
+    EXPECT_EQ("[ s ]\nk = 6\n", saved());
+    EXPECT_EQ(0, regSaveRegistryDocument(registryHandle(0)));
+    EXPECT_EQ(0, regSaveRegistryDocument(registryHandle(0x30)));
     EXPECT_EQ(0, regSaveRegistryDocument(static_cast<regDocument*>(NULL)));
     EXPECT_EXIT(registryFlush(static_cast<regDocument*>(NULL)), testing::KilledBySignal(SIGABRT),
                 "\\[sub-interface:[0-9]+\\] pDocument != NULL ");
@@ -574,7 +592,6 @@ void expectNull(HREGISTRY h) {
                   EXPECT_EQ(0, registrySetInt(h, "k", 1));
                   EXPECT_EQ(0, registrySetFloat(h, "k", 1));
                   EXPECT_EQ(0, registryFlush(h));
-                  EXPECT_EQ(0, regSaveRegistryDocument(h));
                   EXPECT_EQ(0, regMonitorSection(h));
                   EXPECT_EQ(0, regUnmonitorSection(h));
                   EXPECT_EQ(nullptr, regHANDLE2Section(h));
@@ -594,6 +611,8 @@ TEST_F(RegistryHandle, WhatIsNoSectionCountsAsNone) {
           uDocument, uDocument - 8, uKey, uKey - 8}) {
         SCOPED_TRACE(u);
         expectNull(registryHandle(u));
+        // A document stands for itself there.
+        EXPECT_EQ(u == uDocument ? 1 : 0, regSaveRegistryDocument(registryHandle(u)));
     }
     if (sizeof(void*) > 4)
         expectNull(registryHandle(uSection + (uintptr_t(1) << (sizeof(void*) * 8 - 8))));

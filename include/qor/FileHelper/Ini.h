@@ -195,7 +195,8 @@ public:
                                                             const char* lpszDefault) const;
     /// Stores a value, for which section and key are made; whether that changed the key.
     BOOL SetTextValue(const phraseConstTextA& section, const phraseConstTextA& key, const phraseConstTextA& text);
-    /// The value as a number, hexadecimal behind "0x" or "0X"; the default when there is none, or no number.
+    /// The value as a number, hexadecimal behind "0x" or "0X"; the default when there is none, or no number. A decimal one
+    /// out of range becomes the nearest, a hexadecimal one 0xFFFFFFFF.
     int GetIntValue(const phraseConstTextA& section, const phraseConstTextA& key, int nDefault) const;
     /// The value as a number; the default when there is none, or no number.
     double GetFloatValue(const phraseConstTextA& section, const phraseConstTextA& key, double dDefault) const;
