@@ -21,7 +21,7 @@
 
 #include <new>
 
-#define QOR_MODULE "RegularExpress"
+#define QOR_MODULE "QORRegularExpress"
 #include "internal/regular_express.h"
 #include "internal/report.h"
 #include "qor/TraceHelper/Trace.h"

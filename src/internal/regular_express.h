@@ -16,7 +16,13 @@ struct reBuild {
     int m_nNodes = 0;
     int m_nDepth = 0;
     int m_nLook = 0;
+    int m_nAliasText = 0;
 
+    // Counts the pattern of one more alias; whether there is room for it.
+    bool takeAlias(const char* lpszAlias) {
+        m_nAliasText += static_cast<int>(strnlen(lpszAlias, maxAliasText));
+        return m_nAliasText <= maxAliasText;
+    }
     int nextDepth() const { return (m_nDepth > m_nLook ? m_nDepth : m_nLook) + 1; }
 };
 

@@ -164,6 +164,20 @@ TEST_F(RegexLimit, AliasesThatMultiplyAreAnError) {
     EXPECT_EQ(1, errorAt(express, "x/a39"));
 }
 
+TEST_F(RegexLimit, TheTextOfAllAliasesIsBounded) {
+    regexTree express;
+    const std::string strLong(maxPatternLength, 'a');
+    EXPECT_EQ(1, express.AddCustomAlias("/a", strLong.c_str()));
+    EXPECT_EQ(1, express.AddCustomAlias("/b", repeated("/a", 16000).c_str()));
+    constexpr int nMost = maxAliasText / maxPatternLength;
+    EXPECT_EQ(-1, errorAt(express, repeated("/a", nMost)));
+    EXPECT_EQ(maxAliasText, lengthAt(express, std::string(maxAliasText, 'a').c_str()));
+    EXPECT_EQ(2 * nMost, errorAt(express, repeated("/a", nMost + 1)));
+    EXPECT_EQ(2 * nMost, errorAt(express, repeated("/a", 16000)));
+    EXPECT_EQ(1, errorAt(express, "x/b"));
+    EXPECT_EQ(-1, errorAt(express, repeated(".", maxNodeCount / 3))) << "the library's own are short enough";
+}
+
 TEST_F(RegexLimit, AnAliasThatContainsItselfIsAnError) {
     onSmallStack([] {
         regexTree express;

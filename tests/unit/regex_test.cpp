@@ -85,7 +85,7 @@ TEST(Regex, BehindAGivenEndNoNodeMayStand) {
     const std::string strText = "bbb";
     regexTree express("(^a)*", 0);
     EXPECT_EXIT(lengthAt(express, strText.c_str(), strText.c_str() + 3), testing::KilledBySignal(SIGABRT),
-                "\\[RegularExpress:[0-9]+\\] lpszSrcEnding == NULL \\|\\| lpszSrcText <= lpszSrcEnding ");
+                "\\[QORRegularExpress:[0-9]+\\] lpszSrcEnding == NULL \\|\\| lpszSrcText <= lpszSrcEnding ");
     regexTree plain("b", 0);
     EXPECT_EXIT(plain.ApplyREOnText(strText.c_str() + 1, strText.c_str()), testing::KilledBySignal(SIGABRT),
                 "lpszSrcEnding == NULL \\|\\| lpszSrcText <= lpszSrcEnding ");
@@ -262,7 +262,7 @@ TEST(Regex, ABackReferenceDoesNotAskForAGivenEnd) {
 }
 
 TEST(Regex, ABackReferenceToAGroupWithoutResultAborts) {
-    EXPECT_EXIT(matchLength("[(a)b]\\1", "b"), testing::KilledBySignal(SIGABRT), "\\[RegularExpress:[0-9]+\\] FALSE ");
+    EXPECT_EXIT(matchLength("[(a)b]\\1", "b"), testing::KilledBySignal(SIGABRT), "\\[QORRegularExpress:[0-9]+\\] FALSE ");
     EXPECT_EXIT(matchLength("(a)?\\1", "b"), testing::KilledBySignal(SIGABRT), "FALSE ");
     EXPECT_EXIT(matchLength("(a\\1)", "aa"), testing::KilledBySignal(SIGABRT), "FALSE ");
     // Looking ahead out of the group comes to the back-reference before the group has a result.

@@ -35,6 +35,9 @@ struct reState;
 constexpr int maxPatternLength = 32768;
 /// The nodes of the largest tree; the element that needs more is an error.
 constexpr int maxNodeCount = 65536;
+/// The characters of all alias patterns that a pattern is made of, each counted where it is used; the alias that needs
+/// more is an error.
+constexpr int maxAliasText = 1048576;
 /// How deep groups, sets and aliases nest, repetitions that look ahead and stand in front counted like levels. The
 /// element that is deeper is an error.
 constexpr int maxDepth = 256;
