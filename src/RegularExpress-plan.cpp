@@ -64,6 +64,7 @@ public:
         m_express.m_pState = new (std::nothrow) reState;
         if (m_express.m_pState == NULL)
             return false;
+        m_express.m_pState->m_pRoot = &m_express;
         survey(&m_express);
         const traitsOf traits = planGroup(&m_express, following());
         if (m_bOvershoot)
@@ -268,6 +269,8 @@ private:
         pPlan->m_bInnerLook = traits.bLooks;
         pPlan->m_bNothingAfter = after.bNone;
         pPlan->m_bRestEmpty = after.bNothing;
+        if (looksAhead(p))
+            pPlan->m_iAnswer = m_express.m_pState->m_nPlans++;
         for (int ch = 0; ch < 256; ++ch) {
             if (traits.bSingle && traits.setTakes.has(ch))
                 pPlan->m_arrChar[ch] |= rePlan::bitTakes;

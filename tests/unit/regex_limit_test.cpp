@@ -210,6 +210,8 @@ TEST_F(RegexLimit, LookingAheadFromEverywhereEnds) {
     EXPECT_EQ(-1, lengthAt(express, std::string(400, 'a').c_str()));
     EXPECT_EQ(401, lengthAt(express, (std::string(400, 'a') + "c").c_str()));
     EXPECT_EQ(NULL, express.SearchREOnText(std::string(400, 'b').c_str(), NULL));
+    ASSERT_EQ(-1, errorAt(express, repeated("a*", 10) + "c"));
+    EXPECT_EQ(-1, lengthAt(express, std::string(2000, 'a').c_str()));
     ASSERT_EQ(-1, errorAt(express, "(((a*)*b?)*)*c"));
     EXPECT_EQ(-1, lengthAt(express, std::string(2000, 'a').c_str()));
 }
