@@ -64,7 +64,6 @@ public:
         m_express.m_pState = new (std::nothrow) reState;
         if (m_express.m_pState == NULL)
             return false;
-        m_express.m_pState->m_pRoot = &m_express;
         survey(&m_express);
         const traitsOf traits = planGroup(&m_express, following());
         if (m_bOvershoot)
@@ -77,6 +76,7 @@ public:
                 state.m_nStart = ++nStarts == 1 ? ch : -1;
         }
         state.m_bReference = m_bReference;
+        state.m_pRoot = &m_express;
         findLead(&m_express);
         return m_bMemory;
     }
@@ -252,6 +252,8 @@ private:
         traits.bSingle = false;
         traits.bLooks = traits.bLooks || looksAhead(p);
         traits.bNothing = traits.bNothing || p->m_nMinTimes == 0;
+        if (p->m_pPlan != NULL && looksAhead(p))
+            p->m_pPlan->m_iAnswer = m_express.m_pState->m_nPlans++;
         if (p->m_nMaxTimes == 0)
             traits.setFirst = traits.setStart = charSet();
         return traits;
@@ -269,8 +271,6 @@ private:
         pPlan->m_bInnerLook = traits.bLooks;
         pPlan->m_bNothingAfter = after.bNone;
         pPlan->m_bRestEmpty = after.bNothing;
-        if (looksAhead(p))
-            pPlan->m_iAnswer = m_express.m_pState->m_nPlans++;
         for (int ch = 0; ch < 256; ++ch) {
             if (traits.bSingle && traits.setTakes.has(ch))
                 pPlan->m_arrChar[ch] |= rePlan::bitTakes;

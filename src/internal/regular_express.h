@@ -33,9 +33,9 @@ struct rePlan {
     static constexpr uint8_t bitTakes = 1;  // one repetition takes the character, and nothing else
     static constexpr uint8_t bitLook = 2;   // looking ahead has to be tried at the character
 
+    int m_iAnswer;  // the node's number among those that look ahead
     uint8_t m_arrChar[256];
     reState* m_pState;     // the tree's
-    int m_iAnswer;         // the node's number among those that look ahead
     bool m_bRun;           // repetitions are a run of characters
     bool m_bPlain;         // where a run ends, all nodes below fail
     bool m_bPartial;       // a run's last character does not touch all nodes below, but the one before it does
@@ -98,6 +98,8 @@ struct reState {
     static constexpr int mostLooks = 1 << 18;
 
     bool m_arrStart[256];      // whether a match may begin with the character
+    const re_Base<char>* m_pRoot = NULL;
+    int m_nPlans = 0;          // nodes that look ahead
     int m_nStart = -1;         // the one character that a match begins with; -1: there are several, or none
     bool m_bReference = false; // there are back-references: an answer depends on more than its place
     bool m_bScouting = false;  // nobody will look at the results of this attempt
@@ -106,8 +108,6 @@ struct reState {
     const rePlan* m_pLead = NULL;
     bool m_bLeadEmpty = false;
     int m_nLooks = 0;
-    int m_nPlans = 0;  // nodes that look ahead
-    const re_Base<char>* m_pRoot = NULL;
     reAnswers* m_pAnswers = NULL;
 
     ~reState() { delete m_pAnswers; }
