@@ -16,7 +16,13 @@ struct reBuild {
     int m_nNodes = 0;
     int m_nDepth = 0;
     int m_nLook = 0;
+    int m_nAliasText = 0;
 
+    // Counts the pattern of one more alias; whether there is room for it.
+    bool takeAlias(const char* lpszAlias) {
+        m_nAliasText += static_cast<int>(strnlen(lpszAlias, maxAliasText));
+        return m_nAliasText <= maxAliasText;
+    }
     int nextDepth() const { return (m_nDepth > m_nLook ? m_nDepth : m_nLook) + 1; }
 };
 
@@ -27,6 +33,7 @@ struct rePlan {
     static constexpr uint8_t bitTakes = 1;  // one repetition takes the character, and nothing else
     static constexpr uint8_t bitLook = 2;   // looking ahead has to be tried at the character
 
+    int m_iAnswer;  // the node's number among those that look ahead
     uint8_t m_arrChar[256];
     reState* m_pState;     // the tree's
     bool m_bRun;           // repetitions are a run of characters
@@ -37,33 +44,52 @@ struct rePlan {
     bool m_bRestEmpty;     // how looking ahead ends at a character without bitLook
 };
 
-// What looking ahead has answered, by the node and the place. A place of the table is overwritten by what comes later.
+// What looking ahead has answered, by the node and the place, from some place of the text to its end. Where the text is
+// too long for the table, these are the last places.
 class reAnswers {
 public:
-    static constexpr int countEntry = 65536;
+    static constexpr size_t mostAnswers = 4 << 20;
 
-    reAnswers() { memset(m_arrEntry, 0, sizeof(m_arrEntry)); }
-    // 1, 0 or, where it is not known, -1.
-    int find(const rePlan* pPlan, const void* pText) const {
-        const entry& e = m_arrEntry[indexOf(pPlan, pText)];
-        return e.pPlan == pPlan && e.pText == pText ? e.bAnswer : -1;
+    reAnswers(const char* lpszBegin, const char* lpszEnd, int nPlans)
+        : m_lpszBegin(lpszBegin), m_nPlaces(lpszBegin <= lpszEnd ? static_cast<size_t>(lpszEnd - lpszBegin) + 1 : 0),
+          m_nPlans(nPlans > 0 ? static_cast<size_t>(nPlans) : 1) {
+        const size_t nMost = mostAnswers / m_nPlans;
+        if (m_nPlaces > nMost) {
+            m_lpszBegin += m_nPlaces - nMost;
+            m_nPlaces = nMost;
+        }
+        m_arrAnswer = new (std::nothrow) uint8_t[m_nPlaces * m_nPlans]();
+        if (m_arrAnswer == NULL)
+            m_nPlaces = 0;
     }
-    void add(const rePlan* pPlan, const void* pText, bool bAnswer) {
-        m_arrEntry[indexOf(pPlan, pText)] = entry{pPlan, pText, bAnswer};
+    reAnswers(const reAnswers&) = delete;
+    reAnswers& operator=(const reAnswers&) = delete;
+    ~reAnswers() { delete[] m_arrAnswer; }
+
+    // 1, 0 or, where it is not known, -1.
+    int find(const rePlan* pPlan, const char* lpsz) const {
+        const size_t iPlace = placeOf(lpsz);
+        return iPlace < m_nPlaces ? m_arrAnswer[indexOf(pPlan, iPlace)] - 1 : -1;
+    }
+    void add(const rePlan* pPlan, const char* lpsz, bool bAnswer) {
+        const size_t iPlace = placeOf(lpsz);
+        if (iPlace < m_nPlaces)
+            m_arrAnswer[indexOf(pPlan, iPlace)] = static_cast<uint8_t>(1 + bAnswer);
     }
 
 private:
-    struct entry {
-        const rePlan* pPlan;
-        const void* pText;
-        bool bAnswer;
-    };
-    static unsigned indexOf(const rePlan* pPlan, const void* pText) {
-        const uintptr_t u = reinterpret_cast<uintptr_t>(pText) + reinterpret_cast<uintptr_t>(pPlan) / 16 * 2654435761u;
-        return static_cast<unsigned>(u % countEntry);
+    // Beyond m_nPlaces for a place outside.
+    size_t placeOf(const char* lpsz) const {
+        return reinterpret_cast<uintptr_t>(lpsz) - reinterpret_cast<uintptr_t>(m_lpszBegin);
+    }
+    size_t indexOf(const rePlan* pPlan, size_t iPlace) const {
+        return iPlace * m_nPlans + static_cast<size_t>(pPlan->m_iAnswer);
     }
 
-    entry m_arrEntry[countEntry];
+    const char* m_lpszBegin;
+    size_t m_nPlaces;
+    size_t m_nPlans;
+    uint8_t* m_arrAnswer;  // 0: not known; 1: no; 2: yes
 };
 
 // The state of a tree that is matched.
@@ -72,6 +98,8 @@ struct reState {
     static constexpr int mostLooks = 1 << 18;
 
     bool m_arrStart[256];      // whether a match may begin with the character
+    const re_Base<char>* m_pRoot = NULL;
+    int m_nPlans = 0;          // nodes that look ahead
     int m_nStart = -1;         // the one character that a match begins with; -1: there are several, or none
     bool m_bReference = false; // there are back-references: an answer depends on more than its place
     bool m_bScouting = false;  // nobody will look at the results of this attempt
@@ -89,14 +117,20 @@ struct reState {
         m_pAnswers = NULL;
     }
     // The answers, once there have been too many look-aheads; or null.
-    reAnswers* answers() {
+    reAnswers* answers(const char* lpsz, const char* lpszEnding) {
         if (m_nLooks < mostLooks) {
             ++m_nLooks;
             return NULL;
         }
         if (m_pAnswers == NULL && !m_bReference)
-            m_pAnswers = new (std::nothrow) reAnswers;
+            m_pAnswers = newAnswers(lpsz, lpszEnding != NULL ? lpszEnding : lpsz + strlen(lpsz));
         return m_pAnswers;
+    }
+
+private:
+    reAnswers* newAnswers(const char* lpsz, const char* lpszEnd) const {
+        const char* lpszBegin = m_pRoot->m_lpszResultBegin;
+        return new (std::nothrow) reAnswers(lpszBegin != NULL && lpszBegin < lpsz ? lpszBegin : lpsz, lpszEnd, m_nPlans);
     }
 };
 

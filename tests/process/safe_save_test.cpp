@@ -13,6 +13,7 @@
 #include <sstream>
 
 #include "internal/safe_save.h"
+#include "qor/FileHelper.h"
 #include "qor/MiscHelper.h"
 #include "support/child.h"
 #include "support/filebytes.h"
@@ -217,17 +218,19 @@ protected:
         fileMap mapFile;
         std::string strDocument;
     };
-    static std::vector<start> starts() {
+    static std::vector<start> starts(const std::string& strOld = s_strOld, const std::string& strOlder = s_strOlder) {
+        const std::string strHalf = strOld.substr(0, 5000);
         return {{"no file", {}, ""},
-                {"a document", {{"", s_strOld}}, s_strOld},
-                {"no file, a stray .new", {{".new", s_strHalf}}, ""},
-                {"a document, a stray .new", {{"", s_strOld}, {".new", s_strHalf}}, s_strOld},
-                {"moved aside, .new waiting", {{".old", s_strOlder}, {".new", s_strOld}}, s_strOld},
-                {"exchanged, .old left", {{"", s_strOld}, {".old", s_strOlder}}, s_strOld},
-                {"only an .old", {{".old", s_strOld}}, s_strOld}};
+                {"a document", {{"", strOld}}, strOld},
+                {"no file, a stray .new", {{".new", strHalf}}, ""},
+                {"a document, a stray .new", {{"", strOld}, {".new", strHalf}}, strOld},
+                {"moved aside, .new waiting", {{".old", strOlder}, {".new", strOld}}, strOld},
+                {"exchanged, .old left", {{"", strOld}, {".old", strOlder}}, strOld},
+                {"only an .old", {{".old", strOld}}, strOld}};
     }
 
-    void expectWhole(const std::string& strBefore, const std::string& strWhat) const {
+    void expectWhole(const std::string& strBefore, const std::string& strWhat,
+                     const std::string& strNew = s_strNew) const {
         recover();
         const fileMap mapFile = files();
         if (mapFile.empty()) {
@@ -237,7 +240,7 @@ protected:
         ASSERT_EQ(1u, mapFile.size()) << strWhat << ": files are left";
         ASSERT_EQ(1u, mapFile.count("")) << strWhat << ": the document is not at its name";
         const std::string& strNow = mapFile.at("");
-        EXPECT_TRUE(strNow == s_strNew || (strNow == strBefore && strBefore != ""))
+        EXPECT_TRUE(strNow == strNew || (strNow == strBefore && strBefore != ""))
             << strWhat << ": the document is " << strNow.size() << " bytes";
     }
 
@@ -496,6 +499,82 @@ TEST_F(SafeSave, AFolderThatCannotBeWrittenFailsTheSave) {
     EXPECT_EQ((fileMap{{"", s_strOld}, {".old", s_strOlder}}), files());
     EXPECT_EQ(0, umount(m_strFolder.c_str()));
     EXPECT_EQ(0, saveFileSafely((m_strFolder + "/none/doc").c_str(), [](chFileStdio&) { return 1; }));
+}
+
+// ---- documents of both kinds, saved by their own functions
+
+// A document of lines of one letter, and what it is written as.
+class SafeSaveDocument : public SafeSave {
+protected:
+    static void fill(iniFile& file, char ch) {
+        for (const char* lpszKey : {"key", "other"})
+            file.SetTextValue("section", lpszKey, std::string(3000, ch).c_str());
+    }
+    static void fill(xmlFile& file, char ch) {
+        xmlElement* pRoot = file.AddChildElement("root");
+        for (const char* lpszName : {"line", "other"})
+            pRoot->AddChildElement(lpszName)->SetAttribute("text", std::string(3000, ch).c_str());
+    }
+    template <class File>
+    std::string written(char ch) const {
+        set({});
+        EXPECT_EQ(1, saveAs<File>(ch));
+        return files()[""];
+    }
+    template <class File>
+    BOOL saveAs(char ch) const {
+        File file;
+        fill(file, ch);
+        return file.SaveToFile(m_strName.c_str());
+    }
+
+    // Cuts a save at each of its calls. The next load finds one of the two documents whole, or none where none was.
+    template <class File>
+    void cutEverywhere(cutHow eHow) {
+        const std::string strOld = written<File>('o'), strOlder = written<File>('x'), strNew = written<File>('n');
+        ASSERT_GT(strOld.size(), 5000u);
+        const std::vector<start> listStart = starts(strOld, strOlder);
+        for (const size_t nStart : {0, 1, 4}) {  // nothing, a document, one that was being exchanged
+            const start& begin = listStart[nStart];
+            int i = 0;
+            for (;; ++i) {
+                set(begin.mapFile);
+                const outcome out = run(eHow, i, [&] { return saveAs<File>('n'); });
+                if (eHow == cutKill ? out.nStatus != -SIGKILL : out.nCalls <= i)
+                    break;
+                const std::string strWhat = begin.lpszName + std::string(", cut at call ") + std::to_string(i);
+                File file;
+                EXPECT_EQ(isThere() ? 1 : 0, file.LoadFromFile(m_strName.c_str())) << strWhat;
+                expectWhole(begin.strDocument, strWhat, strNew);
+                if (out.nStatus == 1) {
+                    EXPECT_EQ(strNew, files()[""]) << strWhat;
+                }
+            }
+            EXPECT_GT(i, 9) << begin.lpszName;
+            EXPECT_EQ((fileMap{{"", strNew}}), files()) << begin.lpszName;
+        }
+    }
+
+private:
+    // Whether a load has a document to find.
+    bool isThere() const {
+        const fileMap mapFile = files();
+        return mapFile.count("") + mapFile.count(".old") > 0;
+    }
+};
+
+TEST_F(SafeSaveDocument, AnIniFileWhoseSaverIsKilledAtAnyCallIsWhole) { cutEverywhere<iniFile>(cutKill); }
+
+TEST_F(SafeSaveDocument, AnXmlFileWhoseSaverIsKilledAtAnyCallIsWhole) { cutEverywhere<xmlFile>(cutKill); }
+
+TEST_F(SafeSaveDocument, AnIniFileIsWholeWhateverCallFails) {
+    cutEverywhere<iniFile>(cutFail);
+    cutEverywhere<iniFile>(cutFailFromHere);
+}
+
+TEST_F(SafeSaveDocument, AnXmlFileIsWholeWhateverCallFails) {
+    cutEverywhere<xmlFile>(cutFail);
+    cutEverywhere<xmlFile>(cutFailFromHere);
 }
 
 // ---- savers and loaders at the same time

@@ -1,6 +1,5 @@
 // INI files: what loading keeps and drops, what saving writes, interrupted saves, hostile files.
 #include <fcntl.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <time.h>
 #include <unistd.h>
@@ -12,16 +11,15 @@
 
 #include "qor/FileHelper/File.h"
 #include "qor/FileHelper/Ini.h"
+#include "support/filebytes.h"
+#include "support/filelimit.h"
 
 using namespace QOR_FileHelper;
+using qorTest::putFile;
 
 namespace {
 
 const std::string s_strName = "/tmp/net.ini";
-
-void put(const std::string& strName, const std::string& strText) {
-    std::ofstream(strName, std::ios::binary) << strText;
-}
 
 bool isThere(const std::string& strName) { return access(strName.c_str(), F_OK) == 0; }
 
@@ -34,7 +32,7 @@ std::string get(const std::string& strName) {
 
 // What a file becomes by being loaded and saved.
 std::string savedAgain(const std::string& strText) {
-    put(s_strName, strText);
+    putFile(s_strName, strText);
     iniFile file;
     EXPECT_EQ(1, file.LoadFromFile(s_strName.c_str()));
     EXPECT_EQ(1, file.SaveToFile(NULL));
@@ -58,7 +56,7 @@ typedef IniFileTest IniHostile;
 // ---- loading
 
 TEST_F(IniLoad, TheConstructorLoadsTheFile) {
-    put(s_strName, "[Net]\naddress = 10.0.0.1\n");
+    putFile(s_strName, "[Net]\naddress = 10.0.0.1\n");
     const iniFile file(s_strName.c_str());
     EXPECT_STREQ("10.0.0.1", file.GetTextValue("net", "ADDRESS", ""));
 }
@@ -70,7 +68,7 @@ TEST_F(IniLoad, WithoutANameTheDocumentIsEmpty) {
 }
 
 TEST_F(IniLoad, AMissingFileLeavesTheDocumentButItsNameIsRemembered) {
-    put("/tmp/first.ini", "[a]\nk = v\n");
+    putFile("/tmp/first.ini", "[a]\nk = v\n");
     iniFile file("/tmp/first.ini");
     EXPECT_EQ(0, file.LoadFromFile(s_strName.c_str()));
     EXPECT_STREQ("v", file.GetTextValue("a", "k", ""));
@@ -80,7 +78,7 @@ TEST_F(IniLoad, AMissingFileLeavesTheDocumentButItsNameIsRemembered) {
 }
 
 TEST_F(IniLoad, WhatCannotBeReadLeavesTheDocument) {
-    put(s_strName, "[a]\nk = v\n");
+    putFile(s_strName, "[a]\nk = v\n");
     iniFile file(s_strName.c_str());
     mkdir("/tmp/folder.ini", 0777);
     EXPECT_EQ(0, file.LoadFromFile("/tmp/folder.ini"));
@@ -89,9 +87,9 @@ TEST_F(IniLoad, WhatCannotBeReadLeavesTheDocument) {
 }
 
 TEST_F(IniLoad, ALoadReplacesTheDocument) {
-    put(s_strName, "[a]\nk = 1\n");
+    putFile(s_strName, "[a]\nk = 1\n");
     iniFile file(s_strName.c_str());
-    put(s_strName, "[b]\nk = 2\n");
+    putFile(s_strName, "[b]\nk = 2\n");
     EXPECT_EQ(1, file.LoadFromFile(s_strName.c_str()));
     EXPECT_EQ(nullptr, file.FindSection("a"));
     EXPECT_EQ(2, file.GetIntValue("b", "k", 0));
@@ -105,14 +103,14 @@ TEST_F(IniLoad, ANullOrEmptyNameIsFatal) {
 }
 
 TEST_F(IniLoad, WarnsOfNothing) {
-    put(s_strName, " [ a ] \n k = v \n;\n\n junk \n");
+    putFile(s_strName, " [ a ] \n k = v \n;\n\n junk \n");
     testing::internal::CaptureStderr();
     const iniFile file(s_strName.c_str());
     EXPECT_EQ("", testing::internal::GetCapturedStderr());
 }
 
 TEST_F(IniLoad, EntriesAreKeptInTheirOrder) {
-    put(s_strName, "; top\n\n[a]\n# c\nk=v\n[b]\n");
+    putFile(s_strName, "; top\n\n[a]\n# c\nk=v\n[b]\n");
     const iniFile file(s_strName.c_str());
     ASSERT_EQ(4, file.size());
     EXPECT_EQ(iniLineComment, (*file.begin())->type());
@@ -166,7 +164,7 @@ TEST_F(IniLoad, TheLastLineMayLackItsLineFeed) {
 
 TEST_F(IniLoad, NothingIsGluedToALastCommentWithoutLineFeed) {
     EXPECT_EQ("[ a ]\n; last\n[ b ]\nk = v\n", savedAgain("[a]\n[b]\nk=v\n[A]\n; last"));
-    put(s_strName, "[a]\n; last");
+    putFile(s_strName, "[a]\n; last");
     iniFile file(s_strName.c_str());
     file.SetTextValue("a", "k", "v");
     file.SaveToFile(NULL);
@@ -180,7 +178,7 @@ TEST_F(IniLoad, AValueMayHoldSignsThatMeanSomethingElsewhere) {
 // ---- saving
 
 TEST_F(IniSave, AFileChangedInOneKeyIsOtherwiseAsTheRulesWriteIt) {
-    put(s_strName,
+    putFile(s_strName,
         "# network set-up\r\n"
         "\r\n"
         "lost = before any section\n"
@@ -235,7 +233,7 @@ TEST_F(IniSave, ANewFileIsWrittenAndAnExistingOneReplacedWithoutTraces) {
 }
 
 TEST_F(IniSave, SavingUnderAnotherNameDoesNotChangeTheNameOfTheDocument) {
-    put(s_strName, "[a]\n");
+    putFile(s_strName, "[a]\n");
     iniFile file(s_strName.c_str());
     EXPECT_EQ(1, file.SaveToFile("/tmp/copy.ini"));
     EXPECT_EQ("[a]\n", get(s_strName));
@@ -251,18 +249,14 @@ TEST_F(IniSave, AFileThatCannotBeWrittenIsAFailure) {
 }
 
 TEST_F(IniSave, WhatDoesNotFitLeavesTheOldFileAsItWas) {
-    put(s_strName, "[a]\nk = 1\n");
+    putFile(s_strName, "[a]\nk = 1\n");
     iniFile file(s_strName.c_str());
     file.SetTextValue("a", "long", std::string(100000, 'x').c_str());
-    struct rlimit limitOld, limit;
-    ASSERT_EQ(0, getrlimit(RLIMIT_FSIZE, &limitOld));
-    limit = limitOld;
-    limit.rlim_cur = 4096;
-    signal(SIGXFSZ, SIG_IGN);
-    ASSERT_EQ(0, setrlimit(RLIMIT_FSIZE, &limit));
-    const BOOL bSaved = file.SaveToFile(NULL);
-    ASSERT_EQ(0, setrlimit(RLIMIT_FSIZE, &limitOld));
-    EXPECT_EQ(0, bSaved);
+    {
+        const qorTest::fileLimit limit(4096);
+        ASSERT_TRUE(limit.isSet());
+        EXPECT_EQ(0, file.SaveToFile(NULL));
+    }
     EXPECT_EQ("[a]\nk = 1\n", get(s_strName));
     EXPECT_FALSE(isThere(s_strName + ".new"));
     EXPECT_FALSE(isThere(s_strName + ".old"));
@@ -289,42 +283,42 @@ std::string recovered() {
 }
 
 TEST_F(IniRecovery, ANewFileThatWasOnlyWrittenIsDiscarded) {
-    put(s_strName, szOldText);
-    put(s_strName + ".new", "[ a ]\nk = ne");
+    putFile(s_strName, szOldText);
+    putFile(s_strName + ".new", "[ a ]\nk = ne");
     EXPECT_EQ("old", recovered());
     EXPECT_EQ(szOldText, get(s_strName));
 }
 
 TEST_F(IniRecovery, ASaveThatMovedTheOldFileAsideIsCompleted) {
-    put(s_strName + ".old", szOldText);
-    put(s_strName + ".new", szNewText);
+    putFile(s_strName + ".old", szOldText);
+    putFile(s_strName + ".new", szNewText);
     EXPECT_EQ("new", recovered());
     EXPECT_EQ(szNewText, get(s_strName));
 }
 
 TEST_F(IniRecovery, ASaveThatMovedTheNewFileInPlaceIsCompleted) {
-    put(s_strName + ".old", szOldText);
-    put(s_strName, szNewText);
+    putFile(s_strName + ".old", szOldText);
+    putFile(s_strName, szNewText);
     EXPECT_EQ("new", recovered());
     EXPECT_EQ(szNewText, get(s_strName));
 }
 
 TEST_F(IniRecovery, ANewFileWithoutAnyOtherIsDiscarded) {
-    put(s_strName + ".new", szNewText);
+    putFile(s_strName + ".new", szNewText);
     EXPECT_EQ("none", recovered());
     EXPECT_FALSE(isThere(s_strName));
 }
 
 TEST_F(IniRecovery, WithAllThreeTheNewFileCounts) {
-    put(s_strName, "[ a ]\nk = between\n");
-    put(s_strName + ".old", szOldText);
-    put(s_strName + ".new", szNewText);
+    putFile(s_strName, "[ a ]\nk = between\n");
+    putFile(s_strName + ".old", szOldText);
+    putFile(s_strName + ".new", szNewText);
     EXPECT_EQ("new", recovered());
 }
 
 TEST_F(IniRecovery, ASaveOverAnInterruptedSaveCompletesItFirst) {
-    put(s_strName + ".old", szOldText);
-    put(s_strName + ".new", szNewText);
+    putFile(s_strName + ".old", szOldText);
+    putFile(s_strName + ".new", szNewText);
     iniFile file;
     file.SetTextValue("a", "k", "latest");
     EXPECT_EQ(1, file.SaveToFile(s_strName.c_str()));
@@ -346,7 +340,7 @@ TEST_F(IniHostile, Utf16WithoutAMarkYieldsNoSection) {
     std::string strText;
     for (const char ch : std::string("[a]\nk=v\n"))
         strText += std::string(1, ch) + std::string(1, '\0');
-    put(s_strName, strText);
+    putFile(s_strName, strText);
     iniFile file(s_strName.c_str());
     for (iniFile::iterator it = file.begin(); it != file.end(); ++it)
         EXPECT_EQ(iniLineComment, (*it)->type());
@@ -374,7 +368,7 @@ double loadSeconds(int nCount, Line line) {
     std::string strText = "[all]\n";
     for (int i = 0; i < nCount; ++i)
         strText += line(i);
-    put(s_strName, strText);
+    putFile(s_strName, strText);
     const clock_t nBegin = clock();
     iniFile file(s_strName.c_str());
     const clock_t nEnd = clock();
@@ -404,7 +398,7 @@ TEST_F(IniHostile, AMillionSectionsAreLoadedAndFound) {
     std::string strText;
     for (int i = 0; i < 1000000; ++i)
         strText += "[s" + std::to_string(i) + "]\n";
-    put(s_strName, strText);
+    putFile(s_strName, strText);
     const iniFile file(s_strName.c_str());
     EXPECT_EQ(1000000, file.size());
     EXPECT_STREQ("s999999", file.FindSection("S999999")->key());

@@ -164,6 +164,20 @@ TEST_F(RegexLimit, AliasesThatMultiplyAreAnError) {
     EXPECT_EQ(1, errorAt(express, "x/a39"));
 }
 
+TEST_F(RegexLimit, TheTextOfAllAliasesIsBounded) {
+    regexTree express;
+    const std::string strLong(maxPatternLength, 'a');
+    EXPECT_EQ(1, express.AddCustomAlias("/a", strLong.c_str()));
+    EXPECT_EQ(1, express.AddCustomAlias("/b", repeated("/a", 16000).c_str()));
+    constexpr int nMost = maxAliasText / maxPatternLength;
+    EXPECT_EQ(-1, errorAt(express, repeated("/a", nMost)));
+    EXPECT_EQ(maxAliasText, lengthAt(express, std::string(maxAliasText, 'a').c_str()));
+    EXPECT_EQ(2 * nMost, errorAt(express, repeated("/a", nMost + 1)));
+    EXPECT_EQ(2 * nMost, errorAt(express, repeated("/a", 16000)));
+    EXPECT_EQ(1, errorAt(express, "x/b"));
+    EXPECT_EQ(-1, errorAt(express, repeated(".", maxNodeCount / 3))) << "the library's own are short enough";
+}
+
 TEST_F(RegexLimit, AnAliasThatContainsItselfIsAnError) {
     onSmallStack([] {
         regexTree express;
@@ -196,6 +210,8 @@ TEST_F(RegexLimit, LookingAheadFromEverywhereEnds) {
     EXPECT_EQ(-1, lengthAt(express, std::string(400, 'a').c_str()));
     EXPECT_EQ(401, lengthAt(express, (std::string(400, 'a') + "c").c_str()));
     EXPECT_EQ(NULL, express.SearchREOnText(std::string(400, 'b').c_str(), NULL));
+    ASSERT_EQ(-1, errorAt(express, repeated("a*", 10) + "c"));
+    EXPECT_EQ(-1, lengthAt(express, std::string(2000, 'a').c_str()));
     ASSERT_EQ(-1, errorAt(express, "(((a*)*b?)*)*c"));
     EXPECT_EQ(-1, lengthAt(express, std::string(2000, 'a').c_str()));
 }

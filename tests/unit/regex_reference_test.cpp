@@ -226,7 +226,7 @@ TEST_F(RegexReference, WhatMustAbortAborts) {
         const std::string strBuffer = strText + std::string(16, '\0');
         EXPECT_EXIT(compare.express().ApplyREOnText(strBuffer.c_str(), strBuffer.c_str() + strText.size()),
                     testing::KilledBySignal(SIGABRT),
-                    "\\[RegularExpress:[0-9]+\\] (FALSE|lpszSrcEnding == NULL \\|\\| lpszSrcText <= lpszSrcEnding) ")
+                    "\\[QORRegularExpress:[0-9]+\\] (FALSE|lpszSrcEnding == NULL \\|\\| lpszSrcText <= lpszSrcEnding) ")
             << strPattern;
     }
     EXPECT_EQ(12, nFatal);

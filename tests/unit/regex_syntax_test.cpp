@@ -1,4 +1,6 @@
 // Compiling regular expressions: characters, aliases, elements, the places of errors and how they are traced.
+#include <malloc.h>
+
 #include <csignal>
 
 #include "qor/TraceHelper.h"
@@ -39,7 +41,7 @@ TEST_F(RegexSyntax, FindLooksInASet) {
     EXPECT_EQ(NULL, reFind(lpszSet, 'b' + 256));
     EXPECT_STREQ("\xE9", reFind("a\xE9", 0xE9));
     EXPECT_STREQ("\xE9", reFind("a\xE9", static_cast<char>(0xE9)));
-    EXPECT_EXIT(reFind(NULL, 'a'), testing::KilledBySignal(SIGABRT), "\\[RegularExpress:[0-9]+\\] lpszSet != NULL ");
+    EXPECT_EXIT(reFind(NULL, 'a'), testing::KilledBySignal(SIGABRT), "\\[QORRegularExpress:[0-9]+\\] lpszSet != NULL ");
 }
 
 TEST_F(RegexSyntax, BeginWithComparesAPrefix) {
@@ -271,10 +273,10 @@ TEST_F(RegexSyntax, BehindAnErrorTheExpressionIsEmpty) {
 }
 
 TEST_F(RegexSyntax, APatternThatMustCompileIsAssertedToDoSo) {
-    EXPECT_EXIT(regexTree("(a", 0), testing::KilledBySignal(SIGABRT), "\\[RegularExpress:[0-9]+\\] lpszREText == NULL ");
+    EXPECT_EXIT(regexTree("(a", 0), testing::KilledBySignal(SIGABRT), "\\[QORRegularExpress:[0-9]+\\] lpszREText == NULL ");
     regexTree express;
     EXPECT_EXIT(express.BuildRegularExpress(NULL, 0), testing::KilledBySignal(SIGABRT),
-                "\\[RegularExpress:[0-9]+\\] lpszREText != NULL ");
+                "\\[QORRegularExpress:[0-9]+\\] lpszREText != NULL ");
     EXPECT_EQ(0, express.GetChildRECount());
 }
 
@@ -363,6 +365,30 @@ TEST_F(RegexSyntax, AnErrorInAnAliasIsTracedThereAndStandsAtTheAlias) {
         "Express \"xy/bad*\"\n"
         "Error   \"  ^----\"\n",
         traced(express, "xy/bad*"));
+}
+
+TEST_F(RegexSyntax, AReplacedAliasLeavesNoTextBehind) {
+    regexTree express;
+    const std::string strREText(1000, 'a');
+    EXPECT_EQ(1, express.AddCustomAlias("/kept", "b"));
+    EXPECT_EQ(1, express.AddCustomAlias("/a", strREText.c_str()));
+    const size_t nBefore = mallinfo2().uordblks;
+    for (int i = 0; i < 1000; ++i)
+        EXPECT_EQ(1, express.AddCustomAlias("/a", strREText.c_str()));
+    EXPECT_LT(mallinfo2().uordblks, nBefore + 100000);
+    EXPECT_EQ(-1, errorAt(express, "/kept/a"));
+    EXPECT_EQ(1001, lengthAt(express, ("b" + strREText).c_str()));
+}
+
+TEST_F(RegexSyntax, AnAliasMayBeReplacedByItsOwnText) {
+    regexTree express;
+    int nLength = 0;
+    for (const char* lpszREText : {"(x)", ""}) {
+        express.AddCustomAlias("/a", lpszREText);
+        EXPECT_EQ(1, express.AddCustomAlias("/a", express.GetCustomAlias("/a", &nLength)));
+        EXPECT_STREQ(lpszREText, express.GetCustomAlias("/a", &nLength));
+    }
+    EXPECT_EQ(1, express.m_mapCustomAlias.size());
 }
 
 TEST_F(RegexSyntax, AliasesSurviveRebuildingAndTheirTextsAreCopied) {

@@ -1,8 +1,11 @@
 // Matching with regular expressions: sequences, sets, quantifiers and their modes, captures, back-references, results.
+#include <algorithm>
 #include <csignal>
+#include <type_traits>
 
 #include "qor/TraceHelper.h"
 #include "support/regex.h"
+#include "support/slot.h"
 #include "support/traceline.h"
 
 using namespace QOR_RegularExpressHelper;
@@ -85,7 +88,7 @@ TEST(Regex, BehindAGivenEndNoNodeMayStand) {
     const std::string strText = "bbb";
     regexTree express("(^a)*", 0);
     EXPECT_EXIT(lengthAt(express, strText.c_str(), strText.c_str() + 3), testing::KilledBySignal(SIGABRT),
-                "\\[RegularExpress:[0-9]+\\] lpszSrcEnding == NULL \\|\\| lpszSrcText <= lpszSrcEnding ");
+                "\\[QORRegularExpress:[0-9]+\\] lpszSrcEnding == NULL \\|\\| lpszSrcText <= lpszSrcEnding ");
     regexTree plain("b", 0);
     EXPECT_EXIT(plain.ApplyREOnText(strText.c_str() + 1, strText.c_str()), testing::KilledBySignal(SIGABRT),
                 "lpszSrcEnding == NULL \\|\\| lpszSrcText <= lpszSrcEnding ");
@@ -262,7 +265,7 @@ TEST(Regex, ABackReferenceDoesNotAskForAGivenEnd) {
 }
 
 TEST(Regex, ABackReferenceToAGroupWithoutResultAborts) {
-    EXPECT_EXIT(matchLength("[(a)b]\\1", "b"), testing::KilledBySignal(SIGABRT), "\\[RegularExpress:[0-9]+\\] FALSE ");
+    EXPECT_EXIT(matchLength("[(a)b]\\1", "b"), testing::KilledBySignal(SIGABRT), "\\[QORRegularExpress:[0-9]+\\] FALSE ");
     EXPECT_EXIT(matchLength("(a)?\\1", "b"), testing::KilledBySignal(SIGABRT), "FALSE ");
     EXPECT_EXIT(matchLength("(a\\1)", "aa"), testing::KilledBySignal(SIGABRT), "FALSE ");
     // Looking ahead out of the group comes to the back-reference before the group has a result.
@@ -377,6 +380,69 @@ TEST(Regex, ANodeMovesOutOfAnother) {
     EXPECT_EQ(static_cast<uint32_t>('a'), range.m_chLow);
     EXPECT_EQ(static_cast<uint32_t>('z'), range.m_chHigh);
     EXPECT_EQ(0u, other.m_chHigh);
+}
+
+// ---- what nodes are made of
+
+typedef re_RelationAnd<re_Group<char>, char> regexSequence;
+typedef QOR_StringHelper::chConstTextT<char> regexText;
+
+static_assert(std::is_base_of<regexSequence, regexTree>::value, "");
+static_assert(std::is_base_of<re_Relation<re_Group<char>>, regexSequence>::value, "");
+static_assert(std::is_base_of<re_Group<char>, re_Relation<re_Group<char>>>::value, "");
+static_assert(std::is_base_of<re_Relation<re_Range<char>>, re_RelationCase<re_Range<char>, char>>::value, "");
+static_assert(std::is_same<decltype(regexNode::m_strREText), QOR_StringHelper::chReferenceStringT<char>>::value, "");
+static_assert(std::is_same<decltype(regexNode::m_nFlags), uint32_t>::value, "");
+static_assert(std::is_same<decltype(regexNode::m_chRepeatMode), int32_t>::value, "");
+static_assert(std::is_same<decltype(regexGroup::m_arrTargetREs), QOR_ArrayHelper::chObjArray<regexNode*, false, 4>>::value, "");
+static_assert(std::is_same<decltype(re_Text<char>::m_arrText), QOR_ArrayHelper::chObjArray<char, false, 4>>::value, "");
+static_assert(std::is_same<decltype(re_Range<char>::m_chLow), uint32_t>::value, "");
+static_assert(std::is_same<decltype(regexTree::m_arrCaptureREs), QOR_ArrayHelper::chObjArray<regexNode*, false, 4>>::value, "");
+static_assert(std::is_same<decltype(regexTree::m_mapCustomAlias),
+                           QOR_ListHelper::chMapList_dynamic<regexText, regexText, 16>>::value, "");
+
+TEST(Regex, ANewNodeMatchesOnceExactlyAndHasNoResult) {
+    regexSequence group;
+    EXPECT_STREQ("", group.m_strREText);
+    EXPECT_EQ(0, group.m_bNegative);
+    EXPECT_EQ(0u, group.m_nFlags);
+    EXPECT_EQ(1, group.m_nMinTimes);
+    EXPECT_EQ(1, group.m_nMaxTimes);
+    EXPECT_EQ('-', group.m_chRepeatMode);
+    EXPECT_EQ(NULL, group.m_pParentRE);
+    EXPECT_EQ(-1, group.m_iIndexInParent);
+    EXPECT_EQ(NULL, group.m_lpszResultBegin);
+    EXPECT_EQ(NULL, group.m_lpszResultEnd);
+    EXPECT_EQ(0, group.m_bNoCapture);
+    EXPECT_EQ(0, group.GetChildRECount());
+    EXPECT_EQ(0, (re_RelationAnd<re_Text<char>, char>().GetChildRECount()));
+    EXPECT_EQ(1, (re_RelationCase<re_Range<char>, char>().GetChildRECount()));
+    EXPECT_EQ(1, (re_RelationCase<re_Reference<char>, char>().GetChildRECount()));
+    EXPECT_EQ(NULL, (re_RelationAnd<re_Reference<char>, char>().m_pRefRE));
+}
+
+TEST(Regex, FieldsStandInTheirOrder) {
+    regexTree express;
+    const void* const arrField[] = {&express.m_strREText,       &express.m_bNegative,    &express.m_nFlags,
+                                    &express.m_nMinTimes,       &express.m_nMaxTimes,    &express.m_chRepeatMode,
+                                    &express.m_pParentRE,       &express.m_iIndexInParent, &express.m_lpszResultBegin,
+                                    &express.m_lpszResultEnd,   &express.m_arrTargetREs, &express.m_bNoCapture,
+                                    &express.m_mapCustomAlias,  &express.m_arrCaptureREs};
+    EXPECT_TRUE(std::is_sorted(std::begin(arrField), std::end(arrField)));
+}
+
+TEST(Regex, VirtualOperationsStandInTheirOrder) {
+    EXPECT_LT(slotOf(&regexNode::ApplyChildREFrom), slotOf(&regexNode::ApplyREsAfterChild));
+    EXPECT_LT(slotOf(&regexNode::ApplyREsAfterChild), slotOf(&regexNode::ClearResult));
+    EXPECT_LT(slotOf(&regexNode::ClearResult), slotOf(&regexNode::TraceResult));
+}
+
+TEST(Regex, ACaptureCanBeAppended) {
+    regexTree express("(a)b", 0);
+    express.AddCaptureRE(express.m_arrTargetREs[1]);
+    EXPECT_EQ(express.m_arrTargetREs[1], express.GetCaptureRE(2));
+    EXPECT_EQ(2, lengthAt(express, "ab"));
+    EXPECT_EQ("b", resultOf(express.GetCaptureRE(2)));
 }
 
 // ---- searching

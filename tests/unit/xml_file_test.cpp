@@ -1,10 +1,10 @@
 // XML files: loading, saving, interrupted saves, hostile files.
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include "qor/FileHelper.h"
 #include "support/filebytes.h"
+#include "support/filelimit.h"
 #include "support/text.h"
 
 using namespace QOR_FileHelper;
@@ -166,15 +166,11 @@ TEST_F(XmlSave, WhatDoesNotFitLeavesTheOldFileAsItWas) {
     putFile(s_strName, "<a/>");
     xmlFile file(s_strName.c_str());
     file.AddChildXMLNode(xmlTypeComment, std::string(100000, 'x').c_str());
-    struct rlimit limitOld, limit;
-    ASSERT_EQ(0, getrlimit(RLIMIT_FSIZE, &limitOld));
-    limit = limitOld;
-    limit.rlim_cur = 4096;
-    signal(SIGXFSZ, SIG_IGN);
-    ASSERT_EQ(0, setrlimit(RLIMIT_FSIZE, &limit));
-    const BOOL bSaved = file.SaveToFile(nullptr);
-    ASSERT_EQ(0, setrlimit(RLIMIT_FSIZE, &limitOld));
-    EXPECT_EQ(0, bSaved);
+    {
+        const qorTest::fileLimit limit(4096);
+        ASSERT_TRUE(limit.isSet());
+        EXPECT_EQ(0, file.SaveToFile(nullptr));
+    }
     EXPECT_EQ("<a/>", getFile(s_strName));
     EXPECT_FALSE(isThere(s_strName + ".new"));
     EXPECT_FALSE(isThere(s_strName + ".old"));

@@ -1,11 +1,14 @@
 // XML trees: links, look-ups, attributes, how each node is written, entities.
 #include <memory>
+#include <type_traits>
 
 #include "internal/xml_code.h"
 #include "qor/FileHelper.h"
+#include "support/slot.h"
 #include "support/text.h"
 
 using namespace QOR_FileHelper;
+using qorTest::slotOf;
 using QOR_StringHelper::chReferenceStringT;
 
 namespace {
@@ -197,6 +200,17 @@ TEST(XmlNode, ALevelIsTheNumberOfAncestorsWithoutTheDocument) {
     xmlElement alone("a");
     EXPECT_EQ(0, alone.getXMLLevel());
     EXPECT_EQ(1, alone.AddChildElement("b")->getXMLLevel());
+}
+
+TEST(XmlNode, WritingIsTheFirstVirtualOperation) { EXPECT_EQ(0u, slotOf(&xmlBaseNode::ExportToText)); }
+
+TEST(XmlNode, TheClassesAreDerivedFromEachOther) {
+    EXPECT_TRUE((std::is_base_of<simpTreeNode<xmlBaseNode>, xmlBaseNode>::value));
+    EXPECT_TRUE((std::is_base_of<xmlAttributeNode, xmlElement>::value));
+    EXPECT_TRUE((std::is_base_of<xmlAttributeNode, xmlDeclaration>::value));
+    EXPECT_TRUE((std::is_base_of<xmlDocument, xmlFile>::value));
+    EXPECT_TRUE(std::is_abstract<xmlBaseNode>::value);
+    EXPECT_TRUE(std::is_abstract<xmlAttributeNode>::value);
 }
 
 TEST(XmlNode, AnElementTakesNoMoreThanItsLinksNeed) {

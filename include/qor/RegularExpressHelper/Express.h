@@ -15,9 +15,9 @@
 /// pattern without repetitions that look ahead takes time in the order of the text. A repetition looks ahead at each
 /// of its places at most, and what it looks at may repeat and look ahead itself, so k of them in a row take time in the
 /// order of the text's length to the k-th power: `.*a.*b.*c` is of the third. Marking them with `+` takes that away.
-/// Behind some 260,000 look-aheads their answers are remembered, in a table of about a megabyte that the next
-/// ClearResult() frees; then the time is in the order of the square of the text's length as long as the table holds
-/// them. The match and the results of all nodes that took part in it are the same; only a node that nothing but looking
+/// Behind some 260,000 look-aheads their answers are remembered, in a table that the next ClearResult() frees, one byte
+/// for each place of the text and repetition, at most 4 MiB. Then the time is in the order of k times the square of the
+/// text's length, as long as the table holds them all. The match and the results of all nodes that took part in it are the same; only a node that nothing but looking
 /// ahead came to may keep an older result. A pattern with back-references cannot remember answers.
 ///
 /// No input makes compiling, matching or destroying use more stack than maxDepth allows for (about 200 KiB).
@@ -35,6 +35,9 @@ struct reState;
 constexpr int maxPatternLength = 32768;
 /// The nodes of the largest tree; the element that needs more is an error.
 constexpr int maxNodeCount = 65536;
+/// The characters of all alias patterns that a pattern is made of, each counted where it is used; the alias that needs
+/// more is an error.
+constexpr int maxAliasText = 1048576;
 /// How deep groups, sets and aliases nest, repetitions that look ahead and stand in front counted like levels. The
 /// element that is deeper is an error.
 constexpr int maxDepth = 256;

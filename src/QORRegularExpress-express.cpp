@@ -3,7 +3,7 @@
 
 #include <string.h>
 
-#define QOR_MODULE "RegularExpress"
+#define QOR_MODULE "QORRegularExpress"
 #include "internal/report.h"
 
 using namespace QOR_StringHelper;
@@ -164,7 +164,11 @@ BOOL reRegularExpress<T>::AddCustomAlias(const T* lpszName, const T* lpszREText)
     for (auto it = m_mapCustomAlias.begin(); it != m_mapCustomAlias.end(); ++it) {
         if ((*it).key != name)
             continue;
+        const T* const arrOld[] = {(*it).key, (*it).value};
         m_mapCustomAlias.erase(it);
+        for (const T* lpszOld : arrOld)
+            m_lstAliasText.erase(m_lstAliasText.find_if(
+                [lpszOld](const chReferenceStringT<T>& str) { return static_cast<const T*>(str) == lpszOld; }));
         break;
     }
     auto& pair = m_mapCustomAlias.alloc_push_back();

@@ -76,6 +76,7 @@ public:
                 state.m_nStart = ++nStarts == 1 ? ch : -1;
         }
         state.m_bReference = m_bReference;
+        state.m_pRoot = &m_express;
         findLead(&m_express);
         return m_bMemory;
     }
@@ -251,6 +252,8 @@ private:
         traits.bSingle = false;
         traits.bLooks = traits.bLooks || looksAhead(p);
         traits.bNothing = traits.bNothing || p->m_nMinTimes == 0;
+        if (p->m_pPlan != NULL && looksAhead(p))
+            p->m_pPlan->m_iAnswer = m_express.m_pState->m_nPlans++;
         if (p->m_nMaxTimes == 0)
             traits.setFirst = traits.setStart = charSet();
         return traits;

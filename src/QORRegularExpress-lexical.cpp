@@ -1,7 +1,7 @@
 // Characters, numbers and aliases of patterns.
 #include "qor/RegularExpressHelper/Lexical.h"
 
-#define QOR_MODULE "RegularExpress"
+#define QOR_MODULE "QORRegularExpress"
 #include "internal/regular_express.h"
 #include "internal/report.h"
 

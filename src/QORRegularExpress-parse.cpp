@@ -9,7 +9,7 @@
 
 #include <new>
 
-#define QOR_MODULE "RegularExpress"
+#define QOR_MODULE "QORRegularExpress"
 #include "internal/report.h"
 #include "qor/TraceHelper/Trace.h"
 
@@ -311,10 +311,10 @@ int re_Group<T>::tryParseGroupREFromText(const T*& lpszREText) {
     const T* lpszAlias = bBracket ? NULL : reGetAlias(this, lpszREText, &nLength);
     if (!bBracket && lpszAlias == NULL)
         return 0;
-    if (!mayAdd(m_pBuild, this->GetGradeLevel()))
-        return -1;
     reBuild objNone;
     reBuild* pBuild = m_pBuild != NULL ? m_pBuild : &objNone;
+    if (!mayAdd(m_pBuild, this->GetGradeLevel()) || (lpszAlias != NULL && !pBuild->takeAlias(lpszAlias)))
+        return -1;
     const int nDepthBefore = pBuild->m_nDepth;
     pBuild->m_nDepth = pBuild->nextDepth();
     const int nDepth = pBuild->m_nDepth;

@@ -21,7 +21,7 @@
 
 #include <new>
 
-#define QOR_MODULE "RegularExpress"
+#define QOR_MODULE "QORRegularExpress"
 #include "internal/regular_express.h"
 #include "internal/report.h"
 #include "qor/TraceHelper/Trace.h"
@@ -90,7 +90,7 @@ public:
         if (m_lpszSkipped != NULL && !m_pPlan->m_pState->m_bScouting)
             apply(m_lpszSkipped);
         m_lpszSkipped = NULL;
-        reAnswers* pAnswers = m_pPlan != NULL ? m_pPlan->m_pState->answers() : NULL;
+        reAnswers* pAnswers = m_pPlan != NULL ? m_pPlan->m_pState->answers(lpsz, m_lpszEnding) : NULL;
         return pAnswers != NULL ? answer(*pAnswers, lpsz) : apply(lpsz);
     }
 
