@@ -9,6 +9,7 @@
 
 #define QOR_MODULE "QORTrace"
 #include "internal/report.h"
+#include "internal/scope_lock.h"
 #include "qor/MiscHelper.h"
 #include "qor/TraceHelper/Trace.h"
 
@@ -18,14 +19,7 @@ namespace QOR_TraceHelper {
 
 namespace {
 
-class fileLock {
-public:
-    explicit fileLock(QOR_BaseHelper::chCriticalSection& lock) : m_lock(lock) { m_lock.Lock(); }
-    ~fileLock() { m_lock.Unlock(); }
-
-private:
-    QOR_BaseHelper::chCriticalSection& m_lock;
-};
+typedef QOR_BaseHelper::scopeLock<QOR_BaseHelper::chCriticalSection> fileLock;
 
 bool fileExists(const char* lpszName) {
     struct stat st;
