@@ -125,8 +125,9 @@ BOOL chFileTrace::WriteLogLine(chReferenceStringT<char>& strLine) {
     if (m_pFile == NULL)
         return 0;
     const size_t nLength = static_cast<size_t>(strText.GetLength());
+    // The stream keeps nothing back. Flushing it all the same would take a lock of the address sanitizer, which it does
+    // not free in the child of a fork.
     const bool bGood = fwrite(static_cast<const char*>(strText), 1, nLength, m_pFile) == nLength;
-    fflush(m_pFile);
     clearerr(m_pFile);
     const int nLine = strLine.GetLength();
     m_nFileSize = nLine > INT_MAX - m_nFileSize ? INT_MAX : m_nFileSize + nLine;
