@@ -35,6 +35,16 @@ struct namedRecord {
 };
 
 static_assert(sizeof(namedRecord) == 16, "the data of a record begins 16 bytes behind its start on every ABI");
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Winvalid-offsetof"
+static_assert(offsetof(namedRecord, m_vChain) == 0 && offsetof(namedRecord, m_strName) == 8, "shared layout");
+static_assert(offsetof(chSystemNamedObject, m_objPool) == 8 && offsetof(chSystemNamedObject, m_objManager) == 24 &&
+                  offsetof(chSystemNamedObject, m_arrPool) == 36 && sizeof(chSystemNamedObject::m_arrPool) == 8156,
+              "shared layout");
+static_assert(offsetof(chSystemStorageObject, m_objPool) == 8 && offsetof(chSystemStorageObject, m_objManager) == 24 &&
+                  offsetof(chSystemStorageObject, m_arrPool) == 36 && sizeof(chSystemStorageObject::m_arrPool) == 4060,
+              "shared layout");
+#pragma GCC diagnostic pop
 
 // No segment holds more records than this: each takes at least 20 bytes of a pool below 8192.
 constexpr int maxRecord = 8192 / 20;
@@ -54,7 +64,11 @@ struct chNamedObjectManager::place {
     namedRecord* record() const { return reinterpret_cast<namedRecord*>(pNext); }
 };
 
-chNamedObjectManager::chNamedObjectManager() { link_list_node(&m_vRootChain, &m_vRootChain); }
+chNamedObjectManager::chNamedObjectManager() {
+    static_assert(offsetof(chNamedObjectManager, m_objPool) == 0 && offsetof(chNamedObjectManager, m_vRootChain) == 4,
+                  "shared layout");
+    link_list_node(&m_vRootChain, &m_vRootChain);
+}
 
 void chNamedObjectManager::InitManager(baseStaticPoolAlloc* pPool) { m_objPool.InitPool(pPool); }
 

@@ -9,6 +9,7 @@
 
 #define QOR_MODULE "QORTrace"
 #include "internal/report.h"
+#include "internal/scope_lock.h"
 #include "qor/MiscHelper.h"
 #include "qor/TraceHelper/Trace.h"
 
@@ -18,14 +19,7 @@ namespace QOR_TraceHelper {
 
 namespace {
 
-class fileLock {
-public:
-    explicit fileLock(QOR_BaseHelper::chCriticalSection& lock) : m_lock(lock) { m_lock.Lock(); }
-    ~fileLock() { m_lock.Unlock(); }
-
-private:
-    QOR_BaseHelper::chCriticalSection& m_lock;
-};
+typedef QOR_BaseHelper::scopeLock<QOR_BaseHelper::chCriticalSection> fileLock;
 
 bool fileExists(const char* lpszName) {
     struct stat st;
@@ -131,8 +125,9 @@ BOOL chFileTrace::WriteLogLine(chReferenceStringT<char>& strLine) {
     if (m_pFile == NULL)
         return 0;
     const size_t nLength = static_cast<size_t>(strText.GetLength());
+    // The stream keeps nothing back. Flushing it all the same would take a lock of the address sanitizer, which it does
+    // not free in the child of a fork.
     const bool bGood = fwrite(static_cast<const char*>(strText), 1, nLength, m_pFile) == nLength;
-    fflush(m_pFile);
     clearerr(m_pFile);
     const int nLine = strLine.GetLength();
     m_nFileSize = nLine > INT_MAX - m_nFileSize ? INT_MAX : m_nFileSize + nLine;

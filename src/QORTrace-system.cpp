@@ -16,11 +16,23 @@ namespace QOR_TraceHelper {
 
 static_assert(sizeof(chSystemTracerManager) == 65536, "the shared layout is the same on every ABI");
 static_assert(sizeof(chTraceLevelList) == 16 && sizeof(chTraceLogList) == 16, "the shared layout is the same");
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Winvalid-offsetof"
+static_assert(offsetof(chSystemTracerManager, m_objPool) == 8 && offsetof(chSystemTracerManager, m_mapLevel) == 24 &&
+                  offsetof(chSystemTracerManager, m_lstLog) == 40 &&
+                  offsetof(chSystemTracerManager, m_nReserved56) == 56 &&
+                  offsetof(chSystemTracerManager, m_nReserved60) == 60 &&
+                  offsetof(chSystemTracerManager, m_arrPool) == 64,
+              "the shared layout is the same on every ABI");
+#pragma GCC diagnostic pop
 
 namespace {
 
 // The node of one nesting depth: chain, task id, depth.
 constexpr int levelNodeSize = 16;
+
+// The task that this thread was when it last entered a scope; a child of a fork is another one.
+thread_local int s_idNestedTask = 0;
 
 }  // namespace
 
@@ -112,10 +124,14 @@ BOOL uCTraceHelper::ReadSystemTraceString(chReferenceStringT<char>& strLine) {
 int uCTraceHelper::push_trace_level() {
     if (!Lock(-1))
         return 0;
+    const int idTask = QOR_MiscHelper::qorGetCurrentTaskId();
     int nLevel = 0;
-    if (int32_t* const pnLevel = getObject()->GetLevel(QOR_MiscHelper::qorGetCurrentTaskId())) {
-        nLevel = static_cast<int>(static_cast<uint32_t>(loadShareWord(*pnLevel)) + 1);
+    if (int32_t* const pnLevel = getObject()->GetLevel(idTask)) {
+        // What a task finds before its first scope was left by a dead one that had the same id.
+        const int nBefore = s_idNestedTask == idTask ? loadShareWord(*pnLevel) : 0;
+        nLevel = static_cast<int>(static_cast<uint32_t>(nBefore) + 1);
         storeShareWord(*pnLevel, nLevel);
+        s_idNestedTask = idTask;
     }
     Unlock();
     return nLevel;

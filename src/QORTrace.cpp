@@ -198,8 +198,8 @@ void uCTraceHelper::writeLine(int nTarget, lineText& strLine) {
         TraceToSystemTrace(strLine);
 }
 
-// The line goes out like debug output, in one write beside running threads. It is taken as a format without arguments: "%%" prints one per-cent sign. All other conversions have
-// nothing to print and stay as they are.
+// The line goes out like debug output, in one write beside running threads. It is taken as a format without arguments:
+// "%%" prints one per-cent sign. All other conversions have nothing to print and stay as they are.
 void uCTraceHelper::writeAfterExit(const lineText& strLine) {
     std::string strText;
     for (const char* p = strLine; *p != '\0'; ++p) {

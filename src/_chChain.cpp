@@ -39,7 +39,7 @@ void registShareRange(const void* pBegin, size_t nSize) {
         rangeRow& row = s_arrRange[i];
         if (row.uEnd.load(std::memory_order_relaxed) != 0)
             continue;
-        row.uBegin.store(reinterpret_cast<uintptr_t>(pBegin), std::memory_order_relaxed);
+        row.uBegin.store(reinterpret_cast<uintptr_t>(pBegin), std::memory_order_release);
         row.uEnd.store(reinterpret_cast<uintptr_t>(pBegin) + nSize, std::memory_order_release);
         if (i >= s_nRangeTop.load(std::memory_order_relaxed))
             s_nRangeTop.store(i + 1, std::memory_order_release);
@@ -64,8 +64,9 @@ shareRange findShareRange(const void* p) {
     const int nTop = s_nRangeTop.load(std::memory_order_acquire);
     for (int i = 0; i < nTop; ++i) {
         const uintptr_t uEnd = s_arrRange[i].uEnd.load(std::memory_order_acquire);
-        const uintptr_t uBegin = s_arrRange[i].uBegin.load(std::memory_order_relaxed);
-        if (u < uEnd && u >= uBegin)
+        const uintptr_t uBegin = s_arrRange[i].uBegin.load(std::memory_order_acquire);
+        // A row that is given to another segment meanwhile may have shown the end of one and the begin of the other.
+        if (u < uEnd && u >= uBegin && s_arrRange[i].uEnd.load(std::memory_order_relaxed) == uEnd)
             return {uBegin, uEnd};
     }
     return {4, ~static_cast<uintptr_t>(0)};

@@ -14,7 +14,13 @@ namespace QOR_StringHelper {
 
 // ---- chShareStringA
 
-chShareStringA::chShareStringA() { storeShareWord(m_iOffsetText, -1); }
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Winvalid-offsetof"
+chShareStringA::chShareStringA() {
+    static_assert(offsetof(chShareStringA, m_iOffsetText) == 4, "the handle to the pool, then the text");
+    storeShareWord(m_iOffsetText, -1);
+}
+#pragma GCC diagnostic pop
 
 chShareStringA::~chShareStringA() { *this = chConstTextT<char>(); }
 

@@ -2,7 +2,7 @@
 #ifndef QOR_INTERNAL_SCOPE_LOCK_H
 #define QOR_INTERNAL_SCOPE_LOCK_H
 
-namespace QOR_MsgQueueHelper {
+namespace QOR_BaseHelper {
 
 // An in-process lock.
 template <typename T>
@@ -30,6 +30,11 @@ private:
     T& m_objLock;
 };
 
+}  // namespace QOR_BaseHelper
+
+namespace QOR_MsgQueueHelper {
+using QOR_BaseHelper::scopeLock;
+using QOR_BaseHelper::scopeShareLock;
 }  // namespace QOR_MsgQueueHelper
 
 #endif

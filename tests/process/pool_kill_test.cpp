@@ -1,10 +1,10 @@
-// A process is killed while it changes a pool, a list or a chain in shared memory; another one goes on with whatever
-// has been stored.
+// A process is killed while it changes a pool, a list, a string, a chain or the named blocks in shared memory; another
+// one goes on with whatever has been stored.
 //
 // On x86 a child is single-stepped, and whenever an instruction has changed the shared image, a survivor takes over a
 // copy of it: every state that a kill can leave is met. Everywhere, children are killed at random times as well. The
 // survivor must find every walk ending, every block and element that was in use whole and not handed out again, and a
-// list's change either done or not done. What may remain is memory that nobody owns, and links backwards and flags one
+// list's change either done or not done; a string is whole or empty. What may remain is memory that nobody owns, and links backwards and flags one
 // store behind; both are counted.
 #include <sys/mman.h>
 #include <sys/ptrace.h>
@@ -13,6 +13,8 @@
 #include <random>
 
 #include "qor/ListHelper.h"
+#include "qor/MsgQueueHelper/Named.h"
+#include "qor/StringHelper/ShareString.h"
 #define QOR_MODULE "_chTest"
 #include "internal/report.h"
 #include "internal/share_chain.h"
@@ -93,6 +95,20 @@ std::vector<void*> takeAll(baseStaticPoolAlloc& pool) {
             memset(listTaken.back(), 0xDD, static_cast<size_t>(nSize));
         }
     return listTaken;
+}
+
+// A block that somebody uses is a used cell.
+void expectOwned(const poolReading& reading, char* pImage, const void* pBlock) {
+    const qorTest::poolCell* pCell = reading.find(static_cast<int>(static_cast<const char*>(pBlock) - pImage));
+    ASSERT_NE(nullptr, pCell) << "what is in use is no cell";
+    EXPECT_FALSE(pCell->bFree);
+    EXPECT_FALSE(reading.isChained(pCell->nAt)) << "what is in use is in the free chain";
+}
+
+// All there is in the pool is taken, overwritten and given back.
+void useUp(baseStaticPoolAlloc& pool) {
+    for (void* pBlock : takeAll(pool))
+        pool.free(pBlock);
 }
 
 class poolScenario : public scenario {
@@ -222,10 +238,8 @@ public:
         for (auto it = p->map.begin(); it != p->map.end(); ++it)
             expectOwned(reading, pImage, it.m_pThisNode);
         expectSameBackwards(p->list, listBefore);
-        const std::vector<void*> listTaken = takeAll(p->pool);
+        useUp(p->pool);
         ASSERT_EQ(listBefore, Describe(pImage)) << "an element was handed out";
-        for (void* pBlock : listTaken)
-            p->pool.free(pBlock);
         for (int i = 0; !p->list.empty(); ++i)
             i % 3 == 0 ? p->list.pop_front() : p->list.pop_back();
         p->map.clear();
@@ -235,12 +249,6 @@ public:
 
 private:
     static listImage* imageOf(char* pImage) { return reinterpret_cast<listImage*>(pImage); }
-    static void expectOwned(const poolReading& reading, char* pImage, void* pNode) {
-        const qorTest::poolCell* pCell = reading.find(static_cast<int>(static_cast<char*>(pNode) - pImage));
-        ASSERT_NE(nullptr, pCell) << "an element is no cell";
-        EXPECT_FALSE(pCell->bFree);
-        EXPECT_FALSE(reading.isChained(pCell->nAt)) << "an element is in the free chain";
-    }
     static void expectSameBackwards(const chObjList_pool_share<int>& list, const values& listForward) {
         values listBackward;
         for (auto it = list.tail(); it != list.end() && listBackward.size() < 100; --it)
@@ -248,6 +256,111 @@ private:
         listBackward.push_back(-1);
         EXPECT_EQ(listBackward, values(listForward.begin(), std::find(listForward.begin(), listForward.end(), -1) + 1));
     }
+};
+
+// ---- strings
+
+struct stringImage {
+    baseStaticPoolAlloc pool;
+    QOR_StringHelper::chShareStringA aText[4];
+    char aArea[800];
+};
+static_assert(sizeof(stringImage) <= sizeImage, "room");
+
+class stringScenario : public scenario {
+public:
+    void Build(char* pImage) override {
+        stringImage* p = new (pImage) stringImage;
+        p->pool.init_pool(p->aArea, sizeof(p->aArea));
+        for (QOR_StringHelper::chShareStringA& str : p->aText)
+            str.InitPool(&p->pool);
+    }
+    void Act(char* pImage, const operation& op) override {
+        stringImage* p = imageOf(pImage);
+        const std::string strText = textOf(op.uB % 45);
+        if (p->pool.find_big_enough_cell(60) != NULL)
+            p->aText[op.uA % 4] = QOR_StringHelper::chConstTextT<char>(strText.c_str(), -1);
+    }
+    // Between the old text and the new one a string is empty.
+    values Describe(char*) override { return values(); }
+    void Survive(char* pImage, tally& result) override {
+        stringImage* p = imageOf(pImage);
+        const poolReading reading(&p->pool);
+        ASSERT_EQ("", reading.broken());
+        result.nHalfMade += reading.halfMade();
+        for (int i = 0; i < 2; ++i) {
+            for (QOR_StringHelper::chShareStringA& str : p->aText) {
+                EXPECT_EQ(textOf(static_cast<unsigned>(str.GetLength())), static_cast<const char*>(str));
+                if (i == 0 && str.get_Text() != NULL)
+                    expectOwned(reading, pImage, str.get_Text());
+            }
+            useUp(p->pool);
+        }
+        for (QOR_StringHelper::chShareStringA& str : p->aText)
+            str = QOR_StringHelper::chConstTextT<char>();
+        countLeaks(p->pool, result);
+    }
+
+private:
+    static stringImage* imageOf(char* pImage) { return reinterpret_cast<stringImage*>(pImage); }
+    // Its letter tells its length.
+    static std::string textOf(unsigned nLength) {
+        return std::string(nLength, static_cast<char>('a' + nLength % 26));
+    }
+};
+
+// ---- named blocks
+
+struct namedImage {
+    baseStaticPoolAlloc pool;
+    QOR_MsgQueueHelper::chNamedObjectManager manager;
+    char aArea[900];
+};
+static_assert(sizeof(namedImage) <= sizeImage, "room");
+
+class namedScenario : public scenario {
+public:
+    void Build(char* pImage) override {
+        namedImage* p = new (pImage) namedImage;
+        p->pool.init_pool(p->aArea, sizeof(p->aArea));
+        p->manager.InitManager(&p->pool);
+    }
+    void Act(char* pImage, const operation& op) override {
+        namedImage* p = imageOf(pImage);
+        const char* lpszName = s_arrName[op.uA % nNames];
+        if (op.uKind % 2 && p->manager.FindNamedObject(lpszName) != NULL)
+            p->manager.FreeNamedObject(lpszName);
+        else if (p->pool.find_big_enough_cell(100) != NULL)  // for the record and its name
+            p->manager.GetNamedObject(lpszName, static_cast<int>(4 + op.uB % 12), NULL);
+    }
+    // Which names there are.
+    values Describe(char* pImage) override {
+        values list;
+        for (int i = 0; i < nNames; ++i)
+            if (imageOf(pImage)->manager.FindNamedObject(s_arrName[i]) != NULL)
+                list.push_back(i);
+        return list;
+    }
+    void Survive(char* pImage, tally& result) override {
+        namedImage* p = imageOf(pImage);
+        const values listBefore = Describe(pImage);
+        const poolReading reading(&p->pool);
+        ASSERT_EQ("", reading.broken());
+        result.nHalfMade += reading.halfMade();
+        for (int i : listBefore)
+            expectOwned(reading, pImage, static_cast<char*>(p->manager.FindNamedObject(s_arrName[i])) - 16);
+        useUp(p->pool);
+        ASSERT_EQ(listBefore, Describe(pImage)) << "a record was handed out";
+        for (const char* lpszName : s_arrName)
+            p->manager.FreeNamedObject(lpszName);
+        EXPECT_EQ(values(), Describe(pImage));
+        countLeaks(p->pool, result);
+    }
+
+private:
+    static constexpr int nNames = 5;
+    static constexpr const char* s_arrName[nNames] = {"timer", "a", "device_state", "zz", "meeting"};
+    static namedImage* imageOf(char* pImage) { return reinterpret_cast<namedImage*>(pImage); }
 };
 
 // ---- a chain of records that are not allocated
@@ -462,6 +575,16 @@ TEST_F(Kill, APoolGoesOnWithWhatWasStored) {
 TEST_F(Kill, AListChangesCompletelyOrNotAtAll) {
     listScenario s;
     KillEverywhere("list and map", s, scaled(30));
+}
+
+TEST_F(Kill, AStringIsWholeOrEmpty) {
+    stringScenario s;
+    KillEverywhere("strings", s, scaled(40));
+}
+
+TEST_F(Kill, NamedBlocksChangeCompletelyOrNotAtAll) {
+    namedScenario s;
+    KillEverywhere("named blocks", s, scaled(30));
 }
 
 TEST_F(Kill, AChainChangesCompletelyOrNotAtAll) {

@@ -1,5 +1,6 @@
 // Console reports: the exact lines, what aborts and what goes on.
 #include <pthread.h>
+#include <stdio_ext.h>
 #include <unistd.h>
 
 #include "qor/TraceHelper/Report.h"
@@ -43,6 +44,27 @@ TEST(Report, DebugOutputIsALineOnStandardOutput) {
     testing::internal::CaptureStdout();
     qorOutputDebugString("%s=%d", "n", 5);
     EXPECT_EQ("n=5\n", testing::internal::GetCapturedStdout());
+}
+
+// What a report leaves in a stream that is fully buffered is lost with _exit().
+void bufferFully(FILE* pStream) {
+    static char aBuffer[4096];
+    setvbuf(pStream, aBuffer, _IOFBF, sizeof(aBuffer));
+}
+
+TEST(Report, ReportsOnStandardErrorAreFlushed) {
+    EXPECT_EXIT((bufferFully(stderr), qorErrorMessage(0, "mod", 1, "a == b")), testing::KilledBySignal(SIGABRT),
+                "error: .*\\[mod:1\\] a == b ");
+    EXPECT_EXIT((bufferFully(stderr), qorWarningMessage(0, "mod", 2, "a == b"), _exit(0)), testing::ExitedWithCode(0),
+                "warning: .*\\[mod:2\\] a == b ");
+    EXPECT_EXIT((bufferFully(stderr), qorOutputWarningString("%d items", 3), _exit(0)), testing::ExitedWithCode(0),
+                "warning: .* 3 items\n");
+}
+
+TEST(Report, DebugOutputIsNotFlushed) {
+    EXPECT_EXIT((freopen("/dev/null", "w", stdout), bufferFully(stdout), qorOutputDebugString("%d", 5),
+                 _exit(static_cast<int>(__fpending(stdout)))),
+                testing::ExitedWithCode(2), "");
 }
 
 TEST(Report, ANullFormatIsAFatalAssertion) {

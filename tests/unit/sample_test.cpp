@@ -61,6 +61,15 @@ TEST(ULawSample, TheEndsOfTheSegmentsAreWhereTheRecommendationHasThem) {
     EXPECT_EQ(0x80, codeOf((32767 - 132 + 1.5) / 32767.0));
 }
 
+TEST(ULawSample, NegativeSamplesHaveTheirSegmentsAtTheSameMagnitudes) {
+    for (int i = 0; i < 7; ++i) {
+        const int nLast = (0x100 << i) - 1 - 132;
+        const int nSegmentCode = 0x7F - (i << 4);
+        EXPECT_EQ(nSegmentCode - 15, codeOf((-nLast - 0.5) / 32767.0)) << i;
+        EXPECT_EQ(nSegmentCode - 16, codeOf((-nLast - 1.5) / 32767.0)) << i;
+    }
+}
+
 TEST(ULawSample, ExpandedCodesAreWithinHalfAStepOfTheSample) {
     for (int nSample = -32600; nSample <= 32600; nSample += 7) {
         const double d = (nSample + (nSample < 0 ? -0.5 : 0.5)) / 32767.0;

@@ -542,6 +542,9 @@ TYPED_TEST(String, FillsWithARun) {
     EXPECT_TRUE(this->isZeroFrom(str, 2));
     str.RepeatFill('z', 0);
     EXPECT_TRUE(str.IsEmpty());
+    str.RepeatFill('z', 3);
+    str.RepeatFill(0, 3);
+    EXPECT_EQ(0, str.GetLength()) << "a run of NULs is no text";
     EXPECT_EQ("abc", narrow(strCopy));
 }
 

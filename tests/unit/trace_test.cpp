@@ -1,6 +1,7 @@
 // The levelled trace in one process: which lines pass, how they look, the three targets, scopes, the shared buffer.
 #include <errno.h>
 #include <pthread.h>
+#include <stdio_ext.h>
 #include <stdlib.h>
 #include <string.h>
 #include <unistd.h>
@@ -8,6 +9,7 @@
 #include <functional>
 #include <thread>
 
+#include "qor/MiscHelper.h"
 #include "qor/TraceHelper.h"
 #include "support/traceline.h"
 
@@ -235,6 +237,26 @@ TEST_F(Trace, ANewTaskClearsTheDepthsOfDeadOnes) {
         m_pTrace->push_trace_level();
         EXPECT_EQ(2, wordAt(28));  // this task and the main one
     }).join();
+}
+
+TEST_F(Trace, ATaskDoesNotGoOnFromTheDepthOfADeadOneWithItsId) {
+    std::thread([this] {
+        m_pTrace->Lock(-1);
+        QOR_ChainHelper::storeShareWord(*m_pTrace->getObject()->GetLevel(QOR_MiscHelper::qorGetCurrentTaskId()), 5);
+        m_pTrace->Unlock();
+        EXPECT_EQ(1, m_pTrace->push_trace_level());
+        EXPECT_EQ(2, m_pTrace->push_trace_level());
+        EXPECT_EQ(2, m_pTrace->pop_trace_level());
+        EXPECT_EQ(1, m_pTrace->pop_trace_level());
+        EXPECT_EQ(1, m_pTrace->push_trace_level());
+    }).join();
+}
+
+TEST_F(Trace, StandardOutputIsNotFlushed) {
+    static char aBuffer[4096];
+    EXPECT_EXIT((freopen("/dev/null", "w", stdout), setvbuf(stdout, aBuffer, _IOFBF, sizeof(aBuffer)), tracePrintf("line"),
+                 _exit(__fpending(stdout) > strlen("line") ? 7 : 0)),
+                testing::ExitedWithCode(7), "");
 }
 
 TEST_F(Trace, SimpleTracesGoToStandardOutput) {

@@ -112,6 +112,10 @@ public:
 };
 
 static_assert(sizeof(chTick) == 8 && sizeof(chAccumulater) == 12, "the shared layout is the same on every ABI");
+static_assert(offsetof(chTick, m_nSecond) == 0 && offsetof(chTick, m_nMicrosecond) == 4, "shared layout");
+static_assert(offsetof(chAccumulater, m_uValue) == 0 && offsetof(chAccumulater, m_uMinValue) == 4 &&
+                  offsetof(chAccumulater, m_uMaxValue) == 8,
+              "shared layout");
 
 }  // namespace QOR_BaseHelper
 

@@ -121,7 +121,7 @@ public:
     void TrimRightWhiteSpace();
     /// Makes the string empty; a block of its own is kept.
     void Clear();
-    /// Makes the string a run of one character; a count not above 0 clears.
+    /// Makes the string a run of one character; a count not above 0, or a run of NULs, clears.
     void RepeatFill(T ch, int nCount);
 
     /// Formats like printf.

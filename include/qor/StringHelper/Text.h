@@ -242,10 +242,11 @@ private:
     int32_t m_nTextLength;
 };
 
-/// The next character of UTF-8 text of one to three bytes a character: null at the NUL and at any other lead byte.
+/// The next character of UTF-8 text of one to three bytes a character: null at the NUL and at any other lead byte. Of a
+/// character that the NUL cuts short, the NUL is next.
 QOR_API const char* chUTF8Inc(const char* lpsz);
-/// Decodes one character and advances; an unknown lead byte gives '?' and one byte, the NUL 0 and
-/// none.
+/// Decodes one character and advances; an unknown lead byte, or one whose character the NUL cuts short, gives '?' and
+/// one byte, the NUL 0 and none. Continuation bytes are not checked.
 QOR_API unsigned short chUTF8Word(const char*& lpsz);
 /// The previous character, or null at the head.
 QOR_API const char* chUTF8Dec(const char* lpszHead, const char* lpsz);
