@@ -215,9 +215,9 @@ TEST(NamedFlat, ThereIsOneHelperInAProcess) {
 }
 
 TEST_F(Named, TheFieldsOfTheSegmentHaveTheirPlaces) {
-    EXPECT_EQ(8u, offsetof(chSystemNamedObject, m_objPool));
-    EXPECT_EQ(24u, offsetof(chSystemNamedObject, m_objManager));
-    EXPECT_EQ(36u, offsetof(chSystemNamedObject, m_arrPool));
+    EXPECT_EQ(8, offsetOf(&m_frame.getObject()->m_objPool));
+    EXPECT_EQ(24, offsetOf(&m_frame.getObject()->m_objManager));
+    EXPECT_EQ(36, offsetOf(m_frame.getObject()->m_arrPool));
     EXPECT_EQ(8192 - 36, chSystemNamedObject::poolSize);
     EXPECT_EQ(1002, chSystemNamedObject::segmentType);
     EXPECT_EQ(4096, chSystemStorageObject::segmentSize);
