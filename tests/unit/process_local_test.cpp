@@ -249,8 +249,6 @@ TEST(ThreadHandle, AFinishedRecordIsFreedOrTellsWhomToWake) {
     currentThread thread("me");
     openHandle handle;
     handle.setMsgQueue(thread.getMsgQueue());
-    share().Lock(-1);
-    share().Unlock();
     const auto finished = [&](bool bWaiting, msgStatus nStatus) {
         msgObject* const pMessage = handle.PutDraft(makeDraft(0x100, 0, 0, 0, NULL, bWaiting));
         share().Lock(-1);
@@ -283,10 +281,18 @@ TEST(ThreadHandle, ADeliveryEndsWhenTheThreadHasTakenTheMessage) {
     char aData[maxExtraSize] = "data";
     EXPECT_EQ(1, remote.DeliverThreadMsgEx(0x100, 0, 0, maxExtraSize, aData, -1));  // still being handled
     EXPECT_EQ(0, remote.DeliverThreadMsgEx(0x101, 0, 0, 0, NULL, 1));
-    EXPECT_EXIT(remote.PostThreadMsgEx(0x100, 0, 0, maxExtraSize + 1, aData), testing::KilledBySignal(SIGABRT),
-                "\\[QORMsgSystem:[0-9]+\\] ");
     go.Set();
     done.Wait();
+}
+
+TEST(ThreadHandle, MoreExtraDataThanTheLimitIsFatal) {
+    EXPECT_EQ(1024, maxExtraSize);
+    currentThread thread("me");
+    const char aData[maxExtraSize + 1] = "";
+    EXPECT_TRUE(thread.PostThreadMsgEx(0x100, 0, 0, maxExtraSize, aData));
+    EXPECT_EXIT(chThreadRemote("me").PostThreadMsgEx(0x100, 0, 0, maxExtraSize + 1, aData), testing::KilledBySignal(SIGABRT),
+                "\\[QORMsgSystem:[0-9]+\\] ");
+    thread.getMsgQueue()->ClearQueue();
 }
 
 TEST(ThreadHandle, AThreadDeliversToItselfByHandlingAtOnce) {

@@ -369,13 +369,14 @@ TEST_F(Trace, ThreadsShareEveryTarget) {
 }
 
 TEST_F(Trace, TheFieldsOfTheSegmentHaveTheirPlaces) {
-    EXPECT_EQ(8u, offsetof(chSystemTracerManager, m_objPool));
-    EXPECT_EQ(24u, offsetof(chSystemTracerManager, m_mapLevel));
-    EXPECT_EQ(40u, offsetof(chSystemTracerManager, m_lstLog));
-    EXPECT_EQ(56u, offsetof(chSystemTracerManager, m_nReserved56));
-    EXPECT_EQ(60u, offsetof(chSystemTracerManager, m_nReserved60));
-    EXPECT_EQ(64u, offsetof(chSystemTracerManager, m_arrPool));
     const chSystemTracerManager& state = *m_pTrace->getObject();
+    const auto addressOf = [](const auto& field) { return const_cast<char*>(reinterpret_cast<const char*>(&field)); };
+    EXPECT_EQ(segment() + 8, addressOf(state.m_objPool));
+    EXPECT_EQ(segment() + 24, addressOf(state.m_mapLevel));
+    EXPECT_EQ(segment() + 40, addressOf(state.m_lstLog));
+    EXPECT_EQ(segment() + 56, addressOf(state.m_nReserved56));
+    EXPECT_EQ(segment() + 60, addressOf(state.m_nReserved60));
+    EXPECT_EQ(segment() + 64, addressOf(state.m_arrPool));
     EXPECT_EQ(2147483647, state.m_nReserved56);
     EXPECT_EQ(0, state.m_nReserved60);
     EXPECT_EQ(1, state.AssertHeader("", chSystemTracerManager::segmentSize, chSystemTracerManager::segmentType));
@@ -392,7 +393,8 @@ struct privateState {
     }
     void addLine(int nSize) {
         const std::string strLine(static_cast<size_t>(nSize), 'x');
-        pState->m_lstLog.alloc_insert_filled(pState->m_lstLog.end(), nSize, strLine.data());
+        chTraceLogList& lstLog = pState->m_lstLog;
+        lstLog.alloc_insert_filled(lstLog.end(), nSize, strLine.data());
     }
     chSystemTracerManager* operator->() const { return pState.get(); }
 
@@ -431,10 +433,11 @@ TEST(TraceState, DepthsAreKeptByTaskUntilTheTaskHasDied) {
     EXPECT_EQ(0, *state->GetLevel(idSelf));
     *state->GetLevel(idSelf) = 5;
     EXPECT_EQ(5, *state->GetLevel(idSelf));
-    state->m_mapLevel[idDead] = 3;
-    EXPECT_EQ(2, state->m_mapLevel.size());
+    chTraceLevelList& mapLevel = state->m_mapLevel;
+    mapLevel[idDead] = 3;
+    EXPECT_EQ(2, mapLevel.size());
     state->ClearGhostTracer();
-    EXPECT_EQ(1, state->m_mapLevel.size());
+    EXPECT_EQ(1, mapLevel.size());
     EXPECT_EQ(5, *state->GetLevel(idSelf));
 }
 
@@ -446,7 +449,8 @@ TEST_F(Trace, LinesCanBeWrittenToTheHelperItself) {
     });
     EXPECT_EQ("n=5\n", traceTexts(strLines));
     const char* lpszNull = nullptr;
-    EXPECT_EXIT(m_pTrace->WriteTraceStringV(0, lpszNull, va_list{}), testing::KilledBySignal(SIGABRT),
+    va_list args = {};
+    EXPECT_EXIT(m_pTrace->WriteTraceStringV(0, lpszNull, args), testing::KilledBySignal(SIGABRT),
                 "\\[QORTrace:[0-9]+\\] lpszFormat != NULL ");
 }
 
