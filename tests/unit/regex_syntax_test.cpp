@@ -460,4 +460,52 @@ TEST(RegexSteps, CapturingGroupsAreCountedInTheOrderInWhichTheyAreAdded) {
     EXPECT_EQ(3, express.m_arrCaptureREs.GetSize());
 }
 
+TEST(RegexSteps, ARangeIsOneChildThatMatchesOneCharacter) {
+    rangeNode node;
+    const char* lpsz = "z-a]";
+    EXPECT_EQ(1, node.tryParseREFromText(lpsz));
+    EXPECT_STREQ("]", lpsz);
+    EXPECT_EQ(1, node.GetChildRECount());
+    const char szText[] = "qQ";
+    EXPECT_EQ(szText + 1, node.ApplyChildRE(0, szText, szText + 2));
+    EXPECT_EQ(nullptr, node.ApplyChildRE(0, szText + 1, szText + 2));
+    lpsz = "a]";
+    EXPECT_EQ(0, node.tryParseREFromText(lpsz));
+    textNode text;
+    lpsz = "ab*";
+    ASSERT_EQ(1, text.tryParseREFromText(lpsz));
+    const char szPair[] = "ba";
+    EXPECT_EQ(szPair + 1, text.ApplyChildRE(1, szPair, szPair + 2));
+    EXPECT_EQ(nullptr, text.ApplyChildRE(0, szPair, szPair + 2));
+}
+
+TEST(RegexSteps, ABackReferenceIsOneChildThatKnowsItsGroup) {
+    reRegularExpress<char> express("(a)", 0);
+    auto* const pNode = new re_RelationAnd<re_Reference<char>, char>;
+    express.AddChildRE(pNode);
+    const char* lpsz = "\\2";
+    EXPECT_EQ(0, pNode->tryParseREFromText(lpsz));
+    lpsz = "\\1{3}x";
+    EXPECT_EQ(1, pNode->tryParseREFromText(lpsz));
+    EXPECT_STREQ("x", lpsz);
+    EXPECT_EQ(1, pNode->GetChildRECount());
+    EXPECT_EQ(express.GetCaptureRE(1), pNode->m_pRefRE);
+    re_RelationAnd<re_Reference<char>, char> taker;
+    taker.CutFromObject(*pNode);
+    EXPECT_EQ(express.GetCaptureRE(1), taker.m_pRefRE);
+    EXPECT_EQ(3, taker.m_nMinTimes);
+    EXPECT_EQ(nullptr, pNode->m_pRefRE);
+}
+
+TEST(RegexSteps, AGroupIsCompiledWithItsQuantifierOrNotAtAll) {
+    re_RelationAnd<re_Group<char>, char> group;
+    const char* lpsz = "(ab)+c";
+    EXPECT_EQ(1, group.tryParseREFromText(lpsz));
+    EXPECT_STREQ("c", lpsz);
+    EXPECT_EQ(1, group.m_nMinTimes);
+    EXPECT_EQ(-1, group.m_nMaxTimes);
+    EXPECT_EQ(0, group.tryParseREFromText(lpsz));
+    EXPECT_STREQ("c", lpsz);
+}
+
 }  // namespace
