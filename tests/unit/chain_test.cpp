@@ -450,20 +450,24 @@ TEST(Chain, EachDirectionIsATypeOfItsOwn) {
     expectLink(&offset_chain_pRight::get_pRight, &offset_chain_pRight::set_pRight);
     expectLink(&offset_chain_pParent::get_pParent, &offset_chain_pParent::set_pParent);
     expectLink(&offset_chain_pChild::get_pChild, &offset_chain_pChild::set_pChild);
-    static_assert(!std::is_convertible<offset_chain_pLeft*, offset_chain_pRight*>::value, "not to be mixed up");
-    static_assert(!std::is_convertible<pointer_chain_pParent*, pointer_chain_pChild*>::value, "not to be mixed up");
+    static_assert(!std::is_convertible<offset_chain_pLeft*, offset_chain_pRight*>::value,
+                  "not to be mixed up");
+    static_assert(!std::is_convertible<pointer_chain_pParent*, pointer_chain_pChild*>::value,
+                  "not to be mixed up");
 }
 
 TEST(Chain, ADoubleLinkIsMadeOfTheTwoLinksOfItsKind) {
     static_assert(std::is_same<list_chain_offset::chain_pNext, offset_chain_pNext>::value, "the first word");
     static_assert(std::is_same<list_chain_offset::chain_pPrev, offset_chain_pPrev>::value, "the second word");
-    static_assert(std::is_same<list_chain_pointer, list_chain<pointer_chain_pNext, pointer_chain_pPrev>>::value, "");
+    static_assert(
+        std::is_same<list_chain_pointer, list_chain<pointer_chain_pNext, pointer_chain_pPrev>>::value, "");
     typedef list_node<int, list_chain_offset> node;
     static_assert(std::is_same<node::chain_type, list_chain_offset>::value, "the link comes first");
     static_assert(std::is_same<list_node_pointer<char>::value_type, char>::value, "the payload follows");
     node vNode;
     EXPECT_EQ(0, vNode.m_value);
-    EXPECT_EQ(reinterpret_cast<char*>(&vNode) + sizeof(node::chain_type), reinterpret_cast<char*>(&vNode.m_value));
+    EXPECT_EQ(reinterpret_cast<char*>(&vNode) + sizeof(node::chain_type),
+              reinterpret_cast<char*>(&vNode.m_value));
 }
 
 struct bareLink : offsetLink {

@@ -560,7 +560,8 @@ TEST(IniIndex, AShortListIsWalkedAndALongOneLookedUp) {
     for (int i = 1; i < 1000; ++i)
         list.push_back(new iniKey(("k" + std::to_string(i)).c_str()));
     for (const char* lpszName : {"k0", "K500", "k999"}) {
-        ASSERT_TRUE(list.findNode(iniLineKey, lpszName, list.hashOf(iniLineKey, lpszName), pFound)) << lpszName;
+        ASSERT_TRUE(list.findNode(iniLineKey, lpszName, list.hashOf(iniLineKey, lpszName), pFound))
+            << lpszName;
         ASSERT_NE(nullptr, pFound);
         EXPECT_STRCASEEQ(lpszName, pFound->m_value->key());
     }

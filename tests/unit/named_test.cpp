@@ -248,7 +248,8 @@ TEST(Storage, ACounterIsStoredSteppedAndRemoved) {
     EXPECT_EQ(4u, storage.ExcuteAccumulater("named_ticket", 5));
     storage.CreateAccumulater("named_ticket", 7, 0, 10);
     EXPECT_EQ(8u, storage.ExcuteAccumulater("named_ticket", 1));
-    EXPECT_EXIT(storage.CreateAccumulater("named_ticket", 0, 5, 5), testing::KilledBySignal(SIGABRT), "uMax > uMin ");
+    EXPECT_EXIT(storage.CreateAccumulater("named_ticket", 0, 5, 5), testing::KilledBySignal(SIGABRT),
+                "uMax > uMin ");
     storage.DestoryAccumulater("named_ticket");
     storage.DestoryAccumulater("named_ticket");
     storage.Lock(-1);

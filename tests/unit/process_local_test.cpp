@@ -1,4 +1,5 @@
-// The threads and wake-up events of a process, and the steps of registering, sending and dispatching by themselves.
+// The threads and wake-up events of a process, and the steps of registering, sending and dispatching by
+// themselves.
 #include <unistd.h>
 
 #include <atomic>
@@ -9,11 +10,11 @@
 #include "support/message_thread.h"
 
 using namespace QOR_MsgQueueHelper;
+using QOR_MiscHelper::qorGetCurrentTaskId;
 using qorTest::currentThread;
 using qorTest::messageThread;
 using qorTest::process;
 using qorTest::share;
-using QOR_MiscHelper::qorGetCurrentTaskId;
 
 namespace {
 
@@ -290,8 +291,8 @@ TEST(ThreadHandle, MoreExtraDataThanTheLimitIsFatal) {
     currentThread thread("me");
     const char aData[maxExtraSize + 1] = "";
     EXPECT_TRUE(thread.PostThreadMsgEx(0x100, 0, 0, maxExtraSize, aData));
-    EXPECT_EXIT(chThreadRemote("me").PostThreadMsgEx(0x100, 0, 0, maxExtraSize + 1, aData), testing::KilledBySignal(SIGABRT),
-                "\\[QORMsgSystem:[0-9]+\\] ");
+    EXPECT_EXIT(chThreadRemote("me").PostThreadMsgEx(0x100, 0, 0, maxExtraSize + 1, aData),
+                testing::KilledBySignal(SIGABRT), "\\[QORMsgSystem:[0-9]+\\] ");
     thread.getMsgQueue()->ClearQueue();
 }
 
@@ -306,7 +307,8 @@ TEST(ThreadHandle, AThreadDeliversToItselfByHandlingAtOnce) {
 // ---- dispatching
 
 struct hooker : chMsgHooker {
-    hooker(std::string& strSeen, char ch, int nHandled) : m_strSeen(strSeen), m_ch(ch), m_nHandled(nHandled) {}
+    hooker(std::string& strSeen, char ch, int nHandled)
+        : m_strSeen(strSeen), m_ch(ch), m_nHandled(nHandled) {}
     int TryThreadMessage(msgObject&) override {
         m_strSeen += m_ch;
         return m_nHandled;

@@ -388,8 +388,9 @@ TEST(RegexSteps, AQuantifierIsReadAndPassed) {
         int nResult, nPassed, nMin, nMax;
         char chMode;
     };
-    for (const row& r : {row{"*x", 1, 1, 0, -1, ' '}, row{"+?x", 1, 2, 1, -1, '?'}, row{"?+", 1, 2, 0, 1, '+'},
-                         row{"{3}", 1, 3, 3, 3, '-'}, row{"{2,5}x", 1, 5, 2, 5, ' '}, row{"x", 1, 0, 1, 1, '-'}}) {
+    for (const row& r :
+         {row{"*x", 1, 1, 0, -1, ' '}, row{"+?x", 1, 2, 1, -1, '?'}, row{"?+", 1, 2, 0, 1, '+'},
+          row{"{3}", 1, 3, 3, 3, '-'}, row{"{2,5}x", 1, 5, 2, 5, ' '}, row{"x", 1, 0, 1, 1, '-'}}) {
         textNode node;
         const char* lpsz = r.lpszText;
         EXPECT_EQ(r.nResult, node.PeekRepeatFromText(lpsz)) << r.lpszText;

@@ -306,14 +306,16 @@ TEST(RegistryHandles, AHandleIsTheDistanceFromTheStoreAndOfOneKindOnly) {
     regDocument* const pDocument = registry.LockDocument("/tmp/layout_handles.ini");
     regSection* const pSection = pDocument->GetSectionObject("s");
     const uintptr_t uDocument = registry.GetHandle(pDocument), uSection = registry.GetHandle(pSection);
-    EXPECT_EQ(reinterpret_cast<uintptr_t>(pSection), reinterpret_cast<uintptr_t>(registry.getObject()) + uSection);
+    EXPECT_EQ(reinterpret_cast<uintptr_t>(pSection),
+              reinterpret_cast<uintptr_t>(registry.getObject()) + uSection);
     EXPECT_EQ(0u, registry.GetHandle(NULL));
     for (int i = 0; i < 2; ++i) {
         EXPECT_EQ(pDocument, registry.GetDocument(uDocument));
         EXPECT_EQ(pSection, registry.GetSection(uSection));
         EXPECT_EQ(nullptr, registry.GetDocument(uSection));
         EXPECT_EQ(nullptr, registry.GetSection(uDocument));
-        for (const uintptr_t u : {uintptr_t(0), uSection + 4, uintptr_t(regDocumentManager::segmentSize), UINTPTR_MAX}) {
+        for (const uintptr_t u :
+             {uintptr_t(0), uSection + 4, uintptr_t(regDocumentManager::segmentSize), UINTPTR_MAX}) {
             EXPECT_EQ(nullptr, registry.GetDocument(u)) << u;
             EXPECT_EQ(nullptr, registry.GetSection(u)) << u;
         }

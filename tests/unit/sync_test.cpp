@@ -657,7 +657,8 @@ TEST(FileKey, OpenedForACreatorItsFileStaysLockedUntilTheCreatorIsDone) {
     EXPECT_EXIT(
         {
             openKey key;
-            const bool bKey = key.OpenLockedFileKey("sync_locked", 'm', keptLock()) == ftok("/tmp/qor_sync_locked", 'm');
+            const bool bKey =
+                key.OpenLockedFileKey("sync_locked", 'm', keptLock()) == ftok("/tmp/qor_sync_locked", 'm');
             _exit(bKey && isLocked("/tmp/qor_sync_locked") ? 7 : 1);
         },
         testing::ExitedWithCode(7), "");
@@ -671,7 +672,8 @@ TEST(FileKey, OneThatIsOnlyLookedForIsNotMade) {
     EXPECT_EXIT(
         {
             openKey key;
-            const bool bNone = key.FindLockedFileKey("sync_find", 'S', keptLock()) == -1 && *key.path() == '\0';
+            const bool bNone =
+                key.FindLockedFileKey("sync_find", 'S', keptLock()) == -1 && *key.path() == '\0';
             const bool bMade = exists("/tmp/qor_sync_find");
             const key_t idKey = key.OpenFileKey("sync_find", 'S');
             const bool bFound = key.FindLockedFileKey("sync_find", 'S', keptLock()) == idKey;

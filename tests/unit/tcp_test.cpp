@@ -723,7 +723,9 @@ TEST(TcpSteps, TwoPiecesAreSentAsOne) {
     EXPECT_EQ(1, socket.SendPieces(NULL, 0, "!", 1));
     EXPECT_EQ("headbody!", peer.hear(9));
     const std::string strLarge = pattern(3000000);
-    std::thread sender([&] { EXPECT_EQ(1, socket.SendPieces(strLarge.data(), 1000000, strLarge.data() + 1000000, 2000000)); });
+    std::thread sender([&] {
+        EXPECT_EQ(1, socket.SendPieces(strLarge.data(), 1000000, strLarge.data() + 1000000, 2000000));
+    });
     EXPECT_EQ(strLarge, peer.hear(strLarge.size()));
     sender.join();
 }
@@ -741,7 +743,8 @@ TEST(TcpSteps, SeveralLooksShareOneTimeLimit) {
     EXPECT_STREQ("def", sz);
     waitLimit none(0);
     EXPECT_EQ(0, socket.PeekWithin(sz, 6, 1, none));
-    EXPECT_EXIT(socket.PeekWithin(sz, -1, 1, none), testing::KilledBySignal(SIGABRT), "\\[QORSocket:[0-9]+\\] ");
+    EXPECT_EXIT(socket.PeekWithin(sz, -1, 1, none), testing::KilledBySignal(SIGABRT),
+                "\\[QORSocket:[0-9]+\\] ");
 }
 
 TEST(TcpSteps, AnAcceptedConnectionIsBlockingAndClosedOnExec) {

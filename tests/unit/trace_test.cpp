@@ -370,7 +370,9 @@ TEST_F(Trace, ThreadsShareEveryTarget) {
 
 TEST_F(Trace, TheFieldsOfTheSegmentHaveTheirPlaces) {
     const chSystemTracerManager& state = *m_pTrace->getObject();
-    const auto addressOf = [](const auto& field) { return const_cast<char*>(reinterpret_cast<const char*>(&field)); };
+    const auto addressOf = [](const auto& field) {
+        return const_cast<char*>(reinterpret_cast<const char*>(&field));
+    };
     EXPECT_EQ(segment() + 8, addressOf(state.m_objPool));
     EXPECT_EQ(segment() + 24, addressOf(state.m_mapLevel));
     EXPECT_EQ(segment() + 40, addressOf(state.m_lstLog));
@@ -379,7 +381,8 @@ TEST_F(Trace, TheFieldsOfTheSegmentHaveTheirPlaces) {
     EXPECT_EQ(segment() + 64, addressOf(state.m_arrPool));
     EXPECT_EQ(2147483647, state.m_nReserved56);
     EXPECT_EQ(0, state.m_nReserved60);
-    EXPECT_EQ(1, state.AssertHeader("", chSystemTracerManager::segmentSize, chSystemTracerManager::segmentType));
+    EXPECT_EQ(1,
+              state.AssertHeader("", chSystemTracerManager::segmentSize, chSystemTracerManager::segmentType));
     EXPECT_EQ(sizeof(state.m_arrPool), static_cast<size_t>(chSystemTracerManager::poolSize));
     EXPECT_EQ(65536 - 64, chSystemTracerManager::poolSize);
 }
@@ -421,7 +424,8 @@ TEST(TraceState, ALineHasTheRoomOfItsCell) {
     state.addLine(10);
     EXPECT_EQ(12, state->GetLineRoom(&*state->m_lstLog.begin()));
     EXPECT_EQ(-1, state->GetLineRoom(&state->m_nReserved60));
-    const int32_t* const pnLast = reinterpret_cast<const int32_t*>(state->m_arrPool + chSystemTracerManager::poolSize) - 1;
+    const int32_t* const pnLast =
+        reinterpret_cast<const int32_t*>(state->m_arrPool + chSystemTracerManager::poolSize) - 1;
     EXPECT_GE(0, state->GetLineRoom(pnLast));
 }
 

@@ -394,7 +394,8 @@ TEST(XmlWrite, ADocumentBelowANodeIsFatal) {
 
 TEST(XmlWrite, ATextThatNoStringCanHoldIsAWarningAndEmpty) {
     constexpr int nDepth = 17000;  // two blanks a level, two lines a level: 578 MB
-    static_assert(2LL * nDepth * nDepth > maxLineLength && maxLineLength == 0x1FFFFFF0, "longer than a line may be");
+    static_assert(2LL * nDepth * nDepth > maxLineLength && maxLineLength == 0x1FFFFFF0,
+                  "longer than a line may be");
     xmlElement root("r");
     xmlBaseNode* pNode = &root;
     for (int i = 1; i < nDepth; ++i)
