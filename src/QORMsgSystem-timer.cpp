@@ -57,7 +57,8 @@ chThreadTimer::~chThreadTimer() {
     timerTable::instance().Remove(this);
 }
 
-uint32_t encodeThreadTimer(const chThreadTimer* pTimer) { return timerTable::instance().Encode(pTimer); }
+// The 32-bit word that names a live timer in its message: its address, or on 64-bit a number of its own.
+static uint32_t encodeThreadTimer(const chThreadTimer* pTimer) { return timerTable::instance().Encode(pTimer); }
 
 BOOL chThreadTimer::SetTimer(long long nElapse, chMsgProcesser* pProcesser) {
     return SetTimer(nElapse, NULL, pProcesser, NULL);

@@ -723,4 +723,62 @@ TEST_F(DamagedPool, AHandleThatLeadsOutOfTheSegmentIsFatal) {
     EXPECT_FATAL(m_pBlock->handle.free(m_pBlock->aArea), "broken share pool");
 }
 
+// ---- the steps that the operations are made of
+
+TEST(NodeSteps, TheFirstFreeNodeIsTheOneThatIsHandedOutNext) {
+    static_assert(std::is_same<baseStaticNodeAlloc::type_chain, list_chain_offset>::value, "");
+    struct {
+        baseStaticNodeAlloc alloc{8, 2};
+        char aNode[16];
+    } v;
+    baseStaticNodeAlloc::type_chain* const pFirst = v.alloc.get_FirstFreeNode();
+    baseStaticNodeAlloc::type_chain* const pSecond = pFirst->get_pNext();
+    v.alloc.set_FirstFreeNode(pSecond);
+    EXPECT_EQ(pSecond, v.alloc.get_FirstFreeNode());
+    EXPECT_EQ(pSecond, v.alloc.borrow_node());
+    v.alloc.set_FirstFreeNode(NULL);
+    EXPECT_EQ(nullptr, v.alloc.get_FirstFreeNode());
+    EXPECT_EXIT(v.alloc.borrow_node(), testing::KilledBySignal(SIGABRT), "\\[_chAlloc:[0-9]+\\] ");
+    v.alloc.return_node(pSecond);
+    EXPECT_EQ(pSecond, v.alloc.get_FirstFreeNode());
+}
+
+TEST(NodeSteps, FreeNodesAreLinkedAsListsOfOneProcess) {
+    static_assert(std::is_same<baseDynamicNodeAlloc::type_chain, list_chain_pointer>::value, "");
+    baseDynamicNodeAlloc alloc;
+    void* const pFirst = alloc.borrow_node(sizeNode, 2);
+    void* const pSecond = alloc.borrow_node(sizeNode, 2);
+    alloc.return_node(pSecond);
+    alloc.return_node(pFirst);
+    EXPECT_EQ(static_cast<baseDynamicNodeAlloc::type_chain*>(pSecond),
+              static_cast<baseDynamicNodeAlloc::type_chain*>(pFirst)->get_pNext());
+}
+
+TEST(PoolSteps, ACellLeavesTheFreeOnesAndComesBackInOrderOfAddresses) {
+    static_assert(std::is_same<baseStaticPoolAlloc::type_chain, list_chain_offset>::value, "");
+    struct {
+        baseStaticPoolAlloc pool;
+        char aArea[128];
+    } v;
+    v.pool.init_pool(v.aArea, sizeof(v.aArea));
+    void* aBlock[3];
+    for (void*& p : aBlock)
+        p = v.pool.alloc(12);
+    const auto chained = [&] { return poolReading(&v.pool).chain().size(); };
+    v.pool.push_free_cell(poll_chain::get_pCell(aBlock[2]));
+    v.pool.push_free_cell(poll_chain::get_pCell(aBlock[0]));
+    EXPECT_EQ(3u, chained());
+    EXPECT_TRUE(poolReading(&v.pool).atRest()) << poolReading(&v.pool).broken();
+    EXPECT_TRUE(poll_chain::get_pCell(aBlock[0])->is_free_cell());
+    EXPECT_EQ(static_cast<char*>(aBlock[0]) - 4 - reinterpret_cast<char*>(&v),
+              poolReading(&v.pool).chain()[0]);
+    v.pool.pop_free_cell(poll_chain::get_pCell(aBlock[0]));
+    EXPECT_FALSE(poll_chain::get_pCell(aBlock[0])->is_free_cell());
+    EXPECT_EQ(2u, chained());
+    EXPECT_TRUE(poolReading(&v.pool).atRest()) << poolReading(&v.pool).broken();
+    v.pool.free(aBlock[0]);
+    v.pool.free(aBlock[1]);
+    v.pool.cleanup_pool();
+}
+
 }  // namespace

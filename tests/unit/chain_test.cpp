@@ -426,4 +426,69 @@ TEST_F(ShareChain, DamageEndsInAResultOrAnAssertion) {
     EXPECT_LT(nAsserted, nSeeds);
 }
 
+// ---- the names of links and nodes
+
+template <class Link>
+void expectLink(Link* (Link::*fnGet)() const, void (Link::*fnSet)(const Link*)) {
+    Link aLink[2]{};
+    (aLink[0].*fnSet)(&aLink[1]);
+    EXPECT_EQ(&aLink[1], (aLink[0].*fnGet)());
+    (aLink[0].*fnSet)(NULL);
+    EXPECT_EQ(nullptr, (aLink[0].*fnGet)());
+}
+
+TEST(Chain, EachDirectionIsATypeOfItsOwn) {
+    expectLink(&pointer_chain_pNext::get_pNext, &pointer_chain_pNext::set_pNext);
+    expectLink(&pointer_chain_pPrev::get_pPrev, &pointer_chain_pPrev::set_pPrev);
+    expectLink(&pointer_chain_pLeft::get_pLeft, &pointer_chain_pLeft::set_pLeft);
+    expectLink(&pointer_chain_pRight::get_pRight, &pointer_chain_pRight::set_pRight);
+    expectLink(&pointer_chain_pParent::get_pParent, &pointer_chain_pParent::set_pParent);
+    expectLink(&pointer_chain_pChild::get_pChild, &pointer_chain_pChild::set_pChild);
+    expectLink(&offset_chain_pNext::get_pNext, &offset_chain_pNext::set_pNext);
+    expectLink(&offset_chain_pPrev::get_pPrev, &offset_chain_pPrev::set_pPrev);
+    expectLink(&offset_chain_pLeft::get_pLeft, &offset_chain_pLeft::set_pLeft);
+    expectLink(&offset_chain_pRight::get_pRight, &offset_chain_pRight::set_pRight);
+    expectLink(&offset_chain_pParent::get_pParent, &offset_chain_pParent::set_pParent);
+    expectLink(&offset_chain_pChild::get_pChild, &offset_chain_pChild::set_pChild);
+    static_assert(!std::is_convertible<offset_chain_pLeft*, offset_chain_pRight*>::value,
+                  "not to be mixed up");
+    static_assert(!std::is_convertible<pointer_chain_pParent*, pointer_chain_pChild*>::value,
+                  "not to be mixed up");
+}
+
+TEST(Chain, ADoubleLinkIsMadeOfTheTwoLinksOfItsKind) {
+    static_assert(std::is_same<list_chain_offset::chain_pNext, offset_chain_pNext>::value, "the first word");
+    static_assert(std::is_same<list_chain_offset::chain_pPrev, offset_chain_pPrev>::value, "the second word");
+    static_assert(
+        std::is_same<list_chain_pointer, list_chain<pointer_chain_pNext, pointer_chain_pPrev>>::value, "");
+    typedef list_node<int, list_chain_offset> node;
+    static_assert(std::is_same<node::chain_type, list_chain_offset>::value, "the link comes first");
+    static_assert(std::is_same<list_node_pointer<char>::value_type, char>::value, "the payload follows");
+    node vNode;
+    EXPECT_EQ(0, vNode.m_value);
+    EXPECT_EQ(reinterpret_cast<char*>(&vNode) + sizeof(node::chain_type),
+              reinterpret_cast<char*>(&vNode.m_value));
+}
+
+struct bareLink : offsetLink {
+    using offsetLink::getTarget;
+    using offsetLink::setTarget;
+};
+
+TEST(Chain, TheBaseOfTheOffsetLinksLeadsAnywhereInReachAndToNothing) {
+    struct {
+        char szBefore[4];
+        bareLink vLink;
+        char szBehind[4];
+    } v{};
+    v.vLink.setTarget(v.szBefore);
+    EXPECT_EQ(v.szBefore, v.vLink.getTarget());
+    EXPECT_EQ(-4, wordAt(&v.vLink));
+    v.vLink.setTarget(v.szBehind + 3);
+    EXPECT_EQ(v.szBehind + 3, v.vLink.getTarget());
+    v.vLink.setTarget(NULL);
+    EXPECT_EQ(nullptr, v.vLink.getTarget());
+    EXPECT_EQ(-1, wordAt(&v.vLink));
+}
+
 }  // namespace

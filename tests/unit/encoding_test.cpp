@@ -219,4 +219,16 @@ TEST(Order, LittleEndianNumbersStayAsTheyAre) {
     EXPECT_EQ(0x1234, chHost2LE(static_cast<unsigned short>(0x1234)));
 }
 
+TEST(Encoding, ACountBeyondTheLimitIsFatalBeforeAByteIsRead) {
+    EXPECT_EQ(128 * 1024 * 1024, maxEncodedSize);
+    for (const int nCount : {maxEncodedSize + 1, -1}) {
+        EXPECT_EXIT(qorBin2Base16("x", nCount), testing::KilledBySignal(SIGABRT), "\\[_chMisc:[0-9]+\\] ")
+            << nCount;
+        EXPECT_EXIT(qorBin2Text("x", nCount), testing::KilledBySignal(SIGABRT), "\\[_chMisc:[0-9]+\\] ")
+            << nCount;
+        EXPECT_EXIT(qorBin2Base64("x", nCount), testing::KilledBySignal(SIGABRT), "\\[_chMisc:[0-9]+\\] ")
+            << nCount;
+    }
+}
+
 }  // namespace

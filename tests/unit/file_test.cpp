@@ -457,11 +457,12 @@ TEST_F(File, TheNullStreamFailsAtOnceAndCannotBeOpened) {
 std::string storedLength(int nLength) { return std::string(reinterpret_cast<const char*>(&nLength), 4); }
 
 TEST_F(File, AStoredLengthIsFromZeroToFourMegabytes) {
-    const std::string strLongest(0x400000, 's');
-    open(storedLength(0x400000) + strLongest);
+    EXPECT_EQ(4 * 1024 * 1024, maxStoredString);
+    const std::string strLongest(maxStoredString, 's');
+    open(storedLength(maxStoredString) + strLongest);
     EXPECT_TRUE((m_file >> m_str) == m_file);
     EXPECT_EQ(strLongest, bytesOf(m_str));
-    for (const int nLength : {0x400001, -1, 0x7FFFFFFF, static_cast<int>(0x80000000)}) {
+    for (const int nLength : {maxStoredString + 1, -1, 0x7FFFFFFF, static_cast<int>(0x80000000)}) {
         m_file.Close();
         open(storedLength(nLength) + strLongest + "more");
         m_str = "kept";
@@ -489,6 +490,23 @@ TEST_F(File, ANulEndsAStringButNotItsBytes) {
     EXPECT_TRUE((m_file >> m_str >> n) == m_file);
     EXPECT_EQ("ab", bytesOf(m_str));
     EXPECT_EQ(7, n);
+}
+
+TEST_F(File, EveryStreamIsBinaryWhetherItIsAskedForOrNot) {
+    const char* const lpszFile = "/tmp/file_binary";
+    const char szBytes[] = "a\r\nb\n\x1A\0c";
+    const int nSize = sizeof(szBytes) - 1;
+    for (const UINT uFlag : {static_cast<UINT>(openBinary), 0u}) {
+        chFileStdio writer, reader;
+        ASSERT_EQ(1, writer.Open(lpszFile, openWrite | openCreate | uFlag));
+        EXPECT_EQ(1, writer.Write(szBytes, 1, nSize));
+        writer.Close();
+        ASSERT_EQ(1, reader.Open(lpszFile, openRead | uFlag));
+        char szRead[2 * sizeof(szBytes)];
+        EXPECT_EQ(nSize, reader.Read(szRead, 1, static_cast<int>(sizeof(szRead))));
+        EXPECT_EQ(0, memcmp(szBytes, szRead, static_cast<size_t>(nSize)));
+    }
+    unlink(lpszFile);
 }
 
 }  // namespace

@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <fstream>
 #include <map>
 #include <set>
@@ -12,6 +13,7 @@
 #include <thread>
 
 #include "qor/TraceHelper/Trace.h"
+#include "support/child.h"
 
 using QOR_StringHelper::chReferenceStringT;
 using QOR_TraceHelper::chFileTrace;
@@ -215,6 +217,30 @@ TEST_F(FileTrace, ManyThreadsWriteWholeLinesToRollingFiles) {
         for (int n = 0; n < 300; ++n)
             EXPECT_EQ(1u, setLine.count(std::to_string(nThread) + ":" + std::to_string(n) + ":" +
                                         std::string(static_cast<size_t>(n % 90), static_cast<char>('a' + nThread))));
+}
+
+TEST_F(FileTrace, AChildOfAForkGoesOnWhereAThreadOfTheParentWasWriting) {
+    chFileTrace trace;
+    trace.OpenFileTrace(m_strBase.c_str(), 1, 3);
+    writeLine(trace, "parent");
+    std::atomic<bool> bEnd{false};
+    std::thread writer([&] {
+        while (!bEnd) {
+            chReferenceStringT<char> strLine("thread");
+            trace.WriteLogLine(strLine);
+        }
+    });
+    for (int i = 0; i < 20; ++i) {
+        qorTest::childProcess child("log of a child", [&] {
+            trace.fork_reset();
+            chReferenceStringT<char> strLine("child");
+            return trace.WriteLogLine(strLine) ? 7 : 1;
+        });
+        EXPECT_EQ(7, child.wait());
+    }
+    bEnd = true;
+    writer.join();
+    EXPECT_FALSE(files().empty());
 }
 
 }  // namespace

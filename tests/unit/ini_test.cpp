@@ -524,4 +524,76 @@ TEST(IniDocument, FloatsAreScannedOrTheDefault) {
     EXPECT_EQ(7, document.GetFloatValue("none", "a", 7));
 }
 
+// ---- the index of a list
+
+struct openList : iniObjList {
+    using iniObjList::appendHashed;
+    using iniObjList::findHashed;
+    using iniObjList::findNode;
+    using iniObjList::hashOf;
+};
+
+TEST(IniIndex, AHashIsThatOfTypeAndNameWithoutCase) {
+    openList list;
+    const uint32_t uHash = list.hashOf(iniLineKey, "name");
+    EXPECT_NE(0u, uHash);
+    EXPECT_EQ(uHash, list.hashOf(iniLineKey, "NAME"));
+    EXPECT_NE(uHash, list.hashOf(iniLineSection, "name"));
+    EXPECT_NE(uHash, list.hashOf(iniLineKey, "nam"));
+    openList listOther;
+    EXPECT_NE(uHash, listOther.hashOf(iniLineKey, "name"));
+}
+
+TEST(IniIndex, AnElementHasNoHashBeforeItsObjectAndThenKeepsIt) {
+    openList list;
+    iniNode* const pNode = list.BorrowNode();
+    EXPECT_EQ(nullptr, pNode->m_value);
+    EXPECT_EQ(0u, pNode->m_uHash);
+    EXPECT_NE(nullptr, pNode->m_ppThis);
+    EXPECT_EQ(pNode, *pNode->m_ppThis);
+    EXPECT_EQ(0u, list.hashOf(pNode));
+    iniKey key("name");
+    pNode->m_value = &key;
+    EXPECT_EQ(list.hashOf(iniLineKey, "Name"), list.hashOf(pNode));
+    EXPECT_EQ(pNode->m_uHash, list.hashOf(pNode));
+    iniNode* const pSecond = list.BorrowNode();
+    EXPECT_EQ(pNode, pSecond->m_pNext);
+    list.ReturnNode(pNode);
+    EXPECT_EQ(nullptr, pSecond->m_pNext);
+    list.ReturnNode(pSecond);
+}
+
+TEST(IniIndex, AShortListIsWalkedAndALongOneLookedUp) {
+    openList list;
+    iniNode* pFound = NULL;
+    list.push_back(new iniKey("k0"));
+    EXPECT_FALSE(list.findNode(iniLineKey, "k0", list.hashOf(iniLineKey, "k0"), pFound));
+    for (int i = 1; i < 1000; ++i)
+        list.push_back(new iniKey(("k" + std::to_string(i)).c_str()));
+    for (const char* lpszName : {"k0", "K500", "k999"}) {
+        ASSERT_TRUE(list.findNode(iniLineKey, lpszName, list.hashOf(iniLineKey, lpszName), pFound))
+            << lpszName;
+        ASSERT_NE(nullptr, pFound);
+        EXPECT_STRCASEEQ(lpszName, pFound->m_value->key());
+    }
+    EXPECT_TRUE(list.findNode(iniLineKey, "none", list.hashOf(iniLineKey, "none"), pFound));
+    EXPECT_EQ(nullptr, pFound);
+    list.push_back(new iniKey("k7"));  // two of one name: only the order tells which is the first
+    EXPECT_FALSE(list.findNode(iniLineKey, "k7", list.hashOf(iniLineKey, "k7"), pFound));
+}
+
+TEST(IniIndex, ALookUpGivesTheHashWithWhichTheNameIsAppended) {
+    openList list;
+    uint32_t uHash = 0;
+    EXPECT_EQ(list.end(), list.findHashed(iniLineKey, "new", uHash));
+    EXPECT_EQ(list.hashOf(iniLineKey, "new"), uHash);
+    iniKey* const pKey = new iniKey("new");
+    list.appendHashed(pKey, "new", uHash);
+    EXPECT_EQ(uHash, list.begin().m_pThisNode->m_uHash);
+    uint32_t uAgain = 0;
+    EXPECT_EQ(list.begin(), list.findHashed(iniLineKey, "NEW", uAgain));
+    EXPECT_EQ(uHash, uAgain);
+    EXPECT_EQ(pKey, list.FindObject(iniLineKey, "new"));
+}
+
 }  // namespace

@@ -481,4 +481,130 @@ TEST_F(ShareList, DamageEndsInAResultOrAnAssertion) {
     EXPECT_LT(nAsserted, nSeeds);
 }
 
+// ---- what lists are made of
+
+typedef list_node_offset<int> shareNode;
+typedef list_node_pointer<int> plainNode;
+
+// A ring of three nodes; the first is the head.
+template <class Node>
+struct ring {
+    ring() {
+        for (int i = 0; i < 3; ++i)
+            QOR_ChainHelper::link_list_node<typename Node::chain_type>(&a[i], &a[(i + 1) % 3]);
+    }
+    Node a[3];
+};
+
+TEST(ListParts, TheTypesOfAListAreThoseOfItsNodes) {
+    typedef chObjList_pool_share<int> list;
+    static_assert(std::is_same<list::node_type, shareNode>::value, "");
+    static_assert(std::is_same<chAlloc_Pool_share<shareNode>::node_type, shareNode>::value, "");
+    static_assert(std::is_same<chAlloc_Node_dynamic<plainNode, 4>::node_type, plainNode>::value, "");
+    static_assert(std::is_same<list::value_type, int>::value, "");
+    static_assert(std::is_same<list::chain_type, QOR_ChainHelper::list_chain_offset>::value, "");
+    static_assert(std::is_same<list::iterator, list_iterator<shareNode>>::value, "");
+    static_assert(std::is_same<list_iterator<shareNode>::value_type, int>::value, "");
+    chObjList_dynamic<int, 4> lst;
+    lst.push_back(5);
+    EXPECT_EQ(5, *decltype(lst)::iterator(lst.begin().m_pThisNode));
+}
+
+TEST(ListParts, ANodeAllocatorMakesNodesWithADefaultPayload) {
+    chAlloc_Node_dynamic<list_node_pointer<counted>, 2> alloc;
+    auto* const pFirst = alloc.BorrowNode();
+    auto* const pSecond = alloc.BorrowNode();
+    EXPECT_NE(pFirst, pSecond);
+    EXPECT_EQ(2, counted::s_nAlive);
+    EXPECT_EQ(0, pFirst->m_value);
+    pFirst->m_value = 7;
+    alloc.ReturnNode(pFirst);
+    EXPECT_EQ(1, counted::s_nAlive);
+    auto* const pThird = alloc.BorrowNode();
+    EXPECT_EQ(pFirst, pThird);
+    EXPECT_EQ(0, pThird->m_value);
+    alloc.ReturnNode(pThird);
+    alloc.ReturnNode(pSecond);
+    EXPECT_EQ(0, counted::s_nAlive);
+}
+
+TEST(ListParts, APoolsNodeHasTheBytesThatWereAskedForBehindIt) {
+    struct {
+        baseStaticPoolAlloc pool;
+        chAlloc_Pool_share<shareNode> alloc;
+        char aArea[256];
+    } block;
+    block.pool.init_pool(block.aArea, sizeof(block.aArea));
+    block.alloc.InitPool(&block.pool);
+    shareNode* const pNode = block.alloc.BorrowNode(20);
+    EXPECT_EQ(0, pNode->m_value);
+    EXPECT_EQ(32, QOR_AllocHelper::poll_chain::get_pCell(pNode)->get_nPoolSize());
+    EXPECT_EXIT(block.alloc.BorrowNode(-1), testing::KilledBySignal(SIGABRT),
+                "\\[_chList:[0-9]+\\] nExtraSize >= 0 ");
+    EXPECT_EXIT(block.alloc.ReturnNode(NULL), testing::KilledBySignal(SIGABRT),
+                "\\[_chList:[0-9]+\\] pNode != NULL ");
+    block.alloc.ReturnNode(pNode);
+    block.pool.cleanup_pool();
+}
+
+TEST(ListParts, ACompleteNodeIsLinkedInFrontOfAPlace) {
+    struct open : chObjList_dynamic<int, 4> {
+        using chObjList_dynamic<int, 4>::link_node;
+    } lst;
+    lst.push_back(1);
+    lst.push_back(3);
+    auto* const pNode = lst.BorrowNode();
+    pNode->m_value = 2;
+    const auto it = lst.link_node(lst.tail(), pNode);
+    EXPECT_EQ(pNode, it.m_pThisNode);
+    EXPECT_EQ((values{1, 2, 3}), valuesOf(lst));
+    EXPECT_EQ((values{3, 2, 1}), valuesBackwards(lst));
+    EXPECT_EQ(3, lst.size());
+}
+
+TEST(ListParts, TheLinksOfOneProcessAreTrustedThoseOfASegmentMustStayInIt) {
+    ring<plainNode> v;
+    const walkRange<plainNode::chain_type> everywhere(&v.a[0]);
+    EXPECT_TRUE(everywhere.holds(NULL, 1u << 30));
+    EXPECT_EQ(UINTPTR_MAX, everywhere.mostNodes());
+    EXPECT_EQ(&v.a[2], soundNode(&v.a[0], reinterpret_cast<plainNode::chain_type*>(&v.a[2])));
+
+    qorTest::guardedSegment segment(1);
+    auto* const pNode = new (segment.begin()) ring<shareNode>;
+    const walkRange<shareNode::chain_type> range(&pNode->a[0]);
+    EXPECT_TRUE(range.holds(segment.begin(), segment.size()));
+    EXPECT_FALSE(range.holds(segment.begin(), segment.size() + 1));
+    EXPECT_FALSE(range.holds(segment.begin() - 4, 8));
+    EXPECT_EQ(segment.size() / 12, range.mostNodes());
+    EXPECT_EQ(&pNode->a[1], soundNode(&pNode->a[0], pNode->a[0].get_pNext()));
+    EXPECT_EXIT(
+        soundNode(&pNode->a[0], reinterpret_cast<shareNode::chain_type*>(segment.begin() + segment.size())),
+        testing::KilledBySignal(SIGABRT), "\\[_chList:[0-9]+\\] broken share chain ");
+}
+
+TEST(ListParts, TheNodeInFrontIsFoundByTheWayForwardWhenTheLinkBackwardsIsWrong) {
+    ring<shareNode> v;
+    for (int i = 0; i < 3; ++i)
+        EXPECT_EQ(&v.a[(i + 2) % 3], leftNode(&v.a[0], &v.a[i])) << i;
+    v.a[2].set_pPrev(&v.a[0]);
+    EXPECT_EQ(&v.a[1], leftNode(&v.a[0], &v.a[2]));
+    EXPECT_EQ(&v.a[1], searchLeft(&v.a[0], &v.a[2]));
+    EXPECT_EQ(&v.a[2], searchLeft(&v.a[0], &v.a[0]));
+    shareNode vStranger;
+    EXPECT_EXIT(searchLeft(&v.a[0], &vStranger), testing::KilledBySignal(SIGABRT),
+                "\\[_chList:[0-9]+\\] broken share chain ");
+}
+
+TYPED_TEST(ListOf, AnElementIsFoundAndErasedByItsAddress) {
+    this->fill(3);
+    counted* const pSecond = &*(this->list().begin() + 1);
+    EXPECT_EQ(this->list().begin() + 1, this->list().find_value_pointer(pSecond));
+    const counted other(1);
+    EXPECT_EQ(this->list().end(), this->list().find_value_pointer(&other));
+    EXPECT_FALSE(this->list().erase_value_pointer(&other));
+    EXPECT_TRUE(this->list().erase_value_pointer(pSecond));
+    EXPECT_EQ((values{0, 2}), valuesOf(this->list()));
+    EXPECT_FALSE(this->list().erase_value_pointer(NULL));
+}
+
 }  // namespace

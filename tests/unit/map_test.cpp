@@ -281,4 +281,17 @@ TEST_F(ShareMap, RecordsFollowAListThroughRandomChanges) {
     m_pBlock->pool.cleanup_pool();
 }
 
+TEST(MapParts, TheTypesOfKeyAndValueAreThoseOfThePair) {
+    typedef chMapList_dynamic<int, char, 4> map;
+    static_assert(std::is_same<map::key_type, int>::value, "");
+    static_assert(std::is_same<map::mapped_type, char>::value, "");
+    static_assert(std::is_same<map::value_type, pair_type<int, char>>::value, "");
+    typedef chPairList_dynamic<char, long, 4> list;
+    static_assert(std::is_same<list::key_type, char>::value, "");
+    static_assert(std::is_same<list::mapped_type, long>::value, "");
+    map mapOf;
+    mapOf[map::key_type(3)] = map::mapped_type('x');
+    EXPECT_EQ('x', (*mapOf.find_key(3)).value);
+}
+
 }  // namespace

@@ -277,4 +277,95 @@ TEST_F(Message, ProxyAndSubscriptionBlocksHaveTheirSharedLayout) {
     EXPECT_EQ(nullptr, decodeMessageProcesser(uGone));
 }
 
+TEST_F(Message, AQueueHasItsNameItsOwnerAndItsPlaceInTheTable) {
+    chMsgQueue* const pQueue = manager().AllocMessageQueue("owner");
+    EXPECT_EQ(QOR_MiscHelper::qorGetCurrentTaskId(), pQueue->GetTaskId());
+    EXPECT_EQ(pQueue->GetTaskId(), pQueue->m_idTask);
+    EXPECT_STREQ("owner", pQueue->m_szName);
+    EXPECT_EQ(pQueue->m_szName, pQueue->GetName());
+    EXPECT_EQ(reinterpret_cast<char*>(pQueue),
+              reinterpret_cast<char*>(manager().m_vRootQueueChain.get_pNext()) + 8);
+    EXPECT_EQ(&pQueue->m_vRootMessageChain, pQueue->m_vRootMessageChain.get_pNext());
+    msgObject* const pMessage = emit(pQueue, 0x100);
+    EXPECT_EQ(reinterpret_cast<char*>(pMessage),
+              reinterpret_cast<char*>(pQueue->m_vRootMessageChain.get_pNext()) + 8);
+    EXPECT_TRUE(manager().IsValidMessageQueue(pQueue));
+    EXPECT_FALSE(manager().IsValidMessageQueue(pQueue + 1));
+    manager().FreeMessageQueue(pQueue);
+    EXPECT_EQ(&manager().m_vRootQueueChain, manager().m_vRootQueueChain.get_pNext());
+    EXPECT_TRUE(isPoolWhole());
+}
+
+TEST_F(Message, TheShareObjectIsFoundFromAnyAddressInside) {
+    EXPECT_EQ(m_pObject, chSystemShareObject::FromAddress(m_pObject));
+    EXPECT_EQ(m_pObject, chSystemShareObject::FromAddress(m_pObject->m_aPool + 1000));
+    EXPECT_EQ(m_pObject, chSystemShareObject::FromAddress(m_pMemory.get() + sizeof(chSystemShareObject) - 1));
+}
+
+TEST_F(Message, TheViewOfACallbackLeadsBackToItsRecord) {
+    msgObject message(0x100, 2, -3);
+    simpMSG* const pView = message.GetSimpMSG();
+    EXPECT_EQ(0x100u, pView->uMsg);
+    EXPECT_EQ(2u, pView->wParam);
+    EXPECT_EQ(-3, pView->lParam);
+    EXPECT_EQ(&message, msgObject::FromSimpMSG(pView));
+    message.SetResult(5);
+    EXPECT_EQ(5, message.m_nResult);
+    message.SetStatus(MT_READ);
+    EXPECT_EQ(MT_READ, message.m_nStatus);
+}
+
+TEST_F(Message, AReplyIsStoredOnceWhileTheMessageIsBeingHandled) {
+    msgObject message(0x100, 0, 0);
+    message.m_idSender = QOR_MiscHelper::qorGetCurrentTaskId();
+    message.SetStatus(MT_READ);
+    message.ReplyMessageEx(7, 0);  // posted: nobody waits
+    EXPECT_EQ(MT_READ, message.GetStatus());
+    EXPECT_EQ(-1, message.GetResult());
+    message.m_bIsWaitingReply = 1;
+    message.SetStatus(MT_EMITTED);
+    message.ReplyMessageEx(7, 0);
+    EXPECT_EQ(-1, message.GetResult());
+    message.SetStatus(MT_READ);
+    message.ReplyMessageEx(7, 0);
+    EXPECT_EQ(MT_REPLIED, message.GetStatus());
+    EXPECT_EQ(7, message.GetResult());
+    message.ReplyMessageEx(8, 1);
+    EXPECT_EQ(7, message.GetResult());
+}
+
+TEST_F(Message, SubscriptionsAreTheSameWhenAllTheirWordsAre) {
+    const msgEntryPair pair = {1, 2, {{3, 4}}};
+    EXPECT_TRUE(pair == pair);
+    EXPECT_FALSE(pair != pair);
+    for (int iWord = 0; iWord < 4; ++iWord) {
+        msgEntryPair other = pair;
+        uint32_t* const aWord[] = {reinterpret_cast<uint32_t*>(&other.m_idTask), &other.m_uProcesser,
+                                   &other.m_objMethod.m_aWord[0], &other.m_objMethod.m_aWord[1]};
+        ++*aWord[iWord];
+        EXPECT_FALSE(pair == other) << iWord;
+        EXPECT_TRUE(pair != other) << iWord;
+    }
+    const msgProxy proxy = {5, pair.m_uProcesser, pair.m_objMethod};
+    EXPECT_EQ(5, wordAt(&proxy, 0));
+    EXPECT_EQ(2, wordAt(&proxy, 1));
+    EXPECT_EQ(3, wordAt(&proxy, 2));
+    EXPECT_EQ(4, wordAt(&proxy, 3));
+    EXPECT_EQ(5u, proxy.m_uMsg);
+    EXPECT_EQ(2u, proxy.m_uProcesser);
+    EXPECT_EQ(4u, proxy.m_objMethod.m_aWord[1]);
+}
+
+TEST_F(Message, LiveProcessorsAreListedTheYoungestFirst) {
+    chProxyObjectList& listObject = getProxyObjects();
+    const int nBefore = listObject.size();
+    {
+        chMsgProcesser first, second;
+        EXPECT_EQ(nBefore + 2, listObject.size());
+        EXPECT_EQ(&second, listObject.front());
+        EXPECT_EQ(&first, *(listObject.begin() + 1));
+    }
+    EXPECT_EQ(nBefore, listObject.size());
+}
+
 }  // namespace

@@ -214,4 +214,47 @@ TEST(NamedFlat, ThereIsOneHelperInAProcess) {
                 "\\[QORMsgSystem:[0-9]+\\] pData == NULL ");
 }
 
+TEST_F(Named, TheFieldsOfTheSegmentHaveTheirPlaces) {
+    EXPECT_EQ(8, offsetOf(&m_frame.getObject()->m_objPool));
+    EXPECT_EQ(24, offsetOf(&m_frame.getObject()->m_objManager));
+    EXPECT_EQ(36, offsetOf(m_frame.getObject()->m_arrPool));
+    EXPECT_EQ(8192 - 36, chSystemNamedObject::poolSize);
+    EXPECT_EQ(1002, chSystemNamedObject::segmentType);
+    EXPECT_EQ(4096, chSystemStorageObject::segmentSize);
+    EXPECT_EQ(4096 - 36, chSystemStorageObject::poolSize);
+    EXPECT_EQ(1003, chSystemStorageObject::segmentType);
+    EXPECT_EQ(1, m_frame.getObject()->AssertHeader("", 8192, chSystemNamedObject::segmentType));
+}
+
+TEST(NamedManager, TakesItsBlocksFromThePoolThatItWasGiven) {
+    struct {
+        QOR_AllocHelper::baseStaticPoolAlloc pool;
+        chNamedObjectManager manager;
+        char aArea[512];
+    } block;
+    block.pool.init_pool(block.aArea, sizeof(block.aArea));
+    block.manager.InitManager(&block.pool);
+    EXPECT_EQ(nullptr, block.manager.FindNamedObject("a"));
+    char* const p = static_cast<char*>(block.manager.GetNamedObject("a", 8, nullptr));
+    EXPECT_TRUE(p > block.aArea && p < block.aArea + sizeof(block.aArea));
+    block.manager.FreeObject(p);
+    block.pool.cleanup_pool();
+}
+
+TEST(Storage, ACounterIsStoredSteppedAndRemoved) {
+    uCSystemStorageHelper& storage = *uCSystemStorageHelpergetGlobalObject();
+    storage.CreateAccumulater("named_ticket", 98, 1, 100);
+    EXPECT_EQ(99u, storage.ExcuteAccumulater("named_ticket", 1));
+    EXPECT_EQ(4u, storage.ExcuteAccumulater("named_ticket", 5));
+    storage.CreateAccumulater("named_ticket", 7, 0, 10);
+    EXPECT_EQ(8u, storage.ExcuteAccumulater("named_ticket", 1));
+    EXPECT_EXIT(storage.CreateAccumulater("named_ticket", 0, 5, 5), testing::KilledBySignal(SIGABRT),
+                "uMax > uMin ");
+    storage.DestoryAccumulater("named_ticket");
+    storage.DestoryAccumulater("named_ticket");
+    storage.Lock(-1);
+    EXPECT_EQ(nullptr, storage.getObject()->m_objManager.FindNamedObject("named_ticket"));
+    storage.Unlock();
+}
+
 }  // namespace

@@ -403,4 +403,136 @@ TEST_F(RegexSyntax, AliasesSurviveRebuildingAndTheirTextsAreCopied) {
     EXPECT_EQ(1, lengthAt(express, "x"));
 }
 
+// ---- the steps of the compiler
+
+typedef re_RelationAnd<re_Text<char>, char> textNode;
+typedef re_RelationCase<re_Range<char>, char> rangeNode;
+
+TEST(RegexSteps, AQuantifierIsReadAndPassed) {
+    struct row {
+        const char* lpszText;
+        int nResult, nPassed, nMin, nMax;
+        char chMode;
+    };
+    for (const row& r :
+         {row{"*x", 1, 1, 0, -1, ' '}, row{"+?x", 1, 2, 1, -1, '?'}, row{"?+", 1, 2, 0, 1, '+'},
+          row{"{3}", 1, 3, 3, 3, '-'}, row{"{2,5}x", 1, 5, 2, 5, ' '}, row{"x", 1, 0, 1, 1, '-'}}) {
+        textNode node;
+        const char* lpsz = r.lpszText;
+        EXPECT_EQ(r.nResult, node.PeekRepeatFromText(lpsz)) << r.lpszText;
+        EXPECT_EQ(r.nPassed, lpsz - r.lpszText) << r.lpszText;
+        EXPECT_EQ(r.nMin, node.m_nMinTimes) << r.lpszText;
+        EXPECT_EQ(r.nMax, node.m_nMaxTimes) << r.lpszText;
+        EXPECT_EQ(r.chMode, node.m_chRepeatMode) << r.lpszText;
+    }
+    textNode node;
+    const char* lpsz = "{x}";
+    EXPECT_EQ(-1, node.PeekRepeatFromText(lpsz));
+}
+
+TEST(RegexSteps, ASequenceEndsAtItsEnding) {
+    reRegularExpress<char> express;
+    const char* lpsz = "ab[cd])+x";
+    EXPECT_EQ(1, express.ParseAndREFromTextByEnding(lpsz, ')'));
+    EXPECT_STREQ("x", lpsz);
+    EXPECT_EQ(2, express.GetChildRECount());
+    EXPECT_STREQ("(ab[cd])", express.m_strREText);
+    EXPECT_EQ(-1, express.m_nMaxTimes);
+    reRegularExpress<char> broken;
+    lpsz = "ab";
+    EXPECT_EQ(-1, broken.ParseAndREFromTextByEnding(lpsz, ')'));
+    EXPECT_STREQ("", lpsz);
+}
+
+TEST(RegexSteps, ATextNodeHoldsItsCharacters) {
+    textNode node;
+    const char* lpsz = "abc+(";
+    EXPECT_EQ(1, node.tryParseREFromText(lpsz));
+    EXPECT_STREQ("(", lpsz);
+    ASSERT_EQ(3, node.GetChildRECount());
+    EXPECT_EQ(3, node.m_arrText.GetSize());
+    EXPECT_EQ('c', node.m_arrText[2]);
+    EXPECT_EQ(1, node.m_nMinTimes);
+    textNode taker;
+    taker.CutFromObject(node);
+    EXPECT_EQ(3, taker.GetChildRECount());
+    EXPECT_EQ(0, node.m_arrText.GetSize());
+}
+
+TEST(RegexSteps, ANodeTakesOverWhatIsCommonToAllAndLeavesTheOtherAsNew) {
+    struct open : rangeNode {
+        using rangeNode::CutBaseFrom;
+    } from, to;
+    const char* lpsz = "{2,5}?";
+    ASSERT_EQ(1, from.PeekRepeatFromText(lpsz));
+    from.m_strREText = "a-z";
+    to.CutBaseFrom(from);
+    EXPECT_EQ(2, to.m_nMinTimes);
+    EXPECT_EQ(5, to.m_nMaxTimes);
+    EXPECT_EQ('?', to.m_chRepeatMode);
+    EXPECT_STREQ("a-z", to.m_strREText);
+    const open fresh;
+    EXPECT_EQ(fresh.m_nMinTimes, from.m_nMinTimes);
+    EXPECT_EQ(fresh.m_nMaxTimes, from.m_nMaxTimes);
+    EXPECT_EQ(fresh.m_chRepeatMode, from.m_chRepeatMode);
+    EXPECT_STREQ("", from.m_strREText);
+}
+
+TEST(RegexSteps, CapturingGroupsAreCountedInTheOrderInWhichTheyAreAdded) {
+    reRegularExpress<char> express("(a)(b)", 0);
+    re_Base<char>* const pFirst = express.GetCaptureRE(1);
+    EXPECT_EQ(nullptr, express.GetCaptureRE(3));
+    express.AddCaptureRE(pFirst);
+    EXPECT_EQ(pFirst, express.GetCaptureRE(3));
+    EXPECT_EQ(3, express.m_arrCaptureREs.GetSize());
+}
+
+TEST(RegexSteps, ARangeIsOneChildThatMatchesOneCharacter) {
+    rangeNode node;
+    const char* lpsz = "z-a]";
+    EXPECT_EQ(1, node.tryParseREFromText(lpsz));
+    EXPECT_STREQ("]", lpsz);
+    EXPECT_EQ(1, node.GetChildRECount());
+    const char szText[] = "qQ";
+    EXPECT_EQ(szText + 1, node.ApplyChildRE(0, szText, szText + 2));
+    EXPECT_EQ(nullptr, node.ApplyChildRE(0, szText + 1, szText + 2));
+    lpsz = "a]";
+    EXPECT_EQ(0, node.tryParseREFromText(lpsz));
+    textNode text;
+    lpsz = "ab*";
+    ASSERT_EQ(1, text.tryParseREFromText(lpsz));
+    const char szPair[] = "ba";
+    EXPECT_EQ(szPair + 1, text.ApplyChildRE(1, szPair, szPair + 2));
+    EXPECT_EQ(nullptr, text.ApplyChildRE(0, szPair, szPair + 2));
+}
+
+TEST(RegexSteps, ABackReferenceIsOneChildThatKnowsItsGroup) {
+    reRegularExpress<char> express("(a)", 0);
+    auto* const pNode = new re_RelationAnd<re_Reference<char>, char>;
+    express.AddChildRE(pNode);
+    const char* lpsz = "\\2";
+    EXPECT_EQ(0, pNode->tryParseREFromText(lpsz));
+    lpsz = "\\1{3}x";
+    EXPECT_EQ(1, pNode->tryParseREFromText(lpsz));
+    EXPECT_STREQ("x", lpsz);
+    EXPECT_EQ(1, pNode->GetChildRECount());
+    EXPECT_EQ(express.GetCaptureRE(1), pNode->m_pRefRE);
+    re_RelationAnd<re_Reference<char>, char> taker;
+    taker.CutFromObject(*pNode);
+    EXPECT_EQ(express.GetCaptureRE(1), taker.m_pRefRE);
+    EXPECT_EQ(3, taker.m_nMinTimes);
+    EXPECT_EQ(nullptr, pNode->m_pRefRE);
+}
+
+TEST(RegexSteps, AGroupIsCompiledWithItsQuantifierOrNotAtAll) {
+    re_RelationAnd<re_Group<char>, char> group;
+    const char* lpsz = "(ab)+c";
+    EXPECT_EQ(1, group.tryParseREFromText(lpsz));
+    EXPECT_STREQ("c", lpsz);
+    EXPECT_EQ(1, group.m_nMinTimes);
+    EXPECT_EQ(-1, group.m_nMaxTimes);
+    EXPECT_EQ(0, group.tryParseREFromText(lpsz));
+    EXPECT_STREQ("c", lpsz);
+}
+
 }  // namespace

@@ -1,6 +1,8 @@
 // The registry's segment word by word, in a private one: what every process of every ABI finds at which offset.
 #include <string.h>
 
+#include <thread>
+
 #define QOR_MODULE "test"
 #include "internal/registry.h"
 #include "qor/MiscHelper.h"
@@ -39,6 +41,14 @@ protected:
         const char* lpsz = reinterpret_cast<const char*>(m_pRoot) + nText + 4;
         EXPECT_EQ(static_cast<int>(strlen(lpsz)), wordAt(nText));
         return lpsz;
+    }
+
+    // A list in the segment, over its pool.
+    template <class T>
+    regObjList<T>& newList() {
+        auto* const pList = new (m_pRoot->m_objPool.alloc(sizeof(regObjList<T>))) regObjList<T>;
+        pList->InitPool(&m_pRoot->m_objPool);
+        return *pList;
     }
 
     privateFrame m_frame;
@@ -193,6 +203,142 @@ TEST_F(RegistryLayout, ABrokenChainIsAFatalAssertionAndNoWildAccess) {
     const int nNode = offsetOf(pSection->FindKeyObject("k")) - 8;
     dies(nNode, 0, [&] { pSection->FindKeyObject("other"); });  // a circle without its head
     QOR_ChainHelper::unregistShareRange(m_pRoot);
+}
+
+// ---- the steps that the store's operations are made of
+
+TEST_F(RegistryLayout, TheFieldsOfItsRecordsHaveTheirPlaces) {
+    regDocument* const pDocument = m_pRoot->GetDocumentObject("/tmp/layout.ini");
+    regSection* const pSection = pDocument->GetSectionObject("s");
+    regKey* const pKey = pSection->GetKeyObject("k");
+    EXPECT_EQ(40, offsetOf(&m_pRoot->m_idSaverTask));
+    EXPECT_EQ(44, offsetOf(m_pRoot->m_arrPool));
+    EXPECT_EQ(1001, regDocumentManager::segmentType);
+    EXPECT_EQ(offsetOf(pDocument) + 32, offsetOf(&pDocument->m_uSaves));
+    EXPECT_EQ(offsetOf(pDocument) + 36, offsetOf(&pDocument->m_nSaveAsked));
+    EXPECT_EQ(offsetOf(pSection) + 48, offsetOf(&pSection->m_pHostDocument));
+    EXPECT_EQ(offsetOf(pSection) + 52, offsetOf(&pSection->m_uNameHash));
+    EXPECT_EQ(offsetOf(pKey) + 8, offsetOf(&pKey->m_strValue));
+    EXPECT_EQ(offsetOf(pKey) + 24, offsetOf(&pKey->m_uNameHash));
+    EXPECT_EQ(regNameHash("K"), pKey->m_uNameHash);
+    EXPECT_EQ(pDocument, pSection->m_pHostDocument.get_pData());
+}
+
+TEST_F(RegistryLayout, AKeyAndASectionAreNamedOnceAndFoundWithoutCase) {
+    QOR_AllocHelper::baseStaticPoolAlloc* const pPool = &m_pRoot->m_objPool;
+    regObjList<regKey>& lstKey = newList<regKey>();
+    regKey* const pKey =
+        lstKey.AppendObject([pPool](regKey& key) { return key.InitKey(pPool, "Port", "5060"); });
+    EXPECT_TRUE(pKey->IsNamed("pORT", regNameHash("port")));
+    EXPECT_FALSE(pKey->IsNamed("ports", regNameHash("ports")));
+    EXPECT_FALSE(pKey->IsNamed("port", regNameHash("port") + 1));
+    EXPECT_STREQ("5060", pKey->GetValue());
+    EXPECT_STREQ("5060", pKey->m_strValue);
+    lstKey.EraseObject(pKey);
+    EXPECT_TRUE(lstKey.empty());
+
+    regObjList<regSection>& lstSection = newList<regSection>();
+    regSection* const pSection =
+        lstSection.AppendObject([pPool](regSection& section) { return section.InitSection(pPool, "Net"); });
+    EXPECT_TRUE(pSection->IsNamed("NET", regNameHash("net")));
+    EXPECT_FALSE(pSection->IsNamed("NE", regNameHash("ne")));
+    EXPECT_EQ(nullptr, pSection->GetHostDocument());
+    const regDocument* const pDocument = m_pRoot->GetDocumentObject("/tmp/layout.ini");
+    pSection->SetHostDocument(pDocument);
+    EXPECT_EQ(pDocument, pSection->GetHostDocument());
+    pSection->GetKeyObject("a");
+    pSection->GetKeyObject("b");
+    pSection->ClearKeys();
+    EXPECT_TRUE(pSection->m_lstKey.empty());
+    EXPECT_EQ(nullptr, pSection->FindKeyObject("a"));
+}
+
+TEST_F(RegistryLayout, AListFindsVisitsAndErasesItsObjects) {
+    regObjList<int32_t>& list = newList<int32_t>();
+    EXPECT_EQ(nullptr, list.LastObject());
+    for (int i = 1; i <= 3; ++i)
+        list.AppendObject([i](int32_t& n) { return (n = i) != 0; });
+    EXPECT_EQ(nullptr, list.AppendObject([](int32_t&) { return false; }));
+    EXPECT_EQ(3, list.size());
+    EXPECT_EQ(3, *list.LastObject());
+    EXPECT_EQ(2, *list.FindObject([](int32_t n) { return n > 1; }));
+    EXPECT_EQ(nullptr, list.FindObject([](int32_t n) { return n > 3; }));
+    list.EraseObject(list.FindObject([](int32_t n) { return n == 2; }));
+    std::vector<int> arrSeen;
+    list.ForEach([&](int32_t n) { arrSeen.push_back(n); });
+    EXPECT_EQ((std::vector<int>{1, 3}), arrSeen);
+}
+
+TEST_F(RegistryLayout, ADocumentTakesInAFileThatWasReadAndIsCleared) {
+    qorTest::putFile("/tmp/layout.ini", "[a]\nk=1\n[b]\nk=2\n");
+    const QOR_FileHelper::iniFile file("/tmp/layout.ini");
+    qorTest::putFile("/tmp/layout.ini", "");
+    regDocument* const pDocument = m_pRoot->m_lstDocument.AppendObject(
+        [this](regDocument& document) { return document.InitDocument(&m_pRoot->m_objPool), true; });
+    EXPECT_EQ(1, pDocument->CreateFromIni("/tmp/layout.ini", file));
+    EXPECT_EQ(pDocument, m_pRoot->FindDocumentObject("/tmp/layout.ini"));
+    EXPECT_STREQ("2", pDocument->FindSectionObject("b")->FindKeyObject("k")->GetValue());
+    EXPECT_EQ(0, pDocument->m_nChagedCount);
+    pDocument->ClearSections();
+    EXPECT_TRUE(pDocument->m_lstSection.empty());
+}
+
+TEST_F(RegistryLayout, OnlyMonitorsOfDeadTasksAreCleared) {
+    regSection* const pSection = m_pRoot->GetDocumentObject("/tmp/layout.ini")->GetSectionObject("s");
+    int idDead = 0;
+    std::thread([&] {
+        idDead = QOR_MiscHelper::qorGetCurrentTaskId();
+        pSection->AddMonitorTask(idDead, NULL, NULL);
+    }).join();
+    const QOR_MsgQueueHelper::msgEntryPair* const pOwn =
+        pSection->m_lstMonitor.AppendObject([](QOR_MsgQueueHelper::msgEntryPair& entry) {
+            entry = {QOR_MiscHelper::qorGetCurrentTaskId(), 0, {{0, 0}}};
+            return true;
+        });
+    pSection->ClearGhostTask();
+    EXPECT_EQ(1, pSection->m_lstMonitor.size());
+    EXPECT_EQ(pOwn, pSection->m_lstMonitor.LastObject());
+}
+
+TEST(RegistryHandles, AHandleIsTheDistanceFromTheStoreAndOfOneKindOnly) {
+    uCRegistryHelper& registry = *uCRegistryHelpergetGlobalObject();
+    EXPECT_EQ(&registry, uCRegistryHelpergetGlobalObject());
+    regDocument* const pDocument = registry.LockDocument("/tmp/layout_handles.ini");
+    regSection* const pSection = pDocument->GetSectionObject("s");
+    const uintptr_t uDocument = registry.GetHandle(pDocument), uSection = registry.GetHandle(pSection);
+    EXPECT_EQ(reinterpret_cast<uintptr_t>(pSection),
+              reinterpret_cast<uintptr_t>(registry.getObject()) + uSection);
+    EXPECT_EQ(0u, registry.GetHandle(NULL));
+    for (int i = 0; i < 2; ++i) {
+        EXPECT_EQ(pDocument, registry.GetDocument(uDocument));
+        EXPECT_EQ(pSection, registry.GetSection(uSection));
+        EXPECT_EQ(nullptr, registry.GetDocument(uSection));
+        EXPECT_EQ(nullptr, registry.GetSection(uDocument));
+        for (const uintptr_t u :
+             {uintptr_t(0), uSection + 4, uintptr_t(regDocumentManager::segmentSize), UINTPTR_MAX}) {
+            EXPECT_EQ(nullptr, registry.GetDocument(u)) << u;
+            EXPECT_EQ(nullptr, registry.GetSection(u)) << u;
+        }
+    }
+    registry.Unlock();
+}
+
+TEST(RegistryHandles, AChildOfAForkDoesNotHoldWhatItsParentHeld) {
+    uCRegistryHelper& registry = *uCRegistryHelpergetGlobalObject();
+    registry.Lock(-1);
+    EXPECT_EXIT(
+        {
+            registry.fork_reset();
+            _exit(registry.Lock(0) ? 1 : 7);
+        },
+        testing::ExitedWithCode(7), "");
+    registry.Unlock();
+    EXPECT_EXIT(
+        {
+            registry.fork_reset();
+            _exit(registry.Lock(-1) && registry.GetSaveLock().Lock(-1) ? 7 : 1);
+        },
+        testing::ExitedWithCode(7), "");
 }
 
 }  // namespace

@@ -76,4 +76,25 @@ TEST(Report, ANullFormatIsAFatalAssertion) {
                 "\\[QORTrace:[0-9]+\\] lpszFormat != NULL ");
 }
 
+// What a function of a header does behind its checks.
+bool passes(int n) {
+    return QOR_ASSERT_IN("mod", n > 0, "n > 0") && QOR_WARN_IN("mod", n < 10, "n < 10");
+}
+
+TEST(Report, AHeadersAssertionNamesItsModuleAndText) {
+    testing::internal::CaptureStderr();
+    EXPECT_TRUE(passes(5));
+    EXPECT_EQ("", testing::internal::GetCapturedStderr());
+    EXPECT_EXIT(passes(0), testing::KilledBySignal(SIGABRT),
+                "^\033\\[1;31merror: \033\\[00m\\[mod:[0-9]+\\] n > 0 \\(");
+}
+
+TEST(Report, AHeadersWarningTellsTheCallerAndGoesOn) {
+    testing::internal::CaptureStderr();
+    EXPECT_FALSE(passes(10));
+    const std::string strErr = testing::internal::GetCapturedStderr();
+    EXPECT_EQ(0u, strErr.find("\033[1;33m warning: \033[00m[mod:")) << strErr;
+    EXPECT_NE(std::string::npos, strErr.find("] n < 10 " + idText())) << strErr;
+}
+
 }  // namespace

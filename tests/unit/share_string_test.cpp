@@ -203,4 +203,14 @@ TEST(ShareStringHeap, TheExampleOfItsHeaderWorks) {
     EXPECT_EQ(7, pRecord->strName.GetLength());
 }
 
+TEST(ShareStringHeap, ItsBlockIsTheLengthAndTheText) {
+    record vRecord;
+    vRecord.m_arrText[0] = view("sampler");
+    const QOR_StringHelper::chShareTextA* const pText = vRecord.m_arrText[0].get_Text();
+    EXPECT_EQ(7, pText->m_nLength);
+    EXPECT_EQ(static_cast<const char*>(vRecord.m_arrText[0]), pText->m_szText);
+    EXPECT_EQ(reinterpret_cast<const char*>(pText) + 4, pText->m_szText);
+    vRecord.m_arrText[0] = view();
+}
+
 }  // namespace

@@ -527,4 +527,25 @@ TEST(Frame, MemoryThatCannotBeHadIsFatal) {
                 strBase + "m_pIPCObject != NULL ");
 }
 
+TEST(Header, ClearingMakesAllZeroAndNothingBehind) {
+    int32_t a[6] = {1, 2, 3, 4, 5, 6};
+    ipcObjectHeader::ClearObject(a, 20);
+    EXPECT_TRUE(isZero(a, 20));
+    EXPECT_EQ(6, a[5]);
+    EXPECT_FALSE(reinterpret_cast<ipcObjectHeader*>(a)->IsInit());
+}
+
+TEST(Frame, TheStepUnderTheMutexMapsAndConstructs) {
+    struct open : sampleLocalFrame {
+        using sampleLocalFrame::OpenMapFileObject;
+    } frame;
+    s_nConstructed = 0;
+    ASSERT_EQ(1, frame.OpenMutex("step"));
+    ASSERT_EQ(1, frame.OpenMapFileObject("step", 4096));
+    EXPECT_EQ(1, s_nConstructed);
+    EXPECT_EQ(1, frame.getObject()->AssertHeader("step", 4096, 2001));
+    frame.CloseShareObject();
+    EXPECT_EXIT(frame.getObject(), testing::KilledBySignal(SIGABRT), strBase + "m_pIPCObject != NULL ");
+}
+
 }  // namespace

@@ -705,4 +705,29 @@ TYPED_TEST(String, EditedAtRandomItIsWhatAPlainStringIs) {
     }
 }
 
+void formatV(chReferenceStringT<char>& str, const char* lpszFormat, ...) {
+    va_list args;
+    va_start(args, lpszFormat);
+    str.FormatV(lpszFormat, args);
+    va_end(args);
+}
+
+TEST(StringFormat, AnArgumentListIsFormattedLikeArguments) {
+    chReferenceStringT<char> str("old");
+    formatV(str, "%s=%d", "n", 5);
+    EXPECT_STREQ("n=5", str);
+    const std::string strLong(3000, 'x');
+    formatV(str, "<%s>", strLong.c_str());
+    EXPECT_EQ("<" + strLong + ">", static_cast<const char*>(str));
+}
+
+TEST(StringMemory, ABlockIsMadeResizedAndFreed) {
+    char* p = static_cast<char*>(dynamicAlloc::realloc(nullptr, 4));
+    strcpy(p, "abc");
+    p = static_cast<char*>(dynamicAlloc::realloc(p, 100000));
+    EXPECT_STREQ("abc", p);
+    dynamicAlloc::free(p);
+    dynamicAlloc::free(nullptr);
+}
+
 }  // namespace

@@ -3,8 +3,10 @@
 
 #include <dlfcn.h>
 #include <errno.h>
+#include <fcntl.h>
 #include <signal.h>
 #include <string.h>
+#include <sys/file.h>
 #include <sys/ipc.h>
 #include <sys/sem.h>
 #include <sys/stat.h>
@@ -13,6 +15,8 @@
 
 #include <atomic>
 #include <thread>
+
+#include "internal/keyfile.h"
 
 using namespace QOR_BaseHelper;
 using testing::internal::CaptureStderr;
@@ -612,6 +616,130 @@ TEST(ReadWriteLock, ReadersShareAndAWriterIsAlone) {
     EXPECT_EQ(0, lock.UnlockWrite());
     EXPECT_EQ(1, lock.tryLockRead());
     EXPECT_EQ(0, lock.UnlockRead());
+}
+
+// ---- what the classes on top of these use
+
+struct openKey : xFileKey {
+    using xFileKey::FindLockedFileKey;
+    using xFileKey::OpenLockedFileKey;
+    using xFileKey::SetKeyFile;
+    const char* path() const { return m_strKeyFile; }
+};
+
+// A lock that its process keeps until its end.
+keyFileLock& keptLock() {
+    alignas(keyFileLock) static char a[sizeof(keyFileLock)];
+    return *new (a) keyFileLock;
+}
+
+bool isLocked(const char* lpszPath) {
+    const int fd = open(lpszPath, O_RDONLY | O_CLOEXEC);
+    const bool bLocked = flock(fd, LOCK_EX | LOCK_NB) == -1 && errno == EWOULDBLOCK;
+    close(fd);
+    return bLocked;
+}
+
+TEST(FileKey, ANameStandsForAFileInTmpUnlessItIsAPathItself) {
+    openKey key;
+    key.SetKeyFile("name");
+    EXPECT_STREQ("/tmp/qor_name", key.path());
+    for (const char* lpszPath : {"/rundata/key", "sub/key", "back\\slash"}) {
+        key.SetKeyFile(lpszPath);
+        EXPECT_STREQ(lpszPath, key.path());
+    }
+    EXPECT_FALSE(exists("/tmp/qor_name"));
+    key.CloseFileKey();
+    EXPECT_STREQ("", key.path());
+}
+
+TEST(FileKey, OpenedForACreatorItsFileStaysLockedUntilTheCreatorIsDone) {
+    EXPECT_EXIT(
+        {
+            openKey key;
+            const bool bKey =
+                key.OpenLockedFileKey("sync_locked", 'm', keptLock()) == ftok("/tmp/qor_sync_locked", 'm');
+            _exit(bKey && isLocked("/tmp/qor_sync_locked") ? 7 : 1);
+        },
+        testing::ExitedWithCode(7), "");
+    EXPECT_FALSE(isLocked("/tmp/qor_sync_locked"));
+    xFileKey key;
+    key.OpenFileKey("sync_locked", 'm');
+    key.DestroyFileKey();
+}
+
+TEST(FileKey, OneThatIsOnlyLookedForIsNotMade) {
+    EXPECT_EXIT(
+        {
+            openKey key;
+            const bool bNone =
+                key.FindLockedFileKey("sync_find", 'S', keptLock()) == -1 && *key.path() == '\0';
+            const bool bMade = exists("/tmp/qor_sync_find");
+            const key_t idKey = key.OpenFileKey("sync_find", 'S');
+            const bool bFound = key.FindLockedFileKey("sync_find", 'S', keptLock()) == idKey;
+            _exit(bNone && !bMade && bFound && isLocked(key.path()) ? 7 : 1);
+        },
+        testing::ExitedWithCode(7), "");
+    unlink("/tmp/qor_sync_find");
+}
+
+TEST(Semaphore, OneThatDoesNotExistIsNotMadeByLookingForIt) {
+    xSemaphore maker, looker;
+    EXPECT_EQ(0, looker.OpenExistSemaphore("sync_exist"));
+    EXPECT_FALSE(exists("/tmp/qor_sync_exist"));
+    ASSERT_EQ(1, maker.OpenSemaphore("sync_exist"));
+    ASSERT_EQ(1, looker.OpenExistSemaphore("sync_exist"));
+    EXPECT_EQ(2, maker.SemaphoreAddValue(2, -1));
+    EXPECT_EQ(-2, looker.SemaphoreAddValue(-2, 0));
+    EXPECT_EXIT(looker.OpenExistSemaphore("sync_exist"), testing::KilledBySignal(SIGABRT),
+                strAbort + "m_fdSemaphore == -1 ");
+    EXPECT_EQ(1, looker.IsSemaphoreAlive());
+    maker.DestroySemaphore();
+    EXPECT_EQ(0, looker.IsSemaphoreAlive());
+    looker.CloseSemaphore();
+    EXPECT_EQ(0, looker.OpenExistSemaphore("sync_exist"));
+}
+
+TEST(Semaphore, EveryTaskOfTheProcessKnowsThatItWasMadeHere) {
+    xSemaphore first, second;
+    EXPECT_FALSE(first.IsCreateHere());
+    ASSERT_EQ(1, first.OpenSemaphore("sync_here"));
+    ASSERT_EQ(1, second.OpenSemaphore("sync_here"));
+    BOOL bMade = FALSE, bFound = TRUE;
+    std::thread([&] {
+        bMade = first.IsCreateHere();
+        bFound = second.IsCreateHere();
+    }).join();
+    EXPECT_TRUE(bMade);
+    EXPECT_FALSE(bFound);
+    second.CloseSemaphore();
+    first.DestroySemaphore();
+    EXPECT_FALSE(first.IsCreateHere());
+}
+
+TEST(Semaphore, AFirstValueIsGivenToANewOneOnly) {
+    struct open : xSemaphore {
+        using xSemaphore::OpenSemaphoreValue;
+    } first, second;
+    ASSERT_EQ(1, first.OpenSemaphoreValue("sync_value", 3));
+    EXPECT_EQ(-1, first.SemaphoreAddValue(-1, 0));
+    ASSERT_EQ(1, second.OpenSemaphoreValue("sync_value", 3));
+    EXPECT_EQ(-2, second.SemaphoreAddValue(-2, 0));
+    EXPECT_EQ(0, second.SemaphoreAddValue(-1, 0));
+    second.CloseSemaphore();
+    first.DestroySemaphore();
+}
+
+TEST(Event, OneThatDoesNotExistIsNotMadeByLookingForIt) {
+    chEvent maker, looker;
+    EXPECT_EQ(0, looker.OpenExistEvent("sync_exist_event"));
+    EXPECT_FALSE(exists("/tmp/qor_sync_exist_event"));
+    ASSERT_EQ(1, maker.OpenEvent("sync_exist_event"));
+    ASSERT_EQ(1, looker.OpenExistEvent("sync_exist_event"));
+    maker.SetEvent();
+    EXPECT_EQ(1, looker.WaitEvent(0));
+    looker.CloseEvent();
+    maker.DestroyEvent();
 }
 
 }  // namespace

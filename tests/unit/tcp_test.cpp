@@ -12,6 +12,7 @@
 #include <memory>
 #include <thread>
 
+#include "internal/socket.h"
 #include "qor/MiscHelper.h"
 #include "support/child.h"
 #include "support/socket_peer.h"
@@ -707,6 +708,59 @@ TEST_F(SignalTest, SendingGoesOnAfterASignal) {
     EXPECT_EQ("", warningsOf([&] { EXPECT_EQ(1, m_socket.Send(str.data(), static_cast<int>(str.size()))); }));
     listener.join();
     EXPECT_TRUE(str == strHeard);
+}
+
+struct openSocket : chSocketTCP {
+    using chSocketTCP::PeekWithin;
+    using chSocketTCP::SendPieces;
+};
+
+TEST(TcpSteps, TwoPiecesAreSentAsOne) {
+    openSocket socket;
+    plainPeer peer;
+    join(socket, peer);
+    EXPECT_EQ(1, socket.SendPieces("head", 4, "body", 4));
+    EXPECT_EQ(1, socket.SendPieces(NULL, 0, "!", 1));
+    EXPECT_EQ("headbody!", peer.hear(9));
+    const std::string strLarge = pattern(3000000);
+    std::thread sender([&] {
+        EXPECT_EQ(1, socket.SendPieces(strLarge.data(), 1000000, strLarge.data() + 1000000, 2000000));
+    });
+    EXPECT_EQ(strLarge, peer.hear(strLarge.size()));
+    sender.join();
+}
+
+TEST(TcpSteps, SeveralLooksShareOneTimeLimit) {
+    openSocket socket;
+    plainPeer peer;
+    join(socket, peer);
+    ASSERT_TRUE(peer.say("abcdef"));
+    waitLimit limit(-1);
+    char sz[4] = "";
+    EXPECT_EQ(3, socket.PeekWithin(sz, 0, 3, limit));
+    EXPECT_STREQ("abc", sz);
+    EXPECT_EQ(3, socket.PeekWithin(sz, 3, 3, limit));
+    EXPECT_STREQ("def", sz);
+    waitLimit none(0);
+    EXPECT_EQ(0, socket.PeekWithin(sz, 6, 1, none));
+    EXPECT_EXIT(socket.PeekWithin(sz, -1, 1, none), testing::KilledBySignal(SIGABRT),
+                "\\[QORSocket:[0-9]+\\] ");
+}
+
+TEST(TcpSteps, AnAcceptedConnectionIsBlockingAndClosedOnExec) {
+    chSocketTCPServer server;
+    ASSERT_TRUE(listenAnywhere(server));
+    plainPeer peer;
+    ASSERT_TRUE(peer.connect(portOf(server)));
+    sockaddr_in from = {};
+    int nSize = sizeof(from);
+    const plainPeer accepted(sockAccept(server, reinterpret_cast<sockaddr*>(&from), &nSize));
+    ASSERT_NE(INVALID_SOCKET, accepted);
+    EXPECT_EQ(static_cast<int>(sizeof(from)), nSize);
+    EXPECT_EQ(portOf(peer), ntohs(from.sin_port));
+    EXPECT_EQ(0, fcntl(accepted, F_GETFL) & O_NONBLOCK);
+    EXPECT_EQ(FD_CLOEXEC, fcntl(accepted, F_GETFD));
+    EXPECT_EQ(-1, sockAccept(-1, NULL, NULL));
 }
 
 }  // namespace

@@ -391,4 +391,11 @@ TEST(Text8, TheExampleOfItsHeaderWorks) {
     EXPECT_EQ(" one", narrow(chConstTextT<char>(lpszLine + 7, -1)));
 }
 
+TEST(NullText, IsAnEmptyTextOfEitherWidth) {
+    EXPECT_EQ('\0', szNULL[0]);
+    EXPECT_EQ(0u, szNULLW[0]);
+    EXPECT_EQ(szNULL, getNullText<char>());
+    EXPECT_EQ(szNULLW, getNullText<unsigned short>());
+}
+
 }  // namespace

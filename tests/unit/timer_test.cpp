@@ -251,4 +251,62 @@ TEST(TimerAlone, RemovingATimerThatIsNotWhereItShouldBeWarns) {
     EXPECT_TRUE(thread.GetTimerQueue().IsValidTimer(&listed));
 }
 
+TEST_F(Timer, TheMessageOfATimerIsQueuedAndDroppedByHand) {
+    chThreadTimer timer(7);
+    timer.SetTimer(1000000, NULL);
+    timer.FreeExistMessageBody();
+    timer.PushTimerMessageToQueue();
+    EXPECT_EQ(-1, timers().GetNextTimerTicks());
+    msgObject* const pMessage = m_thread.getMsgQueue()->FindMessage([](msgObject&) { return true; });
+    ASSERT_NE(nullptr, pMessage);
+    EXPECT_EQ(static_cast<UINT>(TM_MESSAGE_TIMER), pMessage->uMsg);
+    EXPECT_EQ(&timer, timers().FindTimerByWord(pMessage->wParam));
+    EXPECT_EQ(nullptr, timers().FindTimerByWord(pMessage->wParam + 4));
+    EXPECT_EQ(nullptr, timers().FindTimerByWord(0));
+    timer.FreeExistMessageBody();
+    EXPECT_FALSE(m_thread.getMsgQueue()->HasMessage());
+    EXPECT_LT(0, timers().GetNextTimerTicks());
+    EXPECT_TRUE(timer.IsTimerRuning());
+}
+
+TEST_F(Timer, ATimerIsListedAnewForNowPlusItsPeriod) {
+    chThreadTimer first(1), second(2);
+    first.SetTimer(1000000, NULL);
+    second.SetTimer(2000000, NULL);
+    EXPECT_EQ(1, timers().InstallTimerToQueue(&first));
+    EXPECT_TRUE(timers().IsValidTimer(&first));
+    timers().UninstallTimerFromQueue(&first);
+    EXPECT_FALSE(timers().IsValidTimer(&first));
+    EXPECT_LT(1000000, timers().GetNextTimerTicks());
+    timers().InstallTimerToQueue(&first);
+    EXPECT_GE(1000000, timers().GetNextTimerTicks());
+}
+
+TEST_F(Timer, AThreadThatUnregistersStopsEveryTimerAndDropsItsMessages) {
+    chThreadTimer first(1), second(2);
+    first.SetTimer(1000000, NULL);
+    second.SetTimer(1000000, NULL);
+    second.PushTimerMessageToQueue();
+    timers().DestoryTimerOnExit();
+    EXPECT_FALSE(first.IsTimerRuning());
+    EXPECT_FALSE(second.IsTimerRuning());
+    EXPECT_FALSE(timers().IsValidTimer(&first));
+    EXPECT_FALSE(m_thread.getMsgQueue()->HasMessage());
+}
+
+TEST_F(Timer, ForgottenTimersLeaveTheQueueAsItIs) {
+    chThreadTimer timer(1);
+    timer.SetTimer(1000000, NULL);
+    timer.PushTimerMessageToQueue();
+    timers().AbandonTimers();
+    EXPECT_FALSE(timer.IsTimerRuning());
+    EXPECT_EQ(-1, timers().GetNextTimerTicks());
+    EXPECT_TRUE(m_thread.getMsgQueue()->HasMessage());
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(static_cast<UINT>(TM_MESSAGE_TIMER), m_thread.ProcessOneMessageFromQueue());
+    EXPECT_NE(std::string::npos,
+              testing::internal::GetCapturedStderr().find("] timer message without its timer ("));
+    EXPECT_TRUE(m_listFired.empty());
+}
+
 }  // namespace

@@ -6,7 +6,9 @@
 #include <string.h>
 #include <unistd.h>
 
+#include <fstream>
 #include <functional>
+#include <memory>
 #include <thread>
 
 #include "qor/MiscHelper.h"
@@ -385,6 +387,165 @@ TEST_F(Trace, ThreadsShareEveryTarget) {
         ++nLines;
     EXPECT_GT(nLines, 0);
     EXPECT_LE(nLines, 4 * 200 * 3);
+}
+
+TEST_F(Trace, TheFieldsOfTheSegmentHaveTheirPlaces) {
+    const chSystemTracerManager& state = *m_pTrace->getObject();
+    const auto addressOf = [](const auto& field) {
+        return const_cast<char*>(reinterpret_cast<const char*>(&field));
+    };
+    EXPECT_EQ(segment() + 8, addressOf(state.m_objPool));
+    EXPECT_EQ(segment() + 24, addressOf(state.m_mapLevel));
+    EXPECT_EQ(segment() + 40, addressOf(state.m_lstLog));
+    EXPECT_EQ(segment() + 56, addressOf(state.m_nReserved56));
+    EXPECT_EQ(segment() + 60, addressOf(state.m_nReserved60));
+    EXPECT_EQ(segment() + 64, addressOf(state.m_arrPool));
+    EXPECT_EQ(2147483647, state.m_nReserved56);
+    EXPECT_EQ(0, state.m_nReserved60);
+    EXPECT_EQ(1,
+              state.AssertHeader("", chSystemTracerManager::segmentSize, chSystemTracerManager::segmentType));
+    EXPECT_EQ(sizeof(state.m_arrPool), static_cast<size_t>(chSystemTracerManager::poolSize));
+    EXPECT_EQ(65536 - 64, chSystemTracerManager::poolSize);
+}
+
+// A trace state of this test alone.
+struct privateState {
+    privateState() : pState(new chSystemTracerManager) {}
+    ~privateState() {
+        pState->m_lstLog.clear();
+        pState->m_mapLevel.clear();
+    }
+    void addLine(int nSize) {
+        const std::string strLine(static_cast<size_t>(nSize), 'x');
+        chTraceLogList& lstLog = pState->m_lstLog;
+        lstLog.alloc_insert_filled(lstLog.end(), nSize, strLine.data());
+    }
+    chSystemTracerManager* operator->() const { return pState.get(); }
+
+    std::unique_ptr<chSystemTracerManager> pState;
+};
+
+TEST(TraceState, RoomIsMadeByDroppingTheOldestLines) {
+    privateState state;
+    EXPECT_FALSE(state->HasLine());
+    for (const int nSize : {20000, 20001, 20002})
+        state.addLine(nSize);
+    EXPECT_TRUE(state->HasLine());
+    EXPECT_TRUE(state->MakeRoom(1000));
+    EXPECT_EQ(20000, *state->m_lstLog.begin());
+    EXPECT_TRUE(state->MakeRoom(30000));
+    EXPECT_EQ(20002, *state->m_lstLog.begin());
+    EXPECT_EQ(1, state->m_lstLog.size());
+    EXPECT_EXIT(state->MakeRoom(chSystemTracerManager::poolSize), testing::KilledBySignal(SIGABRT),
+                "\\[QORTrace:[0-9]+\\] !objTracerManager.chTraceLogList::empty\\(\\) ");
+}
+
+TEST(TraceState, ALineHasTheRoomOfItsCell) {
+    privateState state;
+    state.addLine(10);
+    EXPECT_EQ(12, state->GetLineRoom(&*state->m_lstLog.begin()));
+    EXPECT_EQ(-1, state->GetLineRoom(&state->m_nReserved60));
+    const int32_t* const pnLast =
+        reinterpret_cast<const int32_t*>(state->m_arrPool + chSystemTracerManager::poolSize) - 1;
+    EXPECT_GE(0, state->GetLineRoom(pnLast));
+}
+
+TEST(TraceState, DepthsAreKeptByTaskUntilTheTaskHasDied) {
+    privateState state;
+    const int idSelf = QOR_MiscHelper::qorGetCurrentTaskId();
+    int idDead = 0;
+    std::thread([&] { idDead = QOR_MiscHelper::qorGetCurrentTaskId(); }).join();
+    EXPECT_EQ(0, *state->GetLevel(idSelf));
+    *state->GetLevel(idSelf) = 5;
+    EXPECT_EQ(5, *state->GetLevel(idSelf));
+    chTraceLevelList& mapLevel = state->m_mapLevel;
+    mapLevel[idDead] = 3;
+    EXPECT_EQ(2, mapLevel.size());
+    state->ClearGhostTracer();
+    EXPECT_EQ(1, mapLevel.size());
+    EXPECT_EQ(5, *state->GetLevel(idSelf));
+}
+
+TEST_F(Trace, LinesCanBeWrittenToTheHelperItself) {
+    const std::string strLines = printed([this] {
+        m_pTrace->WriteTraceString(1, "%s=%d", "n", 5);
+        m_pTrace->ResetTraceLevel(1);
+        m_pTrace->WriteTraceString(2, "above");
+    });
+    EXPECT_EQ("n=5\n", traceTexts(strLines));
+    const char* lpszNull = nullptr;
+    va_list args = {};
+    EXPECT_EXIT(m_pTrace->WriteTraceStringV(0, lpszNull, args), testing::KilledBySignal(SIGABRT),
+                "\\[QORTrace:[0-9]+\\] lpszFormat != NULL ");
+}
+
+TEST_F(Trace, ATargetCanBeWrittenToWhereverTheTraceGoes) {
+    m_pTrace->RedirectToFileTrace("/tmp/trace_direct", 10, 2);
+    m_pTrace->RedirectToNull();
+    chReferenceStringT<char> strLine("direct");
+    m_pTrace->TraceToFileTrace(strLine);
+    EXPECT_EQ("direct\n", printed([&] { m_pTrace->TraceToStdPipe(strLine); }));
+    EXPECT_STREQ("direct\n", strLine);
+    std::ifstream file("/tmp/trace_direct-0.log");
+    std::string strFile;
+    std::getline(file, strFile);
+    EXPECT_EQ("direct", strFile);
+}
+
+TEST_F(Trace, AFileTargetTakesEveryLineThatPasses) {
+    EXPECT_EQ(1, m_pTrace->RedirectToFileTrace("/tmp/trace_file", 10, 2));
+    EXPECT_EQ("", printed([] { qorTrace(0, "to the file"); }));
+    std::ifstream file("/tmp/trace_file-0.log");
+    std::string strFile;
+    std::getline(file, strFile);
+    EXPECT_EQ("to the file", traceTexts(strFile + "\n").substr(0, strlen("to the file")));
+    m_pTrace->RedirectToStdPipe();
+}
+
+TEST_F(Trace, TheEnvironmentSetsLevelAndTarget) {
+    m_pTrace->RedirectToNull();
+    m_pTrace->ResetTraceLevel(7);
+    unsetenv("trace");
+    m_pTrace->SetupTraceFromEnv();
+    EXPECT_EQ(INT_MAX, m_pTrace->GetTraceLevel());
+    EXPECT_EQ("line\n", traceTexts(printed([] { qorTrace(0, "line"); })));
+    setenv("trace", "3:system", 1);
+    m_pTrace->SetupTraceFromEnv();
+    EXPECT_EQ(3, m_pTrace->GetTraceLevel());
+    EXPECT_EQ("", printed([] { qorTrace(0, "line"); }));
+    EXPECT_TRUE(readLine(m_strLast));
+    unsetenv("trace");
+}
+
+TEST_F(Trace, OnlyTheLowestLevelPassesEveryLimit) {
+    m_pTrace->ResetTraceLevel(INT_MIN);
+    EXPECT_EQ("", printed([] { qorTrace(INT_MIN + 1, "line"); }));
+    EXPECT_EQ("line\n", traceTexts(printed([] { qorTrace(minTraceLevel, "line"); })));
+}
+
+TEST_F(Trace, AtTheExitTheHelperSendsLinesToTheConsole) {
+    EXPECT_EXIT(
+        {
+            m_pTrace->RedirectToSystemTrace();
+            m_pTrace->AtExit();
+            fflush(stdout);
+            dup2(STDERR_FILENO, STDOUT_FILENO);
+            qorTrace(0, "late");
+            fflush(stdout);
+            _exit(readLine(m_strLast) ? 1 : 7);
+        },
+        testing::ExitedWithCode(7), "late\n");
+}
+
+TEST_F(Trace, AChildOfAForkDoesNotHoldTheLockThatItsParentHeld) {
+    m_pTrace->Lock(-1);
+    EXPECT_EXIT(
+        {
+            m_pTrace->fork_reset();
+            _exit(m_pTrace->Lock(0) ? 1 : 7);  // the parent's still
+        },
+        testing::ExitedWithCode(7), "");
+    m_pTrace->Unlock();
 }
 
 }  // namespace

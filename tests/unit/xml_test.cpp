@@ -408,6 +408,8 @@ TEST(XmlWrite, ADocumentBelowANodeIsFatal) {
 
 TEST(XmlWrite, ATextThatNoStringCanHoldIsAWarningAndEmpty) {
     constexpr int nDepth = 17000;  // two blanks a level, two lines a level: 578 MB
+    static_assert(2LL * nDepth * nDepth > maxLineLength && maxLineLength == 0x1FFFFFF0,
+                  "longer than a line may be");
     xmlElement root("r");
     xmlBaseNode* pNode = &root;
     for (int i = 1; i < nDepth; ++i)
@@ -417,6 +419,61 @@ TEST(XmlWrite, ATextThatNoStringCanHoldIsAWarningAndEmpty) {
     EXPECT_EQ("\033[1;33m warning: \033[00m xmlBaseNode::ExportToText: the text is too long\n",
               testing::internal::GetCapturedStderr());
     EXPECT_EQ(std::string(2 * (nDepth - 1), ' ') + "<e></e>\n", qorTest::narrow(pNode->ExportToText()));
+}
+
+TEST(XmlTree, AnElementsAttributesAreAListOfNamesAndValues) {
+    xmlElement element("a");
+    element.SetAttribute("first", "1");
+    element.SetAttribute("second", "2");
+    const xmlAttributeList& list = element.attributes();
+    ASSERT_EQ(2, list.GetSize());
+    EXPECT_STREQ("first", list[0].key);
+    EXPECT_STREQ("2", list[1].value);
+}
+
+// A node that counts the living.
+struct treeNode : simpTreeNode<treeNode> {
+    treeNode() { ++s_nAlive; }
+    ~treeNode() {
+        destroy_branch();
+        --s_nAlive;
+    }
+    static int s_nAlive;
+};
+int treeNode::s_nAlive = 0;
+
+TEST(XmlTree, AllBelowANodeIsDeletedAndTheNodeStays) {
+    treeNode root;
+    treeNode* const pFirst = root.push_back_child_branch(new treeNode);
+    treeNode* const pSecond = root.push_back_child_branch(new treeNode);
+    pFirst->push_back_child_branch(new treeNode)->push_back_child_branch(new treeNode);
+    EXPECT_EQ(5, treeNode::s_nAlive);
+    pFirst->delete_children();
+    EXPECT_EQ(3, treeNode::s_nAlive);
+    EXPECT_EQ(nullptr, pFirst->get_pFirstChild());
+    EXPECT_EQ(pFirst, root.get_pFirstChild());
+    delete pFirst;  // takes itself out
+    EXPECT_EQ(pSecond, root.get_pFirstChild());
+    EXPECT_EQ(pSecond, root.get_pLastChild());
+    EXPECT_EQ(nullptr, pSecond->get_pPrev());
+    root.delete_children();
+    EXPECT_EQ(1, treeNode::s_nAlive);
+    EXPECT_EQ(nullptr, root.get_pLastChild());
+}
+
+TEST(XmlTree, ABranchIsDestroyedTogetherWithItsPlace) {
+    struct open : treeNode {
+        using treeNode::destroy_branch;
+    };
+    treeNode root;
+    open* const pBranch = new open;
+    root.push_back_child_branch(pBranch);
+    pBranch->push_back_child_branch(new treeNode);
+    pBranch->destroy_branch();
+    EXPECT_EQ(nullptr, root.get_pFirstChild());
+    EXPECT_EQ(nullptr, pBranch->get_pParent());
+    EXPECT_EQ(2, treeNode::s_nAlive);
+    delete pBranch;
 }
 
 }  // namespace

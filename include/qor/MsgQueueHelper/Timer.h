@@ -99,9 +99,6 @@ private:
     QOR_ListHelper::chObjList_dynamic<chThreadTimer*, 16> m_listTimer;
 };
 
-/// The 32-bit word that names a live timer in its message: its address, or on 64-bit a number of its own.
-uint32_t encodeThreadTimer(const chThreadTimer* pTimer);
-
 }  // namespace QOR_MsgQueueHelper
 
 #endif

@@ -80,12 +80,12 @@ protected:
     void CutBaseFrom(re_Base& r);
 };
 
-constexpr uint32_t traitSet = 1;        ///< children are alternatives
-constexpr uint32_t traitGroup = 2;      ///< children are nodes
-constexpr uint32_t traitExpress = 4;    ///< the node is a reRegularExpress
-constexpr uint32_t traitCapture = 8;    ///< the node is among the root's captures
-constexpr uint32_t traitText = 16;      ///< the node is a re_Text
-constexpr uint32_t traitOvershoot = 32;  ///< a negated sequence of the tree may pass the end of the text
+constexpr uint32_t traitSet = 1;        ///< internal: children are alternatives
+constexpr uint32_t traitGroup = 2;      ///< internal: children are nodes
+constexpr uint32_t traitExpress = 4;    ///< internal: the node is a reRegularExpress
+constexpr uint32_t traitCapture = 8;    ///< internal: the node is among the root's captures
+constexpr uint32_t traitText = 16;      ///< internal: the node is a re_Text
+constexpr uint32_t traitOvershoot = 32;  ///< internal: a negated sequence of the tree may pass the end of the text
 
 /// A node whose children are nodes, which it owns.
 template <class T>
