@@ -183,19 +183,49 @@ const T* applyTimes(re_Base<T>* pRE, const T* lpszSrcText, const T* lpszSrcEndin
     return applyOptional(pRE, lpsz, lpszSrcEnding, nMax == -1 ? -1 : nMax - nMin);
 }
 
-// ---- the repetitions of a node that takes one character each
+// ---- nodes that take one character each
+
+// Leaves the nodes below such a node as applying it there does.
+template <class T>
+inline void touchBelow(const rePlan* pPlan, const T* lpsz, const T* lpszEnding) {
+    const reBelow* const pTo = pPlan->m_arrBelow + pPlan->m_nBelow;
+    if (isAtEnd(lpsz, lpszEnding)) {
+        for (const reBelow* p = pPlan->m_arrBelow; p < pTo; ++p) {
+            p->m_pRE->m_lpszResultBegin = lpsz;
+            p->m_pRE->m_lpszResultEnd = NULL;
+        }
+        return;
+    }
+    const unsigned uChar = charValue(*lpsz);
+    for (const reBelow* p = pPlan->m_arrBelow; p < pTo; ++p) {
+        if (reBelow::has(p->m_arrReached, uChar) == 0)
+            continue;
+        p->m_pRE->m_lpszResultBegin = lpsz;
+        p->m_pRE->m_lpszResultEnd = reBelow::has(p->m_arrTaken, uChar) != 0 ? lpsz + 1 : NULL;
+    }
+}
+
+template <class T>
+inline const T* applySingle(const rePlan* pPlan, const T* lpsz, const T* lpszEnding) {
+    if (!pPlan->m_pState->m_bScouting)
+        touchBelow(pPlan, lpsz, lpszEnding);
+    return !isAtEnd(lpsz, lpszEnding) && (pPlan->m_arrChar[charValue(*lpsz)] & rePlan::bitTakes) != 0 ? lpsz + 1 : NULL;
+}
+
+// The repetitions of one.
 
 template <class T>
 class charRun {
 public:
     charRun(re_Base<T>* pRE, const T* lpszSrcText, const T* lpszSrcEnding)
         : m_pRE(pRE), m_pTable(pRE->m_pPlan->m_arrChar), m_lpszBegin(lpszSrcText), m_lpszEnding(lpszSrcEnding),
-          m_lpsz(lpszSrcText), m_bRefused(false) {}
+          m_lpsz(lpszSrcText), m_bRefused(false), m_bTouch(pRE->m_pPlan->m_nBelow > 0 && !pRE->m_pPlan->m_pState->m_bScouting),
+          m_bEach(m_bTouch && pRE->m_pPlan->m_bEach) {}
 
     const T* apply() {
         const bool bEnough = scanTo(m_pRE->m_nMinTimes);
         const T* lpszResult = bEnough ? applyOptional() : NULL;
-        if ((m_pRE->m_uTraits & traitGroup) != 0 && !m_pRE->m_pPlan->m_pState->m_bScouting)
+        if (m_bTouch)
             touch();
         return lpszResult;
     }
@@ -207,6 +237,8 @@ private:
             m_bRefused = true;
             return false;
         }
+        if (m_bEach)
+            touchBelow(m_pRE->m_pPlan, m_lpsz, m_lpszEnding);
         ++m_lpsz;
         return true;
     }
@@ -245,24 +277,10 @@ private:
 
     // Leaves the nodes below as if they had been applied at each place.
     void touch() {
-        if (m_bRefused && m_pRE->m_pPlan->m_bPlain) {
-            refuse(static_cast<re_Group<T>*>(m_pRE));
-            return;
-        }
-        if (m_lpsz > m_lpszBegin && (!m_bRefused || m_pRE->m_pPlan->m_bPartial))
-            applyOnce(m_pRE, m_lpsz - 1, m_lpszEnding);
+        if (m_lpsz > m_lpszBegin && !m_bEach && (!m_bRefused || m_pRE->m_pPlan->m_bPartial))
+            touchBelow(m_pRE->m_pPlan, m_lpsz - 1, m_lpszEnding);
         if (m_bRefused)
-            applyOnce(m_pRE, m_lpsz, m_lpszEnding);
-    }
-
-    void refuse(re_Group<T>* pGroup) {
-        for (int i = 0; i < pGroup->GetChildRECount(); ++i) {
-            re_Base<T>* pChild = pGroup->m_arrTargetREs[i];
-            pChild->m_lpszResultBegin = m_lpsz;
-            pChild->m_lpszResultEnd = NULL;
-            if ((pChild->m_uTraits & traitGroup) != 0)
-                refuse(static_cast<re_Group<T>*>(pChild));
-        }
+            touchBelow(m_pRE->m_pPlan, m_lpsz, m_lpszEnding);
     }
 
     re_Base<T>* m_pRE;
@@ -271,6 +289,8 @@ private:
     const T* m_lpszEnding;
     const T* m_lpsz;
     bool m_bRefused;
+    const bool m_bTouch;  // nodes below are to be left as they would be
+    const bool m_bEach;   // and each character tells how
 };
 
 // ---- one repetition of a node
@@ -347,6 +367,17 @@ const T* applyGroup(re_Group<T>* pRE, int iIndex, const T* lpszSrcText, const T*
     return applyAnd(pRE, iIndex, lpszSrcText, lpszSrcEnding);
 }
 
+// A run of characters; it is never negated.
+template <class T>
+inline const T* applyText(const re_Text<T>* pRE, const T* lpsz, const T* lpszEnding) {
+    const T* p = pRE->m_arrText.GetBuffer();
+    const T* const pTo = p + pRE->m_arrText.GetSize();
+    for (; p < pTo; ++p, ++lpsz)
+        if (isAtEnd(lpsz, lpszEnding) || !isEqualChar(pRE->m_nFlags, *p, *lpsz))
+            return NULL;
+    return lpsz;
+}
+
 template <class T>
 const T* applyOnce(re_Base<T>* pRE, const T* lpszSrcText, const T* lpszSrcEnding) {
     switch (pRE->m_uTraits & (traitGroup | traitText | traitSet)) {
@@ -354,7 +385,7 @@ const T* applyOnce(re_Base<T>* pRE, const T* lpszSrcText, const T* lpszSrcEnding
         case traitGroup | traitSet:
             return applyGroup(static_cast<re_Group<T>*>(pRE), 0, lpszSrcText, lpszSrcEnding);
         case traitText:
-            return applyAnd(static_cast<re_Text<T>*>(pRE), 0, lpszSrcText, lpszSrcEnding);
+            return applyText(static_cast<re_Text<T>*>(pRE), lpszSrcText, lpszSrcEnding);
         case traitText | traitSet:
             return applyCase(static_cast<re_Text<T>*>(pRE), 0, lpszSrcText, lpszSrcEnding);
         default:
@@ -373,7 +404,8 @@ inline const T* applyNode(re_Base<T>* pRE, const T* lpszSrcText, const T* lpszSr
         return NULL;
     const T* lpszResult = NULL;
     if (pRE->m_nMinTimes == 1 && pRE->m_nMaxTimes == 1)
-        lpszResult = applyOnce(pRE, lpszSrcText, lpszSrcEnding);
+        lpszResult = pRE->m_pPlan != NULL ? applySingle(pRE->m_pPlan, lpszSrcText, lpszSrcEnding)
+                                          : applyOnce(pRE, lpszSrcText, lpszSrcEnding);
     else if (pRE->m_pPlan != NULL && pRE->m_pPlan->m_bRun)
         lpszResult = charRun<T>(pRE, lpszSrcText, lpszSrcEnding).apply();
     else
@@ -409,6 +441,18 @@ inline const T* endFor(re_Base<T>* pRE, const T* lpszSrcText, const T* lpszSrcEn
 }  // namespace
 
 // ---- re_Base
+
+namespace {
+
+template <class T>
+void dropPlans(re_Base<T>* pRE) {
+    for (; pRE != NULL; pRE = pRE->m_pParentRE) {
+        delete pRE->m_pPlan;
+        pRE->m_pPlan = NULL;
+    }
+}
+
+}  // namespace
 
 template <class T>
 re_Base<T>::re_Base()
@@ -475,13 +519,13 @@ void re_Base<T>::CutBaseFrom(re_Base& r) {
     r.m_bNegative = 0;
     r.m_nMinTimes = r.m_nMaxTimes = 1;
     r.m_chRepeatMode = '-';
-    // Results and plans belong to the place in the tree; searching must not look at the other's any more.
+    // Results and plans belong to the place in the tree, and those of the nodes above know it.
     reRegularExpress<T>* pExpress = expressOf(&r);
     if (pExpress != NULL && pExpress->m_pState != NULL)
-        pExpress->m_pState->m_pLead = NULL;
+        pExpress->m_pState->forgetNodes();
+    dropPlans(&r);
+    dropPlans(this);
     ClearResult();
-    delete m_pPlan;
-    m_pPlan = NULL;
 }
 
 // ---- re_Group
