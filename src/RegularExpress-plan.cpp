@@ -318,6 +318,9 @@ private:
         pPlan->m_bInnerLook = traits.bLooks;
         pPlan->m_bNothingAfter = after.bNone;
         pPlan->m_bRestEmpty = after.bNothing;
+        const group* pParent = static_cast<const group*>(p->m_pParentRE);
+        pPlan->m_bNothingFails =
+            (pParent->m_uTraits & traitSet) != 0 || p->m_iIndexInParent == pParent->GetChildRECount() - 1;
         for (int ch = 0; ch < 256; ++ch)
             if (after.setFirst.has(ch))
                 pPlan->m_arrChar[ch] |= rePlan::bitLook;
@@ -335,9 +338,13 @@ private:
 
     void fillTakes(node* p, const traitsOf& traits) {
         rePlan* pPlan = p->m_pPlan;
-        for (int ch = 0; ch < 256; ++ch)
+        pPlan->m_bAll = true;
+        for (int ch = 0; ch < 256; ++ch) {
             if (traits.setTakes.has(ch))
                 pPlan->m_arrChar[ch] |= rePlan::bitTakes;
+            else
+                pPlan->m_bAll = false;
+        }
         const int nBelow = countBelow(p);
         if (nBelow == 0)
             return;

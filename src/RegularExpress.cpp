@@ -19,6 +19,8 @@
 // one recursion.
 #include "qor/RegularExpressHelper.h"
 
+#include <stdint.h>
+
 #include <new>
 
 #define QOR_MODULE "RegularExpress"
@@ -76,10 +78,13 @@ public:
             apply(m_lpszSkipped);
     }
 
+    // It is known how looking ahead ends there.
+    void skip(const T* lpsz) { m_lpszSkipped = lpsz; }
+
     // Whether what follows matches there.
     bool at(const T* lpsz) {
         if (m_pPlan != NULL) {
-            if (m_pPlan->m_bNothingAfter)
+            if (m_pPlan->m_bNothingAfter || (m_pPlan->m_bNothingFails && m_pPlan->m_pState->m_bScouting))
                 return true;
             if (!m_pPlan->m_bInnerLook && !isAtEnd(lpsz, m_lpszEnding) &&
                 (m_pPlan->m_arrChar[charValue(*lpsz)] & rePlan::bitLook) == 0) {
@@ -243,11 +248,33 @@ private:
         return true;
     }
     bool isFull(int nTimes) const { return nTimes != -1 && m_lpsz - m_lpszBegin >= nTimes; }
+    // The end of the characters of one kind from here on, up to so many repetitions.
+    const T* endOfKind(int nTimes, unsigned uMask, unsigned uKind) const {
+        const ptrdiff_t nLeft = nTimes == -1 ? PTRDIFF_MAX : nTimes - (m_lpsz - m_lpszBegin);
+        const T* lpsz = m_lpsz;
+        if (m_lpszEnding == NULL) {
+            while (lpsz - m_lpsz < nLeft && *lpsz != 0 && (m_pTable[charValue(*lpsz)] & uMask) == uKind)
+                ++lpsz;
+            return lpsz;
+        }
+        const T* const lpszTo = m_lpszEnding - m_lpsz < nLeft ? m_lpszEnding : m_lpsz + nLeft;
+        if (m_pRE->m_pPlan->m_bAll && uMask == rePlan::bitTakes)
+            return lpszTo;
+        while (lpsz < lpszTo && (m_pTable[charValue(*lpsz)] & uMask) == uKind)
+            ++lpsz;
+        return lpsz;
+    }
     bool scanTo(int nTimes) {
-        while (!isFull(nTimes))
-            if (!step())
-                return false;
-        return true;
+        if (m_bEach) {
+            while (!isFull(nTimes))
+                if (!step())
+                    return false;
+            return true;
+        }
+        if (!isFull(nTimes))
+            m_lpsz = endOfKind(nTimes, rePlan::bitTakes, rePlan::bitTakes);
+        m_bRefused = !isFull(nTimes);
+        return !m_bRefused;
     }
 
     const T* applyOptional() {
@@ -258,19 +285,46 @@ private:
             scanTo(nMax);
             return m_lpsz;
         }
+        return m_pRE->m_chRepeatMode == '?' ? takeLeast() : takeBest();
+    }
+
+    // Passes over the places at which looking ahead is known to end without being tried. The last one, or null.
+    const T* passOver(lookAhead<T>& look, int nMax) {
+        if (m_bEach || isFull(nMax))
+            return NULL;
+        const T* lpsz = endOfKind(nMax, rePlan::bitTakes | rePlan::bitLook, rePlan::bitTakes);
+        if (lpsz == m_lpsz)
+            return NULL;
+        m_pRE->m_lpszResultEnd = m_lpsz = lpsz;
+        look.skip(lpsz - 1);
+        return lpsz - 1;
+    }
+
+    const T* takeBest() {
         lookAhead<T> look(m_pRE, m_lpszEnding);
-        const bool bLeast = m_pRE->m_chRepeatMode == '?';
+        const int nMax = m_pRE->m_nMaxTimes;
         const T* lpszBest = m_lpsz;
         for (;;) {
-            if (bLeast && isFull(nMax))
-                return m_lpsz;
-            if (look.at(m_lpsz)) {
+            const T* lpszPassed = passOver(look, nMax);
+            if (lpszPassed != NULL && m_pRE->m_pPlan->m_bRestEmpty)
+                lpszBest = lpszPassed;
+            if (look.at(m_lpsz))
                 lpszBest = m_lpsz;
-                if (bLeast)
-                    return m_lpsz;
-            }
             if (isFull(nMax) || !step())
-                return bLeast ? m_lpsz : lpszBest;
+                return lpszBest;
+            m_pRE->m_lpszResultEnd = m_lpsz;
+        }
+    }
+
+    const T* takeLeast() {
+        lookAhead<T> look(m_pRE, m_lpszEnding);
+        const int nMax = m_pRE->m_nMaxTimes;
+        const bool bPass = !m_pRE->m_pPlan->m_bNothingAfter && !m_pRE->m_pPlan->m_bRestEmpty;
+        for (;;) {
+            if (bPass)
+                passOver(look, nMax);
+            if (isFull(nMax) || look.at(m_lpsz) || !step())
+                return m_lpsz;
             m_pRE->m_lpszResultEnd = m_lpsz;
         }
     }

@@ -42,10 +42,12 @@ struct rePlan {
     reBelow* m_arrBelow;   // where repetitions take one character each, the nodes below
     int m_nBelow;
     bool m_bRun;           // repetitions are a run of characters
+    bool m_bAll;           // of any characters
     bool m_bEach;          // nodes below are left as each of a run's characters says, not as the last two say
     bool m_bPartial;       // a run's last character does not touch all nodes below, but the one before it does
     bool m_bInnerLook;     // nodes below look ahead, too, beyond this one: nothing is passed over
     bool m_bNothingAfter;  // looking ahead always succeeds and touches nothing
+    bool m_bNothingFails;  // looking ahead always succeeds: nothing follows in the node's own sequence
     bool m_bRestEmpty;     // how looking ahead ends at a character without bitLook
 
     ~rePlan() { delete[] m_arrBelow; }
