@@ -2,9 +2,9 @@
 //
 // usage: qor_bench_regex [--quick]
 //
-// Every pattern is spelled twice, in the library's syntax and in the usual one. Before anything is measured, all that
-// take part must find the same match and the same groups in every subject. PCRE2 interprets its patterns here; it makes
-// no machine code of them.
+// Every pattern is spelled twice, in the library's syntax and in the usual one. Before anything is measured,
+// all that take part must find the same match and the same groups in every subject. PCRE2 interprets its
+// patterns here; it makes no machine code of them.
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -54,7 +54,8 @@ public:
     // Compiles a pattern in place of the one before.
     virtual void compile(const pattern& p) = 0;
     // Matches at lpszFrom, or at the first place behind it, in a text that begins with lpszText.
-    virtual bool match(const char* lpszText, const char* lpszFrom, const char* lpszTo, bool bSearch, found& result) = 0;
+    virtual bool match(const char* lpszText, const char* lpszFrom, const char* lpszTo, bool bSearch,
+                       found& result) = 0;
 };
 
 void expect(bool bRight, const char* lpszWho, const char* lpszWhat) {
@@ -73,7 +74,8 @@ public:
         const unsigned uFlags = p.bFold ? QOR_RegularExpressHelper::flagIgnoreCase : 0;
         expect(m_pExpress->BuildRegularExpress(p.lpszOwn, uFlags) == NULL, name(), p.lpszOwn);
     }
-    bool match(const char* lpszText, const char* lpszFrom, const char* lpszTo, bool bSearch, found& result) override {
+    bool match(const char* lpszText, const char* lpszFrom, const char* lpszTo, bool bSearch,
+               found& result) override {
         if (bSearch) {
             if (m_pExpress->SearchREOnText(lpszFrom, lpszTo) == NULL)
                 return false;
@@ -83,7 +85,8 @@ public:
                 return false;
         }
         for (int i = 0; i <= m_nGroups; ++i) {
-            const QOR_RegularExpressHelper::re_Base<char>* p = i == 0 ? m_pExpress.get() : m_pExpress->GetCaptureRE(i);
+            const QOR_RegularExpressHelper::re_Base<char>* p =
+                i == 0 ? m_pExpress.get() : m_pExpress->GetCaptureRE(i);
             result.arrBegin[i] = p->m_lpszResultBegin - lpszText;
             result.arrEnd[i] = p->m_lpszResultEnd - lpszText;
         }
@@ -101,10 +104,13 @@ public:
     void compile(const pattern& p) override {
         m_nGroups = p.nGroups;
         const auto eFold = p.bFold ? std::regex::icase : std::regex::flag_type();
-        m_pRegex = std::make_unique<std::regex>(p.lpszUsual, std::regex::ECMAScript | std::regex::optimize | eFold);
+        m_pRegex =
+            std::make_unique<std::regex>(p.lpszUsual, std::regex::ECMAScript | std::regex::optimize | eFold);
     }
-    bool match(const char* lpszText, const char* lpszFrom, const char* lpszTo, bool bSearch, found& result) override {
-        const auto eWhere = bSearch ? std::regex_constants::match_default : std::regex_constants::match_continuous;
+    bool match(const char* lpszText, const char* lpszFrom, const char* lpszTo, bool bSearch,
+               found& result) override {
+        const auto eWhere =
+            bSearch ? std::regex_constants::match_default : std::regex_constants::match_continuous;
         if (!std::regex_search(lpszFrom, lpszTo, m_match, *m_pRegex, eWhere))
             return false;
         for (int i = 0; i <= m_nGroups; ++i) {
@@ -136,9 +142,11 @@ public:
         expect(m_pCode != NULL, name(), p.lpszUsual);
         m_pMatch = pcre2_match_data_create_from_pattern(m_pCode, NULL);
     }
-    bool match(const char* lpszText, const char* lpszFrom, const char* lpszTo, bool bSearch, found& result) override {
-        const int n = pcre2_match(m_pCode, reinterpret_cast<PCRE2_SPTR>(lpszFrom), static_cast<size_t>(lpszTo - lpszFrom), 0,
-                                  bSearch ? 0 : PCRE2_ANCHORED, m_pMatch, NULL);
+    bool match(const char* lpszText, const char* lpszFrom, const char* lpszTo, bool bSearch,
+               found& result) override {
+        const int n = pcre2_match(m_pCode, reinterpret_cast<PCRE2_SPTR>(lpszFrom),
+                                  static_cast<size_t>(lpszTo - lpszFrom), 0, bSearch ? 0 : PCRE2_ANCHORED,
+                                  m_pMatch, NULL);
         if (n <= 0)
             return false;
         const PCRE2_SIZE* pAt = pcre2_get_ovector_pointer(m_pMatch);
@@ -173,10 +181,12 @@ public:
         m_pRegex = std::make_unique<RE2>(p.lpszUsual, options);
         expect(m_pRegex->ok(), name(), p.lpszUsual);
     }
-    bool match(const char* lpszText, const char* lpszFrom, const char* lpszTo, bool bSearch, found& result) override {
+    bool match(const char* lpszText, const char* lpszFrom, const char* lpszTo, bool bSearch,
+               found& result) override {
         const re2::StringPiece text(lpszFrom, static_cast<size_t>(lpszTo - lpszFrom));
         re2::StringPiece arrGroup[mostGroups + 1];
-        if (!m_pRegex->Match(text, 0, text.size(), bSearch ? RE2::UNANCHORED : RE2::ANCHOR_START, arrGroup, m_nGroups + 1))
+        if (!m_pRegex->Match(text, 0, text.size(), bSearch ? RE2::UNANCHORED : RE2::ANCHOR_START, arrGroup,
+                             m_nGroups + 1))
             return false;
         for (int i = 0; i <= m_nGroups; ++i) {
             result.arrBegin[i] = arrGroup[i].data() - lpszText;
@@ -209,7 +219,16 @@ std::vector<std::unique_ptr<contender>> allContenders() {
 #define USUAL_DATE "(\\d{4})-(\\d{2})-(\\d{2})"
 #define OWN_DATE "(\\d{4})\\-(\\d{2})\\-(\\d{2})"
 
-enum subject { subjectDate, subjectAddress, subjectLine, subjectRequest, subjectHeader, subjectId, subjectNumber, subjectText };
+enum subject {
+    subjectDate,
+    subjectAddress,
+    subjectLine,
+    subjectRequest,
+    subjectHeader,
+    subjectId,
+    subjectNumber,
+    subjectText
+};
 
 struct matchCase {
     pattern pat;
@@ -218,18 +237,20 @@ struct matchCase {
 
 constexpr matchCase arrMatch[] = {
     {{"date", OWN_DATE, USUAL_DATE, 3, false}, subjectDate},
-    {{"IP address", "(\\d{1,3})\\.(\\d{1,3})\\.(\\d{1,3})\\.(\\d{1,3})", "(\\d{1,3})\\.(\\d{1,3})\\.(\\d{1,3})\\.(\\d{1,3})", 4,
-      false},
+    {{"IP address", "(\\d{1,3})\\.(\\d{1,3})\\.(\\d{1,3})\\.(\\d{1,3})",
+      "(\\d{1,3})\\.(\\d{1,3})\\.(\\d{1,3})\\.(\\d{1,3})", 4, false},
      subjectAddress},
     {{"INI line", "\\s*([\\w\\.]+)\\s*=\\s*(.*)", "\\s*([\\w.]+)\\s*=\\s*(.*)", 2, false}, subjectLine},
     {{"alternatives", "([(?:GET)(?:POST)(?:PUT)(?:DELETE)]) (/\\S*) HTTP/1\\.([01])",
       "(GET|POST|PUT|DELETE) (/\\S*) HTTP/1\\.([01])", 3, false},
      subjectRequest},
-    {{"letters of either case", "content\\-length: *(\\d+)", "content-length: *(\\d+)", 1, true}, subjectHeader},
+    {{"letters of either case", "content\\-length: *(\\d+)", "content-length: *(\\d+)", 1, true},
+     subjectHeader},
     {{"counted sets", "[0-9a-f]{8}\\-[0-9a-f]{4}\\-[0-9a-f]{4}\\-([0-9a-f]{12})",
       "[0-9a-f]{8}-[0-9a-f]{4}-[0-9a-f]{4}-([0-9a-f]{12})", 1, false},
      subjectId},
-    {{"number", "[\\-\\+]?\\d+(?:\\.\\d+)?(?:[eE][\\-\\+]?\\d+)?", "[-+]?\\d+(?:\\.\\d+)?(?:[eE][-+]?\\d+)?", 0, false},
+    {{"number", "[\\-\\+]?\\d+(?:\\.\\d+)?(?:[eE][\\-\\+]?\\d+)?", "[-+]?\\d+(?:\\.\\d+)?(?:[eE][-+]?\\d+)?",
+      0, false},
      subjectNumber},
     {{"quoted text", "\"([^\"]*)\"", "\"([^\"]*)\"", 1, false}, subjectText},
 };
@@ -244,25 +265,31 @@ std::string subjectOf(subject eSubject, int i) {
             snprintf(sz, sizeof(sz), "%04d-%02d%c%02d", 1990 + i, 1 + i % 12, bWrong ? '/' : '-', 1 + i % 28);
             break;
         case subjectAddress:
-            snprintf(sz, sizeof(sz), "%d.%d%c%d.%d", i * 7 % 256, i * 31 % 256, bWrong ? ':' : '.', i % 3, i * 101 % 256);
+            snprintf(sz, sizeof(sz), "%d.%d%c%d.%d", i * 7 % 256, i * 31 % 256, bWrong ? ':' : '.', i % 3,
+                     i * 101 % 256);
             break;
         case subjectLine:
-            snprintf(sz, sizeof(sz), "%skey.%d%s some value with %d words", i % 2 ? "" : "  ", i, bWrong ? ":" : " =", i * 17);
+            snprintf(sz, sizeof(sz), "%skey.%d%s some value with %d words", i % 2 ? "" : "  ", i,
+                     bWrong ? ":" : " =", i * 17);
             break;
         case subjectRequest:
-            snprintf(sz, sizeof(sz), "%s /devices/%d/state?part=%d HTTP/1.%c", arrVerb[i * 5 % 4], i, i % 5, bWrong ? '2' : '1');
+            snprintf(sz, sizeof(sz), "%s /devices/%d/state?part=%d HTTP/1.%c", arrVerb[i * 5 % 4], i, i % 5,
+                     bWrong ? '2' : '1');
             break;
         case subjectHeader:
-            snprintf(sz, sizeof(sz), "%s: %d", i % 2 ? (bWrong ? "Content-Language" : "Content-Length") : "content-length", i * 997);
+            snprintf(sz, sizeof(sz), "%s: %d",
+                     i % 2 ? (bWrong ? "Content-Language" : "Content-Length") : "content-length", i * 997);
             break;
         case subjectId:
-            snprintf(sz, sizeof(sz), "%08x-%04x-%04x-%08x%s", i * 2654435761u, i, i * 77 & 0xFFFF, i * 40503u, bWrong ? "zz" : "01ef");
+            snprintf(sz, sizeof(sz), "%08x-%04x-%04x-%08x%s", i * 2654435761u, i, i * 77 & 0xFFFF, i * 40503u,
+                     bWrong ? "zz" : "01ef");
             break;
         case subjectNumber:
             snprintf(sz, sizeof(sz), i % 2 ? "-%d.%de+%d" : "%d.%d", bWrong ? -i : i * 37, i, i % 30);
             break;
         default:
-            snprintf(sz, sizeof(sz), "\"the quick brown fox jumps over %d dogs%s", i, bWrong ? "" : "\" and more");
+            snprintf(sz, sizeof(sz), "\"the quick brown fox jumps over %d dogs%s", i,
+                     bWrong ? "" : "\" and more");
     }
     return sz;
 }
@@ -273,8 +300,8 @@ constexpr pattern arrSearch[] = {
     {"rare word of either case", "EMERGENCY", "EMERGENCY", 0, true},
     {"rare alternatives", "[(?:emergency)(?:disaster)(?:overflow)]", "emergency|disaster|overflow", 0, false},
     {"date in every line", OWN_DATE, USUAL_DATE, 3, false},
-    {"rare address", "(\\d{1,3})\\.(\\d{1,3})\\.(\\d{1,3})\\.(\\d{1,3})", "(\\d{1,3})\\.(\\d{1,3})\\.(\\d{1,3})\\.(\\d{1,3})", 4,
-     false},
+    {"rare address", "(\\d{1,3})\\.(\\d{1,3})\\.(\\d{1,3})\\.(\\d{1,3})",
+     "(\\d{1,3})\\.(\\d{1,3})\\.(\\d{1,3})\\.(\\d{1,3})", 4, false},
     {"rare assignment", "(\\w+)=(\\w+)", "(\\w+)=(\\w+)", 2, false},
     {"every word", "[a-zA-Z]+", "[a-zA-Z]+", 0, false},
     {"quoted texts", "\"([^\"]*)\"", "\"([^\"]*)\"", 1, false},
@@ -285,7 +312,9 @@ std::string logText(size_t nSize) {
     std::string str;
     char sz[256];
     for (int i = 0; str.size() < nSize; ++i) {
-        snprintf(sz, sizeof(sz), "2026-%02d-%02d 12:%02d:%02d unit %d said \"%d of %d parts are there\" and went on with its work\n",
+        snprintf(sz, sizeof(sz),
+                 "2026-%02d-%02d 12:%02d:%02d unit %d said \"%d of %d parts are there\" and went on with its "
+                 "work\n",
                  1 + i % 12, 1 + i % 28, i / 60 % 60, i % 60, i % 17, i, i + 5);
         str += sz;
         if (i % 500 == 499)
@@ -301,14 +330,16 @@ bool isSame(const found& a, const found& b, int nGroups) {
     return memcmp(a.arrBegin, b.arrBegin, n) == 0 && memcmp(a.arrEnd, b.arrEnd, n) == 0;
 }
 
-void checkMatch(const std::vector<std::unique_ptr<contender>>& list, const pattern& p, const std::string& str) {
+void checkMatch(const std::vector<std::unique_ptr<contender>>& list, const pattern& p,
+                const std::string& str) {
     found first;
     const char* const lpsz = str.c_str();
     const bool bFirst = list[0]->match(lpsz, lpsz, lpsz + str.size(), false, first);
     for (const auto& other : list) {
         found result;
         const bool bResult = other->match(lpsz, lpsz, lpsz + str.size(), false, result);
-        expect(bResult == bFirst && (!bFirst || isSame(first, result, p.nGroups)), other->name(), str.c_str());
+        expect(bResult == bFirst && (!bFirst || isSame(first, result, p.nGroups)), other->name(),
+               str.c_str());
     }
 }
 
@@ -316,12 +347,14 @@ std::vector<found> allIn(contender& c, const std::string& str) {
     std::vector<found> list;
     const char* const lpszTo = str.c_str() + str.size();
     found result = {};
-    for (const char* lpsz = str.c_str(); c.match(str.c_str(), lpsz, lpszTo, true, result); lpsz = str.c_str() + result.arrEnd[0])
+    for (const char* lpsz = str.c_str(); c.match(str.c_str(), lpsz, lpszTo, true, result);
+         lpsz = str.c_str() + result.arrEnd[0])
         list.push_back(result);
     return list;
 }
 
-void checkSearch(const std::vector<std::unique_ptr<contender>>& list, const pattern& p, const std::string& str) {
+void checkSearch(const std::vector<std::unique_ptr<contender>>& list, const pattern& p,
+                 const std::string& str) {
     const std::vector<found> first = allIn(*list[0], str);
     expect(!first.empty(), p.lpszName, "finds nothing");
     for (const auto& other : list) {
@@ -355,8 +388,8 @@ private:
     int m_nCount = 0;
 };
 
-void printLine(const char* lpszName, const std::vector<std::unique_ptr<contender>>& list, const std::vector<double>& arrTime,
-               double nUnits) {
+void printLine(const char* lpszName, const std::vector<std::unique_ptr<contender>>& list,
+               const std::vector<double>& arrTime, double nUnits) {
     printf("  %-24s", lpszName);
     for (size_t i = 0; i < list.size(); ++i)
         printf("  %-10s %9.2f %6.2f", list[i]->name(), arrTime[i] / nUnits, arrTime[i] / arrTime[0]);
@@ -422,7 +455,8 @@ void printSearches() {
             listRun.push_back([&]() {
                 found result = {};
                 const char* const lpszTo = strText.c_str() + strText.size();
-                for (const char* lpsz = strText.c_str(); p->match(strText.c_str(), lpsz, lpszTo, true, result);)
+                for (const char* lpsz = strText.c_str();
+                     p->match(strText.c_str(), lpsz, lpszTo, true, result);)
                     lpsz = strText.c_str() + result.arrEnd[0];
             });
         }
