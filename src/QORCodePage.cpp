@@ -2,13 +2,12 @@
 //
 // Invariants:
 // - The table's bytes hold m_nCount entries in host order, and what is left of the file behind them.
-// - A page array is empty, or holds for each high byte the number of its page, 0: none; behind them the
-// pages, numbered
+// - A page array is empty, or holds for each high byte the number of its page, 0: none; behind them the pages, numbered
 //   from 1, with a value or '?' for each low byte.
-// - There are pages by code only where codes are in strictly ascending order: otherwise halving has its own
-// idea of which
+// - There are pages by code only where codes are in strictly ascending order: otherwise halving has its own idea of which
 //   codes are in the table.
 #include "qor/CodePage.h"
+
 #include "qor/FileHelper/Dump.h"
 #include "qor/MiscHelper/Encoding.h"
 
@@ -23,14 +22,10 @@ namespace {
 
 constexpr unsigned short unknownChar = '?';
 
-bool isAscii(unsigned uChar) {
-    return uChar < 0x80;
-}
+bool isAscii(unsigned uChar) { return uChar < 0x80; }
 
 // Neither looked up nor a lead byte.
-bool isOutside(unsigned uChar) {
-    return uChar == 0x80 || uChar == 0xFF;
-}
+bool isOutside(unsigned uChar) { return uChar == 0x80 || uChar == 0xFF; }
 
 // Sets the length of a text that was written into the buffer: it may hold characters of value 0.
 template <class T>
@@ -142,9 +137,7 @@ inline unsigned short chCodePage::CharOf(unsigned short wCode) const {
     return m_arrChar.IsEmpty() ? CharByHalving(wCode) : inPages(m_arrChar.GetBuffer(), wCode);
 }
 
-unsigned short chCodePage::MBCS2W_fast(unsigned short wCode) const {
-    return CharOf(wCode);
-}
+unsigned short chCodePage::MBCS2W_fast(unsigned short wCode) const { return CharOf(wCode); }
 
 unsigned short chCodePage::W2MBCS_slow(unsigned short wChar) const {
     return m_arrCode.IsEmpty() ? unknownChar : inPages(m_arrCode.GetBuffer(), wChar);
@@ -164,8 +157,7 @@ chReferenceStringT<char> chCodePage::W2MBCS(const unsigned short* lpszTextW) con
             *lpszTo++ = isAscii(*lpszTextW) ? static_cast<char>(*lpszTextW) : '?';
             continue;
         }
-        const unsigned short wCode =
-            m_arrCode.IsEmpty() ? unknownChar : inPages(m_arrCode.GetBuffer(), *lpszTextW);
+        const unsigned short wCode = m_arrCode.IsEmpty() ? unknownChar : inPages(m_arrCode.GetBuffer(), *lpszTextW);
         *lpszTo++ = static_cast<char>(wCode >> 8);
         *lpszTo++ = static_cast<char>(wCode & 0xFF);
     }
@@ -186,8 +178,7 @@ chReferenceStringT<unsigned short> chCodePage::MBCS2W(const char* lpszText) cons
         else if (isOutside(uLead) || *lpszText == 0)
             *lpszTo++ = unknownChar;
         else
-            *lpszTo++ =
-                CharOf(static_cast<unsigned short>(uLead << 8 | static_cast<unsigned char>(*lpszText++)));
+            *lpszTo++ = CharOf(static_cast<unsigned short>(uLead << 8 | static_cast<unsigned char>(*lpszText++)));
     }
     setLength(wstr, lpszTo - lpszBegin);
     return wstr;

@@ -1,7 +1,7 @@
 // The root: building, searching, captures and custom aliases.
-#include <string.h>
-
 #include "internal/regular_express.h"
+
+#include <string.h>
 
 #define QOR_MODULE "RegularExpress"
 #include "internal/report.h"
@@ -11,8 +11,7 @@ using namespace QOR_StringHelper;
 namespace QOR_RegularExpressHelper {
 
 template <class T>
-reRegularExpress<T>::reRegularExpress(const T* lpszREText, unsigned int nFlags)
-    : m_lpszFoundEnd(NULL), m_pState(NULL) {
+reRegularExpress<T>::reRegularExpress(const T* lpszREText, unsigned int nFlags) : m_lpszFoundEnd(NULL), m_pState(NULL) {
     this->m_uTraits |= traitExpress;
     this->m_nFlags = nFlags;
     if (lpszREText != NULL)
@@ -113,9 +112,9 @@ const T* passFailed(const reState& state, const T* lpsz, const T* lpszTo) {
 
 }  // namespace
 
-// Places where no match can begin are passed over. Behind the first attempt, what nodes remember is kept from
-// place to place, and where no back-reference looks at results, only those that matter for the answer are
-// kept up; the place that is found is then matched once more, for all of them.
+// Places where no match can begin are passed over. Behind the first attempt, what nodes remember is kept from place to
+// place, and where no back-reference looks at results, only those that matter for the answer are kept up; the place
+// that is found is then matched once more, for all of them.
 template <class T>
 const T* reRegularExpress<T>::SearchREOnText(const T* lpszSrcText, const T* lpszSrcEnding) {
     if (lpszSrcText == NULL)

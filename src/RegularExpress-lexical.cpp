@@ -18,8 +18,12 @@ struct aliasRow {
 
 // The patterns hold tabs, carriage returns and line feeds as they are.
 constexpr aliasRow arrAdvanceAlias[] = {
-    {"\\d", "[0-9]"},         {"\\D", "[^0-9\\x0]"},   {"\\s", "[\t-\r ]"},
-    {"\\S", "[^\t-\r \\x0]"}, {"\\w", "[a-zA-Z0-9_]"}, {"\\W", "[^a-zA-Z0-9_\\x0]"},
+    {"\\d", "[0-9]"},
+    {"\\D", "[^0-9\\x0]"},
+    {"\\s", "[\t-\r ]"},
+    {"\\S", "[^\t-\r \\x0]"},
+    {"\\w", "[a-zA-Z0-9_]"},
+    {"\\W", "[^a-zA-Z0-9_\\x0]"},
 };
 
 int digitValue(int ch) {
@@ -105,8 +109,7 @@ const char* reGetDigitValue(const char* lpszText, int& nValue, int nBase) {
 const char* reGetAscii(re_Base<char>* pRE, const char* lpszText, int& nValue) {
     nValue = -1;
     int nLength = 0;
-    if (*lpszText == 0 || reFind("^()[]{}?+*-", *lpszText) != NULL ||
-        reGetAlias(pRE, lpszText, &nLength) != NULL)
+    if (*lpszText == 0 || reFind("^()[]{}?+*-", *lpszText) != NULL || reGetAlias(pRE, lpszText, &nLength) != NULL)
         return NULL;
     if (*lpszText != '\\') {
         nValue = static_cast<int>(charValue(*lpszText));

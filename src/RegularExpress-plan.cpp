@@ -1,5 +1,5 @@
-// What a build works out about its tree, so that matching can pass over what cannot be otherwise. Everything
-// is decided per character, for a place in front of the end of the text; at the end nothing is passed over.
+// What a build works out about its tree, so that matching can pass over what cannot be otherwise. Everything is decided
+// per character, for a place in front of the end of the text; at the end nothing is passed over.
 //
 // The tree is walked from its end to its begin, because a repetition looks at what follows it.
 #include <string.h>
@@ -44,23 +44,21 @@ private:
 
 // What a node does at a place, by the character that stands there.
 struct traitsOf {
-    charSet setFirst;  // other characters: it fails, or matches nothing, touching the same nodes with the
-                       // same outcome
-    charSet setStart;  // other characters: it fails, or matches nothing
-    charSet setTakes;  // bSingle only: the characters that it takes
-    bool bNothing = false;  // it may match nothing
-    bool bSingle = false;   // it takes one character or fails, by that character alone
-    bool bUniform = false;  // bSingle only: whatever the character, all nodes below are touched
-    bool bLooks = false;    // it looks ahead, or a node below does
-    bool bPartial = false;  // bSingle only: not all nodes below are touched where it fails
+    charSet setFirst;         // other characters: it fails, or matches nothing, touching the same nodes with the same outcome
+    charSet setStart;         // other characters: it fails, or matches nothing
+    charSet setTakes;         // bSingle only: the characters that it takes
+    bool bNothing = false;    // it may match nothing
+    bool bSingle = false;     // it takes one character or fails, by that character alone
+    bool bUniform = false;    // bSingle only: whatever the character, all nodes below are touched
+    bool bLooks = false;      // it looks ahead, or a node below does
+    bool bPartial = false;    // bSingle only: not all nodes below are touched where it fails
 };
 
 // What follows a node.
 struct following {
-    charSet setFirst;  // other characters: it ends as bNothing says, touching the same nodes with the same
-                       // outcome
-    bool bNothing = true;  // the rest of the node's own sequence may match nothing
-    bool bNone = true;     // there is nothing, up to the root
+    charSet setFirst;       // other characters: it ends as bNothing says, touching the same nodes with the same outcome
+    bool bNothing = true;   // the rest of the node's own sequence may match nothing
+    bool bNone = true;      // there is nothing, up to the root
 };
 
 class planner {
@@ -270,8 +268,7 @@ private:
             traits.setTakes.add(child.setTakes);
             traits.bNothing = traits.bNothing || child.bNothing;
             traits.bLooks = traits.bLooks || child.bLooks;
-            traits.bSingle =
-                traits.bSingle && isSingleChild(pChild, child) && (nCount == 1 || !child.bPartial);
+            traits.bSingle = traits.bSingle && isSingleChild(pChild, child) && (nCount == 1 || !child.bPartial);
             traits.bUniform = traits.bUniform && child.bUniform;
             traits.bPartial = traits.bPartial || child.bPartial;
         }
@@ -299,8 +296,7 @@ private:
     // ---- all repetitions
 
     traitsOf planNode(node* p, const following& after) {
-        traitsOf traits =
-            (p->m_uTraits & traitGroup) != 0 ? planGroup(static_cast<group*>(p), after) : planLeaf(p);
+        traitsOf traits = (p->m_uTraits & traitGroup) != 0 ? planGroup(static_cast<group*>(p), after) : planLeaf(p);
         if (p->m_nMinTimes == 1 && p->m_nMaxTimes == 1)
             return traits;
         fillPlan(p, traits, after);
@@ -334,8 +330,7 @@ private:
 
     // A group that takes one character, and is not part of another such node, is matched by its plan, too.
     void fillSingle(node* p, const traitsOf& traits) {
-        if (!traits.bSingle || (p->m_uTraits & traitGroup) == 0 || m_nSingles == mostSingles ||
-            newPlan(p) == NULL)
+        if (!traits.bSingle || (p->m_uTraits & traitGroup) == 0 || m_nSingles == mostSingles || newPlan(p) == NULL)
             return;
         ++m_nSingles;
         fillTakes(p, traits);
@@ -372,8 +367,7 @@ private:
         return nBelow;
     }
 
-    // Notes the nodes below a node that is applied at some characters, and answers which it takes, asked or
-    // not.
+    // Notes the nodes below a node that is applied at some characters, and answers which it takes, asked or not.
     static charSet takenBelow(rePlan* pPlan, node* p, const charSet& setReached) {
         if ((p->m_uTraits & traitGroup) == 0)
             return leafSet(p);
@@ -406,8 +400,6 @@ private:
 
 }  // namespace
 
-bool planTree(reRegularExpress<char>& express) {
-    return planner(express).run();
-}
+bool planTree(reRegularExpress<char>& express) { return planner(express).run(); }
 
 }  // namespace QOR_RegularExpressHelper

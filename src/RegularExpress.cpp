@@ -1,32 +1,29 @@
 // Nodes: their trees, and matching.
 //
-// Matching is a recursion that goes down the tree and, where a repetition looks ahead, on to what follows it.
-// Both ways lead to nodes further behind in the pattern only, so the depth is bounded by what the compiler
-// counts (maxDepth).
+// Matching is a recursion that goes down the tree and, where a repetition looks ahead, on to what follows it. Both ways
+// lead to nodes further behind in the pattern only, so the depth is bounded by what the compiler counts (maxDepth).
 //
 // The shortcuts answer and leave every node's result exactly as the plain steps would:
-// - A run of characters (rePlan::m_bRun) is scanned by a table. Its children, which the plain steps would
-// apply at each
-//   place, are then applied at the last two places only: at these all of them are touched that ever were, and
-//   last.
-// - Looking ahead at a character without bitLook ends as rePlan::m_bRestEmpty says, and touches the same
-// nodes with the
-//   same outcome at each such character. So of several such places in a row only the last is made up for, in
-//   front of the next one that has to be tried, or at the end of the repetition. Where nodes below the
-//   repeated one look ahead over the same nodes, the order would not be kept, so nothing is passed over.
-// Behind reState::mostLooks look-aheads their answers are kept and not made twice. Nodes that only looking
-// ahead came to, and nothing else afterwards, then keep an older result; all others have theirs.
+// - Where a node takes one character (the child of a run, rePlan::m_bRun, or a group), a table says whether it does, and the
+//   nodes below get the results that the character gives them (rePlan::m_arrBelow). A run is scanned, and the nodes below
+//   then get the results of its last two places only: at these all of them are touched that ever were, and last. Where
+//   that is not so (rePlan::m_bEach), they get those of each place.
+// - Looking ahead at a character without bitLook ends as rePlan::m_bRestEmpty says, and touches the same nodes with the
+//   same outcome at each such character. So of several such places in a row only the last is made up for, in front of
+//   the next one that has to be tried, or at the end of the repetition. Where nodes below the repeated one look ahead
+//   over the same nodes, the order would not be kept, so nothing is passed over.
+// Behind reState::mostLooks look-aheads their answers are kept and not made twice. Nodes that only looking ahead came to,
+// and nothing else afterwards, then keep an older result; all others have theirs.
 //
-// A search that scouts (reState::m_bScouting) leaves both kinds of making up out; it matches once more at the
-// end.
+// A search that scouts (reState::m_bScouting) leaves both kinds of making up out; it matches once more at the end.
 //
-// The virtual functions are the nodes' face; inside, nodes are told apart by their traits, so that the
-// compiler sees one recursion.
+// The virtual functions are the nodes' face; inside, nodes are told apart by their traits, so that the compiler sees
+// one recursion.
+#include "qor/RegularExpressHelper.h"
+
 #include <stdint.h>
 
 #include <new>
-
-#include "qor/RegularExpressHelper.h"
 
 #define QOR_MODULE "RegularExpress"
 #include "internal/regular_express.h"
@@ -59,8 +56,7 @@ const T* findEnd(re_Base<T>* pRE, const T* lpszText) {
     return expressOf(pRE)->m_lpszFoundEnd = lpszText + chStrlen(lpszText);
 }
 
-// Whether a node may stand there; behind an end that was found it may not, but behind one that was given it
-// must not.
+// Whether a node may stand there; behind an end that was found it may not, but behind one that was given it must not.
 template <class T>
 bool mayStand(re_Base<T>* pRE, const T* lpszSrcText, const T* lpszSrcEnding) {
     if (lpszSrcEnding == NULL || lpszSrcText <= lpszSrcEnding)
@@ -220,9 +216,7 @@ template <class T>
 inline const T* applySingle(const rePlan* pPlan, const T* lpsz, const T* lpszEnding) {
     if (!pPlan->m_pState->m_bScouting)
         touchBelow(pPlan, lpsz, lpszEnding);
-    return !isAtEnd(lpsz, lpszEnding) && (pPlan->m_arrChar[charValue(*lpsz)] & rePlan::bitTakes) != 0
-               ? lpsz + 1
-               : NULL;
+    return !isAtEnd(lpsz, lpszEnding) && (pPlan->m_arrChar[charValue(*lpsz)] & rePlan::bitTakes) != 0 ? lpsz + 1 : NULL;
 }
 
 // The repetitions of one.
@@ -231,13 +225,8 @@ template <class T>
 class charRun {
 public:
     charRun(re_Base<T>* pRE, const T* lpszSrcText, const T* lpszSrcEnding)
-        : m_pRE(pRE),
-          m_pTable(pRE->m_pPlan->m_arrChar),
-          m_lpszBegin(lpszSrcText),
-          m_lpszEnding(lpszSrcEnding),
-          m_lpsz(lpszSrcText),
-          m_bRefused(false),
-          m_bTouch(pRE->m_pPlan->m_nBelow > 0 && !pRE->m_pPlan->m_pState->m_bScouting),
+        : m_pRE(pRE), m_pTable(pRE->m_pPlan->m_arrChar), m_lpszBegin(lpszSrcText), m_lpszEnding(lpszSrcEnding),
+          m_lpsz(lpszSrcText), m_bRefused(false), m_bTouch(pRE->m_pPlan->m_nBelow > 0 && !pRE->m_pPlan->m_pState->m_bScouting),
           m_bEach(m_bTouch && pRE->m_pPlan->m_bEach) {}
 
     const T* apply() {
@@ -294,16 +283,14 @@ private:
         const int nMin = m_pRE->m_nMinTimes, nMax = m_pRE->m_nMaxTimes;
         if (nMax != -1 && nMax <= nMin)
             return m_lpsz;
-        if (m_pRE->m_chRepeatMode == '+' ||
-            (m_pRE->m_chRepeatMode == ' ' && m_pRE->m_pPlan->m_bNothingAfter)) {
+        if (m_pRE->m_chRepeatMode == '+' || (m_pRE->m_chRepeatMode == ' ' && m_pRE->m_pPlan->m_bNothingAfter)) {
             scanTo(nMax);
             return m_lpsz;
         }
         return m_pRE->m_chRepeatMode == '?' ? takeLeast() : takeBest();
     }
 
-    // Passes over the places at which looking ahead is known to end without being tried. The last one, or
-    // null.
+    // Passes over the places at which looking ahead is known to end without being tried. The last one, or null.
     const T* passOver(lookAhead<T>& look, int nMax) {
         if (m_bEach || isFull(nMax))
             return NULL;
@@ -504,8 +491,7 @@ const T* applyAfter(re_Base<T>* pRE, int iIndex, const T* lpsz, const T* lpszEnd
 // The end for a caller from outside.
 template <class T>
 inline const T* endFor(re_Base<T>* pRE, const T* lpszSrcText, const T* lpszSrcEnding) {
-    return lpszSrcEnding == NULL && (pRE->m_uTraits & traitOvershoot) != 0 ? findEnd(pRE, lpszSrcText)
-                                                                           : lpszSrcEnding;
+    return lpszSrcEnding == NULL && (pRE->m_uTraits & traitOvershoot) != 0 ? findEnd(pRE, lpszSrcText) : lpszSrcEnding;
 }
 
 }  // namespace
@@ -526,17 +512,8 @@ void dropPlans(re_Base<T>* pRE) {
 
 template <class T>
 re_Base<T>::re_Base()
-    : m_bNegative(0),
-      m_nFlags(0),
-      m_nMinTimes(1),
-      m_nMaxTimes(1),
-      m_chRepeatMode('-'),
-      m_pParentRE(NULL),
-      m_iIndexInParent(-1),
-      m_lpszResultBegin(NULL),
-      m_lpszResultEnd(NULL),
-      m_uTraits(0),
-      m_pPlan(NULL) {}
+    : m_bNegative(0), m_nFlags(0), m_nMinTimes(1), m_nMaxTimes(1), m_chRepeatMode('-'), m_pParentRE(NULL),
+      m_iIndexInParent(-1), m_lpszResultBegin(NULL), m_lpszResultEnd(NULL), m_uTraits(0), m_pPlan(NULL) {}
 
 template <class T>
 re_Base<T>::~re_Base() {
@@ -578,15 +555,14 @@ void re_Base<T>::TraceResult() {
     const T* lpszIndent = strIndent;
     const T* lpszREText = m_strREText;
     if (m_lpszResultEnd == NULL) {
-        QOR_TraceHelper::qorTrace(2, "%s \"%s\"{%d,%d}%c = \"ERROR\"", lpszIndent, lpszREText, m_nMinTimes,
-                                  m_nMaxTimes, m_chRepeatMode);
+        QOR_TraceHelper::qorTrace(2, "%s \"%s\"{%d,%d}%c = \"ERROR\"", lpszIndent, lpszREText, m_nMinTimes, m_nMaxTimes,
+                                  m_chRepeatMode);
         return;
     }
     const int nLength = static_cast<int>(m_lpszResultEnd - m_lpszResultBegin);
-    const chReferenceStringT<T> strResult(m_lpszResultBegin,
-                                          nLength < mostTracedText ? nLength : mostTracedText);
-    QOR_TraceHelper::qorTrace(2, "%s \"%s\"{%d,%d}%c = \"%s\"(%d)", lpszIndent, lpszREText, m_nMinTimes,
-                              m_nMaxTimes, m_chRepeatMode, static_cast<const T*>(strResult), nLength);
+    const chReferenceStringT<T> strResult(m_lpszResultBegin, nLength < mostTracedText ? nLength : mostTracedText);
+    QOR_TraceHelper::qorTrace(2, "%s \"%s\"{%d,%d}%c = \"%s\"(%d)", lpszIndent, lpszREText, m_nMinTimes, m_nMaxTimes,
+                              m_chRepeatMode, static_cast<const T*>(strResult), nLength);
 }
 
 template <class T>
@@ -671,12 +647,10 @@ const T* re_Group<T>::ApplyChildRE(int iIndex, const T* lpszSrcText, const T* lp
 }
 
 template <class T>
-const T* re_Group<T>::ApplyChildForOptional(int iIndex, const T* lpszSrcText, const T* lpszSrcEnding,
-                                            int nTimes) {
+const T* re_Group<T>::ApplyChildForOptional(int iIndex, const T* lpszSrcText, const T* lpszSrcEnding, int nTimes) {
     if (!QOR_ASSERT(nTimes != 0))
         return NULL;
-    return applyOptional(m_arrTargetREs[iIndex], lpszSrcText, endFor<T>(this, lpszSrcText, lpszSrcEnding),
-                         nTimes);
+    return applyOptional(m_arrTargetREs[iIndex], lpszSrcText, endFor<T>(this, lpszSrcText, lpszSrcEnding), nTimes);
 }
 
 namespace {

@@ -1,9 +1,9 @@
 /// @file
 /// Code pages: 16-bit wide text to and from double-byte sets, by a table that is loaded from a file.
 ///
-/// A table file is a plain sequence of entries of four bytes: the wide character, then its double-byte code,
-/// lead byte first, both big-endian; sorted by code. ASCII is in no table and passes through.
-/// `scripts/codepages` makes such files from the character maps of the development machine.
+/// A table file is a plain sequence of entries of four bytes: the wide character, then its double-byte code, lead
+/// byte first, both big-endian; sorted by code. ASCII is in no table and passes through. `scripts/codepages` makes
+/// such files from the character maps of the development machine.
 ///
 /// @code
 /// const QOR_CodePage::chCodePage page("/rundata/big5.tbl");
@@ -12,11 +12,9 @@
 /// @endcode
 ///
 /// - Any file is accepted: codes of a table that is not sorted are not all found, nothing worse.
-/// - Loading works out where to look: in a sorted table, a conversion takes the same time for every
-/// character. In one that
+/// - Loading works out where to look: in a sorted table, a conversion takes the same time for every character. In one that
 ///   is not, codes are looked for by halving.
-/// - A loaded table takes its file's size, and 512 bytes for each lead byte and each 256 wide characters in a
-/// row of which
+/// - A loaded table takes its file's size, and 512 bytes for each lead byte and each 256 wide characters in a row of which
 ///   it holds any.
 /// - What a conversion yields may hold characters of value 0 (see W2MBCS()); its GetLength() counts them.
 /// - Conversions change nothing, so threads may share a table while none of them loads or unloads it.
@@ -38,18 +36,17 @@ public:
     /// Unloads.
     ~chCodePage() { UnloadCodePageFile(); }
 
-    /// Replaces the table by a file's; bytes behind the last whole entry are ignored. Whether there is an
-    /// entry; without one (a missing, unreadable or short file) the table is empty. Fatal: a null or empty
-    /// name.
+    /// Replaces the table by a file's; bytes behind the last whole entry are ignored. Whether there is an entry;
+    /// without one (a missing, unreadable or short file) the table is empty. Fatal: a null or empty name.
     BOOL LoadCodePageFile(const char* lpszCodePageFile);
     /// Empties the table.
     void UnloadCodePageFile();
 
-    /// Converts wide text. A character from 0x80 on becomes two bytes: those of its code, or 0 and '?' when
-    /// it has none; 0x80 and 0xFF become one '?'. Fatal: null ("lpszTextW != NULL").
+    /// Converts wide text. A character from 0x80 on becomes two bytes: those of its code, or 0 and '?' when it has
+    /// none; 0x80 and 0xFF become one '?'. Fatal: null ("lpszTextW != NULL").
     QOR_StringHelper::chReferenceStringT<char> W2MBCS(const unsigned short* lpszTextW) const;
-    /// Converts double-byte text. A code without an entry, the bytes 0x80 and 0xFF where a lead byte would
-    /// stand, and a lead byte at the end become '?'. Fatal: null ("lpszText != NULL").
+    /// Converts double-byte text. A code without an entry, the bytes 0x80 and 0xFF where a lead byte would stand, and a
+    /// lead byte at the end become '?'. Fatal: null ("lpszText != NULL").
     QOR_StringHelper::chReferenceStringT<unsigned short> MBCS2W(const char* lpszText) const;
 
     /// The wide character of a code; '?' when there is none.

@@ -1,5 +1,4 @@
-// What the sources of the regular expressions share: the state of a build, and what a build works out for
-// matching.
+// What the sources of the regular expressions share: the state of a build, and what a build works out for matching.
 #ifndef QOR_INTERNAL_REGULAR_EXPRESS_H
 #define QOR_INTERNAL_REGULAR_EXPRESS_H
 
@@ -11,8 +10,8 @@
 
 namespace QOR_RegularExpressHelper {
 
-// The build under way. m_nLook is the depth of the deepest repetition in front that looks ahead: the matcher
-// may stand in it when it comes to what follows.
+// The build under way. m_nLook is the depth of the deepest repetition in front that looks ahead: the matcher may stand
+// in it when it comes to what follows.
 struct reBuild {
     int m_nNodes = 0;
     int m_nDepth = 0;
@@ -23,16 +22,14 @@ struct reBuild {
 
 struct reState;
 
-// A node below one that takes one character: at which characters it is applied, and which of these it takes.
-// At the end of the text it is applied and fails.
+// A node below one that takes one character: at which characters it is applied, and which of these it takes. At the end
+// of the text it is applied and fails.
 struct reBelow {
     re_Base<char>* m_pRE;
     uint32_t m_arrReached[8];
     uint32_t m_arrTaken[8];
 
-    static uint32_t has(const uint32_t (&arr)[8], unsigned uChar) {
-        return arr[uChar / 32] >> uChar % 32 & 1;
-    }
+    static uint32_t has(const uint32_t (&arr)[8], unsigned uChar) { return arr[uChar / 32] >> uChar % 32 & 1; }
 };
 
 // What a node knows about the characters of a text: a repeated one, or a group that takes one character.
@@ -41,14 +38,14 @@ struct rePlan {
     static constexpr uint8_t bitLook = 2;   // looking ahead has to be tried at the character
 
     uint8_t m_arrChar[256];
-    reState* m_pState;    // the tree's
-    reBelow* m_arrBelow;  // where repetitions take one character each, the nodes below
+    reState* m_pState;     // the tree's
+    reBelow* m_arrBelow;   // where repetitions take one character each, the nodes below
     int m_nBelow;
-    bool m_bRun;        // repetitions are a run of characters
-    bool m_bAll;        // of any characters
-    bool m_bEach;       // nodes below are left as each of a run's characters says, not as the last two say
-    bool m_bPartial;    // a run's last character does not touch all nodes below, but the one before it does
-    bool m_bInnerLook;  // nodes below look ahead, too, beyond this one: nothing is passed over
+    bool m_bRun;           // repetitions are a run of characters
+    bool m_bAll;           // of any characters
+    bool m_bEach;          // nodes below are left as each of a run's characters says, not as the last two say
+    bool m_bPartial;       // a run's last character does not touch all nodes below, but the one before it does
+    bool m_bInnerLook;     // nodes below look ahead, too, beyond this one: nothing is passed over
     bool m_bNothingAfter;  // looking ahead always succeeds and touches nothing
     bool m_bNothingFails;  // looking ahead always succeeds: nothing follows in the node's own sequence
     bool m_bRestEmpty;     // how looking ahead ends at a character without bitLook
@@ -56,8 +53,7 @@ struct rePlan {
     ~rePlan() { delete[] m_arrBelow; }
 };
 
-// What looking ahead has answered, by the node and the place. A place of the table is overwritten by what
-// comes later.
+// What looking ahead has answered, by the node and the place. A place of the table is overwritten by what comes later.
 class reAnswers {
 public:
     static constexpr int countEntry = 65536;
@@ -79,8 +75,7 @@ private:
         bool bAnswer;
     };
     static unsigned indexOf(const rePlan* pPlan, const void* pText) {
-        const uintptr_t u =
-            reinterpret_cast<uintptr_t>(pText) + reinterpret_cast<uintptr_t>(pPlan) / 16 * 2654435761u;
+        const uintptr_t u = reinterpret_cast<uintptr_t>(pText) + reinterpret_cast<uintptr_t>(pPlan) / 16 * 2654435761u;
         return static_cast<unsigned>(u % countEntry);
     }
 
@@ -92,13 +87,12 @@ struct reState {
     // So many look-aheads are made one by one; beyond, their answers are kept, and not made twice.
     static constexpr int mostLooks = 1 << 18;
 
-    bool m_arrStart[256];       // whether a match may begin with the character
-    int m_nStart = -1;          // the one character that a match begins with; -1: there are several, or none
-    bool m_bReference = false;  // there are back-references: an answer depends on more than its place
-    bool m_bScouting = false;   // nobody will look at the results of this attempt
-    // Every match begins with a run of characters that has no upper limit, and what follows it does not
-    // depend on where the run began: where an attempt fails, those up to the run's end fail, too, and, with
-    // m_bLeadEmpty, there as well.
+    bool m_arrStart[256];      // whether a match may begin with the character
+    int m_nStart = -1;         // the one character that a match begins with; -1: there are several, or none
+    bool m_bReference = false; // there are back-references: an answer depends on more than its place
+    bool m_bScouting = false;  // nobody will look at the results of this attempt
+    // Every match begins with a run of characters that has no upper limit, and what follows it does not depend on where
+    // the run began: where an attempt fails, those up to the run's end fail, too, and, with m_bLeadEmpty, there as well.
     const rePlan* m_pLead = NULL;
     bool m_bLeadEmpty = false;
     int m_nLooks = 0;

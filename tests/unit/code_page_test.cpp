@@ -30,9 +30,7 @@ chCodePage pageOf(const std::string& strBytes) {
     return chCodePage(szName);
 }
 
-chCodePage pageOf(const pairs& listPair) {
-    return pageOf(bytesOf(listPair));
-}
+chCodePage pageOf(const pairs& listPair) { return pageOf(bytesOf(listPair)); }
 
 // Wide characters that are not sorted, over codes that are.
 const pairs s_listPair = {{0x4E00, 0xA440}, {0x00FF, 0xA441}, {0x4E2D, 0xA4A4}, {0x0080, 0xA4A5},
@@ -55,9 +53,7 @@ std::string toBytes(const chCodePage& page, const std::u16string& str) {
     return narrow(page.W2MBCS(listUnit.data()));
 }
 
-std::u16string toWide(const chCodePage& page, const std::string& str) {
-    return wide(page.MBCS2W(str.c_str()));
-}
+std::u16string toWide(const chCodePage& page, const std::string& str) { return wide(page.MBCS2W(str.c_str())); }
 
 // ---- loading
 
@@ -188,15 +184,13 @@ TEST(CodePage, AsciiPassesBothWaysEvenIfTheTableMapsIt) {
 
 TEST(CodePage, MixedTextIsConvertedThereAndBack) {
     const chCodePage page = pageOf(s_listPair);
-    EXPECT_EQ(u"a\u4E00b\u4E2D\u3042c", toWide(page,
-                                               "a\xA4\x40"
-                                               "b\xA4\xA4\xA5\xFE"
-                                               "c"));
-    EXPECT_EQ(
-        "a\xA4\x40"
-        "b\xA4\xA4\xA5\xFE"
-        "c",
-        toBytes(page, u"a\u4E00b\u4E2D\u3042c"));
+    EXPECT_EQ(u"a\u4E00b\u4E2D\u3042c", toWide(page, "a\xA4\x40"
+                                                     "b\xA4\xA4\xA5\xFE"
+                                                     "c"));
+    EXPECT_EQ("a\xA4\x40"
+              "b\xA4\xA4\xA5\xFE"
+              "c",
+              toBytes(page, u"a\u4E00b\u4E2D\u3042c"));
 }
 
 TEST(CodePage, EmptyTextStaysEmpty) {
@@ -233,9 +227,8 @@ TEST(CodePage, ALoneLeadByteAtTheEndIsAQuestionMark) {
 
 TEST(CodePage, AnUnknownCodeTakesItsTrailByteWithIt) {
     const chCodePage page = pageOf(s_listPair);
-    EXPECT_EQ(u"?b?", toWide(page,
-                             "\xA4"
-                             "ab\xA4\xFF"));
+    EXPECT_EQ(u"?b?", toWide(page, "\xA4"
+                                   "ab\xA4\xFF"));
 }
 
 TEST(CodePage, AWideCharacterOfValueZeroStaysInsideTheText) {
