@@ -44,7 +44,7 @@ private:
 
 // What a node does at a place, by the character that stands there.
 struct traitsOf {
-    charSet setFirst;         // other characters: it fails, or matches nothing, touching the same nodes with the same outcome
+    charSet setFirst;         // other characters: it fails, or matches nothing, touching the same nodes alike
     charSet setStart;         // other characters: it fails, or matches nothing
     charSet setTakes;         // bSingle only: the characters that it takes
     bool bNothing = false;    // it may match nothing

@@ -226,7 +226,8 @@ class charRun {
 public:
     charRun(re_Base<T>* pRE, const T* lpszSrcText, const T* lpszSrcEnding)
         : m_pRE(pRE), m_pTable(pRE->m_pPlan->m_arrChar), m_lpszBegin(lpszSrcText), m_lpszEnding(lpszSrcEnding),
-          m_lpsz(lpszSrcText), m_bRefused(false), m_bTouch(pRE->m_pPlan->m_nBelow > 0 && !pRE->m_pPlan->m_pState->m_bScouting),
+          m_lpsz(lpszSrcText), m_bRefused(false),
+          m_bTouch(pRE->m_pPlan->m_nBelow > 0 && !pRE->m_pPlan->m_pState->m_bScouting),
           m_bEach(m_bTouch && pRE->m_pPlan->m_bEach) {}
 
     const T* apply() {
@@ -449,6 +450,14 @@ const T* applyOnce(re_Base<T>* pRE, const T* lpszSrcText, const T* lpszSrcEnding
     }
 }
 
+// A repeated node; apart, so that others do without its registers.
+template <class T>
+__attribute__((noinline)) const T* applyRepeated(re_Base<T>* pRE, const T* lpszSrcText, const T* lpszSrcEnding) {
+    if (pRE->m_pPlan != NULL && pRE->m_pPlan->m_bRun)
+        return charRun<T>(pRE, lpszSrcText, lpszSrcEnding).apply();
+    return applyTimes(pRE, lpszSrcText, lpszSrcEnding);
+}
+
 // A node with its quantifier.
 template <class T>
 inline const T* applyNode(re_Base<T>* pRE, const T* lpszSrcText, const T* lpszSrcEnding) {
@@ -459,13 +468,12 @@ inline const T* applyNode(re_Base<T>* pRE, const T* lpszSrcText, const T* lpszSr
     if (lpszSrcEnding != NULL && lpszSrcText > lpszSrcEnding && !mayStand(pRE, lpszSrcText, lpszSrcEnding))
         return NULL;
     const T* lpszResult = NULL;
-    if (pRE->m_nMinTimes == 1 && pRE->m_nMaxTimes == 1)
-        lpszResult = pRE->m_pPlan != NULL ? applySingle(pRE->m_pPlan, lpszSrcText, lpszSrcEnding)
-                                          : applyOnce(pRE, lpszSrcText, lpszSrcEnding);
-    else if (pRE->m_pPlan != NULL && pRE->m_pPlan->m_bRun)
-        lpszResult = charRun<T>(pRE, lpszSrcText, lpszSrcEnding).apply();
+    if (pRE->m_nMinTimes != 1 || pRE->m_nMaxTimes != 1)
+        lpszResult = applyRepeated(pRE, lpszSrcText, lpszSrcEnding);
+    else if (pRE->m_pPlan != NULL)
+        lpszResult = applySingle(pRE->m_pPlan, lpszSrcText, lpszSrcEnding);
     else
-        lpszResult = applyTimes(pRE, lpszSrcText, lpszSrcEnding);
+        lpszResult = applyOnce(pRE, lpszSrcText, lpszSrcEnding);
     pRE->m_lpszResultEnd = lpszResult;
     return lpszResult;
 }
