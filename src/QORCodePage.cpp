@@ -1,6 +1,11 @@
 // Code pages.
 //
-// Invariant: the table's bytes hold m_nCount entries in host order, and what is left of the file behind them.
+// Invariants:
+// - The table's bytes hold m_nCount entries in host order, and what is left of the file behind them.
+// - A page array is empty, or holds for each high byte the number of its page, 0: none; behind them the pages, numbered
+//   from 1, with a value or '?' for each low byte.
+// - There are pages by code only where codes are in strictly ascending order: otherwise halving has its own idea of which
+//   codes are in the table.
 #include "qor/CodePage.h"
 
 #include "qor/FileHelper/Dump.h"
@@ -45,19 +50,67 @@ BOOL chCodePage::LoadCodePageFile(const char* lpszCodePageFile) {
         pEntry[i].m_wChar = QOR_MiscHelper::chHost2BE(pEntry[i].m_wChar);
         pEntry[i].m_wCode = QOR_MiscHelper::chHost2BE(pEntry[i].m_wCode);
     }
+    if (IsSorted())
+        MakePages(m_arrChar, &entry::m_wCode, &entry::m_wChar);
+    MakePages(m_arrCode, &entry::m_wChar, &entry::m_wCode);
     return m_nCount > 0;
 }
 
 void chCodePage::UnloadCodePageFile() {
     m_nCount = 0;
     m_arrTable.Clear();
+    m_arrChar.Clear();
+    m_arrCode.Clear();
 }
 
 const chCodePage::entry* chCodePage::firstEntry() const {
     return static_cast<const entry*>(static_cast<const void*>(m_arrTable.GetBuffer()));
 }
 
-unsigned short chCodePage::MBCS2W_fast(unsigned short wCode) const {
+// ---- pages
+
+template <class KEY, class VALUE>
+void chCodePage::MakePages(pageArray& arrPage, KEY key, VALUE value) const {
+    if (m_nCount <= 0)
+        return;
+    const entry* const pEntry = firstEntry();
+    unsigned short arrNumber[256] = {};
+    int nPages = 0;
+    for (int i = 0; i < m_nCount; ++i) {
+        unsigned short& nNumber = arrNumber[pEntry[i].*key >> 8];
+        if (nNumber == 0)
+            nNumber = static_cast<unsigned short>(++nPages);
+    }
+    arrPage.SetArraySize(256 * (nPages + 1));
+    unsigned short* const pPage = arrPage.GetBuffer();
+    for (int i = 0; i < arrPage.GetSize(); ++i)
+        pPage[i] = i < 256 ? arrNumber[i] : unknownChar;
+    // From the last entry to the first one: the first of several stays.
+    for (int i = m_nCount - 1; i >= 0; --i)
+        pPage[256 * arrNumber[pEntry[i].*key >> 8] + (pEntry[i].*key & 0xFF)] = pEntry[i].*value;
+}
+
+namespace {
+
+// The value of a key; an empty array must not be asked.
+inline unsigned short inPages(const unsigned short* pPage, unsigned uKey) {
+    const unsigned uNumber = pPage[uKey >> 8];
+    return uNumber != 0 ? pPage[256 * uNumber + (uKey & 0xFF)] : unknownChar;
+}
+
+}  // namespace
+
+// ---- codes
+
+bool chCodePage::IsSorted() const {
+    const entry* const pEntry = firstEntry();
+    for (int i = 1; i < m_nCount; ++i)
+        if (pEntry[i - 1].m_wCode >= pEntry[i].m_wCode)
+            return false;
+    return true;
+}
+
+unsigned short chCodePage::CharByHalving(unsigned short wCode) const {
     if (m_nCount <= 0)
         return unknownChar;
     const entry* pLow = firstEntry();
@@ -80,13 +133,17 @@ unsigned short chCodePage::MBCS2W_fast(unsigned short wCode) const {
     return unknownChar;
 }
 
-unsigned short chCodePage::W2MBCS_slow(unsigned short wChar) const {
-    const entry* pEntry = firstEntry();
-    for (int i = 0; i < m_nCount; ++i)
-        if (pEntry[i].m_wChar == wChar)
-            return pEntry[i].m_wCode;
-    return unknownChar;
+inline unsigned short chCodePage::CharOf(unsigned short wCode) const {
+    return m_arrChar.IsEmpty() ? CharByHalving(wCode) : inPages(m_arrChar.GetBuffer(), wCode);
 }
+
+unsigned short chCodePage::MBCS2W_fast(unsigned short wCode) const { return CharOf(wCode); }
+
+unsigned short chCodePage::W2MBCS_slow(unsigned short wChar) const {
+    return m_arrCode.IsEmpty() ? unknownChar : inPages(m_arrCode.GetBuffer(), wChar);
+}
+
+// ---- texts
 
 chReferenceStringT<char> chCodePage::W2MBCS(const unsigned short* lpszTextW) const {
     chReferenceStringT<char> str;
@@ -100,7 +157,7 @@ chReferenceStringT<char> chCodePage::W2MBCS(const unsigned short* lpszTextW) con
             *lpszTo++ = isAscii(*lpszTextW) ? static_cast<char>(*lpszTextW) : '?';
             continue;
         }
-        const unsigned short wCode = W2MBCS_slow(*lpszTextW);
+        const unsigned short wCode = m_arrCode.IsEmpty() ? unknownChar : inPages(m_arrCode.GetBuffer(), *lpszTextW);
         *lpszTo++ = static_cast<char>(wCode >> 8);
         *lpszTo++ = static_cast<char>(wCode & 0xFF);
     }
@@ -121,7 +178,7 @@ chReferenceStringT<unsigned short> chCodePage::MBCS2W(const char* lpszText) cons
         else if (isOutside(uLead) || *lpszText == 0)
             *lpszTo++ = unknownChar;
         else
-            *lpszTo++ = MBCS2W_fast(static_cast<unsigned short>(uLead << 8 | static_cast<unsigned char>(*lpszText++)));
+            *lpszTo++ = CharOf(static_cast<unsigned short>(uLead << 8 | static_cast<unsigned char>(*lpszText++)));
     }
     setLength(wstr, lpszTo - lpszBegin);
     return wstr;

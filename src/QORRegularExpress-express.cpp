@@ -26,8 +26,16 @@ reRegularExpress<T>::~reRegularExpress() {
 
 template <class T>
 void reRegularExpress<T>::ClearResult() {
-    re_Group<T>::ClearResult();
     m_lpszFoundEnd = NULL;
+    if (m_pState == NULL || m_pState->m_arrNode == NULL) {
+        re_Group<T>::ClearResult();
+    } else {
+        re_Base<T>::ClearResult();
+        for (int i = 0; i < m_pState->m_nNodes; ++i) {
+            m_pState->m_arrNode[i]->m_lpszResultBegin = NULL;
+            m_pState->m_arrNode[i]->m_lpszResultEnd = NULL;
+        }
+    }
     if (m_pState != NULL)
         m_pState->clear();
 }

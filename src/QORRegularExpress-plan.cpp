@@ -24,10 +24,19 @@ public:
         for (int i = 0; i < 8; ++i)
             m_arrWord[i] |= r.m_arrWord[i];
     }
+    void addRange(uint32_t uLow, uint32_t uHigh) {
+        for (uint32_t ch = uLow; ch <= uHigh && ch < 256; ++ch)
+            add(static_cast<int>(ch));
+    }
+    void remove(const charSet& r) {
+        for (int i = 0; i < 8; ++i)
+            m_arrWord[i] &= ~r.m_arrWord[i];
+    }
     void invert() {
         for (int i = 0; i < 8; ++i)
             m_arrWord[i] = ~m_arrWord[i];
     }
+    void copyTo(uint32_t (&arr)[8]) const { memcpy(arr, m_arrWord, sizeof(arr)); }
 
 private:
     uint32_t m_arrWord[8];
@@ -35,14 +44,13 @@ private:
 
 // What a node does at a place, by the character that stands there.
 struct traitsOf {
-    charSet setFirst;         // other characters: it fails, or matches nothing, touching the same nodes with the same outcome
+    charSet setFirst;         // other characters: it fails, or matches nothing, touching the same nodes alike
     charSet setStart;         // other characters: it fails, or matches nothing
     charSet setTakes;         // bSingle only: the characters that it takes
     bool bNothing = false;    // it may match nothing
     bool bSingle = false;     // it takes one character or fails, by that character alone
     bool bUniform = false;    // bSingle only: whatever the character, all nodes below are touched
     bool bLooks = false;      // it looks ahead, or a node below does
-    bool bPlain = false;      // bSingle only: where it fails, all nodes below fail
     bool bPartial = false;    // bSingle only: not all nodes below are touched where it fails
 };
 
@@ -65,6 +73,8 @@ public:
         if (m_express.m_pState == NULL)
             return false;
         survey(&m_express);
+        if (!listNodes())
+            return false;
         const traitsOf traits = planGroup(&m_express, following());
         if (m_bOvershoot)
             markOvershoot(&m_express);
@@ -87,6 +97,7 @@ private:
     }
 
     void survey(node* p) {
+        ++m_nNodes;
         m_bReference = m_bReference || isReference(p);
         if ((p->m_uTraits & traitGroup) == 0)
             return;
@@ -94,6 +105,24 @@ private:
         group* pGroup = static_cast<group*>(p);
         for (int i = 0; i < pGroup->GetChildRECount(); ++i)
             survey(pGroup->m_arrTargetREs[i]);
+    }
+
+    bool listNodes() {
+        reState& state = *m_express.m_pState;
+        state.m_arrNode = new (std::nothrow) node*[static_cast<size_t>(m_nNodes)];
+        if (state.m_arrNode == NULL)
+            return false;
+        listBelow(state, &m_express);
+        return true;
+    }
+
+    static void listBelow(reState& state, group* pGroup) {
+        for (int i = 0; i < pGroup->GetChildRECount(); ++i) {
+            node* p = pGroup->m_arrTargetREs[i];
+            state.m_arrNode[state.m_nNodes++] = p;
+            if ((p->m_uTraits & traitGroup) != 0)
+                listBelow(state, static_cast<group*>(p));
+        }
     }
 
     void markOvershoot(node* p) {
@@ -108,6 +137,8 @@ private:
     rePlan* newPlan(node* p) {
         p->m_pPlan = new (std::nothrow) rePlan();
         m_bMemory = m_bMemory && p->m_pPlan != NULL;
+        if (p->m_pPlan != NULL)
+            p->m_pPlan->m_pState = m_express.m_pState;
         return p->m_pPlan;
     }
 
@@ -130,7 +161,32 @@ private:
 
     // ---- one repetition
 
-    // A leaf is asked, one character after the other.
+    static void addChar(charSet& set, uint32_t nFlags, char ch) {
+        set.add(static_cast<int>(charValue(ch)));
+        if ((nFlags & flagIgnoreCase) != 0)
+            set.add(static_cast<int>(charValue(QOR_StringHelper::chReverse(ch))));
+    }
+
+    // The characters that a text or a range takes; of a run of characters, the first one.
+    static charSet leafSet(node* p) {
+        charSet set;
+        if ((p->m_uTraits & traitText) != 0) {
+            const re_Text<char>* pText = static_cast<re_Text<char>*>(p);
+            const int nCount = (p->m_uTraits & traitSet) != 0 ? pText->GetChildRECount() : 1;
+            for (int i = 0; i < nCount; ++i)
+                addChar(set, p->m_nFlags, pText->m_arrText.GetBuffer()[i]);
+            return set;
+        }
+        const re_Range<char>* pRange = static_cast<re_Range<char>*>(p);
+        set.addRange(pRange->m_chLow, pRange->m_chHigh);
+        for (int ch = 'A'; ch <= 'z' && (p->m_nFlags & flagIgnoreCase) != 0; ++ch) {
+            const uint32_t uOther = charValue(QOR_StringHelper::chReverse(static_cast<char>(ch)));
+            if (pRange->m_chLow <= uOther && uOther <= pRange->m_chHigh)
+                set.add(ch);
+        }
+        return set;
+    }
+
     traitsOf planLeaf(node* p) {
         traitsOf traits;
         if (isReference(p)) {
@@ -138,15 +194,11 @@ private:
             traits.bNothing = true;
             return traits;
         }
-        re_Text<char>* pText = (p->m_uTraits & traitSet) == 0 ? static_cast<re_Text<char>*>(p) : NULL;
-        const bool bRun = pText != NULL && pText->GetChildRECount() > 1;
-        for (int ch = 0; ch < 256; ++ch) {
-            const char sz[] = {static_cast<char>(ch)};
-            if ((bRun ? pText->ApplyChildRE(0, sz, sz + 1) : p->ApplyChildREFrom(0, sz, sz + 1)) != NULL)
-                traits.setTakes.add(ch);
-        }
+        const re_Text<char>* pText = (p->m_uTraits & traitText) != 0 ? static_cast<re_Text<char>*>(p) : NULL;
+        const bool bRun = pText != NULL && (p->m_uTraits & traitSet) == 0 && pText->GetChildRECount() > 1;
+        traits.setTakes = leafSet(p);
         traits.setFirst = traits.setStart = traits.setTakes;
-        traits.bSingle = traits.bUniform = traits.bPlain = !bRun;
+        traits.bSingle = traits.bUniform = !bRun;
         return traits;
     }
 
@@ -168,9 +220,12 @@ private:
             const traitsOf child = planNode(pChild, rest);
             traits.bSingle = nCount == 1 && !bNegative && isSingleChild(pChild, child);
             if (traits.bSingle) {
+                if (pGroup == &m_express)
+                    fillSingle(pChild, child);
                 traits = child;
                 break;
             }
+            fillSingle(pChild, child);
             prepend(traits, child);
             if (!child.bNothing)
                 rest = following(), rest.bNothing = false;
@@ -206,7 +261,6 @@ private:
         traits.bNothing = nCount == 0;
         traits.bSingle = nCount > 0;
         traits.bUniform = nCount == 1;
-        traits.bPlain = true;
         for (int i = 0; i < nCount; ++i) {
             node* pChild = pGroup->m_arrTargetREs[i];
             const traitsOf child = planNode(pChild, rest);
@@ -217,7 +271,6 @@ private:
             traits.bLooks = traits.bLooks || child.bLooks;
             traits.bSingle = traits.bSingle && isSingleChild(pChild, child) && (nCount == 1 || !child.bPartial);
             traits.bUniform = traits.bUniform && child.bUniform;
-            traits.bPlain = traits.bPlain && child.bPlain;
             traits.bPartial = traits.bPartial || child.bPartial;
         }
         return pGroup->m_bNegative != 0 && nCount > 0 ? negated(traits, nCount) : traits;
@@ -226,7 +279,6 @@ private:
     static traitsOf negated(const traitsOf& positive, int nCount) {
         traitsOf traits = positive;
         traits.bNothing = false;
-        traits.bPlain = false;
         traits.setFirst = traits.setStart = charSet(true);
         if (!positive.bSingle)
             return traits;
@@ -263,26 +315,90 @@ private:
         rePlan* pPlan = newPlan(p);
         if (pPlan == NULL)
             return;
-        const bool bToEnd = p->m_nMaxTimes == -1 && p->m_chRepeatMode != '?';
-        pPlan->m_bRun = traits.bSingle && (traits.bUniform || bToEnd);
-        pPlan->m_pState = m_express.m_pState;
-        pPlan->m_bPlain = traits.bPlain;
+        pPlan->m_bRun = traits.bSingle;
+        pPlan->m_bEach = !traits.bUniform && (p->m_nMaxTimes != -1 || p->m_chRepeatMode == '?');
         pPlan->m_bPartial = traits.bPartial;
         pPlan->m_bInnerLook = traits.bLooks;
         pPlan->m_bNothingAfter = after.bNone;
         pPlan->m_bRestEmpty = after.bNothing;
-        for (int ch = 0; ch < 256; ++ch) {
-            if (traits.bSingle && traits.setTakes.has(ch))
-                pPlan->m_arrChar[ch] |= rePlan::bitTakes;
+        const group* pParent = static_cast<const group*>(p->m_pParentRE);
+        pPlan->m_bNothingFails =
+            (pParent->m_uTraits & traitSet) != 0 || p->m_iIndexInParent == pParent->GetChildRECount() - 1;
+        for (int ch = 0; ch < 256; ++ch)
             if (after.setFirst.has(ch))
                 pPlan->m_arrChar[ch] |= rePlan::bitLook;
-        }
+        if (traits.bSingle)
+            fillTakes(p, traits);
     }
+
+    // A group that takes one character, and is not part of another such node, is matched by its plan, too.
+    void fillSingle(node* p, const traitsOf& traits) {
+        if (!traits.bSingle || (p->m_uTraits & traitGroup) == 0 || m_nSingles == mostSingles || newPlan(p) == NULL)
+            return;
+        ++m_nSingles;
+        fillTakes(p, traits);
+    }
+
+    void fillTakes(node* p, const traitsOf& traits) {
+        rePlan* pPlan = p->m_pPlan;
+        pPlan->m_bAll = true;
+        for (int ch = 0; ch < 256; ++ch) {
+            if (traits.setTakes.has(ch))
+                pPlan->m_arrChar[ch] |= rePlan::bitTakes;
+            else
+                pPlan->m_bAll = false;
+        }
+        const int nBelow = countBelow(p);
+        if (nBelow == 0)
+            return;
+        pPlan->m_arrBelow = new (std::nothrow) reBelow[static_cast<size_t>(nBelow)];
+        m_bMemory = m_bMemory && pPlan->m_arrBelow != NULL;
+        if (pPlan->m_arrBelow != NULL)
+            takenBelow(pPlan, p, charSet(true));
+    }
+
+    // ---- the nodes below one that takes one character
+
+    static int countBelow(const node* p) {
+        if ((p->m_uTraits & traitGroup) == 0)
+            return 0;
+        const group* pGroup = static_cast<const group*>(p);
+        const int nCount = pGroup->GetChildRECount();
+        int nBelow = nCount;
+        for (int i = 0; i < nCount; ++i)
+            nBelow += countBelow(pGroup->m_arrTargetREs.GetBuffer()[i]);
+        return nBelow;
+    }
+
+    // Notes the nodes below a node that is applied at some characters, and answers which it takes, asked or not.
+    static charSet takenBelow(rePlan* pPlan, node* p, const charSet& setReached) {
+        if ((p->m_uTraits & traitGroup) == 0)
+            return leafSet(p);
+        const group* pGroup = static_cast<group*>(p);
+        charSet setRest = setReached, setTaken;
+        for (int i = 0; i < pGroup->GetChildRECount(); ++i) {
+            node* pChild = pGroup->m_arrTargetREs.GetBuffer()[i];
+            const charSet setChild = takenBelow(pPlan, pChild, setRest);
+            reBelow& below = pPlan->m_arrBelow[pPlan->m_nBelow++];
+            below.m_pRE = pChild;
+            setRest.copyTo(below.m_arrReached);
+            setChild.copyTo(below.m_arrTaken);
+            setRest.remove(setChild);
+            setTaken.add(setChild);
+        }
+        if (pGroup->m_bNegative != 0)
+            setTaken.invert();
+        return setTaken;
+    }
+
+    static constexpr int mostSingles = 256;  // so that a plan costs no more than the node, on the whole
 
     reRegularExpress<char>& m_express;
     bool m_bReference;
     bool m_bOvershoot;
     bool m_bMemory = true;
+    int m_nNodes = 0;
+    int m_nSingles = 0;
 };
 
 }  // namespace

@@ -4,8 +4,10 @@
 // lead to nodes further behind in the pattern only, so the depth is bounded by what the compiler counts (maxDepth).
 //
 // The shortcuts answer and leave every node's result exactly as the plain steps would:
-// - A run of characters (rePlan::m_bRun) is scanned by a table. Its children, which the plain steps would apply at each
-//   place, are then applied at the last two places only: at these all of them are touched that ever were, and last.
+// - Where a node takes one character (the child of a run, rePlan::m_bRun, or a group), a table says whether it does, and the
+//   nodes below get the results that the character gives them (rePlan::m_arrBelow). A run is scanned, and the nodes below
+//   then get the results of its last two places only: at these all of them are touched that ever were, and last. Where
+//   that is not so (rePlan::m_bEach), they get those of each place.
 // - Looking ahead at a character without bitLook ends as rePlan::m_bRestEmpty says, and touches the same nodes with the
 //   same outcome at each such character. So of several such places in a row only the last is made up for, in front of
 //   the next one that has to be tried, or at the end of the repetition. Where nodes below the repeated one look ahead
@@ -18,6 +20,8 @@
 // The virtual functions are the nodes' face; inside, nodes are told apart by their traits, so that the compiler sees
 // one recursion.
 #include "qor/RegularExpressHelper.h"
+
+#include <stdint.h>
 
 #include <new>
 
@@ -76,10 +80,13 @@ public:
             apply(m_lpszSkipped);
     }
 
+    // It is known how looking ahead ends there.
+    void skip(const T* lpsz) { m_lpszSkipped = lpsz; }
+
     // Whether what follows matches there.
     bool at(const T* lpsz) {
         if (m_pPlan != NULL) {
-            if (m_pPlan->m_bNothingAfter)
+            if (m_pPlan->m_bNothingAfter || (m_pPlan->m_bNothingFails && m_pPlan->m_pState->m_bScouting))
                 return true;
             if (!m_pPlan->m_bInnerLook && !isAtEnd(lpsz, m_lpszEnding) &&
                 (m_pPlan->m_arrChar[charValue(*lpsz)] & rePlan::bitLook) == 0) {
@@ -183,19 +190,50 @@ const T* applyTimes(re_Base<T>* pRE, const T* lpszSrcText, const T* lpszSrcEndin
     return applyOptional(pRE, lpsz, lpszSrcEnding, nMax == -1 ? -1 : nMax - nMin);
 }
 
-// ---- the repetitions of a node that takes one character each
+// ---- nodes that take one character each
+
+// Leaves the nodes below such a node as applying it there does.
+template <class T>
+inline void touchBelow(const rePlan* pPlan, const T* lpsz, const T* lpszEnding) {
+    const reBelow* const pTo = pPlan->m_arrBelow + pPlan->m_nBelow;
+    if (isAtEnd(lpsz, lpszEnding)) {
+        for (const reBelow* p = pPlan->m_arrBelow; p < pTo; ++p) {
+            p->m_pRE->m_lpszResultBegin = lpsz;
+            p->m_pRE->m_lpszResultEnd = NULL;
+        }
+        return;
+    }
+    const unsigned uChar = charValue(*lpsz);
+    for (const reBelow* p = pPlan->m_arrBelow; p < pTo; ++p) {
+        if (reBelow::has(p->m_arrReached, uChar) == 0)
+            continue;
+        p->m_pRE->m_lpszResultBegin = lpsz;
+        p->m_pRE->m_lpszResultEnd = reBelow::has(p->m_arrTaken, uChar) != 0 ? lpsz + 1 : NULL;
+    }
+}
+
+template <class T>
+inline const T* applySingle(const rePlan* pPlan, const T* lpsz, const T* lpszEnding) {
+    if (!pPlan->m_pState->m_bScouting)
+        touchBelow(pPlan, lpsz, lpszEnding);
+    return !isAtEnd(lpsz, lpszEnding) && (pPlan->m_arrChar[charValue(*lpsz)] & rePlan::bitTakes) != 0 ? lpsz + 1 : NULL;
+}
+
+// The repetitions of one.
 
 template <class T>
 class charRun {
 public:
     charRun(re_Base<T>* pRE, const T* lpszSrcText, const T* lpszSrcEnding)
         : m_pRE(pRE), m_pTable(pRE->m_pPlan->m_arrChar), m_lpszBegin(lpszSrcText), m_lpszEnding(lpszSrcEnding),
-          m_lpsz(lpszSrcText), m_bRefused(false) {}
+          m_lpsz(lpszSrcText), m_bRefused(false),
+          m_bTouch(pRE->m_pPlan->m_nBelow > 0 && !pRE->m_pPlan->m_pState->m_bScouting),
+          m_bEach(m_bTouch && pRE->m_pPlan->m_bEach) {}
 
     const T* apply() {
         const bool bEnough = scanTo(m_pRE->m_nMinTimes);
         const T* lpszResult = bEnough ? applyOptional() : NULL;
-        if ((m_pRE->m_uTraits & traitGroup) != 0 && !m_pRE->m_pPlan->m_pState->m_bScouting)
+        if (m_bTouch)
             touch();
         return lpszResult;
     }
@@ -207,15 +245,39 @@ private:
             m_bRefused = true;
             return false;
         }
+        if (m_bEach)
+            touchBelow(m_pRE->m_pPlan, m_lpsz, m_lpszEnding);
         ++m_lpsz;
         return true;
     }
     bool isFull(int nTimes) const { return nTimes != -1 && m_lpsz - m_lpszBegin >= nTimes; }
+    // The end of the characters of one kind from here on, up to so many repetitions.
+    const T* endOfKind(int nTimes, unsigned uMask, unsigned uKind) const {
+        const ptrdiff_t nLeft = nTimes == -1 ? PTRDIFF_MAX : nTimes - (m_lpsz - m_lpszBegin);
+        const T* lpsz = m_lpsz;
+        if (m_lpszEnding == NULL) {
+            while (lpsz - m_lpsz < nLeft && *lpsz != 0 && (m_pTable[charValue(*lpsz)] & uMask) == uKind)
+                ++lpsz;
+            return lpsz;
+        }
+        const T* const lpszTo = m_lpszEnding - m_lpsz < nLeft ? m_lpszEnding : m_lpsz + nLeft;
+        if (m_pRE->m_pPlan->m_bAll && uMask == rePlan::bitTakes)
+            return lpszTo;
+        while (lpsz < lpszTo && (m_pTable[charValue(*lpsz)] & uMask) == uKind)
+            ++lpsz;
+        return lpsz;
+    }
     bool scanTo(int nTimes) {
-        while (!isFull(nTimes))
-            if (!step())
-                return false;
-        return true;
+        if (m_bEach) {
+            while (!isFull(nTimes))
+                if (!step())
+                    return false;
+            return true;
+        }
+        if (!isFull(nTimes))
+            m_lpsz = endOfKind(nTimes, rePlan::bitTakes, rePlan::bitTakes);
+        m_bRefused = !isFull(nTimes);
+        return !m_bRefused;
     }
 
     const T* applyOptional() {
@@ -226,43 +288,56 @@ private:
             scanTo(nMax);
             return m_lpsz;
         }
+        return m_pRE->m_chRepeatMode == '?' ? takeLeast() : takeBest();
+    }
+
+    // Passes over the places at which looking ahead is known to end without being tried. The last one, or null.
+    const T* passOver(lookAhead<T>& look, int nMax) {
+        if (m_bEach || isFull(nMax))
+            return NULL;
+        const T* lpsz = endOfKind(nMax, rePlan::bitTakes | rePlan::bitLook, rePlan::bitTakes);
+        if (lpsz == m_lpsz)
+            return NULL;
+        m_pRE->m_lpszResultEnd = m_lpsz = lpsz;
+        look.skip(lpsz - 1);
+        return lpsz - 1;
+    }
+
+    const T* takeBest() {
         lookAhead<T> look(m_pRE, m_lpszEnding);
-        const bool bLeast = m_pRE->m_chRepeatMode == '?';
+        const int nMax = m_pRE->m_nMaxTimes;
         const T* lpszBest = m_lpsz;
         for (;;) {
-            if (bLeast && isFull(nMax))
-                return m_lpsz;
-            if (look.at(m_lpsz)) {
+            const T* lpszPassed = passOver(look, nMax);
+            if (lpszPassed != NULL && m_pRE->m_pPlan->m_bRestEmpty)
+                lpszBest = lpszPassed;
+            if (look.at(m_lpsz))
                 lpszBest = m_lpsz;
-                if (bLeast)
-                    return m_lpsz;
-            }
             if (isFull(nMax) || !step())
-                return bLeast ? m_lpsz : lpszBest;
+                return lpszBest;
+            m_pRE->m_lpszResultEnd = m_lpsz;
+        }
+    }
+
+    const T* takeLeast() {
+        lookAhead<T> look(m_pRE, m_lpszEnding);
+        const int nMax = m_pRE->m_nMaxTimes;
+        const bool bPass = !m_pRE->m_pPlan->m_bNothingAfter && !m_pRE->m_pPlan->m_bRestEmpty;
+        for (;;) {
+            if (bPass)
+                passOver(look, nMax);
+            if (isFull(nMax) || look.at(m_lpsz) || !step())
+                return m_lpsz;
             m_pRE->m_lpszResultEnd = m_lpsz;
         }
     }
 
     // Leaves the nodes below as if they had been applied at each place.
     void touch() {
-        if (m_bRefused && m_pRE->m_pPlan->m_bPlain) {
-            refuse(static_cast<re_Group<T>*>(m_pRE));
-            return;
-        }
-        if (m_lpsz > m_lpszBegin && (!m_bRefused || m_pRE->m_pPlan->m_bPartial))
-            applyOnce(m_pRE, m_lpsz - 1, m_lpszEnding);
+        if (m_lpsz > m_lpszBegin && !m_bEach && (!m_bRefused || m_pRE->m_pPlan->m_bPartial))
+            touchBelow(m_pRE->m_pPlan, m_lpsz - 1, m_lpszEnding);
         if (m_bRefused)
-            applyOnce(m_pRE, m_lpsz, m_lpszEnding);
-    }
-
-    void refuse(re_Group<T>* pGroup) {
-        for (int i = 0; i < pGroup->GetChildRECount(); ++i) {
-            re_Base<T>* pChild = pGroup->m_arrTargetREs[i];
-            pChild->m_lpszResultBegin = m_lpsz;
-            pChild->m_lpszResultEnd = NULL;
-            if ((pChild->m_uTraits & traitGroup) != 0)
-                refuse(static_cast<re_Group<T>*>(pChild));
-        }
+            touchBelow(m_pRE->m_pPlan, m_lpsz, m_lpszEnding);
     }
 
     re_Base<T>* m_pRE;
@@ -271,6 +346,8 @@ private:
     const T* m_lpszEnding;
     const T* m_lpsz;
     bool m_bRefused;
+    const bool m_bTouch;  // nodes below are to be left as they would be
+    const bool m_bEach;   // and each character tells how
 };
 
 // ---- one repetition of a node
@@ -347,6 +424,17 @@ const T* applyGroup(re_Group<T>* pRE, int iIndex, const T* lpszSrcText, const T*
     return applyAnd(pRE, iIndex, lpszSrcText, lpszSrcEnding);
 }
 
+// A run of characters; it is never negated.
+template <class T>
+inline const T* applyText(const re_Text<T>* pRE, const T* lpsz, const T* lpszEnding) {
+    const T* p = pRE->m_arrText.GetBuffer();
+    const T* const pTo = p + pRE->m_arrText.GetSize();
+    for (; p < pTo; ++p, ++lpsz)
+        if (isAtEnd(lpsz, lpszEnding) || !isEqualChar(pRE->m_nFlags, *p, *lpsz))
+            return NULL;
+    return lpsz;
+}
+
 template <class T>
 const T* applyOnce(re_Base<T>* pRE, const T* lpszSrcText, const T* lpszSrcEnding) {
     switch (pRE->m_uTraits & (traitGroup | traitText | traitSet)) {
@@ -354,12 +442,20 @@ const T* applyOnce(re_Base<T>* pRE, const T* lpszSrcText, const T* lpszSrcEnding
         case traitGroup | traitSet:
             return applyGroup(static_cast<re_Group<T>*>(pRE), 0, lpszSrcText, lpszSrcEnding);
         case traitText:
-            return applyAnd(static_cast<re_Text<T>*>(pRE), 0, lpszSrcText, lpszSrcEnding);
+            return applyText(static_cast<re_Text<T>*>(pRE), lpszSrcText, lpszSrcEnding);
         case traitText | traitSet:
             return applyCase(static_cast<re_Text<T>*>(pRE), 0, lpszSrcText, lpszSrcEnding);
         default:
             return pRE->ApplyChildREFrom(0, lpszSrcText, lpszSrcEnding);
     }
+}
+
+// A repeated node; apart, so that others do without its registers.
+template <class T>
+__attribute__((noinline)) const T* applyRepeated(re_Base<T>* pRE, const T* lpszSrcText, const T* lpszSrcEnding) {
+    if (pRE->m_pPlan != NULL && pRE->m_pPlan->m_bRun)
+        return charRun<T>(pRE, lpszSrcText, lpszSrcEnding).apply();
+    return applyTimes(pRE, lpszSrcText, lpszSrcEnding);
 }
 
 // A node with its quantifier.
@@ -372,12 +468,12 @@ inline const T* applyNode(re_Base<T>* pRE, const T* lpszSrcText, const T* lpszSr
     if (lpszSrcEnding != NULL && lpszSrcText > lpszSrcEnding && !mayStand(pRE, lpszSrcText, lpszSrcEnding))
         return NULL;
     const T* lpszResult = NULL;
-    if (pRE->m_nMinTimes == 1 && pRE->m_nMaxTimes == 1)
-        lpszResult = applyOnce(pRE, lpszSrcText, lpszSrcEnding);
-    else if (pRE->m_pPlan != NULL && pRE->m_pPlan->m_bRun)
-        lpszResult = charRun<T>(pRE, lpszSrcText, lpszSrcEnding).apply();
+    if (pRE->m_nMinTimes != 1 || pRE->m_nMaxTimes != 1)
+        lpszResult = applyRepeated(pRE, lpszSrcText, lpszSrcEnding);
+    else if (pRE->m_pPlan != NULL)
+        lpszResult = applySingle(pRE->m_pPlan, lpszSrcText, lpszSrcEnding);
     else
-        lpszResult = applyTimes(pRE, lpszSrcText, lpszSrcEnding);
+        lpszResult = applyOnce(pRE, lpszSrcText, lpszSrcEnding);
     pRE->m_lpszResultEnd = lpszResult;
     return lpszResult;
 }
@@ -409,6 +505,18 @@ inline const T* endFor(re_Base<T>* pRE, const T* lpszSrcText, const T* lpszSrcEn
 }  // namespace
 
 // ---- re_Base
+
+namespace {
+
+template <class T>
+void dropPlans(re_Base<T>* pRE) {
+    for (; pRE != NULL; pRE = pRE->m_pParentRE) {
+        delete pRE->m_pPlan;
+        pRE->m_pPlan = NULL;
+    }
+}
+
+}  // namespace
 
 template <class T>
 re_Base<T>::re_Base()
@@ -475,13 +583,13 @@ void re_Base<T>::CutBaseFrom(re_Base& r) {
     r.m_bNegative = 0;
     r.m_nMinTimes = r.m_nMaxTimes = 1;
     r.m_chRepeatMode = '-';
-    // Results and plans belong to the place in the tree; searching must not look at the other's any more.
+    // Results and plans belong to the place in the tree, and those of the nodes above know it.
     reRegularExpress<T>* pExpress = expressOf(&r);
     if (pExpress != NULL && pExpress->m_pState != NULL)
-        pExpress->m_pState->m_pLead = NULL;
+        pExpress->m_pState->forgetNodes();
+    dropPlans(&r);
+    dropPlans(this);
     ClearResult();
-    delete m_pPlan;
-    m_pPlan = NULL;
 }
 
 // ---- re_Group

@@ -12,7 +12,10 @@
 /// @endcode
 ///
 /// - Any file is accepted: codes of a table that is not sorted are not all found, nothing worse.
-/// - Codes are found by halving, wide characters by walking the table: conversion to wide text is the fast one.
+/// - Loading works out where to look: in a sorted table, a conversion takes the same time for every character. In one that
+///   is not, codes are looked for by halving.
+/// - A loaded table takes its file's size, and 512 bytes for each lead byte and each 256 wide characters in a row of which
+///   it holds any.
 /// - What a conversion yields may hold characters of value 0 (see W2MBCS()); its GetLength() counts them.
 /// - Conversions change nothing, so threads may share a table while none of them loads or unloads it.
 #ifndef QOR_CODEPAGE_H
@@ -57,9 +60,18 @@ private:
         unsigned short m_wCode;
     };
     const entry* firstEntry() const;
+    typedef QOR_ArrayHelper::chObjArray<unsigned short, false, 256> pageArray;
+
+    template <class KEY, class VALUE>
+    void MakePages(pageArray& arrPage, KEY key, VALUE value) const;
+    bool IsSorted() const;
+    unsigned short CharByHalving(unsigned short wCode) const;
+    unsigned short CharOf(unsigned short wCode) const;
 
     int m_nCount;  // entries
     QOR_ArrayHelper::chObjArray<unsigned char, false, 256> m_arrTable;
+    pageArray m_arrChar;  // wide characters by code, empty in a table that is not sorted
+    pageArray m_arrCode;  // codes by wide character
 };
 
 }  // namespace QOR_CodePage

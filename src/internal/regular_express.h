@@ -28,7 +28,17 @@ struct reBuild {
 
 struct reState;
 
-// What a repeated node knows about the characters of a text.
+// A node below one that takes one character: at which characters it is applied, and which of these it takes. At the end
+// of the text it is applied and fails.
+struct reBelow {
+    re_Base<char>* m_pRE;
+    uint32_t m_arrReached[8];
+    uint32_t m_arrTaken[8];
+
+    static uint32_t has(const uint32_t (&arr)[8], unsigned uChar) { return arr[uChar / 32] >> uChar % 32 & 1; }
+};
+
+// What a node knows about the characters of a text: a repeated one, or a group that takes one character.
 struct rePlan {
     static constexpr uint8_t bitTakes = 1;  // one repetition takes the character, and nothing else
     static constexpr uint8_t bitLook = 2;   // looking ahead has to be tried at the character
@@ -36,12 +46,18 @@ struct rePlan {
     int m_iAnswer;  // the node's number among those that look ahead
     uint8_t m_arrChar[256];
     reState* m_pState;     // the tree's
+    reBelow* m_arrBelow;   // where repetitions take one character each, the nodes below
+    int m_nBelow;
     bool m_bRun;           // repetitions are a run of characters
-    bool m_bPlain;         // where a run ends, all nodes below fail
+    bool m_bAll;           // of any characters
+    bool m_bEach;          // nodes below are left as each of a run's characters says, not as the last two say
     bool m_bPartial;       // a run's last character does not touch all nodes below, but the one before it does
     bool m_bInnerLook;     // nodes below look ahead, too, beyond this one: nothing is passed over
     bool m_bNothingAfter;  // looking ahead always succeeds and touches nothing
+    bool m_bNothingFails;  // looking ahead always succeeds: nothing follows in the node's own sequence
     bool m_bRestEmpty;     // how looking ahead ends at a character without bitLook
+
+    ~rePlan() { delete[] m_arrBelow; }
 };
 
 // What looking ahead has answered, by the node and the place, from some place of the text to its end. Where the text is
@@ -109,12 +125,23 @@ struct reState {
     bool m_bLeadEmpty = false;
     int m_nLooks = 0;
     reAnswers* m_pAnswers = NULL;
+    re_Base<char>** m_arrNode = NULL;  // all nodes but the root, or null
+    int m_nNodes = 0;
 
-    ~reState() { delete m_pAnswers; }
+    ~reState() {
+        delete m_pAnswers;
+        delete[] m_arrNode;
+    }
     void clear() {
         m_nLooks = 0;
         delete m_pAnswers;
         m_pAnswers = NULL;
+    }
+    // The tree has been changed.
+    void forgetNodes() {
+        m_pLead = NULL;
+        delete[] m_arrNode;
+        m_arrNode = NULL;
     }
     // The answers, once there have been too many look-aheads; or null.
     reAnswers* answers(const char* lpsz, const char* lpszEnding) {

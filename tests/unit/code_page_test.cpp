@@ -288,6 +288,51 @@ TEST(CodePage, ATableThatIsNotSortedYieldsOnlyWhatItHolds) {
     }
 }
 
+// What halving finds in a table, sorted or not.
+unsigned foundByHalving(const pairs& listPair, unsigned uCode) {
+    size_t nLow = 0, nHigh = listPair.size() - 1;
+    for (const size_t n : {nLow, nHigh})
+        if (listPair[n].second == uCode)
+            return listPair[n].first;
+    if (uCode < listPair[nLow].second || uCode > listPair[nHigh].second)
+        return '?';
+    while (nHigh - nLow > 1) {
+        const size_t nMiddle = nLow + (nHigh - nLow) / 2;
+        if (listPair[nMiddle].second == uCode)
+            return listPair[nMiddle].first;
+        (listPair[nMiddle].second > uCode ? nHigh : nLow) = nMiddle;
+    }
+    return '?';
+}
+
+TEST(CodePage, CodesAreFoundAsHalvingFindsThemInAnyTable) {
+    std::mt19937 random(2);
+    for (int nRound = 0; nRound < 100; ++nRound) {
+        pairs listPair(1 + random() % 60);
+        for (auto& pair : listPair)
+            pair = {0x4E00 + random() % 64, 0xA100 + random() % 0x200};
+        if (nRound % 3 != 0)  // sorted, often with the same code twice
+            std::sort(listPair.begin(), listPair.end(),
+                      [](const auto& a, const auto& b) { return a.second < b.second; });
+        const chCodePage page = pageOf(listPair);
+        for (unsigned uCode = 0xA0FF; uCode <= 0xA300; ++uCode)
+            ASSERT_EQ(foundByHalving(listPair, uCode), page.MBCS2W_fast(static_cast<unsigned short>(uCode)))
+                << "round " << nRound << ", code " << uCode;
+    }
+}
+
+TEST(CodePage, AnAssignedTableIsTheOther) {
+    chCodePage page = pageOf(pairs{{0x4E2D, 0xA4A4}, {0x4E2E, 0xA4A5}});
+    page = pageOf(pairs{{0x4E2E, 0xA4A5}, {0x4E2F, 0xA4A4}});  // not sorted
+    EXPECT_EQ(u"\u4E2F\u4E2E?", toWide(page, "\xA4\xA4\xA4\xA5\xA4\xA6"));
+    EXPECT_EQ('?', page.W2MBCS_slow(0x4E2D));
+    chCodePage empty = page;
+    empty.UnloadCodePageFile();
+    page = empty;
+    EXPECT_EQ(u"?", toWide(page, "\xA4\xA4"));
+    EXPECT_EQ('?', page.W2MBCS_slow(0x4E2E));
+}
+
 TEST(CodePage, ATableOfOneCodeOverAndOverEndsTheSearch) {
     const chCodePage page = pageOf(pairs(1000, {0x4E2D, 0xA4A4}));
     EXPECT_EQ(u"\u4E2D?", toWide(page, "\xA4\xA4\xA4\xA5"));

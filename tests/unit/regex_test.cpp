@@ -382,6 +382,28 @@ TEST(Regex, ANodeMovesOutOfAnother) {
     EXPECT_EQ(0u, other.m_chHigh);
 }
 
+TEST(Regex, ANodeMovesOutOfARepeatedOne) {
+    regexTree express("((\\d))+x", 0);
+    const char* lpszText = "ab12x";
+    EXPECT_EQ(lpszText + 2, express.SearchREOnText(lpszText, NULL));
+    auto* pNew = new re_RelationAnd<re_Group<char>, char>;
+    regexNode* pOld = express.GetCaptureRE(2);
+    regexGroup* pRepeated = static_cast<regexGroup*>(express.GetCaptureRE(1));
+    pNew->m_pParentRE = pRepeated;
+    pNew->m_iIndexInParent = 0;
+    pNew->CutFromObject(*static_cast<regexGroup*>(pOld));
+    pRepeated->m_arrTargetREs[0] = pNew;
+    delete pOld;
+    express.ClearResult();
+    EXPECT_EQ(lpszText + 5, express.ApplyREOnText(lpszText + 2, NULL));
+    EXPECT_EQ(lpszText + 4, pNew->m_lpszResultBegin);
+    EXPECT_EQ(NULL, pNew->m_lpszResultEnd);
+    express.ClearResult();
+    EXPECT_EQ(NULL, pNew->m_lpszResultBegin);
+    EXPECT_EQ(lpszText + 2, express.SearchREOnText(lpszText, NULL));
+    EXPECT_EQ(lpszText + 5, express.m_lpszResultEnd);
+}
+
 // ---- what nodes are made of
 
 typedef re_RelationAnd<re_Group<char>, char> regexSequence;
