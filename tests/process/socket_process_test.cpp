@@ -142,6 +142,23 @@ TEST_F(SocketProcess, AForeignToolsBytesAreAPacketAndItReadsOne) {
     EXPECT_EQ(std::string("\0\0\0\4fine", 8), tool.hear(8));
 }
 
+TEST_F(SocketProcess, AForeignToolThatEndsInTheMiddleOfAPacketEndsTheConnection) {
+    chSocketTCPServer server;
+    ASSERT_TRUE(listenAnywhere(server));
+    const std::string strAddress = "TCP4:127.0.0.1:" + std::to_string(portOf(server));
+    socat tool({"-u", "-", strAddress.c_str()});
+    chSocketPacketTCP socket;
+    QOR_MiscHelper::binaryArray arr;
+    ASSERT_EQ(1, server.AcceptOnSocket(socket, nullptr, -1));
+    tool.say(packetOf("whole") + headOf(10) + "part");
+    tool.endInput();
+    ASSERT_EQ(1, socket.ReceiveOnePacket(arr, -1));
+    EXPECT_EQ("whole", textOf(arr));
+    EXPECT_EQ("", warningsOf([&] { EXPECT_EQ(0, socket.ReceiveOnePacket(arr, -1)); }));
+    EXPECT_EQ(0, socket.IsTCPConnected());
+    EXPECT_EQ(0, tool.wait());
+}
+
 TEST_F(SocketProcess, DatagramsGoToAForeignToolAndBack) {
     chSocketUDP socket;
     ASSERT_EQ(1, socket.CreateSocket("127.0.0.1", 0));
