@@ -1,7 +1,6 @@
 // What sockets make of the system's answers: calls that a signal interrupts or that fail, and how long a wait is asked
 // for. The test stands between the library and the system, so nothing here depends on how fast the machine is.
 #include <dirent.h>
-#include <dlfcn.h>
 #include <errno.h>
 #include <fcntl.h>
 #include <stdarg.h>
@@ -16,6 +15,7 @@
 #include "qor/MiscHelper.h"
 #include "support/child.h"
 #include "support/socket_peer.h"
+#include "support/system_call.h"
 #include "support/text.h"
 
 using namespace QOR_SocketHelper;
@@ -30,11 +30,6 @@ int s_nWaitError = 0;         // all waits fail with it
 bool s_bEndless = false;      // there is always one more byte to receive
 int s_nYields = 0;
 std::vector<long> s_arrWait;  // how long was waited for, in milliseconds; -1 for ever
-
-template <class Call>
-Call* next(const char* lpszName, const char* lpszNameOn32Bit) {
-    return reinterpret_cast<Call*>(dlsym(RTLD_NEXT, sizeof(long) == 4 ? lpszNameOn32Bit : lpszName));
-}
 
 // Whether the present call fails.
 bool fails(int nError = 0) {
@@ -56,15 +51,14 @@ errors interrupts(size_t nCalls) { return errors(nCalls, EINTR); }
 extern "C" {
 
 int select(int nCount, fd_set* pRead, fd_set* pWrite, fd_set* pExcept, timeval* pTime) {
-    static auto* const call = next<int(int, fd_set*, fd_set*, fd_set*, timeval*)>("select", "__select64");
     s_arrWait.push_back(pTime == nullptr ? -1 : static_cast<long>(pTime->tv_sec * 1000 + pTime->tv_usec / 1000));
     if (fails(s_nWaitError))
         return -1;
-    return s_bEndless ? 1 : call(nCount, pRead, pWrite, pExcept, pTime);
+    return s_bEndless ? 1 : systemSelect()(nCount, pRead, pWrite, pExcept, pTime);
 }
 
 ssize_t recv(int fd, void* pBuffer, size_t nSize, int nFlags) {
-    static auto* const call = next<ssize_t(int, void*, size_t, int)>("recv", "recv");
+    static auto* const call = systemCall<ssize_t(int, void*, size_t, int)>("recv", "recv");
     if (fails())
         return -1;
     if (!s_bEndless)
@@ -75,33 +69,33 @@ ssize_t recv(int fd, void* pBuffer, size_t nSize, int nFlags) {
 
 ssize_t recvfrom(int fd, void* pBuffer, size_t nSize, int nFlags, sockaddr* pAddr, socklen_t* pAddrSize) {
     static auto* const call =
-        next<ssize_t(int, void*, size_t, int, sockaddr*, socklen_t*)>("recvfrom", "recvfrom");
+        systemCall<ssize_t(int, void*, size_t, int, sockaddr*, socklen_t*)>("recvfrom", "recvfrom");
     return fails() ? -1 : call(fd, pBuffer, nSize, nFlags, pAddr, pAddrSize);
 }
 
 ssize_t send(int fd, const void* pBuffer, size_t nSize, int nFlags) {
-    static auto* const call = next<ssize_t(int, const void*, size_t, int)>("send", "send");
+    static auto* const call = systemCall<ssize_t(int, const void*, size_t, int)>("send", "send");
     return fails() ? -1 : call(fd, pBuffer, nSize, nFlags);
 }
 
 ssize_t sendto(int fd, const void* pBuffer, size_t nSize, int nFlags, const sockaddr* pAddr, socklen_t nAddrSize) {
     static auto* const call =
-        next<ssize_t(int, const void*, size_t, int, const sockaddr*, socklen_t)>("sendto", "sendto");
+        systemCall<ssize_t(int, const void*, size_t, int, const sockaddr*, socklen_t)>("sendto", "sendto");
     return fails() ? -1 : call(fd, pBuffer, nSize, nFlags, pAddr, nAddrSize);
 }
 
 ssize_t sendmsg(int fd, const msghdr* pMessage, int nFlags) {
-    static auto* const call = next<ssize_t(int, const msghdr*, int)>("sendmsg", "__sendmsg64");
+    static auto* const call = systemCall<ssize_t(int, const msghdr*, int)>("sendmsg", "__sendmsg64");
     return fails() ? -1 : call(fd, pMessage, nFlags);
 }
 
 int accept4(int fd, sockaddr* pAddr, socklen_t* pAddrSize, int nFlags) {
-    static auto* const call = next<int(int, sockaddr*, socklen_t*, int)>("accept4", "accept4");
+    static auto* const call = systemCall<int(int, sockaddr*, socklen_t*, int)>("accept4", "accept4");
     return fails() ? -1 : call(fd, pAddr, pAddrSize, nFlags);
 }
 
 int fcntl(int fd, int nCommand, ...) {
-    static auto* const call = next<int(int, int, ...)>("fcntl64", "__fcntl_time64");
+    static auto* const call = systemCall<int(int, int, ...)>("fcntl64", "__fcntl_time64");
     va_list list;
     va_start(list, nCommand);
     const long nArgument = va_arg(list, long);
@@ -286,6 +280,53 @@ TEST_F(CallTest, DatagramsAreSentAndReceivedAfterASignal) {
     s_arrError = interrupts(5);
     EXPECT_EQ("", warningsOf([&] { EXPECT_EQ(3, socket.SelectAndReceive(-1)); }));
     EXPECT_TRUE(s_arrError.empty());
+}
+
+// ---- a wait that ends for nothing
+
+TEST_F(CallTest, InputThatIsNotThereAfterAllIsWaitedForAgain) {
+    arrive("abc");
+    s_arrError = {EAGAIN, 0, EAGAIN};
+    EXPECT_EQ("abc", peek(3, -1));
+    EXPECT_TRUE(s_arrError.empty());
+    EXPECT_EQ((waits{-1, -1}), s_arrWait);
+}
+
+TEST_F(CallTest, InputThatIsNotThereAfterAllDoesNotEndTheConnection) {
+    arrive("abc");
+    s_arrError = {0, EAGAIN};
+    EXPECT_EQ("", warningsOf([&] { EXPECT_EQ(0, m_socket.SelectAndReceive(3, -1)); }));
+    EXPECT_EQ(1, m_socket.IsTCPConnected());
+    EXPECT_EQ(3, m_socket.SelectAndReceive(3, -1));
+}
+
+TEST_F(CallTest, ADatagramThatIsNotThereAfterAllIsWaitedForAgain) {
+    chSocketUDP socket;
+    ASSERT_EQ(1, socket.CreateSocket("127.0.0.1", 0));
+    ASSERT_EQ(1, socket.SendTo("abc", 3, chSocketAddr("127.0.0.1", portOf(socket))));
+    s_arrError = {0, EAGAIN};
+    EXPECT_EQ("", warningsOf([&] { EXPECT_EQ(3, socket.SelectAndReceive(-1)); }));
+    EXPECT_EQ((waits{-1, -1}), s_arrWait);
+}
+
+TEST_F(CallTest, APeerThatIsGoneWhenItIsAcceptedIsPassedOver) {
+    for (int nError : {EAGAIN, ECONNABORTED, EPROTO, ENETDOWN, ENETUNREACH, EHOSTDOWN, EHOSTUNREACH}) {
+        plainPeer peer;
+        chSocketTCP accepted;
+        ASSERT_TRUE(peer.connect(portOf(m_server)));
+        s_arrError = {0, nError};
+        EXPECT_EQ("", warningsOf([&] { EXPECT_EQ(1, m_server.AcceptOnSocket(accepted, nullptr, -1)); })) << nError;
+    }
+}
+
+TEST_F(CallTest, WithoutDescriptorsNobodyIsAccepted) {
+    plainPeer peer;
+    chSocketTCP accepted;
+    ASSERT_TRUE(peer.connect(portOf(m_server)));
+    s_arrError = {0, EMFILE};
+    EXPECT_EQ("", warningsOf([&] { EXPECT_EQ(0, m_server.AcceptOnSocket(accepted, nullptr, -1)); }));
+    EXPECT_FALSE(accepted.IsValidSocket());
+    EXPECT_EQ(1, m_server.AcceptOnSocket(accepted, nullptr, -1));
 }
 
 // ---- a wait that fails
