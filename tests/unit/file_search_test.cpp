@@ -181,6 +181,8 @@ TEST_F(FileSearch, ATreeThatIsTooDeepForAPathEndsTheSearchThere) {
     ASSERT_EQ(0, chdir("/"));
     file("/tmp/t/d/d/x");
     EXPECT_EQ(texts{"/tmp/t/d/d/x"}, find("/tmp/t", "x", TRUE));
+    // What the system can no longer name is not taken for a file.
+    EXPECT_EQ(texts{}, find("/tmp/t", "d", TRUE));
 }
 
 TEST_F(FileSearch, ManyFilesAreFoundOnceEach) {
