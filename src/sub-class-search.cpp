@@ -5,6 +5,7 @@
 // directories than there are, and since each one is read to its end before the next is opened, one is open at a time.
 //
 // Most entries are files, and the directory says so: those are not asked about one by one.
+#include <errno.h>
 #include <string.h>
 #include <sys/stat.h>
 
@@ -85,11 +86,13 @@ private:
         return refString(static_cast<const char*>(QOR_FileHelper::chPathNameA(parent.strPath, strName)), -1);
     }
 
-    // Whether the entry is a directory.
+    // Whether the entry is a directory, or may be one that the system can no longer name.
     bool takeDirectory(directory& parent, const refString& strName) {
         const refString strPath = pathOf(parent, strName);
         struct stat state;
-        if (!QOR_MiscHelper::pathStat(strPath, &state) || !S_ISDIR(state.st_mode))
+        if (!QOR_MiscHelper::pathStat(strPath, &state))
+            return errno == ENAMETOOLONG;
+        if (!S_ISDIR(state.st_mode))
             return false;
         if (m_bRecursive)
             parent.listBelow.push_back({strPath, state.st_dev, state.st_ino, {}});

@@ -95,6 +95,13 @@ void takeTerminal(const termios& settings) {
     watchSignals(true);
 }
 
+// A signal may shorten the wait; what is there is seen nevertheless.
+bool isInputThere() {
+    chFD_SET set(STDIN_FILENO);
+    const int nResult = set.readSelect(inputWait);
+    return nResult > 0 || (nResult == -1 && errno == EINTR && chFD_SET(STDIN_FILENO).readSelect(0) > 0);
+}
+
 }  // namespace
 
 chStdInput::chStdInput() : m_settings(), m_arrKey(), m_nKeyCount(0), m_bSet(false) {
@@ -134,10 +141,7 @@ int chStdInput::PeekKeyToBuffer() {
 
 QOR_StringHelper::chReferenceStringT<char> qorGetConsoleLineInput() {
     QOR_StringHelper::chReferenceStringT<char> strInput;
-    for (;;) {
-        chFD_SET set(STDIN_FILENO);
-        if (set.readSelect(inputWait) <= 0)
-            return strInput;
+    while (isInputThere()) {
         char arrBlock[blockSize];
         const ssize_t nRead = read(STDIN_FILENO, arrBlock, sizeof(arrBlock));
         if (nRead <= 0)
@@ -146,6 +150,7 @@ QOR_StringHelper::chReferenceStringT<char> qorGetConsoleLineInput() {
         if (nRead < blockSize || memchr(arrBlock, '\n', static_cast<size_t>(nRead)) != nullptr)
             return strInput;
     }
+    return strInput;
 }
 
 }  // namespace QOR_BaseHelper

@@ -1,17 +1,37 @@
 // Keys and lines from a pseudo-terminal, and the terminal's settings after every way to end.
 #include "qor/BaseHelper/Console.h"
 
+#include <errno.h>
 #include <fcntl.h>
 #include <poll.h>
 #include <stdio_ext.h>
 #include <stdlib.h>
 #include <sys/ioctl.h>
 #include <sys/resource.h>
+#include <sys/select.h>
 
 #include "qor/BaseHelper/Select.h"
 #include "support/child.h"
+#include "support/system_call.h"
 
 using namespace QOR_BaseHelper;
+
+namespace {
+
+bool s_bInterrupted = false;     // a signal interrupts waits that have time
+std::vector<long> s_arrWait;     // how long was waited for, in microseconds
+
+}  // namespace
+
+// The library's waits end here.
+extern "C" int select(int nCount, fd_set* pRead, fd_set* pWrite, fd_set* pExcept, timeval* pTime) {
+    const long nWait = pTime == nullptr ? -1 : static_cast<long>(pTime->tv_sec * 1000000 + pTime->tv_usec);
+    s_arrWait.push_back(nWait);
+    if (!s_bInterrupted || nWait == 0)
+        return qorTest::systemSelect()(nCount, pRead, pWrite, pExcept, pTime);
+    errno = EINTR;
+    return -1;
+}
 
 namespace {
 
@@ -474,6 +494,7 @@ protected:
         delete m_pInput;
         close(m_fd[0]);
         close(m_fd[1]);
+        s_bInterrupted = false;
     }
     void give(const std::string& strBytes) {
         ASSERT_EQ(static_cast<ssize_t>(strBytes.size()), write(m_fd[1], strBytes.data(), strBytes.size()));
@@ -484,7 +505,19 @@ protected:
     standardInput* m_pInput = nullptr;
 };
 
-TEST_F(ConsoleLine, WithoutInputTheStringIsEmpty) { EXPECT_EQ("", line()); }
+TEST_F(ConsoleLine, WithoutInputTheStringIsEmptyAfterTenMilliseconds) {
+    s_arrWait.clear();
+    EXPECT_EQ("", line());
+    EXPECT_EQ(std::vector<long>{10000}, s_arrWait);
+}
+
+TEST_F(ConsoleLine, ASignalKeepsNothingThatIsThereFromBeingTaken) {
+    const std::string str(2500, 'x');
+    s_bInterrupted = true;
+    give(str);
+    EXPECT_EQ(str, line());
+    EXPECT_EQ("", line());
+}
 
 TEST_F(ConsoleLine, WhatIsThereIsTaken) {
     give("abc");

@@ -87,6 +87,12 @@ protected:
     void TearDown() override { alarm(0); }
 };
 
+// Opens a server; the address by which socat connects to it.
+std::string addressFor(chSocketTCPServer& server) {
+    EXPECT_TRUE(listenAnywhere(server));
+    return "TCP4:127.0.0.1:" + std::to_string(portOf(server));
+}
+
 // Sends packets of several sizes and expects them back.
 void exchange(chSocketPacketTCP& socket) {
     const std::string str = pattern(65536);
@@ -105,8 +111,7 @@ TEST_F(SocketProcess, AForeignToolIsInstalled) {
 
 TEST_F(SocketProcess, AForeignToolConnectsAndGivesPacketsBack) {
     chSocketTCPServer server;
-    ASSERT_TRUE(listenAnywhere(server));
-    const std::string strAddress = "TCP4:127.0.0.1:" + std::to_string(portOf(server));
+    const std::string strAddress = addressFor(server);
     socat tool({strAddress.c_str(), "PIPE"});
     chSocketPacketTCP socket;
     ASSERT_EQ(1, server.AcceptOnSocket(socket, nullptr, -1));
@@ -129,8 +134,7 @@ TEST_F(SocketProcess, AForeignToolListensAndGivesPacketsBack) {
 
 TEST_F(SocketProcess, AForeignToolsBytesAreAPacketAndItReadsOne) {
     chSocketTCPServer server;
-    ASSERT_TRUE(listenAnywhere(server));
-    const std::string strAddress = "TCP4:127.0.0.1:" + std::to_string(portOf(server));
+    const std::string strAddress = addressFor(server);
     socat tool({"-", strAddress.c_str()});
     chSocketPacketTCP socket;
     QOR_MiscHelper::binaryArray arr;
@@ -140,6 +144,22 @@ TEST_F(SocketProcess, AForeignToolsBytesAreAPacketAndItReadsOne) {
     EXPECT_EQ("status", textOf(arr));
     ASSERT_EQ(1, socket.SendOnePacket("fine", 4));
     EXPECT_EQ(std::string("\0\0\0\4fine", 8), tool.hear(8));
+}
+
+TEST_F(SocketProcess, AForeignToolThatEndsInTheMiddleOfAPacketEndsTheConnection) {
+    chSocketTCPServer server;
+    const std::string strAddress = addressFor(server);
+    socat tool({"-u", "-", strAddress.c_str()});
+    chSocketPacketTCP socket;
+    QOR_MiscHelper::binaryArray arr;
+    ASSERT_EQ(1, server.AcceptOnSocket(socket, nullptr, -1));
+    tool.say(packetOf("whole") + headOf(10) + "part");
+    tool.endInput();
+    ASSERT_EQ(1, socket.ReceiveOnePacket(arr, -1));
+    EXPECT_EQ("whole", textOf(arr));
+    EXPECT_EQ("", warningsOf([&] { EXPECT_EQ(0, socket.ReceiveOnePacket(arr, -1)); }));
+    EXPECT_EQ(0, socket.IsTCPConnected());
+    EXPECT_EQ(0, tool.wait());
 }
 
 TEST_F(SocketProcess, DatagramsGoToAForeignToolAndBack) {

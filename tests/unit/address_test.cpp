@@ -33,6 +33,14 @@ TEST(Address, TextAndPortAreStoredInNetworkOrder) {
         EXPECT_EQ(0, ch);
 }
 
+TEST(Address, ItIsMadeOfEachOfTheThreeForms) {
+    in_addr some;
+    some.s_addr = htonl(0x0A000001);
+    EXPECT_EQ("10.0.0.1:80", narrow(chSocketAddr(some, 80).GetIPv4(1)));
+    EXPECT_EQ("10.0.0.1:80", narrow(chSocketAddr("10.0.0.1", 80).GetIPv4(1)));
+    EXPECT_EQ("10.0.0.1:80", narrow(chSocketAddr("10.0.0.1:80").GetIPv4(1)));
+}
+
 TEST(Address, ItsTextComesWithAndWithoutThePort) {
     const chSocketAddr addr("255.254.253.252", 65535);
     EXPECT_EQ("255.254.253.252", narrow(addr.GetIPv4(0)));

@@ -171,6 +171,20 @@ TEST_F(FileSearch, ADeepTreeIsSearchedWithFewDescriptors) {
     EXPECT_EQ(texts{strPath + "/x"}, listFound);
 }
 
+TEST_F(FileSearch, ATreeThatIsTooDeepForAPathEndsTheSearchThere) {
+    ASSERT_EQ(0, chdir("/tmp/t"));
+    for (int i = 0; i < 2100; ++i) {
+        directory("d");
+        ASSERT_EQ(0, chdir("d"));
+    }
+    file("x");
+    ASSERT_EQ(0, chdir("/"));
+    file("/tmp/t/d/d/x");
+    EXPECT_EQ(texts{"/tmp/t/d/d/x"}, find("/tmp/t", "x", TRUE));
+    // What the system can no longer name is not taken for a file.
+    EXPECT_EQ(texts{}, find("/tmp/t", "d", TRUE));
+}
+
 TEST_F(FileSearch, ManyFilesAreFoundOnceEach) {
     texts listExpected;
     for (int i = 0; i < 1000; ++i) {

@@ -192,6 +192,13 @@ TEST_F(PacketTest, SendingToAPeerThatIsGoneIsWarnedOf) {
     EXPECT_EQ(0, m_socket.IsTCPConnected());
 }
 
+TEST_F(PacketTest, SendingAfterTheEndOfTheConnectionRaisesNoSignal) {
+    signal(SIGPIPE, SIG_DFL);
+    ASSERT_EQ(0, shutdown(m_socket, SHUT_WR));
+    EXPECT_TRUE(has(warningsOf([&] { EXPECT_EQ(0, m_socket.SendOnePacket("x", 1)); }), "sockSend error : [Broken pipe]"));
+    EXPECT_EQ(0, m_socket.IsTCPConnected());
+}
+
 TEST_F(PacketTest, SendingNeedsBytes) {
     EXPECT_SOCKET_FATAL(m_socket.SendOnePacket(nullptr, 1), "pBuffer != NULL && nSize > 0");
     EXPECT_SOCKET_FATAL(m_socket.SendOnePacket("x", 0), "pBuffer != NULL && nSize > 0");

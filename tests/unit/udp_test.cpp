@@ -1,5 +1,6 @@
 // The handle of a socket, and datagrams.
 #include <fcntl.h>
+#include <sys/un.h>
 
 #include "support/socket_peer.h"
 #include "support/text.h"
@@ -158,6 +159,20 @@ TEST(Udp, ASocketThatIsClosedWarns) {
     EXPECT_TRUE(has(strReceive, "] m_hSocket != INVALID_SOCKET ("));
     EXPECT_TRUE(has(strReceive, "sockRecv error : [Bad file descriptor]"));
     EXPECT_TRUE(has(warningsOf([&] { EXPECT_EQ(-1, socket.SelectAndReceive(0)); }), "select error : ["));
+}
+
+TEST(Udp, ASenderOfAnotherFamilyIsFatal) {
+    chSocketUDP socket;
+    ASSERT_EQ(1, socket.chSocket::CreateSocket(AF_UNIX, SOCK_DGRAM, 0));
+    sockaddr_un addr = {AF_UNIX, "/tmp/another.family"};
+    const sockaddr* pAddr = reinterpret_cast<const sockaddr*>(&addr);
+    ASSERT_EQ(0, bind(socket, pAddr, sizeof(addr)));
+    // Each process that ends takes one datagram.
+    for (int i = 0; i < 2; ++i)
+        ASSERT_EQ(3, sockSendTo(socket, "abc", 3, 0, pAddr, sizeof(addr)));
+    EXPECT_SOCKET_FATAL(socket.socketReceive(), "nAddrSize == sizeof(sockaddr)");
+    EXPECT_SOCKET_FATAL(socket.SelectAndReceive(0), "nAddrSize == sizeof(sockaddr)");
+    unlink(addr.sun_path);
 }
 
 TEST(Udp, ItStaysBlockingAndClosedOnExec) {

@@ -99,8 +99,9 @@ private:
 };
 
 /// What standard input has to offer within 10 ms, its line feed included, or an empty string. It is read in blocks of
-/// 1024 bytes until one is not full or holds a line feed, or the next one does not come within 10 ms. Bytes behind a
-/// NUL of a block are dropped. What `getchar` and its like have read ahead is not seen.
+/// 1024 bytes until one is not full or holds a line feed, or the next one does not come within 10 ms; a signal may
+/// shorten these waits. Bytes behind a NUL of a block are dropped. What `getchar` and its like have read ahead is not
+/// seen.
 QOR_API QOR_StringHelper::chReferenceStringT<char> qorGetConsoleLineInput();
 
 }  // namespace QOR_BaseHelper

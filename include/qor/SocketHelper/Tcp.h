@@ -42,8 +42,8 @@ public:
     BOOL CreateSocket(const chSocketAddr& addr);
     /// The same for a dotted text; port 0 takes a free one. Fatal: null; there is one already.
     BOOL CreateSocket(const char* lpszIPv4, int nPort);
-    /// Disconnect(), and closes the socket, if there is one. What is in the input buffer can still be read, until a new
-    /// socket is made.
+    /// Disconnect(), which may take two seconds, and closes the socket, if there is one. What is in the input buffer can
+    /// still be read, until a new socket is made.
     void DestroySocket();
 
     /// Connects.
@@ -58,8 +58,8 @@ public:
     /// Whether the connection stands, as far as the last operation could tell.
     BOOL IsTCPConnected() const { return m_bIsConnected; }
     /// Ends the connection on this side: nothing more is received. What has come goes into the input buffer byte by
-    /// byte; a peer that keeps sending holds it up for two seconds at the most, which is warned of. The peer learns
-    /// of it when the socket is destroyed.
+    /// byte, for two seconds at the most: a peer that keeps sending, or some ten thousand bytes that nobody has taken,
+    /// hold it up that long, which is warned of. The peer learns of it when the socket is destroyed.
     void Disconnect();
 
     /// Waits until nSize bytes are there behind the first nOffset ones, and copies them; null does not copy. Nothing is
