@@ -15,13 +15,6 @@ namespace {
 
 constexpr const char* szMark = "QOR_TEST_ISOLATED";
 
-// What runs inside the new namespaces, before the program again. A file system over the whole root is not possible
-// everywhere, so the two device directories are made in /tmp and bound where they can be.
-constexpr const char* szScript =
-    "mount -t tmpfs -o mode=1777,size=256m tmpfs /tmp && mkdir /tmp/home || exit 97; "
-    "for d in /rundata /vantrel; do mkdir -p /tmp$d; [ -d $d ] && mount --bind /tmp$d $d; done 2>/dev/null; "
-    "exec \"$@\"";
-
 bool asksForList(int argc, char** argv) {
     for (int i = 1; i < argc; ++i)
         if (strncmp(argv[i], "--gtest_list_tests", 18) == 0)
@@ -63,8 +56,8 @@ void isolate(int argc, char** argv) {
         return;
     }
     setenv(szMark, "1", 1);
-    std::vector<std::string> listWord = {"unshare", "--user", "--map-root-user", "--mount", "--ipc", "--", "sh", "-c",
-                                         szScript, "sh"};
+    std::vector<std::string> listWord = {"sh", QOR_TEST_SOURCES "/scripts/lib/isolate", QOR_TEST_SOURCES,
+                                         QOR_TEST_BUILD};
     for (const std::string& strWord : emulatorWords())
         listWord.push_back(strWord);
     listWord.push_back(ownPath());
@@ -75,7 +68,7 @@ void isolate(int argc, char** argv) {
         listArgument.push_back(&strWord[0]);
     listArgument.push_back(NULL);
     execvp(listArgument[0], listArgument.data());
-    perror("Tests need user, mount and IPC namespaces of their own: cannot run unshare (package util-linux)");
+    perror("Tests need user, mount and IPC namespaces of their own: sh");
     exit(97);
 }
 
