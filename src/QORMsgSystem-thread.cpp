@@ -6,6 +6,7 @@
 #include <vector>
 
 #define QOR_MODULE "QORMsgSystem"
+#include "internal/live_table.h"
 #include "internal/message.h"
 #include "internal/report.h"
 #include "internal/scope_lock.h"
@@ -337,13 +338,19 @@ int chThreadLocal::CallProxy(msgObject& objMessage) {
 }
 
 int chThreadLocal::CallTimer(msgObject& objMessage) {
-    chThreadTimer* pTimer = m_objTimerQueue.FindTimerByWord(loadShareWord(objMessage.wParam));
+    const uint32_t uTimer = loadShareWord(objMessage.wParam);
+    chThreadTimer* pTimer = m_objTimerQueue.FindTimerByWord(uTimer);
     if (!QOR_WARN_TEXT(pTimer != NULL && pTimer->m_pEmitedMessage == &objMessage, "timer message without its timer"))
         return 0;
     pTimer->m_pEmitedMessage = NULL;
     objMessage.SetMessage(TM_THREAD_TIMER, pTimer->m_nTimerID, loadShareWord(objMessage.lParam));
     m_objTimerQueue.InstallTimerToQueue(pTimer);
-    return CallMessageMeth(pTimer->m_pProcesser, pTimer->m_pMethod, objMessage);
+    const unsigned long long uNextTick = pTimer->m_uNextTick;
+    const unsigned uEpoch = getUnregistEpoch();
+    const int nHandled = CallMessageMeth(pTimer->m_pProcesser, pTimer->m_pMethod, objMessage);
+    if (uEpoch == getUnregistEpoch())
+        m_objTimerQueue.RestartTimer(uTimer, uNextTick);
+    return nHandled;
 }
 
 int chThreadLocal::CallMessageMeth(chMsgProcesser* pProcesser, msgMethod pMethod, msgObject& objMessage) {
@@ -416,6 +423,8 @@ msgProxy makeProxy(UINT uMsg, const chMsgProcesser* pProcesser, msgMethod pMetho
     msgProxy proxy = {};
     proxy.m_uMsg = uMsg;
     proxy.m_uProcesser = encodeMessageProcesser(pProcesser);
+    if (proxy.m_uProcesser == 0 && pProcesser != NULL)
+        proxy.m_uProcesser = wordOfGone;
     proxy.m_objMethod = encodeMessageMethod(pMethod);
     return proxy;
 }
