@@ -129,15 +129,23 @@ msgObject* chThreadLocal::TakeMessage() {
     return bUnchanged ? NULL : FinishAndTake(NULL);
 }
 
+// The caller holds the mutex. A queue that somebody has freed, taking this thread for dead, belongs to no task any more or to
+// another one: then the thread ends instead of reading what is there now.
+chMsgQueue* chThreadLocal::QueueInHold() {
+    if (m_pMsgQueue != NULL && m_pMsgQueue->GetTaskId() != m_idTask)
+        m_pMsgQueue = NULL;
+    return getMsgQueue();
+}
+
 msgObject* chThreadLocal::FinishAndTake(msgObject* pHandled) {
-    chMsgQueue* pQueue = getMsgQueue();
-    if (pQueue == NULL)
-        return NULL;
     int idWake = 0;
     bool bReset = true;
     msgObject* pMessage = NULL;
     {
         scopeShareLock<chSystemShareFrame> lock(share());
+        chMsgQueue* pQueue = QueueInHold();
+        if (pQueue == NULL)
+            return NULL;
         if (pHandled != NULL)
             idWake = FinishInHold(*pHandled);
         pMessage = pQueue->read_message();
@@ -183,8 +191,8 @@ void chThreadLocal::ProcessIdle() {
 }
 
 bool chThreadLocal::HasWork() {
-    const chMsgQueue* pQueue = getMsgQueue();
     scopeShareLock<chSystemShareFrame> lock(share());
+    const chMsgQueue* pQueue = QueueInHold();
     return pQueue != NULL && pQueue->HasMessage();
 }
 
@@ -215,13 +223,11 @@ BOOL chThreadLocal::Dogsleep(int nTime) {
 }
 
 UINT chThreadLocal::ProcessOneMessageFromQueue() {
-    chMsgQueue* pQueue = getMsgQueue();
-    if (pQueue == NULL)
-        return 0;
     msgObject* pMessage = NULL;
     {
         scopeShareLock<chSystemShareFrame> lock(share());
-        pMessage = pQueue->read_message();
+        if (chMsgQueue* pQueue = QueueInHold())
+            pMessage = pQueue->read_message();
     }
     return pMessage != NULL ? HandleMessage(*pMessage) : 0;
 }
@@ -243,12 +249,12 @@ void chThreadLocal::ProcessTaken(msgObject& objMessage) {
 }
 
 void chThreadLocal::FinishTaken(msgObject& objMessage) {
-    const chMsgQueue* pQueue = getMsgQueue();
-    if (pQueue == NULL)
-        return;
     int idWake = 0;
     {
         scopeShareLock<chSystemShareFrame> lock(share());
+        const chMsgQueue* pQueue = QueueInHold();
+        if (pQueue == NULL)
+            return;
         idWake = FinishInHold(objMessage);
         m_bQueueEmpty = !pQueue->HasMessage() && ResetOwnEvent();
     }
@@ -265,11 +271,9 @@ int chThreadLocal::FinishInHold(msgObject& objMessage) {
 // is left to the first pass that slept through.
 void chThreadLocal::FreeOrphans() {
     m_bLeftOrphan = 0;
-    chMsgQueue* pQueue = getMsgQueue();
-    if (pQueue == NULL)
-        return;
     scopeShareLock<chSystemShareFrame> lock(share());
-    freeOrphanMessages(*pQueue);
+    if (chMsgQueue* pQueue = QueueInHold())
+        freeOrphanMessages(*pQueue);
 }
 
 // ---- dispatch
@@ -405,10 +409,10 @@ int chThreadLocal::HandleOwnMessage(msgDraft draft, int* pbReplied) {
         *pbReplied = 1;
     if (uEpoch != getUnregistEpoch())
         return -1;
-    chMsgQueue* pQueue = getMsgQueue();
+    scopeShareLock<chSystemShareFrame> lock(share());
+    chMsgQueue* pQueue = QueueInHold();
     if (pQueue == NULL)
         return -1;
-    scopeShareLock<chSystemShareFrame> lock(share());
     const int nResult = pMessage->GetResult();
     pMessage->SetStatus(MT_PROCESSED);
     pQueue->FreeMessage(pMessage);

@@ -219,6 +219,7 @@ private:
     bool HasWork();
     bool WaitForWork(int nTime);
     int HandleOwnMessage(msgDraft draft, int* pbReplied);
+    chMsgQueue* QueueInHold();
     msgObject* TakeMessage();
     bool ResetOwnEvent();
     msgObject* FinishAndTake(msgObject* pHandled);
