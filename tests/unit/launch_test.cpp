@@ -19,8 +19,10 @@ using qorTest::share;
 namespace {
 
 int quitAtOnce(simpMSG* pMsg) {
-    if (pMsg->uMsg == TM_THREAD_START)
+    if (pMsg->uMsg == TM_THREAD_START) {
+        pthread_detach(pthread_self());  // nobody joins a thread that ends by itself
         msgPostMsgToThread(msgGetThreadByName("brief"), TM_THREAD_QUIT, 0, 0);
+    }
     return -1;
 }
 
@@ -44,7 +46,7 @@ int launchBriefThreads() {
     QOR_TraceHelper::uCTraceHelpergetGlobalObject()->RedirectToNull();
     runOnOneProcessor();
     for (int i = 0; i < 30; ++i) {
-        // Nobody joins a thread that has gone by itself, so its object stays.
+        // The object stays: nothing tells when its thread has left it.
         if (!process().LaunchLocalThread(*new chThreadLocal("brief", quitAtOnce)))
             return 1;
         while (msgGetThreadByName("brief") != NULL)
