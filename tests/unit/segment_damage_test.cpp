@@ -56,30 +56,25 @@ TEST(SegmentDamage, AThreadWhoseQueueIsNoLongerInTheTableEndsWithAnAssertion) {
 
 // ---- a queue that is gone
 
-// The death runs on the same segment, which gets its table back.
+// The deaths run on the same segment, which gets an empty table at the end.
 class emptyTable {
 public:
-    emptyTable()
-        : m_pRoot(reinterpret_cast<int32_t*>(&share().getObject()->m_objManager.m_vRootQueueChain)),
-          m_aWord{m_pRoot[0], m_pRoot[1]} {}
-    ~emptyTable() { Store(m_aWord[0], m_aWord[1]); }
-    void Empty() { Store(0, 0); }
+    ~emptyTable() { Empty(); }
+    void Empty() {
+        storeShareWord(m_pRoot[0], 0);
+        storeShareWord(m_pRoot[1], 0);
+    }
     // An empty table whose way back still leads to a queue.
-    void LoseNext() { Store(0, m_pRoot[1]); }
+    void LoseNext() { storeShareWord(m_pRoot[0], 0); }
 
 private:
-    void Store(int32_t nNext, int32_t nPrev) {
-        storeShareWord(m_pRoot[0], nNext);
-        storeShareWord(m_pRoot[1], nPrev);
-    }
-
-    int32_t* m_pRoot;
-    int32_t m_aWord[2];
+    int32_t* const m_pRoot = reinterpret_cast<int32_t*>(&share().getObject()->m_objManager.m_vRootQueueChain);
 };
 
 TEST(QueueGone, ATimerThatFallsDueAndAThreadThatUnregistersAreFatal) {
     emptyTable table;
     const auto fnDie = [&](const std::function<void(chThreadLocal&)>& fnUse) {
+        table.Empty();
         chThreadLocal thread("gone", NULL);
         share().CreateLocalThread(thread);
         chThreadTimer timer(7);
@@ -100,6 +95,7 @@ TEST(QueueGone, ATimerThatFallsDueAndAThreadThatUnregistersAreFatal) {
 TEST(QueueGone, WhoeverRegistersNextIsInTheTableAgain) {
     emptyTable table;
     const auto fnRegister = [&]() {
+        table.Empty();
         chThreadLocal lost("lost", NULL), next("next", NULL), third("third", NULL);
         share().CreateLocalThread(lost);
         table.LoseNext();
@@ -133,7 +129,9 @@ struct swept : chThreadLocal {
 
 TEST(QueueGone, AThreadNeverReadsAQueueThatWasFreed) {
     const char* lpszText = "\\[QORMsgSystem:[0-9]+\\] m_pMsgQueue != NULL ";
-    const auto fnDie = [](const std::function<void(swept&)>& fnUse) {
+    emptyTable table;
+    const auto fnDie = [&](const std::function<void(swept&)>& fnUse) {
+        table.Empty();
         swept thread;
         fnUse(thread);
         _exit(0);
