@@ -8,6 +8,8 @@
 #include <pthread.h>
 #include <stdio.h>
 
+#include <algorithm>
+
 #define QOR_MODULE "QORMsgSystem"
 #include "internal/message.h"
 #include "internal/report.h"
@@ -87,6 +89,13 @@ void chProcessLocal::RegisterLocalThread(chThreadLocal& objThread) {
     if (bNew)
         listLocalThread.push_back(&objThread);
     objThread.m_bRuning = 1;
+    for (launchWait* pWait : m_listLaunch) {
+        if ((pWait->m_pThread != NULL && pWait->m_pThread != &objThread) ||
+            (pWait->m_lpszThreadName != NULL && strcmp(pWait->m_lpszThreadName, objThread.GetThreadName()) != 0))
+            continue;
+        pWait->m_pMsgQueue = objThread.m_pMsgQueue;
+        pWait->m_bRegistered.store(true, std::memory_order_release);
+    }
 }
 
 void chProcessLocal::UnregisterLocalThread(chThreadLocal* pLocalThread) {
@@ -108,6 +117,20 @@ void chProcessLocal::UnregisterLocalThread(chThreadLocal* pLocalThread) {
 }
 
 // ---- chProcessLocal: launching
+
+launchWait::launchWait(const chThreadLocal* pThread, const char* lpszThreadName)
+    : m_pThread(pThread), m_lpszThreadName(lpszThreadName) {
+    chProcessLocal& objProcess = share().GetProcessLocal();
+    processLock lock(objProcess.m_csLocal);
+    objProcess.m_listLaunch.push_back(this);
+}
+
+launchWait::~launchWait() {
+    chProcessLocal& objProcess = share().GetProcessLocal();
+    processLock lock(objProcess.m_csLocal);
+    auto& listLaunch = objProcess.m_listLaunch;
+    listLaunch.erase(std::remove(listLaunch.begin(), listLaunch.end(), this), listLaunch.end());
+}
 
 namespace {
 
@@ -132,10 +155,11 @@ void* runLaunchedThread(void* pData) {
 BOOL chProcessLocal::LaunchLocalThread(chThreadLocal& objThread) {
     if (!QOR_ASSERT(!IsValidLocalThread(&objThread)))
         return 0;
+    const launchWait wait(&objThread, NULL);
     if (chCreateThread(runLaunchedThread, &objThread, objThread.m_nPriority) == 0)
         return 0;
     unsigned long long uStart = QOR_BaseHelper::qorGetTickCount();
-    while (!IsValidLocalThread(&objThread)) {
+    while (!wait.IsRegistered()) {
         QOR_MiscHelper::qorSwitchToThread();
         if (QOR_BaseHelper::qorGetTickCount() - uStart > launchPatience) {
             QOR_TraceHelper::qorOutputWarningString("launch thread timeout");
@@ -263,12 +287,17 @@ chEvent* chProcessLocal::CreateOwnTaskEvent() {
     return pEvent;
 }
 
-void chProcessLocal::NoteOwnMessage() {
+bool chProcessLocal::NoteOwnMessage() {
     const int idTask = qorGetCurrentTaskId();
+    bool bRegistered = false;
     processLock lock(m_csLocal);
-    for (auto it = listLocalThread.begin(); it != listLocalThread.end(); ++it)
-        if ((*it)->getTaskId() == idTask)
-            (*it)->m_bQueueEmpty = 0;
+    for (auto it = listLocalThread.begin(); it != listLocalThread.end(); ++it) {
+        if ((*it)->getTaskId() != idTask)
+            continue;
+        (*it)->m_bQueueEmpty = 0;
+        bRegistered = true;
+    }
+    return bRegistered;
 }
 
 chEvent* chProcessLocal::RenewOwnTaskEvent() {
@@ -358,6 +387,7 @@ void chProcessLocal::fork_reset() {
     for (auto it = listLocalThread.begin(); it != listLocalThread.end(); ++it)
         (*it)->Abandon();
     listLocalThread.clear();
+    m_listLaunch.clear();
     for (auto it = m_mapTaskEvent.begin(); it != m_mapTaskEvent.end(); ++it)
         (*it).value.CloseEvent();
     m_mapTaskEvent.clear();

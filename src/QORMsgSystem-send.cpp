@@ -200,8 +200,11 @@ msgObject* chThreadBase::PutDraft(const msgDraft& draft, bool* pbWake) {
         }
         pMessage = putMessage(*m_pMsgQueue, draft, pbWake);
     }
-    if (IsCalledByThisThread())
-        share().GetProcessLocal().NoteOwnMessage();
+    // A queue of the own task id that is not the caller's was left by a dead predecessor: nobody will ever read it.
+    if (IsCalledByThisThread() && !share().GetProcessLocal().NoteOwnMessage()) {
+        m_pMsgQueue = NULL;
+        return NULL;
+    }
     return pMessage;
 }
 

@@ -6,6 +6,7 @@
 #include <vector>
 
 #define QOR_MODULE "QORMsgSystem"
+#include "internal/live_table.h"
 #include "internal/message.h"
 #include "internal/report.h"
 #include "internal/scope_lock.h"
@@ -128,15 +129,23 @@ msgObject* chThreadLocal::TakeMessage() {
     return bUnchanged ? NULL : FinishAndTake(NULL);
 }
 
+// The caller holds the mutex. A queue that somebody has freed, taking this thread for dead, belongs to no task any more or to
+// another one: then the thread ends instead of reading what is there now.
+chMsgQueue* chThreadLocal::QueueInHold() {
+    if (m_pMsgQueue != NULL && m_pMsgQueue->GetTaskId() != m_idTask)
+        m_pMsgQueue = NULL;
+    return getMsgQueue();
+}
+
 msgObject* chThreadLocal::FinishAndTake(msgObject* pHandled) {
-    chMsgQueue* pQueue = getMsgQueue();
-    if (pQueue == NULL)
-        return NULL;
     int idWake = 0;
     bool bReset = true;
     msgObject* pMessage = NULL;
     {
         scopeShareLock<chSystemShareFrame> lock(share());
+        chMsgQueue* pQueue = QueueInHold();
+        if (pQueue == NULL)
+            return NULL;
         if (pHandled != NULL)
             idWake = FinishInHold(*pHandled);
         pMessage = pQueue->read_message();
@@ -182,8 +191,8 @@ void chThreadLocal::ProcessIdle() {
 }
 
 bool chThreadLocal::HasWork() {
-    const chMsgQueue* pQueue = getMsgQueue();
     scopeShareLock<chSystemShareFrame> lock(share());
+    const chMsgQueue* pQueue = QueueInHold();
     return pQueue != NULL && pQueue->HasMessage();
 }
 
@@ -214,13 +223,11 @@ BOOL chThreadLocal::Dogsleep(int nTime) {
 }
 
 UINT chThreadLocal::ProcessOneMessageFromQueue() {
-    chMsgQueue* pQueue = getMsgQueue();
-    if (pQueue == NULL)
-        return 0;
     msgObject* pMessage = NULL;
     {
         scopeShareLock<chSystemShareFrame> lock(share());
-        pMessage = pQueue->read_message();
+        if (chMsgQueue* pQueue = QueueInHold())
+            pMessage = pQueue->read_message();
     }
     return pMessage != NULL ? HandleMessage(*pMessage) : 0;
 }
@@ -242,12 +249,12 @@ void chThreadLocal::ProcessTaken(msgObject& objMessage) {
 }
 
 void chThreadLocal::FinishTaken(msgObject& objMessage) {
-    const chMsgQueue* pQueue = getMsgQueue();
-    if (pQueue == NULL)
-        return;
     int idWake = 0;
     {
         scopeShareLock<chSystemShareFrame> lock(share());
+        const chMsgQueue* pQueue = QueueInHold();
+        if (pQueue == NULL)
+            return;
         idWake = FinishInHold(objMessage);
         m_bQueueEmpty = !pQueue->HasMessage() && ResetOwnEvent();
     }
@@ -264,11 +271,9 @@ int chThreadLocal::FinishInHold(msgObject& objMessage) {
 // is left to the first pass that slept through.
 void chThreadLocal::FreeOrphans() {
     m_bLeftOrphan = 0;
-    chMsgQueue* pQueue = getMsgQueue();
-    if (pQueue == NULL)
-        return;
     scopeShareLock<chSystemShareFrame> lock(share());
-    freeOrphanMessages(*pQueue);
+    if (chMsgQueue* pQueue = QueueInHold())
+        freeOrphanMessages(*pQueue);
 }
 
 // ---- dispatch
@@ -337,13 +342,19 @@ int chThreadLocal::CallProxy(msgObject& objMessage) {
 }
 
 int chThreadLocal::CallTimer(msgObject& objMessage) {
-    chThreadTimer* pTimer = m_objTimerQueue.FindTimerByWord(loadShareWord(objMessage.wParam));
+    const uint32_t uTimer = loadShareWord(objMessage.wParam);
+    chThreadTimer* pTimer = m_objTimerQueue.FindTimerByWord(uTimer);
     if (!QOR_WARN_TEXT(pTimer != NULL && pTimer->m_pEmitedMessage == &objMessage, "timer message without its timer"))
         return 0;
     pTimer->m_pEmitedMessage = NULL;
     objMessage.SetMessage(TM_THREAD_TIMER, pTimer->m_nTimerID, loadShareWord(objMessage.lParam));
     m_objTimerQueue.InstallTimerToQueue(pTimer);
-    return CallMessageMeth(pTimer->m_pProcesser, pTimer->m_pMethod, objMessage);
+    const unsigned long long uNextTick = pTimer->m_uNextTick;
+    const unsigned uEpoch = getUnregistEpoch();
+    const int nHandled = CallMessageMeth(pTimer->m_pProcesser, pTimer->m_pMethod, objMessage);
+    if (uEpoch == getUnregistEpoch())
+        m_objTimerQueue.RestartTimer(uTimer, uNextTick);
+    return nHandled;
 }
 
 int chThreadLocal::CallMessageMeth(chMsgProcesser* pProcesser, msgMethod pMethod, msgObject& objMessage) {
@@ -398,10 +409,10 @@ int chThreadLocal::HandleOwnMessage(msgDraft draft, int* pbReplied) {
         *pbReplied = 1;
     if (uEpoch != getUnregistEpoch())
         return -1;
-    chMsgQueue* pQueue = getMsgQueue();
+    scopeShareLock<chSystemShareFrame> lock(share());
+    chMsgQueue* pQueue = QueueInHold();
     if (pQueue == NULL)
         return -1;
-    scopeShareLock<chSystemShareFrame> lock(share());
     const int nResult = pMessage->GetResult();
     pMessage->SetStatus(MT_PROCESSED);
     pQueue->FreeMessage(pMessage);
@@ -416,6 +427,8 @@ msgProxy makeProxy(UINT uMsg, const chMsgProcesser* pProcesser, msgMethod pMetho
     msgProxy proxy = {};
     proxy.m_uMsg = uMsg;
     proxy.m_uProcesser = encodeMessageProcesser(pProcesser);
+    if (proxy.m_uProcesser == 0 && pProcesser != NULL)
+        proxy.m_uProcesser = wordOfGone;
     proxy.m_objMethod = encodeMessageMethod(pMethod);
     return proxy;
 }

@@ -167,6 +167,13 @@ BOOL chTimerQueue::InstallTimerToQueue(chThreadTimer* pTimer) {
     return 1;
 }
 
+// The handler may have destroyed or set the timer, or have handled it again in a loop of its own.
+void chTimerQueue::RestartTimer(uint32_t uTimer, unsigned long long uNextTick) {
+    chThreadTimer* pTimer = FindTimerByWord(uTimer);
+    if (pTimer != NULL && pTimer->m_pEmitedMessage == NULL && pTimer->m_uNextTick == uNextTick)
+        InstallTimerToQueue(pTimer);
+}
+
 void chTimerQueue::UninstallTimerFromQueue(chThreadTimer* pTimer) {
     for (auto it = m_listTimer.begin(); it != m_listTimer.end(); ++it) {
         if (*it == pTimer) {

@@ -6,6 +6,7 @@
 #include <limits>
 
 #define QOR_MODULE "sub-interface"
+#include "internal/message.h"
 #include "internal/report.h"
 #include "internal/scope_lock.h"
 #include "qor/MiscHelper.h"
@@ -40,6 +41,16 @@ chThreadLocal* ownThread(const chMsgQueue* pQueue) {
 bool isNameFree(const char* lpszThreadName) {
     return QOR_ASSERT_TEXT(msgGetThreadByName(lpszThreadName) == NULL,
                            "g_uCSystemShareHelper.FindMessageQueueByName(lpszThreadName) == NULL");
+}
+
+// Starts a thread that registers itself under the name, and waits until it has. Its queue; null when it was not started.
+chMsgQueue* launchThread(void* (*lpEntry)(void*), const void* pArg, int nPriority, const char* lpszThreadName) {
+    const launchWait wait(NULL, lpszThreadName);
+    if (chCreateThread(lpEntry, pArg, nPriority) == 0)
+        return NULL;
+    while (!wait.IsRegistered())
+        QOR_MiscHelper::qorSwitchToThread();
+    return wait.GetQueue();
 }
 
 }  // namespace
@@ -101,11 +112,7 @@ int msgDefaultThreadRun(void) {
 BOOL msgLaunchWorkThread(void* (*lpMeth)(void*), const char* lpszThreadName, void* pArg) {
     if (!QOR_ASSERT(lpMeth != NULL && !textEMPTY(lpszThreadName)) || !isNameFree(lpszThreadName))
         return 0;
-    if (chCreateThread(lpMeth, pArg, -1) == 0)
-        return 0;
-    while (process().GetLocalThreadByName(lpszThreadName) == NULL)
-        QOR_MiscHelper::qorSwitchToThread();
-    return 1;
+    return launchThread(lpMeth, pArg, -1, lpszThreadName) != NULL;
 }
 
 namespace {
@@ -134,11 +141,7 @@ HTHREAD msgLaunchCallbackWorkThread(const char* lpszThreadName, msgCallbackEx pM
     if (!QOR_ASSERT(pMsgCallbackEx != NULL && !textEMPTY(lpszThreadName)) || !isNameFree(lpszThreadName))
         return NULL;
     launchBlock block = {lpszThreadName, pMsgCallbackEx};
-    if (chCreateThread(runCallbackThread, &block, nPriority) == 0)
-        return NULL;
-    while (process().GetLocalThreadByName(lpszThreadName) == NULL)
-        QOR_MiscHelper::qorSwitchToThread();
-    return msgMsgQueue2HTHREAD(share().FindMessageQueueByName(lpszThreadName));
+    return msgMsgQueue2HTHREAD(launchThread(runCallbackThread, &block, nPriority, lpszThreadName));
 }
 
 void msgUnlaunchWorkThread(const char* lpszThreadName) {

@@ -12,6 +12,9 @@
 
 namespace QOR_MsgQueueHelper {
 
+// The word of an object that has gone already when it is put into a record: never that of a live one.
+constexpr uint32_t wordOfGone = 0xFFFFFFFFu;
+
 template <typename T>
 class liveTable {
 public:
@@ -51,7 +54,7 @@ private:
     uint32_t freeNumber() {
         do
             ++m_uLast;
-        while (m_uLast == 0 || m_mapObject.count(m_uLast) != 0);
+        while (m_uLast == 0 || m_uLast == wordOfGone || m_mapObject.count(m_uLast) != 0);
         return m_uLast;
     }
 

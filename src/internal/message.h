@@ -2,6 +2,7 @@
 #ifndef QOR_INTERNAL_MESSAGE_H
 #define QOR_INTERNAL_MESSAGE_H
 
+#include <atomic>
 #include <string>
 #include <vector>
 
@@ -9,6 +10,8 @@
 #include "qor/Types.h"
 
 namespace QOR_MsgQueueHelper {
+
+class chThreadLocal;
 
 // The size of a record's chain node, which stands in front of every queue and message.
 constexpr size_t sizeChainNode = sizeof(QOR_ChainHelper::list_chain_offset);
@@ -53,6 +56,28 @@ struct ghostQueue {
 // finished messages of dead senders. The caller holds the mutex.
 void sweepGhostQueues(chMsgQueueManager& objManager, int idOwn, std::vector<ghostQueue>& listGhost);
 void traceGhostQueues(const std::vector<ghostQueue>& listGhost);
+
+// Waits for a registration in this process, of a thread object or under a name. It is made before the thread is started: the
+// thread may have come and gone before its launcher looks.
+class launchWait {
+public:
+    launchWait(const chThreadLocal* pThread, const char* lpszThreadName);
+    ~launchWait();
+    launchWait(const launchWait&) = delete;
+    launchWait& operator=(const launchWait&) = delete;
+
+    bool IsRegistered() const { return m_bRegistered.load(std::memory_order_acquire); }
+    // The queue that the thread got.
+    chMsgQueue* GetQueue() const { return m_pMsgQueue; }
+
+private:
+    friend class chProcessLocal;
+
+    const chThreadLocal* const m_pThread;    // null for any
+    const char* const m_lpszThreadName;      // null for any
+    chMsgQueue* m_pMsgQueue = NULL;
+    std::atomic<bool> m_bRegistered{false};
+};
 
 // The name of a task's wake-up event.
 struct taskEventName {

@@ -96,9 +96,14 @@ public:
         storeLink(wordsOf(pRealLeft)[0], pNew, 0);
         storeLink(wordsOf(pRight)[1], pNew, 1);
     }
-    // Links a new record in front of pRight (null: at the end).
+    // Links a new record in front of pRight (null: at the end). Its neighbour is found on the way forward alone: behind a
+    // record to which only a damaged way back leads, nobody would find the new one.
     void InsertBefore(list_chain_offset* pRight, list_chain_offset* pNew) const {
-        list_chain_offset* pLeft = pRight != NULL ? Prev(pRight) : Last();
+        list_chain_offset* pLeft = NULL;
+        Find([pRight, &pLeft](list_chain_offset* p) {
+            pLeft = p == pRight ? pLeft : p;
+            return p == pRight;
+        });
         InsertBehind(pLeft, pNew);
     }
     // Takes a record out; one that a killed process has taken out already stays out. Its own links become null.

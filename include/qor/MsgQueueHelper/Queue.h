@@ -6,7 +6,9 @@
 /// hold in every process. There is no limit but the pool, whose exhaustion is a fatal assertion.
 ///
 /// Every operation here runs with the segment's mutex held by the caller. Links are checked before they are
-/// followed: damage in the segment is the fatal assertion "broken share chain", never a wild access.
+/// followed: damage in the segment is the fatal assertion "broken share chain", never a wild access. Somebody who
+/// removes the segment's mutex from the device ends every process at its next operation ("broken share lock"): without
+/// it, they would damage the segment for each other.
 ///
 /// Read on in Processer.h (who handles messages) and Thread.h (who owns queues).
 #ifndef QOR_MSGQUEUEHELPER_QUEUE_H

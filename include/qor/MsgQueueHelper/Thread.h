@@ -33,6 +33,8 @@ namespace QOR_MsgQueueHelper {
 
 /// What chThreadBase puts into a message before it shows it to the target.
 struct msgDraft;
+/// What a launcher waits with until its thread has registered.
+class launchWait;
 
 /// The sending side of any thread. One thread may use it at a time.
 class QOR_API chThreadBase {
@@ -217,6 +219,7 @@ private:
     bool HasWork();
     bool WaitForWork(int nTime);
     int HandleOwnMessage(msgDraft draft, int* pbReplied);
+    chMsgQueue* QueueInHold();
     msgObject* TakeMessage();
     bool ResetOwnEvent();
     msgObject* FinishAndTake(msgObject* pHandled);
@@ -288,8 +291,8 @@ public:
     QOR_BaseHelper::chEvent* GetCurrentTaskEvent();
     /// Tells the calling thread's loop to look into its queue: it has posted itself a message, for which there is no
     /// signal, or has taken signals of its event elsewhere. Also the end of what the task did with its event: it may be
-    /// destroyed by whoever finds the task dead.
-    void NoteOwnMessage();
+    /// destroyed by whoever finds the task dead. Whether the calling thread is registered.
+    bool NoteOwnMessage();
     /// Makes the calling task's own event anew, whatever a dead predecessor of the same task id left behind.
     QOR_BaseHelper::chEvent* CreateOwnTaskEvent();
 
@@ -309,6 +312,8 @@ private:
 
     typedef std::vector<int> ghostEventList;
 
+    friend class launchWait;
+
     template <typename Fn>
     chThreadLocal* FindThread(Fn fnMatch);
     ghostEventList SweepTaskEvents(bool bNow);
@@ -319,6 +324,7 @@ private:
     QOR_BaseHelper::chCriticalSection m_csLocal;
     chLocalThreadList listLocalThread;
     chTaskEventMap m_mapTaskEvent;
+    std::vector<launchWait*> m_listLaunch;  // who waits for a registration, guarded by m_csLocal
     unsigned long long m_uLastSweep;
     BOOL m_bForking;  // the forking thread holds m_csLocal
 };

@@ -3,7 +3,9 @@
 ///
 /// A timer lives in the memory of its process and fires on its host thread only: when it is due, the host's loop
 /// queues one message for it, and when that message has been handled the timer is set again from that moment. So
-/// a busy thread gets at most one pending message per timer, and missed periods are not caught up.
+/// a busy thread gets at most one pending message per timer, and missed periods are not caught up: a timer of 100 ms
+/// whose handler takes 30 ms fires about every 130 ms. A handler that runs its thread's loop (Dogsleep()) may meet its
+/// timer again meanwhile.
 ///
 /// @code
 /// QOR_MsgQueueHelper::chThreadTimer timer(7);
@@ -89,6 +91,9 @@ public:
     void DestoryTimerOnExit();
     /// Forgets every timer without touching the thread's queue.
     void AbandonTimers();
+    /// Lists the timer of a word once more, its handler having returned, unless it is no longer as it was listed before
+    /// the handler was called: for uNextTick, without a pending message.
+    void RestartTimer(uint32_t uTimer, unsigned long long uNextTick);
     /// The listed timer that wrote this word into its message, or null.
     chThreadTimer* FindTimerByWord(uint32_t uTimer) const;
 

@@ -1,0 +1,160 @@
+// Launching threads: those that end at once, that are slow, and that cannot be started.
+#include <pthread.h>
+#include <sched.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <thread>
+
+#include "qor/TraceHelper.h"
+#include "support/child.h"
+#include "support/message_thread.h"
+
+using namespace QOR_MsgQueueHelper;
+using qorTest::childProcess;
+using qorTest::currentThread;
+using qorTest::process;
+using qorTest::share;
+
+namespace {
+
+int quitAtOnce(simpMSG* pMsg) {
+    if (pMsg->uMsg == TM_THREAD_START) {
+        pthread_detach(pthread_self());  // nobody joins a thread that ends by itself
+        msgPostMsgToThread(msgGetThreadByName("brief"), TM_THREAD_QUIT, 0, 0);
+    }
+    return -1;
+}
+
+void* runBriefly(void*) {
+    HTHREAD hThread = msgRegistWorkThread("brief", quitAtOnce);
+    msgDefaultThreadRun();
+    msgUnregistWorkThread(hThread);
+    return NULL;
+}
+
+// On one processor a new thread may run from its begin to its end before its launcher looks.
+void runOnOneProcessor() {
+    cpu_set_t set;
+    CPU_ZERO(&set);
+    CPU_SET(static_cast<unsigned>(sched_getcpu()), &set);
+    sched_setaffinity(0, sizeof(set), &set);
+}
+
+// The launcher must not miss a thread that has come and gone.
+int launchBriefThreads() {
+    QOR_TraceHelper::uCTraceHelpergetGlobalObject()->RedirectToNull();
+    runOnOneProcessor();
+    for (int i = 0; i < 30; ++i) {
+        // The object stays: nothing tells when its thread has left it.
+        if (!process().LaunchLocalThread(*new chThreadLocal("brief", quitAtOnce)))
+            return 1;
+        while (msgGetThreadByName("brief") != NULL)
+            sched_yield();
+        if (msgLaunchWorkThread(runBriefly, "brief", NULL) != 1)
+            return 2;
+        while (msgGetThreadByName("brief") != NULL)
+            sched_yield();
+        if (msgLaunchCallbackWorkThread("brief", quitAtOnce, -1) == NULL)
+            return 3;
+        while (msgGetThreadByName("brief") != NULL)
+            sched_yield();
+    }
+    return 0;
+}
+
+TEST(Launch, AThreadThatEndsAtOnceDoesNotHoldUpItsLauncher) {
+    childProcess child("launcher", launchBriefThreads);
+    EXPECT_EQ(0, child.wait());
+}
+
+// Standard error as a pipe, which tells when something was written.
+class errorPipe {
+public:
+    errorPipe() : m_fdSaved(dup(STDERR_FILENO)) {
+        if (pipe(m_fd) != 0 || dup2(m_fd[1], STDERR_FILENO) == -1)
+            abort();
+    }
+    ~errorPipe() {
+        dup2(m_fdSaved, STDERR_FILENO);
+        for (const int fd : {m_fdSaved, m_fd[0], m_fd[1]})
+            close(fd);
+    }
+    std::string Line() {
+        std::string strLine;
+        for (char ch = 0; ch != '\n' && read(m_fd[0], &ch, 1) == 1;)
+            strLine += ch;
+        return strLine;
+    }
+
+private:
+    int m_fdSaved;
+    int m_fd[2];
+};
+
+TEST(Launch, ASlowRegistrationIsWarnedOfEveryThreeSeconds) {
+    chThreadLocal slow("slow", [](simpMSG*) { return -1; });
+    share().Lock(-1);  // nobody registers meanwhile
+    const unsigned long long uStart = QOR_BaseHelper::qorGetTickCount();
+    std::atomic<bool> bLaunched{false};
+    errorPipe pipe;
+    std::thread launcher([&]() { bLaunched = process().LaunchLocalThread(slow); });
+    for (const unsigned uAfter : {3000u, 6000u}) {
+        EXPECT_EQ("\033[1;33m warning: \033[00m launch thread timeout\n", pipe.Line());
+        EXPECT_GT(QOR_BaseHelper::qorGetTickCount() - uStart, uAfter);
+    }
+    EXPECT_FALSE(bLaunched);
+    share().Unlock();
+    launcher.join();
+    EXPECT_TRUE(bLaunched);
+    process().ShutdownLocalThread(&slow);
+}
+
+TEST(Launch, AThreadThatCannotBeStartedIsAWarningAndAFailure) {
+    const auto fnLaunch = []() {
+        pthread_attr_t attr;
+        pthread_attr_init(&attr);
+        pthread_attr_setstacksize(&attr, ~static_cast<size_t>(0) / 16 * 15);
+        pthread_setattr_default_np(&attr);
+        chThreadLocal thread("none", NULL);
+        const bool bFailed = chCreateThread(runBriefly, NULL, -1) == 0 && !process().LaunchLocalThread(thread) &&
+                             msgLaunchWorkThread(runBriefly, "none", NULL) == 0 &&
+                             msgLaunchCallbackWorkThread("none", quitAtOnce, -1) == NULL;
+        _exit(bFailed ? 7 : 1);
+    };
+    EXPECT_EXIT(fnLaunch(), testing::ExitedWithCode(7), "\\[xInc/xMsgSystem:[0-9]+\\] result == 0 ");
+}
+
+TEST(Launch, APriorityIsAskedForAndOneThatThereIsNotWarns) {
+    struct prober : chThreadLocal {
+        prober() : chThreadLocal("prober", NULL) {}
+        void AfterThreadLaunched() override {
+            pthread_getschedparam(pthread_self(), &m_nPolicy, &m_param);
+        }
+        int m_nPolicy = -1;
+        sched_param m_param = {};
+    };
+    const auto launch = [](prober& thread, int nPriority) {
+        thread.SetPriority(nPriority);
+        testing::internal::CaptureStderr();
+        EXPECT_TRUE(process().LaunchLocalThread(thread));
+        process().ShutdownLocalThread(&thread);
+        return testing::internal::GetCapturedStderr();
+    };
+    prober plain, ten, impossible;
+    EXPECT_EQ("", launch(plain, -1));
+    EXPECT_EQ(SCHED_OTHER, plain.m_nPolicy);
+    const std::string strTen = launch(ten, 10);
+    if (strTen.empty()) {
+        EXPECT_EQ(SCHED_FIFO, ten.m_nPolicy);
+        EXPECT_EQ(10, ten.m_param.sched_priority);
+    } else {
+        EXPECT_NE(std::string::npos, strTen.find(" pthread_attr_setschedpolicy - ")) << strTen;
+        EXPECT_EQ(SCHED_OTHER, ten.m_nPolicy);
+    }
+    const std::string strImpossible = launch(impossible, 1000);
+    EXPECT_NE(std::string::npos, strImpossible.find(" pthread_attr_setschedparam - Invalid argument\n"))
+        << strImpossible;
+}
+
+}  // namespace
