@@ -269,6 +269,34 @@ TEST_F(Timer, TheMessageOfATimerIsQueuedAndDroppedByHand) {
     EXPECT_TRUE(timer.IsTimerRuning());
 }
 
+// The tick for which the first timer is listed.
+unsigned long long firstTick(const chTimerQueue& timers) {
+    for (;;) {
+        const unsigned long long uNow = QOR_BaseHelper::qorGetTickCount();
+        const int nTicks = timers.GetNextTimerTicks();
+        if (QOR_BaseHelper::qorGetTickCount() == uNow)
+            return uNow + static_cast<unsigned long long>(nTicks);
+    }
+}
+
+TEST_F(Timer, ATimerIsRestartedUnlessItsHandlerHasSetIt) {
+    chThreadTimer timer(7);
+    timer.SetTimer(1000000, NULL);
+    const unsigned long long uListed = firstTick(timers());
+    timer.PushTimerMessageToQueue();
+    const uint32_t uWord = m_thread.getMsgQueue()->FindMessage([](msgObject&) { return true; })->wParam;
+    usleep(3000);
+    timers().RestartTimer(uWord, uListed);
+    EXPECT_EQ(-1, timers().GetNextTimerTicks()) << "its message is pending";
+    timer.FreeExistMessageBody();
+    timers().RestartTimer(uWord, uListed + 1);
+    timers().RestartTimer(uWord + 4, uListed);
+    EXPECT_EQ(uListed, firstTick(timers())) << "it was set meanwhile, or it is another one";
+    timers().RestartTimer(uWord, uListed);
+    EXPECT_LT(uListed, firstTick(timers()));
+    EXPECT_TRUE(timers().IsValidTimer(&timer));
+}
+
 TEST_F(Timer, ATimerIsListedAnewForNowPlusItsPeriod) {
     chThreadTimer first(1), second(2);
     first.SetTimer(1000000, NULL);
