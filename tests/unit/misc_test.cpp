@@ -14,6 +14,7 @@
 #include <thread>
 
 #include "qor/MiscHelper.h"
+#include "support/clock.h"
 #include "support/child.h"
 
 using namespace QOR_MiscHelper;
@@ -98,10 +99,10 @@ TEST(Id, NoTaskHasAnIdBelow1) {
 TEST(LocalTime, TheFieldsAreThoseOfTheClockInTheirOrder) {
     static_assert(sizeof(SYSTEMTIME) == 16, "eight 16-bit fields");
     // The clock may tick between two readings, so the time lies between two others.
-    const time_t tBefore = time(NULL);
+    const time_t tBefore = qorTest::secondsOfDayClock();
     unsigned short arrField[8];
     qorGetLocalTime(reinterpret_cast<SYSTEMTIME*>(arrField));
-    const time_t tAfter = time(NULL);
+    const time_t tAfter = qorTest::secondsOfDayClock();
     tm tmRead = {};
     tmRead.tm_year = arrField[0] - 1900;
     tmRead.tm_mon = arrField[1] - 1;
@@ -120,10 +121,10 @@ TEST(LocalTime, TheFieldsAreThoseOfTheClockInTheirOrder) {
 TEST(LocalTime, ItIsTheTimeOfTheZone) {
     setenv("TZ", "XXX-5:30", 1);
     tzset();
-    const time_t tBefore = time(NULL);
+    const time_t tBefore = qorTest::secondsOfDayClock();
     SYSTEMTIME st = {};
     qorGetLocalTime(&st);
-    const time_t tAfter = time(NULL);
+    const time_t tAfter = qorTest::secondsOfDayClock();
     const int nSecond = (st.wHour * 60 + st.wMinute) * 60 + st.wSecond;
     const auto secondOfDay = [](time_t t) { return static_cast<int>((t + 19800) % 86400); };
     EXPECT_TRUE(nSecond == secondOfDay(tBefore) || nSecond == secondOfDay(tAfter) ||
