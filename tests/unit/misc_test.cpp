@@ -14,8 +14,8 @@
 #include <thread>
 
 #include "qor/MiscHelper.h"
-#include "support/clock.h"
 #include "support/child.h"
+#include "support/clock.h"
 
 using namespace QOR_MiscHelper;
 

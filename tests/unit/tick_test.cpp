@@ -6,6 +6,7 @@
 
 #include "internal/tick.h"
 #include "qor/flat.h"
+#include "support/clock.h"
 
 using namespace QOR_BaseHelper;
 
@@ -171,10 +172,10 @@ TEST(Timer, TheCounterAndTheTickAgree) {
 }
 
 TEST(Timer, TheWallClockIsTheTimeOfDay) {
-    const time_t nBefore = time(nullptr);
+    const time_t nBefore = qorTest::secondsOfDayClock();
     const chTick tick = chTimer::GetDayTickCount();
     EXPECT_LE(static_cast<int32_t>(nBefore), tick.m_nSecond);
-    EXPECT_GE(static_cast<int32_t>(time(nullptr)), tick.m_nSecond);
+    EXPECT_GE(static_cast<int32_t>(qorTest::secondsOfDayClock()), tick.m_nSecond);
     EXPECT_TRUE(tick.m_nMicrosecond >= 0 && tick.m_nMicrosecond <= 999999);
 }
 
