@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "input.h"
 #include "qor/CodePage.h"
 
 using QOR_CodePage::chCodePage;
@@ -18,16 +19,6 @@ const char szName[] = "/tmp/fuzz.tbl";
 
 typedef std::vector<unsigned short> units;
 
-void check(bool bGood) {
-    if (!bGood)
-        abort();
-}
-
-void put(const uint8_t* pData, size_t nSize) {
-    FILE* pFile = fopen(szName, "wb");
-    check(pFile != NULL && fwrite(pData, 1, nSize, pFile) == nSize && fclose(pFile) == 0);
-}
-
 // Every entry's wide character is found, and no code yields what the table does not hold.
 void lookUp(const chCodePage& page, const uint8_t* pData, size_t nEntries) {
     for (size_t i = 0; i < nEntries; ++i) {
@@ -36,11 +27,11 @@ void lookUp(const chCodePage& page, const uint8_t* pData, size_t nEntries) {
         bool bHeld = wChar == '?';
         for (size_t j = 0; j < nEntries && !bHeld; ++j)
             bHeld = word(4 * j) == wChar && word(4 * j + 2) == word(4 * i + 2);
-        check(bHeld);
+        expect(bHeld);
         size_t nFirst = 0;
         while (word(4 * nFirst) != word(4 * i))
             ++nFirst;
-        check(page.W2MBCS_slow(word(4 * i)) == word(4 * nFirst + 2));
+        expect(page.W2MBCS_slow(word(4 * i)) == word(4 * nFirst + 2));
     }
 }
 
@@ -75,13 +66,13 @@ void convert(const chCodePage& page, const std::string& strText) {
     const auto wstr = page.MBCS2W(strText.c_str());
     const unsigned short* lpszTextW = wstr;
     units listUnit = toWide(page, strText);
-    check(listUnit == units(lpszTextW, lpszTextW + wstr.GetLength()) && lpszTextW[wstr.GetLength()] == 0);
+    expect(listUnit == units(lpszTextW, lpszTextW + wstr.GetLength()) && lpszTextW[wstr.GetLength()] == 0);
 
     listUnit.erase(std::find(listUnit.begin(), listUnit.end(), 0), listUnit.end());
     const auto str = page.W2MBCS(wstr);
     const char* lpszText = str;
-    check(toBytes(page, listUnit) == std::string(lpszText, lpszText + str.GetLength()));
-    check(lpszText[str.GetLength()] == 0);
+    expect(toBytes(page, listUnit) == std::string(lpszText, lpszText + str.GetLength()));
+    expect(lpszText[str.GetLength()] == 0);
 }
 
 }  // namespace
@@ -90,9 +81,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* pData, size_t nSize) {
     if (nSize == 0)
         return 0;
     const size_t nTable = std::min<size_t>(pData[0], nSize - 1);
-    put(pData + 1, nTable);
+    putInput(szName, pData + 1, nTable);
     chCodePage page(szName);
-    check(page.LoadCodePageFile(szName) == (nTable >= 4));
+    expect(page.LoadCodePageFile(szName) == (nTable >= 4));
     lookUp(page, pData + 1, nTable / 4);
     convert(page, std::string(reinterpret_cast<const char*>(pData) + 1 + nTable, nSize - 1 - nTable));
     page.UnloadCodePageFile();

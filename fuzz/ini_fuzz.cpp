@@ -6,6 +6,7 @@
 
 #include <string>
 
+#include "input.h"
 #include "qor/FileHelper.h"
 
 using namespace QOR_FileHelper;
@@ -13,12 +14,6 @@ using namespace QOR_FileHelper;
 namespace {
 
 const char szName[] = "/tmp/fuzz.ini";
-
-void put(const void* pData, size_t nSize) {
-    FILE* pFile = fopen(szName, "wb");
-    if (pFile == NULL || (nSize > 0 && fwrite(pData, 1, nSize, pFile) != nSize) || fclose(pFile) != 0)
-        abort();
-}
 
 std::string get() {
     std::string strText;
@@ -72,7 +67,7 @@ void change() {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* pData, size_t nSize) {
-    put(pData, nSize);
+    putInput(szName, pData, nSize);
     std::string strSaved = savedAgain();
     if (strSaved != savedAgain())
         abort();

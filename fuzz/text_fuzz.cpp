@@ -7,6 +7,7 @@
 
 #include <string>
 
+#include "input.h"
 #include "qor/FileHelper.h"
 
 using namespace QOR_FileHelper;
@@ -16,22 +17,12 @@ namespace {
 
 const char szName[] = "/tmp/fuzz.txt";
 
-void check(bool bGood) {
-    if (!bGood)
-        abort();
-}
-
-void put(const uint8_t* pData, size_t nSize) {
-    FILE* pFile = fopen(szName, "wb");
-    check(pFile != NULL && fwrite(pData, 1, nSize, pFile) == nSize && fclose(pFile) == 0);
-}
-
 void readLines() {
     chFileStdio file;
-    check(file.Open(szName));
+    expect(file.Open(szName));
     chReferenceStringT<char> str;
     while (!file.IsEOF())
-        check(file.ReadString(str) == !str.IsEmpty());
+        expect(file.ReadString(str) == !str.IsEmpty());
     file.SeekToBegin();
     int nValue = 0;
     double dValue = 0;
@@ -59,17 +50,17 @@ void readUtf8() {
             lpsz = lpszNext;
         for (lpsz = str; *lpsz != 0;)
             chUTF8Word(lpsz);
-        check(lpsz == str + str.GetLength());
+        expect(lpsz == str + str.GetLength());
     }
 }
 
 void readWhole(const uint8_t* pData, size_t nSize) {
     const auto arrByte = qorDumpBinFile(szName);
-    check(static_cast<size_t>(arrByte.GetSize()) == nSize);
-    check(nSize == 0 || memcmp(arrByte.GetBuffer(), pData, nSize) == 0);
+    expect(static_cast<size_t>(arrByte.GetSize()) == nSize);
+    expect(nSize == 0 || memcmp(arrByte.GetBuffer(), pData, nSize) == 0);
     const std::string strText(reinterpret_cast<const char*>(pData), nSize);
-    check(strcmp(qorDumpTextFileA(szName), strText.c_str()) == 0);
-    check(static_cast<size_t>(qorDumpTextFileW(szName).GetLength()) <= nSize / 2);
+    expect(strcmp(qorDumpTextFileA(szName), strText.c_str()) == 0);
+    expect(static_cast<size_t>(qorDumpTextFileW(szName).GetLength()) <= nSize / 2);
 }
 
 // Every call moves on, and no phrase leaves the text.
@@ -82,15 +73,15 @@ void peekPhrases(const std::string& strText) {
             const int nFound = nForm == 0   ? qorPeekPhraseByCharToken(lpsz, phrase, '=')
                                : nForm == 1 ? qorPeekPhraseByCharTokens(lpsz, phrase, ";,")
                                             : qorPeekPhraseByStringTokens(lpsz, phrase, "ab", "\n", nullptr);
-            check(lpsz > lpszFrom && lpsz <= lpszEnd);
+            expect(lpsz > lpszFrom && lpsz <= lpszEnd);
             if (nFound < 0)
                 break;
             const char* lpszPhrase = phrase;
-            check(lpszPhrase >= lpszFrom && lpszPhrase + phrase.GetLength() <= lpszEnd);
+            expect(lpszPhrase >= lpszFrom && lpszPhrase + phrase.GetLength() <= lpszEnd);
         }
     chConstTextT<char> arrPart[4];
-    check(qorTextBreak(strText.c_str(), ',', arrPart, 4) >= 1);
-    check(qorGetWords(strText.c_str(), arrPart, 4) >= 0);
+    expect(qorTextBreak(strText.c_str(), ',', arrPart, 4) >= 1);
+    expect(qorGetWords(strText.c_str(), arrPart, 4) >= 0);
     int nValue = 0;
     double dValue = 0;
     chReferenceStringT<char>(strText.c_str()) >> nValue;
@@ -100,7 +91,7 @@ void peekPhrases(const std::string& strText) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* pData, size_t nSize) {
-    put(pData, nSize);
+    putInput(szName, pData, nSize);
     readLines();
     readWide();
     readUtf8();

@@ -8,6 +8,7 @@
 #include <memory>
 #include <string>
 
+#include "input.h"
 #include "qor/FileHelper.h"
 
 using namespace QOR_FileHelper;
@@ -15,11 +16,6 @@ using namespace QOR_FileHelper;
 namespace {
 
 const char szName[] = "/tmp/fuzz.xml";
-
-void expect(bool bRight) {
-    if (!bRight)
-        abort();
-}
 
 std::string exported(const xmlBaseNode& node) {
     const auto str = node.ExportToText();
@@ -91,8 +87,7 @@ void parseTag(const std::string& strText) {
 
 // Changes and moves nodes of every kind in a loaded file, and saves it.
 void changeFile(const std::string& strText) {
-    FILE* pFile = fopen(szName, "wb");
-    expect(pFile != NULL && fwrite(strText.data(), 1, strText.size(), pFile) == strText.size() && fclose(pFile) == 0);
+    putInput(szName, strText.data(), strText.size());
     xmlFile file;
     file.LoadFromFile(szName);
     xmlElement* pElement = file.FindChildElement("a");
