@@ -24,7 +24,6 @@ using QOR_AllocHelper::baseStaticPoolAlloc;
 using QOR_BaseHelper::processSingleton;
 using QOR_FileHelper::iniFile;
 using QOR_FileHelper::iniKey;
-using QOR_FileHelper::iniObject;
 using QOR_FileHelper::iniSection;
 
 namespace QOR_RegistryHelper {

@@ -16,6 +16,10 @@ namespace QOR_TraceHelper {
 
 static_assert(sizeof(chSystemTracerManager) == 65536, "the shared layout is the same on every ABI");
 static_assert(sizeof(chTraceLevelList) == 16 && sizeof(chTraceLogList) == 16, "the shared layout is the same");
+typedef QOR_ListHelper::pair_type<int32_t, int32_t> levelEntry;
+static_assert(sizeof(levelEntry) == 8 && offsetof(levelEntry, key) == 0 && offsetof(levelEntry, value) == 4 &&
+                  sizeof(QOR_ChainHelper::list_node_offset<levelEntry>) == 16,
+              "the shared layout is the same");
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Winvalid-offsetof"
 static_assert(offsetof(chSystemTracerManager, m_objPool) == 8 && offsetof(chSystemTracerManager, m_mapLevel) == 24 &&

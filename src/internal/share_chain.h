@@ -34,7 +34,7 @@ public:
                 return pPrev == m_pHead ? NULL : pPrev;
         }
         list_chain_offset* pPrev = m_pHead;
-        Find([this, p, &pPrev](list_chain_offset* pNode) {
+        Find([p, &pPrev](list_chain_offset* pNode) {
             if (pNode == p)
                 return true;
             pPrev = pNode;

@@ -1,7 +1,6 @@
 // The registry between processes: one copy of each document, no change lost, every monitor told, savers that die, files
 // that have no room, kills at random moments. The test itself does not open the registry: what its processes leave is
 // all there is.
-#include <dlfcn.h>
 #include <stdlib.h>
 #include <string.h>
 #include <time.h>
@@ -18,6 +17,7 @@
 #include "support/message_thread.h"
 #include "support/registry.h"
 #include "support/share_object.h"
+#include "support/system_call.h"
 
 using namespace QOR_RegistryHelper;
 using namespace qorTest;
@@ -28,7 +28,7 @@ using QOR_MsgQueueHelper::msgObject;
 static bool s_bDieWhenSaved = false;
 
 extern "C" int unlink(const char* lpszPath) noexcept {
-    static auto* const fn = reinterpret_cast<int (*)(const char*)>(dlsym(RTLD_NEXT, "unlink"));
+    static auto* const fn = systemCall<int(const char*)>("unlink");
     const int nResult = fn(lpszPath);
     const char* lpszEnd = strrchr(lpszPath, '.');
     if (s_bDieWhenSaved && lpszEnd != NULL && strcmp(lpszEnd, ".old") == 0)

@@ -1,6 +1,5 @@
 // Saving documents: after a cut at any call to the system, a failed call, a full disk or a meeting of savers and
 // loaders, the next load finds the old document or the new one, whole.
-#include <dlfcn.h>
 #include <errno.h>
 #include <fcntl.h>
 #include <stdarg.h>
@@ -17,8 +16,10 @@
 #include "qor/MiscHelper.h"
 #include "support/child.h"
 #include "support/filebytes.h"
+#include "support/system_call.h"
 
 using namespace QOR_FileHelper;
+using qorTest::systemCall;
 
 // ---- the calls to the system that a save is made of, counted; the library's calls arrive here too
 
@@ -51,30 +52,22 @@ bool cut(const char* lpszCall) {
     return bFail;
 }
 
-template <class Fn>
-Fn* real(const char* lpszName, const char* lpszOther = nullptr) {
-    void* p = dlsym(RTLD_NEXT, lpszName);
-    if (p == nullptr && lpszOther != nullptr)
-        p = dlsym(RTLD_NEXT, lpszOther);
-    return reinterpret_cast<Fn*>(p);
-}
-
 }  // namespace
 
 extern "C" {
 
 int rename(const char* lpszFrom, const char* lpszTo) noexcept {
-    static auto* const fn = real<int(const char*, const char*)>("rename");
+    static auto* const fn = systemCall<int(const char*, const char*)>("rename");
     return cut("rename") ? -1 : fn(lpszFrom, lpszTo);
 }
 
 int unlink(const char* lpszPath) noexcept {
-    static auto* const fn = real<int(const char*)>("unlink");
+    static auto* const fn = systemCall<int(const char*)>("unlink");
     return cut("unlink") ? -1 : fn(lpszPath);
 }
 
 int open(const char* lpszPath, int nFlags, ...) {
-    static auto* const fn = real<int(const char*, int, ...)>("open64", "open");
+    static auto* const fn = systemCall<int(const char*, int, ...)>("open64");
     va_list args;
     va_start(args, nFlags);
     const unsigned uMode = (nFlags & O_CREAT) != 0 ? va_arg(args, unsigned) : 0;
@@ -83,47 +76,47 @@ int open(const char* lpszPath, int nFlags, ...) {
 }
 
 int fsync(int fd) {
-    static auto* const fn = real<int(int)>("fsync");
+    static auto* const fn = systemCall<int(int)>("fsync");
     return cut("fsync") ? -1 : fn(fd);
 }
 
 int fchmod(int fd, mode_t nMode) noexcept {
-    static auto* const fn = real<int(int, mode_t)>("fchmod");
+    static auto* const fn = systemCall<int(int, mode_t)>("fchmod");
     return cut("fchmod") ? -1 : fn(fd, nMode);
 }
 
 int fchown(int fd, uid_t idUser, gid_t idGroup) noexcept {
-    static auto* const fn = real<int(int, uid_t, gid_t)>("fchown");
+    static auto* const fn = systemCall<int(int, uid_t, gid_t)>("fchown");
     return cut("fchown") ? -1 : fn(fd, idUser, idGroup);
 }
 
 int flock(int fd, int nHow) noexcept {
-    static auto* const fn = real<int(int, int)>("flock");
+    static auto* const fn = systemCall<int(int, int)>("flock");
     return cut("flock") ? -1 : fn(fd, nHow);
 }
 
 FILE* fdopen(int fd, const char* lpszMode) noexcept {
-    static auto* const fn = real<FILE*(int, const char*)>("fdopen");
+    static auto* const fn = systemCall<FILE*(int, const char*)>("fdopen");
     return cut("fdopen") ? nullptr : fn(fd, lpszMode);
 }
 
 size_t fwrite(const void* p, size_t nSize, size_t nCount, FILE* pFile) {
-    static auto* const fn = real<size_t(const void*, size_t, size_t, FILE*)>("fwrite");
+    static auto* const fn = systemCall<size_t(const void*, size_t, size_t, FILE*)>("fwrite");
     return cut("fwrite") ? 0 : fn(p, nSize, nCount, pFile);
 }
 
 int fflush(FILE* pFile) {
-    static auto* const fn = real<int(FILE*)>("fflush");
+    static auto* const fn = systemCall<int(FILE*)>("fflush");
     return cut("fflush") ? EOF : fn(pFile);
 }
 
 int fclose(FILE* pFile) {
-    static auto* const fn = real<int(FILE*)>("fclose");
+    static auto* const fn = systemCall<int(FILE*)>("fclose");
     return cut("fclose") ? (fn(pFile), EOF) : fn(pFile);
 }
 
 int close(int fd) {
-    static auto* const fn = real<int(int)>("close");
+    static auto* const fn = systemCall<int(int)>("close");
     return cut("close") ? (fn(fd), -1) : fn(fd);
 }
 }

@@ -7,10 +7,16 @@
 
 namespace qorTest {
 
-// Where times have 64 bits on a 32-bit system, the function may have another name there.
+// Where times and file offsets have 64 bits on a 32-bit system, the function may have another name there.
 template <class Call>
 Call* systemCall(const char* lpszName, const char* lpszNameOn32Bit) {
     return reinterpret_cast<Call*>(dlsym(RTLD_NEXT, sizeof(long) == 4 ? lpszNameOn32Bit : lpszName));
+}
+
+// The function has one name everywhere.
+template <class Call>
+Call* systemCall(const char* lpszName) {
+    return systemCall<Call>(lpszName, lpszName);
 }
 
 typedef int selectCall(int, fd_set*, fd_set*, fd_set*, timeval*);

@@ -1,5 +1,4 @@
 // Monitors and the saver in one process: who is told of what, how often, and what becomes of the dead.
-#include <dlfcn.h>
 #include <sched.h>
 
 #include <atomic>
@@ -8,6 +7,7 @@
 #include "qor/MiscHelper.h"
 #include "support/message_thread.h"
 #include "support/registry.h"
+#include "support/system_call.h"
 
 using namespace QOR_RegistryHelper;
 using namespace qorTest;
@@ -22,7 +22,7 @@ using QOR_MsgQueueHelper::msgObject;
 static std::atomic<int> s_nAsked{0};
 
 extern "C" int sched_getscheduler(pid_t idTask) noexcept {
-    static auto* const fn = reinterpret_cast<int (*)(pid_t)>(dlsym(RTLD_NEXT, "sched_getscheduler"));
+    static auto* const fn = systemCall<int(pid_t)>("sched_getscheduler");
     ++s_nAsked;
     return fn(idTask);
 }

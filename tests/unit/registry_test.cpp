@@ -1,5 +1,4 @@
 // The registry in one process: opening, values, flushing and saving, handles that are none.
-#include <dlfcn.h>
 #include <fcntl.h>
 #include <math.h>
 #include <sys/sem.h>
@@ -11,6 +10,7 @@
 
 #include "support/child.h"
 #include "support/registry.h"
+#include "support/system_call.h"
 
 using namespace QOR_RegistryHelper;
 using namespace qorTest;
@@ -21,8 +21,7 @@ static std::atomic<int> s_nLockCalls{0};
 
 extern "C" int semtimedop(int idSet, struct sembuf* pStep, size_t nStep, const struct timespec* pTimeout) noexcept {
     typedef int call(int, struct sembuf*, size_t, const struct timespec*);
-    static call* const pNext =
-        reinterpret_cast<call*>(dlsym(RTLD_NEXT, sizeof(long) == 4 ? "__semtimedop64" : "semtimedop"));
+    static call* const pNext = systemCall<call>("semtimedop", "__semtimedop64");
     ++s_nLockCalls;
     return pNext(idSet, pStep, nStep, pTimeout);
 }

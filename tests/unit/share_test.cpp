@@ -1,5 +1,4 @@
 // Segments, mapped files and the frame, as one process sees them.
-#include <dlfcn.h>
 #include <errno.h>
 #include <fcntl.h>
 #include <signal.h>
@@ -18,8 +17,10 @@
 
 #include "qor/BaseHelper.h"
 #include "support/share_object.h"
+#include "support/system_call.h"
 
 using namespace QOR_BaseHelper;
+using qorTest::systemCall;
 
 // Calls of the library that come through here, to be made to fail.
 namespace {
@@ -28,8 +29,7 @@ int s_nMsyncError = 0;
 }  // namespace
 
 extern "C" void* shmat(int id, const void* pAddress, int nFlag) noexcept {
-    using call = void* (*)(int, const void*, int);
-    static const call next = reinterpret_cast<call>(dlsym(RTLD_NEXT, "shmat"));
+    static auto* const next = systemCall<void*(int, const void*, int)>("shmat");
     if (s_nShmatError == 0)
         return next(id, pAddress, nFlag);
     errno = s_nShmatError;
@@ -37,8 +37,7 @@ extern "C" void* shmat(int id, const void* pAddress, int nFlag) noexcept {
 }
 
 extern "C" int msync(void* pData, size_t nSize, int nFlag) {
-    using call = int (*)(void*, size_t, int);
-    static const call next = reinterpret_cast<call>(dlsym(RTLD_NEXT, "msync"));
+    static auto* const next = systemCall<int(void*, size_t, int)>("msync");
     if (s_nMsyncError == 0)
         return next(pData, nSize, nFlag);
     errno = s_nMsyncError;

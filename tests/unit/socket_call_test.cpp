@@ -58,7 +58,7 @@ int select(int nCount, fd_set* pRead, fd_set* pWrite, fd_set* pExcept, timeval* 
 }
 
 ssize_t recv(int fd, void* pBuffer, size_t nSize, int nFlags) {
-    static auto* const call = systemCall<ssize_t(int, void*, size_t, int)>("recv", "recv");
+    static auto* const call = systemCall<ssize_t(int, void*, size_t, int)>("recv");
     if (fails())
         return -1;
     if (!s_bEndless)
@@ -68,19 +68,17 @@ ssize_t recv(int fd, void* pBuffer, size_t nSize, int nFlags) {
 }
 
 ssize_t recvfrom(int fd, void* pBuffer, size_t nSize, int nFlags, sockaddr* pAddr, socklen_t* pAddrSize) {
-    static auto* const call =
-        systemCall<ssize_t(int, void*, size_t, int, sockaddr*, socklen_t*)>("recvfrom", "recvfrom");
+    static auto* const call = systemCall<ssize_t(int, void*, size_t, int, sockaddr*, socklen_t*)>("recvfrom");
     return fails() ? -1 : call(fd, pBuffer, nSize, nFlags, pAddr, pAddrSize);
 }
 
 ssize_t send(int fd, const void* pBuffer, size_t nSize, int nFlags) {
-    static auto* const call = systemCall<ssize_t(int, const void*, size_t, int)>("send", "send");
+    static auto* const call = systemCall<ssize_t(int, const void*, size_t, int)>("send");
     return fails() ? -1 : call(fd, pBuffer, nSize, nFlags);
 }
 
 ssize_t sendto(int fd, const void* pBuffer, size_t nSize, int nFlags, const sockaddr* pAddr, socklen_t nAddrSize) {
-    static auto* const call =
-        systemCall<ssize_t(int, const void*, size_t, int, const sockaddr*, socklen_t)>("sendto", "sendto");
+    static auto* const call = systemCall<ssize_t(int, const void*, size_t, int, const sockaddr*, socklen_t)>("sendto");
     return fails() ? -1 : call(fd, pBuffer, nSize, nFlags, pAddr, nAddrSize);
 }
 
@@ -90,7 +88,7 @@ ssize_t sendmsg(int fd, const msghdr* pMessage, int nFlags) {
 }
 
 int accept4(int fd, sockaddr* pAddr, socklen_t* pAddrSize, int nFlags) {
-    static auto* const call = systemCall<int(int, sockaddr*, socklen_t*, int)>("accept4", "accept4");
+    static auto* const call = systemCall<int(int, sockaddr*, socklen_t*, int)>("accept4");
     return fails() ? -1 : call(fd, pAddr, pAddrSize, nFlags);
 }
 

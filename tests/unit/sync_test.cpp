@@ -1,7 +1,6 @@
 // Locks and signals as one process sees them: results, texts, fatal preconditions.
 #include "qor/BaseHelper/Sync.h"
 
-#include <dlfcn.h>
 #include <errno.h>
 #include <fcntl.h>
 #include <signal.h>
@@ -17,8 +16,10 @@
 #include <thread>
 
 #include "internal/keyfile.h"
+#include "support/system_call.h"
 
 using namespace QOR_BaseHelper;
+using qorTest::systemCall;
 using testing::internal::CaptureStderr;
 using testing::internal::GetCapturedStderr;
 
@@ -26,24 +27,16 @@ using testing::internal::GetCapturedStderr;
 namespace {
 std::atomic<int> s_nStep{0};
 int s_nSemgetError = 0;
-
-template <class F>
-F systemCall(const char* lpszName, const char* lpszName64) {
-    void* pCall = sizeof(void*) == 4 ? dlsym(RTLD_NEXT, lpszName64) : nullptr;
-    return reinterpret_cast<F>(pCall != nullptr ? pCall : dlsym(RTLD_NEXT, lpszName));
-}
 }  // namespace
 
 extern "C" int semtimedop(int id, sembuf* pStep, size_t nCount, const timespec* pTimeout) noexcept {
-    using call = int (*)(int, sembuf*, size_t, const timespec*);
-    static const call next = systemCall<call>("semtimedop", "__semtimedop64");
+    static auto* const next = systemCall<int(int, sembuf*, size_t, const timespec*)>("semtimedop", "__semtimedop64");
     ++s_nStep;
     return next(id, pStep, nCount, pTimeout);
 }
 
 extern "C" int semget(key_t key, int nCount, int nFlag) noexcept {
-    using call = int (*)(key_t, int, int);
-    static const call next = systemCall<call>("semget", "semget");
+    static auto* const next = systemCall<int(key_t, int, int)>("semget");
     if (s_nSemgetError != 0 && nCount == 1) {
         errno = s_nSemgetError;
         return -1;
