@@ -10,6 +10,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <string>
 
 #include "qor/FileHelper.h"
@@ -129,24 +130,41 @@ std::vector<std::unique_ptr<contender>> contendersFor(shape eShape) {
 
 // ---- measurements
 
-void printIni(const char* lpszShape, shape eShape) {
+// Against the fastest of the others; 0 where no other is installed.
+struct ratios {
+    double nLoad, nSave;
+};
+
+double againstFastest(const std::vector<double>& listTime) {
+    return listTime.size() > 1 ? listTime[0] / *std::min_element(listTime.begin() + 1, listTime.end()) : 0;
+}
+
+// Prints one table and returns the ratios of 1 MB.
+ratios printIni(const char* lpszShape, shape eShape) {
     printf("INI, %s (us; per byte in ns; against qor)\n", lpszShape);
     if (eShape == shape::sections)
         printf("  (without Boost tree, which drops empty sections as it reads)\n");
+    ratios result = {};
     for (const size_t nSize : {size_t(10000), size_t(1000000), size_t(10000000)}) {
         store(iniText(eShape, nSize));
-        double nLoadOwn = 0, nSaveOwn = 0;
-        for (auto& p : contendersFor(eShape)) {
-            const double nLoad = medianSpent(nSize, s_nRepeat, [&]() { p->load(); });
-            const double nSave = medianSpent(nSize, s_nRepeat, [&]() { p->save(); });
-            nLoadOwn = nLoadOwn == 0 ? nLoad : nLoadOwn;
-            nSaveOwn = nSaveOwn == 0 ? nSave : nSaveOwn;
-            printf("  %8zu bytes  %-11s load %9.0f %7.2f %6.2f   save %9.0f %7.2f %6.2f\n", nSize, p->name(),
-                   nLoad / 1000, nLoad / nSize, nLoad / nLoadOwn, nSave / 1000, nSave / nSize, nSave / nSaveOwn);
-            fflush(stdout);
+        const auto list = contendersFor(eShape);
+        std::vector<std::function<void()>> listLoad, listSave;
+        for (auto& p : list) {
+            listLoad.push_back([&]() { p->load(); });
+            listSave.push_back([&]() { p->save(); });
         }
+        const std::vector<double> arrLoad = mediansSpent(nSize, s_nRepeat, listLoad);
+        const std::vector<double> arrSave = mediansSpent(nSize, s_nRepeat, listSave);
+        for (size_t i = 0; i < list.size(); ++i)
+            printf("  %8zu bytes  %-11s load %9.0f %7.2f %6.2f   save %9.0f %7.2f %6.2f\n", nSize, list[i]->name(),
+                   arrLoad[i] / 1000, arrLoad[i] / nSize, arrLoad[i] / arrLoad[0], arrSave[i] / 1000, arrSave[i] / nSize,
+                   arrSave[i] / arrSave[0]);
+        fflush(stdout);
+        if (nSize == 1000000)
+            result = {againstFastest(arrLoad), againstFastest(arrSave)};
     }
     printf("\n");
+    return result;
 }
 
 void readPlainly(size_t nSize) {
@@ -163,11 +181,11 @@ void printDumps() {
     printf("whole files (us; against plain read)\n");
     for (const size_t nSize : {size_t(10000), size_t(1000000), size_t(10000000)}) {
         store(std::string(nSize, 'x'));
-        const double nRead = medianSpent(nSize, s_nRepeat, [&]() { readPlainly(nSize); });
-        const double nBin = medianSpent(nSize, s_nRepeat, []() { QOR_FileHelper::qorDumpBinFile(lpszFile); });
-        const double nText = medianSpent(nSize, s_nRepeat, []() { QOR_FileHelper::qorDumpTextFileA(lpszFile); });
-        printf("  %8zu bytes  read %8.1f   qorDumpBinFile %8.1f %5.2f   qorDumpTextFileA %8.1f %5.2f\n", nSize, nRead / 1000,
-               nBin / 1000, nBin / nRead, nText / 1000, nText / nRead);
+        const std::vector<double> arr =
+            mediansSpent(nSize, s_nRepeat, {[&]() { readPlainly(nSize); }, []() { QOR_FileHelper::qorDumpBinFile(lpszFile); },
+                                            []() { QOR_FileHelper::qorDumpTextFileA(lpszFile); }});
+        printf("  %8zu bytes  read %8.1f   qorDumpBinFile %8.1f %5.2f   qorDumpTextFileA %8.1f %5.2f\n", nSize, arr[0] / 1000,
+               arr[1] / 1000, arr[1] / arr[0], arr[2] / 1000, arr[2] / arr[0]);
     }
     printf("\n");
 }
@@ -182,9 +200,14 @@ int main(int argc, char** argv) {
         return 2;
     }
     pin(0);
-    printIni("sections of 19 keys with comments", shape::mixed);
+    const ratios mixed = printIni("sections of 19 keys with comments", shape::mixed);
     printIni("every line a section", shape::sections);
     printIni("all keys in one section", shape::oneSection);
     printDumps();
+    if (mixed.nLoad > 0) {
+        printf("goals, 1000000 bytes, sections of 19 keys with comments\n");
+        printGoal("load / the fastest other", mixed.nLoad, 1.0);
+        printGoal("save / the fastest other", mixed.nSave, 1.0);
+    }
     return 0;
 }

@@ -369,10 +369,6 @@ void printCalls() {
     printf("\n");
 }
 
-void printGoal(const char* lpszWhat, double nValue, double nGoal) {
-    printf("  %-58s %6.2f  goal %4.2f  %s\n", lpszWhat, nValue, nGoal, nValue <= nGoal ? "reached" : "NOT REACHED");
-}
-
 }  // namespace
 
 int main(int argc, char** argv) {

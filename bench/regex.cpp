@@ -382,11 +382,29 @@ public:
             printf("  %-10s %9s %6.2f", list[i]->name(), "", std::exp(m_arrSum[i] / m_nCount));
         printf("\n\n");
     }
+    // qor against another; 0 when that is not there.
+    double against(const char* lpszName, const std::vector<std::unique_ptr<contender>>& list) const {
+        for (size_t i = 0; i < list.size(); ++i)
+            if (strcmp(list[i]->name(), lpszName) == 0)
+                return std::exp(-m_arrSum[i] / m_nCount);
+        return 0;
+    }
 
 private:
     std::vector<double> m_arrSum;
     int m_nCount = 0;
 };
+
+// Geometric means of qor's time against the others'.
+struct ratios {
+    double nStandard, nPcre;
+};
+
+void printGoals(const char* lpszWhat, const ratios& r) {
+    printGoal((std::string(lpszWhat) + " / std::regex").c_str(), r.nStandard, 0.2);
+    if (r.nPcre > 0)
+        printGoal((std::string(lpszWhat) + " / PCRE2").c_str(), r.nPcre, 2.0);
+}
 
 void printLine(const char* lpszName, const std::vector<std::unique_ptr<contender>>& list,
                const std::vector<double>& arrTime, double nUnits) {
@@ -397,7 +415,7 @@ void printLine(const char* lpszName, const std::vector<std::unique_ptr<contender
     fflush(stdout);
 }
 
-void printCompiles() {
+ratios printCompiles() {
     constexpr int nTimes = 50;
     printf("compiling and deleting (us; against qor)\n");
     const auto list = allContenders();
@@ -414,9 +432,10 @@ void printCompiles() {
         printLine(c.pat.lpszName, list, arrTime, nTimes * 1000);
     }
     all.print(list);
+    return {all.against("std::regex", list), all.against("PCRE2", list)};
 }
 
-void printMatches() {
+ratios printMatches() {
     constexpr int countSubject = 256;
     printf("matching at a place, subjects of one line, one in eight fails (ns; against qor)\n");
     const auto list = allContenders();
@@ -441,9 +460,10 @@ void printMatches() {
         printLine(c.pat.lpszName, list, arrTime, countSubject);
     }
     all.print(list);
+    return {all.against("std::regex", list), all.against("PCRE2", list)};
 }
 
-void printSearches() {
+ratios printSearches() {
     const std::string strText = logText(500000);
     printf("every match in a log of %zu bytes (ns per byte; against qor)\n", strText.size());
     const auto list = allContenders();
@@ -466,6 +486,7 @@ void printSearches() {
         printLine(c.lpszName, list, arrTime, static_cast<double>(strText.size()));
     }
     all.print(list);
+    return {all.against("std::regex", list), all.against("PCRE2", list)};
 }
 
 }  // namespace
@@ -478,8 +499,12 @@ int main(int argc, char** argv) {
         return 2;
     }
     pin(0);
-    printCompiles();
-    printMatches();
-    printSearches();
+    const ratios compiling = printCompiles();
+    const ratios matching = printMatches();
+    const ratios searching = printSearches();
+    printf("goals, geometric means\n");
+    printGoals("compiling", compiling);
+    printGoals("matching at a place", matching);
+    printGoals("searching", searching);
     return 0;
 }

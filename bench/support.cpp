@@ -44,6 +44,10 @@ figures figuresOf(std::vector<long long> listTime) {
             static_cast<double>(listTime[n - 1])};
 }
 
+void printGoal(const char* lpszWhat, double nValue, double nGoal) {
+    printf("  %-58s %6.2f  goal %4.2f  %s\n", lpszWhat, nValue, nGoal, nValue <= nGoal ? "reached" : "NOT REACHED");
+}
+
 std::vector<double> mediansSpent(size_t nSize, double nRepeat, const std::vector<std::function<void()>>& listRun) {
     const int nCount = std::min(200, std::max(3, static_cast<int>(nRepeat * 40e6 / static_cast<double>(nSize))));
     std::vector<std::vector<long long>> listTime(listRun.size());

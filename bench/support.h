@@ -23,6 +23,9 @@ struct figures {
 };
 figures figuresOf(std::vector<long long> listTime);
 
+// Prints a line that says whether a ratio is as low as it is to be.
+void printGoal(const char* lpszWhat, double nValue, double nGoal);
+
 // What the processor spent on this process, in nanoseconds: what else runs on the machine does not count.
 long long spent();
 

@@ -156,6 +156,7 @@ void takeOverState(const savedName& name, int fd) {
 // Makes the .new, and locks it. False (errno) when it cannot be made.
 bool beginNew(const savedName& name, fileLock& lock) {
     for (int i = 0; i < maxTries; ++i) {
+        lock.release();  // else the recovery waits for this very saver
         recover(name, true);
         errno = EBUSY;
         if (hasFile(name.strOld))

@@ -21,7 +21,7 @@ static std::atomic<int> s_nLockCalls{0};
 
 extern "C" int semtimedop(int idSet, struct sembuf* pStep, size_t nStep, const struct timespec* pTimeout) noexcept {
     typedef int call(int, struct sembuf*, size_t, const struct timespec*);
-    static call* const pNext = systemCall<call>("semtimedop", "__semtimedop64");
+    static call* const pNext = systemCall<call>({"__semtimedop64", "semtimedop"});
     ++s_nLockCalls;
     return pNext(idSet, pStep, nStep, pTimeout);
 }

@@ -83,7 +83,7 @@ ssize_t sendto(int fd, const void* pBuffer, size_t nSize, int nFlags, const sock
 }
 
 ssize_t sendmsg(int fd, const msghdr* pMessage, int nFlags) {
-    static auto* const call = systemCall<ssize_t(int, const msghdr*, int)>("sendmsg", "__sendmsg64");
+    static auto* const call = systemCall<ssize_t(int, const msghdr*, int)>({"__sendmsg64", "sendmsg"});
     return fails() ? -1 : call(fd, pMessage, nFlags);
 }
 
@@ -93,7 +93,7 @@ int accept4(int fd, sockaddr* pAddr, socklen_t* pAddrSize, int nFlags) {
 }
 
 int fcntl(int fd, int nCommand, ...) {
-    static auto* const call = systemCall<int(int, int, ...)>("fcntl64", "__fcntl_time64");
+    static auto* const call = systemCall<int(int, int, ...)>({"__fcntl_time64", "fcntl64"});
     va_list list;
     va_start(list, nCommand);
     const long nArgument = va_arg(list, long);

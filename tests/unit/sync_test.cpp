@@ -30,7 +30,7 @@ int s_nSemgetError = 0;
 }  // namespace
 
 extern "C" int semtimedop(int id, sembuf* pStep, size_t nCount, const timespec* pTimeout) noexcept {
-    static auto* const next = systemCall<int(int, sembuf*, size_t, const timespec*)>("semtimedop", "__semtimedop64");
+    static auto* const next = systemCall<int(int, sembuf*, size_t, const timespec*)>({"__semtimedop64", "semtimedop"});
     ++s_nStep;
     return next(id, pStep, nCount, pTimeout);
 }
