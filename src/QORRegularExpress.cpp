@@ -212,6 +212,36 @@ inline void touchBelow(const rePlan* pPlan, const T* lpsz, const T* lpszEnding) 
     }
 }
 
+// The same where characters touch different nodes: each node gets the result of the last place that touches it.
+template <class T>
+void touchEach(const rePlan* pPlan, const T* lpszBegin, const T* lpszLast, const T* lpszEnding) {
+    const reBelow* const pTo = pPlan->m_arrBelow + pPlan->m_nBelow;
+    for (const reBelow* p = pPlan->m_arrBelow; p < pTo; ++p) {
+        for (const T* lpsz = lpszLast; lpsz >= lpszBegin; --lpsz) {
+            const bool bEnd = isAtEnd(lpsz, lpszEnding);
+            if (!bEnd && reBelow::has(p->m_arrReached, charValue(*lpsz)) == 0)
+                continue;
+            p->m_pRE->m_lpszResultBegin = lpsz;
+            p->m_pRE->m_lpszResultEnd = !bEnd && reBelow::has(p->m_arrTaken, charValue(*lpsz)) != 0 ? lpsz + 1 : NULL;
+            break;
+        }
+    }
+}
+
+// Leaves the nodes below a run from lpszBegin to lpsz as applying it at each of its places does; and at the next one, where
+// that was refused.
+template <class T>
+inline void touchRun(const rePlan* pPlan, const T* lpszBegin, const T* lpsz, bool bRefused, const T* lpszEnding) {
+    if (pPlan->m_bEach) {
+        touchEach(pPlan, lpszBegin, bRefused ? lpsz : lpsz - 1, lpszEnding);
+        return;
+    }
+    if (lpsz > lpszBegin && (!bRefused || pPlan->m_bPartial))
+        touchBelow(pPlan, lpsz - 1, lpszEnding);
+    if (bRefused)
+        touchBelow(pPlan, lpsz, lpszEnding);
+}
+
 template <class T>
 inline const T* applySingle(const rePlan* pPlan, const T* lpsz, const T* lpszEnding) {
     if (!pPlan->m_pState->m_bScouting)
@@ -226,15 +256,13 @@ class charRun {
 public:
     charRun(re_Base<T>* pRE, const T* lpszSrcText, const T* lpszSrcEnding)
         : m_pRE(pRE), m_pTable(pRE->m_pPlan->m_arrChar), m_lpszBegin(lpszSrcText), m_lpszEnding(lpszSrcEnding),
-          m_lpsz(lpszSrcText), m_bRefused(false),
-          m_bTouch(pRE->m_pPlan->m_nBelow > 0 && !pRE->m_pPlan->m_pState->m_bScouting),
-          m_bEach(m_bTouch && pRE->m_pPlan->m_bEach) {}
+          m_lpsz(lpszSrcText), m_bRefused(false) {}
 
     const T* apply() {
         const bool bEnough = scanTo(m_pRE->m_nMinTimes);
         const T* lpszResult = bEnough ? applyOptional() : NULL;
-        if (m_bTouch)
-            touch();
+        if (m_pRE->m_pPlan->m_nBelow > 0 && !m_pRE->m_pPlan->m_pState->m_bScouting)
+            touchRun(m_pRE->m_pPlan, m_lpszBegin, m_lpsz, m_bRefused, m_lpszEnding);
         return lpszResult;
     }
 
@@ -245,8 +273,6 @@ private:
             m_bRefused = true;
             return false;
         }
-        if (m_bEach)
-            touchBelow(m_pRE->m_pPlan, m_lpsz, m_lpszEnding);
         ++m_lpsz;
         return true;
     }
@@ -268,12 +294,6 @@ private:
         return lpsz;
     }
     bool scanTo(int nTimes) {
-        if (m_bEach) {
-            while (!isFull(nTimes))
-                if (!step())
-                    return false;
-            return true;
-        }
         if (!isFull(nTimes))
             m_lpsz = endOfKind(nTimes, rePlan::bitTakes, rePlan::bitTakes);
         m_bRefused = !isFull(nTimes);
@@ -293,7 +313,7 @@ private:
 
     // Passes over the places at which looking ahead is known to end without being tried. The last one, or null.
     const T* passOver(lookAhead<T>& look, int nMax) {
-        if (m_bEach || isFull(nMax))
+        if (isFull(nMax))
             return NULL;
         const T* lpsz = endOfKind(nMax, rePlan::bitTakes | rePlan::bitLook, rePlan::bitTakes);
         if (lpsz == m_lpsz)
@@ -332,22 +352,12 @@ private:
         }
     }
 
-    // Leaves the nodes below as if they had been applied at each place.
-    void touch() {
-        if (m_lpsz > m_lpszBegin && !m_bEach && (!m_bRefused || m_pRE->m_pPlan->m_bPartial))
-            touchBelow(m_pRE->m_pPlan, m_lpsz - 1, m_lpszEnding);
-        if (m_bRefused)
-            touchBelow(m_pRE->m_pPlan, m_lpsz, m_lpszEnding);
-    }
-
     re_Base<T>* m_pRE;
     const uint8_t* m_pTable;
     const T* m_lpszBegin;
     const T* m_lpszEnding;
     const T* m_lpsz;
     bool m_bRefused;
-    const bool m_bTouch;  // nodes below are to be left as they would be
-    const bool m_bEach;   // and each character tells how
 };
 
 // ---- one repetition of a node
@@ -496,6 +506,184 @@ const T* applyAfter(re_Base<T>* pRE, int iIndex, const T* lpsz, const T* lpszEnd
     return lpszGood;
 }
 
+// ---- the whole pattern, straight on
+
+// bEnding: an end is given; bKeep: nodes get their results.
+template <class T, bool bEnding, bool bKeep>
+class straightRun {
+public:
+    explicit straightRun(const T* lpszEnding) : m_lpszEnding(lpszEnding), m_bAside(false) {}
+
+    // The end of the match, or null.
+    const T* apply(const reStep* pStep, const T* lpsz) {
+        const reStep* pOptional = NULL;
+        const T* lpszOptional = NULL;
+        for (;; ++pStep) {
+            const T* lpszNext = lpsz;
+            switch (pStep->m_eKind) {
+                case reStep::text:
+                    lpszNext = text(*pStep, lpsz);
+                    break;
+                case reStep::single:
+                    lpszNext = single(*pStep, lpsz);
+                    break;
+                case reStep::run:
+                    lpszNext = run(*pStep, lpsz);
+                    break;
+                case reStep::open:
+                    keep(*pStep, lpsz, NULL);
+                    break;
+                case reStep::close:
+                    keepEnd(*pStep, lpsz);
+                    break;
+                case reStep::optional:
+                    keep(*pStep, lpsz, NULL);
+                    pOptional = pStep;
+                    lpszOptional = lpsz;
+                    break;
+                case reStep::closeOptional:
+                    keepEnd(*pStep, lpsz);
+                    m_bAside = m_bAside || pStep->m_bAside;
+                    pOptional = NULL;
+                    break;
+                case reStep::end:
+                    return lpsz;
+            }
+            if (lpszNext == NULL) {
+                if (pOptional == NULL || (bKeep && m_bAside))
+                    return NULL;
+                pStep = pOptional->m_pElse;
+                lpszNext = lpszOptional;
+                keepEnd(*pStep, lpszNext);
+                pOptional = NULL;
+            }
+            lpsz = lpszNext;
+        }
+    }
+    // Whether, after a failure, the plain steps may leave other results.
+    bool isAside() const { return m_bAside; }
+
+private:
+    bool ends(const T* lpsz) const { return bEnding ? lpsz >= m_lpszEnding : *lpsz == 0; }
+    static void keep(const reStep& step, const T* lpszBegin, const T* lpszEnd) {
+        if (!bKeep)
+            return;
+        step.m_pRE->m_lpszResultBegin = lpszBegin;
+        step.m_pRE->m_lpszResultEnd = lpszEnd;
+    }
+    static void keepEnd(const reStep& step, const T* lpszEnd) {
+        if (bKeep)
+            step.m_pRE->m_lpszResultEnd = lpszEnd;
+    }
+
+    const T* text(const reStep& step, const T* lpszBegin) const {
+        const T* lpsz = lpszBegin;
+        const T* const pTo = step.m_lpszText + step.m_nMax;
+        for (const T* p = step.m_lpszText; p < pTo; ++p, ++lpsz) {
+            if (!ends(lpsz) && isEqualChar(step.m_nFlags, *p, *lpsz))
+                continue;
+            lpsz = NULL;
+            break;
+        }
+        keep(step, lpszBegin, lpsz);
+        return lpsz;
+    }
+    const T* single(const reStep& step, const T* lpsz) const {
+        const bool bTakes = !ends(lpsz) && (step.m_pPlan->m_arrChar[charValue(*lpsz)] & rePlan::bitTakes) != 0;
+        const T* const lpszNext = bTakes ? lpsz + 1 : NULL;
+        keep(step, lpsz, lpszNext);
+        if (bKeep)
+            touchBelow(step.m_pPlan, lpsz, m_lpszEnding);
+        return lpszNext;
+    }
+    const T* scan(const reStep& step, const T* lpszBegin) const {
+        const uint8_t* const pTable = step.m_pPlan->m_arrChar;
+        const size_t nMost = step.m_nMax == -1 ? SIZE_MAX : static_cast<size_t>(step.m_nMax);
+        const T* lpsz = lpszBegin;
+        if (!bEnding) {
+            while (static_cast<size_t>(lpsz - lpszBegin) < nMost && !ends(lpsz) &&
+                   (pTable[charValue(*lpsz)] & rePlan::bitTakes) != 0)
+                ++lpsz;
+            return lpsz;
+        }
+        const T* const lpszTo =
+            static_cast<size_t>(m_lpszEnding - lpszBegin) <= nMost ? m_lpszEnding : lpszBegin + nMost;
+        if (step.m_pPlan->m_bAll)
+            return lpszTo;
+        while (lpsz < lpszTo && (pTable[charValue(*lpsz)] & rePlan::bitTakes) != 0)
+            ++lpsz;
+        return lpsz;
+    }
+    const T* run(const reStep& step, const T* lpszBegin) {
+        const T* const lpsz = scan(step, lpszBegin);
+        const ptrdiff_t nTimes = lpsz - lpszBegin;
+        const T* const lpszNext = nTimes >= step.m_nMin ? lpsz : NULL;
+        m_bAside = m_bAside || (step.m_bAside && nTimes > step.m_nMin);
+        keep(step, lpszBegin, lpszNext);
+        if (bKeep && step.m_pPlan->m_nBelow > 0)
+            touchRun(step.m_pPlan, lpszBegin, lpsz, nTimes != step.m_nMax, m_lpszEnding);
+        return lpszNext;
+    }
+
+    const T* const m_lpszEnding;
+    bool m_bAside;
+};
+
+// Where less might have been taken, a failure is left to the plain steps: bPlain tells.
+template <class T, bool bKeep>
+inline const T* applyStraight(reState& state, const T* lpszSrcText, const T* lpszSrcEnding, bool& bPlain) {
+    const T* lpszResult;
+    if (lpszSrcEnding != NULL) {
+        straightRun<T, true, bKeep> run(lpszSrcEnding);
+        lpszResult = run.apply(state.m_arrStep, lpszSrcText);
+        bPlain = lpszResult == NULL && run.isAside();
+    } else {
+        straightRun<T, false, bKeep> run(NULL);
+        lpszResult = run.apply(state.m_arrStep, lpszSrcText);
+        bPlain = lpszResult == NULL && run.isAside();
+    }
+    return lpszResult;
+}
+
+// Matches the root of a tree that has such steps.
+template <class T>
+const T* applyRoot(reRegularExpress<T>* pRE, const T* lpszSrcText, const T* lpszSrcEnding) {
+    reState& state = *pRE->m_pState;
+    const bool bClean = state.m_bClean;
+    bool bPlain = true;
+    const T* lpszResult = NULL;
+    if (lpszSrcEnding == NULL || lpszSrcText <= lpszSrcEnding) {
+        if (state.m_bScouting) {
+            lpszResult = applyStraight<T, false>(state, lpszSrcText, lpszSrcEnding, bPlain);
+            bPlain = false;
+        } else if (bClean) {
+            state.m_bClean = false;
+            lpszResult = applyStraight<T, true>(state, lpszSrcText, lpszSrcEnding, bPlain);
+            if (bPlain)
+                state.clearNodes();
+        }
+    }
+    if (bPlain)
+        return applyNode<T>(pRE, lpszSrcText, lpszSrcEnding);
+    pRE->m_lpszResultBegin = lpszSrcText;
+    return pRE->m_lpszResultEnd = lpszResult;
+}
+
+// Somebody outside applies a node, or a part of it: its tree has results from then on.
+template <class T>
+inline void soil(re_Base<T>* pRE) {
+    reRegularExpress<T>* pExpress = expressOf(pRE);
+    if (pExpress != NULL && pExpress->m_pState != NULL)
+        pExpress->m_pState->m_bClean = false;
+}
+
+// Leaves have no other result than their own, and are called from inside, too.
+template <class T>
+inline void soilGroup(re_Base<T>* pRE) {
+    if ((pRE->m_uTraits & traitGroup) != 0)
+        soil(pRE);
+}
+
 // The end for a caller from outside.
 template <class T>
 inline const T* endFor(re_Base<T>* pRE, const T* lpszSrcText, const T* lpszSrcEnding) {
@@ -532,6 +720,12 @@ template <class T>
 const T* re_Base<T>::ApplyREOnText(const T* lpszSrcText, const T* lpszSrcEnding) {
     if (lpszSrcText == m_lpszResultBegin || lpszSrcText == NULL)
         return lpszSrcText != NULL ? m_lpszResultEnd : NULL;
+    if ((m_uTraits & traitExpress) != 0) {
+        reRegularExpress<T>* pExpress = static_cast<reRegularExpress<T>*>(this);
+        if (pExpress->m_pState != NULL && pExpress->m_pState->m_arrStep != NULL)
+            return applyRoot(pExpress, lpszSrcText, lpszSrcEnding);
+    }
+    soil(this);
     return applyNode(this, lpszSrcText, endFor(this, lpszSrcText, lpszSrcEnding));
 }
 
@@ -658,6 +852,7 @@ template <class T>
 const T* re_Group<T>::ApplyChildForOptional(int iIndex, const T* lpszSrcText, const T* lpszSrcEnding, int nTimes) {
     if (!QOR_ASSERT(nTimes != 0))
         return NULL;
+    soil<T>(this);
     return applyOptional(m_arrTargetREs[iIndex], lpszSrcText, endFor<T>(this, lpszSrcText, lpszSrcEnding), nTimes);
 }
 
@@ -768,11 +963,13 @@ const T* re_RelationAnd<X, T>::ApplyChildREFrom(int iIndex, const T* lpszSrcText
         return NULL;
     if (iIndex == this->GetChildRECount())
         return lpszSrcText;
+    soilGroup<T>(this);
     return applyAnd(static_cast<X*>(this), iIndex, lpszSrcText, endFor<T>(this, lpszSrcText, lpszSrcEnding));
 }
 
 template <class X, class T>
 const T* re_RelationAnd<X, T>::ApplyREsAfterChild(int iIndex, const T* lpszSrcText, const T* lpszSrcEnding) {
+    soil<T>(this);
     return isIndex<X>(this, iIndex + 1)
                ? applyAfter<T>(this, iIndex, lpszSrcText, endFor<T>(this, lpszSrcText, lpszSrcEnding))
                : NULL;
@@ -784,11 +981,13 @@ const T* re_RelationCase<X, T>::ApplyChildREFrom(int iIndex, const T* lpszSrcTex
         return NULL;
     if (iIndex == this->GetChildRECount())
         return lpszSrcText;
+    soilGroup<T>(this);
     return applyCase(static_cast<X*>(this), iIndex, lpszSrcText, endFor<T>(this, lpszSrcText, lpszSrcEnding));
 }
 
 template <class X, class T>
 const T* re_RelationCase<X, T>::ApplyREsAfterChild(int iIndex, const T* lpszSrcText, const T* lpszSrcEnding) {
+    soil<T>(this);
     return applyAfter<T>(this, iIndex, lpszSrcText, endFor<T>(this, lpszSrcText, lpszSrcEnding));
 }
 

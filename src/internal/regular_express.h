@@ -108,6 +108,21 @@ private:
     uint8_t* m_arrAnswer;  // 0: not known; 1: no; 2: yes
 };
 
+// One step of a pattern that is matched straight on, see QORRegularExpress-straight.cpp.
+struct reStep {
+    enum kind : uint8_t { text, single, run, open, close, optional, closeOptional, end };
+
+    kind m_eKind;
+    bool m_bAside;         // where less was taken first, what comes behind it may yet send the plain steps back there
+    int m_nMin;
+    int m_nMax;            // of a text: its length
+    uint32_t m_nFlags;
+    re_Base<char>* m_pRE;
+    const rePlan* m_pPlan;
+    const char* m_lpszText;
+    const reStep* m_pElse;  // of an optional group: its closing step
+};
+
 // The state of a tree that is matched.
 struct reState {
     // So many look-aheads are made one by one; beyond, their answers are kept, and not made twice.
@@ -127,10 +142,19 @@ struct reState {
     reAnswers* m_pAnswers = NULL;
     re_Base<char>** m_arrNode = NULL;  // all nodes but the root, or null
     int m_nNodes = 0;
+    reStep* m_arrStep = NULL;          // the whole pattern, straight on, or null
+    bool m_bClean = false;             // no node has a result
 
     ~reState() {
         delete m_pAnswers;
         delete[] m_arrNode;
+        delete[] m_arrStep;
+    }
+    void clearNodes() {
+        for (int i = 0; i < m_nNodes; ++i) {
+            m_arrNode[i]->m_lpszResultBegin = NULL;
+            m_arrNode[i]->m_lpszResultEnd = NULL;
+        }
     }
     void clear() {
         m_nLooks = 0;
@@ -142,6 +166,8 @@ struct reState {
         m_pLead = NULL;
         delete[] m_arrNode;
         m_arrNode = NULL;
+        delete[] m_arrStep;
+        m_arrStep = NULL;
     }
     // The answers, once there have been too many look-aheads; or null.
     reAnswers* answers(const char* lpsz, const char* lpszEnding) {
@@ -166,6 +192,8 @@ void traceError(const char* lpszREText, const char* lpszError);
 
 // Works out the plans of a whole tree. False: no memory.
 bool planTree(reRegularExpress<char>& express);
+// Works out the steps of a tree that has its plans, where it can be matched straight on. False: no memory.
+bool planStraight(reRegularExpress<char>& express);
 
 template <class T>
 inline bool isAtEnd(const T* lpsz, const T* lpszEnding) {
