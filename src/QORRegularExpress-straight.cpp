@@ -7,6 +7,8 @@
 // - or all that follows, up to the end of the pattern, matches at every place and touches the same nodes there.
 // Where what follows fails behind a run, the plain steps go back to the run's least number, and fail there, too, but with
 // other results. So from such a place on (reStep::m_bAside) a failure is repeated by the plain steps.
+#include <stdint.h>
+
 #include <new>
 
 #include "internal/regular_express.h"
@@ -179,8 +181,160 @@ private:
     bool m_bOptional = false;  // inside an optional group
 };
 
+// ---- matching
+
+// bEnding: an end is given; bKeep: nodes get their results.
+template <bool bEnding, bool bKeep>
+class straightRun {
+public:
+    explicit straightRun(const char* lpszEnding) : m_lpszEnding(lpszEnding), m_bAside(false) {}
+
+    // The end of the match, or null.
+    const char* apply(const reStep* pStep, const char* lpsz) {
+        const reStep* pOptional = NULL;
+        const char* lpszOptional = NULL;
+        for (;; ++pStep) {
+            const char* lpszNext = lpsz;
+            switch (pStep->m_eKind) {
+                case reStep::text:
+                    lpszNext = text(*pStep, lpsz);
+                    break;
+                case reStep::single:
+                    lpszNext = single(*pStep, lpsz);
+                    break;
+                case reStep::run:
+                    lpszNext = run(*pStep, lpsz);
+                    break;
+                case reStep::open:
+                    keep(*pStep, lpsz, NULL);
+                    break;
+                case reStep::close:
+                    keepEnd(*pStep, lpsz);
+                    break;
+                case reStep::optional:
+                    keep(*pStep, lpsz, NULL);
+                    pOptional = pStep;
+                    lpszOptional = lpsz;
+                    break;
+                case reStep::closeOptional:
+                    keepEnd(*pStep, lpsz);
+                    m_bAside = m_bAside || pStep->m_bAside;
+                    pOptional = NULL;
+                    break;
+                case reStep::end:
+                    return lpsz;
+            }
+            if (lpszNext == NULL) {
+                if (pOptional == NULL || (bKeep && m_bAside))
+                    return NULL;
+                pStep = pOptional->m_pElse;
+                lpszNext = lpszOptional;
+                keepEnd(*pStep, lpszNext);
+                pOptional = NULL;
+            }
+            lpsz = lpszNext;
+        }
+    }
+    // Whether, after a failure, the plain steps may leave other results.
+    bool isAside() const { return m_bAside; }
+
+private:
+    bool ends(const char* lpsz) const { return bEnding ? lpsz >= m_lpszEnding : *lpsz == 0; }
+    static void keep(const reStep& step, const char* lpszBegin, const char* lpszEnd) {
+        if (!bKeep)
+            return;
+        step.m_pRE->m_lpszResultBegin = lpszBegin;
+        step.m_pRE->m_lpszResultEnd = lpszEnd;
+    }
+    static void keepEnd(const reStep& step, const char* lpszEnd) {
+        if (bKeep)
+            step.m_pRE->m_lpszResultEnd = lpszEnd;
+    }
+
+    const char* text(const reStep& step, const char* lpszBegin) const {
+        const char* lpsz = lpszBegin;
+        const char* const pTo = step.m_lpszText + step.m_nMax;
+        for (const char* p = step.m_lpszText; p < pTo; ++p, ++lpsz) {
+            if (!ends(lpsz) && isEqualChar(step.m_nFlags, *p, *lpsz))
+                continue;
+            lpsz = NULL;
+            break;
+        }
+        keep(step, lpszBegin, lpsz);
+        return lpsz;
+    }
+    const char* single(const reStep& step, const char* lpsz) const {
+        const bool bTakes = !ends(lpsz) && (step.m_pPlan->m_arrChar[charValue(*lpsz)] & rePlan::bitTakes) != 0;
+        const char* const lpszNext = bTakes ? lpsz + 1 : NULL;
+        keep(step, lpsz, lpszNext);
+        if (bKeep)
+            touchBelow(step.m_pPlan, lpsz, m_lpszEnding);
+        return lpszNext;
+    }
+    const char* scan(const reStep& step, const char* lpszBegin) const {
+        const uint8_t* const pTable = step.m_pPlan->m_arrChar;
+        const size_t nMost = step.m_nMax == -1 ? SIZE_MAX : static_cast<size_t>(step.m_nMax);
+        const char* lpsz = lpszBegin;
+        if (!bEnding) {
+            while (static_cast<size_t>(lpsz - lpszBegin) < nMost && !ends(lpsz) &&
+                   (pTable[charValue(*lpsz)] & rePlan::bitTakes) != 0)
+                ++lpsz;
+            return lpsz;
+        }
+        const char* const lpszTo =
+            static_cast<size_t>(m_lpszEnding - lpszBegin) <= nMost ? m_lpszEnding : lpszBegin + nMost;
+        if (step.m_pPlan->m_bAll)
+            return lpszTo;
+        while (lpsz < lpszTo && (pTable[charValue(*lpsz)] & rePlan::bitTakes) != 0)
+            ++lpsz;
+        return lpsz;
+    }
+    const char* run(const reStep& step, const char* lpszBegin) {
+        const char* const lpsz = scan(step, lpszBegin);
+        const ptrdiff_t nTimes = lpsz - lpszBegin;
+        const char* const lpszNext = nTimes >= step.m_nMin ? lpsz : NULL;
+        m_bAside = m_bAside || (step.m_bAside && nTimes > step.m_nMin);
+        keep(step, lpszBegin, lpszNext);
+        if (bKeep && step.m_pPlan->m_nBelow > 0)
+            touchRun(step.m_pPlan, lpszBegin, lpsz, nTimes != step.m_nMax, m_lpszEnding);
+        return lpszNext;
+    }
+
+    const char* const m_lpszEnding;
+    bool m_bAside;
+};
+
+// Where less might have been taken, a failure is left to the plain steps. False then.
+template <bool bEnding, bool bKeep>
+bool applySteps(reRegularExpress<char>& express, const char* lpszSrcText, const char* lpszSrcEnding) {
+    straightRun<bEnding, bKeep> run(lpszSrcEnding);
+    const char* lpszResult = run.apply(express.m_pState->m_arrStep, lpszSrcText);
+    if (bKeep && lpszResult == NULL && run.isAside()) {
+        express.m_pState->clearNodes();
+        return false;
+    }
+    express.m_lpszResultBegin = lpszSrcText;
+    express.m_lpszResultEnd = lpszResult;
+    return true;
+}
+
 }  // namespace
 
 bool planStraight(reRegularExpress<char>& express) { return straightPlanner(express).run(); }
+
+bool applyStraight(reRegularExpress<char>& express, const char* lpszSrcText, const char* lpszSrcEnding) {
+    reState& state = *express.m_pState;
+    const bool bClean = state.m_bClean, bEnding = lpszSrcEnding != NULL;
+    if (bEnding && lpszSrcText > lpszSrcEnding)
+        return false;
+    if (state.m_bScouting)
+        return bEnding ? applySteps<true, false>(express, lpszSrcText, lpszSrcEnding)
+                       : applySteps<false, false>(express, lpszSrcText, lpszSrcEnding);
+    state.m_bClean = false;
+    if (!bClean)
+        return false;
+    return bEnding ? applySteps<true, true>(express, lpszSrcText, lpszSrcEnding)
+                   : applySteps<false, true>(express, lpszSrcText, lpszSrcEnding);
+}
 
 }  // namespace QOR_RegularExpressHelper

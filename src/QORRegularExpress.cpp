@@ -7,11 +7,13 @@
 // - Where a node takes one character (the child of a run, rePlan::m_bRun, or a group), a table says whether it does, and the
 //   nodes below get the results that the character gives them (rePlan::m_arrBelow). A run is scanned, and the nodes below
 //   then get the results of its last two places only: at these all of them are touched that ever were, and last. Where
-//   that is not so (rePlan::m_bEach), they get those of each place.
+//   that is not so (rePlan::m_bEach), each gets that of the last place that touches it.
 // - Looking ahead at a character without bitLook ends as rePlan::m_bRestEmpty says, and touches the same nodes with the
 //   same outcome at each such character. So of several such places in a row only the last is made up for, in front of
 //   the next one that has to be tried, or at the end of the repetition. Where nodes below the repeated one look ahead
 //   over the same nodes, the order would not be kept, so nothing is passed over.
+// - A pattern in which looking ahead cannot change what a run takes is matched straight on from its root, as long as no
+//   node has a result (reState::m_bClean): see QORRegularExpress-straight.cpp.
 // Behind reState::mostLooks look-aheads their answers are kept and not made twice. Nodes that only looking ahead came to,
 // and nothing else afterwards, then keep an older result; all others have theirs.
 //
@@ -37,11 +39,6 @@ namespace QOR_RegularExpressHelper {
 namespace {
 
 constexpr int mostTracedText = 16384;  // so that every line fits every target
-
-template <class T>
-inline bool isEqualChar(uint32_t nFlags, T chPattern, T chText) {
-    return chPattern == chText || ((nFlags & flagIgnoreCase) != 0 && chPattern == chReverse(chText));
-}
 
 template <class T>
 inline const T* applyNode(re_Base<T>* pRE, const T* lpszSrcText, const T* lpszSrcEnding);
@@ -191,56 +188,6 @@ const T* applyTimes(re_Base<T>* pRE, const T* lpszSrcText, const T* lpszSrcEndin
 }
 
 // ---- nodes that take one character each
-
-// Leaves the nodes below such a node as applying it there does.
-template <class T>
-inline void touchBelow(const rePlan* pPlan, const T* lpsz, const T* lpszEnding) {
-    const reBelow* const pTo = pPlan->m_arrBelow + pPlan->m_nBelow;
-    if (isAtEnd(lpsz, lpszEnding)) {
-        for (const reBelow* p = pPlan->m_arrBelow; p < pTo; ++p) {
-            p->m_pRE->m_lpszResultBegin = lpsz;
-            p->m_pRE->m_lpszResultEnd = NULL;
-        }
-        return;
-    }
-    const unsigned uChar = charValue(*lpsz);
-    for (const reBelow* p = pPlan->m_arrBelow; p < pTo; ++p) {
-        if (reBelow::has(p->m_arrReached, uChar) == 0)
-            continue;
-        p->m_pRE->m_lpszResultBegin = lpsz;
-        p->m_pRE->m_lpszResultEnd = reBelow::has(p->m_arrTaken, uChar) != 0 ? lpsz + 1 : NULL;
-    }
-}
-
-// The same where characters touch different nodes: each node gets the result of the last place that touches it.
-template <class T>
-void touchEach(const rePlan* pPlan, const T* lpszBegin, const T* lpszLast, const T* lpszEnding) {
-    const reBelow* const pTo = pPlan->m_arrBelow + pPlan->m_nBelow;
-    for (const reBelow* p = pPlan->m_arrBelow; p < pTo; ++p) {
-        for (const T* lpsz = lpszLast; lpsz >= lpszBegin; --lpsz) {
-            const bool bEnd = isAtEnd(lpsz, lpszEnding);
-            if (!bEnd && reBelow::has(p->m_arrReached, charValue(*lpsz)) == 0)
-                continue;
-            p->m_pRE->m_lpszResultBegin = lpsz;
-            p->m_pRE->m_lpszResultEnd = !bEnd && reBelow::has(p->m_arrTaken, charValue(*lpsz)) != 0 ? lpsz + 1 : NULL;
-            break;
-        }
-    }
-}
-
-// Leaves the nodes below a run from lpszBegin to lpsz as applying it at each of its places does; and at the next one, where
-// that was refused.
-template <class T>
-inline void touchRun(const rePlan* pPlan, const T* lpszBegin, const T* lpsz, bool bRefused, const T* lpszEnding) {
-    if (pPlan->m_bEach) {
-        touchEach(pPlan, lpszBegin, bRefused ? lpsz : lpsz - 1, lpszEnding);
-        return;
-    }
-    if (lpsz > lpszBegin && (!bRefused || pPlan->m_bPartial))
-        touchBelow(pPlan, lpsz - 1, lpszEnding);
-    if (bRefused)
-        touchBelow(pPlan, lpsz, lpszEnding);
-}
 
 template <class T>
 inline const T* applySingle(const rePlan* pPlan, const T* lpsz, const T* lpszEnding) {
@@ -506,169 +453,6 @@ const T* applyAfter(re_Base<T>* pRE, int iIndex, const T* lpsz, const T* lpszEnd
     return lpszGood;
 }
 
-// ---- the whole pattern, straight on
-
-// bEnding: an end is given; bKeep: nodes get their results.
-template <class T, bool bEnding, bool bKeep>
-class straightRun {
-public:
-    explicit straightRun(const T* lpszEnding) : m_lpszEnding(lpszEnding), m_bAside(false) {}
-
-    // The end of the match, or null.
-    const T* apply(const reStep* pStep, const T* lpsz) {
-        const reStep* pOptional = NULL;
-        const T* lpszOptional = NULL;
-        for (;; ++pStep) {
-            const T* lpszNext = lpsz;
-            switch (pStep->m_eKind) {
-                case reStep::text:
-                    lpszNext = text(*pStep, lpsz);
-                    break;
-                case reStep::single:
-                    lpszNext = single(*pStep, lpsz);
-                    break;
-                case reStep::run:
-                    lpszNext = run(*pStep, lpsz);
-                    break;
-                case reStep::open:
-                    keep(*pStep, lpsz, NULL);
-                    break;
-                case reStep::close:
-                    keepEnd(*pStep, lpsz);
-                    break;
-                case reStep::optional:
-                    keep(*pStep, lpsz, NULL);
-                    pOptional = pStep;
-                    lpszOptional = lpsz;
-                    break;
-                case reStep::closeOptional:
-                    keepEnd(*pStep, lpsz);
-                    m_bAside = m_bAside || pStep->m_bAside;
-                    pOptional = NULL;
-                    break;
-                case reStep::end:
-                    return lpsz;
-            }
-            if (lpszNext == NULL) {
-                if (pOptional == NULL || (bKeep && m_bAside))
-                    return NULL;
-                pStep = pOptional->m_pElse;
-                lpszNext = lpszOptional;
-                keepEnd(*pStep, lpszNext);
-                pOptional = NULL;
-            }
-            lpsz = lpszNext;
-        }
-    }
-    // Whether, after a failure, the plain steps may leave other results.
-    bool isAside() const { return m_bAside; }
-
-private:
-    bool ends(const T* lpsz) const { return bEnding ? lpsz >= m_lpszEnding : *lpsz == 0; }
-    static void keep(const reStep& step, const T* lpszBegin, const T* lpszEnd) {
-        if (!bKeep)
-            return;
-        step.m_pRE->m_lpszResultBegin = lpszBegin;
-        step.m_pRE->m_lpszResultEnd = lpszEnd;
-    }
-    static void keepEnd(const reStep& step, const T* lpszEnd) {
-        if (bKeep)
-            step.m_pRE->m_lpszResultEnd = lpszEnd;
-    }
-
-    const T* text(const reStep& step, const T* lpszBegin) const {
-        const T* lpsz = lpszBegin;
-        const T* const pTo = step.m_lpszText + step.m_nMax;
-        for (const T* p = step.m_lpszText; p < pTo; ++p, ++lpsz) {
-            if (!ends(lpsz) && isEqualChar(step.m_nFlags, *p, *lpsz))
-                continue;
-            lpsz = NULL;
-            break;
-        }
-        keep(step, lpszBegin, lpsz);
-        return lpsz;
-    }
-    const T* single(const reStep& step, const T* lpsz) const {
-        const bool bTakes = !ends(lpsz) && (step.m_pPlan->m_arrChar[charValue(*lpsz)] & rePlan::bitTakes) != 0;
-        const T* const lpszNext = bTakes ? lpsz + 1 : NULL;
-        keep(step, lpsz, lpszNext);
-        if (bKeep)
-            touchBelow(step.m_pPlan, lpsz, m_lpszEnding);
-        return lpszNext;
-    }
-    const T* scan(const reStep& step, const T* lpszBegin) const {
-        const uint8_t* const pTable = step.m_pPlan->m_arrChar;
-        const size_t nMost = step.m_nMax == -1 ? SIZE_MAX : static_cast<size_t>(step.m_nMax);
-        const T* lpsz = lpszBegin;
-        if (!bEnding) {
-            while (static_cast<size_t>(lpsz - lpszBegin) < nMost && !ends(lpsz) &&
-                   (pTable[charValue(*lpsz)] & rePlan::bitTakes) != 0)
-                ++lpsz;
-            return lpsz;
-        }
-        const T* const lpszTo =
-            static_cast<size_t>(m_lpszEnding - lpszBegin) <= nMost ? m_lpszEnding : lpszBegin + nMost;
-        if (step.m_pPlan->m_bAll)
-            return lpszTo;
-        while (lpsz < lpszTo && (pTable[charValue(*lpsz)] & rePlan::bitTakes) != 0)
-            ++lpsz;
-        return lpsz;
-    }
-    const T* run(const reStep& step, const T* lpszBegin) {
-        const T* const lpsz = scan(step, lpszBegin);
-        const ptrdiff_t nTimes = lpsz - lpszBegin;
-        const T* const lpszNext = nTimes >= step.m_nMin ? lpsz : NULL;
-        m_bAside = m_bAside || (step.m_bAside && nTimes > step.m_nMin);
-        keep(step, lpszBegin, lpszNext);
-        if (bKeep && step.m_pPlan->m_nBelow > 0)
-            touchRun(step.m_pPlan, lpszBegin, lpsz, nTimes != step.m_nMax, m_lpszEnding);
-        return lpszNext;
-    }
-
-    const T* const m_lpszEnding;
-    bool m_bAside;
-};
-
-// Where less might have been taken, a failure is left to the plain steps: bPlain tells.
-template <class T, bool bKeep>
-inline const T* applyStraight(reState& state, const T* lpszSrcText, const T* lpszSrcEnding, bool& bPlain) {
-    const T* lpszResult;
-    if (lpszSrcEnding != NULL) {
-        straightRun<T, true, bKeep> run(lpszSrcEnding);
-        lpszResult = run.apply(state.m_arrStep, lpszSrcText);
-        bPlain = lpszResult == NULL && run.isAside();
-    } else {
-        straightRun<T, false, bKeep> run(NULL);
-        lpszResult = run.apply(state.m_arrStep, lpszSrcText);
-        bPlain = lpszResult == NULL && run.isAside();
-    }
-    return lpszResult;
-}
-
-// Matches the root of a tree that has such steps.
-template <class T>
-const T* applyRoot(reRegularExpress<T>* pRE, const T* lpszSrcText, const T* lpszSrcEnding) {
-    reState& state = *pRE->m_pState;
-    const bool bClean = state.m_bClean;
-    bool bPlain = true;
-    const T* lpszResult = NULL;
-    if (lpszSrcEnding == NULL || lpszSrcText <= lpszSrcEnding) {
-        if (state.m_bScouting) {
-            lpszResult = applyStraight<T, false>(state, lpszSrcText, lpszSrcEnding, bPlain);
-            bPlain = false;
-        } else if (bClean) {
-            state.m_bClean = false;
-            lpszResult = applyStraight<T, true>(state, lpszSrcText, lpszSrcEnding, bPlain);
-            if (bPlain)
-                state.clearNodes();
-        }
-    }
-    if (bPlain)
-        return applyNode<T>(pRE, lpszSrcText, lpszSrcEnding);
-    pRE->m_lpszResultBegin = lpszSrcText;
-    return pRE->m_lpszResultEnd = lpszResult;
-}
-
 // Somebody outside applies a node, or a part of it: its tree has results from then on.
 template <class T>
 inline void soil(re_Base<T>* pRE) {
@@ -722,8 +506,9 @@ const T* re_Base<T>::ApplyREOnText(const T* lpszSrcText, const T* lpszSrcEnding)
         return lpszSrcText != NULL ? m_lpszResultEnd : NULL;
     if ((m_uTraits & traitExpress) != 0) {
         reRegularExpress<T>* pExpress = static_cast<reRegularExpress<T>*>(this);
-        if (pExpress->m_pState != NULL && pExpress->m_pState->m_arrStep != NULL)
-            return applyRoot(pExpress, lpszSrcText, lpszSrcEnding);
+        if (pExpress->m_pState != NULL && pExpress->m_pState->m_arrStep != NULL &&
+            applyStraight(*pExpress, lpszSrcText, lpszSrcEnding))
+            return m_lpszResultEnd;
     }
     soil(this);
     return applyNode(this, lpszSrcText, endFor(this, lpszSrcText, lpszSrcEnding));

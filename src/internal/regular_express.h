@@ -2,6 +2,7 @@
 #ifndef QOR_INTERNAL_REGULAR_EXPRESS_H
 #define QOR_INTERNAL_REGULAR_EXPRESS_H
 
+#include <stdint.h>
 #include <string.h>
 
 #include <new>
@@ -194,6 +195,8 @@ void traceError(const char* lpszREText, const char* lpszError);
 bool planTree(reRegularExpress<char>& express);
 // Works out the steps of a tree that has its plans, where it can be matched straight on. False: no memory.
 bool planStraight(reRegularExpress<char>& express);
+// Matches a root that has such steps, and leaves all results. False: nothing was done, it is left to the plain steps.
+bool applyStraight(reRegularExpress<char>& express, const char* lpszSrcText, const char* lpszSrcEnding);
 
 template <class T>
 inline bool isAtEnd(const T* lpsz, const T* lpszEnding) {
@@ -215,6 +218,64 @@ inline reRegularExpress<T>* expressOf(re_Base<T>* pRE) {
 template <class T>
 inline unsigned charValue(T ch) {
     return static_cast<unsigned char>(ch);
+}
+
+template <class T>
+inline bool isEqualChar(uint32_t nFlags, T chPattern, T chText) {
+    return chPattern == chText ||
+           ((nFlags & flagIgnoreCase) != 0 && chPattern == QOR_StringHelper::chReverse(chText));
+}
+
+// ---- the nodes below one that takes one character
+
+// Leaves the nodes below such a node as applying it there does.
+template <class T>
+inline void touchBelow(const rePlan* pPlan, const T* lpsz, const T* lpszEnding) {
+    const reBelow* const pTo = pPlan->m_arrBelow + pPlan->m_nBelow;
+    if (isAtEnd(lpsz, lpszEnding)) {
+        for (const reBelow* p = pPlan->m_arrBelow; p < pTo; ++p) {
+            p->m_pRE->m_lpszResultBegin = lpsz;
+            p->m_pRE->m_lpszResultEnd = NULL;
+        }
+        return;
+    }
+    const unsigned uChar = charValue(*lpsz);
+    for (const reBelow* p = pPlan->m_arrBelow; p < pTo; ++p) {
+        if (reBelow::has(p->m_arrReached, uChar) == 0)
+            continue;
+        p->m_pRE->m_lpszResultBegin = lpsz;
+        p->m_pRE->m_lpszResultEnd = reBelow::has(p->m_arrTaken, uChar) != 0 ? lpsz + 1 : NULL;
+    }
+}
+
+// The same where characters touch different nodes: each node gets the result of the last place that touches it.
+template <class T>
+inline void touchEach(const rePlan* pPlan, const T* lpszBegin, const T* lpszLast, const T* lpszEnding) {
+    const reBelow* const pTo = pPlan->m_arrBelow + pPlan->m_nBelow;
+    for (const reBelow* p = pPlan->m_arrBelow; p < pTo; ++p) {
+        for (const T* lpsz = lpszLast; lpsz >= lpszBegin; --lpsz) {
+            const bool bEnd = isAtEnd(lpsz, lpszEnding);
+            if (!bEnd && reBelow::has(p->m_arrReached, charValue(*lpsz)) == 0)
+                continue;
+            p->m_pRE->m_lpszResultBegin = lpsz;
+            p->m_pRE->m_lpszResultEnd = !bEnd && reBelow::has(p->m_arrTaken, charValue(*lpsz)) != 0 ? lpsz + 1 : NULL;
+            break;
+        }
+    }
+}
+
+// Leaves the nodes below a run from lpszBegin to lpsz as applying it at each of its places does; and at the next one, where
+// that was refused.
+template <class T>
+inline void touchRun(const rePlan* pPlan, const T* lpszBegin, const T* lpsz, bool bRefused, const T* lpszEnding) {
+    if (pPlan->m_bEach) {
+        touchEach(pPlan, lpszBegin, bRefused ? lpsz : lpsz - 1, lpszEnding);
+        return;
+    }
+    if (lpsz > lpszBegin && (!bRefused || pPlan->m_bPartial))
+        touchBelow(pPlan, lpsz - 1, lpszEnding);
+    if (bRefused)
+        touchBelow(pPlan, lpsz, lpszEnding);
 }
 
 }  // namespace QOR_RegularExpressHelper
