@@ -31,10 +31,8 @@ void reRegularExpress<T>::ClearResult() {
         re_Group<T>::ClearResult();
     } else {
         re_Base<T>::ClearResult();
-        for (int i = 0; i < m_pState->m_nNodes; ++i) {
-            m_pState->m_arrNode[i]->m_lpszResultBegin = NULL;
-            m_pState->m_arrNode[i]->m_lpszResultEnd = NULL;
-        }
+        m_pState->clearNodes();
+        m_pState->m_bClean = true;
     }
     if (m_pState != NULL)
         m_pState->clear();

@@ -88,7 +88,7 @@ public:
         state.m_bReference = m_bReference;
         state.m_pRoot = &m_express;
         findLead(&m_express);
-        return m_bMemory;
+        return m_bMemory && (m_bReference || m_bOvershoot || planStraight(m_express));
     }
 
 private:

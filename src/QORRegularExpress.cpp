@@ -7,11 +7,13 @@
 // - Where a node takes one character (the child of a run, rePlan::m_bRun, or a group), a table says whether it does, and the
 //   nodes below get the results that the character gives them (rePlan::m_arrBelow). A run is scanned, and the nodes below
 //   then get the results of its last two places only: at these all of them are touched that ever were, and last. Where
-//   that is not so (rePlan::m_bEach), they get those of each place.
+//   that is not so (rePlan::m_bEach), each gets that of the last place that touches it.
 // - Looking ahead at a character without bitLook ends as rePlan::m_bRestEmpty says, and touches the same nodes with the
 //   same outcome at each such character. So of several such places in a row only the last is made up for, in front of
 //   the next one that has to be tried, or at the end of the repetition. Where nodes below the repeated one look ahead
 //   over the same nodes, the order would not be kept, so nothing is passed over.
+// - A pattern in which looking ahead cannot change what a run takes is matched straight on from its root, as long as no
+//   node has a result (reState::m_bClean): see QORRegularExpress-straight.cpp.
 // Behind reState::mostLooks look-aheads their answers are kept and not made twice. Nodes that only looking ahead came to,
 // and nothing else afterwards, then keep an older result; all others have theirs.
 //
@@ -37,11 +39,6 @@ namespace QOR_RegularExpressHelper {
 namespace {
 
 constexpr int mostTracedText = 16384;  // so that every line fits every target
-
-template <class T>
-inline bool isEqualChar(uint32_t nFlags, T chPattern, T chText) {
-    return chPattern == chText || ((nFlags & flagIgnoreCase) != 0 && chPattern == chReverse(chText));
-}
 
 template <class T>
 inline const T* applyNode(re_Base<T>* pRE, const T* lpszSrcText, const T* lpszSrcEnding);
@@ -192,26 +189,6 @@ const T* applyTimes(re_Base<T>* pRE, const T* lpszSrcText, const T* lpszSrcEndin
 
 // ---- nodes that take one character each
 
-// Leaves the nodes below such a node as applying it there does.
-template <class T>
-inline void touchBelow(const rePlan* pPlan, const T* lpsz, const T* lpszEnding) {
-    const reBelow* const pTo = pPlan->m_arrBelow + pPlan->m_nBelow;
-    if (isAtEnd(lpsz, lpszEnding)) {
-        for (const reBelow* p = pPlan->m_arrBelow; p < pTo; ++p) {
-            p->m_pRE->m_lpszResultBegin = lpsz;
-            p->m_pRE->m_lpszResultEnd = NULL;
-        }
-        return;
-    }
-    const unsigned uChar = charValue(*lpsz);
-    for (const reBelow* p = pPlan->m_arrBelow; p < pTo; ++p) {
-        if (reBelow::has(p->m_arrReached, uChar) == 0)
-            continue;
-        p->m_pRE->m_lpszResultBegin = lpsz;
-        p->m_pRE->m_lpszResultEnd = reBelow::has(p->m_arrTaken, uChar) != 0 ? lpsz + 1 : NULL;
-    }
-}
-
 template <class T>
 inline const T* applySingle(const rePlan* pPlan, const T* lpsz, const T* lpszEnding) {
     if (!pPlan->m_pState->m_bScouting)
@@ -226,15 +203,13 @@ class charRun {
 public:
     charRun(re_Base<T>* pRE, const T* lpszSrcText, const T* lpszSrcEnding)
         : m_pRE(pRE), m_pTable(pRE->m_pPlan->m_arrChar), m_lpszBegin(lpszSrcText), m_lpszEnding(lpszSrcEnding),
-          m_lpsz(lpszSrcText), m_bRefused(false),
-          m_bTouch(pRE->m_pPlan->m_nBelow > 0 && !pRE->m_pPlan->m_pState->m_bScouting),
-          m_bEach(m_bTouch && pRE->m_pPlan->m_bEach) {}
+          m_lpsz(lpszSrcText), m_bRefused(false) {}
 
     const T* apply() {
         const bool bEnough = scanTo(m_pRE->m_nMinTimes);
         const T* lpszResult = bEnough ? applyOptional() : NULL;
-        if (m_bTouch)
-            touch();
+        if (m_pRE->m_pPlan->m_nBelow > 0 && !m_pRE->m_pPlan->m_pState->m_bScouting)
+            touchRun(m_pRE->m_pPlan, m_lpszBegin, m_lpsz, m_bRefused, m_lpszEnding);
         return lpszResult;
     }
 
@@ -245,8 +220,6 @@ private:
             m_bRefused = true;
             return false;
         }
-        if (m_bEach)
-            touchBelow(m_pRE->m_pPlan, m_lpsz, m_lpszEnding);
         ++m_lpsz;
         return true;
     }
@@ -268,12 +241,6 @@ private:
         return lpsz;
     }
     bool scanTo(int nTimes) {
-        if (m_bEach) {
-            while (!isFull(nTimes))
-                if (!step())
-                    return false;
-            return true;
-        }
         if (!isFull(nTimes))
             m_lpsz = endOfKind(nTimes, rePlan::bitTakes, rePlan::bitTakes);
         m_bRefused = !isFull(nTimes);
@@ -293,7 +260,7 @@ private:
 
     // Passes over the places at which looking ahead is known to end without being tried. The last one, or null.
     const T* passOver(lookAhead<T>& look, int nMax) {
-        if (m_bEach || isFull(nMax))
+        if (isFull(nMax))
             return NULL;
         const T* lpsz = endOfKind(nMax, rePlan::bitTakes | rePlan::bitLook, rePlan::bitTakes);
         if (lpsz == m_lpsz)
@@ -332,22 +299,12 @@ private:
         }
     }
 
-    // Leaves the nodes below as if they had been applied at each place.
-    void touch() {
-        if (m_lpsz > m_lpszBegin && !m_bEach && (!m_bRefused || m_pRE->m_pPlan->m_bPartial))
-            touchBelow(m_pRE->m_pPlan, m_lpsz - 1, m_lpszEnding);
-        if (m_bRefused)
-            touchBelow(m_pRE->m_pPlan, m_lpsz, m_lpszEnding);
-    }
-
     re_Base<T>* m_pRE;
     const uint8_t* m_pTable;
     const T* m_lpszBegin;
     const T* m_lpszEnding;
     const T* m_lpsz;
     bool m_bRefused;
-    const bool m_bTouch;  // nodes below are to be left as they would be
-    const bool m_bEach;   // and each character tells how
 };
 
 // ---- one repetition of a node
@@ -496,6 +453,21 @@ const T* applyAfter(re_Base<T>* pRE, int iIndex, const T* lpsz, const T* lpszEnd
     return lpszGood;
 }
 
+// Somebody outside applies a node, or a part of it: its tree has results from then on.
+template <class T>
+inline void soil(re_Base<T>* pRE) {
+    reRegularExpress<T>* pExpress = expressOf(pRE);
+    if (pExpress != NULL && pExpress->m_pState != NULL)
+        pExpress->m_pState->m_bClean = false;
+}
+
+// Leaves have no other result than their own, and are called from inside, too.
+template <class T>
+inline void soilGroup(re_Base<T>* pRE) {
+    if ((pRE->m_uTraits & traitGroup) != 0)
+        soil(pRE);
+}
+
 // The end for a caller from outside.
 template <class T>
 inline const T* endFor(re_Base<T>* pRE, const T* lpszSrcText, const T* lpszSrcEnding) {
@@ -532,6 +504,13 @@ template <class T>
 const T* re_Base<T>::ApplyREOnText(const T* lpszSrcText, const T* lpszSrcEnding) {
     if (lpszSrcText == m_lpszResultBegin || lpszSrcText == NULL)
         return lpszSrcText != NULL ? m_lpszResultEnd : NULL;
+    if ((m_uTraits & traitExpress) != 0) {
+        reRegularExpress<T>* pExpress = static_cast<reRegularExpress<T>*>(this);
+        if (pExpress->m_pState != NULL && pExpress->m_pState->m_arrStep != NULL &&
+            applyStraight(*pExpress, lpszSrcText, lpszSrcEnding))
+            return m_lpszResultEnd;
+    }
+    soil(this);
     return applyNode(this, lpszSrcText, endFor(this, lpszSrcText, lpszSrcEnding));
 }
 
@@ -658,6 +637,7 @@ template <class T>
 const T* re_Group<T>::ApplyChildForOptional(int iIndex, const T* lpszSrcText, const T* lpszSrcEnding, int nTimes) {
     if (!QOR_ASSERT(nTimes != 0))
         return NULL;
+    soil<T>(this);
     return applyOptional(m_arrTargetREs[iIndex], lpszSrcText, endFor<T>(this, lpszSrcText, lpszSrcEnding), nTimes);
 }
 
@@ -768,11 +748,13 @@ const T* re_RelationAnd<X, T>::ApplyChildREFrom(int iIndex, const T* lpszSrcText
         return NULL;
     if (iIndex == this->GetChildRECount())
         return lpszSrcText;
+    soilGroup<T>(this);
     return applyAnd(static_cast<X*>(this), iIndex, lpszSrcText, endFor<T>(this, lpszSrcText, lpszSrcEnding));
 }
 
 template <class X, class T>
 const T* re_RelationAnd<X, T>::ApplyREsAfterChild(int iIndex, const T* lpszSrcText, const T* lpszSrcEnding) {
+    soil<T>(this);
     return isIndex<X>(this, iIndex + 1)
                ? applyAfter<T>(this, iIndex, lpszSrcText, endFor<T>(this, lpszSrcText, lpszSrcEnding))
                : NULL;
@@ -784,11 +766,13 @@ const T* re_RelationCase<X, T>::ApplyChildREFrom(int iIndex, const T* lpszSrcTex
         return NULL;
     if (iIndex == this->GetChildRECount())
         return lpszSrcText;
+    soilGroup<T>(this);
     return applyCase(static_cast<X*>(this), iIndex, lpszSrcText, endFor<T>(this, lpszSrcText, lpszSrcEnding));
 }
 
 template <class X, class T>
 const T* re_RelationCase<X, T>::ApplyREsAfterChild(int iIndex, const T* lpszSrcText, const T* lpszSrcEnding) {
+    soil<T>(this);
     return applyAfter<T>(this, iIndex, lpszSrcText, endFor<T>(this, lpszSrcText, lpszSrcEnding));
 }
 

@@ -2,6 +2,7 @@
 #ifndef QOR_INTERNAL_REGULAR_EXPRESS_H
 #define QOR_INTERNAL_REGULAR_EXPRESS_H
 
+#include <stdint.h>
 #include <string.h>
 
 #include <new>
@@ -108,6 +109,21 @@ private:
     uint8_t* m_arrAnswer;  // 0: not known; 1: no; 2: yes
 };
 
+// One step of a pattern that is matched straight on, see QORRegularExpress-straight.cpp.
+struct reStep {
+    enum kind : uint8_t { text, single, run, open, close, optional, closeOptional, end };
+
+    kind m_eKind;
+    bool m_bAside;         // where less was taken first, what comes behind it may yet send the plain steps back there
+    int m_nMin;
+    int m_nMax;            // of a text: its length
+    uint32_t m_nFlags;
+    re_Base<char>* m_pRE;
+    const rePlan* m_pPlan;
+    const char* m_lpszText;
+    const reStep* m_pElse;  // of an optional group: its closing step
+};
+
 // The state of a tree that is matched.
 struct reState {
     // So many look-aheads are made one by one; beyond, their answers are kept, and not made twice.
@@ -127,10 +143,19 @@ struct reState {
     reAnswers* m_pAnswers = NULL;
     re_Base<char>** m_arrNode = NULL;  // all nodes but the root, or null
     int m_nNodes = 0;
+    reStep* m_arrStep = NULL;          // the whole pattern, straight on, or null
+    bool m_bClean = false;             // no node has a result
 
     ~reState() {
         delete m_pAnswers;
         delete[] m_arrNode;
+        delete[] m_arrStep;
+    }
+    void clearNodes() {
+        for (int i = 0; i < m_nNodes; ++i) {
+            m_arrNode[i]->m_lpszResultBegin = NULL;
+            m_arrNode[i]->m_lpszResultEnd = NULL;
+        }
     }
     void clear() {
         m_nLooks = 0;
@@ -142,6 +167,8 @@ struct reState {
         m_pLead = NULL;
         delete[] m_arrNode;
         m_arrNode = NULL;
+        delete[] m_arrStep;
+        m_arrStep = NULL;
     }
     // The answers, once there have been too many look-aheads; or null.
     reAnswers* answers(const char* lpsz, const char* lpszEnding) {
@@ -166,6 +193,10 @@ void traceError(const char* lpszREText, const char* lpszError);
 
 // Works out the plans of a whole tree. False: no memory.
 bool planTree(reRegularExpress<char>& express);
+// Works out the steps of a tree that has its plans, where it can be matched straight on. False: no memory.
+bool planStraight(reRegularExpress<char>& express);
+// Matches a root that has such steps, and leaves all results. False: nothing was done, it is left to the plain steps.
+bool applyStraight(reRegularExpress<char>& express, const char* lpszSrcText, const char* lpszSrcEnding);
 
 template <class T>
 inline bool isAtEnd(const T* lpsz, const T* lpszEnding) {
@@ -187,6 +218,64 @@ inline reRegularExpress<T>* expressOf(re_Base<T>* pRE) {
 template <class T>
 inline unsigned charValue(T ch) {
     return static_cast<unsigned char>(ch);
+}
+
+template <class T>
+inline bool isEqualChar(uint32_t nFlags, T chPattern, T chText) {
+    return chPattern == chText ||
+           ((nFlags & flagIgnoreCase) != 0 && chPattern == QOR_StringHelper::chReverse(chText));
+}
+
+// ---- the nodes below one that takes one character
+
+// Leaves the nodes below such a node as applying it there does.
+template <class T>
+inline void touchBelow(const rePlan* pPlan, const T* lpsz, const T* lpszEnding) {
+    const reBelow* const pTo = pPlan->m_arrBelow + pPlan->m_nBelow;
+    if (isAtEnd(lpsz, lpszEnding)) {
+        for (const reBelow* p = pPlan->m_arrBelow; p < pTo; ++p) {
+            p->m_pRE->m_lpszResultBegin = lpsz;
+            p->m_pRE->m_lpszResultEnd = NULL;
+        }
+        return;
+    }
+    const unsigned uChar = charValue(*lpsz);
+    for (const reBelow* p = pPlan->m_arrBelow; p < pTo; ++p) {
+        if (reBelow::has(p->m_arrReached, uChar) == 0)
+            continue;
+        p->m_pRE->m_lpszResultBegin = lpsz;
+        p->m_pRE->m_lpszResultEnd = reBelow::has(p->m_arrTaken, uChar) != 0 ? lpsz + 1 : NULL;
+    }
+}
+
+// The same where characters touch different nodes: each node gets the result of the last place that touches it.
+template <class T>
+inline void touchEach(const rePlan* pPlan, const T* lpszBegin, const T* lpszLast, const T* lpszEnding) {
+    const reBelow* const pTo = pPlan->m_arrBelow + pPlan->m_nBelow;
+    for (const reBelow* p = pPlan->m_arrBelow; p < pTo; ++p) {
+        for (const T* lpsz = lpszLast; lpsz >= lpszBegin; --lpsz) {
+            const bool bEnd = isAtEnd(lpsz, lpszEnding);
+            if (!bEnd && reBelow::has(p->m_arrReached, charValue(*lpsz)) == 0)
+                continue;
+            p->m_pRE->m_lpszResultBegin = lpsz;
+            p->m_pRE->m_lpszResultEnd = !bEnd && reBelow::has(p->m_arrTaken, charValue(*lpsz)) != 0 ? lpsz + 1 : NULL;
+            break;
+        }
+    }
+}
+
+// Leaves the nodes below a run from lpszBegin to lpsz as applying it at each of its places does; and at the next one, where
+// that was refused.
+template <class T>
+inline void touchRun(const rePlan* pPlan, const T* lpszBegin, const T* lpsz, bool bRefused, const T* lpszEnding) {
+    if (pPlan->m_bEach) {
+        touchEach(pPlan, lpszBegin, bRefused ? lpsz : lpsz - 1, lpszEnding);
+        return;
+    }
+    if (lpsz > lpszBegin && (!bRefused || pPlan->m_bPartial))
+        touchBelow(pPlan, lpsz - 1, lpszEnding);
+    if (bRefused)
+        touchBelow(pPlan, lpsz, lpszEnding);
 }
 
 }  // namespace QOR_RegularExpressHelper

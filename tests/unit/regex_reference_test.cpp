@@ -3,6 +3,7 @@
 #include <csignal>
 #include <random>
 
+#include "internal/regular_express.h"
 #include "qor/TraceHelper.h"
 #include "support/reference_compare.h"
 #include "support/scale.h"
@@ -209,6 +210,59 @@ TEST_F(RegexReference, RunsOfCharactersLeaveEveryNodeAlike) {
             ASSERT_EQ("", compare.difference());
         }
     }
+}
+
+// Sequences of plain elements, of which most are matched straight on: what follows a run is often, but not always, of other
+// characters than the run.
+class sequenceMaker {
+public:
+    explicit sequenceMaker(chance& r) : m_chance(r) {}
+
+    std::string sequence(int nDepth) {
+        std::string str;
+        const int nElements = 1 + m_chance.below(5);
+        for (int i = 0; i < nElements; ++i)
+            str += element(nDepth);
+        return str;
+    }
+
+private:
+    std::string element(int nDepth) {
+        static const char* const arrOne[] = {"[a-b]", "\\d", "[^c]", "[ab0]", "[a-b0-9]", "[\\d\\.]", "\\D", ".", "[^a-b0]"};
+        static const char* const arrTimes[] = {"*", "+", "?", "{2}", "{1,3}", "{2,}", "*+", "{0,2}+", "{3}"};
+        static const char* const arrText[] = {"a", "b", "c", "\\.", "ab", "0", "C"};
+        const int n = m_chance.below(nDepth > 0 ? 9 : 6);
+        if (n < 2)
+            return m_chance.of(arrText);
+        std::string str = n < 6 ? m_chance.of(arrOne) : "(";
+        if (n < 6) {
+            if (!m_chance.oneIn(3))
+                str += m_chance.of(arrTimes);
+            return str;
+        }
+        str += n == 6 ? "?:" : "";
+        str += sequence(nDepth - 1);
+        str += n == 8 ? ")?" : ")";
+        return str;
+    }
+
+    chance& m_chance;
+};
+
+TEST_F(RegexReference, SequencesOfPlainElementsMatchAlike) {
+    chance r(20260606);
+    int nStraight = 0;
+    for (int i = 0; i < scaled(4000); ++i) {
+        referenceCompare compare;
+        ASSERT_TRUE(compare.build(sequenceMaker(r).sequence(2), r.oneIn(4))) << compare.difference();
+        nStraight += compare.express().m_pState->m_arrStep != NULL;
+        tryTexts(compare, r);
+        ASSERT_EQ("", compare.difference());
+    }
+    EXPECT_GT(nStraight, scaled(1000));
+    EXPECT_LT(nStraight, scaled(3500));
+    EXPECT_GT(m_arrOutcome[referenceMatcher::matched], scaled(15000));
+    EXPECT_GT(m_arrOutcome[referenceMatcher::failed], scaled(15000));
 }
 
 // What the second matcher calls fatal ends the process, with one of the two texts.

@@ -1,6 +1,7 @@
 // Matching with regular expressions: sequences, sets, quantifiers and their modes, captures, back-references, results.
 #include <algorithm>
 #include <csignal>
+#include <functional>
 #include <type_traits>
 
 #include "qor/TraceHelper.h"
@@ -554,6 +555,70 @@ TEST(Regex, AMatchIsTracedAtLevelTwo) {
     testing::internal::CaptureStdout();
     express.TraceResult();
     EXPECT_NE("", testing::internal::GetCapturedStdout());
+}
+
+// What a part of the tree remembers counts for the whole, whoever applied it.
+
+TEST(Regex, AGroupThatWasAppliedAloneKeepsItsAnswer) {
+    const char* const lpszText = "ab";
+    reRegularExpress<char> express("(a)(b)", 0);
+    EXPECT_EQ(2, lengthAt(express, lpszText));
+    express.ClearResult();
+    EXPECT_EQ(NULL, express.GetCaptureRE(2)->ApplyREOnText(lpszText + 1, lpszText + 1));
+    EXPECT_EQ(NULL, express.ApplyREOnText(lpszText, NULL));
+    EXPECT_EQ(2, lengthAt(express, lpszText));
+}
+
+TEST(Regex, ALeafThatWasAppliedAloneKeepsItsAnswer) {
+    const char* const lpszText = "ab";
+    reRegularExpress<char> express("a(b)", 0);
+    express.ClearResult();
+    EXPECT_EQ(NULL, express.m_arrTargetREs[0]->ApplyREOnText(lpszText, lpszText));
+    EXPECT_EQ(NULL, express.ApplyREOnText(lpszText, NULL));
+    EXPECT_EQ(2, lengthAt(express, lpszText));
+}
+
+TEST(Regex, PartsThatWereAppliedKeepTheirAnswers) {
+    const char* const lpszText = "abc";
+    reRegularExpress<char> express("(a)((bc))", 0);
+    re_Base<char>* const pFirst = express.GetCaptureRE(1);
+    re_Group<char>* const pSecond = static_cast<re_Group<char>*>(express.GetCaptureRE(2));
+    const auto isKept = [&](const std::function<const char*()>& fnApply) {
+        express.ClearResult();
+        return fnApply() == NULL && express.ApplyREOnText(lpszText, NULL) == NULL && lengthAt(express, lpszText) == 3;
+    };
+    const char* const lpszEnd = lpszText + 1;
+    EXPECT_TRUE(isKept([&]() { return pSecond->ApplyChildREFrom(0, lpszEnd, lpszEnd); }));
+    EXPECT_TRUE(isKept([&]() { return pSecond->ApplyChildRE(0, lpszEnd, lpszEnd); }));
+    EXPECT_TRUE(isKept([&]() { return express.ApplyChildREFrom(1, lpszEnd, lpszEnd); }));
+    EXPECT_TRUE(isKept([&]() { return express.ApplyREsAfterChild(0, lpszEnd, lpszEnd); }));
+    // The continuation of what stands behind the first letter: the letter matches, what comes after has failed.
+    EXPECT_TRUE(isKept([&]() {
+        EXPECT_EQ(lpszEnd, pFirst->ApplyREsAfterChild(0, lpszEnd, lpszEnd));
+        return pSecond->m_lpszResultEnd;
+    }));
+}
+
+TEST(Regex, RepetitionsThatWereAppliedAloneKeepTheirAnswers) {
+    const char* const lpszText = "abc";
+    reRegularExpress<char> express("(?:(ab))?c", 0);
+    express.ClearResult();
+    EXPECT_EQ(lpszText, express.ApplyChildForOptional(0, lpszText, lpszText, 1));
+    EXPECT_EQ(NULL, express.ApplyREOnText(lpszText, NULL));
+    EXPECT_EQ(3, lengthAt(express, lpszText));
+}
+
+TEST(Regex, AtASecondPlaceWithoutClearingTheFirstIsRemembered) {
+    const char* const lpszText = "aab";
+    reRegularExpress<char> express("(a)(a?b?)", 0);
+    express.ClearResult();
+    EXPECT_EQ(lpszText + 2, express.ApplyREOnText(lpszText, lpszText + 2));
+    // The second letter's node was at the end that was given then, and found nothing there.
+    EXPECT_EQ(lpszText + 2, express.ApplyREOnText(lpszText + 1, NULL));
+    EXPECT_EQ("", resultOf(express.GetCaptureRE(2)));
+    express.ClearResult();
+    EXPECT_EQ(lpszText + 3, express.ApplyREOnText(lpszText, NULL));
+    EXPECT_EQ("ab", resultOf(express.GetCaptureRE(2)));
 }
 
 }  // namespace
