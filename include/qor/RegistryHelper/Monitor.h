@@ -8,7 +8,7 @@
 /// @code
 /// m_objMonitor.MonitorSection("/rundata/config/net.ini", "Net", this,
 ///                             static_cast<QOR_MsgQueueHelper::msgMethod>(&myProcesser::OnNetChanged));
-/// ...
+/// // what else this object does
 /// m_objMonitor.UnmonitorAllSection();     // before this object goes
 /// @endcode
 ///
