@@ -1,6 +1,9 @@
 #include "support/scale.h"
 
+#include <stdlib.h>
 #include <string.h>
+
+#include <algorithm>
 
 namespace qorTest {
 
@@ -10,8 +13,10 @@ int scaled(int nRounds) {
 #else
     constexpr bool bSanitized = false;
 #endif
+    const char* const lpszTimes = getenv("QOR_TEST_TIMES");
+    const int nTimes = lpszTimes != NULL ? std::clamp(atoi(lpszTimes), 1, 1000) : 1;
     const bool bSlow = bSanitized || strlen(QOR_TEST_EMULATOR) != 0;
-    return bSlow ? nRounds / 12 + 1 : nRounds;
+    return (bSlow ? nRounds / 12 + 1 : nRounds) * nTimes;
 }
 
 }  // namespace qorTest

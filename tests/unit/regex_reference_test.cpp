@@ -110,6 +110,10 @@ std::string randomText(chance& r, bool bNul) {
 class RegexReference : public testing::Test {
 protected:
     RegexReference() { QOR_TraceHelper::uCTraceHelpergetGlobalObject()->RedirectToNull(); }
+    ~RegexReference() override {
+        if (m_nPairs > 0)
+            printf("%d pairs of pattern and text\n", m_nPairs);
+    }
 
     void addAliases(referenceCompare& compare) {
         compare.addAlias("/x", "[ab]");
@@ -132,10 +136,12 @@ protected:
             compare.clear();
             ++m_arrOutcome[compare.search(strText, bGivenEnd)];
             ASSERT_EQ("", compare.difference());
+            ++m_nPairs;
         }
     }
 
     int m_arrOutcome[4] = {};
+    int m_nPairs = 0;
 };
 
 TEST_F(RegexReference, PatternsOfTheGrammarMatchAlike) {
