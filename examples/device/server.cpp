@@ -133,7 +133,7 @@ void endClients() {
                takeConfirmation(objClient, std::max(0, static_cast<int>(dEnd - now())))) {
         }
     }
-    say("server", "%d rows; %zu clients at the end, %d dropped", g_pServer->m_objRow.m_nNumber,
+    say("server", "%d rows; clients at the end: %zu, dropped: %d", g_pServer->m_objRow.m_nNumber,
         g_pServer->m_lstClient.size(), g_pServer->m_nDropped);
     g_pServer->m_lstClient.clear();
 }

@@ -244,7 +244,7 @@ TEST_F(Device, TheTableIsServedAndKeptInTwoFilesWithTheSameRows) {
           "launcher   \\| " + tableDirectory() + "/table\\.xml holds " + strCount + " rows, the same\n",
           "recorder   \\| " + strCount + " rows are kept\n",
           std::string("launcher   \\|   row   reading    cpu %  memory %    load  alarm\n"),
-          std::string("server     \\| [0-9]+ rows; 1 clients at the end, 0 dropped\n")})
+          std::string("server     \\| [0-9]+ rows; clients at the end: 1, dropped: 0\n")})
         EXPECT_EQ(1, countMatches(objRun.Output(), strPattern)) << strPattern << "\n" << objRun.Output();
     EXPECT_EQ(0u, linesOf(tableDirectory() + "/table.xml").front().find("<?xml version=\"1.0\"?>"));
     EXPECT_FALSE(exists(tableDirectory() + "/table.xml.new"));
@@ -295,7 +295,7 @@ TEST_F(Device, AClientThatGoesOrTalksNonsenseIsDropped) {
     objNonsense.hear(1000);  // until the server has closed
     interrupt(objRun);
     EXPECT_EQ(1,
-              countMatches(objRun.Output(), "server     \\| [0-9]+ rows; 1 clients at the end, 2 dropped\n"))
+              countMatches(objRun.Output(), "server     \\| [0-9]+ rows; clients at the end: 1, dropped: 2\n"))
         << objRun.Output();
 }
 
@@ -309,7 +309,7 @@ TEST_F(Device, AClientThatStallsIsDroppedAndDoesNotHoldUpTheEnd) {
     EXPECT_EQ(28u, objLast.hear(28).size());
     interrupt(objRun);
     EXPECT_EQ(1,
-              countMatches(objRun.Output(), "server     \\| [0-9]+ rows; 2 clients at the end, 1 dropped\n"))
+              countMatches(objRun.Output(), "server     \\| [0-9]+ rows; clients at the end: 2, dropped: 1\n"))
         << objRun.Output();
 }
 
