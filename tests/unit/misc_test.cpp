@@ -119,7 +119,7 @@ TEST(LocalTime, TheFieldsAreThoseOfTheClockInTheirOrder) {
 }
 
 TEST(LocalTime, ItIsTheTimeOfTheZone) {
-    setenv("TZ", "XXX-5:30", 1);
+    setenv("TZ", "TST-5:30", 1);
     tzset();
     const time_t tBefore = qorTest::secondsOfDayClock();
     SYSTEMTIME st = {};
