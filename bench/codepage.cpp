@@ -56,8 +56,7 @@ private:
             fail(lpszFrom, "the system has no conversion");
         return id;
     }
-    static long convert(iconv_t id, const char* p, size_t nSize, size_t nRoom,
-                        std::unique_ptr<char[]>& arrTo) {
+    static long convert(iconv_t id, const char* p, size_t nSize, size_t nRoom, std::unique_ptr<char[]>& arrTo) {
         arrTo.reset(new char[nRoom]);
         char* lpszFrom = const_cast<char*>(p);
         char* lpszTo = arrTo.get();
@@ -122,13 +121,12 @@ void checkText(const char* lpszSet, const QOR_CodePage::chCodePage& page, system
         memcmp(arrTo.get(), lpszWide, static_cast<size_t>(nWide)) != 0)
         fail(lpszSet, "another wide text than iconv's");
     const auto str = page.W2MBCS(lpszWide);
-    if (str.GetLength() != static_cast<int>(strText.size()) ||
-        memcmp(str, strText.data(), strText.size()) != 0)
+    if (str.GetLength() != static_cast<int>(strText.size()) || memcmp(str, strText.data(), strText.size()) != 0)
         fail(lpszSet, "wide text does not become what it was");
 }
 
-void printText(const char* lpszSet, const QOR_CodePage::chCodePage& page, systemPage& other,
-               const char* lpszShape, const std::string& strText) {
+void printText(const char* lpszSet, const QOR_CodePage::chCodePage& page, systemPage& other, const char* lpszShape,
+               const std::string& strText) {
     checkText(lpszSet, page, other, strText);
     const auto wstr = page.MBCS2W(strText.c_str());
     const unsigned short* const lpszWide = wstr;
@@ -138,11 +136,10 @@ void printText(const char* lpszSet, const QOR_CodePage::chCodePage& page, system
         other.toBytes(static_cast<const char*>(static_cast<const void*>(lpszWide)), nWide, arrTo);
     };
     const double nSize = static_cast<double>(strText.size());
-    const auto arrWide = mediansSpent(strText.size(), s_nRepeat,
-                                      {[&]() { page.MBCS2W(strText.c_str()); },
-                                       [&]() { other.toWide(strText.data(), strText.size(), arrTo); }});
-    const auto arrBytes =
-        mediansSpent(strText.size(), s_nRepeat, {[&]() { page.W2MBCS(lpszWide); }, toBytes});
+    const auto arrWide = mediansSpent(
+        strText.size(), s_nRepeat,
+        {[&]() { page.MBCS2W(strText.c_str()); }, [&]() { other.toWide(strText.data(), strText.size(), arrTo); }});
+    const auto arrBytes = mediansSpent(strText.size(), s_nRepeat, {[&]() { page.W2MBCS(lpszWide); }, toBytes});
     printf(
         "  %-7s %-20s %8zu bytes   to wide: qor %6.2f  iconv %6.2f %6.2f   to bytes: qor %6.2f  iconv %6.2f "
         "%6.2f\n",
@@ -171,8 +168,7 @@ void printLoads() {
     printf("loading a table (us)\n");
     for (const char* lpszSet : {"BIG5", "GBK", "EUC-KR"}) {
         const std::string strFile = s_strTables + "/" + lpszSet + ".tbl";
-        const double nLoad =
-            medianSpent(1000000, s_nRepeat, [&]() { QOR_CodePage::chCodePage page(strFile.c_str()); });
+        const double nLoad = medianSpent(1000000, s_nRepeat, [&]() { QOR_CodePage::chCodePage page(strFile.c_str()); });
         printf("  %-7s %8.1f\n", lpszSet, nLoad / 1000);
     }
     printf("\n");

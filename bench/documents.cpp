@@ -113,7 +113,8 @@ private:
 };
 #endif
 
-// Those that keep what a shape is made of: the tree drops sections without keys, so of nothing but those it keeps nothing.
+// Those that keep what a shape is made of: the tree drops sections without keys, so of nothing but those it keeps
+// nothing.
 std::vector<std::unique_ptr<contender>> contendersFor(shape eShape) {
     std::vector<std::unique_ptr<contender>> list;
     list.push_back(std::make_unique<libraryIni>());
@@ -157,8 +158,8 @@ ratios printIni(const char* lpszShape, shape eShape) {
         const std::vector<double> arrSave = mediansSpent(nSize, s_nRepeat, listSave);
         for (size_t i = 0; i < list.size(); ++i)
             printf("  %8zu bytes  %-11s load %9.0f %7.2f %6.2f   save %9.0f %7.2f %6.2f\n", nSize, list[i]->name(),
-                   arrLoad[i] / 1000, arrLoad[i] / nSize, arrLoad[i] / arrLoad[0], arrSave[i] / 1000, arrSave[i] / nSize,
-                   arrSave[i] / arrSave[0]);
+                   arrLoad[i] / 1000, arrLoad[i] / nSize, arrLoad[i] / arrLoad[0], arrSave[i] / 1000,
+                   arrSave[i] / nSize, arrSave[i] / arrSave[0]);
         fflush(stdout);
         if (nSize == 1000000)
             result = {againstFastest(arrLoad), againstFastest(arrSave)};
@@ -182,10 +183,11 @@ void printDumps() {
     for (const size_t nSize : {size_t(10000), size_t(1000000), size_t(10000000)}) {
         store(std::string(nSize, 'x'));
         const std::vector<double> arr =
-            mediansSpent(nSize, s_nRepeat, {[&]() { readPlainly(nSize); }, []() { QOR_FileHelper::qorDumpBinFile(lpszFile); },
-                                            []() { QOR_FileHelper::qorDumpTextFileA(lpszFile); }});
-        printf("  %8zu bytes  read %8.1f   qorDumpBinFile %8.1f %5.2f   qorDumpTextFileA %8.1f %5.2f\n", nSize, arr[0] / 1000,
-               arr[1] / 1000, arr[1] / arr[0], arr[2] / 1000, arr[2] / arr[0]);
+            mediansSpent(nSize, s_nRepeat,
+                         {[&]() { readPlainly(nSize); }, []() { QOR_FileHelper::qorDumpBinFile(lpszFile); },
+                          []() { QOR_FileHelper::qorDumpTextFileA(lpszFile); }});
+        printf("  %8zu bytes  read %8.1f   qorDumpBinFile %8.1f %5.2f   qorDumpTextFileA %8.1f %5.2f\n", nSize,
+               arr[0] / 1000, arr[1] / 1000, arr[1] / arr[0], arr[2] / 1000, arr[2] / arr[0]);
     }
     printf("\n");
 }

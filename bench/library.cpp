@@ -115,17 +115,22 @@ void printLibraryCalls() {
                        usleep(2000);
                }
            }));
-    printf("  %-48s %6.2f\n", "message handled while more are queued", callsPerOperation(n, [&]() {
-               prepare();
-               for (int i = 0; i < n; ++i)
-                   msgPostMsgToThread(msgGetThreadByName("counter"), 0x200, 0, 0);
-               msgPostMsgToThread(msgGetThreadByName("counter"), TM_THREAD_QUIT, 0, 0);
-           }, [](int) { msgDefaultThreadRun(); }));
+    printf("  %-48s %6.2f\n", "message handled while more are queued",
+           callsPerOperation(
+               n,
+               [&]() {
+                   prepare();
+                   for (int i = 0; i < n; ++i)
+                       msgPostMsgToThread(msgGetThreadByName("counter"), 0x200, 0, 0);
+                   msgPostMsgToThread(msgGetThreadByName("counter"), TM_THREAD_QUIT, 0, 0);
+               },
+               [](int) { msgDefaultThreadRun(); }));
     printf("  %-48s %6.2f\n", "send and reply, sender's side", callsPerOperation(n, prepare, [&](int nCount) {
                for (int i = 0; i < nCount; ++i)
                    msgSendMsgToThread(hServer, msgAsk, 0, 0);
            }));
-    printf("  %-48s %6.2f\n\n", "send and reply with a time-out, sender's side", callsPerOperation(n, prepare, [&](int nCount) {
+    printf("  %-48s %6.2f\n\n", "send and reply with a time-out, sender's side",
+           callsPerOperation(n, prepare, [&](int nCount) {
                for (int i = 0; i < nCount; ++i)
                    msgSendMsgToThreadTimeoutEx(hServer, msgAsk, 0, 0, 0, NULL, 1000);
            }));
@@ -139,7 +144,8 @@ void runSleepers(int nFirst, int nCount) {
     for (int i = 0; i < nCount; ++i) {
         char szName[32];
         snprintf(szName, sizeof(szName), "sleeper%d", nFirst + i);
-        msgLaunchCallbackWorkThread(szName, [](simpMSG*) { return 3600 * 1000; }, -1);
+        msgLaunchCallbackWorkThread(
+            szName, [](simpMSG*) { return 3600 * 1000; }, -1);
     }
     pause();
 }

@@ -68,7 +68,8 @@ std::map<std::string, double> printTable(const char* lpszTitle, measurement fnMe
         const figures f = fnMeasure(make, nSize, nProcessors > 1 ? 1 : 0);
         nFloor = nFloor == 0 ? f.nMedian : nFloor;
         mapMedian[strName] = f.nMedian;
-        printf("  %-18s %10.0f %10.0f %10.0f %10.2f\n", strName.c_str(), f.nMedian, f.nHigh, f.nMax, f.nMedian / nFloor);
+        printf("  %-18s %10.0f %10.0f %10.0f %10.2f\n", strName.c_str(), f.nMedian, f.nHigh, f.nMax,
+               f.nMedian / nFloor);
         fflush(stdout);
     }
     printf("\n");

@@ -2,9 +2,10 @@
 //
 // usage: qor_bench_packets [--quick]
 //
-// The contenders stand connected all the time and take turns, each with a server of its own. All send without delay: else
-// the last packet of a stream waits for the peer's late acknowledgement, 40 ms, whoever sends it; a table of its own shows
-// that. Beside the time stands what the processors spent on both processes, which does not count what else is running.
+// The contenders stand connected all the time and take turns, each with a server of its own. All send without delay:
+// else the last packet of a stream waits for the peer's late acknowledgement, 40 ms, whoever sends it; a table of its
+// own shows that. Beside the time stands what the processors spent on both processes, which does not count what else is
+// running.
 #include <arpa/inet.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
@@ -167,8 +168,8 @@ private:
     int m_iBegin = 0, m_iEnd = 0;
 };
 
-// The same, but never receives more than belongs to the packet, as the library does: what waits for the next packet stays
-// where a wait on the descriptor sees it.
+// The same, but never receives more than belongs to the packet, as the library does: what waits for the next packet
+// stays where a wait on the descriptor sees it.
 class exactConnection : public bareConnection {
 public:
     const char* name() const override { return "bare, by packet"; }
@@ -303,8 +304,8 @@ struct ratios {
 
 // Prints one table and returns the library's medians against the bare ones.
 ratios printTable(const char* lpszTitle, measurement fnMeasure, int nSize, int nProcessors, int nRounds) {
-    printf("%s, %d bytes, %d CPU%s (ns)\n  %-18s %10s %10s %10s %10s %10s %10s\n", lpszTitle, nSize,
-           nProcessors, nProcessors > 1 ? "s" : "", "", "median", "99 %", "maximum", "x bare", "spent", "x bare");
+    printf("%s, %d bytes, %d CPU%s (ns)\n  %-18s %10s %10s %10s %10s %10s %10s\n", lpszTitle, nSize, nProcessors,
+           nProcessors > 1 ? "s" : "", "", "median", "99 %", "maximum", "x bare", "spent", "x bare");
     std::vector<contender> list = allContenders(nProcessors > 1 ? 1 : 0);
     for (int i = 0; i <= nRounds; ++i)
         for (contender& r : list) {
@@ -341,10 +342,12 @@ void printCallsOf(int nSize) {
     T sender, receiver;
     peer server(1, [&]() { serve(sender); });
     peer source(1, [&]() { flood(receiver, nSize); });
-    const double nAsk = callsPerOperation(n, [&]() { openClient(sender); }, [&](int nCount) {
-        for (int i = 0; i < nCount; ++i)
-            ask(sender, nSize);
-    });
+    const double nAsk = callsPerOperation(
+        n, [&]() { openClient(sender); },
+        [&](int nCount) {
+            for (int i = 0; i < nCount; ++i)
+                ask(sender, nSize);
+        });
     // What is received waits already.
     const auto prepare = [&]() {
         openClient(receiver);

@@ -54,8 +54,7 @@ public:
     // Compiles a pattern in place of the one before.
     virtual void compile(const pattern& p) = 0;
     // Matches at lpszFrom, or at the first place behind it, in a text that begins with lpszText.
-    virtual bool match(const char* lpszText, const char* lpszFrom, const char* lpszTo, bool bSearch,
-                       found& result) = 0;
+    virtual bool match(const char* lpszText, const char* lpszFrom, const char* lpszTo, bool bSearch, found& result) = 0;
 };
 
 void expect(bool bRight, const char* lpszWho, const char* lpszWhat) {
@@ -74,8 +73,7 @@ public:
         const unsigned uFlags = p.bFold ? QOR_RegularExpressHelper::flagIgnoreCase : 0;
         expect(m_pExpress->BuildRegularExpress(p.lpszOwn, uFlags) == NULL, name(), p.lpszOwn);
     }
-    bool match(const char* lpszText, const char* lpszFrom, const char* lpszTo, bool bSearch,
-               found& result) override {
+    bool match(const char* lpszText, const char* lpszFrom, const char* lpszTo, bool bSearch, found& result) override {
         if (bSearch) {
             if (m_pExpress->SearchREOnText(lpszFrom, lpszTo) == NULL)
                 return false;
@@ -85,8 +83,7 @@ public:
                 return false;
         }
         for (int i = 0; i <= m_nGroups; ++i) {
-            const QOR_RegularExpressHelper::re_Base<char>* p =
-                i == 0 ? m_pExpress.get() : m_pExpress->GetCaptureRE(i);
+            const QOR_RegularExpressHelper::re_Base<char>* p = i == 0 ? m_pExpress.get() : m_pExpress->GetCaptureRE(i);
             result.arrBegin[i] = p->m_lpszResultBegin - lpszText;
             result.arrEnd[i] = p->m_lpszResultEnd - lpszText;
         }
@@ -104,13 +101,10 @@ public:
     void compile(const pattern& p) override {
         m_nGroups = p.nGroups;
         const auto eFold = p.bFold ? std::regex::icase : std::regex::flag_type();
-        m_pRegex =
-            std::make_unique<std::regex>(p.lpszUsual, std::regex::ECMAScript | std::regex::optimize | eFold);
+        m_pRegex = std::make_unique<std::regex>(p.lpszUsual, std::regex::ECMAScript | std::regex::optimize | eFold);
     }
-    bool match(const char* lpszText, const char* lpszFrom, const char* lpszTo, bool bSearch,
-               found& result) override {
-        const auto eWhere =
-            bSearch ? std::regex_constants::match_default : std::regex_constants::match_continuous;
+    bool match(const char* lpszText, const char* lpszFrom, const char* lpszTo, bool bSearch, found& result) override {
+        const auto eWhere = bSearch ? std::regex_constants::match_default : std::regex_constants::match_continuous;
         if (!std::regex_search(lpszFrom, lpszTo, m_match, *m_pRegex, eWhere))
             return false;
         for (int i = 0; i <= m_nGroups; ++i) {
@@ -142,11 +136,10 @@ public:
         expect(m_pCode != NULL, name(), p.lpszUsual);
         m_pMatch = pcre2_match_data_create_from_pattern(m_pCode, NULL);
     }
-    bool match(const char* lpszText, const char* lpszFrom, const char* lpszTo, bool bSearch,
-               found& result) override {
-        const int n = pcre2_match(m_pCode, reinterpret_cast<PCRE2_SPTR>(lpszFrom),
-                                  static_cast<size_t>(lpszTo - lpszFrom), 0, bSearch ? 0 : PCRE2_ANCHORED,
-                                  m_pMatch, NULL);
+    bool match(const char* lpszText, const char* lpszFrom, const char* lpszTo, bool bSearch, found& result) override {
+        const int n =
+            pcre2_match(m_pCode, reinterpret_cast<PCRE2_SPTR>(lpszFrom), static_cast<size_t>(lpszTo - lpszFrom), 0,
+                        bSearch ? 0 : PCRE2_ANCHORED, m_pMatch, NULL);
         if (n <= 0)
             return false;
         const PCRE2_SIZE* pAt = pcre2_get_ovector_pointer(m_pMatch);
@@ -181,8 +174,7 @@ public:
         m_pRegex = std::make_unique<RE2>(p.lpszUsual, options);
         expect(m_pRegex->ok(), name(), p.lpszUsual);
     }
-    bool match(const char* lpszText, const char* lpszFrom, const char* lpszTo, bool bSearch,
-               found& result) override {
+    bool match(const char* lpszText, const char* lpszFrom, const char* lpszTo, bool bSearch, found& result) override {
         const re2::StringPiece text(lpszFrom, static_cast<size_t>(lpszTo - lpszFrom));
         re2::StringPiece arrGroup[mostGroups + 1];
         if (!m_pRegex->Match(text, 0, text.size(), bSearch ? RE2::UNANCHORED : RE2::ANCHOR_START, arrGroup,
@@ -244,13 +236,11 @@ constexpr matchCase arrMatch[] = {
     {{"alternatives", "([(?:GET)(?:POST)(?:PUT)(?:DELETE)]) (/\\S*) HTTP/1\\.([01])",
       "(GET|POST|PUT|DELETE) (/\\S*) HTTP/1\\.([01])", 3, false},
      subjectRequest},
-    {{"letters of either case", "content\\-length: *(\\d+)", "content-length: *(\\d+)", 1, true},
-     subjectHeader},
+    {{"letters of either case", "content\\-length: *(\\d+)", "content-length: *(\\d+)", 1, true}, subjectHeader},
     {{"counted sets", "[0-9a-f]{8}\\-[0-9a-f]{4}\\-[0-9a-f]{4}\\-([0-9a-f]{12})",
       "[0-9a-f]{8}-[0-9a-f]{4}-[0-9a-f]{4}-([0-9a-f]{12})", 1, false},
      subjectId},
-    {{"number", "[\\-\\+]?\\d+(?:\\.\\d+)?(?:[eE][\\-\\+]?\\d+)?", "[-+]?\\d+(?:\\.\\d+)?(?:[eE][-+]?\\d+)?",
-      0, false},
+    {{"number", "[\\-\\+]?\\d+(?:\\.\\d+)?(?:[eE][\\-\\+]?\\d+)?", "[-+]?\\d+(?:\\.\\d+)?(?:[eE][-+]?\\d+)?", 0, false},
      subjectNumber},
     {{"quoted text", "\"([^\"]*)\"", "\"([^\"]*)\"", 1, false}, subjectText},
 };
@@ -269,8 +259,8 @@ std::string subjectOf(subject eSubject, int i) {
                      i * 101 % 256);
             break;
         case subjectLine:
-            snprintf(sz, sizeof(sz), "%skey.%d%s some value with %d words", i % 2 ? "" : "  ", i,
-                     bWrong ? ":" : " =", i * 17);
+            snprintf(sz, sizeof(sz), "%skey.%d%s some value with %d words", i % 2 ? "" : "  ", i, bWrong ? ":" : " =",
+                     i * 17);
             break;
         case subjectRequest:
             snprintf(sz, sizeof(sz), "%s /devices/%d/state?part=%d HTTP/1.%c", arrVerb[i * 5 % 4], i, i % 5,
@@ -288,8 +278,7 @@ std::string subjectOf(subject eSubject, int i) {
             snprintf(sz, sizeof(sz), i % 2 ? "-%d.%de+%d" : "%d.%d", bWrong ? -i : i * 37, i, i % 30);
             break;
         default:
-            snprintf(sz, sizeof(sz), "\"the quick brown fox jumps over %d dogs%s", i,
-                     bWrong ? "" : "\" and more");
+            snprintf(sz, sizeof(sz), "\"the quick brown fox jumps over %d dogs%s", i, bWrong ? "" : "\" and more");
     }
     return sz;
 }
@@ -330,16 +319,14 @@ bool isSame(const found& a, const found& b, int nGroups) {
     return memcmp(a.arrBegin, b.arrBegin, n) == 0 && memcmp(a.arrEnd, b.arrEnd, n) == 0;
 }
 
-void checkMatch(const std::vector<std::unique_ptr<contender>>& list, const pattern& p,
-                const std::string& str) {
+void checkMatch(const std::vector<std::unique_ptr<contender>>& list, const pattern& p, const std::string& str) {
     found first;
     const char* const lpsz = str.c_str();
     const bool bFirst = list[0]->match(lpsz, lpsz, lpsz + str.size(), false, first);
     for (const auto& other : list) {
         found result;
         const bool bResult = other->match(lpsz, lpsz, lpsz + str.size(), false, result);
-        expect(bResult == bFirst && (!bFirst || isSame(first, result, p.nGroups)), other->name(),
-               str.c_str());
+        expect(bResult == bFirst && (!bFirst || isSame(first, result, p.nGroups)), other->name(), str.c_str());
     }
 }
 
@@ -353,8 +340,7 @@ std::vector<found> allIn(contender& c, const std::string& str) {
     return list;
 }
 
-void checkSearch(const std::vector<std::unique_ptr<contender>>& list, const pattern& p,
-                 const std::string& str) {
+void checkSearch(const std::vector<std::unique_ptr<contender>>& list, const pattern& p, const std::string& str) {
     const std::vector<found> first = allIn(*list[0], str);
     expect(!first.empty(), p.lpszName, "finds nothing");
     for (const auto& other : list) {
@@ -475,8 +461,7 @@ ratios printSearches() {
             listRun.push_back([&]() {
                 found result = {};
                 const char* const lpszTo = strText.c_str() + strText.size();
-                for (const char* lpsz = strText.c_str();
-                     p->match(strText.c_str(), lpsz, lpszTo, true, result);)
+                for (const char* lpsz = strText.c_str(); p->match(strText.c_str(), lpsz, lpszTo, true, result);)
                     lpsz = strText.c_str() + result.arrEnd[0];
             });
         }

@@ -22,7 +22,9 @@ namespace {
 
 int s_nRounds = 2000;
 
-std::string documentName(const char* lpszKind, int i) { return std::string("/tmp/") + lpszKind + std::to_string(i) + ".ini"; }
+std::string documentName(const char* lpszKind, int i) {
+    return std::string("/tmp/") + lpszKind + std::to_string(i) + ".ini";
+}
 
 std::string keyName(int i) { return "a.key.of.the.device." + std::to_string(i); }
 
@@ -76,8 +78,8 @@ void printAccess(double nFloor, const char* lpszWhat, HREGISTRY hSection, int nK
 }
 
 void printSizes(double nFloor) {
-    printf("access, ns and against the lock alone (%.0f ns)\n  %-34s  %12s  %12s  %12s  %12s\n", nFloor, "", "int, first",
-           "int, last", "string, last", "set, last");
+    printf("access, ns and against the lock alone (%.0f ns)\n  %-34s  %12s  %12s  %12s  %12s\n", nFloor, "",
+           "int, first", "int, last", "string, last", "set, last");
     for (const int nKeys : {10, 100, 1000}) {
         HREGISTRY hSection = fillSection(documentName("keys", nKeys), nKeys);
         printAccess(nFloor, (std::to_string(nKeys) + " keys in the section").c_str(), hSection, nKeys);
@@ -101,10 +103,13 @@ void printCalls() {
     const std::string strKey = keyName(5);
     char sz[64];
     const auto print = [&](const char* lpszWhat, const std::function<void(int)>& fnCall) {
-        printf("  %-34s %6.2f\n", lpszWhat, callsPerOperation(200, [&]() { fnCall(-1); }, [&](int nCount) {
-                   for (int i = 0; i < nCount; ++i)
-                       fnCall(i);
-               }));
+        printf("  %-34s %6.2f\n", lpszWhat,
+               callsPerOperation(
+                   200, [&]() { fnCall(-1); },
+                   [&](int nCount) {
+                       for (int i = 0; i < nCount; ++i)
+                           fnCall(i);
+                   }));
     };
     printf("kernel calls\n");
     print("registryGetInt", [&](int) { registryGetInt(hSection, strKey.c_str(), 0); });
@@ -126,18 +131,23 @@ void watchSection(const std::string& strFile, int nThreads) {
     s_strFile = strFile;
     for (int i = 0; i < nThreads; ++i) {
         const std::string strName = "monitor." + std::to_string(i);
-        msgLaunchCallbackWorkThread(strName.c_str(), [](simpMSG* pMsg) {
-            if (pMsg->uMsg == TM_THREAD_START)
-                regMonitorSection(registryOpen(s_strFile.c_str(), "section"));
-            return answerSlowly(pMsg);
-        }, -1);
+        msgLaunchCallbackWorkThread(
+            strName.c_str(),
+            [](simpMSG* pMsg) {
+                if (pMsg->uMsg == TM_THREAD_START)
+                    regMonitorSection(registryOpen(s_strFile.c_str(), "section"));
+                return answerSlowly(pMsg);
+            },
+            -1);
     }
     for (;;)
         pause();
 }
 
 void printFlushes() {
-    printf("change and flush, ns, by the number of monitors (sleeping threads on the other processor; the file is saved too)\n");
+    printf(
+        "change and flush, ns, by the number of monitors (sleeping threads on the other processor; the file is saved "
+        "too)\n");
     for (const int nMonitors : {0, 1, 10, 100}) {
         const std::string strFile = documentName("flush", nMonitors);
         HREGISTRY hSection = fillSection(strFile, 10);

@@ -143,8 +143,12 @@ struct contender {
 
 std::vector<contender> allContenders() {
     return {
-        {"walk, kinds of the entries", [](const std::string& str, const char* lpsz) { return searchPlainly(str, lpsz, false); }, {}},
-        {"walk, stat of each", [](const std::string& str, const char* lpsz) { return searchPlainly(str, lpsz, true); }, {}},
+        {"walk, kinds of the entries",
+         [](const std::string& str, const char* lpsz) { return searchPlainly(str, lpsz, false); },
+         {}},
+        {"walk, stat of each",
+         [](const std::string& str, const char* lpsz) { return searchPlainly(str, lpsz, true); },
+         {}},
         {"qor", searchLibrary, {}},
         {"find -name", [](const std::string& str, const char* lpsz) { return searchFind(str, lpsz, "-P"); }, {}},
         {"find -L -name", [](const std::string& str, const char* lpsz) { return searchFind(str, lpsz, "-L"); }, {}},
@@ -198,7 +202,8 @@ void printCalls() {
     for (const contender& r : allContenders())
         if (strncmp(r.lpszName, "find", 4) != 0)
             printf("  %-28s %10.2f\n", r.lpszName,
-                   callsPerOperation(s_nDirectories * filesPerDirectory, []() {}, [&](int) { r.fnSearch(s_strTree, "*.ini"); }));
+                   callsPerOperation(
+                       s_nDirectories * filesPerDirectory, []() {}, [&](int) { r.fnSearch(s_strTree, "*.ini"); }));
     printf("\n");
 }
 

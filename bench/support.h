@@ -29,8 +29,8 @@ void printGoal(const char* lpszWhat, double nValue, double nGoal);
 // What the processor spent on this process, in nanoseconds: what else runs on the machine does not count.
 long long spent();
 
-// The medians of what runs over nSize bytes cost, in nanoseconds. They take turns, so that what else is going on, and what
-// it does to the caches, strikes all alike.
+// The medians of what runs over nSize bytes cost, in nanoseconds. They take turns, so that what else is going on, and
+// what it does to the caches, strikes all alike.
 std::vector<double> mediansSpent(size_t nSize, double nRepeat, const std::vector<std::function<void()>>& listRun);
 // The same of one run.
 double medianSpent(size_t nSize, double nRepeat, const std::function<void()>& fnRun);

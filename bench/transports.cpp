@@ -254,12 +254,13 @@ transportMaker maker() {
 }  // namespace
 
 std::vector<transportMaker> allTransports() {
-    return {maker<semaphorePair>(), libraryTransport(),  maker<systemQueue>(), maker<posixQueue>(), maker<socketPair>(),
+    return {
+        maker<semaphorePair>(), libraryTransport(), maker<systemQueue>(), maker<posixQueue>(), maker<socketPair>(),
 #ifdef QOR_BENCH_ZMQ
-            maker<zeroQueue>(),
+        maker<zeroQueue>(),
 #endif
 #ifdef QOR_BENCH_BOOST
-            maker<boostQueue>(),
+        maker<boostQueue>(),
 #endif
     };
 }

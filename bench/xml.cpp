@@ -39,8 +39,10 @@ enum class shape { mixed, attributes, texts, nested };
 std::string mixedPart(int i) {
     char sz[512];
     snprintf(sz, sizeof(sz),
-             "  <device id=\"%d\" name=\"unit &amp; %d\">\n    <!-- what this is about -->\n    <address>10.0.%d.%d</address>\n"
-             "    <port unit=\"none\">%d</port>\n    <description>some words about device number %d, x &lt; y</description>\n"
+             "  <device id=\"%d\" name=\"unit &amp; %d\">\n    <!-- what this is about -->\n    "
+             "<address>10.0.%d.%d</address>\n"
+             "    <port unit=\"none\">%d</port>\n    <description>some words about device number %d, x &lt; "
+             "y</description>\n"
              "    <enabled/>\n  </device>\n",
              i, i % 17, (i >> 8) & 255, i & 255, 5000 + i % 100, i);
     return sz;

@@ -121,8 +121,7 @@ pid_t runInChild(const std::function<void()>& fnRun) {
     }
     coverage.Take();
     if (getenv("QOR_FUZZ_VERBOSE") != NULL)
-        fprintf(stderr, "child ended by %s\n%s", WIFEXITED(nStatus) ? "returning" : "an assertion",
-                strSaid.c_str());
+        fprintf(stderr, "child ended by %s\n%s", WIFEXITED(nStatus) ? "returning" : "an assertion", strSaid.c_str());
     return idChild;
 }
 

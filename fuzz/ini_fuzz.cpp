@@ -1,5 +1,5 @@
-// INI files: any bytes are loaded, looked up, changed and saved; what was saved once is saved the same again, and is what
-// the look-ups by index and by walk agree on.
+// INI files: any bytes are loaded, looked up, changed and saved; what was saved once is saved the same again, and is
+// what the look-ups by index and by walk agree on.
 #include <stdint.h>
 #include <stdio.h>
 #include <stdlib.h>

@@ -36,8 +36,7 @@ void tryAny(const std::string& strPattern, const std::string& strText, unsigned 
     reRegularExpress<char> express;
     express.AddCustomAlias("/me", "(a/me)");
     const char* lpszError = express.BuildRegularExpress(strPattern.c_str(), nFlags);
-    check(lpszError == NULL || (lpszError >= strPattern.c_str() &&
-                                lpszError <= strPattern.c_str() + strPattern.size()),
+    check(lpszError == NULL || (lpszError >= strPattern.c_str() && lpszError <= strPattern.c_str() + strPattern.size()),
           "an error outside the pattern");
     if (lpszError != NULL || strPattern.find('\\') != std::string::npos)
         return;

@@ -50,8 +50,7 @@ void keepInput() {
     say("fuzz input: ");
     say(s_strOrigin.c_str());
     const int fd = open(s_strCrashFile.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0666);
-    if (fd != -1 &&
-        write(fd, s_pCurrent->data(), s_pCurrent->size()) == static_cast<ssize_t>(s_pCurrent->size())) {
+    if (fd != -1 && write(fd, s_pCurrent->data(), s_pCurrent->size()) == static_cast<ssize_t>(s_pCurrent->size())) {
         say(", kept as ");
         say(s_strCrashFile.c_str());
     }
@@ -141,8 +140,7 @@ private:
     }
     const bytes& Seed() { return m_listSeed[Random(m_listSeed.size())]; }
     uint8_t Byte() {
-        static const uint8_t aTelling[] = {0,   1,   4,   0x7F, 0x80, 0xFF, '\n', '\r',
-                                           '"', '<', '[', '=',  ';',  '(',  '\\'};
+        static const uint8_t aTelling[] = {0, 1, 4, 0x7F, 0x80, 0xFF, '\n', '\r', '"', '<', '[', '=', ';', '(', '\\'};
         return Random(2) == 0 ? aTelling[Random(sizeof(aTelling))] : static_cast<uint8_t>(Random(256));
     }
     void Change(bytes& data) {
@@ -165,8 +163,7 @@ private:
                 break;
             case 4: {
                 const bytes part(it, it + static_cast<ptrdiff_t>(nCount));
-                data.insert(data.begin() + static_cast<ptrdiff_t>(Random(data.size() + 1)), part.begin(),
-                            part.end());
+                data.insert(data.begin() + static_cast<ptrdiff_t>(Random(data.size() + 1)), part.begin(), part.end());
                 break;
             }
             default: {

@@ -27,18 +27,10 @@ using QOR_TraceHelper::uCTraceHelpergetGlobalObject;
 
 namespace {
 
-uCSystemShareHelper& share() {
-    return *uCSystemShareHelpergetGlobalObject();
-}
-uCSystemNamedObjectHelper& named() {
-    return *uCSystemNamedObjectHelpergetGlobalObject();
-}
-uCSystemStorageHelper& storage() {
-    return *uCSystemStorageHelpergetGlobalObject();
-}
-QOR_TraceHelper::uCTraceHelper& trace() {
-    return *uCTraceHelpergetGlobalObject();
-}
+uCSystemShareHelper& share() { return *uCSystemShareHelpergetGlobalObject(); }
+uCSystemNamedObjectHelper& named() { return *uCSystemNamedObjectHelpergetGlobalObject(); }
+uCSystemStorageHelper& storage() { return *uCSystemStorageHelpergetGlobalObject(); }
+QOR_TraceHelper::uCTraceHelper& trace() { return *uCTraceHelpergetGlobalObject(); }
 
 char s_aBytes[1024];  // extra data
 
@@ -120,13 +112,10 @@ void lookUp(actor& me) {
     share().FindMessageQueueByTaskID(me.pThread->getTaskId());
     share().FindMessageQueueByTaskID(-1);
     share().IsValidMessageQueue(msgHTHREAD2chMsgQueue(me.hThread));
-    share().IsValidMessageQueue(
-        msgHTHREAD2chMsgQueue(reinterpret_cast<HTHREAD>(static_cast<uintptr_t>(100))));
+    share().IsValidMessageQueue(msgHTHREAD2chMsgQueue(reinterpret_cast<HTHREAD>(static_cast<uintptr_t>(100))));
 }
 
-void broadcast(actor&) {
-    msgBroadpostThreadMsgEx(0x109, 0, 0, 12, s_aBytes);
-}
+void broadcast(actor&) { msgBroadpostThreadMsgEx(0x109, 0, 0, 12, s_aBytes); }
 
 void sweep(actor&) {
     share().Lock(-1);
@@ -213,8 +202,7 @@ void usePool(actor&) {
 
 void useQueue(actor& me) {
     share().Lock(-1);
-    if (chMsgQueue* pQueue =
-            share().getObject()->m_objManager.FindMessageQueue(me.pThread->GetThreadName())) {
+    if (chMsgQueue* pQueue = share().getObject()->m_objManager.FindMessageQueue(me.pThread->GetThreadName())) {
         msgObject* pLow = pQueue->AllocMessage(-1, 20);
         pQueue->AllocMessage(9, 0);
         pQueue->HasMessage();
@@ -281,11 +269,10 @@ void clearOwnQueue(actor& me) {
 
 typedef void (*operation)(actor&);
 
-const operation s_aOperation[] = {handle,    postEverywhere, sendEverywhere, sendByHand,     lookUp,
-                                  broadcast, sweep,          registAnother,  runTimers,      callProxies,
-                                  useQueue,  usePool,        mergePools,     useNamedBlocks, useCounters,
-                                  useTrace,  readClock,      openAnew,       renewListener,  clearOwnQueue,
-                                  useNodes,  handle};
+const operation s_aOperation[] = {handle,        postEverywhere, sendEverywhere, sendByHand,  lookUp,    broadcast,
+                                  sweep,         registAnother,  runTimers,      callProxies, useQueue,  usePool,
+                                  mergePools,    useNamedBlocks, useCounters,    useTrace,    readClock, openAnew,
+                                  renewListener, clearOwnQueue,  useNodes,       handle};
 constexpr size_t countOperation = sizeof(s_aOperation) / sizeof(s_aOperation[0]);
 
 // ---- the segments
@@ -471,8 +458,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* pData, size_t nSize) {
     if (nSize == 0)
         return 0;
     const std::vector<damage> listDamage = readDamages(pData + 1, nSize - 1);
-    const pid_t idChild =
-        qorFuzz::runInChild([pData, &listDamage]() { runOperations(pData[0], listDamage); });
+    const pid_t idChild = qorFuzz::runInChild([pData, &listDamage]() { runOperations(pData[0], listDamage); });
     restoreSegments();
     removeEvent(idChild);
     QOR_BaseHelper::chEvent* pEvent = share().GetProcessLocal().GetCurrentTaskEvent();

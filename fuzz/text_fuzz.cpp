@@ -1,5 +1,5 @@
-// Text files and words: any bytes are read as lines, as UTF-16 and UTF-8 text, as stored numbers and strings, whole, and
-// as phrases between tokens.
+// Text files and words: any bytes are read as lines, as UTF-16 and UTF-8 text, as stored numbers and strings, whole,
+// and as phrases between tokens.
 #include <stdint.h>
 #include <stdio.h>
 #include <stdlib.h>

@@ -1,5 +1,5 @@
-// XML texts and files: any bytes are parsed up to some place, searched, changed, written and deleted; a tree without names
-// that cannot be written is what reads back, and is written the same again.
+// XML texts and files: any bytes are parsed up to some place, searched, changed, written and deleted; a tree without
+// names that cannot be written is what reads back, and is written the same again.
 #include <stdint.h>
 #include <stdio.h>
 #include <stdlib.h>

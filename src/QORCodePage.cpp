@@ -4,8 +4,8 @@
 // - The table's bytes hold m_nCount entries in host order, and what is left of the file behind them.
 // - A page array is empty, or holds for each high byte the number of its page, 0: none; behind them the pages, numbered
 //   from 1, with a value or '?' for each low byte.
-// - There are pages by code only where codes are in strictly ascending order: otherwise halving has its own idea of which
-//   codes are in the table.
+// - There are pages by code only where codes are in strictly ascending order: otherwise halving has its own idea of
+//   which codes are in the table.
 #include "qor/CodePage.h"
 
 #include "qor/FileHelper/Dump.h"
@@ -36,9 +36,7 @@ void setLength(chReferenceStringT<T>& str, long long nLength) {
 
 }  // namespace
 
-chCodePage::chCodePage(const char* lpszCodePageFile) : m_nCount(0) {
-    QOR_WARN(LoadCodePageFile(lpszCodePageFile));
-}
+chCodePage::chCodePage(const char* lpszCodePageFile) : m_nCount(0) { QOR_WARN(LoadCodePageFile(lpszCodePageFile)); }
 
 BOOL chCodePage::LoadCodePageFile(const char* lpszCodePageFile) {
     UnloadCodePageFile();

@@ -1,9 +1,9 @@
 // The entries of INI documents, and the index over their names.
 //
-// Invariants of the index: a node is linked among those not yet indexed, or in the bucket of its hash (which is then not
-// 0), or, as comments are, in neither; m_ppThis is what points at it. The index never follows the object of a node that
-// it drops: that may be gone. Lists of few nodes have no index, and are walked, comparing hashes first; where two nodes
-// have one name, the list's order decides, by a walk.
+// Invariants of the index: a node is linked among those not yet indexed, or in the bucket of its hash (which is then
+// not 0), or, as comments are, in neither; m_ppThis is what points at it. The index never follows the object of a node
+// that it drops: that may be gone. Lists of few nodes have no index, and are walked, comparing hashes first; where two
+// nodes have one name, the list's order decides, by a walk.
 #include "qor/FileHelper/Ini.h"
 
 #include <stdlib.h>

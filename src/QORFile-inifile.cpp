@@ -44,7 +44,8 @@ BOOL writeLine(chFileStdio& file, const constText& text1, const constText& text2
     char* lpszTo = szLine;
     for (const constText* pText : {&text1, &text2, &text3, &text4}) {
         if (pText->GetLength() > szLine + sizeof(szLine) - lpszTo)
-            return file.WriteString(text1) && file.WriteString(text2) && file.WriteString(text3) && file.WriteString(text4);
+            return file.WriteString(text1) && file.WriteString(text2) && file.WriteString(text3) &&
+                   file.WriteString(text4);
         memcpy(lpszTo, *pText, static_cast<size_t>(pText->GetLength()));
         lpszTo += pText->GetLength();
     }

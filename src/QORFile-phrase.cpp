@@ -70,8 +70,7 @@ phraseStringA& phraseStringA::operator=(const refString& str) {
 }
 
 bool stringSame(const constText& text1, const constText& text2) {
-    return text1.GetLength() == text2.GetLength() &&
-           memcmp(text1, text2, static_cast<size_t>(text1.GetLength())) == 0;
+    return text1.GetLength() == text2.GetLength() && memcmp(text1, text2, static_cast<size_t>(text1.GetLength())) == 0;
 }
 
 bool stringSame(const refString& str, const constText& text) { return stringSame(viewOf(str), text); }

@@ -1,7 +1,7 @@
 // Writing XML.
 //
-// A tree is gone through twice, without recursion: the first time its text is only measured, so that it gets one block of
-// its size, and a text that no string can hold costs nothing.
+// A tree is gone through twice, without recursion: the first time its text is only measured, so that it gets one block
+// of its size, and a text that no string can hold costs nothing.
 #include <stddef.h>
 #include <string.h>
 
@@ -27,7 +27,8 @@ bool hasZero(size_t nWord) {
     return ((nWord - ones) & ~nWord & ones << 7) != 0;
 }
 
-// Whether one of the word's bytes is to be encoded. The five characters are three patterns: two pairs differ in one bit.
+// Whether one of the word's bytes is to be encoded. The five characters are three patterns: two pairs differ in one
+// bit.
 bool hasSpecial(size_t nWord) {
     constexpr size_t ones = static_cast<size_t>(-1) / 255;
     return hasZero(nWord ^ ones * '"') || hasZero((nWord | ones) ^ ones * ('&' | 1)) ||

@@ -17,8 +17,8 @@
 using QOR_AllocHelper::baseStaticPoolAlloc;
 using QOR_BaseHelper::chAccumulater;
 using QOR_BaseHelper::processSingleton;
-using QOR_ChainHelper::list_chain_offset;
 using QOR_ChainHelper::link_list_node;
+using QOR_ChainHelper::list_chain_offset;
 using QOR_StringHelper::chConstTextT;
 using QOR_StringHelper::chShareStringA;
 using QOR_StringHelper::uCTextHelper;

@@ -31,7 +31,7 @@ namespace {
 
 typedef scopeLock<QOR_BaseHelper::chCriticalSection> processLock;
 
-constexpr int priorityStart = 0x7FFFFFFF;      // the start-up message stands first
+constexpr int priorityStart = 0x7FFFFFFF;     // the start-up message stands first
 constexpr unsigned launchPatience = 3000;     // ms between two warnings of a launcher
 constexpr unsigned long long sweepPause = 1;  // ms between two sweeps of the event cache
 
@@ -188,8 +188,8 @@ void chProcessLocal::ShutdownLocalThread(chThreadLocal* pThread) {
 
 // ---- chProcessLocal: wake-up events
 
-// The caller holds m_csLocal and traces the result when it no longer does. Asking the kernel for every cached task costs
-// a call each, so a stream of wake-ups sweeps at most once a millisecond.
+// The caller holds m_csLocal and traces the result when it no longer does. Asking the kernel for every cached task
+// costs a call each, so a stream of wake-ups sweeps at most once a millisecond.
 chProcessLocal::ghostEventList chProcessLocal::SweepTaskEvents(bool bNow) {
     ghostEventList listGhost;
     const unsigned long long uNow = getMonotonicMillisecond();
@@ -329,8 +329,9 @@ BOOL chProcessLocal::AwakeTask(int idTask) {
     return AwakeLiveTask(idTask);
 }
 
-// Under the event's name may by now stand another one than the one in the cache: that of a successor of the task with the
-// same id. It is never created here: a task that is waiting has made its event, and one that has not does not need it.
+// Under the event's name may by now stand another one than the one in the cache: that of a successor of the task with
+// the same id. It is never created here: a task that is waiting has made its event, and one that has not does not need
+// it.
 static bool signalByName(int idTask) {
     chEvent event;
     if (!event.OpenExistEvent(taskEventName(idTask).szName))
@@ -340,8 +341,8 @@ static bool signalByName(int idTask) {
     return bSignalled;
 }
 
-// The caller holds m_csLocal. An event that failed is opened anew next time; but one that a thread of this process has made
-// for itself is left to that thread, which may be waiting on it.
+// The caller holds m_csLocal. An event that failed is opened anew next time; but one that a thread of this process has
+// made for itself is left to that thread, which may be waiting on it.
 BOOL chProcessLocal::SignalEvent(int idTask) {
     chEvent* pEvent = FindOrOpenEvent(idTask, true);
     if (pEvent == NULL)
@@ -406,8 +407,8 @@ uCSystemShareHelper::uCSystemShareHelper() {
     if (OpenShareObject("ipc_system_share", chSystemShareObject::sizeObject))
         getObject()->m_objHeader.AssertHeader("ipc_system_share", chSystemShareObject::sizeObject,
                                               chSystemShareObject::versionObject);
-    pthread_atfork([]() { share().m_objProcessLocal.fork_prepare(); }, []() { share().m_objProcessLocal.fork_parent(); },
-                   NULL);
+    pthread_atfork([]() { share().m_objProcessLocal.fork_prepare(); },
+                   []() { share().m_objProcessLocal.fork_parent(); }, NULL);
 }
 
 // A main thread that sent without registering has an event that nobody would sweep: it has no queue.

@@ -96,7 +96,8 @@ void traceEmit(const msgDraft& draft, int idTask) {
 // The time left of a wait: unlimited waits read no clock.
 class waitClock {
 public:
-    explicit waitClock(int nTimeout) : m_bLimited(nTimeout >= 0), m_nLeft(nTimeout), m_timeout(m_bLimited ? nTimeout : -1) {}
+    explicit waitClock(int nTimeout)
+        : m_bLimited(nTimeout >= 0), m_nLeft(nTimeout), m_timeout(m_bLimited ? nTimeout : -1) {}
     // The next wait, no longer than a slice.
     int Slice(int nSlice) const { return m_bLimited && m_nLeft < nSlice ? m_nLeft : nSlice; }
     bool IsOver() {
@@ -180,8 +181,8 @@ BOOL chThreadRemote::CreateRemoteThread(int idTask) {
 
 // ---- steps
 
-// Asks for the owner's life before the mutex is taken, which nobody has to wait for then. Behind a handle that nobody has
-// checked yet the id is a guess; under the mutex it is compared.
+// Asks for the owner's life before the mutex is taken, which nobody has to wait for then. Behind a handle that nobody
+// has checked yet the id is a guess; under the mutex it is compared.
 int chThreadBase::FindLiveOwner() const {
     int idTask = m_idTask;
     if (idTask == idTaskUnknown && findShareRange(share().getObject()).holds(m_pMsgQueue, sizeof(*m_pMsgQueue)))
@@ -358,7 +359,9 @@ BOOL chThreadBase::WaitThreadMessageReceived(msgObject& objMessage, int nTimeout
 
 // ---- whole operations
 
-BOOL chThreadBase::PostThreadMsg(UINT uMsg, UINT wParam, int lParam) { return PostThreadMsgEx(uMsg, wParam, lParam, 0, NULL); }
+BOOL chThreadBase::PostThreadMsg(UINT uMsg, UINT wParam, int lParam) {
+    return PostThreadMsgEx(uMsg, wParam, lParam, 0, NULL);
+}
 
 BOOL chThreadBase::PostThreadMsgEx(UINT uMsg, UINT wParam, int lParam, int nExtraSize, const void* pExtraData) {
     const postForm form = formOfPost(uMsg);
@@ -397,8 +400,8 @@ BOOL chThreadBase::EmitAndWait(const msgDraft& draft, bool bReceipt, int nTimeou
     return bDone;
 }
 
-int chThreadBase::SendThreadMsgEx(UINT uMsg, UINT wParam, int lParam, int nExtraSize, const void* pExtraData, int nTimeout,
-                                  int* pbReplied) {
+int chThreadBase::SendThreadMsgEx(UINT uMsg, UINT wParam, int lParam, int nExtraSize, const void* pExtraData,
+                                  int nTimeout, int* pbReplied) {
     if (pbReplied != NULL)
         *pbReplied = 0;
     if (!QOR_ASSERT(!IsCalledByThisThread()) || !isExtraSizeValid(*this, nExtraSize, pExtraData))

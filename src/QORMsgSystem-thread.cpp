@@ -22,9 +22,9 @@ namespace QOR_MsgQueueHelper {
 
 namespace {
 
-constexpr int idleWait = 50;         // ms of an idle wait without timers
-constexpr int sliceForWork = 1000;   // ms after which a long idle wait looks into the queue
-constexpr int maxUnreset = 256;      // idle passes after which the event is reset in any case
+constexpr int idleWait = 50;        // ms of an idle wait without timers
+constexpr int sliceForWork = 1000;  // ms after which a long idle wait looks into the queue
+constexpr int maxUnreset = 256;     // idle passes after which the event is reset in any case
 
 thread_local unsigned t_uUnregistEpoch = 0;
 
@@ -129,8 +129,8 @@ msgObject* chThreadLocal::TakeMessage() {
     return bUnchanged ? NULL : FinishAndTake(NULL);
 }
 
-// The caller holds the mutex. A queue that somebody has freed, taking this thread for dead, belongs to no task any more or to
-// another one: then the thread ends instead of reading what is there now.
+// The caller holds the mutex. A queue that somebody has freed, taking this thread for dead, belongs to no task any more
+// or to another one: then the thread ends instead of reading what is there now.
 chMsgQueue* chThreadLocal::QueueInHold() {
     if (m_pMsgQueue != NULL && m_pMsgQueue->GetTaskId() != m_idTask)
         m_pMsgQueue = NULL;
@@ -161,8 +161,8 @@ msgObject* chThreadLocal::FinishAndTake(msgObject* pHandled) {
     return pMessage;
 }
 
-// A message that was waited for has taken its signal with it, so the event needs no reset after each one. Resets also end
-// the kernel's account of what to undo when a sender dies, which must stay small.
+// A message that was waited for has taken its signal with it, so the event needs no reset after each one. Resets also
+// end the kernel's account of what to undo when a sender dies, which must stay small.
 bool chThreadLocal::ResetOwnEvent() {
     m_nUnwaited = m_nUnreset = 0;
     return m_pTaskEvent->ResetEvent();
@@ -185,7 +185,8 @@ void chThreadLocal::ProcessIdle() {
     if (nResult == 0 || (!bUnchanged && HasWork()))
         return;
     const int nTimer = m_objTimerQueue.GetNextTimerTicks();
-    const int nWait = nResult < 0 ? (nTimer >= 0 ? nTimer : idleWait) : (nTimer >= 0 && nTimer < nResult ? nTimer : nResult);
+    const int nWait =
+        nResult < 0 ? (nTimer >= 0 ? nTimer : idleWait) : (nTimer >= 0 && nTimer < nResult ? nTimer : nResult);
     if (!WaitForWork(nWait) && m_bLeftOrphan)
         FreeOrphans();
 }
@@ -199,7 +200,8 @@ bool chThreadLocal::HasWork() {
 // The signal of a poster that dies at once is taken back with it; so a long wait looks into the queue now and then.
 // Whether there may be something to do.
 bool chThreadLocal::WaitForWork(int nTime) {
-    for (int nLeft = nTime; !m_pTaskEvent->WaitEvent(nLeft < sliceForWork ? nLeft : sliceForWork); nLeft -= sliceForWork) {
+    for (int nLeft = nTime; !m_pTaskEvent->WaitEvent(nLeft < sliceForWork ? nLeft : sliceForWork);
+         nLeft -= sliceForWork) {
         if (nLeft <= sliceForWork)
             return false;
         if (HasWork())
@@ -267,8 +269,8 @@ int chThreadLocal::FinishInHold(msgObject& objMessage) {
     return FinishRecord(objMessage);
 }
 
-// Nobody closes the record of a sender that has died. Asking for each sender would cost a kernel call per message, so this
-// is left to the first pass that slept through.
+// Nobody closes the record of a sender that has died. Asking for each sender would cost a kernel call per message, so
+// this is left to the first pass that slept through.
 void chThreadLocal::FreeOrphans() {
     m_bLeftOrphan = 0;
     scopeShareLock<chSystemShareFrame> lock(share());
@@ -335,7 +337,8 @@ int chThreadLocal::CallProxy(msgObject& objMessage) {
     // Words that this process never made are as dead as an object that has gone.
     if ((proxy.m_uProcesser != 0 && pProcesser == NULL) || !bKnown) {
         void* pGone = reinterpret_cast<void*>(static_cast<uintptr_t>(proxy.m_uProcesser));
-        QOR_TraceHelper::qorOutputWarningString("Skip %p TM_MESSAGE_PROXY:%x while object pass away", pGone, proxy.m_uMsg);
+        QOR_TraceHelper::qorOutputWarningString("Skip %p TM_MESSAGE_PROXY:%x while object pass away", pGone,
+                                                proxy.m_uMsg);
         return 0;
     }
     return CallMessageMeth(pProcesser, pMethod, objMessage);
@@ -375,8 +378,8 @@ BOOL chThreadLocal::DeliverThreadMsg(UINT uMsg, UINT wParam, int lParam) {
     return DeliverThreadMsgEx(uMsg, wParam, lParam, 0, NULL, -1);
 }
 
-int chThreadLocal::SendThreadMsgEx(UINT uMsg, UINT wParam, int lParam, int nExtraSize, const void* pExtraData, int nTimeout,
-                                   int* pbReplied) {
+int chThreadLocal::SendThreadMsgEx(UINT uMsg, UINT wParam, int lParam, int nExtraSize, const void* pExtraData,
+                                   int nTimeout, int* pbReplied) {
     if (!IsCalledByThisThread())
         return chThreadBase::SendThreadMsgEx(uMsg, wParam, lParam, nExtraSize, pExtraData, nTimeout, pbReplied);
     return HandleOwnMessage(makeDraft(uMsg, wParam, lParam, nExtraSize, pExtraData, true), pbReplied);
@@ -435,7 +438,8 @@ msgProxy makeProxy(UINT uMsg, const chMsgProcesser* pProcesser, msgMethod pMetho
 
 }  // namespace
 
-BOOL chThreadLocal::PostProxyMessage(UINT uMsg, UINT wParam, int lParam, chMsgProcesser* pProcesser, msgMethod pMethod) {
+BOOL chThreadLocal::PostProxyMessage(UINT uMsg, UINT wParam, int lParam, chMsgProcesser* pProcesser,
+                                     msgMethod pMethod) {
     qorTrace(3, "PostProxyMessage message 0x%x %d, %d...", uMsg, static_cast<int>(wParam), lParam);
     const msgProxy proxy = makeProxy(uMsg, pProcesser, pMethod);
     return PostThreadMsgEx(TM_MESSAGE_PROXY, wParam, lParam, sizeof(proxy), &proxy);

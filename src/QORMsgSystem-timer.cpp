@@ -1,7 +1,7 @@
 // Timers of a thread.
 //
-// A listed timer has a period of at least 0; one with a pending message keeps its place in the list, where walks pass it
-// over. The list is in order of next expiry among the timers without a pending message.
+// A listed timer has a period of at least 0; one with a pending message keeps its place in the list, where walks pass
+// it over. The list is in order of next expiry among the timers without a pending message.
 #include <pthread.h>
 
 #define QOR_MODULE "QORMsgSystem"

@@ -179,7 +179,8 @@ msgObject* putMessage(chMsgQueue& objQueue, const msgDraft& draft, bool* pbWake)
     void* pCell = pool.alloc(sizeMessageRecord);
     if (pCell == NULL)
         return NULL;
-    msgObject* pMessage = new (static_cast<char*>(pCell) + sizeChainNode) msgObject(draft.uMsg, draft.wParam, draft.lParam);
+    msgObject* pMessage =
+        new (static_cast<char*>(pCell) + sizeChainNode) msgObject(draft.uMsg, draft.wParam, draft.lParam);
     if (draft.nExtraSize > 0) {
         void* pExtra = pool.alloc(draft.nExtraSize);
         if (pExtra == NULL)
@@ -194,9 +195,8 @@ msgObject* putMessage(chMsgQueue& objQueue, const msgDraft& draft, bool* pbWake)
     pMessage->SetStatus(draft.nStatus);
 
     const shareChain chain = messagesOf(&objQueue);
-    list_chain_offset* pLeft = chain.FindLast([&draft](list_chain_offset* p) {
-        return loadShareWord(messageOf(p)->m_nPriority) >= draft.nPriority;
-    });
+    list_chain_offset* pLeft = chain.FindLast(
+        [&draft](list_chain_offset* p) { return loadShareWord(messageOf(p)->m_nPriority) >= draft.nPriority; });
     if (pbWake != NULL)
         *pbWake = pLeft == NULL || messageOf(pLeft)->GetStatus() != MT_EMITTED;
     chain.InsertBehind(pLeft, nodeOf(pMessage));
@@ -220,8 +220,8 @@ void chMsgQueue::ClearQueue() {
 }
 
 msgObject* chMsgQueue::read_message() {
-    msgObject* pMessage = messageOf(
-        messagesOf(this).Find([](list_chain_offset* p) { return messageOf(p)->GetStatus() == MT_EMITTED; }));
+    msgObject* pMessage =
+        messageOf(messagesOf(this).Find([](list_chain_offset* p) { return messageOf(p)->GetStatus() == MT_EMITTED; }));
     if (pMessage != NULL)
         pMessage->SetStatus(MT_READ);
     return pMessage;
@@ -321,8 +321,7 @@ void freeOrphanMessages(chMsgQueue& objQueue) {
         return (bFinished || nStatus == MT_ALLOCATED) &&
                !QOR_MiscHelper::qorIsValidTaskID(loadShareWord(pMessage->m_idSender));
     };
-    messagesOf(&objQueue).Drain(fnOrphan,
-                                [&objQueue](list_chain_offset* p) { objQueue.FreeMessage(messageOf(p)); });
+    messagesOf(&objQueue).Drain(fnOrphan, [&objQueue](list_chain_offset* p) { objQueue.FreeMessage(messageOf(p)); });
 }
 
 void sweepGhostQueues(chMsgQueueManager& objManager, int idOwn, std::vector<ghostQueue>& listGhost) {

@@ -3,8 +3,8 @@
 // Invariants, also behind a process that was killed:
 // - What can be reached is whole. A record is filled before it is linked; a text is linked before the old one is freed.
 // - Sections, keys and documents with a file name never go, so an address once found stays good.
-// - At most the last document has no file name: its maker died holding the lock. It is taken down piece by piece from its
-//   end, each piece unlinked before it is freed, so that a kill meanwhile costs one piece.
+// - At most the last document has no file name: its maker died holding the lock. It is taken down piece by piece from
+//   its end, each piece unlinked before it is freed, so that a kill meanwhile costs one piece.
 // - A document's count is at least the sum of its sections', a section's at least that of its keys': counts are raised
 //   from the document down, before the value changes, and lowered from the keys up.
 #include <limits.h>
@@ -162,9 +162,8 @@ regKey* regSection::FindKeyObject(const phraseConstTextA& name) const {
 regKey* regSection::GetKeyObject(const phraseConstTextA& name) {
     if (regKey* pKey = FindKeyObject(name))
         return pKey;
-    return appendOrFail(m_lstKey, [&](regKey& key) {
-        return key.InitKey(m_lstKey.get_pPool(), name, phraseConstTextA());
-    });
+    return appendOrFail(m_lstKey,
+                        [&](regKey& key) { return key.InitKey(m_lstKey.get_pPool(), name, phraseConstTextA()); });
 }
 
 regKey* regSection::AppendKey(const phraseConstTextA& name, const phraseConstTextA& text, int nChanges) {
@@ -241,7 +240,9 @@ regSection* regDocument::GetSectionObject(const phraseConstTextA& name) {
     return pSection != NULL ? pSection : AppendSection(name);
 }
 
-BOOL regDocument::CreateFromFile(const char* lpszFileName) { return CreateFromIni(lpszFileName, iniFile(lpszFileName)); }
+BOOL regDocument::CreateFromFile(const char* lpszFileName) {
+    return CreateFromIni(lpszFileName, iniFile(lpszFileName));
+}
 
 // A file's sections, and a section's keys, have different names: in an empty document they are not looked for.
 BOOL regDocument::CreateFromIni(const char* lpszFileName, const iniFile& file) {

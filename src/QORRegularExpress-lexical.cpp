@@ -18,12 +18,8 @@ struct aliasRow {
 
 // The patterns hold tabs, carriage returns and line feeds as they are.
 constexpr aliasRow arrAdvanceAlias[] = {
-    {"\\d", "[0-9]"},
-    {"\\D", "[^0-9\\x0]"},
-    {"\\s", "[\t-\r ]"},
-    {"\\S", "[^\t-\r \\x0]"},
-    {"\\w", "[a-zA-Z0-9_]"},
-    {"\\W", "[^a-zA-Z0-9_\\x0]"},
+    {"\\d", "[0-9]"},         {"\\D", "[^0-9\\x0]"},   {"\\s", "[\t-\r ]"},
+    {"\\S", "[^\t-\r \\x0]"}, {"\\w", "[a-zA-Z0-9_]"}, {"\\W", "[^a-zA-Z0-9_\\x0]"},
 };
 
 int digitValue(int ch) {

@@ -1,5 +1,5 @@
-// The compiler: one function for each thing that a pattern is made of. Each answers 1 when it stood there, and moves the
-// text behind it; 0 when it did not, and leaves the text; -1 at an error, and moves the text to it.
+// The compiler: one function for each thing that a pattern is made of. Each answers 1 when it stood there, and moves
+// the text behind it; 0 when it did not, and leaves the text; -1 at an error, and moves the text to it.
 //
 // Nesting is bounded by maxDepth, and so is the stack. Nodes below a node that fails are deleted with it, but a group
 // that failed may stand among the captures until the whole build has been given up.
@@ -66,8 +66,8 @@ int readTimes(const T*& lpszREText, re_Base<T>* pRE) {
 void traceError(const char* lpszREText, const char* lpszError) {
     const QOR_StringHelper::chReferenceStringT<char> strBlank(' ', static_cast<int>(lpszError - lpszREText));
     // Beyond the longest pattern nothing is shown, so that the lines fit every target.
-    const QOR_StringHelper::chReferenceStringT<char> strPattern(lpszREText,
-                                                                static_cast<int>(strnlen(lpszREText, maxPatternLength + 1)));
+    const QOR_StringHelper::chReferenceStringT<char> strPattern(
+        lpszREText, static_cast<int>(strnlen(lpszREText, maxPatternLength + 1)));
     const int nMark = strPattern.GetLength() - strBlank.GetLength() - 1;
     const QOR_StringHelper::chReferenceStringT<char> strMark('-', nMark);
     QOR_TraceHelper::qorTrace(2, "Express \"%s\"", static_cast<const char*>(strPattern));

@@ -44,21 +44,21 @@ private:
 
 // What a node does at a place, by the character that stands there.
 struct traitsOf {
-    charSet setFirst;         // other characters: it fails, or matches nothing, touching the same nodes alike
-    charSet setStart;         // other characters: it fails, or matches nothing
-    charSet setTakes;         // bSingle only: the characters that it takes
-    bool bNothing = false;    // it may match nothing
-    bool bSingle = false;     // it takes one character or fails, by that character alone
-    bool bUniform = false;    // bSingle only: whatever the character, all nodes below are touched
-    bool bLooks = false;      // it looks ahead, or a node below does
-    bool bPartial = false;    // bSingle only: not all nodes below are touched where it fails
+    charSet setFirst;       // other characters: it fails, or matches nothing, touching the same nodes alike
+    charSet setStart;       // other characters: it fails, or matches nothing
+    charSet setTakes;       // bSingle only: the characters that it takes
+    bool bNothing = false;  // it may match nothing
+    bool bSingle = false;   // it takes one character or fails, by that character alone
+    bool bUniform = false;  // bSingle only: whatever the character, all nodes below are touched
+    bool bLooks = false;    // it looks ahead, or a node below does
+    bool bPartial = false;  // bSingle only: not all nodes below are touched where it fails
 };
 
 // What follows a node.
 struct following {
-    charSet setFirst;       // other characters: it ends as bNothing says, touching the same nodes with the same outcome
-    bool bNothing = true;   // the rest of the node's own sequence may match nothing
-    bool bNone = true;      // there is nothing, up to the root
+    charSet setFirst;      // other characters: it ends as bNothing says, touching the same nodes with the same outcome
+    bool bNothing = true;  // the rest of the node's own sequence may match nothing
+    bool bNone = true;     // there is nothing, up to the root
 };
 
 class planner {

@@ -1,12 +1,12 @@
-// The steps of a pattern that can be matched straight on: each element takes what it can, once, and nothing is tried twice.
-// Its answer and every node's result are those of the plain steps. That holds for sequences of texts, of nodes that take
-// one character, of runs of these, of groups, and of optional groups that hold no other optional group, where
+// The steps of a pattern that can be matched straight on: each element takes what it can, once, and nothing is tried
+// twice. Its answer and every node's result are those of the plain steps. That holds for sequences of texts, of nodes
+// that take one character, of runs of these, of groups, and of optional groups that hold no other optional group, where
 // - in front of each character that a run or an optional group takes, what follows only fails or matches nothing, so
 //   that looking ahead cannot make it take less and still match. What it touches there, it touches again
 //   behind the last character; therefore nodes whose characters touch different nodes below must not be among it.
 // - or all that follows, up to the end of the pattern, matches at every place and touches the same nodes there.
-// Where what follows fails behind a run, the plain steps go back to the run's least number, and fail there, too, but with
-// other results. So from such a place on (reStep::m_bAside) a failure is repeated by the plain steps.
+// Where what follows fails behind a run, the plain steps go back to the run's least number, and fail there, too, but
+// with other results. So from such a place on (reStep::m_bAside) a failure is repeated by the plain steps.
 #include <stdint.h>
 
 #include <new>
@@ -150,11 +150,11 @@ private:
             return false;
         for (int ch = 0; ch < 256; ++ch) {
             const char chText = static_cast<char>(ch);
-            const bool bTakes = step.m_eKind != reStep::text
-                                    ? (step.m_pPlan->m_arrChar[ch] & rePlan::bitTakes) != 0
-                                    : *step.m_lpszText == chText ||
-                                          ((step.m_nFlags & flagIgnoreCase) != 0 &&
-                                           *step.m_lpszText == QOR_StringHelper::chReverse(chText));
+            const bool bTakes =
+                step.m_eKind != reStep::text
+                    ? (step.m_pPlan->m_arrChar[ch] & rePlan::bitTakes) != 0
+                    : *step.m_lpszText == chText || ((step.m_nFlags & flagIgnoreCase) != 0 &&
+                                                     *step.m_lpszText == QOR_StringHelper::chReverse(chText));
             arrFirst[ch] = bTakes ? rePlan::bitTakes : 0;
         }
         return true;

@@ -4,18 +4,18 @@
 // lead to nodes further behind in the pattern only, so the depth is bounded by what the compiler counts (maxDepth).
 //
 // The shortcuts answer and leave every node's result exactly as the plain steps would:
-// - Where a node takes one character (the child of a run, rePlan::m_bRun, or a group), a table says whether it does, and the
-//   nodes below get the results that the character gives them (rePlan::m_arrBelow). A run is scanned, and the nodes below
-//   then get the results of its last two places only: at these all of them are touched that ever were, and last. Where
-//   that is not so (rePlan::m_bEach), each gets that of the last place that touches it.
+// - Where a node takes one character (the child of a run, rePlan::m_bRun, or a group), a table says whether it does,
+//   and the nodes below get the results that the character gives them (rePlan::m_arrBelow). A run is scanned, and the
+//   nodes below then get the results of its last two places only: at these all of them are touched that ever were, and
+//   last. Where that is not so (rePlan::m_bEach), each gets that of the last place that touches it.
 // - Looking ahead at a character without bitLook ends as rePlan::m_bRestEmpty says, and touches the same nodes with the
 //   same outcome at each such character. So of several such places in a row only the last is made up for, in front of
 //   the next one that has to be tried, or at the end of the repetition. Where nodes below the repeated one look ahead
 //   over the same nodes, the order would not be kept, so nothing is passed over.
 // - A pattern in which looking ahead cannot change what a run takes is matched straight on from its root, as long as no
 //   node has a result (reState::m_bClean): see QORRegularExpress-straight.cpp.
-// Behind reState::mostLooks look-aheads their answers are kept and not made twice. Nodes that only looking ahead came to,
-// and nothing else afterwards, then keep an older result; all others have theirs.
+// Behind reState::mostLooks look-aheads their answers are kept and not made twice. Nodes that only looking ahead came
+// to, and nothing else afterwards, then keep an older result; all others have theirs.
 //
 // A search that scouts (reState::m_bScouting) leaves both kinds of making up out; it matches once more at the end.
 //
@@ -202,8 +202,12 @@ template <class T>
 class charRun {
 public:
     charRun(re_Base<T>* pRE, const T* lpszSrcText, const T* lpszSrcEnding)
-        : m_pRE(pRE), m_pTable(pRE->m_pPlan->m_arrChar), m_lpszBegin(lpszSrcText), m_lpszEnding(lpszSrcEnding),
-          m_lpsz(lpszSrcText), m_bRefused(false) {}
+        : m_pRE(pRE),
+          m_pTable(pRE->m_pPlan->m_arrChar),
+          m_lpszBegin(lpszSrcText),
+          m_lpszEnding(lpszSrcEnding),
+          m_lpsz(lpszSrcText),
+          m_bRefused(false) {}
 
     const T* apply() {
         const bool bEnough = scanTo(m_pRE->m_nMinTimes);
@@ -492,8 +496,17 @@ void dropPlans(re_Base<T>* pRE) {
 
 template <class T>
 re_Base<T>::re_Base()
-    : m_bNegative(0), m_nFlags(0), m_nMinTimes(1), m_nMaxTimes(1), m_chRepeatMode('-'), m_pParentRE(NULL),
-      m_iIndexInParent(-1), m_lpszResultBegin(NULL), m_lpszResultEnd(NULL), m_uTraits(0), m_pPlan(NULL) {}
+    : m_bNegative(0),
+      m_nFlags(0),
+      m_nMinTimes(1),
+      m_nMaxTimes(1),
+      m_chRepeatMode('-'),
+      m_pParentRE(NULL),
+      m_iIndexInParent(-1),
+      m_lpszResultBegin(NULL),
+      m_lpszResultEnd(NULL),
+      m_uTraits(0),
+      m_pPlan(NULL) {}
 
 template <class T>
 re_Base<T>::~re_Base() {

@@ -16,9 +16,9 @@ namespace QOR_SocketHelper {
 
 namespace {
 
-constexpr int maxReceive = 65536;     // bytes that one operation waits for
-constexpr int maxDisconnect = 2000;   // milliseconds
-constexpr int headSize = 4;           // of a packet
+constexpr int maxReceive = 65536;    // bytes that one operation waits for
+constexpr int maxDisconnect = 2000;  // milliseconds
+constexpr int headSize = 4;          // of a packet
 
 int atMost(long long nWanted) { return nWanted < maxReceive ? static_cast<int>(nWanted) : maxReceive; }
 

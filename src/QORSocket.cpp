@@ -236,8 +236,8 @@ BOOL chSocketUDP::SendTo(const void* pBuffer, int nSize, const chSocketAddr& add
     QOR_WARN(m_hSocket != INVALID_SOCKET);
     if (pBuffer == NULL || nSize < 1)
         return TRUE;
-    const int nSent = sockSendTo(m_hSocket, pBuffer, nSize, 0, reinterpret_cast<const sockaddr*>(&addrTo),
-                                 sizeof(sockaddr));
+    const int nSent =
+        sockSendTo(m_hSocket, pBuffer, nSize, 0, reinterpret_cast<const sockaddr*>(&addrTo), sizeof(sockaddr));
     if (nSent != -1)
         return nSent == nSize;
     waitLimit limit(-1);

@@ -16,7 +16,8 @@ namespace QOR_TraceHelper {
 namespace {
 
 void printReport(const char* lpszFormat, const char* lpszFile, int nLine, const char* lpszExpression) {
-    const unsigned idThread = static_cast<unsigned>(reinterpret_cast<uintptr_t>(reinterpret_cast<void*>(pthread_self())));
+    const unsigned idThread =
+        static_cast<unsigned>(reinterpret_cast<uintptr_t>(reinterpret_cast<void*>(pthread_self())));
     fprintf(stderr, lpszFormat, lpszFile, nLine, lpszExpression, static_cast<int>(getpid()), idThread);
     fflush(stderr);
 }

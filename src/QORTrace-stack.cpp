@@ -17,7 +17,11 @@ namespace {
 constexpr int maxIndentDepth = 1000;
 
 std::string indentation(int nDepth) {
-    return std::string(static_cast<size_t>(nDepth < 0 ? 0 : nDepth > maxIndentDepth ? maxIndentDepth : nDepth) * 2, ' ');
+    return std::string(static_cast<size_t>(nDepth < 0                ? 0
+                                           : nDepth > maxIndentDepth ? maxIndentDepth
+                                                                     : nDepth) *
+                           2,
+                       ' ');
 }
 
 // Appends the formatted text; a text that cannot be formatted is left out.
@@ -82,7 +86,8 @@ chTraceStack::~chTraceStack() {
     if (!m_bEnable)
         return;
     const int nDepth = uCTraceHelpergetGlobalObject()->pop_trace_level();
-    uCTraceHelpergetGlobalObject()->WriteTraceString(minTraceLevel, "%s}  %s", indentation(nDepth).c_str(), m_lpszFormat);
+    uCTraceHelpergetGlobalObject()->WriteTraceString(minTraceLevel, "%s}  %s", indentation(nDepth).c_str(),
+                                                     m_lpszFormat);
 }
 
 simpStackTracer::simpStackTracer(const char* lpszFormat, ...) : m_lpszFormat(lpszFormat) {
@@ -96,7 +101,9 @@ simpStackTracer::simpStackTracer(const char* lpszFormat, ...) : m_lpszFormat(lps
     print(strText + "\n");
 }
 
-simpStackTracer::~simpStackTracer() { print(indentation(s_nSimpleDepth.fetch_sub(1) - 1) + "} " + m_lpszFormat + "\n"); }
+simpStackTracer::~simpStackTracer() {
+    print(indentation(s_nSimpleDepth.fetch_sub(1) - 1) + "} " + m_lpszFormat + "\n");
+}
 
 int simpStackTracer::getDepth() { return s_nSimpleDepth.load(); }
 

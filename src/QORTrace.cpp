@@ -247,9 +247,7 @@ void qorTraceObject(const char* lpszName, const double& dValue) { qorTrace(3, "%
 
 void qorTraceObject(const char* lpszName, const char* lpszValue) { qorTrace(3, "%s = \"%s\"", lpszName, lpszValue); }
 
-void qorTraceObject(const char* lpszName, const void* pValue) {
-    traceObject("%s = %.8p", lpszName, pValue);
-}
+void qorTraceObject(const char* lpszName, const void* pValue) { traceObject("%s = %.8p", lpszName, pValue); }
 
 }  // namespace QOR_TraceHelper
 

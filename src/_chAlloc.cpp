@@ -1,10 +1,10 @@
 // Node and pool allocators.
 //
 // Invariants of a pool: its cells tile the area; the free ones are linked, by their data, in order of addresses into a
-// circular chain whose head is m_FreeCellChain. The way forward is whole at every instant: a cell's own links are complete
-// before it is marked free and linked, and it leaves the chain before it is marked used. So a kill between two stores
-// may leave a link backwards behind, a used cell that nobody owns, or a free cell that is not in the chain, which the
-// next merge with its left neighbour takes in; but never one block handed out twice.
+// circular chain whose head is m_FreeCellChain. The way forward is whole at every instant: a cell's own links are
+// complete before it is marked free and linked, and it leaves the chain before it is marked used. So a kill between two
+// stores may leave a link backwards behind, a used cell that nobody owns, or a free cell that is not in the chain,
+// which the next merge with its left neighbour takes in; but never one block handed out twice.
 //
 // Shared memory may be damaged. Every operation first takes the area's bounds from the segment that holds the record,
 // follows a link only to a sound cell inside them, and takes no more steps than there can be cells.
@@ -89,7 +89,8 @@ void* baseDynamicNodeAlloc::AllocHashBlock(int nNodeSize, int nRowCount) {
     char* pFirst = reinterpret_cast<char*>(pBlock + 1);
     type_chain* pLeft = NULL;
     for (int i = 0; i < nRowCount; ++i) {
-        type_chain* pNode = reinterpret_cast<type_chain*>(pFirst + static_cast<size_t>(i) * static_cast<size_t>(nNodeSize));
+        type_chain* pNode =
+            reinterpret_cast<type_chain*>(pFirst + static_cast<size_t>(i) * static_cast<size_t>(nNodeSize));
         link_list_node(pLeft, pNode);
         pLeft = pNode;
     }
@@ -120,9 +121,9 @@ void baseDynamicNodeAlloc::cleanup_nodes() {
 // ---- baseStaticNodeAlloc
 
 baseStaticNodeAlloc::baseStaticNodeAlloc(int sizeNode, int nNodeCount) {
-    static_assert(offsetof(baseStaticNodeAlloc, m_nBorrowedCount) == 0 &&
-                      offsetof(baseStaticNodeAlloc, m_iFirstFreeNode) == 4,
-                  "shared layout");
+    static_assert(
+        offsetof(baseStaticNodeAlloc, m_nBorrowedCount) == 0 && offsetof(baseStaticNodeAlloc, m_iFirstFreeNode) == 4,
+        "shared layout");
     storeShareWord(m_nBorrowedCount, 0);
     set_FirstFreeNode(NULL);
     if (!QOR_ASSERT(sizeNode >= (int)sizeof(type_chain) && nNodeCount > 0))
@@ -130,7 +131,8 @@ baseStaticNodeAlloc::baseStaticNodeAlloc(int sizeNode, int nNodeCount) {
     char* pFirst = reinterpret_cast<char*>(this + 1);
     type_chain* pLeft = NULL;
     for (int i = 0; i < nNodeCount; ++i) {
-        type_chain* pNode = reinterpret_cast<type_chain*>(pFirst + static_cast<size_t>(i) * static_cast<size_t>(sizeNode));
+        type_chain* pNode =
+            reinterpret_cast<type_chain*>(pFirst + static_cast<size_t>(i) * static_cast<size_t>(sizeNode));
         link_list_node(pLeft, pNode);
         pLeft = pNode;
     }
@@ -227,7 +229,8 @@ bool baseStaticPoolAlloc::is_valid_cell(const poll_chain* pCell) const {
 // ---- baseStaticPoolAlloc: the chain of free cells
 
 // The link in front of p on the way forward, which is always whole. A killed process may have left p's own link
-// backwards behind; that is seen by its target not leading here, or not being free, and put right. Null: p is not linked.
+// backwards behind; that is seen by its target not leading here, or not being free, and put right. Null: p is not
+// linked.
 baseStaticPoolAlloc::type_chain* baseStaticPoolAlloc::leftOf(const bounds& area, type_chain* p) {
     type_chain* pLeft = p->get_pPrevNode();
     const bool bHead = pLeft == &m_FreeCellChain;
@@ -300,7 +303,8 @@ void baseStaticPoolAlloc::push_free_cell(poll_chain* pCell) {
 // ---- baseStaticPoolAlloc: cells
 
 baseStaticPoolAlloc::baseStaticPoolAlloc() {
-    static_assert(offsetof(baseStaticPoolAlloc, m_nPoolSize) == 0 && offsetof(baseStaticPoolAlloc, m_iOffsetPool) == 4 &&
+    static_assert(offsetof(baseStaticPoolAlloc, m_nPoolSize) == 0 &&
+                      offsetof(baseStaticPoolAlloc, m_iOffsetPool) == 4 &&
                       offsetof(baseStaticPoolAlloc, m_FreeCellChain) == 8,
                   "shared layout");
     storeShareWord(m_nPoolSize, 0);

@@ -14,11 +14,11 @@ struct keySequence {
 
 // In the order in which they are tried.
 constexpr keySequence s_arrKey[] = {
-    {"\x1b[[A", keyF1},     {"\x1b[[B", keyF2},      {"\x1b[[C", keyF3},       {"\x1b[[D", keyF4},
-    {"\x1b[[E", keyF5},     {"\x1b[17~", keyF6},     {"\x1b[18~", keyF7},      {"\x1b[19~", keyF8},
-    {"\x1b[20~", keyF9},    {"\x1b[21~", keyF10},    {"\x1b[23~", keyF11},     {"\x1b[24~", keyF12},
-    {"\x1b[5~", keyPageUp}, {"\x1b[6~", keyPageDown}, {"\x1b[4~", keyEnd},      {"\x1b[1~", keyHome},
-    {"\x1b[D", keyLeft},    {"\x1b[A", keyUp},       {"\x1b[C", keyRight},     {"\x1b[B", keyDown},
+    {"\x1b[[A", keyF1},     {"\x1b[[B", keyF2},       {"\x1b[[C", keyF3},   {"\x1b[[D", keyF4},
+    {"\x1b[[E", keyF5},     {"\x1b[17~", keyF6},      {"\x1b[18~", keyF7},  {"\x1b[19~", keyF8},
+    {"\x1b[20~", keyF9},    {"\x1b[21~", keyF10},     {"\x1b[23~", keyF11}, {"\x1b[24~", keyF12},
+    {"\x1b[5~", keyPageUp}, {"\x1b[6~", keyPageDown}, {"\x1b[4~", keyEnd},  {"\x1b[1~", keyHome},
+    {"\x1b[D", keyLeft},    {"\x1b[A", keyUp},        {"\x1b[C", keyRight}, {"\x1b[B", keyDown},
     {"\x1b[2~", keyInsert}, {"\x1b[3~", keyDelete},
 };
 

@@ -48,9 +48,7 @@ void chRect::DeflateRect(int nLeft, int nTop, int nRight, int nBottom) {
     SetRect(sum(left, nLeft), sum(top, nTop), difference(right, nRight), difference(bottom, nBottom));
 }
 
-void chRect::OffsetRect(int dx, int dy) {
-    SetRect(sum(left, dx), sum(top, dy), sum(right, dx), sum(bottom, dy));
-}
+void chRect::OffsetRect(int dx, int dy) { SetRect(sum(left, dx), sum(top, dy), sum(right, dx), sum(bottom, dy)); }
 
 chRect& chRect::operator&=(const chRect& rc) {
     SetRect(std::max(left, rc.left), std::max(top, rc.top), std::min(right, rc.right), std::min(bottom, rc.bottom));
@@ -72,9 +70,7 @@ chRect chRect::operator+(const chPoint& pt) const {
     return rc;
 }
 
-BOOL chRect::PtInRect(const chPoint& pt) const {
-    return pt.x >= left && pt.x < right && pt.y >= top && pt.y < bottom;
-}
+BOOL chRect::PtInRect(const chPoint& pt) const { return pt.x >= left && pt.x < right && pt.y >= top && pt.y < bottom; }
 
 chRect rectLTWH(int nLeft, int nTop, int nWidth, int nHeight) {
     return chRect(chPoint(nLeft, nTop), chSize(nWidth, nHeight));

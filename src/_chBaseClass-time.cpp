@@ -163,7 +163,8 @@ chTimeSpan chTime::operator-(chTime time) const {
 chReferenceStringT<char> chTime::Format(const char* lpszFormat) const {
     char szText[maxTimeBufferSize];
     struct tm tmFields;
-    if (lpszFormat == NULL || GetLocalTm(&tmFields) == NULL || strftime(szText, sizeof(szText), lpszFormat, &tmFields) == 0)
+    if (lpszFormat == NULL || GetLocalTm(&tmFields) == NULL ||
+        strftime(szText, sizeof(szText), lpszFormat, &tmFields) == 0)
         szText[0] = '\0';
     return chReferenceStringT<char>(szText, -1);
 }

@@ -14,9 +14,7 @@ namespace QOR_BaseHelper {
 using QOR_ChainHelper::loadShareWord;
 using QOR_ChainHelper::storeShareWord;
 
-chMapFile_Local::~chMapFile_Local() {
-    QOR_ASSERT(m_pMapData == NULL);
-}
+chMapFile_Local::~chMapFile_Local() { QOR_ASSERT(m_pMapData == NULL); }
 
 void* chMapFile_Local::OpenMapFile(const char*, int nSize) {
     if (!QOR_ASSERT(m_pMapData == NULL))
@@ -27,9 +25,7 @@ void* chMapFile_Local::OpenMapFile(const char*, int nSize) {
     return m_pMapData;
 }
 
-void chMapFile_Local::Flush() {
-    QOR_ASSERT(m_pMapData != NULL);
-}
+void chMapFile_Local::Flush() { QOR_ASSERT(m_pMapData != NULL); }
 
 void chMapFile_Local::CloseMapFile() {
     if (m_pMapData != nullptr)
@@ -38,13 +34,9 @@ void chMapFile_Local::CloseMapFile() {
     m_pMapData = nullptr;
 }
 
-void chMapFile_Local::DestroyMapFile() {
-    CloseMapFile();
-}
+void chMapFile_Local::DestroyMapFile() { CloseMapFile(); }
 
-BOOL chMapFile_Local::IsCreateByMe() {
-    return TRUE;
-}
+BOOL chMapFile_Local::IsCreateByMe() { return TRUE; }
 
 BOOL ipcObjectHeader::InitHeader(int nSize, int nVersion) {
     storeShareWord(m_nObjectSize, nSize);
@@ -58,8 +50,8 @@ BOOL ipcObjectHeader::AssertHeader(const char* lpszName, int nSize, int nVersion
     if (nStoredSize == nSize && nStoredVersion == nVersion)
         return TRUE;
     char szMessage[512];
-    snprintf(szMessage, sizeof(szMessage), "Open Mapfile Object [%s:%d:%.4d] expect (%d:%.4d)", lpszName,
-             nStoredSize, nStoredVersion, nSize, nVersion);
+    snprintf(szMessage, sizeof(szMessage), "Open Mapfile Object [%s:%d:%.4d] expect (%d:%.4d)", lpszName, nStoredSize,
+             nStoredVersion, nSize, nVersion);
     QOR_ASSERT_TEXT(FALSE, szMessage);
     return FALSE;
 }
@@ -77,8 +69,6 @@ uCMoudleHelper::uCMoudleHelper() {
     QOR_ASSERT_TEXT(processSingleton<uCMoudleHelper>::pData() == NULL, "pData == NULL");
 }
 
-uCMoudleHelper* uCMoudleHelpergetGlobalObject() {
-    return processSingleton<uCMoudleHelper>::get("_chBaseClass");
-}
+uCMoudleHelper* uCMoudleHelpergetGlobalObject() { return processSingleton<uCMoudleHelper>::get("_chBaseClass"); }
 
 }  // namespace QOR_BaseHelper

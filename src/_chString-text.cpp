@@ -260,10 +260,22 @@ void appendConversion(wideText& strOut, const conversion& conv, argumentList& li
         case 'p':
             appendFormatted(strOut, conv.strSpec + "p", va_arg(list.args, void*));
             break;
-        case 'd': case 'i': case 'u': case 'x': case 'X': case 'o':
+        case 'd':
+        case 'i':
+        case 'u':
+        case 'x':
+        case 'X':
+        case 'o':
             appendInteger(strOut, conv, list);
             break;
-        case 'f': case 'F': case 'e': case 'E': case 'g': case 'G': case 'a': case 'A':
+        case 'f':
+        case 'F':
+        case 'e':
+        case 'E':
+        case 'g':
+        case 'G':
+        case 'a':
+        case 'A':
             if (conv.strLength == "L")
                 appendFormatted(strOut, conv.strSpec + "L" + conv.chType, va_arg(list.args, long double));
             else
@@ -302,7 +314,8 @@ int chGetFormattedLength(const unsigned short* lpszFormat, va_list args) {
 int chVsprintf(unsigned short* lpszTo, int nSize, const unsigned short* lpszFormat, va_list args) {
     const wideText strOut = formatWide(lpszFormat, args);
     if (nSize > 0) {
-        const size_t nCopy = strOut.size() < static_cast<size_t>(nSize) ? strOut.size() : static_cast<size_t>(nSize) - 1;
+        const size_t nCopy =
+            strOut.size() < static_cast<size_t>(nSize) ? strOut.size() : static_cast<size_t>(nSize) - 1;
         memcpy(lpszTo, strOut.c_str(), nCopy * sizeof(unsigned short));
         lpszTo[nCopy] = 0;
     }

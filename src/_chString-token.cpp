@@ -212,48 +212,48 @@ int peekByArguments(const T*& lpszText, P& phrase, const T* lpszToken, va_list a
 
 // ---- what is exported, in both widths
 
-#define QOR_TOKEN_FUNCTIONS(T)                                                                                       \
-    int qorTextBreak(const T* lpszText, T chBreak, chConstTextT<T>* arrPart, int nMaxPart) {                         \
-        return textBreak(lpszText, chBreak, arrPart, nMaxPart);                                                      \
-    }                                                                                                                \
-    int qorGetWords(const T* lpszText, chConstTextT<T>* arrWord, int nMaxWord) {                                     \
-        return getWords(lpszText, arrWord, nMaxWord);                                                                \
-    }                                                                                                                \
-    int qorInitTokenLength(const T* const* arrToken, int* arrTokenLen) {                                             \
-        return initTokenLength(arrToken, arrTokenLen);                                                               \
-    }                                                                                                                \
-    int qorGetMatchedToken(const T* lpszText, const T* const* arrToken, const int* arrTokenLen) {                    \
-        return matchedToken(lpszText, arrToken, arrTokenLen);                                                        \
-    }                                                                                                                \
-    int qorFindTokens(const T*& lpszText, const T* const* arrToken, const int* arrTokenLen) {                        \
-        return findTokens(lpszText, arrToken, arrTokenLen);                                                          \
-    }                                                                                                                \
-    int qorFindTokens(const T*& lpszText, const T* lpszToken, ...) {                                                 \
-        va_list args;                                                                                                \
-        va_start(args, lpszToken);                                                                                   \
-        const int iToken = findByArguments(lpszText, lpszToken, args);                                               \
-        va_end(args);                                                                                                \
-        return iToken;                                                                                               \
-    }                                                                                                                \
+#define QOR_TOKEN_FUNCTIONS(T)                                                                    \
+    int qorTextBreak(const T* lpszText, T chBreak, chConstTextT<T>* arrPart, int nMaxPart) {      \
+        return textBreak(lpszText, chBreak, arrPart, nMaxPart);                                   \
+    }                                                                                             \
+    int qorGetWords(const T* lpszText, chConstTextT<T>* arrWord, int nMaxWord) {                  \
+        return getWords(lpszText, arrWord, nMaxWord);                                             \
+    }                                                                                             \
+    int qorInitTokenLength(const T* const* arrToken, int* arrTokenLen) {                          \
+        return initTokenLength(arrToken, arrTokenLen);                                            \
+    }                                                                                             \
+    int qorGetMatchedToken(const T* lpszText, const T* const* arrToken, const int* arrTokenLen) { \
+        return matchedToken(lpszText, arrToken, arrTokenLen);                                     \
+    }                                                                                             \
+    int qorFindTokens(const T*& lpszText, const T* const* arrToken, const int* arrTokenLen) {     \
+        return findTokens(lpszText, arrToken, arrTokenLen);                                       \
+    }                                                                                             \
+    int qorFindTokens(const T*& lpszText, const T* lpszToken, ...) {                              \
+        va_list args;                                                                             \
+        va_start(args, lpszToken);                                                                \
+        const int iToken = findByArguments(lpszText, lpszToken, args);                            \
+        va_end(args);                                                                             \
+        return iToken;                                                                            \
+    }                                                                                             \
     chConstTextT<T> qorGetPhraseString(const T* lpszText) { return getPhrase(lpszText); }
 
-#define QOR_PHRASE_FUNCTIONS(T, phraseText)                                                                          \
-    int qorPeekPhraseByCharToken(const T*& lpszText, phraseText<T>& phrase, T ch) {                                  \
-        return peekByChar(lpszText, phrase, ch);                                                                     \
-    }                                                                                                                \
-    int qorPeekPhraseByCharTokens(const T*& lpszText, phraseText<T>& phrase, const T* lpszTokens) {                  \
-        return peekByChars(lpszText, phrase, lpszTokens);                                                            \
-    }                                                                                                                \
-    int qorPeekPhraseByStringTokens(const T*& lpszText, phraseText<T>& phrase, const T* const* arrToken,             \
-                                    const int* arrTokenLen) {                                                        \
-        return peekByTable(lpszText, phrase, arrToken, arrTokenLen);                                                 \
-    }                                                                                                                \
-    int qorPeekPhraseByStringTokens(const T*& lpszText, phraseText<T>& phrase, const T* lpszToken, ...) {            \
-        va_list args;                                                                                                \
-        va_start(args, lpszToken);                                                                                   \
-        const int iToken = peekByArguments(lpszText, phrase, lpszToken, args);                                       \
-        va_end(args);                                                                                                \
-        return iToken;                                                                                               \
+#define QOR_PHRASE_FUNCTIONS(T, phraseText)                                                               \
+    int qorPeekPhraseByCharToken(const T*& lpszText, phraseText<T>& phrase, T ch) {                       \
+        return peekByChar(lpszText, phrase, ch);                                                          \
+    }                                                                                                     \
+    int qorPeekPhraseByCharTokens(const T*& lpszText, phraseText<T>& phrase, const T* lpszTokens) {       \
+        return peekByChars(lpszText, phrase, lpszTokens);                                                 \
+    }                                                                                                     \
+    int qorPeekPhraseByStringTokens(const T*& lpszText, phraseText<T>& phrase, const T* const* arrToken,  \
+                                    const int* arrTokenLen) {                                             \
+        return peekByTable(lpszText, phrase, arrToken, arrTokenLen);                                      \
+    }                                                                                                     \
+    int qorPeekPhraseByStringTokens(const T*& lpszText, phraseText<T>& phrase, const T* lpszToken, ...) { \
+        va_list args;                                                                                     \
+        va_start(args, lpszToken);                                                                        \
+        const int iToken = peekByArguments(lpszText, phrase, lpszToken, args);                            \
+        va_end(args);                                                                                     \
+        return iToken;                                                                                    \
     }
 
 QOR_TOKEN_FUNCTIONS(char)

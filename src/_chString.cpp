@@ -18,7 +18,7 @@ const unsigned short szNULLW[] = {0};
 namespace {
 
 constexpr int unknownLength = -1;
-constexpr int grain = 16;  // capacities are multiples of it
+constexpr int grain = 16;                  // capacities are multiples of it
 constexpr int maxLength = 0x7FFFFFFF / 4;  // a block of more does not fit 32-bit sizes
 
 // Capacity for a wanted length.

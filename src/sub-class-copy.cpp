@@ -37,7 +37,8 @@ void qorClipMemcpy2D(void* pDst, const chSize& sizeDst, const void* pSrc, const 
     const bool bFromBottom = pTo > pFrom;
     for (int i = 0; i < rcCopy.Height(); ++i) {
         const int nRow = bFromBottom ? rcCopy.Height() - 1 - i : i;
-        memmove(pTo + offsetOf(sizeDst, 0, nRow), pFrom + offsetOf(sizeSrc, 0, nRow), static_cast<size_t>(rcCopy.Width()));
+        memmove(pTo + offsetOf(sizeDst, 0, nRow), pFrom + offsetOf(sizeSrc, 0, nRow),
+                static_cast<size_t>(rcCopy.Width()));
     }
 }
 

@@ -16,7 +16,8 @@ typedef QOR_StringHelper::chReferenceStringT<char> refString;
 refString qorGetProfileString(const char* lpszFileName, const char* lpszSection, const char* lpszKey,
                               const char* lpszDefault) {
     iniFile file;
-    return file.LoadFromFile(lpszFileName) ? file.GetTextValue(lpszSection, lpszKey, lpszDefault) : refString(lpszDefault);
+    return file.LoadFromFile(lpszFileName) ? file.GetTextValue(lpszSection, lpszKey, lpszDefault)
+                                           : refString(lpszDefault);
 }
 
 refString profileGetString(HINIFILE hIniFile, const char* lpszSection, const char* lpszKey, const char* lpszDefault) {

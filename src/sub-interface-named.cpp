@@ -29,7 +29,7 @@ BOOL nameHelperUnlock(void) {
 
 void* nameGetSystemObject(const char* lpszName, int nSize, int* pbCreated) {
     return uCSystemNamedObjectHelpergetGlobalObject()->getObject()->m_objManager.GetNamedObject(lpszName, nSize,
-                                                                                                   pbCreated);
+                                                                                                pbCreated);
 }
 
 }  // extern "C"

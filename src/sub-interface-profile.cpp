@@ -93,7 +93,8 @@ int profileGetInt(HINIFILE hIniFile, const char* lpszSection, const char* lpszKe
 
 BOOL qorGetProfileString(const char* lpszFileName, const char* lpszSection, const char* lpszKey, char* lpszBuffer,
                          const char* lpszDefault) {
-    reportCall("qorGetProfileString", {textOf(lpszFileName), textOf(lpszSection), textOf(lpszKey), textOf(lpszDefault)});
+    reportCall("qorGetProfileString",
+               {textOf(lpszFileName), textOf(lpszSection), textOf(lpszKey), textOf(lpszDefault)});
     if (!QOR_ASSERT(lpszFileName != NULL))
         return 0;
     const refString strFile = presentFile(lpszFileName);
@@ -117,7 +118,8 @@ int qorGetProfileInt(const char* lpszFileName, const char* lpszSection, const ch
     } else if (QOR_ASSERT(lpszFileName != NULL)) {
         strFile = presentFile(lpszFileName);
     }
-    return QOR_MiscHelper::pathFileExist(strFile) ? qorGetRegistryInt(strFile, lpszSection, lpszKey, nDefault) : nDefault;
+    return QOR_MiscHelper::pathFileExist(strFile) ? qorGetRegistryInt(strFile, lpszSection, lpszKey, nDefault)
+                                                  : nDefault;
 }
 
 }  // extern "C"

@@ -81,7 +81,8 @@ int registryGetStringN(HREGISTRY hRegistry, const char* lpszKey, char* lpszBuffe
 
 int registryGetInt(HREGISTRY hRegistry, const char* lpszKey, int nDefault) {
     int nValue = nDefault;
-    readKey(QOR_MODULE, numberOf(hRegistry), lpszKey, [&nValue](const char* lpszValue) { nValue = numberIn(lpszValue); });
+    readKey(QOR_MODULE, numberOf(hRegistry), lpszKey,
+            [&nValue](const char* lpszValue) { nValue = numberIn(lpszValue); });
     return nValue;
 }
 
@@ -150,7 +151,8 @@ int qorGetRegistryInt(const char* lpszFileName, const char* lpszSectionName, con
     return registryGetInt(registryOpen(lpszFileName, lpszSectionName), lpszKey, nDefault);
 }
 
-double qorGetRegistryFloat(const char* lpszFileName, const char* lpszSectionName, const char* lpszKey, double fDefault) {
+double qorGetRegistryFloat(const char* lpszFileName, const char* lpszSectionName, const char* lpszKey,
+                           double fDefault) {
     return registryGetFloat(registryOpen(lpszFileName, lpszSectionName), lpszKey, fDefault);
 }
 

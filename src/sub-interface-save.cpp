@@ -160,8 +160,8 @@ void settleCounts(regDocument& document, const std::vector<changedKey>& listKey)
     storeShareWord(document.m_nChagedCount, static_cast<int32_t>(nDocument < INT_MAX ? nDocument : INT_MAX));
 }
 
-// Reads the file unless the copy is what was last written to it through the registry. False: the file is there and cannot
-// be read, so it must not be written either.
+// Reads the file unless the copy is what was last written to it through the registry. False: the file is there and
+// cannot be read, so it must not be written either.
 bool refreshCopy(savedCopy& copy, const regDocument& document, uint32_t uSaves, const std::string& strFileName) {
     if (copy.pDocument == &document && copy.uSaves == uSaves)
         return true;
@@ -174,8 +174,8 @@ bool refreshCopy(savedCopy& copy, const regDocument& document, uint32_t uSaves, 
     return true;
 }
 
-// Counts a write before the file changes: also behind a process that dies right after it, no other takes its own copy for
-// what the file holds.
+// Counts a write before the file changes: also behind a process that dies right after it, no other takes its own copy
+// for what the file holds.
 void countSave(savedCopy& copy, regDocument& document) {
     registryLock lock;
     storeShareWord(document.m_uSaves, ++copy.uSaves);
@@ -185,7 +185,8 @@ void countSave(savedCopy& copy, regDocument& document) {
 bool writeChanges(savedCopy& copy, regDocument& document, const std::vector<changedKey>& listKey) {
     int nChanged = 0;
     for (const changedKey& changed : listKey)
-        nChanged += copy.file.SetTextValue(changed.strSection.c_str(), changed.strKey.c_str(), changed.strValue.c_str());
+        nChanged +=
+            copy.file.SetTextValue(changed.strSection.c_str(), changed.strKey.c_str(), changed.strValue.c_str());
     if (nChanged == 0)
         return true;
     countSave(copy, document);

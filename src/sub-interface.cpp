@@ -43,7 +43,8 @@ bool isNameFree(const char* lpszThreadName) {
                            "g_uCSystemShareHelper.FindMessageQueueByName(lpszThreadName) == NULL");
 }
 
-// Starts a thread that registers itself under the name, and waits until it has. Its queue; null when it was not started.
+// Starts a thread that registers itself under the name, and waits until it has. Its queue; null when it was not
+// started.
 chMsgQueue* launchThread(void* (*lpEntry)(void*), const void* pArg, int nPriority, const char* lpszThreadName) {
     const launchWait wait(NULL, lpszThreadName);
     if (chCreateThread(lpEntry, pArg, nPriority) == 0)
@@ -209,7 +210,8 @@ BOOL msgPostMsgToThread(HTHREAD hThread, unsigned int uMsg, unsigned int wParam,
     return msgPostMsgToThreadEx(hThread, uMsg, wParam, lParam, 0, NULL);
 }
 
-void msgBroadpostThreadMsgEx(unsigned int uMsg, unsigned int wParam, int lParam, int nExtraSize, const void* pExtraData) {
+void msgBroadpostThreadMsgEx(unsigned int uMsg, unsigned int wParam, int lParam, int nExtraSize,
+                             const void* pExtraData) {
     std::vector<chThreadBase> listThread;
     {
         scopeShareLock<chSystemShareFrame> lock(share());

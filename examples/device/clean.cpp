@@ -87,9 +87,8 @@ int findSemaphore(const std::string& strFile) {
 
 // Whether a segment of that name holds what the library puts into it. All zeros: its maker was killed first.
 bool hasItsHeader(const std::string& strName, int idSegment, size_t nSize) {
-    const auto pKnown = std::find_if(std::begin(aKnown), std::end(aKnown), [&](const knownSegment& objKnown) {
-        return strName == objKnown.m_lpszName;
-    });
+    const auto pKnown = std::find_if(std::begin(aKnown), std::end(aKnown),
+                                     [&](const knownSegment& objKnown) { return strName == objKnown.m_lpszName; });
     if (pKnown == std::end(aKnown))
         return true;
     int32_t anHeader[2] = {};
@@ -111,8 +110,7 @@ int findSegment(const std::string& strName, const std::string& strFile, unsigned
     if (idSegment == -1 || shmctl(idSegment, IPC_STAT, &state) != 0)
         return -1;
     nUser = state.shm_nattch;
-    const bool bOurs =
-        (state.shm_perm.mode & 0777) == modeObject && hasItsHeader(strName, idSegment, state.shm_segsz);
+    const bool bOurs = (state.shm_perm.mode & 0777) == modeObject && hasItsHeader(strName, idSegment, state.shm_segsz);
     return bOurs ? idSegment : -1;
 }
 
@@ -123,9 +121,7 @@ leftOver findObjects(const std::string& strName, const std::string& strFile, boo
 }
 
 // The file of the counters. It names its lock itself, as its own key file.
-std::string storageFile() {
-    return std::string(getenv("HOME")) + "/" + szStorage;
-}
+std::string storageFile() { return std::string(getenv("HOME")) + "/" + szStorage; }
 
 std::vector<leftOver> findAll() {
     std::vector<leftOver> arrLeft;
@@ -155,14 +151,13 @@ void tell(bool bDone, const char* lpszKind, const std::string& strName, int& nDo
 // The file goes last: as long as anything is left, it leads there.
 void removeObjects(const leftOver& objLeft, counts& objCounts) {
     if (objLeft.m_idSegment != -1)
-        tell(shmctl(objLeft.m_idSegment, IPC_RMID, nullptr) == 0, "segment", objLeft.m_strName,
-             objCounts.m_nSegment, objCounts);
-    if (objLeft.m_idSemaphore != -1)
-        tell(semctl(objLeft.m_idSemaphore, 0, IPC_RMID) == 0, "semaphore", objLeft.m_strName,
-             objCounts.m_nSemaphore, objCounts);
-    if (objLeft.m_bKeyFile)
-        tell(unlink(objLeft.m_strFile.c_str()) == 0, "key file", objLeft.m_strFile, objCounts.m_nFile,
+        tell(shmctl(objLeft.m_idSegment, IPC_RMID, nullptr) == 0, "segment", objLeft.m_strName, objCounts.m_nSegment,
              objCounts);
+    if (objLeft.m_idSemaphore != -1)
+        tell(semctl(objLeft.m_idSemaphore, 0, IPC_RMID) == 0, "semaphore", objLeft.m_strName, objCounts.m_nSemaphore,
+             objCounts);
+    if (objLeft.m_bKeyFile)
+        tell(unlink(objLeft.m_strFile.c_str()) == 0, "key file", objLeft.m_strFile, objCounts.m_nFile, objCounts);
 }
 
 bool isUsed(const std::vector<leftOver>& arrLeft) {

@@ -13,9 +13,7 @@ namespace {
 // Generous: whoever does not answer in that time is left to the launcher's watchdog.
 constexpr int timeoutReport = 2000;
 
-int onMessage(simpMSG*) {
-    return -1;
-}
+int onMessage(simpMSG*) { return -1; }
 
 }  // namespace
 

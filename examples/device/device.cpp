@@ -81,26 +81,18 @@ void broadcast(unsigned int uMsg, unsigned int wParam, int lParam) {
     ++g_count.m_uBroadcast;
 }
 
-void countSend() {
-    ++g_count.m_uSend;
-}
+void countSend() { ++g_count.m_uSend; }
 
-void countTimer() {
-    ++g_count.m_uTimer;
-}
+void countTimer() { ++g_count.m_uTimer; }
 
-void countPacket() {
-    ++g_count.m_uPacket;
-}
+void countPacket() { ++g_count.m_uPacket; }
 
 tally getTally() {
     return {g_count.m_uMessage,   g_count.m_uSend,    g_count.m_uTimer,
             g_count.m_uBroadcast, g_count.m_uTimeout, g_count.m_uPacket};
 }
 
-int reportTally() {
-    return postRecord(nameController, MSG_TALLY, getTally());
-}
+int reportTally() { return postRecord(nameController, MSG_TALLY, getTally()); }
 
 int runThread(const char* lpszName, msgCallbackEx pCallback, const news& objNews) {
     HTHREAD hThread = msgRegistMainThread(lpszName, pCallback);

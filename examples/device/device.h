@@ -110,8 +110,8 @@ private:
 };
 
 // Posts to the thread of that name; false when there is none.
-bool post(const char* lpszName, unsigned int uMsg, unsigned int wParam = 0, int lParam = 0,
-          int nExtraSize = 0, const void* pExtraData = nullptr);
+bool post(const char* lpszName, unsigned int uMsg, unsigned int wParam = 0, int lParam = 0, int nExtraSize = 0,
+          const void* pExtraData = nullptr);
 template <typename T>
 bool postRecord(const char* lpszName, unsigned int uMsg, const T& objRecord) {
     return post(lpszName, uMsg, 0, 0, sizeof(T), &objRecord);

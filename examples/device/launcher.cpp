@@ -345,8 +345,8 @@ int launcher::Finish() {
     if (!showTable(static_cast<int>(objTally.m_uPacket)))
         m_nExit = 1;
     printf("exchanged: %u messages, %u sends, %u timers, %u broadcasts, %u time-outs, %u packets\n",
-           objTally.m_uMessage, objTally.m_uSend, objTally.m_uTimer, objTally.m_uBroadcast,
-           objTally.m_uTimeout, objTally.m_uPacket);
+           objTally.m_uMessage, objTally.m_uSend, objTally.m_uTimer, objTally.m_uBroadcast, objTally.m_uTimeout,
+           objTally.m_uPacket);
     fflush(stdout);
     return m_nExit;
 }

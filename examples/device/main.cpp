@@ -1,5 +1,3 @@
 #include "launcher.h"
 
-int main(int nCount, char** lpszArguments) {
-    return device::deviceMain(nCount, lpszArguments);
-}
+int main(int nCount, char** lpszArguments) { return device::deviceMain(nCount, lpszArguments); }

@@ -21,9 +21,7 @@ constexpr int noTimeout = -1;      // still ends when the other side dies
 constexpr int timeoutShort = 100;  // much less than ...
 constexpr unsigned int timeSelfTest = 400;
 
-uCSystemShareHelper& share() {
-    return *uCSystemShareHelpergetGlobalObject();
-}
+uCSystemShareHelper& share() { return *uCSystemShareHelpergetGlobalObject(); }
 
 // The table is printed by the painter alone. A row is handed over by SendProxyMessage(), which waits until it
 // has been painted, so the two threads never touch the table at the same time.
@@ -68,10 +66,7 @@ public:
 class panel : public chThreadLocal {
 public:
     explicit panel(const news& objNews)
-        : chThreadLocal(namePanel, NULL),
-          m_objNews(objNews),
-          m_objPainter(namePainter, NULL),
-          m_objTimer(timerRow) {}
+        : chThreadLocal(namePanel, NULL), m_objNews(objNews), m_objPainter(namePainter, NULL), m_objTimer(timerRow) {}
 
     int Work();
     int TryThreadMessage(msgObject& objMessage) override;
@@ -150,8 +145,7 @@ void panel::PaintRow() {
     m_objTable.m_objRow.m_nNumber = m_nRow;
     m_objTable.m_objRow.m_bAlarm = m_pAlarm->m_bAlarm;
     askValues(m_objTable.m_objRow);
-    m_objPainter.SendProxyMessage(MSG_PAINT_ROW, m_nRow, 0, &m_objTable,
-                                  static_cast<msgMethod>(&table::OnPaintRow));
+    m_objPainter.SendProxyMessage(MSG_PAINT_ROW, m_nRow, 0, &m_objTable, static_cast<msgMethod>(&table::OnPaintRow));
     countSend();
 }
 
@@ -186,8 +180,8 @@ void panel::StartSelfTest() {
     if (ask(nameWorker, MSG_TESTS_DONE, 0, timeoutShort, nullptr))
         say("panel", "the busy worker replied after %.0f ms", now() - dStart);
     else
-        say("panel", "TIME-OUT: the busy worker did not reply within %d ms (gave up after %.0f)",
-            timeoutShort, now() - dStart);
+        say("panel", "TIME-OUT: the busy worker did not reply within %d ms (gave up after %.0f)", timeoutShort,
+            now() - dStart);
 }
 
 void panel::AskWorker() {
@@ -225,8 +219,8 @@ void panel::ShowSummary(msgObject& objMessage) {
     if (!getRecord(objMessage.GetSimpMSG(), objSummary))
         return;
     say("panel", "summary of readings %u to %u, %.2f ms of work: mean cpu use between %.1f and %.1f %%",
-        objSummary.m_uFirst, objSummary.m_uLast, objSummary.m_uMicroseconds / 1000.0,
-        objSummary.m_uLow / 10.0, objSummary.m_uHigh / 10.0);
+        objSummary.m_uFirst, objSummary.m_uLast, objSummary.m_uMicroseconds / 1000.0, objSummary.m_uLow / 10.0,
+        objSummary.m_uHigh / 10.0);
 }
 
 }  // namespace

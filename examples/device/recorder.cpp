@@ -32,8 +32,7 @@ recorder* g_pRecorder = nullptr;  // made in its own process: the launcher has n
 void connectToServer() {
     g_pRecorder->m_objSocket.DestroySocket();
     int nPort = 0;
-    if (!ask(nameServer, MSG_PORT, 0, timeoutPort, &nPort) || nPort <= 0 ||
-        !g_pRecorder->m_objSocket.CreateSocket())
+    if (!ask(nameServer, MSG_PORT, 0, timeoutPort, &nPort) || nPort <= 0 || !g_pRecorder->m_objSocket.CreateSocket())
         return;
     if (!g_pRecorder->m_objSocket.ConnectTo("127.0.0.1", nPort, timeoutConnect))
         return;

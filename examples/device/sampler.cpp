@@ -1,5 +1,5 @@
-// The sampler: ten times a second, or as its settings say, it reads what the kernel tells about the machine and posts it to
-// the controller.
+// The sampler: ten times a second, or as its settings say, it reads what the kernel tells about the machine and posts
+// it to the controller.
 #include <stdio.h>
 #include <string.h>
 
@@ -27,8 +27,8 @@ uint32_t readCpu() {
     FILE* pFile = fopen("/proc/stat", "re");
     if (pFile == nullptr)
         return 0;
-    const int nField = fscanf(pFile, "cpu %llu %llu %llu %llu %llu %llu %llu %llu", &auTick[0], &auTick[1],
-                              &auTick[2], &auTick[3], &auTick[4], &auTick[5], &auTick[6], &auTick[7]);
+    const int nField = fscanf(pFile, "cpu %llu %llu %llu %llu %llu %llu %llu %llu", &auTick[0], &auTick[1], &auTick[2],
+                              &auTick[3], &auTick[4], &auTick[5], &auTick[6], &auTick[7]);
     fclose(pFile);
     unsigned long long uTotal = 0;
     for (int i = 0; i < nField; ++i)

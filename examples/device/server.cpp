@@ -54,8 +54,7 @@ int getPort() {
 }
 
 bool startListening() {
-    return g_pServer->m_objListen.CreateSocket("127.0.0.1", 0) &&
-           g_pServer->m_objListen.SocketListen(maxWaiting);
+    return g_pServer->m_objListen.CreateSocket("127.0.0.1", 0) && g_pServer->m_objListen.SocketListen(maxWaiting);
 }
 
 // ---- clients
@@ -129,8 +128,7 @@ void endClients() {
         sendRow(objClient, objEnd);
     const double dEnd = now() + timeoutLast;
     for (client& objClient : g_pServer->m_lstClient) {
-        while (objClient.m_nOpen > 0 &&
-               takeConfirmation(objClient, std::max(0, static_cast<int>(dEnd - now())))) {
+        while (objClient.m_nOpen > 0 && takeConfirmation(objClient, std::max(0, static_cast<int>(dEnd - now())))) {
         }
     }
     say("server", "%d rows; clients at the end: %zu, dropped: %d", g_pServer->m_objRow.m_nNumber,

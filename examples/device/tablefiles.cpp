@@ -27,9 +27,7 @@ constexpr char szRow[] = "row";
 // The names of a row's attributes; titles may have blanks.
 const char* const aszAttribute[countColumn] = {"number", "reading", "cpu", "memory", "load", "alarm"};
 
-std::string fileOf(const char* lpszName) {
-    return tableDirectory() + "/" + lpszName;
-}
+std::string fileOf(const char* lpszName) { return tableDirectory() + "/" + lpszName; }
 
 // ---- reading
 
@@ -63,8 +61,7 @@ rowText readFields(const char* lpszLine) {
 bool readLines(const char* lpszFile, std::vector<rowText>& arrRow) {
     chFileStdio objFile;
     chReferenceStringT<char> strLine;
-    if (!objFile.Open(lpszFile, openRead) || !objFile.ReadString(strLine) ||
-        readFields(strLine) != columnTitles())
+    if (!objFile.Open(lpszFile, openRead) || !objFile.ReadString(strLine) || readFields(strLine) != columnTitles())
         return false;
     while (objFile.ReadString(strLine)) {
         arrRow.push_back(readFields(strLine));
@@ -99,14 +96,12 @@ void showRows(const std::vector<rowText>& arrRow) {
 
 // ---- the directory
 
-std::string tableDirectory() {
-    return "/tmp/qor-device." + std::to_string(geteuid());
-}
+std::string tableDirectory() { return "/tmp/qor-device." + std::to_string(geteuid()); }
 
 bool isTableDirectory() {
     struct stat state;
-    return lstat(tableDirectory().c_str(), &state) == 0 && S_ISDIR(state.st_mode) &&
-           state.st_uid == geteuid() && (state.st_mode & 022) == 0;
+    return lstat(tableDirectory().c_str(), &state) == 0 && S_ISDIR(state.st_mode) && state.st_uid == geteuid() &&
+           (state.st_mode & 022) == 0;
 }
 
 bool makeTableDirectory() {
@@ -128,8 +123,7 @@ bool tableWriter::Open() {
     char szName[64];
     registryGetStringN(openSettings("Device"), "name", szName, sizeof(szName), "nameless");
     m_pTable->SetAttribute("device", szName);
-    return m_objLines.Open(fileOf(szLines).c_str(), openWrite | openCreate) && WriteLine(columnTitles()) &&
-           Save();
+    return m_objLines.Open(fileOf(szLines).c_str(), openWrite | openCreate) && WriteLine(columnTitles()) && Save();
 }
 
 bool tableWriter::Append(const row& objRow) {
@@ -148,9 +142,7 @@ bool tableWriter::WriteLine(const rowText& arrText) {
     return m_objLines.WriteString(strLine) && !m_objLines.Flush();
 }
 
-bool tableWriter::Save() const {
-    return m_objDocument.SaveToFile(fileOf(szDocument).c_str());
-}
+bool tableWriter::Save() const { return m_objDocument.SaveToFile(fileOf(szDocument).c_str()); }
 
 bool showTable(int nExpected) {
     QOR_ListHelper::chObjList_dynamic<chReferenceStringT<char>, 16> lstFile;
@@ -163,8 +155,7 @@ bool showTable(int nExpected) {
         say("launcher", "%s holds %zu rows%s", static_cast<const char*>(*it), arrFound.back().size(),
             arrFound.size() > 1 && arrFound.back() == arrFound.front() ? ", the same" : "");
     }
-    if (arrFound.size() != 2 || arrFound[0] != arrFound[1] ||
-        static_cast<int>(arrFound[0].size()) != nExpected) {
+    if (arrFound.size() != 2 || arrFound[0] != arrFound[1] || static_cast<int>(arrFound[0].size()) != nExpected) {
         say("launcher", "the files of the table do not hold the same %d rows", nExpected);
         return false;
     }

@@ -49,29 +49,29 @@ private:
 };
 
 /// Defines the pointer link and the offset link of one direction.
-#define QOR_CHAIN_LINK(name)                                                                                  \
-    /** A link of one process: the address of another link, or null. */                                       \
-    class pointer_chain_##name {                                                                              \
-    public:                                                                                                   \
-        /** The target, or null. */                                                                           \
-        pointer_chain_##name* get_##name() const { return m_##name; }                                         \
-        /** Stores the target. */                                                                             \
-        void set_##name(const pointer_chain_##name* p) { m_##name = const_cast<pointer_chain_##name*>(p); }   \
-                                                                                                              \
-    private:                                                                                                  \
-        pointer_chain_##name* m_##name;                                                                       \
-    };                                                                                                        \
-    /** A link of shared memory: the distance to another link, all ones for null. */                          \
-    class offset_chain_##name : private offsetLink {                                                          \
-    public:                                                                                                   \
-        /** The target, or null. */                                                                           \
-        offset_chain_##name* get_##name() const {                                                             \
-            return static_cast<offset_chain_##name*>(const_cast<void*>(getTarget()));                         \
-        }                                                                                                     \
-        /** Stores the distance to the target. */                                                             \
-        void set_##name(const offset_chain_##name* p) { setTarget(p); }                                       \
-    };                                                                                                        \
-    static_assert(sizeof(pointer_chain_##name) == sizeof(void*), "one pointer");                              \
+#define QOR_CHAIN_LINK(name)                                                                                \
+    /** A link of one process: the address of another link, or null. */                                     \
+    class pointer_chain_##name {                                                                            \
+    public:                                                                                                 \
+        /** The target, or null. */                                                                         \
+        pointer_chain_##name* get_##name() const { return m_##name; }                                       \
+        /** Stores the target. */                                                                           \
+        void set_##name(const pointer_chain_##name* p) { m_##name = const_cast<pointer_chain_##name*>(p); } \
+                                                                                                            \
+    private:                                                                                                \
+        pointer_chain_##name* m_##name;                                                                     \
+    };                                                                                                      \
+    /** A link of shared memory: the distance to another link, all ones for null. */                        \
+    class offset_chain_##name : private offsetLink {                                                        \
+    public:                                                                                                 \
+        /** The target, or null. */                                                                         \
+        offset_chain_##name* get_##name() const {                                                           \
+            return static_cast<offset_chain_##name*>(const_cast<void*>(getTarget()));                       \
+        }                                                                                                   \
+        /** Stores the distance to the target. */                                                           \
+        void set_##name(const offset_chain_##name* p) { setTarget(p); }                                     \
+    };                                                                                                      \
+    static_assert(sizeof(pointer_chain_##name) == sizeof(void*), "one pointer");                            \
     static_assert(sizeof(offset_chain_##name) == 4, "shared layout");
 
 QOR_CHAIN_LINK(pNext)

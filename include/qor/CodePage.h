@@ -12,10 +12,10 @@
 /// @endcode
 ///
 /// - Any file is accepted: codes of a table that is not sorted are not all found, nothing worse.
-/// - Loading works out where to look: in a sorted table, a conversion takes the same time for every character. In one that
-///   is not, codes are looked for by halving.
-/// - A loaded table takes its file's size, and 512 bytes for each lead byte and each 256 wide characters in a row of which
-///   it holds any.
+/// - Loading works out where to look: in a sorted table, a conversion takes the same time for every character. In one
+///   that is not, codes are looked for by halving.
+/// - A loaded table takes its file's size, and 512 bytes for each lead byte and each 256 wide characters in a row of
+///   which it holds any.
 /// - What a conversion yields may hold characters of value 0 (see W2MBCS()); its GetLength() counts them.
 /// - Conversions change nothing, so threads may share a table while none of them loads or unloads it.
 #ifndef QOR_CODEPAGE_H

@@ -14,9 +14,9 @@
 ///     use((*it).key, (*it).value);
 /// @endcode
 ///
-/// An iterator is valid until its node is erased; end() is the list's head. No container locks. A process that is killed
-/// inside an operation leaves the list as it was or as it was to be; only size() may be one behind. An iterator cannot
-/// tell that a damaged chain runs in a ring: a walk of one's own counts, or is left to find_if(), which does.
+/// An iterator is valid until its node is erased; end() is the list's head. No container locks. A process that is
+/// killed inside an operation leaves the list as it was or as it was to be; only size() may be one behind. An iterator
+/// cannot tell that a damaged chain runs in a ring: a walk of one's own counts, or is left to find_if(), which does.
 #ifndef QOR_LISTHELPER_H
 #define QOR_LISTHELPER_H
 
@@ -188,10 +188,10 @@ public:
 template <class Alloc>
 class chMeth_List : public Alloc {
 public:
-    typedef typename Alloc::node_type node_type;         ///< the node's type
-    typedef typename node_type::value_type value_type;   ///< an element's type
-    typedef typename node_type::chain_type chain_type;   ///< the link's type
-    typedef list_iterator<node_type> iterator;           ///< a place in the list
+    typedef typename Alloc::node_type node_type;        ///< the node's type
+    typedef typename node_type::value_type value_type;  ///< an element's type
+    typedef typename node_type::chain_type chain_type;  ///< the link's type
+    typedef list_iterator<node_type> iterator;          ///< a place in the list
 
     chMeth_List() {
         QOR_ChainHelper::storeShareWord(m_nCount, 0);
@@ -242,7 +242,8 @@ public:
             return;
         chain_type* pLink = it.m_pThisNode;
         const walkRange<chain_type> range(pLink);
-        if (!QOR_ASSERT_IN("_chList", range.holds(pLink, sizeof(node_type)) && range.holds(pLink->get_pNext(), sizeof(*pLink)),
+        if (!QOR_ASSERT_IN("_chList",
+                           range.holds(pLink, sizeof(node_type)) && range.holds(pLink->get_pNext(), sizeof(*pLink)),
                            "broken share chain"))
             return;
         QOR_ChainHelper::storeShareWord(m_nCount, size() > 0 ? size() - 1 : 0);
@@ -320,9 +321,9 @@ private:
 template <class List>
 class chMeth_MapList : public List {
 public:
-    typedef typename List::iterator iterator;                       ///< a place in the map
-    typedef decltype(List::value_type::key) key_type;               ///< a key's type
-    typedef decltype(List::value_type::value) mapped_type;          ///< a value's type
+    typedef typename List::iterator iterator;               ///< a place in the map
+    typedef decltype(List::value_type::key) key_type;       ///< a key's type
+    typedef decltype(List::value_type::value) mapped_type;  ///< a value's type
 
     /// The value of a key, inserted with a default value when it is missing.
     mapped_type& operator[](const key_type& key) {
@@ -408,7 +409,8 @@ class chMapList_dynamic
 
 /// A sorted map in shared memory.
 template <class K, class V>
-class chMapList_pool_share : public chMeth_MapList<chMeth_List<chAlloc_Pool_share<list_node_offset<pair_type<K, V>>>>> {};
+class chMapList_pool_share : public chMeth_MapList<chMeth_List<chAlloc_Pool_share<list_node_offset<pair_type<K, V>>>>> {
+};
 
 /// An unsorted list of pairs, N nodes per heap block.
 template <class K, class V, int N>

@@ -24,10 +24,11 @@
 /// Helpers for applications.
 namespace QOR_SubClass {
 
-/// The value of a key in a file, which is read for this call, past the registry and as it is named; the default when the
-/// file cannot be read or has no such key. Fatal: a null or empty file name.
-QOR_API QOR_StringHelper::chReferenceStringT<char> qorGetProfileString(const char* lpszFileName, const char* lpszSection,
-                                                                       const char* lpszKey, const char* lpszDefault);
+/// The value of a key in a file, which is read for this call, past the registry and as it is named; the default when
+/// the file cannot be read or has no such key. Fatal: a null or empty file name.
+QOR_API QOR_StringHelper::chReferenceStringT<char> qorGetProfileString(const char* lpszFileName,
+                                                                       const char* lpszSection, const char* lpszKey,
+                                                                       const char* lpszDefault);
 /// The value of a key in a document of the caller's own: here the handle is the address of an iniDocument.
 /// Fatal: null ("hIniFile != 0").
 QOR_API QOR_StringHelper::chReferenceStringT<char> profileGetString(HINIFILE hIniFile, const char* lpszSection,
@@ -36,8 +37,9 @@ QOR_API QOR_StringHelper::chReferenceStringT<char> profileGetString(HINIFILE hIn
 QOR_API QOR_StringHelper::chReferenceStringT<char> registryGetString(HREGISTRY hRegistry, const char* lpszKey,
                                                                      const char* lpszDefault);
 /// registryGetString() of registryOpen().
-QOR_API QOR_StringHelper::chReferenceStringT<char> qorGetRegistryString(const char* lpszFileName, const char* lpszSection,
-                                                                        const char* lpszKey, const char* lpszDefault);
+QOR_API QOR_StringHelper::chReferenceStringT<char> qorGetRegistryString(const char* lpszFileName,
+                                                                        const char* lpszSection, const char* lpszKey,
+                                                                        const char* lpszDefault);
 
 }  // namespace QOR_SubClass
 

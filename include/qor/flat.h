@@ -60,13 +60,13 @@ typedef struct simpMSG {
 
 /** Message ids that the library itself uses. Ids 0 to 15 are never traced. */
 enum {
-    TM_MESSAGE_PROXY = 1,      /**< calls a method of a processor object; handled by the library */
-    TM_MESSAGE_TIMER = 2,      /**< a timer is due; handled by the library */
-    TM_THREAD_START = 0x8001,  /**< first message of every registered thread */
-    TM_THREAD_QUIT = 0x8002,   /**< ends the run loop after it is handled; wParam becomes the exit code */
-    TM_THREAD_TIMER = 0x8113,  /**< a timer of the thread expired; wParam is the timer's id */
-    TM_THREAD_IDLE = 0x8121,   /**< the queue is empty; a result r > 0 waits r ms at most, 0 does not wait,
-                                    a negative one waits for the next message or timer (50 ms without timers) */
+    TM_MESSAGE_PROXY = 1,       /**< calls a method of a processor object; handled by the library */
+    TM_MESSAGE_TIMER = 2,       /**< a timer is due; handled by the library */
+    TM_THREAD_START = 0x8001,   /**< first message of every registered thread */
+    TM_THREAD_QUIT = 0x8002,    /**< ends the run loop after it is handled; wParam becomes the exit code */
+    TM_THREAD_TIMER = 0x8113,   /**< a timer of the thread expired; wParam is the timer's id */
+    TM_THREAD_IDLE = 0x8121,    /**< the queue is empty; a result r > 0 waits r ms at most, 0 does not wait,
+                                     a negative one waits for the next message or timer (50 ms without timers) */
     TM_REGISTRY_CHANGE = 0x9001 /**< a watched registry section has changed */
 };
 
@@ -178,9 +178,9 @@ QOR_API void* nameGetSystemObject(const char* lpszName, int nSize, int* pbCreate
 
 /* ---- registry: INI files that all processes share; a file is loaded when it is first opened on the device ---- */
 
-/* A handle is looked up before it is used: one that is not that of a section counts as 0. Names of sections and keys are
- * compared without regard to case and, like values, lose white space at both ends; null texts count as empty. A key that
- * is read but missing is a warning ("Read: %s"), one that is made as well ("Write: %s"). */
+/* A handle is looked up before it is used: one that is not that of a section counts as 0. Names of sections and keys
+ * are compared without regard to case and, like values, lose white space at both ends; null texts count as empty. A key
+ * that is read but missing is a warning ("Read: %s"), one that is made as well ("Write: %s"). */
 
 /** The section of a file; both are made when they are missing. A file name that is not absolute is a warning
  *  ("[%s] NOT absolute path"). Fatal: a null or empty file name, no room left in the registry. */
@@ -195,21 +195,21 @@ QOR_API int registryGetStringN(HREGISTRY hRegistry, const char* lpszKey, char* l
 QOR_API int registryGetInt(HREGISTRY hRegistry, const char* lpszKey, int nDefault);
 /** The number that a value begins with; the default when it begins with none or there is no such key. */
 QOR_API double registryGetFloat(HREGISTRY hRegistry, const char* lpszKey, double fDefault);
-/** Sets a value, in memory only: 1 when that changed it, 0 when it was so already and for no section. The first value of
- *  a key is always a change. Fatal: no room left in the registry. */
+/** Sets a value, in memory only: 1 when that changed it, 0 when it was so already and for no section. The first value
+ * of a key is always a change. Fatal: no room left in the registry. */
 QOR_API BOOL registrySetString(HREGISTRY hRegistry, const char* lpszKey, const char* lpszValue);
 /** registrySetString() of the number as "%d" prints it. */
 QOR_API BOOL registrySetInt(HREGISTRY hRegistry, const char* lpszKey, int nValue);
 /** registrySetString() of the number as "%lf" prints it, with six decimals. */
 QOR_API BOOL registrySetFloat(HREGISTRY hRegistry, const char* lpszKey, double fValue);
-/** Tells the monitors of all changed sections of the section's document, each once, then writes the changes to the file,
- *  or asks the saver to. Returns 1; 0 for no section. Nothing is done when nothing has changed. What could not be written
- *  is written by the next flush. */
+/** Tells the monitors of all changed sections of the section's document, each once, then writes the changes to the
+ * file, or asks the saver to. Returns 1; 0 for no section. Nothing is done when nothing has changed. What could not be
+ * written is written by the next flush. */
 QOR_API BOOL registryFlush(HREGISTRY hRegistry);
 
-/** Writes the changes of the section's document to its file at once, whoever is the saver; a document's own handle, which
- *  the saver is told, stands for it as well. 1 when the file is up to date; 0 when it could not be written, and for
- *  neither. */
+/** Writes the changes of the section's document to its file at once, whoever is the saver; a document's own handle,
+ * which the saver is told, stands for it as well. 1 when the file is up to date; 0 when it could not be written, and
+ * for neither. */
 QOR_API BOOL regSaveRegistryDocument(HREGISTRY hRegistry);
 /** Makes the calling thread the saver, in the place of any other: from now on a flush posts it message 0x9001 with a
  *  document's handle in wParam, for which it saves that document. One that does not is asked 16 times at most;
@@ -222,8 +222,8 @@ QOR_API BOOL registryUnregistSaver(void);
 /** What the saver does: regSaveRegistryDocument() of a document's handle; 0 for any other. */
 QOR_API BOOL registrySaveDocument(HREGISTRY hDocument);
 
-/** Has the calling thread told of changes of a section: each flush of a change posts it message 0x9001 with the section's
- *  handle in lParam. Called twice, it is told twice. 0 for no section. */
+/** Has the calling thread told of changes of a section: each flush of a change posts it message 0x9001 with the
+ * section's handle in lParam. Called twice, it is told twice. 0 for no section. */
 QOR_API BOOL regMonitorSection(HREGISTRY hRegistry);
 /** Ends that, however often it was called. 0 for no section. */
 QOR_API BOOL regUnmonitorSection(HREGISTRY hRegistry);
@@ -255,8 +255,8 @@ QOR_API BOOL qorSetRegistryFloat(const char* lpszFileName, const char* lpszSecti
  * profileClose() is reported as a warning that names the function and its arguments. */
 
 /** The document of an existing file; 0 when there is none, and always for "/tmp/vantrel_dhcp_options".
- *  "/vantrel/config/Setting/AdvSetting.cfg" becomes "/rundata/config/system.ini". Fatal: a null name, a relative one that
- *  makes more than 256 characters with the working directory; so it is for the two below. */
+ *  "/vantrel/config/Setting/AdvSetting.cfg" becomes "/rundata/config/system.ini". Fatal: a null name, a relative one
+ * that makes more than 256 characters with the working directory; so it is for the two below. */
 QOR_API HINIFILE profileOpen(const char* lpszFileName);
 /** Does nothing: documents stay in the registry. */
 QOR_API void profileClose(HINIFILE hIniFile);
@@ -265,14 +265,14 @@ QOR_API void profileClose(HINIFILE hIniFile);
 QOR_API BOOL profileGetString(HINIFILE hIniFile, const char* lpszSection, const char* lpszKey, char* lpszBuffer,
                               const char* lpszDefault);
 /** registryGetStringN() of a section of the document, which is made when it is missing; the default for no document. */
-QOR_API int profileGetStringN(HINIFILE hIniFile, const char* lpszSection, const char* lpszKey, char* lpszBuffer, int nSize,
-                              const char* lpszDefault);
+QOR_API int profileGetStringN(HINIFILE hIniFile, const char* lpszSection, const char* lpszKey, char* lpszBuffer,
+                              int nSize, const char* lpszDefault);
 /** registryGetInt() of a section of the document, which is made when it is missing; 0 for no document. The key
  *  "UseOutBoundInDialog" becomes "bUseOutBoundInDialog" of section "sipServerOptions". */
 QOR_API int profileGetInt(HINIFILE hIniFile, const char* lpszSection, const char* lpszKey, int nDefault);
 /** qorGetRegistryString() of an existing file; 0, and nothing copied, when there is none. Fatal: a null file name. */
-QOR_API BOOL qorGetProfileString(const char* lpszFileName, const char* lpszSection, const char* lpszKey, char* lpszBuffer,
-                                 const char* lpszDefault);
+QOR_API BOOL qorGetProfileString(const char* lpszFileName, const char* lpszSection, const char* lpszKey,
+                                 char* lpszBuffer, const char* lpszDefault);
 /** qorGetRegistryInt() of an existing file; the default when there is none. Section "NGN" stands for "bUse23AsPound" of
  *  "sipServerOptions" in "/rundata/config/system.ini", section "Call Type" for "eCallMode" of "CallOption" in
  *  "/rundata/config/user/user.ini", whatever file and key are named. Fatal: a null file name, but for these. */

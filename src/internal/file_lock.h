@@ -18,8 +18,8 @@ public:
     // Opens the file at a path that is no symbolic link. False when it cannot be opened (errno).
     bool openAt(const char* lpszPath);
 
-    // Locks the file, waiting at most nTimeout milliseconds. False when somebody else has it locked still. A file system
-    // without locks has nobody else.
+    // Locks the file, waiting at most nTimeout milliseconds. False when somebody else has it locked still. A file
+    // system without locks has nobody else.
     bool wait(int nTimeout);
 
     // Whether the path names the file.

@@ -37,9 +37,9 @@ inline msgDraft makeDraft(UINT uMsg, UINT wParam, int lParam, int nExtraSize, co
     return {uMsg, wParam, lParam, pExtraData != NULL ? nExtraSize : 0, pExtraData, bWaitingReply, 0, MT_EMITTED};
 }
 
-// Puts a complete message into a queue. The caller holds the mutex. Null behind a fatal assertion. *pbWake (may be null)
-// tells whether the owner has to be woken: it need not behind an unread message, whose sender wakes it, since it does
-// not sleep before it has read both.
+// Puts a complete message into a queue. The caller holds the mutex. Null behind a fatal assertion. *pbWake (may be
+// null) tells whether the owner has to be woken: it need not behind an unread message, whose sender wakes it, since it
+// does not sleep before it has read both.
 msgObject* putMessage(chMsgQueue& objQueue, const msgDraft& draft, bool* pbWake = NULL);
 
 // Frees what dead senders have left in a queue: records that were finished and never closed, or never emitted.
@@ -57,8 +57,8 @@ struct ghostQueue {
 void sweepGhostQueues(chMsgQueueManager& objManager, int idOwn, std::vector<ghostQueue>& listGhost);
 void traceGhostQueues(const std::vector<ghostQueue>& listGhost);
 
-// Waits for a registration in this process, of a thread object or under a name. It is made before the thread is started: the
-// thread may have come and gone before its launcher looks.
+// Waits for a registration in this process, of a thread object or under a name. It is made before the thread is
+// started: the thread may have come and gone before its launcher looks.
 class launchWait {
 public:
     launchWait(const chThreadLocal* pThread, const char* lpszThreadName);
@@ -73,8 +73,8 @@ public:
 private:
     friend class chProcessLocal;
 
-    const chThreadLocal* const m_pThread;    // null for any
-    const char* const m_lpszThreadName;      // null for any
+    const chThreadLocal* const m_pThread;  // null for any
+    const char* const m_lpszThreadName;    // null for any
     chMsgQueue* m_pMsgQueue = NULL;
     std::atomic<bool> m_bRegistered{false};
 };

@@ -46,8 +46,8 @@ struct rePlan {
 
     int m_iAnswer;  // the node's number among those that look ahead
     uint8_t m_arrChar[256];
-    reState* m_pState;     // the tree's
-    reBelow* m_arrBelow;   // where repetitions take one character each, the nodes below
+    reState* m_pState;    // the tree's
+    reBelow* m_arrBelow;  // where repetitions take one character each, the nodes below
     int m_nBelow;
     bool m_bRun;           // repetitions are a run of characters
     bool m_bAll;           // of any characters
@@ -68,7 +68,8 @@ public:
     static constexpr size_t mostAnswers = 4 << 20;
 
     reAnswers(const char* lpszBegin, const char* lpszEnd, int nPlans)
-        : m_lpszBegin(lpszBegin), m_nPlaces(lpszBegin <= lpszEnd ? static_cast<size_t>(lpszEnd - lpszBegin) + 1 : 0),
+        : m_lpszBegin(lpszBegin),
+          m_nPlaces(lpszBegin <= lpszEnd ? static_cast<size_t>(lpszEnd - lpszBegin) + 1 : 0),
           m_nPlans(nPlans > 0 ? static_cast<size_t>(nPlans) : 1) {
         const size_t nMost = mostAnswers / m_nPlans;
         if (m_nPlaces > nMost) {
@@ -114,9 +115,9 @@ struct reStep {
     enum kind : uint8_t { text, single, run, open, close, optional, closeOptional, end };
 
     kind m_eKind;
-    bool m_bAside;         // where less was taken first, what comes behind it may yet send the plain steps back there
+    bool m_bAside;  // where less was taken first, what comes behind it may yet send the plain steps back there
     int m_nMin;
-    int m_nMax;            // of a text: its length
+    int m_nMax;  // of a text: its length
     uint32_t m_nFlags;
     re_Base<char>* m_pRE;
     const rePlan* m_pPlan;
@@ -129,22 +130,23 @@ struct reState {
     // So many look-aheads are made one by one; beyond, their answers are kept, and not made twice.
     static constexpr int mostLooks = 1 << 18;
 
-    bool m_arrStart[256];      // whether a match may begin with the character
+    bool m_arrStart[256];  // whether a match may begin with the character
     const re_Base<char>* m_pRoot = NULL;
-    int m_nPlans = 0;          // nodes that look ahead
-    int m_nStart = -1;         // the one character that a match begins with; -1: there are several, or none
-    bool m_bReference = false; // there are back-references: an answer depends on more than its place
-    bool m_bScouting = false;  // nobody will look at the results of this attempt
+    int m_nPlans = 0;           // nodes that look ahead
+    int m_nStart = -1;          // the one character that a match begins with; -1: there are several, or none
+    bool m_bReference = false;  // there are back-references: an answer depends on more than its place
+    bool m_bScouting = false;   // nobody will look at the results of this attempt
     // Every match begins with a run of characters that has no upper limit, and what follows it does not depend on where
-    // the run began: where an attempt fails, those up to the run's end fail, too, and, with m_bLeadEmpty, there as well.
+    // the run began: where an attempt fails, those up to the run's end fail, too, and, with m_bLeadEmpty, there as
+    // well.
     const rePlan* m_pLead = NULL;
     bool m_bLeadEmpty = false;
     int m_nLooks = 0;
     reAnswers* m_pAnswers = NULL;
     re_Base<char>** m_arrNode = NULL;  // all nodes but the root, or null
     int m_nNodes = 0;
-    reStep* m_arrStep = NULL;          // the whole pattern, straight on, or null
-    bool m_bClean = false;             // no node has a result
+    reStep* m_arrStep = NULL;  // the whole pattern, straight on, or null
+    bool m_bClean = false;     // no node has a result
 
     ~reState() {
         delete m_pAnswers;
@@ -184,7 +186,8 @@ struct reState {
 private:
     reAnswers* newAnswers(const char* lpsz, const char* lpszEnd) const {
         const char* lpszBegin = m_pRoot->m_lpszResultBegin;
-        return new (std::nothrow) reAnswers(lpszBegin != NULL && lpszBegin < lpsz ? lpszBegin : lpsz, lpszEnd, m_nPlans);
+        return new (std::nothrow)
+            reAnswers(lpszBegin != NULL && lpszBegin < lpsz ? lpszBegin : lpsz, lpszEnd, m_nPlans);
     }
 };
 
@@ -222,8 +225,7 @@ inline unsigned charValue(T ch) {
 
 template <class T>
 inline bool isEqualChar(uint32_t nFlags, T chPattern, T chText) {
-    return chPattern == chText ||
-           ((nFlags & flagIgnoreCase) != 0 && chPattern == QOR_StringHelper::chReverse(chText));
+    return chPattern == chText || ((nFlags & flagIgnoreCase) != 0 && chPattern == QOR_StringHelper::chReverse(chText));
 }
 
 // ---- the nodes below one that takes one character
@@ -264,8 +266,8 @@ inline void touchEach(const rePlan* pPlan, const T* lpszBegin, const T* lpszLast
     }
 }
 
-// Leaves the nodes below a run from lpszBegin to lpsz as applying it at each of its places does; and at the next one, where
-// that was refused.
+// Leaves the nodes below a run from lpszBegin to lpsz as applying it at each of its places does; and at the next one,
+// where that was refused.
 template <class T>
 inline void touchRun(const rePlan* pPlan, const T* lpszBegin, const T* lpsz, bool bRefused, const T* lpszEnding) {
     if (pPlan->m_bEach) {

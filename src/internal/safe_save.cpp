@@ -47,9 +47,7 @@ bool hasFile(const std::string& strPath) {
     return lstat(strPath.c_str(), &state) == 0 && !S_ISDIR(state.st_mode);
 }
 
-bool move(const std::string& strFrom, const std::string& strTo) {
-    return rename(strFrom.c_str(), strTo.c_str()) == 0;
-}
+bool move(const std::string& strFrom, const std::string& strTo) { return rename(strFrom.c_str(), strTo.c_str()) == 0; }
 
 void removeFile(const std::string& strPath) {
     const int nError = errno;
@@ -87,8 +85,9 @@ void deleteOld(const savedName& name, const fileLock& lock) {
 // saver that lives; the file may have moved meanwhile.
 void holdDocument(const savedName& name, fileLock& lock) {
     for (int i = 0; i < maxTries; ++i) {
-        const std::string& strPath =
-            hasFile(name.strNew) ? name.strNew : hasFile(name.strName) ? name.strName : name.strOld;
+        const std::string& strPath = hasFile(name.strNew)    ? name.strNew
+                                     : hasFile(name.strName) ? name.strName
+                                                             : name.strOld;
         const bool bOpen = lock.openAt(strPath.c_str());
         if (!bOpen && errno == ENOENT)
             continue;

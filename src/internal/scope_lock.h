@@ -19,8 +19,8 @@ private:
     T& m_objLock;
 };
 
-// A segment's mutex, without time-out. It can be missed only when somebody has removed it from the device: whoever went on
-// without it would damage the segment for all, and take the lock of another thread away at the end.
+// A segment's mutex, without time-out. It can be missed only when somebody has removed it from the device: whoever went
+// on without it would damage the segment for all, and take the lock of another thread away at the end.
 template <typename T>
 class scopeShareLock {
 public:

@@ -2,8 +2,8 @@
 // only to a record that lies, aligned, in the same segment. A broken chain is a fatal assertion of the including
 // source.
 //
-// A chain is changed in an order that leaves the way forward whole at every instant: a new record is complete before the
-// one store that makes it reachable, and one store bypasses an old one, after the link backwards has been changed.
+// A chain is changed in an order that leaves the way forward whole at every instant: a new record is complete before
+// the one store that makes it reachable, and one store bypasses an old one, after the link backwards has been changed.
 #ifndef QOR_INTERNAL_SHARE_CHAIN_H
 #define QOR_INTERNAL_SHARE_CHAIN_H
 
@@ -96,8 +96,8 @@ public:
         storeLink(wordsOf(pRealLeft)[0], pNew, 0);
         storeLink(wordsOf(pRight)[1], pNew, 1);
     }
-    // Links a new record in front of pRight (null: at the end). Its neighbour is found on the way forward alone: behind a
-    // record to which only a damaged way back leads, nobody would find the new one.
+    // Links a new record in front of pRight (null: at the end). Its neighbour is found on the way forward alone: behind
+    // a record to which only a damaged way back leads, nobody would find the new one.
     void InsertBefore(list_chain_offset* pRight, list_chain_offset* pNew) const {
         list_chain_offset* pLeft = NULL;
         Find([pRight, &pLeft](list_chain_offset* p) {
@@ -127,7 +127,8 @@ private:
         return reinterpret_cast<int32_t*>(const_cast<list_chain_offset*>(p));
     }
     static uintptr_t target(const int32_t& nWord) {
-        return reinterpret_cast<uintptr_t>(&nWord) + static_cast<uintptr_t>(static_cast<intptr_t>(loadShareWord(nWord)));
+        return reinterpret_cast<uintptr_t>(&nWord) +
+               static_cast<uintptr_t>(static_cast<intptr_t>(loadShareWord(nWord)));
     }
     static void storeLink(int32_t& nWord, list_chain_offset* pTarget, int iWord) {
         const uintptr_t u = reinterpret_cast<uintptr_t>(wordsOf(pTarget) + iWord);

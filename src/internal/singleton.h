@@ -67,9 +67,7 @@ private:
         }
     }
 
-    static bool isTaskHere(int idTask) {
-        return syscall(SYS_tgkill, getpid(), idTask, 0) == 0 || errno != ESRCH;
-    }
+    static bool isTaskHere(int idTask) { return syscall(SYS_tgkill, getpid(), idTask, 0) == 0 || errno != ESRCH; }
 
     // Only ever entered by the task that s_idMaker names, which it keeps for good.
     static T* make() {
@@ -91,8 +89,7 @@ private:
         if (T* pObject = pData())
             callForkReset(pObject, 0);
         else if (s_idMaker.load(std::memory_order_relaxed) == t_idForker)
-            s_idMaker.store(static_cast<int>(QOR_MiscHelper::qorGetCurrentTaskId()),
-                            std::memory_order_relaxed);
+            s_idMaker.store(static_cast<int>(QOR_MiscHelper::qorGetCurrentTaskId()), std::memory_order_relaxed);
         else
             s_idMaker.store(0, std::memory_order_relaxed);
     }

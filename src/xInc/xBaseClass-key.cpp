@@ -50,9 +50,7 @@ void unlockFile(int fd) {
     errno = nError;
 }
 
-bool isSameFile(const struct stat& a, const struct stat& b) {
-    return a.st_ino == b.st_ino && a.st_dev == b.st_dev;
-}
+bool isSameFile(const struct stat& a, const struct stat& b) { return a.st_ino == b.st_ino && a.st_dev == b.st_dev; }
 
 // A directory, locked against other creators.
 class directoryLock {
@@ -72,8 +70,8 @@ public:
     int fd() const { return m_fd; }
     bool isSame(const directoryLock& other) const {
         struct stat statMine, statOther;
-        return m_fd != -1 && other.m_fd != -1 && fstat(m_fd, &statMine) == 0 &&
-               fstat(other.m_fd, &statOther) == 0 && isSameFile(statMine, statOther);
+        return m_fd != -1 && other.m_fd != -1 && fstat(m_fd, &statMine) == 0 && fstat(other.m_fd, &statOther) == 0 &&
+               isSameFile(statMine, statOther);
     }
 
 private:
@@ -115,13 +113,9 @@ std::set<key_t> takenKeys() {
     return setKey;
 }
 
-bool isLiveSemaphore(key_t key) {
-    return semget(key, 0, 0) != -1 || errno != ENOENT;
-}
+bool isLiveSemaphore(key_t key) { return semget(key, 0, 0) != -1 || errno != ENOENT; }
 
-bool isLiveSegment(key_t key) {
-    return shmget(key, 0, 0) != -1 || errno != ENOENT;
-}
+bool isLiveSegment(key_t key) { return shmget(key, 0, 0) != -1 || errno != ENOENT; }
 
 bool isFreeFile(const std::string& strPath, const std::set<key_t>& setTaken) {
     const key_t keySemaphore = ftok(strPath.c_str(), idProjectSemaphore);
@@ -167,8 +161,7 @@ bool publishFile(int fdDirectory, const char* lpszName, const char* lpszPath) {
     if (linkat(fdDirectory, lpszName, AT_FDCWD, lpszPath, 0) == 0 || errno == EEXIST)
         return true;
     // Not every file system has links; the directory's lock makes up for it.
-    return (errno == EPERM || errno == EOPNOTSUPP) &&
-           renameat(fdDirectory, lpszName, AT_FDCWD, lpszPath) == 0;
+    return (errno == EPERM || errno == EOPNOTSUPP) && renameat(fdDirectory, lpszName, AT_FDCWD, lpszPath) == 0;
 }
 
 bool exists(const char* lpszPath) {
@@ -227,9 +220,7 @@ bool keyFileLock::lockOrCreate(const char* lpszPath) {
     return true;
 }
 
-bool keyFileLock::lockExisting(const char* lpszPath) {
-    return openAndLock(lpszPath);
-}
+bool keyFileLock::lockExisting(const char* lpszPath) { return openAndLock(lpszPath); }
 
 void keyFileLock::release() {
     if (m_fd != -1)
@@ -278,9 +269,7 @@ key_t xFileKey::OpenFileKey(const char* lpszName, unsigned char idProject) {
     return OpenLockedFileKey(lpszName, idProject, lock);
 }
 
-void xFileKey::CloseFileKey() {
-    m_strKeyFile.Clear();
-}
+void xFileKey::CloseFileKey() { m_strKeyFile.Clear(); }
 
 void xFileKey::DestroyFileKey() {
     if (m_strKeyFile.IsEmpty())

@@ -61,12 +61,8 @@ bool isKeyOf(int fdSemaphore, const char* lpszPath) {
 // Thread sanitizer does not know these semaphores; what they order is told to it here.
 #if defined(__SANITIZE_THREAD__)
 char s_arrOrder[256];
-void tellRelease(int fdSemaphore) {
-    __tsan_release(&s_arrOrder[fdSemaphore & 255]);
-}
-void tellAcquire(int fdSemaphore) {
-    __tsan_acquire(&s_arrOrder[fdSemaphore & 255]);
-}
+void tellRelease(int fdSemaphore) { __tsan_release(&s_arrOrder[fdSemaphore & 255]); }
+void tellAcquire(int fdSemaphore) { __tsan_acquire(&s_arrOrder[fdSemaphore & 255]); }
 #else
 void tellRelease(int) {}
 void tellAcquire(int) {}
@@ -95,8 +91,7 @@ bool isFirstAtRange(int fdSemaphore) {
 
 void reportStep(int nDelta, int nError) {
     qorOutputWarningString("Semop %d failure %s %d:0x%.4x", nDelta, strerror(nError),
-                           static_cast<int>(qorGetCurrentProcessId()),
-                           static_cast<unsigned>(qorGetCurrentThreadId()));
+                           static_cast<int>(qorGetCurrentProcessId()), static_cast<unsigned>(qorGetCurrentThreadId()));
 }
 
 // With one processor nobody can release anything while this thread looks for it. The holder may run on any processor
@@ -140,13 +135,9 @@ bool takeQuickly(int fdSemaphore) {
 
 }  // namespace
 
-xSemaphore::~xSemaphore() {
-    QOR_ASSERT(m_fdSemaphore == -1);
-}
+xSemaphore::~xSemaphore() { QOR_ASSERT(m_fdSemaphore == -1); }
 
-BOOL xSemaphore::OpenSemaphore(const char* lpszName) {
-    return OpenSemaphoreValue(lpszName, -1);
-}
+BOOL xSemaphore::OpenSemaphore(const char* lpszName) { return OpenSemaphoreValue(lpszName, -1); }
 
 BOOL xSemaphore::OpenSemaphoreValue(const char* lpszName, int nFirstValue) {
     if (!QOR_ASSERT(m_fdSemaphore == -1))
@@ -168,8 +159,8 @@ BOOL xSemaphore::OpenSemaphoreValue(const char* lpszName, int nFirstValue) {
         // "No such object" would hide why it could not be created.
         if (errno == ENOENT)
             errno = nError;
-        qorOutputWarningString("Try Create Semaphore [%s:%x] fail (%s)! ", lpszName,
-                               static_cast<unsigned>(key), strerror(errno));
+        qorOutputWarningString("Try Create Semaphore [%s:%x] fail (%s)! ", lpszName, static_cast<unsigned>(key),
+                               strerror(errno));
         QOR_ASSERT(m_fdSemaphore != -1);
         return FALSE;
     }
@@ -252,18 +243,13 @@ BOOL xSemaphore::SemaphoreSetValue(int nValue) {
     if (setValue(m_fdSemaphore, nValue) == 0)
         return TRUE;
     qorOutputWarningString("SETVAL %d fail [%s] %d:0x%.4x", nValue, strerror(errno),
-                           static_cast<int>(qorGetCurrentProcessId()),
-                           static_cast<unsigned>(qorGetCurrentThreadId()));
+                           static_cast<int>(qorGetCurrentProcessId()), static_cast<unsigned>(qorGetCurrentThreadId()));
     return FALSE;
 }
 
-chMutex::~chMutex() {
-    QOR_ASSERT(!m_bIsLocked);
-}
+chMutex::~chMutex() { QOR_ASSERT(!m_bIsLocked); }
 
-BOOL chMutex::OpenMutex(const char* lpszName) {
-    return OpenSemaphoreValue(lpszName, 1);
-}
+BOOL chMutex::OpenMutex(const char* lpszName) { return OpenSemaphoreValue(lpszName, 1); }
 
 void chMutex::CloseMutex() {
     if (QOR_ASSERT(!m_bIsLocked))
@@ -299,32 +285,18 @@ void chMutex::Unlock() {
     SemaphoreAddValue(1, -1);
 }
 
-void chMutex::fork_reset() {
-    m_bIsLocked = FALSE;
-}
+void chMutex::fork_reset() { m_bIsLocked = FALSE; }
 
-BOOL chEvent::OpenEvent(const char* lpszName) {
-    return OpenSemaphore(lpszName);
-}
+BOOL chEvent::OpenEvent(const char* lpszName) { return OpenSemaphore(lpszName); }
 
-void chEvent::CloseEvent() {
-    CloseSemaphore();
-}
+void chEvent::CloseEvent() { CloseSemaphore(); }
 
-void chEvent::DestroyEvent() {
-    DestroySemaphore();
-}
+void chEvent::DestroyEvent() { DestroySemaphore(); }
 
-BOOL chEvent::WaitEvent(int nTimeout) {
-    return SemaphoreAddValue(-1, nTimeout) == -1;
-}
+BOOL chEvent::WaitEvent(int nTimeout) { return SemaphoreAddValue(-1, nTimeout) == -1; }
 
-BOOL chEvent::SetEvent() {
-    return SemaphoreAddValue(1, -1) == 1;
-}
+BOOL chEvent::SetEvent() { return SemaphoreAddValue(1, -1) == 1; }
 
-BOOL chEvent::ResetEvent() {
-    return SemaphoreSetValue(0);
-}
+BOOL chEvent::ResetEvent() { return SemaphoreSetValue(0); }
 
 }  // namespace QOR_BaseHelper

@@ -28,15 +28,12 @@ namespace {
 
 bool isKeyOf(int fdMapFile, const char* lpszPath) {
     shmid_ds state;
-    return shmctl(fdMapFile, IPC_STAT, &state) == 0 &&
-           state.shm_perm.__key == ftok(lpszPath, idProjectSegment);
+    return shmctl(fdMapFile, IPC_STAT, &state) == 0 && state.shm_perm.__key == ftok(lpszPath, idProjectSegment);
 }
 
 }  // namespace
 
-chMapFile::~chMapFile() {
-    QOR_ASSERT(m_fdMapFile == -1 && m_pMapData == NULL);
-}
+chMapFile::~chMapFile() { QOR_ASSERT(m_fdMapFile == -1 && m_pMapData == NULL); }
 
 void* chMapFile::OpenMapFile(const char* lpszName, int nSize) {
     if (!QOR_ASSERT(m_fdMapFile == -1))
@@ -72,9 +69,7 @@ void* chMapFile::OpenMapFile(const char* lpszName, int nSize) {
     return m_pMapData;
 }
 
-void chMapFile::Flush() {
-    QOR_ASSERT(m_pMapData != NULL);
-}
+void chMapFile::Flush() { QOR_ASSERT(m_pMapData != NULL); }
 
 void chMapFile::unmap() {
     if (m_pMapData != nullptr) {
@@ -114,9 +109,7 @@ BOOL chMapFile::IsCreateByMe() {
     return m_idCreator == static_cast<int>(qorGetCurrentTaskId());
 }
 
-chRawMapFile::~chRawMapFile() {
-    CloseMapFile();
-}
+chRawMapFile::~chRawMapFile() { CloseMapFile(); }
 
 bool chRawMapFile::openFile() {
     const char* lpszPath = m_strPath;
@@ -157,8 +150,7 @@ bool chRawMapFile::sizeFile() {
     if (nError == 0 && state.st_size > INT_MAX)
         nError = EFBIG;
     if (nError != 0) {
-        qorOutputWarningString("peek file [%s] length fail: %s", static_cast<char*>(m_strPath),
-                               strerror(nError));
+        qorOutputWarningString("peek file [%s] length fail: %s", static_cast<char*>(m_strPath), strerror(nError));
         return QOR_ASSERT(FALSE);
     }
     if (m_nMapSize == -1 && state.st_size > 0)
@@ -179,8 +171,8 @@ void* chRawMapFile::OpenMapFile(const char* lpszPath, int nSize) {
         return nullptr;
     errno = EINVAL;
     void* pData = m_nMapSize <= 0 ? MAP_FAILED
-                                  : mmap(nullptr, static_cast<size_t>(m_nMapSize), PROT_READ | PROT_WRITE,
-                                         MAP_SHARED, m_fdMapFile, 0);
+                                  : mmap(nullptr, static_cast<size_t>(m_nMapSize), PROT_READ | PROT_WRITE, MAP_SHARED,
+                                         m_fdMapFile, 0);
     if (pData == MAP_FAILED) {
         qorOutputWarningString("mmap fail: %s", strerror(errno));
         QOR_ASSERT(FALSE);

@@ -55,7 +55,8 @@ bool isWhole(const xTimerInfo* pInfo) {
 
 xTimerInfo* openTimerInfo() {
     int bCreated = 0;
-    xTimerInfo* const pInfo = static_cast<xTimerInfo*>(nameGetSystemObject("xTimerInfo", sizeof(xTimerInfo), &bCreated));
+    xTimerInfo* const pInfo =
+        static_cast<xTimerInfo*>(nameGetSystemObject("xTimerInfo", sizeof(xTimerInfo), &bCreated));
     if (!isWhole(pInfo))
         return NULL;
     if (bCreated || !isCalibrated(*pInfo))

@@ -11,9 +11,7 @@
 
 namespace QOR_BaseHelper {
 
-chCriticalSection::chCriticalSection() : m_idThread(pthread_self()) {
-    pthread_mutex_init(&m_mutex, nullptr);
-}
+chCriticalSection::chCriticalSection() : m_idThread(pthread_self()) { pthread_mutex_init(&m_mutex, nullptr); }
 
 chCriticalSection::~chCriticalSection() {
     QOR_ASSERT(!m_bIsLocked);
@@ -40,25 +38,17 @@ void chCriticalSection::fork_reset() {
     m_bIsLocked = FALSE;
 }
 
-BOOL chMutex_Local::OpenMutex(const char*) {
-    return TRUE;
-}
+BOOL chMutex_Local::OpenMutex(const char*) { return TRUE; }
 
 void chMutex_Local::CloseMutex() {}
 
 void chMutex_Local::DestroyMutex() {}
 
-BOOL chMutex_Local::IsCreateByMe() {
-    return TRUE;
-}
+BOOL chMutex_Local::IsCreateByMe() { return TRUE; }
 
-BOOL chMutex_Local::Lock(int) {
-    return chCriticalSection::Lock();
-}
+BOOL chMutex_Local::Lock(int) { return chCriticalSection::Lock(); }
 
-void chMutex_Local::Unlock() {
-    chCriticalSection::Unlock();
-}
+void chMutex_Local::Unlock() { chCriticalSection::Unlock(); }
 
 // The setter of a chCriticalEvent is not the thread that locked it, which a mutex of the thread library does
 // not allow. So the events of a process share one mutex and one condition, and "locked" is m_bIsLocked
@@ -75,9 +65,7 @@ void resetSignalInChild() {
 
 pthread_once_t s_onceSignal = PTHREAD_ONCE_INIT;
 
-void prepareSignal() {
-    pthread_atfork(nullptr, nullptr, resetSignalInChild);
-}
+void prepareSignal() { pthread_atfork(nullptr, nullptr, resetSignalInChild); }
 
 }  // namespace
 
@@ -86,9 +74,7 @@ chCriticalEvent::chCriticalEvent() {
     m_bIsLocked = TRUE;
 }
 
-chCriticalEvent::~chCriticalEvent() {
-    m_bIsLocked = FALSE;
-}
+chCriticalEvent::~chCriticalEvent() { m_bIsLocked = FALSE; }
 
 void chCriticalEvent::SetEvent() {
     pthread_mutex_lock(&s_mutexSignal);
@@ -108,33 +94,19 @@ BOOL chCriticalEvent::WaitEvent() {
     return TRUE;
 }
 
-chReadWriteLock::chReadWriteLock() {
-    pthread_rwlock_init(&m_lock, nullptr);
-}
+chReadWriteLock::chReadWriteLock() { pthread_rwlock_init(&m_lock, nullptr); }
 
-chReadWriteLock::~chReadWriteLock() {
-    pthread_rwlock_destroy(&m_lock);
-}
+chReadWriteLock::~chReadWriteLock() { pthread_rwlock_destroy(&m_lock); }
 
-BOOL chReadWriteLock::tryLockRead() {
-    return pthread_rwlock_tryrdlock(&m_lock) == 0;
-}
+BOOL chReadWriteLock::tryLockRead() { return pthread_rwlock_tryrdlock(&m_lock) == 0; }
 
-BOOL chReadWriteLock::LockRead() {
-    return pthread_rwlock_rdlock(&m_lock) == 0;
-}
+BOOL chReadWriteLock::LockRead() { return pthread_rwlock_rdlock(&m_lock) == 0; }
 
-BOOL chReadWriteLock::LockWrite() {
-    return pthread_rwlock_wrlock(&m_lock) == 0;
-}
+BOOL chReadWriteLock::LockWrite() { return pthread_rwlock_wrlock(&m_lock) == 0; }
 
-int chReadWriteLock::UnlockRead() {
-    return pthread_rwlock_unlock(&m_lock);
-}
+int chReadWriteLock::UnlockRead() { return pthread_rwlock_unlock(&m_lock); }
 
-int chReadWriteLock::UnlockWrite() {
-    return pthread_rwlock_unlock(&m_lock);
-}
+int chReadWriteLock::UnlockWrite() { return pthread_rwlock_unlock(&m_lock); }
 
 void chTimeval::setTimeout(int nTimeout) {
     tv_sec = nTimeout == -1 ? 0x7FFFFFFF : nTimeout / 1000;
@@ -151,8 +123,8 @@ int selectCopy(uint32_t* arrBit, int fdMax, bool bRead, int nTimeout) {
     static_assert(sizeof(set) == maxDescriptor / 8, "1024 bits");
     memcpy(&set, arrBit, sizeof(set));
     chTimeval timeout(nTimeout);
-    const int nResult = select(fdMax + 1, bRead ? &set : nullptr, bRead ? nullptr : &set, nullptr,
-                               nTimeout == -1 ? nullptr : &timeout);
+    const int nResult =
+        select(fdMax + 1, bRead ? &set : nullptr, bRead ? nullptr : &set, nullptr, nTimeout == -1 ? nullptr : &timeout);
     memcpy(arrBit, &set, sizeof(set));
     return nResult;
 }
@@ -178,12 +150,8 @@ BOOL chFD_SET::isSet(int fd) const {
     return (m_arrBit[fd / 32] >> (fd % 32)) & 1u;
 }
 
-int chFD_SET::readSelect(int nTimeout) {
-    return selectCopy(m_arrBit, m_fdMax, true, nTimeout);
-}
+int chFD_SET::readSelect(int nTimeout) { return selectCopy(m_arrBit, m_fdMax, true, nTimeout); }
 
-int chFD_SET::writeSelect(int nTimeout) {
-    return selectCopy(m_arrBit, m_fdMax, false, nTimeout);
-}
+int chFD_SET::writeSelect(int nTimeout) { return selectCopy(m_arrBit, m_fdMax, false, nTimeout); }
 
 }  // namespace QOR_BaseHelper

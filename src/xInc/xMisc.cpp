@@ -68,7 +68,8 @@ unsigned long qorGetCurrentThreadId() { return static_cast<unsigned long>(pthrea
 
 int qorGetCurrentTaskId() { return __builtin_expect(t_idTask != 0, 1) ? t_idTask : askTaskId(); }
 
-// The kernel takes 0 for the caller. Whom it refuses to tell about is alive: taken for dead, a task would lose its queue.
+// The kernel takes 0 for the caller. Whom it refuses to tell about is alive: taken for dead, a task would lose its
+// queue.
 bool qorIsValidTaskID(int idTask) { return idTask > 0 && (sched_getscheduler(idTask) >= 0 || errno != ESRCH); }
 
 bool qorIsValidProcessID(int idProcess) { return qorIsValidTaskID(idProcess); }

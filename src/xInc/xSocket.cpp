@@ -127,8 +127,8 @@ int sockPeekRecvLength(int hSocket) {
 int sockRecvFrom(int hSocket, void* pBuffer, int nSize, int nFlags, sockaddr* pAddr, int* pAddrSize) {
     socklen_t nAddrSize = pAddrSize != NULL ? static_cast<socklen_t>(*pAddrSize) : 0;
     socklen_t* pSize = pAddrSize != NULL ? &nAddrSize : NULL;
-    const int nResult = overSignals(
-        [&] { return recvfrom(hSocket, pBuffer, static_cast<size_t>(nSize), nFlags, pAddr, pSize); });
+    const int nResult =
+        overSignals([&] { return recvfrom(hSocket, pBuffer, static_cast<size_t>(nSize), nFlags, pAddr, pSize); });
     if (pAddrSize != NULL)
         *pAddrSize = static_cast<int>(nAddrSize);
     return nResult;

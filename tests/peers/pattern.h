@@ -25,9 +25,7 @@ inline uint32_t checksumOf(const void* pData, int nSize) {
     return u;
 }
 
-inline uint32_t patternSum(int nSize, unsigned uSeed) {
-    return checksumOf(patternBytes(nSize, uSeed).data(), nSize);
-}
+inline uint32_t patternSum(int nSize, unsigned uSeed) { return checksumOf(patternBytes(nSize, uSeed).data(), nSize); }
 
 }  // namespace qorTest
 

@@ -29,14 +29,12 @@ struct {
 std::string textOf(const char* lpszWho, const msgObject& objMessage) {
     char sz[160];
     const int nSize = objMessage.GetExtraSize();
-    snprintf(sz, sizeof(sz), "%s 0x%x %u %d %d %08x", lpszWho, objMessage.uMsg, objMessage.wParam,
-             objMessage.lParam, nSize, checksumOf(objMessage.GetExtraData(), nSize));
+    snprintf(sz, sizeof(sz), "%s 0x%x %u %d %d %08x", lpszWho, objMessage.uMsg, objMessage.wParam, objMessage.lParam,
+             nSize, checksumOf(objMessage.GetExtraData(), nSize));
     return sz;
 }
 
-int echoOf(uint32_t wParam) {
-    return static_cast<int>(wParam ^ 0x5a5a);
-}
+int echoOf(uint32_t wParam) { return static_cast<int>(wParam ^ 0x5a5a); }
 
 int handle(const char* lpszWho, msgObject& objMessage) {
     s_peer.listSeen.push_back(textOf(lpszWho, objMessage));
@@ -49,9 +47,7 @@ int handle(const char* lpszWho, msgObject& objMessage) {
 
 class peerThread : public chThreadLocal {
 public:
-    explicit peerThread(const char* lpszName) : chThreadLocal(lpszName, NULL) {
-        share().CreateLocalThread(*this);
-    }
+    explicit peerThread(const char* lpszName) : chThreadLocal(lpszName, NULL) { share().CreateLocalThread(*this); }
     ~peerThread() override { share().DestroyLocalThread(*this); }
     int TryThreadMessage(msgObject& objMessage) override {
         if (objMessage.uMsg == TM_THREAD_TIMER)
@@ -181,13 +177,12 @@ std::string doPeek(std::istringstream& in) {
     share().Lock(-1);
     chSystemShareObject* const pShare = share().getObject();
     const chMsgQueue* const pQueue = pShare->m_objManager.FindMessageQueue(strName.c_str());
-    const msgObject* const pMessage =
-        pQueue != NULL ? pQueue->FindMessage([](msgObject&) { return true; }) : NULL;
+    const msgObject* const pMessage = pQueue != NULL ? pQueue->FindMessage([](msgObject&) { return true; }) : NULL;
     std::ostringstream out;
     if (pMessage != NULL) {
-        out << "at " << reinterpret_cast<const char*>(pMessage) - reinterpret_cast<const char*>(pShare)
-            << " queue " << reinterpret_cast<const char*>(pQueue) - reinterpret_cast<const char*>(pShare)
-            << " task " << pQueue->GetTaskId() << " words";
+        out << "at " << reinterpret_cast<const char*>(pMessage) - reinterpret_cast<const char*>(pShare) << " queue "
+            << reinterpret_cast<const char*>(pQueue) - reinterpret_cast<const char*>(pShare) << " task "
+            << pQueue->GetTaskId() << " words";
         for (size_t i = 0; i < sizeof(msgObject) / 4; ++i)
             out << ' ' << static_cast<int>(loadShareWord(reinterpret_cast<const uint32_t*>(pMessage)[i]));
         out << " sum " << checksumOf(pMessage->GetExtraData(), pMessage->GetExtraSize());
@@ -200,9 +195,7 @@ std::string doPeek(std::istringstream& in) {
 
 constexpr int arrSize[] = {0, 1, 64, 3, 1024, 16};
 
-int sizeOf(int i) {
-    return arrSize[static_cast<size_t>(i) % (sizeof(arrSize) / sizeof(arrSize[0]))];
-}
+int sizeOf(int i) { return arrSize[static_cast<size_t>(i) % (sizeof(arrSize) / sizeof(arrSize[0]))]; }
 
 std::string expectedText(int i) {
     char sz[160];
@@ -235,9 +228,8 @@ std::string doQuestion(std::istringstream& in) {
     int nGood = 0;
     for (int i = 0; i < nCount; ++i) {
         const std::vector<uint8_t> arrExtra = patternBytes(sizeOf(i), static_cast<unsigned>(i));
-        nGood +=
-            msgSendMsgToThreadEx(hThread, 0x300, static_cast<UINT>(i), -i, sizeOf(i),
-                                 sizeOf(i) > 0 ? arrExtra.data() : NULL) == echoOf(static_cast<uint32_t>(i));
+        nGood += msgSendMsgToThreadEx(hThread, 0x300, static_cast<UINT>(i), -i, sizeOf(i),
+                                      sizeOf(i) > 0 ? arrExtra.data() : NULL) == echoOf(static_cast<uint32_t>(i));
     }
     return std::to_string(nGood);
 }

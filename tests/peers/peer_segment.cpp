@@ -60,9 +60,7 @@ chEvent& eventOf(const std::string& strName) {
     return *pEvent;
 }
 
-std::string doSet(std::istringstream& in) {
-    return std::to_string(eventOf(word(in)).SetEvent());
-}
+std::string doSet(std::istringstream& in) { return std::to_string(eventOf(word(in)).SetEvent()); }
 
 // wait NAME TIMEOUT
 std::string doWait(std::istringstream& in) {
@@ -79,8 +77,7 @@ std::string doBlock(std::istringstream& in) {
     int bCreated = -1;
     nameHelperLock();
     const void* const pData = nameGetSystemObject(strName.c_str(), nSize, &bCreated);
-    const char* const pBegin =
-        reinterpret_cast<const char*>(uCSystemNamedObjectHelpergetGlobalObject()->getObject());
+    const char* const pBegin = reinterpret_cast<const char*>(uCSystemNamedObjectHelpergetGlobalObject()->getObject());
     std::ostringstream out;
     out << bCreated << ' ' << static_cast<const char*>(pData) - pBegin << ' ' << checksumOf(pData, nSize);
     nameHelperUnlock();
@@ -93,8 +90,7 @@ std::string doFill(std::istringstream& in) {
     const int nSize = static_cast<int>(number(in));
     const std::vector<uint8_t> arrByte = patternBytes(nSize, static_cast<unsigned>(number(in)));
     nameHelperLock();
-    QOR_ChainHelper::copyShareBytes(nameGetSystemObject(strName.c_str(), nSize, NULL), arrByte.data(),
-                                    arrByte.size());
+    QOR_ChainHelper::copyShareBytes(nameGetSystemObject(strName.c_str(), nSize, NULL), arrByte.data(), arrByte.size());
     nameHelperUnlock();
     return "ok";
 }
@@ -110,8 +106,7 @@ std::string doFree(std::istringstream& in) {
 std::string doCounter(std::istringstream& in) {
     const std::string strName = word(in);
     const unsigned uValue = static_cast<unsigned>(number(in)), uMin = static_cast<unsigned>(number(in));
-    return std::to_string(
-        accCreateAccumulater(strName.c_str(), uValue, uMin, static_cast<unsigned>(number(in))));
+    return std::to_string(accCreateAccumulater(strName.c_str(), uValue, uMin, static_cast<unsigned>(number(in))));
 }
 
 // step NAME STEP [TIMES]: the value after the last step
@@ -151,9 +146,7 @@ std::string doRead(std::istringstream&) {
     return static_cast<const char*>(strLine);
 }
 
-std::string doTick(std::istringstream&) {
-    return std::to_string(QOR_BaseHelper::qorGetTickCount());
-}
+std::string doTick(std::istringstream&) { return std::to_string(QOR_BaseHelper::qorGetTickCount()); }
 
 // ---- layout
 
@@ -166,8 +159,8 @@ public:
     }
     template <class T, class Field>
     layout& field(const char* lpszField, const T* pObject, const Field* pField) {
-        m_out << lpszField << '='
-              << reinterpret_cast<const char*>(pField) - reinterpret_cast<const char*>(pObject) << ' ';
+        m_out << lpszField << '=' << reinterpret_cast<const char*>(pField) - reinterpret_cast<const char*>(pObject)
+              << ' ';
         return *this;
     }
     std::string text() const { return m_out.str(); }
@@ -182,10 +175,7 @@ private:
 void addMessages(layout& l) {
     const msgObject object(0, 0, 0);
     const msgObject* const message = &object;
-    l.SIZE(msgObject)
-        .FIELD(message, m_bIsWaitingReply)
-        .FIELD(message, m_nStatus)
-        .FIELD(message, m_iOffsetExtra);
+    l.SIZE(msgObject).FIELD(message, m_bIsWaitingReply).FIELD(message, m_nStatus).FIELD(message, m_iOffsetExtra);
     l.FIELD(message, m_nExtraSize).FIELD(message, m_nResult).FIELD(message, uMsg).FIELD(message, wParam);
     l.FIELD(message, lParam).FIELD(message, m_nPriority).FIELD(message, m_idSender);
     const msgProxy aProxy = {}, *const proxy = &aProxy;
@@ -203,10 +193,7 @@ void addSegments(layout& l) {
     const chSystemNamedObject* const named = uCSystemNamedObjectHelpergetGlobalObject()->getObject();
     l.SIZE(chSystemNamedObject).FIELD(named, m_objPool).FIELD(named, m_objManager).FIELD(named, m_arrPool);
     const chSystemStorageObject* const storage = uCSystemStorageHelpergetGlobalObject()->getObject();
-    l.SIZE(chSystemStorageObject)
-        .FIELD(storage, m_objPool)
-        .FIELD(storage, m_objManager)
-        .FIELD(storage, m_arrPool);
+    l.SIZE(chSystemStorageObject).FIELD(storage, m_objPool).FIELD(storage, m_objManager).FIELD(storage, m_arrPool);
     l.SIZE(chNamedObjectManager);
     const QOR_TraceHelper::chSystemTracerManager* const trace = uCTraceHelpergetGlobalObject()->getObject();
     l.SIZE(QOR_TraceHelper::chSystemTracerManager).FIELD(trace, m_objPool).FIELD(trace, m_mapLevel);

@@ -99,9 +99,7 @@ struct set {
 
 class CodePageSets : public testing::TestWithParam<set> {
 protected:
-    static void SetUpTestSuite() {
-        ASSERT_EQ(0, system("bash " QOR_SOURCE_DIR "/scripts/codepages --out /tmp/pages"));
-    }
+    static void SetUpTestSuite() { ASSERT_EQ(0, system("bash " QOR_SOURCE_DIR "/scripts/codepages --out /tmp/pages")); }
     void SetUp() override {
         m_strName = GetParam().lpszName;
         const std::string strTable = getFile(tableName());

@@ -18,8 +18,8 @@ using namespace QOR_BaseHelper;
 
 namespace {
 
-bool s_bInterrupted = false;     // a signal interrupts waits that have time
-std::vector<long> s_arrWait;     // how long was waited for, in microseconds
+bool s_bInterrupted = false;  // a signal interrupts waits that have time
+std::vector<long> s_arrWait;  // how long was waited for, in microseconds
 
 }  // namespace
 
@@ -153,9 +153,9 @@ TEST_F(Console, SeveralObjectsSetTheTerminalBackWithTheLastOne) {
 }
 
 TEST_F(Console, AProcessThatIsKilledByASignalLeavesTheTerminalSetBack) {
-    std::vector<int> listSignal = {SIGHUP,  SIGINT,  SIGQUIT, SIGILL,  SIGTRAP, SIGABRT, SIGBUS,    SIGFPE,
-                                   SIGUSR1, SIGSEGV, SIGUSR2, SIGPIPE, SIGALRM, SIGTERM, SIGSTKFLT, SIGXCPU,
-                                   SIGXFSZ, SIGVTALRM, SIGPROF, SIGIO, SIGPWR,  SIGSYS,  SIGRTMIN + 1};
+    std::vector<int> listSignal = {SIGHUP,  SIGINT,    SIGQUIT, SIGILL,  SIGTRAP, SIGABRT, SIGBUS,      SIGFPE,
+                                   SIGUSR1, SIGSEGV,   SIGUSR2, SIGPIPE, SIGALRM, SIGTERM, SIGSTKFLT,   SIGXCPU,
+                                   SIGXFSZ, SIGVTALRM, SIGPROF, SIGIO,   SIGPWR,  SIGSYS,  SIGRTMIN + 1};
     for (int nSignal : listSignal) {
         qorTest::meeting ready;
         qorTest::childProcess child("killed", [&]() {
@@ -331,9 +331,9 @@ TEST_F(Console, EachOfTheKeysHasItsCode) {
 }
 
 TEST_F(Console, TheNamesOfTheKeysAreTheirCodes) {
-    const int arrName[] = {keyF1,  keyF2,  keyF3,     keyF4,       keyF5,  keyF6,   keyF7,   keyF8, keyF9,    keyF10,   keyF11,
-                           keyF12, keyPageUp, keyPageDown, keyEnd, keyHome, keyLeft, keyUp, keyRight, keyDown, keyInsert,
-                           keyDelete};
+    const int arrName[] = {keyF1,   keyF2,  keyF3,    keyF4,   keyF5,     keyF6,       keyF7,  keyF8,
+                           keyF9,   keyF10, keyF11,   keyF12,  keyPageUp, keyPageDown, keyEnd, keyHome,
+                           keyLeft, keyUp,  keyRight, keyDown, keyInsert, keyDelete};
     const int arrCode[] = {0xFF70, 0xFF71, 0xFF72, 0xFF73, 0xFF74, 0xFF75, 0xFF76, 0xFF77, 0xFF78, 0xFF79, 0xFF7A,
                            0xFF7B, 0xFF21, 0xFF22, 0xFF23, 0xFF24, 0xFF25, 0xFF26, 0xFF27, 0xFF28, 0xFF2D, 0xFF2E};
     for (size_t i = 0; i < 22; ++i)
@@ -454,7 +454,9 @@ TEST_F(Console, ABackspaceDeletesTheLastCharacter) {
 
 TEST_F(Console, ACodeAboveSevenBitsEndsTheCallAndIsDropped) {
     chConsoleLineInput input;
-    type("ab\x1b[Acd\xc3" "e\x7f\n");
+    type(
+        "ab\x1b[Acd\xc3"
+        "e\x7f\n");
     EXPECT_STREQ("", input.getInput());
     EXPECT_STREQ("", input.getInput());
     EXPECT_STREQ("abcde\x7f", input.getInput());

@@ -93,9 +93,7 @@ private:
     std::string m_strOutput;
 };
 
-run shortRun() {
-    return run({"--seconds", "1", "--watchdog", szLimit});
-}
+run shortRun() { return run({"--seconds", "1", "--watchdog", szLimit}); }
 
 const char* const szLastLine =
     "exchanged: ([1-9][0-9]*) messages, ([1-9][0-9]*) sends, ([1-9][0-9]*) timers, ([1-9][0-9]*) broadcasts, "
@@ -128,29 +126,17 @@ int countObjects(const char* lpszList) {
     return nLine - 1;
 }
 
-int countAllObjects() {
-    return countObjects("/proc/sysvipc/shm") + countObjects("/proc/sysvipc/sem");
-}
+int countAllObjects() { return countObjects("/proc/sysvipc/shm") + countObjects("/proc/sysvipc/sem"); }
 
-void makeFile(const char* lpszPath, const char* lpszContent) {
-    std::ofstream(lpszPath) << lpszContent;
-}
+void makeFile(const char* lpszPath, const char* lpszContent) { std::ofstream(lpszPath) << lpszContent; }
 
-bool exists(const std::string& strPath) {
-    return access(strPath.c_str(), F_OK) == 0;
-}
+bool exists(const std::string& strPath) { return access(strPath.c_str(), F_OK) == 0; }
 
-std::string storageFile() {
-    return std::string(getenv("HOME")) + "/ipc_system_storage";
-}
+std::string storageFile() { return std::string(getenv("HOME")) + "/ipc_system_storage"; }
 
-std::string settingsFile() {
-    return std::string(getenv("HOME")) + "/qor-device.ini";
-}
+std::string settingsFile() { return std::string(getenv("HOME")) + "/qor-device.ini"; }
 
-std::string tableDirectory() {
-    return "/tmp/qor-device." + std::to_string(geteuid());
-}
+std::string tableDirectory() { return "/tmp/qor-device." + std::to_string(geteuid()); }
 
 std::vector<std::string> linesOf(const std::string& strFile) {
     std::ifstream file(strFile);
@@ -175,13 +161,9 @@ std::vector<std::string> rowsOfDocument() {
 }
 
 // Lets a run go on until it is interrupted; its rows are a second apart.
-run longRun() {
-    return run({"--seconds", "30", "--watchdog", szLimit});
-}
+run longRun() { return run({"--seconds", "30", "--watchdog", szLimit}); }
 
-int portOf(run& objRun) {
-    return std::stoi(objRun.ReadUntil("server     \\| the table is served on port ([0-9]+)\n"));
-}
+int portOf(run& objRun) { return std::stoi(objRun.ReadUntil("server     \\| the table is served on port ([0-9]+)\n")); }
 
 void interrupt(run& objRun) {
     objRun.Signal(SIGINT);
@@ -200,8 +182,7 @@ class Device : public testing::Test {
 protected:
     void SetUp() override {
         // Cleaning is for machines that run nothing else.
-        ASSERT_NE(ipcNamespace("self"), ipcNamespace("1"))
-            << "this test has to run in an IPC namespace of its own";
+        ASSERT_NE(ipcNamespace("self"), ipcNamespace("1")) << "this test has to run in an IPC namespace of its own";
         // The processes of a killed run come here for their end, and not to an init that may take its time;
         // only emulators do not know this call.
         prctl(PR_SET_CHILD_SUBREAPER, 1);
@@ -215,12 +196,12 @@ TEST_F(Device, ARunShowsEverythingAndEndsWithWhatWasExchanged) {
     expectGoodEnd(objRun);
     const std::string& strOutput = objRun.Output();
     for (const char* lpszPattern :
-         {"panel      \\| +11 +[0-9]+ +[0-9.]+ +[0-9.]+ +[0-9.]+  -\n",
-          "panel      \\| TIME-OUT: the busy worker", "panel      \\| ALARM: memory use",
-          "panel      \\| alarm over: memory use", "panel      \\| survey of [0-9]+ readings: early reply",
+         {"panel      \\| +11 +[0-9]+ +[0-9.]+ +[0-9.]+ +[0-9.]+  -\n", "panel      \\| TIME-OUT: the busy worker",
+          "panel      \\| ALARM: memory use", "panel      \\| alarm over: memory use",
+          "panel      \\| survey of [0-9]+ readings: early reply",
           "panel      \\| summary of readings [0-9]+ to [0-9]+",
-          "panel      \\| asked again: the worker has finished 1 self-test",
-          "panel      \\| [0-9]+ messages came by", "controller \\| [0-9]+ readings, [1-9][0-9]* heartbeats"})
+          "panel      \\| asked again: the worker has finished 1 self-test", "panel      \\| [0-9]+ messages came by",
+          "controller \\| [0-9]+ readings, [1-9][0-9]* heartbeats"})
         EXPECT_EQ(1, countMatches(strOutput, lpszPattern)) << lpszPattern << "\n" << strOutput;
     EXPECT_EQ(0, countMatches(strOutput, "warning:|error:")) << strOutput;
 }
@@ -234,8 +215,7 @@ TEST_F(Device, TheTableIsServedAndKeptInTwoFilesWithTheSameRows) {
     EXPECT_EQ("row,reading,\"cpu %\",\"memory %\",load,alarm", arrLine.front());
     arrLine.erase(arrLine.begin());
     EXPECT_EQ(arrRow, arrLine);
-    EXPECT_TRUE(
-        std::regex_match(arrRow.back(), std::regex("[0-9]+,[0-9]+,[0-9.]+,[0-9.]+,[0-9.]+,(-|ALARM)")))
+    EXPECT_TRUE(std::regex_match(arrRow.back(), std::regex("[0-9]+,[0-9]+,[0-9.]+,[0-9.]+,[0-9.]+,(-|ALARM)")))
         << arrRow.back();
     const std::string strCount = std::to_string(arrRow.size());
     EXPECT_EQ(strCount, objRun.ReadUntil("time-outs, ([0-9]+) packets")) << objRun.Output();
@@ -294,8 +274,7 @@ TEST_F(Device, AClientThatGoesOrTalksNonsenseIsDropped) {
     EXPECT_TRUE(objNonsense.say(std::string(100, '+')));
     objNonsense.hear(1000);  // until the server has closed
     interrupt(objRun);
-    EXPECT_EQ(1,
-              countMatches(objRun.Output(), "server     \\| [0-9]+ rows; clients at the end: 1, dropped: 2\n"))
+    EXPECT_EQ(1, countMatches(objRun.Output(), "server     \\| [0-9]+ rows; clients at the end: 1, dropped: 2\n"))
         << objRun.Output();
 }
 
@@ -308,8 +287,7 @@ TEST_F(Device, AClientThatStallsIsDroppedAndDoesNotHoldUpTheEnd) {
     ASSERT_TRUE(objLast.connect(nPort));
     EXPECT_EQ(28u, objLast.hear(28).size());
     interrupt(objRun);
-    EXPECT_EQ(1,
-              countMatches(objRun.Output(), "server     \\| [0-9]+ rows; clients at the end: 2, dropped: 1\n"))
+    EXPECT_EQ(1, countMatches(objRun.Output(), "server     \\| [0-9]+ rows; clients at the end: 2, dropped: 1\n"))
         << objRun.Output();
 }
 
@@ -322,8 +300,7 @@ TEST_F(Device, ARecorderThatWasStoppedConnectsAgain) {
     kill(idRecorder, SIGCONT);
     EXPECT_NE("", objRun.ReadUntil("recorder   \\| connected again to port ([0-9]+)\n"));
     interrupt(objRun);
-    EXPECT_EQ(1, countMatches(objRun.Output(), "/table\\.xml holds [0-9]+ rows, the same\n"))
-        << objRun.Output();
+    EXPECT_EQ(1, countMatches(objRun.Output(), "/table\\.xml holds [0-9]+ rows, the same\n")) << objRun.Output();
 }
 
 TEST_F(Device, TheKilledMonitorIsSweptByTheNextRegistration) {
@@ -335,8 +312,7 @@ TEST_F(Device, TheKilledMonitorIsSweptByTheNextRegistration) {
                               "Clear ghost process 0*" +
                                   strKilled + " \"device\\.monitor\"\n"))
         << objRun.Output();
-    EXPECT_EQ(2, countMatches(objRun.Output(), "Registing thread \"device\\.monitor\" \\.\\.\\.\n"))
-        << objRun.Output();
+    EXPECT_EQ(2, countMatches(objRun.Output(), "Registing thread \"device\\.monitor\" \\.\\.\\.\n")) << objRun.Output();
 }
 
 TEST_F(Device, TheReadingsAreNumberedOnInTheNextRun) {
@@ -364,8 +340,7 @@ TEST_F(Device, ChangedSettingsAreSavedWithTheirCommentsAndShown) {
                                     "launcher   \\| -  4 period=100\n", "launcher   \\| \\+  4 period = 80\n",
                                     "launcher   \\| -  9 raised=6\n", "launcher   \\| \\+  9 raised = 7\n"})
         EXPECT_EQ(1, countMatches(objRun.Output(), lpszPattern)) << lpszPattern << "\n" << objRun.Output();
-    EXPECT_LE(1, countMatches(objRun.Output(), "saver      \\| the settings are on the disk\n"))
-        << objRun.Output();
+    EXPECT_LE(1, countMatches(objRun.Output(), "saver      \\| the settings are on the disk\n")) << objRun.Output();
 }
 
 TEST_F(Device, ARunAfterAKilledOneSweepsWhatThatLeft) {
@@ -399,8 +374,7 @@ TEST_F(Device, ASecondDemoIsRefusedWhileOneRuns) {
     objFirst.ReadUntil("(panel) is process");
     run objSecond = shortRun();
     EXPECT_EQ(1, objSecond.Wait());
-    EXPECT_EQ(1, countMatches(objSecond.Output(), "another demo is running on this machine\n"))
-        << objSecond.Output();
+    EXPECT_EQ(1, countMatches(objSecond.Output(), "another demo is running on this machine\n")) << objSecond.Output();
     objFirst.Signal(SIGTERM);
     EXPECT_EQ(130, objFirst.Wait()) << objFirst.Output();
 }
@@ -411,13 +385,10 @@ TEST_F(Device, CleaningListsAndRemovesEveryObjectAndKeepsTheCounters) {
     ASSERT_LT(0, countAllObjects());
     run objClean({"--clean"});
     EXPECT_EQ(0, objClean.Wait());
-    for (const char* lpszName :
-         {"ipc_system_trace", "ipc_system_share", "ipc_system_named", "ipc_registry"}) {
+    for (const char* lpszName : {"ipc_system_trace", "ipc_system_share", "ipc_system_named", "ipc_registry"}) {
         const std::string strName = lpszName;
-        EXPECT_EQ(1, countMatches(objClean.Output(), "removed  segment   " + strName + "\n"))
-            << objClean.Output();
-        EXPECT_EQ(1, countMatches(objClean.Output(), "removed  semaphore " + strName + "\n"))
-            << objClean.Output();
+        EXPECT_EQ(1, countMatches(objClean.Output(), "removed  segment   " + strName + "\n")) << objClean.Output();
+        EXPECT_EQ(1, countMatches(objClean.Output(), "removed  semaphore " + strName + "\n")) << objClean.Output();
         EXPECT_EQ(1, countMatches(objClean.Output(), "removed  key file  /tmp/qor_" + strName + "\n"));
         EXPECT_FALSE(exists("/tmp/qor_" + strName));
     }
@@ -441,8 +412,7 @@ TEST_F(Device, CleaningFindsTheEventsOfAKilledRun) {
     reapAll();
     run objClean({"--clean"});
     EXPECT_EQ(0, objClean.Wait());
-    EXPECT_LE(7, countMatches(objClean.Output(), "removed  semaphore task_event_[0-9]+\n"))
-        << objClean.Output();
+    EXPECT_LE(7, countMatches(objClean.Output(), "removed  semaphore task_event_[0-9]+\n")) << objClean.Output();
     EXPECT_EQ(0, countAllObjects()) << objClean.Output();
 }
 
@@ -487,11 +457,9 @@ TEST_F(Device, CleaningAllRemovesTheCountersToo) {
     expectGoodEnd(objRun);
     run objClean({"--clean-all"});
     EXPECT_EQ(0, objClean.Wait());
-    EXPECT_EQ(1, countMatches(objClean.Output(), "removed  counters  " + storageFile() + "\n"))
-        << objClean.Output();
+    EXPECT_EQ(1, countMatches(objClean.Output(), "removed  counters  " + storageFile() + "\n")) << objClean.Output();
     EXPECT_FALSE(exists(storageFile()));
-    EXPECT_EQ(1, countMatches(objClean.Output(), "removed  settings  " + settingsFile() + "\n"))
-        << objClean.Output();
+    EXPECT_EQ(1, countMatches(objClean.Output(), "removed  settings  " + settingsFile() + "\n")) << objClean.Output();
     EXPECT_FALSE(exists(settingsFile()));
     EXPECT_EQ(0, countAllObjects());
 }

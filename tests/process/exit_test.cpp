@@ -1,5 +1,6 @@
-// A process whose main returns while its workers run. Its workers may stop inside a locked section and so leave a half-made
-// change, which costs the segment a record: hence a program, and a segment, apart from the tests that count memory.
+// A process whose main returns while its workers run. Its workers may stop inside a locked section and so leave a
+// half-made change, which costs the segment a record: hence a program, and a segment, apart from the tests that count
+// memory.
 #include <fcntl.h>
 #include <sys/wait.h>
 #include <unistd.h>

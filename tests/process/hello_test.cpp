@@ -28,7 +28,8 @@ TEST(Hello, TheReadmeShowsTheProgramAsItStands) {
     const std::string strProgram = contentOf(QOR_SOURCE_DIR "/examples/hello/hello.cpp");
     const size_t nBegin = strProgram.find('\n') + 1;  // without the opening comment
     ASSERT_GT(strProgram.size(), nBegin + 100);
-    EXPECT_NE(std::string::npos, contentOf(QOR_SOURCE_DIR "/README.md").find("```cpp\n" + strProgram.substr(nBegin) + "```"));
+    EXPECT_NE(std::string::npos,
+              contentOf(QOR_SOURCE_DIR "/README.md").find("```cpp\n" + strProgram.substr(nBegin) + "```"));
 }
 
 }  // namespace

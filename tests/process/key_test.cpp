@@ -37,8 +37,7 @@ extern "C" key_t ftok(const char* lpszPath, int idProject) noexcept {
         return -1;
     const unsigned uInode = static_cast<unsigned>(state.st_ino) / static_cast<unsigned>(s_nInodesPerKey) %
                             static_cast<unsigned>(s_nDifferentKeys);
-    return static_cast<key_t>(uInode | ((state.st_dev & 0xFF) << 16) |
-                              (static_cast<unsigned>(idProject & 0xFF) << 24));
+    return static_cast<key_t>(uInode | ((state.st_dev & 0xFF) << 16) | (static_cast<unsigned>(idProject & 0xFF) << 24));
 }
 
 extern "C" int linkat(int fdOld, const char* lpszOld, int fdNew, const char* lpszNew, int) noexcept {
@@ -174,8 +173,7 @@ TEST_F(KeyFile, AFileThatCannotAppearAtItsPathIsFatalAndLeavesNothing) {
             s_nLinkError = ENOSPC;
             open("key_nospace", 'm');
         },
-        testing::KilledBySignal(SIGABRT),
-        "Create file\\[/tmp/qor_key_nospace\\] fail: No space left on device\n");
+        testing::KilledBySignal(SIGABRT), "Create file\\[/tmp/qor_key_nospace\\] fail: No space left on device\n");
     EXPECT_TRUE(names("/tmp").empty());
 }
 
@@ -223,8 +221,7 @@ TEST_F(KeyFile, RacingCreatorsOfOneNameAgreeAndOfManyNamesDiffer) {
         for (int i = 0; i < nProcess; ++i)
             arrChild.emplace_back("creator", [&, i] {
                 start.hear();
-                const key_t arrKey[2] = {open("key_same", 'm'),
-                                         open(("key_" + std::to_string(i)).c_str(), 'm')};
+                const key_t arrKey[2] = {open("key_same", 'm'), open(("key_" + std::to_string(i)).c_str(), 'm')};
                 return write(fd[1], arrKey, sizeof(arrKey)) == sizeof(arrKey) ? 0 : 1;
             });
         for (int i = 0; i < nProcess; ++i)

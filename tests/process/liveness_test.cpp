@@ -14,12 +14,12 @@
 #include "support/message_thread.h"
 
 using namespace QOR_MsgQueueHelper;
+using QOR_MiscHelper::qorIsValidTaskID;
 using qorTest::childProcess;
 using qorTest::currentThread;
 using qorTest::meeting;
 using qorTest::process;
 using qorTest::share;
-using QOR_MiscHelper::qorIsValidTaskID;
 
 namespace {
 

@@ -1,5 +1,5 @@
-// A device whose share segment has lost its mutex, as when somebody removes the kernel's objects under running programs.
-// Whoever went on without it would damage the table of queues for all.
+// A device whose share segment has lost its mutex, as when somebody removes the kernel's objects under running
+// programs. Whoever went on without it would damage the table of queues for all.
 #include <sys/ipc.h>
 #include <sys/sem.h>
 

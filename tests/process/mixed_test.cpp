@@ -54,8 +54,7 @@ std::string pairName(const testing::TestParamInfo<buildPair>& info) {
 // What a handler says it saw.
 std::string seen(const char* lpszWho, unsigned uMsg, unsigned wParam, int lParam, int nSize, unsigned uSeed) {
     char sz[160];
-    snprintf(sz, sizeof(sz), "%s 0x%x %u %d %d %08x", lpszWho, uMsg, wParam, lParam, nSize,
-             patternSum(nSize, uSeed));
+    snprintf(sz, sizeof(sz), "%s 0x%x %u %d %d %08x", lpszWho, uMsg, wParam, lParam, nSize, patternSum(nSize, uSeed));
     return sz;
 }
 
@@ -152,8 +151,8 @@ TEST_P(Mixed, BothReadOneRecordAlike) {
     int nAt = 0, nQueue = 0, nOffset = 0;
     ASSERT_EQ(3, sscanf(strRecord.c_str(), "at %d queue %d task %*d words 0 0 %d", &nAt, &nQueue, &nOffset))
         << strRecord;
-    EXPECT_EQ("at " + std::to_string(nAt) + " queue " + std::to_string(nQueue) + " task " + m_strTaskB +
-                  " words 0 0 " + std::to_string(nOffset) + " 64 -1 546 10 -11 0 " + m_strTaskA + " sum " +
+    EXPECT_EQ("at " + std::to_string(nAt) + " queue " + std::to_string(nQueue) + " task " + m_strTaskB + " words 0 0 " +
+                  std::to_string(nOffset) + " 64 -1 546 10 -11 0 " + m_strTaskA + " sum " +
                   std::to_string(patternSum(64, 3)),
               strRecord);
     EXPECT_EQ(std::to_string(nQueue), B().ask("find bee"));
@@ -197,8 +196,7 @@ TEST_P(Mixed, TimersOfOneDoNotConfuseTheOther) {
     EXPECT_EQ("7", B().ask("timer 7 3"));
     // The words that name timers in shared records mean nothing to another process.
     const std::string strWordA = A().ask("timer 0 3600000"), strWordB = B().ask("timer 0 3600000");
-    for (const std::string& strWord :
-         {strWordA, strWordB, std::string("1"), std::string("2"), std::string("0")}) {
+    for (const std::string& strWord : {strWordA, strWordB, std::string("1"), std::string("2"), std::string("0")}) {
         EXPECT_EQ("1", A().ask("post bee 2 " + strWord + " 0 0 0"));
         EXPECT_EQ("1", B().ask("post ay 2 " + strWord + " 0 0 0"));
     }
@@ -226,8 +224,7 @@ TEST_P(Mixed, AProxyToAnObjectThatIsGoneIsSkipped) {
     EXPECT_EQ("ok", B().ask("unsubscribe"));
     EXPECT_EQ("1", A().ask("notify post notices 0x9001 11 -12"));
     EXPECT_EQ("0", B().ask("drain"));
-    EXPECT_NE(std::string::npos, B().errors().find("TM_MESSAGE_PROXY:9001 while object pass away"))
-        << B().errors();
+    EXPECT_NE(std::string::npos, B().errors().find("TM_MESSAGE_PROXY:9001 while object pass away")) << B().errors();
     EXPECT_EQ("1", A().ask("post bee 0x200 1 2 0 0"));
     EXPECT_EQ(seen("thread", 0x200, 1, 2, 0, 0), B().ask("take 0"));
 }
@@ -250,9 +247,8 @@ TEST_P(Mixed, ANamedBlockHoldsTheSameBytesForBoth) {
         EXPECT_EQ("0" + strMade.substr(1), strFound);
         EXPECT_EQ("ok", B().ask("fill " + strBlock + " 17"));
         const int nSize = atoi(strBlock.c_str() + strBlock.find(' '));
-        EXPECT_EQ(
-            "0" + strMade.substr(1, strMade.rfind(' ') - 1) + " " + std::to_string(patternSum(nSize, 17)),
-            A().ask("block " + strBlock));
+        EXPECT_EQ("0" + strMade.substr(1, strMade.rfind(' ') - 1) + " " + std::to_string(patternSum(nSize, 17)),
+                  A().ask("block " + strBlock));
     }
     EXPECT_EQ("ok", B().ask("free middle"));
     EXPECT_EQ("1", A().ask("block middle 100").substr(0, 1));

@@ -4,8 +4,8 @@
 // On x86 a child is single-stepped, and whenever an instruction has changed the shared image, a survivor takes over a
 // copy of it: every state that a kill can leave is met. Everywhere, children are killed at random times as well. The
 // survivor must find every walk ending, every block and element that was in use whole and not handed out again, and a
-// list's change either done or not done; a string is whole or empty. What may remain is memory that nobody owns, and links backwards and flags one
-// store behind; both are counted.
+// list's change either done or not done; a string is whole or empty. What may remain is memory that nobody owns, and
+// links backwards and flags one store behind; both are counted.
 #include <sys/mman.h>
 #include <sys/ptrace.h>
 #include <sys/wait.h>
@@ -150,7 +150,8 @@ public:
         const std::vector<void*> listTaken = takeAll(p->pool);
         for (const ledgerRow& row : p->aRow)
             for (int i = 0; row.nUsed && i < row.nSize; ++i)
-                ASSERT_EQ(row.nFill, static_cast<unsigned char>(pImage[row.iOffset + i])) << "a used block was handed out";
+                ASSERT_EQ(row.nFill, static_cast<unsigned char>(pImage[row.iOffset + i]))
+                    << "a used block was handed out";
         for (void* pBlock : listTaken)
             p->pool.free(pBlock);
         for (const ledgerRow& row : p->aRow)
@@ -304,9 +305,7 @@ public:
 private:
     static stringImage* imageOf(char* pImage) { return reinterpret_cast<stringImage*>(pImage); }
     // Its letter tells its length.
-    static std::string textOf(unsigned nLength) {
-        return std::string(nLength, static_cast<char>('a' + nLength % 26));
-    }
+    static std::string textOf(unsigned nLength) { return std::string(nLength, static_cast<char>('a' + nLength % 26)); }
 };
 
 // ---- named blocks
@@ -405,7 +404,8 @@ public:
         EXPECT_EQ(values(listForward.rbegin(), listForward.rend()), listBackward);
         for (unsigned i : {3u, 0u, 7u, 5u}) {
             chain.Unlink(link(pImage, i));
-            listForward.erase(std::remove(listForward.begin(), listForward.end(), static_cast<int>(i)), listForward.end());
+            listForward.erase(std::remove(listForward.begin(), listForward.end(), static_cast<int>(i)),
+                              listForward.end());
             ASSERT_EQ(listForward, Describe(pImage));
         }
         while (list_chain_offset* pLast = chain.Last())
@@ -450,7 +450,8 @@ protected:
         std::mt19937 random(uSeed);
         std::vector<operation> list;
         for (int i = 0; i < nOperations; ++i)
-            list.push_back({static_cast<unsigned>(random()), static_cast<unsigned>(random()), static_cast<unsigned>(random())});
+            list.push_back(
+                {static_cast<unsigned>(random()), static_cast<unsigned>(random()), static_cast<unsigned>(random())});
         return list;
     }
     // A survivor takes over a copy of the image as it stands; at another address, as another process would map it.
@@ -464,8 +465,8 @@ protected:
         return s.Describe(m_copy.begin());
     }
     void print(const char* lpszHow) const {
-        printf("%s: %d states, %d links or flags behind, %d states with memory that nobody owns (at most %d bytes)\n", lpszHow,
-               m_tally.nStates, m_tally.nHalfMade, m_tally.nLeaked, m_tally.nLeakedMost);
+        printf("%s: %d states, %d links or flags behind, %d states with memory that nobody owns (at most %d bytes)\n",
+               lpszHow, m_tally.nStates, m_tally.nHalfMade, m_tally.nLeaked, m_tally.nLeakedMost);
     }
 
     // Lets the child do one instruction; whether it is still there.

@@ -493,8 +493,8 @@ bool isSaved(const std::string& strFile) {
         for (auto it = itSection->m_lstKey.begin(); it != itSection->m_lstKey.end(); ++it, ++nKeys) {
             const char* lpszSection = itSection->m_strName;
             const char* lpszKey = it->m_strName;
-            bSame = bSame && file.GetTextValue(lpszSection, lpszKey, "(none)") == it->GetValue() &&
-                    it->m_nChagedCount == 0;
+            bSame =
+                bSame && file.GetTextValue(lpszSection, lpszKey, "(none)") == it->GetValue() && it->m_nChagedCount == 0;
         }
     registryHelper().Unlock();
     return bSame && nKeys > 0;
@@ -586,7 +586,8 @@ int hammer(const std::string& strFile, unsigned uSeed) {
             case 3:
             case 4:
             case 5: {
-                const std::string strValue = QOR_SubClass::registryGetString(h, strKey.c_str(), "0:").operator const char*();
+                const std::string strValue =
+                    QOR_SubClass::registryGetString(h, strKey.c_str(), "0:").operator const char*();
                 if (!isSoundText(strValue))
                     return 1;
                 break;

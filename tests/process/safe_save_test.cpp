@@ -50,7 +50,8 @@ bool cut(const char* lpszCall) {
     s_plan.strCalls += ' ';
     if (s_plan.eHow == cutKill && i == s_plan.iAt)
         kill(getpid(), SIGKILL);
-    const bool bFail = (s_plan.eHow == cutFail && i == s_plan.iAt) || (s_plan.eHow == cutFailFromHere && i >= s_plan.iAt);
+    const bool bFail =
+        (s_plan.eHow == cutFail && i == s_plan.iAt) || (s_plan.eHow == cutFailFromHere && i >= s_plan.iAt);
     if (bFail)
         errno = EIO;
     return bFail;
@@ -168,7 +169,8 @@ const std::string s_strHalf = s_strNew.substr(0, 5000);
 BOOL writePieces(chFileStdio& file, const std::string& strText) {
     BOOL bGood = 1;
     for (size_t n = 0; n < strText.size(); n += 2500)
-        bGood = file.Write(strText.data() + n, 1, static_cast<UINT>(std::min<size_t>(2500, strText.size() - n))) && bGood;
+        bGood =
+            file.Write(strText.data() + n, 1, static_cast<UINT>(std::min<size_t>(2500, strText.size() - n))) && bGood;
     return bGood;
 }
 
@@ -659,7 +661,8 @@ TEST_F(SafeSave, ASaverThatHangsIsOvertakenAndGivesUp) {
     EXPECT_EQ((fileMap{{"", s_strNew}}), files());
 }
 
-// What a loader finds: a whole document, or none between the two renames of a save that begins right behind the recovery.
+// What a loader finds: a whole document, or none between the two renames of a save that begins right behind the
+// recovery.
 int loadMany(const std::string& strName, int nLoads) {
     for (int i = 0; i < nLoads; ++i) {
         recoverSavedFile(strName.c_str());

@@ -147,8 +147,7 @@ TEST_P(KilledAt, AnyPointOfTheConstructionInAFileLeavesItToTheNextOpener) {
     unlink("/tmp/sharep_file");
 }
 
-INSTANTIATE_TEST_SUITE_P(DeathPoints, KilledAt,
-                         testing::Values(dieAtStart, dieInTheMiddle, dieBetweenHeaderWords));
+INSTANTIATE_TEST_SUITE_P(DeathPoints, KilledAt, testing::Values(dieAtStart, dieInTheMiddle, dieBetweenHeaderWords));
 
 TEST_F(ShareProcess, AnObjectStaysWhenEveryProcessHasGone) {
     childProcess creator("creator", [] {

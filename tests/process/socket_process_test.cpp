@@ -37,7 +37,7 @@ public:
     std::string hear(size_t nSize) {
         std::string str(nSize, 0);
         size_t nDone = 0;
-        for (ssize_t n = 1; n > 0 && nDone < nSize; nDone += n > 0 ? static_cast<size_t>(n) : 0)
+        for (ssize_t n = 1; n > 0 && nDone<nSize; nDone += n> 0 ? static_cast<size_t>(n) : 0)
             n = read(m_fdOut[0], &str[nDone], nSize - nDone);
         str.resize(nDone);
         return str;

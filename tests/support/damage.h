@@ -38,8 +38,7 @@ public:
     size_t size() const { return m_nSize; }
     bool holds(const void* p, size_t nSize) const {
         const char* pc = static_cast<const char*>(p);
-        return pc >= m_pBegin && pc <= m_pBegin + m_nSize &&
-               nSize <= static_cast<size_t>(m_pBegin + m_nSize - pc);
+        return pc >= m_pBegin && pc <= m_pBegin + m_nSize && nSize <= static_cast<size_t>(m_pBegin + m_nSize - pc);
     }
 
     // Overwrites a few words among the first nBytes with what damage looks like: noise, small numbers, single
@@ -86,9 +85,7 @@ struct ending {
     std::string strReport;  // standard error
 
     // A fatal assertion is an ending that a damaged segment may have.
-    bool asserted() const {
-        return nStatus == -SIGABRT && strReport.find("error: \033[00m[_ch") != std::string::npos;
-    }
+    bool asserted() const { return nStatus == -SIGABRT && strReport.find("error: \033[00m[_ch") != std::string::npos; }
 };
 
 // Runs an operation in a child, with a watchdog.

@@ -1,9 +1,10 @@
 // Puts a test program into namespaces of its own: it neither sees nor leaves System V objects, key files or home
 // directory contents of the machine.
 //
-// The program executes itself once more through scripts/lib/isolate, because a sanitizer's or an emulator's helper thread would
-// make the kernel refuse the call from inside. In there, /tmp is an empty file system with the home directory in it, but
-// for the tree and the build where these lie in /tmp, and /rundata and /vantrel are empty directories.
+// The program executes itself once more through scripts/lib/isolate, because a sanitizer's or an emulator's helper
+// thread would make the kernel refuse the call from inside. In there, /tmp is an empty file system with the home
+// directory in it, but for the tree and the build where these lie in /tmp, and /rundata and /vantrel are empty
+// directories.
 #ifndef TESTS_SUPPORT_ISOLATION_H
 #define TESTS_SUPPORT_ISOLATION_H
 

@@ -96,9 +96,7 @@ std::string peer::ask(const std::string& strCommand) {
     return finish();
 }
 
-void peer::kill() {
-    m_pProcess.reset();
-}
+void peer::kill() { m_pProcess.reset(); }
 
 int peer::end() {
     close(m_fdCommand);

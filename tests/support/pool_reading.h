@@ -22,9 +22,7 @@ struct poolCell {
 
     int data() const { return nAt + 4; }
     int size() const { return nLength - 4; }
-    bool operator==(const poolCell& r) const {
-        return nAt == r.nAt && nLength == r.nLength && bFree == r.bFree;
-    }
+    bool operator==(const poolCell& r) const { return nAt == r.nAt && nLength == r.nLength && bFree == r.bFree; }
 };
 
 class poolReading {

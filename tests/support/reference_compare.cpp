@@ -86,7 +86,8 @@ void referenceCompare::compareSpans(const char* lpszWhat) {
         differ("another number of nodes");
     for (size_t i = 0; i < listSpan.size() && i < listExpected.size(); ++i)
         if (listSpan[i] != listExpected[i])
-            differ(std::string(lpszWhat) + ": " + listSource[i] + " has " + listSpan[i] + ", expected " + listExpected[i]);
+            differ(std::string(lpszWhat) + ": " + listSource[i] + " has " + listSpan[i] + ", expected " +
+                   listExpected[i]);
     const std::vector<referenceSpan> listCapture = m_reference.captures();
     if (m_express.m_arrCaptureREs.GetSize() != static_cast<int>(listCapture.size()))
         differ("another number of captures");

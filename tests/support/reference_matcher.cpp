@@ -56,8 +56,8 @@ struct referenceMatcher::parser {
     // The alias at a place: its pattern and length.
     bool alias(size_t i, std::string& strPattern, size_t& nLength) const {
         static const char* const arrTable[6][2] = {
-            {"\\d", "[0-9]"},         {"\\D", "[^0-9\\x0]"},     {"\\s", "[\t-\r ]"},
-            {"\\S", "[^\t-\r \\x0]"}, {"\\w", "[a-zA-Z0-9_]"},   {"\\W", "[^a-zA-Z0-9_\\x0]"},
+            {"\\d", "[0-9]"},         {"\\D", "[^0-9\\x0]"},   {"\\s", "[\t-\r ]"},
+            {"\\S", "[^\t-\r \\x0]"}, {"\\w", "[a-zA-Z0-9_]"}, {"\\W", "[^a-zA-Z0-9_\\x0]"},
         };
         nLength = 1;
         if (at(i) == '.') {

@@ -1,5 +1,5 @@
-// A second matcher of the library's pattern syntax, for comparison: it follows the rules step by step, knows no shortcut,
-// and shares no code with the library.
+// A second matcher of the library's pattern syntax, for comparison: it follows the rules step by step, knows no
+// shortcut, and shares no code with the library.
 #ifndef QOR_TESTS_SUPPORT_REFERENCE_MATCHER_H
 #define QOR_TESTS_SUPPORT_REFERENCE_MATCHER_H
 

@@ -4,8 +4,8 @@
 
 namespace qorTest {
 
-// nRounds, or a constant part of it where programs run under an emulator or a sanitizer; QOR_TEST_TIMES times as many when
-// the environment says so.
+// nRounds, or a constant part of it where programs run under an emulator or a sanitizer; QOR_TEST_TIMES times as many
+// when the environment says so.
 int scaled(int nRounds);
 
 }  // namespace qorTest

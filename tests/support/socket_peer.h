@@ -119,9 +119,7 @@ std::string warningsOf(Run run) {
     return testing::internal::GetCapturedStderr();
 }
 
-inline bool has(const std::string& strWhole, const std::string& str) {
-    return strWhole.find(str) != std::string::npos;
-}
+inline bool has(const std::string& strWhole, const std::string& str) { return strWhole.find(str) != std::string::npos; }
 
 }  // namespace qorTest
 

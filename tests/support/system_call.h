@@ -9,8 +9,8 @@
 
 namespace qorTest {
 
-// The first of these names that there is: where times and file offsets have 64 bits on a 32-bit system, the function may
-// have another name there, which comes first.
+// The first of these names that there is: where times and file offsets have 64 bits on a 32-bit system, the function
+// may have another name there, which comes first.
 template <class Call>
 Call* systemCall(std::initializer_list<const char*> listName) {
     void* p = NULL;

@@ -93,9 +93,8 @@ TEST(Address, ATextNeedsASeparatorAndAPort) {
     chSocketAddr addr("10.0.0.1", 80);
     EXPECT_EQ(0, addr.CreateSocketAddr("192.168.1.2"));
     EXPECT_TRUE(addr == chSocketAddr());
-    for (const char* lpsz : {"192.168.1.2:0", "192.168.1.2:", "192.168.1.2:http", "192.168.1.2:65536",
-                             "192.168.1.2:-1", "192.168.1.2:4294967376", "192.168.1.2:99999999999999999999",
-                             ":80", "", "@"})
+    for (const char* lpsz : {"192.168.1.2:0", "192.168.1.2:", "192.168.1.2:http", "192.168.1.2:65536", "192.168.1.2:-1",
+                             "192.168.1.2:4294967376", "192.168.1.2:99999999999999999999", ":80", "", "@"})
         EXPECT_EQ(0, addr.CreateSocketAddr(lpsz)) << lpsz;
     EXPECT_EQ(0, addr.CreateSocketAddr(static_cast<const char*>(nullptr)));
 }
@@ -164,9 +163,7 @@ TEST(Hosts, AnUnknownHostHasNone) {
     EXPECT_EQ(0, nCount);
 }
 
-TEST(Interfaces, TheLoopbackInterfaceHasItsAddress) {
-    EXPECT_EQ("127.0.0.1", narrow(sockGetLocalIPAddress("lo")));
-}
+TEST(Interfaces, TheLoopbackInterfaceHasItsAddress) { EXPECT_EQ("127.0.0.1", narrow(sockGetLocalIPAddress("lo"))); }
 
 TEST(Interfaces, AnInterfaceThatIsNotThereHasNone) {
     EXPECT_EQ("", narrow(sockGetLocalIPAddress("none0")));

@@ -691,7 +691,8 @@ TEST_F(DamagedPool, EveryOperationEndsInAResultOrAnAssertion) {
         const auto end = qorTest::endingOf("damaged pool " + std::to_string(iSeed),
                                            [&] { return damageAndUse(static_cast<unsigned>(iSeed)); });
         nAsserted += end.asserted();
-        ASSERT_TRUE(end.nStatus == 0 || end.asserted()) << "seed " << iSeed << ": " << end.nStatus << " " << end.strReport;
+        ASSERT_TRUE(end.nStatus == 0 || end.asserted())
+            << "seed " << iSeed << ": " << end.nStatus << " " << end.strReport;
     }
     EXPECT_GT(nAsserted, nSeeds / 10);
     EXPECT_LT(nAsserted, nSeeds);
@@ -770,8 +771,7 @@ TEST(PoolSteps, ACellLeavesTheFreeOnesAndComesBackInOrderOfAddresses) {
     EXPECT_EQ(3u, chained());
     EXPECT_TRUE(poolReading(&v.pool).atRest()) << poolReading(&v.pool).broken();
     EXPECT_TRUE(poll_chain::get_pCell(aBlock[0])->is_free_cell());
-    EXPECT_EQ(static_cast<char*>(aBlock[0]) - 4 - reinterpret_cast<char*>(&v),
-              poolReading(&v.pool).chain()[0]);
+    EXPECT_EQ(static_cast<char*>(aBlock[0]) - 4 - reinterpret_cast<char*>(&v), poolReading(&v.pool).chain()[0]);
     v.pool.pop_free_cell(poll_chain::get_pCell(aBlock[0]));
     EXPECT_FALSE(poll_chain::get_pCell(aBlock[0])->is_free_cell());
     EXPECT_EQ(2u, chained());

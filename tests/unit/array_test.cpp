@@ -8,12 +8,8 @@ using namespace QOR_ArrayHelper;
 using qorTest::scaled;
 
 // A request that no heap can meet is one of the cases.
-extern "C" const char* __asan_default_options() {
-    return "allocator_may_return_null=1";
-}
-extern "C" const char* __tsan_default_options() {
-    return "allocator_may_return_null=1";
-}
+extern "C" const char* __asan_default_options() { return "allocator_may_return_null=1"; }
+extern "C" const char* __tsan_default_options() { return "allocator_may_return_null=1"; }
 
 namespace {
 
@@ -231,8 +227,7 @@ TEST(Array, ViolatedPreconditionsAreFatal) {
     arr.Add(1);
     EXPECT_FATAL(arr[-1], "this->m_aT != NULL && iIndex >= 0 && iIndex < m_nElementCount");
     EXPECT_FATAL(arr[1], "this->m_aT != NULL && iIndex >= 0 && iIndex < m_nElementCount");
-    EXPECT_FATAL(const_cast<const intArray&>(arr)[1],
-                 "this->m_aT != NULL && iIndex >= 0 && iIndex < m_nElementCount");
+    EXPECT_FATAL(const_cast<const intArray&>(arr)[1], "this->m_aT != NULL && iIndex >= 0 && iIndex < m_nElementCount");
     EXPECT_FATAL(arr.SetArraySize(-1), "nNewCount >= 0");
     EXPECT_FATAL(arr.RemoveAt(-1, 1), "iIndex >= 0 && iIndex <= m_nElementCount");
     EXPECT_FATAL(arr.RemoveAt(2, 1), "iIndex >= 0 && iIndex <= m_nElementCount");

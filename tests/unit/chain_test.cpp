@@ -82,8 +82,7 @@ TEST(Chain, NextLeadsToTheBeginAndPrevToTheSecondWord) {
     list_chain_pointer aPointer[2];
     link_list_node(&aPointer[0], &aPointer[1]);
     EXPECT_EQ(&aPointer[1], aPointer[0].get_pNext());
-    EXPECT_EQ(reinterpret_cast<char*>(&aPointer[0]) + sizeof(void*),
-              reinterpret_cast<char*>(aPointer[1].get_pPrev()));
+    EXPECT_EQ(reinterpret_cast<char*>(&aPointer[0]) + sizeof(void*), reinterpret_cast<char*>(aPointer[1].get_pPrev()));
     EXPECT_EQ(&aPointer[0], aPointer[1].get_pPrevNode());
 }
 
@@ -210,8 +209,7 @@ TEST(Chain, ANodeIsItsLinksAndThenItsPayload) {
     EXPECT_EQ(reinterpret_cast<char*>(&node) + 8, reinterpret_cast<char*>(&node.m_value));
     EXPECT_EQ(0, node.m_value) << "a new payload has its default value";
     list_node_pointer<int> nodePointer;
-    EXPECT_EQ(reinterpret_cast<char*>(&nodePointer) + 2 * sizeof(void*),
-              reinterpret_cast<char*>(&nodePointer.m_value));
+    EXPECT_EQ(reinterpret_cast<char*>(&nodePointer) + 2 * sizeof(void*), reinterpret_cast<char*>(&nodePointer.m_value));
 }
 
 TEST(ShareWord, IsStoredAndRead) {
@@ -450,24 +448,20 @@ TEST(Chain, EachDirectionIsATypeOfItsOwn) {
     expectLink(&offset_chain_pRight::get_pRight, &offset_chain_pRight::set_pRight);
     expectLink(&offset_chain_pParent::get_pParent, &offset_chain_pParent::set_pParent);
     expectLink(&offset_chain_pChild::get_pChild, &offset_chain_pChild::set_pChild);
-    static_assert(!std::is_convertible<offset_chain_pLeft*, offset_chain_pRight*>::value,
-                  "not to be mixed up");
-    static_assert(!std::is_convertible<pointer_chain_pParent*, pointer_chain_pChild*>::value,
-                  "not to be mixed up");
+    static_assert(!std::is_convertible<offset_chain_pLeft*, offset_chain_pRight*>::value, "not to be mixed up");
+    static_assert(!std::is_convertible<pointer_chain_pParent*, pointer_chain_pChild*>::value, "not to be mixed up");
 }
 
 TEST(Chain, ADoubleLinkIsMadeOfTheTwoLinksOfItsKind) {
     static_assert(std::is_same<list_chain_offset::chain_pNext, offset_chain_pNext>::value, "the first word");
     static_assert(std::is_same<list_chain_offset::chain_pPrev, offset_chain_pPrev>::value, "the second word");
-    static_assert(
-        std::is_same<list_chain_pointer, list_chain<pointer_chain_pNext, pointer_chain_pPrev>>::value, "");
+    static_assert(std::is_same<list_chain_pointer, list_chain<pointer_chain_pNext, pointer_chain_pPrev>>::value, "");
     typedef list_node<int, list_chain_offset> node;
     static_assert(std::is_same<node::chain_type, list_chain_offset>::value, "the link comes first");
     static_assert(std::is_same<list_node_pointer<char>::value_type, char>::value, "the payload follows");
     node vNode;
     EXPECT_EQ(0, vNode.m_value);
-    EXPECT_EQ(reinterpret_cast<char*>(&vNode) + sizeof(node::chain_type),
-              reinterpret_cast<char*>(&vNode.m_value));
+    EXPECT_EQ(reinterpret_cast<char*>(&vNode) + sizeof(node::chain_type), reinterpret_cast<char*>(&vNode.m_value));
 }
 
 struct bareLink : offsetLink {

@@ -184,13 +184,15 @@ TEST(CodePage, AsciiPassesBothWaysEvenIfTheTableMapsIt) {
 
 TEST(CodePage, MixedTextIsConvertedThereAndBack) {
     const chCodePage page = pageOf(s_listPair);
-    EXPECT_EQ(u"a\u4E00b\u4E2D\u3042c", toWide(page, "a\xA4\x40"
-                                                     "b\xA4\xA4\xA5\xFE"
-                                                     "c"));
-    EXPECT_EQ("a\xA4\x40"
-              "b\xA4\xA4\xA5\xFE"
-              "c",
-              toBytes(page, u"a\u4E00b\u4E2D\u3042c"));
+    EXPECT_EQ(u"a\u4E00b\u4E2D\u3042c", toWide(page,
+                                               "a\xA4\x40"
+                                               "b\xA4\xA4\xA5\xFE"
+                                               "c"));
+    EXPECT_EQ(
+        "a\xA4\x40"
+        "b\xA4\xA4\xA5\xFE"
+        "c",
+        toBytes(page, u"a\u4E00b\u4E2D\u3042c"));
 }
 
 TEST(CodePage, EmptyTextStaysEmpty) {
@@ -227,8 +229,9 @@ TEST(CodePage, ALoneLeadByteAtTheEndIsAQuestionMark) {
 
 TEST(CodePage, AnUnknownCodeTakesItsTrailByteWithIt) {
     const chCodePage page = pageOf(s_listPair);
-    EXPECT_EQ(u"?b?", toWide(page, "\xA4"
-                                   "ab\xA4\xFF"));
+    EXPECT_EQ(u"?b?", toWide(page,
+                             "\xA4"
+                             "ab\xA4\xFF"));
 }
 
 TEST(CodePage, AWideCharacterOfValueZeroStaysInsideTheText) {

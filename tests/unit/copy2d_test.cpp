@@ -92,7 +92,8 @@ TEST(Copy2D, EveryOverlapOfSourceDestinationAndClipIsCopied) {
                         for (int nBottom = -1; nBottom <= 4; ++nBottom, ++nCopies) {
                             const chRect rcClip(nLeft, nTop, nRight, nBottom);
                             ASSERT_EQ(expected(rcClip, nX, nY), clipped(rcClip, nX, nY))
-                                << nX << ", " << nY << ": " << nLeft << ", " << nTop << ", " << nRight << ", " << nBottom;
+                                << nX << ", " << nY << ": " << nLeft << ", " << nTop << ", " << nRight << ", "
+                                << nBottom;
                         }
         }
     EXPECT_EQ(80 * 6 * 5 * 7 * 6, nCopies);
@@ -106,8 +107,8 @@ TEST(Copy2D, ASourceLargerThanTheDestinationFillsIt) {
 
 TEST(Copy2D, SizesWithoutInsideCopyNothing) {
     char szTo[] = "....", szFrom[] = "abcd";
-    const chSize arr[] = {chSize(0, 2), chSize(2, 0), chSize(-1, 2), chSize(2, -1), chSize(-1, -1),
-                          chSize(INT_MIN, INT_MIN)};
+    const chSize arr[] = {chSize(0, 2),  chSize(2, 0),   chSize(-1, 2),
+                          chSize(2, -1), chSize(-1, -1), chSize(INT_MIN, INT_MIN)};
     for (const chSize& size : arr) {
         qorMemcpy2D(szTo, chSize(2, 2), szFrom, size, chPoint());
         qorMemcpy2D(szTo, chSize(2, 2), szFrom, size, chPoint(INT_MIN, INT_MIN));
@@ -131,9 +132,10 @@ TEST(Copy2D, APictureMayBeMovedInItself) {
 TEST(Copy2D, BothBuffersMustBeGiven) {
     char ch = 0;
     const std::string strReport = qorTest::reportOf("sub-class", "pSrc != NULL && pDst != NULL");
-    EXPECT_EXIT(qorMemcpy2D(NULL, chSize(1, 1), &ch, chSize(1, 1), chPoint()), testing::KilledBySignal(SIGABRT), strReport);
-    EXPECT_EXIT(qorClipMemcpy2D(&ch, chSize(), NULL, chSize(1, 1), chPoint(), chRect()), testing::KilledBySignal(SIGABRT),
+    EXPECT_EXIT(qorMemcpy2D(NULL, chSize(1, 1), &ch, chSize(1, 1), chPoint()), testing::KilledBySignal(SIGABRT),
                 strReport);
+    EXPECT_EXIT(qorClipMemcpy2D(&ch, chSize(), NULL, chSize(1, 1), chPoint(), chRect()),
+                testing::KilledBySignal(SIGABRT), strReport);
 }
 
 }  // namespace

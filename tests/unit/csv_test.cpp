@@ -85,7 +85,8 @@ TEST(Csv, APartThatIsNotQuotedIsAFatalAssertion) {
     EXPECT_EXIT(qorPeekCSVQuote("a", str), testing::KilledBySignal(SIGABRT), lpszText);
     EXPECT_EXIT(qorPeekCSVQuote("", str), testing::KilledBySignal(SIGABRT), lpszText);
     EXPECT_EXIT(qorPeekCSVQuote(nullptr, str), testing::KilledBySignal(SIGABRT), lpszText);
-    EXPECT_EXIT(qorPeekCSVField(nullptr, str), testing::KilledBySignal(SIGABRT), "\\[QORFile:[0-9]+\\] lpszText != NULL ");
+    EXPECT_EXIT(qorPeekCSVField(nullptr, str), testing::KilledBySignal(SIGABRT),
+                "\\[QORFile:[0-9]+\\] lpszText != NULL ");
 }
 
 TEST(Csv, ARecordEndsAtALineFeedOutsideQuotes) {

@@ -39,7 +39,8 @@ std::string everyByte() {
 }
 
 TEST(Dump, AFileIsDumpedByteForByte) {
-    for (const std::string& strBytes : {everyByte(), std::string("\0", 1), std::string(256, 'a'), std::string(4096, 'b')}) {
+    for (const std::string& strBytes :
+         {everyByte(), std::string("\0", 1), std::string(256, 'a'), std::string(4096, 'b')}) {
         putFile(szName, strBytes);
         EXPECT_EQ(strBytes, binary());
     }

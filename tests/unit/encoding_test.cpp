@@ -108,8 +108,12 @@ TEST(Base16, AllBytesComeBack) {
 // ---- Base64
 
 TEST(Base64, TheVectorsOfTheStandardHold) {
-    const char* const arrVector[][2] = {{"", ""}, {"f", "Zg=="}, {"fo", "Zm8="},
-                                        {"foo", "Zm9v"}, {"foob", "Zm9vYg=="}, {"fooba", "Zm9vYmE="},
+    const char* const arrVector[][2] = {{"", ""},
+                                        {"f", "Zg=="},
+                                        {"fo", "Zm8="},
+                                        {"foo", "Zm9v"},
+                                        {"foob", "Zm9vYg=="},
+                                        {"fooba", "Zm9vYmE="},
                                         {"foobar", "Zm9vYmFy"}};
     for (const auto& vector : arrVector) {
         EXPECT_EQ(vector[1], base64(vector[0]));
@@ -222,12 +226,9 @@ TEST(Order, LittleEndianNumbersStayAsTheyAre) {
 TEST(Encoding, ACountBeyondTheLimitIsFatalBeforeAByteIsRead) {
     EXPECT_EQ(128 * 1024 * 1024, maxEncodedSize);
     for (const int nCount : {maxEncodedSize + 1, -1}) {
-        EXPECT_EXIT(qorBin2Base16("x", nCount), testing::KilledBySignal(SIGABRT), "\\[_chMisc:[0-9]+\\] ")
-            << nCount;
-        EXPECT_EXIT(qorBin2Text("x", nCount), testing::KilledBySignal(SIGABRT), "\\[_chMisc:[0-9]+\\] ")
-            << nCount;
-        EXPECT_EXIT(qorBin2Base64("x", nCount), testing::KilledBySignal(SIGABRT), "\\[_chMisc:[0-9]+\\] ")
-            << nCount;
+        EXPECT_EXIT(qorBin2Base16("x", nCount), testing::KilledBySignal(SIGABRT), "\\[_chMisc:[0-9]+\\] ") << nCount;
+        EXPECT_EXIT(qorBin2Text("x", nCount), testing::KilledBySignal(SIGABRT), "\\[_chMisc:[0-9]+\\] ") << nCount;
+        EXPECT_EXIT(qorBin2Base64("x", nCount), testing::KilledBySignal(SIGABRT), "\\[_chMisc:[0-9]+\\] ") << nCount;
     }
 }
 

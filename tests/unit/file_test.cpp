@@ -17,7 +17,9 @@ typedef QOR_StringHelper::chReferenceStringT<char> text;
 
 constexpr const char* szName = "/tmp/file";
 
-std::string bytesOf(const text& str) { return std::string(static_cast<const char*>(str), static_cast<size_t>(str.GetLength())); }
+std::string bytesOf(const text& str) {
+    return std::string(static_cast<const char*>(str), static_cast<size_t>(str.GetLength()));
+}
 
 // Empties and refills the file, and opens it.
 class File : public testing::Test {
@@ -408,7 +410,8 @@ TEST_F(File, ValuesAreWrittenInFourAndEightBytes) {
 
 TEST_F(File, ValuesAreReadAsTheyWereWritten) {
     open("", openCreate);
-    m_file << -5 << 7u << -0.25 << "two words" << "" << INFINITY;
+    m_file << -5 << 7u << -0.25 << "two words"
+           << "" << INFINITY;
     m_file.SeekToBegin();
     int n = 0;
     unsigned u = 0;

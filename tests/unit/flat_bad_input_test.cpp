@@ -52,8 +52,7 @@ public:
     }
     rowsOf& fatal(const std::string& strCase, const char* lpszModule, const char* lpszText,
                   std::function<void()> fnCall) {
-        const std::string strDeath =
-            "\\[" + patternOf(lpszModule) + ":[0-9]+\\] " + patternOf(lpszText) + " \\(";
+        const std::string strDeath = "\\[" + patternOf(lpszModule) + ":[0-9]+\\] " + patternOf(lpszText) + " \\(";
         m_listRow.push_back({m_lpszFunction, strCase, [fnCall]() { return fnCall(), false; }, strDeath});
         return *this;
     }
@@ -75,9 +74,7 @@ int onMessage(simpMSG* pMsg) {
     return pMsg->uMsg == TM_THREAD_IDLE ? 0 : -1;
 }
 
-void* neverCalled(void*) {
-    abort();
-}
+void* neverCalled(void*) { abort(); }
 
 // Runs fnUse with the calling thread registered.
 bool registered(const std::function<bool(HTHREAD)>& fnUse) {
@@ -105,18 +102,15 @@ bool handling(UINT uMsg, const std::function<bool(simpMSG*)>& fnUse) {
     return s_bGood;
 }
 
-HTHREAD handleOf(uintptr_t u) {
-    return reinterpret_cast<HTHREAD>(u);
-}
+HTHREAD handleOf(uintptr_t u) { return reinterpret_cast<HTHREAD>(u); }
 
 // Handles that name no thread, some of them near one that does.
 std::vector<HTHREAD> strangeHandles(HTHREAD hThread) {
     const uintptr_t u = reinterpret_cast<uintptr_t>(hThread);
     std::vector<HTHREAD> listHandle;
-    for (const uintptr_t uStrange :
-         {uintptr_t(1), uintptr_t(3), uintptr_t(8), uintptr_t(24), uintptr_t(32), uintptr_t(65535),
-          uintptr_t(65536), uintptr_t(0x7FFFFFFF), uintptr_t(0x80000000u), ~uintptr_t(0), ~uintptr_t(0) - 3,
-          u + 1, u + 4, u - 8, u + 65536})
+    for (const uintptr_t uStrange : {uintptr_t(1), uintptr_t(3), uintptr_t(8), uintptr_t(24), uintptr_t(32),
+                                     uintptr_t(65535), uintptr_t(65536), uintptr_t(0x7FFFFFFF), uintptr_t(0x80000000u),
+                                     ~uintptr_t(0), ~uintptr_t(0) - 3, u + 1, u + 4, u - 8, u + 65536})
         listHandle.push_back(handleOf(uStrange));
     return listHandle;
 }
@@ -147,8 +141,8 @@ bool refusesStrangers(const std::function<bool(HTHREAD)>& fnRefuses) {
 const char* guarded(size_t nSize, int ch) {
     const size_t nPage = static_cast<size_t>(sysconf(_SC_PAGESIZE));
     const size_t nWhole = (nSize + nPage - 1) / nPage * nPage;
-    char* p = static_cast<char*>(
-        mmap(NULL, nWhole + nPage, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
+    char* p =
+        static_cast<char*>(mmap(NULL, nWhole + nPage, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
     mprotect(p + nWhole, nPage, PROT_NONE);
     return static_cast<char*>(memset(p + nWhole - nSize, ch, nSize));
 }
@@ -214,8 +208,8 @@ void addUnregistration(table& listRow, const char* lpszFunction, void (*pUnregis
         pUnregist(hThread);
     });
     for (const HTHREAD hStrange : strangeHandles(handleOf(200)))
-        rows.fatal("strange handle " + std::to_string(reinterpret_cast<uintptr_t>(hStrange)), szFlat,
-                   lpszText, [=]() { pUnregist(hStrange); });
+        rows.fatal("strange handle " + std::to_string(reinterpret_cast<uintptr_t>(hStrange)), szFlat, lpszText,
+                   [=]() { pUnregist(hStrange); });
     rows.fatal("the handle of a thread of another process", szFlat, "pLocalThread != NULL", [=]() {
         HTHREAD hThread = msgRegistMainThread("me", onMessage);
         qorTest::childProcess child("other", [=]() { return pUnregist(hThread), 0; });
@@ -232,13 +226,13 @@ void addThreads(table& listRow) {
     addRegistration(listRow, "msgRegistMainThread", msgRegistMainThread, msgUnregistMainThread);
     addUnregistration(listRow, "msgUnregistWorkThread", msgUnregistWorkThread);
     addUnregistration(listRow, "msgUnregistMainThread", msgUnregistMainThread);
-    rowsOf(listRow, "msgDefaultThreadRun")
-        .fatal("an unregistered thread", szFlat, "pLocalThread != NULL", []() { msgDefaultThreadRun(); });
+    rowsOf(listRow, "msgDefaultThreadRun").fatal("an unregistered thread", szFlat, "pLocalThread != NULL", []() {
+        msgDefaultThreadRun();
+    });
     rowsOf(listRow, "msgGetThreadByName")
         .fatal("no name", szFlat, "!textEMPTY(lpszThreadName)", []() { msgGetThreadByName(NULL); })
         .fatal("an empty name", szFlat, "!textEMPTY(lpszThreadName)", []() { msgGetThreadByName(""); })
-        .good("a name larger than the segment",
-              []() { return msgGetThreadByName(strTooLong.c_str()) == NULL; })
+        .good("a name larger than the segment", []() { return msgGetThreadByName(strTooLong.c_str()) == NULL; })
         .good("unknown names", []() {
             return registered([](HTHREAD) {
                 return everyName([](const char* lpszName) { return msgGetThreadByName(lpszName) == NULL; });
@@ -253,8 +247,7 @@ void addThreads(table& listRow) {
               []() {
                   return registered([](HTHREAD hThread) {
                       int nNoThread = 0;
-                      return msgProcessThreadMsgOnce(&nNoThread) == 0 &&
-                             msgProcessThreadMsgOnce(hThread) == 0 &&
+                      return msgProcessThreadMsgOnce(&nNoThread) == 0 && msgProcessThreadMsgOnce(hThread) == 0 &&
                              msgProcessThreadMsgOnce(reinterpret_cast<void*>(~uintptr_t(0))) == 0;
                   });
               })
@@ -284,8 +277,7 @@ void addLaunching(table& listRow) {
     const char* lpszCallback = "pMsgCallbackEx != NULL && !textEMPTY(lpszThreadName)";
     rowsOf rows(listRow, "msgLaunchCallbackWorkThread");
     rows.fatal("no name", szFlat, lpszCallback, []() { msgLaunchCallbackWorkThread(NULL, onMessage, -1); })
-        .fatal("an empty name", szFlat, lpszCallback,
-               []() { msgLaunchCallbackWorkThread("", onMessage, -1); })
+        .fatal("an empty name", szFlat, lpszCallback, []() { msgLaunchCallbackWorkThread("", onMessage, -1); })
         .fatal("no callback", szFlat, lpszCallback, []() { msgLaunchCallbackWorkThread("x", NULL, -1); })
         .fatal("a name in use", szFlat, lpszTaken, []() {
             msgRegistMainThread("taken", onMessage);
@@ -323,27 +315,24 @@ struct sender {
 };
 
 std::vector<sender> senders() {
-    return {
-        {"msgSendMsgToThreadRaw", -1,
-         [](HTHREAD h, int n, const void* p) {
-             int bReplied = 7;
-             const int nResult = msgSendMsgToThreadRaw(h, 0x100, 1, 2, n, p, 0, &bReplied);
-             return bReplied == (nResult != -1) ? nResult : 12345;
-         },
-         true},
-        {"msgSendMsgToThreadTimeoutEx", -1,
-         [](HTHREAD h, int n, const void* p) {
-             return msgSendMsgToThreadTimeoutEx(h, 0x100, 1, 2, n, p, INT_MIN);
-         },
-         true},
-        {"msgSendMsgToThreadEx", -1,
-         [](HTHREAD h, int n, const void* p) { return msgSendMsgToThreadEx(h, 0x100, 1, 2, n, p); }, true},
-        {"msgSendMsgToThread", -1,
-         [](HTHREAD h, int, const void*) { return msgSendMsgToThread(h, 0x100, 1, 2); }, false},
-        {"msgPostMsgToThreadEx", 0,
-         [](HTHREAD h, int n, const void* p) { return msgPostMsgToThreadEx(h, 0x100, 1, 2, n, p); }, true},
-        {"msgPostMsgToThread", 0,
-         [](HTHREAD h, int, const void*) { return msgPostMsgToThread(h, 0x100, 1, 2); }, false}};
+    return {{"msgSendMsgToThreadRaw", -1,
+             [](HTHREAD h, int n, const void* p) {
+                 int bReplied = 7;
+                 const int nResult = msgSendMsgToThreadRaw(h, 0x100, 1, 2, n, p, 0, &bReplied);
+                 return bReplied == (nResult != -1) ? nResult : 12345;
+             },
+             true},
+            {"msgSendMsgToThreadTimeoutEx", -1,
+             [](HTHREAD h, int n, const void* p) { return msgSendMsgToThreadTimeoutEx(h, 0x100, 1, 2, n, p, INT_MIN); },
+             true},
+            {"msgSendMsgToThreadEx", -1,
+             [](HTHREAD h, int n, const void* p) { return msgSendMsgToThreadEx(h, 0x100, 1, 2, n, p); }, true},
+            {"msgSendMsgToThread", -1, [](HTHREAD h, int, const void*) { return msgSendMsgToThread(h, 0x100, 1, 2); },
+             false},
+            {"msgPostMsgToThreadEx", 0,
+             [](HTHREAD h, int n, const void* p) { return msgPostMsgToThreadEx(h, 0x100, 1, 2, n, p); }, true},
+            {"msgPostMsgToThread", 0, [](HTHREAD h, int, const void*) { return msgPostMsgToThread(h, 0x100, 1, 2); },
+             false}};
 }
 
 void addExtraData(table& listRow, const sender& objSender) {
@@ -356,16 +345,14 @@ void addExtraData(table& listRow, const sender& objSender) {
                    [=]() { registered([=](HTHREAD hThread) { return fnSend(hThread, nSize, "x") == 0; }); });
         rows.fatal(strSize + " to another thread", szMessages, szSizeText,
                    [=]() { fnSend(msgLaunchCallbackWorkThread("other", onMessage, -1), nSize, "x"); });
-        rows.good(strSize + " of no data", [=]() {
-            return registered([=](HTHREAD h) { return fnSend(h, nSize, NULL) == (bPost ? 1 : 0); });
-        });
+        rows.good(strSize + " of no data",
+                  [=]() { return registered([=](HTHREAD h) { return fnSend(h, nSize, NULL) == (bPost ? 1 : 0); }); });
     }
     for (const int nSize : {0, 1, 3, 1023, 1024})
         rows.good("size " + std::to_string(nSize), [=]() {
             return registered([=](HTHREAD hThread) {
                 const int nExpected = bPost ? 1 : nSize;
-                return fnSend(hThread, nSize, nSize > 0 ? guarded(static_cast<size_t>(nSize), 'x') : "") ==
-                       nExpected;
+                return fnSend(hThread, nSize, nSize > 0 ? guarded(static_cast<size_t>(nSize), 'x') : "") == nExpected;
             });
         });
 }
@@ -379,8 +366,7 @@ void addSending(table& listRow) {
             return refusesStrangers([=](HTHREAD hThread) { return fnSend(hThread, 4, "abc") == nRefusal; });
         });
         rows.good("handles of no thread, and a size that is wrong", [=]() {
-            return refusesStrangers(
-                [=](HTHREAD hThread) { return fnSend(hThread, 1025, "abc") == nRefusal; });
+            return refusesStrangers([=](HTHREAD hThread) { return fnSend(hThread, 1025, "abc") == nRefusal; });
         });
         if (objSender.bExtra)
             addExtraData(listRow, objSender);
@@ -390,22 +376,21 @@ void addSending(table& listRow) {
 void addTimeouts(table& listRow) {
     rowsOf raw(listRow, "msgSendMsgToThreadRaw");
     for (const int nTimeout : {0, -2, INT_MIN})
-        raw.good("time-out " + std::to_string(nTimeout) + " with a target that does not answer",
-                 [nTimeout]() {
-                     qorTest::meeting ready, over;
-                     qorTest::childProcess child("silent", [&]() {
-                         msgRegistMainThread("silent", onMessage);
-                         ready.say();
-                         over.hear();
-                         return 0;
-                     });
-                     ready.hear();
-                     int bReplied = 1;
-                     const int n = msgSendMsgToThreadRaw(msgGetThreadByName("silent"), 0x100, 0, 0, 0, NULL,
-                                                         nTimeout, &bReplied);
-                     over.say();
-                     return n == -1 && bReplied == 0 && child.wait() == 0;
-                 });
+        raw.good("time-out " + std::to_string(nTimeout) + " with a target that does not answer", [nTimeout]() {
+            qorTest::meeting ready, over;
+            qorTest::childProcess child("silent", [&]() {
+                msgRegistMainThread("silent", onMessage);
+                ready.say();
+                over.hear();
+                return 0;
+            });
+            ready.hear();
+            int bReplied = 1;
+            const int n =
+                msgSendMsgToThreadRaw(msgGetThreadByName("silent"), 0x100, 0, 0, 0, NULL, nTimeout, &bReplied);
+            over.say();
+            return n == -1 && bReplied == 0 && child.wait() == 0;
+        });
     raw.good("no place for the reply flag", []() {
         return registered(
             [](HTHREAD h) { return msgSendMsgToThreadRaw(h, 0x100, 0, 0, 4, "abc", INT_MAX, NULL) == 4; });
@@ -416,13 +401,11 @@ void addPosting(table& listRow) {
     rowsOf post(listRow, "msgPostMsgToThreadEx");
     for (const UINT uMsg : {0x70001u, 0x70002u, 0x70006u, 0x70007u, 0xA0006u})
         post.good("id " + std::to_string(uMsg) + " to handles of no thread", [uMsg]() {
-            return refusesStrangers(
-                [uMsg](HTHREAD h) { return msgPostMsgToThreadEx(h, uMsg, 0, 0, 4, "abc") == 0; });
+            return refusesStrangers([uMsg](HTHREAD h) { return msgPostMsgToThreadEx(h, uMsg, 0, 0, 4, "abc") == 0; });
         });
     post.fatal("a delivered id with data of no size", szMessages,
                "(nExtraSize > 0 && pExtraData != NULL) || (pExtraData == NULL && nExtraSize == 0)", []() {
-                   msgPostMsgToThreadEx(msgLaunchCallbackWorkThread("other", onMessage, -1), 0x70002, 0, 0, 0,
-                                        "abc");
+                   msgPostMsgToThreadEx(msgLaunchCallbackWorkThread("other", onMessage, -1), 0x70002, 0, 0, 0, "abc");
                });
     post.fatal("more than the segment holds", "_chAlloc", "pResultCell != NULL", []() {
         registered([](HTHREAD hThread) {
@@ -443,13 +426,12 @@ void addForgedMessages(table& listRow) {
                    msgProcessThreadMsgOnce(msgGetCurrentThreadObject()) == TM_MESSAGE_TIMER;
         });
     });
-    post.fatal("a proxy block of another size", szMessages, "objMessage.GetExtraSize() == sizeof(msgProxy)",
-               []() {
-                   registered([](HTHREAD hThread) {
-                       msgPostMsgToThreadEx(hThread, TM_MESSAGE_PROXY, 0, 0, 15, guarded(15, 'x'));
-                       return msgDefaultThreadRun() == 0;
-                   });
-               });
+    post.fatal("a proxy block of another size", szMessages, "objMessage.GetExtraSize() == sizeof(msgProxy)", []() {
+        registered([](HTHREAD hThread) {
+            msgPostMsgToThreadEx(hThread, TM_MESSAGE_PROXY, 0, 0, 15, guarded(15, 'x'));
+            return msgDefaultThreadRun() == 0;
+        });
+    });
     post.good("a proxy block that nobody made", []() {
         return registered([](HTHREAD hThread) {
             msgPostMsgToThreadEx(hThread, TM_MESSAGE_PROXY, 0, 0, 16, guarded(16, 'x'));
@@ -468,8 +450,7 @@ void addBroadcast(table& listRow) {
             registered([nSize](HTHREAD) { return msgBroadpostThreadMsgEx(0x100, 0, 0, nSize, "x"), true; });
         });
         rows.good("size " + std::to_string(nSize) + " of no data", [nSize]() {
-            return registered(
-                [nSize](HTHREAD) { return msgBroadpostThreadMsgEx(0x100, 0, 0, nSize, NULL), true; });
+            return registered([nSize](HTHREAD) { return msgBroadpostThreadMsgEx(0x100, 0, 0, nSize, NULL), true; });
         });
     }
     rowsOf(listRow, "msgBroadpostThreadMsg").good("nobody is registered", []() {
@@ -482,19 +463,15 @@ void addMessageView(table& listRow) {
     rowsOf(listRow, "msgReplyThreadMessage")
         .fatal("no message", szFlat, lpszText, []() { msgReplyThreadMessage(NULL, 0); })
         .good("a posted message",
-              []() {
-                  return handling(0x200, [](simpMSG* pMsg) { return msgReplyThreadMessage(pMsg, 1), true; });
-              })
+              []() { return handling(0x200, [](simpMSG* pMsg) { return msgReplyThreadMessage(pMsg, 1), true; }); })
         .good("the idle message", []() {
-            return handling(TM_THREAD_IDLE,
-                            [](simpMSG* pMsg) { return msgReplyThreadMessage(pMsg, 1), true; });
+            return handling(TM_THREAD_IDLE, [](simpMSG* pMsg) { return msgReplyThreadMessage(pMsg, 1), true; });
         });
     rowsOf(listRow, "msgGetMessageExtraData")
         .fatal("no message", szFlat, lpszText, []() { msgGetMessageExtraData(NULL); })
         .good("the idle message",
               []() {
-                  return handling(TM_THREAD_IDLE,
-                                  [](simpMSG* pMsg) { return msgGetMessageExtraData(pMsg) == NULL; });
+                  return handling(TM_THREAD_IDLE, [](simpMSG* pMsg) { return msgGetMessageExtraData(pMsg) == NULL; });
               })
         .good("a message that was handled", []() {
             simpMSG* pGone = NULL;
@@ -510,15 +487,13 @@ void addMessageView(table& listRow) {
     rows.fatal("no message", szFlat, lpszText, []() { msgResetMessageExtraData(NULL, 0, NULL); });
     for (const int nSize : {-1, 1025, INT_MAX, INT_MIN})
         rows.fatal("size " + std::to_string(nSize), szMessages, szSizeText, [nSize]() {
-            handling(0x200,
-                     [nSize](simpMSG* pMsg) { return msgResetMessageExtraData(pMsg, nSize, "x"), true; });
+            handling(0x200, [nSize](simpMSG* pMsg) { return msgResetMessageExtraData(pMsg, nSize, "x"), true; });
         });
     for (const int nSize : {0, 1, 4, 5, 1024})
         rows.good("size " + std::to_string(nSize) + " of no data", [nSize]() {
             return handling(0x200, [nSize](simpMSG* pMsg) {
                 msgResetMessageExtraData(pMsg, nSize, NULL);
-                return msgGetMessageExtraSize(pMsg) == nSize &&
-                       (msgGetMessageExtraData(pMsg) != NULL) == (nSize > 0);
+                return msgGetMessageExtraSize(pMsg) == nSize && (msgGetMessageExtraData(pMsg) != NULL) == (nSize > 0);
             });
         });
     // The idle message lies in no segment: with wide addresses its data could be out of its reach.
@@ -566,13 +541,11 @@ void addTimers(table& listRow) {
 
 void addCounters(table& listRow) {
     const char* lpszModule = "_chBaseClass";
-    const char* lpszStep =
-        "nStep > 0 && (UINT)nStep < m_uMaxValue - m_uMinValue && m_uMaxValue != m_uMinValue";
+    const char* lpszStep = "nStep > 0 && (UINT)nStep < m_uMaxValue - m_uMinValue && m_uMaxValue != m_uMinValue";
     rowsOf(listRow, "accCreateAccumulater")
         .fatal("no name", szMessages, "lpszName != NULL", []() { accCreateAccumulater(NULL, 0, 0, 1); })
         .fatal("an empty range", lpszModule, "uMax > uMin", []() { accCreateAccumulater("c", 5, 5, 5); })
-        .fatal("a range upside down", lpszModule, "uMax > uMin",
-               []() { accCreateAccumulater("c", 5, 0xFFFFFFFFu, 0); })
+        .fatal("a range upside down", lpszModule, "uMax > uMin", []() { accCreateAccumulater("c", 5, 0xFFFFFFFFu, 0); })
         .fatal("a name larger than the file", "_chAlloc", "pResultCell != NULL",
                []() { accCreateAccumulater(strTooLong.c_str(), 0, 0, 1); })
         .good("strange names", []() {
@@ -591,8 +564,7 @@ void addCounters(table& listRow) {
         });
     rowsOf rows(listRow, "accExcuteAccumulater");
     rows.fatal("no name", szMessages, "lpszName != NULL", []() { accExcuteAccumulater(NULL, 1); });
-    rows.fatal("a counter that nobody made", lpszModule, lpszStep,
-               []() { accExcuteAccumulater("unknown", 1); });
+    rows.fatal("a counter that nobody made", lpszModule, lpszStep, []() { accExcuteAccumulater("unknown", 1); });
     for (const int nStep : {0, -1, 99, 100, INT_MAX, INT_MIN})
         rows.fatal("step " + std::to_string(nStep), lpszModule, lpszStep, [nStep]() {
             accCreateAccumulater("c", 98, 1, 100);
@@ -614,8 +586,7 @@ void addNamedBlocks(table& listRow) {
     rowsOf rows(listRow, "nameGetSystemObject");
     rows.fatal("no name", szMessages, "lpszName != NULL", []() { nameGetSystemObject(NULL, 4, NULL); })
         .fatal("size -1", szMessages, "nSize >= 0", []() { nameGetSystemObject("block", -1, NULL); })
-        .fatal("the smallest size", szMessages, "nSize >= 0",
-               []() { nameGetSystemObject("block", INT_MIN, NULL); })
+        .fatal("the smallest size", szMessages, "nSize >= 0", []() { nameGetSystemObject("block", INT_MIN, NULL); })
         .fatal("more than the segment", "_chAlloc", "pResultCell != NULL",
                []() { nameGetSystemObject("block", 8192, NULL); })
         .fatal("the largest size", "_chAlloc", "pResultCell != NULL",
@@ -626,15 +597,13 @@ void addNamedBlocks(table& listRow) {
               []() {
                   int bCreated = 7;
                   void* pBlock = nameGetSystemObject("block", 4, &bCreated);
-                  return bCreated == 1 && nameGetSystemObject("block", INT_MAX, &bCreated) == pBlock &&
-                         bCreated == 0;
+                  return bCreated == 1 && nameGetSystemObject("block", INT_MAX, &bCreated) == pBlock && bCreated == 0;
               })
         .good("strange names and no size", []() {
             return everyName([](const char* lpszName) {
                 int bCreated = 7;
                 void* pBlock = nameGetSystemObject(lpszName, 0, &bCreated);
-                const bool bGood =
-                    pBlock != NULL && bCreated == 1 && nameGetSystemObject(lpszName, 0, NULL) == pBlock;
+                const bool bGood = pBlock != NULL && bCreated == 1 && nameGetSystemObject(lpszName, 0, NULL) == pBlock;
                 QOR_MsgQueueHelper::uCSystemNamedObjectHelpergetGlobalObject()
                     ->getObject()
                     ->m_objManager.FreeNamedObject(lpszName);
@@ -657,9 +626,8 @@ void addTrace(table& listRow) {
                    const char* volatile lpszNone = NULL;
                    tracePrintf(lpszNone, 1);
                })
-        .good("strange texts", []() {
-            return everyName([](const char* lpszName) { return tracePrintf("%s", lpszName), true; });
-        });
+        .good("strange texts",
+              []() { return everyName([](const char* lpszName) { return tracePrintf("%s", lpszName), true; }); });
     rowsOf(listRow, "tracePrintfV")
         .fatal("no format", "QORTrace", "lpszFormat != NULL", []() { traceList(NULL); })
         .good("strange texts", []() {
@@ -722,7 +690,8 @@ void addRegistryOpen(table& listRow) {
             [](const char* lpszFile) { return qorGetRegistryFloat(lpszFile, NULL, NULL, 0.5) == 0.5; });
     addFile("qorSetRegistryString",
             [](const char* lpszFile) { return qorSetRegistryString(lpszFile, NULL, NULL, NULL) == 1; });
-    addFile("qorSetRegistryInt", [](const char* lpszFile) { return qorSetRegistryInt(lpszFile, NULL, NULL, INT_MIN) == 1; });
+    addFile("qorSetRegistryInt",
+            [](const char* lpszFile) { return qorSetRegistryInt(lpszFile, NULL, NULL, INT_MIN) == 1; });
     addFile("qorSetRegistryFloat",
             [](const char* lpszFile) { return qorSetRegistryFloat(lpszFile, NULL, NULL, 1e300) == 1; });
 }
@@ -730,11 +699,13 @@ void addRegistryOpen(table& listRow) {
 void addRegistryValues(table& listRow) {
     rowsOf(listRow, "registryGetString")
         .fatal("no buffer", szFlat, "lpszBuffer != NULL", []() { registryGetString(NULL, "k", NULL, ""); })
-        .good("handles of nothing", []() {
-            return refusesNumbers([](uintptr_t u) {
-                return registryGetString(sectionHandle(u), "k", s_szBuffer, "d") == 1 && strcmp(s_szBuffer, "d") == 0;
-            });
-        })
+        .good("handles of nothing",
+              []() {
+                  return refusesNumbers([](uintptr_t u) {
+                      return registryGetString(sectionHandle(u), "k", s_szBuffer, "d") == 1 &&
+                             strcmp(s_szBuffer, "d") == 0;
+                  });
+              })
         .good("strange keys and defaults", []() {
             return everyText([](HREGISTRY h, const char* lpszText) {
                 return registryGetString(h, lpszText, s_szBuffer, lpszText) == 1;
@@ -747,8 +718,7 @@ void addRegistryValues(table& listRow) {
             registrySetString(h, "k", "v");
             char* const pEnd = const_cast<char*>(guarded(2, 'x'));
             return registryGetStringN(h, "k", nSize > 0 && nSize < 2 ? pEnd + 1 : pEnd, nSize, "") == 1 &&
-                   registryGetStringN(h, "k", NULL, nSize, NULL) == 1 &&
-                   refusesNumbers([&](uintptr_t u) {
+                   registryGetStringN(h, "k", NULL, nSize, NULL) == 1 && refusesNumbers([&](uintptr_t u) {
                        return registryGetStringN(sectionHandle(u), "k", NULL, nSize, "de") == 2;
                    });
         });
@@ -763,9 +733,10 @@ void addRegistryValues(table& listRow) {
     rowsOf(listRow, "registrySetString")
         .fatal("a value larger than the segment", "_chAlloc", "pResultCell != NULL",
                []() { registrySetString(registryOpen(szIniFile, "s"), "k", std::string(0x100000, 'v').c_str()); })
-        .good("handles of nothing", []() {
-            return refusesNumbers([](uintptr_t u) { return registrySetString(sectionHandle(u), "k", "v") == 0; });
-        })
+        .good("handles of nothing",
+              []() {
+                  return refusesNumbers([](uintptr_t u) { return registrySetString(sectionHandle(u), "k", "v") == 0; });
+              })
         .good("strange keys and values", []() {
             return everyText([](HREGISTRY h, const char* lpszText) {
                 registrySetString(h, lpszText, lpszText);
@@ -822,7 +793,8 @@ void addProfiles(table& listRow) {
         return refusesNumbers([](uintptr_t u) { return profileClose(documentHandle(u)), true; });
     });
     rowsOf(listRow, "profileGetString").good("handles of nothing", []() {
-        return refusesNumbers([](uintptr_t u) { return profileGetString(documentHandle(u), "s", "k", NULL, "d") == 0; });
+        return refusesNumbers(
+            [](uintptr_t u) { return profileGetString(documentHandle(u), "s", "k", NULL, "d") == 0; });
     });
     rowsOf(listRow, "profileGetStringN").good("handles of nothing", []() {
         return refusesNumbers(
@@ -835,7 +807,8 @@ void addProfiles(table& listRow) {
         .fatal("no file name", szFlat, lpszText, []() { qorGetProfileString(NULL, "s", "k", s_szBuffer, "d"); })
         .fatal("a relative name longer than any", "_chMisc", lpszJoined,
                []() { qorGetProfileString(strTooLong.c_str(), "s", "k", s_szBuffer, "d"); })
-        .good("a file that is not there", []() { return qorGetProfileString("/tmp/none", NULL, NULL, NULL, NULL) == 0; });
+        .good("a file that is not there",
+              []() { return qorGetProfileString("/tmp/none", NULL, NULL, NULL, NULL) == 0; });
     rowsOf(listRow, "qorGetProfileInt")
         .fatal("no file name", szFlat, lpszText, []() { qorGetProfileInt(NULL, "s", "k", 7); })
         .fatal("a relative name longer than any", "_chMisc", lpszJoined,

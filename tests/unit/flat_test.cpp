@@ -221,8 +221,9 @@ TEST(FlatDeath, LaunchingChecksItsArguments) {
     EXPECT_FLAT_DEATH(msgLaunchCallbackWorkThread(NULL, onEcho, -1),
                       "pMsgCallbackEx != NULL && !textEMPTY\\(lpszThreadName\\)");
     HTHREAD hThread = msgRegistMainThread("taken", onEcho);
-    const char* lpszTaken = "\\[sub-interface:[0-9]+\\] "
-                            "g_uCSystemShareHelper.FindMessageQueueByName\\(lpszThreadName\\) == NULL ";
+    const char* lpszTaken =
+        "\\[sub-interface:[0-9]+\\] "
+        "g_uCSystemShareHelper.FindMessageQueueByName\\(lpszThreadName\\) == NULL ";
     EXPECT_EXIT(msgLaunchWorkThread(runWorker, "taken", NULL), testing::KilledBySignal(SIGABRT), lpszTaken);
     EXPECT_EXIT(msgLaunchCallbackWorkThread("taken", onEcho, -1), testing::KilledBySignal(SIGABRT), lpszTaken);
     msgUnregistMainThread(hThread);

@@ -83,8 +83,7 @@ TEST(Rect, WidthHeightSizeAndCornersFollowFromTheEdges) {
 TEST(Rect, TheCentreIsHalfTheSumsRoundedTowardsZero) {
     EXPECT_EQ(chPoint(15, 21), chRect(1, 2, 30, 40).CenterPoint());
     EXPECT_EQ(chPoint(-1, 1), chRect(-4, 0, 1, 3).CenterPoint());
-    EXPECT_EQ(chPoint(INT_MAX - 1, INT_MIN + 1),
-              chRect(INT_MAX - 2, INT_MIN, INT_MAX, INT_MIN + 2).CenterPoint());
+    EXPECT_EQ(chPoint(INT_MAX - 1, INT_MIN + 1), chRect(INT_MAX - 2, INT_MIN, INT_MAX, INT_MIN + 2).CenterPoint());
 }
 
 TEST(Rect, EdgesAreSetClearedAndResized) {

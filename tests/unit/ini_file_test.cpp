@@ -179,23 +179,23 @@ TEST_F(IniLoad, AValueMayHoldSignsThatMeanSomethingElsewhere) {
 
 TEST_F(IniSave, AFileChangedInOneKeyIsOtherwiseAsTheRulesWriteIt) {
     putFile(s_strName,
-        "# network set-up\r\n"
-        "\r\n"
-        "lost = before any section\n"
-        "[Net]   ; main\r\n"
-        "   address=10.0.0.1   \r\n"
-        "; ports\n"
-        "\tport\t=\t5060\n"
-        "   \n"
-        "not a line\n"
-        "[ Audio ]\n"
-        "gain = 3 ; dB\n"
-        "[NET]\n"
-        "mask = 255.255.0.0\n"
-        "ADDRESS = 10.0.0.2\n"
-        "[ Audio\n"
-        "#end\r\n"
-        "name = device");
+            "# network set-up\r\n"
+            "\r\n"
+            "lost = before any section\n"
+            "[Net]   ; main\r\n"
+            "   address=10.0.0.1   \r\n"
+            "; ports\n"
+            "\tport\t=\t5060\n"
+            "   \n"
+            "not a line\n"
+            "[ Audio ]\n"
+            "gain = 3 ; dB\n"
+            "[NET]\n"
+            "mask = 255.255.0.0\n"
+            "ADDRESS = 10.0.0.2\n"
+            "[ Audio\n"
+            "#end\r\n"
+            "name = device");
     iniFile file(s_strName.c_str());
     EXPECT_EQ(1, file.SetTextValue("net", "Port", "5061"));
     EXPECT_EQ(1, file.SetTextValue("Net", "new key", "1"));
@@ -350,7 +350,8 @@ TEST_F(IniHostile, Utf16WithoutAMarkYieldsNoSection) {
 
 TEST_F(IniHostile, ALineOfTenMillionBytesIsRead) {
     const std::string strLong(10000000, 'x');
-    EXPECT_EQ("[ a ]\nk = " + strLong + "\n;" + strLong, savedAgain("[a]\nk=" + strLong + "\n" + strLong + "\n;" + strLong));
+    EXPECT_EQ("[ a ]\nk = " + strLong + "\n;" + strLong,
+              savedAgain("[a]\nk=" + strLong + "\n" + strLong + "\n;" + strLong));
     EXPECT_EQ("[ " + strLong + " ]\n", savedAgain("[" + strLong + "]"));
 }
 
@@ -377,8 +378,8 @@ double loadSeconds(int nCount, Line line) {
     return static_cast<double>(nEnd - nBegin) / CLOCKS_PER_SEC;
 }
 
-// Sixteen times the lines take sixteen times as long, give or take what caches and the machine do; a quadratic road would
-// take 256 times as long.
+// Sixteen times the lines take sixteen times as long, give or take what caches and the machine do; a quadratic road
+// would take 256 times as long.
 template <class Line>
 void expectLinear(Line line) {
     const double dFew = std::max(loadSeconds(10000, line), loadSeconds(10000, line));
@@ -406,8 +407,28 @@ TEST_F(IniHostile, AMillionSectionsAreLoadedAndFound) {
 }
 
 std::string randomText(std::mt19937& random) {
-    static const std::string arrPart[] = {"[", "]", "=", ";", "#", "\n", "\n", "\r\n", " ", "\t", "a", "B", "b", "key",
-                                          "\v", "\f", std::string(1, '\0'), "\xff", "[s]\n", "[S]", "k=v\n", "\xef\xbb\xbf"};
+    static const std::string arrPart[] = {"[",
+                                          "]",
+                                          "=",
+                                          ";",
+                                          "#",
+                                          "\n",
+                                          "\n",
+                                          "\r\n",
+                                          " ",
+                                          "\t",
+                                          "a",
+                                          "B",
+                                          "b",
+                                          "key",
+                                          "\v",
+                                          "\f",
+                                          std::string(1, '\0'),
+                                          "\xff",
+                                          "[s]\n",
+                                          "[S]",
+                                          "k=v\n",
+                                          "\xef\xbb\xbf"};
     std::string strText;
     for (unsigned u = random() % 60; u > 0; --u)
         strText += arrPart[random() % (sizeof(arrPart) / sizeof(arrPart[0]))];

@@ -200,11 +200,12 @@ TEST(IniKey, AFirstAssignmentOfAValueEndsFreshness) {
 }
 
 // Callers chain look-ups that may fail.
-__attribute__((noinline, no_sanitize("null", "undefined"))) const char* chainedValue(iniSection& section, const char* lpszKey) {
+__attribute__((noinline, no_sanitize("null", "undefined"))) const char* chainedValue(iniSection& section,
+                                                                                     const char* lpszKey) {
     return section.FindKey(lpszKey)->value();
 }
 __attribute__((noinline, no_sanitize("null", "undefined"))) chReferenceStringT<char> chainedGet(iniSection& section,
-                                                                                         const char* lpszKey) {
+                                                                                                const char* lpszKey) {
     return section.FindKey(lpszKey)->GetValue("default");
 }
 
@@ -292,9 +293,7 @@ TEST(IniObjList, LeavesAloneWhatIsNotItsOwn) {
     EXPECT_EQ(1, countedObject::s_nAlive);
 }
 
-TEST(IniObjList, AnEmptyListWritesNothing) {
-    EXPECT_EQ("", exportedList(iniObjList()));
-}
+TEST(IniObjList, AnEmptyListWritesNothing) { EXPECT_EQ("", exportedList(iniObjList())); }
 
 TEST(IniObjList, AnElementFilledAfterALookUpIsFound) {
     iniObjList list;
@@ -571,8 +570,7 @@ TEST(IniIndex, AShortListIsWalkedAndALongOneLookedUp) {
     for (int i = 1; i < 1000; ++i)
         list.push_back(new iniKey(("k" + std::to_string(i)).c_str()));
     for (const char* lpszName : {"k0", "K500", "k999"}) {
-        ASSERT_TRUE(list.findNode(iniLineKey, lpszName, list.hashOf(iniLineKey, lpszName), pFound))
-            << lpszName;
+        ASSERT_TRUE(list.findNode(iniLineKey, lpszName, list.hashOf(iniLineKey, lpszName), pFound)) << lpszName;
         ASSERT_NE(nullptr, pFound);
         EXPECT_STRCASEEQ(lpszName, pFound->m_value->key());
     }

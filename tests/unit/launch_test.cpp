@@ -128,9 +128,7 @@ TEST(Launch, AThreadThatCannotBeStartedIsAWarningAndAFailure) {
 TEST(Launch, APriorityIsAskedForAndOneThatThereIsNotWarns) {
     struct prober : chThreadLocal {
         prober() : chThreadLocal("prober", NULL) {}
-        void AfterThreadLaunched() override {
-            pthread_getschedparam(pthread_self(), &m_nPolicy, &m_param);
-        }
+        void AfterThreadLaunched() override { pthread_getschedparam(pthread_self(), &m_nPolicy, &m_param); }
         int m_nPolicy = -1;
         sched_param m_param = {};
     };

@@ -373,10 +373,8 @@ TEST_F(ShareList, GivesItsNodesBackToThePool) {
 }
 
 TEST_F(ShareList, ViolatedPreconditionsAreFatal) {
-    EXPECT_EXIT(list().BorrowNode(-1), testing::KilledBySignal(SIGABRT),
-                "\\[_chList:[0-9]+\\] nExtraSize >= 0 ");
-    EXPECT_EXIT(list().ReturnNode(NULL), testing::KilledBySignal(SIGABRT),
-                "\\[_chList:[0-9]+\\] pNode != NULL ");
+    EXPECT_EXIT(list().BorrowNode(-1), testing::KilledBySignal(SIGABRT), "\\[_chList:[0-9]+\\] nExtraSize >= 0 ");
+    EXPECT_EXIT(list().ReturnNode(NULL), testing::KilledBySignal(SIGABRT), "\\[_chList:[0-9]+\\] pNode != NULL ");
     EXPECT_EXIT(fill(200), testing::KilledBySignal(SIGABRT), "\\[_chAlloc:[0-9]+\\] pResultCell != NULL ");
     EXPECT_EXIT(list().BorrowNode(0x7FFFFFFF), testing::KilledBySignal(SIGABRT),
                 "\\[_chAlloc:[0-9]+\\] pResultCell != NULL ");
@@ -539,10 +537,8 @@ TEST(ListParts, APoolsNodeHasTheBytesThatWereAskedForBehindIt) {
     shareNode* const pNode = block.alloc.BorrowNode(20);
     EXPECT_EQ(0, pNode->m_value);
     EXPECT_EQ(32, QOR_AllocHelper::poll_chain::get_pCell(pNode)->get_nPoolSize());
-    EXPECT_EXIT(block.alloc.BorrowNode(-1), testing::KilledBySignal(SIGABRT),
-                "\\[_chList:[0-9]+\\] nExtraSize >= 0 ");
-    EXPECT_EXIT(block.alloc.ReturnNode(NULL), testing::KilledBySignal(SIGABRT),
-                "\\[_chList:[0-9]+\\] pNode != NULL ");
+    EXPECT_EXIT(block.alloc.BorrowNode(-1), testing::KilledBySignal(SIGABRT), "\\[_chList:[0-9]+\\] nExtraSize >= 0 ");
+    EXPECT_EXIT(block.alloc.ReturnNode(NULL), testing::KilledBySignal(SIGABRT), "\\[_chList:[0-9]+\\] pNode != NULL ");
     block.alloc.ReturnNode(pNode);
     block.pool.cleanup_pool();
 }
@@ -577,9 +573,8 @@ TEST(ListParts, TheLinksOfOneProcessAreTrustedThoseOfASegmentMustStayInIt) {
     EXPECT_FALSE(range.holds(segment.begin() - 4, 8));
     EXPECT_EQ(segment.size() / 12, range.mostNodes());
     EXPECT_EQ(&pNode->a[1], soundNode(&pNode->a[0], pNode->a[0].get_pNext()));
-    EXPECT_EXIT(
-        soundNode(&pNode->a[0], reinterpret_cast<shareNode::chain_type*>(segment.begin() + segment.size())),
-        testing::KilledBySignal(SIGABRT), "\\[_chList:[0-9]+\\] broken share chain ");
+    EXPECT_EXIT(soundNode(&pNode->a[0], reinterpret_cast<shareNode::chain_type*>(segment.begin() + segment.size())),
+                testing::KilledBySignal(SIGABRT), "\\[_chList:[0-9]+\\] broken share chain ");
 }
 
 TEST(ListParts, TheNodeInFrontIsFoundByTheWayForwardWhenTheLinkBackwardsIsWrong) {

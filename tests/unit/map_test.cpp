@@ -120,10 +120,9 @@ TEST(Map, KeysCanBeTexts) {
     map[text("gamma")] = text("3");
     std::string strAll;
     for (auto it = map.begin(); it != map.end(); ++it)
-        strAll +=
-            std::string(static_cast<const char*>((*it).key), static_cast<size_t>((*it).key.GetLength())) +
-            std::string(static_cast<const char*>((*it).value), static_cast<size_t>((*it).value.GetLength())) +
-            " ";
+        strAll += std::string(static_cast<const char*>((*it).key), static_cast<size_t>((*it).key.GetLength())) +
+                  std::string(static_cast<const char*>((*it).value), static_cast<size_t>((*it).value.GetLength())) +
+                  " ";
     EXPECT_EQ("alpha1 beta2 gamma3 ", strAll);
     EXPECT_NE(map.end(), map.find_key(text("beta")));
     EXPECT_EQ(map.end(), map.find_key(text("bet")));
@@ -165,8 +164,7 @@ protected:
     std::vector<std::string> records() {
         std::vector<std::string> list;
         for (auto it = cabin().begin(); it != cabin().end(); ++it)
-            list.emplace_back(static_cast<const char*>(cabin().get_value_pointer(&*it)),
-                              static_cast<size_t>(*it));
+            list.emplace_back(static_cast<const char*>(cabin().get_value_pointer(&*it)), static_cast<size_t>(*it));
         return list;
     }
 

@@ -85,8 +85,9 @@ TEST_F(Message, ExtraDataIsABlockOfItsOwnNamedByItsDistance) {
 
 TEST_F(Message, AnExtraPointerWithoutSizeOrTheReverseIsFatal) {
     msgObject objMessage(1, 2, 3);
-    const char* lpszText = "\\[QORMsgSystem:[0-9]+\\] \\(pData == NULL && nExtraSize == 0\\) \\|\\| "
-                           "\\(pData != NULL && nExtraSize != 0\\) ";
+    const char* lpszText =
+        "\\[QORMsgSystem:[0-9]+\\] \\(pData == NULL && nExtraSize == 0\\) \\|\\| "
+        "\\(pData != NULL && nExtraSize != 0\\) ";
     EXPECT_EXIT(objMessage.set_pExtraData(4, NULL), testing::KilledBySignal(SIGABRT), lpszText);
     EXPECT_EXIT(objMessage.set_pExtraData(0, &objMessage), testing::KilledBySignal(SIGABRT), lpszText);
 }
@@ -283,12 +284,10 @@ TEST_F(Message, AQueueHasItsNameItsOwnerAndItsPlaceInTheTable) {
     EXPECT_EQ(pQueue->GetTaskId(), pQueue->m_idTask);
     EXPECT_STREQ("owner", pQueue->m_szName);
     EXPECT_EQ(pQueue->m_szName, pQueue->GetName());
-    EXPECT_EQ(reinterpret_cast<char*>(pQueue),
-              reinterpret_cast<char*>(manager().m_vRootQueueChain.get_pNext()) + 8);
+    EXPECT_EQ(reinterpret_cast<char*>(pQueue), reinterpret_cast<char*>(manager().m_vRootQueueChain.get_pNext()) + 8);
     EXPECT_EQ(&pQueue->m_vRootMessageChain, pQueue->m_vRootMessageChain.get_pNext());
     msgObject* const pMessage = emit(pQueue, 0x100);
-    EXPECT_EQ(reinterpret_cast<char*>(pMessage),
-              reinterpret_cast<char*>(pQueue->m_vRootMessageChain.get_pNext()) + 8);
+    EXPECT_EQ(reinterpret_cast<char*>(pMessage), reinterpret_cast<char*>(pQueue->m_vRootMessageChain.get_pNext()) + 8);
     EXPECT_TRUE(manager().IsValidMessageQueue(pQueue));
     EXPECT_FALSE(manager().IsValidMessageQueue(pQueue + 1));
     manager().FreeMessageQueue(pQueue);

@@ -58,9 +58,8 @@ TEST(Id, EveryThreadHasATaskIdOfItsOwn) {
 
 TEST(Id, AChildAfterForkHasItsOwnTaskId) {
     const int idTask = qorGetCurrentTaskId();
-    qorTest::childProcess child("task id", [idTask]() {
-        return qorGetCurrentTaskId() == getpid() && qorGetCurrentTaskId() != idTask ? 0 : 1;
-    });
+    qorTest::childProcess child(
+        "task id", [idTask]() { return qorGetCurrentTaskId() == getpid() && qorGetCurrentTaskId() != idTask ? 0 : 1; });
     EXPECT_EQ(0, child.wait());
 }
 

@@ -53,10 +53,10 @@ protected:
 TEST_F(Named, TheSegmentBeginsWithHeaderPoolAndTable) {
     EXPECT_EQ(8192, wordAt(0));
     EXPECT_EQ(1002, wordAt(4));
-    EXPECT_EQ(8156, wordAt(8));   // the pool's size
-    EXPECT_EQ(28, wordAt(12));    // and its distance from the pool's record: it begins at 36
-    EXPECT_EQ(-16, wordAt(24));   // the table's handle to the pool's record
-    EXPECT_EQ(0, wordAt(28));     // the empty chain points to itself
+    EXPECT_EQ(8156, wordAt(8));  // the pool's size
+    EXPECT_EQ(28, wordAt(12));   // and its distance from the pool's record: it begins at 36
+    EXPECT_EQ(-16, wordAt(24));  // the table's handle to the pool's record
+    EXPECT_EQ(0, wordAt(28));    // the empty chain points to itself
     EXPECT_EQ(0, wordAt(32));
     EXPECT_EQ(24, offsetOf(m_pManager));
 }
@@ -76,11 +76,11 @@ TEST_F(Named, AnUnknownNameMakesABlockAndAKnownOneFindsIt) {
 
 TEST_F(Named, TheFirstRecordLiesAtTheBeginOfThePool) {
     char* const pData = static_cast<char*>(m_pManager->GetNamedObject("clocks", 28, nullptr));
-    EXPECT_EQ(36 + 4 + 16, offsetOf(pData));        // cell header, chain node, name
-    EXPECT_EQ(40 - 28, wordAt(28));                  // the root points to the chain node
-    EXPECT_EQ(28 - 40, wordAt(40));                  // which points back to the root
-    EXPECT_EQ(4 + 4 + 16 + 28, wordAt(36));          // cell header, name length without its two low bits, 16, data
-    EXPECT_EQ(8 - 48, wordAt(48));                   // the name's pool handle
+    EXPECT_EQ(36 + 4 + 16, offsetOf(pData));  // cell header, chain node, name
+    EXPECT_EQ(40 - 28, wordAt(28));           // the root points to the chain node
+    EXPECT_EQ(28 - 40, wordAt(40));           // which points back to the root
+    EXPECT_EQ(4 + 4 + 16 + 28, wordAt(36));   // cell header, name length without its two low bits, 16, data
+    EXPECT_EQ(8 - 48, wordAt(48));            // the name's pool handle
 }
 
 TEST_F(Named, ANewBlockIsZeroAlsoWhereAnotherOneWas) {
@@ -248,8 +248,7 @@ TEST(Storage, ACounterIsStoredSteppedAndRemoved) {
     EXPECT_EQ(4u, storage.ExcuteAccumulater("named_ticket", 5));
     storage.CreateAccumulater("named_ticket", 7, 0, 10);
     EXPECT_EQ(8u, storage.ExcuteAccumulater("named_ticket", 1));
-    EXPECT_EXIT(storage.CreateAccumulater("named_ticket", 0, 5, 5), testing::KilledBySignal(SIGABRT),
-                "uMax > uMin ");
+    EXPECT_EXIT(storage.CreateAccumulater("named_ticket", 0, 5, 5), testing::KilledBySignal(SIGABRT), "uMax > uMin ");
     storage.DestoryAccumulater("named_ticket");
     storage.DestoryAccumulater("named_ticket");
     storage.Lock(-1);

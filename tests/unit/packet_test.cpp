@@ -195,7 +195,8 @@ TEST_F(PacketTest, SendingToAPeerThatIsGoneIsWarnedOf) {
 TEST_F(PacketTest, SendingAfterTheEndOfTheConnectionRaisesNoSignal) {
     signal(SIGPIPE, SIG_DFL);
     ASSERT_EQ(0, shutdown(m_socket, SHUT_WR));
-    EXPECT_TRUE(has(warningsOf([&] { EXPECT_EQ(0, m_socket.SendOnePacket("x", 1)); }), "sockSend error : [Broken pipe]"));
+    EXPECT_TRUE(
+        has(warningsOf([&] { EXPECT_EQ(0, m_socket.SendOnePacket("x", 1)); }), "sockSend error : [Broken pipe]"));
     EXPECT_EQ(0, m_socket.IsTCPConnected());
 }
 

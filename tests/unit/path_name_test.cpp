@@ -22,9 +22,12 @@ TEST(PathName, APathIsMadeFromNothingAStringOrAText) {
 TEST(PathName, ADirectoryAndANameAreJoinedBySeparator) {
     const struct {
         const char *lpszDirectory, *lpszName, *lpszPath;
-    } arr[] = {{"/rundata", "x.ini", "/rundata/x.ini"}, {"/rundata/", "x.ini", "/rundata/x.ini"},
-               {"a/", "/b", "a/b"},                     {"", "b", "b"},
-               {"a\\", "b", "a\\b"},                    {"a", "", "a/"}};
+    } arr[] = {{"/rundata", "x.ini", "/rundata/x.ini"},
+               {"/rundata/", "x.ini", "/rundata/x.ini"},
+               {"a/", "/b", "a/b"},
+               {"", "b", "b"},
+               {"a\\", "b", "a\\b"},
+               {"a", "", "a/"}};
     for (const auto& row : arr) {
         chPathNameA path(row.lpszDirectory, row.lpszName);
         EXPECT_EQ(row.lpszPath, textOf(path));
@@ -33,7 +36,9 @@ TEST(PathName, ADirectoryAndANameAreJoinedBySeparator) {
 
 TEST(PathName, ComponentsAreAppendedOneByOne) {
     chPathNameA path;
-    path << "/a" << "b" << "/c";
+    path << "/a"
+         << "b"
+         << "/c";
     EXPECT_EQ("a/b/c", textOf(path));
 }
 

@@ -18,9 +18,7 @@ using qorTest::share;
 
 namespace {
 
-bool hasEventFile(int idTask) {
-    return access(("/tmp/qor_task_event_" + std::to_string(idTask)).c_str(), F_OK) == 0;
-}
+bool hasEventFile(int idTask) { return access(("/tmp/qor_task_event_" + std::to_string(idTask)).c_str(), F_OK) == 0; }
 
 TEST(ProcessLocal, AThreadIsFoundByItsQueue) {
     currentThread thread("me");
@@ -307,8 +305,7 @@ TEST(ThreadHandle, AThreadDeliversToItselfByHandlingAtOnce) {
 // ---- dispatching
 
 struct hooker : chMsgHooker {
-    hooker(std::string& strSeen, char ch, int nHandled)
-        : m_strSeen(strSeen), m_ch(ch), m_nHandled(nHandled) {}
+    hooker(std::string& strSeen, char ch, int nHandled) : m_strSeen(strSeen), m_ch(ch), m_nHandled(nHandled) {}
     int TryThreadMessage(msgObject&) override {
         m_strSeen += m_ch;
         return m_nHandled;

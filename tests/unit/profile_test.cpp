@@ -31,7 +31,8 @@ bool isNull(const void* p) { return p == NULL; }
 
 TEST_F(Profile, AFileIsOpenedAsTheRegistrysDocument) {
     HINIFILE hFile = NULL;
-    EXPECT_EQ(texts{"sub-interface: profileOpen(/tmp/profile.ini)!!!!"}, reportsOf([&] { hFile = profileOpen(szFile); }));
+    EXPECT_EQ(texts{"sub-interface: profileOpen(/tmp/profile.ini)!!!!"},
+              reportsOf([&] { hFile = profileOpen(szFile); }));
     ASSERT_FALSE(isNull(hFile));
     EXPECT_EQ(reinterpret_cast<uintptr_t>(regSection2HANDLE(documentOf(registryOpen(szFile, "s")))),
               reinterpret_cast<uintptr_t>(hFile));
@@ -116,8 +117,9 @@ TEST_F(Profile, WithoutADocumentTheResultIsZeroAndNotTheDefault) {
     HINIFILE hFile = profileOpen(szFile);
     const uintptr_t uFile = reinterpret_cast<uintptr_t>(hFile);
     const uintptr_t uSection = reinterpret_cast<uintptr_t>(registryOpen(szFile, "s"));
-    for (const uintptr_t u : {uintptr_t(0), uintptr_t(1), uintptr_t(0x30), uintptr_t(0xFFFFC), uintptr_t(0x100000),
-                              ~uintptr_t(0), ~uintptr_t(3), uFile + 1, uFile + 4, uFile - 8, uFile + 0x100000, uSection}) {
+    for (const uintptr_t u :
+         {uintptr_t(0), uintptr_t(1), uintptr_t(0x30), uintptr_t(0xFFFFC), uintptr_t(0x100000), ~uintptr_t(0),
+          ~uintptr_t(3), uFile + 1, uFile + 4, uFile - 8, uFile + 0x100000, uSection}) {
         HINIFILE hNone = reinterpret_cast<HINIFILE>(u);
         EXPECT_EQ(0, profileGetInt(hNone, "s", "n", 5)) << u;
         EXPECT_EQ(0, profileGetString(hNone, "s", "k", buffer(), "d")) << u;

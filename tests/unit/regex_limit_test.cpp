@@ -191,7 +191,8 @@ TEST_F(RegexLimit, AnAliasThatContainsItselfIsAnError) {
 TEST_F(RegexLimit, LongTextsAreMatchedWithoutDepth) {
     onSmallStack([] {
         const std::string strText = repeated("ab", 500000);
-        for (const char* lpszPattern : {"(ab)*", "(ab)+c?", "[ab]*", ".*", "[(ab)c]*", "((ab)*)*", "(ab?)*+", "(.*?b)*"}) {
+        for (const char* lpszPattern :
+             {"(ab)*", "(ab)+c?", "[ab]*", ".*", "[(ab)c]*", "((ab)*)*", "(ab?)*+", "(.*?b)*"}) {
             regexTree express(lpszPattern, 0);
             EXPECT_EQ(1000000, lengthAt(express, strText.c_str())) << lpszPattern;
         }

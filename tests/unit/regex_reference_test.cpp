@@ -202,10 +202,12 @@ TEST_F(RegexReference, CharactersThrownTogetherAreTheSameErrors) {
 // Long runs end in every way: by the limit, by a character, by the end.
 TEST_F(RegexReference, RunsOfCharactersLeaveEveryNodeAlike) {
     static const char* const arrPattern[] = {
-        "\\w+\\d",       "\\w*b",          "[^ab]*+a",      "[^a-b0-9]+[a0]", "\\D+0",       "(\\w)+\\d",      "([^ab])*[ab]",
-        "\\w{1,4}.",     "[a-c]{2,3}c",    ".*?b",          "\\S*?0",         "[^b-c]{2,}b", "(.*)(\\d+)(c*)", "[\\D5]*0",
-        "[(\\d)(\\w)]*", "([a-b]+)c([^b])", "[ab]*[(ab)(bc)]", "(a*)[b0](c?)", "a*(?:b?)c",   "[^\\D]*a",       "[^[a-b0]]+a",
-        "(a*?b?)c",     "([ab]*b?)c",     "((a*)+b){1,2}c", "(a*+b?)+c",      "([ab]{2,}a?)c", "(a+?){2}[^a]c",
+        "\\w+\\d",         "\\w*b",           "[^ab]*+a",       "[^a-b0-9]+[a0]", "\\D+0",
+        "(\\w)+\\d",       "([^ab])*[ab]",    "\\w{1,4}.",      "[a-c]{2,3}c",    ".*?b",
+        "\\S*?0",          "[^b-c]{2,}b",     "(.*)(\\d+)(c*)", "[\\D5]*0",       "[(\\d)(\\w)]*",
+        "([a-b]+)c([^b])", "[ab]*[(ab)(bc)]", "(a*)[b0](c?)",   "a*(?:b?)c",      "[^\\D]*a",
+        "[^[a-b0]]+a",     "(a*?b?)c",        "([ab]*b?)c",     "((a*)+b){1,2}c", "(a*+b?)+c",
+        "([ab]{2,}a?)c",   "(a+?){2}[^a]c",
     };
     chance r(20260404);
     for (const char* lpszPattern : arrPattern) {
@@ -218,8 +220,8 @@ TEST_F(RegexReference, RunsOfCharactersLeaveEveryNodeAlike) {
     }
 }
 
-// Sequences of plain elements, of which most are matched straight on: what follows a run is often, but not always, of other
-// characters than the run.
+// Sequences of plain elements, of which most are matched straight on: what follows a run is often, but not always, of
+// other characters than the run.
 class sequenceMaker {
 public:
     explicit sequenceMaker(chance& r) : m_chance(r) {}
@@ -234,7 +236,8 @@ public:
 
 private:
     std::string element(int nDepth) {
-        static const char* const arrOne[] = {"[a-b]", "\\d", "[^c]", "[ab0]", "[a-b0-9]", "[\\d\\.]", "\\D", ".", "[^a-b0]"};
+        static const char* const arrOne[] = {"[a-b]",    "\\d", "[^c]", "[ab0]",  "[a-b0-9]",
+                                             "[\\d\\.]", "\\D", ".",    "[^a-b0]"};
         static const char* const arrTimes[] = {"*", "+", "?", "{2}", "{1,3}", "{2,}", "*+", "{0,2}+", "{3}"};
         static const char* const arrText[] = {"a", "b", "c", "\\.", "ab", "0", "C"};
         const int n = m_chance.below(nDepth > 0 ? 9 : 6);

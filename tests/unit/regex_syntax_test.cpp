@@ -155,7 +155,8 @@ TEST_F(RegexSyntax, QuantifiersSetTimesAndMode) {
     const auto times = [](const char* lpszPattern) {
         regexTree express(lpszPattern, 0);
         const regexNode* p = express.m_arrTargetREs[0];
-        return std::to_string(p->m_nMinTimes) + "," + std::to_string(p->m_nMaxTimes) + static_cast<char>(p->m_chRepeatMode);
+        return std::to_string(p->m_nMinTimes) + "," + std::to_string(p->m_nMaxTimes) +
+               static_cast<char>(p->m_chRepeatMode);
     };
     EXPECT_EQ("1,1-", times("a"));
     EXPECT_EQ("0,-1 ", times("a*"));
@@ -273,7 +274,8 @@ TEST_F(RegexSyntax, BehindAnErrorTheExpressionIsEmpty) {
 }
 
 TEST_F(RegexSyntax, APatternThatMustCompileIsAssertedToDoSo) {
-    EXPECT_EXIT(regexTree("(a", 0), testing::KilledBySignal(SIGABRT), "\\[QORRegularExpress:[0-9]+\\] lpszREText == NULL ");
+    EXPECT_EXIT(regexTree("(a", 0), testing::KilledBySignal(SIGABRT),
+                "\\[QORRegularExpress:[0-9]+\\] lpszREText == NULL ");
     regexTree express;
     EXPECT_EXIT(express.BuildRegularExpress(NULL, 0), testing::KilledBySignal(SIGABRT),
                 "\\[QORRegularExpress:[0-9]+\\] lpszREText != NULL ");
@@ -414,9 +416,8 @@ TEST(RegexSteps, AQuantifierIsReadAndPassed) {
         int nResult, nPassed, nMin, nMax;
         char chMode;
     };
-    for (const row& r :
-         {row{"*x", 1, 1, 0, -1, ' '}, row{"+?x", 1, 2, 1, -1, '?'}, row{"?+", 1, 2, 0, 1, '+'},
-          row{"{3}", 1, 3, 3, 3, '-'}, row{"{2,5}x", 1, 5, 2, 5, ' '}, row{"x", 1, 0, 1, 1, '-'}}) {
+    for (const row& r : {row{"*x", 1, 1, 0, -1, ' '}, row{"+?x", 1, 2, 1, -1, '?'}, row{"?+", 1, 2, 0, 1, '+'},
+                         row{"{3}", 1, 3, 3, 3, '-'}, row{"{2,5}x", 1, 5, 2, 5, ' '}, row{"x", 1, 0, 1, 1, '-'}}) {
         textNode node;
         const char* lpsz = r.lpszText;
         EXPECT_EQ(r.nResult, node.PeekRepeatFromText(lpsz)) << r.lpszText;

@@ -251,7 +251,7 @@ TEST(Regex, AGroupInARepetitionThatFailedHasNoResult) {
 }
 
 TEST(Regex, ABackReferenceRepeatsWhatWasCaptured) {
-    EXPECT_EQ(5, matchLength("([ab])x\\1\\1y", "axaay") );
+    EXPECT_EQ(5, matchLength("([ab])x\\1\\1y", "axaay"));
     EXPECT_EQ(-1, matchLength("([ab])x\\1", "axb"));
     EXPECT_EQ(7, matchLength("(ab)\\1*c", "abababc"));
     EXPECT_EQ(5, matchLength("(ab)(c)\\2?[\\1d]", "abcabd"));
@@ -266,7 +266,8 @@ TEST(Regex, ABackReferenceDoesNotAskForAGivenEnd) {
 }
 
 TEST(Regex, ABackReferenceToAGroupWithoutResultAborts) {
-    EXPECT_EXIT(matchLength("[(a)b]\\1", "b"), testing::KilledBySignal(SIGABRT), "\\[QORRegularExpress:[0-9]+\\] FALSE ");
+    EXPECT_EXIT(matchLength("[(a)b]\\1", "b"), testing::KilledBySignal(SIGABRT),
+                "\\[QORRegularExpress:[0-9]+\\] FALSE ");
     EXPECT_EXIT(matchLength("(a)?\\1", "b"), testing::KilledBySignal(SIGABRT), "FALSE ");
     EXPECT_EXIT(matchLength("(a\\1)", "aa"), testing::KilledBySignal(SIGABRT), "FALSE ");
     // Looking ahead out of the group comes to the back-reference before the group has a result.
@@ -417,12 +418,15 @@ static_assert(std::is_base_of<re_Relation<re_Range<char>>, re_RelationCase<re_Ra
 static_assert(std::is_same<decltype(regexNode::m_strREText), QOR_StringHelper::chReferenceStringT<char>>::value, "");
 static_assert(std::is_same<decltype(regexNode::m_nFlags), uint32_t>::value, "");
 static_assert(std::is_same<decltype(regexNode::m_chRepeatMode), int32_t>::value, "");
-static_assert(std::is_same<decltype(regexGroup::m_arrTargetREs), QOR_ArrayHelper::chObjArray<regexNode*, false, 4>>::value, "");
+static_assert(
+    std::is_same<decltype(regexGroup::m_arrTargetREs), QOR_ArrayHelper::chObjArray<regexNode*, false, 4>>::value, "");
 static_assert(std::is_same<decltype(re_Text<char>::m_arrText), QOR_ArrayHelper::chObjArray<char, false, 4>>::value, "");
 static_assert(std::is_same<decltype(re_Range<char>::m_chLow), uint32_t>::value, "");
-static_assert(std::is_same<decltype(regexTree::m_arrCaptureREs), QOR_ArrayHelper::chObjArray<regexNode*, false, 4>>::value, "");
+static_assert(
+    std::is_same<decltype(regexTree::m_arrCaptureREs), QOR_ArrayHelper::chObjArray<regexNode*, false, 4>>::value, "");
 static_assert(std::is_same<decltype(regexTree::m_mapCustomAlias),
-                           QOR_ListHelper::chMapList_dynamic<regexText, regexText, 16>>::value, "");
+                           QOR_ListHelper::chMapList_dynamic<regexText, regexText, 16>>::value,
+              "");
 
 TEST(Regex, ANewNodeMatchesOnceExactlyAndHasNoResult) {
     regexSequence group;
@@ -446,11 +450,11 @@ TEST(Regex, ANewNodeMatchesOnceExactlyAndHasNoResult) {
 
 TEST(Regex, FieldsStandInTheirOrder) {
     regexTree express;
-    const void* const arrField[] = {&express.m_strREText,       &express.m_bNegative,    &express.m_nFlags,
-                                    &express.m_nMinTimes,       &express.m_nMaxTimes,    &express.m_chRepeatMode,
-                                    &express.m_pParentRE,       &express.m_iIndexInParent, &express.m_lpszResultBegin,
-                                    &express.m_lpszResultEnd,   &express.m_arrTargetREs, &express.m_bNoCapture,
-                                    &express.m_mapCustomAlias,  &express.m_arrCaptureREs};
+    const void* const arrField[] = {&express.m_strREText,      &express.m_bNegative,      &express.m_nFlags,
+                                    &express.m_nMinTimes,      &express.m_nMaxTimes,      &express.m_chRepeatMode,
+                                    &express.m_pParentRE,      &express.m_iIndexInParent, &express.m_lpszResultBegin,
+                                    &express.m_lpszResultEnd,  &express.m_arrTargetREs,   &express.m_bNoCapture,
+                                    &express.m_mapCustomAlias, &express.m_arrCaptureREs};
     EXPECT_TRUE(std::is_sorted(std::begin(arrField), std::end(arrField)));
 }
 
@@ -507,7 +511,7 @@ TEST(Regex, SearchingPassesNoPlaceThatMatches) {
     };
     EXPECT_EQ(2, found("(a*?b?)c", "aac"));
     EXPECT_EQ(3, found("(a*)bc", "aabbc"));
-    EXPECT_EQ(2, found("a{1,2}c", "aaaac") );
+    EXPECT_EQ(2, found("a{1,2}c", "aaaac"));
     EXPECT_EQ(4, found("\\w+@", "ab; cd@"));
     EXPECT_EQ(0, found("(a+b)+;", "aabab;"));
     EXPECT_EQ(-1, found("\\w+@", "ab; cd"));

@@ -58,13 +58,13 @@ protected:
 TEST_F(RegistryLayout, TheRootIsHeaderPoolListSaverAndPoolArea) {
     EXPECT_EQ(0x100000, wordAt(0));
     EXPECT_EQ(1001, wordAt(4));
-    EXPECT_EQ(0xFFFD4, wordAt(8));         // the pool's size
-    EXPECT_EQ(0x2C - 8, wordAt(12));       // and its distance from the pool's record
-    EXPECT_EQ(8 - 24, wordAt(24));         // the list's handle to the pool
-    EXPECT_EQ(0, wordAt(28));              // no documents
-    EXPECT_EQ(0, wordAt(32));              // the empty chain points to itself
+    EXPECT_EQ(0xFFFD4, wordAt(8));    // the pool's size
+    EXPECT_EQ(0x2C - 8, wordAt(12));  // and its distance from the pool's record
+    EXPECT_EQ(8 - 24, wordAt(24));    // the list's handle to the pool
+    EXPECT_EQ(0, wordAt(28));         // no documents
+    EXPECT_EQ(0, wordAt(32));         // the empty chain points to itself
     EXPECT_EQ(0, wordAt(36));
-    EXPECT_EQ(0, wordAt(40));              // no saver
+    EXPECT_EQ(0, wordAt(40));                       // no saver
     EXPECT_EQ(0xFFFD4, wordAt(0x2C) & 0x7FFFFFFF);  // one free cell
     EXPECT_LT(wordAt(0x2C), 0);
     EXPECT_EQ(0xFFFD4 + 0x2C, 0x100000);
@@ -88,10 +88,10 @@ TEST_F(RegistryLayout, ADocumentASectionAndAKeyHaveTheirFieldsInOrder) {
     EXPECT_EQ(nSection - 8, nDocument + 8 + wordAt(nDocument + 8));  // the only element of the chain
     EXPECT_EQ(1, wordAt(nSection + 4));
     EXPECT_EQ("Net", textAt(nSection + 16));
-    EXPECT_EQ(0, wordAt(nSection + 28));                               // no monitors
+    EXPECT_EQ(0, wordAt(nSection + 28));  // no monitors
     EXPECT_EQ(0, wordAt(nSection + 40));
     EXPECT_EQ(0, wordAt(nSection + 44));
-    EXPECT_EQ(nDocument, nSection + 48 + wordAt(nSection + 48));       // the document
+    EXPECT_EQ(nDocument, nSection + 48 + wordAt(nSection + 48));  // the document
     EXPECT_EQ(static_cast<int32_t>(regNameHash("NET")), wordAt(nSection + 52));
 
     const int nKey = offsetOf(pSection->FindKeyObject("PORT"));
@@ -176,7 +176,8 @@ TEST_F(RegistryLayout, ADocumentWithoutAFileNameIsFreedBeforeTheNextIsMade) {
 TEST_F(RegistryLayout, ALostDocumentIsFoundBehindAStaleLinkBackwards) {
     m_pRoot->GetDocumentObject("/tmp/layout.ini");
     const int32_t nPrev = wordAt(36);
-    m_pRoot->m_lstDocument.AppendObject([this](regDocument& document) { return document.InitDocument(&m_pRoot->m_objPool), true; });
+    m_pRoot->m_lstDocument.AppendObject(
+        [this](regDocument& document) { return document.InitDocument(&m_pRoot->m_objPool), true; });
     memcpy(reinterpret_cast<char*>(m_pRoot) + 36, &nPrev, sizeof(nPrev));  // as if killed before this was stored
     m_pRoot->ClearLostDocument();
     EXPECT_NE(nullptr, m_pRoot->FindDocumentObject("/tmp/layout.ini"));
@@ -227,8 +228,7 @@ TEST_F(RegistryLayout, TheFieldsOfItsRecordsHaveTheirPlaces) {
 TEST_F(RegistryLayout, AKeyAndASectionAreNamedOnceAndFoundWithoutCase) {
     QOR_AllocHelper::baseStaticPoolAlloc* const pPool = &m_pRoot->m_objPool;
     regObjList<regKey>& lstKey = newList<regKey>();
-    regKey* const pKey =
-        lstKey.AppendObject([pPool](regKey& key) { return key.InitKey(pPool, "Port", "5060"); });
+    regKey* const pKey = lstKey.AppendObject([pPool](regKey& key) { return key.InitKey(pPool, "Port", "5060"); });
     EXPECT_TRUE(pKey->IsNamed("pORT", regNameHash("port")));
     EXPECT_FALSE(pKey->IsNamed("ports", regNameHash("ports")));
     EXPECT_FALSE(pKey->IsNamed("port", regNameHash("port") + 1));
@@ -306,8 +306,7 @@ TEST(RegistryHandles, AHandleIsTheDistanceFromTheStoreAndOfOneKindOnly) {
     regDocument* const pDocument = registry.LockDocument("/tmp/layout_handles.ini");
     regSection* const pSection = pDocument->GetSectionObject("s");
     const uintptr_t uDocument = registry.GetHandle(pDocument), uSection = registry.GetHandle(pSection);
-    EXPECT_EQ(reinterpret_cast<uintptr_t>(pSection),
-              reinterpret_cast<uintptr_t>(registry.getObject()) + uSection);
+    EXPECT_EQ(reinterpret_cast<uintptr_t>(pSection), reinterpret_cast<uintptr_t>(registry.getObject()) + uSection);
     EXPECT_EQ(0u, registry.GetHandle(NULL));
     for (int i = 0; i < 2; ++i) {
         EXPECT_EQ(pDocument, registry.GetDocument(uDocument));

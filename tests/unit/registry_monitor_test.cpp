@@ -41,8 +41,8 @@ protected:
     Monitors()
         : m_thread("monitor", [this](msgObject& objMessage) {
               if (objMessage.uMsg == TM_REGISTRY_CHANGE)
-                  m_listTold.push_back({objMessage.uMsg, objMessage.wParam,
-                                        registryHandle(static_cast<uintptr_t>(objMessage.lParam))});
+                  m_listTold.push_back(
+                      {objMessage.uMsg, objMessage.wParam, registryHandle(static_cast<uintptr_t>(objMessage.lParam))});
               return 0;
           }) {
         static int s_nFile = 0;

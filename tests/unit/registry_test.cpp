@@ -222,7 +222,7 @@ TEST_F(RegistryValue, AKeyMadeWithoutAValueTakesItsFirstAsAChange) {
 }
 
 __attribute__((noinline, no_sanitize("null", "undefined"))) const char* chainedValue(const regSection& section,
-                                                                                       const char* lpszKey) {
+                                                                                     const char* lpszKey) {
     return section.FindKeyObject(lpszKey)->GetValue();
 }
 
@@ -355,14 +355,10 @@ TEST_F(RegistryValue, ReadingAndSettingCostTheLockAndItsReturn) {
     HREGISTRY h = openFile("s", "[s]\nk=1\n");
     char sz[10];
     const std::vector<std::function<void()>> listUse = {
-        [&] { registryGetInt(h, "k", 0); },
-        [&] { registryGetFloat(h, "k", 0); },
-        [&] { registryGetString(h, "k", sz, ""); },
-        [&] { registryGetStringN(h, "k", sz, sizeof(sz), ""); },
-        [&] { registryGetInt(h, "none", 0); },
-        [&] { registrySetInt(h, "k", 2); },
-        [&] { registrySetInt(h, "new", 2); },
-        [&] { open("s"); },
+        [&] { registryGetInt(h, "k", 0); },         [&] { registryGetFloat(h, "k", 0); },
+        [&] { registryGetString(h, "k", sz, ""); }, [&] { registryGetStringN(h, "k", sz, sizeof(sz), ""); },
+        [&] { registryGetInt(h, "none", 0); },      [&] { registrySetInt(h, "k", 2); },
+        [&] { registrySetInt(h, "new", 2); },       [&] { open("s"); },
     };
     for (size_t i = 0; i < listUse.size(); ++i) {
         s_nLockCalls = 0;
@@ -603,11 +599,29 @@ TEST_F(RegistryHandle, WhatIsNoSectionCountsAsNone) {
     const uintptr_t uSection = reinterpret_cast<uintptr_t>(h);
     const uintptr_t uDocument = reinterpret_cast<uintptr_t>(regSection2HANDLE(documentOf(h)));
     const uintptr_t uKey = reinterpret_cast<uintptr_t>(regSection2HANDLE(sectionOf(h)->FindKeyObject("k")));
-    for (const uintptr_t u :
-         {uintptr_t(0), uintptr_t(1), uintptr_t(4), uintptr_t(24), uintptr_t(0x2C), uintptr_t(0x30), uintptr_t(0xFFFFC),
-          uintptr_t(0xFFFFF), uintptr_t(0x100000), uintptr_t(0x7FFFFFFF), uintptr_t(0x80000000u), uintptr_t(0xFFFFFFFFu),
-          ~uintptr_t(0), ~uintptr_t(3), uSection + 1, uSection + 4, uSection - 4, uSection - 8, uSection + 0x100000,
-          uDocument, uDocument - 8, uKey, uKey - 8}) {
+    for (const uintptr_t u : {uintptr_t(0),
+                              uintptr_t(1),
+                              uintptr_t(4),
+                              uintptr_t(24),
+                              uintptr_t(0x2C),
+                              uintptr_t(0x30),
+                              uintptr_t(0xFFFFC),
+                              uintptr_t(0xFFFFF),
+                              uintptr_t(0x100000),
+                              uintptr_t(0x7FFFFFFF),
+                              uintptr_t(0x80000000u),
+                              uintptr_t(0xFFFFFFFFu),
+                              ~uintptr_t(0),
+                              ~uintptr_t(3),
+                              uSection + 1,
+                              uSection + 4,
+                              uSection - 4,
+                              uSection - 8,
+                              uSection + 0x100000,
+                              uDocument,
+                              uDocument - 8,
+                              uKey,
+                              uKey - 8}) {
         SCOPED_TRACE(u);
         expectNull(registryHandle(u));
         // A document stands for itself there.
@@ -622,9 +636,9 @@ TEST_F(RegistryHandle, OnlyDocumentsAreSavedByTheirHandle) {
     HREGISTRY h = openFile("s", "[s]\nk=1\n");
     registrySetInt(h, "k", 2);
     const uintptr_t uDocument = reinterpret_cast<uintptr_t>(regSection2HANDLE(documentOf(h)));
-    for (const uintptr_t u : {uintptr_t(0), uintptr_t(1), uintptr_t(0x30), uintptr_t(0xFFFFC), ~uintptr_t(0),
-                              uintptr_t(0x100000), uDocument + 1, uDocument + 4, uDocument - 8,
-                              uDocument + 0x100000, reinterpret_cast<uintptr_t>(h)})
+    for (const uintptr_t u :
+         {uintptr_t(0), uintptr_t(1), uintptr_t(0x30), uintptr_t(0xFFFFC), ~uintptr_t(0), uintptr_t(0x100000),
+          uDocument + 1, uDocument + 4, uDocument - 8, uDocument + 0x100000, reinterpret_cast<uintptr_t>(h)})
         EXPECT_EQ(0, registrySaveDocument(registryHandle(u))) << u;
     EXPECT_EQ("[s]\nk=1\n", saved());
     EXPECT_EQ(1, registrySaveDocument(registryHandle(uDocument)));

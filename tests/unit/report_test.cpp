@@ -77,9 +77,7 @@ TEST(Report, ANullFormatIsAFatalAssertion) {
 }
 
 // What a function of a header does behind its checks.
-bool passes(int n) {
-    return QOR_ASSERT_IN("mod", n > 0, "n > 0") && QOR_WARN_IN("mod", n < 10, "n < 10");
-}
+bool passes(int n) { return QOR_ASSERT_IN("mod", n > 0, "n > 0") && QOR_WARN_IN("mod", n < 10, "n < 10"); }
 
 TEST(Report, AHeadersAssertionNamesItsModuleAndText) {
     testing::internal::CaptureStderr();

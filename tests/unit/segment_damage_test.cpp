@@ -49,8 +49,7 @@ TEST(SegmentDamage, AThreadWhoseQueueIsNoLongerInTheTableEndsWithAnAssertion) {
             thread.ProcessThreadMessageOnce();
         _exit(0);
     };
-    EXPECT_EXIT(fnRun(), testing::KilledBySignal(SIGABRT),
-                "\\[QORMsgSystem:[0-9]+\\] m_pMsgQueue != NULL \\(");
+    EXPECT_EXIT(fnRun(), testing::KilledBySignal(SIGABRT), "\\[QORMsgSystem:[0-9]+\\] m_pMsgQueue != NULL \\(");
     storeShareWord(*pRoot, nFirst);  // the death ran on the same segment
 }
 

@@ -76,10 +76,8 @@ TEST(FdSet, IsSetAnswersForAnyNumber) {
 
 TEST(FdSet, ADescriptorOutsideTheSetIsFatal) {
     chFD_SET set;
-    EXPECT_EXIT(set.add(1024), testing::KilledBySignal(SIGABRT),
-                "\\[xInc/xBaseClass:[0-9]+\\] fd >= 0 && fd < 1024 ");
-    EXPECT_EXIT(set.add(-1), testing::KilledBySignal(SIGABRT),
-                "\\[xInc/xBaseClass:[0-9]+\\] fd >= 0 && fd < 1024 ");
+    EXPECT_EXIT(set.add(1024), testing::KilledBySignal(SIGABRT), "\\[xInc/xBaseClass:[0-9]+\\] fd >= 0 && fd < 1024 ");
+    EXPECT_EXIT(set.add(-1), testing::KilledBySignal(SIGABRT), "\\[xInc/xBaseClass:[0-9]+\\] fd >= 0 && fd < 1024 ");
 }
 
 TEST_F(SelectTest, NothingToReadIsATimeOutAndLeavesTheSetEmpty) {

@@ -149,8 +149,9 @@ TEST_F(Send, DeliverReturnsWhenTheMessageIsTaken) {
 TEST_F(Send, DeliverInsistsOnExtraDataWithItsSize) {
     messageThread worker("w", [](msgObject&) { return 0; });
     chThreadRemote remote("w");
-    const char* lpszText = "\\[QORMsgSystem:[0-9]+\\] \\(nExtraSize > 0 && pExtraData != NULL\\) \\|\\| "
-                           "\\(pExtraData == NULL && nExtraSize == 0\\) ";
+    const char* lpszText =
+        "\\[QORMsgSystem:[0-9]+\\] \\(nExtraSize > 0 && pExtraData != NULL\\) \\|\\| "
+        "\\(pExtraData == NULL && nExtraSize == 0\\) ";
     EXPECT_EXIT(remote.DeliverThreadMsgEx(1, 0, 0, 1, NULL, -1), testing::KilledBySignal(SIGABRT), lpszText);
     EXPECT_EXIT(remote.DeliverThreadMsgEx(1, 0, 0, 0, "a", -1), testing::KilledBySignal(SIGABRT), lpszText);
 }
@@ -327,7 +328,12 @@ TEST_F(Send, HookersAreAskedInOrderAndTheFirstToConsumeEndsIt) {
         thread.SendThreadMsg(0x101, 0, 0);
     }
     thread.SendThreadMsg(0x101, 0, 0);
-    EXPECT_EQ("12h" "1" "12" "1h", strSeen);
+    EXPECT_EQ(
+        "12h"
+        "1"
+        "12"
+        "1h",
+        strSeen);
 }
 
 TEST_F(Send, AHookerNeedsARegisteredThread) {
@@ -407,7 +413,8 @@ TEST_F(Send, AProxyBlockOfAnotherSizeIsFatal) {
             thread.PostThreadMsgEx(TM_MESSAGE_PROXY, 0, 0, 4, "abc");
             thread.ProcessThreadMessageOnce();
         },
-        testing::KilledBySignal(SIGABRT), "\\[QORMsgSystem:[0-9]+\\] objMessage.GetExtraSize\\(\\) == sizeof\\(msgProxy\\) ");
+        testing::KilledBySignal(SIGABRT),
+        "\\[QORMsgSystem:[0-9]+\\] objMessage.GetExtraSize\\(\\) == sizeof\\(msgProxy\\) ");
 }
 
 TEST_F(Send, AForgedProxyOrTimerMessageIsNeverFollowed) {

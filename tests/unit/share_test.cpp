@@ -49,9 +49,7 @@ namespace {
 const std::string strPlatform = "\\[xInc/xBaseClass:[0-9]+\\] ";
 const std::string strBase = "\\[_chBaseClass:[0-9]+\\] ";
 
-bool exists(const std::string& strPath) {
-    return access(strPath.c_str(), F_OK) == 0;
-}
+bool exists(const std::string& strPath) { return access(strPath.c_str(), F_OK) == 0; }
 
 long long sizeOf(const char* lpszPath) {
     struct stat state;
@@ -64,9 +62,7 @@ std::string contentOf(const char* lpszPath) {
     return out.str();
 }
 
-void writeFile(const char* lpszPath, const std::string& str) {
-    std::ofstream(lpszPath, std::ios::binary) << str;
-}
+void writeFile(const char* lpszPath, const std::string& str) { std::ofstream(lpszPath, std::ios::binary) << str; }
 
 bool isZero(const void* pData, int nSize) {
     const char* p = static_cast<const char*>(pData);
@@ -329,9 +325,9 @@ TEST(RawMapFile, AFileThatCannotBeExtendedIsFatalBeforeItIsTouched) {
 
 TEST(RawMapFile, AFileThatCannotBeMadeIsFatal) {
     chRawMapFile file;
-    EXPECT_EXIT(file.OpenMapFile("/tmp/share_no_such/file", 100), testing::KilledBySignal(SIGABRT),
-                "Create file\\[/tmp/share_no_such/file\\] fail: No such file or directory\n.*" + strPlatform +
-                    "FALSE ");
+    EXPECT_EXIT(
+        file.OpenMapFile("/tmp/share_no_such/file", 100), testing::KilledBySignal(SIGABRT),
+        "Create file\\[/tmp/share_no_such/file\\] fail: No such file or directory\n.*" + strPlatform + "FALSE ");
 }
 
 TEST(RawMapFile, ASymbolicLinkIsRefusedAndNotFollowed) {
@@ -346,8 +342,8 @@ TEST(RawMapFile, ASymbolicLinkIsRefusedAndNotFollowed) {
 TEST(RawMapFile, WhatIsNoOrdinaryFileHasNoLength) {
     chRawMapFile file;
     EXPECT_EXIT(file.OpenMapFile("/dev/null", 100), testing::KilledBySignal(SIGABRT),
-                "warning: .* peek file \\[/dev/null\\] length fail: Inappropriate ioctl for device\n.*" +
-                    strPlatform + "FALSE ");
+                "warning: .* peek file \\[/dev/null\\] length fail: Inappropriate ioctl for device\n.*" + strPlatform +
+                    "FALSE ");
 }
 
 TEST(RawMapFile, AFlushThatFailsWarns) {
@@ -356,8 +352,7 @@ TEST(RawMapFile, AFlushThatFailsWarns) {
     s_nMsyncError = EIO;
     testing::internal::CaptureStderr();
     file.Flush();
-    EXPECT_EQ("\033[1;33m warning: \033[00m msync fail: Input/output error\n",
-              testing::internal::GetCapturedStderr());
+    EXPECT_EQ("\033[1;33m warning: \033[00m msync fail: Input/output error\n", testing::internal::GetCapturedStderr());
     s_nMsyncError = 0;
     file.DestroyMapFile();
 }
@@ -493,8 +488,7 @@ TEST(Frame, MisuseIsFatal) {
     EXPECT_EXIT(frame.OpenShareObject("x", 100), testing::KilledBySignal(SIGABRT),
                 strBase + "nSize >= \\(int\\)sizeof\\(T\\) ");
     frame.OpenShareObject("x", 4096);
-    EXPECT_EXIT(frame.OpenShareObject("x", 4096), testing::KilledBySignal(SIGABRT),
-                strBase + "m_pIPCObject == NULL ");
+    EXPECT_EXIT(frame.OpenShareObject("x", 4096), testing::KilledBySignal(SIGABRT), strBase + "m_pIPCObject == NULL ");
 }
 
 struct counterObject : QOR_BaseHelper::ipcObjectHeader {
@@ -522,8 +516,7 @@ struct noMapFile : chMapFile_Local {
 
 TEST(Frame, MemoryThatCannotBeHadIsFatal) {
     ipcObjectFrame<sampleObject, noMapFile, chMutex_Local> frame;
-    EXPECT_EXIT(frame.OpenShareObject("x", 4096), testing::KilledBySignal(SIGABRT),
-                strBase + "m_pIPCObject != NULL ");
+    EXPECT_EXIT(frame.OpenShareObject("x", 4096), testing::KilledBySignal(SIGABRT), strBase + "m_pIPCObject != NULL ");
 }
 
 TEST(Header, ClearingMakesAllZeroAndNothingBehind) {

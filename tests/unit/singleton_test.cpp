@@ -96,9 +96,7 @@ TEST(Singleton, AChildForkedInTheMiddleOfTheConstructionMakesItsOwn) {
     if (idChild == 0) {
         alarm(30);
         forkedObject::s_bBlock = false;
-        _exit(single::get("module") != nullptr && forkedObject::s_nMade == 1 && forkedObject::s_nReset == 0
-                  ? 0
-                  : 1);
+        _exit(single::get("module") != nullptr && forkedObject::s_nMade == 1 && forkedObject::s_nReset == 0 ? 0 : 1);
     }
     int nStatus = -1;
     waitpid(idChild, &nStatus, 0);
@@ -168,8 +166,7 @@ TEST(ModuleHelper, IsOneLockForAllThreads) {
 
 TEST(ModuleHelper, ASecondOneIsFatal) {
     uCMoudleHelpergetGlobalObject();
-    EXPECT_EXIT(uCMoudleHelper other, testing::KilledBySignal(SIGABRT),
-                "\\[_chBaseClass:[0-9]+\\] pData == NULL ");
+    EXPECT_EXIT(uCMoudleHelper other, testing::KilledBySignal(SIGABRT), "\\[_chBaseClass:[0-9]+\\] pData == NULL ");
 }
 
 TEST(ModuleHelper, AChildCanLockWhatAThreadOfItsParentHeld) {

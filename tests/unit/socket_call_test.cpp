@@ -25,9 +25,9 @@ namespace {
 
 typedef std::deque<int> errors;
 
-errors s_arrError;            // of the next calls, whichever they are; 0 lets the system answer
-int s_nWaitError = 0;         // all waits fail with it
-bool s_bEndless = false;      // there is always one more byte to receive
+errors s_arrError;        // of the next calls, whichever they are; 0 lets the system answer
+int s_nWaitError = 0;     // all waits fail with it
+bool s_bEndless = false;  // there is always one more byte to receive
 int s_nYields = 0;
 std::vector<long> s_arrWait;  // how long was waited for, in milliseconds; -1 for ever
 
@@ -350,7 +350,8 @@ TEST_F(CallTest, AWaitThatFailsEndsTheReceivingAndKeepsTheConnection) {
     QOR_MiscHelper::binaryArray arr;
     s_nWaitError = ENOMEM;
     for (const auto& call : std::vector<std::function<int()>>{
-             [&] { return m_socket.PeekPacket(nullptr, 0, 1, -1); }, [&] { return m_socket.ReceivePacket(nullptr, 1, -1); },
+             [&] { return m_socket.PeekPacket(nullptr, 0, 1, -1); },
+             [&] { return m_socket.ReceivePacket(nullptr, 1, -1); },
              [&] { return m_socket.Receive(nullptr, 1, 1, -1); }, [&] { return m_socket.ReceiveStream(arr, -1); },
              [&] { return m_socket.ReceiveOnePacket(arr, -1); }, [&] { return m_socket.CheckTCPConnected(); }})
         EXPECT_TRUE(has(warningsOf([&] { EXPECT_EQ(0, call()); }), "select error : [Cannot allocate memory]"));

@@ -634,8 +634,15 @@ private:
         const std::string strSome = some();
         const size_t n = below(8);
         switch (below(7)) {
-            case 0: str = letters<T>(strSome).get(); strModel = strSome; break;
-            case 1: case 2: str = m_arrText[j]; strModel = m_arrModel[j]; break;
+            case 0:
+                str = letters<T>(strSome).get();
+                strModel = strSome;
+                break;
+            case 1:
+            case 2:
+                str = m_arrText[j];
+                strModel = m_arrModel[j];
+                break;
             case 3:
                 str.CutFromObject(m_arrText[j]);
                 if (i != j) {
@@ -643,8 +650,14 @@ private:
                     m_arrModel[j].clear();
                 }
                 break;
-            case 4: str.RepeatFill('a', static_cast<int>(n)); strModel.assign(n, 'a'); break;
-            case 5: str.Clear(); strModel.clear(); break;
+            case 4:
+                str.RepeatFill('a', static_cast<int>(n));
+                strModel.assign(n, 'a');
+                break;
+            case 5:
+                str.Clear();
+                strModel.clear();
+                break;
             default:
                 str.Format(letters<T>("%s-%d"), static_cast<const T*>(m_arrText[j]), static_cast<int>(n));
                 strModel = m_arrModel[j] + "-" + std::to_string(n);
@@ -657,19 +670,33 @@ private:
         const std::string strSome = some();
         const size_t iAt = below(strModel.size() + 1), n = below(8);
         switch (strModel.size() > 200 ? 2 : below(8)) {
-            case 0: str += static_cast<T>('x'); strModel += 'x'; break;
-            case 1: str << m_arrText[j]; strModel += std::string(m_arrModel[j]); break;
-            case 2: str.RemoveAt(static_cast<int>(iAt), static_cast<int>(n * 20)); strModel.erase(iAt, n * 20); break;
+            case 0:
+                str += static_cast<T>('x');
+                strModel += 'x';
+                break;
+            case 1:
+                str << m_arrText[j];
+                strModel += std::string(m_arrModel[j]);
+                break;
+            case 2:
+                str.RemoveAt(static_cast<int>(iAt), static_cast<int>(n * 20));
+                strModel.erase(iAt, n * 20);
+                break;
             case 3:
                 str.ReverseDeleteLetters(static_cast<int>(n));
                 strModel.resize(strModel.size() - std::min(n, strModel.size()));
                 break;
-            case 4: str.Replace(letters<T>("a"), letters<T>(strSome)); replaceModel(strModel, strSome); break;
+            case 4:
+                str.Replace(letters<T>("a"), letters<T>(strSome));
+                replaceModel(strModel, strSome);
+                break;
             case 5:
                 str.TrimRightWhiteSpace();
                 strModel.resize(strModel.find_last_not_of(' ') + 1);
                 break;
-            case 6: appendThroughBuffer(str, strModel, strSome); break;
+            case 6:
+                appendThroughBuffer(str, strModel, strSome);
+                break;
             default:
                 str.AppendTextFrom(static_cast<const T*>(str) + iAt, static_cast<int>(n));
                 strModel += strModel.substr(iAt, n);

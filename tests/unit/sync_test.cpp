@@ -55,18 +55,14 @@ std::string idText(const char* lpszFormat) {
     return sz;
 }
 
-std::string warning(const std::string& str) {
-    return "\033[1;33m warning: \033[00m " + str + "\n";
-}
+std::string warning(const std::string& str) { return "\033[1;33m warning: \033[00m " + str + "\n"; }
 
 mode_t modeOf(const char* lpszPath) {
     struct stat state;
     return stat(lpszPath, &state) == 0 ? state.st_mode & 07777 : 0;
 }
 
-bool exists(const char* lpszPath) {
-    return access(lpszPath, F_OK) == 0;
-}
+bool exists(const char* lpszPath) { return access(lpszPath, F_OK) == 0; }
 
 // What the derived classes add to their bases, for the tests to look at.
 struct openFileKey : xFileKey {
@@ -147,25 +143,24 @@ TEST(FileKey, ClosingKeepsTheFileAndDestroyingDeletesItOnce) {
 
 TEST(FileKey, AFileThatCannotBeMadeIsFatal) {
     xFileKey key;
-    EXPECT_EXIT(key.OpenFileKey("/tmp/sync_no_such/key", 'm'), testing::KilledBySignal(SIGABRT),
-                "warning: .* Create file\\[/tmp/sync_no_such/key\\] fail: No such file or directory\n.*" +
-                    strAbort + "FALSE ");
+    EXPECT_EXIT(
+        key.OpenFileKey("/tmp/sync_no_such/key", 'm'), testing::KilledBySignal(SIGABRT),
+        "warning: .* Create file\\[/tmp/sync_no_such/key\\] fail: No such file or directory\n.*" + strAbort + "FALSE ");
 }
 
 TEST(FileKey, ASymbolicLinkInItsPlaceIsRefusedAndNotFollowed) {
     ASSERT_EQ(0, symlink("/tmp/sync_target", "/tmp/qor_sync_link"));
     xFileKey key;
-    EXPECT_EXIT(key.OpenFileKey("sync_link", 'm'), testing::KilledBySignal(SIGABRT),
-                "Create file\\[/tmp/qor_sync_link\\] fail: Too many levels of symbolic links\n.*" + strAbort +
-                    "FALSE ");
+    EXPECT_EXIT(
+        key.OpenFileKey("sync_link", 'm'), testing::KilledBySignal(SIGABRT),
+        "Create file\\[/tmp/qor_sync_link\\] fail: Too many levels of symbolic links\n.*" + strAbort + "FALSE ");
     EXPECT_FALSE(exists("/tmp/sync_target"));
     unlink("/tmp/qor_sync_link");
 }
 
 TEST(FileKey, ANullNameIsFatal) {
     xFileKey key;
-    EXPECT_EXIT(key.OpenFileKey(nullptr, 'm'), testing::KilledBySignal(SIGABRT),
-                strAbort + "lpszName != NULL ");
+    EXPECT_EXIT(key.OpenFileKey(nullptr, 'm'), testing::KilledBySignal(SIGABRT), strAbort + "lpszName != NULL ");
 }
 
 TEST(Semaphore, OnlyTheTaskThatCreatedItIsItsCreatorUntilItCloses) {
@@ -243,8 +238,7 @@ TEST(Semaphore, AValueBeyondTheHighestIsRefusedWithAWarning) {
     semaphore.OpenSemaphore("sync_setval");
     CaptureStderr();
     EXPECT_EQ(0, semaphore.SemaphoreSetValue(40000));
-    EXPECT_EQ(warning("SETVAL 40000 fail [Numerical result out of range] " + idText("%d:0x%.4x")),
-              GetCapturedStderr());
+    EXPECT_EQ(warning("SETVAL 40000 fail [Numerical result out of range] " + idText("%d:0x%.4x")), GetCapturedStderr());
     EXPECT_EQ(1, semaphore.SemaphoreSetValue(32767));
     semaphore.DestroySemaphore();
 }
@@ -304,8 +298,7 @@ TEST(Semaphore, AnInterruptedWaitWarnsAndStartsAgain) {
     sigaction(SIGALRM, &old, nullptr);
     const std::string strOut = GetCapturedStderr();
     EXPECT_EQ(-1, nResult);
-    EXPECT_EQ(0u, strOut.find(warning("Semop -1 failure Interrupted system call " + idText("%d:0x%.4x"))))
-        << strOut;
+    EXPECT_EQ(0u, strOut.find(warning("Semop -1 failure Interrupted system call " + idText("%d:0x%.4x")))) << strOut;
     mutex.Unlock();
 }
 
@@ -501,8 +494,7 @@ TEST(Event, BeyondItsHighestValueASetFailsAfterOneWarning) {
     CaptureStderr();
     for (int i = 0; i < 100; ++i)
         EXPECT_EQ(0, event.SetEvent());
-    EXPECT_EQ(warning("Semop 1 failure Numerical result out of range " + idText("%d:0x%.4x")),
-              GetCapturedStderr());
+    EXPECT_EQ(warning("Semop 1 failure Numerical result out of range " + idText("%d:0x%.4x")), GetCapturedStderr());
     for (int i = 0; i < 32767; ++i)
         ASSERT_EQ(1, event.WaitEvent(0));
     EXPECT_EQ(0, event.WaitEvent(0));
@@ -665,8 +657,7 @@ TEST(FileKey, OneThatIsOnlyLookedForIsNotMade) {
     EXPECT_EXIT(
         {
             openKey key;
-            const bool bNone =
-                key.FindLockedFileKey("sync_find", 'S', keptLock()) == -1 && *key.path() == '\0';
+            const bool bNone = key.FindLockedFileKey("sync_find", 'S', keptLock()) == -1 && *key.path() == '\0';
             const bool bMade = exists("/tmp/qor_sync_find");
             const key_t idKey = key.OpenFileKey("sync_find", 'S');
             const bool bFound = key.FindLockedFileKey("sync_find", 'S', keptLock()) == idKey;

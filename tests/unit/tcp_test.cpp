@@ -466,13 +466,13 @@ TEST(Tcp, AClosedSocketReceivesNothing) {
     chSocketTCP socket;
     QOR_MiscHelper::binaryArray arr;
     EXPECT_EQ("", warningsOf([&] {
-        EXPECT_EQ(0, socket.PeekPacket(nullptr, 0, 1, -1));
-        EXPECT_EQ(0, socket.ReceivePacket(nullptr, 1, -1));
-        EXPECT_EQ(0, socket.ReceiveStream(arr, -1));
-        EXPECT_EQ(0, socket.CheckTCPConnected());
-        socket.Disconnect();
-        socket.DestroySocket();
-    }));
+                  EXPECT_EQ(0, socket.PeekPacket(nullptr, 0, 1, -1));
+                  EXPECT_EQ(0, socket.ReceivePacket(nullptr, 1, -1));
+                  EXPECT_EQ(0, socket.ReceiveStream(arr, -1));
+                  EXPECT_EQ(0, socket.CheckTCPConnected());
+                  socket.Disconnect();
+                  socket.DestroySocket();
+              }));
     EXPECT_TRUE(has(warningsOf([&] { EXPECT_EQ(-1, socket.SelectAndReceive(-1, -1)); }), "select error : ["));
     const std::string strWarning = warningsOf([&] { EXPECT_EQ(0, socket.socketReceive(1)); });
     EXPECT_TRUE(has(strWarning, "[QORSocket:"));
@@ -652,9 +652,8 @@ TEST(TcpSteps, TwoPiecesAreSentAsOne) {
     EXPECT_EQ(1, socket.SendPieces(NULL, 0, "!", 1));
     EXPECT_EQ("headbody!", peer.hear(9));
     const std::string strLarge = pattern(3000000);
-    std::thread sender([&] {
-        EXPECT_EQ(1, socket.SendPieces(strLarge.data(), 1000000, strLarge.data() + 1000000, 2000000));
-    });
+    std::thread sender(
+        [&] { EXPECT_EQ(1, socket.SendPieces(strLarge.data(), 1000000, strLarge.data() + 1000000, 2000000)); });
     EXPECT_EQ(strLarge, peer.hear(strLarge.size()));
     sender.join();
 }
@@ -672,8 +671,7 @@ TEST(TcpSteps, SeveralLooksShareOneTimeLimit) {
     EXPECT_STREQ("def", sz);
     waitLimit none(0);
     EXPECT_EQ(0, socket.PeekWithin(sz, 6, 1, none));
-    EXPECT_EXIT(socket.PeekWithin(sz, -1, 1, none), testing::KilledBySignal(SIGABRT),
-                "\\[QORSocket:[0-9]+\\] ");
+    EXPECT_EXIT(socket.PeekWithin(sz, -1, 1, none), testing::KilledBySignal(SIGABRT), "\\[QORSocket:[0-9]+\\] ");
 }
 
 TEST(TcpSteps, AnAcceptedConnectionIsBlockingAndClosedOnExec) {

@@ -293,7 +293,8 @@ TEST(Utf8, DecodesCharactersOfOneToThreeBytes) {
     EXPECT_EQ(word(0x20AC, 3), decode("\xE2\x82\xAC"));
     EXPECT_EQ(word(0xFFFF, 3), decode("\xEF\xBF\xBF"));
     // Bytes behind the first are not checked.
-    EXPECT_EQ(word(0xC0 | ('A' & 0x3F), 2), decode("\xC3" "A"));
+    EXPECT_EQ(word(0xC0 | ('A' & 0x3F), 2), decode("\xC3"
+                                                   "A"));
 }
 
 TEST(Utf8, AnUnknownLeadByteIsAQuestionMarkOfOneByte) {

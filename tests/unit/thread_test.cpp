@@ -9,11 +9,11 @@
 #include "support/message_thread.h"
 
 using namespace QOR_MsgQueueHelper;
+using QOR_MiscHelper::qorGetCurrentTaskId;
 using qorTest::currentThread;
 using qorTest::messageThread;
 using qorTest::process;
 using qorTest::share;
-using QOR_MiscHelper::qorGetCurrentTaskId;
 
 namespace {
 
@@ -33,7 +33,8 @@ TEST(Thread, AFreshThreadHasItsStatedState) {
     EXPECT_EQ(-1, thread.GetExitCode());
     EXPECT_EQ(0, thread.getTaskId());
     EXPECT_FALSE(thread.IsThreadAlive());
-    EXPECT_EXIT(thread.getMsgQueue(), testing::KilledBySignal(SIGABRT), "\\[QORMsgSystem:[0-9]+\\] m_pMsgQueue != NULL ");
+    EXPECT_EXIT(thread.getMsgQueue(), testing::KilledBySignal(SIGABRT),
+                "\\[QORMsgSystem:[0-9]+\\] m_pMsgQueue != NULL ");
 }
 
 TEST(Thread, RegistrationMakesQueueEventAndStartMessage) {
@@ -165,7 +166,8 @@ TEST(Thread, ALaunchWithARefusedPriorityWarnsAndStarts) {
     ASSERT_TRUE(process().LaunchLocalThread(thread));
     process().ShutdownLocalThread(&thread);
     const std::string strWarning = testing::internal::GetCapturedStderr();
-    EXPECT_TRUE(strWarning.empty() || strWarning.find("pthread_attr_setschedpolicy - ") != std::string::npos) << strWarning;
+    EXPECT_TRUE(strWarning.empty() || strWarning.find("pthread_attr_setschedpolicy - ") != std::string::npos)
+        << strWarning;
 }
 
 TEST(Thread, JoiningOneselfIsFatal) {

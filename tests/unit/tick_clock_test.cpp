@@ -21,9 +21,7 @@ extern "C" long __sysconf(int nName);
 // The sanitizers ask before they are ready themselves.
 #define QOR_UNCHECKED __attribute__((no_sanitize("address", "thread", "undefined")))
 
-extern "C" QOR_UNCHECKED long sysconf(int nName) noexcept {
-    return nName == _SC_CLK_TCK ? s_nRate : __sysconf(nName);
-}
+extern "C" QOR_UNCHECKED long sysconf(int nName) noexcept { return nName == _SC_CLK_TCK ? s_nRate : __sysconf(nName); }
 
 extern "C" QOR_UNCHECKED int gettimeofday(timeval* pNow, void*) noexcept {
     *pNow = s_tvNow;

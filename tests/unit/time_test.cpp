@@ -76,8 +76,7 @@ TEST(TimeSpan, AnUnknownDirectiveIsAFatalAssertion) {
 TEST(TimeSpan, TheTextHasRoomFor128Characters) {
     EXPECT_EQ(128, maxTimeBufferSize);
     EXPECT_EQ(128, chTimeSpan().Format(std::string(maxTimeBufferSize, 'x').c_str()).GetLength());
-    EXPECT_EXIT(chTimeSpan().Format(std::string(maxTimeBufferSize + 1, 'x').c_str()),
-                testing::KilledBySignal(SIGABRT),
+    EXPECT_EXIT(chTimeSpan().Format(std::string(maxTimeBufferSize + 1, 'x').c_str()), testing::KilledBySignal(SIGABRT),
                 "\\[_chBaseClass:[0-9]+\\] lpszFrom < &strBuffer\\[maxTimeBufferSize\\] ");
     EXPECT_EXIT(chTimeSpan().Format((std::string(127, 'x') + "%H").c_str()), testing::KilledBySignal(SIGABRT),
                 "lpszFrom < &strBuffer\\[maxTimeBufferSize\\] ");

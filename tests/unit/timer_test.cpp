@@ -332,8 +332,7 @@ TEST_F(Timer, ForgottenTimersLeaveTheQueueAsItIs) {
     EXPECT_TRUE(m_thread.getMsgQueue()->HasMessage());
     testing::internal::CaptureStderr();
     EXPECT_EQ(static_cast<UINT>(TM_MESSAGE_TIMER), m_thread.ProcessOneMessageFromQueue());
-    EXPECT_NE(std::string::npos,
-              testing::internal::GetCapturedStderr().find("] timer message without its timer ("));
+    EXPECT_NE(std::string::npos, testing::internal::GetCapturedStderr().find("] timer message without its timer ("));
     EXPECT_TRUE(m_listFired.empty());
 }
 

@@ -171,8 +171,8 @@ TYPED_TEST(Token, ThirtyOneArgumentsFitAndThirtyTwoAreFatal) {
     const TypeParam* y = other;
     this->read("x");
     EXPECT_EQ(30, qorFindTokens(this->m_lpsz, TEN(y), TEN(y), TEN(y), token.get(), nullptr));
-    EXPECT_EQ(30, qorPeekPhraseByStringTokens(this->m_lpsz, this->m_phrase, TEN(y), TEN(y), TEN(y), token.get(),
-                                              nullptr));
+    EXPECT_EQ(30,
+              qorPeekPhraseByStringTokens(this->m_lpsz, this->m_phrase, TEN(y), TEN(y), TEN(y), token.get(), nullptr));
     this->read("x");
     EXPECT_STRING_FATAL(qorFindTokens(this->m_lpsz, TEN(y), TEN(y), TEN(y), y, token.get(), nullptr),
                         "nTokenCount < chLENOF(arrTokenLen)");

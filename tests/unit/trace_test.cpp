@@ -256,8 +256,8 @@ TEST_F(Trace, ATaskDoesNotGoOnFromTheDepthOfADeadOneWithItsId) {
 
 TEST_F(Trace, StandardOutputIsNotFlushed) {
     static char aBuffer[4096];
-    EXPECT_EXIT((freopen("/dev/null", "w", stdout), setvbuf(stdout, aBuffer, _IOFBF, sizeof(aBuffer)), tracePrintf("line"),
-                 _exit(__fpending(stdout) > strlen("line") ? 7 : 0)),
+    EXPECT_EXIT((freopen("/dev/null", "w", stdout), setvbuf(stdout, aBuffer, _IOFBF, sizeof(aBuffer)),
+                 tracePrintf("line"), _exit(__fpending(stdout) > strlen("line") ? 7 : 0)),
                 testing::ExitedWithCode(7), "");
 }
 
@@ -391,9 +391,7 @@ TEST_F(Trace, ThreadsShareEveryTarget) {
 
 TEST_F(Trace, TheFieldsOfTheSegmentHaveTheirPlaces) {
     const chSystemTracerManager& state = *m_pTrace->getObject();
-    const auto addressOf = [](const auto& field) {
-        return const_cast<char*>(reinterpret_cast<const char*>(&field));
-    };
+    const auto addressOf = [](const auto& field) { return const_cast<char*>(reinterpret_cast<const char*>(&field)); };
     EXPECT_EQ(segment() + 8, addressOf(state.m_objPool));
     EXPECT_EQ(segment() + 24, addressOf(state.m_mapLevel));
     EXPECT_EQ(segment() + 40, addressOf(state.m_lstLog));
@@ -402,8 +400,7 @@ TEST_F(Trace, TheFieldsOfTheSegmentHaveTheirPlaces) {
     EXPECT_EQ(segment() + 64, addressOf(state.m_arrPool));
     EXPECT_EQ(2147483647, state.m_nReserved56);
     EXPECT_EQ(0, state.m_nReserved60);
-    EXPECT_EQ(1,
-              state.AssertHeader("", chSystemTracerManager::segmentSize, chSystemTracerManager::segmentType));
+    EXPECT_EQ(1, state.AssertHeader("", chSystemTracerManager::segmentSize, chSystemTracerManager::segmentType));
     EXPECT_EQ(sizeof(state.m_arrPool), static_cast<size_t>(chSystemTracerManager::poolSize));
     EXPECT_EQ(65536 - 64, chSystemTracerManager::poolSize);
 }

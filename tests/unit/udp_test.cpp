@@ -10,9 +10,7 @@ using namespace qorTest;
 
 namespace {
 
-chSocketAddr addressOf(const chSocket& socket) {
-    return chSocketAddr("127.0.0.1", portOf(socket));
-}
+chSocketAddr addressOf(const chSocket& socket) { return chSocketAddr("127.0.0.1", portOf(socket)); }
 
 class UdpTest : public testing::Test {
 protected:
@@ -81,8 +79,8 @@ TEST(Socket, BindingFailsForAnAddressThatIsNotOfThisMachine) {
 
 TEST(Socket, AWaitOnAClosedSocketIsAnError) {
     chSocket socket;
-    EXPECT_TRUE(has(warningsOf([&] { EXPECT_EQ(-1, socket.socketSelect(0)); }),
-                    "select error : [Bad file descriptor]"));
+    EXPECT_TRUE(
+        has(warningsOf([&] { EXPECT_EQ(-1, socket.socketSelect(0)); }), "select error : [Bad file descriptor]"));
 }
 
 TEST_F(UdpTest, ADatagramArrivesWithItsSender) {
@@ -202,8 +200,8 @@ TEST(Udp, AnErrorThatThePeerCausedIsNoDatagram) {
     // A connected socket is told that nobody received.
     ASSERT_EQ(0, connect(socket, reinterpret_cast<const sockaddr*>(&addr), sizeof(addr)));
     ASSERT_EQ(1, send(socket, "x", 1, 0));
-    EXPECT_TRUE(has(warningsOf([&] { EXPECT_EQ(0, socket.SelectAndReceive(5000)); }),
-                    "sockRecv error : [Connection refused]"));
+    EXPECT_TRUE(
+        has(warningsOf([&] { EXPECT_EQ(0, socket.SelectAndReceive(5000)); }), "sockRecv error : [Connection refused]"));
 }
 
 TEST(SockCalls, DatagramsGoThroughTheFunctions) {

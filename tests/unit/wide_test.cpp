@@ -98,7 +98,8 @@ TEST(Utf8, HalfAPairOfUnitsIsReplaced) {
 }
 
 TEST(Utf8, AByteThatBeginsNoCharacterIsReplaced) {
-    EXPECT_EQ(units(u"a\uFFFDb"), fromUTF8("a\x80" "b"));
+    EXPECT_EQ(units(u"a\uFFFDb"), fromUTF8("a\x80"
+                                           "b"));
     EXPECT_EQ(units(u"\uFFFD\uFFFD\uFFFD"), fromUTF8("\xF5\xFE\xFF"));
     EXPECT_EQ(units(u"\uFFFD\uFFFD"), fromUTF8("\xC0\x80"));
     EXPECT_EQ(units(u"\uFFFD\uFFFD"), fromUTF8("\xC1\xBF"));
@@ -115,12 +116,17 @@ TEST(Utf8, OverlongFormsAndHalvesOfPairsAreNoCharacters) {
 }
 
 TEST(Utf8, ABrokenCharacterIsReplacedOnceAndTheNextOneStands) {
-    EXPECT_EQ(units(u"\uFFFDA"), fromUTF8("\xC3" "A"));
-    EXPECT_EQ(units(u"\uFFFDA"), fromUTF8("\xE4\xB8" "A"));
-    EXPECT_EQ(units(u"\uFFFDA"), fromUTF8("\xF0\x9F\x98" "A"));
+    EXPECT_EQ(units(u"\uFFFDA"), fromUTF8("\xC3"
+                                          "A"));
+    EXPECT_EQ(units(u"\uFFFDA"), fromUTF8("\xE4\xB8"
+                                          "A"));
+    EXPECT_EQ(units(u"\uFFFDA"), fromUTF8("\xF0\x9F\x98"
+                                          "A"));
     EXPECT_EQ(units(u"\uFFFD\u00F6"), fromUTF8("\xE4\xB8\xC3\xB6"));
-    EXPECT_EQ(units(u"a\uFFFD\uFFFD\uFFFDb\uFFFDc\uFFFD\uFFFDd"),
-              fromUTF8("a\xF1\x80\x80\xE1\x80\xC2" "b\x80" "c\x80\xBF" "d"));
+    EXPECT_EQ(units(u"a\uFFFD\uFFFD\uFFFDb\uFFFDc\uFFFD\uFFFDd"), fromUTF8("a\xF1\x80\x80\xE1\x80\xC2"
+                                                                           "b\x80"
+                                                                           "c\x80\xBF"
+                                                                           "d"));
 }
 
 TEST(Utf8, ACutCharacterAtTheEndIsReplacedAndNothingReadBehindIt) {
@@ -198,7 +204,8 @@ TEST_F(Utf8Locale, AllCharactersOfTheLocaleAreConverted) {
     const char* const szText = "a\xC3\xB6\xE4\xB8\xAD\xE4\xB8\xAD\xE4\xB8\xAD\xF0\x9F\x98\x80";
     EXPECT_EQ(szText, textOf(qor::chW2A(units(u"a\u00F6\u4E2D\u4E2D\u4E2D\U0001F600").c_str())));
     EXPECT_EQ(units(u"a\u00F6\u4E2D\u4E2D\u4E2D\U0001F600"), textOf(qor::chA2W(szText)));
-    EXPECT_EQ(units(u"a?b?"), textOf(qor::chA2W("a\xFF" "b\xE4")));
+    EXPECT_EQ(units(u"a?b?"), textOf(qor::chA2W("a\xFF"
+                                                "b\xE4")));
     EXPECT_EQ("a?b", textOf(qor::chW2A(wideText({'a', 0xDC00, 'b'}).c_str())));
 }
 
@@ -335,9 +342,25 @@ TEST_F(Utf8Locale, ACharacterOfTwoUnitsIsNotOne) {
 
 // ---- texts
 
-const wchar_t* const s_arrText[] = {L"",    L"a",   L"A",       L"abc",     L"ABC",         L"abd",    L"abcd",
-                                    L"aBc", L"[",   L"_",       L"\u00E9x", L"\u00C9X",     L"\uFFFF", L"\u4E2D",
-                                    L"z",   L"zzz", L"abc def", L"ABC DEF", L"0123456789abcdef"};
+const wchar_t* const s_arrText[] = {L"",
+                                    L"a",
+                                    L"A",
+                                    L"abc",
+                                    L"ABC",
+                                    L"abd",
+                                    L"abcd",
+                                    L"aBc",
+                                    L"[",
+                                    L"_",
+                                    L"\u00E9x",
+                                    L"\u00C9X",
+                                    L"\uFFFF",
+                                    L"\u4E2D",
+                                    L"z",
+                                    L"zzz",
+                                    L"abc def",
+                                    L"ABC DEF",
+                                    L"0123456789abcdef"};
 
 TEST(WideText, LengthsAreThoseOfTheStandard) {
     for (const wchar_t* lpsz : s_arrText)
@@ -405,8 +428,7 @@ TEST(WideText, NullIsFatal) {
     EXPECT_EXIT(qor::wcsncasecmp(NULL, arrUnit, 1), killed, szPair);
     EXPECT_EXIT(qor::wcstombs(NULL, NULL, 0), killed, "\\[_chMisc:[0-9]+\\] lpszFrom != NULL ");
     EXPECT_EXIT(qor::mbstowcs(NULL, NULL, 0), killed, "\\[_chMisc:[0-9]+\\] lpszFrom != NULL ");
-    EXPECT_EXIT(qor::x_swscanf(arrUnit, NULL), killed,
-                "\\[_chMisc:[0-9]+\\] lpszTextW != NULL && lpszFormat != NULL ");
+    EXPECT_EXIT(qor::x_swscanf(arrUnit, NULL), killed, "\\[_chMisc:[0-9]+\\] lpszTextW != NULL && lpszFormat != NULL ");
 }
 
 // ---- formatted printing
@@ -478,8 +500,8 @@ void expectSameScan(const wchar_t* lpszText, const wchar_t* lpszFormat, int nVal
     const int nStandard =
         ::swscanf(lpszText, lpszFormat, &arrStandard[0], &arrStandard[1], &arrStandard[2], &arrStandard[3]);
     EXPECT_EQ(nValues, nStandard) << units(lpszFormat).size();
-    EXPECT_EQ(nStandard, qor::x_swscanf(units(lpszText).c_str(), units(lpszFormat).c_str(), &arr[0], &arr[1], &arr[2],
-                                        &arr[3]))
+    EXPECT_EQ(nStandard,
+              qor::x_swscanf(units(lpszText).c_str(), units(lpszFormat).c_str(), &arr[0], &arr[1], &arr[2], &arr[3]))
         << toUTF8(units(lpszText)) << " by " << toUTF8(units(lpszFormat));
     for (int i = 0; i < 4; ++i)
         EXPECT_EQ(arrStandard[i], arr[i]) << i << toUTF8(units(lpszText)) << " by " << toUTF8(units(lpszFormat));
@@ -580,9 +602,9 @@ TEST(WideScan, AConversionThatIsNotTakenEndsTheReading) {
 // ---- numbers
 
 TEST(WideNumber, IntegersAreReadAsByTheStandard) {
-    for (const wchar_t* lpsz : {L"", L"12", L"  -34x", L"+5", L"0x1Fg", L"077", L"z", L"-", L"0x", L"12 34", L"1000",
-                                L"99999999999999999999999", L"-99999999999999999999999", L"\t\n7", L"\u4E2D",
-                                L"1\u4E2D"})
+    for (const wchar_t* lpsz :
+         {L"", L"12", L"  -34x", L"+5", L"0x1Fg", L"077", L"z", L"-", L"0x", L"12 34", L"1000",
+          L"99999999999999999999999", L"-99999999999999999999999", L"\t\n7", L"\u4E2D", L"1\u4E2D"})
         for (int nBase : {0, 2, 8, 10, 16, 36, 1, 37, -1}) {
             wchar_t* pStandard = NULL;
             unsigned short* pEnd = NULL;
@@ -599,10 +621,17 @@ TEST(WideNumber, IntegersAreReadAsByTheStandard) {
 }
 
 TEST(WideNumber, NumbersAreReadAsByTheStandard) {
-    for (const wchar_t* lpsz :
-         {L"", L"1.5", L"  -2.25e3x", L"+.5", L"5.", L"1e", L"1e+", L"0x1.8p1", L"inf", L"-INFINITY", L"nanx",
-          L"nan(12)", L"nan(1 2)", L".", L"-", L"abc", L"1e400", L"1e-400", L"1 2", L"\u4E2D", L"3\u4E2D",
-          L"123456789012345678901234567890"}) {
+    for (const wchar_t* lpsz : {L"",           L"1.5",
+                                L"  -2.25e3x", L"+.5",
+                                L"5.",         L"1e",
+                                L"1e+",        L"0x1.8p1",
+                                L"inf",        L"-INFINITY",
+                                L"nanx",       L"nan(12)",
+                                L"nan(1 2)",   L".",
+                                L"-",          L"abc",
+                                L"1e400",      L"1e-400",
+                                L"1 2",        L"\u4E2D",
+                                L"3\u4E2D",    L"123456789012345678901234567890"}) {
         wchar_t* pStandard = NULL;
         unsigned short* pEnd = NULL;
         const wideText str = units(lpsz);

@@ -184,7 +184,8 @@ TEST_F(XmlSave, ATextThatNoStringCanHoldLeavesTheOldFileAsItWas) {
     xmlFile file(s_strName.c_str());
     testing::internal::CaptureStderr();
     EXPECT_EQ(0, file.SaveToFile(nullptr));
-    EXPECT_NE(std::string::npos, testing::internal::GetCapturedStderr().find("xmlBaseNode::ExportToText: the text is too long"));
+    EXPECT_NE(std::string::npos,
+              testing::internal::GetCapturedStderr().find("xmlBaseNode::ExportToText: the text is too long"));
     EXPECT_EQ(strText, getFile(s_strName));
 }
 

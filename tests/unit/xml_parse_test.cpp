@@ -130,7 +130,8 @@ TEST(XmlParse, EqualNamesShareAString) {
 TEST(XmlParse, ManyNamesAreToldApart) {
     std::string strText, strExpected;
     for (int i = 0; i < 3000; ++i) {
-        const std::string strName = "n" + std::to_string(i * 7919 % 1000) + std::string(static_cast<size_t>(i % 40), 'x');
+        const std::string strName =
+            "n" + std::to_string(i * 7919 % 1000) + std::string(static_cast<size_t>(i % 40), 'x');
         strText += "<" + strName + " " + strName + "='v'/>";
         strExpected += "<" + strName + " " + strName + "=\"v\"/>\n";
     }
@@ -291,8 +292,8 @@ private:
         return str + ".";
     }
     std::string anyText() {
-        return text({"&", "<", ">", "\"", "'", " ", "\n  ", "\t", "&lt;", "&amp;", "&#65;", "]]>", "-->", "?>", "/>", "=", "\xff",
-                     "a word", "\v", "]]", "--"});
+        return text({"&",   "<",   ">",  "\"", "'", " ",    "\n  ",   "\t", "&lt;", "&amp;", "&#65;",
+                     "]]>", "-->", "?>", "/>", "=", "\xff", "a word", "\v", "]]",   "--"});
     }
     std::string name() { return text({"a", "B", "-", ":", "_", ".", "7", "\xc3\xa4"}); }
     std::string attributeName() { return text({"a", " ", "\n", "&", "<", ">", "'", "\"", "/", "?", "&lt;", "!"}); }
@@ -412,7 +413,8 @@ TEST(XmlHostile, ADeepTreeIsWrittenAndReadBack) {
 }
 
 TEST(XmlHostile, MarkersWithoutEnds) {
-    for (const char* lpsz : {"<", "<!--", "<![CDATA[", "<?", "</", "<a", "&", "&lt;", "<a b='", "<a b=", "'", "]]>", "-->"}) {
+    for (const char* lpsz :
+         {"<", "<!--", "<![CDATA[", "<?", "</", "<a", "&", "&lt;", "<a b='", "<a b=", "'", "]]>", "-->"}) {
         const std::string strText = "<r>" + repeated(lpsz, million / 10);
         xmlDocument document;
         const char* lpszEnd = document.ParseDocument(strText.c_str());
@@ -431,8 +433,8 @@ double secondsFor(const std::string& strText) {
     return static_cast<double>(clock() - nBegin) / CLOCKS_PER_SEC;
 }
 
-// Sixteen times the text takes sixteen times as long, give or take what caches and the machine do; a quadratic road would
-// take 256 times as long.
+// Sixteen times the text takes sixteen times as long, give or take what caches and the machine do; a quadratic road
+// would take 256 times as long.
 void expectLinear(const char* lpszBegin, const char* lpszPart, const char* lpszEnd) {
     const std::string strFew = lpszBegin + repeated(lpszPart, 5000) + lpszEnd;
     const std::string strMany = lpszBegin + repeated(lpszPart, 80000) + lpszEnd;
@@ -451,8 +453,9 @@ TEST(XmlHostile, ParsingAndWritingTakeLinearTime) {
 }
 
 TEST(XmlHostile, AnyBytesStopSomewhereInsideTheText) {
-    static const char* const arrPart[] = {"<", ">", "/>", "</", "<a", "</a>", "<!--", "-->", "<![CDATA[", "]]>", "<?", "?>", "'",
-                                          "\"", "=", "&", "&lt;", ";", " ", "\n", "a", "b='c'", "\xff", "\x01", "/", "!", "x y"};
+    static const char* const arrPart[] = {"<",   ">",  "/>", "</",    "<a",   "</a>", "<!--", "-->",  "<![CDATA[",
+                                          "]]>", "<?", "?>", "'",     "\"",   "=",    "&",    "&lt;", ";",
+                                          " ",   "\n", "a",  "b='c'", "\xff", "\x01", "/",    "!",    "x y"};
     for (unsigned uSeed = 1; uSeed <= static_cast<unsigned>(qorTest::scaled(20000)); ++uSeed) {
         std::mt19937 random(uSeed);
         std::string strText;

@@ -8,8 +8,8 @@
 #include "support/text.h"
 
 using namespace QOR_FileHelper;
-using qorTest::slotOf;
 using QOR_StringHelper::chReferenceStringT;
+using qorTest::slotOf;
 
 namespace {
 
@@ -53,7 +53,8 @@ TEST(XmlCode, DecodingReplacesTheFiveEntities) {
 }
 
 TEST(XmlCode, AnyOtherSequenceBehindAnAmpersandIsKept) {
-    for (const char* lpsz : {"&#65;", "&#x41;", "&nbsp;", "&", "&&", "&lt", "& lt;", "&LT;", "&amp", "&;", "&quo", "&l&t;"})
+    for (const char* lpsz :
+         {"&#65;", "&#x41;", "&nbsp;", "&", "&&", "&lt", "& lt;", "&LT;", "&amp", "&;", "&quo", "&l&t;"})
         EXPECT_EQ(lpsz, decoded(lpsz));
     EXPECT_EQ("&<", decoded("&&lt;"));
 }
@@ -408,8 +409,7 @@ TEST(XmlWrite, ADocumentBelowANodeIsFatal) {
 
 TEST(XmlWrite, ATextThatNoStringCanHoldIsAWarningAndEmpty) {
     constexpr int nDepth = 17000;  // two blanks a level, two lines a level: 578 MB
-    static_assert(2LL * nDepth * nDepth > maxLineLength && maxLineLength == 0x1FFFFFF0,
-                  "longer than a line may be");
+    static_assert(2LL * nDepth * nDepth > maxLineLength && maxLineLength == 0x1FFFFFF0, "longer than a line may be");
     xmlElement root("r");
     xmlBaseNode* pNode = &root;
     for (int i = 1; i < nDepth; ++i)

@@ -2,8 +2,8 @@
 /// Arrays: contiguous heap buffers that grow in fixed steps.
 ///
 /// The buffer grows to the next multiple of N and never shrinks. It is moved by plain memory copy, so an element must
-/// be relocatable that way, as reference-counted strings are. With bObject the array runs the elements' constructors and
-/// destructors; without, they are raw storage.
+/// be relocatable that way, as reference-counted strings are. With bObject the array runs the elements' constructors
+/// and destructors; without, they are raw storage.
 ///
 /// @code
 /// QOR_ArrayHelper::chObjArray<int, false, 4> arr;

@@ -66,8 +66,8 @@ public:
     /// Sets the terminal back; see above.
     ~chStdInput();
 
-    /// The next key: a character from 0 to 255, a consoleKey, or -1 when none was pressed. The bytes of a consoleKey that
-    /// have not all arrived yet are characters.
+    /// The next key: a character from 0 to 255, a consoleKey, or -1 when none was pressed. The bytes of a consoleKey
+    /// that have not all arrived yet are characters.
     int getch();
     /// Buffers what was typed, up to 10 characters in all.
     /// @return how many are buffered
@@ -80,10 +80,10 @@ public:
 private:
     static constexpr int maxKeys = 10;
 
-    termios m_settings;        // as they were
+    termios m_settings;          // as they were
     char m_arrKey[maxKeys + 1];  // what was typed and not taken yet
     int32_t m_nKeyCount;
-    bool m_bSet;               // this object has set the terminal
+    bool m_bSet;  // this object has set the terminal
 };
 
 /// Lines from the terminal, typed blind: nothing is echoed.

@@ -11,8 +11,8 @@
 /// @endcode
 ///
 /// A file is used by one thread at a time. It passes through standard streams, so what was written is certain to have
-/// reached the system only after a Flush() that returned 0. Files that must survive a power cut are written as documents
-/// are, not through this class alone. Read on in `FileHelper/TextFile.h`.
+/// reached the system only after a Flush() that returned 0. Files that must survive a power cut are written as
+/// documents are, not through this class alone. Read on in `FileHelper/TextFile.h`.
 #ifndef QOR_FILEHELPER_FILE_H
 #define QOR_FILEHELPER_FILE_H
 
@@ -37,8 +37,8 @@ enum openFlag : UINT {
 /// The longest line that is read, in characters; of a longer one nothing is kept.
 constexpr int maxLineLength = 0x1FFFFFF0;
 
-/// A standard stream and its owner. Every operation but Open(), Close(), IsFileOpened() and IsEOF() on a closed file is a
-/// fatal assertion.
+/// A standard stream and its owner. Every operation but Open(), Close(), IsFileOpened() and IsEOF() on a closed file is
+/// a fatal assertion.
 class QOR_API chFileStdio {
 public:
     /// Where an offset counts from.

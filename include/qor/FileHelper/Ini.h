@@ -6,16 +6,16 @@
 ///     [ Net ]
 ///     address = 10.0.0.1
 ///
-/// - Names are compared without regard to case; a repeated section goes on with the first one of its name, a repeated key
-///   keeps its place and takes the later value.
+/// - Names are compared without regard to case; a repeated section goes on with the first one of its name, a repeated
+///   key keeps its place and takes the later value.
 /// - Lines that are none of these, keys in front of the first section and the headers of repeated sections are dropped
 ///   when a file is read.
-/// - Comments and blank lines are kept byte for byte. Sections are written as "[ name ]", keys as "name = value". What is
-///   added stands at the end of its section, or of the document. A line of a comment whose file ended without a line feed
-///   gets one as soon as something follows it.
+/// - Comments and blank lines are kept byte for byte. Sections are written as "[ name ]", keys as "name = value". What
+///   is added stands at the end of its section, or of the document. A line of a comment whose file ended without a line
+///   feed gets one as soon as something follows it.
 /// - A line is text up to its first NUL byte, if it has one; a comment or blank line is kept whole.
-/// - Saving replaces a file crash-safely: the old or the new one is there, whatever happens, and the next load completes
-///   what was interrupted.
+/// - Saving replaces a file crash-safely: the old or the new one is there, whatever happens, and the next load
+///   completes what was interrupted.
 ///
 /// @code
 /// QOR_FileHelper::iniFile file("/rundata/config/net.ini");
@@ -24,8 +24,8 @@
 ///     file.SaveToFile(NULL);
 /// @endcode
 ///
-/// Names are looked up by an index, so that a document of n lines is read in a time proportional to n. A document is used
-/// by one thread at a time, also for reading. Read on in Xml.h.
+/// Names are looked up by an index, so that a document of n lines is read in a time proportional to n. A document is
+/// used by one thread at a time, also for reading. Read on in Xml.h.
 #ifndef QOR_FILEHELPER_INI_H
 #define QOR_FILEHELPER_INI_H
 
@@ -104,13 +104,13 @@ private:
 
 /// An element of a list of entries, with its place in the list's index.
 struct iniNode : QOR_ListHelper::list_node_pointer<iniObject*> {
-    uint32_t m_uHash = 0;         ///< of type and name; 0: not yet known
-    iniNode* m_pNext = NULL;      ///< the next of the same bucket, or of those not yet indexed
-    iniNode** m_ppThis = NULL;    ///< what points at this one; null: in neither
+    uint32_t m_uHash = 0;       ///< of type and name; 0: not yet known
+    iniNode* m_pNext = NULL;    ///< the next of the same bucket, or of those not yet indexed
+    iniNode** m_ppThis = NULL;  ///< what points at this one; null: in neither
 };
 
-/// The elements of a list of entries, their hashes and an index over them. An element gets its hash and enters the index
-/// at the first look-up after it was made, and leaves the index when it is erased, by whatever operation.
+/// The elements of a list of entries, their hashes and an index over them. An element gets its hash and enters the
+/// index at the first look-up after it was made, and leaves the index when it is erased, by whatever operation.
 class QOR_API iniNodeIndex : public QOR_ListHelper::chAlloc_Node_dynamic<iniNode, 16> {
 public:
     iniNodeIndex() : m_aBucket(NULL), m_uBuckets(0), m_nNodes(0), m_pPending(NULL) {}
@@ -126,8 +126,8 @@ protected:
     uint32_t hashOf(iniLineType eType, const QOR_StringHelper::chConstTextT<char>& name) const;
     /// The hash of an element; 0 while it has no object.
     uint32_t hashOf(iniNode* pNode) const;
-    /// Looks an element up, by its hash too. False: the index cannot say, walk the list; true: pNode is the only one, or
-    /// null.
+    /// Looks an element up, by its hash too. False: the index cannot say, walk the list; true: pNode is the only one,
+    /// or null.
     bool findNode(iniLineType eType, const phraseConstTextA& name, uint32_t uHash, iniNode*& pNode);
 
 private:
@@ -191,12 +191,12 @@ public:
     iniSection* GetSection(const phraseConstTextA& name);
 
     /// A string of its own with the value; the default when there is no such section or key.
-    QOR_StringHelper::chReferenceStringT<char> GetTextValue(const phraseConstTextA& section, const phraseConstTextA& key,
-                                                            const char* lpszDefault) const;
+    QOR_StringHelper::chReferenceStringT<char> GetTextValue(const phraseConstTextA& section,
+                                                            const phraseConstTextA& key, const char* lpszDefault) const;
     /// Stores a value, for which section and key are made; whether that changed the key.
     BOOL SetTextValue(const phraseConstTextA& section, const phraseConstTextA& key, const phraseConstTextA& text);
-    /// The value as a number, hexadecimal behind "0x" or "0X"; the default when there is none, or no number. A decimal one
-    /// out of range becomes the nearest, a hexadecimal one 0xFFFFFFFF.
+    /// The value as a number, hexadecimal behind "0x" or "0X"; the default when there is none, or no number. A decimal
+    /// one out of range becomes the nearest, a hexadecimal one 0xFFFFFFFF.
     int GetIntValue(const phraseConstTextA& section, const phraseConstTextA& key, int nDefault) const;
     /// The value as a number; the default when there is none, or no number.
     double GetFloatValue(const phraseConstTextA& section, const phraseConstTextA& key, double dDefault) const;
@@ -211,8 +211,8 @@ public:
     /// An empty document; LoadFromFile() unless the name is null or empty.
     explicit iniFile(const char* lpszFileName = NULL);
 
-    /// Replaces the document by a file's, after an interrupted save of it was completed or discarded. 0, and the document
-    /// stays, when the file cannot be read (or has 512 MB and more); its name is remembered all the same.
+    /// Replaces the document by a file's, after an interrupted save of it was completed or discarded. 0, and the
+    /// document stays, when the file cannot be read (or has 512 MB and more); its name is remembered all the same.
     /// Fatal: a null or empty name ("!textEMPTY(lpszFileName)").
     BOOL LoadFromFile(const char* lpszFileName);
     /// Writes the document to a file; null: to that of the last load. An existing one is replaced crash-safely: with 0,

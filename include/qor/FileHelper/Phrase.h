@@ -1,8 +1,9 @@
 /// @file
 /// Phrases: the texts that name and fill the entries of documents and of the registry.
 ///
-/// A phrase neither begins nor ends with white space. Whatever it is made from is cut to that, and a warning "[%s]" with
-/// the whole text is printed when there was something to cut. Names are compared without regard to case, values exactly.
+/// A phrase neither begins nor ends with white space. Whatever it is made from is cut to that, and a warning "[%s]"
+/// with the whole text is printed when there was something to cut. Names are compared without regard to case, values
+/// exactly.
 ///
 /// @code
 /// QOR_FileHelper::phraseStringA strName("Baud Rate");

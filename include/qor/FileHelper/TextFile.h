@@ -30,8 +30,9 @@ public:
     /// A closed file.
     chFile_WText() : m_eFileType(FT_UNKNOW) {}
 
-    /// Opens a file and reads its mark. A file without two bytes to read, a new one above all, is little-endian and gets
-    /// the mark FF FE, unless it is only read; a stream that is only written cannot read, and gets a mark where it stands.
+    /// Opens a file and reads its mark. A file without two bytes to read, a new one above all, is little-endian and
+    /// gets the mark FF FE, unless it is only read; a stream that is only written cannot read, and gets a mark where it
+    /// stands.
     /// @return 1 when it is open behind its mark; 0 when it cannot be opened or marked, or begins with anything else.
     BOOL Open(const char* lpszFileName, UINT uFlags = openRead);
     /// Closes the file, which is no text file then.

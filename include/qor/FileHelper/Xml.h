@@ -9,19 +9,19 @@
 ///
 /// - There are elements with attributes, texts, comments, declarations ("<?...?>") and CDATA. There is no DTD, no
 ///   namespace and no character number; the entities are `&quot;`, `&amp;`, `&apos;`, `&lt;` and `&gt;`.
-/// - The parser goes through the text once and stops at the first piece that it cannot take; what it has read until then
-///   stays. White space around names, values and texts is dropped, and so is text in front of the first node. Elements
-///   that are still open at the end of the text are as good as closed.
-/// - The writer puts every node on a line of its own, two blanks deeper than its parent; an element whose only child is a
-///   text is one line, and so is an element without children.
-/// - A node owns its children. Trees of any depth are read, searched, written and deleted with the same small stack. But
-///   mind the indentation: what n elements inside each other are written as has more than 2 n * n bytes.
+/// - The parser goes through the text once and stops at the first piece that it cannot take; what it has read until
+///   then stays. White space around names, values and texts is dropped, and so is text in front of the first node.
+///   Elements that are still open at the end of the text are as good as closed.
+/// - The writer puts every node on a line of its own, two blanks deeper than its parent; an element whose only child is
+///   a text is one line, and so is an element without children.
+/// - A node owns its children. Trees of any depth are read, searched, written and deleted with the same small stack.
+///   But mind the indentation: what n elements inside each other are written as has more than 2 n * n bytes.
 /// - Saving replaces a file crash-safely, like that of an INI document.
 ///
 /// What is written reads back to the same tree, and is written the same again, if
-/// - names are neither empty nor hold white space, '=', '/', '?', '!' or one of the five characters that have entities (in
-///   the first tag of an element, and in a declaration, the name stands as it is), and names of attributes are neither
-///   empty nor hold '=';
+/// - names are neither empty nor hold white space, '=', '/', '?', '!' or one of the five characters that have entities
+///   (in the first tag of an element, and in a declaration, the name stands as it is), and names of attributes are
+///   neither empty nor hold '=';
 /// - no text is empty, no two texts are neighbours, and texts beside the outermost elements stand between others;
 /// - no CDATA holds "]]>".
 ///
@@ -138,8 +138,8 @@ class xmlElement;
 /// A node of a tree. The classes below are all there are: nodes are written by their types.
 class QOR_API xmlBaseNode : public simpTreeNode<xmlBaseNode> {
 public:
-    /// The text that the node, with all below it, is written as. Empty, with the warning "xmlBaseNode::ExportToText: the
-    /// text is too long", when that has more than maxLineLength bytes.
+    /// The text that the node, with all below it, is written as. Empty, with the warning "xmlBaseNode::ExportToText:
+    /// the text is too long", when that has more than maxLineLength bytes.
     virtual QOR_StringHelper::chReferenceStringT<char> ExportToText() const = 0;
     /// Deletes all below the node and takes it out of its parent.
     virtual ~xmlBaseNode() { destroy_branch(); }
@@ -206,8 +206,8 @@ typedef QOR_ArrayHelper::chObjArray<xmlAttribute, true, 2> xmlAttributeList;
 /// A node with attributes.
 class QOR_API xmlAttributeNode : public xmlBaseNode {
 public:
-    /// Takes name and attributes from the inside of a tag, `name attribute="value" ...`. The name is replaced, attributes
-    /// are appended. 1; 0 at the first violation, what stands before it is taken.
+    /// Takes name and attributes from the inside of a tag, `name attribute="value" ...`. The name is replaced,
+    /// attributes are appended. 1; 0 at the first violation, what stands before it is taken.
     BOOL ParseXMLAttribute(const QOR_StringHelper::chConstTextT<char>& text);
     /// The inside of the tag: the name as it is, and the attributes.
     QOR_StringHelper::chReferenceStringT<char> ExportAttributeBody() const;
@@ -288,10 +288,11 @@ private:
 /// Fatal: null ("lpszXMLText != NULL").
 QOR_API xmlElement* xmlParseElementFromText(const char* lpszXMLText);
 
-/// The first element of a name among a node and those that follow it below the same parent, or null. The node may be null.
+/// The first element of a name among a node and those that follow it below the same parent, or null. The node may be
+/// null.
 QOR_API xmlElement* xmlFindElementByName(xmlBaseNode* pNode, const phraseConstTextA& name);
-/// The first element with an attribute of a value, compared without regard to case, among a node and those that follow it
-/// below the same parent, or null. The node may be null.
+/// The first element with an attribute of a value, compared without regard to case, among a node and those that follow
+/// it below the same parent, or null. The node may be null.
 QOR_API xmlElement* xmlFindElementByAttribute(xmlBaseNode* pNode, const phraseConstTextA& attrName,
                                               const phraseConstTextA& attrValue);
 /// The element at the end of a path: the first child of the root of the first name, its first child of the second name,

@@ -38,13 +38,13 @@ typedef struct simpMSG {
 
 /** Message ids that the library itself uses. Ids 0 to 15 are never traced. */
 enum {
-    TM_MESSAGE_PROXY = 1,      /**< calls a method of a processor object; handled by the library */
-    TM_MESSAGE_TIMER = 2,      /**< a timer is due; handled by the library */
-    TM_THREAD_START = 0x8001,  /**< first message of every registered thread */
-    TM_THREAD_QUIT = 0x8002,   /**< ends the run loop after it is handled; wParam becomes the exit code */
-    TM_THREAD_TIMER = 0x8113,  /**< a timer of the thread expired; wParam is the timer's id */
-    TM_THREAD_IDLE = 0x8121,   /**< the queue is empty; a result r > 0 waits r ms at most, 0 does not wait,
-                                    a negative one waits for the next message or timer (50 ms without timers) */
+    TM_MESSAGE_PROXY = 1,       /**< calls a method of a processor object; handled by the library */
+    TM_MESSAGE_TIMER = 2,       /**< a timer is due; handled by the library */
+    TM_THREAD_START = 0x8001,   /**< first message of every registered thread */
+    TM_THREAD_QUIT = 0x8002,    /**< ends the run loop after it is handled; wParam becomes the exit code */
+    TM_THREAD_TIMER = 0x8113,   /**< a timer of the thread expired; wParam is the timer's id */
+    TM_THREAD_IDLE = 0x8121,    /**< the queue is empty; a result r > 0 waits r ms at most, 0 does not wait,
+                                     a negative one waits for the next message or timer (50 ms without timers) */
     TM_REGISTRY_CHANGE = 0x9001 /**< a watched registry section has changed */
 };
 
@@ -154,16 +154,16 @@ QOR_API chMsgProcesser* decodeMessageProcesser(uint32_t uProcesser);
 
 /// The extra data of a TM_MESSAGE_PROXY message.
 struct msgProxy {
-    uint32_t m_uMsg;            ///< the id that the method sees
-    uint32_t m_uProcesser;      ///< the processor to call, see encodeMessageProcesser()
-    msgMethodWords m_objMethod; ///< its method, see encodeMessageMethod()
+    uint32_t m_uMsg;             ///< the id that the method sees
+    uint32_t m_uProcesser;       ///< the processor to call, see encodeMessageProcesser()
+    msgMethodWords m_objMethod;  ///< its method, see encodeMessageMethod()
 };
 
 /// A subscription: whom to notify, kept in shared memory.
 struct msgEntryPair {
-    int32_t m_idTask;           ///< the subscriber, whose queue to use
-    uint32_t m_uProcesser;      ///< a processor in the subscriber's process
-    msgMethodWords m_objMethod; ///< its method
+    int32_t m_idTask;            ///< the subscriber, whose queue to use
+    uint32_t m_uProcesser;       ///< a processor in the subscriber's process
+    msgMethodWords m_objMethod;  ///< its method
 
     bool operator==(const msgEntryPair& r) const {
         return m_idTask == r.m_idTask && m_uProcesser == r.m_uProcesser &&

@@ -93,8 +93,8 @@ static_assert(sizeof(chMsgQueueManager) == 8, "shared layout");
 /// The content of the segment "ipc_system_share".
 class QOR_API chSystemShareObject {
 public:
-    static constexpr int sizeObject = 65536;     ///< the segment's size in bytes
-    static constexpr int versionObject = 1006;   ///< its type number
+    static constexpr int sizeObject = 65536;    ///< the segment's size in bytes
+    static constexpr int versionObject = 1006;  ///< its type number
 
     /// Builds an empty table over one free pool cell; the header is stored last.
     chSystemShareObject();
@@ -102,10 +102,10 @@ public:
     /// The share object that holds an address inside its segment.
     static chSystemShareObject* FromAddress(const void* p);
 
-    QOR_BaseHelper::ipcObjectHeader m_objHeader;       ///< size and type number
-    QOR_AllocHelper::baseStaticPoolAlloc m_objPool;    ///< serves every record from the area below
-    chMsgQueueManager m_objManager;                    ///< the table of queues
-    char m_aPool[sizeObject - 32];                     ///< the pool area
+    QOR_BaseHelper::ipcObjectHeader m_objHeader;     ///< size and type number
+    QOR_AllocHelper::baseStaticPoolAlloc m_objPool;  ///< serves every record from the area below
+    chMsgQueueManager m_objManager;                  ///< the table of queues
+    char m_aPool[sizeObject - 32];                   ///< the pool area
 };
 
 static_assert(sizeof(chSystemShareObject) == 65536, "shared layout");

@@ -88,8 +88,8 @@ public:
     void BindHandle(chMsgQueue* pMsgQueue);
 
 protected:
-    /// Allocates, fills and emits in one hold of the segment's mutex; null when the thread is gone. *pbWake (may be null)
-    /// tells whether the thread has to be woken.
+    /// Allocates, fills and emits in one hold of the segment's mutex; null when the thread is gone. *pbWake (may be
+    /// null) tells whether the thread has to be woken.
     msgObject* EmitDraft(const msgDraft& draft, bool* pbWake = NULL);
     /// EmitDraft() without the trace line.
     msgObject* PutDraft(const msgDraft& draft, bool* pbWake = NULL);
@@ -240,10 +240,10 @@ private:
     BOOL m_bRuning;
     int m_nExitCode;
     QOR_BaseHelper::chEvent* m_pTaskEvent;
-    BOOL m_bQueueEmpty;   // nothing was unread when the event was last reset, and the thread has posted itself nothing
-    BOOL m_bLeftOrphan;   // a sender may never have closed what this thread has finished
-    int m_nUnwaited;      // messages taken since a wait for the event has ended: all but one may have left a signal
-    int m_nUnreset;       // idle passes since the event was reset
+    BOOL m_bQueueEmpty;  // nothing was unread when the event was last reset, and the thread has posted itself nothing
+    BOOL m_bLeftOrphan;  // a sender may never have closed what this thread has finished
+    int m_nUnwaited;     // messages taken since a wait for the event has ended: all but one may have left a signal
+    int m_nUnreset;      // idle passes since the event was reset
 };
 
 /// The registered threads of this process and the wake-up events that it has opened. Any thread may call it; its

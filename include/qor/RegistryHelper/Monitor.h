@@ -1,9 +1,9 @@
 /// @file
 /// Watching sections of the registry.
 ///
-/// A thread that monitors a section is told of its changes: each flush posts one message for each time it was added. The
-/// message reaches a method of a processor object of the thread with the id 0x9001 and the section's handle in lParam.
-/// Several changes before a flush are told at once; changes that nobody flushes are not told.
+/// A thread that monitors a section is told of its changes: each flush posts one message for each time it was added.
+/// The message reaches a method of a processor object of the thread with the id 0x9001 and the section's handle in
+/// lParam. Several changes before a flush are told at once; changes that nobody flushes are not told.
 ///
 /// @code
 /// m_objMonitor.MonitorSection("/rundata/config/net.ini", "Net", this,

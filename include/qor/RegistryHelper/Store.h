@@ -1,10 +1,10 @@
 /// @file
 /// The registry's store: every INI file that some process has opened, once, in memory that all processes share.
 ///
-/// The segment "ipc_registry" of 1 MiB holds documents, their sections and their keys. A document is loaded by the first
-/// process that opens its file and stays until the device restarts; from then on all processes read and change the same
-/// keys there. A change is counted; saving writes the counted keys to the file. Comments and blank lines stay in the file
-/// only. Values are text.
+/// The segment "ipc_registry" of 1 MiB holds documents, their sections and their keys. A document is loaded by the
+/// first process that opens its file and stays until the device restarts; from then on all processes read and change
+/// the same keys there. A change is counted; saving writes the counted keys to the file. Comments and blank lines stay
+/// in the file only. Values are text.
 ///
 /// @code
 /// using namespace QOR_RegistryHelper;
@@ -17,13 +17,13 @@
 /// @endcode
 ///
 /// Names of sections and keys are compared without regard to case, file names and values exactly. Everything in the
-/// segment is touched under the registry's lock only, which is the frame's; it is taken before the lock of the named blocks
-/// and that of the trace, and never together with that of the messages.
+/// segment is touched under the registry's lock only, which is the frame's; it is taken before the lock of the named
+/// blocks and that of the trace, and never together with that of the messages.
 ///
 /// A process may be killed at any instruction. What others find is the store before or after the change: records are
 /// complete before they are linked, and a new text is linked before the old one is freed. A document under construction
-/// has no file name yet; a document without one is what a dead process has left, and whoever next adds something frees it.
-/// Links are checked before they are followed; damage is a fatal assertion. Running out of room is the pool's fatal
+/// has no file name yet; a document without one is what a dead process has left, and whoever next adds something frees
+/// it. Links are checked before they are followed; damage is a fatal assertion. Running out of room is the pool's fatal
 /// assertion, behind which the others go on with the store as it was. Read on in Monitor.h.
 #ifndef QOR_REGISTRYHELPER_STORE_H
 #define QOR_REGISTRYHELPER_STORE_H
@@ -84,7 +84,8 @@ public:
     regKey();
 
     /// Gives the key its name and a value; once, before it can be found. Whether there was room for both.
-    bool InitKey(QOR_AllocHelper::baseStaticPoolAlloc* pPool, const phraseConstTextA& name, const phraseConstTextA& text);
+    bool InitKey(QOR_AllocHelper::baseStaticPoolAlloc* pPool, const phraseConstTextA& name,
+                 const phraseConstTextA& text);
     /// Whether the key has that name; uHash is regNameHash() of it.
     bool IsNamed(const phraseConstTextA& name, uint32_t uHash) const;
     /// The value, until it changes; null for a null key.
@@ -120,8 +121,8 @@ public:
     regKey* FindKeyObject(const phraseConstTextA& name) const;
     /// The key of a name, appended without a value when there is none.
     regKey* GetKeyObject(const phraseConstTextA& name);
-    /// Sets the value of a key, which is made when there is none; 1, and counted in key, section and document, when that
-    /// changed something, else 0. *pbNew (may be null) tells whether the key was made.
+    /// Sets the value of a key, which is made when there is none; 1, and counted in key, section and document, when
+    /// that changed something, else 0. *pbNew (may be null) tells whether the key was made.
     BOOL SetKeyValue(const phraseConstTextA& name, const phraseConstTextA& text, bool* pbNew);
     /// Appends a key with its value, of a name that no key has, as read from the file: nothing is counted.
     regKey* AppendKey(const phraseConstTextA& name, const phraseConstTextA& text) { return AppendKey(name, text, 0); }
@@ -145,13 +146,13 @@ public:
     /// Removes the monitors of tasks that no longer exist.
     void ClearGhostTask();
 
-    regObjList<regKey> m_lstKey;                                     ///< in the order in which they were made
-    QOR_StringHelper::chShareStringA m_strName;                      ///< the name; it never changes
-    regObjList<QOR_MsgQueueHelper::msgEntryPair> m_lstMonitor;       ///< who is told of changes
-    int32_t m_bChanged;                                              ///< 1 from a change until the next flush
-    int32_t m_nChagedCount;                                          ///< changes not yet in the file, of all keys
-    offset_pointer<regDocument> m_pHostDocument;                     ///< the document
-    uint32_t m_uNameHash;                                            ///< regNameHash() of the name
+    regObjList<regKey> m_lstKey;                                ///< in the order in which they were made
+    QOR_StringHelper::chShareStringA m_strName;                 ///< the name; it never changes
+    regObjList<QOR_MsgQueueHelper::msgEntryPair> m_lstMonitor;  ///< who is told of changes
+    int32_t m_bChanged;                                         ///< 1 from a change until the next flush
+    int32_t m_nChagedCount;                                     ///< changes not yet in the file, of all keys
+    offset_pointer<regDocument> m_pHostDocument;                ///< the document
+    uint32_t m_uNameHash;                                       ///< regNameHash() of the name
 
 private:
     regKey* AppendKey(const phraseConstTextA& name, const phraseConstTextA& text, int nChanges);
@@ -194,9 +195,9 @@ private:
 /// The root of the store.
 class QOR_API regDocumentManager : public QOR_BaseHelper::ipcObjectHeader {
 public:
-    static constexpr int segmentSize = 0x100000;          ///< the segment's size in bytes
-    static constexpr int segmentType = 1001;              ///< its type number
-    static constexpr int poolSize = segmentSize - 0x2C;   ///< what documents share
+    static constexpr int segmentSize = 0x100000;         ///< the segment's size in bytes
+    static constexpr int segmentType = 1001;             ///< its type number
+    static constexpr int poolSize = segmentSize - 0x2C;  ///< what documents share
 
     /// Runs in fresh shared memory. The header comes last: until then the segment counts as never made.
     regDocumentManager();
@@ -265,8 +266,8 @@ QOR_API uCRegistryHelper* uCRegistryHelpergetGlobalObject();
 /// Tells the monitors of a document's changed sections, then saves it, or asks the saver to. Takes the registry's lock.
 /// Returns 1. Fatal: null ("pDocument != NULL").
 QOR_API BOOL registryFlush(QOR_RegistryHelper::regDocument* pDocument);
-/// Writes a document's counted keys to its file. Takes the registry's lock. 1 when the file is up to date; 0 for null and
-/// when it could not be written: then the keys stay counted.
+/// Writes a document's counted keys to its file. Takes the registry's lock. 1 when the file is up to date; 0 for null
+/// and when it could not be written: then the keys stay counted.
 QOR_API BOOL regSaveRegistryDocument(QOR_RegistryHelper::regDocument* pDocument);
 
 #endif

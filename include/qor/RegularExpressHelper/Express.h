@@ -18,8 +18,8 @@
 /// Behind some 260,000 look-aheads their answers are remembered, in a table that the next ClearResult() frees, one byte
 /// for each place of the text and repetition, at most 4 MiB. Then the time is in the order of k times the square of the
 /// text's length, as long as the table holds them all. The match and the results of all nodes that took part in it are
-/// the same; only a node that nothing but looking ahead came to may keep an older result. A pattern with back-references
-/// cannot remember answers.
+/// the same; only a node that nothing but looking ahead came to may keep an older result. A pattern with
+/// back-references cannot remember answers.
 ///
 /// No input makes compiling, matching or destroying use more stack than maxDepth allows for (about 200 KiB).
 #ifndef QOR_REGULAREXPRESSHELPER_EXPRESS_H
@@ -83,7 +83,7 @@ public:
     QOR_ArrayHelper::chObjArray<re_Base<T>*, false, 4> m_arrCaptureREs;
 
     const T* m_lpszFoundEnd;  ///< internal: the NUL of the text that is being matched, once it was looked for
-    reState* m_pState;      ///< internal: what the build has worked out for matching, and its state
+    reState* m_pState;        ///< internal: what the build has worked out for matching, and its state
 
 private:
     void ClearTree();

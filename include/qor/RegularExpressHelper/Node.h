@@ -4,9 +4,9 @@
 /// A node keeps the interval of its last match, which is also its memory: applied to the same place again it gives the
 /// same answer. ClearResult() forgets it and comes before every other text. One tree serves one thread at a time.
 ///
-/// Members are there to be read. Trees are made by reRegularExpress, and one that it has built is not changed by hand. A
-/// tree that is put together by hand works, but has no guard against reading on behind a NUL that a negated sequence has
-/// passed.
+/// Members are there to be read. Trees are made by reRegularExpress, and one that it has built is not changed by hand.
+/// A tree that is put together by hand works, but has no guard against reading on behind a NUL that a negated sequence
+/// has passed.
 ///
 /// A text ends at its NUL, or at the end that is given: then a NUL is a character like others, and applying a node
 /// behind that end is a fatal assertion ("lpszSrcEnding == NULL || lpszSrcText <= lpszSrcEnding"). That happens to
@@ -66,9 +66,9 @@ public:
     uint32_t m_nFlags;                                    ///< the root's flags
     int32_t m_nMinTimes;                                  ///< the least number of repetitions
     int32_t m_nMaxTimes;                                  ///< the largest; -1: no limit
-    int32_t m_chRepeatMode;     ///< '-' exact, ' ' looks ahead, '+' takes what it can, '?' as little as it may
-    re_Base* m_pParentRE;       ///< the node above, or null
-    int32_t m_iIndexInParent;   ///< the place among its children, or -1
+    int32_t m_chRepeatMode;      ///< '-' exact, ' ' looks ahead, '+' takes what it can, '?' as little as it may
+    re_Base* m_pParentRE;        ///< the node above, or null
+    int32_t m_iIndexInParent;    ///< the place among its children, or -1
     const T* m_lpszResultBegin;  ///< where the node was applied last
     const T* m_lpszResultEnd;    ///< where its match ended; null: it has none
 
@@ -80,11 +80,11 @@ protected:
     void CutBaseFrom(re_Base& r);
 };
 
-constexpr uint32_t traitSet = 1;        ///< internal: children are alternatives
-constexpr uint32_t traitGroup = 2;      ///< internal: children are nodes
-constexpr uint32_t traitExpress = 4;    ///< internal: the node is a reRegularExpress
-constexpr uint32_t traitCapture = 8;    ///< internal: the node is among the root's captures
-constexpr uint32_t traitText = 16;      ///< internal: the node is a re_Text
+constexpr uint32_t traitSet = 1;         ///< internal: children are alternatives
+constexpr uint32_t traitGroup = 2;       ///< internal: children are nodes
+constexpr uint32_t traitExpress = 4;     ///< internal: the node is a reRegularExpress
+constexpr uint32_t traitCapture = 8;     ///< internal: the node is among the root's captures
+constexpr uint32_t traitText = 16;       ///< internal: the node is a re_Text
 constexpr uint32_t traitOvershoot = 32;  ///< internal: a negated sequence of the tree may pass the end of the text
 
 /// A node whose children are nodes, which it owns.
@@ -182,7 +182,8 @@ public:
     int GetChildRECount() const { return 1; }
     /// Compares the text with what the group captured. Fatal: another index than 0.
     const T* ApplyChildRE(int iIndex, const T* lpszSrcText, const T* lpszSrcEnding);
-    /// Compiles "\1" with a quantifier: 1, or 0 where no such group is known; -1 at an error, to which the text is moved.
+    /// Compiles "\1" with a quantifier: 1, or 0 where no such group is known; -1 at an error, to which the text is
+    /// moved.
     int tryParseREFromText(const T*& lpszREText);
     /// Takes what a node of the same kind has, and leaves that one as new.
     void CutFromObject(re_Reference& r);

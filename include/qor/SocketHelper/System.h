@@ -19,9 +19,8 @@ constexpr int INVALID_SOCKET = -1;
 
 /// Appends all IPv4 addresses of a host, as dotted texts. A dotted text is its own address. May ask the network.
 /// @return how many; 0 for an unknown host or null.
-QOR_API int sockGetHostIPs(
-    const char* lpszHost,
-    QOR_ListHelper::chObjList_dynamic<QOR_StringHelper::chReferenceStringT<char>, 16>& listIP);
+QOR_API int sockGetHostIPs(const char* lpszHost,
+                           QOR_ListHelper::chObjList_dynamic<QOR_StringHelper::chReferenceStringT<char>, 16>& listIP);
 /// The address of a network interface such as "eth0"; empty when it has none or there is no such interface.
 QOR_API QOR_StringHelper::chReferenceStringT<char> sockGetLocalIPAddress(const char* lpszInterface);
 

@@ -42,8 +42,8 @@ public:
     BOOL CreateSocket(const chSocketAddr& addr);
     /// The same for a dotted text; port 0 takes a free one. Fatal: null; there is one already.
     BOOL CreateSocket(const char* lpszIPv4, int nPort);
-    /// Disconnect(), which may take two seconds, and closes the socket, if there is one. What is in the input buffer can
-    /// still be read, until a new socket is made.
+    /// Disconnect(), which may take two seconds, and closes the socket, if there is one. What is in the input buffer
+    /// can still be read, until a new socket is made.
     void DestroySocket();
 
     /// Connects.

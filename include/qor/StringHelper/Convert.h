@@ -36,8 +36,8 @@ QOR_API chReferenceStringT<unsigned short> toString(const chConstTextT<unsigned 
 /// Shares the 16-bit string.
 QOR_API chReferenceStringT<unsigned short> toString(const chReferenceStringT<unsigned short>& str);
 
-/// Reads the number that a text begins with: hexadecimal behind "0x" or "0X" at the very begin, else decimal, then after
-/// white space and a sign if there are any. @return whether there was one; without, the value is not touched.
+/// Reads the number that a text begins with: hexadecimal behind "0x" or "0X" at the very begin, else decimal, then
+/// after white space and a sign if there are any. @return whether there was one; without, the value is not touched.
 QOR_API bool operator>>(const chReferenceStringT<char>& str, int& nValue);
 /// Reads a number like the signed form: a negative one gives its remainder modulo 2^32, a decimal one is at most
 /// 2147483647. @return whether there was one; without, the value is not touched.
@@ -48,7 +48,8 @@ QOR_API bool operator>>(const chReferenceStringT<char>& str, double& fValue);
 /// Shares the text. @return whether it has characters.
 QOR_API bool operator>>(const chReferenceStringT<char>& str, chReferenceStringT<char>& strValue);
 
-/// Copies the text into a buffer of nSize characters, terminated, as much of it as has room; what `>>` into a buffer does.
+/// Copies the text into a buffer of nSize characters, terminated, as much of it as has room; what `>>` into a buffer
+/// does.
 /// @return whether the text has characters and all had room. Fatal: a null buffer, a size not above 0.
 QOR_API bool chReadBuffer(const chReferenceStringT<char>& str, char* lpszBuffer, int nSize);
 

@@ -30,7 +30,8 @@ public:
     /// Frees the block.
     ~chShareStringA();
 
-    /// Stores a copy of a view, which may be part of this string; an empty one needs no pool. Fatal: no pool, no room in it.
+    /// Stores a copy of a view, which may be part of this string; an empty one needs no pool. Fatal: no pool, no room
+    /// in it.
     chShareStringA& operator=(const chConstTextT<char>& text);
     /// The length in characters, as stored; 0 without a block.
     int GetLength() const;

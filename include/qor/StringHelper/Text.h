@@ -31,13 +31,19 @@ extern QOR_API const unsigned short szNULLW[];
 template <class T>
 const T* getNullText();
 template <>
-inline const char* getNullText<char>() { return szNULL; }
+inline const char* getNullText<char>() {
+    return szNULL;
+}
 template <>
-inline const unsigned short* getNullText<unsigned short>() { return szNULLW; }
+inline const unsigned short* getNullText<unsigned short>() {
+    return szNULLW;
+}
 
 /// Whether a text is null or empty.
 template <class T>
-inline bool textEMPTY(const T* lpsz) { return lpsz == NULL || *lpsz == 0; }
+inline bool textEMPTY(const T* lpsz) {
+    return lpsz == NULL || *lpsz == 0;
+}
 
 /// The length of a text in characters. Fatal: null ("lpszText != NULL").
 template <class T>
@@ -67,26 +73,40 @@ inline T* chStrncpy(T* lpszTo, const T* lpszFrom, int nCount) {
 
 /// The next character.
 template <class T>
-inline const T* chStrinc(const T* lpsz) { return lpsz + 1; }
+inline const T* chStrinc(const T* lpsz) {
+    return lpsz + 1;
+}
 
 /// Whether a character is '0' to '9'.
 template <class T>
-inline bool chIsDigit(T ch) { return ch >= '0' && ch <= '9'; }
+inline bool chIsDigit(T ch) {
+    return ch >= '0' && ch <= '9';
+}
 /// Whether a character is a blank, tab, line feed, vertical tab, form feed or carriage return.
 template <class T>
-inline bool chIsWhiteSpace(T ch) { return ch == ' ' || (ch >= '\t' && ch <= '\r'); }
+inline bool chIsWhiteSpace(T ch) {
+    return ch == ' ' || (ch >= '\t' && ch <= '\r');
+}
 /// Whether a character is an ASCII letter.
 template <class T>
-inline bool chIsAlpha(T ch) { return (ch >= 'a' && ch <= 'z') || (ch >= 'A' && ch <= 'Z'); }
+inline bool chIsAlpha(T ch) {
+    return (ch >= 'a' && ch <= 'z') || (ch >= 'A' && ch <= 'Z');
+}
 /// The upper-case form of an ASCII letter; others are returned unchanged.
 template <class T>
-inline T chUpper(T ch) { return ch >= 'a' && ch <= 'z' ? static_cast<T>(ch - 'a' + 'A') : ch; }
+inline T chUpper(T ch) {
+    return ch >= 'a' && ch <= 'z' ? static_cast<T>(ch - 'a' + 'A') : ch;
+}
 /// The lower-case form of an ASCII letter; others are returned unchanged.
 template <class T>
-inline T chLower(T ch) { return ch >= 'A' && ch <= 'Z' ? static_cast<T>(ch - 'A' + 'a') : ch; }
+inline T chLower(T ch) {
+    return ch >= 'A' && ch <= 'Z' ? static_cast<T>(ch - 'A' + 'a') : ch;
+}
 /// An ASCII letter of the other case; others are returned unchanged.
 template <class T>
-inline T chReverse(T ch) { return chIsAlpha(ch) ? static_cast<T>(ch ^ 0x20) : ch; }
+inline T chReverse(T ch) {
+    return chIsAlpha(ch) ? static_cast<T>(ch ^ 0x20) : ch;
+}
 
 /// Whether a character begins a multibyte one: never, multibyte code pages are not handled by strings.
 /// Fatal: null.

@@ -25,8 +25,8 @@ namespace QOR_StringHelper {
 /// @return the number of parts; only the first nMaxPart are stored. Fatal: a null text.
 QOR_API int qorTextBreak(const char* lpszText, char chBreak, chConstTextT<char>* arrPart, int nMaxPart);
 /// The same of 16-bit text.
-QOR_API int qorTextBreak(const unsigned short* lpszText, unsigned short chBreak,
-                         chConstTextT<unsigned short>* arrPart, int nMaxPart);
+QOR_API int qorTextBreak(const unsigned short* lpszText, unsigned short chBreak, chConstTextT<unsigned short>* arrPart,
+                         int nMaxPart);
 
 /// The words of a text: what stands between white space.
 /// @return the number of words; only the first nMaxWord are stored. Fatal: a null text.
@@ -96,8 +96,8 @@ QOR_API int qorPeekPhraseByCharTokens(const unsigned short*& lpszText, chReferen
 /// tokens stand at one place, the first of the table counts.
 /// @return the token's index; the number of tokens: the text ended first; -1: only white space was left, and the phrase
 ///         is not touched. Fatal: a null text.
-QOR_API int qorPeekPhraseByStringTokens(const char*& lpszText, chConstTextT<char>& phrase,
-                                        const char* const* arrToken, const int* arrTokenLen);
+QOR_API int qorPeekPhraseByStringTokens(const char*& lpszText, chConstTextT<char>& phrase, const char* const* arrToken,
+                                        const int* arrTokenLen);
 /// The same of 16-bit text.
 QOR_API int qorPeekPhraseByStringTokens(const unsigned short*& lpszText, chConstTextT<unsigned short>& phrase,
                                         const unsigned short* const* arrToken, const int* arrTokenLen);
@@ -114,8 +114,8 @@ QOR_API int qorPeekPhraseByStringTokens(const char*& lpszText, chConstTextT<char
 QOR_API int qorPeekPhraseByStringTokens(const unsigned short*& lpszText, chConstTextT<unsigned short>& phrase,
                                         const unsigned short* lpszToken, ...) __attribute__((sentinel));
 /// The tokens as arguments, the phrase copied.
-QOR_API int qorPeekPhraseByStringTokens(const char*& lpszText, chReferenceStringT<char>& phrase,
-                                        const char* lpszToken, ...) __attribute__((sentinel));
+QOR_API int qorPeekPhraseByStringTokens(const char*& lpszText, chReferenceStringT<char>& phrase, const char* lpszToken,
+                                        ...) __attribute__((sentinel));
 /// The same of 16-bit text.
 QOR_API int qorPeekPhraseByStringTokens(const unsigned short*& lpszText, chReferenceStringT<unsigned short>& phrase,
                                         const unsigned short* lpszToken, ...) __attribute__((sentinel));

@@ -1,7 +1,8 @@
 /// @file
 /// Which file names are meant: wildcard patterns for those to accept and those to deny.
 ///
-/// A filter is patterns separated by ';'. A pattern behind '-' denies, any other accepts, with or without a '+' in front.
+/// A filter is patterns separated by ';'. A pattern behind '-' denies, any other accepts, with or without a '+' in
+/// front.
 /// '*' stands for any number of characters and '?' for one; letters of either case are equal. A pattern applies to a
 /// whole name. Without a pattern that accepts, every name is accepted.
 ///
@@ -11,8 +12,8 @@
 /// @endcode
 ///
 /// Everything else stands for itself, except that a backslash and what a pattern makes of it belong to the regular
-/// expressions of RegularExpressHelper.h: what the translated pattern means there, it means here. A pattern that is none
-/// there is traced, and matches no name. Read on in FileSearch.h.
+/// expressions of RegularExpressHelper.h: what the translated pattern means there, it means here. A pattern that is
+/// none there is traced, and matches no name. Read on in FileSearch.h.
 #ifndef QOR_SUBCLASS_FILEFILTER_H
 #define QOR_SUBCLASS_FILEFILTER_H
 

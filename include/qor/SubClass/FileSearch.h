@@ -8,9 +8,9 @@
 ///     puts(*it);                          // "/rundata/config/system.ini"
 /// @endcode
 ///
-/// Links are followed. A directory that a link leads to is searched there too, and files in it are found by each of their
-/// paths; but none is searched inside itself, so links that form a cycle end where the cycle closes. Where many links lead
-/// to each other's directories the number of paths between them is large nevertheless.
+/// Links are followed. A directory that a link leads to is searched there too, and files in it are found by each of
+/// their paths; but none is searched inside itself, so links that form a cycle end where the cycle closes. Where many
+/// links lead to each other's directories the number of paths between them is large nevertheless.
 #ifndef QOR_SUBCLASS_FILESEARCH_H
 #define QOR_SUBCLASS_FILESEARCH_H
 
@@ -18,9 +18,9 @@
 
 namespace QOR_SubClass {
 
-/// Replaces what is in the list by the paths, each beginning with the directory as it is given, of all entries that are no
-/// directories and whose names the filter accepts and does not deny, in ascending order. When bRecursive is not 0, the
-/// directories below are searched too, except for those whose names the filter denies; they need not be accepted.
+/// Replaces what is in the list by the paths, each beginning with the directory as it is given, of all entries that are
+/// no directories and whose names the filter accepts and does not deny, in ascending order. When bRecursive is not 0,
+/// the directories below are searched too, except for those whose names the filter denies; they need not be accepted.
 /// Entries of which nothing can be learned (links that lead nowhere, a directory without the right to search it) are
 /// files; directories and links whose paths are too long for the system are passed over. A directory that cannot be
 /// opened has no entries.
