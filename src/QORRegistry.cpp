@@ -377,16 +377,16 @@ regDocument* uCRegistryHelper::GetDocument(uintptr_t uHandle) {
 }
 
 regDocument* uCRegistryHelper::LockDocument(const char* lpszFileName) {
-    if (!warnRelativeName(lpszFileName))
+    if (!warnRelativeName(lpszFileName) || !QOR_ASSERT_TEXT(Lock(-1), "broken share lock"))
         return NULL;
-    Lock(-1);
     getObject()->ClearLostDocument();
     if (regDocument* pDocument = getObject()->FindDocumentObject(lpszFileName))
         return pDocument;
     // The others go on while the file is read. If one of them opens it meanwhile, what was read here is dropped.
     Unlock();
     const iniFile file(lpszFileName);
-    Lock(-1);
+    if (!QOR_ASSERT_TEXT(Lock(-1), "broken share lock"))
+        return NULL;
     regDocument* pDocument = getObject()->GetDocumentObject(lpszFileName, file);
     if (pDocument == NULL)
         Unlock();
