@@ -12,6 +12,7 @@
 #include "qor/TraceHelper.h"
 #include "support/child.h"
 #include "support/message_thread.h"
+#include "support/task.h"
 
 using namespace QOR_MsgQueueHelper;
 using QOR_MiscHelper::qorIsValidTaskID;
@@ -194,14 +195,7 @@ TEST(Events, ForgettingTheEventOfAnotherProcessWarnsAndLeavesIt) {
 }
 
 TEST(Events, TheEventOfADeadThreadOfThisProcessIsDestroyedWithAWarning) {
-    int idTask = 0;
-    std::thread unregistered([&]() {
-        idTask = QOR_MiscHelper::qorGetCurrentTaskId();
-        process().GetCurrentTaskEvent();
-    });
-    unregistered.join();
-    while (qorIsValidTaskID(idTask))  // the kernel lets go of a joined thread a moment later
-        std::this_thread::yield();
+    const int idTask = qorTest::endedTask([] { process().GetCurrentTaskEvent(); });
     testing::internal::CaptureStderr();
     process().ClearGhostEventObject();
     EXPECT_EQ(1u, countOf(testing::internal::GetCapturedStderr(), "] !objEvent.IsCreateByMe() ("));

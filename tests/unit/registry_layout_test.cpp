@@ -1,12 +1,11 @@
 // The registry's segment word by word, in a private one: what every process of every ABI finds at which offset.
 #include <string.h>
 
-#include <thread>
-
 #define QOR_MODULE "test"
 #include "internal/registry.h"
 #include "qor/MiscHelper.h"
 #include "support/registry.h"
+#include "support/task.h"
 
 using namespace QOR_RegistryHelper;
 using QOR_BaseHelper::chMapFile_Local;
@@ -285,11 +284,7 @@ TEST_F(RegistryLayout, ADocumentTakesInAFileThatWasReadAndIsCleared) {
 
 TEST_F(RegistryLayout, OnlyMonitorsOfDeadTasksAreCleared) {
     regSection* const pSection = m_pRoot->GetDocumentObject("/tmp/layout.ini")->GetSectionObject("s");
-    int idDead = 0;
-    std::thread([&] {
-        idDead = QOR_MiscHelper::qorGetCurrentTaskId();
-        pSection->AddMonitorTask(idDead, NULL, NULL);
-    }).join();
+    qorTest::endedTask([&] { pSection->AddMonitorTask(QOR_MiscHelper::qorGetCurrentTaskId(), NULL, NULL); });
     const QOR_MsgQueueHelper::msgEntryPair* const pOwn =
         pSection->m_lstMonitor.AppendObject([](QOR_MsgQueueHelper::msgEntryPair& entry) {
             entry = {QOR_MiscHelper::qorGetCurrentTaskId(), 0, {{0, 0}}};

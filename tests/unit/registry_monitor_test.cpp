@@ -8,6 +8,7 @@
 #include "support/message_thread.h"
 #include "support/registry.h"
 #include "support/system_call.h"
+#include "support/task.h"
 
 using namespace QOR_RegistryHelper;
 using namespace qorTest;
@@ -175,15 +176,11 @@ TEST_F(Monitors, AThreadThatIsNotRegisteredIsPassedOver) {
 
 TEST_F(Monitors, AnEndedThreadIsPassedOverAndRemovedWhenTheNextIsAdded) {
     HREGISTRY h = open("s");
-    int idGhost = 0;
-    std::thread([&] {
+    qorTest::endedTask([&] {
         currentThread thread("ghost");
-        idGhost = qorGetCurrentTaskId();
         regMonitorSection(h);
         regMonitorSection(h);
-    }).join();
-    while (QOR_MiscHelper::qorIsValidTaskID(idGhost))  // for an instant the kernel keeps it
-        QOR_MiscHelper::qorSwitchToThread();
+    });
     EXPECT_EQ(2, monitorsOf(h));
     EXPECT_EQ(0, setAndFlush(h));
     EXPECT_EQ(2, monitorsOf(h));
@@ -199,16 +196,14 @@ TEST_F(Monitors, ManyMonitorsAreAddedAndRemovedInOneWalkEach) {
     s_nAsked = 0;
     for (int i = 0; i < nMonitors; ++i)
         regMonitorSection(h);
-    int idGhost = 0;
-    std::thread([&] {
-        idGhost = qorGetCurrentTaskId();
+    int nAsked = 0;
+    qorTest::endedTask([&] {
         for (int i = 0; i < nMonitors; ++i)
             regMonitorSection(h);
-    }).join();
+        nAsked = s_nAsked;
+    });
     EXPECT_EQ(2 * nMonitors, monitorsOf(h));
-    EXPECT_LE(s_nAsked, 4 * nMonitors);  // each task once for each addition
-    while (QOR_MiscHelper::qorIsValidTaskID(idGhost))
-        QOR_MiscHelper::qorSwitchToThread();
+    EXPECT_LE(nAsked, 4 * nMonitors);  // each task once for each addition
     regSection* pSection = sectionOf(h);
     s_nAsked = 0;
     registryHelper().Lock(-1);

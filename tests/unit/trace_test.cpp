@@ -13,6 +13,7 @@
 
 #include "qor/MiscHelper.h"
 #include "qor/TraceHelper.h"
+#include "support/task.h"
 #include "support/traceline.h"
 
 using namespace QOR_TraceHelper;
@@ -232,8 +233,8 @@ TEST_F(Trace, DepthsCountUpAndDown) {
 
 TEST_F(Trace, ANewTaskClearsTheDepthsOfDeadOnes) {
     m_pTrace->push_trace_level();
-    std::thread([this] { m_pTrace->push_trace_level(); }).join();
-    std::thread([this] { m_pTrace->push_trace_level(); }).join();
+    for (int i = 0; i < 2; ++i)
+        qorTest::endedTask([this] { m_pTrace->push_trace_level(); });
     EXPECT_EQ(1, m_pTrace->pop_trace_level());
     std::thread([this] {
         m_pTrace->push_trace_level();
@@ -450,13 +451,11 @@ TEST(TraceState, ALineHasTheRoomOfItsCell) {
 TEST(TraceState, DepthsAreKeptByTaskUntilTheTaskHasDied) {
     privateState state;
     const int idSelf = QOR_MiscHelper::qorGetCurrentTaskId();
-    int idDead = 0;
-    std::thread([&] { idDead = QOR_MiscHelper::qorGetCurrentTaskId(); }).join();
     EXPECT_EQ(0, *state->GetLevel(idSelf));
     *state->GetLevel(idSelf) = 5;
     EXPECT_EQ(5, *state->GetLevel(idSelf));
     chTraceLevelList& mapLevel = state->m_mapLevel;
-    mapLevel[idDead] = 3;
+    mapLevel[qorTest::endedTask([] {})] = 3;
     EXPECT_EQ(2, mapLevel.size());
     state->ClearGhostTracer();
     EXPECT_EQ(1, mapLevel.size());

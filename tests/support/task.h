@@ -1,0 +1,27 @@
+// Tasks that have ended. Joining a thread does not end it for the kernel: for an instant more, longer under an
+// emulator, its id still answers.
+#ifndef QOR_TESTS_SUPPORT_TASK_H
+#define QOR_TESTS_SUPPORT_TASK_H
+
+#include <qor/MiscHelper/Process.h>
+
+#include <functional>
+#include <thread>
+
+namespace qorTest {
+
+// Runs it in a thread of its own. Returns the thread's task id once no such task is alive.
+inline int endedTask(const std::function<void()>& run) {
+    int idTask = 0;
+    std::thread([&] {
+        idTask = QOR_MiscHelper::qorGetCurrentTaskId();
+        run();
+    }).join();
+    while (QOR_MiscHelper::qorIsValidTaskID(idTask))
+        QOR_MiscHelper::qorSwitchToThread();
+    return idTask;
+}
+
+}  // namespace qorTest
+
+#endif
