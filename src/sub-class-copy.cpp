@@ -1,5 +1,8 @@
 // Copies of rectangles of bytes.
+#include <limits.h>
 #include <string.h>
+
+#include <algorithm>
 
 #include "qor/SubClass/Copy2D.h"
 
@@ -16,6 +19,11 @@ namespace {
 
 ptrdiff_t offsetOf(const chSize& size, int nX, int nY) { return static_cast<ptrdiff_t>(size.cx) * nY + nX; }
 
+// The edge that lies a length behind another one. What reaches beyond all coordinates ends at the last one.
+int edgeBehind(int nEdge, int nLength) {
+    return static_cast<int>(std::clamp<long long>(static_cast<long long>(nEdge) + nLength, INT_MIN, INT_MAX));
+}
+
 }  // namespace
 
 void qorMemcpy2D(void* pDst, const chSize& sizeDst, const void* pSrc, const chSize& sizeSrc, const chPoint& point) {
@@ -26,9 +34,9 @@ void qorClipMemcpy2D(void* pDst, const chSize& sizeDst, const void* pSrc, const 
                      const chRect& rcClip) {
     if (!QOR_ASSERT(pSrc != NULL && pDst != NULL))
         return;
-    const chRect rcCopy = chRect(point, sizeSrc) & chRect(chPoint(), sizeDst) & rcClip;
-    // A source of a negative size could wrap around to a rectangle that is not empty.
-    if (sizeSrc.cx <= 0 || sizeSrc.cy <= 0 || rcCopy.IsEmpty())
+    const chRect rcSrc(point.x, point.y, edgeBehind(point.x, sizeSrc.cx), edgeBehind(point.y, sizeSrc.cy));
+    const chRect rcCopy = rcSrc & chRect(chPoint(), sizeDst) & rcClip;
+    if (rcCopy.IsEmpty())
         return;
     char* const pTo = static_cast<char*>(pDst) + offsetOf(sizeDst, rcCopy.left, rcCopy.top);
     const char* const pFrom =

@@ -118,6 +118,29 @@ TEST(Copy2D, SizesWithoutInsideCopyNothing) {
     EXPECT_STREQ("....", szTo);
 }
 
+TEST(Copy2D, ASourceMayReachBeyondTheLargestCoordinate) {
+    char szTo[] = "....", szFrom[] = "abcd";
+    // Rows that do not end, of which one is there.
+    qorMemcpy2D(szTo, chSize(4, 1), szFrom, chSize(INT_MAX, 1), chPoint(1, 0));
+    EXPECT_STREQ(".abc", szTo);
+    qorMemcpy2D(szTo, chSize(1, 4), szFrom, chSize(1, INT_MAX), chPoint(0, 2));
+    EXPECT_STREQ(".aab", szTo);
+    qorClipMemcpy2D(szTo, chSize(4, 1), szFrom, chSize(INT_MAX, INT_MAX), chPoint(1, 0),
+                    chRect(INT_MIN, INT_MIN, 3, INT_MAX));
+    EXPECT_STREQ(".abb", szTo);
+}
+
+TEST(Copy2D, PlacesAtTheEndsOfAllCoordinatesAreOutside) {
+    char szTo[] = "....", szFrom[] = "abcd";
+    for (int nX : {INT_MIN, INT_MIN + 1, -INT_MAX + 1, -2, 0, 2, INT_MAX - 1, INT_MAX})
+        for (int nY : {INT_MIN, INT_MIN + 1, -INT_MAX + 1, -2, 2, INT_MAX - 1, INT_MAX})
+            for (const chSize& size : {chSize(1, 1), chSize(2, 2)}) {
+                qorMemcpy2D(szTo, chSize(2, 2), szFrom, size, chPoint(nX, nY));
+                qorMemcpy2D(szTo, chSize(2, 2), szFrom, size, chPoint(nY, nX));
+            }
+    EXPECT_STREQ("....", szTo);
+}
+
 TEST(Copy2D, APictureMayBeMovedInItself) {
     const picture rows = {"abcd", "efgh", "ijkl", "mnop"};
     for (int nX = -4; nX <= 4; ++nX)
