@@ -178,8 +178,10 @@ bool isPeerGone() {
         case EAGAIN:
         case ECONNABORTED:
         case EPROTO:
+        case ENOPROTOOPT:
         case ENETDOWN:
         case ENETUNREACH:
+        case ENONET:
         case EHOSTDOWN:
         case EHOSTUNREACH:
             return true;

@@ -308,7 +308,8 @@ TEST_F(CallTest, ADatagramThatIsNotThereAfterAllIsWaitedForAgain) {
 }
 
 TEST_F(CallTest, APeerThatIsGoneWhenItIsAcceptedIsPassedOver) {
-    for (int nError : {EAGAIN, ECONNABORTED, EPROTO, ENETDOWN, ENETUNREACH, EHOSTDOWN, EHOSTUNREACH}) {
+    for (int nError :
+         {EAGAIN, ECONNABORTED, EPROTO, ENOPROTOOPT, ENETDOWN, ENETUNREACH, ENONET, EHOSTDOWN, EHOSTUNREACH}) {
         plainPeer peer;
         chSocketTCP accepted;
         ASSERT_TRUE(peer.connect(portOf(m_server)));
