@@ -2,11 +2,14 @@
 #include "qor/SubClass/FileSearch.h"
 
 #include <fcntl.h>
+#include <linux/capability.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include "qor/SubClass.h"
+#include "support/child.h"
 #include "support/filebytes.h"
 
 namespace {
@@ -183,6 +186,47 @@ TEST_F(FileSearch, ATreeThatIsTooDeepForAPathEndsTheSearchThere) {
     EXPECT_EQ(texts{"/tmp/t/d/d/x"}, find("/tmp/t", "x", TRUE));
     // What the system can no longer name is not taken for a file.
     EXPECT_EQ(texts{}, find("/tmp/t", "d", TRUE));
+}
+
+// From then on the rights of files hold for this process, too.
+bool giveUpPrivileges() {
+    __user_cap_header_struct header = {_LINUX_CAPABILITY_VERSION_3, 0};
+    const __user_cap_data_struct arrNone[2] = {};
+    return syscall(SYS_capset, &header, arrNone) == 0;
+}
+
+TEST_F(FileSearch, WithoutTheRightToReadADirectoryHasNoEntriesAndWithoutThatToSearchItHasFilesOnly) {
+    for (const char* lpszPath : {"/tmp/t/open", "/tmp/t/closed", "/tmp/t/listed", "/tmp/t/listed/d"})
+        directory(lpszPath);
+    for (const char* lpszPath : {"/tmp/t/open/x", "/tmp/t/closed/x", "/tmp/t/listed/x", "/tmp/t/listed/d/x"})
+        file(lpszPath);
+    ASSERT_EQ(0, chmod("/tmp/t/closed", 0));
+    ASSERT_EQ(0, chmod("/tmp/t/listed", 0400));
+    const texts listExpected = {"/tmp/t/listed/d", "/tmp/t/listed/x", "/tmp/t/open/x"};
+    qorTest::childProcess searcher("searcher", [&] {
+        return !giveUpPrivileges() || find("/tmp/t", "", TRUE) != listExpected ||
+               find("/tmp/t/closed", "", TRUE) != texts{};
+    });
+    EXPECT_EQ(0, searcher.wait());
+}
+
+TEST_F(FileSearch, NamesMayHoldAnyBytes) {
+    texts listName = {"\x01\n", " ", "*", "-", ";", "a\nb", std::string(255, 'n'), "\xc3", "\xff\xfe"};
+    for (std::string& strName : listName) {
+        strName = "/tmp/t/" + strName;
+        file(strName.c_str());
+    }
+    EXPECT_EQ(listName, find("/tmp/t", "*", FALSE));
+    EXPECT_EQ(texts{"/tmp/t/a\nb"}, find("/tmp/t", "a?b", FALSE));
+    EXPECT_EQ(texts{"/tmp/t/\xff\xfe"}, find("/tmp/t", "??;-a*;-\x01*", FALSE));
+}
+
+TEST_F(FileSearch, ABackslashIsASeparatorWherePathsAreJoined) {
+    directory("/tmp/t/d\\");
+    file("/tmp/t/d\\/x");
+    file("/tmp/t/\\y");
+    file("/tmp/t/a\\b");
+    EXPECT_EQ((texts{"/tmp/t/a\\b", "/tmp/t/d\\x", "/tmp/t/y"}), find("/tmp/t", "", TRUE));
 }
 
 TEST_F(FileSearch, ManyFilesAreFoundOnceEach) {

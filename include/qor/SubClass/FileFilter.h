@@ -2,9 +2,8 @@
 /// Which file names are meant: wildcard patterns for those to accept and those to deny.
 ///
 /// A filter is patterns separated by ';'. A pattern behind '-' denies, any other accepts, with or without a '+' in
-/// front.
-/// '*' stands for any number of characters and '?' for one; letters of either case are equal. A pattern applies to a
-/// whole name. Without a pattern that accepts, every name is accepted.
+/// front. '*' stands for any number of characters and '?' for one; letters of either case are equal. A pattern applies
+/// to a whole name. Without a pattern that accepts, every name is accepted.
 ///
 /// @code
 /// QOR_SubClass::chFileFilter filter("*.ini;*.xml;-backup*");
@@ -30,7 +29,7 @@ QOR_API QOR_StringHelper::chReferenceStringT<char> fileExpress2REText(const char
 /// A compiled filter. One thread at a time.
 class QOR_API chFileFilter {
 public:
-    /// The filter of that text; null: one that accepts and does not deny every name.
+    /// The filter of that text; null: one that accepts every name and denies none.
     explicit chFileFilter(const char* lpszFilter = NULL);
     chFileFilter(const chFileFilter&) = delete;
     chFileFilter& operator=(const chFileFilter&) = delete;
