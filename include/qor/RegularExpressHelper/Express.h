@@ -71,7 +71,7 @@ public:
     /// least one more character, written in a pattern exactly so; where several names fit, the one added last wins,
     /// not the longest. The alias matches what its pattern does as a group that does not capture; the pattern is
     /// compiled where it is used and may use other aliases. Both texts are copied.
-    /// 1, or 0 for another name, a null or a pattern longer than maxPatternLength.
+    /// 1, or 0 for another name, a null or a text longer than maxPatternLength.
     BOOL AddCustomAlias(const T* lpszName, const T* lpszREText);
     /// The pattern of the custom alias that a text begins with, and the length of its name; or null.
     const T* GetCustomAlias(const T* lpszText, int* pLen);
