@@ -16,21 +16,12 @@ namespace {
 typedef chConstTextT<char> constText;
 typedef chReferenceStringT<char> refString;
 
-constText cutWhiteSpace(const constText& text) {
-    const char* lpszBegin = text;
-    const char* lpszEnd = lpszBegin + text.GetLength();
-    while (lpszBegin < lpszEnd && chIsWhiteSpace(*lpszBegin))
-        ++lpszBegin;
-    while (lpszBegin < lpszEnd && chIsWhiteSpace(lpszEnd[-1]))
-        --lpszEnd;
-    return constText(lpszBegin, static_cast<int>(lpszEnd - lpszBegin));
-}
-
 // The phrase in a text; names the text when there was something to cut.
 constText phraseOf(const constText& text) {
-    const constText phrase = cutWhiteSpace(text);
+    const char* const lpszText = text;
+    const constText phrase = trimmed(lpszText, lpszText + text.GetLength());
     if (phrase.GetLength() != text.GetLength())
-        QOR_TraceHelper::qorOutputWarningString("[%.*s]", text.GetLength(), static_cast<const char*>(text));
+        QOR_TraceHelper::qorOutputWarningString("[%.*s]", text.GetLength(), lpszText);
     return phrase;
 }
 

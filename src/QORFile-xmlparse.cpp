@@ -18,24 +18,6 @@ namespace {
 
 typedef chConstTextT<char> constText;
 
-constText textOf(const char* lpszBegin, const char* lpszEnd) {
-    return constText(lpszBegin, static_cast<int>(lpszEnd - lpszBegin));
-}
-
-const char* skipWhiteSpace(const char* lpsz, const char* lpszEnd) {
-    while (lpsz < lpszEnd && chIsWhiteSpace(*lpsz))
-        ++lpsz;
-    return lpsz;
-}
-
-// What is between two places, without the white space around it.
-constText phraseOf(const char* lpszBegin, const char* lpszEnd) {
-    lpszBegin = skipWhiteSpace(lpszBegin, lpszEnd);
-    while (lpszEnd > lpszBegin && chIsWhiteSpace(lpszEnd[-1]))
-        --lpszEnd;
-    return textOf(lpszBegin, lpszEnd);
-}
-
 const char* find(const char* lpsz, const char* lpszEnd, char ch) {
     return static_cast<const char*>(memchr(lpsz, ch, static_cast<size_t>(lpszEnd - lpsz)));
 }
@@ -140,7 +122,7 @@ const char* xmlParser::takeAttribute(xmlAttributeNode& node, const char* lpsz, c
     const char* const lpszEqual = find(lpsz, lpszEnd, '=');
     if (lpszEqual == NULL)
         return NULL;
-    const constText name = phraseOf(lpsz, lpszEqual);
+    const constText name = trimmed(lpsz, lpszEqual);
     lpsz = skipWhiteSpace(lpszEqual + 1, lpszEnd);
     if (name.IsEmpty() || lpsz == lpszEnd || (*lpsz != '"' && *lpsz != '\''))
         return NULL;
@@ -149,7 +131,7 @@ const char* xmlParser::takeAttribute(xmlAttributeNode& node, const char* lpsz, c
         return NULL;
     xmlAttribute* pAttribute = node.addAttribute();
     pAttribute->key = m_cache.nameOf(name);
-    fillPhrase(pAttribute->value, phraseOf(lpsz + 1, lpszClose), true);
+    fillPhrase(pAttribute->value, trimmed(lpsz + 1, lpszClose), true);
     return lpszClose + 1;
 }
 
@@ -158,7 +140,7 @@ bool xmlParser::parseAttributes(xmlAttributeNode& node, const char* lpsz, const 
     const char* lpszName = lpsz;
     while (lpsz < lpszEnd && *lpsz != '=' && *lpsz != ' ' && *lpsz != '\t' && *lpsz != '\r' && *lpsz != '\n')
         ++lpsz;
-    const constText name = phraseOf(lpszName, lpsz);
+    const constText name = trimmed(lpszName, lpsz);
     if (name.IsEmpty() || (lpsz < lpszEnd && *lpsz == '='))
         return false;
     node.SetName(m_cache.nameOf(name));
@@ -176,7 +158,7 @@ const char* xmlParser::takeMarked(const char* lpsz, xmlType eType, int nMarker, 
     const char* const lpszStop = findToken(lpsz, m_lpszEnd, lpszToken, nToken);
     if (lpszStop == NULL)
         return NULL;
-    const constText text = phraseOf(lpsz, lpszStop);
+    const constText text = trimmed(lpsz, lpszStop);
     if (eType == xmlTypeDeclaration) {
         auto* pDeclaration = static_cast<xmlAttributeNode*>(m_pCurrent->push_back_child_branch(new xmlDeclaration));
         if (!parseAttributes(*pDeclaration, text, static_cast<const char*>(text) + text.GetLength()))
@@ -192,7 +174,7 @@ const char* xmlParser::takeClosing(const char* lpsz) {
     const char* const lpszStop = find(lpsz, m_lpszEnd, '>');
     if (lpszStop == NULL || m_pCurrent->get_pParent() == NULL)
         return NULL;
-    const constText text = phraseOf(lpsz, lpszStop);
+    const constText text = trimmed(lpsz, lpszStop);
     // A name without ampersands stands for itself.
     const bool bPlain = find(lpsz, lpszStop, '&') == NULL;
     if (!stringSame(m_pCurrent->name(), bPlain ? text : phraseConstTextA(phraseOfText(text, true))))
@@ -235,7 +217,7 @@ const char* xmlParser::parse(xmlDocument& document, const char* lpsz, const char
         const char* const lpszMarker = find(lpsz, lpszEnd, '<');
         if (lpszMarker == NULL)
             return skipWhiteSpace(lpsz, lpszEnd) == lpszEnd ? lpszEnd : lpsz;
-        const constText text = phraseOf(lpsz, lpszMarker);
+        const constText text = trimmed(lpsz, lpszMarker);
         if (!text.IsEmpty() && document.get_pFirstChild() != NULL)
             m_pCurrent->AddChildXMLNode(xmlTypeText, phraseOfText(text, true));
         lpsz = takePiece(lpszMarker);

@@ -1,5 +1,5 @@
 // Strings as bytes whose number is known: filled at once, where copying a text looks for its NUL on the way, byte for
-// byte, and viewed whole.
+// byte, viewed whole, and trimmed.
 #ifndef QOR_INTERNAL_BYTE_STRING_H
 #define QOR_INTERNAL_BYTE_STRING_H
 
@@ -20,6 +20,21 @@ inline void fillString(QOR_StringHelper::chReferenceStringT<char>& str, const ch
 // All of a string.
 inline QOR_StringHelper::chConstTextT<char> viewOf(const QOR_StringHelper::chReferenceStringT<char>& str) {
     return QOR_StringHelper::chConstTextT<char>(str, str.GetLength());
+}
+
+// The first place that is no white space, or the end.
+inline const char* skipWhiteSpace(const char* lpsz, const char* lpszEnd) {
+    while (lpsz < lpszEnd && QOR_StringHelper::chIsWhiteSpace(*lpsz))
+        ++lpsz;
+    return lpsz;
+}
+
+// What is between two places, without the white space around it.
+inline QOR_StringHelper::chConstTextT<char> trimmed(const char* lpszBegin, const char* lpszEnd) {
+    lpszBegin = skipWhiteSpace(lpszBegin, lpszEnd);
+    while (lpszEnd > lpszBegin && QOR_StringHelper::chIsWhiteSpace(lpszEnd[-1]))
+        --lpszEnd;
+    return QOR_StringHelper::chConstTextT<char>(lpszBegin, static_cast<int>(lpszEnd - lpszBegin));
 }
 
 }  // namespace QOR_FileHelper
