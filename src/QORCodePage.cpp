@@ -135,11 +135,13 @@ inline unsigned short chCodePage::CharOf(unsigned short wCode) const {
     return m_arrChar.IsEmpty() ? CharByHalving(wCode) : inPages(m_arrChar.GetBuffer(), wCode);
 }
 
-unsigned short chCodePage::MBCS2W_fast(unsigned short wCode) const { return CharOf(wCode); }
-
-unsigned short chCodePage::W2MBCS_slow(unsigned short wChar) const {
+inline unsigned short chCodePage::CodeOf(unsigned short wChar) const {
     return m_arrCode.IsEmpty() ? unknownChar : inPages(m_arrCode.GetBuffer(), wChar);
 }
+
+unsigned short chCodePage::MBCS2W_fast(unsigned short wCode) const { return CharOf(wCode); }
+
+unsigned short chCodePage::W2MBCS_slow(unsigned short wChar) const { return CodeOf(wChar); }
 
 // ---- texts
 
@@ -151,13 +153,15 @@ chReferenceStringT<char> chCodePage::W2MBCS(const unsigned short* lpszTextW) con
     char* const lpszBegin = str.GetBuffer(nRoom < 0x7FFFFFFF ? static_cast<int>(nRoom) : 0x7FFFFFFF);
     char* lpszTo = lpszBegin;
     for (; *lpszTextW != 0; ++lpszTextW) {
-        if (isAscii(*lpszTextW) || isOutside(*lpszTextW)) {
-            *lpszTo++ = isAscii(*lpszTextW) ? static_cast<char>(*lpszTextW) : '?';
-            continue;
+        if (isAscii(*lpszTextW)) {
+            *lpszTo++ = static_cast<char>(*lpszTextW);
+        } else if (isOutside(*lpszTextW)) {
+            *lpszTo++ = '?';
+        } else {
+            const unsigned short wCode = CodeOf(*lpszTextW);
+            *lpszTo++ = static_cast<char>(wCode >> 8);
+            *lpszTo++ = static_cast<char>(wCode & 0xFF);
         }
-        const unsigned short wCode = m_arrCode.IsEmpty() ? unknownChar : inPages(m_arrCode.GetBuffer(), *lpszTextW);
-        *lpszTo++ = static_cast<char>(wCode >> 8);
-        *lpszTo++ = static_cast<char>(wCode & 0xFF);
     }
     setLength(str, lpszTo - lpszBegin);
     return str;

@@ -67,6 +67,7 @@ private:
     bool IsSorted() const;
     unsigned short CharByHalving(unsigned short wCode) const;
     unsigned short CharOf(unsigned short wCode) const;
+    unsigned short CodeOf(unsigned short wChar) const;
 
     int m_nCount;  // entries
     QOR_ArrayHelper::chObjArray<unsigned char, false, 256> m_arrTable;
