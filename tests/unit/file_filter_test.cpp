@@ -1,7 +1,12 @@
 // File filters.
 #include "qor/SubClass/FileFilter.h"
 
+#include <fnmatch.h>
+
+#include <random>
+
 #include "qor/TraceHelper.h"
+#include "support/scale.h"
 #include "support/text.h"
 
 using namespace QOR_SubClass;
@@ -103,6 +108,27 @@ TEST_F(FileFilter, AnAsteriskIsAnyNumberOfCharacters) {
     EXPECT_EQ(1, isAccepted("*aa", "aaa"));
     EXPECT_EQ(1, isAccepted("**?*", "x"));
     EXPECT_EQ(0, isAccepted("**?*", ""));
+}
+
+std::string anyOf(const char* lpszCharacters, std::mt19937& random) {
+    std::string str;
+    for (unsigned u = static_cast<unsigned>(random() % 9); u > 0; --u)
+        str += lpszCharacters[random() % strlen(lpszCharacters)];
+    return str;
+}
+
+TEST_F(FileFilter, WildcardsMatchWhatThoseOfTheSystemDo) {
+    int nAccepted = 0;
+    for (unsigned uSeed = 1; uSeed <= static_cast<unsigned>(qorTest::scaled(20000)); ++uSeed) {
+        std::mt19937 random(uSeed);
+        // A '+' in front, so that there is a pattern.
+        const std::string strPattern = anyOf("**?aAb.", random), strName = anyOf("aaBb.", random);
+        const BOOL bAccepted = isAccepted(("+" + strPattern).c_str(), strName.c_str());
+        nAccepted += bAccepted;
+        ASSERT_EQ(fnmatch(strPattern.c_str(), strName.c_str(), FNM_NOESCAPE | FNM_CASEFOLD) == 0, bAccepted != 0)
+            << strPattern << ": " << strName;
+    }
+    EXPECT_GT(nAccepted, 0);
 }
 
 TEST_F(FileFilter, ADotIsADotAndLettersOfEitherCaseAreEqual) {
