@@ -97,6 +97,10 @@ TEST(Address, ATextNeedsASeparatorAndAPort) {
                              "192.168.1.2:4294967376", "192.168.1.2:99999999999999999999", ":80", "", "@"})
         EXPECT_EQ(0, addr.CreateSocketAddr(lpsz)) << lpsz;
     EXPECT_EQ(0, addr.CreateSocketAddr(static_cast<const char*>(nullptr)));
+    for (const char* lpsz : {"192.168.1.2:1", "192.168.1.2:65535"}) {
+        EXPECT_EQ(1, addr.CreateSocketAddr(lpsz)) << lpsz;
+        EXPECT_EQ(lpsz, narrow(addr.GetIPv4(1)));
+    }
 }
 
 TEST(Address, EqualityIsOfFamilyPortAndAddress) {

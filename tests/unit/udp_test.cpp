@@ -92,6 +92,26 @@ TEST_F(UdpTest, ADatagramArrivesWithItsSender) {
     EXPECT_TRUE(addrFrom == addressOf(m_other));
 }
 
+TEST_F(UdpTest, DescriptorZeroIsOneLikeOthers) {
+    const int fdInput = dup(STDIN_FILENO);
+    close(STDIN_FILENO);
+    {
+        chSocketUDP socket;
+        EXPECT_EQ(1, socket.CreateSocket("127.0.0.1", 0));
+        EXPECT_EQ(0, static_cast<int>(socket));
+        EXPECT_EQ(1, socket.SendTo("out", 3, m_addr));
+        EXPECT_EQ(3, m_socket.SelectAndReceive(-1));
+        EXPECT_EQ(1, m_other.SendTo("in", 2, addressOf(socket)));
+        EXPECT_EQ(2, socket.SelectAndReceive(-1));
+        socket.DestroySocket();
+        EXPECT_EQ(-1, fcntl(0, F_GETFD));
+    }
+    if (fdInput != -1) {
+        EXPECT_EQ(STDIN_FILENO, dup2(fdInput, STDIN_FILENO));
+        close(fdInput);
+    }
+}
+
 TEST_F(UdpTest, TheSenderNeedNotBeAskedFor) {
     ASSERT_EQ(1, m_other.SendTo("hello", 5, m_addr));
     QOR_MiscHelper::binaryArray arr;
