@@ -41,7 +41,7 @@ BOOL xmlFile::LoadFromFile(const char* lpszFileName) {
     fileText text;
     if (readWholeText(m_strFileName, text) < 0)
         return 0;
-    ClearChildren();
+    ClearChildren();  // the text is none of the old tree's own, so that one need not live on
     return parseWhole(*this, text.GetBuffer());
 }
 
