@@ -28,6 +28,7 @@ typedef std::deque<int> errors;
 errors s_arrError;        // of the next calls, whichever they are; 0 lets the system answer
 int s_nWaitError = 0;     // all waits fail with it
 bool s_bEndless = false;  // there is always one more byte to receive
+size_t s_nSendMost = 0;   // bytes that one call sends; 0: as many as the system takes
 int s_nYields = 0;
 std::vector<long> s_arrWait;  // how long was waited for, in milliseconds; -1 for ever
 
@@ -74,7 +75,9 @@ ssize_t recvfrom(int fd, void* pBuffer, size_t nSize, int nFlags, sockaddr* pAdd
 
 ssize_t send(int fd, const void* pBuffer, size_t nSize, int nFlags) {
     static auto* const call = systemCall<ssize_t(int, const void*, size_t, int)>("send");
-    return fails() ? -1 : call(fd, pBuffer, nSize, nFlags);
+    if (fails())
+        return -1;
+    return call(fd, pBuffer, s_nSendMost != 0 ? std::min(nSize, s_nSendMost) : nSize, nFlags);
 }
 
 ssize_t sendto(int fd, const void* pBuffer, size_t nSize, int nFlags, const sockaddr* pAddr, socklen_t nAddrSize) {
@@ -84,7 +87,12 @@ ssize_t sendto(int fd, const void* pBuffer, size_t nSize, int nFlags, const sock
 
 ssize_t sendmsg(int fd, const msghdr* pMessage, int nFlags) {
     static auto* const call = systemCall<ssize_t(int, const msghdr*, int)>({"__sendmsg64", "sendmsg"});
-    return fails() ? -1 : call(fd, pMessage, nFlags);
+    if (s_nSendMost == 0)
+        return fails() ? -1 : call(fd, pMessage, nFlags);
+    std::string strAll;
+    for (size_t i = 0; i < pMessage->msg_iovlen; ++i)
+        strAll.append(static_cast<const char*>(pMessage->msg_iov[i].iov_base), pMessage->msg_iov[i].iov_len);
+    return send(fd, strAll.data(), strAll.size(), nFlags);
 }
 
 int accept4(int fd, sockaddr* pAddr, socklen_t* pAddrSize, int nFlags) {
@@ -124,6 +132,7 @@ protected:
         s_arrError.clear();
         s_nWaitError = 0;
         s_bEndless = false;
+        s_nSendMost = 0;
         alarm(0);
     }
 
@@ -335,6 +344,16 @@ TEST_F(CallTest, SendingWaitsWithoutLimitForThePeerAndGoesOn) {
     EXPECT_EQ("", warningsOf([&] { EXPECT_EQ(1, m_socket.Send("abc", 3)); }));
     EXPECT_EQ((waits{-1, -1, -1}), s_arrWait);
     EXPECT_EQ("abc", m_peer.hear(3));
+}
+
+TEST_F(CallTest, APacketThatTheSystemTakesInPartsArrivesWhole) {
+    for (size_t nMost = 1; nMost <= 12; ++nMost) {
+        s_nSendMost = nMost;
+        s_arrError = {EINTR, 0, EAGAIN, 0, 0, EAGAIN};
+        EXPECT_EQ("", warningsOf([&] { EXPECT_EQ(1, m_socket.SendOnePacket("payload", 7)); })) << nMost;
+        s_arrError.clear();
+        EXPECT_EQ(packetOf("payload"), m_peer.hear(11)) << nMost;
+    }
 }
 
 TEST_F(CallTest, AWaitThatFailsEndsTheSending) {

@@ -455,6 +455,8 @@ TEST_F(TcpTest, ReceivingWhereNothingIsEndsTheConnection) {
     const std::string strWarning = warningsOf([&] { EXPECT_EQ(0, m_socket.socketReceive(1)); });
     EXPECT_TRUE(has(strWarning, "sockRecv error : [Resource temporarily unavailable]"));
     EXPECT_EQ(0, m_socket.IsTCPConnected());
+    // And shuts it down: who waits for input is woken.
+    EXPECT_EQ(1, m_socket.socketSelect(0));
 }
 
 TEST_F(TcpTest, WaitingWhereNothingIsDoesNot) {
@@ -531,6 +533,29 @@ TEST_F(TcpTest, DisconnectingFromASilentPeerTakesWhatHasComeAndIsNotWarnedOf) {
     EXPECT_EQ("rest", peek(0, 4, 0));
     m_socket.DestroySocket();
     EXPECT_EQ("", m_peer.hear(1));
+}
+
+TEST_F(TcpTest, ANewSocketBeginsWithAnEmptyBuffer) {
+    ASSERT_TRUE(m_peer.say("old"));
+    EXPECT_EQ("old", peek(0, 3, -1));
+    m_socket.DestroySocket();
+    EXPECT_EQ("old", peek(0, 3, 0));
+    ASSERT_EQ(1, m_socket.CreateSocket());
+    EXPECT_EQ("", peek(0, 1, 0));
+}
+
+TEST_F(TcpTest, AnAcceptedConnectionBeginsWithAnEmptyBuffer) {
+    ASSERT_TRUE(m_peer.say("old"));
+    EXPECT_EQ("old", peek(0, 3, -1));
+    m_socket.DestroySocket();
+    chSocketTCPServer server;
+    plainPeer peer;
+    ASSERT_TRUE(listenAnywhere(server));
+    ASSERT_TRUE(peer.connect(portOf(server)));
+    ASSERT_EQ(1, server.AcceptOnSocket(m_socket, nullptr, -1));
+    EXPECT_EQ("", peek(0, 1, 0));
+    ASSERT_TRUE(peer.say("new"));
+    EXPECT_EQ("new", peek(0, 3, -1));
 }
 
 TEST_F(TcpTest, DestroyingDisconnectsFirst) {
