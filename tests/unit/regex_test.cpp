@@ -503,6 +503,18 @@ TEST(Regex, SearchingKeepsNoResultOfEarlierPlaces) {
     EXPECT_EQ("ERROR", resultOf(express.GetCaptureRE(2)));
 }
 
+TEST(Regex, SearchingForgetsWhatStoodAtTheSamePlace) {
+    for (const char* lpszPattern : {"ab", "(a)b", "(^x)b", "(a)b\\1", ".*b"}) {
+        regexTree express(lpszPattern, 0);
+        char szText[] = "aba";
+        EXPECT_EQ(szText, express.SearchREOnText(szText, NULL)) << lpszPattern;
+        szText[1] = 'c';
+        EXPECT_EQ(nullptr, express.SearchREOnText(szText, NULL)) << lpszPattern;
+        szText[1] = 'b';
+        EXPECT_EQ(szText, express.SearchREOnText(szText, NULL)) << lpszPattern;
+    }
+}
+
 TEST(Regex, SearchingPassesNoPlaceThatMatches) {
     const auto found = [](const char* lpszPattern, const char* lpszText) {
         regexTree express(lpszPattern, 0);
