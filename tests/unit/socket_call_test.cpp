@@ -95,6 +95,13 @@ ssize_t sendmsg(int fd, const msghdr* pMessage, int nFlags) {
     return send(fd, strAll.data(), strAll.size(), nFlags);
 }
 
+// The connection is made whatever the call says.
+int connect(int fd, const sockaddr* pAddr, socklen_t nAddrSize) {
+    static auto* const call = systemCall<int(int, const sockaddr*, socklen_t)>("connect");
+    const int nResult = call(fd, pAddr, nAddrSize);
+    return fails() ? -1 : nResult;
+}
+
 int accept4(int fd, sockaddr* pAddr, socklen_t* pAddrSize, int nFlags) {
     static auto* const call = systemCall<int(int, sockaddr*, socklen_t*, int)>("accept4");
     return fails() ? -1 : call(fd, pAddr, pAddrSize, nFlags);
@@ -270,6 +277,29 @@ TEST_F(CallTest, AcceptingIsRepeatedAfterASignal) {
     s_arrError = interrupts(5);
     EXPECT_EQ("", warningsOf([&] { EXPECT_EQ(1, m_server.AcceptOnSocket(accepted, nullptr, -1)); }));
     EXPECT_TRUE(s_arrError.empty());
+}
+
+TEST_F(CallTest, ConnectingWaitsWhileItIsUnderWay) {
+    for (int nError : {EINPROGRESS, EALREADY, EINTR}) {
+        chSocketTCP socket;
+        ASSERT_EQ(1, socket.CreateSocket());
+        s_arrWait.clear();
+        s_arrError = {nError};
+        EXPECT_EQ(1, socket.ConnectTo("127.0.0.1", portOf(m_server), 5000)) << nError;
+        EXPECT_EQ(waits{5000}, s_arrWait) << nError;
+    }
+}
+
+TEST_F(CallTest, ConnectingDoesNotWaitWhereThereIsAnAnswer) {
+    for (int nError : {EISCONN, ECONNREFUSED, ENETUNREACH, EBADF}) {
+        chSocketTCP socket;
+        ASSERT_EQ(1, socket.CreateSocket());
+        s_arrWait.clear();
+        s_arrError = {nError};
+        EXPECT_EQ(nError == EISCONN, socket.ConnectTo("127.0.0.1", portOf(m_server), 5000)) << nError;
+        EXPECT_EQ(waits{}, s_arrWait) << nError;
+        EXPECT_EQ(nError == EISCONN, socket.IsTCPConnected()) << nError;
+    }
 }
 
 TEST_F(CallTest, DatagramsAreSentAndReceivedAfterASignal) {
