@@ -111,6 +111,7 @@ void chFileTrace::rollFile() {
             rename(fileName(n), fileName(n - 1));
         m_nFileIndex = m_nMaxFileCount - 1;
     }
+    m_nFileSize = 0;  // also when it cannot be opened now: the next line must not roll the files once more
     openFile(true);
 }
 

@@ -2,6 +2,7 @@
 #include <dirent.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -168,6 +169,24 @@ TEST_F(FileTrace, AFileThatCannotBeOpenedLosesItsLinesSilently) {
     testing::internal::CaptureStderr();
     writeLine(trace, "lost");
     EXPECT_EQ("", testing::internal::GetCapturedStderr());
+}
+
+// A process without a descriptor left, or a disk without room for one more file, costs lines and no older file.
+TEST_F(FileTrace, WhileNoFileCanBeOpenedTheOtherFilesStay) {
+    chFileTrace trace;
+    trace.OpenFileTrace(m_strBase.c_str(), 1, 3);
+    const std::string strFull(1024, 'f');
+    for (const char* lpsz : {"a", "b", "c"})
+        writeLine(trace, lpsz + strFull);
+    rlimit before = {};
+    ASSERT_EQ(0, getrlimit(RLIMIT_NOFILE, &before));
+    const rlimit none = {0, before.rlim_max};
+    ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &none));
+    for (int i = 0; i < 10; ++i)
+        writeLine(trace, "lost");
+    ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &before));
+    writeLine(trace, "again");
+    EXPECT_EQ((fileMap{{0, "b" + strFull + "\n"}, {1, "c" + strFull + "\n"}, {2, "again\n"}}), files());
 }
 
 TEST_F(FileTrace, ASymbolicLinkIsNotWrittenThrough) {
