@@ -1,5 +1,7 @@
 // Arithmetic on ticks and what is built on the tick since boot: deadlines, stop-watches, wrapping counters.
 // All sums are made in unsigned words, where passing 2^32 is defined; only comparisons are signed.
+#include <limits.h>
+
 #define QOR_MODULE "_chBaseClass"
 #include "internal/report.h"
 #include "qor/BaseHelper/Tick.h"
@@ -73,8 +75,9 @@ int chTimeout::GetLeftMillisecond() const {
     const chTick tickLeft = *this - chTimer::GetTickFromBoot();
     if (tickLeft.m_nSecond < 0)
         return 0;
-    return static_cast<int>(static_cast<uint32_t>(tickLeft.m_nSecond) * 1000 +
-                            static_cast<uint32_t>(tickLeft.m_nMicrosecond / 1000));
+    // A calibration that takes the tick back leaves more of the longest time-out than a number of milliseconds holds.
+    const int64_t nLeft = static_cast<int64_t>(tickLeft.m_nSecond) * 1000 + tickLeft.m_nMicrosecond / 1000;
+    return static_cast<int>(nLeft < INT_MAX ? nLeft : INT_MAX);
 }
 
 BOOL chTimeout::IsTimeout() const { return !isNever() && (*this - chTimer::GetTickFromBoot()).m_nSecond < 0; }

@@ -1,5 +1,6 @@
 // Ticks and deadlines on clocks that stand where a test sets them. This program brings its own clocks, so it stands
 // alone.
+#include <limits.h>
 #include <sys/time.h>
 #include <sys/times.h>
 #include <time.h>
@@ -106,6 +107,26 @@ TEST(TimeoutClock, ItCountsDownToZeroAndStaysThere) {
     EXPECT_EQ(1, timeout.IsTimeout());
     setClocks(100000, 0);
     EXPECT_EQ(0, timeout.GetLeftMillisecond());
+}
+
+TEST(TimeoutClock, TheLongestOneNeverHasMoreLeftThanItSays) {
+    setClocks(101000, 500000);
+    chTimer::GetTickFromBoot();
+    pass(900000);  // the wall clock runs ahead of the counter, until the tick is calibrated again
+    const chTimeout timeout(INT_MAX);
+    EXPECT_EQ(INT_MAX, timeout.GetLeftMillisecond());
+    setClocks(101001, 0);
+    EXPECT_EQ(INT_MAX, timeout.GetLeftMillisecond());
+    EXPECT_EQ(0, timeout.IsTimeout());
+}
+
+TEST(TimeoutClock, ATimeOutBelowMinusOneHasPassed) {
+    setClocks(102000, 3000);
+    for (const int nTimeout : {-2, -5, -1000, -1500, INT_MIN}) {
+        const chTimeout timeout(nTimeout);
+        EXPECT_EQ(1, timeout.IsTimeout()) << nTimeout;
+        EXPECT_EQ(0, timeout.GetLeftMillisecond()) << nTimeout;
+    }
 }
 
 TEST(TickTimerClock, ItCountsMicrosecondsModulo2To32AndRestarts) {
