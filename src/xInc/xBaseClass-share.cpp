@@ -111,12 +111,18 @@ BOOL chMapFile::IsCreateByMe() {
 
 chRawMapFile::~chRawMapFile() { CloseMapFile(); }
 
-bool chRawMapFile::openFile() {
-    const char* lpszPath = m_strPath;
+bool chRawMapFile::openFile(const char* lpszPath) {
     constexpr int nMode = O_RDWR | O_CLOEXEC | O_NOFOLLOW;
-    m_fdMapFile = open(lpszPath, nMode);
-    if (m_fdMapFile == -1 && errno == ENOENT && createKeyFile(lpszPath))
+    if (lpszPath == nullptr)
+        lpszPath = "";
+    if (strlen(lpszPath) > maxPath) {
+        errno = ENAMETOOLONG;  // cut, it would be the path of another file
+    } else {
+        m_strPath = lpszPath;
         m_fdMapFile = open(lpszPath, nMode);
+        if (m_fdMapFile == -1 && errno == ENOENT && createKeyFile(lpszPath))
+            m_fdMapFile = open(lpszPath, nMode);
+    }
     if (m_fdMapFile != -1)
         return true;
     qorOutputWarningString("Create file[%s] fail: %s", lpszPath, strerror(errno));
@@ -166,8 +172,7 @@ void* chRawMapFile::OpenMapFile(const char* lpszPath, int nSize) {
     if (!QOR_ASSERT(m_fdMapFile == -1))
         return nullptr;
     m_nMapSize = nSize;
-    m_strPath = lpszPath;
-    if (!openFile() || !sizeFile())
+    if (!openFile(lpszPath) || !sizeFile())
         return nullptr;
     errno = EINVAL;
     void* pData = m_nMapSize <= 0 ? MAP_FAILED

@@ -330,6 +330,24 @@ TEST(RawMapFile, AFileThatCannotBeMadeIsFatal) {
         "Create file\\[/tmp/share_no_such/file\\] fail: No such file or directory\n.*" + strPlatform + "FALSE ");
 }
 
+TEST(RawMapFile, APathThatDoesNotFitIsFatalAndNotCut) {
+    std::string strPath = "/tmp/";
+    while (strPath.size() < 256)
+        strPath += "./";
+    strPath.resize(250);
+    strPath += "/share";
+    ASSERT_EQ(256u, strPath.size());
+    chRawMapFile file;
+    EXPECT_NE(nullptr, file.OpenMapFile(strPath.c_str(), 100));
+    file.DestroyMapFile();
+    EXPECT_FALSE(exists(strPath));
+    EXPECT_EXIT(file.OpenMapFile((strPath + "d").c_str(), 100), testing::KilledBySignal(SIGABRT),
+                "Create file\\[" + strPath + "d\\] fail: File name too long\n.*" + strPlatform + "FALSE ");
+    EXPECT_FALSE(exists(strPath));
+    EXPECT_EXIT(file.OpenMapFile(nullptr, 100), testing::KilledBySignal(SIGABRT),
+                "Create file\\[\\] fail: No such file or directory\n.*" + strPlatform + "FALSE ");
+}
+
 TEST(RawMapFile, ASymbolicLinkIsRefusedAndNotFollowed) {
     ASSERT_EQ(0, symlink("/tmp/share_target", "/tmp/share_link"));
     chRawMapFile file;

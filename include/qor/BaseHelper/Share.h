@@ -90,6 +90,7 @@ public:
     ///
     /// A file shorter than nSize is extended before it is mapped, with its blocks, so that writing to the
     /// memory never fails for want of space. Who finds the file empty counts as its creator.
+    /// @param lpszPath at most 256 characters
     /// @param nSize bytes to map; -1 takes the length of the file
     /// @return the address; a failure is a warning and a fatal assertion (null). Fatal when already open.
     void* OpenMapFile(const char* lpszPath, int nSize);
@@ -110,11 +111,13 @@ public:
     void* getData() const { return m_pMapData; }
 
 private:
-    bool openFile();
+    static constexpr int maxPath = 256;
+
+    bool openFile(const char* lpszPath);
     bool sizeFile();
     bool growFile(long long nLength);
 
-    QOR_StringHelper::chStaticTextT<char, 256> m_strPath;
+    QOR_StringHelper::chStaticTextT<char, maxPath> m_strPath;
     int32_t m_fdMapFile = -1;
     void* m_pMapData = nullptr;
     int32_t m_nMapSize = -1;  ///< bytes mapped, -1 when unknown
