@@ -257,6 +257,8 @@ key_t xFileKey::OpenLockedFileKey(const char* lpszName, unsigned char idProject,
 }
 
 key_t xFileKey::FindLockedFileKey(const char* lpszName, unsigned char idProject, keyFileLock& lock) {
+    if (!QOR_ASSERT(lpszName != NULL))
+        return -1;
     SetKeyFile(lpszName);
     const key_t key = lock.lockExisting(m_strKeyFile) ? ftok(m_strKeyFile, idProject) : -1;
     if (key == -1)

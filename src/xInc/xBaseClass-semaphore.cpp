@@ -45,11 +45,12 @@ bool getState(int fdSemaphore, semid_ds& state) {
     return semctl(fdSemaphore, 0, IPC_STAT, arg) == 0;
 }
 
-// Whether the semaphore is as its creator got it: value 0 and never operated on. The low word of the time
-// tells as much as the whole, and is there even where only 32 bits of it are kept.
+// Whether the semaphore is as its creator got it: value 0, never set and never operated on. The process that did so
+// last tells it, and so does the time; each alone may be 0 all the same, for a process of another namespace and for a
+// clock that stands at 1970. The low word of the time is there even where only 32 bits of it are kept.
 bool isUntouched(int fdSemaphore) {
     semid_ds state;
-    return semctl(fdSemaphore, 0, GETVAL) == 0 && getState(fdSemaphore, state) &&
+    return semctl(fdSemaphore, 0, GETVAL) == 0 && semctl(fdSemaphore, 0, GETPID) == 0 && getState(fdSemaphore, state) &&
            static_cast<uint32_t>(state.sem_otime) == 0;
 }
 
@@ -217,6 +218,11 @@ BOOL xSemaphore::IsSemaphoreAlive() {
 int xSemaphore::SemaphoreAddValue(int nDelta, int nTimeout) {
     if (!QOR_ASSERT(m_fdSemaphore != -1))
         return 0;
+    if (nDelta != static_cast<short>(nDelta)) {
+        errno = ERANGE;  // the kernel would take the low 16 bits
+        reportStep(nDelta, ERANGE);
+        return 0;
+    }
     timespec timeout;
     timeout.tv_sec = nTimeout / 1000;
     timeout.tv_nsec = nTimeout % 1000 * 1000000L;
@@ -264,7 +270,8 @@ void chMutex::DestroyMutex() {
 BOOL chMutex::Lock(int nTimeout) {
     if (!QOR_ASSERT(m_fdSemaphore != -1))
         return FALSE;
-    const bool bTaken = nTimeout != 0 && hasOtherProcessor() && takeQuickly(m_fdSemaphore);
+    const bool bMayWait = nTimeout > 0 || nTimeout == -1;
+    const bool bTaken = bMayWait && hasOtherProcessor() && takeQuickly(m_fdSemaphore);
     if (!bTaken && SemaphoreAddValue(-1, nTimeout) != -1) {
         qorOutputWarningString("Lock Mutex fail for %s [%d:%.4X]", strerror(errno),
                                static_cast<int>(qorGetCurrentProcessId()),

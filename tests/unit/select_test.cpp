@@ -1,6 +1,7 @@
 // Time-outs and descriptor sets.
 #include "qor/BaseHelper/Select.h"
 
+#include <limits.h>
 #include <string.h>
 #include <sys/select.h>
 #include <unistd.h>
@@ -99,6 +100,17 @@ TEST_F(SelectTest, AnEmptyPipeCanBeWritten) {
     chFD_SET set(m_fd[1]);
     EXPECT_EQ(1, set.writeSelect(-1));
     EXPECT_EQ(1, set.isSet(m_fd[1]));
+}
+
+TEST_F(SelectTest, ATimeOutBelowMinusOneIsAnError) {
+    ASSERT_EQ(1, write(m_fd[1], "x", 1));
+    for (const int nTimeout : {-2, -1000, INT_MIN}) {
+        chFD_SET set(m_fd[0]);
+        EXPECT_EQ(-1, set.readSelect(nTimeout));
+        EXPECT_EQ(EINVAL, errno);
+        EXPECT_EQ(1, set.isSet(m_fd[0]));
+    }
+    EXPECT_EQ(1, chFD_SET(m_fd[0]).readSelect(INT_MAX));
 }
 
 TEST_F(SelectTest, AClosedDescriptorIsAnError) {

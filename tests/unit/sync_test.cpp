@@ -13,6 +13,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <climits>
 #include <thread>
 
 #include "internal/keyfile.h"
@@ -27,6 +28,7 @@ using testing::internal::GetCapturedStderr;
 namespace {
 std::atomic<int> s_nStep{0};
 int s_nSemgetError = 0;
+bool s_bAtTheEpoch = false;  // the wall clock stands at 1970-01-01 00:00:00, the time of every operation
 }  // namespace
 
 extern "C" int semtimedop(int id, sembuf* pStep, size_t nCount, const timespec* pTimeout) noexcept {
@@ -42,6 +44,18 @@ extern "C" int semget(key_t key, int nCount, int nFlag) noexcept {
         return -1;
     }
     return next(key, nCount, nFlag);
+}
+
+extern "C" int semctl(int id, int nNumber, int nCommand, ...) noexcept {
+    static auto* const next = systemCall<int(int, int, int, ...)>({"__semctl64", "semctl"});
+    va_list args;
+    va_start(args, nCommand);
+    void* const pArgument = va_arg(args, void*);
+    va_end(args);
+    const int nResult = next(id, nNumber, nCommand, pArgument);
+    if (nCommand == IPC_STAT && s_bAtTheEpoch)
+        static_cast<semid_ds*>(pArgument)->sem_otime = 0;
+    return nResult;
 }
 
 namespace {
@@ -161,6 +175,9 @@ TEST(FileKey, ASymbolicLinkInItsPlaceIsRefusedAndNotFollowed) {
 TEST(FileKey, ANullNameIsFatal) {
     xFileKey key;
     EXPECT_EXIT(key.OpenFileKey(nullptr, 'm'), testing::KilledBySignal(SIGABRT), strAbort + "lpszName != NULL ");
+    xSemaphore semaphore;
+    EXPECT_EXIT(semaphore.OpenExistSemaphore(nullptr), testing::KilledBySignal(SIGABRT),
+                strAbort + "lpszName != NULL ");
 }
 
 TEST(Semaphore, OnlyTheTaskThatCreatedItIsItsCreatorUntilItCloses) {
@@ -240,6 +257,36 @@ TEST(Semaphore, AValueBeyondTheHighestIsRefusedWithAWarning) {
     EXPECT_EQ(0, semaphore.SemaphoreSetValue(40000));
     EXPECT_EQ(warning("SETVAL 40000 fail [Numerical result out of range] " + idText("%d:0x%.4x")), GetCapturedStderr());
     EXPECT_EQ(1, semaphore.SemaphoreSetValue(32767));
+    semaphore.DestroySemaphore();
+}
+
+TEST(Semaphore, AStepBeyondTheHighestValueIsRefusedAsItIs) {
+    xSemaphore semaphore;
+    semaphore.OpenSemaphore("sync_step");
+    semaphore.SemaphoreSetValue(5);
+    // Their low 16 bits are 0, 1, -1 and 5.
+    for (const int nDelta : {65536, 65537, -65537, -65531, INT_MAX, INT_MIN, 32768, -32769}) {
+        CaptureStderr();
+        EXPECT_EQ(0, semaphore.SemaphoreAddValue(nDelta, 0));
+        EXPECT_EQ(warning("Semop " + std::to_string(nDelta) + " failure Numerical result out of range " +
+                          idText("%d:0x%.4x")),
+                  GetCapturedStderr());
+    }
+    EXPECT_EQ(-5, semaphore.SemaphoreAddValue(-5, 0));
+    EXPECT_EQ(0, semaphore.SemaphoreAddValue(-1, 0));
+    semaphore.DestroySemaphore();
+}
+
+TEST(Semaphore, ATimeOutBelowMinusOneIsInvalid) {
+    xSemaphore semaphore;
+    semaphore.OpenSemaphore("sync_negative");
+    semaphore.SemaphoreSetValue(1);
+    for (const int nTimeout : {-2, -999, -1000, -1001, INT_MIN}) {
+        CaptureStderr();
+        EXPECT_EQ(0, semaphore.SemaphoreAddValue(-1, nTimeout)) << nTimeout;
+        EXPECT_EQ(warning("Semop -1 failure Invalid argument " + idText("%d:0x%.4x")), GetCapturedStderr());
+    }
+    EXPECT_EQ(-1, semaphore.SemaphoreAddValue(-1, INT_MAX));
     semaphore.DestroySemaphore();
 }
 
@@ -344,6 +391,35 @@ TEST(Mutex, ATimeOutIsReportedAndLeavesTheHoldersStateAlone) {
     EXPECT_EQ("", GetCapturedStderr());
     EXPECT_EQ(1, mutex.Lock(0));
     mutex.Unlock();
+}
+
+TEST(Mutex, ATimeOutBelowMinusOneIsInvalidHoweverManyProcessorsThereAre) {
+    openMutex mutex;
+    mutex.OpenMutex("sync_negative_lock");
+    for (const int nTimeout : {-2, -1000, INT_MIN}) {
+        CaptureStderr();
+        EXPECT_EQ(0, mutex.Lock(nTimeout)) << nTimeout;
+        EXPECT_EQ(warning("Semop -1 failure Invalid argument " + idText("%d:0x%.4x")) +
+                      warning("Lock Mutex fail for Invalid argument " + idText("[%d:%.4X]")),
+                  GetCapturedStderr());
+    }
+    EXPECT_EQ(1, mutex.Lock(INT_MAX));
+    mutex.Unlock();
+}
+
+// A device without a battery for its clock starts its first programs there.
+TEST(Mutex, AHeldOneStaysHeldWhenTheClockStandsAtTheEpoch) {
+    openMutex first, second;
+    s_bAtTheEpoch = true;
+    first.OpenMutex("sync_epoch");
+    ASSERT_EQ(1, first.Lock(-1));
+    second.OpenMutex("sync_epoch");
+    s_bAtTheEpoch = false;
+    CaptureStderr();
+    EXPECT_EQ(0, second.Lock(0));
+    GetCapturedStderr();
+    second.CloseMutex();
+    first.Unlock();
 }
 
 TEST(Mutex, UnlockingWhatIsNotLockedOnlyWarns) {

@@ -113,6 +113,15 @@ TEST(TimerRecord, SettingTheWallClockDoesNotMoveTheTick) {
     expectTick(100, 30000, readTick(info, chTick(499, 999999), [] { return 10003u - 30000u; }) - chTick(0, 9999));
 }
 
+TEST(TimerRecord, ADamagedOneIsCalculatedWithModulo2To32) {
+    xTimerInfo info = {};
+    info.m_tickJiffiesBase = chTick(5, INT32_MIN + 9999);
+    expectTick(1000 - 105, INT32_MAX - 9998, (calibrate(info, chTick(1000, 9999), 10000u - 30000u), info.m_tickOffset));
+    info.m_tickJiffiesBase = chTick(INT32_MAX, INT32_MAX);
+    info.m_uLastJiffies = 0xFFFFFFFFu;
+    readTick(info, chTick(INT32_MIN, 999999), [] { return 10000u - 30000u; });
+}
+
 TEST(TimerRecord, TheTickCrossesJanuary2038) {
     xTimerInfo info = {};
     initTimerInfo(info, chTick(INT32_MAX, 0), [] { return 10000u - 30000u; });
