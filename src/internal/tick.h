@@ -51,7 +51,9 @@ inline chTick stepJiffies(xTimerInfo& info, uint32_t uTimes) {
 // Sets the offset between the wall clock and the tick; the tick then stands on the clock-tick counter's 10 ms.
 inline void calibrate(xTimerInfo& info, const chTick& tickNow, uint32_t uTimes) {
     chTick tickOffset = tickNow - stepJiffies(info, uTimes);
-    tickOffset.m_nMicrosecond -= tickNow.m_nMicrosecond % 10000;
+    // Unsigned, as the sums of ticks are: a damaged record holds anything.
+    tickOffset.m_nMicrosecond = static_cast<int32_t>(static_cast<uint32_t>(tickOffset.m_nMicrosecond) -
+                                                     static_cast<uint32_t>(tickNow.m_nMicrosecond % 10000));
     storeTick(info.m_tickOffset, tickOffset);
 }
 
