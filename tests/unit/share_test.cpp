@@ -528,6 +528,28 @@ TEST(Frame, TheExampleOfItsHeaderWorks) {
     qorTest::removeShareObject("app_counter");
 }
 
+TEST(Frame, OverAFileOfItsOwnLengthTheObjectHasToFit) {
+    ipcObjectHeader header;
+    header.InitHeader(4096, 2001);
+    std::string strBytes(4096, '\0');
+    memcpy(&strBytes[0], &header, sizeof(header));
+    for (const size_t nLength : {1u, 8u, 4092u}) {
+        writeFile("/tmp/share_own_length", strBytes.substr(0, nLength));
+        sampleRawFrame frame;
+        EXPECT_EXIT(frame.OpenShareObject("/tmp/share_own_length", -1), testing::KilledBySignal(SIGABRT),
+                    strBase + "nSize >= \\(int\\)sizeof\\(T\\) ")
+            << nLength;
+    }
+    writeFile("/tmp/share_own_length", strBytes);
+    sampleRawFrame frame;
+    ASSERT_EQ(1, frame.OpenShareObject("/tmp/share_own_length", -1));
+    EXPECT_EQ(1, frame.getObject()->AssertHeader("/tmp/share_own_length", 4096, 2001));
+    frame.CloseShareObject();
+    chMutex mutex;
+    mutex.OpenMutex("/tmp/share_own_length");
+    mutex.DestroyMutex();
+}
+
 struct noMapFile : chMapFile_Local {
     void* OpenMapFile(const char*, int) { return nullptr; }
 };

@@ -201,12 +201,13 @@ public:
     ~ipcObjectFrame() { CloseShareObject(); }
 
     /// Opens the mutex and the memory of that name, and constructs the object when nobody has.
-    /// @return 1, or 0 when the mutex or the memory cannot be had. Fatal when already open.
+    /// @param nSize bytes to map, the object included; -1 takes the length of the file that the map file is over
+    /// @return 1, or 0 when the mutex or the memory cannot be had. Fatal when already open, and when the object is
+    ///         larger than the memory ("nSize >= (int)sizeof(T)").
     BOOL OpenShareObject(const char* lpszName, int nSize) {
         if (!QOR_ASSERT_IN("_chBaseClass", m_pIPCObject == nullptr, "m_pIPCObject == NULL"))
             return FALSE;
-        if (!QOR_ASSERT_IN("_chBaseClass", nSize == -1 || nSize >= static_cast<int>(sizeof(T)),
-                           "nSize >= (int)sizeof(T)"))
+        if (!assertSize(nSize == -1 || nSize >= static_cast<int>(sizeof(T))))
             return FALSE;
         if (!Mutex::OpenMutex(lpszName))
             return FALSE;
@@ -248,6 +249,11 @@ protected:
             m_mapFile.CloseMapFile();
             return FALSE;
         }
+        // A file of its own length may be too short.
+        if (!assertSize(QOR_ChainHelper::findShareRange(pData).holds(pData, sizeof(T)))) {
+            m_mapFile.CloseMapFile();
+            return FALSE;
+        }
         m_pIPCObject = static_cast<T*>(pData);
         if (m_mapFile.IsCreateByMe()) {
             new (pData) T;
@@ -263,6 +269,9 @@ protected:
 
     MapFile m_mapFile;
     T* m_pIPCObject = nullptr;
+
+private:
+    static bool assertSize(bool bFits) { return QOR_ASSERT_IN("_chBaseClass", bFits, "nSize >= (int)sizeof(T)"); }
 };
 
 /// The process-wide lock of the base classes.
