@@ -16,7 +16,7 @@
 
 namespace QOR_BaseHelper {
 
-/// A time-out in the form that `select` takes.
+/// A time-out in the form that `select` takes. It refuses what negative milliseconds other than -1 become.
 class QOR_API chTimeval : public timeval {
 public:
     /// Takes milliseconds; see setTimeout().
@@ -49,8 +49,9 @@ public:
     BOOL isSet(int fd) const;
 
     /// Waits until a descriptor of the set can be read, and leaves those that can in the set.
-    /// @param nTimeout milliseconds, -1 waits for ever
-    /// @return how many, 0 on time-out, -1 on error (errno).
+    /// @param nTimeout milliseconds; 0 only looks, -1 waits for ever, any other negative one is an error
+    /// @return how many, 0 on time-out, -1 on error (errno), also when a signal came meanwhile; then the set is left
+    ///         as it was
     int readSelect(int nTimeout);
 
     /// Waits until a descriptor of the set can be written; as readSelect().

@@ -8,7 +8,8 @@
 /// second family carries the same operation names, so that a template can take either.
 ///
 /// A process that dies, however it dies, gives back the mutexes it held. An uncontended Lock() or Unlock()
-/// is one kernel call. Time-outs are in milliseconds, -1 waits for ever.
+/// is one kernel call. Time-outs are in milliseconds: 0 only tries, -1 waits for ever, and any other negative one
+/// fails at once with a warning.
 ///
 /// @code
 /// QOR_BaseHelper::chMutex mutex;
@@ -108,11 +109,12 @@ public:
     ///
     /// A wait that a signal interrupts starts again with its full time-out. The kernel remembers at most
     /// 32,767 steps to take back per process; further ones are made for good, after one warning.
-    /// @return nDelta; 0 on time-out, when the semaphore was removed, or at the highest value 32,767.
-    ///         Fatal when not open.
+    /// @return nDelta; 0 on time-out, and after a warning when the semaphore was removed, its value would pass the
+    ///         highest one, 32,767, or the kernel cannot take the step or the time-out. Fatal when not open.
     int SemaphoreAddValue(int nDelta, int nTimeout);
 
-    /// Sets the value. @return 1, or 0 after a warning. Fatal when not open.
+    /// Sets the value, 0 to 32,767, and forgets what the kernel would have taken back for any process.
+    /// @return 1, or 0 after a warning. Fatal when not open.
     BOOL SemaphoreSetValue(int nValue);
 
 protected:
@@ -143,7 +145,7 @@ public:
     void DestroyMutex();
 
     /// Waits until the mutex is free and takes it.
-    /// @return 1; 0 with a warning on time-out or when the mutex was removed.
+    /// @return 1; 0 with a warning on time-out or when the mutex was removed. Fatal when not open.
     BOOL Lock(int nTimeout);
 
     /// Releases the mutex; only warns when it is not locked through this object.
@@ -157,6 +159,9 @@ protected:
 };
 
 /// A counting event across processes: each SetEvent() lets one WaitEvent() through; sets accumulate.
+///
+/// When a process ends, the kernel takes back what it has set and puts back what it has taken: a set counts only as
+/// long as the process that made it lives, or until it was waited for.
 class QOR_API chEvent : public xSemaphore {
 public:
     /// Opens the event of that name, or creates it with nothing set. @return 1, or 0 on failure.
@@ -225,7 +230,7 @@ public:
 
 /// A one-shot signal between two threads: one waits, the other sets.
 ///
-/// The waiter may destruct the object as soon as WaitEvent() has returned.
+/// The waiter may destruct the object as soon as WaitEvent() has returned. Nobody calls Lock() or Unlock() on it.
 class QOR_API chCriticalEvent : public chCriticalSection {
 public:
     /// Nothing is set.

@@ -71,9 +71,9 @@ QOR_API uint64_t qorGetTickCount();
 /// A deadline. It may be copied; its seconds and microseconds are -1 when it never comes.
 class QOR_API chTimeout : public chTick {
 public:
-    /// A deadline that many milliseconds from now; -1 is never.
+    /// A deadline that many milliseconds from now; -1 is never, any other negative number has passed already.
     explicit chTimeout(int nTimeout);
-    /// Moves the deadline to that many milliseconds from now; -1 is never.
+    /// Moves the deadline to that many milliseconds from now, as the constructor does.
     void setTimeout(int nTimeout);
     /// The milliseconds that are left: 0 when the deadline has passed, -1 when it never comes.
     int GetLeftMillisecond() const;

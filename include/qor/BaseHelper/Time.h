@@ -63,7 +63,7 @@ public:
     bool operator>=(chTimeSpan span) const { return m_nSpan >= span.m_nSpan; }
 
     /// The span as text: "%D" writes the whole days, "%H", "%M" and "%S" the hours, minutes and seconds beside them
-    /// with two digits, "%%" a per-cent sign; everything else is copied.
+    /// with two digits, "%%" a per-cent sign; everything else is copied. A null format is empty.
     /// Fatal: "FALSE", another character after '%'; a text of more than maxTimeBufferSize characters.
     QOR_StringHelper::chReferenceStringT<char> Format(const char* lpszFormat) const;
 

@@ -38,7 +38,8 @@
 #include "qor/TraceHelper/Report.h"
 
 extern "C" {
-/// The author tag of this process's lines, "TRC" unless the application replaces it before it traces.
+/// The author tag of this process's lines, "TRC" unless the application replaces it before it traces. The text stays
+/// the application's and has to last as long as lines are traced.
 extern QOR_API const char* szTraceAuthor;
 
 /// Traces a formatted line at level 2. Fatal: a null format.
@@ -54,7 +55,7 @@ using ::szTraceAuthor;
 /// The level that always passes: that of nesting lines.
 constexpr int minTraceLevel = INT_MIN;
 
-/// Prints the formatted text and a line feed to standard output, without prefix, level or target.
+/// Prints the formatted text and a line feed to standard output, without prefix, level or target. Fatal: a null format.
 QOR_API void simpTRACE(const char* lpszFormat, ...) __attribute__((format(printf, 1, 2)));
 
 /// Traces a formatted line. Fatal: a null format.
@@ -86,7 +87,8 @@ public:
     /// Goes on in the newest existing file. A null or empty name, a size or a count of 0 keep what was set before.
     /// Of more existing files than count only the newest are kept, renumbered from 0. Returns 1.
     BOOL OpenFileTrace(const char* lpszFileName, int nMaxSizeKB, int nMaxCount);
-    /// Appends the line and a line feed and hands them to the kernel. A line is lost when the file cannot be opened.
+    /// Appends the line and a line feed and hands them to the kernel. Returns 1, or 0 when the line was lost: the file
+    /// could not be opened or written.
     BOOL WriteLogLine(QOR_StringHelper::chReferenceStringT<char>& strLine);
     /// The name of the file of that number.
     QOR_StringHelper::chReferenceStringT<char> GetFileName(int nIndex);
@@ -216,7 +218,8 @@ QOR_API uCTraceHelper* uCTraceHelpergetGlobalObject();
 
 /// A traced scope: writes "{  " and the formatted text when it is made and "}  " and the bare format when it ends,
 /// both indented by two blanks per depth of the calling task. They appear whatever their level once the scope is
-/// enabled: when the trace level reaches the scope's (2 if none is given). Keep it in a local variable.
+/// enabled: when the trace level reaches the scope's (2 if none is given). Keep it in a local variable; the format
+/// has to last as long. Fatal in an enabled scope: a null format.
 class QOR_API chTraceStack {
 public:
     explicit chTraceStack(const char* lpszFormat, ...) __attribute__((format(printf, 2, 3)));
@@ -232,7 +235,8 @@ private:
     BOOL m_bEnable;
 };
 
-/// A scope printed to standard output, without levels and targets. The depth is one of the whole process.
+/// A scope printed to standard output, without levels and targets. The depth is one of the whole process. The format
+/// has to last as long as the scope. Fatal: a null format.
 class QOR_API simpStackTracer {
 public:
     explicit simpStackTracer(const char* lpszFormat, ...) __attribute__((format(printf, 2, 3)));
