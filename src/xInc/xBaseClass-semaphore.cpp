@@ -237,6 +237,8 @@ int xSemaphore::SemaphoreAddValue(int nDelta, int nTimeout) {
         errno = nError;
         if (nError == ERANGE && nUndo != 0)
             nUndo = 0;
+        else if (nError == ENOMEM)
+            qorSwitchToThread();  // for what it would have to take back; there will be some again
         else if (nError != EINTR)
             return 0;
     }

@@ -27,6 +27,8 @@ using testing::internal::GetCapturedStderr;
 // The semaphore calls of the library come through here, to be counted and to be made to fail.
 namespace {
 std::atomic<int> s_nStep{0};
+std::vector<int> s_arrStepError;     // how the next steps fail, the last one first
+std::vector<timespec> s_arrTimeout;  // and how long they were to wait
 int s_nSemgetError = 0;
 bool s_bAtTheEpoch = false;  // the wall clock stands at 1970-01-01 00:00:00, the time of every operation
 }  // namespace
@@ -34,7 +36,12 @@ bool s_bAtTheEpoch = false;  // the wall clock stands at 1970-01-01 00:00:00, th
 extern "C" int semtimedop(int id, sembuf* pStep, size_t nCount, const timespec* pTimeout) noexcept {
     static auto* const next = systemCall<int(int, sembuf*, size_t, const timespec*)>({"__semtimedop64", "semtimedop"});
     ++s_nStep;
-    return next(id, pStep, nCount, pTimeout);
+    if (s_arrStepError.empty())
+        return next(id, pStep, nCount, pTimeout);
+    errno = s_arrStepError.back();
+    s_arrStepError.pop_back();
+    s_arrTimeout.push_back(pTimeout != nullptr ? *pTimeout : timespec{-1, -1});
+    return -1;
 }
 
 extern "C" int semget(key_t key, int nCount, int nFlag) noexcept {
@@ -347,6 +354,52 @@ TEST(Semaphore, AnInterruptedWaitWarnsAndStartsAgain) {
     EXPECT_EQ(-1, nResult);
     EXPECT_EQ(0u, strOut.find(warning("Semop -1 failure Interrupted system call " + idText("%d:0x%.4x")))) << strOut;
     mutex.Unlock();
+}
+
+TEST(Semaphore, AnInterruptedWaitStartsAgainWithItsFullTimeOut) {
+    xSemaphore semaphore;
+    semaphore.OpenSemaphore("sync_full");
+    semaphore.SemaphoreSetValue(1);
+    s_arrStepError = {EAGAIN, EINTR, EINTR, EINTR};
+    s_arrTimeout.clear();
+    CaptureStderr();
+    EXPECT_EQ(0, semaphore.SemaphoreAddValue(-1, 1500));
+    const std::string strWarning = warning("Semop -1 failure Interrupted system call " + idText("%d:0x%.4x"));
+    EXPECT_EQ(strWarning + strWarning + strWarning, GetCapturedStderr());
+    ASSERT_EQ(4u, s_arrTimeout.size());
+    for (const timespec& timeout : s_arrTimeout)
+        EXPECT_TRUE(timeout.tv_sec == 1 && timeout.tv_nsec == 500000000) << timeout.tv_sec << " " << timeout.tv_nsec;
+    EXPECT_EQ(-1, semaphore.SemaphoreAddValue(-1, 1500));
+    semaphore.DestroySemaphore();
+}
+
+TEST(Semaphore, AStepThatTheKernelHasNoMemoryForIsRepeated) {
+    openMutex mutex;
+    mutex.OpenMutex("sync_memory");
+    s_arrStepError = {ENOMEM, ENOMEM, ENOMEM};
+    CaptureStderr();
+    EXPECT_EQ(1, mutex.Lock(-1));
+    EXPECT_NE(std::string::npos, GetCapturedStderr().find("Semop -1 failure Cannot allocate memory "));
+    s_arrStepError = {ENOMEM};
+    CaptureStderr();
+    mutex.Unlock();
+    GetCapturedStderr();
+    EXPECT_EQ(1, mutex.Lock(0));
+    mutex.Unlock();
+}
+
+TEST(Semaphore, AStepThatIsNotAllowedFailsAfterOneWarning) {
+    for (const int nError : {EACCES, EIDRM, EINVAL, EFBIG}) {
+        xSemaphore semaphore;
+        semaphore.OpenSemaphore("sync_refused");
+        s_arrStepError = {nError};
+        CaptureStderr();
+        EXPECT_EQ(0, semaphore.SemaphoreAddValue(1, -1));
+        EXPECT_EQ(warning(std::string("Semop 1 failure ") + strerror(nError) + " " + idText("%d:0x%.4x")),
+                  GetCapturedStderr());
+        EXPECT_TRUE(s_arrStepError.empty());
+        semaphore.DestroySemaphore();
+    }
 }
 
 TEST(Mutex, ANewOneIsFreeAndASecondOpenerDoesNotResetIt) {
