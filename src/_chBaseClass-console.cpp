@@ -22,8 +22,6 @@ constexpr keySequence s_arrKey[] = {
     {"\x1b[2~", keyInsert}, {"\x1b[3~", keyDelete},
 };
 
-constexpr char chEscape = 27;
-
 }  // namespace
 
 int chStdInput::getch() {
@@ -37,8 +35,6 @@ int chStdInput::TransBufferToKey() {
         return -1;
     for (const keySequence& row : s_arrKey) {
         const size_t nLength = strlen(row.lpszSequence);
-        if (m_arrKey[0] != chEscape)
-            break;
         if (strncmp(m_arrKey, row.lpszSequence, nLength) != 0)
             continue;
         RemoveKeys(static_cast<int>(nLength));
