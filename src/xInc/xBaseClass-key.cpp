@@ -59,7 +59,7 @@ public:
 
     bool open(const char* lpszPath) {
         m_fd = ::open(lpszPath, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-        return m_fd != -1;
+        return m_fd != -1 && fstat(m_fd, &m_stat) == 0;
     }
     bool lock() { return lockFile(m_fd) == 0; }
     void release() {
@@ -69,13 +69,12 @@ public:
     }
     int fd() const { return m_fd; }
     bool isSame(const directoryLock& other) const {
-        struct stat statMine, statOther;
-        return m_fd != -1 && other.m_fd != -1 && fstat(m_fd, &statMine) == 0 && fstat(other.m_fd, &statOther) == 0 &&
-               isSameFile(statMine, statOther);
+        return m_fd != -1 && other.m_fd != -1 && isSameFile(m_stat, other.m_stat);
     }
 
 private:
     int m_fd = -1;
+    struct stat m_stat = {};
 };
 
 std::string directoryOf(const std::string& strPath) {

@@ -13,6 +13,7 @@
 #include <set>
 
 #include "support/child.h"
+#include "support/system_call.h"
 #include "qor/BaseHelper/Share.h"
 
 using namespace QOR_BaseHelper;
@@ -27,7 +28,17 @@ int s_nFtokError = 0;
 enum linkDeath { neverDie, dieBeforeLink, dieAfterLink };
 linkDeath s_linkDeath = neverDie;
 int s_nLinkError = 0;
+int s_nDirectoryError = 0;  // why the kernel tells nothing about a directory that is open
 }  // namespace
+
+extern "C" int fstat(int fd, struct stat* pState) noexcept {
+    static auto* const next = systemCall<int(int, struct stat*)>({"__fstat64_time64", "fstat64", "fstat"});
+    const int nResult = next(fd, pState);
+    if (nResult != 0 || s_nDirectoryError == 0 || !S_ISDIR(pState->st_mode))
+        return nResult;
+    errno = s_nDirectoryError;
+    return -1;
+}
 
 extern "C" key_t ftok(const char* lpszPath, int idProject) noexcept {
     struct stat state;
@@ -186,6 +197,16 @@ TEST_F(KeyFile, AFileWithoutAKeyIsFatal) {
         testing::KilledBySignal(SIGABRT),
         "warning: .* ftok \\[/tmp/qor_key_none\\] fail: Value too large for defined data "
         "type\n.*\\[xInc/xBaseClass:[0-9]+\\] FALSE ");
+}
+
+TEST_F(KeyFile, ADirectoryThatCannotBeToldFromAnotherIsFatalAndNotWaitedFor) {
+    EXPECT_EXIT(
+        {
+            s_nDirectoryError = EIO;
+            open("key_directory", 'm');
+        },
+        testing::KilledBySignal(SIGABRT), "Create file\\[/tmp/qor_key_directory\\] fail: Input/output error\n");
+    EXPECT_TRUE(names("/tmp").empty());
 }
 
 class KilledCreator : public KeyFile, public testing::WithParamInterface<linkDeath> {};
