@@ -33,7 +33,7 @@ void quiet() { QOR_TraceHelper::uCTraceHelpergetGlobalObject()->RedirectToNull()
 
 TEST(Hazard, ALeftoverEventAndQueueOfADeadTaskOfTheSameIdAreSwept) {
     // A child leaves an event that it did not create, and a queue, under the id that it is going to register with.
-    meeting ready;
+    meeting ready, posted;
     childProcess child("reuser", [&]() {
         quiet();
         const int idTask = QOR_MiscHelper::qorGetCurrentTaskId();
@@ -61,11 +61,13 @@ TEST(Hazard, ALeftoverEventAndQueueOfADeadTaskOfTheSameIdAreSwept) {
         ready.say();
         while (thread.ProcessThreadMessageOnce() != 0x200) {
         }
+        posted.hear();  // a post is good only when there is somebody left to wake
         return 0;
     });
     ready.hear();
     chThreadRemote remote("reuser");
     EXPECT_TRUE(remote.PostThreadMsg(0x200, 0, 0));
+    posted.say();
     EXPECT_EQ(0, child.wait());
 }
 

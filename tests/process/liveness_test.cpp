@@ -61,12 +61,14 @@ TEST(Liveness, OnlyATaskThatTheKernelDoesNotKnowIsDead) {
 }
 
 TEST(Liveness, ARegistrationThatMayNotAskSweepsNobody) {
-    meeting ready;
+    meeting ready, posted;
     childProcess other("other", [&]() {
         QOR_TraceHelper::uCTraceHelpergetGlobalObject()->RedirectToNull();
         currentThread thread("other", [](msgObject& m) { return m.uMsg == 0x100 ? 7 : -1; });
         ready.say();
-        return thread.Run();
+        const int nExit = thread.Run();
+        posted.hear();  // a post is good only when there is somebody left to wake
+        return nExit;
     });
     ready.hear();
     s_nAnswer = EPERM;
@@ -75,6 +77,7 @@ TEST(Liveness, ARegistrationThatMayNotAskSweepsNobody) {
     ASSERT_NE(nullptr, share().FindMessageQueueByName("other"));
     EXPECT_EQ(7, chThreadRemote("other").SendThreadMsg(0x100, 0, 0));
     EXPECT_TRUE(chThreadRemote("other").PostThreadMsg(TM_THREAD_QUIT, 0, 0));
+    posted.say();
     EXPECT_EQ(0, other.wait());
 }
 
@@ -174,11 +177,13 @@ TEST(Ghosts, AProxyToAnObjectThatHadGoneAlreadyIsSkippedToo) {
 // ---- events of others
 
 TEST(Events, ForgettingTheEventOfAnotherProcessWarnsAndLeavesIt) {
-    meeting ready;
+    meeting ready, posted;
     childProcess other("other", [&]() {
         currentThread thread("other");
         ready.say();
-        return thread.Run();
+        const int nExit = thread.Run();
+        posted.hear();
+        return nExit;
     });
     ready.hear();
     const int idOther = share().FindMessageQueueByName("other")->GetTaskId();
@@ -191,6 +196,7 @@ TEST(Events, ForgettingTheEventOfAnotherProcessWarnsAndLeavesIt) {
     process().RemoveTaskEventObject(idOther);
     EXPECT_EQ(1u, countOf(testing::internal::GetCapturedStderr(), "] objEvent.IsCreateByMe() ("));
     EXPECT_TRUE(chThreadRemote("other").PostThreadMsg(TM_THREAD_QUIT, 0, 0));
+    posted.say();
     EXPECT_EQ(0, other.wait());
 }
 

@@ -6,6 +6,7 @@
 #include <thread>
 
 #include "qor/MiscHelper.h"
+#include "support/child.h"
 #include "support/message_thread.h"
 
 using QOR_MsgQueueHelper::chMsgQueue;
@@ -125,6 +126,7 @@ TEST(Flat, ABroadcastReachesEveryThreadTheCallersIncluded) {
 TEST(Flat, AHandleOfAnotherProcessReachesTheSameThread) {
     int aPipe[2];
     ASSERT_EQ(0, pipe(aPipe));
+    qorTest::meeting posted;
     const pid_t pid = fork();
     if (pid == 0) {
         HTHREAD hThread = msgRegistMainThread("child", onEcho);
@@ -132,6 +134,7 @@ TEST(Flat, AHandleOfAnotherProcessReachesTheSameThread) {
         if (write(aPipe[1], &uHandle, sizeof(uHandle)) != sizeof(uHandle))
             _exit(1);
         const int nExit = msgDefaultThreadRun();
+        posted.hear();  // a post is good only when there is somebody left to wake
         msgUnregistMainThread(hThread);
         _exit(nExit);
     }
@@ -141,6 +144,7 @@ TEST(Flat, AHandleOfAnotherProcessReachesTheSameThread) {
     EXPECT_EQ(hChild, msgGetThreadByName("child"));
     EXPECT_EQ(9, msgSendMsgToThread(hChild, 0x100, 4, 5));
     EXPECT_EQ(1, msgPostMsgToThread(hChild, TM_THREAD_QUIT, 33, 0));
+    posted.say();
     int nStatus = 0;
     waitpid(pid, &nStatus, 0);
     EXPECT_EQ(33, WEXITSTATUS(nStatus));
