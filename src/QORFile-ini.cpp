@@ -1,14 +1,15 @@
 // The entries of INI documents, and the index over their names.
 //
-// Invariants of the index: a node is linked among those not yet indexed, or in the bucket of its hash (which is then
-// not 0), or, as comments are, in neither; m_ppThis is what points at it. The index never follows the object of a node
-// that it drops: that may be gone. Lists of few nodes have no index, and are walked, comparing hashes first; where two
-// nodes have one name, the list's order decides, by a walk.
+// Lists of few elements have no index, and are walked, comparing hashes first; where two elements have one name, the
+// list's order decides, by a walk. The index never follows the object of an element that it drops: that may be gone.
 #include "qor/FileHelper/Ini.h"
 
 #include <stdlib.h>
 
+#include <new>
+
 #include "internal/byte_string.h"
+#include "internal/ini_table.h"
 #include "qor/StringHelper/Convert.h"
 
 using namespace QOR_StringHelper;
@@ -20,10 +21,6 @@ namespace {
 typedef chReferenceStringT<char> refString;
 
 constexpr int maxWalked = 16;  // a list up to this long is walked
-
-bool isObject(const iniObject* pObject, iniLineType eType, const phraseConstTextA& name) {
-    return pObject != NULL && pObject->type() == eType && stringSameNC(pObject->key(), name);
-}
 
 // A hexadecimal number as "%x" reads it where a long has 32 bits: what is too large has all bits set.
 bool readHex(const char* lpszText, int& nValue) {
@@ -46,39 +43,17 @@ bool isNullObject(const void* p) {
 
 // ---- the index
 
-iniNodeIndex::~iniNodeIndex() { free(m_aBucket); }
-
 iniNode* iniNodeIndex::BorrowNode() {
     iniNode* pNode = chAlloc_Node_dynamic<iniNode, 16>::BorrowNode();
-    if (pNode == NULL)
-        return NULL;
-    link(&m_pPending, pNode);
-    ++m_nNodes;
+    if (m_pTable != NULL && pNode != NULL)
+        m_pTable->wait(pNode);
     return pNode;
 }
 
 void iniNodeIndex::ReturnNode(iniNode* pNode) {
-    unlink(pNode);
-    --m_nNodes;
+    if (m_pTable != NULL)
+        m_pTable->remove(pNode);
     chAlloc_Node_dynamic<iniNode, 16>::ReturnNode(pNode);
-}
-
-void iniNodeIndex::link(iniNode** ppHead, iniNode* pNode) {
-    pNode->m_pNext = *ppHead;
-    pNode->m_ppThis = ppHead;
-    if (pNode->m_pNext != NULL)
-        pNode->m_pNext->m_ppThis = &pNode->m_pNext;
-    *ppHead = pNode;
-}
-
-void iniNodeIndex::unlink(iniNode* pNode) {
-    if (pNode->m_ppThis == NULL)
-        return;
-    *pNode->m_ppThis = pNode->m_pNext;
-    if (pNode->m_pNext != NULL)
-        pNode->m_pNext->m_ppThis = pNode->m_ppThis;
-    pNode->m_pNext = NULL;
-    pNode->m_ppThis = NULL;
 }
 
 // Starts from the list's address, so that no file can be made to put all its names into one bucket.
@@ -100,51 +75,20 @@ uint32_t iniNodeIndex::hashOf(iniNode* pNode) const {
     return pNode->m_uHash;
 }
 
-bool iniNodeIndex::growIndex() {
-    const uint32_t uBuckets = m_uBuckets == 0 ? 4 * maxWalked : 2 * m_uBuckets;
-    iniNode** aBucket = static_cast<iniNode**>(calloc(uBuckets, sizeof(iniNode*)));
-    if (aBucket == NULL)
-        return false;
-    for (uint32_t i = 0; i < m_uBuckets; ++i)
-        while (iniNode* pNode = m_aBucket[i]) {
-            unlink(pNode);
-            link(&aBucket[pNode->m_uHash & (uBuckets - 1)], pNode);
-        }
-    free(m_aBucket);
-    m_aBucket = aBucket;
-    m_uBuckets = uBuckets;
-    return true;
+void iniNodeIndex::dropIndex() {
+    delete m_pTable;
+    m_pTable = NULL;
 }
 
-// Takes in what was inserted since the last look-up; whether there is an index.
-bool iniNodeIndex::indexPending() {
-    while (m_uBuckets < static_cast<uint32_t>(m_nNodes) && growIndex()) {
-    }
-    if (m_uBuckets == 0)
-        return false;
-    iniNode* pNext = NULL;
-    for (iniNode* pNode = m_pPending; pNode != NULL; pNode = pNext) {
-        pNext = pNode->m_pNext;
-        const uint32_t uHash = hashOf(pNode);
-        if (uHash == 0)
+// From the last one on: it takes the place of one that waits no more.
+bool iniNodeIndex::indexWaiting() {
+    for (int i = m_pTable->countWaiting() - 1; i >= 0; --i) {
+        iniNode* pNode = m_pTable->waiting(i);
+        if (hashOf(pNode) == 0)
             continue;  // its maker has yet to fill it
-        unlink(pNode);
-        if (pNode->m_value->type() != iniLineComment)
-            link(&m_aBucket[uHash & (m_uBuckets - 1)], pNode);
-    }
-    return true;
-}
-
-bool iniNodeIndex::findNode(iniLineType eType, const phraseConstTextA& name, uint32_t uHash, iniNode*& pFound) {
-    pFound = NULL;
-    if (m_nNodes <= maxWalked || eType == iniLineComment || !indexPending())
-        return false;
-    for (iniNode* pNode = m_aBucket[uHash & (m_uBuckets - 1)]; pNode != NULL; pNode = pNode->m_pNext) {
-        if (pNode->m_uHash != uHash || !isObject(pNode->m_value, eType, name))
-            continue;
-        if (pFound != NULL)
+        m_pTable->endWait(pNode);
+        if (pNode->m_value->type() != iniLineComment && !m_pTable->insert(pNode))
             return false;
-        pFound = pNode;
     }
     return true;
 }
@@ -152,6 +96,7 @@ bool iniNodeIndex::findNode(iniLineType eType, const phraseConstTextA& name, uin
 // ---- lists of entries
 
 void iniObjList::ClearObjList() {
+    dropIndex();  // faster than element by element
     while (!empty()) {
         iniObject* pObject = front();
         pop_front();
@@ -164,13 +109,30 @@ iniObjList::iterator iniObjList::list_find_object(iniLineType eType, const phras
     return findHashed(eType, name, uHash);
 }
 
+// Without memory for an index there is none, and the next look-up tries again.
+bool iniObjList::makeIndex() {
+    if (m_pTable == NULL) {
+        m_pTable = new (std::nothrow) iniNodeTable;
+        for (iterator it = begin(); m_pTable != NULL && it != end(); ++it)
+            m_pTable->wait(it.m_pThisNode);
+    }
+    if (m_pTable != NULL && !indexWaiting())
+        dropIndex();
+    return m_pTable != NULL;
+}
+
+bool iniObjList::findNode(iniLineType eType, const phraseConstTextA& name, uint32_t uHash, iniNode*& pFound) {
+    pFound = NULL;
+    return size() > maxWalked && eType != iniLineComment && makeIndex() && m_pTable->find(eType, name, uHash, pFound);
+}
+
 iniObjList::iterator iniObjList::findHashed(iniLineType eType, const phraseConstTextA& name, uint32_t& uHash) const {
     uHash = hashOf(eType, name);
     iniNode* pNode = NULL;
     if (const_cast<iniObjList*>(this)->findNode(eType, name, uHash, pNode))
         return pNode != NULL ? iterator(pNode) : end();
     iterator it = begin();
-    while (it != end() && (hashOf(it.m_pThisNode) != uHash || !isObject(*it, eType, name)))
+    while (it != end() && (hashOf(it.m_pThisNode) != uHash || !isEntry(*it, eType, name)))
         ++it;
     return it;
 }

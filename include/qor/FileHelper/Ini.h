@@ -35,6 +35,7 @@
 namespace QOR_FileHelper {
 
 class chFileStdio;
+class iniNodeTable;
 
 /// What a line is.
 enum iniLineType {
@@ -102,20 +103,20 @@ private:
     BOOL m_bFresh;
 };
 
-/// An element of a list of entries, with its place in the list's index.
+/// An element of a list of entries, with what the list's index keeps of it.
 struct iniNode : QOR_ListHelper::list_node_pointer<iniObject*> {
-    uint32_t m_uHash = 0;       ///< of type and name; 0: not yet known
-    iniNode* m_pNext = NULL;    ///< the next of the same bucket, or of those not yet indexed
-    iniNode** m_ppThis = NULL;  ///< what points at this one; null: in neither
+    uint32_t m_uHash = 0;     ///< of type and name; 0: not yet known
+    int32_t m_iWaiting = -1;  ///< its place among those that the index has yet to take in; -1: it is none of them
 };
 
-/// The elements of a list of entries, their hashes and an index over them. An element gets its hash and enters the
-/// index at the first look-up after it was made, and leaves the index when it is erased, by whatever operation.
+/// The elements of a list of entries, their hashes and, for a long list, an index over them. An element gets its hash
+/// and enters the index at the first look-up after it was made, and leaves the index when it is erased, by whatever
+/// operation.
 class QOR_API iniNodeIndex : public QOR_ListHelper::chAlloc_Node_dynamic<iniNode, 16> {
 public:
-    iniNodeIndex() : m_aBucket(NULL), m_uBuckets(0), m_nNodes(0), m_pPending(NULL) {}
+    iniNodeIndex() : m_pTable(NULL) {}
     /// Frees the index.
-    ~iniNodeIndex();
+    ~iniNodeIndex() { dropIndex(); }
     /// A new element without an object.
     iniNode* BorrowNode();
     /// Destroys an element.
@@ -126,20 +127,12 @@ protected:
     uint32_t hashOf(iniLineType eType, const QOR_StringHelper::chConstTextT<char>& name) const;
     /// The hash of an element; 0 while it has no object.
     uint32_t hashOf(iniNode* pNode) const;
-    /// Looks an element up, by its hash too. False: the index cannot say, walk the list; true: pNode is the only one,
-    /// or null.
-    bool findNode(iniLineType eType, const phraseConstTextA& name, uint32_t uHash, iniNode*& pNode);
+    /// Frees the index, until the next look-up in a long list.
+    void dropIndex();
+    /// Takes in what was inserted since the last look-up; whether there is memory for it.
+    bool indexWaiting();
 
-private:
-    bool growIndex();
-    bool indexPending();
-    static void link(iniNode** ppHead, iniNode* pNode);
-    static void unlink(iniNode* pNode);
-
-    iniNode** m_aBucket;
-    uint32_t m_uBuckets;  // a power of two
-    int m_nNodes;
-    iniNode* m_pPending;
+    iniNodeTable* m_pTable;  ///< the index, or null
 };
 
 /// A list of entries that it owns. The list operations themselves insert and erase pointers only: whoever erases an
@@ -162,10 +155,16 @@ public:
     iniObject* FindObject(iniLineType eType, const phraseConstTextA& name) const;
 
 protected:
+    /// Looks an element up in the index, by its hash too. False: it cannot say, walk the list; true: pFound is the only
+    /// one, or null.
+    bool findNode(iniLineType eType, const phraseConstTextA& name, uint32_t uHash, iniNode*& pFound);
     /// The place of the first entry of a type and name, or end(), and the hash of those.
     iterator findHashed(iniLineType eType, const phraseConstTextA& name, uint32_t& uHash) const;
     /// Appends an entry that was made for a name whose hash is known.
     void appendHashed(iniObject* pObject, const phraseConstTextA& name, uint32_t uHash);
+
+private:
+    bool makeIndex();
 };
 
 /// A section: a list of its comments, blank lines and keys.

@@ -1,0 +1,56 @@
+// The index of a long list of INI entries: a table of the hashes of their names, and of the elements beside them.
+#ifndef QOR_INTERNAL_INI_TABLE_H
+#define QOR_INTERNAL_INI_TABLE_H
+
+#include "qor/ArrayHelper.h"
+#include "qor/FileHelper/Ini.h"
+
+namespace QOR_FileHelper {
+
+// Whether an object is there and has a type and name.
+inline bool isEntry(const iniObject* pObject, iniLineType eType, const phraseConstTextA& name) {
+    return pObject != NULL && pObject->type() == eType && stringSameNC(pObject->key(), name);
+}
+
+// An element waits until its object is there and has a hash, then it stands in the table; comments do neither. A
+// look-up that finds nothing reads hashes only, which are words side by side, and no element.
+class iniNodeTable {
+public:
+    iniNodeTable() {}
+    ~iniNodeTable();
+    iniNodeTable(const iniNodeTable&) = delete;
+    iniNodeTable& operator=(const iniNodeTable&) = delete;
+
+    // The elements that wait.
+    int countWaiting() const { return m_listWaiting.GetSize(); }
+    iniNode* waiting(int i) { return m_listWaiting[i]; }
+    void wait(iniNode* pNode);
+    // The last one takes the place of one that waits no more.
+    void endWait(iniNode* pNode);
+
+    // Puts an element with a hash into the table. False: there is no memory.
+    bool insert(iniNode* pNode);
+    // Forgets an element, wherever it is. Its object may be gone.
+    void remove(iniNode* pNode);
+    // False: there are several of that type and name; true: pFound is the only one, or null.
+    bool find(iniLineType eType, const phraseConstTextA& name, uint32_t uHash, iniNode*& pFound) const;
+
+private:
+    // By the upper bits, so that growing goes through both tables from begin to end.
+    uint32_t homeOf(uint32_t uHash) const { return uHash >> m_nShift; }
+    uint32_t behind(uint32_t i) const { return (i + 1) & (m_uSlots - 1); }
+    bool grow();
+    void put(uint32_t uHash, iniNode* pNode);
+    void takeOut(uint32_t iHole);
+
+    iniNode** m_aNode = NULL;
+    uint32_t* m_aHash = NULL;  // behind the elements, in the same block; 0: the slot is free
+    uint32_t m_uSlots = 0;     // a power of two
+    uint32_t m_uUsed = 0;
+    int m_nShift = 32;
+    QOR_ArrayHelper::chObjArray<iniNode*, false, 64> m_listWaiting;
+};
+
+}  // namespace QOR_FileHelper
+
+#endif
