@@ -9,10 +9,12 @@
 #include <new>
 
 #include "internal/byte_string.h"
+#include "internal/dense_alloc.h"
 #include "internal/ini_table.h"
 #include "qor/StringHelper/Convert.h"
 
 using namespace QOR_StringHelper;
+using QOR_AllocHelper::denseAlloc;
 
 namespace QOR_FileHelper {
 
@@ -156,7 +158,14 @@ iniObject* iniObjList::FindObject(iniLineType eType, const phraseConstTextA& nam
     return it != end() ? *it : NULL;
 }
 
-// ---- keys
+// ---- entries
+
+void iniObject::operator delete(void* p) {
+    if (denseAlloc::owns(p))
+        denseAlloc::free(p);
+    else
+        ::operator delete(p);
+}
 
 const char* iniKey::value() const { return isNullObject(this) ? NULL : static_cast<const char*>(m_strValue); }
 
@@ -180,13 +189,7 @@ iniKey* iniSection::FindKey(const phraseConstTextA& name) const {
 }
 
 iniKey* iniSection::GetKey(const phraseConstTextA& name) {
-    uint32_t uHash = 0;
-    const iterator it = findHashed(iniLineKey, name, uHash);
-    if (it != end())
-        return static_cast<iniKey*>(*it);
-    iniKey* pKey = new iniKey(name);
-    appendHashed(pKey, name, uHash);
-    return pKey;
+    return getEntry<iniKey>(iniLineKey, name, [&name]() { return new iniKey(name); });
 }
 
 iniSection* iniDocument::FindSection(const phraseConstTextA& name) const {
@@ -194,13 +197,7 @@ iniSection* iniDocument::FindSection(const phraseConstTextA& name) const {
 }
 
 iniSection* iniDocument::GetSection(const phraseConstTextA& name) {
-    uint32_t uHash = 0;
-    const iterator it = findHashed(iniLineSection, name, uHash);
-    if (it != end())
-        return static_cast<iniSection*>(*it);
-    iniSection* pSection = new iniSection(name);
-    appendHashed(pSection, name, uHash);
-    return pSection;
+    return getEntry<iniSection>(iniLineSection, name, [&name]() { return new iniSection(name); });
 }
 
 const char* iniDocument::findValue(const phraseConstTextA& section, const phraseConstTextA& key) const {

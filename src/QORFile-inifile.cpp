@@ -7,22 +7,19 @@
 
 #define QOR_MODULE "QORFile"
 #include "internal/byte_string.h"
+#include "internal/dense_alloc.h"
 #include "internal/report.h"
 #include "internal/safe_save.h"
 #include "internal/whole_file.h"
 
 using namespace QOR_StringHelper;
+using QOR_AllocHelper::denseAlloc;
 
 namespace QOR_FileHelper {
 
 namespace {
 
 typedef chConstTextT<char> constText;
-
-// Makes the heap join the small blocks that were just freed, as allocators do before they serve a large request. The
-// next document then lies in the order in which it is read and written; in the holes of the last one it would lie
-// scattered, and half of the time of both go into waiting for memory.
-void joinFreed() { dynamicAlloc::free(dynamicAlloc::realloc(NULL, 65536)); }
 
 // Whether what an entry writes ends without a line feed: the last line of a file, if it is a comment.
 bool endsOpen(iniObject* pObject) {
@@ -115,36 +112,82 @@ iniLineType iniFile::ParseIniLineText(const char* lpszLineText, phraseConstTextA
     return iniLineKey;
 }
 
-// Takes the lines of a text in. There is a byte behind it that may be written.
-void iniFile::parseText(char* lpszText, int nLength) {
-    iniSection* pSection = NULL;
-    iniObjList* pList = this;
-    phraseConstTextA name, value;
-    char* const lpszEnd = lpszText + nLength;
-    while (lpszText < lpszEnd) {
-        char* lpszNext = static_cast<char*>(memchr(lpszText, '\n', static_cast<size_t>(lpszEnd - lpszText)));
-        lpszNext = lpszNext != NULL ? lpszNext + 1 : lpszEnd;
-        const char chNext = *lpszNext;
-        *lpszNext = 0;
-        switch (ParseIniLineText(lpszText, name, value)) {
+// Reads a text into an empty document. The entries that it makes, and their strings, lie side by side in the order in
+// which they are read, and later written, and each goes on its own.
+class iniLoader {
+public:
+    explicit iniLoader(iniDocument& document) : m_document(document), m_pList(&document) {}
+
+    // Takes the lines of a text in. There is a byte behind it that may be written.
+    void takeText(char* lpszText, int nLength) {
+        char* const lpszEnd = lpszText + nLength;
+        while (lpszText < lpszEnd) {
+            char* lpszNext = static_cast<char*>(memchr(lpszText, '\n', static_cast<size_t>(lpszEnd - lpszText)));
+            lpszNext = lpszNext != NULL ? lpszNext + 1 : lpszEnd;
+            const char chNext = *lpszNext;
+            *lpszNext = 0;
+            takeLine(lpszText, static_cast<int>(lpszNext - lpszText));
+            *lpszNext = chNext;
+            lpszText = lpszNext;
+        }
+    }
+
+private:
+    void takeLine(const char* lpszLine, int nLength) {
+        phraseConstTextA name, value;
+        switch (iniFile::ParseIniLineText(lpszLine, name, value)) {
             case iniLineComment:
             case iniLineEmpty:
-                pList->push_back(new iniComment(lpszText, static_cast<int>(lpszNext - lpszText)));
+                takeComment(lpszLine, nLength);
                 break;
             case iniLineSection:
-                pList = pSection = GetSection(name);
+                m_pList = m_pSection = getEntry<iniSection>(m_document, iniLineSection, name);
                 break;
             case iniLineKey:
-                if (pSection != NULL)
-                    pSection->GetKey(name)->SetValue(value);
+                if (m_pSection != NULL)
+                    takeValue(getEntry<iniKey>(*m_pSection, iniLineKey, name), value);
                 break;
             case iniLineInvalid:
                 break;
         }
-        *lpszNext = chNext;
-        lpszText = lpszNext;
     }
-}
+
+    void takeComment(const char* lpszLine, int nLength) {
+        iniComment* const pComment = make<iniComment>("");
+        fillString(pComment->m_strText, m_memory, lpszLine, nLength);
+        m_pList->push_back(pComment);
+    }
+
+    void takeValue(iniKey* pKey, const phraseConstTextA& value) {
+        if (!pKey->m_bFresh) {
+            pKey->SetValue(value);
+            return;
+        }
+        fillString(pKey->m_strValue, m_memory, value, value.GetLength());
+        pKey->m_bFresh = 0;
+    }
+
+    template <class Entry>
+    Entry* getEntry(iniObjList& list, iniLineType eType, const phraseConstTextA& name) {
+        return list.getEntry<Entry>(eType, name, [this, &name]() {
+            Entry* const pEntry = make<Entry>(phraseConstTextA());
+            fillString(pEntry->m_strKey, m_memory, name, name.GetLength());
+            return pEntry;
+        });
+    }
+
+    // An entry without text.
+    template <class Entry, class Text>
+    Entry* make(const Text& text) {
+        void* const p = m_memory.alloc(sizeof(Entry));
+        return p != NULL ? new (p) Entry(text) : new Entry(text);
+    }
+
+    denseAlloc m_memory;
+    iniDocument& m_document;
+    iniSection* m_pSection = NULL;
+    iniObjList* m_pList;
+};
 
 BOOL iniFile::LoadFromFile(const char* lpszFileName) {
     if (!QOR_ASSERT(!textEMPTY(lpszFileName)))
@@ -156,8 +199,7 @@ BOOL iniFile::LoadFromFile(const char* lpszFileName) {
     if (nSize < 0)
         return 0;
     ClearObjList();
-    joinFreed();
-    parseText(text.GetBuffer(), nSize);
+    iniLoader(*this).takeText(text.GetBuffer(), nSize);
     return 1;
 }
 

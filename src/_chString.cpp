@@ -8,7 +8,11 @@
 #include <stdlib.h>
 
 #define QOR_MODULE "_chString"
+#include "internal/dense_alloc.h"
 #include "internal/report.h"
+#include "internal/string_block.h"
+
+using QOR_AllocHelper::denseAlloc;
 
 namespace QOR_StringHelper {
 
@@ -18,26 +22,13 @@ const unsigned short szNULLW[] = {0};
 namespace {
 
 constexpr int unknownLength = -1;
-constexpr int grain = 16;                  // capacities are multiples of it
 constexpr int maxLength = 0x7FFFFFFF / 4;  // a block of more does not fit 32-bit sizes
 
 // Capacity for a wanted length.
 int capacityFor(int nLength) {
     if (nLength <= 0)
-        return grain;
-    return QOR_ASSERT(nLength < maxLength) ? (nLength + grain - 1) / grain * grain : grain;
-}
-
-// Header, text, terminator and spare.
-template <class T>
-size_t blockSize(int nCapacity) {
-    return static_cast<size_t>(nCapacity) * sizeof(T) + 16;
-}
-
-template <class T>
-void zeroText(chStringDataT<T>* pData, int nFrom, int nTo) {
-    if (nTo > nFrom)
-        memset(pData->m_szText + nFrom, 0, static_cast<size_t>(nTo - nFrom) * sizeof(T));
+        return stringGrain;
+    return QOR_ASSERT(nLength < maxLength) ? roundUpCapacity(nLength) : stringGrain;
 }
 
 template <class T>
@@ -59,12 +50,7 @@ chStringDataT<T>* newBlock(int nCapacity, const T* lpszText = NULL, int nLength 
     if (pData == NULL)
         return NULL;
     const int nCopy = lpszText != NULL ? boundedLength(lpszText, nLength < nCapacity ? nLength : nCapacity) : 0;
-    pData->m_nAllocLength = nCapacity;
-    pData->m_nReferenceCount = 1;
-    pData->m_nDataLength = nCopy;
-    if (nCopy > 0)
-        memcpy(pData->m_szText, lpszText, static_cast<size_t>(nCopy) * sizeof(T));
-    zeroText(pData, nCopy, nCapacity + 1);
+    initBlock(pData, nCapacity, lpszText, nCopy);
     return pData;
 }
 
@@ -85,7 +71,12 @@ void* dynamicAlloc::realloc(void* p, size_t nSize) {
     return pNew;
 }
 
-void dynamicAlloc::free(void* p) { ::free(p); }
+void dynamicAlloc::free(void* p) {
+    if (denseAlloc::owns(p))
+        denseAlloc::free(p);
+    else
+        ::free(p);
+}
 
 // ---- blocks
 
@@ -136,7 +127,8 @@ void chReferenceStringT<T>::PrepareTextBuffer(int nLength) {
     chStringDataT<T>* pNewStringData = pStringData;
     if (pStringData == NULL) {
         pNewStringData = newBlock<T>(capacityFor(nLength));
-    } else if (pStringData->m_nReferenceCount != 1) {
+    } else if (pStringData->m_nReferenceCount != 1 ||
+               (nLength > pStringData->m_nAllocLength && denseAlloc::owns(pStringData))) {
         pNewStringData = CopyBlock(pStringData, nLength);
         ReleaseStringData();
     } else if (nLength > pStringData->m_nAllocLength) {

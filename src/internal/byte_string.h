@@ -5,7 +5,8 @@
 
 #include <string.h>
 
-#include "qor/StringHelper/ReferenceString.h"
+#include "internal/dense_alloc.h"
+#include "internal/string_block.h"
 
 namespace QOR_FileHelper {
 
@@ -15,6 +16,22 @@ inline void fillString(QOR_StringHelper::chReferenceStringT<char>& str, const ch
         return;
     memcpy(str.GetBuffer(nLength), lpszText, static_cast<size_t>(nLength));
     str.getStringData()->m_nDataLength = nLength;
+}
+
+// The same, in memory beside that of others.
+inline void fillString(QOR_StringHelper::chReferenceStringT<char>& str, QOR_AllocHelper::denseAlloc& memory,
+                       const char* lpszText, int nLength) {
+    using namespace QOR_StringHelper;
+    if (nLength <= 0)
+        return;
+    const int nCapacity = roundUpCapacity(nLength);
+    void* const p = memory.alloc(blockSize<char>(nCapacity));
+    if (p == NULL) {
+        fillString(str, lpszText, nLength);
+        return;
+    }
+    initBlock(static_cast<chStringDataT<char>*>(p), nCapacity, lpszText, nLength);
+    str.setStringData(static_cast<chStringDataT<char>*>(p));
 }
 
 // All of a string.

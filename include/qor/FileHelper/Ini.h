@@ -35,6 +35,7 @@
 namespace QOR_FileHelper {
 
 class chFileStdio;
+class iniLoader;
 class iniNodeTable;
 
 /// What a line is.
@@ -55,6 +56,8 @@ public:
     /// Writes the entry to an open file; whether all was written.
     virtual BOOL exportObject(chFileStdio& file) = 0;
     virtual ~iniObject() {}
+    /// Frees an entry that was made by new or read from a file.
+    static void operator delete(void* p);
 
     /// What the entry is.
     iniLineType type() const { return m_eType; }
@@ -65,8 +68,10 @@ protected:
     iniObject(iniLineType eType, const phraseConstTextA& name) : m_eType(eType), m_strKey(name) {}
 
 private:
+    friend class iniLoader;
+
     const iniLineType m_eType;
-    const phraseStringA m_strKey;
+    phraseStringA m_strKey;
 };
 
 /// A comment or blank line, both of type iniLineComment.
@@ -80,6 +85,8 @@ public:
     const QOR_StringHelper::chReferenceStringT<char>& text() const { return m_strText; }
 
 private:
+    friend class iniLoader;
+
     QOR_StringHelper::chReferenceStringT<char> m_strText;
 };
 
@@ -99,6 +106,8 @@ public:
     BOOL SetValue(const phraseConstTextA& text);
 
 private:
+    friend class iniLoader;
+
     phraseStringA m_strValue;
     BOOL m_bFresh;
 };
@@ -162,8 +171,21 @@ protected:
     iterator findHashed(iniLineType eType, const phraseConstTextA& name, uint32_t& uHash) const;
     /// Appends an entry that was made for a name whose hash is known.
     void appendHashed(iniObject* pObject, const phraseConstTextA& name, uint32_t uHash);
+    /// The first entry of a type and name; when there is none, fnMake() makes it, and it is appended.
+    template <class Entry, class Make>
+    Entry* getEntry(iniLineType eType, const phraseConstTextA& name, Make fnMake) {
+        uint32_t uHash = 0;
+        const iterator it = findHashed(eType, name, uHash);
+        if (it != end())
+            return static_cast<Entry*>(*it);
+        Entry* pEntry = fnMake();
+        appendHashed(pEntry, name, uHash);
+        return pEntry;
+    }
 
 private:
+    friend class iniLoader;
+
     bool makeIndex();
 };
 
@@ -224,8 +246,6 @@ public:
     static iniLineType ParseIniLineText(const char* lpszLineText, phraseConstTextA& name, phraseConstTextA& value);
 
 private:
-    void parseText(char* lpszText, int nLength);
-
     QOR_StringHelper::chReferenceStringT<char> m_strFileName;
 };
 

@@ -1,0 +1,40 @@
+// The blocks behind strings: how large they are and how they are filled.
+#ifndef QOR_INTERNAL_STRING_BLOCK_H
+#define QOR_INTERNAL_STRING_BLOCK_H
+
+#include <string.h>
+
+#include "qor/StringHelper/ReferenceString.h"
+
+namespace QOR_StringHelper {
+
+constexpr int stringGrain = 16;  // capacities are multiples of it
+
+inline int roundUpCapacity(int nLength) { return (nLength + stringGrain - 1) / stringGrain * stringGrain; }
+
+// Header, text, terminator and spare.
+template <class T>
+inline size_t blockSize(int nCapacity) {
+    return static_cast<size_t>(nCapacity) * sizeof(T) + 16;
+}
+
+template <class T>
+inline void zeroText(chStringDataT<T>* pData, int nFrom, int nTo) {
+    if (nTo > nFrom)
+        memset(pData->m_szText + nFrom, 0, static_cast<size_t>(nTo - nFrom) * sizeof(T));
+}
+
+// Makes memory of that capacity the block of one string, with nLength characters; the rest is zero.
+template <class T>
+inline void initBlock(chStringDataT<T>* pData, int nCapacity, const T* lpszText, int nLength) {
+    pData->m_nAllocLength = nCapacity;
+    pData->m_nReferenceCount = 1;
+    pData->m_nDataLength = nLength;
+    if (nLength > 0)
+        memcpy(pData->m_szText, lpszText, static_cast<size_t>(nLength) * sizeof(T));
+    zeroText(pData, nLength, nCapacity + 1);
+}
+
+}  // namespace QOR_StringHelper
+
+#endif
