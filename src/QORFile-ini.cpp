@@ -22,7 +22,7 @@ namespace {
 
 typedef chReferenceStringT<char> refString;
 
-constexpr int maxWalked = 16;  // a list up to this long is walked
+constexpr int maxWalked = 32;  // a list up to this long is walked
 
 // A hexadecimal number as "%x" reads it where a long has 32 bits: what is too large has all bits set.
 bool readHex(const char* lpszText, int& nValue) {
@@ -58,9 +58,10 @@ void iniNodeIndex::ReturnNode(iniNode* pNode) {
     chAlloc_Node_dynamic<iniNode, 16>::ReturnNode(pNode);
 }
 
-// Starts from the list's address, so that no file can be made to put all its names into one bucket.
-uint32_t iniNodeIndex::hashOf(iniLineType eType, const chConstTextT<char>& name) const {
-    const uint64_t uAddress = reinterpret_cast<uintptr_t>(this);
+// Starts from an address, which is another in every process, so that no file can be made to give all its names one
+// hash.
+uint32_t iniNodeIndex::hashOf(iniLineType eType, const chConstTextT<char>& name) {
+    const uint64_t uAddress = reinterpret_cast<uintptr_t>(&isNullObject);
     uint32_t uHash = static_cast<uint32_t>(uAddress * 0x9E3779B97F4A7C15u >> 32) + static_cast<uint32_t>(eType);
     const char* lpszName = name;
     for (int i = 0; i < name.GetLength(); ++i)
@@ -70,7 +71,7 @@ uint32_t iniNodeIndex::hashOf(iniLineType eType, const chConstTextT<char>& name)
     return uHash != 0 ? uHash : 1;
 }
 
-uint32_t iniNodeIndex::hashOf(iniNode* pNode) const {
+uint32_t iniNodeIndex::hashOf(iniNode* pNode) {
     const iniObject* pObject = pNode->m_value;
     if (pNode->m_uHash == 0 && pObject != NULL)
         pNode->m_uHash = hashOf(pObject->type(), viewOf(pObject->key()));
@@ -107,8 +108,7 @@ void iniObjList::ClearObjList() {
 }
 
 iniObjList::iterator iniObjList::list_find_object(iniLineType eType, const phraseConstTextA& name) const {
-    uint32_t uHash = 0;
-    return findHashed(eType, name, uHash);
+    return findHashed(eType, name, hashOf(eType, name));
 }
 
 // Without memory for an index there is none, and the next look-up tries again.
@@ -128,8 +128,7 @@ bool iniObjList::findNode(iniLineType eType, const phraseConstTextA& name, uint3
     return size() > maxWalked && eType != iniLineComment && makeIndex() && m_pTable->find(eType, name, uHash, pFound);
 }
 
-iniObjList::iterator iniObjList::findHashed(iniLineType eType, const phraseConstTextA& name, uint32_t& uHash) const {
-    uHash = hashOf(eType, name);
+iniObjList::iterator iniObjList::findHashed(iniLineType eType, const phraseConstTextA& name, uint32_t uHash) const {
     iniNode* pNode = NULL;
     if (const_cast<iniObjList*>(this)->findNode(eType, name, uHash, pNode))
         return pNode != NULL ? iterator(pNode) : end();
@@ -145,6 +144,8 @@ void iniObjList::appendHashed(iniObject* pObject, const phraseConstTextA& name, 
     if (it != end() && pObject->key().GetLength() == name.GetLength())
         it.m_pThisNode->m_uHash = uHash;
 }
+
+const void* iniObjList::placeOfHash(uint32_t uHash) const { return m_pTable != NULL ? m_pTable->placeOf(uHash) : NULL; }
 
 BOOL iniObjList::list_erase_object(iniObject* pObject) {
     if (pObject == NULL || !erase_value(pObject))
@@ -189,7 +190,7 @@ iniKey* iniSection::FindKey(const phraseConstTextA& name) const {
 }
 
 iniKey* iniSection::GetKey(const phraseConstTextA& name) {
-    return getEntry<iniKey>(iniLineKey, name, [&name]() { return new iniKey(name); });
+    return getHashed<iniKey>(iniLineKey, name, hashOf(iniLineKey, name), [&name]() { return new iniKey(name); });
 }
 
 iniSection* iniDocument::FindSection(const phraseConstTextA& name) const {
@@ -197,7 +198,8 @@ iniSection* iniDocument::FindSection(const phraseConstTextA& name) const {
 }
 
 iniSection* iniDocument::GetSection(const phraseConstTextA& name) {
-    return getEntry<iniSection>(iniLineSection, name, [&name]() { return new iniSection(name); });
+    return getHashed<iniSection>(iniLineSection, name, hashOf(iniLineSection, name),
+                                 [&name]() { return new iniSection(name); });
 }
 
 const char* iniDocument::findValue(const phraseConstTextA& section, const phraseConstTextA& key) const {

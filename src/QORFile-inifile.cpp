@@ -121,40 +121,69 @@ public:
     // Takes the lines of a text in. There is a byte behind it that may be written.
     void takeText(char* lpszText, int nLength) {
         char* const lpszEnd = lpszText + nLength;
-        while (lpszText < lpszEnd) {
-            char* lpszNext = static_cast<char*>(memchr(lpszText, '\n', static_cast<size_t>(lpszEnd - lpszText)));
-            lpszNext = lpszNext != NULL ? lpszNext + 1 : lpszEnd;
-            const char chNext = *lpszNext;
-            *lpszNext = 0;
-            takeLine(lpszText, static_cast<int>(lpszNext - lpszText));
-            *lpszNext = chNext;
-            lpszText = lpszNext;
+        line arrLine[linesAhead];
+        int i = 0;
+        for (; lpszText < lpszEnd; i = (i + 1) % linesAhead) {
+            takeLine(arrLine[i]);
+            lpszText = readLine(lpszText, lpszEnd, arrLine[i]);
         }
+        for (int n = 0; n < linesAhead; ++n)
+            takeLine(arrLine[(i + n) % linesAhead]);
     }
 
 private:
-    void takeLine(const char* lpszLine, int nLength) {
+    // A line is read that many lines before it is taken in, and what the index will read for it fetched meanwhile: that
+    // of a large document does not fit into the processor's cache.
+    static constexpr int linesAhead = 4;
+
+    struct line {
+        const char* lpszText = NULL;
+        int nLength = 0;
+        iniLineType eType = iniLineInvalid;
         phraseConstTextA name, value;
-        switch (iniFile::ParseIniLineText(lpszLine, name, value)) {
+        uint32_t uHash = 0;
+    };
+
+    // Reads a line and returns the begin of the next.
+    char* readLine(char* lpszText, char* lpszEnd, line& vLine) {
+        char* lpszNext = static_cast<char*>(memchr(lpszText, '\n', static_cast<size_t>(lpszEnd - lpszText)));
+        lpszNext = lpszNext != NULL ? lpszNext + 1 : lpszEnd;
+        const char chNext = *lpszNext;
+        *lpszNext = 0;
+        vLine.lpszText = lpszText;
+        vLine.nLength = static_cast<int>(lpszNext - lpszText);
+        vLine.eType = iniFile::ParseIniLineText(lpszText, vLine.name, vLine.value);
+        *lpszNext = chNext;
+        if (vLine.eType == iniLineKey || vLine.eType == iniLineSection) {
+            vLine.uHash = iniObjList::hashOf(vLine.eType, vLine.name);
+            const iniObjList* const pList =
+                vLine.eType == iniLineKey && m_pSection != NULL ? static_cast<iniObjList*>(m_pSection) : &m_document;
+            __builtin_prefetch(pList->placeOfHash(vLine.uHash));
+        }
+        return lpszNext;
+    }
+
+    void takeLine(const line& vLine) {
+        switch (vLine.eType) {
             case iniLineComment:
             case iniLineEmpty:
-                takeComment(lpszLine, nLength);
+                takeComment(vLine);
                 break;
             case iniLineSection:
-                m_pList = m_pSection = getEntry<iniSection>(m_document, iniLineSection, name);
+                m_pList = m_pSection = getEntry<iniSection>(m_document, vLine);
                 break;
             case iniLineKey:
                 if (m_pSection != NULL)
-                    takeValue(getEntry<iniKey>(*m_pSection, iniLineKey, name), value);
+                    takeValue(getEntry<iniKey>(*m_pSection, vLine), vLine.value);
                 break;
             case iniLineInvalid:
                 break;
         }
     }
 
-    void takeComment(const char* lpszLine, int nLength) {
+    void takeComment(const line& vLine) {
         iniComment* const pComment = make<iniComment>("");
-        fillString(pComment->m_strText, m_memory, lpszLine, nLength);
+        fillString(pComment->m_strText, m_memory, vLine.lpszText, vLine.nLength);
         m_pList->push_back(pComment);
     }
 
@@ -168,10 +197,10 @@ private:
     }
 
     template <class Entry>
-    Entry* getEntry(iniObjList& list, iniLineType eType, const phraseConstTextA& name) {
-        return list.getEntry<Entry>(eType, name, [this, &name]() {
+    Entry* getEntry(iniObjList& list, const line& vLine) {
+        return list.getHashed<Entry>(vLine.eType, vLine.name, vLine.uHash, [this, &vLine]() {
             Entry* const pEntry = make<Entry>(phraseConstTextA());
-            fillString(pEntry->m_strKey, m_memory, name, name.GetLength());
+            fillString(pEntry->m_strKey, m_memory, vLine.name, vLine.name.GetLength());
             return pEntry;
         });
     }

@@ -13,7 +13,7 @@ constexpr int minBits = 6;  // of the number of slots
 
 }  // namespace
 
-iniNodeTable::~iniNodeTable() { free(m_aNode); }
+iniNodeTable::~iniNodeTable() { free(m_aSlot); }
 
 void iniNodeTable::wait(iniNode* pNode) {
     pNode->m_iWaiting = m_listWaiting.GetSize();
@@ -30,37 +30,34 @@ void iniNodeTable::endWait(iniNode* pNode) {
 }
 
 bool iniNodeTable::insert(iniNode* pNode) {
-    if (2 * m_uUsed >= m_uSlots && !grow())
+    if (4 * m_uUsed >= 3 * m_uSlots && !grow())
         return false;
-    put(pNode->m_uHash, pNode);
+    put({pNode, pNode->m_uHash});
     ++m_uUsed;
     return true;
 }
 
-void iniNodeTable::put(uint32_t uHash, iniNode* pNode) {
-    uint32_t i = homeOf(uHash);
-    while (m_aHash[i] != 0)
+void iniNodeTable::put(const slot& vSlot) {
+    uint32_t i = homeOf(vSlot.uHash);
+    while (m_aSlot[i].uHash != 0)
         i = behind(i);
-    m_aHash[i] = uHash;
-    m_aNode[i] = pNode;
+    m_aSlot[i] = vSlot;
 }
 
 bool iniNodeTable::grow() {
     const uint32_t uOld = m_uSlots;
     const uint32_t uNew = uOld == 0 ? 1u << minBits : 2 * uOld;
-    void* const pBlock = calloc(uNew, sizeof(*m_aNode) + sizeof(*m_aHash));
-    if (pBlock == NULL)
+    slot* const aNew = static_cast<slot*>(calloc(uNew, sizeof(slot)));
+    if (aNew == NULL)
         return false;
-    iniNode** const aOldNode = m_aNode;
-    uint32_t* const aOldHash = m_aHash;
-    m_aNode = static_cast<iniNode**>(pBlock);
-    m_aHash = reinterpret_cast<uint32_t*>(m_aNode + uNew);
+    slot* const aOld = m_aSlot;
+    m_aSlot = aNew;
     m_uSlots = uNew;
     m_nShift = uOld == 0 ? 32 - minBits : m_nShift - 1;
     for (uint32_t i = 0; i < uOld; ++i)
-        if (aOldHash[i] != 0)
-            put(aOldHash[i], aOldNode[i]);
-    free(aOldNode);
+        if (aOld[i].uHash != 0)
+            put(aOld[i]);
+    free(aOld);
     return true;
 }
 
@@ -68,8 +65,8 @@ void iniNodeTable::remove(iniNode* pNode) {
     if (pNode->m_iWaiting >= 0)
         endWait(pNode);
     else if (m_uSlots != 0)
-        for (uint32_t i = homeOf(pNode->m_uHash); m_aHash[i] != 0; i = behind(i))
-            if (m_aNode[i] == pNode) {
+        for (uint32_t i = homeOf(pNode->m_uHash); m_aSlot[i].uHash != 0; i = behind(i))
+            if (m_aSlot[i].pNode == pNode) {
                 takeOut(i);
                 break;
             }
@@ -77,16 +74,15 @@ void iniNodeTable::remove(iniNode* pNode) {
 
 // Closes the gap: what stands behind moves up, unless its home does not lie in front of the hole.
 void iniNodeTable::takeOut(uint32_t iHole) {
-    for (uint32_t i = behind(iHole); m_aHash[i] != 0; i = behind(i)) {
-        const uint32_t uFromHome = (i - homeOf(m_aHash[i])) & (m_uSlots - 1);
+    for (uint32_t i = behind(iHole); m_aSlot[i].uHash != 0; i = behind(i)) {
+        const uint32_t uFromHome = (i - homeOf(m_aSlot[i].uHash)) & (m_uSlots - 1);
         const uint32_t uFromHole = (i - iHole) & (m_uSlots - 1);
         if (uFromHome < uFromHole)
             continue;
-        m_aHash[iHole] = m_aHash[i];
-        m_aNode[iHole] = m_aNode[i];
+        m_aSlot[iHole] = m_aSlot[i];
         iHole = i;
     }
-    m_aHash[iHole] = 0;
+    m_aSlot[iHole].uHash = 0;
     --m_uUsed;
 }
 
@@ -94,12 +90,12 @@ bool iniNodeTable::find(iniLineType eType, const phraseConstTextA& name, uint32_
     pFound = NULL;
     if (m_uSlots == 0)
         return true;
-    for (uint32_t i = homeOf(uHash); m_aHash[i] != 0; i = behind(i)) {
-        if (m_aHash[i] != uHash || !isEntry(m_aNode[i]->m_value, eType, name))
+    for (uint32_t i = homeOf(uHash); m_aSlot[i].uHash != 0; i = behind(i)) {
+        if (m_aSlot[i].uHash != uHash || !isEntry(m_aSlot[i].pNode->m_value, eType, name))
             continue;
         if (pFound != NULL)
             return false;
-        pFound = m_aNode[i];
+        pFound = m_aSlot[i].pNode;
     }
     return true;
 }

@@ -32,20 +32,26 @@ public:
     bool insert(iniNode* pNode);
     // Forgets an element, wherever it is. Its object may be gone.
     void remove(iniNode* pNode);
+    // Where find() and insert() of a hash begin to read.
+    const void* placeOf(uint32_t uHash) const { return m_uSlots != 0 ? m_aSlot + homeOf(uHash) : NULL; }
     // False: there are several of that type and name; true: pFound is the only one, or null.
     bool find(iniLineType eType, const phraseConstTextA& name, uint32_t uHash, iniNode*& pFound) const;
 
 private:
+    struct slot {
+        iniNode* pNode;
+        uint32_t uHash;  // 0: the slot is free
+    };
+
     // By the upper bits, so that growing goes through both tables from begin to end.
     uint32_t homeOf(uint32_t uHash) const { return uHash >> m_nShift; }
     uint32_t behind(uint32_t i) const { return (i + 1) & (m_uSlots - 1); }
     bool grow();
-    void put(uint32_t uHash, iniNode* pNode);
+    void put(const slot& vSlot);
     void takeOut(uint32_t iHole);
 
-    iniNode** m_aNode = NULL;
-    uint32_t* m_aHash = NULL;  // behind the elements, in the same block; 0: the slot is free
-    uint32_t m_uSlots = 0;     // a power of two
+    slot* m_aSlot = NULL;
+    uint32_t m_uSlots = 0;  // a power of two
     uint32_t m_uUsed = 0;
     int m_nShift = 32;
     QOR_ArrayHelper::chObjArray<iniNode*, false, 64> m_listWaiting;

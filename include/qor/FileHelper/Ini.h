@@ -58,6 +58,11 @@ public:
     virtual ~iniObject() {}
     /// Frees an entry that was made by new or read from a file.
     static void operator delete(void* p);
+    static void operator delete(void*, void*) {}
+    static void operator delete(void* p, const std::nothrow_t&) { operator delete(p); }
+    static void* operator new(size_t nSize) { return ::operator new(nSize); }
+    static void* operator new(size_t nSize, const std::nothrow_t& r) noexcept { return ::operator new(nSize, r); }
+    static void* operator new(size_t, void* p) noexcept { return p; }
 
     /// What the entry is.
     iniLineType type() const { return m_eType; }
@@ -132,10 +137,10 @@ public:
     void ReturnNode(iniNode* pNode);
 
 protected:
-    /// The hash of a type and name, never 0. It differs from list to list.
-    uint32_t hashOf(iniLineType eType, const QOR_StringHelper::chConstTextT<char>& name) const;
+    /// The hash of a type and name, never 0. It differs from process to process.
+    static uint32_t hashOf(iniLineType eType, const QOR_StringHelper::chConstTextT<char>& name);
     /// The hash of an element; 0 while it has no object.
-    uint32_t hashOf(iniNode* pNode) const;
+    static uint32_t hashOf(iniNode* pNode);
     /// Frees the index, until the next look-up in a long list.
     void dropIndex();
     /// Takes in what was inserted since the last look-up; whether there is memory for it.
@@ -167,14 +172,14 @@ protected:
     /// Looks an element up in the index, by its hash too. False: it cannot say, walk the list; true: pFound is the only
     /// one, or null.
     bool findNode(iniLineType eType, const phraseConstTextA& name, uint32_t uHash, iniNode*& pFound);
-    /// The place of the first entry of a type and name, or end(), and the hash of those.
-    iterator findHashed(iniLineType eType, const phraseConstTextA& name, uint32_t& uHash) const;
+    /// The place of the first entry of a type and name, whose hash is known, or end().
+    iterator findHashed(iniLineType eType, const phraseConstTextA& name, uint32_t uHash) const;
     /// Appends an entry that was made for a name whose hash is known.
     void appendHashed(iniObject* pObject, const phraseConstTextA& name, uint32_t uHash);
-    /// The first entry of a type and name; when there is none, fnMake() makes it, and it is appended.
+    /// The first entry of a type and name, whose hash is known; when there is none, fnMake() makes it, and it is
+    /// appended.
     template <class Entry, class Make>
-    Entry* getEntry(iniLineType eType, const phraseConstTextA& name, Make fnMake) {
-        uint32_t uHash = 0;
+    Entry* getHashed(iniLineType eType, const phraseConstTextA& name, uint32_t uHash, Make fnMake) {
         const iterator it = findHashed(eType, name, uHash);
         if (it != end())
             return static_cast<Entry*>(*it);
@@ -182,6 +187,8 @@ protected:
         appendHashed(pEntry, name, uHash);
         return pEntry;
     }
+    /// What a look-up by that hash reads first, if there is an index.
+    const void* placeOfHash(uint32_t uHash) const;
 
 private:
     friend class iniLoader;
