@@ -1,4 +1,4 @@
-// The entries of INI documents, and the index over their names.
+// Lists of INI entries, sections and documents: look-ups by name, and what they find.
 //
 // Lists of few elements have no index, and are walked, comparing hashes first; where two elements have one name, the
 // list's order decides, by a walk. The index never follows the object of an element that it drops: that may be gone.
@@ -9,20 +9,16 @@
 #include <new>
 
 #include "internal/byte_string.h"
-#include "internal/dense_alloc.h"
 #include "internal/ini_table.h"
 #include "qor/StringHelper/Convert.h"
 
 using namespace QOR_StringHelper;
-using QOR_AllocHelper::denseAlloc;
 
 namespace QOR_FileHelper {
 
 namespace {
 
-typedef chReferenceStringT<char> refString;
-
-constexpr int maxWalked = 32;  // a list up to this long is walked
+constexpr int maxWalked = 32;  // a list up to this long is walked: as fast as a table, and needs none
 
 // A hexadecimal number as "%x" reads it where a long has 32 bits: what is too large has all bits set.
 bool readHex(const char* lpszText, int& nValue) {
@@ -33,12 +29,6 @@ bool readHex(const char* lpszText, int& nValue) {
     const bool bTooLarge = nRead > UINT32_MAX || nRead < -static_cast<long long>(UINT32_MAX);
     nValue = bTooLarge ? -1 : static_cast<int>(static_cast<uint32_t>(nRead));
     return true;
-}
-
-// Callers chain look-ups, so an object may be null, whatever the compiler thinks of it.
-bool isNullObject(const void* p) {
-    const void* volatile pAny = p;
-    return pAny == NULL;
 }
 
 }  // namespace
@@ -61,7 +51,7 @@ void iniNodeIndex::ReturnNode(iniNode* pNode) {
 // Starts from an address, which is another in every process, so that no file can be made to give all its names one
 // hash.
 uint32_t iniNodeIndex::hashOf(iniLineType eType, const chConstTextT<char>& name) {
-    const uint64_t uAddress = reinterpret_cast<uintptr_t>(&isNullObject);
+    const uint64_t uAddress = reinterpret_cast<uintptr_t>(&readHex);
     uint32_t uHash = static_cast<uint32_t>(uAddress * 0x9E3779B97F4A7C15u >> 32) + static_cast<uint32_t>(eType);
     const char* lpszName = name;
     for (int i = 0; i < name.GetLength(); ++i)
@@ -157,30 +147,6 @@ BOOL iniObjList::list_erase_object(iniObject* pObject) {
 iniObject* iniObjList::FindObject(iniLineType eType, const phraseConstTextA& name) const {
     const iterator it = list_find_object(eType, name);
     return it != end() ? *it : NULL;
-}
-
-// ---- entries
-
-void iniObject::operator delete(void* p) {
-    if (denseAlloc::owns(p))
-        denseAlloc::free(p);
-    else
-        ::operator delete(p);
-}
-
-const char* iniKey::value() const { return isNullObject(this) ? NULL : static_cast<const char*>(m_strValue); }
-
-refString iniKey::GetValue(const char* lpszDefault) const {
-    return refString(isNullObject(this) ? lpszDefault : static_cast<const char*>(m_strValue));
-}
-
-BOOL iniKey::SetValue(const phraseConstTextA& text) {
-    const BOOL bWasFresh = m_bFresh;
-    m_bFresh = 0;
-    if (stringSame(m_strValue, text))
-        return bWasFresh;
-    m_strValue = text;
-    return 1;
 }
 
 // ---- sections and documents

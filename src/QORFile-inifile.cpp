@@ -19,8 +19,6 @@ namespace QOR_FileHelper {
 
 namespace {
 
-typedef chConstTextT<char> constText;
-
 // Whether what an entry writes ends without a line feed: the last line of a file, if it is a comment.
 bool endsOpen(iniObject* pObject) {
     if (pObject->type() == iniLineSection) {
@@ -113,7 +111,7 @@ iniLineType iniFile::ParseIniLineText(const char* lpszLineText, phraseConstTextA
 }
 
 // Reads a text into an empty document. The entries that it makes, and their strings, lie side by side in the order in
-// which they are read, and later written, and each goes on its own.
+// which they are read, and later written: one block of the heap for each would take twice the memory and the time.
 class iniLoader {
 public:
     explicit iniLoader(iniDocument& document) : m_document(document), m_pList(&document) {}
@@ -154,13 +152,17 @@ private:
         vLine.nLength = static_cast<int>(lpszNext - lpszText);
         vLine.eType = iniFile::ParseIniLineText(lpszText, vLine.name, vLine.value);
         *lpszNext = chNext;
-        if (vLine.eType == iniLineKey || vLine.eType == iniLineSection) {
-            vLine.uHash = iniObjList::hashOf(vLine.eType, vLine.name);
-            const iniObjList* const pList =
-                vLine.eType == iniLineKey && m_pSection != NULL ? static_cast<iniObjList*>(m_pSection) : &m_document;
-            __builtin_prefetch(pList->placeOfHash(vLine.uHash));
-        }
+        if (vLine.eType == iniLineSection)
+            prepareLookUp(m_document, vLine);
+        else if (vLine.eType == iniLineKey)
+            prepareLookUp(*m_pList, vLine);
         return lpszNext;
+    }
+
+    // Most often the list is the one in which the line will be looked up; otherwise what is fetched is not needed.
+    static void prepareLookUp(const iniObjList& list, line& vLine) {
+        vLine.uHash = iniObjList::hashOf(vLine.eType, vLine.name);
+        __builtin_prefetch(list.placeOfHash(vLine.uHash));
     }
 
     void takeLine(const line& vLine) {
@@ -182,7 +184,7 @@ private:
     }
 
     void takeComment(const line& vLine) {
-        iniComment* const pComment = make<iniComment>("");
+        iniComment* const pComment = make<iniComment>(nullptr);
         fillString(pComment->m_strText, m_memory, vLine.lpszText, vLine.nLength);
         m_pList->push_back(pComment);
     }

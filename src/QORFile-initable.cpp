@@ -16,8 +16,11 @@ constexpr int minBits = 6;  // of the number of slots
 iniNodeTable::~iniNodeTable() { free(m_aSlot); }
 
 void iniNodeTable::wait(iniNode* pNode) {
-    pNode->m_iWaiting = m_listWaiting.GetSize();
+    const int nCount = m_listWaiting.GetSize();
+    if (nCount == m_listWaiting.GetAllocCount() && nCount > 0)
+        m_listWaiting.Alloc(2 * nCount);
     m_listWaiting.Add(pNode);
+    pNode->m_iWaiting = nCount;
 }
 
 void iniNodeTable::endWait(iniNode* pNode) {
@@ -30,6 +33,7 @@ void iniNodeTable::endWait(iniNode* pNode) {
 }
 
 bool iniNodeTable::insert(iniNode* pNode) {
+    // Up to three quarters, so that the next free slot is near.
     if (4 * m_uUsed >= 3 * m_uSlots && !grow())
         return false;
     put({pNode, pNode->m_uHash});

@@ -13,9 +13,6 @@ namespace QOR_FileHelper {
 
 namespace {
 
-typedef chConstTextT<char> constText;
-typedef chReferenceStringT<char> refString;
-
 // The phrase in a text; names the text when there was something to cut.
 constText phraseOf(const constText& text) {
     const char* const lpszText = text;

@@ -16,8 +16,6 @@ namespace QOR_FileHelper {
 
 namespace {
 
-typedef chConstTextT<char> constText;
-
 const char* find(const char* lpsz, const char* lpszEnd, char ch) {
     return static_cast<const char*>(memchr(lpsz, ch, static_cast<size_t>(lpszEnd - lpsz)));
 }

@@ -18,9 +18,6 @@ namespace QOR_FileHelper {
 
 namespace {
 
-typedef chConstTextT<char> constText;
-typedef chReferenceStringT<char> refString;
-
 // Whether one of the word's bytes is 0; sometimes also true when none is.
 bool hasZero(size_t nWord) {
     constexpr size_t ones = static_cast<size_t>(-1) / 255;

@@ -10,17 +10,19 @@
 
 namespace QOR_FileHelper {
 
+typedef QOR_StringHelper::chConstTextT<char> constText;
+typedef QOR_StringHelper::chReferenceStringT<char> refString;
+
 // Puts nLength bytes, of whatever value, into an empty string.
-inline void fillString(QOR_StringHelper::chReferenceStringT<char>& str, const char* lpszText, int nLength) {
+inline void fillString(refString& str, const char* lpszText, int nLength) {
     if (nLength <= 0)
         return;
     memcpy(str.GetBuffer(nLength), lpszText, static_cast<size_t>(nLength));
     str.getStringData()->m_nDataLength = nLength;
 }
 
-// The same, in memory beside that of others.
-inline void fillString(QOR_StringHelper::chReferenceStringT<char>& str, QOR_AllocHelper::denseAlloc& memory,
-                       const char* lpszText, int nLength) {
+// The same, in a block beside those that were made before.
+inline void fillString(refString& str, QOR_AllocHelper::denseAlloc& memory, const char* lpszText, int nLength) {
     using namespace QOR_StringHelper;
     if (nLength <= 0)
         return;
@@ -35,9 +37,7 @@ inline void fillString(QOR_StringHelper::chReferenceStringT<char>& str, QOR_Allo
 }
 
 // All of a string.
-inline QOR_StringHelper::chConstTextT<char> viewOf(const QOR_StringHelper::chReferenceStringT<char>& str) {
-    return QOR_StringHelper::chConstTextT<char>(str, str.GetLength());
-}
+inline constText viewOf(const refString& str) { return constText(str, str.GetLength()); }
 
 // The first place that is no white space, or the end.
 inline const char* skipWhiteSpace(const char* lpsz, const char* lpszEnd) {
@@ -47,11 +47,11 @@ inline const char* skipWhiteSpace(const char* lpsz, const char* lpszEnd) {
 }
 
 // What is between two places, without the white space around it.
-inline QOR_StringHelper::chConstTextT<char> trimmed(const char* lpszBegin, const char* lpszEnd) {
+inline constText trimmed(const char* lpszBegin, const char* lpszEnd) {
     lpszBegin = skipWhiteSpace(lpszBegin, lpszEnd);
     while (lpszEnd > lpszBegin && QOR_StringHelper::chIsWhiteSpace(lpszEnd[-1]))
         --lpszEnd;
-    return QOR_StringHelper::chConstTextT<char>(lpszBegin, static_cast<int>(lpszEnd - lpszBegin));
+    return constText(lpszBegin, static_cast<int>(lpszEnd - lpszBegin));
 }
 
 }  // namespace QOR_FileHelper

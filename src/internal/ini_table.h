@@ -1,4 +1,4 @@
-// The index of a long list of INI entries: a table of the hashes of their names, and of the elements beside them.
+// The index of a long list of INI entries: a table of the hashes of their names, with the elements beside them.
 #ifndef QOR_INTERNAL_INI_TABLE_H
 #define QOR_INTERNAL_INI_TABLE_H
 
@@ -12,8 +12,8 @@ inline bool isEntry(const iniObject* pObject, iniLineType eType, const phraseCon
     return pObject != NULL && pObject->type() == eType && stringSameNC(pObject->key(), name);
 }
 
-// An element waits until its object is there and has a hash, then it stands in the table; comments do neither. A
-// look-up that finds nothing reads hashes only, which are words side by side, and no element.
+// An element waits until a look-up finds its object there; then it stands in the table, unless it is a comment. A
+// look-up that finds nothing reads slots side by side, and no element.
 class iniNodeTable {
 public:
     iniNodeTable() {}

@@ -24,10 +24,13 @@
 ///     file.SaveToFile(NULL);
 /// @endcode
 ///
-/// Names are looked up by an index, so that a document of n lines is read in a time proportional to n. A document is
-/// used by one thread at a time, also for reading. Read on in Xml.h.
+/// Names are looked up by an index, so that a document of n lines is read in a time proportional to n. What is read
+/// from a file lies in pages of many entries: one that is taken out of the document, or a copy of a text, keeps its
+/// page. A document is used by one thread at a time, also for reading. Read on in Xml.h.
 #ifndef QOR_FILEHELPER_INI_H
 #define QOR_FILEHELPER_INI_H
+
+#include <new>
 
 #include "qor/FileHelper/Phrase.h"
 #include "qor/ListHelper.h"
@@ -56,13 +59,19 @@ public:
     /// Writes the entry to an open file; whether all was written.
     virtual BOOL exportObject(chFileStdio& file) = 0;
     virtual ~iniObject() {}
-    /// Frees an entry that was made by new or read from a file.
-    static void operator delete(void* p);
-    static void operator delete(void*, void*) {}
-    static void operator delete(void* p, const std::nothrow_t&) { operator delete(p); }
-    static void* operator new(size_t nSize) { return ::operator new(nSize); }
-    static void* operator new(size_t nSize, const std::nothrow_t& r) noexcept { return ::operator new(nSize, r); }
+
+    /// Entries of a program are made on the heap.
+    static void* operator new(size_t nSize);
+    /// The same; null without memory.
+    static void* operator new(size_t nSize, const std::nothrow_t& r) noexcept;
+    /// In memory that somebody else owns.
     static void* operator new(size_t, void* p) noexcept { return p; }
+    /// Frees an entry, of the heap or read from a file.
+    static void operator delete(void* p);
+    /// The same.
+    static void operator delete(void* p, const std::nothrow_t&) { operator delete(p); }
+    /// Leaves the memory to its owner.
+    static void operator delete(void*, void*) {}
 
     /// What the entry is.
     iniLineType type() const { return m_eType; }
