@@ -23,8 +23,8 @@ public:
     denseAlloc(const denseAlloc&) = delete;
     denseAlloc& operator=(const denseAlloc&) = delete;
 
-    // A block with undefined content, aligned like a pointer. Null: it is too large to stand among others, or there is
-    // no memory.
+    // A block with undefined content, aligned like a pointer; it is not resized. Null: it is too large to begin a page
+    // with, or there is no memory.
     void* alloc(size_t nSize) {
         nSize = (nSize + grain - 1) / grain * grain;
         if (nSize > m_nLeft && !enterPage(nSize))

@@ -8,6 +8,8 @@
 #include <fstream>
 #include <random>
 #include <sstream>
+#include <thread>
+#include <vector>
 
 #include "qor/FileHelper/File.h"
 #include "qor/FileHelper/Ini.h"
@@ -15,6 +17,7 @@
 #include "support/filelimit.h"
 
 using namespace QOR_FileHelper;
+using namespace QOR_StringHelper;
 using qorTest::putFile;
 
 namespace {
@@ -169,6 +172,97 @@ TEST_F(IniLoad, NothingIsGluedToALastCommentWithoutLineFeed) {
     file.SetTextValue("a", "k", "v");
     file.SaveToFile(NULL);
     EXPECT_EQ("[ a ]\n; last\nk = v\n", get(s_strName));
+}
+
+TEST_F(IniLoad, NamesValuesAndCommentsMayHaveAnyLength) {
+    std::string strText = "[ s ]\n";
+    for (size_t n = 1; n < 1100; n += n < 100 ? 1 : 50)
+        strText += "; " + std::string(n, 'c') + "\n" + std::string(n, 'k') + " = " + std::string(n - 1, 'v') + "\n";
+    EXPECT_EQ(strText, savedAgain(strText));
+    const std::string strSections = "[ " + std::string(5000, 's') + " ]\n[ t ]\n";
+    EXPECT_EQ(strSections, savedAgain(strSections));
+}
+
+TEST_F(IniLoad, ManyRepeatedKeysAndSectionsAreMergedInTheirOrder) {
+    std::string strText, strExpected;
+    for (int n = 0; n < 2; ++n)
+        for (int i = 0; i < 100; ++i) {
+            strText += "[s" + std::to_string(i) + "]\n";
+            for (int k = 0; k < 50; ++k)
+                strText += (n == 0 ? "key" : "KEY") + std::to_string(k) + "=" + std::to_string(100 * n + k) + "\n";
+        }
+    for (int i = 0; i < 100; ++i) {
+        strExpected += "[ s" + std::to_string(i) + " ]\n";
+        for (int k = 0; k < 50; ++k)
+            strExpected += "key" + std::to_string(k) + " = " + std::to_string(100 + k) + "\n";
+    }
+    EXPECT_EQ(strExpected, savedAgain(strText));
+}
+
+TEST_F(IniLoad, WhatWasReadIsChangedAndErasedLikeWhatWasMade) {
+    std::string strText = "[ s ]\n";
+    for (int i = 0; i < 200; ++i)
+        strText += "k" + std::to_string(i) + " = value\n";
+    putFile(s_strName, strText);
+    iniFile file(s_strName.c_str());
+    iniSection& section = *file.FindSection("s");
+    EXPECT_EQ(0, section.FindKey("k7")->SetValue("value"));
+    EXPECT_EQ(1, section.FindKey("k7")->SetValue("short"));
+    EXPECT_EQ(1, section.FindKey("k8")->SetValue("a value that is longer than what was read"));
+    EXPECT_EQ(1, section.list_erase_object(section.FindKey("k9")));
+    EXPECT_STREQ("value", section.FindKey("k6")->value());
+    EXPECT_STREQ("short", section.FindKey("k7")->value());
+    EXPECT_STREQ("a value that is longer than what was read", section.FindKey("k8")->value());
+    EXPECT_EQ(nullptr, section.FindKey("k9"));
+    EXPECT_STREQ("value", section.FindKey("k10")->value());
+    EXPECT_EQ(199, section.size());
+}
+
+TEST_F(IniLoad, WhatIsTakenOutOfADocumentOutlivesIt) {
+    putFile(s_strName, "[ s ]\n; a comment\nname = value\n");
+    iniObject* pKey = nullptr;
+    phraseStringA strName;
+    chReferenceStringT<char> strComment;
+    {
+        iniFile file(s_strName.c_str());
+        iniSection& section = *file.FindSection("s");
+        strName = section.key();
+        strComment = static_cast<iniComment*>(section.front())->text();
+        pKey = section.FindKey("name");
+        section.erase_value(pKey);
+        EXPECT_EQ(1, section.size());
+    }
+    EXPECT_STREQ("s", strName);
+    EXPECT_STREQ("; a comment\n", strComment);
+    EXPECT_STREQ("name", pKey->key());
+    EXPECT_STREQ("value", static_cast<iniKey*>(pKey)->value());
+    iniSection other("other");
+    other.push_back(pKey);
+    EXPECT_EQ(pKey, other.FindKey("name"));
+}
+
+TEST_F(IniLoad, ThreadsDeleteTheirPartsOfADocumentAtOnce) {
+    std::string strText = "[ s ]\n";
+    for (int i = 0; i < 2000; ++i)
+        strText += "k" + std::to_string(i) + " = value\n";
+    putFile(s_strName, strText);
+    iniFile file(s_strName.c_str());
+    iniSection& section = *file.FindSection("s");
+    std::vector<iniObject*> arrPart[2];
+    for (int i = 0; !section.empty(); ++i) {
+        arrPart[i % 2].push_back(section.front());
+        section.pop_front();
+    }
+    std::vector<std::thread> listThread;
+    for (const std::vector<iniObject*>& part : arrPart)
+        listThread.emplace_back([&part]() {
+            for (iniObject* pObject : part)
+                delete pObject;
+        });
+    for (std::thread& thread : listThread)
+        thread.join();
+    EXPECT_EQ(0, section.size());
+    EXPECT_EQ(2000u, arrPart[0].size() + arrPart[1].size());
 }
 
 TEST_F(IniLoad, AValueMayHoldSignsThatMeanSomethingElsewhere) {

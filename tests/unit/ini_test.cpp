@@ -1,6 +1,7 @@
 // INI documents in memory: telling lines, entries, look-ups by name, values.
 #include "qor/FileHelper/Ini.h"
 
+#include <algorithm>
 #include <functional>
 #include <random>
 #include <vector>
@@ -293,11 +294,23 @@ TEST(IniObjList, LeavesAloneWhatIsNotItsOwn) {
     EXPECT_EQ(1, countedObject::s_nAlive);
 }
 
+TEST(IniObjList, EntriesLieWhereTheirMakerWants) {
+    iniObject* pObject = new (std::nothrow) countedObject("a");
+    EXPECT_EQ(1, countedObject::s_nAlive);
+    delete pObject;
+    alignas(countedObject) char aRoom[sizeof(countedObject)];
+    countedObject* const pPlaced = new (aRoom) countedObject("b");
+    EXPECT_EQ(static_cast<void*>(aRoom), pPlaced);
+    EXPECT_STREQ("b", pPlaced->key());
+    pPlaced->~countedObject();
+    EXPECT_EQ(0, countedObject::s_nAlive);
+}
+
 TEST(IniObjList, AnEmptyListWritesNothing) { EXPECT_EQ("", exportedList(iniObjList())); }
 
 TEST(IniObjList, AnElementFilledAfterALookUpIsFound) {
     iniObjList list;
-    for (int i = 0; i < 30; ++i)
+    for (int i = 0; i < 100; ++i)
         list.push_back(new iniKey(std::to_string(i).c_str()));
     iniObject*& pLate = list.alloc_push_back();
     EXPECT_EQ(nullptr, list.FindObject(iniLineKey, "late"));
@@ -530,6 +543,7 @@ struct openList : iniObjList {
     using iniObjList::findHashed;
     using iniObjList::findNode;
     using iniObjList::hashOf;
+    using iniObjList::placeOfHash;
 };
 
 TEST(IniIndex, AHashIsThatOfTypeAndNameWithoutCase) {
@@ -539,8 +553,7 @@ TEST(IniIndex, AHashIsThatOfTypeAndNameWithoutCase) {
     EXPECT_EQ(uHash, list.hashOf(iniLineKey, "NAME"));
     EXPECT_NE(uHash, list.hashOf(iniLineSection, "name"));
     EXPECT_NE(uHash, list.hashOf(iniLineKey, "nam"));
-    openList listOther;
-    EXPECT_NE(uHash, listOther.hashOf(iniLineKey, "name"));
+    EXPECT_NE(uHash, list.hashOf(iniLineKey, "eman"));
 }
 
 TEST(IniIndex, AnElementHasNoHashBeforeItsObjectAndThenKeepsIt) {
@@ -548,18 +561,63 @@ TEST(IniIndex, AnElementHasNoHashBeforeItsObjectAndThenKeepsIt) {
     iniNode* const pNode = list.BorrowNode();
     EXPECT_EQ(nullptr, pNode->m_value);
     EXPECT_EQ(0u, pNode->m_uHash);
-    EXPECT_NE(nullptr, pNode->m_ppThis);
-    EXPECT_EQ(pNode, *pNode->m_ppThis);
     EXPECT_EQ(0u, list.hashOf(pNode));
     iniKey key("name");
     pNode->m_value = &key;
     EXPECT_EQ(list.hashOf(iniLineKey, "Name"), list.hashOf(pNode));
     EXPECT_EQ(pNode->m_uHash, list.hashOf(pNode));
-    iniNode* const pSecond = list.BorrowNode();
-    EXPECT_EQ(pNode, pSecond->m_pNext);
     list.ReturnNode(pNode);
-    EXPECT_EQ(nullptr, pSecond->m_pNext);
-    list.ReturnNode(pSecond);
+}
+
+// A list of that many keys, "k0" and so on.
+void fill(iniObjList& list, int nCount) {
+    for (int i = 0; i < nCount; ++i)
+        list.push_back(new iniKey(("k" + std::to_string(i)).c_str()));
+}
+
+TEST(IniIndex, WhatIsInsertedWaitsForTheNextLookUp) {
+    openList list;
+    fill(list, 100);
+    iniNode* const pNode = (list.begin() + 50).m_pThisNode;
+    EXPECT_EQ(-1, pNode->m_iWaiting);
+    EXPECT_EQ(nullptr, list.placeOfHash(1));
+    EXPECT_EQ(nullptr, list.FindObject(iniLineKey, "none"));
+    EXPECT_NE(nullptr, list.placeOfHash(1));
+    EXPECT_EQ(-1, pNode->m_iWaiting);
+    fill(list, 3);
+    EXPECT_EQ(0, (list.begin() + 100).m_pThisNode->m_iWaiting);
+    EXPECT_EQ(2, list.tail().m_pThisNode->m_iWaiting);
+    list.list_erase_object(*(list.begin() + 100));
+    EXPECT_EQ(0, list.tail().m_pThisNode->m_iWaiting);
+    list.push_back(new iniComment("; c\n"));
+    list.FindObject(iniLineKey, "none");
+    for (iniObjList::iterator it = list.begin(); it != list.end(); ++it)
+        EXPECT_EQ(-1, it.m_pThisNode->m_iWaiting);
+    list.ClearObjList();
+    EXPECT_EQ(nullptr, list.placeOfHash(1));
+}
+
+TEST(IniIndex, ErasingLeavesTheOthersToBeFound) {
+    openList list;
+    const int nCount = 5000;
+    fill(list, nCount);
+    std::vector<int> listErase(nCount);
+    for (int i = 0; i < nCount; ++i)
+        listErase[static_cast<size_t>(i)] = i;
+    std::shuffle(listErase.begin(), listErase.end(), std::mt19937(7));
+    listErase.resize(nCount / 2);
+    std::vector<bool> listGone(nCount);
+    for (const int i : listErase) {
+        const iniObjList::iterator it = list.list_find_object(iniLineKey, ("K" + std::to_string(i)).c_str());
+        ASSERT_NE(list.end(), it) << i;
+        delete *it;
+        list.erase(it);
+        listGone[static_cast<size_t>(i)] = true;
+    }
+    for (int i = 0; i < nCount; ++i)
+        ASSERT_EQ(listGone[static_cast<size_t>(i)],
+                  list.FindObject(iniLineKey, ("k" + std::to_string(i)).c_str()) == nullptr)
+            << i;
 }
 
 TEST(IniIndex, AShortListIsWalkedAndALongOneLookedUp) {
@@ -580,17 +638,14 @@ TEST(IniIndex, AShortListIsWalkedAndALongOneLookedUp) {
     EXPECT_FALSE(list.findNode(iniLineKey, "k7", list.hashOf(iniLineKey, "k7"), pFound));
 }
 
-TEST(IniIndex, ALookUpGivesTheHashWithWhichTheNameIsAppended) {
+TEST(IniIndex, ANameIsLookedUpAndAppendedByItsHash) {
     openList list;
-    uint32_t uHash = 0;
+    const uint32_t uHash = list.hashOf(iniLineKey, "new");
     EXPECT_EQ(list.end(), list.findHashed(iniLineKey, "new", uHash));
-    EXPECT_EQ(list.hashOf(iniLineKey, "new"), uHash);
     iniKey* const pKey = new iniKey("new");
     list.appendHashed(pKey, "new", uHash);
     EXPECT_EQ(uHash, list.begin().m_pThisNode->m_uHash);
-    uint32_t uAgain = 0;
-    EXPECT_EQ(list.begin(), list.findHashed(iniLineKey, "NEW", uAgain));
-    EXPECT_EQ(uHash, uAgain);
+    EXPECT_EQ(list.begin(), list.findHashed(iniLineKey, "NEW", uHash));
     EXPECT_EQ(pKey, list.FindObject(iniLineKey, "new"));
 }
 

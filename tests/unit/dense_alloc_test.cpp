@@ -1,0 +1,184 @@
+// Blocks side by side, and strings in them.
+#include "internal/dense_alloc.h"
+
+#include <algorithm>
+#include <random>
+#include <thread>
+#include <vector>
+
+#include "internal/byte_string.h"
+
+using namespace QOR_FileHelper;
+using QOR_AllocHelper::denseAlloc;
+using QOR_StringHelper::chStringDataT;
+
+namespace {
+
+// Whether a block still holds what mark() wrote.
+void mark(void* p, size_t nSize, int nMark) { memset(p, nMark, nSize); }
+
+bool isMarked(const void* p, size_t nSize, int nMark) {
+    const unsigned char* const pByte = static_cast<const unsigned char*>(p);
+    return std::all_of(pByte, pByte + nSize, [nMark](unsigned char ch) { return ch == nMark; });
+}
+
+TEST(DenseAlloc, ABlockOfTheHeapIsNone) {
+    for (size_t nSize = 1; nSize < 100; ++nSize) {
+        void* const p = malloc(nSize);
+        EXPECT_FALSE(denseAlloc::owns(p));
+        free(p);
+    }
+    EXPECT_FALSE(denseAlloc::owns(nullptr));
+}
+
+TEST(DenseAlloc, BlocksOfOnePageStandInARow) {
+    denseAlloc memory;
+    char* const pFirst = static_cast<char*>(memory.alloc(1));
+    char* const pSecond = static_cast<char*>(memory.alloc(2 * sizeof(void*)));
+    char* const pThird = static_cast<char*>(memory.alloc(2 * sizeof(void*) + 1));
+    char* const pFourth = static_cast<char*>(memory.alloc(1));
+    EXPECT_EQ(pFirst + 2 * sizeof(void*), pSecond);
+    EXPECT_EQ(pSecond + 2 * sizeof(void*), pThird);
+    EXPECT_EQ(pThird + 4 * sizeof(void*), pFourth);
+    for (char* p : {pFirst, pSecond, pThird, pFourth}) {
+        EXPECT_TRUE(denseAlloc::owns(p));
+        EXPECT_EQ(0u, reinterpret_cast<uintptr_t>(p) % sizeof(void*));
+        denseAlloc::free(p);
+    }
+}
+
+TEST(DenseAlloc, WhatIsTooLargeIsLeftToTheHeap) {
+    denseAlloc memory;
+    EXPECT_EQ(nullptr, memory.alloc(1025));
+    EXPECT_EQ(nullptr, memory.alloc(SIZE_MAX / 2));
+    void* const p = memory.alloc(1024);
+    ASSERT_NE(nullptr, p);
+    mark(p, 1024, 1);
+    EXPECT_EQ(nullptr, memory.alloc(4096));
+    EXPECT_TRUE(isMarked(p, 1024, 1));
+    denseAlloc::free(p);
+}
+
+TEST(DenseAlloc, BlocksKeepWhatIsTheirsInWhateverOrderTheyGo) {
+    std::mt19937 random(1);
+    denseAlloc memory;
+    std::vector<std::pair<void*, size_t>> listBlock;
+    for (int i = 0; i < 20000; ++i) {
+        const size_t nSize = 1 + random() % (random() % 20 == 0 ? 1024 : 64);
+        void* const p = memory.alloc(nSize);
+        ASSERT_NE(nullptr, p);
+        mark(p, nSize, static_cast<int>(nSize % 251));
+        listBlock.emplace_back(p, nSize);
+        if (i % 3 != 0)
+            continue;
+        std::swap(listBlock[random() % listBlock.size()], listBlock.back());
+        ASSERT_TRUE(
+            isMarked(listBlock.back().first, listBlock.back().second, static_cast<int>(listBlock.back().second % 251)));
+        denseAlloc::free(listBlock.back().first);
+        listBlock.pop_back();
+    }
+    for (const auto& block : listBlock) {
+        ASSERT_TRUE(isMarked(block.first, block.second, static_cast<int>(block.second % 251)));
+        denseAlloc::free(block.first);
+    }
+}
+
+TEST(DenseAlloc, BlocksOutliveTheirAllocator) {
+    std::vector<void*> listBlock;
+    {
+        denseAlloc memory;
+        for (int i = 0; i < 1000; ++i) {
+            listBlock.push_back(memory.alloc(32));
+            mark(listBlock.back(), 32, i % 251);
+        }
+    }
+    for (int i = 0; i < 1000; ++i) {
+        EXPECT_TRUE(isMarked(listBlock[static_cast<size_t>(i)], 32, i % 251));
+        denseAlloc::free(listBlock[static_cast<size_t>(i)]);
+    }
+}
+
+TEST(DenseAlloc, ThreadsFreeBlocksOfOnePageAtOnce) {
+    denseAlloc memory;
+    std::vector<void*> arrBlock[2];
+    for (int i = 0; i < 4000; ++i)
+        arrBlock[static_cast<size_t>(i % 2)].push_back(memory.alloc(48));
+    std::vector<std::thread> listThread;
+    for (const std::vector<void*>& listBlock : arrBlock)
+        listThread.emplace_back([&listBlock]() {
+            for (void* p : listBlock)
+                denseAlloc::free(p);
+        });
+    for (std::thread& thread : listThread)
+        thread.join();
+}
+
+// ---- strings
+
+class DenseString : public testing::Test {
+protected:
+    refString make(const char* lpszText) {
+        refString str;
+        fillString(str, m_memory, lpszText, static_cast<int>(strlen(lpszText)));
+        return str;
+    }
+
+    denseAlloc m_memory;
+};
+
+TEST_F(DenseString, IsWhatTheHeapsIs) {
+    for (int nLength = 1; nLength < 1200; ++nLength) {
+        const std::string strText(static_cast<size_t>(nLength), 'x');
+        const refString str = make(strText.c_str()), strHeap(strText.c_str());
+        EXPECT_EQ(strHeap, str);
+        EXPECT_EQ(nLength, str.GetLength());
+        const chStringDataT<char>& data = *str.getStringData();
+        EXPECT_TRUE(nLength > 1008 || denseAlloc::owns(&data)) << nLength;
+        EXPECT_EQ(strHeap.getStringData()->m_nAllocLength, data.m_nAllocLength);
+        EXPECT_EQ(1, data.m_nReferenceCount);
+        EXPECT_TRUE(isMarked(data.m_szText + nLength, static_cast<size_t>(data.m_nAllocLength - nLength + 1), 0));
+    }
+    refString strEmpty;
+    fillString(strEmpty, m_memory, "", 0);
+    EXPECT_EQ(nullptr, strEmpty.getStringData());
+}
+
+TEST_F(DenseString, IsChangedInItsPlaceWhileItFits) {
+    refString str = make("some text");
+    const void* const pBlock = str.getStringData();
+    str = "other text";
+    str += " here.";
+    EXPECT_STREQ("other text here.", str);
+    EXPECT_EQ(pBlock, str.getStringData());
+}
+
+TEST_F(DenseString, GrowsIntoTheHeap) {
+    refString str = make("some text");
+    const refString strNext = make("the next");
+    str += " that no longer fits";
+    EXPECT_STREQ("some text that no longer fits", str);
+    EXPECT_FALSE(denseAlloc::owns(str.getStringData()));
+    EXPECT_EQ(1, str.getStringData()->m_nReferenceCount);
+    EXPECT_STREQ("the next", strNext);
+    refString strRaw = make("raw");
+    strRaw.GetBuffer(3);
+    strcpy(strRaw.GetBuffer(100) + 3, " and long");
+    EXPECT_STREQ("raw and long", strRaw);
+}
+
+TEST_F(DenseString, IsSharedAndOutlivesWhatItWasMadeWith) {
+    refString strCopy;
+    {
+        denseAlloc memory;
+        refString str;
+        fillString(str, memory, "text", 4);
+        strCopy = str;
+        EXPECT_EQ(2, strCopy.getStringData()->m_nReferenceCount);
+        str += " of its own";
+        EXPECT_STREQ("text of its own", str);
+    }
+    EXPECT_EQ(1, strCopy.getStringData()->m_nReferenceCount);
+    EXPECT_STREQ("text", strCopy);
+}
+
+}  // namespace
