@@ -542,6 +542,7 @@ struct openList : iniObjList {
     using iniObjList::appendHashed;
     using iniObjList::findHashed;
     using iniObjList::findNode;
+    using iniObjList::getHashed;
     using iniObjList::hashOf;
     using iniObjList::placeOfHash;
 };
@@ -647,6 +648,22 @@ TEST(IniIndex, ANameIsLookedUpAndAppendedByItsHash) {
     EXPECT_EQ(uHash, list.begin().m_pThisNode->m_uHash);
     EXPECT_EQ(list.begin(), list.findHashed(iniLineKey, "NEW", uHash));
     EXPECT_EQ(pKey, list.FindObject(iniLineKey, "new"));
+}
+
+TEST(IniIndex, AnEntryIsMadeOnlyWhenThereIsNoneOfItsName) {
+    openList list;
+    int nMade = 0;
+    const auto get = [&](const char* lpszName) {
+        return list.getHashed<iniKey>(iniLineKey, lpszName, list.hashOf(iniLineKey, lpszName), [&]() {
+            ++nMade;
+            return new iniKey(lpszName);
+        });
+    };
+    iniKey* const pKey = get("name");
+    EXPECT_EQ(pKey, get("NAME"));
+    EXPECT_NE(pKey, get("other"));
+    EXPECT_EQ(2, nMade);
+    EXPECT_EQ(2, list.size());
 }
 
 }  // namespace
