@@ -46,11 +46,25 @@ void reRegularExpress<T>::ClearTree() {
     m_arrCaptureREs.RemoveAll();
     this->m_strREText.Clear();
     this->m_bNegative = 0;
-    this->m_uTraits &= ~traitOvershoot;
+    this->m_uTraits &= ~(traitOvershoot | traitUnplanned);
     delete m_pState;
     m_pState = NULL;
     ClearResult();
 }
+
+namespace {
+
+template <class T>
+void markOvershoot(re_Base<T>* pRE) {
+    pRE->m_uTraits |= traitOvershoot;
+    if ((pRE->m_uTraits & traitGroup) == 0)
+        return;
+    re_Group<T>* pGroup = static_cast<re_Group<T>*>(pRE);
+    for (int i = 0; i < pGroup->GetChildRECount(); ++i)
+        markOvershoot(pGroup->m_arrTargetREs[i]);
+}
+
+}  // namespace
 
 // The place of the error, or null.
 template <class T>
@@ -64,7 +78,16 @@ const T* reRegularExpress<T>::Compile(const T* lpszREText) {
     this->m_pBuild = NULL;
     if (nResult != 1)
         return lpsz;
-    return QOR_ASSERT_TEXT(planTree(*this), "pNew != NULL") ? NULL : lpszREText;
+    if (build.m_bOvershoot)
+        markOvershoot<T>(this);
+    this->m_uTraits |= traitUnplanned;
+    return NULL;
+}
+
+template <class T>
+void reRegularExpress<T>::PrepareMatching() {
+    this->m_uTraits &= ~traitUnplanned;
+    QOR_ASSERT_TEXT(planTree(*this), "pNew != NULL");
 }
 
 template <class T>
@@ -124,6 +147,7 @@ const T* reRegularExpress<T>::SearchREOnText(const T* lpszSrcText, const T* lpsz
         m_lpszFoundEnd = lpszSrcEnding != NULL ? NULL : lpszTo;
         return this->ApplyREOnText(lpsz, lpszTo) != NULL;
     };
+    preparePlans(this);
     if (m_pState == NULL)
         return attempt(lpszSrcText, true) ? lpszSrcText : NULL;
     const T* lpsz = findStart(*m_pState, lpszSrcText, lpszTo);

@@ -12,14 +12,14 @@ namespace QOR_RegularExpressHelper {
 namespace {
 
 struct aliasRow {
-    const char* lpszName;
+    char chName;  // behind the backslash
     const char* lpszREText;
 };
 
 // The patterns hold tabs, carriage returns and line feeds as they are.
 constexpr aliasRow arrAdvanceAlias[] = {
-    {"\\d", "[0-9]"},         {"\\D", "[^0-9\\x0]"},   {"\\s", "[\t-\r ]"},
-    {"\\S", "[^\t-\r \\x0]"}, {"\\w", "[a-zA-Z0-9_]"}, {"\\W", "[^a-zA-Z0-9_\\x0]"},
+    {'d', "[0-9]"},         {'D', "[^0-9\\x0]"},   {'s', "[\t-\r ]"},
+    {'S', "[^\t-\r \\x0]"}, {'w', "[a-zA-Z0-9_]"}, {'W', "[^a-zA-Z0-9_\\x0]"},
 };
 
 int digitValue(int ch) {
@@ -65,8 +65,10 @@ bool reIsBeginWith(const char* lpszText, const char* lpszPrefix) {
 }
 
 const char* reGetAdvanceAlias(const char* lpszText, int* pLen) {
+    if (!reIsBeginWith(lpszText, "\\"))
+        return NULL;
     for (const aliasRow& row : arrAdvanceAlias) {
-        if (!reIsBeginWith(lpszText, row.lpszName))
+        if (lpszText[1] != row.chName)
             continue;
         *pLen = 2;
         return row.lpszREText;
@@ -103,6 +105,10 @@ const char* reGetDigitValue(const char* lpszText, int& nValue, int nBase) {
 }
 
 const char* reGetAscii(re_Base<char>* pRE, const char* lpszText, int& nValue) {
+    if (isPlain(*lpszText)) {
+        nValue = static_cast<int>(charValue(*lpszText));
+        return lpszText + 1;
+    }
     nValue = -1;
     int nLength = 0;
     if (*lpszText == 0 || reFind("^()[]{}?+*-", *lpszText) != NULL || reGetAlias(pRE, lpszText, &nLength) != NULL)

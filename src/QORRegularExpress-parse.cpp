@@ -22,10 +22,24 @@ void setSource(re_Base<T>* pRE, const T* lpszFrom, const T* lpszTo) {
     pRE->m_strREText.CopyTextFrom(lpszFrom, static_cast<int>(lpszTo - lpszFrom));
 }
 
+// The same between parentheses.
+template <class T>
+void setSequenceSource(re_Base<T>* pRE, const T* lpszFrom, const T* lpszTo) {
+    const size_t nLength = static_cast<size_t>(lpszTo - lpszFrom);
+    T* lpsz = pRE->m_strREText.GetBuffer(static_cast<int>(nLength) + 2);
+    if (lpsz == NULL)
+        return;
+    lpsz[0] = '(';
+    memcpy(lpsz + 1, lpszFrom, nLength * sizeof(T));
+    lpsz[nLength + 1] = ')';
+    lpsz[nLength + 2] = 0;
+}
+
 // Whether an element may be added, and one level of it entered.
-bool mayAdd(const reBuild* pBuild, int nGradeLevel) {
+template <class T>
+bool mayAdd(const reBuild* pBuild, const re_Base<T>* pParentRE) {
     if (pBuild == NULL)
-        return nGradeLevel < maxDepth;
+        return pParentRE->GetGradeLevel() < maxDepth;
     return pBuild->m_nNodes < maxNodeCount && pBuild->nextDepth() <= maxDepth;
 }
 
@@ -112,10 +126,16 @@ int re_Base<T>::PeekRepeatFromText(const T*& lpszREText) {
 template <class T>
 int re_Text<T>::tryParseREFromText(const T*& lpszREText) {
     const T* lpsz = lpszREText;
-    int nValue = 0;
     for (;;) {
-        const T* lpszNext = reGetAscii(this, lpsz, nValue);
+        const T* lpszPlain = lpsz;
+        while (isPlain(*lpsz))
+            ++lpsz;
         // In front of a '-' stands the begin of a range.
+        if (*lpsz == '-' && lpsz > lpszPlain)
+            --lpsz;
+        m_arrText.Append(lpszPlain, static_cast<int>(lpsz - lpszPlain));
+        int nValue = 0;
+        const T* lpszNext = reGetAscii(this, lpsz, nValue);
         if (lpszNext == NULL || *lpszNext == '-')
             break;
         m_arrText.Add(static_cast<T>(nValue));
@@ -163,25 +183,42 @@ int re_Reference<T>::tryParseREFromText(const T*& lpszREText) {
     return this->PeekRepeatFromText(lpszREText);
 }
 
-// A leaf is compiled into a temporary; only one that stands there gets a node.
+// What may stand there is told by the first literal, so that no node is made in vain.
+template <class T>
+int re_Group<T>::ParseLeaf(const T*& lpszREText, bool bSet) {
+    if (lpszREText[0] == '\\' && lpszREText[1] >= '0' && lpszREText[1] <= '9') {
+        const int nResult = bSet ? ParseNode<re_RelationCase<re_Reference<T>, T>>(lpszREText)
+                                 : ParseNode<re_RelationAnd<re_Reference<T>, T>>(lpszREText);
+        if (nResult != 0)
+            return nResult;
+    }
+    int nValue = 0;
+    const T* lpsz = reGetAscii(this, lpszREText, nValue);
+    if (lpsz == NULL)
+        return 0;
+    if (*lpsz == '-')
+        return bSet ? ParseNode<re_RelationCase<re_Range<T>, T>>(lpszREText) : 0;
+    return bSet ? ParseNode<re_RelationCase<re_Text<T>, T>>(lpszREText)
+                : ParseNode<re_RelationAnd<re_Text<T>, T>>(lpszREText);
+}
+
 template <class T>
 template <class X>
-int re_Group<T>::ParseLeaf(const T*& lpszREText) {
+int re_Group<T>::ParseNode(const T*& lpszREText) {
     const T* lpszFrom = lpszREText;
-    X objTemp;
-    AddChildRE(&objTemp);
-    const int iSlot = objTemp.m_iIndexInParent;
-    int nResult = objTemp.tryParseREFromText(lpszREText);
-    if (nResult == 1 && !mayAdd(m_pBuild, this->GetGradeLevel())) {
+    X* pNew = new (std::nothrow) X;
+    if (!QOR_ASSERT(pNew != NULL))
+        return -1;
+    AddChildRE(pNew);
+    int nResult = pNew->tryParseREFromText(lpszREText);
+    if (nResult == 1 && !mayAdd<T>(m_pBuild, this)) {
         lpszREText = lpszFrom;
         nResult = -1;
     }
-    X* pNew = nResult == 1 ? new (std::nothrow) X : NULL;
-    m_arrTargetREs.RemoveAt(iSlot, 1);
-    if (nResult != 1 || !QOR_ASSERT(pNew != NULL))
-        return nResult == 1 ? -1 : nResult;
-    AddChildRE(pNew);
-    pNew->CutFromObject(objTemp);
+    if (nResult != 1) {
+        RemoveLastChild();
+        return nResult;
+    }
     if (m_pBuild != NULL) {
         ++m_pBuild->m_nNodes;
         noteElement(m_pBuild, pNew, m_pBuild->nextDepth());
@@ -201,13 +238,7 @@ int re_Group<T>::ParseElements(const T*& lpszREText, bool bSet) {
             m_pBuild->m_nLook = nLookBefore;
         int nResult = tryParseGroupREFromText(lpszREText);
         if (nResult == 0)
-            nResult = bSet ? ParseLeaf<re_RelationCase<re_Reference<T>, T>>(lpszREText)
-                           : ParseLeaf<re_RelationAnd<re_Reference<T>, T>>(lpszREText);
-        if (nResult == 0 && bSet)
-            nResult = ParseLeaf<re_RelationCase<re_Range<T>, T>>(lpszREText);
-        if (nResult == 0)
-            nResult = bSet ? ParseLeaf<re_RelationCase<re_Text<T>, T>>(lpszREText)
-                           : ParseLeaf<re_RelationAnd<re_Text<T>, T>>(lpszREText);
+            nResult = ParseLeaf(lpszREText, bSet);
         if (m_pBuild != NULL && nLookMost < m_pBuild->m_nLook)
             nLookMost = m_pBuild->m_nLook;
         if (nResult == 1)
@@ -219,17 +250,22 @@ int re_Group<T>::ParseElements(const T*& lpszREText, bool bSet) {
 }
 
 template <class T>
-int re_Group<T>::ParseAndREFromTextByEnding(const T*& lpszREText, T chEnding) {
-    const T* lpszFrom = lpszREText;
+int re_Group<T>::ParseSequence(const T*& lpszREText, T chEnding) {
     if (*lpszREText == '^') {
         this->m_bNegative = 1;
         ++lpszREText;
+        if (m_pBuild != NULL)
+            m_pBuild->m_bOvershoot = true;
     }
-    if (ParseElements(lpszREText, false) < 0 || *lpszREText != chEnding)
+    return ParseElements(lpszREText, false) < 0 || *lpszREText != chEnding ? -1 : 1;
+}
+
+template <class T>
+int re_Group<T>::ParseAndREFromTextByEnding(const T*& lpszREText, T chEnding) {
+    const T* lpszFrom = lpszREText;
+    if (ParseSequence(lpszREText, chEnding) < 0)
         return -1;
-    this->m_strREText = "(";
-    this->m_strREText.AppendTextFrom(lpszFrom, static_cast<int>(lpszREText - lpszFrom));
-    this->m_strREText += ')';
+    setSequenceSource<T>(this, lpszFrom, lpszREText);
     if (chEnding != ')')
         return 1;
     ++lpszREText;
@@ -277,6 +313,7 @@ int re_Group<T>::ParseChild(const T*& lpszREText) {
     pNew->m_pBuild = m_pBuild;
     AddChildRE(pNew);
     const int nResult = pNew->tryParseREFromText(lpszREText);
+    pNew->m_pBuild = NULL;
     if (nResult != 1)
         RemoveLastChild();
     return nResult;
@@ -291,7 +328,9 @@ int re_Group<T>::ParseAlias(const T*& lpszREText, const T* lpszAlias, int nLengt
     pNew->m_pBuild = m_pBuild;
     AddChildRE(pNew);
     const T* lpsz = lpszAlias;
-    if (pNew->ParseAndREFromTextByEnding(lpsz, 0) < 0) {
+    const int nResult = pNew->ParseSequence(lpsz, 0);
+    pNew->m_pBuild = NULL;
+    if (nResult < 0) {
         traceError(lpszAlias, lpsz);
         RemoveLastChild();
         return -1;
@@ -306,6 +345,8 @@ int re_Group<T>::ParseAlias(const T*& lpszREText, const T* lpszAlias, int nLengt
 
 template <class T>
 int re_Group<T>::tryParseGroupREFromText(const T*& lpszREText) {
+    if (isPlain(*lpszREText))
+        return 0;
     int nLength = 0;
     const bool bBracket = *lpszREText == '(' || *lpszREText == '[';
     const T* lpszAlias = bBracket ? NULL : reGetAlias(this, lpszREText, &nLength);
@@ -313,7 +354,7 @@ int re_Group<T>::tryParseGroupREFromText(const T*& lpszREText) {
         return 0;
     reBuild objNone;
     reBuild* pBuild = m_pBuild != NULL ? m_pBuild : &objNone;
-    if (!mayAdd(m_pBuild, this->GetGradeLevel()) || (lpszAlias != NULL && !pBuild->takeAlias(lpszAlias)))
+    if (!mayAdd<T>(m_pBuild, this) || (lpszAlias != NULL && !pBuild->takeAlias(lpszAlias)))
         return -1;
     const int nDepthBefore = pBuild->m_nDepth;
     pBuild->m_nDepth = pBuild->nextDepth();
@@ -341,6 +382,8 @@ template int re_Group<char>::ParseAndREFromTextByEnding(const char*&, char);
 template int re_Group<char>::tryParseGroupREFromText(const char*&);
 template int re_Group<char>::ParseElements(const char*&, bool);
 template int re_Group<char>::ParseSet(const char*&);
+template int re_Group<char>::ParseSequence(const char*&, char);
+template int re_Group<char>::ParseLeaf(const char*&, bool);
 template int re_Group<char>::ParseAlias(const char*&, const char*, int);
 
 }  // namespace QOR_RegularExpressHelper

@@ -63,10 +63,7 @@ struct following {
 
 class planner {
 public:
-    explicit planner(reRegularExpress<char>& express) : m_express(express) {
-        m_bReference = false;
-        m_bOvershoot = false;
-    }
+    explicit planner(reRegularExpress<char>& express) : m_express(express) { m_bReference = false; }
 
     bool run() {
         m_express.m_pState = new (std::nothrow) reState;
@@ -76,8 +73,6 @@ public:
         if (!listNodes())
             return false;
         const traitsOf traits = planGroup(&m_express, following());
-        if (m_bOvershoot)
-            markOvershoot(&m_express);
         reState& state = *m_express.m_pState;
         int nStarts = 0;
         for (int ch = 0; ch < 256; ++ch) {
@@ -87,21 +82,20 @@ public:
         }
         state.m_bReference = m_bReference;
         state.m_pRoot = &m_express;
+        state.m_bClean = true;
         findLead(&m_express);
-        return m_bMemory && (m_bReference || m_bOvershoot || planStraight(m_express));
+        const bool bOvershoot = (m_express.m_uTraits & traitOvershoot) != 0;
+        return m_bMemory && (m_bReference || bOvershoot || planStraight(m_express));
     }
 
 private:
-    static bool isReference(const node* p) {
-        return (p->m_uTraits & traitGroup) == 0 && dynamic_cast<const re_Reference<char>*>(p) != NULL;
-    }
+    static bool isReference(const node* p) { return (p->m_uTraits & traitReference) != 0; }
 
     void survey(node* p) {
         ++m_nNodes;
         m_bReference = m_bReference || isReference(p);
         if ((p->m_uTraits & traitGroup) == 0)
             return;
-        m_bOvershoot = m_bOvershoot || (p->m_bNegative != 0 && (p->m_uTraits & traitSet) == 0);
         group* pGroup = static_cast<group*>(p);
         for (int i = 0; i < pGroup->GetChildRECount(); ++i)
             survey(pGroup->m_arrTargetREs[i]);
@@ -123,15 +117,6 @@ private:
             if ((p->m_uTraits & traitGroup) != 0)
                 listBelow(state, static_cast<group*>(p));
         }
-    }
-
-    void markOvershoot(node* p) {
-        p->m_uTraits |= traitOvershoot;
-        if ((p->m_uTraits & traitGroup) == 0)
-            return;
-        group* pGroup = static_cast<group*>(p);
-        for (int i = 0; i < pGroup->GetChildRECount(); ++i)
-            markOvershoot(pGroup->m_arrTargetREs[i]);
     }
 
     rePlan* newPlan(node* p) {
@@ -395,7 +380,6 @@ private:
 
     reRegularExpress<char>& m_express;
     bool m_bReference;
-    bool m_bOvershoot;
     bool m_bMemory = true;
     int m_nNodes = 0;
     int m_nSingles = 0;

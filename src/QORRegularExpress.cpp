@@ -461,6 +461,7 @@ const T* applyAfter(re_Base<T>* pRE, int iIndex, const T* lpsz, const T* lpszEnd
 template <class T>
 inline void soil(re_Base<T>* pRE) {
     reRegularExpress<T>* pExpress = expressOf(pRE);
+    preparePlans(pExpress);
     if (pExpress != NULL && pExpress->m_pState != NULL)
         pExpress->m_pState->m_bClean = false;
 }
@@ -519,6 +520,7 @@ const T* re_Base<T>::ApplyREOnText(const T* lpszSrcText, const T* lpszSrcEnding)
         return lpszSrcText != NULL ? m_lpszResultEnd : NULL;
     if ((m_uTraits & traitExpress) != 0) {
         reRegularExpress<T>* pExpress = static_cast<reRegularExpress<T>*>(this);
+        preparePlans(pExpress);
         if (pExpress->m_pState != NULL && pExpress->m_pState->m_arrStep != NULL &&
             applyStraight(*pExpress, lpszSrcText, lpszSrcEnding))
             return m_lpszResultEnd;
@@ -577,6 +579,7 @@ void re_Base<T>::CutBaseFrom(re_Base& r) {
     r.m_chRepeatMode = '-';
     // Results and plans belong to the place in the tree, and those of the nodes above know it.
     reRegularExpress<T>* pExpress = expressOf(&r);
+    preparePlans(pExpress);
     if (pExpress != NULL && pExpress->m_pState != NULL)
         pExpress->m_pState->forgetNodes();
     dropPlans(&r);
@@ -607,6 +610,8 @@ template <class T>
 void re_Group<T>::AddChildRE(re_Base<T>* pChildRE) {
     if (!QOR_ASSERT(pChildRE != NULL))
         return;
+    if (m_pBuild == NULL)
+        preparePlans(expressOf<T>(this));
     pChildRE->m_pParentRE = this;
     pChildRE->m_iIndexInParent = m_arrTargetREs.GetSize();
     pChildRE->m_nFlags = this->GetRootRE()->m_nFlags;
@@ -660,9 +665,8 @@ namespace {
 template <class T>
 void renameGroup(re_Base<T>* pRE, re_Base<T>* pOld, re_Base<T>* pNew) {
     if ((pRE->m_uTraits & traitGroup) == 0) {
-        re_Reference<T>* pReference = dynamic_cast<re_Reference<T>*>(pRE);
-        if (pReference != NULL && pReference->m_pRefRE == pOld)
-            pReference->m_pRefRE = pNew;
+        if ((pRE->m_uTraits & traitReference) != 0 && static_cast<re_Reference<T>*>(pRE)->m_pRefRE == pOld)
+            static_cast<re_Reference<T>*>(pRE)->m_pRefRE = pNew;
         return;
     }
     re_Group<T>* pGroup = static_cast<re_Group<T>*>(pRE);
@@ -753,16 +757,24 @@ bool isIndex(const X* pRE, int iIndex) {
                            "iIndex >= 0 && iIndex <= this->GetChildRECount()");
 }
 
+// Applies the children of a node from one of them on, for a caller from outside or without knowing their kind.
+template <class X, class T>
+const T* applyFrom(X* pRE, int iIndex, const T* lpszSrcText, const T* lpszSrcEnding) {
+    if (!isIndex(pRE, iIndex))
+        return NULL;
+    if (iIndex == pRE->GetChildRECount())
+        return lpszSrcText;
+    soilGroup<T>(pRE);
+    const T* const lpszEnding = endFor<T>(pRE, lpszSrcText, lpszSrcEnding);
+    return (pRE->m_uTraits & traitSet) != 0 ? applyCase(pRE, iIndex, lpszSrcText, lpszEnding)
+                                            : applyAnd(pRE, iIndex, lpszSrcText, lpszEnding);
+}
+
 }  // namespace
 
 template <class X, class T>
 const T* re_RelationAnd<X, T>::ApplyChildREFrom(int iIndex, const T* lpszSrcText, const T* lpszSrcEnding) {
-    if (!isIndex<X>(this, iIndex))
-        return NULL;
-    if (iIndex == this->GetChildRECount())
-        return lpszSrcText;
-    soilGroup<T>(this);
-    return applyAnd(static_cast<X*>(this), iIndex, lpszSrcText, endFor<T>(this, lpszSrcText, lpszSrcEnding));
+    return applyFrom<X, T>(this, iIndex, lpszSrcText, lpszSrcEnding);
 }
 
 template <class X, class T>
@@ -775,12 +787,7 @@ const T* re_RelationAnd<X, T>::ApplyREsAfterChild(int iIndex, const T* lpszSrcTe
 
 template <class X, class T>
 const T* re_RelationCase<X, T>::ApplyChildREFrom(int iIndex, const T* lpszSrcText, const T* lpszSrcEnding) {
-    if (!isIndex<X>(this, iIndex))
-        return NULL;
-    if (iIndex == this->GetChildRECount())
-        return lpszSrcText;
-    soilGroup<T>(this);
-    return applyCase(static_cast<X*>(this), iIndex, lpszSrcText, endFor<T>(this, lpszSrcText, lpszSrcEnding));
+    return applyFrom<X, T>(this, iIndex, lpszSrcText, lpszSrcEnding);
 }
 
 template <class X, class T>

@@ -18,6 +18,7 @@ struct reBuild {
     int m_nDepth = 0;
     int m_nLook = 0;
     int m_nAliasText = 0;
+    bool m_bOvershoot = false;  // there is a negated sequence
 
     // Counts the pattern of one more alias; whether there is room for it.
     bool takeAlias(const char* lpszAlias) {
@@ -194,7 +195,7 @@ private:
 // Traces a pattern and a mark under the place of its error.
 void traceError(const char* lpszREText, const char* lpszError);
 
-// Works out the plans of a whole tree. False: no memory.
+// Works out what matching needs of a whole tree, which no match has touched. False: no memory.
 bool planTree(reRegularExpress<char>& express);
 // Works out the steps of a tree that has its plans, where it can be matched straight on. False: no memory.
 bool planStraight(reRegularExpress<char>& express);
@@ -223,9 +224,32 @@ inline unsigned charValue(T ch) {
     return static_cast<unsigned char>(ch);
 }
 
+// The characters that mean something else than themselves somewhere in a pattern, its end included.
+struct specialChars {
+    bool m_arrIs[256];
+
+    constexpr specialChars() : m_arrIs() {
+        for (const char ch : "^()[]{}?+*-.$/\\")
+            m_arrIs[static_cast<unsigned char>(ch)] = true;
+    }
+};
+inline constexpr specialChars objSpecialChars;
+
+template <class T>
+inline bool isPlain(T ch) {
+    return !objSpecialChars.m_arrIs[charValue(ch)];
+}
+
 template <class T>
 inline bool isEqualChar(uint32_t nFlags, T chPattern, T chText) {
     return chPattern == chText || ((nFlags & flagIgnoreCase) != 0 && chPattern == QOR_StringHelper::chReverse(chText));
+}
+
+// A built tree gets what matching needs when it is first to be matched.
+template <class T>
+inline void preparePlans(reRegularExpress<T>* pExpress) {
+    if (pExpress != NULL && (pExpress->m_uTraits & traitUnplanned) != 0)
+        pExpress->PrepareMatching();
 }
 
 // ---- the nodes below one that takes one character

@@ -80,12 +80,14 @@ protected:
     void CutBaseFrom(re_Base& r);
 };
 
-constexpr uint32_t traitSet = 1;         ///< internal: children are alternatives
-constexpr uint32_t traitGroup = 2;       ///< internal: children are nodes
-constexpr uint32_t traitExpress = 4;     ///< internal: the node is a reRegularExpress
-constexpr uint32_t traitCapture = 8;     ///< internal: the node is among the root's captures
-constexpr uint32_t traitText = 16;       ///< internal: the node is a re_Text
-constexpr uint32_t traitOvershoot = 32;  ///< internal: a negated sequence of the tree may pass the end of the text
+constexpr uint32_t traitSet = 1;          ///< internal: children are alternatives
+constexpr uint32_t traitGroup = 2;        ///< internal: children are nodes
+constexpr uint32_t traitExpress = 4;      ///< internal: the node is a reRegularExpress
+constexpr uint32_t traitCapture = 8;      ///< internal: the node is among the root's captures
+constexpr uint32_t traitText = 16;        ///< internal: the node is a re_Text
+constexpr uint32_t traitOvershoot = 32;   ///< internal: a negated sequence of the tree may pass the end of the text
+constexpr uint32_t traitReference = 64;   ///< internal: the node is a re_Reference
+constexpr uint32_t traitUnplanned = 128;  ///< internal: a root that was built and not yet matched
 
 /// A node whose children are nodes, which it owns.
 template <class T>
@@ -128,12 +130,14 @@ public:
 
 private:
     int ParseElements(const T*& lpszREText, bool bSet);
+    int ParseSequence(const T*& lpszREText, T chEnding);
+    int ParseLeaf(const T*& lpszREText, bool bSet);
     int ParseSet(const T*& lpszREText);
     template <class X>
     int ParseChild(const T*& lpszREText);
     int ParseAlias(const T*& lpszREText, const T* lpszAlias, int nLength);
     template <class X>
-    int ParseLeaf(const T*& lpszREText);
+    int ParseNode(const T*& lpszREText);
     void RemoveLastChild();
 };
 
@@ -177,7 +181,7 @@ public:
 template <class T>
 class re_Reference : public re_Base<T> {
 public:
-    re_Reference() : m_pRefRE(NULL) {}
+    re_Reference() : m_pRefRE(NULL) { this->m_uTraits |= traitReference; }
     /// 1.
     int GetChildRECount() const { return 1; }
     /// Compares the text with what the group captured. Fatal: another index than 0.
