@@ -18,15 +18,16 @@ typedef re_Group<char> group;
 class charSet {
 public:
     explicit charSet(bool bAll = false) { memset(m_arrWord, bAll ? 0xFF : 0, sizeof(m_arrWord)); }
-    bool has(int ch) const { return (m_arrWord[ch / 32] >> ch % 32 & 1) != 0; }
     void add(int ch) { m_arrWord[ch / 32] |= 1u << ch % 32; }
     void add(const charSet& r) {
         for (int i = 0; i < 8; ++i)
             m_arrWord[i] |= r.m_arrWord[i];
     }
     void addRange(uint32_t uLow, uint32_t uHigh) {
-        for (uint32_t ch = uLow; ch <= uHigh && ch < 256; ++ch)
-            add(static_cast<int>(ch));
+        for (uint32_t i = uLow / 32; i < 8 && i <= uHigh / 32; ++i) {
+            const uint32_t uFrom = i == uLow / 32 ? uLow % 32 : 0, uTo = i == uHigh / 32 ? uHigh % 32 : 31;
+            m_arrWord[i] |= 0xFFFFFFFFu >> (31 - uTo) & 0xFFFFFFFFu << uFrom;
+        }
     }
     void remove(const charSet& r) {
         for (int i = 0; i < 8; ++i)
@@ -37,6 +38,33 @@ public:
             m_arrWord[i] = ~m_arrWord[i];
     }
     void copyTo(uint32_t (&arr)[8]) const { memcpy(arr, m_arrWord, sizeof(arr)); }
+    // Marks its members in a table of all characters.
+    template <class B>
+    void markIn(B (&arr)[256], B mark) const {
+        for (int i = 0; i < 8; ++i) {
+            B* const p = arr + i * 32;
+            if (m_arrWord[i] == 0xFFFFFFFF) {
+                for (int j = 0; j < 32; ++j)
+                    p[j] |= mark;
+                continue;
+            }
+            for (uint32_t u = m_arrWord[i]; u != 0; u &= u - 1)
+                p[__builtin_ctz(u)] |= mark;
+        }
+    }
+    int count() const {
+        int n = 0;
+        for (const uint32_t u : m_arrWord)
+            n += __builtin_popcount(u);
+        return n;
+    }
+    // The lowest member; there is one.
+    int first() const {
+        int i = 0;
+        while (m_arrWord[i] == 0)
+            ++i;
+        return i * 32 + __builtin_ctz(m_arrWord[i]);
+    }
 
 private:
     uint32_t m_arrWord[8];
@@ -74,12 +102,9 @@ public:
             return false;
         const traitsOf traits = planGroup(&m_express, following());
         reState& state = *m_express.m_pState;
-        int nStarts = 0;
-        for (int ch = 0; ch < 256; ++ch) {
-            state.m_arrStart[ch] = traits.bNothing || traits.setStart.has(ch);
-            if (state.m_arrStart[ch])
-                state.m_nStart = ++nStarts == 1 ? ch : -1;
-        }
+        const charSet setStart = traits.bNothing ? charSet(true) : traits.setStart;
+        setStart.markIn<uint8_t>(state.m_arrStart, 1);
+        state.m_nStart = setStart.count() == 1 ? setStart.first() : -1;
         state.m_bReference = m_bReference;
         state.m_pRoot = &m_express;
         state.m_bClean = true;
@@ -309,9 +334,7 @@ private:
         const group* pParent = static_cast<const group*>(p->m_pParentRE);
         pPlan->m_bNothingFails =
             (pParent->m_uTraits & traitSet) != 0 || p->m_iIndexInParent == pParent->GetChildRECount() - 1;
-        for (int ch = 0; ch < 256; ++ch)
-            if (after.setFirst.has(ch))
-                pPlan->m_arrChar[ch] |= rePlan::bitLook;
+        after.setFirst.markIn(pPlan->m_arrChar, rePlan::bitLook);
         if (traits.bSingle)
             fillTakes(p, traits);
     }
@@ -326,13 +349,8 @@ private:
 
     void fillTakes(node* p, const traitsOf& traits) {
         rePlan* pPlan = p->m_pPlan;
-        pPlan->m_bAll = true;
-        for (int ch = 0; ch < 256; ++ch) {
-            if (traits.setTakes.has(ch))
-                pPlan->m_arrChar[ch] |= rePlan::bitTakes;
-            else
-                pPlan->m_bAll = false;
-        }
+        traits.setTakes.markIn(pPlan->m_arrChar, rePlan::bitTakes);
+        pPlan->m_bAll = traits.setTakes.count() == 256;
         const int nBelow = countBelow(p);
         if (nBelow == 0)
             return;

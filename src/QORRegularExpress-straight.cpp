@@ -137,9 +137,11 @@ private:
     // Looking ahead in front of the characters that are marked with bitTakes.
     bool addLook(const rePlan& plan, const uint8_t (&arrTakes)[256]) {
         m_bReached = true;
+        static_assert(rePlan::bitLook == rePlan::bitTakes << 1, "both are compared at once");
+        unsigned uBoth = 0;
         for (int ch = 0; ch < 256; ++ch)
-            if ((arrTakes[ch] & rePlan::bitTakes) != 0 && (plan.m_arrChar[ch] & rePlan::bitLook) != 0)
-                m_bTotal = true;
+            uBoth |= static_cast<unsigned>(arrTakes[ch] & plan.m_arrChar[ch] >> 1);
+        m_bTotal = m_bTotal || (uBoth & rePlan::bitTakes) != 0;
         return true;
     }
 
