@@ -84,10 +84,9 @@ const T* reRegularExpress<T>::Compile(const T* lpszREText) {
     return NULL;
 }
 
-template <class T>
-void reRegularExpress<T>::PrepareMatching() {
-    this->m_uTraits &= ~traitUnplanned;
-    QOR_ASSERT_TEXT(planTree(*this), "pNew != NULL");
+void planUnplanned(reRegularExpress<char>& express) {
+    express.m_uTraits &= ~traitUnplanned;
+    QOR_ASSERT_TEXT(planTree(express), "pNew != NULL");
 }
 
 template <class T>

@@ -245,11 +245,12 @@ inline bool isEqualChar(uint32_t nFlags, T chPattern, T chText) {
     return chPattern == chText || ((nFlags & flagIgnoreCase) != 0 && chPattern == QOR_StringHelper::chReverse(chText));
 }
 
-// A built tree gets what matching needs when it is first to be matched.
+// A built tree gets what matching needs when it is first to be matched. Fatal: no memory.
+void planUnplanned(reRegularExpress<char>& express);
 template <class T>
 inline void preparePlans(reRegularExpress<T>* pExpress) {
     if (pExpress != NULL && (pExpress->m_uTraits & traitUnplanned) != 0)
-        pExpress->PrepareMatching();
+        planUnplanned(*pExpress);
 }
 
 // ---- the nodes below one that takes one character

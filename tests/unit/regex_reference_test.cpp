@@ -264,9 +264,10 @@ TEST_F(RegexReference, SequencesOfPlainElementsMatchAlike) {
     for (int i = 0; i < scaled(4000); ++i) {
         referenceCompare compare;
         ASSERT_TRUE(compare.build(sequenceMaker(r).sequence(2), r.oneIn(4))) << compare.difference();
-        nStraight += compare.express().m_pState->m_arrStep != NULL;
         tryTexts(compare, r);
         ASSERT_EQ("", compare.difference());
+        ASSERT_NE(nullptr, compare.express().m_pState);
+        nStraight += compare.express().m_pState->m_arrStep != NULL;
     }
     EXPECT_GT(nStraight, scaled(1000));
     EXPECT_LT(nStraight, scaled(3500));

@@ -85,9 +85,6 @@ public:
     const T* m_lpszFoundEnd;  ///< internal: the NUL of the text that is being matched, once it was looked for
     reState* m_pState;        ///< internal: what the build has worked out for matching, and its state
 
-    /// Internal: works out what matching the pattern needs, before its first match. Fatal: no memory ("pNew != NULL").
-    void PrepareMatching();
-
 private:
     void ClearTree();
     const T* Compile(const T* lpszREText);
