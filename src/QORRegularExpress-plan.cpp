@@ -1,5 +1,5 @@
-// What a build works out about its tree, so that matching can pass over what cannot be otherwise. Everything is decided
-// per character, for a place in front of the end of the text; at the end nothing is passed over.
+// What is worked out about a tree that was built, so that matching can pass over what cannot be otherwise. Everything
+// is decided per character, for a place in front of the end of the text; at the end nothing is passed over.
 //
 // The tree is walked from its end to its begin, because a repetition looks at what follows it.
 #include <string.h>

@@ -1,4 +1,5 @@
-// What the sources of the regular expressions share: the state of a build, and what a build works out for matching.
+// What the sources of the regular expressions share: the state of a build, and what is worked out for matching. That is
+// left to a tree's first match, so that a build costs no more than its tree.
 #ifndef QOR_INTERNAL_REGULAR_EXPRESS_H
 #define QOR_INTERNAL_REGULAR_EXPRESS_H
 

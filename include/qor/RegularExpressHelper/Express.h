@@ -11,15 +11,15 @@
 ///     use(lpszBegin, express.m_lpszResultEnd);
 /// @endcode
 ///
-/// What a pattern costs: compiling takes time in the order of its length (an alias counts as its pattern). Matching a
-/// pattern without repetitions that look ahead takes time in the order of the text. A repetition looks ahead at each
-/// of its places at most, and what it looks at may repeat and look ahead itself, so k of them in a row take time in the
-/// order of the text's length to the k-th power: `.*a.*b.*c` is of the third. Marking them with `+` takes that away.
-/// Behind some 260,000 look-aheads their answers are remembered, in a table that the next ClearResult() frees, one byte
-/// for each place of the text and repetition, at most 4 MiB. Then the time is in the order of k times the square of the
-/// text's length, as long as the table holds them all. The match and the results of all nodes that took part in it are
-/// the same; only a node that nothing but looking ahead came to may keep an older result. A pattern with
-/// back-references cannot remember answers.
+/// What a pattern costs: compiling takes time in the order of its length (an alias counts as its pattern), and so does
+/// what its first match works out for all that follow. Matching a pattern without repetitions that look ahead takes
+/// time in the order of the text. A repetition looks ahead at each of its places at most, and what it looks at may
+/// repeat and look ahead itself, so k of them in a row take time in the order of the text's length to the k-th power:
+/// `.*a.*b.*c` is of the third. Marking them with `+` takes that away. Behind some 260,000 look-aheads their answers
+/// are remembered, in a table that the next ClearResult() frees, one byte for each place of the text and repetition, at
+/// most 4 MiB. Then the time is in the order of k times the square of the text's length, as long as the table holds
+/// them all. The match and the results of all nodes that took part in it are the same; only a node that nothing but
+/// looking ahead came to may keep an older result. A pattern with back-references cannot remember answers.
 ///
 /// No input makes compiling, matching or destroying use more stack than maxDepth allows for (about 200 KiB).
 #ifndef QOR_REGULAREXPRESSHELPER_EXPRESS_H
@@ -83,7 +83,7 @@ public:
     QOR_ArrayHelper::chObjArray<re_Base<T>*, false, 4> m_arrCaptureREs;
 
     const T* m_lpszFoundEnd;  ///< internal: the NUL of the text that is being matched, once it was looked for
-    reState* m_pState;        ///< internal: what the build has worked out for matching, and its state
+    reState* m_pState;        ///< internal: what the first match has worked out, and the state of matching
 
 private:
     void ClearTree();

@@ -73,7 +73,7 @@ public:
     const T* m_lpszResultEnd;    ///< where its match ended; null: it has none
 
     uint32_t m_uTraits;  ///< internal: what the node is, see traitSet and following
-    rePlan* m_pPlan;     ///< internal: what the build has worked out for a repeated node, or null
+    rePlan* m_pPlan;     ///< internal: what the first match has worked out for a repeated node, or null
 
 protected:
     /// Takes what the build has found out about a node of the same kind, and leaves that one as new.
