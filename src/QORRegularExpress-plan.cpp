@@ -103,7 +103,7 @@ public:
         const traitsOf traits = planGroup(&m_express, following());
         reState& state = *m_express.m_pState;
         const charSet setStart = traits.bNothing ? charSet(true) : traits.setStart;
-        setStart.markIn<uint8_t>(state.m_arrStart, 1);
+        setStart.markIn(state.m_arrStart, true);
         state.m_nStart = setStart.count() == 1 ? setStart.first() : -1;
         state.m_bReference = m_bReference;
         state.m_pRoot = &m_express;

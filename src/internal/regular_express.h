@@ -132,7 +132,7 @@ struct reState {
     // So many look-aheads are made one by one; beyond, their answers are kept, and not made twice.
     static constexpr int mostLooks = 1 << 18;
 
-    uint8_t m_arrStart[256] = {};  // whether a match may begin with the character
+    bool m_arrStart[256] = {};  // whether a match may begin with the character
     const re_Base<char>* m_pRoot = NULL;
     int m_nPlans = 0;           // nodes that look ahead
     int m_nStart = -1;          // the one character that a match begins with; -1: there are several, or none
