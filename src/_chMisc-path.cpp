@@ -102,7 +102,7 @@ void pathRemoveExtension(char* lpszPath) { *pathGetFileExtensionPos(lpszPath) = 
 void pathRenameExtension(char* lpszPath, const char* lpszNewExtern) {
     if (!QOR_ASSERT(lpszNewExtern != NULL && *lpszNewExtern == '.'))
         return;
-    strcpy(pathGetFileExtensionPos(lpszPath), lpszNewExtern);
+    memmove(pathGetFileExtensionPos(lpszPath), lpszNewExtern, strlen(lpszNewExtern) + 1);
 }
 
 void pathStripPath(char* lpszPath) {
@@ -115,12 +115,15 @@ void pathRemoveFileSpec(char* lpszPath) { *pathGetFileNamePos(lpszPath) = 0; }
 void pathAppend(char* lpszPath, const char* lpszMore) {
     if (!QOR_ASSERT(lpszPath != NULL && lpszMore != NULL))
         return;
-    size_t nLength = strlen(lpszPath);
-    if (nLength > 0 && !isSeparator(lpszPath[nLength - 1]))
-        lpszPath[nLength++] = '/';
     if (isSeparator(*lpszMore))
         ++lpszMore;
-    strcpy(lpszPath + nLength, lpszMore);
+    // The path itself may be what is appended: measured before its NUL is gone.
+    const size_t nLength = strlen(lpszPath), nMore = strlen(lpszMore);
+    char* lpszTo = lpszPath + nLength;
+    if (nLength > 0 && !isSeparator(lpszTo[-1]))
+        *lpszTo++ = '/';
+    memcpy(lpszTo, lpszMore, nMore);
+    lpszTo[nMore] = 0;
 }
 
 void pathCutTail(char* lpszPath) {

@@ -126,6 +126,24 @@ TEST(Path, AppendingDropsOneLeadingSeparatorOnly) {
     EXPECT_EQ("a/", appended("a", "/"));
 }
 
+TEST(Path, PartOfThePathItselfMayBeAppended) {
+    char szPath[64] = "/a/b";
+    pathAppend(szPath, szPath);
+    EXPECT_STREQ("/a/b/a/b", szPath);
+    pathAppend(szPath, szPath + 7);
+    EXPECT_STREQ("/a/b/a/b/b", szPath);
+    pathAppend(szPath, szPath + 10);
+    EXPECT_STREQ("/a/b/a/b/b/", szPath);
+}
+
+TEST(Path, PartOfThePathItselfMayBeTheNewExtension) {
+    char szPath[64] = "x.tar.gz";
+    pathRenameExtension(szPath, szPath + 5);
+    EXPECT_STREQ("x.tar.gz", szPath);
+    pathRenameExtension(szPath, szPath + 1);
+    EXPECT_STREQ("x.tar.tar.gz", szPath);
+}
+
 TEST(Path, CuttingTheTailRemovesOneTrailingSeparator) {
     EXPECT_EQ("/a", changed("/a/", pathCutTail));
     EXPECT_EQ("a", changed("a\\", pathCutTail));

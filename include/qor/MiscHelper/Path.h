@@ -2,7 +2,8 @@
 /// Path texts, and the few file-system calls that work on them.
 ///
 /// Both '/' and '\\' separate components. The functions that change a path work in place on the caller's buffer, which
-/// has room for the result; null is a fatal assertion.
+/// has room for the result; what they add may be part of the path itself. A null path is a fatal assertion, except to
+/// the plain file-system calls, for which there is nothing at it.
 ///
 /// @code
 /// char szPath[256] = "/var/log/";
@@ -35,13 +36,13 @@ QOR_API const char* pathGetShortNamePos(const char* lpszPath);
 QOR_API const char* pathGetFileExtensionPos(const char* lpszPath);
 /// Cuts the path at its extension.
 QOR_API void pathRemoveExtension(char* lpszPath);
-/// Replaces the extension. Fatal: a new one that does not begin with '.'.
+/// Replaces the extension, or adds one. Fatal: a new one that is null or does not begin with '.'.
 QOR_API void pathRenameExtension(char* lpszPath, const char* lpszNewExtern);
 /// Keeps the file name only.
 QOR_API void pathStripPath(char* lpszPath);
 /// Cuts the file name; the separator stays.
 QOR_API void pathRemoveFileSpec(char* lpszPath);
-/// Appends a path without its leading separator, behind one separator unless the path is empty.
+/// Appends a path without its leading separator, behind one separator unless the path is empty. Fatal: null to append.
 QOR_API void pathAppend(char* lpszPath, const char* lpszMore);
 /// Removes one trailing separator.
 QOR_API void pathCutTail(char* lpszPath);
@@ -54,13 +55,13 @@ QOR_API QOR_StringHelper::chReferenceStringT<char> pathGetRelativePath(const cha
 /// Makes every missing directory along the path, mode 0777 less the umask; whether the path is a directory afterwards.
 /// Directories in front of a '\\' are made too, though the platform takes it for a letter of a name.
 QOR_API BOOL pathCreateDirectory(const char* lpszPath);
-/// Makes one directory, mode 0777 less the umask; whether it was made.
+/// Makes one directory, mode 0777 less the umask; whether it was made. False for null.
 QOR_API BOOL pathMkdir(const char* lpszPath);
-/// Whether something exists at the path.
+/// Whether something exists at the path, links followed. False for null.
 QOR_API BOOL pathFileExist(const char* lpszPath);
-/// Reads the state of a file; whether there is one.
+/// Reads the state of a file, links followed; whether there is one. False for null.
 QOR_API BOOL pathStat(const char* lpszPath, struct stat* pStat);
-/// The size of a file in bytes, -1 when there is none.
+/// The size of a file in bytes, links followed; -1 when there is none, also for null.
 QOR_API long long pathFileSize(const char* lpszPath);
 
 }  // namespace QOR_MiscHelper
