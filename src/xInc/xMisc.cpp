@@ -83,6 +83,7 @@ void qorGetLocalTime(SYSTEMTIME* pTime) {
     gettimeofday(&tv, NULL);
     const time_t tSecond = tv.tv_sec;
     tm tmLocal = {};
+    tzset();  // the zone of a device may change while it runs; this form of the call need not look
     localtime_r(&tSecond, &tmLocal);
     pTime->wYear = static_cast<unsigned short>(tmLocal.tm_year + 1900);
     pTime->wMonth = static_cast<unsigned short>(tmLocal.tm_mon + 1);

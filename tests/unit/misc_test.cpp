@@ -117,17 +117,23 @@ TEST(LocalTime, TheFieldsAreThoseOfTheClockInTheirOrder) {
     EXPECT_LE(arrField[7], 999);
 }
 
-TEST(LocalTime, ItIsTheTimeOfTheZone) {
-    setenv("TZ", "TST-5:30", 1);
-    tzset();
+// The local time is that of a zone so many seconds east of Greenwich.
+void expectZone(int nEast) {
+    const auto secondOfDay = [nEast](time_t t) { return static_cast<int>((t + nEast) % 86400); };
     const time_t tBefore = qorTest::secondsOfDayClock();
     SYSTEMTIME st = {};
     qorGetLocalTime(&st);
     const time_t tAfter = qorTest::secondsOfDayClock();
     const int nSecond = (st.wHour * 60 + st.wMinute) * 60 + st.wSecond;
-    const auto secondOfDay = [](time_t t) { return static_cast<int>((t + 19800) % 86400); };
     EXPECT_TRUE(nSecond == secondOfDay(tBefore) || nSecond == secondOfDay(tAfter) ||
                 (nSecond > secondOfDay(tBefore) && nSecond < secondOfDay(tAfter)));
+}
+
+TEST(LocalTime, ItIsTheTimeOfTheZoneThatHoldsNow) {
+    setenv("TZ", "TST-5:30", 1);
+    expectZone(19800);
+    setenv("TZ", "TST4", 1);  // nobody but the call itself looks at the zone
+    expectZone(-14400);
     unsetenv("TZ");
     tzset();
 }

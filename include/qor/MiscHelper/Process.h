@@ -41,7 +41,7 @@ QOR_API bool qorIsValidThreadID(int idThread);
 /// Whether a task exists.
 QOR_API bool qorIsValidTaskID(int idTask);
 
-/// The local time of day.
+/// The present local time, in the time zone that holds now. Fatal: null.
 QOR_API void qorGetLocalTime(SYSTEMTIME* pTime);
 /// Always 0.
 QOR_API unsigned long long qorGetCPUTickCount();
@@ -52,11 +52,11 @@ QOR_API void qorDelay(unsigned int uMillisecond);
 /// Lets other threads run: sleeps 10 microseconds.
 QOR_API void qorSwitchToThread();
 
-/// The path of the running executable, at most 256 characters.
+/// The path of the running executable, its first 256 characters; empty when the kernel does not tell.
 QOR_API QOR_StringHelper::chReferenceStringT<char> qorGetExeFileName();
-/// The working directory, at most 256 characters.
+/// The working directory; empty when it has more than 256 characters or has gone.
 QOR_API QOR_StringHelper::chReferenceStringT<char> qorGetCurrentDirectory();
-/// The environment variable HOME; unset or empty, the home directory of the user database.
+/// The environment variable HOME; unset or empty, the home directory of the user database, "/" without an entry.
 QOR_API QOR_StringHelper::chReferenceStringT<char> qorGetHomeDirectory();
 /// "/tmp".
 QOR_API QOR_StringHelper::chReferenceStringT<char> qorGetTempDirectory();
