@@ -61,7 +61,8 @@ chShareStringA& chShareStringA::operator=(const chConstTextT<char>& text) {
     const int nLength = text.GetLength();
     if (nLength <= 0)
         return *this;
-    chShareTextA* pNew = static_cast<chShareTextA*>(alloc(nLength + 8));
+    // A sum past the largest size is negative here, and so fatal.
+    chShareTextA* pNew = static_cast<chShareTextA*>(alloc(static_cast<int>(static_cast<unsigned>(nLength) + 8)));
     if (pNew == NULL)
         return *this;
     storeShareWord(pNew->m_nLength, nLength);
@@ -143,7 +144,7 @@ const char* chUTF8Dec(const char* lpszHead, const char* lpsz) {
 int chGetFormattedLength(const char* lpszFormat, va_list args) { return vsnprintf(NULL, 0, lpszFormat, args); }
 
 int chVsprintf(char* lpszTo, int nSize, const char* lpszFormat, va_list args) {
-    return vsnprintf(lpszTo, static_cast<size_t>(nSize), lpszFormat, args);
+    return vsnprintf(lpszTo, nSize > 0 ? static_cast<size_t>(nSize) : 0, lpszFormat, args);
 }
 
 namespace {

@@ -216,9 +216,9 @@ public:
     baseStaticPoolAlloc* get_pPool() const;
     /// A block of the pool. Fatal: a size not above 0, no pool, no room.
     void* alloc(int nAllocSize);
-    /// Takes a block back.
+    /// baseStaticPoolAlloc::free(); without a pool, nothing.
     void free(void* p);
-    /// baseStaticPoolAlloc::cleanup_pool().
+    /// baseStaticPoolAlloc::cleanup_pool(); without a pool, nothing.
     void cleanup_pool();
 
 private:
@@ -230,7 +230,7 @@ static_assert(sizeof(baseSharePoolAlloc) == 4, "shared layout");
 /// The heap, with a pool's operation names.
 class QOR_API baseDymicPoolAlloc {
 public:
-    /// malloc().
+    /// malloc(): null when there is no room.
     void* alloc(int nAllocSize);
     /// free().
     void free(void* p);

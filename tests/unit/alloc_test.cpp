@@ -488,6 +488,12 @@ TEST_F(Pool, HandlesShareOnePool) {
     EXPECT_EQ(cells{-nArea}, lengths());
 }
 
+TEST_F(Pool, AHandleWithoutAPoolHasNothingToFree) {
+    m_block.handle.free(m_block.aArea);
+    m_block.handle.cleanup_pool();
+    EXPECT_EQ(cells{-nArea}, lengths());
+}
+
 TEST_F(Pool, AHandlesViolatedPreconditionsAreFatal) {
     baseSharePoolAlloc& handle = m_block.handle;
     const char* const szSet = "get_pPool\\(\\) == NULL && pPool != NULL";

@@ -139,6 +139,11 @@ TEST_F(ShareString, ABlockMayBeHandedFromOneToAnother) {
     EXPECT_EQ(pText, arrText[1].get_Text());
 }
 
+TEST_F(ShareString, ALengthBeyondAllSizesIsFatal) {
+    EXPECT_EXIT(m_pRecord->m_arrText[0] = view("abc", 0x7FFFFFFF), testing::KilledBySignal(SIGABRT),
+                qorTest::reportOf("_chAlloc", "nAllocSize > 0"));
+}
+
 TEST_F(ShareString, AFullPoolIsFatal) {
     const std::string strLarge(3000, 'x');
     EXPECT_EXIT(m_pRecord->m_arrText[0] = view(strLarge.c_str()), testing::KilledBySignal(SIGABRT),

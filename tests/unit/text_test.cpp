@@ -359,6 +359,16 @@ TEST(Print, IsCutToTheBufferAndSaysTheFullLength) {
     EXPECT_EQ("12", narrow(szWide));
 }
 
+TEST(Print, WithoutRoomNothingIsStored) {
+    char szOut[4] = "abc";
+    EXPECT_EQ(6, printNarrow(szOut, 0, "%s", "abcdef"));
+    EXPECT_EQ(6, printNarrow(szOut, -1, "%s", "abcdef"));
+    EXPECT_STREQ("abc", szOut);
+    unsigned short szWide[4] = {'z', 0, 0, 0};
+    EXPECT_EQ(3, printWide(szWide, -1, letters<unsigned short>("%d"), 456));
+    EXPECT_EQ("z", narrow(szWide));
+}
+
 TEST(Print, SixteenBitFormatsPrintNumbersAsOthersDo) {
     EXPECT_EQ("-7|007|7  |  7|+7", print("%d|%.3d|%-3d|%3d|%+d", -7, 7, 7, 7, 7));
     EXPECT_EQ("0x1f|1F|17|42", print("%#x|%X|%o|%u", 31, 31, 15, 42u));

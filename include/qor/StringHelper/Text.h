@@ -271,13 +271,14 @@ QOR_API unsigned short chUTF8Word(const char*& lpsz);
 /// The previous character, or null at the head.
 QOR_API const char* chUTF8Dec(const char* lpszHead, const char* lpsz);
 
-/// The length that a formatted text would have, in characters.
+/// The length that a formatted text would have, in characters; a negative number on failure.
 QOR_API int chGetFormattedLength(const char* lpszFormat, va_list args);
 /// The length that a formatted text would have, in characters.
 QOR_API int chGetFormattedLength(const unsigned short* lpszFormat, va_list args);
-/// Formats into nSize characters, terminated; the full length, or a negative number on failure.
+/// Formats into nSize characters, terminated; a size not above 0 stores nothing.
+/// @return the full length, or a negative number on failure.
 QOR_API int chVsprintf(char* lpszTo, int nSize, const char* lpszFormat, va_list args);
-/// Formats into nSize characters, terminated. %s and %ls take 16-bit text, %hs 8-bit text.
+/// The same of 16-bit text: %s and %ls take 16-bit text, %hs 8-bit text.
 QOR_API int chVsprintf(unsigned short* lpszTo, int nSize, const unsigned short* lpszFormat, va_list args);
 
 }  // namespace QOR_StringHelper
