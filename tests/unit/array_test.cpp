@@ -131,6 +131,16 @@ TEST(Array, AppendsItselfWhileGrowing) {
         ASSERT_EQ(i % 50, arr[i]);
 }
 
+TEST(Array, AppendsPartOfItselfWhileGrowing) {
+    chObjArray<counted, true, 1> arr;
+    for (int i = 0; i < 50; ++i)
+        arr.Add(i);
+    arr.Append(arr.GetBuffer() + 20, 30);
+    ASSERT_EQ(80, arr.GetSize());
+    for (int i = 50; i < 80; ++i)
+        ASSERT_EQ(i - 30, arr[i]);
+}
+
 TEST(Array, AppendsOtherArraysAndBuffers) {
     intArray arr, arrOther;
     const int aValue[] = {1, 2, 3};

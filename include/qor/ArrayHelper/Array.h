@@ -106,15 +106,15 @@ public:
         alloc_push_back() = copy;
     }
     /// Appends copies of an array's elements, also of this one's own.
-    void Append(const chMeth_ObjArray& r) {
-        const int nCount = r.m_nElementCount;
-        T* pTo = AppendAllocSize(nCount);
-        for (int i = 0; i < nCount; ++i)
-            pTo[i] = r.m_aT[i];
-    }
-    /// Appends copies of nCount elements at p, which are not the array's own; a count not above 0 appends nothing.
+    void Append(const chMeth_ObjArray& r) { Append(r.m_aT, r.m_nElementCount); }
+    /// Appends copies of nCount elements at p, also of the array's own; a count not above 0 appends nothing.
     void Append(const T* p, int nCount) {
+        // Growing moves the array's own elements.
+        const bool bOwn = p >= this->m_aT && p < this->m_aT + m_nElementCount;
+        const ptrdiff_t iOwn = bOwn ? p - this->m_aT : 0;
         T* pTo = AppendAllocSize(nCount);
+        if (bOwn)
+            p = this->m_aT + iOwn;
         for (int i = 0; i < nCount; ++i)
             pTo[i] = p[i];
     }
