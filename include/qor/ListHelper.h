@@ -147,18 +147,22 @@ template <class Node, int N>
 class chAlloc_Node_dynamic : public QOR_AllocHelper::baseDynamicNodeAlloc {
 public:
     typedef Node node_type;  ///< the node's type
-    static_assert(alignof(Node) <= alignof(void*), "a block's nodes are aligned like pointers");
+    static_assert(alignof(Node) <= 2 * sizeof(void*), "the heap aligns its blocks to two pointers");
 
     /// A new node with a default payload.
     Node* BorrowNode() {
-        void* p = borrow_node(sizeof(Node), N);
-        return p != NULL ? new (p) Node : NULL;
+        char* p = static_cast<char*>(borrow_node(sizeof(Node) + 2 * sizeShift, N));
+        return p != NULL ? new (p + sizeShift) Node : NULL;
     }
     /// Destroys a node.
     void ReturnNode(Node* pNode) {
         pNode->~Node();
-        return_node(pNode);
+        return_node(reinterpret_cast<char*>(pNode) - sizeShift);
     }
+
+private:
+    // A block begins with one pointer; on 32-bit, a node that holds 64-bit numbers stands another one behind.
+    static constexpr int sizeShift = alignof(Node) > sizeof(void*) ? sizeof(void*) : 0;
 };
 
 /// Nodes from a pool of the segment that the list lies in.

@@ -295,6 +295,30 @@ TEST(DynamicList, TakesNNodesAtATime) {
     EXPECT_NE(list[2] + sizeof(list_node_pointer<int>), list[3]);
 }
 
+// Aligned to 8 bytes on 32-bit, as 64-bit numbers are there, and to 16 on 64-bit.
+struct alignas(2 * sizeof(void*)) strict {
+    int nValue;
+    bool operator==(const strict& r) const { return nValue == r.nValue; }
+};
+
+TEST(DynamicList, ElementsAreAlignedAsTheirTypeAsks) {
+    chObjList_dynamic<strict, 3> lst;
+    for (int i = 0; i < 10; ++i) {
+        strict& value = lst.alloc_push_back();
+        EXPECT_EQ(0u, reinterpret_cast<uintptr_t>(&value) % alignof(strict));
+        value.nValue = i;
+    }
+    EXPECT_TRUE(lst.erase_value(strict{4}));
+    lst.push_front(strict{10});
+    int arrLeft[10], nLeft = 0;
+    for (const strict& value : lst)
+        arrLeft[nLeft++] = value.nValue;
+    EXPECT_EQ((std::vector<int>{10, 0, 1, 2, 3, 5, 6, 7, 8, 9}), std::vector<int>(arrLeft, arrLeft + nLeft));
+    chObjList_dynamic<double, 4> lstNumber;
+    lstNumber.push_back(1.5);
+    EXPECT_EQ(1.5, lstNumber.front());
+}
+
 TEST(DynamicList, ABorrowedNodeThatIsNotReturnedIsFatal) {
     EXPECT_EXIT((chObjList_dynamic<int, 4>().BorrowNode()), testing::KilledBySignal(SIGABRT),
                 "\\[_chAlloc:[0-9]+\\] m_nBorrowedCount == 0 ");
