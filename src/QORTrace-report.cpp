@@ -1,12 +1,10 @@
-// Console reports. Everything else may be broken when these run, so they use the C streams alone and keep
-// no state. A line is formatted before it is written, and written in one call, so that lines of several
-// threads and processes do not mix.
+// Console reports. Everything else may be broken when these run, the heap as well, so they use the stack and the C
+// streams alone and keep no state. A line is formatted before it is written, and written in one call, so that lines of
+// several threads and processes do not mix; a very long one is only kept together among the threads.
 #include <pthread.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <unistd.h>
-
-#include <string>
 
 #define QOR_MODULE "QORTrace"
 #include "internal/report.h"
@@ -20,6 +18,23 @@ void printReport(const char* lpszFormat, const char* lpszFile, int nLine, const 
         static_cast<unsigned>(reinterpret_cast<uintptr_t>(reinterpret_cast<void*>(pthread_self())));
     fprintf(stderr, lpszFormat, lpszFile, nLine, lpszExpression, static_cast<int>(getpid()), idThread);
     fflush(stderr);
+}
+
+void printLine(FILE* pStream, const char* lpszPrefix, const char* lpszFormat, va_list args) {
+    char szText[1024];
+    va_list argsText;
+    va_copy(argsText, args);
+    const int nLength = vsnprintf(szText, sizeof(szText), lpszFormat, argsText);
+    va_end(argsText);
+    if (nLength >= 0 && nLength < static_cast<int>(sizeof(szText))) {
+        fprintf(pStream, "%s%s\n", lpszPrefix, szText);
+        return;
+    }
+    flockfile(pStream);
+    fputs(lpszPrefix, pStream);
+    vfprintf(pStream, lpszFormat, args);
+    putc('\n', pStream);
+    funlockfile(pStream);
 }
 
 }  // namespace
@@ -46,10 +61,8 @@ void qorOutputDebugString(const char* lpszFormat, ...) {
 }
 
 void qorOutputDebugStringV(const char* lpszFormat, va_list args) {
-    if (!QOR_ASSERT(lpszFormat != NULL))
-        return;
-    const std::string strFormat = std::string(lpszFormat) + "\n";
-    vprintf(strFormat.c_str(), args);
+    if (QOR_ASSERT(lpszFormat != NULL))
+        printLine(stdout, "", lpszFormat, args);
 }
 
 void qorOutputWarningString(const char* lpszFormat, ...) {
@@ -62,8 +75,7 @@ void qorOutputWarningString(const char* lpszFormat, ...) {
 void qorOutputWarningStringV(const char* lpszFormat, va_list args) {
     if (!QOR_ASSERT(lpszFormat != NULL))
         return;
-    const std::string strFormat = std::string("\033[1;33m warning: \033[00m ") + lpszFormat + "\n";
-    vfprintf(stderr, strFormat.c_str(), args);
+    printLine(stderr, "\033[1;33m warning: \033[00m ", lpszFormat, args);
     fflush(stderr);
 }
 

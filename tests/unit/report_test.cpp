@@ -1,11 +1,25 @@
 // Console reports: the exact lines, what aborts and what goes on.
 #include <pthread.h>
 #include <stdio_ext.h>
+#include <stdlib.h>
 #include <unistd.h>
 
 #include "qor/TraceHelper/Report.h"
 
 using namespace QOR_TraceHelper;
+
+// What the program and the library take from the heap as objects.
+static int s_nNew = 0;
+
+void* operator new(size_t nSize) {
+    ++s_nNew;
+    if (void* p = malloc(nSize))
+        return p;
+    abort();
+}
+
+void operator delete(void* p) noexcept { free(p); }
+void operator delete(void* p, size_t) noexcept { free(p); }
 
 namespace {
 
@@ -43,7 +57,32 @@ TEST(Report, AWarningTextIsFormattedBehindItsPrefix) {
 TEST(Report, DebugOutputIsALineOnStandardOutput) {
     testing::internal::CaptureStdout();
     qorOutputDebugString("%s=%d", "n", 5);
-    EXPECT_EQ("n=5\n", testing::internal::GetCapturedStdout());
+    qorOutputDebugString("%s", "");
+    EXPECT_EQ("n=5\n\n", testing::internal::GetCapturedStdout());
+}
+
+TEST(Report, ATextOfAnyLengthIsPrintedWhole) {
+    for (size_t nLength : {1022u, 1023u, 1024u, 1025u, 100000u}) {
+        const std::string strText(nLength, 'x');
+        testing::internal::CaptureStdout();
+        qorOutputDebugString("<%s>", strText.c_str());
+        EXPECT_EQ("<" + strText + ">\n", testing::internal::GetCapturedStdout());
+        testing::internal::CaptureStderr();
+        qorOutputWarningString("%s%d", strText.c_str(), 7);
+        EXPECT_EQ("\033[1;33m warning: \033[00m " + strText + "7\n", testing::internal::GetCapturedStderr());
+    }
+}
+
+TEST(Report, NoReportNeedsTheHeap) {
+    testing::internal::CaptureStdout();
+    testing::internal::CaptureStderr();
+    const int nBefore = s_nNew;
+    qorWarningMessage(0, "mod", 3, "a text that no small buffer of a string holds");
+    qorOutputDebugString("%d items, and a format that no small buffer of a string holds", 3);
+    qorOutputWarningString("%d items, and a format that no small buffer of a string holds", 3);
+    EXPECT_EQ(nBefore, s_nNew);
+    testing::internal::GetCapturedStdout();
+    testing::internal::GetCapturedStderr();
 }
 
 // What a report leaves in a stream that is fully buffered is lost with _exit().
