@@ -139,6 +139,17 @@ TEST_F(ShareString, ABlockMayBeHandedFromOneToAnother) {
     EXPECT_EQ(pText, arrText[1].get_Text());
 }
 
+TEST_F(ShareString, IsComparedByItsCharacters) {
+    chShareStringA &str = m_pRecord->m_arrText[0], &strOther = m_pRecord->m_arrText[1];
+    str = view("abc");
+    strOther = view("abc");
+    const std::string strSame = "abc";
+    EXPECT_TRUE(str == strOther && str == strSame.c_str() && strSame.c_str() == str && str == view("abcd", 3));
+    strOther = view("abd");
+    EXPECT_TRUE(str != strOther && str < strOther && strOther > str && str <= "abc" && "abb" < str);
+    EXPECT_TRUE(str == chReferenceStringT<char>("abc"));
+}
+
 TEST_F(ShareString, ALengthBeyondAllSizesIsFatal) {
     EXPECT_EXIT(m_pRecord->m_arrText[0] = view("abc", 0x7FFFFFFF), testing::KilledBySignal(SIGABRT),
                 qorTest::reportOf("_chAlloc", "nAllocSize > 0"));

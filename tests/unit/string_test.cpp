@@ -388,6 +388,63 @@ TYPED_TEST(String, ComparesByCharacters) {
     EXPECT_STRING_FATAL(str.Compare(nullptr), "lpszText != NULL");
 }
 
+// Compares two texts of which the first comes first, on either side and each with itself.
+template <class L, class R>
+void expectOrder(const L& textLow, const R& textHigh) {
+    EXPECT_TRUE(textLow < textHigh && textLow <= textHigh && textLow != textHigh);
+    EXPECT_FALSE(textLow > textHigh || textLow >= textHigh || textLow == textHigh);
+    EXPECT_TRUE(textHigh > textLow && textHigh >= textLow && textHigh != textLow);
+    EXPECT_FALSE(textHigh < textLow || textHigh <= textLow || textHigh == textLow);
+}
+
+template <class L, class R>
+void expectSame(const L& text1, const R& text2) {
+    EXPECT_TRUE(text1 == text2 && text1 <= text2 && text1 >= text2 && text2 == text1);
+    EXPECT_FALSE(text1 != text2 || text1 < text2 || text1 > text2 || text2 != text1);
+}
+
+TYPED_TEST(String, TextsOfAllKindsAreComparedByTheirCharacters) {
+    typedef TypeParam T;
+    const letters<T> low("abc"), sameLow("abc"), high("abd");
+    const T *lpszLow = low, *lpszHigh = high;
+    const auto strLow = this->make("abc"), strSame = this->make("abc"), strHigh = this->make("abd");
+    const chConstTextT<T> viewLow(sameLow), viewHigh(high);
+    const chStaticTextT<T, 256> textLow(sameLow), textSame(sameLow), textHigh(high);
+    expectOrder(strLow, strHigh);
+    expectOrder(strLow, lpszHigh);
+    expectOrder(lpszLow, strHigh);
+    expectOrder(strLow, viewHigh);
+    expectOrder(strLow, textHigh);
+    expectOrder(viewLow, viewHigh);
+    expectOrder(viewLow, lpszHigh);
+    expectOrder(viewLow, strHigh);
+    expectOrder(viewLow, textHigh);
+    expectOrder(textLow, textHigh);
+    expectOrder(textLow, lpszHigh);
+    expectOrder(textLow, strHigh);
+    expectSame(strLow, strSame);
+    expectSame(strLow, sameLow.get());
+    expectSame(strLow, viewLow);
+    expectSame(strLow, textLow);
+    expectSame(viewLow, lpszLow);
+    expectSame(viewLow, textLow);
+    expectSame(textLow, textSame);
+    expectSame(textLow, lpszLow);
+}
+
+TYPED_TEST(String, AViewIsComparedWithItsLength) {
+    typedef TypeParam T;
+    const letters<T> text("abcd");
+    const chConstTextT<T> part(text, 3);
+    EXPECT_EQ(0, part.Compare(letters<T>("abc").get()));
+    EXPECT_GT(0, part.Compare(chConstTextT<T>(text)));
+    EXPECT_LT(0, part.Compare(chConstTextT<T>(text, 2)));
+    expectSame(part, this->make("abc"));
+    expectOrder(part, text.get());
+    expectOrder(static_cast<const T*>(nullptr), part);
+    EXPECT_STRING_FATAL((void)(static_cast<const T*>(nullptr) == this->make("abc")), "s1 != NULL && s2 != NULL");
+}
+
 // ---- appending
 
 TYPED_TEST(String, AppendsCharactersTextsAndStrings) {

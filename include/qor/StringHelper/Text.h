@@ -216,12 +216,13 @@ public:
                (m_nLength == 0 || uCTextHelper<T, true>::chStrncmp(m_lpszText, r.m_lpszText, m_nLength) == 0);
     }
     bool operator!=(const chConstTextT& r) const { return !(*this == r); }
-    /// Orders by characters, a shorter text before its continuations.
-    bool operator<(const chConstTextT& r) const {
+    /// Orders by characters, a shorter text before its continuations: below, equal to or above 0.
+    int Compare(const chConstTextT& r) const {
         const int nCommon = m_nLength < r.m_nLength ? m_nLength : r.m_nLength;
         const int nOrder = nCommon == 0 ? 0 : uCTextHelper<T, true>::chStrncmp(m_lpszText, r.m_lpszText, nCommon);
-        return nOrder != 0 ? nOrder < 0 : m_nLength < r.m_nLength;
+        return nOrder != 0 ? nOrder : m_nLength - r.m_nLength;
     }
+    bool operator<(const chConstTextT& r) const { return Compare(r) < 0; }
 
 private:
     void Assign(const T* lpszText, int nLength) {
@@ -261,6 +262,51 @@ private:
     T m_szText[textSize + 1];
     int32_t m_nTextLength;
 };
+
+// ---- comparisons
+
+// What is compared of a text, however it is held: a view with its length, every other up to its NUL.
+template <class T>
+inline chConstTextT<T> comparedText(const chConstTextT<T>& text) {
+    return text;
+}
+inline const char* comparedText(const char* lpszText) { return lpszText; }
+inline const unsigned short* comparedText(const unsigned short* lpszText) { return lpszText; }
+
+template <class T>
+inline int compareTexts(const T* lpszText1, const T* lpszText2) {
+    return uCTextHelper<T, true>::chStrcmp(lpszText1, lpszText2);
+}
+template <class T>
+inline int compareTexts(const chConstTextT<T>& text1, const chConstTextT<T>& text2) {
+    return text1.Compare(text2);
+}
+template <class T>
+inline int compareTexts(const chConstTextT<T>& text, const T* lpszText) {
+    return text.Compare(lpszText);
+}
+template <class T>
+inline int compareTexts(const T* lpszText, const chConstTextT<T>& text) {
+    return chConstTextT<T>(lpszText).Compare(text);
+}
+
+/// Defines one comparison for all pairs of texts of one width, plain text on either side included: by characters, as
+/// strcmp() orders them. Without it both sides would convert to pointers, and their addresses would be compared.
+/// Null is an empty text to a view; to others it is fatal.
+#define QOR_TEXT_COMPARISON(op)                                                   \
+    template <class L, class R>                                                   \
+    inline auto operator op(const L& text1, const R& text2)                       \
+        ->decltype(compareTexts(comparedText(text1), comparedText(text2)) op 0) { \
+        return compareTexts(comparedText(text1), comparedText(text2)) op 0;       \
+    }
+
+QOR_TEXT_COMPARISON(==)
+QOR_TEXT_COMPARISON(!=)
+QOR_TEXT_COMPARISON(<)
+QOR_TEXT_COMPARISON(<=)
+QOR_TEXT_COMPARISON(>)
+QOR_TEXT_COMPARISON(>=)
+#undef QOR_TEXT_COMPARISON
 
 /// The next character of UTF-8 text of one to three bytes a character: null at the NUL and at any other lead byte. Of a
 /// character that the NUL cuts short, the NUL is next.
