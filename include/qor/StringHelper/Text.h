@@ -1,7 +1,8 @@
 /// @file
 /// Characters, text primitives, text views and fixed text buffers.
 ///
-/// 8-bit text is `char`, 16-bit text `unsigned short`. Nothing here allocates.
+/// 8-bit text is `char`, 16-bit text `unsigned short`. Nothing here allocates. Texts of one width are compared by their
+/// characters with `==`, `!=`, `<`, `<=`, `>` and `>=`, however they are held, plain text on either side included.
 ///
 /// @code
 /// typedef QOR_StringHelper::uCTextHelper<char, false> noCase;
@@ -265,6 +266,8 @@ private:
 
 // ---- comparisons
 
+/// @cond internal
+
 // What is compared of a text, however it is held: a view with its length, every other up to its NUL.
 template <class T>
 inline chConstTextT<T> comparedText(const chConstTextT<T>& text) {
@@ -273,6 +276,7 @@ inline chConstTextT<T> comparedText(const chConstTextT<T>& text) {
 inline const char* comparedText(const char* lpszText) { return lpszText; }
 inline const unsigned short* comparedText(const unsigned short* lpszText) { return lpszText; }
 
+// Below, equal to or above 0, as the first text is.
 template <class T>
 inline int compareTexts(const T* lpszText1, const T* lpszText2) {
     return uCTextHelper<T, true>::chStrcmp(lpszText1, lpszText2);
@@ -290,9 +294,9 @@ inline int compareTexts(const T* lpszText, const chConstTextT<T>& text) {
     return chConstTextT<T>(lpszText).Compare(text);
 }
 
-/// Defines one comparison for all pairs of texts of one width, plain text on either side included: by characters, as
-/// strcmp() orders them. Without it both sides would convert to pointers, and their addresses would be compared.
-/// Null is an empty text to a view; to others it is fatal.
+// Defines one comparison for all pairs of texts of one width, plain text on either side included: by characters, as
+// strcmp() orders them. Without it both sides would convert to pointers, and their addresses would be compared.
+// Null is an empty text to a view; to others it is fatal.
 #define QOR_TEXT_COMPARISON(op)                                                   \
     template <class L, class R>                                                   \
     inline auto operator op(const L& text1, const R& text2)                       \
@@ -307,6 +311,7 @@ QOR_TEXT_COMPARISON(<=)
 QOR_TEXT_COMPARISON(>)
 QOR_TEXT_COMPARISON(>=)
 #undef QOR_TEXT_COMPARISON
+/// @endcond
 
 /// The next character of UTF-8 text of one to three bytes a character: null at the NUL and at any other lead byte. Of a
 /// character that the NUL cuts short, the NUL is next.
