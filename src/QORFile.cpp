@@ -44,6 +44,12 @@ size_t squeezeNuls(char* lpszText, size_t nLength) {
     return static_cast<size_t>(lpszTo - lpszText);
 }
 
+// An error of an earlier write would count as one of the read to come.
+void forgetError(FILE* pFile) {
+    if (ferror(pFile) != 0)
+        clearerr(pFile);
+}
+
 }  // namespace
 
 // ---- opening and closing
@@ -88,6 +94,7 @@ UINT chFileStdio::Read(void* lpBuf, UINT uSize, UINT uCount) {
         return uCount;
     if (!QOR_ASSERT(lpBuf != NULL) || uCount > SIZE_MAX / uSize)
         return 0;
+    forgetError(m_pFile);
     const size_t nRead = fread(lpBuf, uSize, uCount, m_pFile);
     if (ferror(m_pFile) == 0)
         return static_cast<UINT>(nRead);
@@ -141,6 +148,7 @@ BOOL chFileStdio::ReadString(chReferenceStringT<char>& str, char endChar) {
     str.Clear();
     if (!QOR_ASSERT(m_pFile != NULL))
         return 0;
+    forgetError(m_pFile);
     char* lpszLine = NULL;
     size_t nRoom = 0;
     const ssize_t nRead = getdelim(&lpszLine, &nRoom, static_cast<unsigned char>(endChar), m_pFile);

@@ -235,6 +235,16 @@ TEST_F(File, AWriteThatIsRefusedFails) {
     EXPECT_EQ(0, m_file.WriteString("x"));
 }
 
+TEST_F(File, ARefusedWriteCostsTheNextReadNothing) {
+    open("abcdef", openRead);
+    EXPECT_EQ(0, m_file.Write("x", 1, 1));
+    char sz[4] = "";
+    EXPECT_EQ(3u, m_file.Read(sz, 1, 3));
+    EXPECT_STREQ("abc", sz);
+    EXPECT_EQ(1, m_file.ReadString(m_str, '\n'));
+    EXPECT_STREQ("def", m_str);
+}
+
 // ---- position and length
 
 TEST_F(File, AnOffsetCountsFromBeginPositionOrEnd) {
