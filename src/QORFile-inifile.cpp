@@ -10,7 +10,6 @@
 #include "internal/dense_alloc.h"
 #include "internal/report.h"
 #include "internal/safe_save.h"
-#include "internal/whole_file.h"
 
 using namespace QOR_StringHelper;
 using QOR_AllocHelper::denseAlloc;
@@ -224,9 +223,8 @@ BOOL iniFile::LoadFromFile(const char* lpszFileName) {
     if (!QOR_ASSERT(!textEMPTY(lpszFileName)))
         return 0;
     m_strFileName = lpszFileName;
-    recoverSavedFile(m_strFileName);
     fileText text;
-    const int nSize = readWholeText(m_strFileName, text);
+    const int nSize = readSavedText(m_strFileName, text);
     if (nSize < 0)
         return 0;
     ClearObjList();

@@ -5,7 +5,6 @@
 #define QOR_MODULE "QORFile"
 #include "internal/report.h"
 #include "internal/safe_save.h"
-#include "internal/whole_file.h"
 
 using namespace QOR_StringHelper;
 
@@ -37,9 +36,8 @@ BOOL xmlFile::LoadFromFile(const char* lpszFileName) {
     if (!QOR_ASSERT(!textEMPTY(lpszFileName)))
         return 0;
     m_strFileName = lpszFileName;
-    recoverSavedFile(m_strFileName);
     fileText text;
-    if (readWholeText(m_strFileName, text) < 0)
+    if (readSavedText(m_strFileName, text) < 0)
         return 0;
     ClearChildren();  // the text is none of the old tree's own, so that one need not live on
     return parseWhole(*this, text.GetBuffer());

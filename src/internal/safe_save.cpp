@@ -193,19 +193,32 @@ bool writeNew(int fdNew, const std::function<BOOL(chFileStdio&)>& fnExport) {
     return fflush(pFile) == 0 && ferror(pFile) == 0 && fsync(fd) == 0;
 }
 
+// Gives the old document its second name. Where a file has one name only it loses the first, until the .new takes that.
+void keepOld(const savedName& name) {
+    if (link(name.strName.c_str(), name.strOld.c_str()) != 0)
+        move(name.strName, name.strOld);
+}
+
+// Back to the old document under its own name alone.
+void dropOld(const savedName& name) {
+    const int nError = errno;
+    if (exists(name.strName))
+        removeFile(name.strOld);
+    else
+        move(name.strOld, name.strName);
+    errno = nError;
+}
+
 // Puts the .new in the place of the file.
 bool exchange(const savedName& name, const fileLock& lock) {
     if (!lock.isAt(name.strNew.c_str()))
         return false;  // overtaken
     const bool bReplaces = hasFile(name.strName);
     if (bReplaces)
-        move(name.strName, name.strOld);
+        keepOld(name);
     // A load that lost patience may have done it already.
     if (!move(name.strNew, name.strName) && !lock.isAt(name.strName.c_str())) {
-        const int nError = errno;
-        if (!exists(name.strName))
-            move(name.strOld, name.strName);
-        errno = nError;
+        dropOld(name);
         return false;
     }
     if (bReplaces)
@@ -218,6 +231,18 @@ bool exchange(const savedName& name, const fileLock& lock) {
 }  // namespace
 
 void recoverSavedFile(const char* lpszFileName) { recover(savedName(lpszFileName), false); }
+
+int readSavedText(const char* lpszFileName, fileText& text) {
+    const savedName name(lpszFileName);
+    for (int i = 0; i < maxTries; ++i) {
+        recover(name, false);
+        const int nRead = readWholeText(lpszFileName, text);
+        // A saver that began behind the recovery may be between its renames, or through by now.
+        if (nRead >= 0 || errno != ENOENT || (!hasFile(name.strOld) && !hasFile(name.strName)))
+            return nRead;
+    }
+    return -1;
+}
 
 BOOL saveFileSafely(const char* lpszFileName, const std::function<BOOL(chFileStdio&)>& fnExport) {
     if (!QOR_ASSERT_TEXT(!QOR_StringHelper::textEMPTY(lpszFileName), "!textEMPTY(lpszFileName)"))

@@ -8,6 +8,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <functional>
 #include <map>
 #include <sstream>
 
@@ -33,6 +34,10 @@ struct cutPlan {
     int iAt = -1;
     int nCalls = 0;
     std::string strCalls;
+    bool bLinks = true;                  // whether files can have a second name
+    std::string strWatched;              // the name of a file
+    int nMissed = 0;                     // behind how many calls there was none of that name
+    std::function<void()> fnBeforeRead;  // runs once, when a file is about to be opened for reading
 };
 cutPlan s_plan;
 bool s_bCounting = false;
@@ -48,6 +53,8 @@ bool cut(const char* lpszCall) {
     const int i = s_plan.nCalls++;
     s_plan.strCalls += lpszCall;
     s_plan.strCalls += ' ';
+    if (s_plan.strWatched != "" && access(s_plan.strWatched.c_str(), F_OK) != 0)
+        ++s_plan.nMissed;
     if (s_plan.eHow == cutKill && i == s_plan.iAt)
         kill(getpid(), SIGKILL);
     const bool bFail =
@@ -64,6 +71,24 @@ extern "C" {
 int rename(const char* lpszFrom, const char* lpszTo) noexcept {
     static auto* const fn = systemCall<int(const char*, const char*)>("rename");
     return cut("rename") ? -1 : fn(lpszFrom, lpszTo);
+}
+
+int link(const char* lpszFrom, const char* lpszTo) noexcept {
+    static auto* const fn = systemCall<int(const char*, const char*)>("link");
+    if (cut("link"))
+        return -1;
+    if (!s_plan.bLinks)
+        errno = EPERM;
+    return s_plan.bLinks ? fn(lpszFrom, lpszTo) : -1;
+}
+
+FILE* fopen(const char* lpszPath, const char* lpszMode) {
+    static auto* const fn = systemCall<FILE*(const char*, const char*)>({"fopen64", "fopen"});
+    std::function<void()> fnBefore;
+    fnBefore.swap(s_plan.fnBeforeRead);
+    if (fnBefore)
+        fnBefore();
+    return fn(lpszPath, lpszMode);
 }
 
 int unlink(const char* lpszPath) noexcept {
@@ -180,6 +205,7 @@ protected:
     typedef std::map<std::string, std::string> fileMap;
 
     SafeSave() {
+        s_plan = cutPlan();
         char sz[] = "/tmp/safe_save_XXXXXX";
         m_strFolder = mkdtemp(sz);
         m_strName = m_strFolder + "/doc";
@@ -219,7 +245,6 @@ protected:
         if (pipe(fd) != 0)
             abort();
         qorTest::childProcess child("cut", [&] {
-            s_plan = cutPlan();
             s_plan.eHow = eHow;
             s_plan.iAt = iAt;
             s_bCounting = true;
@@ -233,6 +258,14 @@ protected:
             out.nCalls = -1;
         close(fd[0]);
         return out;
+    }
+
+    // A save that is counted.
+    void countedSave(const cutPlan& plan) const {
+        s_plan = plan;
+        s_bCounting = true;
+        EXPECT_EQ(1, save(s_strNew));
+        s_bCounting = false;
     }
 
     // Every state that a save can begin with, and the document that a load finds in it ("" for none).
@@ -270,6 +303,15 @@ protected:
     std::string m_strFolder;
     std::string m_strName;
 };
+
+// Where files can have a second name, and where they cannot.
+class SafeSaveLinks : public SafeSave, public testing::WithParamInterface<bool> {
+protected:
+    SafeSaveLinks() { s_plan.bLinks = GetParam(); }
+};
+
+INSTANTIATE_TEST_SUITE_P(HardLinks, SafeSaveLinks, testing::Bool(),
+                         [](const auto& info) { return info.param ? "With" : "Without"; });
 
 // ---- the plain course
 
@@ -330,19 +372,41 @@ TEST_F(SafeSave, ANewFileHasTheModeOfTheUmask) {
     EXPECT_EQ(0640u, state.st_mode & 07777);
 }
 
-TEST_F(SafeSave, TheDocumentReachesTheDeviceBeforeItsName) {
-    set({{"", s_strOld}});
-    s_plan = cutPlan();
-    s_bCounting = true;
-    EXPECT_EQ(1, save(s_strNew));
-    s_bCounting = false;
-    // The order of what the device sees: contents, both names, their directory, and only then the end of the old file.
+// What the device sees of a save, in order: contents, both names, their directory, and only then the end of the old
+// file.
+std::string deviceOrder() {
     std::string strOrder;
     std::istringstream in(s_plan.strCalls);
     for (std::string strCall; in >> strCall;)
-        if (strCall == "rename" || strCall == "unlink" || strCall == "fsync")
+        if (strCall == "link" || strCall == "rename" || strCall == "unlink" || strCall == "fsync")
             strOrder += strCall + " ";
-    EXPECT_EQ("fsync rename rename fsync unlink fsync ", strOrder);
+    return strOrder;
+}
+
+TEST_F(SafeSave, TheDocumentReachesTheDeviceBeforeItsName) {
+    set({{"", s_strOld}});
+    countedSave(cutPlan());
+    EXPECT_EQ("fsync link rename fsync unlink fsync ", deviceOrder());
+}
+
+TEST_F(SafeSave, AtEveryCallThereIsADocumentAtTheName) {
+    set({{"", s_strOld}});
+    cutPlan plan;
+    plan.strWatched = m_strName;
+    countedSave(plan);
+    EXPECT_EQ(0, s_plan.nMissed);
+    EXPECT_EQ((fileMap{{"", s_strNew}}), files());
+}
+
+TEST_F(SafeSave, WithoutHardLinksTheOldDocumentStepsAsideForAnInstant) {
+    set({{"", s_strOld}});
+    cutPlan plan;
+    plan.bLinks = false;
+    plan.strWatched = m_strName;
+    countedSave(plan);
+    EXPECT_EQ("fsync link rename rename fsync unlink fsync ", deviceOrder());
+    EXPECT_LT(0, s_plan.nMissed);
+    EXPECT_EQ((fileMap{{"", s_strNew}}), files());
 }
 
 // ---- what a load finds
@@ -386,7 +450,7 @@ TEST_F(SafeSave, ALinkAtTheNewNameIsNeverWrittenThrough) {
 
 // ---- cuts
 
-TEST_F(SafeSave, AProcessKilledAtAnyCallLeavesAWholeDocument) {
+TEST_P(SafeSaveLinks, AProcessKilledAtAnyCallLeavesAWholeDocument) {
     for (const start& begin : starts()) {
         int i = 0;
         for (;; ++i) {
@@ -410,7 +474,7 @@ TEST_F(SafeSave, ARecoveryKilledAtAnyCallCanBeDoneAgain) {
         }
 }
 
-TEST_F(SafeSave, ASaveAfterAKilledOneWithoutALoadKeepsEverythingWhole) {
+TEST_P(SafeSaveLinks, ASaveAfterAKilledOneWithoutALoadKeepsEverythingWhole) {
     set({{"", s_strOld}});
     const int nCalls = run(cutKill, -1, [&] { return save(s_strNew); }).nCalls;
     ASSERT_GT(nCalls, 12);
@@ -425,7 +489,7 @@ TEST_F(SafeSave, ASaveAfterAKilledOneWithoutALoadKeepsEverythingWhole) {
         }
 }
 
-TEST_F(SafeSave, AFailedCallLeavesAWholeDocumentAndTheResultSaysWhich) {
+TEST_P(SafeSaveLinks, AFailedCallLeavesAWholeDocumentAndTheResultSaysWhich) {
     for (const start& begin : starts()) {
         set(begin.mapFile);
         const int nCalls = run(cutNone, 0, [&] { return save(s_strNew); }).nCalls;
@@ -448,7 +512,7 @@ TEST_F(SafeSave, AFailedCallLeavesAWholeDocumentAndTheResultSaysWhich) {
     }
 }
 
-TEST_F(SafeSave, ADiskThatDiesAtAnyCallLeavesAWholeDocument) {
+TEST_P(SafeSaveLinks, ADiskThatDiesAtAnyCallLeavesAWholeDocument) {
     for (const start& begin : starts())
         for (int i = 0;; ++i) {
             set(begin.mapFile);
@@ -661,19 +725,26 @@ TEST_F(SafeSave, ASaverThatHangsIsOvertakenAndGivesUp) {
     EXPECT_EQ((fileMap{{"", s_strNew}}), files());
 }
 
-// What a loader finds: a whole document, or none between the two renames of a save that begins right behind the
-// recovery.
+// What a loader finds, always: a whole document.
 int loadMany(const std::string& strName, int nLoads) {
     for (int i = 0; i < nLoads; ++i) {
-        recoverSavedFile(strName.c_str());
-        const std::string strText = qorTest::getFile(strName);
-        if (strText != "" && strText != s_strOld && strText != s_strNew)
+        fileText text;
+        const int nRead = readSavedText(strName.c_str(), text);
+        const std::string strText(text.GetBuffer(), static_cast<size_t>(nRead > 0 ? nRead : 0));
+        if (strText != s_strOld && strText != s_strNew)
             return 1;
     }
     return 0;
 }
 
-TEST_F(SafeSave, SaversAndLoadersOfOneDocumentMeetWithoutLoss) {
+TEST_F(SafeSave, ALoadThatMeetsASaverBetweenItsRenamesFindsTheDocument) {
+    set({{"", s_strOld}});
+    s_plan.fnBeforeRead = [&] { set({{".old", s_strOld}, {".new", s_strNew}}); };
+    EXPECT_EQ(0, loadMany(m_strName, 1));
+    EXPECT_EQ((fileMap{{"", s_strNew}}), files());
+}
+
+TEST_P(SafeSaveLinks, SaversAndLoadersOfOneDocumentMeetWithoutLoss) {
     set({{"", s_strOld}});
     const auto fnSaver = [&](const std::string& strText) {
         for (int i = 0; i < 60; ++i)
@@ -692,11 +763,10 @@ TEST_F(SafeSave, SaversAndLoadersOfOneDocumentMeetWithoutLoss) {
     EXPECT_TRUE(files()[""] == s_strOld || files()[""] == s_strNew);
 }
 
-TEST_F(SafeSave, SaversThatAreKilledAmongOthersLoseNothing) {
+TEST_P(SafeSaveLinks, SaversThatAreKilledAmongOthersLoseNothing) {
     set({{"", s_strOld}});
     for (int i = 0; i < 60; ++i) {
         qorTest::childProcess killed("killed saver", [&] {
-            s_plan = cutPlan();
             s_plan.eHow = cutKill;
             s_plan.iAt = i * 7 % 80;
             s_bCounting = true;
