@@ -47,6 +47,18 @@ bool hasFile(const std::string& strPath) {
     return lstat(strPath.c_str(), &state) == 0 && !S_ISDIR(state.st_mode);
 }
 
+// A link is replaced like a file, and what it leads to left alone. A directory, pipe or device is not replaced.
+bool isReplaceable(const std::string& strPath) {
+    struct stat state;
+    return lstat(strPath.c_str(), &state) != 0 || S_ISREG(state.st_mode) || S_ISLNK(state.st_mode);
+}
+
+// Until it has the mode of the document that it replaces, nobody else may read a new one.
+mode_t modeOfNew(const savedName& name) {
+    struct stat state;
+    return stat(name.strName.c_str(), &state) != 0 && errno == ENOENT ? 0666 : 0600;
+}
+
 bool move(const std::string& strFrom, const std::string& strTo) { return rename(strFrom.c_str(), strTo.c_str()) == 0; }
 
 void removeFile(const std::string& strPath) {
@@ -160,8 +172,11 @@ bool beginNew(const savedName& name, fileLock& lock) {
         errno = EBUSY;
         if (hasFile(name.strOld))
             continue;  // as long as it is there, a .new counts as complete
-        const mode_t nMode = exists(name.strName) ? 0600 : 0666;
-        const int fd = open(name.strNew.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, nMode);
+        errno = EINVAL;
+        if (!isReplaceable(name.strName))
+            return false;
+        const int nFlags = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
+        const int fd = open(name.strNew.c_str(), nFlags, modeOfNew(name));
         if (fd == -1 && errno != EEXIST)
             return false;
         if (fd == -1)

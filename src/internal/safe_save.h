@@ -38,7 +38,8 @@ QOR_API int readSavedText(const char* lpszFileName, fileText& text);
 // Writes a document with fnExport, which returns 0 to give up, and puts it in the place of the file, whose mode and
 // owner it takes over. Calls recoverSavedFile() first.
 // Returns 1 when the new document is in place. Returns 0 (errno) when fnExport gave up, and when the document could not
-// be written whole: then the old one is in place and no .new is left. Fatal: an empty name.
+// be written whole: then the old one is in place and no .new is left. A link at the name is replaced, and not what it
+// leads to; for a directory, pipe or device the result is 0. Fatal: an empty name.
 QOR_API BOOL saveFileSafely(const char* lpszFileName, const std::function<BOOL(chFileStdio&)>& fnExport);
 
 }  // namespace QOR_FileHelper

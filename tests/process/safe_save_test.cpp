@@ -234,6 +234,13 @@ protected:
     }
     void recover() const { recoverSavedFile(m_strName.c_str()); }
 
+    // Of a name, not of what a link there leads to.
+    static struct stat stateOf(const std::string& strName) {
+        struct stat state = {};
+        EXPECT_EQ(0, lstat(strName.c_str(), &state)) << strName;
+        return state;
+    }
+
     // The calls of what a child does that is killed, or whose call fails, at a place; the result of what it did.
     struct outcome {
         int nStatus;
@@ -356,10 +363,8 @@ TEST_F(SafeSave, ModeAndOwnerOfTheReplacedFileAreKept) {
         set({{"", s_strOld}});
         ASSERT_EQ(0, chmod(m_strName.c_str(), nMode));
         EXPECT_EQ(1, save(s_strNew));
-        struct stat state;
-        ASSERT_EQ(0, stat(m_strName.c_str(), &state));
-        EXPECT_EQ(nMode, state.st_mode & 07777);
-        EXPECT_EQ(getuid(), state.st_uid);
+        EXPECT_EQ(nMode, stateOf(m_strName).st_mode & 07777);
+        EXPECT_EQ(getuid(), stateOf(m_strName).st_uid);
     }
 }
 
@@ -367,9 +372,7 @@ TEST_F(SafeSave, ANewFileHasTheModeOfTheUmask) {
     const mode_t nBefore = umask(027);
     EXPECT_EQ(1, save(s_strNew));
     umask(nBefore);
-    struct stat state;
-    ASSERT_EQ(0, stat(m_strName.c_str(), &state));
-    EXPECT_EQ(0640u, state.st_mode & 07777);
+    EXPECT_EQ(0640u, stateOf(m_strName).st_mode & 07777);
 }
 
 // What the device sees of a save, in order: contents, both names, their directory, and only then the end of the old
@@ -446,6 +449,48 @@ TEST_F(SafeSave, ALinkAtTheNewNameIsNeverWrittenThrough) {
     EXPECT_EQ(1, save(s_strNew));
     EXPECT_EQ((fileMap{{"", s_strNew}}), files());
     EXPECT_EQ("precious", qorTest::getFile(strVictim));
+}
+
+TEST_F(SafeSave, ALinkAtTheNameIsReplacedAndNotWhatItLeadsTo) {
+    const std::string strTarget = m_strFolder + "/target";
+    qorTest::putFile(strTarget, s_strOlder);
+    ASSERT_EQ(0, chmod(strTarget.c_str(), 0640));
+    ASSERT_EQ(0, symlink("target", m_strName.c_str()));
+    EXPECT_EQ(1, save(s_strNew));
+    EXPECT_EQ((fileMap{{"", s_strNew}}), files());
+    EXPECT_EQ(0640u, stateOf(m_strName).st_mode & 07777) << "that of the document that was seen at the name";
+    EXPECT_TRUE(S_ISREG(stateOf(m_strName).st_mode));
+    EXPECT_EQ(s_strOlder, qorTest::getFile(strTarget));
+}
+
+TEST_F(SafeSave, ALinkThatLeadsNowhereIsReplacedByAFileWithTheModeOfTheUmask) {
+    ASSERT_EQ(0, symlink("nowhere", m_strName.c_str()));
+    const mode_t nBefore = umask(027);
+    EXPECT_EQ(1, save(s_strNew));
+    umask(nBefore);
+    EXPECT_EQ((fileMap{{"", s_strNew}}), files());
+    EXPECT_EQ(0640u, stateOf(m_strName).st_mode & 07777);
+    EXPECT_NE(0, access((m_strFolder + "/nowhere").c_str(), F_OK));
+}
+
+TEST_F(SafeSave, AnotherNameOfTheFileKeepsTheOldDocument) {
+    set({{"", s_strOld}});
+    ASSERT_EQ(0, link(m_strName.c_str(), (m_strFolder + "/other").c_str()));
+    EXPECT_EQ(1, save(s_strNew));
+    EXPECT_EQ((fileMap{{"", s_strNew}}), files());
+    EXPECT_EQ(s_strOld, qorTest::getFile(m_strFolder + "/other"));
+}
+
+TEST_F(SafeSave, WhatIsNoFileIsNotReplaced) {
+    ASSERT_EQ(0, mkdir(m_strName.c_str(), 0777));
+    EXPECT_EQ(0, save(s_strNew));
+    ASSERT_EQ(0, rmdir(m_strName.c_str()));
+    ASSERT_EQ(0, mkfifo(m_strName.c_str(), 0666));
+    recover();
+    EXPECT_EQ(0, save(s_strNew));
+    EXPECT_TRUE(S_ISFIFO(stateOf(m_strName).st_mode));
+    EXPECT_NE(0, access((m_strName + ".new").c_str(), F_OK));
+    EXPECT_NE(0, access((m_strName + ".old").c_str(), F_OK));
 }
 
 // ---- cuts
