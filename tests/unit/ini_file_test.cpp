@@ -157,6 +157,16 @@ TEST_F(IniLoad, KeysAndSectionsOfLinesThatEndWithCrLfEndWithALineFeed) {
     EXPECT_EQ("[ a ]\nk = v\n\r\n", savedAgain("[a]\r\nk=v\r\n\r\n"));
 }
 
+TEST_F(IniLoad, ACarriageReturnAloneEndsNoLine) {
+    EXPECT_EQ("[ a ]\nk = v\rl=w\n; c\rm=x\n", savedAgain("[a]\r\nk=v\rl=w\r\n; c\rm=x\n"));
+    EXPECT_EQ("[ a ]\n", savedAgain("[a]\rk=v\r"));
+}
+
+TEST_F(IniLoad, AByteOrderMarkMakesTheFirstLineNoHeaderAndNoComment) {
+    EXPECT_EQ("[ b ]\nl = w\n", savedAgain("\xEF\xBB\xBF[a]\nk=v\n[b]\nl=w\n"));
+    EXPECT_EQ("[ a ]\nk = v\n", savedAgain("\xEF\xBB\xBF; c\n[a]\nk=v\n"));
+}
+
 TEST_F(IniLoad, TheLastLineMayLackItsLineFeed) {
     EXPECT_EQ("[ a ]\nk = v\n", savedAgain("[a]\nk=v"));
     EXPECT_EQ("[ a ]\n", savedAgain("[a]"));
@@ -335,6 +345,17 @@ TEST_F(IniSave, SavingUnderAnotherNameDoesNotChangeTheNameOfTheDocument) {
     EXPECT_EQ(1, file.SaveToFile(NULL));
     EXPECT_EQ("[ a ]\n", get(s_strName));
     unlink("/tmp/copy.ini");
+}
+
+TEST_F(IniSave, NothingIsEscapedSoWhatReadsAsSomethingElseDoesNotComeBack) {
+    iniFile file;
+    file.SetTextValue("a", "k", "v\nl = w\n[ b ]");
+    file.SetTextValue("a", "n=m", "x");
+    file.SetTextValue("a", ";c", "y");
+    file.SetTextValue("d]e", "k", "z");
+    EXPECT_EQ(1, file.SaveToFile(s_strName.c_str()));
+    EXPECT_EQ("[ a ]\nk = v\nl = w\n[ b ]\nn=m = x\n;c = y\n[ d]e ]\nk = z\n", get(s_strName));
+    EXPECT_EQ("[ a ]\nk = v\nl = w\n[ b ]\nn = m = x\n;c = y\n[ d ]\nk = z\n", savedAgain(get(s_strName)));
 }
 
 TEST_F(IniSave, AFileThatCannotBeWrittenIsAFailure) {

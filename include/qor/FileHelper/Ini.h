@@ -13,7 +13,11 @@
 /// - Comments and blank lines are kept byte for byte. Sections are written as "[ name ]", keys as "name = value". What
 ///   is added stands at the end of its section, or of the document. A line of a comment whose file ended without a line
 ///   feed gets one as soon as something follows it.
-/// - A line is text up to its first NUL byte, if it has one; a comment or blank line is kept whole.
+/// - A line is text up to its first NUL byte, if it has one; a comment or blank line is kept whole. It ends with a line
+///   feed; a carriage return in front of that is white space, elsewhere a character like others. So is a byte-order
+///   mark: a first line that begins with one is neither header nor comment.
+/// - Quotes are part of a value, and nothing is escaped. What reads as something else does not come back from a file: a
+///   value or name with a line feed, a key's name with '=' in it or ';', '#' or '[' at its begin, a section's with ']'.
 /// - Saving replaces a file crash-safely: the old or the new one is there, whatever happens, and the next load
 ///   completes what was interrupted.
 ///
