@@ -4,6 +4,7 @@
 #define QOR_MODULE "sub-interface"
 #include "internal/registry.h"
 #include "internal/report.h"
+#include "internal/safe_save.h"
 #include "qor/MiscHelper.h"
 #include "qor/flat.h"
 
@@ -39,6 +40,14 @@ refString presentFile(const char* lpszFileName) {
     return strFile;
 }
 
+// Whether there is such a file. One whose save was cut short between two names is.
+bool isPresent(const char* lpszFile) {
+    if (QOR_MiscHelper::pathFileExist(lpszFile))
+        return true;
+    QOR_FileHelper::recoverSavedFile(lpszFile);
+    return QOR_MiscHelper::pathFileExist(lpszFile) != 0;
+}
+
 // The handle of a section of a document, which is made when there is none; 0 when there is no such document.
 HREGISTRY sectionOf(HINIFILE hIniFile, const char* lpszSection) {
     const phraseConstTextA name(lpszSection);
@@ -60,7 +69,7 @@ HINIFILE profileOpen(const char* lpszFileName) {
         return NULL;
     refString strFile = presentFile(lpszFileName);
     strFile.Replace("/vantrel/config/Setting/AdvSetting.cfg", systemFile);
-    if (!QOR_MiscHelper::pathFileExist(strFile))
+    if (!isPresent(strFile))
         return NULL;
     documentLock lock(strFile);
     return reinterpret_cast<HINIFILE>(registry().GetHandle(lock.m_pDocument));
@@ -98,7 +107,7 @@ BOOL qorGetProfileString(const char* lpszFileName, const char* lpszSection, cons
     if (!QOR_ASSERT(lpszFileName != NULL))
         return 0;
     const refString strFile = presentFile(lpszFileName);
-    if (!QOR_MiscHelper::pathFileExist(strFile))
+    if (!isPresent(strFile))
         return 0;
     return qorGetRegistryString(strFile, lpszSection, lpszKey, lpszBuffer, lpszDefault);
 }
@@ -118,8 +127,7 @@ int qorGetProfileInt(const char* lpszFileName, const char* lpszSection, const ch
     } else if (QOR_ASSERT(lpszFileName != NULL)) {
         strFile = presentFile(lpszFileName);
     }
-    return QOR_MiscHelper::pathFileExist(strFile) ? qorGetRegistryInt(strFile, lpszSection, lpszKey, nDefault)
-                                                  : nDefault;
+    return isPresent(strFile) ? qorGetRegistryInt(strFile, lpszSection, lpszKey, nDefault) : nDefault;
 }
 
 }  // extern "C"

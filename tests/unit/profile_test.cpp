@@ -27,6 +27,13 @@ protected:
 
 bool isNull(const void* p) { return p == NULL; }
 
+// Leaves what a save leaves that is cut short while there is no document at the name.
+void putInterrupted(const std::string& strFile) {
+    unlink(strFile.c_str());
+    putFile(strFile + ".old", "[s]\nk=old\nn=1\n");
+    putFile(strFile + ".new", "[s]\nk=new\nn=2\n");
+}
+
 // ---- documents
 
 TEST_F(Profile, AFileIsOpenedAsTheRegistrysDocument) {
@@ -54,6 +61,16 @@ TEST_F(Profile, ARelativeNameStartsAtTheWorkingDirectory) {
 TEST_F(Profile, AMissingFileIsNotOpened) {
     EXPECT_TRUE(isNull(profileOpen("/tmp/no_such_profile.ini")));
     EXPECT_FALSE(access("/tmp/no_such_profile.ini", F_OK) == 0);
+}
+
+TEST_F(Profile, AFileWhoseSaveWasCutShortIsThere) {
+    putInterrupted("/tmp/cut_open.ini");
+    EXPECT_FALSE(isNull(profileOpen("/tmp/cut_open.ini")));
+    putInterrupted("/tmp/cut_string.ini");
+    EXPECT_EQ(1, qorGetProfileString("/tmp/cut_string.ini", "s", "k", buffer(), "default"));
+    EXPECT_STREQ("new", text());
+    putInterrupted("/tmp/cut_int.ini");
+    EXPECT_EQ(2, qorGetProfileInt("/tmp/cut_int.ini", "s", "n", 7));
 }
 
 TEST_F(Profile, TheAddressOptionsAreNeverOpened) {
