@@ -131,8 +131,8 @@ void discardNew(const savedName& name, bool bOvertake) {
             return;  // its saver lives
         if (!lock.isAt(name.strNew.c_str()))
             return;  // and is done
-    } else if (errno == ENOENT) {
-        return;
+    } else if (errno == ENOENT || (errno != ELOOP && !bOvertake)) {
+        return;  // gone, or nobody can tell whether its saver lives
     }
     if (!hasFile(name.strOld))
         removeFile(name.strNew);

@@ -234,6 +234,14 @@ protected:
     }
     void recover() const { recoverSavedFile(m_strName.c_str()); }
 
+    // A recovery that is counted.
+    void countedRecovery(const cutPlan& plan) const {
+        s_plan = plan;
+        s_bCounting = true;
+        recover();
+        s_bCounting = false;
+    }
+
     // Of a name, not of what a link there leads to.
     static struct stat stateOf(const std::string& strName) {
         struct stat state = {};
@@ -726,7 +734,15 @@ TEST_F(SafeSave, ALoadLeavesTheFileOfALivingSaverAlone) {
         });
     });
     writing.hear();
-    recover();
+    countedRecovery(cutPlan());
+    EXPECT_EQ((fileMap{{"", s_strOld}, {".new", s_strHalf}}), files());
+    // Also when it cannot be told whether he lives.
+    cutPlan plan;
+    plan.eHow = cutFail;
+    std::istringstream in(s_plan.strCalls);
+    for (std::string strCall; strCall != "open" && in >> strCall;)
+        ++plan.iAt;
+    countedRecovery(plan);
     EXPECT_EQ((fileMap{{"", s_strOld}, {".new", s_strHalf}}), files());
     loaded.say();
     EXPECT_EQ(1, saver.wait());

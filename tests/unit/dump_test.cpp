@@ -58,6 +58,15 @@ TEST(Dump, AMissingOrEmptyFileOrADirectoryIsEmpty) {
     }
 }
 
+TEST(Dump, ANameIsNeeded) {
+    const char* lpszText = "\\[QORFile:[0-9]+\\] m_pFile == NULL && !textEMPTY\\(lpszFileName\\) ";
+    for (const char* lpszName : {"", static_cast<const char*>(nullptr)}) {
+        EXPECT_EXIT(qorDumpBinFile(lpszName), testing::KilledBySignal(SIGABRT), lpszText);
+        EXPECT_EXIT(qorDumpTextFileA(lpszName), testing::KilledBySignal(SIGABRT), lpszText);
+        EXPECT_EXIT(qorDumpTextFileW(lpszName), testing::KilledBySignal(SIGABRT), lpszText);
+    }
+}
+
 TEST(Dump, ATextFileIsDumpedUpToItsFirstNul) {
     const std::string strText = "a\r\nb\xC3\xA4" + std::string(5000, 't');
     putFile(szName, strText);

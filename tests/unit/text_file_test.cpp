@@ -183,6 +183,14 @@ TEST_F(WText, AFileThatWasNotOpenedAsTextIsAFatalAssertion) {
     EXPECT_EXIT(m_file.ReadString(m_wstr, '\n'), testing::KilledBySignal(SIGABRT), lpszText);
 }
 
+TEST_F(WText, AnOpenFileOrAnEmptyNameIsAFatalAssertion) {
+    const char* lpszText = "\\[QORFile:[0-9]+\\] m_pFile == NULL && !textEMPTY\\(lpszFileName\\) ";
+    EXPECT_EXIT(m_file.Open(""), testing::KilledBySignal(SIGABRT), lpszText);
+    EXPECT_EXIT(chFile_UTF8Text().Open(NULL), testing::KilledBySignal(SIGABRT), lpszText);
+    ASSERT_EQ(1, open(little(u"abc")));
+    EXPECT_EXIT(m_file.Open(szName), testing::KilledBySignal(SIGABRT), lpszText);
+}
+
 // ---- UTF-8
 
 class UTF8Text : public testing::Test {

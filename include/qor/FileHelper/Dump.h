@@ -7,7 +7,7 @@
 /// @endcode
 ///
 /// Each result is empty when the file cannot be opened or read, and when it is too large for its container (2^31 bytes,
-/// 2^29 characters). Read on in `FileHelper/Csv.h`.
+/// 2^29 characters). Fatal for each: a null or empty name. Read on in `FileHelper/Csv.h`.
 #ifndef QOR_FILEHELPER_DUMP_H
 #define QOR_FILEHELPER_DUMP_H
 

@@ -46,7 +46,7 @@ public:
 
     /// Takes over a stream; null is a closed file.
     explicit chFileStdio(FILE* pFile = NULL) : m_pFile(pFile) {}
-    /// Opens a file; see Open(). On failure warns "Open %s fail." and is closed.
+    /// Opens a file; see Open(). On failure warns "Open %s fail." and is closed. Fatal: an empty name.
     chFileStdio(const char* lpszFileName, UINT uFlags);
     chFileStdio(const chFileStdio&) = delete;
     chFileStdio& operator=(const chFileStdio&) = delete;

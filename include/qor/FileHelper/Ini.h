@@ -254,10 +254,12 @@ public:
 
     /// Replaces the document by a file's, after an interrupted save of it was completed or discarded. 0, and the
     /// document stays, when the file cannot be read (or has 512 MB and more); its name is remembered all the same.
+    /// Waits, for some seconds at most, for who is just exchanging the file.
     /// Fatal: a null or empty name ("!textEMPTY(lpszFileName)").
     BOOL LoadFromFile(const char* lpszFileName);
     /// Writes the document to a file; null: to that of the last load. An existing one is replaced crash-safely: with 0,
-    /// which means that the new one could not be written, it is as it was.
+    /// which means that the new one could not be written, it is as it was. A symbolic link is replaced by a file; what
+    /// it leads to is left alone. Waits, for some seconds at most, for who else just saves to that name.
     /// Fatal: an empty name ("!textEMPTY(lpszFileName)").
     BOOL SaveToFile(const char* lpszFileName) const;
 
