@@ -527,7 +527,7 @@ TEST_F(SafeSave, ARecoveryKilledAtAnyCallCanBeDoneAgain) {
         }
 }
 
-TEST_P(SafeSaveLinks, ASaveAfterAKilledOneWithoutALoadKeepsEverythingWhole) {
+TEST_F(SafeSave, ASaveAfterAKilledOneWithoutALoadKeepsEverythingWhole) {
     set({{"", s_strOld}});
     const int nCalls = run(cutKill, -1, [&] { return save(s_strNew); }).nCalls;
     ASSERT_GT(nCalls, 12);
@@ -565,7 +565,7 @@ TEST_P(SafeSaveLinks, AFailedCallLeavesAWholeDocumentAndTheResultSaysWhich) {
     }
 }
 
-TEST_P(SafeSaveLinks, ADiskThatDiesAtAnyCallLeavesAWholeDocument) {
+TEST_F(SafeSave, ADiskThatDiesAtAnyCallLeavesAWholeDocument) {
     for (const start& begin : starts())
         for (int i = 0;; ++i) {
             set(begin.mapFile);
