@@ -31,6 +31,12 @@ uCSystemShareHelper& share() { return *uCSystemShareHelpergetGlobalObject(); }
 
 chProcessLocal& process() { return share().GetProcessLocal(); }
 
+// What msgRegistWorkThread() makes and msgUnregistWorkThread() deletes. Any other thread object has an owner.
+class flatThread : public chThreadLocal {
+public:
+    using chThreadLocal::chThreadLocal;
+};
+
 // The caller's own thread when the handle is its queue; the handler then runs at once.
 chThreadLocal* ownThread(const chMsgQueue* pQueue) {
     chThreadLocal* pThread = process().GetLocalThreadByQueue(pQueue);
@@ -79,7 +85,7 @@ extern "C" {
 HTHREAD msgRegistWorkThread(const char* lpszThreadName, msgCallbackEx pMsgCallbackEx) {
     if (!QOR_ASSERT(!textEMPTY(lpszThreadName) && pMsgCallbackEx != NULL))
         return NULL;
-    chThreadLocal* pThread = new chThreadLocal(lpszThreadName, pMsgCallbackEx);
+    chThreadLocal* pThread = new flatThread(lpszThreadName, pMsgCallbackEx);
     if (!share().CreateLocalThread(*pThread)) {
         delete pThread;
         return NULL;
@@ -100,7 +106,7 @@ void msgUnregistWorkThread(HTHREAD hThread) {
     if (!QOR_ASSERT(pLocalThread != NULL))
         return;
     share().DestroyLocalThread(*pLocalThread);
-    delete pLocalThread;
+    delete dynamic_cast<flatThread*>(pLocalThread);
 }
 
 void msgUnregistMainThread(HTHREAD hThread) { msgUnregistWorkThread(hThread); }
@@ -131,7 +137,9 @@ void* runCallbackThread(void* lpData) {
     chThreadLocal thread(block.lpszThreadName, block.pMsgCallbackEx);
     if (share().CreateLocalThread(thread)) {
         thread.Run();
-        share().DestroyLocalThread(thread);
+        // The callback may have unregistered the thread already.
+        if (process().IsValidLocalThread(&thread))
+            share().DestroyLocalThread(thread);
     }
     return NULL;
 }

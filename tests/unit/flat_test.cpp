@@ -100,6 +100,29 @@ TEST(Flat, AWorkerWithAnEntryOfItsOwnRegistersItself) {
     EXPECT_EQ(nullptr, msgGetThreadByName("own"));
 }
 
+int onLeave(simpMSG* pMsg) {
+    if (pMsg->uMsg == 0x100)
+        msgUnregistWorkThread(msgGetThreadByName("leaver"));
+    return -1;
+}
+
+TEST(Flat, ACallbackMayUnregisterTheThreadThatWasLaunchedForIt) {
+    HTHREAD hThread = msgLaunchCallbackWorkThread("leaver", onLeave, -1);
+    EXPECT_EQ(-1, msgSendMsgToThread(hThread, 0x100, 0, 0));
+    EXPECT_EQ(nullptr, msgGetThreadByName("leaver"));
+    msgUnlaunchWorkThread("leaver");
+    EXPECT_TRUE(qorTest::isPoolOneFreeCell());
+}
+
+TEST(Flat, AnObjectOfTheProgramIsUnregisteredAndLeftToTheProgram) {
+    QOR_MsgQueueHelper::chThreadLocal thread("own", onEcho);
+    qorTest::share().CreateLocalThread(thread);
+    msgUnregistWorkThread(msgGetThreadByName("own"));
+    EXPECT_FALSE(thread.IsRuning());
+    EXPECT_STREQ("own", thread.GetThreadName());
+    EXPECT_EQ(nullptr, msgGetThreadByName("own"));
+}
+
 TEST(Flat, TheExitCodeIsTheQuitMessagesParameter) {
     HTHREAD hThread = msgRegistMainThread("main", onEcho);
     EXPECT_EQ(1, msgPostMsgToThread(hThread, TM_THREAD_QUIT, 42, 0));
