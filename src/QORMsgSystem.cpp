@@ -124,6 +124,10 @@ void msgObject::ResetExtraData(int nExtraSize, const void* pData) {
     if (!QOR_ASSERT_TEXT(findShareRange(pObject).holds(this, sizeof(*this)), "message lies in the share segment"))
         return;
 #endif
+    // The bytes may be those of the old block.
+    char aData[maxExtraSize];
+    if (pData != NULL)
+        memcpy(aData, pData, nExtraSize);
     scopeShareLock<chSystemShareFrame> lock(*pShare);
     void* pOld = GetExtraData();
     if (nExtraSize != GetExtraSize()) {
@@ -133,7 +137,7 @@ void msgObject::ResetExtraData(int nExtraSize, const void* pData) {
         pOld = nExtraSize > 0 ? pObject->m_objPool.alloc(nExtraSize) : NULL;
     }
     if (pOld != NULL && pData != NULL && nExtraSize > 0)
-        copyShareBytes(pOld, pData, nExtraSize);
+        copyShareBytes(pOld, aData, nExtraSize);
     if (pOld != NULL && nExtraSize > 0)
         set_pExtraData(nExtraSize, pOld);
 }

@@ -114,6 +114,22 @@ TEST_F(Message, ResettingExtraDataReusesABlockOfTheSameSizeAndFreesAnother) {
     EXPECT_TRUE(isPoolWhole());
 }
 
+TEST_F(Message, ExtraDataMayBeResetToAPartOfThemselves) {
+    std::string strBytes;
+    for (int i = 0; i < 1000; ++i)
+        strBytes += static_cast<char>('A' + i % 23);
+    chMsgQueue* pQueue = manager().AllocMessageQueue("a");
+    msgObject* pMessage = pQueue->AllocMessage(0, 0);
+    for (const int nSize : {1, 4, 600, 900, 1000}) {
+        pMessage->ResetExtraData(1000, strBytes.data());
+        const int nBegin = 1000 - nSize;
+        pMessage->ResetExtraData(nSize, static_cast<char*>(pMessage->GetExtraData()) + nBegin);
+        EXPECT_EQ(strBytes.substr(nBegin), std::string(static_cast<char*>(pMessage->GetExtraData()), nSize));
+    }
+    manager().FreeMessageQueue(pQueue);
+    EXPECT_TRUE(isPoolWhole());
+}
+
 TEST_F(Message, ExtraDataOutsideTheirLimitsAreFatal) {
     chMsgQueue* pQueue = manager().AllocMessageQueue("a");
     msgObject* pMessage = pQueue->AllocMessage(0, 0);
