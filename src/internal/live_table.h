@@ -53,12 +53,15 @@ private:
     static uint32_t addressWord(const T* p) { return static_cast<uint32_t>(reinterpret_cast<uintptr_t>(p)); }
     uint32_t freeNumber() {
         do
-            ++m_uLast;
-        while (m_uLast == 0 || m_uLast == wordOfGone || m_mapObject.count(m_uLast) != 0);
+            m_uLast = (m_uLast + 1) | numberBase;
+        while (m_uLast == wordOfGone || m_mapObject.count(m_uLast) != 0);
         return m_uLast;
     }
 
     QOR_BaseHelper::chCriticalSection m_csTable;
+    // A timer's number is also its id where the program has not chosen one, and programs choose small ids.
+    static constexpr uint32_t numberBase = 0x80000000u;
+
     uint32_t m_uLast = 0;
     std::unordered_map<uint32_t, T*> m_mapObject;
     std::unordered_map<const T*, uint32_t> m_mapWord;
