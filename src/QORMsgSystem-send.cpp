@@ -229,6 +229,8 @@ BOOL chThreadBase::EmitThreadMessage(msgObject& objMessage) {
     msgDraft draft = {};
     {
         scopeShareLock<chSystemShareFrame> lock(share());
+        if (!HasOwnRecord(objMessage))
+            return 0;
         draft.uMsg = loadShareWord(objMessage.uMsg);
         draft.bWaitingReply = loadShareWord(objMessage.m_bIsWaitingReply) != 0;
         objMessage.SetStatus(MT_EMITTED);

@@ -282,6 +282,29 @@ TEST_F(Send, TheStepsWorkByThemselves) {
                 "\\[QORMsgSystem:[0-9]+\\] nExtraSize >= 0 && nExtraSize <= 1024 ");
 }
 
+TEST_F(Send, AMessageWhoseTargetHasGoneIsNotEmitted) {
+    auto pWorker = std::make_unique<messageThread>("w", [](msgObject&) { return 0; });
+    chThreadRemote remote("w");
+    msgObject* pMessage = remote.AllocThreadMessage(0, false, 0, NULL);
+    pWorker->Stop();
+    const msgObject before = *pMessage;  // memory of the pool
+    EXPECT_FALSE(remote.EmitThreadMessage(*pMessage));
+    EXPECT_EQ(0, memcmp(&before, static_cast<const void*>(pMessage), sizeof(before)));
+    EXPECT_TRUE(qorTest::isPoolOneFreeCell());
+}
+
+TEST_F(Send, ASendBackToTheWaitingSenderTimesOut) {
+    BOOL bReplied = 1;
+    currentThread thread("me", [](msgObject&) { return 3; });
+    messageThread worker("w", [&bReplied](msgObject&) {
+        chThreadRemote("me").SendThreadMsgEx(0x200, 0, 0, 0, NULL, 30, &bReplied);
+        return 5;
+    });
+    EXPECT_EQ(5, chThreadRemote("w").SendThreadMsg(0x100, 0, 0));
+    EXPECT_FALSE(bReplied);
+    EXPECT_EQ(0u, thread.ProcessOneMessageFromQueue());  // given up, it is never handled
+}
+
 TEST_F(Send, ImpossibleStatesAreFatalAndADamagedSendWarns) {
     const char* lpszText = "\\[QORMsgSystem:[0-9]+\\] Unexpert MSG sta = \\[-1\\] ";
     auto fnDie = [](bool bClose) {
@@ -334,6 +357,33 @@ TEST_F(Send, HookersAreAskedInOrderAndTheFirstToConsumeEndsIt) {
         "12"
         "1h",
         strSeen);
+}
+
+TEST_F(Send, AHookerMayTakeItselfAndOthersAway) {
+    struct hooker : chMsgHooker {
+        explicit hooker(std::function<void()> fn) : m_fn(fn) {}
+        int TryThreadMessage(msgObject& m) override {
+            const std::function<void()> fn = m_fn;  // this object may go
+            if (m.uMsg == 0x100)
+                fn();
+            return 0;
+        }
+        std::function<void()> m_fn;
+    };
+    std::string strSeen;
+    currentThread thread("me", [&](msgObject& m) {
+        if (m.uMsg == 0x100)
+            strSeen += "h";
+        return 0;
+    });
+    std::unique_ptr<hooker> first, second, third, fourth;
+    first = std::make_unique<hooker>([&] { strSeen += "1", fourth.reset(), first.reset(); });
+    second = std::make_unique<hooker>([&] { strSeen += "2", third.reset(); });
+    third = std::make_unique<hooker>([&] { strSeen += "3"; });
+    fourth = std::make_unique<hooker>([&] { strSeen += "4"; });
+    thread.SendThreadMsg(0x100, 0, 0);
+    thread.SendThreadMsg(0x100, 0, 0);
+    EXPECT_EQ("12h2h", strSeen);
 }
 
 TEST_F(Send, AHookerNeedsARegisteredThread) {
@@ -453,6 +503,38 @@ TEST_F(Send, ADyingListenerTakesItsPendingProxiesAlong) {
     EXPECT_EQ(0u, thread.ProcessThreadMessageOnce());
     EXPECT_EQ((std::vector<UINT>{0x501}), other.m_listTry);
     EXPECT_EQ("", testing::internal::GetCapturedStderr());
+}
+
+TEST_F(Send, AProcessorMayGoWhileItsMessageIsHandled) {
+    struct target : chMsgListener {
+        explicit target(chThreadLocal& host) { SetHostThread(&host); }
+        int OnCall(msgObject& m) {
+            m.SetResult(4);
+            delete this;
+            return 1;
+        }
+    };
+    struct hooker : chMsgHooker {
+        int TryThreadMessage(msgObject& m) override {
+            if (m.uMsg == TM_MESSAGE_PROXY)
+                delete std::exchange(m_pTarget, nullptr);
+            return 0;
+        }
+        target* m_pTarget = nullptr;
+    };
+    currentThread thread("me");
+    const msgMethod pMethod = static_cast<msgMethod>(&target::OnCall);
+    EXPECT_EQ(4, thread.SendProxyMessage(0x500, 0, 0, new target(thread), pMethod));
+    target* pTarget = new target(thread);
+    thread.PostProxyMessage(0x500, 0, 0, pTarget, pMethod);
+    thread.PostProxyMessage(0x501, 0, 0, pTarget, pMethod);  // is purged
+    EXPECT_EQ(1u, thread.ProcessOneMessageFromQueue());
+    EXPECT_EQ(0u, thread.ProcessOneMessageFromQueue());
+    hooker objHooker;
+    objHooker.m_pTarget = new target(thread);
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(-1, thread.SendProxyMessage(0x500, 0, 0, objHooker.m_pTarget, pMethod));
+    EXPECT_NE(std::string::npos, testing::internal::GetCapturedStderr().find("while object pass away"));
 }
 
 TEST_F(Send, IdsUpToFifteenAreNotTraced) {

@@ -70,7 +70,8 @@ public:
     /// A step of its own: allocates a message of status MT_ALLOCATED in the thread's queue; null when the thread is
     /// gone. The sends and posts above do all their steps under one hold of the mutex instead.
     msgObject* AllocThreadMessage(int nPriority, bool bWaitingReply, int nExtraSize, const void* pExtraData);
-    /// A step of its own: shows the message to the thread, without waking it. Returns 1.
+    /// A step of its own, by the thread that allocated the message: shows it to the target, without waking that.
+    /// Returns 1, or 0 when the target is gone and the message with it.
     BOOL EmitThreadMessage(msgObject& objMessage);
     /// A step of its own: wakes the thread and waits for its reply. Fatal: a posted message.
     BOOL WaitThreadMessageReply(msgObject& objMessage, int nTimeout);
@@ -215,6 +216,7 @@ private:
     int DispatchMessage(msgObject& objMessage);
     int CallProxy(msgObject& objMessage);
     int CallTimer(msgObject& objMessage);
+    chThreadTimer* RearmTimer(const msgObject& objMessage);
     void ProcessIdle();
     bool HasWork();
     bool WaitForWork(int nTime);
