@@ -172,17 +172,21 @@ BOOL chProcessLocal::LaunchLocalThread(chThreadLocal& objThread) {
 void chProcessLocal::ShutdownLocalThread(chThreadLocal* pThread) {
     int idTask = 0;
     unsigned long idThread = 0;
+    chMsgQueue* pMsgQueue = NULL;
     {
         processLock lock(m_csLocal);
         if (pThread == NULL || listLocalThread.find(pThread) == listLocalThread.end())
             return;
         idTask = pThread->getTaskId();
         idThread = pThread->m_idThread;
+        pMsgQueue = pThread->m_pMsgQueue;
     }
     if (!QOR_ASSERT(idTask != qorGetCurrentTaskId()))
         return;
-    chThreadRemote remote(idTask);
-    remote.PostThreadMsg(TM_THREAD_QUIT, 0, 0);
+    // Not just any queue of the task: it may have registered under another name as well.
+    chThreadRemote remote;
+    if (remote.BindIfValid(pMsgQueue) && remote.getTaskId() == idTask)
+        remote.PostThreadMsg(TM_THREAD_QUIT, 0, 0);
     chJoinThread(idThread);
 }
 
@@ -302,6 +306,7 @@ bool chProcessLocal::NoteOwnMessage() {
 
 chEvent* chProcessLocal::RenewOwnTaskEvent() {
     chEvent* pEvent = CreateOwnTaskEvent();
+    QOR_ASSERT_TEXT(pEvent != NULL, "pCurrentTaskEvent != NULL");
     const int idTask = qorGetCurrentTaskId();
     processLock lock(m_csLocal);
     for (auto it = listLocalThread.begin(); it != listLocalThread.end(); ++it)
@@ -393,7 +398,7 @@ void chProcessLocal::fork_reset() {
         (*it).value.CloseEvent();
     m_mapTaskEvent.clear();
     m_csLocal.Unlock();
-    bumpUnregistEpoch();
+    registrationWatch::TellGone(NULL);
 }
 
 // ---- uCSystemShareHelper
@@ -490,7 +495,7 @@ void uCSystemShareHelper::DestroyLocalThread(chThreadLocal& objThread) {
     if (!QOR_ASSERT_TEXT(m_objProcessLocal.IsValidLocalThread(&objThread) && objThread.IsCalledByThisThread(),
                          "IsValidLocalThread(&objThread) && objThread.IsCalledByThisThread()"))
         return;
-    bumpUnregistEpoch();
+    registrationWatch::TellGone(&objThread);
     objThread.m_objTimerQueue.DestoryTimerOnExit();
     m_objProcessLocal.UnregisterLocalThread(&objThread);
     {

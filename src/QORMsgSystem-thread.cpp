@@ -1,8 +1,8 @@
 // The registered thread: its loop, its dispatch, and messages to itself.
 //
 // A handler may unregister its own thread, and even delete the thread object, or come back as another process after a
-// fork. So after every handler the unregistration epoch of the calling thread is compared, and when it has moved,
-// neither the object nor the message is touched again.
+// fork. So a registrationWatch is asked after every handler, and when the registration is gone, neither the object nor
+// the message is touched again.
 #include <vector>
 
 #define QOR_MODULE "QORMsgSystem"
@@ -26,15 +26,24 @@ constexpr int idleWait = 50;        // ms of an idle wait without timers
 constexpr int sliceForWork = 1000;  // ms after which a long idle wait looks into the queue
 constexpr int maxUnreset = 256;     // idle passes after which the event is reset in any case
 
-thread_local unsigned t_uUnregistEpoch = 0;
+thread_local registrationWatch* t_pWatch = NULL;
 
 uCSystemShareHelper& share() { return *uCSystemShareHelpergetGlobalObject(); }
 
 }  // namespace
 
-unsigned getUnregistEpoch() { return t_uUnregistEpoch; }
+// ---- registrationWatch
 
-void bumpUnregistEpoch() { ++t_uUnregistEpoch; }
+registrationWatch::registrationWatch(const chThreadLocal* pThread) : m_pThread(pThread), m_pOuter(t_pWatch) {
+    t_pWatch = this;
+}
+
+registrationWatch::~registrationWatch() { t_pWatch = m_pOuter; }
+
+void registrationWatch::TellGone(const chThreadLocal* pThread) {
+    for (registrationWatch* p = t_pWatch; p != NULL; p = p->m_pOuter)
+        p->m_bGone |= pThread == NULL || p->m_pThread == pThread;
+}
 
 // ---- construction
 
@@ -67,9 +76,9 @@ chThreadLocal::~chThreadLocal() {
 int chThreadLocal::TryThreadMessage(msgObject& objMessage) {
     if (m_pMsgCallbackEx == NULL)
         return chMsgProcesser::TryThreadMessage(objMessage);
-    const unsigned uEpoch = getUnregistEpoch();
+    const registrationWatch watch(this);
     const int nResult = m_pMsgCallbackEx(objMessage.GetSimpMSG());
-    if (uEpoch == getUnregistEpoch())
+    if (!watch.IsGone())
         objMessage.SetResult(nResult);
     return 1;
 }
@@ -91,7 +100,7 @@ void chThreadLocal::Abandon() {
 
 // A handled message is finished in the hold that takes the next one.
 int chThreadLocal::Run() {
-    const unsigned uEpoch = getUnregistEpoch();
+    const registrationWatch watch(this);
     msgObject* pMessage = NULL;
     while (m_bRuning) {
         m_objTimerQueue.EmitTimersOnTime();
@@ -100,7 +109,7 @@ int chThreadLocal::Run() {
             ProcessTaken(*pMessage);
         else
             ProcessIdle();
-        if (uEpoch != getUnregistEpoch())
+        if (watch.IsGone())
             return -1;
     }
     if (pMessage != NULL)
@@ -171,18 +180,18 @@ bool chThreadLocal::ResetOwnEvent() {
 void chThreadLocal::ProcessIdle() {
     ++m_nIdleCount;
     msgObject objMessage(TM_THREAD_IDLE, 0, 0);
-    const unsigned uEpoch = getUnregistEpoch();
+    const registrationWatch watch(this);
     m_bQueueEmpty = 1;
     DefaultProcessMessage(objMessage);
-    if (uEpoch != getUnregistEpoch())
+    if (watch.IsGone())
         return;
     const bool bUnchanged = m_bQueueEmpty != 0;
     m_bQueueEmpty = 0;
     if (objMessage.GetExtraData() != NULL)
         objMessage.ResetExtraData(0, NULL);
     const int nResult = objMessage.GetResult();
-    // A send of the handler may have taken the signal of a message.
-    if (nResult == 0 || (!bUnchanged && HasWork()))
+    // The handler may have handled messages, the quit message too; its sends may have taken the signal of another one.
+    if (nResult == 0 || !m_bRuning || (!bUnchanged && HasWork()))
         return;
     const int nTimer = m_objTimerQueue.GetNextTimerTicks();
     const int nWait =
@@ -198,10 +207,15 @@ bool chThreadLocal::HasWork() {
 }
 
 // The signal of a poster that dies at once is taken back with it; so a long wait looks into the queue now and then.
+// Somebody may have removed the event from the device: a new one takes its place.
 // Whether there may be something to do.
 bool chThreadLocal::WaitForWork(int nTime) {
     for (int nLeft = nTime; !m_pTaskEvent->WaitEvent(nLeft < sliceForWork ? nLeft : sliceForWork);
          nLeft -= sliceForWork) {
+        if (nLeft > 0 && !m_pTaskEvent->IsSemaphoreAlive()) {
+            m_pTaskEvent = share().GetProcessLocal().RenewOwnTaskEvent();
+            return true;
+        }
         if (nLeft <= sliceForWork)
             return false;
         if (HasWork())
@@ -215,10 +229,10 @@ BOOL chThreadLocal::Dogsleep(int nTime) {
     if (!QOR_ASSERT(nTime > 0))
         return m_bRuning;
     const unsigned long long uDeadline = QOR_BaseHelper::qorGetTickCount() + static_cast<unsigned>(nTime);
-    const unsigned uEpoch = getUnregistEpoch();
+    const registrationWatch watch(this);
     while (m_bRuning && QOR_BaseHelper::qorGetTickCount() < uDeadline) {
         ProcessThreadMessageOnce();
-        if (uEpoch != getUnregistEpoch())
+        if (watch.IsGone())
             return 0;
     }
     return m_bRuning;
@@ -236,9 +250,9 @@ UINT chThreadLocal::ProcessOneMessageFromQueue() {
 
 UINT chThreadLocal::HandleMessage(msgObject& objMessage) {
     const UINT uMsg = loadShareWord(objMessage.uMsg);
-    const unsigned uEpoch = getUnregistEpoch();
+    const registrationWatch watch(this);
     ProcessTaken(objMessage);
-    if (uEpoch == getUnregistEpoch())
+    if (!watch.IsGone())
         FinishTaken(objMessage);
     return uMsg;
 }
@@ -283,11 +297,13 @@ void chThreadLocal::FreeOrphans() {
 int chThreadLocal::DefaultProcessMessage(msgObject& objMessage) {
     if (!QOR_ASSERT(IsCalledByThisThread()))
         return 0;
-    const unsigned uEpoch = getUnregistEpoch();
+    const registrationWatch watch(this);
     int nHandled = ProcessHookMessage(objMessage);
-    if (uEpoch == getUnregistEpoch() && nHandled == 0)
+    if (!watch.IsGone() && nHandled == 0)
         nHandled = DispatchMessage(objMessage);
-    if (uEpoch == getUnregistEpoch() && loadShareWord(objMessage.uMsg) == TM_THREAD_QUIT) {
+    else if (!watch.IsGone() && loadShareWord(objMessage.uMsg) == TM_MESSAGE_TIMER)
+        RearmTimer(objMessage);  // a hooker has handled it
+    if (!watch.IsGone() && loadShareWord(objMessage.uMsg) == TM_THREAD_QUIT) {
         m_bRuning = 0;
         m_nExitCode = static_cast<int>(loadShareWord(objMessage.wParam));
     }
@@ -301,12 +317,12 @@ int chThreadLocal::ProcessHookMessage(msgObject& objMessage) {
     std::vector<chMsgHooker*> listHooker;
     for (auto it = m_listHooker.begin(); it != m_listHooker.end(); ++it)
         listHooker.push_back(*it);
-    const unsigned uEpoch = getUnregistEpoch();
+    const registrationWatch watch(this);
     for (chMsgHooker* pHooker : listHooker) {
         if (m_listHooker.find(pHooker) == m_listHooker.end())
             continue;
         const int nHandled = pHooker->TryThreadMessage(objMessage);
-        if (nHandled != 0 || uEpoch != getUnregistEpoch())
+        if (nHandled != 0 || watch.IsGone())
             return nHandled;
     }
     return 0;
@@ -344,18 +360,26 @@ int chThreadLocal::CallProxy(msgObject& objMessage) {
     return CallMessageMeth(pProcesser, pMethod, objMessage);
 }
 
+// Lists the timer of a message that is no longer pending for its next expiry; null when the message is of no timer.
+chThreadTimer* chThreadLocal::RearmTimer(const msgObject& objMessage) {
+    chThreadTimer* pTimer = m_objTimerQueue.FindTimerByWord(loadShareWord(objMessage.wParam));
+    if (pTimer == NULL || pTimer->m_pEmitedMessage != &objMessage)
+        return NULL;
+    pTimer->m_pEmitedMessage = NULL;
+    m_objTimerQueue.InstallTimerToQueue(pTimer);
+    return pTimer;
+}
+
 int chThreadLocal::CallTimer(msgObject& objMessage) {
     const uint32_t uTimer = loadShareWord(objMessage.wParam);
-    chThreadTimer* pTimer = m_objTimerQueue.FindTimerByWord(uTimer);
-    if (!QOR_WARN_TEXT(pTimer != NULL && pTimer->m_pEmitedMessage == &objMessage, "timer message without its timer"))
+    chThreadTimer* pTimer = RearmTimer(objMessage);
+    if (!QOR_WARN_TEXT(pTimer != NULL, "timer message without its timer"))
         return 0;
-    pTimer->m_pEmitedMessage = NULL;
     objMessage.SetMessage(TM_THREAD_TIMER, pTimer->m_nTimerID, loadShareWord(objMessage.lParam));
-    m_objTimerQueue.InstallTimerToQueue(pTimer);
     const unsigned long long uNextTick = pTimer->m_uNextTick;
-    const unsigned uEpoch = getUnregistEpoch();
+    const registrationWatch watch(this);
     const int nHandled = CallMessageMeth(pTimer->m_pProcesser, pTimer->m_pMethod, objMessage);
-    if (uEpoch == getUnregistEpoch())
+    if (!watch.IsGone())
         m_objTimerQueue.RestartTimer(uTimer, uNextTick);
     return nHandled;
 }
@@ -406,11 +430,11 @@ int chThreadLocal::HandleOwnMessage(msgDraft draft, int* pbReplied) {
     msgObject* pMessage = PutDraft(draft);
     if (pMessage == NULL)
         return -1;
-    const unsigned uEpoch = getUnregistEpoch();
+    const registrationWatch watch(this);
     DefaultProcessMessage(*pMessage);
     if (pbReplied != NULL)
         *pbReplied = 1;
-    if (uEpoch != getUnregistEpoch())
+    if (watch.IsGone())
         return -1;
     scopeShareLock<chSystemShareFrame> lock(share());
     chMsgQueue* pQueue = QueueInHold();

@@ -116,7 +116,10 @@ void chThreadTimer::FreeExistMessageBody() {
     if (pQueue == NULL)
         return;
     scopeShareLock<chSystemShareFrame> lock(*uCSystemShareHelpergetGlobalObject());
-    if (QOR_WARN_TEXT(isTimerMessage(*pQueue, m_pEmitedMessage, encodeThreadTimer(this)), "timer without its message"))
+    // Taken already, it is before a hooker: the loop frees it afterwards.
+    if (QOR_WARN_TEXT(isTimerMessage(*pQueue, m_pEmitedMessage, encodeThreadTimer(this)),
+                      "timer without its message") &&
+        m_pEmitedMessage->GetStatus() != MT_READ)
         pQueue->FreeMessage(m_pEmitedMessage);
     m_pEmitedMessage = NULL;
 }

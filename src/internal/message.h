@@ -88,10 +88,25 @@ struct taskEventName {
 // A clock in milliseconds that costs no kernel call where the platform offers one.
 unsigned long long getMonotonicMillisecond();
 
-// Counts how often threads were unregistered by the calling thread (or it became another process): a handler may
-// unregister its own thread, after which neither the thread object nor the message is touched again.
-unsigned getUnregistEpoch();
-void bumpUnregistEpoch();
+// Tells, after a handler has run, whether it has unregistered its thread. Lives on the stack of that thread, around the
+// handler; the thread object is compared, never followed.
+class registrationWatch {
+public:
+    explicit registrationWatch(const chThreadLocal* pThread);
+    ~registrationWatch();
+    registrationWatch(const registrationWatch&) = delete;
+    registrationWatch& operator=(const registrationWatch&) = delete;
+
+    bool IsGone() const { return m_bGone; }
+
+    // Tells the watches of the calling thread that a thread object is unregistered; null for all, in another process.
+    static void TellGone(const chThreadLocal* pThread);
+
+private:
+    const chThreadLocal* const m_pThread;
+    registrationWatch* const m_pOuter;  // the watch around this one
+    bool m_bGone = false;
+};
 
 }  // namespace QOR_MsgQueueHelper
 

@@ -118,6 +118,33 @@ TEST(Hazard, ASenderWhoseEventIsRemovedGoesOnWithANewOne) {
     testing::internal::GetCapturedStderr();
 }
 
+TEST(Hazard, AWaitingThreadWhoseEventIsRemovedGoesOnWithANewOne) {
+    quiet();
+    std::atomic<int> nIdle{0};
+    qorTest::signal renewed, handled;
+    messageThread worker(
+        "w",
+        [&](msgObject& m) {
+            if (m.uMsg == 0x100)
+                handled.Set();
+            if (m.uMsg == TM_THREAD_IDLE && ++nIdle == 2)
+                renewed.Set();
+            return m.uMsg == TM_THREAD_IDLE ? 3600 * 1000 : 0;
+        },
+        true);
+    while (nIdle == 0)
+        usleep(100);
+    testing::internal::CaptureStderr();
+    QOR_BaseHelper::chEvent event;
+    ASSERT_TRUE(event.OpenEvent(eventName(worker.getTaskId()).c_str()));
+    event.DestroyEvent();
+    renewed.Wait();
+    const std::string strWarning = testing::internal::GetCapturedStderr();
+    EXPECT_GE(1, std::count(strWarning.begin(), strWarning.end(), '\n')) << strWarning;
+    EXPECT_TRUE(chThreadRemote("w").PostThreadMsg(0x100, 0, 0));
+    handled.Wait();
+}
+
 // ---- forks
 
 TEST(Hazard, AChildOfAForkHasNoThreadAndCanRegister) {

@@ -86,6 +86,54 @@ TEST(Thread, AThreadMayRegisterUnderTwoNames) {
     EXPECT_EQ(0x100u, first.ProcessThreadMessageOnce());
 }
 
+TEST(Thread, AHandlerMayUnregisterTheOtherNameOfItsThread) {
+    chThreadLocal other("other", ignore);
+    int nSeen = 0;
+    currentThread thread("me", [&](msgObject& objMessage) {
+        if (objMessage.uMsg == 0x100)
+            share().DestroyLocalThread(other);
+        nSeen += objMessage.uMsg == 0x101;
+        return 5;
+    });
+    ASSERT_TRUE(share().CreateLocalThread(other));
+    thread.PostThreadMsg(0x101, 0, 0);
+    EXPECT_EQ(5, thread.SendThreadMsg(0x100, 0, 0));
+    ASSERT_TRUE(share().CreateLocalThread(other));
+    thread.PostThreadMsg(0x100, 0, 0);
+    thread.PostThreadMsg(0x101, 0, 0);
+    thread.PostThreadMsg(TM_THREAD_QUIT, 7, 0);
+    EXPECT_EQ(7, thread.Run());
+    EXPECT_EQ(2, nSeen);
+    share().Lock(-1);
+    EXPECT_EQ(nullptr, thread.getMsgQueue()->FindMessage([](msgObject&) { return true; }));
+    share().Unlock();
+}
+
+TEST(Thread, AThreadOfTwoNamesIsShutDownByTheOneThatItRuns) {
+    static chThreadLocal* s_apThread[2];
+    chThreadLocal first("a", ignore), second("b", ignore);
+    s_apThread[0] = &first;
+    s_apThread[1] = &second;
+    for (chThreadLocal* pRun : s_apThread) {
+        const unsigned long idThread = chCreateThread(
+            [](void* pArg) -> void* {
+                for (chThreadLocal* p : s_apThread)
+                    share().CreateLocalThread(*p);
+                static_cast<chThreadLocal*>(pArg)->Run();
+                for (chThreadLocal* p : s_apThread)
+                    share().DestroyLocalThread(*p);
+                return NULL;
+            },
+            pRun, -1);
+        ASSERT_NE(0u, idThread);
+        while (!process().IsValidLocalThread(&second))
+            QOR_MiscHelper::qorSwitchToThread();
+        process().ShutdownLocalThread(pRun);  // joins it: the other loop would never end
+        EXPECT_EQ(nullptr, process().GetLocalThreadByName("a"));
+    }
+    EXPECT_TRUE(qorTest::isPoolOneFreeCell());
+}
+
 TEST(Thread, DestructingARegisteredThreadIsFatal) {
     EXPECT_EXIT(
         {
@@ -219,6 +267,32 @@ TEST(Thread, TheIdleResultChoosesTheWait) {
     EXPECT_LT(uSpin, 45u);
     EXPECT_EQ(0x8121u, uIdle);
     EXPECT_EQ(uIdleBefore + 8, thread.GetIdleCount());
+}
+
+TEST(Thread, ALoopThatWasQuitWhileIdleDoesNotWait) {
+    chThreadLocal* pSelf = NULL;
+    currentThread thread("idle", [&pSelf](msgObject& objMessage) {
+        if (objMessage.uMsg != TM_THREAD_IDLE)
+            return 0;
+        pSelf->PostThreadMsg(TM_THREAD_QUIT, 3, 0);
+        pSelf->Dogsleep(3600 * 1000);  // handles it
+        return 3600 * 1000;            // the watchdog would end a wait
+    });
+    pSelf = &thread;
+    EXPECT_EQ(3, thread.Run());
+}
+
+TEST(Thread, MessagesBehindTheQuitMessageGoWithTheQueue) {
+    {
+        int nHandled = 0;
+        currentThread thread("quit",
+                             [&nHandled](msgObject& objMessage) { return nHandled += objMessage.uMsg == 0x100; });
+        thread.PostThreadMsg(TM_THREAD_QUIT, 1, 0);
+        thread.PostThreadMsgEx(0x100, 0, 0, 4, "abc");
+        EXPECT_EQ(1, thread.Run());
+        EXPECT_EQ(0, nHandled);
+    }
+    EXPECT_TRUE(qorTest::isPoolOneFreeCell());
 }
 
 TEST(Thread, ASleepingThreadIsWokenByAPost) {

@@ -60,6 +60,14 @@ TEST_F(Timer, AnIdOfZeroBecomesOneOfItsOwn) {
     }
 }
 
+TEST_F(Timer, AnIdOfItsOwnIsNoneThatAProgramWouldChoose) {
+    chThreadTimer timer(0);
+    timer.SetTimer(1000000, NULL);
+    for (UINT uId = 1; uId < 1000; ++uId)
+        EXPECT_EQ(nullptr, timers().FindTimerByID(uId));
+    EXPECT_EQ(&timer, timers().FindTimerByID(timer));
+}
+
 TEST_F(Timer, ATimerReachesItsThreadAsItsIdWithItsData) {
     chThreadTimer timer(7);
     int nData = 0;
@@ -187,6 +195,60 @@ TEST_F(Timer, AHandlerMayStopOrDestroyItsTimer) {
     while (objTarget.m_nCalls == 0)
         m_thread.ProcessThreadMessageOnce();
     EXPECT_EQ(-1, timers().GetNextTimerTicks());
+}
+
+TEST_F(Timer, APeriodOfZeroFiresInEveryPassAndLeavesRoomForMessages) {
+    chThreadTimer timer(7);
+    timer.SetTimer(0, NULL);
+    EXPECT_TRUE(timer.IsTimerRuning());
+    EXPECT_EQ(0, timers().GetNextTimerTicks());
+    m_thread.PostThreadMsg(0x100, 0, 0);
+    m_thread.PostThreadMsg(0x101, 0, 0);
+    std::string strOrder;
+    for (int i = 0; i < 6; ++i)
+        strOrder += m_thread.ProcessThreadMessageOnce() == TM_MESSAGE_TIMER ? 't' : 'm';
+    EXPECT_EQ("mmtttt", strOrder);
+    timer.KillTimer();
+    EXPECT_EQ(0u, m_thread.ProcessThreadMessageOnce());
+}
+
+// Deals with the messages of a timer before the handler does.
+struct timerHooker : chMsgHooker {
+    typedef std::function<int()> handler;
+    explicit timerHooker(handler fnHandler) : m_fnHandler(fnHandler) {}
+    int TryThreadMessage(msgObject& m) override { return m.uMsg == TM_MESSAGE_TIMER ? m_fnHandler() : 0; }
+    handler m_fnHandler;
+};
+
+TEST_F(Timer, AHookerThatConsumesATimerMessageDoesNotStopTheTimer) {
+    int nConsumed = 0;
+    timerHooker hooker([&nConsumed] { return nConsumed < 2 ? ++nConsumed : 0; });
+    chThreadTimer timer(7);
+    timer.SetTimer(1, NULL);
+    runUntil(1);
+    EXPECT_EQ(2, nConsumed);
+}
+
+TEST_F(Timer, AHookerMayStopDestroyOrSetTheTimerWhoseMessageItSees) {
+    auto pTimer = std::make_unique<chThreadTimer>(7);
+    int nSeen = 0;
+    for (int nConsume : {0, 1}) {
+        for (const std::function<void()>& fnUse :
+             {std::function<void()>([&] { pTimer->KillTimer(); }), std::function<void()>([&] { pTimer.reset(); }),
+              std::function<void()>([&] { pTimer->SetTimer(1000000, NULL); })}) {
+            pTimer = std::make_unique<chThreadTimer>(7);
+            pTimer->SetTimer(0, NULL);
+            timerHooker hooker([&] { return fnUse(), ++nSeen, nConsume; });
+            testing::internal::CaptureStderr();
+            EXPECT_EQ(2u, m_thread.ProcessThreadMessageOnce());
+            testing::internal::GetCapturedStderr();
+            EXPECT_FALSE(m_thread.getMsgQueue()->HasMessage());
+            EXPECT_NE(0, timers().GetNextTimerTicks());
+        }
+    }
+    EXPECT_EQ(6, nSeen);
+    EXPECT_TRUE(m_listFired.empty());
+    EXPECT_EQ(nullptr, m_thread.getMsgQueue()->FindMessage([](msgObject&) { return true; }));
 }
 
 TEST_F(Timer, ANegativePeriodIsFatal) {
