@@ -175,6 +175,8 @@ chMsgQueue::~chMsgQueue() {
 }
 
 msgObject* chMsgQueue::AllocMessage(int nPriority, int nExtraSize) {
+    if (!QOR_ASSERT(nExtraSize >= 0 && nExtraSize <= 1024))
+        return NULL;
     return putMessage(*this, {0, 0, 0, nExtraSize, NULL, false, nPriority, MT_ALLOCATED});
 }
 

@@ -136,6 +136,10 @@ TEST_F(Message, ExtraDataOutsideTheirLimitsAreFatal) {
     const char* lpszText = "\\[QORMsgSystem:[0-9]+\\] nExtraSize >= 0 && nExtraSize <= 1024 ";
     EXPECT_EXIT(pMessage->ResetExtraData(-1, NULL), testing::KilledBySignal(SIGABRT), lpszText);
     EXPECT_EXIT(pMessage->ResetExtraData(1025, NULL), testing::KilledBySignal(SIGABRT), lpszText);
+    EXPECT_EXIT(pQueue->AllocMessage(0, -1), testing::KilledBySignal(SIGABRT), lpszText);
+    EXPECT_EXIT(pQueue->AllocMessage(0, 1025), testing::KilledBySignal(SIGABRT), lpszText);
+    EXPECT_EQ(1024, pQueue->AllocMessage(0, 1024)->GetExtraSize());
+    manager().FreeMessageQueue(pQueue);
 }
 
 TEST_F(Message, EqualPrioritiesKeepTheirOrderAndHigherOnesJumpAhead) {

@@ -33,7 +33,7 @@ public:
     ~chMsgQueue();
 
     /// Makes an unread message of status MT_ALLOCATED with nExtraSize bytes of undefined extra data and links it
-    /// behind all messages of the same or a higher priority. Null only behind the fatal exhaustion of the pool.
+    /// behind all messages of the same or a higher priority. Fatal: a size outside 0 to 1,024, no room in the pool.
     msgObject* AllocMessage(int nPriority, int nExtraSize);
     /// Unlinks a message and returns its record and extra data to the pool.
     void FreeMessage(msgObject* pMessage);
