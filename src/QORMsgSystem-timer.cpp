@@ -227,9 +227,15 @@ void chTimerQueue::EmitTimersOnTime() {
     }
 }
 
+// One that was listed by hand, without a period or for another host, is not taken out by its own stop.
 void chTimerQueue::DestoryTimerOnExit() {
-    while (!m_listTimer.empty())
-        (*m_listTimer.begin())->KillTimer();
+    while (!m_listTimer.empty()) {
+        chThreadTimer* pTimer = *m_listTimer.begin();
+        pTimer->KillTimer();
+        auto it = m_listTimer.find(pTimer);
+        if (it != m_listTimer.end())
+            m_listTimer.erase(it);
+    }
 }
 
 }  // namespace QOR_MsgQueueHelper

@@ -384,6 +384,13 @@ TEST_F(Timer, AThreadThatUnregistersStopsEveryTimerAndDropsItsMessages) {
     EXPECT_FALSE(m_thread.getMsgQueue()->HasMessage());
 }
 
+TEST_F(Timer, ATimerThatWasListedByHandDoesNotHoldUpItsThread) {
+    chThreadTimer timer(1);
+    timers().InstallTimerToQueue(&timer);  // it has no period
+    timers().DestoryTimerOnExit();
+    EXPECT_FALSE(timers().IsValidTimer(&timer));
+}
+
 TEST_F(Timer, ForgottenTimersLeaveTheQueueAsItIs) {
     chThreadTimer timer(1);
     timer.SetTimer(1000000, NULL);
