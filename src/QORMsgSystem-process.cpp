@@ -306,7 +306,6 @@ bool chProcessLocal::NoteOwnMessage() {
 
 chEvent* chProcessLocal::RenewOwnTaskEvent() {
     chEvent* pEvent = CreateOwnTaskEvent();
-    QOR_ASSERT_TEXT(pEvent != NULL, "pCurrentTaskEvent != NULL");
     const int idTask = qorGetCurrentTaskId();
     processLock lock(m_csLocal);
     for (auto it = listLocalThread.begin(); it != listLocalThread.end(); ++it)

@@ -151,7 +151,7 @@ chMsgListener::~chMsgListener() {
         if (objMessage.GetStatus() != MT_EMITTED || loadShareWord(objMessage.uMsg) != TM_MESSAGE_PROXY ||
             objMessage.GetExtraSize() != sizeof(msgProxy))
             return false;
-        return static_cast<const msgProxy*>(objMessage.GetExtraData())->m_uProcesser == uThis;
+        return loadShareWord(static_cast<const msgProxy*>(objMessage.GetExtraData())->m_uProcesser) == uThis;
     };
     scopeShareLock<chSystemShareFrame> lock(*pShare);
     chMsgQueue* pQueue = m_pHostThread->getMsgQueue();

@@ -158,6 +158,29 @@ TEST(ProcessLocal, AtTheExitOnlyAnUnregisteredTaskLosesItsEvent) {
     EXPECT_FALSE(hasEventFile(qorGetCurrentTaskId()));
 }
 
+TEST(ProcessLocal, ThereIsOneShareHelper) {
+    share();
+    EXPECT_EXIT(uCSystemShareHelper(), testing::KilledBySignal(SIGABRT), "\\[QORMsgSystem:[0-9]+\\] pData == NULL ");
+}
+
+TEST(ProcessLocal, TheOwnEventOfAnotherTaskIsFatal) {
+    const auto fnRegister = [] {
+        chThreadLocal first("first", NULL), second("second", NULL);
+        share().CreateLocalThread(first);
+        process().ForgetCurrentTaskEvent();
+        const std::string strEvent = "task_event_" + std::to_string(qorGetCurrentTaskId());
+        std::thread([&strEvent] {
+            QOR_BaseHelper::chEvent event;
+            event.OpenEvent(strEvent.c_str());
+            event.CloseEvent();
+        }).join();
+        share().CreateLocalThread(second);
+    };
+    EXPECT_EXIT(fnRegister(), testing::KilledBySignal(SIGABRT),
+                "\\[QORMsgSystem:[0-9]+\\] objThread.m_pTaskEvent != NULL && "
+                "objThread.m_pTaskEvent->IsCreateByMe\\(\\) ");
+}
+
 void* addOne(void* p) {
     ++*static_cast<int*>(p);
     return NULL;
