@@ -72,7 +72,8 @@ enum {
 
 #endif
 
-/** Handles one message of a thread; its value becomes the message's result. It also receives the ids below. */
+/** Handles one message of a thread; its value becomes the message's result. It also receives the library's own
+ *  messages from TM_THREAD_START on. */
 typedef int (*msgCallbackEx)(simpMSG* pMsg);
 
 /* ---- threads ---- */
@@ -83,22 +84,24 @@ typedef int (*msgCallbackEx)(simpMSG* pMsg);
 QOR_API HTHREAD msgRegistWorkThread(const char* lpszThreadName, msgCallbackEx pMsgCallbackEx);
 /** The same as msgRegistWorkThread(). */
 QOR_API HTHREAD msgRegistMainThread(const char* lpszThreadName, msgCallbackEx pMsgCallbackEx);
-/** Unregisters the calling thread: its timers stop, its queue and all pending messages go.
- *  Fatal: a handle that is not a live queue, or not that of the calling thread. */
+/** Unregisters the calling thread, also inside its callback: its timers stop, its queue and all pending messages go,
+ *  and who waits for a reply gets -1. Fatal: a handle that is not a live queue, or not that of the calling thread. */
 QOR_API void msgUnregistWorkThread(HTHREAD hThread);
 /** The same as msgUnregistWorkThread(). */
 QOR_API void msgUnregistMainThread(HTHREAD hThread);
 /** Runs the calling thread's loop until the quit message and returns the exit code (the quit message's wParam).
  *  Fatal: the calling thread is not registered. */
 QOR_API int msgDefaultThreadRun(void);
-/** Starts a thread at lpMeth(pArg) and blocks until it has registered itself under the given name; returns 1.
- *  An entry that never does so blocks the caller for ever. Fatal: a null entry, an empty name, a name in use. */
+/** Starts a thread at lpMeth(pArg) and blocks until it has registered itself under the given name; returns 1, or 0 with
+ *  a warning when no thread could be started. An entry that never registers blocks the caller for ever.
+ *  Fatal: a null entry, an empty name, a name in use. */
 QOR_API BOOL msgLaunchWorkThread(void* (*lpMeth)(void*), const char* lpszThreadName, void* pArg);
 /** Starts a thread that registers itself with the callback and runs its loop until quit; blocks until it has
- *  registered and returns its handle. nPriority is a SCHED_FIFO priority, or -1 for default scheduling.
- *  Fatal: a null callback, an empty name, a name in use. */
+ *  registered and returns its handle, or 0 with a warning when no thread could be started. nPriority is a SCHED_FIFO
+ *  priority, or -1 for default scheduling; a refused one is a warning. Fatal: a null callback, an empty name, a name
+ *  in use. */
 QOR_API HTHREAD msgLaunchCallbackWorkThread(const char* lpszThreadName, msgCallbackEx pMsgCallbackEx, int nPriority);
-/** Posts quit to the named thread of this process and joins it; an unknown name does nothing.
+/** Posts quit to the named thread of this process and blocks until it has ended; an unknown name does nothing.
  *  Fatal: an empty name, the caller's own name. */
 QOR_API void msgUnlaunchWorkThread(const char* lpszThreadName);
 /** The thread registered under a name in any process, or 0 when there is none or its task has died.
@@ -126,13 +129,16 @@ QOR_API int msgSendMsgToThreadEx(HTHREAD hThread, unsigned int uMsg, unsigned in
                                  const void* pExtraData);
 /** msgSendMsgToThreadEx() without extra data. */
 QOR_API int msgSendMsgToThread(HTHREAD hThread, unsigned int uMsg, unsigned int wParam, int lParam);
-/** Posts a message and returns 1 without waiting; 0 for an invalid or dead target.
- *  Fatal: nExtraSize outside 0 to 1024, or no room left in the share segment. */
+/** Posts a message and returns 1 without waiting; 0 for an invalid or dead target. To another thread, id 0x70001 is
+ *  sent instead and the ids 0x70002, 0x70006, 0x70007 and 0xA0006 are delivered, without time-out: the call blocks
+ *  until the target has handled the message, or has taken it. Fatal: nExtraSize outside 0 to 1024, or no room left in
+ *  the share segment. */
 QOR_API BOOL msgPostMsgToThreadEx(HTHREAD hThread, unsigned int uMsg, unsigned int wParam, int lParam, int nExtraSize,
                                   const void* pExtraData);
 /** msgPostMsgToThreadEx() without extra data. */
 QOR_API BOOL msgPostMsgToThread(HTHREAD hThread, unsigned int uMsg, unsigned int wParam, int lParam);
-/** Posts a message to every registered thread of the device, the caller's own included. */
+/** Posts a message to every registered thread of the device, the caller's own included, one after the other as
+ *  msgPostMsgToThreadEx() does. Fatal: nExtraSize outside 0 to 1024, or no room left in the share segment. */
 QOR_API void msgBroadpostThreadMsgEx(unsigned int uMsg, unsigned int wParam, int lParam, int nExtraSize,
                                      const void* pExtraData);
 /** msgBroadpostThreadMsgEx() without extra data. */
@@ -144,16 +150,18 @@ QOR_API void msgReplyThreadMessage(simpMSG* pMsg, int nResult);
 QOR_API void* msgGetMessageExtraData(simpMSG* pMsg);
 /** The size of the message's extra data in bytes. Fatal: a null message. */
 QOR_API int msgGetMessageExtraSize(simpMSG* pMsg);
-/** Replaces the message's extra data. Fatal: a null message, nSize outside 0 to 1024. */
+/** Replaces the message's extra data by nSize bytes at pData, which may be a part of the old ones; a null pData leaves
+ *  new bytes undefined, a size of 0 frees them. Fatal: a null message, nSize outside 0 to 1024. */
 QOR_API void msgResetMessageExtraData(simpMSG* pMsg, int nSize, const void* pData);
 
 /* ---- timers ---- */
 
 /** Sets a periodic timer of the calling thread: every uTimerOut ms its callback gets 0x8113 with wParam = nTimerID.
- *  An id already set restarts with the new period. Returns the id.
+ *  An id already set restarts with the new period. Returns the id. A timer ends with its thread's registration.
  *  Fatal: an id or a period of 0, a thread that is not registered. */
 QOR_API unsigned int timerSetThreadTimer(unsigned int nTimerID, unsigned int uTimerOut);
-/** Stops a timer of the calling thread; an unknown id does nothing. Fatal: a thread that is not registered. */
+/** Stops and deletes a timer that timerSetThreadTimer() has made for the calling thread; an unknown id does nothing.
+ *  Fatal: a thread that is not registered. */
 QOR_API void timerKillThreadTimer(unsigned int nTimerID);
 
 /* ---- accumulators: counters in a file of the home directory that survive restarts ---- */
@@ -196,20 +204,20 @@ QOR_API int registryGetInt(HREGISTRY hRegistry, const char* lpszKey, int nDefaul
 /** The number that a value begins with; the default when it begins with none or there is no such key. */
 QOR_API double registryGetFloat(HREGISTRY hRegistry, const char* lpszKey, double fDefault);
 /** Sets a value, in memory only: 1 when that changed it, 0 when it was so already and for no section. The first value
- * of a key is always a change. Fatal: no room left in the registry. */
+ *  of a key is always a change. Fatal: no room left in the registry. */
 QOR_API BOOL registrySetString(HREGISTRY hRegistry, const char* lpszKey, const char* lpszValue);
 /** registrySetString() of the number as "%d" prints it. */
 QOR_API BOOL registrySetInt(HREGISTRY hRegistry, const char* lpszKey, int nValue);
 /** registrySetString() of the number as "%lf" prints it, with six decimals. */
 QOR_API BOOL registrySetFloat(HREGISTRY hRegistry, const char* lpszKey, double fValue);
 /** Tells the monitors of all changed sections of the section's document, each once, then writes the changes to the
- * file, or asks the saver to. Returns 1; 0 for no section. Nothing is done when nothing has changed. What could not be
- * written is written by the next flush. */
+ *  file, or asks the saver to. Returns 1; 0 for no section. Nothing is done when nothing has changed. What could not
+ *  be written is written by the next flush. */
 QOR_API BOOL registryFlush(HREGISTRY hRegistry);
 
 /** Writes the changes of the section's document to its file at once, whoever is the saver; a document's own handle,
- * which the saver is told, stands for it as well. 1 when the file is up to date; 0 when it could not be written, and
- * for neither. */
+ *  which the saver is told, stands for it as well. 1 when the file is up to date; 0 when it could not be written, and
+ *  for neither. */
 QOR_API BOOL regSaveRegistryDocument(HREGISTRY hRegistry);
 /** Makes the calling thread the saver, in the place of any other: from now on a flush posts it message 0x9001 with a
  *  document's handle in wParam, for which it saves that document. One that does not is asked 16 times at most;
@@ -223,7 +231,7 @@ QOR_API BOOL registryUnregistSaver(void);
 QOR_API BOOL registrySaveDocument(HREGISTRY hDocument);
 
 /** Has the calling thread told of changes of a section: each flush of a change posts it message 0x9001 with the
- * section's handle in lParam. Called twice, it is told twice. 0 for no section. */
+ *  section's handle in lParam. Called twice, it is told twice. 0 for no section. */
 QOR_API BOOL regMonitorSection(HREGISTRY hRegistry);
 /** Ends that, however often it was called. 0 for no section. */
 QOR_API BOOL regUnmonitorSection(HREGISTRY hRegistry);
@@ -256,7 +264,7 @@ QOR_API BOOL qorSetRegistryFloat(const char* lpszFileName, const char* lpszSecti
 
 /** The document of an existing file; 0 when there is none, and always for "/tmp/vantrel_dhcp_options".
  *  "/vantrel/config/Setting/AdvSetting.cfg" becomes "/rundata/config/system.ini". Fatal: a null name, a relative one
- * that makes more than 256 characters with the working directory; so it is for the two below. */
+ *  that makes more than 256 characters with the working directory; so it is for the two below. */
 QOR_API HINIFILE profileOpen(const char* lpszFileName);
 /** Does nothing: documents stay in the registry. */
 QOR_API void profileClose(HINIFILE hIniFile);

@@ -79,15 +79,16 @@ public:
     void* GetExtraData() const;
     /// The size of the extra data in bytes, 0 when there is none.
     int GetExtraSize() const;
-    /// Points the message at a block inside the same segment.
+    /// Points the message at a block inside the same segment. The old block is not freed.
     /// Fatal: a null pointer with a size, or a pointer without one.
     void set_pExtraData(int nExtraSize, void* pData);
-    /// Replaces the extra data: a block of the same size is reused, size 0 frees it. pData may be null, which
-    /// leaves the new bytes undefined. Takes the segment's mutex.
+    /// Replaces the extra data: a block of the same size is reused, size 0 frees it. pData may be a part of the old
+    /// data, or null, which leaves new bytes undefined. Takes the segment's mutex.
     /// Fatal: a size outside 0 to 1,024; on 64-bit, a message outside the segment.
     void ResetExtraData(int nExtraSize, const void* pData);
 
-    /// Replies to a waiting sender and wakes it; nothing happens for a posted message or a second reply.
+    /// Replies to a waiting sender and wakes it; nothing happens for a posted message or a second reply. Takes the
+    /// segment's mutex. The handler may go on; it should return the same value.
     void ReplyMessage(int nResult);
     /// ReplyMessage(), waking the sender only when bWake is not 0.
     void ReplyMessageEx(int nResult, BOOL bWake);

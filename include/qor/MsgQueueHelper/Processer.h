@@ -60,7 +60,9 @@ private:
 };
 
 /// Sees every message of its host thread before the thread's handler, in the order in which hookers were made; the
-/// first whose TryThreadMessage() returns non-zero consumes the message.
+/// first whose TryThreadMessage() returns non-zero consumes the message. It sees a proxy as TM_MESSAGE_PROXY and a
+/// timer as TM_MESSAGE_TIMER; a timer whose message it consumes goes on. It may destroy itself and other hookers
+/// meanwhile.
 class QOR_API chMsgHooker : public chMsgProcesser {
 public:
     /// Hooks the calling thread. Fatal: it is not registered.

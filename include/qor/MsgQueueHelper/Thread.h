@@ -165,13 +165,13 @@ public:
     /// Returns the handler's value. Fatal: called by another thread.
     virtual int DefaultProcessMessage(msgObject& objMessage);
 
-    /// Runs the loop until the quit message; returns its wParam.
+    /// Runs the loop until the quit message; returns its wParam, or -1 when a handler has unregistered the thread.
     int Run();
     /// One pass: timers, one message, or the idle message and a wait. Returns the id handled, 0 when idle, 0x8002
     /// when not running. Fatal: called by another thread.
     UINT ProcessThreadMessageOnce();
-    /// Handles messages for nTime ms, for a handler that has to wait; whether the thread still runs.
-    /// Fatal: nTime not above 0.
+    /// Handles messages for nTime ms, for a handler that has to wait; whether the thread still runs. An idle wait is
+    /// not cut short at the end: it lasts as long as it does in the loop. Fatal: nTime not above 0.
     BOOL Dogsleep(int nTime);
     /// Takes and handles one message; its id as read, 0 when none waits.
     UINT ProcessOneMessageFromQueue();
@@ -189,14 +189,15 @@ public:
                         int* pbReplied);
     /// As chThreadBase::DeliverThreadMsgEx(); called by the thread itself, handles the message at once.
     BOOL DeliverThreadMsgEx(UINT uMsg, UINT wParam, int lParam, int nExtraSize, const void* pExtraData, int nTimeout);
-    /// Has a method of an object of this process run on this thread; whether it was posted.
+    /// Has a method of an object of this process run on this thread; whether it was posted. Any thread may call it. An
+    /// object that has gone when its turn comes is skipped with a warning.
     BOOL PostProxyMessage(UINT uMsg, UINT wParam, int lParam, chMsgProcesser* pProcesser, msgMethod pMethod);
-    /// Has a method run on this thread and waits for its result.
+    /// Has a method run on this thread and waits for its result, without time-out; on this thread, at once.
     int SendProxyMessage(UINT uMsg, UINT wParam, int lParam, chMsgProcesser* pProcesser, msgMethod pMethod);
 
     /// The thread's name.
     const char* GetThreadName() const { return m_strThreadName; }
-    /// The real-time priority to launch with; -1 for default scheduling.
+    /// The real-time priority to launch with; -1, as before the call, for default scheduling.
     void SetPriority(int nPriority) { m_nPriority = nPriority; }
     /// Whether the thread is registered and has not handled the quit message.
     BOOL IsRuning() const { return m_bRuning; }
@@ -289,7 +290,7 @@ public:
     BOOL AwakeTask(int idTask);
     /// AwakeTask() for a task that the caller has just found alive: it does not ask the kernel again.
     BOOL AwakeLiveTask(int idTask);
-    /// The calling task's own wake-up event.
+    /// The calling task's own wake-up event, made when there is none.
     QOR_BaseHelper::chEvent* GetCurrentTaskEvent();
     /// Tells the calling thread's loop to look into its queue: it has posted itself a message, for which there is no
     /// signal, or has taken signals of its event elsewhere. Also the end of what the task did with its event: it may be

@@ -34,10 +34,11 @@ public:
     /// Stops the timer.
     ~chThreadTimer();
 
-    /// Starts or restarts the timer: the processor (null for the host thread itself) gets 0x8113 every nElapse ms.
-    /// Returns 1. Fatal: a negative period, a thread that is not registered.
+    /// Starts or restarts the timer: the processor (null for the host thread itself) gets 0x8113 every nElapse ms; with
+    /// 0, in every pass of the loop. The processor has to stay until the timer is stopped. Returns 1. Fatal: a negative
+    /// period, a thread that is not registered.
     BOOL SetTimer(long long nElapse, chMsgProcesser* pProcesser);
-    /// As above with a method (null for TryThreadMessage) and a value for lParam.
+    /// As above with a method (null for TryThreadMessage) and a value whose low 32 bits become lParam.
     BOOL SetTimer(long long nElapse, void* pData, chMsgProcesser* pProcesser, msgMethod pMethod);
     /// Stops the timer and drops its pending message.
     void KillTimer();
