@@ -3,6 +3,8 @@
 #include <stdio.h>
 #include <string.h>
 
+#include <algorithm>
+
 #include "device.h"
 #include "qor/MsgQueueHelper.h"
 #include "qor/TraceHelper.h"
@@ -90,11 +92,11 @@ void sample() {
     postRecord(nameController, MSG_READING, objReading);
 }
 
-// Also while it runs: the operator may change it.
-void setPeriod() {
-    const int nPeriod = registryGetInt(openSettings("Sampler"), "period", 100);
-    timerKillThreadTimer(timerSample);
-    timerSetThreadTimer(timerSample, nPeriod < 10 ? 10 : nPeriod > 1000 ? 1000 : nPeriod);
+// Also while it runs: the operator may change it. Returns the period in milliseconds, whatever the settings say.
+int setPeriod() {
+    const int nPeriod = std::clamp(registryGetInt(openSettings("Sampler"), "period", 100), 10, 1000);
+    timerSetThreadTimer(timerSample, static_cast<unsigned int>(nPeriod));
+    return nPeriod;
 }
 
 int onMessage(simpMSG* pMsg) {
@@ -105,8 +107,7 @@ int onMessage(simpMSG* pMsg) {
             setPeriod();
             return 0;
         case TM_REGISTRY_CHANGE:
-            setPeriod();
-            say("sampler", "a reading every %d ms from now on", registryGetInt(openSettings("Sampler"), "period", 100));
+            say("sampler", "a reading every %d ms from now on", setPeriod());
             return 0;
         case TM_THREAD_TIMER:
             countTimer();
