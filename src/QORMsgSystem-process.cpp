@@ -140,13 +140,15 @@ void* runLaunchedThread(void* pData) {
         return NULL;
     if (!share().CreateLocalThread(*pThread))
         return NULL;
+    // A handler may unregister the thread, and delete the object.
+    const registrationWatch watch(pThread);
     pThread->AfterThreadLaunched();
-    pThread->Run();
-    // A handler may have unregistered the thread already.
-    if (share().GetProcessLocal().IsValidLocalThread(pThread)) {
+    if (!watch.IsGone())
+        pThread->Run();
+    if (!watch.IsGone())
         pThread->BeforeThreadShutdown();
+    if (!watch.IsGone())
         share().DestroyLocalThread(*pThread);
-    }
     return NULL;
 }
 

@@ -136,9 +136,9 @@ void* runCallbackThread(void* lpData) {
     const launchBlock block = *static_cast<const launchBlock*>(lpData);
     chThreadLocal thread(block.lpszThreadName, block.pMsgCallbackEx);
     if (share().CreateLocalThread(thread)) {
+        const registrationWatch watch(&thread);  // the callback may unregister the thread
         thread.Run();
-        // The callback may have unregistered the thread already.
-        if (process().IsValidLocalThread(&thread))
+        if (!watch.IsGone())
             share().DestroyLocalThread(thread);
     }
     return NULL;

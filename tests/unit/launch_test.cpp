@@ -68,6 +68,43 @@ TEST(Launch, AThreadThatEndsAtOnceDoesNotHoldUpItsLauncher) {
     EXPECT_EQ(0, child.wait());
 }
 
+// Unregisters and deletes itself in one of its steps.
+struct leaver : chThreadLocal {
+    leaver(const char* lpszStep, qorTest::signal& left)
+        : chThreadLocal("leaver", NULL), m_strStep(lpszStep), m_left(left) {}
+    void AfterThreadLaunched() override {
+        pthread_detach(pthread_self());
+        leaveAt("after");
+    }
+    int TryThreadMessage(msgObject& m) override {
+        if (m_strStep == "before")
+            PostThreadMsg(TM_THREAD_QUIT, 0, 0);
+        return m.uMsg == TM_THREAD_START ? leaveAt("start") : chMsgProcesser::TryThreadMessage(m);
+    }
+    void BeforeThreadShutdown() override { leaveAt("before"); }
+    int leaveAt(const char* lpszStep) {
+        if (m_strStep != lpszStep)
+            return 0;
+        qorTest::signal& left = m_left;
+        share().DestroyLocalThread(*this);
+        delete this;
+        left.Set();
+        return 1;
+    }
+    std::string m_strStep;
+    qorTest::signal& m_left;
+};
+
+TEST(Launch, AThreadMayUnregisterAndDeleteItselfInAnyOfItsSteps) {
+    for (const char* lpszStep : {"after", "start", "before"}) {
+        qorTest::signal left;
+        EXPECT_TRUE(process().LaunchLocalThread(*new leaver(lpszStep, left))) << lpszStep;
+        left.Wait();
+        EXPECT_EQ(nullptr, msgGetThreadByName("leaver")) << lpszStep;
+    }
+    EXPECT_TRUE(qorTest::isPoolOneFreeCell());
+}
+
 // Standard error as a pipe, which tells when something was written.
 class errorPipe {
 public:
