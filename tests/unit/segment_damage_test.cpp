@@ -32,7 +32,9 @@ TEST(SegmentDamage, ATimerWhoseMessageBecameAnotherTakesNobodyElsesMessageAlong)
 
     EXPECT_TRUE(me.PostThreadMsg(0x400, 0, 0));
     EXPECT_EQ(pTimerMessage, findMessage(me, 0x400));  // the record has a new owner
+    testing::internal::CaptureStderr();
     timer.KillTimer();
+    EXPECT_NE(std::string::npos, testing::internal::GetCapturedStderr().find("] timer without its message ("));
     EXPECT_EQ(0x400u, me.ProcessOneMessageFromQueue());
     EXPECT_EQ(1, nHandled);
 }

@@ -141,6 +141,13 @@ TEST(Thread, DestructingARegisteredThreadIsFatal) {
             share().CreateLocalThread(thread);
         },
         testing::KilledBySignal(SIGABRT), "\\[QORMsgSystem:[0-9]+\\] !m_bRuning ");
+    EXPECT_EXIT(
+        {
+            chThreadLocal thread("held", ignore);
+            share().CreateLocalThread(thread);
+            thread.SendThreadMsg(TM_THREAD_QUIT, 0, 0);  // no longer running, but registered
+        },
+        testing::KilledBySignal(SIGABRT), "\\[QORMsgSystem:[0-9]+\\] m_pMsgQueue == NULL ");
 }
 
 TEST(Thread, UnregisteringAnotherThreadsRegistrationIsFatal) {
