@@ -1,4 +1,5 @@
 // The flat functions over threads, messages and timers.
+#include <pthread.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -101,8 +102,10 @@ TEST(Flat, AWorkerWithAnEntryOfItsOwnRegistersItself) {
 }
 
 int onLeave(simpMSG* pMsg) {
-    if (pMsg->uMsg == 0x100)
+    if (pMsg->uMsg == 0x100) {
+        pthread_detach(pthread_self());  // nobody joins a thread that ends by itself
         msgUnregistWorkThread(msgGetThreadByName("leaver"));
+    }
     return -1;
 }
 
