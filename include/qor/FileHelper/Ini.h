@@ -154,12 +154,16 @@ protected:
     static uint32_t hashOf(iniLineType eType, const QOR_StringHelper::chConstTextT<char>& name);
     /// The hash of an element; 0 while it has no object.
     static uint32_t hashOf(iniNode* pNode);
-    /// Frees the index, until the next look-up in a long list.
+
+private:
+    friend class iniObjList;
+
+    // Frees the index, until the next look-up in a long list.
     void dropIndex();
-    /// Takes in what was inserted since the last look-up; whether there is memory for it.
+    // Takes in what was inserted since the last look-up; whether there is memory for it.
     bool indexWaiting();
 
-    iniNodeTable* m_pTable;  ///< the index, or null
+    iniNodeTable* m_pTable;  // the index, or null
 };
 
 /// A list of entries that it owns. The list operations themselves insert and erase pointers only: whoever erases an
