@@ -262,7 +262,7 @@ void chReferenceStringT<T>::RepeatFill(T ch, int nCount) {
 
 template <class T>
 void chReferenceStringT<T>::AppendTextFrom(const T* lpszText, int nLength) {
-    if (textEMPTY(lpszText) || nLength == 0)
+    if (nLength == 0 || textEMPTY(lpszText))
         return;
     if (IsInBlock(lpszText)) {
         const chReferenceStringT strCopy(lpszText, nLength);

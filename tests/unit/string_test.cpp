@@ -462,6 +462,20 @@ TYPED_TEST(String, AppendsCharactersTextsAndStrings) {
     EXPECT_EQ(10, str.GetLength());
 }
 
+TYPED_TEST(String, AppendsViewsByTheirLength) {
+    const letters<TypeParam> text("bcd");
+    const chConstTextT<TypeParam> part(text, 2), end(text.get() + 3, 0);
+    auto str = this->make("a");
+    str += part;
+    str << part << end;
+    EXPECT_EQ("abcbc", narrow(str));
+    EXPECT_EQ("abcbcbc", narrow(str + part));
+    EXPECT_EQ("abcbcabcbc", narrow(str + str));
+    str += chConstTextT<TypeParam>(str, 2);
+    EXPECT_EQ("abcbcab", narrow(str));
+    EXPECT_EQ("bcbcab", narrow(chReferenceStringT<TypeParam>(str + 1)));  // an address and a number are an address
+}
+
 TYPED_TEST(String, AppendingNothingChangesNothing) {
     auto str = this->make("abc");
     const auto strCopy = str;

@@ -102,7 +102,14 @@ public:
         return *this;
     }
     /// Appends a text.
+    chReferenceStringT& operator+=(const chConstTextT<T>& text) {
+        AppendTextFrom(text, text.GetLength());
+        return *this;
+    }
+    /// Appends a text.
     chReferenceStringT& operator<<(const T* lpszText) { return *this += lpszText; }
+    /// Appends a text.
+    chReferenceStringT& operator<<(const chConstTextT<T>& text) { return *this += text; }
     /// Appends a string.
     chReferenceStringT& operator<<(const chReferenceStringT& str) { return *this += str; }
     /// Appends nLength characters, up to the first NUL; -1 means all, null or empty text is ignored.
@@ -164,6 +171,20 @@ template <class T>
 inline chReferenceStringT<T> operator+(const chReferenceStringT<T>& str, const T* lpszText) {
     chReferenceStringT<T> strSum = str;
     strSum += lpszText;
+    return strSum;
+}
+/// Joins two texts.
+template <class T>
+inline chReferenceStringT<T> operator+(const chReferenceStringT<T>& str, const chConstTextT<T>& text) {
+    chReferenceStringT<T> strSum = str;
+    strSum += text;
+    return strSum;
+}
+/// Joins two texts.
+template <class T>
+inline chReferenceStringT<T> operator+(const chReferenceStringT<T>& str, const chReferenceStringT<T>& strMore) {
+    chReferenceStringT<T> strSum = str;
+    strSum += strMore;
     return strSum;
 }
 
