@@ -88,11 +88,6 @@ int closeRecord(chMsgQueue& objQueue, msgObject& objMessage) {
     return nResult;
 }
 
-void traceEmit(const msgDraft& draft, int idTask) {
-    if (draft.uMsg > maxUntracedMsg)
-        qorTrace(3, "%s message 0x%x to %d", draft.bWaitingReply ? "Send" : "Post", draft.uMsg, idTask);
-}
-
 // The time left of a wait: unlimited waits read no clock.
 class waitClock {
 public:
@@ -114,6 +109,13 @@ private:
 };
 
 }  // namespace
+
+bool isAlwaysPosted(UINT uMsg) { return formOfPost(uMsg) == postForm::post; }
+
+void traceEmit(const msgDraft& draft, int idTask) {
+    if (draft.uMsg > maxUntracedMsg)
+        qorTrace(3, "%s message 0x%x to %d", draft.bWaitingReply ? "Send" : "Post", draft.uMsg, idTask);
+}
 
 // ---- binding
 

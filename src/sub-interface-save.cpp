@@ -11,6 +11,7 @@
 #include <vector>
 
 #define QOR_MODULE "sub-interface"
+#include "internal/message.h"
 #include "internal/registry.h"
 #include "internal/report.h"
 #include "qor/MiscHelper.h"
@@ -50,11 +51,16 @@ std::vector<notification> takeNotifications(regDocument& document) {
     return listTell;
 }
 
-void tell(const notification& told) {
-    const msgProxy proxy = {TM_REGISTRY_CHANGE, told.entry.m_uProcesser, told.entry.m_objMethod};
-    chThreadRemote thread(told.entry.m_idTask);
-    if (thread.getTaskId() != 0)
-        thread.PostThreadMsgEx(TM_MESSAGE_PROXY, 0, static_cast<int>(told.uSection), sizeof(proxy), &proxy);
+void tell(const std::vector<notification>& listTell) {
+    std::vector<msgProxy> listProxy;
+    for (const notification& told : listTell)
+        listProxy.push_back({TM_REGISTRY_CHANGE, told.entry.m_uProcesser, told.entry.m_objMethod});
+    std::vector<batchPost> listPost;
+    for (size_t i = 0; i < listTell.size(); ++i)
+        listPost.push_back({listTell[i].entry.m_idTask, NULL,
+                            makeDraft(TM_MESSAGE_PROXY, 0, static_cast<int>(listTell[i].uSection), sizeof(msgProxy),
+                                      &listProxy[i], false)});
+    postBatch(listPost);
 }
 
 // ---- asking the saver
@@ -253,8 +259,7 @@ BOOL registryFlush(regDocument* pDocument) {
         if (bSave)
             idSaver = askedSaver(*pDocument);
     }
-    for (const notification& told : listTell)
-        tell(told);
+    tell(listTell);
     if (!bSave || (idSaver != 0 && askSaver(idSaver, *pDocument)))
         return 1;
     if (idSaver != 0)

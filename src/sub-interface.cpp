@@ -226,6 +226,14 @@ void msgBroadpostThreadMsgEx(unsigned int uMsg, unsigned int wParam, int lParam,
         for (chMsgQueue* pQueue : share().getObject()->m_objManager.ListQueues())
             listThread.push_back(chThreadBase(pQueue));
     }
+    const msgDraft draft = makeDraft(uMsg, wParam, lParam, nExtraSize, pExtraData, false);
+    if (isAlwaysPosted(uMsg) && draft.nExtraSize >= 0 && draft.nExtraSize <= maxExtraSize) {
+        std::vector<batchPost> listPost;
+        for (const chThreadBase& thread : listThread)
+            listPost.push_back({thread.getTaskId(), thread.getMsgQueue(), draft});
+        postBatch(listPost);
+        return;
+    }
     for (chThreadBase& thread : listThread)
         thread.PostThreadMsgEx(uMsg, wParam, lParam, nExtraSize, pExtraData);
 }

@@ -42,6 +42,27 @@ inline msgDraft makeDraft(UINT uMsg, UINT wParam, int lParam, int nExtraSize, co
 // does not sleep before it has read both.
 msgObject* putMessage(chMsgQueue& objQueue, const msgDraft& draft, bool* pbWake = NULL);
 
+// The trace line of a message that was put into a queue.
+void traceEmit(const msgDraft& draft, int idTask);
+
+// A message to post to one of many threads.
+struct batchPost {
+    int idTask;             // the thread's task
+    chMsgQueue* pMsgQueue;  // its queue; null for the first one of the task
+    msgDraft draft;
+
+    bool bAlive = false;
+    bool bPut = false;
+    bool bWake = false;
+};
+
+// Whether a message is posted to any thread, whoever posts it: some ids are sent or delivered instead.
+bool isAlwaysPosted(UINT uMsg);
+
+// Posts to each thread what chThreadBase::PostThreadMsgEx() would, in the order of the list: messages that are always
+// posted, and extra data of a valid size. Which threads were reached is not told.
+void postBatch(std::vector<batchPost>& listPost);
+
 // Frees what dead senders have left in a queue: records that were finished and never closed, or never emitted.
 // The caller holds the mutex.
 void freeOrphanMessages(chMsgQueue& objQueue);

@@ -119,18 +119,27 @@ void pauseProcessor() {
     }
 }
 
+constexpr int maxAttempt = 30;
+
 // Takes one without sleeping. Sleeping and being woken costs more than most holders need, so a first failure
-// is followed by a few more attempts; a free semaphore is taken by one kernel call.
+// is followed by a few more attempts; a free semaphore is taken by one kernel call. Once others sleep for it, it passes
+// from one to the next and is never free: attempts in vain halve those of the next time, and each that was not in vain
+// adds one again.
 bool takeQuickly(int fdSemaphore) {
-    constexpr int maxAttempt = 30;
-    for (int i = 0; i < maxAttempt; ++i) {
+    static std::atomic<int> s_nPatience{maxAttempt};
+    const int nPatience = s_nPatience.load(std::memory_order_relaxed);
+    for (int i = 0; i < nPatience; ++i) {
         if (i > 0)
             pauseProcessor();
-        if (stepSemaphore(fdSemaphore, -1, SEM_UNDO | IPC_NOWAIT, nullptr))
+        if (stepSemaphore(fdSemaphore, -1, SEM_UNDO | IPC_NOWAIT, nullptr)) {
+            if (nPatience < maxAttempt)
+                s_nPatience.store(nPatience + 1, std::memory_order_relaxed);
             return true;
+        }
         if (errno != EAGAIN)
             return false;
     }
+    s_nPatience.store(nPatience > 1 ? nPatience / 2 : 1, std::memory_order_relaxed);
     return false;
 }
 
