@@ -276,7 +276,7 @@ public:
         while (pool.find_big_enough_cell(4) != NULL)
             m_listBlock.push_back(pool.alloc(4));
         pool.free(pLargest);
-        m_listBlock.push_back(pool.alloc(nLargest - nRecords * 80));
+        m_listBlock.push_back(pool.alloc(nLargest - nRecords * 64));
         share().Unlock();
     }
     ~filledPool() {
