@@ -379,6 +379,7 @@ bool runUntilCall(int nCall, const std::function<void()>& fnAction) {
 TEST(Batch, ABroadcastKilledAtAnyCallHasReachedTheFirstAndNotTheOthers) {
     quiet();
     row threads(5);
+    threads.settledCounts(0);  // behind the start-up messages
     const int nFree = freeBytes();
     int nLast = 0, nNumber = 0;
     for (bool bDone = false; !bDone; ++nNumber) {
