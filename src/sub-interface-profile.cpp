@@ -40,14 +40,6 @@ refString presentFile(const char* lpszFileName) {
     return strFile;
 }
 
-// Whether there is such a file. One whose save was cut short between two names is.
-bool isPresent(const char* lpszFile) {
-    if (QOR_MiscHelper::pathFileExist(lpszFile))
-        return true;
-    QOR_FileHelper::recoverSavedFile(lpszFile);
-    return QOR_MiscHelper::pathFileExist(lpszFile) != 0;
-}
-
 // The handle of a section of a document, which is made when there is none; 0 when there is no such document.
 HREGISTRY sectionOf(HINIFILE hIniFile, const char* lpszSection) {
     const phraseConstTextA name(lpszSection);
@@ -69,7 +61,7 @@ HINIFILE profileOpen(const char* lpszFileName) {
         return NULL;
     refString strFile = presentFile(lpszFileName);
     strFile.Replace("/vantrel/config/Setting/AdvSetting.cfg", systemFile);
-    if (!isPresent(strFile))
+    if (!QOR_FileHelper::hasSavedFile(strFile))
         return NULL;
     documentLock lock(strFile);
     return reinterpret_cast<HINIFILE>(registry().GetHandle(lock.m_pDocument));
@@ -107,7 +99,7 @@ BOOL qorGetProfileString(const char* lpszFileName, const char* lpszSection, cons
     if (!QOR_ASSERT(lpszFileName != NULL))
         return 0;
     const refString strFile = presentFile(lpszFileName);
-    if (!isPresent(strFile))
+    if (!QOR_FileHelper::hasSavedFile(strFile))
         return 0;
     return qorGetRegistryString(strFile, lpszSection, lpszKey, lpszBuffer, lpszDefault);
 }
@@ -127,7 +119,8 @@ int qorGetProfileInt(const char* lpszFileName, const char* lpszSection, const ch
     } else if (QOR_ASSERT(lpszFileName != NULL)) {
         strFile = presentFile(lpszFileName);
     }
-    return isPresent(strFile) ? qorGetRegistryInt(strFile, lpszSection, lpszKey, nDefault) : nDefault;
+    return QOR_FileHelper::hasSavedFile(strFile) ? qorGetRegistryInt(strFile, lpszSection, lpszKey, nDefault)
+                                                 : nDefault;
 }
 
 }  // extern "C"

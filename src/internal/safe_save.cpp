@@ -208,32 +208,19 @@ bool writeNew(int fdNew, const std::function<BOOL(chFileStdio&)>& fnExport) {
     return fflush(pFile) == 0 && ferror(pFile) == 0 && fsync(fd) == 0;
 }
 
-// Gives the old document its second name. Where a file has one name only it loses the first, until the .new takes that.
-void keepOld(const savedName& name) {
-    if (link(name.strName.c_str(), name.strOld.c_str()) != 0)
-        move(name.strName, name.strOld);
-}
-
-// Back to the old document under its own name alone.
-void dropOld(const savedName& name) {
-    const int nError = errno;
-    if (exists(name.strName))
-        removeFile(name.strOld);
-    else
-        move(name.strOld, name.strName);
-    errno = nError;
-}
-
 // Puts the .new in the place of the file.
 bool exchange(const savedName& name, const fileLock& lock) {
     if (!lock.isAt(name.strNew.c_str()))
         return false;  // overtaken
     const bool bReplaces = hasFile(name.strName);
     if (bReplaces)
-        keepOld(name);
+        move(name.strName, name.strOld);
     // A load that lost patience may have done it already.
     if (!move(name.strNew, name.strName) && !lock.isAt(name.strName.c_str())) {
-        dropOld(name);
+        const int nError = errno;
+        if (!exists(name.strName))
+            move(name.strOld, name.strName);
+        errno = nError;
         return false;
     }
     if (bReplaces)
@@ -243,17 +230,33 @@ bool exchange(const savedName& name, const fileLock& lock) {
     return true;
 }
 
+bool isAtItsName(const savedName& name) { return access(name.strName.c_str(), F_OK) == 0; }
+
+// Asked after nothing was found at the name: a saver may have been between its renames, or is again.
+bool isNowhere(const savedName& name) { return !hasFile(name.strOld) && !isAtItsName(name); }
+
 }  // namespace
 
 void recoverSavedFile(const char* lpszFileName) { recover(savedName(lpszFileName), false); }
+
+bool hasSavedFile(const char* lpszFileName) {
+    const savedName name(lpszFileName);
+    for (int i = 0; i < maxTries; ++i) {
+        if (isAtItsName(name))
+            return true;
+        recover(name, false);
+        if (isNowhere(name))
+            return false;
+    }
+    return false;
+}
 
 int readSavedText(const char* lpszFileName, fileText& text) {
     const savedName name(lpszFileName);
     for (int i = 0; i < maxTries; ++i) {
         recover(name, false);
         const int nRead = readWholeText(lpszFileName, text);
-        // A saver that began behind the recovery may be between its renames, or through by now.
-        if (nRead >= 0 || errno != ENOENT || (!hasFile(name.strOld) && !hasFile(name.strName)))
+        if (nRead >= 0 || errno != ENOENT || isNowhere(name))
             return nRead;
     }
     return -1;

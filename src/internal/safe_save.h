@@ -4,12 +4,9 @@
 // makes of it when the save ends right behind a step:
 //
 //     write .new and bring it to the device      name: old     .new is deleted
-//     link name to .old                          name: old     .new becomes name, .old is deleted
+//     rename name to .old                        name: -       .new becomes name, .old is deleted
 //     rename .new to name                        name: new     .old is deleted
 //     bring the directory to the device, delete .old, bring the directory to the device again
-//
-// So whoever looks meanwhile finds a document at the name. Where there are no hard links, the second step is a rename,
-// and there is none for an instant.
 //
 // Invariants:
 // - While .old exists, .new is whole and on the device, or has become name. So every save first completes or discards
@@ -31,6 +28,9 @@ namespace QOR_FileHelper {
 // Completes or discards what an interrupted save left at a name. Waits, for some seconds at most, for another thread or
 // process that is just exchanging the files.
 QOR_API void recoverSavedFile(const char* lpszFileName);
+
+// Whether there is a document of that name, also while it is exchanged and when an interrupted save has left it aside.
+QOR_API bool hasSavedFile(const char* lpszFileName);
 
 // What each load reads: readWholeText() behind a recovery. A document that others save meanwhile is always found.
 QOR_API int readSavedText(const char* lpszFileName, fileText& text);
