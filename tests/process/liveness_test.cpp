@@ -6,7 +6,6 @@
 #include <unistd.h>
 
 #include <atomic>
-#include <thread>
 
 #include "qor/MiscHelper.h"
 #include "qor/TraceHelper.h"
@@ -136,7 +135,7 @@ TEST(Ghosts, EachQueueOfAKilledProcessIsTracedOnceAndItsEventGoesWithTheNextLook
 // A task that has not registered may have the id of a dead one whose queue is still there: it would wait for itself.
 TEST(Ghosts, ATaskThatIsNotRegisteredReachesNobodyThroughAQueueOfItsOwnId) {
     qorTest::watch("sender");
-    std::thread sender([]() {
+    qorTest::endedTask([] {
         share().Lock(-1);
         chMsgQueue* pGhost = share().getObject()->m_objManager.AllocMessageQueue("ghost of my id");
         share().Unlock();
@@ -149,7 +148,6 @@ TEST(Ghosts, ATaskThatIsNotRegisteredReachesNobodyThroughAQueueOfItsOwnId) {
         handle.BindHandle(pGhost);
         EXPECT_EQ(0, handle.DeliverThreadMsgEx(0x100, 0, 0, 0, NULL, -1));
     });
-    sender.join();
     alarm(0);
     testing::internal::CaptureStderr();  // the event of the sender was made here
     { currentThread sweeper("sweeper"); }
