@@ -1,10 +1,9 @@
-// The assertion and warning macros of the sources. A source defines QOR_MODULE, the fixed name that its
-// reports print, before it includes this header:
+// The assertion and warning macros of the sources:
 //
-//     #define QOR_MODULE "_chAlloc"
-//     #include "internal/report.h"
-//     ...
-//     if (!QOR_ASSERT(pNode != NULL)) return NULL;     // code behind a fatal assertion stays sane
+//     if (!QOR_ASSERT(pNode != NULL)) return NULL;     // code after a fatal assertion stays sane
+//
+// QOR_MODULE, the fixed name that reports print, is the name of the source's folder; the build defines it. Sources in
+// xInc/ and internal/, and tests, define it themselves before they include this header.
 //
 // The printed text is the fixed one; where the checking code has to be spelled otherwise, the _TEXT forms
 // take it separately. Every macro yields whether the condition held.

@@ -17,7 +17,7 @@
 #include <string>
 #include <vector>
 
-#include "internal/keyfile.h"
+#include "xInc/keyfile.h"
 #include "qor/BaseHelper/Sync.h"
 
 #define QOR_MODULE "xInc/xBaseClass"

@@ -10,7 +10,7 @@
 
 #include <atomic>
 
-#include "internal/keyfile.h"
+#include "xInc/keyfile.h"
 #include "qor/BaseHelper/Sync.h"
 #include "qor/MiscHelper.h"
 

@@ -10,7 +10,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "internal/keyfile.h"
+#include "xInc/keyfile.h"
 #include "qor/BaseHelper/Share.h"
 #include "qor/MiscHelper.h"
 

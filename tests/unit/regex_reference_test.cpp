@@ -3,7 +3,7 @@
 #include <csignal>
 #include <random>
 
-#include "internal/regular_express.h"
+#include "QORRegularExpress/plan.h"
 #include "qor/TraceHelper.h"
 #include "support/reference_compare.h"
 #include "support/scale.h"

@@ -16,7 +16,7 @@
 #include <climits>
 #include <thread>
 
-#include "internal/keyfile.h"
+#include "xInc/keyfile.h"
 #include "support/system_call.h"
 
 using namespace QOR_BaseHelper;

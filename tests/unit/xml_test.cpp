@@ -2,7 +2,7 @@
 #include <memory>
 #include <type_traits>
 
-#include "internal/xml_code.h"
+#include "QORFile/xml_code.h"
 #include "qor/FileHelper.h"
 #include "support/slot.h"
 #include "support/text.h"

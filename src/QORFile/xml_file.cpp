@@ -1,0 +1,72 @@
+// XML files: loading, saving, and single elements as texts.
+#include "qor/FileHelper/File.h"
+#include "qor/FileHelper/Xml.h"
+
+#include "internal/report.h"
+#include "internal/safe_save.h"
+
+using namespace QOR_StringHelper;
+
+namespace QOR_FileHelper {
+
+namespace {
+
+// Parses a text; whether all of it was understood.
+BOOL parseWhole(xmlDocument& document, const char* lpszText) {
+    const char* lpszEnd = document.ParseDocument(lpszText);
+    if (!QOR_ASSERT(lpszEnd != NULL))
+        return 0;
+    while (chIsWhiteSpace(*lpszEnd))
+        ++lpszEnd;
+    if (*lpszEnd == 0)
+        return 1;
+    QOR_TraceHelper::qorOutputWarningString("xmlDocument::ParseDocument fail at : `%s'", lpszEnd);
+    return 0;
+}
+
+}  // namespace
+
+xmlFile::xmlFile(const char* lpszFileName) {
+    if (!textEMPTY(lpszFileName))
+        LoadFromFile(lpszFileName);
+}
+
+BOOL xmlFile::LoadFromFile(const char* lpszFileName) {
+    if (!QOR_ASSERT(!textEMPTY(lpszFileName)))
+        return 0;
+    m_strFileName = lpszFileName;
+    fileText text;
+    if (readSavedText(m_strFileName, text) < 0)
+        return 0;
+    ClearChildren();  // the text is none of the old tree's own, so that one need not live on
+    return parseWhole(*this, text.GetBuffer());
+}
+
+BOOL xmlFile::SaveToFile(const char* lpszFileName) const {
+    if (lpszFileName == NULL)
+        lpszFileName = m_strFileName;
+    if (!QOR_ASSERT(!textEMPTY(lpszFileName)))
+        return 0;
+    const chReferenceStringT<char> strText = ExportToText();
+    if (strText.IsEmpty() && get_pFirstChild() != NULL)
+        return 0;  // too long
+    return saveFileSafely(lpszFileName, [&](chFileStdio& file) { return file.WriteString(strText); });
+}
+
+xmlElement* xmlParseElementFromText(const char* lpszXMLText) {
+    xmlDocument document;
+    parseWhole(document, lpszXMLText);
+    xmlBaseNode* pNode = document.get_pFirstChild();
+    while (pNode != NULL && pNode->type() != xmlTypeElement)
+        pNode = pNode->get_pNext();
+    if (pNode != NULL)
+        pNode->pop_branch();
+    return static_cast<xmlElement*>(pNode);
+}
+
+BOOL eventParseXMLFile(const char* lpszFileName) {
+    chFileStdio file;
+    return !textEMPTY(lpszFileName) && file.Open(lpszFileName, openRead);
+}
+
+}  // namespace QOR_FileHelper

@@ -1,0 +1,367 @@
+// Messages, queues and the table of queues.
+//
+// Invariants, with the segment's mutex held: the table is in descending order of names; a queue's messages are in
+// descending order of priority, equal ones in order of arrival; every record is one cell of the segment's pool, with
+// its chain node first. A record is complete before it is linked, and unlinked before its cell is freed.
+//
+// Lock order: the share segment's mutex, then the process lock (inside the events of ghosts).
+#include <stdio.h>
+
+#include <new>
+#include <string>
+
+#include "internal/message.h"
+#include "internal/report.h"
+#include "internal/scope_lock.h"
+#include "internal/share_chain.h"
+#include "qor/BaseHelper/Sync.h"
+#include "qor/MiscHelper.h"
+#include "qor/MsgQueueHelper/ShareHelper.h"
+#include "qor/TraceHelper.h"
+
+using namespace QOR_ChainHelper;
+
+namespace QOR_MsgQueueHelper {
+
+namespace {
+
+constexpr uint32_t noExtra = 0xFFFFFFFFu;
+constexpr int sizeMessageRecord = sizeChainNode + sizeof(msgObject);
+constexpr int sizeQueueRecord = sizeChainNode + sizeof(chMsgQueue);  // and the length of the name
+static_assert(sizeMessageRecord == 48 && sizeQueueRecord == 24, "shared layout");
+
+template <typename T>
+list_chain_offset* nodeOf(const T* pRecord) {
+    return reinterpret_cast<list_chain_offset*>(reinterpret_cast<uintptr_t>(pRecord) - sizeChainNode);
+}
+
+msgObject* messageOf(list_chain_offset* pNode) {
+    return pNode != NULL ? reinterpret_cast<msgObject*>(pNode + 1) : NULL;
+}
+
+chMsgQueue* queueOf(list_chain_offset* pNode) {
+    return pNode != NULL ? reinterpret_cast<chMsgQueue*>(pNode + 1) : NULL;
+}
+
+shareChain messagesOf(const chMsgQueue* pQueue) { return shareChain(&pQueue->m_vRootMessageChain, sizeMessageRecord); }
+
+shareChain queuesOf(const chMsgQueueManager* pManager) {
+    return shareChain(&pManager->m_vRootQueueChain, sizeQueueRecord);
+}
+
+QOR_AllocHelper::baseStaticPoolAlloc& poolOf(const void* p) { return chSystemShareObject::FromAddress(p)->m_objPool; }
+
+// Compares like strcmp, without reading past the segment when a name has lost its end.
+int compareName(const char* lpszName, const chMsgQueue* pQueue) {
+    const shareRange range = findShareRange(pQueue);
+    return strncmp(lpszName, pQueue->m_szName, range.m_uEnd - reinterpret_cast<uintptr_t>(pQueue->m_szName));
+}
+
+// The name of a queue, also when it has lost its end.
+std::string queueName(const chMsgQueue* pQueue) {
+    const shareRange range = findShareRange(pQueue);
+    return std::string(pQueue->m_szName,
+                       strnlen(pQueue->m_szName, range.m_uEnd - reinterpret_cast<uintptr_t>(pQueue->m_szName)));
+}
+
+void initRoot(list_chain_offset& vRoot) { link_list_node(&vRoot, &vRoot); }
+
+}  // namespace
+
+// ---- msgObject
+
+msgObject::msgObject(UINT uNewMsg, UINT wNewParam, int lNewParam) {
+    storeShareWord(m_bIsWaitingReply, 0u);
+    storeShareWord(m_nStatus, MT_CONSTRUCTED);
+    storeShareWord(m_iOffsetExtra, noExtra);
+    storeShareWord(m_nExtraSize, 0);
+    storeShareWord(m_nResult, -1);
+    SetMessage(uNewMsg, wNewParam, lNewParam);
+    storeShareWord(m_nPriority, 0);
+    storeShareWord(m_idSender, 0);
+}
+
+void msgObject::SetMessage(UINT uNewMsg, UINT wNewParam, int lNewParam) {
+    storeShareWord(uMsg, uNewMsg);
+    storeShareWord(wParam, wNewParam);
+    storeShareWord(lParam, lNewParam);
+}
+
+void* msgObject::GetExtraData() const {
+    const uint32_t iOffset = loadShareWord(m_iOffsetExtra);
+    if (iOffset == noExtra)
+        return NULL;
+    const intptr_t nDistance = static_cast<int32_t>(iOffset);
+    const uintptr_t u = reinterpret_cast<uintptr_t>(this) + static_cast<uintptr_t>(nDistance);
+    // A damaged offset or size is no data rather than a wild access.
+    const int nSize = loadShareWord(m_nExtraSize);
+    if (nSize < 0 || nSize > maxExtraSize || !findShareRange(this).holds(u, nSize))
+        return NULL;
+    return reinterpret_cast<void*>(u);
+}
+
+int msgObject::GetExtraSize() const { return GetExtraData() != NULL ? loadShareWord(m_nExtraSize) : 0; }
+
+void msgObject::set_pExtraData(int nExtraSize, void* pData) {
+    if (!QOR_ASSERT((pData == NULL && nExtraSize == 0) || (pData != NULL && nExtraSize != 0)))
+        return;
+    uint32_t iOffset = noExtra;
+    if (pData != NULL)
+        iOffset = static_cast<uint32_t>(reinterpret_cast<uintptr_t>(pData) - reinterpret_cast<uintptr_t>(this));
+    // Never a new block with an old size, should this process be killed in between.
+    storeShareWord(m_iOffsetExtra, noExtra);
+    storeShareWord(m_nExtraSize, nExtraSize);
+    storeShareWord(m_iOffsetExtra, iOffset);
+}
+
+void msgObject::ResetExtraData(int nExtraSize, const void* pData) {
+    if (!QOR_ASSERT(nExtraSize >= 0 && nExtraSize <= 1024))
+        return;
+    uCSystemShareHelper* pShare = uCSystemShareHelpergetGlobalObject();
+    chSystemShareObject* pObject = chSystemShareObject::FromAddress(this);
+#if UINTPTR_MAX > 0xFFFFFFFFu
+    if (!QOR_ASSERT_TEXT(findShareRange(pObject).holds(this, sizeof(*this)), "message lies in the share segment"))
+        return;
+#endif
+    // The bytes may be those of the old block.
+    char aData[maxExtraSize];
+    if (pData != NULL)
+        memcpy(aData, pData, nExtraSize);
+    scopeShareLock<chSystemShareFrame> lock(*pShare);
+    void* pOld = GetExtraData();
+    if (nExtraSize != GetExtraSize()) {
+        set_pExtraData(0, NULL);
+        if (pOld != NULL)
+            pObject->m_objPool.free(pOld);
+        pOld = nExtraSize > 0 ? pObject->m_objPool.alloc(nExtraSize) : NULL;
+    }
+    if (pOld != NULL && pData != NULL && nExtraSize > 0)
+        copyShareBytes(pOld, aData, nExtraSize);
+    if (pOld != NULL && nExtraSize > 0)
+        set_pExtraData(nExtraSize, pOld);
+}
+
+void msgObject::ReplyMessage(int nResult) { ReplyMessageEx(nResult, 1); }
+
+void msgObject::ReplyMessageEx(int nResult, BOOL bWake) {
+    if (loadShareWord(m_bIsWaitingReply) == 0 || GetStatus() != MT_READ)
+        return;
+    uCSystemShareHelper* pShare = uCSystemShareHelpergetGlobalObject();
+    int idSender = 0;
+    {
+        scopeShareLock<chSystemShareFrame> lock(*pShare);
+        // The sender may have closed the message meanwhile.
+        if (GetStatus() != MT_READ)
+            return;
+        SetResult(nResult);
+        SetStatus(MT_REPLIED);
+        idSender = loadShareWord(m_idSender);
+    }
+    if (bWake)
+        pShare->GetProcessLocal().AwakeTask(idSender);
+}
+
+// ---- chMsgQueue
+
+chMsgQueue::chMsgQueue() {
+    initRoot(m_vRootMessageChain);
+    storeShareWord(m_idTask, 0);
+}
+
+chMsgQueue::~chMsgQueue() {
+    QOR_ASSERT_TEXT(messagesOf(this).First() == NULL, "m_vRootMessageChain.get_pNext() == &m_vRootMessageChain");
+    storeShareWord(m_idTask, 0);
+}
+
+msgObject* chMsgQueue::AllocMessage(int nPriority, int nExtraSize) {
+    if (!QOR_ASSERT(nExtraSize >= 0 && nExtraSize <= 1024))
+        return NULL;
+    return putMessage(*this, {0, 0, 0, nExtraSize, NULL, false, nPriority, MT_ALLOCATED});
+}
+
+msgObject* putMessage(chMsgQueue& objQueue, const msgDraft& draft, bool* pbWake) {
+    QOR_AllocHelper::baseStaticPoolAlloc& pool = poolOf(&objQueue);
+    void* pCell = pool.alloc(sizeMessageRecord);
+    if (pCell == NULL)
+        return NULL;
+    msgObject* pMessage =
+        new (static_cast<char*>(pCell) + sizeChainNode) msgObject(draft.uMsg, draft.wParam, draft.lParam);
+    if (draft.nExtraSize > 0) {
+        void* pExtra = pool.alloc(draft.nExtraSize);
+        if (pExtra == NULL)
+            return NULL;
+        if (draft.pExtraData != NULL)
+            copyShareBytes(pExtra, draft.pExtraData, draft.nExtraSize);
+        pMessage->set_pExtraData(draft.nExtraSize, pExtra);
+    }
+    storeShareWord(pMessage->m_bIsWaitingReply, draft.bWaitingReply ? 1u : 0u);
+    storeShareWord(pMessage->m_nPriority, draft.nPriority);
+    storeShareWord(pMessage->m_idSender, QOR_MiscHelper::qorGetCurrentTaskId());
+    pMessage->SetStatus(draft.nStatus);
+
+    const shareChain chain = messagesOf(&objQueue);
+    list_chain_offset* pLeft = chain.FindLast(
+        [&draft](list_chain_offset* p) { return loadShareWord(messageOf(p)->m_nPriority) >= draft.nPriority; });
+    if (pbWake != NULL)
+        *pbWake = pLeft == NULL || messageOf(pLeft)->GetStatus() != MT_EMITTED;
+    chain.InsertBehind(pLeft, nodeOf(pMessage));
+    return pMessage;
+}
+
+void chMsgQueue::FreeMessage(msgObject* pMessage) {
+    QOR_AllocHelper::baseStaticPoolAlloc& pool = poolOf(this);
+    messagesOf(this).Unlink(nodeOf(pMessage));
+    if (void* pExtra = pMessage->GetExtraData()) {
+        pMessage->set_pExtraData(0, NULL);
+        pool.free(pExtra);
+    }
+    pMessage->SetStatus(MT_DAMAGED);
+    pool.free(nodeOf(pMessage));
+}
+
+void chMsgQueue::ClearQueue() {
+    messagesOf(this).Drain([](list_chain_offset*) { return true; },
+                           [this](list_chain_offset* p) { FreeMessage(messageOf(p)); });
+}
+
+msgObject* chMsgQueue::read_message() {
+    msgObject* pMessage =
+        messageOf(messagesOf(this).Find([](list_chain_offset* p) { return messageOf(p)->GetStatus() == MT_EMITTED; }));
+    if (pMessage != NULL)
+        pMessage->SetStatus(MT_READ);
+    return pMessage;
+}
+
+bool chMsgQueue::HasMessage() const {
+    return messagesOf(this).Find([](list_chain_offset* p) { return messageOf(p)->GetStatus() == MT_EMITTED; }) != NULL;
+}
+
+msgObject* chMsgQueue::FindMessage(const std::function<bool(msgObject&)>& fnMatch) const {
+    return messageOf(messagesOf(this).Find([&fnMatch](list_chain_offset* p) { return fnMatch(*messageOf(p)); }));
+}
+
+bool chMsgQueue::IsQueuedMessage(const msgObject* pMessage) const { return messagesOf(this).Holds(nodeOf(pMessage)); }
+
+// ---- chMsgQueueManager
+
+chMsgQueueManager::chMsgQueueManager() { initRoot(m_vRootQueueChain); }
+
+chMsgQueue* chMsgQueueManager::AllocMessageQueue(const char* lpszName) {
+    const size_t nLength = strlen(lpszName);
+    if (!QOR_ASSERT(nLength < chSystemShareObject::sizeObject))
+        return NULL;
+    void* pCell = poolOf(this).alloc(static_cast<int>(sizeQueueRecord + nLength));
+    if (pCell == NULL)
+        return NULL;
+    chMsgQueue* pQueue = new (static_cast<char*>(pCell) + sizeChainNode) chMsgQueue;
+    copyShareBytes(pQueue->m_szName, lpszName, nLength + 1);
+    storeShareWord(pQueue->m_idTask, QOR_MiscHelper::qorGetCurrentTaskId());
+
+    const shareChain chain = queuesOf(this);
+    list_chain_offset* pRight =
+        chain.Find([lpszName](list_chain_offset* p) { return compareName(lpszName, queueOf(p)) >= 0; });
+    chain.InsertBefore(pRight, nodeOf(pQueue));
+    return pQueue;
+}
+
+void chMsgQueueManager::FreeMessageQueue(chMsgQueue* pMsgQueue) {
+    if (!QOR_ASSERT(IsValidMessageQueue(pMsgQueue)))
+        return;
+    pMsgQueue->ClearQueue();
+    queuesOf(this).Unlink(nodeOf(pMsgQueue));
+    pMsgQueue->~chMsgQueue();
+    poolOf(this).free(nodeOf(pMsgQueue));
+}
+
+chMsgQueue* chMsgQueueManager::FindMessageQueue(const char* lpszName) const {
+    int nOrder = 1;
+    chMsgQueue* pQueue = queueOf(queuesOf(this).Find([lpszName, &nOrder](list_chain_offset* p) {
+        nOrder = compareName(lpszName, queueOf(p));
+        return nOrder >= 0;  // the names descend: behind here stand smaller ones only
+    }));
+    return nOrder == 0 ? pQueue : NULL;
+}
+
+chMsgQueue* chMsgQueueManager::FindMessageQueue(int idTask) const {
+    return queueOf(queuesOf(this).Find([idTask](list_chain_offset* p) { return queueOf(p)->GetTaskId() == idTask; }));
+}
+
+bool chMsgQueueManager::IsValidMessageQueue(const chMsgQueue* pMsgQueue) const {
+    return pMsgQueue != NULL && queuesOf(this).Holds(nodeOf(pMsgQueue));
+}
+
+std::vector<chMsgQueue*> chMsgQueueManager::ListQueues() const {
+    std::vector<chMsgQueue*> listQueue;
+    queuesOf(this).Find([&listQueue](list_chain_offset* p) {
+        listQueue.push_back(queueOf(p));
+        return false;
+    });
+    return listQueue;
+}
+
+void chMsgQueueManager::ClearGhostMessageQueue() {
+    std::vector<ghostQueue> listGhost;
+    sweepGhostQueues(*this, 0, listGhost);
+    traceGhostQueues(listGhost);
+}
+
+// ---- ghosts
+
+namespace {
+
+void destroyTaskEvent(int idTask) {
+    QOR_BaseHelper::chEvent event;
+    if (event.OpenExistEvent(taskEventName(idTask).szName))
+        event.DestroyEvent();
+}
+
+}  // namespace
+
+// A dead sender never closes its message.
+void freeOrphanMessages(chMsgQueue& objQueue) {
+    auto fnOrphan = [](list_chain_offset* p) {
+        const msgObject* pMessage = messageOf(p);
+        const int nStatus = pMessage->GetStatus();
+        const bool bFinished = nStatus == MT_PROCESSED && loadShareWord(pMessage->m_bIsWaitingReply) != 0;
+        return (bFinished || nStatus == MT_ALLOCATED) &&
+               !QOR_MiscHelper::qorIsValidTaskID(loadShareWord(pMessage->m_idSender));
+    };
+    messagesOf(&objQueue).Drain(fnOrphan, [&objQueue](list_chain_offset* p) { objQueue.FreeMessage(messageOf(p)); });
+}
+
+void sweepGhostQueues(chMsgQueueManager& objManager, int idOwn, std::vector<ghostQueue>& listGhost) {
+    for (chMsgQueue* pQueue : objManager.ListQueues()) {
+        const int idTask = pQueue->GetTaskId();
+        if (idTask != idOwn && QOR_MiscHelper::qorIsValidTaskID(idTask)) {
+            freeOrphanMessages(*pQueue);
+            continue;
+        }
+        listGhost.push_back({idTask, queueName(pQueue)});
+        if (idTask != idOwn)
+            destroyTaskEvent(idTask);
+        objManager.FreeMessageQueue(pQueue);
+    }
+}
+
+void traceGhostQueues(const std::vector<ghostQueue>& listGhost) {
+    for (const ghostQueue& ghost : listGhost)
+        QOR_TraceHelper::qorTrace(2, "Clear ghost process %.4d \"%s\"", ghost.idTask, ghost.strName.c_str());
+}
+
+taskEventName::taskEventName(int idTask) { snprintf(szName, sizeof(szName), "task_event_%d", idTask); }
+
+// ---- chSystemShareObject
+
+chSystemShareObject::chSystemShareObject() {
+    m_objPool.init_pool(m_aPool, sizeof(m_aPool));
+    m_objHeader.InitHeader(sizeObject, versionObject);
+}
+
+chSystemShareObject* chSystemShareObject::FromAddress(const void* p) {
+    const shareRange range = findShareRange(p);
+    if (range.m_uEnd - range.m_uBegin == sizeObject)
+        return reinterpret_cast<chSystemShareObject*>(range.m_uBegin);
+    return uCSystemShareHelpergetGlobalObject()->getObject();
+}
+
+}  // namespace QOR_MsgQueueHelper

@@ -1,0 +1,240 @@
+// Timers of a thread.
+//
+// A listed timer has a period of at least 0; one with a pending message keeps its place in the list, where walks pass
+// it over. The list is in order of next expiry among the timers without a pending message.
+#include <pthread.h>
+
+#include "QORMsgSystem/live_table.h"
+#include "internal/message.h"
+#include "internal/report.h"
+#include "internal/scope_lock.h"
+#include "qor/BaseHelper/Tick.h"
+#include "qor/MsgQueueHelper/ShareHelper.h"
+#include "qor/TraceHelper.h"
+
+using QOR_BaseHelper::qorGetTickCount;
+
+namespace QOR_MsgQueueHelper {
+
+namespace {
+
+constexpr long long notRuning = -1;
+
+// Every live timer of the process, made on first use and never torn down.
+class timerTable : public liveTable<chThreadTimer> {
+public:
+    timerTable() {
+        pthread_atfork([]() { instance().fork_prepare(); }, []() { instance().fork_done(); },
+                       []() { instance().fork_done(); });
+    }
+    static timerTable& instance() {
+        static timerTable* s_pTable = new timerTable;
+        return *s_pTable;
+    }
+};
+
+}  // namespace
+
+// ---- chThreadTimer
+
+chThreadTimer::chThreadTimer(UINT nTimerID)
+    : m_nTimerID(nTimerID),
+      m_nElapse(notRuning),
+      m_pProcesser(NULL),
+      m_pMethod(&chMsgProcesser::TryThreadMessage),
+      m_pHostThread(NULL),
+      m_pEmitedMessage(NULL),
+      m_pData(NULL),
+      m_uNextTick(0) {
+    const uint32_t uWord = timerTable::instance().Add(this);
+    if (m_nTimerID == 0)
+        m_nTimerID = uWord;
+}
+
+chThreadTimer::~chThreadTimer() {
+    KillTimer();
+    timerTable::instance().Remove(this);
+}
+
+// The 32-bit word that names a live timer in its message: its address, or on 64-bit a number of its own.
+static uint32_t encodeThreadTimer(const chThreadTimer* pTimer) { return timerTable::instance().Encode(pTimer); }
+
+BOOL chThreadTimer::SetTimer(long long nElapse, chMsgProcesser* pProcesser) {
+    return SetTimer(nElapse, NULL, pProcesser, NULL);
+}
+
+BOOL chThreadTimer::SetTimer(long long nElapse, void* pData, chMsgProcesser* pProcesser, msgMethod pMethod) {
+    if (!QOR_ASSERT(nElapse >= 0))
+        return 0;
+    chThreadLocal* pHost = hostThread();
+    if (pHost == NULL)
+        return 0;
+    KillTimer();
+    m_nElapse = nElapse;
+    m_pData = pData;
+    m_pProcesser = pProcesser != NULL ? pProcesser : pHost;
+    m_pMethod = pMethod != NULL ? pMethod : &chMsgProcesser::TryThreadMessage;
+    return pHost->GetTimerQueue().InstallTimerToQueue(this);
+}
+
+void chThreadTimer::KillTimer() {
+    if (!IsTimerRuning())
+        return;
+    FreeExistMessageBody();
+    hostThread()->GetTimerQueue().UninstallTimerFromQueue(this);
+    m_nElapse = notRuning;
+}
+
+chThreadLocal* chThreadTimer::hostThread() {
+    chProcessLocal& objProcess = uCSystemShareHelpergetGlobalObject()->GetProcessLocal();
+    // A host that has unregistered may be gone: such a timer starts afresh.
+    if (!objProcess.IsValidLocalThread(m_pHostThread)) {
+        m_pHostThread = objProcess.GetCurrentThreadObject();
+        QOR_ASSERT(m_pHostThread != NULL);
+    } else {
+        QOR_WARN(m_pHostThread->IsCalledByThisThread());
+    }
+    return m_pHostThread;
+}
+
+namespace {
+
+// A record whose words were damaged has been handled as something else, and may be another message by now.
+bool isTimerMessage(const chMsgQueue& objQueue, const msgObject* pMessage, uint32_t uTimer) {
+    using QOR_ChainHelper::loadShareWord;
+    return objQueue.IsQueuedMessage(pMessage) && loadShareWord(pMessage->uMsg) == TM_MESSAGE_TIMER &&
+           loadShareWord(pMessage->wParam) == uTimer;
+}
+
+}  // namespace
+
+void chThreadTimer::FreeExistMessageBody() {
+    if (m_pEmitedMessage == NULL)
+        return;
+    chMsgQueue* pQueue = hostThread()->getMsgQueue();
+    if (pQueue == NULL)
+        return;
+    scopeShareLock<chSystemShareFrame> lock(*uCSystemShareHelpergetGlobalObject());
+    // Taken already, it is before a hooker: the loop frees it afterwards.
+    if (QOR_WARN_TEXT(isTimerMessage(*pQueue, m_pEmitedMessage, encodeThreadTimer(this)),
+                      "timer without its message") &&
+        m_pEmitedMessage->GetStatus() != MT_READ)
+        pQueue->FreeMessage(m_pEmitedMessage);
+    m_pEmitedMessage = NULL;
+}
+
+void chThreadTimer::PushTimerMessageToQueue() {
+    const int nData = static_cast<int>(reinterpret_cast<intptr_t>(m_pData));
+    msgObject* pThreadMessage =
+        hostThread()->EmitDraft(makeDraft(TM_MESSAGE_TIMER, encodeThreadTimer(this), nData, 0, NULL, false));
+    if (QOR_ASSERT(pThreadMessage != NULL))
+        m_pEmitedMessage = pThreadMessage;
+}
+
+// ---- chTimerQueue
+
+template <typename Fn>
+chThreadTimer* chTimerQueue::FindTimer(Fn fnMatch) const {
+    auto& listTimer = const_cast<chTimerQueue*>(this)->m_listTimer;
+    for (auto it = listTimer.begin(); it != listTimer.end(); ++it)
+        if (fnMatch(*it))
+            return *it;
+    return NULL;
+}
+
+chTimerQueue::chTimerQueue() {}
+
+chTimerQueue::~chTimerQueue() { AbandonTimers(); }
+
+void chTimerQueue::AbandonTimers() {
+    for (auto it = m_listTimer.begin(); it != m_listTimer.end(); ++it) {
+        (*it)->m_nElapse = notRuning;
+        (*it)->m_pEmitedMessage = NULL;
+    }
+    m_listTimer.clear();
+}
+
+BOOL chTimerQueue::InstallTimerToQueue(chThreadTimer* pTimer) {
+    pTimer->m_uNextTick = qorGetTickCount() + static_cast<unsigned long long>(pTimer->m_nElapse);
+    auto itExist = m_listTimer.find(pTimer);
+    if (itExist != m_listTimer.end()) {
+        chThreadTimer* pExistTimer = *itExist;
+        QOR_ASSERT(pExistTimer->m_pEmitedMessage == NULL);
+        m_listTimer.erase(itExist);
+    }
+    auto it = m_listTimer.begin();
+    while (it != m_listTimer.end() && ((*it)->m_pEmitedMessage != NULL || (*it)->m_uNextTick <= pTimer->m_uNextTick))
+        ++it;
+    m_listTimer.insert(it, pTimer);
+    return 1;
+}
+
+// The handler may have destroyed or set the timer, or have handled it again in a loop of its own.
+void chTimerQueue::RestartTimer(uint32_t uTimer, unsigned long long uNextTick) {
+    chThreadTimer* pTimer = FindTimerByWord(uTimer);
+    if (pTimer != NULL && pTimer->m_pEmitedMessage == NULL && pTimer->m_uNextTick == uNextTick)
+        InstallTimerToQueue(pTimer);
+}
+
+void chTimerQueue::UninstallTimerFromQueue(chThreadTimer* pTimer) {
+    for (auto it = m_listTimer.begin(); it != m_listTimer.end(); ++it) {
+        if (*it == pTimer) {
+            m_listTimer.erase(it);
+            return;
+        }
+        if ((*it)->m_pEmitedMessage == NULL && (*it)->m_uNextTick > pTimer->m_uNextTick) {
+            QOR_TraceHelper::qorOutputWarningString("remove a invalid timer");
+            return;
+        }
+    }
+}
+
+bool chTimerQueue::IsValidTimer(const chThreadTimer* pTimer) const {
+    return FindTimer([pTimer](const chThreadTimer* p) { return p == pTimer; }) != NULL;
+}
+
+chThreadTimer* chTimerQueue::FindTimerByID(UINT nTimerID) const {
+    return FindTimer([nTimerID](const chThreadTimer* p) { return p->m_nTimerID == nTimerID; });
+}
+
+chThreadTimer* chTimerQueue::FindTimerByWord(uint32_t uTimer) const {
+    chThreadTimer* pTimer = timerTable::instance().Decode(uTimer);
+    return IsValidTimer(pTimer) ? pTimer : NULL;
+}
+
+int chTimerQueue::GetNextTimerTicks() const {
+    const chThreadTimer* pTimer = FindTimer([](const chThreadTimer* p) { return p->m_pEmitedMessage == NULL; });
+    if (pTimer == NULL)
+        return -1;
+    const unsigned long long uNow = qorGetTickCount();
+    if (pTimer->m_uNextTick <= uNow)
+        return 0;
+    const unsigned long long uLeft = pTimer->m_uNextTick - uNow;
+    return uLeft < 0x7FFFFFFF ? static_cast<int>(uLeft) : 0x7FFFFFFF;
+}
+
+void chTimerQueue::EmitTimersOnTime() {
+    if (m_listTimer.empty())
+        return;
+    const unsigned long long uNow = qorGetTickCount();
+    for (auto it = m_listTimer.begin(); it != m_listTimer.end(); ++it) {
+        if ((*it)->m_pEmitedMessage != NULL)
+            continue;
+        if ((*it)->m_uNextTick > uNow)
+            return;
+        (*it)->PushTimerMessageToQueue();
+    }
+}
+
+// One that was listed by hand, without a period or for another host, is not taken out by its own stop.
+void chTimerQueue::DestoryTimerOnExit() {
+    while (!m_listTimer.empty()) {
+        chThreadTimer* pTimer = *m_listTimer.begin();
+        pTimer->KillTimer();
+        auto it = m_listTimer.find(pTimer);
+        if (it != m_listTimer.end())
+            m_listTimer.erase(it);
+    }
+}
+
+}  // namespace QOR_MsgQueueHelper

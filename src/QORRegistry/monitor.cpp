@@ -1,0 +1,120 @@
+// Who is told of a section's changes. All lists are changed under the registry's lock, which the callers of regSection
+// hold; chRegistryMonitor takes it.
+#include <string.h>
+
+#include "internal/registry.h"
+#include "internal/report.h"
+#include "qor/MiscHelper.h"
+
+using namespace QOR_ChainHelper;
+using namespace QOR_MsgQueueHelper;
+using QOR_MiscHelper::qorGetCurrentTaskId;
+using QOR_MiscHelper::qorIsValidTaskID;
+
+namespace QOR_RegistryHelper {
+
+// ---- sections
+
+msgEntryPair* regSection::AddMonitorTask(int idTask, const chMsgProcesser* pProcesser, msgMethod pMethod) {
+    ClearGhostTask();
+    const msgEntryPair entry = {idTask, encodeMessageProcesser(pProcesser), encodeMessageMethod(pMethod)};
+    return m_lstMonitor.AppendObject([&](msgEntryPair& added) {
+        copyShareBytes(&added, &entry, sizeof(entry));
+        return true;
+    });
+}
+
+bool regSection::RemoveMonitorTask(const msgEntryPair* pEntry) {
+    msgEntryPair* pFound = m_lstMonitor.FindObject([pEntry](const msgEntryPair& entry) { return &entry == pEntry; });
+    if (pFound != NULL)
+        m_lstMonitor.EraseObject(pFound);
+    return pFound != NULL;
+}
+
+// In one walk: an entry is erased when the walk has left it.
+template <class Fn>
+void regSection::RemoveMonitorsIf(Fn fnRemove) {
+    msgEntryPair* pLeft = NULL;
+    const auto eraseLeft = [&] {
+        if (pLeft != NULL)
+            m_lstMonitor.EraseObject(pLeft);
+        pLeft = NULL;
+    };
+    m_lstMonitor.ForEach([&](msgEntryPair& entry) {
+        eraseLeft();
+        if (fnRemove(entry))
+            pLeft = &entry;
+    });
+    eraseLeft();
+}
+
+void regSection::RemoveMonitorTask(int idTask, const chMsgProcesser* pProcesser, msgMethod pMethod) {
+    const uint32_t uProcesser = encodeMessageProcesser(pProcesser);
+    const msgMethodWords method = encodeMessageMethod(pMethod);
+    RemoveMonitorsIf([&](const msgEntryPair& entry) {
+        return entry.m_idTask == idTask && entry.m_uProcesser == uProcesser &&
+               entry.m_objMethod.m_aWord[0] == method.m_aWord[0] &&
+               (method.m_aWord[0] == 0 || entry.m_objMethod.m_aWord[1] == method.m_aWord[1]);
+    });
+}
+
+// The kernel is asked once for a row of entries of one task.
+void regSection::ClearGhostTask() {
+    int idAsked = 0;
+    bool bAlive = false;
+    RemoveMonitorsIf([&](const msgEntryPair& entry) {
+        if (idAsked == 0 || idAsked != entry.m_idTask) {
+            idAsked = entry.m_idTask;
+            bAlive = qorIsValidTaskID(idAsked);
+        }
+        return !bAlive;
+    });
+}
+
+// ---- chRegistryMonitor
+
+msgEntryPair* chRegistryMonitor::MonitorSection(const char* lpszFileName, const char* lpszSectionName,
+                                                chMsgProcesser* pProcesser, msgMethod pMethod) {
+    const int idTask = qorGetCurrentTaskId();
+    const phraseConstTextA name(lpszSectionName);
+    documentLock lock(lpszFileName);
+    regSection* pSection = lock.m_pDocument != NULL ? lock.m_pDocument->GetSectionObject(name) : NULL;
+    if (pSection == NULL)
+        return NULL;
+    if (!QOR_ASSERT_TEXT(m_mapSession.find_key(pSection) == m_mapSession.end(),
+                         "typeSessionMap::find_key(&objSesion) == typeSessionMap::end()"))
+        return NULL;
+    monitorEntry entry;
+    entry.m_pEntry = pSection->AddMonitorTask(idTask, pProcesser, pMethod);
+    if (entry.m_pEntry != NULL)
+        entry.m_objEntry = *entry.m_pEntry;
+    m_mapSession[pSection] = entry;
+    return entry.m_pEntry;
+}
+
+// Only while it is what was added: a dead thread's entry may have been removed and its place be used again.
+void chRegistryMonitor::Remove(regSection* pSection, const monitorEntry& entry) {
+    const msgEntryPair* pEntry = pSection->m_lstMonitor.FindObject(
+        [&](const msgEntryPair& other) { return &other == entry.m_pEntry && other == entry.m_objEntry; });
+    pSection->RemoveMonitorTask(pEntry);
+}
+
+void chRegistryMonitor::UnmonitorSection(const char* lpszFileName, const char* lpszSectionName) {
+    const phraseConstTextA name(lpszSectionName);
+    registryLock lock;
+    const regDocument* pDocument = registry().getObject()->FindDocumentObject(lpszFileName);
+    regSection* pSection = pDocument != NULL ? pDocument->FindSectionObject(name) : NULL;
+    const typeSessionMap::iterator it = m_mapSession.find_key(pSection);
+    if (it == m_mapSession.end())
+        return;
+    Remove(pSection, it->value);
+    m_mapSession.erase(it);
+}
+
+void chRegistryMonitor::UnmonitorAllSection() {
+    registryLock lock;
+    for (auto it = m_mapSession.begin(); it != m_mapSession.end(); ++it)
+        Remove(it->key, it->value);
+}
+
+}  // namespace QOR_RegistryHelper

@@ -1,0 +1,422 @@
+// The registry's store: its records, and this process's view of it.
+//
+// Invariants, also behind a process that was killed:
+// - What can be reached is whole. A record is filled before it is linked; a text is linked before the old one is freed.
+// - Sections, keys and documents with a file name never go, so an address once found stays good.
+// - At most the last document has no file name: its maker died holding the lock. It is taken down piece by piece from
+//   its end, each piece unlinked before it is freed, so that a kill meanwhile costs one piece.
+// - A document's count is at least the sum of its sections', a section's at least that of its keys': counts are raised
+//   from the document down, before the value changes, and lowered from the keys up.
+#include <limits.h>
+#include <string.h>
+
+#include <new>
+
+#include "internal/registry.h"
+#include "internal/report.h"
+#include "internal/singleton.h"
+#include "qor/MiscHelper.h"
+
+using namespace QOR_ChainHelper;
+using namespace QOR_StringHelper;
+using QOR_AllocHelper::baseStaticPoolAlloc;
+using QOR_BaseHelper::processSingleton;
+using QOR_FileHelper::iniFile;
+using QOR_FileHelper::iniKey;
+using QOR_FileHelper::iniSection;
+
+namespace QOR_RegistryHelper {
+
+namespace {
+
+typedef chConstTextT<char> constText;
+
+constText viewOf(const chShareStringA& str) {
+    const chShareTextA* pText = str.get_Text();
+    return pText != NULL ? constText(pText->m_szText, loadShareWord(pText->m_nLength)) : constText();
+}
+
+// Puts a copy of a text in the place of another, by one store. False: there is no room for it.
+bool replaceText(chShareStringA& str, const constText& text) {
+    chShareTextA* pOld = str.get_Text();
+    chShareTextA* pNew = NULL;
+    if (const int nLength = text.GetLength()) {
+        if (str.get_pPool()->find_big_enough_cell(nLength + 8) == NULL)
+            return false;
+        pNew = static_cast<chShareTextA*>(str.alloc(nLength + 8));
+        if (pNew == NULL)
+            return false;
+        storeShareWord(pNew->m_nLength, nLength);
+        copyShareBytes(pNew->m_szText, text, static_cast<size_t>(nLength));
+        pNew->m_szText[nLength] = 0;
+    }
+    str.set_Text(pNew);
+    if (pOld != NULL)
+        str.free(pOld);
+    return true;
+}
+
+// The pool's fatal assertion, when what was taken so far has been given back.
+void failNoRoom(baseStaticPoolAlloc* pPool) { pPool->alloc(regDocumentManager::segmentSize); }
+
+template <class T, class Fn>
+T* appendOrFail(regObjList<T>& lst, Fn fnFill) {
+    T* pObject = lst.AppendObject(fnFill);
+    if (pObject == NULL)
+        failNoRoom(lst.get_pPool());
+    return pObject;
+}
+
+// Counts stop at the highest number.
+void raise(int32_t& nCount) {
+    const int32_t n = loadShareWord(nCount);
+    if (n < INT_MAX)
+        storeShareWord(nCount, n + 1);
+}
+
+// Callers may chain look-ups, so an object may be null, whatever the compiler thinks of it.
+bool isNullKey(const regKey* pKey) {
+    const regKey* volatile pAny = pKey;
+    return pAny == NULL;
+}
+
+}  // namespace
+
+uint32_t regNameHash(const phraseConstTextA& name) {
+    uint32_t uHash = 2166136261u;
+    const char* lpszName = name;
+    for (int i = 0; i < name.GetLength(); ++i)
+        uHash = (uHash ^ static_cast<unsigned char>(chLower(lpszName[i]))) * 16777619u;
+    return uHash;
+}
+
+// ---- keys
+
+regKey::regKey() {
+    storeShareWord(m_nChagedCount, 0);
+    storeShareWord(m_bFresh, 1);
+    storeShareWord(m_uNameHash, 0);
+}
+
+bool regKey::InitKey(baseStaticPoolAlloc* pPool, const phraseConstTextA& name, const phraseConstTextA& text) {
+    m_strName.InitPool(pPool);
+    m_strValue.InitPool(pPool);
+    storeShareWord(m_uNameHash, regNameHash(name));
+    return replaceText(m_strName, name) && replaceText(m_strValue, text);
+}
+
+bool regKey::IsNamed(const phraseConstTextA& name, uint32_t uHash) const {
+    return loadShareWord(m_uNameHash) == uHash && QOR_FileHelper::stringSameNC(viewOf(m_strName), name);
+}
+
+const char* regKey::GetValue() const { return isNullKey(this) ? NULL : static_cast<const char*>(m_strValue); }
+
+bool regKey::IsChangedBy(const phraseConstTextA& text) const {
+    return loadShareWord(m_bFresh) != 0 || !QOR_FileHelper::stringSame(viewOf(m_strValue), text);
+}
+
+BOOL regKey::SetValue(const phraseConstTextA& text) {
+    if (!IsChangedBy(text))
+        return 0;
+    if (!QOR_FileHelper::stringSame(viewOf(m_strValue), text) && !replaceText(m_strValue, text)) {
+        failNoRoom(m_strValue.get_pPool());
+        return 0;
+    }
+    storeShareWord(m_bFresh, 0);
+    return 1;
+}
+
+// ---- sections
+
+regSection::regSection() {
+    storeShareWord(m_bChanged, 0);
+    storeShareWord(m_nChagedCount, 0);
+    storeShareWord(m_uNameHash, 0);
+}
+
+regSection::~regSection() { ClearKeys(); }
+
+void regSection::ClearKeys() {
+    while (regKey* pKey = m_lstKey.LastObject())
+        m_lstKey.EraseObject(pKey);
+}
+
+bool regSection::InitSection(baseStaticPoolAlloc* pPool, const phraseConstTextA& name) {
+    m_lstKey.InitPool(pPool);
+    m_strName.InitPool(pPool);
+    m_lstMonitor.InitPool(pPool);
+    storeShareWord(m_uNameHash, regNameHash(name));
+    return replaceText(m_strName, name);
+}
+
+bool regSection::IsNamed(const phraseConstTextA& name, uint32_t uHash) const {
+    return loadShareWord(m_uNameHash) == uHash && QOR_FileHelper::stringSameNC(viewOf(m_strName), name);
+}
+
+regKey* regSection::FindKeyObject(const phraseConstTextA& name) const {
+    const uint32_t uHash = regNameHash(name);
+    return m_lstKey.FindObject([&](const regKey& key) { return key.IsNamed(name, uHash); });
+}
+
+regKey* regSection::GetKeyObject(const phraseConstTextA& name) {
+    if (regKey* pKey = FindKeyObject(name))
+        return pKey;
+    return appendOrFail(m_lstKey,
+                        [&](regKey& key) { return key.InitKey(m_lstKey.get_pPool(), name, phraseConstTextA()); });
+}
+
+regKey* regSection::AppendKey(const phraseConstTextA& name, const phraseConstTextA& text, int nChanges) {
+    return appendOrFail(m_lstKey, [&](regKey& key) {
+        storeShareWord(key.m_bFresh, 0);
+        storeShareWord(key.m_nChagedCount, nChanges);
+        return key.InitKey(m_lstKey.get_pPool(), name, text);
+    });
+}
+
+BOOL regSection::SetKeyValue(const phraseConstTextA& name, const phraseConstTextA& text, bool* pbNew) {
+    regKey* pKey = FindKeyObject(name);
+    if (pbNew != NULL)
+        *pbNew = pKey == NULL;
+    if (pKey != NULL && !pKey->IsChangedBy(text))
+        return 0;
+    if (regDocument* pDocument = GetHostDocument()) {
+        raise(pDocument->m_nChagedCount);
+        storeShareWord(pDocument->m_bChanged, 1);
+    }
+    raise(m_nChagedCount);
+    storeShareWord(m_bChanged, 1);
+    if (pKey == NULL)
+        return AppendKey(name, text, 1) != NULL;
+    raise(pKey->m_nChagedCount);
+    return pKey->SetValue(text);
+}
+
+regDocument* regSection::GetHostDocument() const {
+    regDocument* pDocument = m_pHostDocument.get_pData();
+    if (pDocument == NULL)
+        return NULL;
+    const bool bSound = findShareRange(this).holds(pDocument, sizeof(regDocument));
+    return QOR_ASSERT_TEXT(bSound, "broken share chain") ? pDocument : NULL;
+}
+
+// ---- documents
+
+regDocument::regDocument() {
+    storeShareWord(m_nChagedCount, 0);
+    storeShareWord(m_bChanged, 0);
+    storeShareWord(m_uSaves, 0u);
+    storeShareWord(m_nSaveAsked, 0);
+}
+
+regDocument::~regDocument() { ClearSections(); }
+
+void regDocument::ClearSections() {
+    while (regSection* pSection = m_lstSection.LastObject()) {
+        pSection->ClearKeys();
+        m_lstSection.EraseObject(pSection);
+    }
+}
+
+void regDocument::InitDocument(baseStaticPoolAlloc* pPool) {
+    m_lstSection.InitPool(pPool);
+    m_strFileName.InitPool(pPool);
+}
+
+regSection* regDocument::FindSectionObject(const phraseConstTextA& name) const {
+    const uint32_t uHash = regNameHash(name);
+    return m_lstSection.FindObject([&](const regSection& section) { return section.IsNamed(name, uHash); });
+}
+
+regSection* regDocument::AppendSection(const phraseConstTextA& name) {
+    return appendOrFail(m_lstSection, [&](regSection& section) {
+        section.SetHostDocument(this);
+        return section.InitSection(m_lstSection.get_pPool(), name);
+    });
+}
+
+regSection* regDocument::GetSectionObject(const phraseConstTextA& name) {
+    regSection* pSection = FindSectionObject(name);
+    return pSection != NULL ? pSection : AppendSection(name);
+}
+
+BOOL regDocument::CreateFromFile(const char* lpszFileName) {
+    return CreateFromIni(lpszFileName, iniFile(lpszFileName));
+}
+
+// A file's sections, and a section's keys, have different names: in an empty document they are not looked for.
+BOOL regDocument::CreateFromIni(const char* lpszFileName, const iniFile& file) {
+    const bool bEmpty = m_lstSection.empty();
+    for (auto itSection = file.begin(); itSection != file.end(); ++itSection) {
+        if ((*itSection)->type() != QOR_FileHelper::iniLineSection)
+            continue;
+        const iniSection* pIniSection = static_cast<const iniSection*>(*itSection);
+        const phraseConstTextA name(pIniSection->key());
+        regSection* pSection = bEmpty ? AppendSection(name) : GetSectionObject(name);
+        for (auto it = pIniSection->begin(); pSection != NULL && it != pIniSection->end(); ++it) {
+            if ((*it)->type() != QOR_FileHelper::iniLineKey)
+                continue;
+            const iniKey* pIniKey = static_cast<const iniKey*>(*it);
+            if (bEmpty)
+                pSection->AppendKey(pIniKey->key(), pIniKey->value());
+            else if (regKey* pKey = pSection->GetKeyObject(pIniKey->key()))
+                pKey->SetValue(pIniKey->value());
+        }
+    }
+    if (!replaceText(m_strFileName, lpszFileName))
+        failNoRoom(m_strFileName.get_pPool());
+    return 1;
+}
+
+// ---- the root
+
+regDocumentManager::regDocumentManager() {
+    m_objPool.init_pool(m_arrPool, poolSize);
+    m_lstDocument.InitPool(&m_objPool);
+    storeShareWord(m_idSaverTask, 0);
+    InitHeader(segmentSize, segmentType);
+}
+
+static bool warnRelativeName(const char* lpszFileName) {
+    if (!QOR_ASSERT(!textEMPTY(lpszFileName)))
+        return false;
+    if (lpszFileName[0] != '/' && lpszFileName[1] != ':')
+        QOR_WARN_TEXT(false, ("[" + std::string(lpszFileName) + "] NOT absolute path").c_str());
+    return true;
+}
+
+regDocument* regDocumentManager::FindDocumentObject(const char* lpszFileName) const {
+    const constText name(lpszFileName);
+    if (name.IsEmpty())
+        return NULL;
+    return m_lstDocument.FindObject(
+        [&](const regDocument& document) { return QOR_FileHelper::stringSame(viewOf(document.m_strFileName), name); });
+}
+
+regDocument* regDocumentManager::GetDocumentObject(const char* lpszFileName) {
+    if (!warnRelativeName(lpszFileName))
+        return NULL;
+    if (regDocument* pDocument = FindDocumentObject(lpszFileName))
+        return pDocument;
+    return GetDocumentObject(lpszFileName, iniFile(lpszFileName));
+}
+
+// The document is linked first, so that what a dying process has taken is found again.
+regDocument* regDocumentManager::GetDocumentObject(const char* lpszFileName, const iniFile& file) {
+    if (regDocument* pDocument = FindDocumentObject(lpszFileName))
+        return pDocument;
+    ClearLostDocument();
+    regDocument* pDocument =
+        m_lstDocument.AppendObject([this](regDocument& document) { return document.InitDocument(&m_objPool), true; });
+    if (pDocument != NULL)
+        pDocument->CreateFromIni(lpszFileName, file);
+    return pDocument;
+}
+
+void regDocumentManager::ClearLostDocument() {
+    while (regDocument* pDocument = m_lstDocument.LastObject()) {
+        if (!viewOf(pDocument->m_strFileName).IsEmpty())
+            return;
+        pDocument->ClearSections();
+        m_lstDocument.EraseObject(pDocument);
+    }
+}
+
+// ---- this process's view
+
+uCRegistryHelper::uCRegistryHelper() : m_arrSection{} {
+    static const char lpszName[] = "ipc_registry";
+    QOR_ASSERT_TEXT(processSingleton<uCRegistryHelper>::pData() == NULL, "pData == NULL");
+    m_mtxSave.OpenMutex("ipc_registry_save");
+    if (OpenShareObject(lpszName, regDocumentManager::segmentSize))
+        getObject()->AssertHeader(lpszName, regDocumentManager::segmentSize, regDocumentManager::segmentType);
+}
+
+uCRegistryHelper* uCRegistryHelpergetGlobalObject() { return processSingleton<uCRegistryHelper>::get(QOR_MODULE); }
+
+void uCRegistryHelper::fork_reset() {
+    chMutex::fork_reset();
+    m_mtxSave.fork_reset();
+}
+
+uintptr_t uCRegistryHelper::GetHandle(const void* pObject) const {
+    const uintptr_t uDistance = reinterpret_cast<uintptr_t>(pObject) - reinterpret_cast<uintptr_t>(getObject());
+    return uDistance < static_cast<uintptr_t>(regDocumentManager::segmentSize) ? uDistance : 0;
+}
+
+regSection* uCRegistryHelper::FindSection(const regSection* pSection) const {
+    regSection* pFound = NULL;
+    getObject()->m_lstDocument.FindObject([&](const regDocument& document) {
+        if (!viewOf(document.m_strFileName).IsEmpty())
+            pFound = document.m_lstSection.FindObject([&](const regSection& section) { return &section == pSection; });
+        return pFound != NULL;
+    });
+    return pFound;
+}
+
+regSection* uCRegistryHelper::GetSection(uintptr_t uHandle) {
+    if (uHandle == 0 || uHandle >= static_cast<uintptr_t>(regDocumentManager::segmentSize))
+        return NULL;
+    regSection* pSection = reinterpret_cast<regSection*>(reinterpret_cast<uintptr_t>(getObject()) + uHandle);
+    std::atomic<uintptr_t>& uKnown = m_arrSection[static_cast<uint32_t>(uHandle) * 0x9E3779B1u >> 26];
+    if (uKnown.load(std::memory_order_relaxed) == uHandle)
+        return pSection;
+    if (FindSection(pSection) == NULL)
+        return NULL;
+    uKnown.store(uHandle, std::memory_order_relaxed);
+    return pSection;
+}
+
+regDocument* uCRegistryHelper::GetDocument(uintptr_t uHandle) {
+    if (uHandle == 0 || uHandle >= static_cast<uintptr_t>(regDocumentManager::segmentSize))
+        return NULL;
+    const uintptr_t u = reinterpret_cast<uintptr_t>(getObject()) + uHandle;
+    return getObject()->m_lstDocument.FindObject([u](const regDocument& document) {
+        return reinterpret_cast<uintptr_t>(&document) == u && !viewOf(document.m_strFileName).IsEmpty();
+    });
+}
+
+regDocument* uCRegistryHelper::LockDocument(const char* lpszFileName) {
+    if (!warnRelativeName(lpszFileName) || !QOR_ASSERT_TEXT(Lock(-1), "broken share lock"))
+        return NULL;
+    getObject()->ClearLostDocument();
+    if (regDocument* pDocument = getObject()->FindDocumentObject(lpszFileName))
+        return pDocument;
+    // The others go on while the file is read. If one of them opens it meanwhile, what was read here is dropped.
+    Unlock();
+    const iniFile file(lpszFileName);
+    if (!QOR_ASSERT_TEXT(Lock(-1), "broken share lock"))
+        return NULL;
+    regDocument* pDocument = getObject()->GetDocumentObject(lpszFileName, file);
+    if (pDocument == NULL)
+        Unlock();
+    return pDocument;
+}
+
+// ---- the layout: like all of it, the same on every ABI
+
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Winvalid-offsetof"
+static_assert(offsetof(regKey, m_strName) == 0 && offsetof(regKey, m_strValue) == 8 &&
+                  offsetof(regKey, m_nChagedCount) == 16 && offsetof(regKey, m_bFresh) == 20 &&
+                  offsetof(regKey, m_uNameHash) == 24,
+              "shared layout");
+static_assert(offsetof(regSection, m_lstKey) == 0 && offsetof(regSection, m_strName) == 16 &&
+                  offsetof(regSection, m_lstMonitor) == 24 && offsetof(regSection, m_bChanged) == 40 &&
+                  offsetof(regSection, m_nChagedCount) == 44 && offsetof(regSection, m_pHostDocument) == 48 &&
+                  offsetof(regSection, m_uNameHash) == 52,
+              "shared layout");
+static_assert(offsetof(regDocument, m_lstSection) == 0 && offsetof(regDocument, m_strFileName) == 16 &&
+                  offsetof(regDocument, m_nChagedCount) == 24 && offsetof(regDocument, m_bChanged) == 28 &&
+                  offsetof(regDocument, m_uSaves) == 32 && offsetof(regDocument, m_nSaveAsked) == 36,
+              "shared layout");
+static_assert(offsetof(regDocumentManager, m_objPool) == 8 && offsetof(regDocumentManager, m_lstDocument) == 24 &&
+                  offsetof(regDocumentManager, m_idSaverTask) == 40 && offsetof(regDocumentManager, m_arrPool) == 0x2C,
+              "shared layout");
+static_assert(sizeof(QOR_ChainHelper::list_node_offset<regKey>) == 36 &&
+                  sizeof(QOR_ChainHelper::list_node_offset<regSection>) == 64 &&
+                  sizeof(QOR_ChainHelper::list_node_offset<regDocument>) == 48 &&
+                  sizeof(QOR_ChainHelper::list_node_offset<QOR_MsgQueueHelper::msgEntryPair>) == 24,
+              "shared layout");
+#pragma GCC diagnostic pop
+
+}  // namespace QOR_RegistryHelper

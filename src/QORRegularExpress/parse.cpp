@@ -1,0 +1,388 @@
+// The compiler: one function for each thing that a pattern is made of. Each answers 1 when it stood there, and moves
+// the text behind it; 0 when it did not, and leaves the text; -1 at an error, and moves the text to it.
+//
+// Nesting is bounded by maxDepth, and so is the stack. Nodes below a node that fails are deleted with it, but a group
+// that failed may stand among the captures until the whole build has been given up.
+#include "QORRegularExpress/plan.h"
+
+#include <string.h>
+
+#include <new>
+
+#include "internal/report.h"
+#include "qor/TraceHelper/Trace.h"
+
+namespace QOR_RegularExpressHelper {
+
+namespace {
+
+template <class T>
+void setSource(re_Base<T>* pRE, const T* lpszFrom, const T* lpszTo) {
+    pRE->m_strREText.CopyTextFrom(lpszFrom, static_cast<int>(lpszTo - lpszFrom));
+}
+
+// The same between parentheses.
+template <class T>
+void setSequenceSource(re_Base<T>* pRE, const T* lpszFrom, const T* lpszTo) {
+    const size_t nLength = static_cast<size_t>(lpszTo - lpszFrom);
+    T* lpsz = pRE->m_strREText.GetBuffer(static_cast<int>(nLength) + 2);
+    if (lpsz == NULL)
+        return;
+    lpsz[0] = '(';
+    memcpy(lpsz + 1, lpszFrom, nLength * sizeof(T));
+    lpsz[nLength + 1] = ')';
+    lpsz[nLength + 2] = 0;
+}
+
+// Whether an element may be added, and one level of it entered.
+template <class T>
+bool mayAdd(const reBuild* pBuild, const re_Base<T>* pParentRE) {
+    if (pBuild == NULL)
+        return pParentRE->GetGradeLevel() < maxDepth;
+    return pBuild->m_nNodes < maxNodeCount && pBuild->nextDepth() <= maxDepth;
+}
+
+// Notes a complete element at the depth at which it was entered.
+template <class T>
+void noteElement(reBuild* pBuild, const re_Base<T>* pRE, int nDepth) {
+    if (pBuild != NULL && looksAhead(pRE) && pBuild->m_nLook < nDepth)
+        pBuild->m_nLook = nDepth;
+}
+
+// Reads "{...}" behind its brace.
+template <class T>
+int readTimes(const T*& lpszREText, re_Base<T>* pRE) {
+    int nMin = 0;
+    const T* lpsz = reGetDigitValue(lpszREText, nMin, 10);
+    if (nMin < 0)
+        return -1;
+    int nMax = nMin;
+    if (*lpsz == ',') {
+        const T* lpszMax = lpsz + 1;
+        const T* lpszBehind = reGetDigitValue(lpszMax, nMax, 10);
+        const bool bGiven = lpszBehind != NULL;
+        lpsz = bGiven ? lpszBehind : lpszMax;
+        if (*lpsz == '}' && bGiven && nMax < nMin)
+            lpsz = lpszMax;
+    }
+    lpszREText = lpsz;
+    if (*lpsz != '}')
+        return -1;
+    ++lpszREText;
+    pRE->m_nMinTimes = nMin;
+    pRE->m_nMaxTimes = nMax;
+    return 1;
+}
+
+}  // namespace
+
+void traceError(const char* lpszREText, const char* lpszError) {
+    const QOR_StringHelper::chReferenceStringT<char> strBlank(' ', static_cast<int>(lpszError - lpszREText));
+    // Beyond the longest pattern nothing is shown, so that the lines fit every target.
+    const QOR_StringHelper::chReferenceStringT<char> strPattern(
+        lpszREText, static_cast<int>(strnlen(lpszREText, maxPatternLength + 1)));
+    const int nMark = strPattern.GetLength() - strBlank.GetLength() - 1;
+    const QOR_StringHelper::chReferenceStringT<char> strMark('-', nMark);
+    QOR_TraceHelper::qorTrace(2, "Express \"%s\"", static_cast<const char*>(strPattern));
+    QOR_TraceHelper::qorTrace(2, "Error   \"%s^%s\"", static_cast<const char*>(strBlank),
+                              static_cast<const char*>(strMark));
+}
+
+// ---- quantifiers
+
+template <class T>
+int re_Base<T>::PeekRepeatFromText(const T*& lpszREText) {
+    switch (*lpszREText) {
+        case '*':
+            m_nMinTimes = 0;
+            m_nMaxTimes = -1;
+            break;
+        case '+':
+            m_nMinTimes = 1;
+            m_nMaxTimes = -1;
+            break;
+        case '?':
+            m_nMinTimes = 0;
+            m_nMaxTimes = 1;
+            break;
+        case '{':
+            break;
+        default:
+            return 1;
+    }
+    const bool bTimes = *lpszREText == '{';
+    ++lpszREText;
+    if (bTimes && readTimes(lpszREText, this) < 0)
+        return -1;
+    m_chRepeatMode = m_nMinTimes == m_nMaxTimes ? '-' : ' ';
+    if (*lpszREText == '+' || *lpszREText == '?')
+        m_chRepeatMode = *lpszREText++;
+    return 1;
+}
+
+// ---- leaves
+
+template <class T>
+int re_Text<T>::tryParseREFromText(const T*& lpszREText) {
+    const T* lpsz = lpszREText;
+    for (;;) {
+        const T* lpszPlain = lpsz;
+        while (isPlain(*lpsz))
+            ++lpsz;
+        // In front of a '-' stands the begin of a range.
+        if (*lpsz == '-' && lpsz > lpszPlain)
+            --lpsz;
+        m_arrText.Append(lpszPlain, static_cast<int>(lpsz - lpszPlain));
+        int nValue = 0;
+        const T* lpszNext = reGetAscii(this, lpsz, nValue);
+        if (lpszNext == NULL || *lpszNext == '-')
+            break;
+        m_arrText.Add(static_cast<T>(nValue));
+        lpsz = lpszNext;
+    }
+    if (m_arrText.IsEmpty())
+        return 0;
+    setSource<T>(this, lpszREText, lpsz);
+    lpszREText = lpsz;
+    return this->PeekRepeatFromText(lpszREText);
+}
+
+template <class T>
+int re_Range<T>::tryParseREFromText(const T*& lpszREText) {
+    int nLow = 0, nHigh = 0;
+    const T* lpsz = reGetAscii(this, lpszREText, nLow);
+    if (lpsz == NULL || *lpsz != '-')
+        return 0;
+    lpsz = reGetAscii(this, lpsz + 1, nHigh);
+    if (lpsz == NULL)
+        return 0;
+    m_chLow = static_cast<uint32_t>(nLow);
+    m_chHigh = static_cast<uint32_t>(nHigh);
+    if (m_chLow > m_chHigh) {
+        m_chLow = static_cast<uint32_t>(nHigh);
+        m_chHigh = static_cast<uint32_t>(nLow);
+    }
+    setSource<T>(this, lpszREText, lpsz);
+    lpszREText = lpsz;
+    return 1;
+}
+
+template <class T>
+int re_Reference<T>::tryParseREFromText(const T*& lpszREText) {
+    reRegularExpress<T>* pExpress = expressOf<T>(this);
+    if (*lpszREText != '\\' || pExpress == NULL)
+        return 0;
+    int nValue = 0;
+    const T* lpsz = reGetDigitValue(lpszREText + 1, nValue, 10);
+    m_pRefRE = lpsz != NULL ? pExpress->GetCaptureRE(nValue) : NULL;
+    if (m_pRefRE == NULL)
+        return 0;
+    setSource<T>(this, lpszREText, lpsz);
+    lpszREText = lpsz;
+    return this->PeekRepeatFromText(lpszREText);
+}
+
+// What may stand there is told by the first literal, so that no node is made in vain.
+template <class T>
+int re_Group<T>::ParseLeaf(const T*& lpszREText, bool bSet) {
+    if (lpszREText[0] == '\\' && lpszREText[1] >= '0' && lpszREText[1] <= '9') {
+        const int nResult = bSet ? ParseNode<re_RelationCase<re_Reference<T>, T>>(lpszREText)
+                                 : ParseNode<re_RelationAnd<re_Reference<T>, T>>(lpszREText);
+        if (nResult != 0)
+            return nResult;
+    }
+    int nValue = 0;
+    const T* lpsz = reGetAscii(this, lpszREText, nValue);
+    if (lpsz == NULL)
+        return 0;
+    if (*lpsz == '-')
+        return bSet ? ParseNode<re_RelationCase<re_Range<T>, T>>(lpszREText) : 0;
+    return bSet ? ParseNode<re_RelationCase<re_Text<T>, T>>(lpszREText)
+                : ParseNode<re_RelationAnd<re_Text<T>, T>>(lpszREText);
+}
+
+template <class T>
+template <class X>
+int re_Group<T>::ParseNode(const T*& lpszREText) {
+    const T* lpszFrom = lpszREText;
+    X* pNew = new (std::nothrow) X;
+    if (!QOR_ASSERT(pNew != NULL))
+        return -1;
+    AddChildRE(pNew);
+    int nResult = pNew->tryParseREFromText(lpszREText);
+    if (nResult == 1 && !mayAdd<T>(m_pBuild, this)) {
+        lpszREText = lpszFrom;
+        nResult = -1;
+    }
+    if (nResult != 1) {
+        RemoveLastChild();
+        return nResult;
+    }
+    if (m_pBuild != NULL) {
+        ++m_pBuild->m_nNodes;
+        noteElement(m_pBuild, pNew, m_pBuild->nextDepth());
+    }
+    return 1;
+}
+
+// ---- groups
+
+template <class T>
+int re_Group<T>::ParseElements(const T*& lpszREText, bool bSet) {
+    const int nLookBefore = m_pBuild != NULL ? m_pBuild->m_nLook : 0;
+    int nLookMost = nLookBefore;
+    for (;;) {
+        // No alternative of a set follows another one.
+        if (m_pBuild != NULL && bSet)
+            m_pBuild->m_nLook = nLookBefore;
+        int nResult = tryParseGroupREFromText(lpszREText);
+        if (nResult == 0)
+            nResult = ParseLeaf(lpszREText, bSet);
+        if (m_pBuild != NULL && nLookMost < m_pBuild->m_nLook)
+            nLookMost = m_pBuild->m_nLook;
+        if (nResult == 1)
+            continue;
+        if (m_pBuild != NULL)
+            m_pBuild->m_nLook = nLookMost;
+        return nResult;
+    }
+}
+
+template <class T>
+int re_Group<T>::ParseSequence(const T*& lpszREText, T chEnding) {
+    if (*lpszREText == '^') {
+        this->m_bNegative = 1;
+        ++lpszREText;
+        if (m_pBuild != NULL)
+            m_pBuild->m_bOvershoot = true;
+    }
+    return ParseElements(lpszREText, false) < 0 || *lpszREText != chEnding ? -1 : 1;
+}
+
+template <class T>
+int re_Group<T>::ParseAndREFromTextByEnding(const T*& lpszREText, T chEnding) {
+    const T* lpszFrom = lpszREText;
+    if (ParseSequence(lpszREText, chEnding) < 0)
+        return -1;
+    setSequenceSource<T>(this, lpszFrom, lpszREText);
+    if (chEnding != ')')
+        return 1;
+    ++lpszREText;
+    return this->PeekRepeatFromText(lpszREText);
+}
+
+template <class T>
+int re_Group<T>::ParseSet(const T*& lpszREText) {
+    const T* lpszFrom = lpszREText++;
+    if (*lpszREText == '^') {
+        this->m_bNegative = 1;
+        ++lpszREText;
+    }
+    if (ParseElements(lpszREText, true) < 0 || *lpszREText != ']')
+        return -1;
+    ++lpszREText;
+    setSource<T>(this, lpszFrom, lpszREText);
+    return this->PeekRepeatFromText(lpszREText);
+}
+
+template <class T>
+int re_Group<T>::tryParseREFromText(const T*& lpszREText) {
+    const bool bSet = (this->m_uTraits & traitSet) != 0;
+    if (*lpszREText != (bSet ? '[' : '('))
+        return 0;
+    if (bSet)
+        return ParseSet(lpszREText);
+    ++lpszREText;
+    if (lpszREText[0] == '?' && lpszREText[1] == ':') {
+        lpszREText += 2;
+    } else if (reRegularExpress<T>* pExpress = m_bNoCapture == 0 ? expressOf<T>(this) : NULL) {
+        pExpress->AddCaptureRE(this);
+    }
+    return ParseAndREFromTextByEnding(lpszREText, ')');
+}
+
+// A new group, one level down, in which m_nDepth is that of its elements.
+template <class T>
+template <class X>
+int re_Group<T>::ParseChild(const T*& lpszREText) {
+    X* pNew = new (std::nothrow) X;
+    if (!QOR_ASSERT(pNew != NULL))
+        return -1;
+    pNew->m_bNoCapture = m_bNoCapture;
+    pNew->m_pBuild = m_pBuild;
+    AddChildRE(pNew);
+    const int nResult = pNew->tryParseREFromText(lpszREText);
+    pNew->m_pBuild = NULL;
+    if (nResult != 1)
+        RemoveLastChild();
+    return nResult;
+}
+
+template <class T>
+int re_Group<T>::ParseAlias(const T*& lpszREText, const T* lpszAlias, int nLength) {
+    re_RelationAnd<re_Group<T>, T>* pNew = new (std::nothrow) re_RelationAnd<re_Group<T>, T>;
+    if (!QOR_ASSERT(pNew != NULL))
+        return -1;
+    pNew->m_bNoCapture = 1;
+    pNew->m_pBuild = m_pBuild;
+    AddChildRE(pNew);
+    const T* lpsz = lpszAlias;
+    const int nResult = pNew->ParseSequence(lpsz, 0);
+    pNew->m_pBuild = NULL;
+    if (nResult < 0) {
+        traceError(lpszAlias, lpsz);
+        RemoveLastChild();
+        return -1;
+    }
+    setSource<T>(pNew, lpszREText, lpszREText + nLength);
+    lpszREText += nLength;
+    if (pNew->PeekRepeatFromText(lpszREText) == 1)
+        return 1;
+    RemoveLastChild();
+    return -1;
+}
+
+template <class T>
+int re_Group<T>::tryParseGroupREFromText(const T*& lpszREText) {
+    if (isPlain(*lpszREText))
+        return 0;
+    int nLength = 0;
+    const bool bBracket = *lpszREText == '(' || *lpszREText == '[';
+    const T* lpszAlias = bBracket ? NULL : reGetAlias(this, lpszREText, &nLength);
+    if (!bBracket && lpszAlias == NULL)
+        return 0;
+    reBuild objNone;
+    reBuild* pBuild = m_pBuild != NULL ? m_pBuild : &objNone;
+    if (!mayAdd<T>(m_pBuild, this) || (lpszAlias != NULL && !pBuild->takeAlias(lpszAlias)))
+        return -1;
+    const int nDepthBefore = pBuild->m_nDepth;
+    pBuild->m_nDepth = pBuild->nextDepth();
+    const int nDepth = pBuild->m_nDepth;
+    ++pBuild->m_nNodes;
+    int nResult = 0;
+    if (lpszAlias != NULL)
+        nResult = ParseAlias(lpszREText, lpszAlias, nLength);
+    else if (*lpszREText == '(')
+        nResult = ParseChild<re_RelationAnd<re_Group<T>, T>>(lpszREText);
+    else
+        nResult = ParseChild<re_RelationCase<re_Group<T>, T>>(lpszREText);
+    pBuild->m_nDepth = nDepthBefore;
+    if (nResult == 1)
+        noteElement(m_pBuild, m_arrTargetREs[m_arrTargetREs.GetSize() - 1], nDepth);
+    return nResult;
+}
+
+template int re_Base<char>::PeekRepeatFromText(const char*&);
+template int re_Text<char>::tryParseREFromText(const char*&);
+template int re_Range<char>::tryParseREFromText(const char*&);
+template int re_Reference<char>::tryParseREFromText(const char*&);
+template int re_Group<char>::tryParseREFromText(const char*&);
+template int re_Group<char>::ParseAndREFromTextByEnding(const char*&, char);
+template int re_Group<char>::tryParseGroupREFromText(const char*&);
+template int re_Group<char>::ParseElements(const char*&, bool);
+template int re_Group<char>::ParseSet(const char*&);
+template int re_Group<char>::ParseSequence(const char*&, char);
+template int re_Group<char>::ParseLeaf(const char*&, bool);
+template int re_Group<char>::ParseAlias(const char*&, const char*, int);
+
+}  // namespace QOR_RegularExpressHelper

@@ -1,0 +1,137 @@
+// Rotating log files. One in-process lock covers the choice of the file and the write, so that lines of several
+// threads are whole and none is lost while the files roll. Files are opened for appending and each line is one
+// unbuffered write: several processes on one base path keep their lines whole as well.
+#include <fcntl.h>
+#include <limits.h>
+#include <stdio.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "internal/report.h"
+#include "internal/scope_lock.h"
+#include "qor/MiscHelper.h"
+#include "qor/TraceHelper/Trace.h"
+
+using QOR_StringHelper::chReferenceStringT;
+
+namespace QOR_TraceHelper {
+
+namespace {
+
+typedef QOR_BaseHelper::scopeLock<QOR_BaseHelper::chCriticalSection> fileLock;
+
+bool fileExists(const char* lpszName) {
+    struct stat st;
+    return lstat(lpszName, &st) == 0;
+}
+
+}  // namespace
+
+chFileTrace::chFileTrace()
+    : m_nMaxFileSize(409600), m_nMaxFileCount(5), m_nFileIndex(0), m_nFileSize(0), m_pFile(NULL) {
+    const chReferenceStringT<char> strExe = QOR_MiscHelper::qorGetExeFileName();
+    m_strFileName.Format("/tmp/%s", QOR_MiscHelper::pathGetFileNamePos(static_cast<const char*>(strExe)));
+}
+
+chFileTrace::~chFileTrace() { closeFile(); }
+
+chReferenceStringT<char> chFileTrace::fileName(int nIndex) const {
+    chReferenceStringT<char> strName;
+    strName.Format("%s-%d.log", static_cast<const char*>(m_strFileName), nIndex);
+    return strName;
+}
+
+chReferenceStringT<char> chFileTrace::GetFileName(int nIndex) {
+    fileLock lock(m_lock);
+    return fileName(nIndex);
+}
+
+BOOL chFileTrace::OpenFileTrace(const char* lpszFileName, int nMaxSizeKB, int nMaxCount) {
+    fileLock lock(m_lock);
+    closeFile();
+    if (lpszFileName != NULL && *lpszFileName != '\0')
+        m_strFileName = lpszFileName;
+    if (nMaxSizeKB != 0)
+        m_nMaxFileSize = nMaxSizeKB > INT_MAX / 1024 ? INT_MAX : nMaxSizeKB < 0 ? -1 : nMaxSizeKB * 1024;
+    if (nMaxCount != 0)
+        m_nMaxFileCount = nMaxCount < 0 ? 1 : nMaxCount;
+    int nFound = 0;
+    while (fileExists(fileName(nFound))) {
+        if (nFound >= m_nMaxFileCount)
+            unlink(fileName(nFound - m_nMaxFileCount));
+        ++nFound;
+    }
+    renumber(nFound);
+    return 1;
+}
+
+// Of nFound files the newest m_nMaxFileCount are left; they become the numbers from 0.
+void chFileTrace::renumber(int nFound) {
+    const int nSurplus = nFound - m_nMaxFileCount;
+    for (int n = 0; nSurplus > 0 && n < m_nMaxFileCount; ++n)
+        rename(fileName(n + nSurplus), fileName(n));
+    const int nKept = nSurplus > 0 ? m_nMaxFileCount : nFound;
+    m_nFileIndex = nKept > 0 ? nKept - 1 : 0;
+    m_nFileSize = 0;
+}
+
+void chFileTrace::closeFile() {
+    FILE* const pFile = m_pFile;
+    m_pFile = NULL;  // first: a process forked by another thread meanwhile must not use it
+    if (pFile != NULL)
+        fclose(pFile);
+}
+
+// Opens the current file at its end, or emptied.
+void chFileTrace::openFile(bool bEmptied) {
+    const int nFlags = O_RDWR | O_CREAT | O_APPEND | O_CLOEXEC | O_NOFOLLOW | O_NOCTTY | (bEmptied ? O_TRUNC : 0);
+    const int fd = open(fileName(m_nFileIndex), nFlags, 0666);
+    if (fd == -1)
+        return;
+    m_pFile = fdopen(fd, "a+b");
+    if (m_pFile == NULL) {
+        close(fd);
+        return;
+    }
+    setvbuf(m_pFile, NULL, _IONBF, 0);
+    struct stat st = {};
+    fstat(fd, &st);
+    m_nFileSize = st.st_size > INT_MAX ? INT_MAX : static_cast<int32_t>(st.st_size);
+}
+
+// Goes on in the next file; behind the last one the oldest is deleted and the others move down.
+void chFileTrace::rollFile() {
+    closeFile();
+    if (m_nFileIndex + 1 < m_nMaxFileCount) {
+        ++m_nFileIndex;
+    } else {
+        unlink(fileName(0));
+        for (int n = 1; n < m_nMaxFileCount; ++n)
+            rename(fileName(n), fileName(n - 1));
+        m_nFileIndex = m_nMaxFileCount - 1;
+    }
+    m_nFileSize = 0;  // also when it cannot be opened now: the next line must not roll the files once more
+    openFile(true);
+}
+
+BOOL chFileTrace::WriteLogLine(chReferenceStringT<char>& strLine) {
+    chReferenceStringT<char> strText(strLine);
+    strText += "\n";
+    fileLock lock(m_lock);
+    if (m_pFile == NULL)
+        openFile(false);
+    if (m_nFileSize >= m_nMaxFileSize)
+        rollFile();
+    if (m_pFile == NULL)
+        return 0;
+    const size_t nLength = static_cast<size_t>(strText.GetLength());
+    // The stream keeps nothing back. Flushing it all the same would take a lock of the address sanitizer, which it does
+    // not free in the child of a fork.
+    const bool bGood = fwrite(static_cast<const char*>(strText), 1, nLength, m_pFile) == nLength;
+    clearerr(m_pFile);
+    const int nLine = strLine.GetLength();
+    m_nFileSize = nLine > INT_MAX - m_nFileSize ? INT_MAX : m_nFileSize + nLine;
+    return bGood;
+}
+
+}  // namespace QOR_TraceHelper

@@ -1,0 +1,159 @@
+// The trace state that all processes share: the buffer of lines and the nesting depths. Everything runs under the
+// lock of the segment, and nothing is locked under it.
+//
+// Lines and depths live in one pool, which lines keep full. So whoever needs a cell, for a depth as well, first
+// drops the oldest lines until there is one. A line is complete before it is linked.
+#include "internal/report.h"
+#include "qor/MiscHelper.h"
+#include "qor/TraceHelper/Trace.h"
+
+using QOR_ChainHelper::loadShareWord;
+using QOR_ChainHelper::storeShareWord;
+using QOR_StringHelper::chReferenceStringT;
+
+namespace QOR_TraceHelper {
+
+static_assert(sizeof(chSystemTracerManager) == 65536, "the shared layout is the same on every ABI");
+static_assert(sizeof(chTraceLevelList) == 16 && sizeof(chTraceLogList) == 16, "the shared layout is the same");
+typedef QOR_ListHelper::pair_type<int32_t, int32_t> levelEntry;
+static_assert(sizeof(levelEntry) == 8 && offsetof(levelEntry, key) == 0 && offsetof(levelEntry, value) == 4 &&
+                  sizeof(QOR_ChainHelper::list_node_offset<levelEntry>) == 16,
+              "the shared layout is the same");
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Winvalid-offsetof"
+static_assert(offsetof(chSystemTracerManager, m_objPool) == 8 && offsetof(chSystemTracerManager, m_mapLevel) == 24 &&
+                  offsetof(chSystemTracerManager, m_lstLog) == 40 &&
+                  offsetof(chSystemTracerManager, m_nReserved56) == 56 &&
+                  offsetof(chSystemTracerManager, m_nReserved60) == 60 &&
+                  offsetof(chSystemTracerManager, m_arrPool) == 64,
+              "the shared layout is the same on every ABI");
+#pragma GCC diagnostic pop
+
+namespace {
+
+// The node of one nesting depth: chain, task id, depth.
+constexpr int levelNodeSize = 16;
+
+// The task that this thread was when it last entered a scope; a child of a fork is another one.
+thread_local int s_idNestedTask = 0;
+
+}  // namespace
+
+chSystemTracerManager::chSystemTracerManager() {
+    m_objPool.init_pool(m_arrPool, poolSize);
+    m_mapLevel.InitPool(&m_objPool);
+    m_lstLog.InitPool(&m_objPool);
+    storeShareWord(m_nReserved56, 2147483647);
+    storeShareWord(m_nReserved60, 0);
+    InitHeader(segmentSize, segmentType);
+}
+
+void chSystemTracerManager::ClearGhostTracer() {
+    chTraceLevelList::iterator it = m_mapLevel.begin();
+    for (int nLeft = poolSize / levelNodeSize; nLeft > 0 && it != m_mapLevel.end(); --nLeft) {
+        chTraceLevelList::iterator itThis = it;
+        ++it;
+        if (!QOR_MiscHelper::qorIsValidTaskID((*itThis).key))
+            m_mapLevel.erase(itThis);
+    }
+}
+
+// The bytes of a line that its cell has room for.
+int chSystemTracerManager::GetLineRoom(const int* pnLength) {
+    constexpr int nNodeSize = sizeof(QOR_ChainHelper::list_chain_offset) + sizeof(int32_t);
+    const char* const pBytes = reinterpret_cast<const char*>(pnLength + 1);
+    // A damaged link leads anywhere in the segment, also to where no cell is.
+    const QOR_AllocHelper::poll_chain* const pCell = QOR_AllocHelper::poll_chain::get_pCell(pBytes - nNodeSize);
+    if (reinterpret_cast<uintptr_t>(pCell) < reinterpret_cast<uintptr_t>(m_arrPool))
+        return -1;
+    const int nRoom = pCell->get_nPoolSize() - nNodeSize;
+    return nRoom <= reinterpret_cast<const char*>(m_arrPool + poolSize) - pBytes ? nRoom : -1;
+}
+
+// By the count and by the chain: a process that was killed between the two stores leaves them apart.
+bool chSystemTracerManager::HasLine() { return !m_lstLog.empty() && m_lstLog.begin() != m_lstLog.end(); }
+
+// Drops the oldest lines until the pool has a free cell of nSize bytes.
+bool chSystemTracerManager::MakeRoom(int nSize) {
+    while (m_objPool.find_big_enough_cell(nSize) == NULL) {
+        if (!QOR_ASSERT_TEXT(HasLine(), "!objTracerManager.chTraceLogList::empty()"))
+            return false;
+        m_lstLog.erase(m_lstLog.begin());
+    }
+    return true;
+}
+
+// The nesting depth of a task; a new one is 0, and with it go those of tasks that have died.
+int32_t* chSystemTracerManager::GetLevel(int idTask) {
+    if (m_mapLevel.find_key(idTask) == m_mapLevel.end() && !MakeRoom(levelNodeSize))
+        return NULL;
+    const int nSize = m_mapLevel.size();
+    int32_t& nLevel = m_mapLevel[idTask];
+    if (m_mapLevel.size() != nSize) {
+        ClearGhostTracer();
+        storeShareWord(nLevel, 0);
+    }
+    return &nLevel;
+}
+
+void uCTraceHelper::TraceToSystemTrace(chReferenceStringT<char>& strLine) {
+    const int nLength = strLine.GetLength();
+    if (!Lock(-1))
+        return;
+    chSystemTracerManager* const pManager = getObject();
+    const int nCell = nLength < chSystemTracerManager::segmentSize ? nLength + 16 : chSystemTracerManager::segmentSize;
+    if (pManager != NULL && pManager->MakeRoom(nCell))
+        pManager->m_lstLog.alloc_insert_filled(pManager->m_lstLog.end(), nLength, static_cast<const char*>(strLine));
+    Unlock();
+}
+
+// A length that does not fit into its cell is a damaged segment, which nobody may read on.
+BOOL uCTraceHelper::ReadSystemTraceString(chReferenceStringT<char>& strLine) {
+    if (!Lock(-1))
+        return 0;
+    chSystemTracerManager* const pManager = getObject();
+    const BOOL bLine = pManager != NULL && pManager->HasLine();
+    if (bLine) {
+        const int* const pnLength = &*pManager->m_lstLog.begin();
+        const int nLength = loadShareWord(*pnLength);
+        if (QOR_ASSERT_TEXT(nLength >= 0 && nLength <= pManager->GetLineRoom(pnLength), "broken trace line"))
+            strLine = chReferenceStringT<char>(reinterpret_cast<const char*>(pnLength + 1), nLength);
+        pManager->m_lstLog.erase(pManager->m_lstLog.begin());
+    }
+    Unlock();
+    return bLine;
+}
+
+int uCTraceHelper::push_trace_level() {
+    if (!Lock(-1))
+        return 0;
+    const int idTask = QOR_MiscHelper::qorGetCurrentTaskId();
+    int nLevel = 0;
+    if (int32_t* const pnLevel = getObject()->GetLevel(idTask)) {
+        // What a task finds before its first scope was left by a dead one that had the same id.
+        const int nBefore = s_idNestedTask == idTask ? loadShareWord(*pnLevel) : 0;
+        nLevel = static_cast<int>(static_cast<uint32_t>(nBefore) + 1);
+        storeShareWord(*pnLevel, nLevel);
+        s_idNestedTask = idTask;
+    }
+    Unlock();
+    return nLevel;
+}
+
+int uCTraceHelper::pop_trace_level() {
+    if (!Lock(-1))
+        return 0;
+    int nLevel = 0;
+    chSystemTracerManager* const pManager = getObject();
+    if (int32_t* const pnLevel = pManager->GetLevel(QOR_MiscHelper::qorGetCurrentTaskId())) {
+        const int nSize = pManager->m_mapLevel.size();
+        QOR_ASSERT_TEXT(nSize == pManager->m_mapLevel.size(),
+                        "objTracerManager.chTraceLevelList::size() == objTracerManager.chTraceLevelList::size()");
+        nLevel = loadShareWord(*pnLevel);
+        storeShareWord(*pnLevel, static_cast<int32_t>(static_cast<uint32_t>(nLevel) - 1));
+    }
+    Unlock();
+    return nLevel;
+}
+
+}  // namespace QOR_TraceHelper

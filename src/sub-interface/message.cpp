@@ -1,0 +1,284 @@
+// The flat functions over threads, messages and timers. Each checks its arguments and calls the classes; a handle is
+// checked against the table of queues before anything behind it is read.
+#include <float.h>
+#include <string.h>
+
+#include <limits>
+
+#include "internal/message.h"
+#include "internal/report.h"
+#include "internal/scope_lock.h"
+#include "qor/MiscHelper.h"
+#include "qor/MsgQueueHelper/ShareHelper.h"
+#include "qor/flat.h"
+
+using namespace QOR_MsgQueueHelper;
+using QOR_StringHelper::textEMPTY;
+
+extern "C" {
+
+const char _szVersion_VER_QOR_LIB[] = "2.0.4.7";
+const double doubleINF = std::numeric_limits<double>::infinity();
+const double doubleQNAN = std::numeric_limits<double>::quiet_NaN();
+const double doubleMAX = DBL_MAX;
+const double doubleMIN = DBL_MIN;
+}
+
+namespace {
+
+uCSystemShareHelper& share() { return *uCSystemShareHelpergetGlobalObject(); }
+
+chProcessLocal& process() { return share().GetProcessLocal(); }
+
+// What msgRegistWorkThread() makes and msgUnregistWorkThread() deletes. Any other thread object has an owner.
+class flatThread : public chThreadLocal {
+public:
+    using chThreadLocal::chThreadLocal;
+};
+
+// The caller's own thread when the handle is its queue; the handler then runs at once.
+chThreadLocal* ownThread(const chMsgQueue* pQueue) {
+    chThreadLocal* pThread = process().GetLocalThreadByQueue(pQueue);
+    return pThread != NULL && pThread->IsCalledByThisThread() ? pThread : NULL;
+}
+
+// A queue whose task has died does not count: the registration that follows sweeps it.
+bool isNameFree(const char* lpszThreadName) {
+    return QOR_ASSERT_TEXT(msgGetThreadByName(lpszThreadName) == NULL,
+                           "g_uCSystemShareHelper.FindMessageQueueByName(lpszThreadName) == NULL");
+}
+
+// Starts a thread that registers itself under the name, and waits until it has. Its queue; null when it was not
+// started.
+chMsgQueue* launchThread(void* (*lpEntry)(void*), const void* pArg, int nPriority, const char* lpszThreadName) {
+    const launchWait wait(NULL, lpszThreadName);
+    if (chCreateThread(lpEntry, pArg, nPriority) == 0)
+        return NULL;
+    while (!wait.IsRegistered())
+        QOR_MiscHelper::qorSwitchToThread();
+    return wait.GetQueue();
+}
+
+}  // namespace
+
+// ---- handles
+
+HTHREAD msgMsgQueue2HTHREAD(chMsgQueue* pMsgQueue) {
+    if (pMsgQueue == NULL)
+        return NULL;
+    const char* pBegin = reinterpret_cast<const char*>(share().getObject());
+    return reinterpret_cast<HTHREAD>(reinterpret_cast<const char*>(pMsgQueue) - pBegin);
+}
+
+chMsgQueue* msgHTHREAD2chMsgQueue(HTHREAD hThread) {
+    if (hThread == NULL)
+        return NULL;
+    const uintptr_t uBegin = reinterpret_cast<uintptr_t>(share().getObject());
+    return reinterpret_cast<chMsgQueue*>(uBegin + reinterpret_cast<uintptr_t>(hThread));
+}
+
+extern "C" {
+
+// ---- threads
+
+HTHREAD msgRegistWorkThread(const char* lpszThreadName, msgCallbackEx pMsgCallbackEx) {
+    if (!QOR_ASSERT(!textEMPTY(lpszThreadName) && pMsgCallbackEx != NULL))
+        return NULL;
+    chThreadLocal* pThread = new flatThread(lpszThreadName, pMsgCallbackEx);
+    if (!share().CreateLocalThread(*pThread)) {
+        delete pThread;
+        return NULL;
+    }
+    return msgMsgQueue2HTHREAD(pThread->getMsgQueue());
+}
+
+HTHREAD msgRegistMainThread(const char* lpszThreadName, msgCallbackEx pMsgCallbackEx) {
+    return msgRegistWorkThread(lpszThreadName, pMsgCallbackEx);
+}
+
+void msgUnregistWorkThread(HTHREAD hThread) {
+    chMsgQueue* pMsgQueue = msgHTHREAD2chMsgQueue(hThread);
+    chThreadBase thread;
+    if (!QOR_ASSERT_TEXT(thread.BindIfValid(pMsgQueue), "g_uCSystemShareHelper.IsValidMessageQueue(pMsgQueue)"))
+        return;
+    chThreadLocal* pLocalThread = process().GetLocalThreadByQueue(pMsgQueue);
+    if (!QOR_ASSERT(pLocalThread != NULL))
+        return;
+    share().DestroyLocalThread(*pLocalThread);
+    delete dynamic_cast<flatThread*>(pLocalThread);
+}
+
+void msgUnregistMainThread(HTHREAD hThread) { msgUnregistWorkThread(hThread); }
+
+int msgDefaultThreadRun(void) {
+    chThreadLocal* pLocalThread = process().GetCurrentThreadObject();
+    return QOR_ASSERT(pLocalThread != NULL) ? pLocalThread->Run() : 0;
+}
+
+BOOL msgLaunchWorkThread(void* (*lpMeth)(void*), const char* lpszThreadName, void* pArg) {
+    if (!QOR_ASSERT(lpMeth != NULL && !textEMPTY(lpszThreadName)) || !isNameFree(lpszThreadName))
+        return 0;
+    return launchThread(lpMeth, pArg, -1, lpszThreadName) != NULL;
+}
+
+namespace {
+
+// Lives on the launcher's stack: the launcher waits until the new thread has registered, after it has read this.
+struct launchBlock {
+    const char* lpszThreadName;
+    msgCallbackEx pMsgCallbackEx;
+};
+
+void* runCallbackThread(void* lpData) {
+    if (!QOR_ASSERT(lpData != NULL))
+        return NULL;
+    const launchBlock block = *static_cast<const launchBlock*>(lpData);
+    chThreadLocal thread(block.lpszThreadName, block.pMsgCallbackEx);
+    if (share().CreateLocalThread(thread)) {
+        const registrationWatch watch(&thread);  // the callback may unregister the thread
+        thread.Run();
+        if (!watch.IsGone())
+            share().DestroyLocalThread(thread);
+    }
+    return NULL;
+}
+
+}  // namespace
+
+HTHREAD msgLaunchCallbackWorkThread(const char* lpszThreadName, msgCallbackEx pMsgCallbackEx, int nPriority) {
+    if (!QOR_ASSERT(pMsgCallbackEx != NULL && !textEMPTY(lpszThreadName)) || !isNameFree(lpszThreadName))
+        return NULL;
+    launchBlock block = {lpszThreadName, pMsgCallbackEx};
+    return msgMsgQueue2HTHREAD(launchThread(runCallbackThread, &block, nPriority, lpszThreadName));
+}
+
+void msgUnlaunchWorkThread(const char* lpszThreadName) {
+    if (QOR_ASSERT(!textEMPTY(lpszThreadName)))
+        process().ShutdownLocalThread(process().GetLocalThreadByName(lpszThreadName));
+}
+
+HTHREAD msgGetThreadByName(const char* lpszThreadName) {
+    if (!QOR_ASSERT(!textEMPTY(lpszThreadName)))
+        return NULL;
+    chThreadRemote remote(lpszThreadName);
+    if (remote.getTaskId() == 0 || !QOR_MiscHelper::qorIsValidTaskID(remote.getTaskId()))
+        return NULL;
+    return msgMsgQueue2HTHREAD(remote.getMsgQueue());
+}
+
+void* msgGetCurrentThreadObject(void) { return process().GetCurrentThreadObject(); }
+
+unsigned int msgProcessThreadMsgOnce(void* pThreadObject) {
+    chThreadLocal* pThread = static_cast<chThreadLocal*>(pThreadObject);
+    return process().IsValidLocalThread(pThread) ? pThread->ProcessThreadMessageOnce() : 0;
+}
+
+// ---- messages
+
+int msgSendMsgToThreadRaw(HTHREAD hThread, unsigned int uMsg, unsigned int wParam, int lParam, int nExtraSize,
+                          const void* pExtraData, int nTimeout, int* pbReplied) {
+    if (pbReplied != NULL)
+        *pbReplied = 0;
+    chMsgQueue* pQueue = msgHTHREAD2chMsgQueue(hThread);
+    if (pQueue == NULL)
+        return -1;
+    if (chThreadLocal* pOwn = ownThread(pQueue))
+        return pOwn->SendThreadMsgEx(uMsg, wParam, lParam, nExtraSize, pExtraData, nTimeout, pbReplied);
+    chThreadBase thread;
+    thread.BindHandle(pQueue);
+    return thread.SendThreadMsgEx(uMsg, wParam, lParam, nExtraSize, pExtraData, nTimeout, pbReplied);
+}
+
+int msgSendMsgToThreadTimeoutEx(HTHREAD hThread, unsigned int uMsg, unsigned int wParam, int lParam, int nExtraSize,
+                                const void* pExtraData, int nTimeout) {
+    return msgSendMsgToThreadRaw(hThread, uMsg, wParam, lParam, nExtraSize, pExtraData, nTimeout, NULL);
+}
+
+int msgSendMsgToThreadEx(HTHREAD hThread, unsigned int uMsg, unsigned int wParam, int lParam, int nExtraSize,
+                         const void* pExtraData) {
+    return msgSendMsgToThreadRaw(hThread, uMsg, wParam, lParam, nExtraSize, pExtraData, -1, NULL);
+}
+
+int msgSendMsgToThread(HTHREAD hThread, unsigned int uMsg, unsigned int wParam, int lParam) {
+    return msgSendMsgToThreadRaw(hThread, uMsg, wParam, lParam, 0, NULL, -1, NULL);
+}
+
+BOOL msgPostMsgToThreadEx(HTHREAD hThread, unsigned int uMsg, unsigned int wParam, int lParam, int nExtraSize,
+                          const void* pExtraData) {
+    chMsgQueue* pQueue = msgHTHREAD2chMsgQueue(hThread);
+    if (pQueue == NULL)
+        return 0;
+    chThreadBase thread;
+    thread.BindHandle(pQueue);
+    return thread.PostThreadMsgEx(uMsg, wParam, lParam, nExtraSize, pExtraData);
+}
+
+BOOL msgPostMsgToThread(HTHREAD hThread, unsigned int uMsg, unsigned int wParam, int lParam) {
+    return msgPostMsgToThreadEx(hThread, uMsg, wParam, lParam, 0, NULL);
+}
+
+void msgBroadpostThreadMsgEx(unsigned int uMsg, unsigned int wParam, int lParam, int nExtraSize,
+                             const void* pExtraData) {
+    std::vector<chThreadBase> listThread;
+    {
+        scopeShareLock<chSystemShareFrame> lock(share());
+        for (chMsgQueue* pQueue : share().getObject()->m_objManager.ListQueues())
+            listThread.push_back(chThreadBase(pQueue));
+    }
+    const msgDraft draft = makeDraft(uMsg, wParam, lParam, nExtraSize, pExtraData, false);
+    if (isAlwaysPosted(uMsg) && draft.nExtraSize >= 0 && draft.nExtraSize <= maxExtraSize) {
+        std::vector<batchPost> listPost;
+        for (const chThreadBase& thread : listThread)
+            listPost.push_back({thread.getTaskId(), thread.getMsgQueue(), draft});
+        postBatch(listPost);
+        return;
+    }
+    for (chThreadBase& thread : listThread)
+        thread.PostThreadMsgEx(uMsg, wParam, lParam, nExtraSize, pExtraData);
+}
+
+void msgBroadpostThreadMsg(unsigned int uMsg, unsigned int wParam, int lParam) {
+    msgBroadpostThreadMsgEx(uMsg, wParam, lParam, 0, NULL);
+}
+
+void msgReplyThreadMessage(simpMSG* pMsg, int nResult) {
+    if (QOR_ASSERT(pMsg != NULL))
+        msgObject::FromSimpMSG(pMsg)->ReplyMessage(nResult);
+}
+
+void* msgGetMessageExtraData(simpMSG* pMsg) {
+    return QOR_ASSERT(pMsg != NULL) ? msgObject::FromSimpMSG(pMsg)->GetExtraData() : NULL;
+}
+
+int msgGetMessageExtraSize(simpMSG* pMsg) {
+    return QOR_ASSERT(pMsg != NULL) ? msgObject::FromSimpMSG(pMsg)->GetExtraSize() : 0;
+}
+
+void msgResetMessageExtraData(simpMSG* pMsg, int nSize, const void* pData) {
+    if (QOR_ASSERT(pMsg != NULL))
+        msgObject::FromSimpMSG(pMsg)->ResetExtraData(nSize, pData);
+}
+
+// ---- timers
+
+unsigned int timerSetThreadTimer(unsigned int nTimerID, unsigned int uTimerOut) {
+    if (!QOR_ASSERT(nTimerID != 0 && uTimerOut != 0))
+        return 0;
+    chThreadLocal* pLocalThread = process().GetCurrentThreadObject();
+    if (!QOR_ASSERT(pLocalThread != NULL))
+        return 0;
+    chThreadTimer* pTimer = pLocalThread->GetTimerQueue().FindTimerByID(nTimerID);
+    if (pTimer == NULL)
+        pTimer = new chThreadTimer(nTimerID);
+    pTimer->SetTimer(uTimerOut, NULL);
+    return nTimerID;
+}
+
+void timerKillThreadTimer(unsigned int nTimerID) {
+    chThreadLocal* pLocalThread = process().GetCurrentThreadObject();
+    if (!QOR_ASSERT(pLocalThread != NULL))
+        return;
+    delete pLocalThread->GetTimerQueue().FindTimerByID(nTimerID);
+}
+
+}  // extern "C"

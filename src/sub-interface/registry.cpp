@@ -1,0 +1,174 @@
+// The flat functions over sections of the registry. A handle is looked up before anything behind it is read; what it
+// names never goes. Each function holds the registry's lock for one look-up or change; texts are prepared before and
+// warnings printed after that.
+#include <limits.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+
+#include "internal/registry.h"
+#include "internal/report.h"
+#include "qor/MiscHelper.h"
+#include "qor/flat.h"
+
+using namespace QOR_RegistryHelper;
+using QOR_MiscHelper::qorGetCurrentTaskId;
+
+namespace {
+
+uintptr_t numberOf(HREGISTRY hRegistry) { return reinterpret_cast<uintptr_t>(hRegistry); }
+
+HREGISTRY handleOf(const void* pObject) { return reinterpret_cast<HREGISTRY>(registry().GetHandle(pObject)); }
+
+// The whole text; the default may stand in the buffer.
+void copyText(char* lpszBuffer, const char* lpszText) { memmove(lpszBuffer, lpszText, strlen(lpszText) + 1); }
+
+// As much of the text as has room, terminated; its whole length.
+int copyTextN(char* lpszBuffer, int nSize, const char* lpszText) {
+    const size_t nLength = strlen(lpszText);
+    if (lpszBuffer != NULL && nSize > 0) {
+        const size_t nCopy = nLength < static_cast<size_t>(nSize) ? nLength : static_cast<size_t>(nSize) - 1;
+        memmove(lpszBuffer, lpszText, nCopy);
+        lpszBuffer[nCopy] = 0;
+    }
+    return static_cast<int>(nLength);
+}
+
+// A decimal number at the begin of a text, within the limits of an int; 0 when there is none.
+int numberIn(const char* lpszText) {
+    const long long nValue = strtoll(lpszText, NULL, 10);
+    return nValue > INT_MAX ? INT_MAX : nValue < INT_MIN ? INT_MIN : static_cast<int>(nValue);
+}
+
+}  // namespace
+
+extern "C" {
+
+// ---- handles
+
+HREGISTRY regSection2HANDLE(void* pSection) { return handleOf(pSection); }
+
+void* regHANDLE2Section(HREGISTRY hRegistry) {
+    registryLock lock;
+    return registry().GetSection(numberOf(hRegistry));
+}
+
+// ---- values
+
+HREGISTRY registryOpen(const char* lpszFileName, const char* lpszSectionName) {
+    const phraseConstTextA name(lpszSectionName);
+    documentLock lock(lpszFileName);
+    return lock.m_pDocument != NULL ? handleOf(lock.m_pDocument->GetSectionObject(name)) : NULL;
+}
+
+BOOL registryGetString(HREGISTRY hRegistry, const char* lpszKey, char* lpszBuffer, const char* lpszDefault) {
+    if (!QOR_ASSERT(lpszBuffer != NULL))
+        return 0;
+    if (!readKey(QOR_MODULE, numberOf(hRegistry), lpszKey,
+                 [lpszBuffer](const char* lpszValue) { copyText(lpszBuffer, lpszValue); }))
+        copyText(lpszBuffer, textOf(lpszDefault));
+    return 1;
+}
+
+int registryGetStringN(HREGISTRY hRegistry, const char* lpszKey, char* lpszBuffer, int nSize, const char* lpszDefault) {
+    int nLength = 0;
+    if (!readKey(QOR_MODULE, numberOf(hRegistry), lpszKey,
+                 [&](const char* lpszValue) { nLength = copyTextN(lpszBuffer, nSize, lpszValue); }))
+        nLength = copyTextN(lpszBuffer, nSize, textOf(lpszDefault));
+    return nLength;
+}
+
+int registryGetInt(HREGISTRY hRegistry, const char* lpszKey, int nDefault) {
+    int nValue = nDefault;
+    readKey(QOR_MODULE, numberOf(hRegistry), lpszKey,
+            [&nValue](const char* lpszValue) { nValue = numberIn(lpszValue); });
+    return nValue;
+}
+
+double registryGetFloat(HREGISTRY hRegistry, const char* lpszKey, double fDefault) {
+    double fValue = fDefault;
+    readKey(QOR_MODULE, numberOf(hRegistry), lpszKey, [&fValue, fDefault](const char* lpszValue) {
+        if (sscanf(lpszValue, "%lf", &fValue) != 1)
+            fValue = fDefault;
+    });
+    return fValue;
+}
+
+BOOL registrySetString(HREGISTRY hRegistry, const char* lpszKey, const char* lpszValue) {
+    const phraseConstTextA name(lpszKey), text(lpszValue);
+    bool bNew = false;
+    BOOL bChanged = 0;
+    {
+        registryLock lock;
+        regSection* pSection = registry().GetSection(numberOf(hRegistry));
+        if (pSection == NULL)
+            return 0;
+        registry().getObject()->ClearLostDocument();
+        bChanged = pSection->SetKeyValue(name, text, &bNew);
+    }
+    if (bNew)
+        QOR_WARN_TEXT(false, ("Write: " + std::string(name, static_cast<size_t>(name.GetLength()))).c_str());
+    return bChanged;
+}
+
+BOOL registrySetInt(HREGISTRY hRegistry, const char* lpszKey, int nValue) {
+    return registrySetString(hRegistry, lpszKey, QOR_StringHelper::toString(nValue));
+}
+
+BOOL registrySetFloat(HREGISTRY hRegistry, const char* lpszKey, double fValue) {
+    return registrySetString(hRegistry, lpszKey, QOR_StringHelper::toString(fValue));
+}
+
+// ---- monitors
+
+BOOL regMonitorSection(HREGISTRY hRegistry) {
+    registryLock lock;
+    regSection* pSection = registry().GetSection(numberOf(hRegistry));
+    if (pSection == NULL)
+        return 0;
+    registry().getObject()->ClearLostDocument();
+    return pSection->AddMonitorTask(qorGetCurrentTaskId(), NULL, NULL) != NULL;
+}
+
+BOOL regUnmonitorSection(HREGISTRY hRegistry) {
+    registryLock lock;
+    regSection* pSection = registry().GetSection(numberOf(hRegistry));
+    if (pSection == NULL)
+        return 0;
+    pSection->RemoveMonitorTask(qorGetCurrentTaskId(), NULL, NULL);
+    return 1;
+}
+
+// ---- by file name
+
+BOOL qorGetRegistryString(const char* lpszFileName, const char* lpszSectionName, const char* lpszKey, char* lpszBuffer,
+                          const char* lpszDefault) {
+    return registryGetString(registryOpen(lpszFileName, lpszSectionName), lpszKey, lpszBuffer, lpszDefault);
+}
+
+int qorGetRegistryInt(const char* lpszFileName, const char* lpszSectionName, const char* lpszKey, int nDefault) {
+    return registryGetInt(registryOpen(lpszFileName, lpszSectionName), lpszKey, nDefault);
+}
+
+double qorGetRegistryFloat(const char* lpszFileName, const char* lpszSectionName, const char* lpszKey,
+                           double fDefault) {
+    return registryGetFloat(registryOpen(lpszFileName, lpszSectionName), lpszKey, fDefault);
+}
+
+BOOL qorSetRegistryString(const char* lpszFileName, const char* lpszSectionName, const char* lpszKey,
+                          const char* lpszValue) {
+    const HREGISTRY hRegistry = registryOpen(lpszFileName, lpszSectionName);
+    const BOOL bChanged = registrySetString(hRegistry, lpszKey, lpszValue);
+    registryFlush(hRegistry);
+    return bChanged;
+}
+
+BOOL qorSetRegistryInt(const char* lpszFileName, const char* lpszSectionName, const char* lpszKey, int nValue) {
+    return qorSetRegistryString(lpszFileName, lpszSectionName, lpszKey, QOR_StringHelper::toString(nValue));
+}
+
+BOOL qorSetRegistryFloat(const char* lpszFileName, const char* lpszSectionName, const char* lpszKey, double fValue) {
+    return qorSetRegistryString(lpszFileName, lpszSectionName, lpszKey, QOR_StringHelper::toString(fValue));
+}
+
+}  // extern "C"

@@ -1,0 +1,47 @@
+// Key files: how they are made, locked and told apart.
+//
+// Invariants:
+// - A key file appears at its path complete, with mode 0666, by one link(); it never changes afterwards.
+// - Whoever creates or removes a kernel object of a key file holds the file's lock, and has checked under it
+//   that the path still names the locked file. The kernel drops the lock of a process that dies.
+// - Creators of key files are serialised by a lock on the directory "/tmp", then on the file's directory; so
+//   whatever lies there under a creator's private name belongs to a dead creator.
+// Lock order: "/tmp", the file's directory. The lock of a key file is never held while those are taken.
+#ifndef QOR_XINC_KEYFILE_H
+#define QOR_XINC_KEYFILE_H
+
+#include <sys/types.h>
+
+namespace QOR_BaseHelper {
+
+constexpr unsigned char idProjectSemaphore = 'm';
+constexpr unsigned char idProjectSegment = 'S';
+
+// Makes the key file, unless it is there. The result tells whether it is; else errno says why not.
+bool createKeyFile(const char* lpszPath);
+
+// A key file, held locked.
+class keyFileLock {
+public:
+    keyFileLock() = default;
+    keyFileLock(const keyFileLock&) = delete;
+    keyFileLock& operator=(const keyFileLock&) = delete;
+    ~keyFileLock() { release(); }
+
+    // Locks the file at the path, which is made when it is missing. On failure errno says why.
+    bool lockOrCreate(const char* lpszPath);
+
+    // Locks the file at the path when there is one.
+    bool lockExisting(const char* lpszPath);
+
+    void release();
+
+private:
+    bool openAndLock(const char* lpszPath);
+
+    int m_fd = -1;
+};
+
+}  // namespace QOR_BaseHelper
+
+#endif
