@@ -82,12 +82,12 @@ public:
 
     /// The first free node, or null.
     type_chain* get_FirstFreeNode() const;
-    /// Stores the first free node.
+    /// Stores the first free node. Fatal: it is more than 2 GiB away.
     void set_FirstFreeNode(type_chain* p);
 
 private:
     int32_t m_nBorrowedCount;
-    int32_t m_iFirstFreeNode;
+    QOR_ChainHelper::relativePointer m_iFirstFreeNode;  // from this record
 };
 
 static_assert(sizeof(baseStaticNodeAlloc) == 8, "shared layout");
@@ -149,7 +149,8 @@ public:
     /// cleanup_pool().
     ~baseStaticPoolAlloc();
 
-    /// Takes over a 4-aligned area of nPoolSize bytes; always true. Fatal: there is an area already.
+    /// Takes over a 4-aligned area of nPoolSize bytes; always true. Fatal: there is an area already, or it begins more
+    /// than 2 GiB away from this record.
     bool init_pool(void* pPool, int nPoolSize);
     /// A block of nAllocSize bytes with undefined content. Fatal: there is no room, or the pool is damaged.
     void* alloc(int nAllocSize);
@@ -192,7 +193,7 @@ private:
     type_chain* searchLeftOf(const bounds& area, type_chain* p);
 
     int32_t m_nPoolSize;
-    int32_t m_iOffsetPool;
+    QOR_ChainHelper::relativePointer m_iOffsetPool;  // from this record
     type_chain m_FreeCellChain;
 };
 
@@ -210,7 +211,7 @@ public:
 
     /// set_pPool().
     void InitPool(baseStaticPoolAlloc* p) { set_pPool(p); }
-    /// Points at a pool. Fatal: it does so already, or null.
+    /// Points at a pool. Fatal: it does so already, null, or a pool more than 2 GiB away.
     void set_pPool(baseStaticPoolAlloc* p);
     /// The pool, or null.
     baseStaticPoolAlloc* get_pPool() const;
@@ -222,7 +223,7 @@ public:
     void cleanup_pool();
 
 private:
-    int32_t m_iOffsetPoolAlloc;
+    QOR_ChainHelper::relativePointer m_iOffsetPoolAlloc;
 };
 
 static_assert(sizeof(baseSharePoolAlloc) == 4, "shared layout");

@@ -26,27 +26,40 @@
 /// Intrusive links, and the words of shared memory.
 namespace QOR_ChainHelper {
 
-/// One self-relative link: the base of the offset links.
-class offsetLink {
-protected:
+/// The self-relative pointer of shared memory: one word that holds the distance in bytes from a base to a target of the
+/// same segment, all ones for null. The base is the word itself or the record that holds it; get() and set() are given
+/// the same one.
+class relativePointer {
+public:
     /// The target, or null. The distance is not checked: see shareRange.
-    const void* getTarget() const {
+    void* get(const void* pBase) const {
         const int32_t nDistance = loadShareWord(m_nDistance);
         if (nDistance == nullDistance)
             return NULL;
-        return reinterpret_cast<const void*>(reinterpret_cast<uintptr_t>(this) +
-                                             static_cast<uintptr_t>(static_cast<intptr_t>(nDistance)));
+        return reinterpret_cast<void*>(reinterpret_cast<uintptr_t>(pBase) +
+                                       static_cast<uintptr_t>(static_cast<intptr_t>(nDistance)));
     }
-    /// Points at a target of the same segment, or at nothing.
-    void setTarget(const void* p) {
-        const uintptr_t uDistance = reinterpret_cast<uintptr_t>(p) - reinterpret_cast<uintptr_t>(this);
-        storeShareWord(m_nDistance, p == NULL ? nullDistance : static_cast<int32_t>(uDistance));
+    /// Points at a target, or at nothing. Fatal: a target so far from the base that the word cannot hold the distance,
+    /// which two places of one segment never are; then it points at nothing.
+    void set(const void* pBase, const void* pTarget) {
+        storeShareWord(m_nDistance, pTarget == NULL ? nullDistance : distance(pBase, pTarget));
     }
 
 private:
     static constexpr int32_t nullDistance = -1;
+
+    static int32_t distance(const void* pBase, const void* pTarget) {
+        const intptr_t nDistance =
+            static_cast<intptr_t>(reinterpret_cast<uintptr_t>(pTarget) - reinterpret_cast<uintptr_t>(pBase));
+        const int32_t nWord = static_cast<int32_t>(nDistance);
+        const bool bFits = nWord == nDistance && nWord != nullDistance;
+        return QOR_ASSERT_IN("_chChain", bFits, "the distance fits into 32 bits") ? nWord : nullDistance;
+    }
+
     int32_t m_nDistance;
 };
+
+static_assert(sizeof(relativePointer) == 4, "shared layout");
 
 /// Defines the pointer link and the offset link of one direction.
 #define QOR_CHAIN_LINK(name)                                                                                \
@@ -62,14 +75,12 @@ private:
         pointer_chain_##name* m_##name;                                                                     \
     };                                                                                                      \
     /** A link of shared memory: the distance to another link, all ones for null. */                        \
-    class offset_chain_##name : private offsetLink {                                                        \
+    class offset_chain_##name : private relativePointer {                                                   \
     public:                                                                                                 \
         /** The target, or null. */                                                                         \
-        offset_chain_##name* get_##name() const {                                                           \
-            return static_cast<offset_chain_##name*>(const_cast<void*>(getTarget()));                       \
-        }                                                                                                   \
-        /** Stores the distance to the target. */                                                           \
-        void set_##name(const offset_chain_##name* p) { setTarget(p); }                                     \
+        offset_chain_##name* get_##name() const { return static_cast<offset_chain_##name*>(get(this)); }    \
+        /** Stores the distance to the target. Fatal: it does not fit into 32 bits. */                      \
+        void set_##name(const offset_chain_##name* p) { set(this, p); }                                     \
     };                                                                                                      \
     static_assert(sizeof(pointer_chain_##name) == sizeof(void*), "one pointer");                            \
     static_assert(sizeof(offset_chain_##name) == 4, "shared layout");

@@ -25,7 +25,6 @@ namespace QOR_MsgQueueHelper {
 
 namespace {
 
-constexpr uint32_t noExtra = 0xFFFFFFFFu;
 constexpr int sizeMessageRecord = sizeChainNode + sizeof(msgObject);
 constexpr int sizeQueueRecord = sizeChainNode + sizeof(chMsgQueue);  // and the length of the name
 static_assert(sizeMessageRecord == 48 && sizeQueueRecord == 24, "shared layout");
@@ -73,7 +72,7 @@ void initRoot(list_chain_offset& vRoot) { link_list_node(&vRoot, &vRoot); }
 msgObject::msgObject(UINT uNewMsg, UINT wNewParam, int lNewParam) {
     storeShareWord(m_bIsWaitingReply, 0u);
     storeShareWord(m_nStatus, MT_CONSTRUCTED);
-    storeShareWord(m_iOffsetExtra, noExtra);
+    m_iOffsetExtra.set(this, NULL);
     storeShareWord(m_nExtraSize, 0);
     storeShareWord(m_nResult, -1);
     SetMessage(uNewMsg, wNewParam, lNewParam);
@@ -88,16 +87,14 @@ void msgObject::SetMessage(UINT uNewMsg, UINT wNewParam, int lNewParam) {
 }
 
 void* msgObject::GetExtraData() const {
-    const uint32_t iOffset = loadShareWord(m_iOffsetExtra);
-    if (iOffset == noExtra)
+    void* const pExtra = m_iOffsetExtra.get(this);
+    if (pExtra == NULL)
         return NULL;
-    const intptr_t nDistance = static_cast<int32_t>(iOffset);
-    const uintptr_t u = reinterpret_cast<uintptr_t>(this) + static_cast<uintptr_t>(nDistance);
     // A damaged offset or size is no data rather than a wild access.
     const int nSize = loadShareWord(m_nExtraSize);
-    if (nSize < 0 || nSize > maxExtraSize || !findShareRange(this).holds(u, nSize))
+    if (nSize < 0 || nSize > maxExtraSize || !findShareRange(this).holds(pExtra, nSize))
         return NULL;
-    return reinterpret_cast<void*>(u);
+    return pExtra;
 }
 
 int msgObject::GetExtraSize() const { return GetExtraData() != NULL ? loadShareWord(m_nExtraSize) : 0; }
@@ -105,13 +102,10 @@ int msgObject::GetExtraSize() const { return GetExtraData() != NULL ? loadShareW
 void msgObject::set_pExtraData(int nExtraSize, void* pData) {
     if (!QOR_ASSERT((pData == NULL && nExtraSize == 0) || (pData != NULL && nExtraSize != 0)))
         return;
-    uint32_t iOffset = noExtra;
-    if (pData != NULL)
-        iOffset = static_cast<uint32_t>(reinterpret_cast<uintptr_t>(pData) - reinterpret_cast<uintptr_t>(this));
     // Never a new block with an old size, should this process be killed in between.
-    storeShareWord(m_iOffsetExtra, noExtra);
+    m_iOffsetExtra.set(this, NULL);
     storeShareWord(m_nExtraSize, nExtraSize);
-    storeShareWord(m_iOffsetExtra, iOffset);
+    m_iOffsetExtra.set(this, pData);
 }
 
 void msgObject::ResetExtraData(int nExtraSize, const void* pData) {

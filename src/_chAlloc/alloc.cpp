@@ -142,15 +142,10 @@ baseStaticNodeAlloc::baseStaticNodeAlloc(int sizeNode, int nNodeCount) {
 baseStaticNodeAlloc::~baseStaticNodeAlloc() { cleanup_nodes(); }
 
 baseStaticNodeAlloc::type_chain* baseStaticNodeAlloc::get_FirstFreeNode() const {
-    const int32_t nDistance = loadShareWord(m_iFirstFreeNode);
-    if (nDistance == -1)
-        return NULL;
-    return reinterpret_cast<type_chain*>(addressOf(this) + static_cast<uintptr_t>(static_cast<intptr_t>(nDistance)));
+    return static_cast<type_chain*>(m_iFirstFreeNode.get(this));
 }
 
-void baseStaticNodeAlloc::set_FirstFreeNode(type_chain* p) {
-    storeShareWord(m_iFirstFreeNode, p == NULL ? -1 : static_cast<int32_t>(addressOf(p) - addressOf(this)));
-}
+void baseStaticNodeAlloc::set_FirstFreeNode(type_chain* p) { m_iFirstFreeNode.set(this, p); }
 
 void* baseStaticNodeAlloc::borrow_node() {
     type_chain* pTmpChain = get_FirstFreeNode();
@@ -307,7 +302,7 @@ baseStaticPoolAlloc::baseStaticPoolAlloc() {
                       offsetof(baseStaticPoolAlloc, m_FreeCellChain) == 8,
                   "shared layout");
     storeShareWord(m_nPoolSize, 0);
-    storeShareWord(m_iOffsetPool, 0);
+    m_iOffsetPool.set(this, this);
     link_list_node(&m_FreeCellChain, &m_FreeCellChain);
 }
 
@@ -317,8 +312,7 @@ baseStaticPoolAlloc::~baseStaticPoolAlloc() {
 }
 
 poll_chain* baseStaticPoolAlloc::begin_cell() const {
-    const intptr_t nOffset = loadShareWord(m_iOffsetPool);
-    return reinterpret_cast<poll_chain*>(addressOf(this) + static_cast<uintptr_t>(nOffset));
+    return static_cast<poll_chain*>(m_iOffsetPool.get(this));
 }
 
 poll_chain* baseStaticPoolAlloc::end_cell() const {
@@ -329,8 +323,10 @@ poll_chain* baseStaticPoolAlloc::end_cell() const {
 bool baseStaticPoolAlloc::init_pool(void* pPool, int nPoolSize) {
     if (!QOR_ASSERT_TEXT(loadShareWord(m_nPoolSize) == 0, "m_nPoolSize == 0"))
         return true;
-    storeShareWord(m_iOffsetPool, static_cast<int32_t>(addressOf(pPool) - addressOf(this)));
+    m_iOffsetPool.set(this, pPool);
     poll_chain* pCell = begin_cell();
+    if (pCell == NULL)
+        return true;
     pCell->init_cell(static_cast<uint32_t>(nPoolSize), true);
     type_chain* pLink = linkOf(pCell);
     link_list_node(pLink, &m_FreeCellChain);
@@ -442,25 +438,21 @@ void baseStaticPoolAlloc::cleanup_pool() {
 
 baseSharePoolAlloc::baseSharePoolAlloc() {
     static_assert(offsetof(baseSharePoolAlloc, m_iOffsetPoolAlloc) == 0, "shared layout");
-    storeShareWord(m_iOffsetPoolAlloc, -1);
+    m_iOffsetPoolAlloc.set(this, NULL);
 }
 
 void baseSharePoolAlloc::set_pPool(baseStaticPoolAlloc* p) {
     if (!QOR_ASSERT_TEXT(get_pPool() == NULL && p != NULL, "get_pPool() == NULL && pPool != NULL"))
         return;
-    storeShareWord(m_iOffsetPoolAlloc, static_cast<int32_t>(addressOf(p) - addressOf(this)));
+    m_iOffsetPoolAlloc.set(this, p);
 }
 
 baseStaticPoolAlloc* baseSharePoolAlloc::get_pPool() const {
-    const int32_t nDistance = loadShareWord(m_iOffsetPoolAlloc);
-    if (nDistance == -1)
-        return NULL;
-    const uintptr_t u = addressOf(this) + static_cast<uintptr_t>(static_cast<intptr_t>(nDistance));
-    if (!findShareRange(this).holds(u, sizeof(baseStaticPoolAlloc))) {
-        failBroken();
-        return NULL;
-    }
-    return reinterpret_cast<baseStaticPoolAlloc*>(u);
+    baseStaticPoolAlloc* pPool = static_cast<baseStaticPoolAlloc*>(m_iOffsetPoolAlloc.get(this));
+    if (pPool == NULL || findShareRange(this).holds(pPool, sizeof(*pPool)))
+        return pPool;
+    failBroken();
+    return NULL;
 }
 
 void* baseSharePoolAlloc::alloc(int nAllocSize) {

@@ -17,33 +17,28 @@ namespace QOR_StringHelper {
 #pragma GCC diagnostic ignored "-Winvalid-offsetof"
 chShareStringA::chShareStringA() {
     static_assert(offsetof(chShareStringA, m_iOffsetText) == 4, "the handle to the pool, then the text");
-    storeShareWord(m_iOffsetText, -1);
+    m_iOffsetText.set(this, NULL);
 }
 #pragma GCC diagnostic pop
 
 chShareStringA::~chShareStringA() { *this = chConstTextT<char>(); }
 
 chShareTextA* chShareStringA::get_Text() const {
-    const int32_t nDistance = loadShareWord(m_iOffsetText);
-    if (nDistance == -1)
+    chShareTextA* pText = static_cast<chShareTextA*>(m_iOffsetText.get(this));
+    if (pText == NULL)
         return NULL;
-    const uintptr_t u = reinterpret_cast<uintptr_t>(this) + static_cast<uintptr_t>(static_cast<intptr_t>(nDistance));
     const shareRange range = findShareRange(this);
-    chShareTextA* pText = reinterpret_cast<chShareTextA*>(u);
-    if (!QOR_ASSERT_TEXT(range.holds(u, sizeof(chShareTextA)), "broken share string"))
+    if (!QOR_ASSERT_TEXT(range.holds(pText, sizeof(*pText)), "broken share string"))
         return NULL;
     // The stored length must leave the terminator inside the segment.
     const int32_t nLength = loadShareWord(pText->m_nLength);
-    const uintptr_t uRoom = range.m_uEnd - u - sizeof(int32_t);
+    const uintptr_t uRoom = range.m_uEnd - reinterpret_cast<uintptr_t>(pText->m_szText);
     const char* lpszText = pText->m_szText;
     const bool bSound = nLength >= 0 && static_cast<uintptr_t>(nLength) < uRoom && lpszText[nLength] == 0;
     return QOR_ASSERT_TEXT(bSound, "broken share string") ? pText : NULL;
 }
 
-void chShareStringA::set_Text(chShareTextA* pText) {
-    const uintptr_t uDistance = reinterpret_cast<uintptr_t>(pText) - reinterpret_cast<uintptr_t>(this);
-    storeShareWord(m_iOffsetText, pText == NULL ? -1 : static_cast<int32_t>(uDistance));
-}
+void chShareStringA::set_Text(chShareTextA* pText) { m_iOffsetText.set(this, pText); }
 
 chShareStringA& chShareStringA::operator=(const chConstTextT<char>& text) {
     chShareTextA* pOld = get_Text();

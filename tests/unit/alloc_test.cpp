@@ -4,6 +4,7 @@
 
 #include "qor/AllocHelper.h"
 #include "support/damage.h"
+#include "support/far_memory.h"
 #include "support/pool_reading.h"
 #include "support/scale.h"
 
@@ -729,6 +730,41 @@ TEST_F(DamagedPool, AHandleThatLeadsOutOfTheSegmentIsFatal) {
     EXPECT_FATAL(m_pBlock->handle.alloc(8), "broken share pool");
     EXPECT_FATAL(m_pBlock->handle.free(m_pBlock->aArea), "broken share pool");
 }
+
+// ---- distances
+
+#ifdef QOR_TEST_FAR_MEMORY
+#define EXPECT_TOO_FAR(statement) \
+    EXPECT_EXIT(statement, testing::KilledBySignal(SIGABRT), "\\[_chChain:[0-9]+\\] the distance fits into 32 bits ")
+
+TEST(FarMemory, APoolWhoseAreaIsMoreThanTwoGibibytesAwayIsFatal) {
+    const qorTest::farMemory memory;
+    const auto usePool = [](char* pRecord, char* pArea) {
+        auto* pPool = new (pRecord) baseStaticPoolAlloc;
+        pPool->init_pool(pArea, qorTest::farMemory::sizePlace);
+        pPool->alloc(20);
+        return 0;
+    };
+    EXPECT_TOO_FAR(usePool(memory.low(), memory.high()));
+    EXPECT_TOO_FAR(usePool(memory.high(), memory.low()));
+}
+
+TEST(FarMemory, AHandleOntoAPoolMoreThanTwoGibibytesAwayIsFatal) {
+    const qorTest::farMemory memory;
+    auto* pPool = new (memory.high()) baseStaticPoolAlloc;
+    auto* pHandle = new (memory.low()) baseSharePoolAlloc;
+    EXPECT_TOO_FAR(pHandle->InitPool(pPool));
+    EXPECT_EQ(nullptr, pHandle->get_pPool());
+}
+
+TEST(FarMemory, ANodeMoreThanTwoGibibytesAwayIsFatal) {
+    const qorTest::farMemory memory;
+    auto* pNodes = new (memory.low()) baseStaticNodeAlloc(8, 2);
+    EXPECT_TOO_FAR(pNodes->set_FirstFreeNode(reinterpret_cast<list_chain_offset*>(memory.high())));
+    pNodes->borrow_node();
+    EXPECT_TOO_FAR(pNodes->return_node(memory.high()));
+}
+#endif
 
 // ---- the steps that the operations are made of
 

@@ -7,6 +7,7 @@
 #include "internal/report.h"
 #include "internal/share_chain.h"
 #include "support/damage.h"
+#include "support/far_memory.h"
 #include "support/scale.h"
 
 using namespace QOR_ChainHelper;
@@ -464,25 +465,56 @@ TEST(Chain, ADoubleLinkIsMadeOfTheTwoLinksOfItsKind) {
     EXPECT_EQ(reinterpret_cast<char*>(&vNode) + sizeof(node::chain_type), reinterpret_cast<char*>(&vNode.m_value));
 }
 
-struct bareLink : offsetLink {
-    using offsetLink::getTarget;
-    using offsetLink::setTarget;
-};
-
-TEST(Chain, TheBaseOfTheOffsetLinksLeadsAnywhereInReachAndToNothing) {
+TEST(RelativePointer, LeadsAnywhereInReachOfItsBaseAndToNothing) {
     struct {
         char szBefore[4];
-        bareLink vLink;
-        char szBehind[4];
+        int32_t nBase;
+        relativePointer pointer;
+        char szAfter[4];
     } v{};
-    v.vLink.setTarget(v.szBefore);
-    EXPECT_EQ(v.szBefore, v.vLink.getTarget());
-    EXPECT_EQ(-4, wordAt(&v.vLink));
-    v.vLink.setTarget(v.szBehind + 3);
-    EXPECT_EQ(v.szBehind + 3, v.vLink.getTarget());
-    v.vLink.setTarget(NULL);
-    EXPECT_EQ(nullptr, v.vLink.getTarget());
-    EXPECT_EQ(-1, wordAt(&v.vLink));
+    v.pointer.set(&v.nBase, v.szBefore);
+    EXPECT_EQ(v.szBefore, v.pointer.get(&v.nBase));
+    EXPECT_EQ(-4, wordAt(&v.pointer));
+    v.pointer.set(&v.pointer, v.szAfter + 3);
+    EXPECT_EQ(v.szAfter + 3, v.pointer.get(&v.pointer));
+    EXPECT_EQ(7, wordAt(&v.pointer));
+    v.pointer.set(&v.pointer, &v.pointer);
+    EXPECT_EQ(0, wordAt(&v.pointer));
+    EXPECT_EQ(&v.pointer, v.pointer.get(&v.pointer));
+    v.pointer.set(&v.nBase, NULL);
+    EXPECT_EQ(nullptr, v.pointer.get(&v.nBase));
+    EXPECT_EQ(-1, wordAt(&v.pointer));
 }
+
+#define EXPECT_TOO_FAR(statement) \
+    EXPECT_EXIT(statement, testing::KilledBySignal(SIGABRT), "\\[_chChain:[0-9]+\\] the distance fits into 32 bits ")
+
+TEST(RelativePointer, TheDistanceThatStandsForNothingIsFatalAsADistance) {
+    relativePointer aPointer[2];
+    EXPECT_TOO_FAR(aPointer[1].set(&aPointer[1], reinterpret_cast<char*>(&aPointer[1]) - 1));
+}
+
+#ifdef QOR_TEST_FAR_MEMORY
+TEST(RelativePointer, ATargetMoreThanTwoGibibytesAwayIsFatal) {
+    const qorTest::farMemory memory;
+    auto* pLow = reinterpret_cast<relativePointer*>(memory.low());
+    auto* pHigh = reinterpret_cast<relativePointer*>(memory.high());
+    EXPECT_TOO_FAR(pLow->set(pLow, pHigh));
+    EXPECT_TOO_FAR(pHigh->set(pHigh, pLow));
+    pLow->set(pLow, memory.low() + 0x7FFFFFFF);
+    EXPECT_EQ(memory.low() + 0x7FFFFFFF, pLow->get(pLow));
+    pHigh->set(pHigh, memory.high() - 0x80000000u);
+    EXPECT_EQ(memory.high() - 0x80000000u, pHigh->get(pHigh));
+}
+
+TEST(Chain, AnOffsetLinkOverMoreThanTwoGibibytesIsFatal) {
+    const qorTest::farMemory memory;
+    auto* pLow = reinterpret_cast<list_chain_offset*>(memory.low());
+    auto* pHigh = reinterpret_cast<list_chain_offset*>(memory.high());
+    EXPECT_TOO_FAR(pLow->set_pNext(pHigh));
+    EXPECT_TOO_FAR(pHigh->set_pPrev(pLow));
+    EXPECT_TOO_FAR(link_list_node(pLow, pHigh));
+}
+#endif
 
 }  // namespace

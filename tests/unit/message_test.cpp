@@ -3,6 +3,7 @@
 
 #include "internal/message.h"
 #include "qor/MiscHelper.h"
+#include "support/far_memory.h"
 #include "support/message_thread.h"
 
 using namespace QOR_ChainHelper;
@@ -256,15 +257,25 @@ TEST_F(Message, ABrokenChainIsReportedAndNeverFollowed) {
 TEST_F(Message, AMessageWithADamagedExtraOffsetHasNoExtraData) {
     chMsgQueue* pQueue = manager().AllocMessageQueue("a");
     msgObject* pMessage = pQueue->AllocMessage(0, 8);
-    for (uint32_t uOffset : {0x7FFFFFFCu, 0x80000000u, 0x20000u, 3u}) {
-        pMessage->m_iOffsetExtra = uOffset;
-        EXPECT_EQ(nullptr, pMessage->GetExtraData()) << uOffset;
+    int32_t* const pnOffset = reinterpret_cast<int32_t*>(&pMessage->m_iOffsetExtra);
+    for (int32_t nOffset : {0x7FFFFFFC, INT32_MIN, 0x20000, 3}) {
+        *pnOffset = nOffset;
+        EXPECT_EQ(nullptr, pMessage->GetExtraData()) << nOffset;
         EXPECT_EQ(0, pMessage->GetExtraSize());
     }
-    pMessage->m_iOffsetExtra = 40;
+    *pnOffset = 40;
     pMessage->m_nExtraSize = 70000;
     EXPECT_EQ(nullptr, pMessage->GetExtraData());
 }
+
+#ifdef QOR_TEST_FAR_MEMORY
+TEST_F(Message, ExtraDataMoreThanTwoGibibytesAwayIsFatal) {
+    const qorTest::farMemory memory;
+    msgObject* pMessage = new (memory.low()) msgObject(1, 2, 3);
+    EXPECT_EXIT(pMessage->set_pExtraData(8, memory.high()), testing::KilledBySignal(SIGABRT),
+                "\\[_chChain:[0-9]+\\] the distance fits into 32 bits ");
+}
+#endif
 
 TEST_F(Message, ProxyAndSubscriptionBlocksHaveTheirSharedLayout) {
     struct target : chMsgProcesser {

@@ -1,6 +1,7 @@
 // Shared strings: their layout, their pool, and what damage does.
 #include "qor/BaseHelper.h"
 #include "support/child.h"
+#include "support/far_memory.h"
 #include "support/text.h"
 
 using namespace QOR_AllocHelper;
@@ -228,5 +229,15 @@ TEST(ShareStringHeap, ItsBlockIsTheLengthAndTheText) {
     EXPECT_EQ(reinterpret_cast<const char*>(pText) + 4, pText->m_szText);
     vRecord.m_arrText[0] = view();
 }
+
+#ifdef QOR_TEST_FAR_MEMORY
+TEST(FarShareString, ATextMoreThanTwoGibibytesAwayIsFatal) {
+    const qorTest::farMemory memory;
+    chShareStringA* pString = new (memory.low()) chShareStringA;
+    EXPECT_EXIT(pString->set_Text(reinterpret_cast<chShareTextA*>(memory.high())), testing::KilledBySignal(SIGABRT),
+                "\\[_chChain:[0-9]+\\] the distance fits into 32 bits ");
+    EXPECT_EQ(0, pString->GetLength());
+}
+#endif
 
 }  // namespace

@@ -80,7 +80,7 @@ public:
     /// The size of the extra data in bytes, 0 when there is none.
     int GetExtraSize() const;
     /// Points the message at a block inside the same segment. The old block is not freed.
-    /// Fatal: a null pointer with a size, or a pointer without one.
+    /// Fatal: a null pointer with a size, a pointer without one, or a block more than 2 GiB away.
     void set_pExtraData(int nExtraSize, void* pData);
     /// Replaces the extra data: a block of the same size is reused, size 0 frees it. pData may be a part of the old
     /// data, or null, which leaves new bytes undefined. Takes the segment's mutex.
@@ -111,16 +111,16 @@ public:
         return reinterpret_cast<msgObject*>(reinterpret_cast<char*>(pMsg) - 5 * sizeof(int32_t));
     }
 
-    uint32_t m_bIsWaitingReply;  ///< 1 when the sender waits, 0 for a posted message
-    int32_t m_nStatus;           ///< one of msgStatus
-    uint32_t m_iOffsetExtra;     ///< extra data, as a distance from this record; all ones for none
-    int32_t m_nExtraSize;        ///< size of the extra data, 0 for none
-    int32_t m_nResult;           ///< the reply value
-    uint32_t uMsg;               ///< message id
-    uint32_t wParam;             ///< first parameter
-    int32_t lParam;              ///< second parameter
-    int32_t m_nPriority;         ///< ordering key in the queue
-    int32_t m_idSender;          ///< task id of the thread that allocated the message
+    uint32_t m_bIsWaitingReply;                       ///< 1 when the sender waits, 0 for a posted message
+    int32_t m_nStatus;                                ///< one of msgStatus
+    QOR_ChainHelper::relativePointer m_iOffsetExtra;  ///< extra data, from this record; null for none
+    int32_t m_nExtraSize;                             ///< size of the extra data, 0 for none
+    int32_t m_nResult;                                ///< the reply value
+    uint32_t uMsg;                                    ///< message id
+    uint32_t wParam;                                  ///< first parameter
+    int32_t lParam;                                   ///< second parameter
+    int32_t m_nPriority;                              ///< ordering key in the queue
+    int32_t m_idSender;                               ///< task id of the thread that allocated the message
 };
 
 static_assert(sizeof(msgObject) == 40, "shared layout");

@@ -46,14 +46,14 @@ using QOR_FileHelper::phraseConstTextA;
 
 /// A link of shared memory to an object of the same segment: the distance from itself, all ones for null.
 template <class T = void>
-class offset_pointer : private QOR_ChainHelper::offsetLink {
+class offset_pointer : private QOR_ChainHelper::relativePointer {
 public:
     /// Null.
-    offset_pointer() { setTarget(NULL); }
+    offset_pointer() { set(this, NULL); }
     /// The object, or null. The distance is not checked.
-    T* get_pData() const { return static_cast<T*>(const_cast<void*>(getTarget())); }
-    /// Points at an object, or at none.
-    void set_pData(const T* p) { setTarget(p); }
+    T* get_pData() const { return static_cast<T*>(get(this)); }
+    /// Points at an object, or at none. Fatal: it is too far away to be of the same segment.
+    void set_pData(const T* p) { set(this, p); }
 };
 
 static_assert(sizeof(offset_pointer<>) == 4, "shared layout");

@@ -39,11 +39,11 @@ public:
     operator const char*() const;
     /// The text block, or null. A damaged link is a fatal assertion.
     chShareTextA* get_Text() const;
-    /// Links a text block; null unlinks.
+    /// Links a text block; null unlinks. Fatal: a block more than 2 GiB away.
     void set_Text(chShareTextA* pText);
 
 private:
-    int32_t m_iOffsetText;
+    QOR_ChainHelper::relativePointer m_iOffsetText;  // from this object
 };
 
 static_assert(sizeof(chShareStringA) == 8 && sizeof(chShareTextA) == 8, "shared layout");
