@@ -1,6 +1,9 @@
 // Values from and to text.
+//
+// Numbers that one program writes are read by another, perhaps in another locale, so they are those of the C locale.
 #include "qor/StringHelper/Convert.h"
 
+#include <locale.h>
 #include <stdio.h>
 #include <stdlib.h>
 
@@ -31,6 +34,24 @@ bool readNumber(const char* lpszText, int32_t& nValue) {
     return true;
 }
 
+// The calling thread formats and scans as in the C locale, whatever the process has chosen.
+class cLocaleScope {
+public:
+    cLocaleScope() : m_localeBefore(uselocale(cLocale())) {}
+    ~cLocaleScope() { uselocale(m_localeBefore); }
+    cLocaleScope(const cLocaleScope&) = delete;
+    cLocaleScope& operator=(const cLocaleScope&) = delete;
+
+private:
+    // Never freed: threads may convert numbers until the process ends.
+    static locale_t cLocale() {
+        static const locale_t s_locale = newlocale(LC_ALL_MASK, "C", static_cast<locale_t>(0));
+        return s_locale;
+    }
+
+    const locale_t m_localeBefore;
+};
+
 }  // namespace
 
 chReferenceStringT<char> toString(int nValue) {
@@ -46,6 +67,7 @@ chReferenceStringT<char> toString(unsigned int nValue) {
 }
 
 chReferenceStringT<char> toString(double fValue) {
+    const cLocaleScope scope;
     chReferenceStringT<char> str;
     str.Format("%lf", fValue);
     return str;
@@ -84,6 +106,7 @@ bool operator>>(const chReferenceStringT<char>& str, unsigned int& nValue) {
 }
 
 bool operator>>(const chReferenceStringT<char>& str, double& fValue) {
+    const cLocaleScope scope;
     const char* lpszText = str;
     return sscanf(lpszText, "%lf", &fValue) == 1;
 }

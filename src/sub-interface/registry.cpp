@@ -2,7 +2,6 @@
 // names never goes. Each function holds the registry's lock for one look-up or change; texts are prepared before and
 // warnings printed after that.
 #include <limits.h>
-#include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 
@@ -87,10 +86,8 @@ int registryGetInt(HREGISTRY hRegistry, const char* lpszKey, int nDefault) {
 
 double registryGetFloat(HREGISTRY hRegistry, const char* lpszKey, double fDefault) {
     double fValue = fDefault;
-    readKey(QOR_MODULE, numberOf(hRegistry), lpszKey, [&fValue, fDefault](const char* lpszValue) {
-        if (sscanf(lpszValue, "%lf", &fValue) != 1)
-            fValue = fDefault;
-    });
+    readKey(QOR_MODULE, numberOf(hRegistry), lpszKey,
+            [&fValue](const char* lpszValue) { QOR_StringHelper::chReferenceStringT<char>(lpszValue) >> fValue; });
     return fValue;
 }
 

@@ -1,6 +1,7 @@
 // Conversions between values and text.
 #include <limits>
 
+#include "support/comma_locale.h"
 #include "support/text.h"
 
 using namespace QOR_StringHelper;
@@ -100,6 +101,19 @@ TEST(FromString, ReadsFloatingPointNumbers) {
     EXPECT_EQ(1.5, read<double>("1.5"));
     EXPECT_EQ(-2e10, read<double>(" -2e10 x"));
     EXPECT_EQ(0.0, read<double>("0", 3.0));
+}
+
+TEST(FromString, NumbersAreTheSameInEveryLocale) {
+    const qorTest::commaLocale locale;
+    ASSERT_TRUE(locale.isSet());
+    char sz[16];
+    snprintf(sz, sizeof(sz), "%.1f", 1.5);
+    ASSERT_STREQ("1,5", sz);
+    EXPECT_EQ("1.500000", narrow(toString(1.5)));
+    EXPECT_EQ(1.5, read<double>("1.5"));
+    EXPECT_EQ(1, read<double>("1,5"));
+    snprintf(sz, sizeof(sz), "%.1f", 1.5);  // the caller's locale is left as it was
+    EXPECT_STREQ("1,5", sz);
 }
 
 TEST(FromString, AStringGetsTheTextItself) {

@@ -9,6 +9,7 @@
 #include <thread>
 
 #include "support/child.h"
+#include "support/comma_locale.h"
 #include "support/registry.h"
 #include "support/system_call.h"
 
@@ -266,6 +267,20 @@ TEST_F(RegistryValue, NumbersAreStoredAsTheirTexts) {
     EXPECT_EQ(INT32_MIN, registryGetInt(h, "i", 0));
     EXPECT_EQ(1, registrySetFloat(h, "f", INFINITY));
     EXPECT_EQ(INFINITY, registryGetFloat(h, "f", 0));
+}
+
+TEST_F(RegistryValue, NumbersInDocumentsDoNotFollowTheLocale) {
+    HREGISTRY h = openFile("s", "[s]\nf = 2.5\n");
+    const commaLocale locale;
+    ASSERT_TRUE(locale.isSet());
+    EXPECT_EQ(2.5, registryGetFloat(h, "f", 0));
+    EXPECT_EQ(1, registrySetFloat(h, "f", 1.5));
+    EXPECT_EQ("1.500000", valueOf(h, "f"));
+    EXPECT_EQ(1.5, registryGetFloat(h, "f", 0));
+    EXPECT_EQ(1, qorSetRegistryFloat(m_strFile.c_str(), "s", "g", -0.25));
+    EXPECT_EQ("[ s ]\nf = 1.500000\ng = -0.250000\n", saved());
+    EXPECT_EQ(-0.25, qorGetRegistryFloat(m_strFile.c_str(), "s", "g", 0));
+    EXPECT_EQ(1.5, QOR_FileHelper::iniFile(m_strFile.c_str()).GetFloatValue("s", "f", 0));
 }
 
 TEST_F(RegistryValue, NamesAndValuesLoseWhiteSpaceAtBothEnds) {

@@ -9,7 +9,7 @@
 /// @endcode
 ///
 /// A view or a plain text converts to the string on the left of `>>`. Nothing here depends on the ABI: a number beyond
-/// 32 bits becomes the nearest one that has them.
+/// 32 bits becomes the nearest one that has them. Nothing depends on the locale either: the decimal point is a point.
 #ifndef QOR_STRINGHELPER_CONVERT_H
 #define QOR_STRINGHELPER_CONVERT_H
 
