@@ -8,6 +8,7 @@
 #include <time.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 
 #include "xInc/keyfile.h"
@@ -93,6 +94,38 @@ bool isFirstAtRange(int fdSemaphore) {
 void reportStep(int nDelta, int nError) {
     qorOutputWarningString("Semop %d failure %s %d:0x%.4x", nDelta, strerror(nError),
                            static_cast<int>(qorGetCurrentProcessId()), static_cast<unsigned>(qorGetCurrentThreadId()));
+}
+
+// Whether a step that failed is to be tried again, and reports what has to be reported. errno is the step's again.
+bool mayRepeatStep(int fdSemaphore, int nDelta, int& nUndo, bool bTellInterrupts) {
+    const int nError = errno;
+    if (nError == EAGAIN)
+        return false;
+    if (nError == EINTR ? bTellInterrupts : nError != ERANGE || isFirstAtRange(fdSemaphore))
+        reportStep(nDelta, nError);
+    errno = nError;
+    if (nError == ERANGE && nUndo != 0) {
+        nUndo = 0;
+        return true;
+    }
+    if (nError == ENOMEM)
+        qorSwitchToThread();  // for what it would have to take back; there will be some again
+    return nError == ENOMEM || nError == EINTR;
+}
+
+constexpr long long nanoPerMilli = 1000000, nanoPerSecond = 1000000000;
+
+long long monotonicNanosecond() {
+    timespec now = {};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return now.tv_sec * nanoPerSecond + now.tv_nsec;
+}
+
+timespec timeSpan(long long nNanosecond) {
+    timespec span;
+    span.tv_sec = static_cast<decltype(span.tv_sec)>(nNanosecond / nanoPerSecond);
+    span.tv_nsec = static_cast<decltype(span.tv_nsec)>(nNanosecond % nanoPerSecond);
+    return span;
 }
 
 // With one processor nobody can release anything while this thread looks for it. The holder may run on any processor
@@ -237,21 +270,27 @@ int xSemaphore::SemaphoreAddValue(int nDelta, int nTimeout) {
     timeout.tv_nsec = nTimeout % 1000 * 1000000L;
     int nUndo = SEM_UNDO;
     const int nWait = nTimeout == 0 ? IPC_NOWAIT : 0;  // cheaper than a time-out that has passed
-    while (!stepSemaphore(m_fdSemaphore, nDelta, nUndo | nWait, nTimeout == -1 ? nullptr : &timeout)) {
-        const int nError = errno;
-        if (nError == EAGAIN)
+    while (!stepSemaphore(m_fdSemaphore, nDelta, nUndo | nWait, nTimeout == -1 ? nullptr : &timeout))
+        if (!mayRepeatStep(m_fdSemaphore, nDelta, nUndo, true))
             return 0;
-        if (nError != ERANGE || isFirstAtRange(m_fdSemaphore))
-            reportStep(nDelta, nError);
-        errno = nError;
-        if (nError == ERANGE && nUndo != 0)
-            nUndo = 0;
-        else if (nError == ENOMEM)
-            qorSwitchToThread();  // for what it would have to take back; there will be some again
-        else if (nError != EINTR)
-            return 0;
-    }
     return nDelta;
+}
+
+// The kernel does not tell how much of an interrupted wait was left.
+BOOL xSemaphore::SemaphoreTakeFor(int nTimeout) {
+    if (!QOR_ASSERT(m_fdSemaphore != -1))
+        return FALSE;
+    const long long nDeadline = nTimeout > 0 ? monotonicNanosecond() + nTimeout * nanoPerMilli : 0;
+    timespec timeout = timeSpan(nTimeout * nanoPerMilli);
+    int nUndo = SEM_UNDO;
+    const int nWait = nTimeout == 0 ? IPC_NOWAIT : 0;
+    while (!stepSemaphore(m_fdSemaphore, -1, nUndo | nWait, nTimeout == -1 ? nullptr : &timeout)) {
+        if (!mayRepeatStep(m_fdSemaphore, -1, nUndo, false))
+            return FALSE;
+        if (nTimeout > 0)
+            timeout = timeSpan(std::max(nDeadline - monotonicNanosecond(), 0LL));
+    }
+    return TRUE;
 }
 
 BOOL xSemaphore::SemaphoreSetValue(int nValue) {
@@ -294,6 +333,17 @@ BOOL chMutex::Lock(int nTimeout) {
     return TRUE;
 }
 
+BOOL chMutex::LockFor(int nTimeout) {
+    if (!QOR_ASSERT(m_fdSemaphore != -1))
+        return FALSE;
+    const bool bMayTry = nTimeout > 0 && hasOtherProcessor();
+    if (!(bMayTry && takeQuickly(m_fdSemaphore)) && !SemaphoreTakeFor(nTimeout))
+        return FALSE;
+    QOR_ASSERT(!m_bIsLocked);
+    m_bIsLocked = TRUE;
+    return TRUE;
+}
+
 void chMutex::Unlock() {
     if (!m_bIsLocked) {
         qorOutputWarningString("Try to unlock a NOLOCKED Mutex.");
@@ -312,6 +362,8 @@ void chEvent::CloseEvent() { CloseSemaphore(); }
 void chEvent::DestroyEvent() { DestroySemaphore(); }
 
 BOOL chEvent::WaitEvent(int nTimeout) { return SemaphoreAddValue(-1, nTimeout) == -1; }
+
+BOOL chEvent::WaitEventFor(int nTimeout) { return SemaphoreTakeFor(nTimeout); }
 
 BOOL chEvent::SetEvent() { return SemaphoreAddValue(1, -1) == 1; }
 

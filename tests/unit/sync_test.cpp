@@ -373,6 +373,46 @@ TEST(Semaphore, AnInterruptedWaitStartsAgainWithItsFullTimeOut) {
     semaphore.DestroySemaphore();
 }
 
+TEST(Semaphore, AWaitWithADeadlineOnlyWaitsForWhatIsLeftAfterAnInterruption) {
+    xSemaphore semaphore;
+    semaphore.OpenSemaphore("sync_deadline");
+    s_arrStepError = {EAGAIN, EINTR, EINTR, EINTR};
+    s_arrTimeout.clear();
+    CaptureStderr();
+    EXPECT_EQ(0, semaphore.SemaphoreTakeFor(1500));
+    EXPECT_EQ("", GetCapturedStderr());
+    ASSERT_EQ(4u, s_arrTimeout.size());
+    long long nBefore = 1500000001;
+    for (const timespec& timeout : s_arrTimeout) {
+        const long long nTime = timeout.tv_sec * 1000000000LL + timeout.tv_nsec;
+        EXPECT_TRUE(nTime < nBefore && nTime >= 0 && timeout.tv_nsec >= 0) << nTime;
+        nBefore = nTime;
+    }
+    s_arrStepError = {EINTR};
+    semaphore.SemaphoreSetValue(1);
+    EXPECT_EQ(1, semaphore.SemaphoreTakeFor(-1));
+    semaphore.DestroySemaphore();
+}
+
+// Timers interrupt every 10 ms what would start again for a minute each time.
+TEST(Semaphore, SignalsDoNotProlongAWaitWithADeadline) {
+    chEvent event;
+    event.OpenEvent("sync_signals");
+    struct sigaction action = {}, old;
+    action.sa_handler = [](int) {};
+    sigaction(SIGALRM, &action, &old);
+    const itimerval timer = {{0, 10000}, {0, 10000}}, off = {};
+    CaptureStderr();
+    setitimer(ITIMER_REAL, &timer, nullptr);
+    EXPECT_EQ(0, event.WaitEventFor(60));
+    event.SetEvent();
+    EXPECT_EQ(1, event.WaitEventFor(60000));
+    setitimer(ITIMER_REAL, &off, nullptr);
+    sigaction(SIGALRM, &old, nullptr);
+    EXPECT_EQ("", GetCapturedStderr());
+    event.DestroyEvent();
+}
+
 TEST(Semaphore, AStepThatTheKernelHasNoMemoryForIsRepeated) {
     openMutex mutex;
     mutex.OpenMutex("sync_memory");
@@ -444,6 +484,23 @@ TEST(Mutex, ATimeOutIsReportedAndLeavesTheHoldersStateAlone) {
     EXPECT_EQ("", GetCapturedStderr());
     EXPECT_EQ(1, mutex.Lock(0));
     mutex.Unlock();
+}
+
+TEST(Mutex, ALockWithADeadlineFailsWithoutAWarning) {
+    openMutex mutex;
+    mutex.OpenMutex("sync_lock_for");
+    CaptureStderr();
+    EXPECT_EQ(1, mutex.LockFor(0));
+    BOOL bLocked = TRUE;
+    for (const int nTimeout : {0, 20}) {
+        std::thread([&] { bLocked = mutex.LockFor(nTimeout); }).join();
+        EXPECT_EQ(0, bLocked);
+    }
+    EXPECT_TRUE(mutex.isLocked());
+    mutex.Unlock();
+    EXPECT_EQ(1, mutex.LockFor(1000));
+    mutex.Unlock();
+    EXPECT_EQ("", GetCapturedStderr());
 }
 
 TEST(Mutex, ATimeOutBelowMinusOneIsInvalidHoweverManyProcessorsThereAre) {

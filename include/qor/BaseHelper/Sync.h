@@ -113,6 +113,11 @@ public:
     ///         highest one, 32,767, or the kernel cannot take the step or the time-out. Fatal when not open.
     int SemaphoreAddValue(int nDelta, int nTimeout);
 
+    /// Takes one, waiting while the value is 0. Unlike SemaphoreAddValue(), it keeps its time-out however often signals
+    /// interrupt it, and warns of none. @return 1; 0 on time-out, and after a warning for any other reason. Fatal when
+    /// not open.
+    BOOL SemaphoreTakeFor(int nTimeout);
+
     /// Sets the value, 0 to 32,767, and forgets what the kernel would have taken back for any process.
     /// @return 1, or 0 after a warning. Fatal when not open.
     BOOL SemaphoreSetValue(int nValue);
@@ -148,6 +153,10 @@ public:
     /// @return 1; 0 with a warning on time-out or when the mutex was removed. Fatal when not open.
     BOOL Lock(int nTimeout);
 
+    /// Lock() that keeps its time-out however often signals interrupt it, and that passes without a warning.
+    /// @return 1; 0 on time-out, and after a warning when the mutex was removed. Fatal when not open.
+    BOOL LockFor(int nTimeout);
+
     /// Releases the mutex; only warns when it is not locked through this object.
     void Unlock();
 
@@ -178,6 +187,9 @@ public:
 
     /// Waits for one set and takes it. @return 1, or 0 on time-out or when the event was removed.
     BOOL WaitEvent(int nTimeout);
+
+    /// WaitEvent() that keeps its time-out however often signals interrupt it, and warns of none.
+    BOOL WaitEventFor(int nTimeout);
 
     /// Lets one wait through. @return 1, or 0 when the event was removed or 32,767 sets are pending.
     BOOL SetEvent();
