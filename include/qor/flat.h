@@ -204,7 +204,9 @@ QOR_API int registryGetInt(HREGISTRY hRegistry, const char* lpszKey, int nDefaul
 /** The number that a value begins with; the default when it begins with none or there is no such key. */
 QOR_API double registryGetFloat(HREGISTRY hRegistry, const char* lpszKey, double fDefault);
 /** Sets a value, in memory only: 1 when that changed it, 0 when it was so already and for no section. The first value
- *  of a key is always a change. Fatal: no room left in the registry. */
+ *  of a key is always a change. What the file could not hold is refused: a value or name with a line feed, a key with
+ *  '=' in it or ';', '#' or '[' at its begin, a section with ']'; that is a warning ("Refused: ..."), 0, and nothing is
+ *  changed. Fatal: no room left in the registry. */
 QOR_API BOOL registrySetString(HREGISTRY hRegistry, const char* lpszKey, const char* lpszValue);
 /** registrySetString() of the number as "%d" prints it. */
 QOR_API BOOL registrySetInt(HREGISTRY hRegistry, const char* lpszKey, int nValue);

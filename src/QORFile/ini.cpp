@@ -9,6 +9,8 @@
 #include <new>
 
 #include "internal/byte_string.h"
+#include "internal/ini_text.h"
+#include "internal/report.h"
 #include "QORFile/ini_table.h"
 #include "qor/StringHelper/Convert.h"
 
@@ -182,6 +184,10 @@ refString iniDocument::GetTextValue(const phraseConstTextA& section, const phras
 
 BOOL iniDocument::SetTextValue(const phraseConstTextA& section, const phraseConstTextA& key,
                                const phraseConstTextA& text) {
+    if (const char* lpszWhy = whyNoEntry(section, key, text)) {
+        QOR_WARN_TEXT(false, refusal(section, key, lpszWhy).c_str());
+        return 0;
+    }
     return GetSection(section)->GetKey(key)->SetValue(text);
 }
 

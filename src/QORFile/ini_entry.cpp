@@ -1,5 +1,9 @@
 // The entries of INI documents: their memory, and keys.
+#include <string.h>
+
 #include "internal/byte_string.h"
+#include "internal/ini_text.h"
+#include "internal/report.h"
 #include "qor/FileHelper/Ini.h"
 
 using QOR_AllocHelper::denseAlloc;
@@ -14,7 +18,25 @@ bool isNullObject(const void* p) {
     return pAny == NULL;
 }
 
+// A string keeps a name up to its first NUL only.
+bool isWritableName(iniLineType eType, const phraseConstTextA& name) {
+    if (name.IsEmpty())
+        return true;
+    const constText kept(name, static_cast<int>(strnlen(name, static_cast<size_t>(name.GetLength()))));
+    switch (eType) {
+        case iniLineSection:
+            return whyNoSectionName(kept) == NULL;
+        case iniLineKey:
+            return whyNoKeyName(kept) == NULL;
+        default:
+            return true;
+    }
+}
+
 }  // namespace
+
+iniObject::iniObject(iniLineType eType, const phraseConstTextA& name)
+    : m_eType(eType), m_bWritable(isWritableName(eType, name)), m_strKey(name) {}
 
 // ---- memory
 
@@ -38,6 +60,11 @@ refString iniKey::GetValue(const char* lpszDefault) const {
 }
 
 BOOL iniKey::SetValue(const phraseConstTextA& text) {
+    const char* lpszWhy = IsWritable() ? whyNoValue(text) : whyNoKeyName(viewOf(key()));
+    if (lpszWhy != NULL) {
+        QOR_WARN_TEXT(false, refusal(constText(), viewOf(key()), lpszWhy).c_str());
+        return 0;
+    }
     const BOOL bWasFresh = m_bFresh;
     m_bFresh = 0;
     if (stringSame(m_strValue, text))

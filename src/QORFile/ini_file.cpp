@@ -7,6 +7,7 @@
 
 #include "internal/byte_string.h"
 #include "internal/dense_alloc.h"
+#include "internal/ini_text.h"
 #include "internal/report.h"
 #include "internal/safe_save.h"
 
@@ -28,6 +29,12 @@ bool endsOpen(iniObject* pObject) {
     const chReferenceStringT<char>& strText = static_cast<iniComment*>(pObject)->text();
     const int nLength = strText.GetLength();
     return nLength > 0 && static_cast<const char*>(strText)[nLength - 1] != '\n';
+}
+
+void warnUnwritable(const iniObject& object) {
+    const constText name = viewOf(object.key());
+    const char* lpszWhy = object.type() == iniLineSection ? whyNoSectionName(name) : whyNoKeyName(name);
+    QOR_WARN_TEXT(false, refusal(constText(), name, lpszWhy).c_str());
 }
 
 // Writes up to four texts, together if they are short: a call of the stream costs more than a copy.
@@ -71,6 +78,10 @@ BOOL iniObjList::ExportToFile(chFileStdio& file) const {
     bool bOpenLine = false;
     for (iterator it = begin(); it != end(); ++it) {
         iniObject* pObject = *it;
+        if (!pObject->IsWritable()) {
+            warnUnwritable(*pObject);
+            continue;
+        }
         if ((bOpenLine && !file.WriteString("\n")) || !pObject->exportObject(file))
             return 0;
         bOpenLine = endsOpen(pObject);

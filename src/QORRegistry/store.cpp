@@ -12,6 +12,7 @@
 
 #include <new>
 
+#include "internal/ini_text.h"
 #include "internal/registry.h"
 #include "internal/report.h"
 #include "internal/singleton.h"
@@ -115,7 +116,12 @@ bool regKey::IsChangedBy(const phraseConstTextA& text) const {
     return loadShareWord(m_bFresh) != 0 || !QOR_FileHelper::stringSame(viewOf(m_strValue), text);
 }
 
+// What is not counted here may be counted already, and then is written.
 BOOL regKey::SetValue(const phraseConstTextA& text) {
+    if (const char* lpszWhy = QOR_FileHelper::whyNoEntry(constText(), viewOf(m_strName), text)) {
+        QOR_WARN_TEXT(false, QOR_FileHelper::refusal(constText(), viewOf(m_strName), lpszWhy).c_str());
+        return 0;
+    }
     if (!IsChangedBy(text))
         return 0;
     if (!QOR_FileHelper::stringSame(viewOf(m_strValue), text) && !replaceText(m_strValue, text)) {
@@ -173,10 +179,15 @@ regKey* regSection::AppendKey(const phraseConstTextA& name, const phraseConstTex
     });
 }
 
-BOOL regSection::SetKeyValue(const phraseConstTextA& name, const phraseConstTextA& text, bool* pbNew) {
+BOOL regSection::SetKeyValue(const phraseConstTextA& name, const phraseConstTextA& text, std::string& strWarning) {
+    strWarning.clear();
+    if (const char* lpszWhy = QOR_FileHelper::whyNoEntry(viewOf(m_strName), name, text)) {
+        strWarning = QOR_FileHelper::refusal(viewOf(m_strName), name, lpszWhy);
+        return 0;
+    }
     regKey* pKey = FindKeyObject(name);
-    if (pbNew != NULL)
-        *pbNew = pKey == NULL;
+    if (pKey == NULL)
+        strWarning = "Write: " + std::string(name, static_cast<size_t>(name.GetLength()));
     if (pKey != NULL && !pKey->IsChangedBy(text))
         return 0;
     if (regDocument* pDocument = GetHostDocument()) {

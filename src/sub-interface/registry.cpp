@@ -5,12 +5,14 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include "internal/ini_text.h"
 #include "internal/registry.h"
 #include "internal/report.h"
 #include "qor/MiscHelper.h"
 #include "qor/flat.h"
 
 using namespace QOR_RegistryHelper;
+using QOR_FileHelper::constText;
 using QOR_MiscHelper::qorGetCurrentTaskId;
 
 namespace {
@@ -18,6 +20,12 @@ namespace {
 uintptr_t numberOf(HREGISTRY hRegistry) { return reinterpret_cast<uintptr_t>(hRegistry); }
 
 HREGISTRY handleOf(const void* pObject) { return reinterpret_cast<HREGISTRY>(registry().GetHandle(pObject)); }
+
+// A name as the registry takes it, without a warning of what is cut.
+constText trimmedText(const char* lpszText) {
+    lpszText = textOf(lpszText);
+    return QOR_FileHelper::trimmed(lpszText, lpszText + strlen(lpszText));
+}
 
 // The whole text; the default may stand in the buffer.
 void copyText(char* lpszBuffer, const char* lpszText) { memmove(lpszBuffer, lpszText, strlen(lpszText) + 1); }
@@ -93,7 +101,7 @@ double registryGetFloat(HREGISTRY hRegistry, const char* lpszKey, double fDefaul
 
 BOOL registrySetString(HREGISTRY hRegistry, const char* lpszKey, const char* lpszValue) {
     const phraseConstTextA name(lpszKey), text(lpszValue);
-    bool bNew = false;
+    std::string strWarning;
     BOOL bChanged = 0;
     {
         registryLock lock;
@@ -101,10 +109,9 @@ BOOL registrySetString(HREGISTRY hRegistry, const char* lpszKey, const char* lps
         if (pSection == NULL)
             return 0;
         registry().getObject()->ClearLostDocument();
-        bChanged = pSection->SetKeyValue(name, text, &bNew);
+        bChanged = pSection->SetKeyValue(name, text, strWarning);
     }
-    if (bNew)
-        QOR_WARN_TEXT(false, ("Write: " + std::string(name, static_cast<size_t>(name.GetLength()))).c_str());
+    QOR_WARN_TEXT(strWarning.empty(), strWarning.c_str());
     return bChanged;
 }
 
@@ -154,6 +161,12 @@ double qorGetRegistryFloat(const char* lpszFileName, const char* lpszSectionName
 
 BOOL qorSetRegistryString(const char* lpszFileName, const char* lpszSectionName, const char* lpszKey,
                           const char* lpszValue) {
+    // Not even the section is made, which otherwise would stay in the registry for nothing.
+    const constText section = trimmedText(lpszSectionName);
+    if (const char* lpszWhy = QOR_FileHelper::whyNoSectionName(section)) {
+        QOR_WARN_TEXT(false, QOR_FileHelper::refusal(section, trimmedText(lpszKey), lpszWhy).c_str());
+        return 0;
+    }
     const HREGISTRY hRegistry = registryOpen(lpszFileName, lpszSectionName);
     const BOOL bChanged = registrySetString(hRegistry, lpszKey, lpszValue);
     registryFlush(hRegistry);

@@ -20,6 +20,8 @@ using namespace QOR_FileHelper;
 using namespace QOR_StringHelper;
 using qorTest::putFile;
 
+typedef chConstTextT<char> constText;
+
 namespace {
 
 const std::string s_strName = "/tmp/net.ini";
@@ -347,15 +349,108 @@ TEST_F(IniSave, SavingUnderAnotherNameDoesNotChangeTheNameOfTheDocument) {
     unlink("/tmp/copy.ini");
 }
 
-TEST_F(IniSave, NothingIsEscapedSoWhatReadsAsSomethingElseDoesNotComeBack) {
+// Every text of up to three of these bytes, among them those that separate things in a file.
+std::vector<std::string> oddTexts() {
+    const std::string strBytes("a \n\r=[];#\0", 10);
+    std::vector<std::string> listText = {""};
+    for (size_t nBegin = 0, nLength = 1; nLength <= 3; ++nLength) {
+        const size_t nEnd = listText.size();
+        for (; nBegin < nEnd; ++nBegin)
+            for (const char ch : strBytes)
+                listText.push_back(listText[nBegin] + ch);
+    }
+    return listText;
+}
+
+bool isAllOf(const iniFile& file, const phraseConstTextA& section, const phraseConstTextA& key,
+             const phraseConstTextA& value) {
+    if (file.size() != 1 || file.front()->type() != iniLineSection || !stringSame(file.front()->key(), section))
+        return false;
+    const iniSection* pSection = static_cast<const iniSection*>(file.front());
+    if (pSection->size() != 1 || pSection->front()->type() != iniLineKey || !stringSame(pSection->front()->key(), key))
+        return false;
+    const char* lpszValue = static_cast<const iniKey*>(pSection->front())->value();
+    return stringSame(constText(lpszValue), value);
+}
+
+// Whether an entry, written without any check, is read back as what it is.
+bool isReadBack(const phraseConstTextA& section, const phraseConstTextA& key, const phraseConstTextA& value) {
+    const auto textOf = [](const phraseConstTextA& text) {
+        return std::string(text, static_cast<size_t>(text.GetLength()));
+    };
+    putFile(s_strName, "[ " + textOf(section) + " ]\n" + textOf(key) + " = " + textOf(value) + "\n");
+    return isAllOf(iniFile(s_strName.c_str()), section, key, value);
+}
+
+TEST_F(IniSave, ASetterRefusesExactlyWhatWouldNotBeReadBack) {
+    int nSet = 0, nRefused = 0;
+    const auto check = [&](const std::string& strSection, const std::string& strKey, const std::string& strValue) {
+        const auto phraseOf = [](const std::string& str) {
+            return phraseConstTextA(constText(str.data(), static_cast<int>(str.size())));
+        };
+        const phraseConstTextA section = phraseOf(strSection), key = phraseOf(strKey), value = phraseOf(strValue);
+        iniFile file;
+        const BOOL bSet = file.SetTextValue(section, key, value);
+        EXPECT_EQ(isReadBack(section, key, value), bSet != 0)
+            << testing::PrintToString(strSection) << testing::PrintToString(strKey) << testing::PrintToString(strValue);
+        EXPECT_EQ(bSet, !file.empty());
+        EXPECT_EQ(1, file.SaveToFile(s_strName.c_str()));
+        EXPECT_EQ(bSet != 0, isAllOf(iniFile(s_strName.c_str()), section, key, value));
+        ++(bSet ? nSet : nRefused);
+    };
+    testing::internal::CaptureStderr();  // the trimming and each refusal are warnings
+    for (const std::string& strText : oddTexts()) {
+        check(strText, "k", "v");
+        check("s", strText, "v");
+        check("s", "k", strText);
+    }
+    testing::internal::GetCapturedStderr();
+    EXPECT_GT(nSet, 1000);
+    EXPECT_GT(nRefused, 500);
+}
+
+std::string warningOf(const std::function<void()>& fnCall) {
+    testing::internal::CaptureStderr();
+    fnCall();
+    const std::string strWarning = testing::internal::GetCapturedStderr();
+    const size_t nText = strWarning.find("] ");
+    return nText == std::string::npos ? strWarning : strWarning.substr(nText + 2, strWarning.rfind(" (") - nText - 2);
+}
+
+TEST_F(IniSave, ARefusalIsAWarningThatSaysWhatAndWhy) {
     iniFile file;
-    file.SetTextValue("a", "k", "v\nl = w\n[ b ]");
-    file.SetTextValue("a", "n=m", "x");
-    file.SetTextValue("a", ";c", "y");
-    file.SetTextValue("d]e", "k", "z");
+    file.SetTextValue("a", "k", "v");
+    const auto refused = [&file](const char* lpszSection, const char* lpszKey, const char* lpszValue) {
+        return warningOf([&] { EXPECT_EQ(0, file.SetTextValue(lpszSection, lpszKey, lpszValue)); });
+    };
+    EXPECT_EQ("Refused: [a] k: a value has no line feed or NUL", refused("a", "k", "x\nb = evil\n[T]\nc = evil"));
+    EXPECT_EQ("Refused: [d]e] k: the name of a section has no line feed, NUL or ']'", refused("d]e", "k", "v"));
+    EXPECT_EQ("Refused: [a] n=m: the name of a key has no line feed, NUL or '='", refused("a", "n=m", "v"));
+    EXPECT_EQ("Refused: [a] x?[T]: the name of a key has no line feed, NUL or '='", refused("a", "x\n[T]", "v"));
+    EXPECT_EQ("Refused: [a] ;c: the name of a key does not begin with ';', '#' or '['", refused("a", ";c", "v"));
+    const std::string strLong(100, 's');
+    EXPECT_EQ("Refused: [" + strLong.substr(0, 64) + "...] k: a value has no line feed or NUL",
+              refused(strLong.c_str(), "k", "x\ny"));
+    EXPECT_EQ("Refused: k: a value has no line feed or NUL",
+              warningOf([&file] { EXPECT_EQ(0, file.FindSection("a")->FindKey("k")->SetValue("x\ny")); }));
     EXPECT_EQ(1, file.SaveToFile(s_strName.c_str()));
-    EXPECT_EQ("[ a ]\nk = v\nl = w\n[ b ]\nn=m = x\n;c = y\n[ d]e ]\nk = z\n", get(s_strName));
-    EXPECT_EQ("[ a ]\nk = v\nl = w\n[ b ]\nn = m = x\n;c = y\n[ d ]\nk = z\n", savedAgain(get(s_strName)));
+    EXPECT_EQ("[ a ]\nk = v\n", get(s_strName));
+}
+
+TEST_F(IniSave, AnEntryMadeWithANameThatWouldNotBeReadBackIsNotWritten) {
+    iniFile file;
+    file.GetSection("a");
+    EXPECT_EQ("Refused: b = evil?[T]?c: the name of a key has no line feed, NUL or '='",
+              warningOf([&file] { EXPECT_EQ(0, file.GetSection("a")->GetKey("b = evil\n[T]\nc")->SetValue("evil")); }));
+    file.GetSection("d]e")->GetKey("k")->SetValue("lost");
+    file.GetSection("d]e")->push_back(new iniComment("; without a line feed"));
+    file.SetTextValue("f", "k", "v");
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(1, file.SaveToFile(s_strName.c_str()));
+    const std::string strWarnings = testing::internal::GetCapturedStderr();
+    EXPECT_NE(std::string::npos, strWarnings.find("Refused: b = evil?[T]?c: the name of a key has no"));
+    EXPECT_NE(std::string::npos, strWarnings.find("Refused: d]e: the name of a section has no"));
+    EXPECT_EQ("[ a ]\n[ f ]\nk = v\n", get(s_strName));
 }
 
 TEST_F(IniSave, AFileThatCannotBeWrittenIsAFailure) {

@@ -198,7 +198,10 @@ TEST_F(RegistryLayout, ABrokenChainIsAFatalAssertionAndNoWildAccess) {
         dies(32, nWord, [&] { m_pRoot->FindDocumentObject("/tmp/other.ini"); });
         dies(offsetOf(pDocument) + 8, nWord, [&] { pDocument->FindSectionObject("other"); });
         dies(offsetOf(pSection) + 8, nWord, [&] { pSection->FindKeyObject("other"); });
-        dies(offsetOf(pSection) + 48, nWord, [&] { pSection->SetKeyValue("k", "v", NULL); });
+        dies(offsetOf(pSection) + 48, nWord, [&] {
+            std::string strWarning;
+            pSection->SetKeyValue("k", "v", strWarning);
+        });
     }
     const int nNode = offsetOf(pSection->FindKeyObject("k")) - 8;
     dies(nNode, 0, [&] { pSection->FindKeyObject("other"); });  // a circle without its head

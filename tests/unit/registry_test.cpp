@@ -292,6 +292,52 @@ TEST_F(RegistryValue, NamesAndValuesLoseWhiteSpaceAtBothEnds) {
     EXPECT_EQ("", valueOf(h, ""));
 }
 
+TEST_F(RegistryValue, AValueOrNameThatForgesOthersIsRefusedAndChangesNothing) {
+    HREGISTRY h = openFile("s", "[s]\nb = good\n[T]\nc = good\n");
+    const std::string strEvil = "x\nb = evil\n[T]\nc = evil";
+    const auto refused = [&](HREGISTRY hSection, const char* lpszKey, const char* lpszValue) {
+        const texts listReport = reportsOf([&] { EXPECT_EQ(0, registrySetString(hSection, lpszKey, lpszValue)); });
+        return listReport.size() == 1 ? listReport[0] : "other than one report";
+    };
+    EXPECT_EQ("sub-interface: Refused: [s] v: a value has no line feed or NUL", refused(h, "v", strEvil.c_str()));
+    EXPECT_EQ("sub-interface: Refused: [s] b: a value has no line feed or NUL", refused(h, "b", strEvil.c_str()));
+    EXPECT_EQ("sub-interface: Refused: [s] x?[T]?c: the name of a key has no line feed, NUL or '='",
+              refused(h, "x\n[T]\nc", "evil"));
+    EXPECT_EQ("sub-interface: Refused: [s] #k: the name of a key does not begin with ';', '#' or '['",
+              refused(h, "#k", "v"));
+    EXPECT_EQ("sub-interface: Refused: [x?[T] c: the name of a section has no line feed, NUL or ']'",
+              refused(open("x\n[T"), "c", "evil"));
+    EXPECT_EQ(0, documentOf(h)->m_nChagedCount);
+    EXPECT_EQ("(none)", valueOf(h, "v"));
+    EXPECT_EQ("good", valueOf(h, "b"));
+    EXPECT_EQ(1, registrySetString(h, "v", " [T] c = ; #\n"));  // cut at both ends, and read back as a value
+    registryFlush(h);
+    EXPECT_EQ("[ s ]\nb = good\nv = [T] c = ; #\n[ T ]\nc = good\n", saved());
+}
+
+TEST_F(RegistryValue, AShortcutMakesNoSectionOfANameThatForgesOthers) {
+    HREGISTRY h = open("s");
+    const texts listReport =
+        reportsOf([&] { EXPECT_EQ(0, qorSetRegistryString(m_strFile.c_str(), "s]\n[T", "k", "evil")); });
+    EXPECT_EQ(texts{"sub-interface: Refused: [s]?[T] k: the name of a section has no line feed, NUL or ']'"},
+              listReport);
+    EXPECT_EQ(1, documentOf(h)->m_lstSection.size());
+    EXPECT_NE(0, access(m_strFile.c_str(), F_OK));
+}
+
+TEST_F(RegistryValue, AKeysOwnSetterRefusesWhatForgesOthers) {
+    regSection* pSection = sectionOf(open("s"));
+    registryHelper().Lock(-1);
+    regKey* pKey = pSection->GetKeyObject("k");
+    EXPECT_EQ(1, pKey->SetValue("v"));
+    EXPECT_EQ(texts{"QORRegistry: Refused: k: a value has no line feed or NUL"},
+              reportsOf([&] { EXPECT_EQ(0, pKey->SetValue("x\n[T]")); }));
+    EXPECT_STREQ("v", pKey->GetValue());
+    EXPECT_EQ(texts{"QORRegistry: Refused: a=b: the name of a key has no line feed, NUL or '='"},
+              reportsOf([&] { EXPECT_EQ(0, pSection->GetKeyObject("a=b")->SetValue("v")); }));
+    registryHelper().Unlock();
+}
+
 TEST_F(RegistryValue, ABoundedCopyIsTerminatedAndTellsTheWholeLength) {
     HREGISTRY h = openFile("s", "[s]\nk=0123456789\n");
     for (const int nSize : {1, 2, 10, 11, 12}) {

@@ -41,7 +41,7 @@ int layerOf(const std::string& strFile) {
         {"MiscHelper|_chMisc|xMisc", 5},
         {"BaseHelper|_chBaseClass|xBaseClass|xInc/keyfile|internal/(scope_lock|singleton|tick)\\.h", 6},
         {"TraceHelper|QORTrace", 7},
-        {"FileHelper|QORFile|xFile|internal/(safe_save|file_lock|whole_file|byte_string)\\.", 8},
+        {"FileHelper|QORFile|xFile|internal/(safe_save|file_lock|whole_file|byte_string|ini_text)\\.", 8},
         {"RegularExpress", 8},
         {"CodePage", 8},
         {"RegistryHelper|QORRegistry|internal/registry\\.h", 10},

@@ -16,8 +16,9 @@
 /// - A line is text up to its first NUL byte, if it has one; a comment or blank line is kept whole. It ends with a line
 ///   feed; a carriage return in front of that is white space, elsewhere a character like others. So is a byte-order
 ///   mark: a first line that begins with one is neither header nor comment.
-/// - Quotes are part of a value, and nothing is escaped. What reads as something else does not come back from a file: a
-///   value or name with a line feed, a key's name with '=' in it or ';', '#' or '[' at its begin, a section's with ']'.
+/// - Quotes are part of a value, and nothing is escaped. What would be read back as something else is not set, with a
+///   warning ("Refused: ..."): a value or name with a line feed or NUL, a key's name with '=' in it or ';', '#' or '['
+///   at its begin, a section's with ']'. A section or key that was made with such a name is not written.
 /// - Saving replaces a file crash-safely: the old or the new one is there, whatever happens, and the next load
 ///   completes what was interrupted.
 ///
@@ -83,12 +84,16 @@ public:
     const phraseStringA& key() const { return m_strKey; }
 
 protected:
-    iniObject(iniLineType eType, const phraseConstTextA& name) : m_eType(eType), m_strKey(name) {}
+    iniObject(iniLineType eType, const phraseConstTextA& name);
+    /// Whether the name, written to a file, is read back as what it is.
+    bool IsWritable() const { return m_bWritable; }
 
 private:
     friend class iniLoader;
+    friend class iniObjList;
 
-    const iniLineType m_eType;
+    const iniLineType m_eType : 8;
+    const bool m_bWritable : 1;
     phraseStringA m_strKey;
 };
 
@@ -120,7 +125,8 @@ public:
     const char* value() const;
     /// A string of its own with the value; the default for a null key.
     QOR_StringHelper::chReferenceStringT<char> GetValue(const char* lpszDefault) const;
-    /// Stores a value; whether that changed the key.
+    /// Stores a value; whether that changed the key. 0, with a warning and nothing changed, for a value or a key's own
+    /// name that a file cannot hold.
     BOOL SetValue(const phraseConstTextA& text);
 
 private:
@@ -174,7 +180,8 @@ public:
     /// ClearObjList().
     ~iniObjList() { ClearObjList(); }
 
-    /// Writes every entry, in order; whether all was written.
+    /// Writes every entry, in order; whether all was written. One whose name a file cannot hold is left out, with a
+    /// warning.
     BOOL ExportToFile(chFileStdio& file) const;
     /// Deletes every entry.
     void ClearObjList();
@@ -238,7 +245,8 @@ public:
     /// A string of its own with the value; the default when there is no such section or key.
     QOR_StringHelper::chReferenceStringT<char> GetTextValue(const phraseConstTextA& section,
                                                             const phraseConstTextA& key, const char* lpszDefault) const;
-    /// Stores a value, for which section and key are made; whether that changed the key.
+    /// Stores a value, for which section and key are made; whether that changed the key. 0, with a warning and nothing
+    /// made, for names or a value that a file cannot hold.
     BOOL SetTextValue(const phraseConstTextA& section, const phraseConstTextA& key, const phraseConstTextA& text);
     /// The value as a number, hexadecimal behind "0x" or "0X"; the default when there is none, or no number. A decimal
     /// one out of range becomes the nearest, a hexadecimal one 0xFFFFFFFF.

@@ -29,6 +29,7 @@
 #define QOR_REGISTRYHELPER_STORE_H
 
 #include <atomic>
+#include <string>
 
 #include "qor/AllocHelper.h"
 #include "qor/BaseHelper/Share.h"
@@ -90,7 +91,8 @@ public:
     bool IsNamed(const phraseConstTextA& name, uint32_t uHash) const;
     /// The value, until it changes; null for a null key.
     const char* GetValue() const;
-    /// Stores a value. 1 when it differs from the stored one, or is the first that the key gets; else 0.
+    /// Stores a value. 1 when it differs from the stored one, or is the first that the key gets; else 0. A value, or
+    /// a key's name, that an INI file cannot hold is refused with a warning: 0, and nothing is changed.
     BOOL SetValue(const phraseConstTextA& text);
     /// Whether SetValue() would answer 1.
     bool IsChangedBy(const phraseConstTextA& text) const;
@@ -122,8 +124,10 @@ public:
     /// The key of a name, appended without a value when there is none.
     regKey* GetKeyObject(const phraseConstTextA& name);
     /// Sets the value of a key, which is made when there is none; 1, and counted in key, section and document, when
-    /// that changed something, else 0. *pbNew (may be null) tells whether the key was made.
-    BOOL SetKeyValue(const phraseConstTextA& name, const phraseConstTextA& text, bool* pbNew);
+    /// that changed something, else 0. What an INI file cannot hold, as the value or as the name of key or section, is
+    /// refused: 0, and nothing is changed. strWarning becomes what is to be reported when the lock is free: of a key
+    /// that was made ("Write: %s"), or of a refusal ("Refused: ..."), else empty.
+    BOOL SetKeyValue(const phraseConstTextA& name, const phraseConstTextA& text, std::string& strWarning);
     /// Appends a key with its value, of a name that no key has, as read from the file: nothing is counted.
     regKey* AppendKey(const phraseConstTextA& name, const phraseConstTextA& text) { return AppendKey(name, text, 0); }
     /// Frees every key, the youngest first.
