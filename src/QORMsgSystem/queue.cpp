@@ -13,8 +13,8 @@
 #include "internal/message.h"
 #include "internal/report.h"
 #include "internal/scope_lock.h"
-#include "internal/share_chain.h"
 #include "qor/BaseHelper/Sync.h"
+#include "qor/ChainHelper/CheckedChain.h"
 #include "qor/MiscHelper.h"
 #include "qor/MsgQueueHelper/ShareHelper.h"
 #include "qor/TraceHelper.h"
@@ -42,10 +42,12 @@ chMsgQueue* queueOf(list_chain_offset* pNode) {
     return pNode != NULL ? reinterpret_cast<chMsgQueue*>(pNode + 1) : NULL;
 }
 
-shareChain messagesOf(const chMsgQueue* pQueue) { return shareChain(&pQueue->m_vRootMessageChain, sizeMessageRecord); }
+shareChain messagesOf(const chMsgQueue* pQueue) {
+    return shareChain(&pQueue->m_vRootMessageChain, sizeMessageRecord, QOR_MODULE);
+}
 
 shareChain queuesOf(const chMsgQueueManager* pManager) {
-    return shareChain(&pManager->m_vRootQueueChain, sizeQueueRecord);
+    return shareChain(&pManager->m_vRootQueueChain, sizeQueueRecord, QOR_MODULE);
 }
 
 QOR_AllocHelper::baseStaticPoolAlloc& poolOf(const void* p) { return chSystemShareObject::FromAddress(p)->m_objPool; }
@@ -198,7 +200,7 @@ msgObject* putMessage(chMsgQueue& objQueue, const msgDraft& draft, bool* pbWake)
         [&draft](list_chain_offset* p) { return loadShareWord(messageOf(p)->m_nPriority) >= draft.nPriority; });
     if (pbWake != NULL)
         *pbWake = pLeft == NULL || messageOf(pLeft)->GetStatus() != MT_EMITTED;
-    chain.InsertBehind(pLeft, nodeOf(pMessage));
+    chain.InsertAfter(pLeft, nodeOf(pMessage));
     return pMessage;
 }
 

@@ -42,7 +42,8 @@ bool replaceText(chShareStringA& str, const constText& text) {
     chShareTextA* pOld = str.get_Text();
     chShareTextA* pNew = NULL;
     if (const int nLength = text.GetLength()) {
-        if (str.get_pPool()->find_big_enough_cell(nLength + 8) == NULL)
+        baseStaticPoolAlloc* const pPool = str.get_pPool();
+        if (pPool == NULL || pPool->find_big_enough_cell(nLength + 8) == NULL)
             return false;
         pNew = static_cast<chShareTextA*>(str.alloc(nLength + 8));
         if (pNew == NULL)
@@ -57,14 +58,15 @@ bool replaceText(chShareStringA& str, const constText& text) {
     return true;
 }
 
-// The pool's fatal assertion, when what was taken so far has been given back.
-void failNoRoom(baseStaticPoolAlloc* pPool) { pPool->alloc(regDocumentManager::segmentSize); }
+// The fatal assertion of a pool without room, or of a handle that a damaged segment leaves without a pool, when what
+// was taken so far has been given back.
+void failNoRoom(QOR_AllocHelper::baseSharePoolAlloc& pool) { pool.alloc(regDocumentManager::segmentSize); }
 
 template <class T, class Fn>
 T* appendOrFail(regObjList<T>& lst, Fn fnFill) {
     T* pObject = lst.AppendObject(fnFill);
     if (pObject == NULL)
-        failNoRoom(lst.get_pPool());
+        failNoRoom(lst);
     return pObject;
 }
 
@@ -125,7 +127,7 @@ BOOL regKey::SetValue(const phraseConstTextA& text) {
     if (!IsChangedBy(text))
         return 0;
     if (!QOR_FileHelper::stringSame(viewOf(m_strValue), text) && !replaceText(m_strValue, text)) {
-        failNoRoom(m_strValue.get_pPool());
+        failNoRoom(m_strValue);
         return 0;
     }
     storeShareWord(m_bFresh, 0);
@@ -143,8 +145,7 @@ regSection::regSection() {
 regSection::~regSection() { ClearKeys(); }
 
 void regSection::ClearKeys() {
-    while (regKey* pKey = m_lstKey.LastObject())
-        m_lstKey.EraseObject(pKey);
+    m_lstKey.EraseLastWhile([](const regKey&) { return true; });
 }
 
 bool regSection::InitSection(baseStaticPoolAlloc* pPool, const phraseConstTextA& name) {
@@ -222,10 +223,10 @@ regDocument::regDocument() {
 regDocument::~regDocument() { ClearSections(); }
 
 void regDocument::ClearSections() {
-    while (regSection* pSection = m_lstSection.LastObject()) {
-        pSection->ClearKeys();
-        m_lstSection.EraseObject(pSection);
-    }
+    m_lstSection.EraseLastWhile([](regSection& section) {
+        section.ClearKeys();
+        return true;
+    });
 }
 
 void regDocument::InitDocument(baseStaticPoolAlloc* pPool) {
@@ -274,7 +275,7 @@ BOOL regDocument::CreateFromIni(const char* lpszFileName, const iniFile& file) {
         }
     }
     if (!replaceText(m_strFileName, lpszFileName))
-        failNoRoom(m_strFileName.get_pPool());
+        failNoRoom(m_strFileName);
     return 1;
 }
 
@@ -324,12 +325,12 @@ regDocument* regDocumentManager::GetDocumentObject(const char* lpszFileName, con
 }
 
 void regDocumentManager::ClearLostDocument() {
-    while (regDocument* pDocument = m_lstDocument.LastObject()) {
-        if (!viewOf(pDocument->m_strFileName).IsEmpty())
-            return;
-        pDocument->ClearSections();
-        m_lstDocument.EraseObject(pDocument);
-    }
+    m_lstDocument.EraseLastWhile([](regDocument& document) {
+        if (!viewOf(document.m_strFileName).IsEmpty())
+            return false;
+        document.ClearSections();
+        return true;
+    });
 }
 
 // ---- this process's view

@@ -1,62 +1,14 @@
-// What the sources over the registry's store share: walks over its lists, and its lock for a scope.
+// What the sources over the registry's store share: its lock for a scope, and reads of its keys.
 #ifndef QOR_INTERNAL_REGISTRY_H
 #define QOR_INTERNAL_REGISTRY_H
 
 #include <string>
 
-#include "internal/report.h"
 #include "internal/scope_lock.h"
-#include "internal/share_chain.h"
 #include "qor/RegistryHelper.h"
+#include "qor/TraceHelper/Report.h"
 
 namespace QOR_RegistryHelper {
-
-// ---- walks: by the way forward, bounded, each record checked to lie in the segment
-
-template <class List>
-QOR_ChainHelper::shareChain chainOf(const List& lst) {
-    return QOR_ChainHelper::shareChain(lst.end().m_pThisNode, sizeof(typename List::node_type));
-}
-
-template <class List>
-typename List::value_type* objectOf(const List&, QOR_ChainHelper::list_chain_offset* pLink) {
-    return pLink != NULL ? &static_cast<typename List::node_type*>(pLink)->m_value : NULL;
-}
-
-template <class T>
-template <class Fn>
-T* regObjList<T>::FindObject(Fn fn) const {
-    return objectOf(*this, chainOf(*this).Find(
-                               [&](QOR_ChainHelper::list_chain_offset* pLink) { return fn(*objectOf(*this, pLink)); }));
-}
-
-template <class T>
-template <class Fn>
-void regObjList<T>::ForEach(Fn fn) const {
-    FindObject([&fn](T& object) {
-        fn(object);
-        return false;
-    });
-}
-
-template <class T>
-T* regObjList<T>::LastObject() const {
-    return objectOf(*this, chainOf(*this).Last());
-}
-
-template <class T>
-template <class Fn>
-T* regObjList<T>::AppendObject(Fn fnFill) {
-    auto* pNode = this->BorrowNode();
-    if (pNode == NULL)
-        return NULL;
-    if (!fnFill(pNode->m_value)) {
-        this->ReturnNode(pNode);
-        return NULL;
-    }
-    this->link_node(this->end(), pNode);
-    return &pNode->m_value;
-}
 
 // ---- locks
 

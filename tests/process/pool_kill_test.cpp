@@ -12,12 +12,10 @@
 
 #include <random>
 
+#include "qor/ChainHelper/CheckedChain.h"
 #include "qor/ListHelper.h"
 #include "qor/MsgQueueHelper/Named.h"
 #include "qor/StringHelper/ShareString.h"
-#define QOR_MODULE "_chTest"
-#include "internal/report.h"
-#include "internal/share_chain.h"
 #include "support/child.h"
 #include "support/damage.h"
 #include "support/pool_reading.h"
@@ -390,7 +388,7 @@ public:
         else if (op.uKind % 2)
             chain.InsertBefore(chain.Holds(pOther) ? pOther : NULL, pRecord);
         else
-            chain.InsertBehind(chain.Holds(pOther) ? pOther : NULL, pRecord);
+            chain.InsertAfter(chain.Holds(pOther) ? pOther : NULL, pRecord);
     }
     values Describe(char* pImage) override {
         values list;
@@ -417,7 +415,8 @@ public:
 
 private:
     static QOR_ChainHelper::shareChain chainOf(char* pImage) {
-        return QOR_ChainHelper::shareChain(&reinterpret_cast<chainImage*>(pImage)->vHead, sizeof(chainImage::record));
+        return QOR_ChainHelper::shareChain(&reinterpret_cast<chainImage*>(pImage)->vHead, sizeof(chainImage::record),
+                                           "_chTest");
     }
     static list_chain_offset* link(char* pImage, unsigned i) {
         return &reinterpret_cast<chainImage*>(pImage)->aRecord[i % 8].vLink;

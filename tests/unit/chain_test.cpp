@@ -2,10 +2,7 @@
 #include <list>
 #include <random>
 
-#include "qor/ChainHelper.h"
-#define QOR_MODULE "_chTest"
-#include "internal/report.h"
-#include "internal/share_chain.h"
+#include "qor/ChainHelper/CheckedChain.h"
 #include "support/damage.h"
 #include "support/far_memory.h"
 #include "support/scale.h"
@@ -291,7 +288,7 @@ protected:
         for (int i = 0; i < nRecord; ++i)
             m_pBlock->aRecord[i].nValue = i;
     }
-    shareChain chain() const { return shareChain(&m_pBlock->vHead, sizeof(record)); }
+    shareChain chain() const { return shareChain(&m_pBlock->vHead, sizeof(record), "_chTest"); }
     list_chain_offset* link(int i) { return &m_pBlock->aRecord[i].vLink; }
     int numberOf(const list_chain_offset* p) const { return reinterpret_cast<const record*>(p)->nValue; }
     void fill(int nCount) {
@@ -322,8 +319,8 @@ TEST_F(ShareChain, AnEmptyOneHasNoRecords) {
 
 TEST_F(ShareChain, InsertsAtTheFrontInTheMiddleAndAtTheEnd) {
     chain().InsertBefore(NULL, link(1));
-    chain().InsertBehind(NULL, link(0));
-    chain().InsertBehind(link(1), link(3));
+    chain().InsertAfter(NULL, link(0));
+    chain().InsertAfter(link(1), link(3));
     chain().InsertBefore(link(3), link(2));
     EXPECT_EQ((std::vector<int>{0, 1, 2, 3}), numbers());
     EXPECT_EQ((std::vector<int>{3, 2, 1, 0}), numbersBackwards());

@@ -1,8 +1,6 @@
 // The registry's segment word by word, in a private one: what every process of every ABI finds at which offset.
 #include <string.h>
 
-#define QOR_MODULE "test"
-#include "internal/registry.h"
 #include "qor/MiscHelper.h"
 #include "support/registry.h"
 #include "support/task.h"

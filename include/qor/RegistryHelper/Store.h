@@ -34,7 +34,7 @@
 #include "qor/AllocHelper.h"
 #include "qor/BaseHelper/Share.h"
 #include "qor/BaseHelper/Sync.h"
-#include "qor/ChainHelper.h"
+#include "qor/ChainHelper/CheckedChain.h"
 #include "qor/FileHelper/Ini.h"
 #include "qor/ListHelper.h"
 #include "qor/MsgQueueHelper/Message.h"
@@ -59,23 +59,55 @@ public:
 
 static_assert(sizeof(offset_pointer<>) == 4, "shared layout");
 
-/// A list of the store's objects. The caller holds the registry's lock.
+/// A list of the store's objects. The caller holds the registry's lock. Damage is a fatal assertion.
 template <class T>
 class regObjList : public QOR_ListHelper::chObjList_pool_share<T> {
 public:
     /// The first object for which fn answers true, or null.
     template <class Fn>
-    T* FindObject(Fn fn) const;
+    T* FindObject(Fn fn) const {
+        return objectOf(chain().Find([&fn](chain_type* pLink) { return fn(*objectOf(pLink)); }));
+    }
     /// Calls fn for every object, in order.
     template <class Fn>
-    void ForEach(Fn fn) const;
+    void ForEach(Fn fn) const {
+        FindObject([&fn](T& object) {
+            fn(object);
+            return false;
+        });
+    }
     /// Links a new object at the end, after fn has filled it. Null, and the object is freed, when fn answers false.
     template <class Fn>
-    T* AppendObject(Fn fnFill);
+    T* AppendObject(Fn fnFill) {
+        node_type* const pNode = this->BorrowNode();
+        if (pNode == NULL)
+            return NULL;
+        if (!fnFill(pNode->m_value)) {
+            this->ReturnNode(pNode);
+            return NULL;
+        }
+        this->link_node(this->end(), pNode);
+        return &pNode->m_value;
+    }
     /// The last object, or null.
-    T* LastObject() const;
+    T* LastObject() const { return objectOf(chain().Last()); }
     /// Unlinks an object of the list and frees it.
     void EraseObject(T* pObject) { this->erase(this->value_pointer_2_iterator(pObject)); }
+    /// Unlinks and frees the last object, as often as there is one and fn, called with it, answers true.
+    template <class Fn>
+    void EraseLastWhile(Fn fn) {
+        chain().DrainBackwards([&fn](chain_type* pLink) { return fn(*objectOf(pLink)); },
+                               [this](chain_type* pLink) { EraseObject(objectOf(pLink)); });
+    }
+
+private:
+    typedef typename QOR_ListHelper::chObjList_pool_share<T>::node_type node_type;
+    typedef QOR_ChainHelper::list_chain_offset chain_type;
+
+    QOR_ChainHelper::shareChain chain() const {
+        return QOR_ChainHelper::shareChain(this->end().m_pThisNode, sizeof(node_type), "QORRegistry");
+    }
+    static T* objectOf(chain_type* pLink) { return pLink != NULL ? &static_cast<node_type*>(pLink)->m_value : NULL; }
 };
 
 /// A key and its value.
