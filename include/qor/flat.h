@@ -288,8 +288,18 @@ QOR_API BOOL qorGetProfileString(const char* lpszFileName, const char* lpszSecti
  *  "/rundata/config/user/user.ini", whatever file and key are named. Fatal: a null file name, but for these. */
 QOR_API int qorGetProfileInt(const char* lpszFileName, const char* lpszSection, const char* lpszKey, int nDefault);
 
+/* ---- time ---- */
+
+/** Milliseconds since boot, the same in every process of the device. Two readings may be subtracted; the value never
+ *  turns negative. Takes and releases the lock of the named blocks, so the caller does not hold that
+ * (nameHelperLock()). */
+QOR_API uint64_t qorGetTickCount(void);
+
 /* ---- trace ---- */
 
+/** The tag at the begin of this process's trace lines, "TRC" unless the application replaces it before it traces; null
+ *  prints nothing in its place. The text stays the application's and has to last as long as lines are traced. */
+extern QOR_API const char* szTraceAuthor;
 /** Traces a formatted line at level 2. Fatal: a null format. */
 QOR_API void tracePrintf(const char* lpszFormat, ...) __attribute__((format(printf, 1, 2)));
 /** tracePrintf() with an argument list. */

@@ -36,7 +36,7 @@ constexpr int levelAfterExit = -1;
 int formatPrefix(char* lpszBuffer, size_t nSize, const char* lpszAuthor, const chTick& tick) {
     const uint32_t uMillisecond =
         static_cast<uint32_t>(tick.m_nSecond) * 1000 + static_cast<uint32_t>(tick.m_nMicrosecond / 1000);
-    return snprintf(lpszBuffer, nSize, "[%s+%.4d:0x%.4x] %.8u.%.3d ", lpszAuthor,
+    return snprintf(lpszBuffer, nSize, "[%s+%.4d:0x%.4x] %.8u.%.3d ", lpszAuthor != NULL ? lpszAuthor : "",
                     static_cast<int>(QOR_MiscHelper::qorGetCurrentProcessId()),
                     static_cast<unsigned>(QOR_MiscHelper::qorGetCurrentThreadId()), uMillisecond,
                     tick.m_nMicrosecond % 1000);

@@ -8,6 +8,20 @@
 using QOR_ChainHelper::loadShareWord;
 using QOR_ChainHelper::storeShareWord;
 
+extern "C" {
+
+uint64_t qorGetTickCount() {
+    const QOR_BaseHelper::chTick tick = QOR_BaseHelper::chTimer::GetTickFromBoot();
+    return static_cast<uint64_t>(static_cast<uint32_t>(tick.m_nSecond)) * 1000 +
+           static_cast<uint32_t>(tick.m_nMicrosecond) / 1000;
+}
+
+// The name under which programs look for it that were linked while it was a C++ function.
+QOR_API uint64_t tickCountOfOldPrograms() __asm__("_ZN14QOR_BaseHelper15qorGetTickCountEv")
+    __attribute__((alias("qorGetTickCount")));
+
+}  // extern "C"
+
 namespace QOR_BaseHelper {
 
 namespace {
@@ -44,12 +58,6 @@ chTick chTick::operator-(const chTick& tick) const {
         tickDiff.m_nSecond = subWord(tickDiff.m_nSecond, 1);
     }
     return tickDiff;
-}
-
-uint64_t qorGetTickCount() {
-    const chTick tick = chTimer::GetTickFromBoot();
-    return static_cast<uint64_t>(static_cast<uint32_t>(tick.m_nSecond)) * 1000 +
-           static_cast<uint32_t>(tick.m_nMicrosecond) / 1000;
 }
 
 chTimeout::chTimeout(int nTimeout) { setTimeout(nTimeout); }

@@ -612,6 +612,13 @@ void addNamedBlocks(table& listRow) {
         });
 }
 
+void addTime(table& listRow) {
+    rowsOf(listRow, "qorGetTickCount").good("one reading after the other", []() {
+        const uint64_t uBefore = qorGetTickCount();
+        return uBefore != 0 && qorGetTickCount() >= uBefore;
+    });
+}
+
 void traceList(const char* lpszFormat, ...) {
     va_list args;
     va_start(args, lpszFormat);
@@ -829,6 +836,7 @@ table allRows() {
     addTimers(listRow);
     addCounters(listRow);
     addNamedBlocks(listRow);
+    addTime(listRow);
     addTrace(listRow);
     addRegistryOpen(listRow);
     addRegistryValues(listRow);

@@ -87,6 +87,16 @@ TEST_F(Trace, TheApplicationNamesItsLines) {
     EXPECT_EQ("y\n", traceTexts(strLongLine, strLongAuthor));
 }
 
+TEST_F(Trace, ANullAuthorPrintsNothing) {
+    szTraceAuthor = NULL;
+    const std::string strLine = printed([] { tracePrintf("x"); });
+    const std::string strLongLine = printed([] { tracePrintf("%s", std::string(600, 'y').c_str()); });
+    szTraceAuthor = "TRC";
+    EXPECT_EQ("[+" + idText() + "] ", strLine.substr(0, strlen("[+] ") + idText().size()));
+    EXPECT_EQ("x\n", traceTexts(strLine, ""));
+    EXPECT_EQ(std::string(600, 'y') + "\n", traceTexts(strLongLine, ""));
+}
+
 TEST_F(Trace, LinesAboveTheLevelAreDropped) {
     EXPECT_EQ(1, m_pTrace->ResetTraceLevel(2));
     EXPECT_EQ("2\nprintf\nlowest\n", traceTexts(printed([] {

@@ -26,6 +26,11 @@
 #include "qor/ChainHelper/ShareWord.h"
 #include "qor/Types.h"
 
+extern "C" {
+/// Milliseconds since boot. Two readings may be subtracted; the value never turns negative. Also in flat.h, for C.
+QOR_API uint64_t qorGetTickCount(void);
+}
+
 namespace QOR_BaseHelper {
 
 /// A point on a clock, or a span between two: seconds and microseconds. A plain value; any thread may use its own.
@@ -65,8 +70,7 @@ public:
     static chTick GetJiffiesTickCount();
 };
 
-/// Milliseconds since boot. Two readings may be subtracted; the value never turns negative.
-QOR_API uint64_t qorGetTickCount();
+using ::qorGetTickCount;
 
 /// A deadline. It may be copied; its seconds and microseconds are -1 when it never comes.
 class QOR_API chTimeout : public chTick {

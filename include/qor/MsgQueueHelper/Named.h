@@ -76,7 +76,7 @@ struct chNamedSegment : public QOR_BaseHelper::ipcObjectHeader {
 
     QOR_AllocHelper::baseStaticPoolAlloc m_objPool;
     chNamedObjectManager m_objManager;
-    uint8_t m_arrPool[poolSize];
+    uint8_t m_arrPool[static_cast<size_t>(poolSize)];
 };
 
 /// The segment "ipc_system_named".

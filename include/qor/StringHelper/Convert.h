@@ -55,9 +55,9 @@ QOR_API bool chReadBuffer(const chReferenceStringT<char>& str, char* lpszBuffer,
 
 /// Copies the text into a buffer, terminated, as much of it as has room.
 /// @return whether the text has characters and all had room.
-template <int nSize>
+template <size_t nSize>
 inline bool operator>>(const chReferenceStringT<char>& str, char (&szBuffer)[nSize]) {
-    return chReadBuffer(str, szBuffer, nSize);
+    return chReadBuffer(str, szBuffer, static_cast<int>(nSize));
 }
 
 }  // namespace QOR_StringHelper

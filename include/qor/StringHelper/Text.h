@@ -260,7 +260,7 @@ public:
     int GetLength() const { return m_nTextLength; }
 
 private:
-    T m_szText[textSize + 1];
+    T m_szText[static_cast<size_t>(textSize) + 1];
     int32_t m_nTextLength;
 };
 

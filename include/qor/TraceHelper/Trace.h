@@ -38,8 +38,8 @@
 #include "qor/TraceHelper/Report.h"
 
 extern "C" {
-/// The author tag of this process's lines, "TRC" unless the application replaces it before it traces. The text stays
-/// the application's and has to last as long as lines are traced.
+/// The author tag of this process's lines, "TRC" unless the application replaces it before it traces; null prints
+/// nothing in its place. The text stays the application's and has to last as long as lines are traced.
 extern QOR_API const char* szTraceAuthor;
 
 /// Traces a formatted line at level 2. Fatal: a null format.
