@@ -1,5 +1,6 @@
 // Addresses and their texts, hosts and interfaces.
 #include <sys/mount.h>
+#include <sys/stat.h>
 
 #include <fstream>
 #include <list>
@@ -144,22 +145,32 @@ std::list<std::string> addressesOf(const char* lpszHost, int& nCount) {
     return listText;
 }
 
-TEST(Hosts, ADottedTextIsItsOwnAddress) {
+// Names are looked up in a hosts file of the test's own and nowhere else, whatever the machine has in /etc.
+class Hosts : public testing::Test {
+protected:
+    void SetUp() override {
+        mkdir("/tmp/etc", 0755);
+        std::ofstream("/tmp/etc/nsswitch.conf") << "hosts: files\n";
+        std::ofstream("/tmp/etc/host.conf") << "multi on\n";
+        std::ofstream("/tmp/etc/hosts") << "192.0.2.7 panel.test\n192.0.2.9 panel.test\n";
+        ASSERT_EQ(0, mount("/tmp/etc", "/etc", nullptr, MS_BIND, nullptr)) << strerror(errno);
+    }
+    void TearDown() override { umount("/etc"); }
+};
+
+TEST_F(Hosts, ADottedTextIsItsOwnAddress) {
     int nCount = 0;
     EXPECT_EQ((std::list<std::string>{"first", "10.20.30.40"}), addressesOf("10.20.30.40", nCount));
     EXPECT_EQ(1, nCount);
 }
 
-TEST(Hosts, AllAddressesOfAKnownHostAreAppended) {
-    std::ofstream("/tmp/hosts") << "192.0.2.7 panel.test\n192.0.2.9 panel.test\n";
-    ASSERT_EQ(0, mount("/tmp/hosts", "/etc/hosts", nullptr, MS_BIND, nullptr)) << strerror(errno);
+TEST_F(Hosts, AllAddressesOfAKnownHostAreAppended) {
     int nCount = 0;
     EXPECT_EQ((std::list<std::string>{"first", "192.0.2.7", "192.0.2.9"}), addressesOf("panel.test", nCount));
     EXPECT_EQ(2, nCount);
-    umount("/etc/hosts");
 }
 
-TEST(Hosts, AnUnknownHostHasNone) {
+TEST_F(Hosts, AnUnknownHostHasNone) {
     int nCount = -1;
     EXPECT_EQ(1u, addressesOf("no such host", nCount).size());
     EXPECT_EQ(0, nCount);
