@@ -1,8 +1,11 @@
-// The crash soak, 20 seconds of it. For longer: QOR_SOAK_SECONDS=3600 QOR_SOAK_SEED=7 build/dev/tests/soak_test
+// The crash soak: random kills among processes that use all of the message system, a short one in every run. For
+// longer: QOR_SOAK_SECONDS=3600 QOR_SOAK_SEED=7 build/dev/tests/soak_test
 #include "support/soak.h"
 
 #include <stdio.h>
 #include <stdlib.h>
+
+#include "support/scale.h"
 
 namespace {
 
@@ -12,8 +15,9 @@ int numberFrom(const char* lpszVariable, int nDefault) {
 }
 
 TEST(Soak, NoSurvivorOfRandomKillsCrashesHangsOrReadsWhatWasNeverSent) {
-    const qorTest::soakResult result =
-        qorTest::runSoak(numberFrom("QOR_SOAK_SECONDS", 20), static_cast<unsigned>(numberFrom("QOR_SOAK_SEED", 1)));
+    const int nSeconds = numberFrom("QOR_SOAK_SECONDS", qorTest::isLong() ? 120 : 0);
+    const unsigned uSeed = static_cast<unsigned>(numberFrom("QOR_SOAK_SEED", static_cast<int>(qorTest::seed(1))));
+    const qorTest::soakResult result = qorTest::runSoak(qorTest::isSlow() ? 40 : 250, nSeconds, uSeed);
     puts(qorTest::describe(result).c_str());
     EXPECT_EQ("", result.strFailure);
     EXPECT_GT(result.nKills, 0);

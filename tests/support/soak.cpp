@@ -29,12 +29,17 @@ namespace {
 
 constexpr int nWorker = 8;
 constexpr int exitForged = 13;
+
+// A worker hangs when it has not come round for so long, while the others did; or for the longer time, whatever they
+// did.
 constexpr long long hangMillisecond = 20000;
+constexpr long long hangRounds = 2000;
+constexpr long long stallMillisecond = 120000;
 
 // What driver and workers share: plain anonymous memory, outside the library.
 struct soakBoard {
     std::atomic<bool> bStop;
-    std::atomic<long long> aAlive[nWorker];  // when the worker last came round, in milliseconds
+    std::atomic<long long> aRounds[nWorker];  // how often the worker came round
     std::atomic<long long> nPosts, nSends, nTimeouts, nBroadcasts, nTimers, nHandled;
 };
 
@@ -183,7 +188,7 @@ int runWorker(unsigned uSeed) {
         HTHREAD hThread = msgRegistMainThread(workerName(s_iWorker).c_str(), onSoakMessage);
         const unsigned nRounds = 200 + random() % 2000;
         for (unsigned i = 0; i < nRounds && !s_pBoard->bStop; ++i) {
-            s_pBoard->aAlive[s_iWorker] = nowMillisecond();
+            ++s_pBoard->aRounds[s_iWorker];
             if (hasRoom())
                 act(random);
             for (int n = 0; n < 50 && msgProcessThreadMsgOnce(msgGetCurrentThreadObject()) != 0; ++n) {
@@ -199,11 +204,27 @@ int runWorker(unsigned uSeed) {
 struct worker {
     pid_t pid = -1;
     int fdReport = -1;  // its standard error
+    // When it was last seen to have come round, and the rounds of it and of all at that time.
+    long long nSeen = 0, nOwnRounds = 0, nAllRounds = 0;
 };
+
+// Whether each kind of work has been done at least once.
+bool isAllDone() {
+    return s_pBoard->nPosts > 0 && s_pBoard->nSends > 0 && s_pBoard->nTimeouts > 0 && s_pBoard->nBroadcasts > 0 &&
+           s_pBoard->nTimers > 0 && s_pBoard->nHandled > 0;
+}
+
+long long allRounds() {
+    long long n = 0;
+    for (const auto& nRounds : s_pBoard->aRounds)
+        n += nRounds;
+    return n;
+}
 
 class driver {
 public:
-    driver(int nSeconds, unsigned uSeed) : m_nEnd(nowMillisecond() + nSeconds * 1000LL), m_random(uSeed) {
+    driver(int nKills, int nSeconds, unsigned uSeed)
+        : m_nKills(nKills), m_nEnd(nowMillisecond() + nSeconds * 1000LL), m_random(uSeed) {
         void* p = mmap(NULL, sizeof(soakBoard), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
         s_pBoard = new (p) soakBoard();
     }
@@ -212,11 +233,10 @@ public:
     soakResult Run() {
         for (int i = 0; i < nWorker; ++i)
             start(i);
-        while (nowMillisecond() < m_nEnd && m_result.strFailure.empty()) {
-            usleep(1000 + static_cast<useconds_t>(m_random() % 15000));
+        while (goesOn() && m_result.strFailure.empty()) {
+            letWork(static_cast<long long>(m_random() % 500));
             reapEnded(false);
             killOne(static_cast<int>(m_random() % nWorker));
-            checkHangs();
         }
         s_pBoard->bStop = true;
         for (int i = 0; i < nWorker * 50 && anyRuns() && m_result.strFailure.empty(); ++i) {
@@ -232,12 +252,33 @@ public:
     }
 
 private:
+    // Until there were enough kills, in enough time, and something of everything was done. Work that is never done ends
+    // the soak, too.
+    bool goesOn() const {
+        const bool bEnough = m_result.nKills >= m_nKills && nowMillisecond() >= m_nEnd;
+        return !bEnough || (!isAllDone() && m_result.nKills < 20LL * m_nKills);
+    }
+
+    // Waits until the workers have come round so many times together, however long that takes on this machine, and then
+    // for the part of a round.
+    void letWork(long long nRounds) {
+        const long long nUntil = allRounds() + nRounds;
+        while (allRounds() < nUntil && m_result.strFailure.empty()) {
+            usleep(500);
+            reapEnded(false);
+            checkHangs();
+        }
+        usleep(static_cast<useconds_t>(m_random() % 200));
+    }
+
     void start(int iWorker) {
         worker& w = m_aWorker[iWorker];
         int aPipe[2];
         if (pipe2(aPipe, O_CLOEXEC | O_NONBLOCK) != 0)
             abort();
-        s_pBoard->aAlive[iWorker] = nowMillisecond();
+        w.nSeen = nowMillisecond();
+        w.nOwnRounds = s_pBoard->aRounds[iWorker];
+        w.nAllRounds = allRounds();
         const unsigned uSeed = static_cast<unsigned>(m_random());
         fflush(NULL);
         w.pid = fork();
@@ -325,9 +366,20 @@ private:
     }
 
     void checkHangs() {
-        for (int i = 0; i < nWorker; ++i)
-            if (m_aWorker[i].pid > 0 && nowMillisecond() - s_pBoard->aAlive[i] > hangMillisecond)
+        const long long nNow = nowMillisecond(), nAll = allRounds();
+        for (int i = 0; i < nWorker; ++i) {
+            worker& w = m_aWorker[i];
+            const long long nFor = nNow - w.nSeen;
+            if (w.pid <= 0)
+                continue;
+            if (s_pBoard->aRounds[i] != w.nOwnRounds) {
+                w.nSeen = nNow;
+                w.nOwnRounds = s_pBoard->aRounds[i];
+                w.nAllRounds = nAll;
+            } else if (nFor > stallMillisecond || (nFor > hangMillisecond && nAll - w.nAllRounds > hangRounds)) {
                 m_result.strFailure = workerName(i) + " hangs";
+            }
+        }
     }
 
     void collect() {
@@ -339,6 +391,7 @@ private:
         m_result.nHandled = s_pBoard->nHandled;
     }
 
+    const int m_nKills;
     const long long m_nEnd;
     std::mt19937 m_random;
     worker m_aWorker[nWorker];
@@ -347,7 +400,7 @@ private:
 
 }  // namespace
 
-soakResult runSoak(int nSeconds, unsigned uSeed) { return driver(nSeconds, uSeed).Run(); }
+soakResult runSoak(int nKills, int nSeconds, unsigned uSeed) { return driver(nKills, nSeconds, uSeed).Run(); }
 
 std::string describe(const soakResult& r) {
     char sz[400];

@@ -26,8 +26,10 @@ struct soakResult {
     std::string strFailure;     // why the soak failed; empty when it did not
 };
 
-// Runs the soak for a number of seconds with a seed for its random choices.
-soakResult runSoak(int nSeconds, unsigned uSeed);
+// Runs the soak with a seed for its random choices, until so many processes are killed and so many seconds have passed.
+// Kills are paced by what the workers have done since the last one: on a slow machine the soak takes longer and does
+// the same.
+soakResult runSoak(int nKills, int nSeconds, unsigned uSeed);
 
 // The result as one line.
 std::string describe(const soakResult& result);
