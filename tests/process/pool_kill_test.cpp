@@ -446,7 +446,7 @@ protected:
         s.Build(m_pImage);
     }
     std::vector<operation> plan(unsigned uSeed, int nOperations) {
-        std::mt19937 random(uSeed);
+        std::mt19937 random(qorTest::seed(uSeed));
         std::vector<operation> list;
         for (int i = 0; i < nOperations; ++i)
             list.push_back(
@@ -556,7 +556,7 @@ protected:
 #else
         (void)nOperations;
 #endif
-        KillAtRandomTimes(s, 72, scaled(160));
+        KillAtRandomTimes(s, 72, scaled(60));
         print((std::string(lpszName) + ", killed at random times").c_str());
     }
 
@@ -569,27 +569,27 @@ protected:
 
 TEST_F(Kill, APoolGoesOnWithWhatWasStored) {
     poolScenario s;
-    KillEverywhere("pool", s, scaled(80));
+    KillEverywhere("pool", s, scaled(30));
 }
 
 TEST_F(Kill, AListChangesCompletelyOrNotAtAll) {
     listScenario s;
-    KillEverywhere("list and map", s, scaled(30));
+    KillEverywhere("list and map", s, scaled(12));
 }
 
 TEST_F(Kill, AStringIsWholeOrEmpty) {
     stringScenario s;
-    KillEverywhere("strings", s, scaled(40));
+    KillEverywhere("strings", s, scaled(16));
 }
 
 TEST_F(Kill, NamedBlocksChangeCompletelyOrNotAtAll) {
     namedScenario s;
-    KillEverywhere("named blocks", s, scaled(30));
+    KillEverywhere("named blocks", s, scaled(12));
 }
 
 TEST_F(Kill, AChainChangesCompletelyOrNotAtAll) {
     chainScenario s;
-    KillEverywhere("chain", s, scaled(30));
+    KillEverywhere("chain", s, scaled(12));
 }
 
 }  // namespace

@@ -9,6 +9,7 @@
 #include "qor/TraceHelper.h"
 #include "support/child.h"
 #include "support/message_thread.h"
+#include "support/scale.h"
 
 using namespace QOR_MsgQueueHelper;
 using qorTest::childProcess;
@@ -136,7 +137,7 @@ TEST(Launch, ASlowRegistrationIsWarnedOfEveryThreeSeconds) {
     std::atomic<bool> bLaunched{false};
     errorPipe pipe;
     std::thread launcher([&]() { bLaunched = process().LaunchLocalThread(slow); });
-    for (const unsigned uAfter : {3000u, 6000u}) {
+    for (unsigned uAfter = 3000; uAfter <= (qorTest::isLong() ? 9000 : 3000); uAfter += 3000) {
         EXPECT_EQ("\033[1;33m warning: \033[00m launch thread timeout\n", pipe.Line());
         EXPECT_GT(QOR_BaseHelper::qorGetTickCount() - uStart, uAfter);
     }
