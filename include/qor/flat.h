@@ -191,7 +191,8 @@ QOR_API void* nameGetSystemObject(const char* lpszName, int nSize, int* pbCreate
  * that is read but missing is a warning ("Read: %s"), one that is made as well ("Write: %s"). */
 
 /** The section of a file; both are made when they are missing. A file name that is not absolute is a warning
- *  ("[%s] NOT absolute path"). Fatal: a null or empty file name, no room left in the registry. */
+ *  ("[%s] NOT absolute path"). 0, with a warning ("[%s] NOT readable: ..."), for a file that is there and cannot be
+ *  read: no document is made of it, and the next call tries again. Fatal: a null or empty file name, no room left in the registry. */
 QOR_API HREGISTRY registryOpen(const char* lpszFileName, const char* lpszSectionName);
 /** Copies a value, or the default, whole into the buffer, which has room for any; returns 1. Fatal: a null buffer. */
 QOR_API BOOL registryGetString(HREGISTRY hRegistry, const char* lpszKey, char* lpszBuffer, const char* lpszDefault);

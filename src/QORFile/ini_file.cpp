@@ -3,6 +3,7 @@
 #include "qor/FileHelper/Ini.h"
 #include "qor/StringHelper/Token.h"
 
+#include <errno.h>
 #include <string.h>
 
 #include "internal/byte_string.h"
@@ -235,8 +236,12 @@ BOOL iniFile::LoadFromFile(const char* lpszFileName) {
     m_strFileName = lpszFileName;
     fileText text;
     const int nSize = readSavedText(m_strFileName, text);
-    if (nSize < 0)
+    if (nSize < 0) {
+        const int nError = errno;
+        text.Clear();  // whoever is told of the failure asks why
+        errno = nError;
         return 0;
+    }
     ClearObjList();
     iniLoader(*this).takeText(text.GetBuffer(), nSize);
     return 1;

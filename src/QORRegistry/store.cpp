@@ -7,6 +7,7 @@
 //   its end, each piece unlinked before it is freed, so that a kill meanwhile costs one piece.
 // - A document's count is at least the sum of its sections', a section's at least that of its keys': counts are raised
 //   from the document down, before the value changes, and lowered from the keys up.
+#include <errno.h>
 #include <limits.h>
 #include <string.h>
 
@@ -28,7 +29,16 @@ using QOR_FileHelper::iniSection;
 
 namespace QOR_RegistryHelper {
 
+bool readDocument(iniFile& file, const char* lpszFileName) {
+    return file.LoadFromFile(lpszFileName) || errno == ENOENT || errno == ENOTDIR;
+}
+
 namespace {
+
+// After a failed read.
+void warnUnreadable(const char* lpszFileName, int nError) {
+    QOR_WARN_TEXT(false, ("[" + std::string(lpszFileName) + "] NOT readable: " + strerror(nError)).c_str());
+}
 
 typedef chConstTextT<char> constText;
 
@@ -252,7 +262,12 @@ regSection* regDocument::GetSectionObject(const phraseConstTextA& name) {
 }
 
 BOOL regDocument::CreateFromFile(const char* lpszFileName) {
-    return CreateFromIni(lpszFileName, iniFile(lpszFileName));
+    iniFile file;
+    if (!readDocument(file, lpszFileName)) {
+        warnUnreadable(lpszFileName, errno);
+        return 0;
+    }
+    return CreateFromIni(lpszFileName, file);
 }
 
 // A file's sections, and a section's keys, have different names: in an empty document they are not looked for.
@@ -309,7 +324,11 @@ regDocument* regDocumentManager::GetDocumentObject(const char* lpszFileName) {
         return NULL;
     if (regDocument* pDocument = FindDocumentObject(lpszFileName))
         return pDocument;
-    return GetDocumentObject(lpszFileName, iniFile(lpszFileName));
+    iniFile file;
+    if (readDocument(file, lpszFileName))
+        return GetDocumentObject(lpszFileName, file);
+    warnUnreadable(lpszFileName, errno);
+    return NULL;
 }
 
 // The document is linked first, so that what a dying process has taken is found again.
@@ -395,13 +414,18 @@ regDocument* uCRegistryHelper::LockDocument(const char* lpszFileName) {
         return pDocument;
     // The others go on while the file is read. If one of them opens it meanwhile, what was read here is dropped.
     Unlock();
-    const iniFile file(lpszFileName);
+    iniFile file;
+    const int nError = readDocument(file, lpszFileName) ? 0 : errno;
     if (!QOR_ASSERT_TEXT(Lock(-1), "broken share lock"))
         return NULL;
-    regDocument* pDocument = getObject()->GetDocumentObject(lpszFileName, file);
-    if (pDocument == NULL)
-        Unlock();
-    return pDocument;
+    regDocument* pDocument = nError == 0 ? getObject()->GetDocumentObject(lpszFileName, file)
+                                         : getObject()->FindDocumentObject(lpszFileName);
+    if (pDocument != NULL)
+        return pDocument;
+    Unlock();
+    if (nError != 0)
+        warnUnreadable(lpszFileName, nError);
+    return NULL;
 }
 
 // ---- the layout: like all of it, the same on every ABI

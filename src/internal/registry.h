@@ -34,6 +34,12 @@ public:
     regDocument* const m_pDocument;
 };
 
+// ---- files
+
+// Reads a document. True: it was read, or there is no such file and the document is empty. False (errno): what is there
+// cannot be read, and must be taken neither for empty nor for what another process may find.
+bool readDocument(QOR_FileHelper::iniFile& file, const char* lpszFileName);
+
 // ---- arguments
 
 inline const char* textOf(const char* lpszText) { return lpszText != NULL ? lpszText : ""; }

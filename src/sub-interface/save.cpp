@@ -172,7 +172,7 @@ bool refreshCopy(savedCopy& copy, const regDocument& document, uint32_t uSaves, 
         return true;
     copy.pDocument = NULL;
     copy.file.ClearObjList();
-    if (!copy.file.LoadFromFile(strFileName.c_str()) && QOR_MiscHelper::pathFileExist(strFileName.c_str()))
+    if (!readDocument(copy.file, strFileName.c_str()))
         return false;
     copy.pDocument = &document;
     copy.uSaves = uSaves;

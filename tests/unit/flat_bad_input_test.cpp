@@ -668,6 +668,9 @@ bool everyText(const std::function<bool(HREGISTRY, const char*)>& fnHolds) {
            everyName([&](const char* lpszText) { return fnHolds(hRegistry, lpszText); });
 }
 
+// Whether there can be a file of such a name: neither a directory nor a name that the system refuses.
+bool canBeFile(const char* lpszFile) { return strcmp(lpszFile, "/") != 0 && lpszFile != strTooLong.c_str(); }
+
 char s_szBuffer[1000];
 
 void addRegistryOpen(table& listRow) {
@@ -685,7 +688,8 @@ void addRegistryOpen(table& listRow) {
             .good("a file name longer than any", [fnUse]() { return fnUse(strTooLong.c_str()); });
     };
     addFile("registryOpen", [](const char* lpszFile) {
-        return registryOpen(lpszFile, NULL) != NULL && everyName([lpszFile](const char* lpszName) {
+        return (registryOpen(lpszFile, NULL) != NULL) == canBeFile(lpszFile) &&
+               everyName([lpszFile](const char* lpszName) {
                    return registryOpen(lpszFile, lpszName) == registryOpen(lpszFile, lpszName);
                });
     });
@@ -695,12 +699,15 @@ void addRegistryOpen(table& listRow) {
     addFile("qorGetRegistryInt", [](const char* lpszFile) { return qorGetRegistryInt(lpszFile, NULL, NULL, 7) == 7; });
     addFile("qorGetRegistryFloat",
             [](const char* lpszFile) { return qorGetRegistryFloat(lpszFile, NULL, NULL, 0.5) == 0.5; });
-    addFile("qorSetRegistryString",
-            [](const char* lpszFile) { return qorSetRegistryString(lpszFile, NULL, NULL, NULL) == 1; });
-    addFile("qorSetRegistryInt",
-            [](const char* lpszFile) { return qorSetRegistryInt(lpszFile, NULL, NULL, INT_MIN) == 1; });
-    addFile("qorSetRegistryFloat",
-            [](const char* lpszFile) { return qorSetRegistryFloat(lpszFile, NULL, NULL, 1e300) == 1; });
+    addFile("qorSetRegistryString", [](const char* lpszFile) {
+        return qorSetRegistryString(lpszFile, NULL, NULL, NULL) == canBeFile(lpszFile);
+    });
+    addFile("qorSetRegistryInt", [](const char* lpszFile) {
+        return qorSetRegistryInt(lpszFile, NULL, NULL, INT_MIN) == canBeFile(lpszFile);
+    });
+    addFile("qorSetRegistryFloat", [](const char* lpszFile) {
+        return qorSetRegistryFloat(lpszFile, NULL, NULL, 1e300) == canBeFile(lpszFile);
+    });
 }
 
 void addRegistryValues(table& listRow) {
@@ -754,7 +761,8 @@ void addRegistryValues(table& listRow) {
         return refusesNumbers([](uintptr_t u) { return registrySetInt(sectionHandle(u), "k", 1) == 0; }) &&
                everyText([](HREGISTRY h, const char* lpszText) {
                    registrySetInt(h, lpszText, INT_MIN);
-                   return registryGetInt(h, lpszText, 0) == INT_MIN;
+                   const bool bRefused = lpszText != NULL && strchr(lpszText, '\n') != NULL;
+                   return registryGetInt(h, lpszText, 0) == (bRefused ? 0 : INT_MIN);
                });
     });
     rowsOf(listRow, "registrySetFloat").good("handles of nothing and strange numbers", []() {

@@ -1,6 +1,7 @@
 // The registry in one process: opening, values, flushing and saving, handles that are none.
 #include <fcntl.h>
 #include <math.h>
+#include <sys/resource.h>
 #include <sys/sem.h>
 #include <sys/stat.h>
 
@@ -95,6 +96,68 @@ TEST_F(RegistryOpen, AMissingFileIsAnEmptyDocumentAndAMissingSectionIsMade) {
     EXPECT_EQ(7, registryGetInt(h, "k", 7));
     EXPECT_FALSE(access(m_strFile.c_str(), F_OK) == 0);
     EXPECT_EQ(documentOf(h), documentOf(open("other")));
+}
+
+// ---- files that are there and cannot be read
+
+TEST_F(RegistryOpen, AFileThatCannotBeReadMakesNoDocumentAndTheNextCallTriesAgain) {
+    ASSERT_EQ(0, mkdir(m_strFile.c_str(), 0777));  // there, and nothing to be read
+    const texts listReport = reportsOf([&] { EXPECT_EQ(nullptr, open("s")); });
+    EXPECT_EQ(texts{"QORRegistry: [" + m_strFile + "] NOT readable: Is a directory"}, listReport);
+    registryHelper().Lock(-1);
+    EXPECT_EQ(nullptr, registryHelper().getObject()->FindDocumentObject(m_strFile.c_str()));
+    EXPECT_EQ(nullptr, registryHelper().getObject()->GetDocumentObject(m_strFile.c_str()));
+    EXPECT_EQ(nullptr, registryHelper().getObject()->FindDocumentObject(m_strFile.c_str()));
+    registryHelper().Unlock();
+    ASSERT_EQ(0, rmdir(m_strFile.c_str()));
+    EXPECT_EQ("v", valueOf(openFile("s", "[s]\nk=v\n"), "k"));
+}
+
+TEST_F(RegistryOpen, WithoutFreeDescriptorsNothingIsTakenForAnEmptyDocument) {
+    putFile(m_strFile, "[s]\nk=v\n");
+    valueOf(registryOpen("/tmp/other.ini", "s"), "k");  // what the library opens once
+    struct rlimit limitBefore;
+    ASSERT_EQ(0, getrlimit(RLIMIT_NOFILE, &limitBefore));
+    struct rlimit limit = limitBefore;
+    limit.rlim_cur = 0;
+    ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &limit));
+    HREGISTRY h = open("s");
+    ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &limitBefore));
+    EXPECT_EQ(nullptr, h);
+    EXPECT_EQ("v", valueOf(open("s"), "k"));
+}
+
+TEST_F(RegistryOpen, TheShortcutsGiveTheDefaultAndSetNothingOfAFileThatCannotBeRead) {
+    const char* lpszFile = m_strFile.c_str();
+    ASSERT_EQ(0, symlink(lpszFile, lpszFile));  // a circle
+    EXPECT_EQ(7, qorGetRegistryInt(lpszFile, "s", "k", 7));
+    EXPECT_EQ(0.5, qorGetRegistryFloat(lpszFile, "s", "k", 0.5));
+    char sz[16] = "";
+    EXPECT_EQ(1, qorGetRegistryString(lpszFile, "s", "k", sz, "default"));
+    EXPECT_STREQ("default", sz);
+    EXPECT_EQ(0, qorSetRegistryString(lpszFile, "s", "k", "v"));
+    EXPECT_EQ(0, qorSetRegistryInt(lpszFile, "s", "k", 1));
+    EXPECT_EQ(0, qorSetRegistryFloat(lpszFile, "s", "k", 1));
+    ASSERT_EQ(0, unlink(lpszFile));
+    EXPECT_EQ(1, qorSetRegistryString(lpszFile, "s", "k", "v"));
+    EXPECT_EQ("[ s ]\nk = v\n", saved());
+}
+
+TEST_F(RegistryOpen, ADocumentIsNotFilledFromAFileThatCannotBeRead) {
+    regDocument* pDocument = documentOf(openFile("s", "[s]\nk=v\n"));
+    ASSERT_EQ(0, mkdir(szFile, 0777));
+    registryHelper().Lock(-1);
+    EXPECT_EQ(0, pDocument->CreateFromFile(szFile));
+    EXPECT_EQ(pDocument, registryHelper().getObject()->FindDocumentObject(m_strFile.c_str()));
+    registryHelper().Unlock();
+    ASSERT_EQ(0, rmdir(szFile));
+}
+
+TEST_F(RegistryOpen, AFileInWhatIsNoDirectoryIsMissing) {
+    putFile(szFile, "a file");
+    m_strFile = std::string(szFile) + "/registry.ini";
+    EXPECT_EQ(texts{}, reportsOf([&] { EXPECT_NE(nullptr, open("s")); }));
+    unlink(szFile);
 }
 
 TEST_F(RegistryOpen, AnOpenDocumentIsNotReadAgain) {

@@ -264,8 +264,9 @@ public:
     /// An empty document; LoadFromFile() unless the name is null or empty.
     explicit iniFile(const char* lpszFileName = NULL);
 
-    /// Replaces the document by a file's, after an interrupted save of it was completed or discarded. 0, and the
-    /// document stays, when the file cannot be read (or has 512 MB and more); its name is remembered all the same.
+    /// Replaces the document by a file's, after an interrupted save of it was completed or discarded. 0 (errno: ENOENT
+    /// or ENOTDIR when there is no such file), and the document stays, when the file cannot be read (or has 512 MB and
+    /// more); its name is remembered all the same.
     /// Waits, for some seconds at most, for who is just exchanging the file.
     /// Fatal: a null or empty name ("!textEMPTY(lpszFileName)").
     BOOL LoadFromFile(const char* lpszFileName);

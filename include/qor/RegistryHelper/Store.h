@@ -210,7 +210,8 @@ public:
     regSection* FindSectionObject(const phraseConstTextA& name) const;
     /// The section of a name, appended without keys when there is none.
     regSection* GetSectionObject(const phraseConstTextA& name);
-    /// Takes in the sections and keys of a file, which may be missing, and then its name. Returns 1.
+    /// Takes in the sections and keys of a file, which may be missing, and then its name. 1; 0, with a warning
+    /// ("[%s] NOT readable: ...") and nothing changed, for a file that is there and cannot be read.
     BOOL CreateFromFile(const char* lpszFileName);
     /// Takes in the sections and keys of a file already read, and then its name. Returns 1.
     BOOL CreateFromIni(const char* lpszFileName, const QOR_FileHelper::iniFile& file);
@@ -241,7 +242,8 @@ public:
     /// The document of a file, or null.
     regDocument* FindDocumentObject(const char* lpszFileName) const;
     /// The document of a file, loaded when there is none. A file name that is not absolute is a warning
-    /// ("[%s] NOT absolute path"). Fatal: null or empty.
+    /// ("[%s] NOT absolute path"). Null, with a warning ("[%s] NOT readable: ...") and no document made, for a file
+    /// that is there and cannot be read: the next call tries again. Fatal: null or empty.
     regDocument* GetDocumentObject(const char* lpszFileName);
     /// The same without the warning, from a file already read.
     regDocument* GetDocumentObject(const char* lpszFileName, const QOR_FileHelper::iniFile& file);
@@ -278,7 +280,8 @@ public:
     /// The document of a handle; null unless it is that of a document. The caller holds the lock.
     regDocument* GetDocument(uintptr_t uHandle);
     /// Takes the lock and answers the document of a file, which is read before that when no process has opened it yet.
-    /// A file name that is not absolute is a warning. Fatal, and without the lock: a null or empty name.
+    /// A file name that is not absolute is a warning. Null, without the lock and with a warning, for a file that is
+    /// there and cannot be read. Fatal, and without the lock: a null or empty name.
     regDocument* LockDocument(const char* lpszFileName);
 
     /// Held, without the registry's lock, by who writes a document to its file.
