@@ -37,7 +37,8 @@ public:
     ~chCodePage() { UnloadCodePageFile(); }
 
     /// Replaces the table by a file's; bytes behind the last whole entry are ignored. Whether there is an entry;
-    /// without one (a missing, unreadable or short file) the table is empty. Fatal: a null or empty name.
+    /// without one (a missing, unreadable or short file, a pipe or device) the table is empty. Fatal: a null or empty
+    /// name.
     BOOL LoadCodePageFile(const char* lpszCodePageFile);
     /// Empties the table.
     void UnloadCodePageFile();

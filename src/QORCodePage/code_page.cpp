@@ -8,10 +8,10 @@
 //   which codes are in the table.
 #include "qor/CodePage.h"
 
-#include "qor/FileHelper/Dump.h"
 #include "qor/MiscHelper/Encoding.h"
 
 #include "internal/report.h"
+#include "internal/whole_file.h"
 
 using namespace QOR_StringHelper;
 
@@ -39,8 +39,7 @@ chCodePage::chCodePage(const char* lpszCodePageFile) : m_nCount(0) { QOR_WARN(Lo
 
 BOOL chCodePage::LoadCodePageFile(const char* lpszCodePageFile) {
     UnloadCodePageFile();
-    auto arrFile = QOR_FileHelper::qorDumpBinFile(lpszCodePageFile);
-    m_arrTable.CutFromObject(arrFile);
+    QOR_FileHelper::readWholeBytes(lpszCodePageFile, QOR_FileHelper::readDocument, m_arrTable);
     m_nCount = m_arrTable.GetSize() / static_cast<int>(sizeof(entry));
     entry* pEntry = const_cast<entry*>(firstEntry());
     for (int i = 0; i < m_nCount; ++i) {

@@ -1,7 +1,6 @@
 // Whole files in memory.
 #include "qor/FileHelper/Dump.h"
 
-#include <limits.h>
 #include <string.h>
 
 #include "internal/whole_file.h"
@@ -28,17 +27,13 @@ long long unpackUnits(unsigned short* lpszText, long long nBytes) {
 
 QOR_ArrayHelper::chObjArray<unsigned char, false, 256> qorDumpBinFile(const char* lpszFileName) {
     QOR_ArrayHelper::chObjArray<unsigned char, false, 256> arrByte;
-    const long long nRead = readWholeFile(lpszFileName, INT_MAX - 256, [&](long long nRoom) {
-        arrByte.SetArraySize(static_cast<int>(nRoom));
-        return arrByte.GetBuffer();
-    });
-    arrByte.SetArraySize(nRead > 0 ? static_cast<int>(nRead) : 0);
+    readWholeBytes(lpszFileName, readAny, arrByte);
     return arrByte;
 }
 
 chReferenceStringT<char> qorDumpTextFileA(const char* lpszFileName) {
     chReferenceStringT<char> str;
-    const long long nRead = readWholeFile(lpszFileName, maxLineLength,
+    const long long nRead = readWholeFile(lpszFileName, readAny, maxLineLength,
                                           [&](long long nRoom) { return str.GetBuffer(static_cast<int>(nRoom)); });
     if (nRead <= 0)
         return chReferenceStringT<char>();
@@ -48,7 +43,7 @@ chReferenceStringT<char> qorDumpTextFileA(const char* lpszFileName) {
 
 chReferenceStringT<unsigned short> qorDumpTextFileW(const char* lpszFileName) {
     chReferenceStringT<unsigned short> wstr;
-    const long long nRead = readWholeFile(lpszFileName, 2LL * maxLineLength, [&](long long nRoom) {
+    const long long nRead = readWholeFile(lpszFileName, readAny, 2LL * maxLineLength, [&](long long nRoom) {
         return wstr.GetBuffer(static_cast<int>((nRoom + 1) / 2));
     });
     const long long nUnits = nRead > 0 ? unpackUnits(wstr.GetBuffer(-1), nRead) : 0;

@@ -17,8 +17,8 @@ namespace QOR_FileHelper {
 
 namespace {
 
-// The stream mode of open flags.
-void modeOf(UINT uFlags, char (&szMode)[4]) {
+// The stream mode of open flags. The descriptor is closed on exec.
+void modeOf(UINT uFlags, char (&szMode)[5]) {
     const bool bCreate = (uFlags & openCreate) != 0;
     char* p = szMode;
     if (bCreate)
@@ -28,6 +28,7 @@ void modeOf(UINT uFlags, char (&szMode)[4]) {
     if (szMode[0] == 'r' ? (uFlags & openReadWrite) != 0 : (uFlags & openWrite) == 0)
         *p++ = '+';
     *p++ = 'b';
+    *p++ = 'e';
     *p = 0;
 }
 
@@ -69,7 +70,7 @@ BOOL chFileStdio::Open(const char* lpszFileName, UINT uFlags) {
         return 0;
     if (this == &NullStream())
         return 0;
-    char szMode[4];
+    char szMode[5];
     modeOf(uFlags, szMode);
     m_pFile = fopen(lpszFileName, szMode);
     return m_pFile != NULL;

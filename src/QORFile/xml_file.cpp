@@ -2,6 +2,8 @@
 #include "qor/FileHelper/File.h"
 #include "qor/FileHelper/Xml.h"
 
+#include <errno.h>
+
 #include "internal/report.h"
 #include "internal/safe_save.h"
 
@@ -48,9 +50,11 @@ BOOL xmlFile::SaveToFile(const char* lpszFileName) const {
     if (!QOR_ASSERT(!textEMPTY(lpszFileName)))
         return 0;
     const chReferenceStringT<char> strText = ExportToText();
-    if (strText.IsEmpty() && get_pFirstChild() != NULL)
-        return 0;  // too long
-    return saveFileSafely(lpszFileName, [&](chFileStdio& file) { return file.WriteString(strText); });
+    return saveFileSafely(lpszFileName, [&](chFileStdio& file) {
+        errno = EFBIG;  // unless the write fails for another reason
+        const bool bTooLong = strText.IsEmpty() && get_pFirstChild() != NULL;
+        return !bTooLong && file.WriteString(strText);
+    });
 }
 
 xmlElement* xmlParseElementFromText(const char* lpszXMLText) {
@@ -64,9 +68,6 @@ xmlElement* xmlParseElementFromText(const char* lpszXMLText) {
     return static_cast<xmlElement*>(pNode);
 }
 
-BOOL eventParseXMLFile(const char* lpszFileName) {
-    chFileStdio file;
-    return !textEMPTY(lpszFileName) && file.Open(lpszFileName, openRead);
-}
+BOOL eventParseXMLFile(const char* lpszFileName) { return !textEMPTY(lpszFileName) && canBeRead(lpszFileName); }
 
 }  // namespace QOR_FileHelper

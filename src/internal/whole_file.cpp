@@ -2,45 +2,76 @@
 #include "internal/whole_file.h"
 
 #include <errno.h>
+#include <fcntl.h>
+#include <limits.h>
 #include <sys/stat.h>
 #include <unistd.h>
+
+#define QOR_MODULE "QORFile"
+#include "internal/report.h"
 
 namespace QOR_FileHelper {
 
 namespace {
 
-// A file that is read past its stream.
-class wholeFile : public chFileStdio {
+// A file open for reading.
+class openedFile {
 public:
-    explicit wholeFile(const char* lpszFileName) { Open(lpszFileName, openBinary); }
-
-    // The size that it says it has; files that are made while they are read say 0.
-    long long Size() const {
-        struct stat state;
-        return m_pFile != NULL && fstat(fileno(m_pFile), &state) == 0 && S_ISREG(state.st_mode) ? state.st_size : 0;
-    }
-
-    ssize_t ReadSome(void* p, size_t nCount) {
-        ssize_t nRead;
+    openedFile(const char* lpszFileName, readKind eKind) {
+        const int nFlags = O_RDONLY | O_CLOEXEC | (eKind == readDocument ? O_NONBLOCK | O_NOCTTY : 0);
         do
-            nRead = read(fileno(m_pFile), p, nCount);
-        while (nRead == -1 && errno == EINTR);
-        return nRead;
+            m_fd = open(lpszFileName, nFlags);
+        while (m_fd == -1 && errno == EINTR);
     }
+    openedFile(const openedFile&) = delete;
+    openedFile& operator=(const openedFile&) = delete;
+    ~openedFile() {
+        const int nError = errno;
+        if (m_fd != -1)
+            close(m_fd);
+        errno = nError;
+    }
+
+    int fd() const { return m_fd; }
+
+private:
+    int m_fd;
 };
 
-}  // namespace
+bool isNamed(const char* lpszFileName) {
+    return QOR_ASSERT_TEXT(!QOR_StringHelper::textEMPTY(lpszFileName), "m_pFile == NULL && !textEMPTY(lpszFileName)");
+}
 
-long long readWholeFile(const char* lpszFileName, long long nMax, const std::function<void*(long long)>& fnRoom) {
-    wholeFile file(lpszFileName);
-    if (!file.IsFileOpened())
+// The size that a file says it has; files that are made while they are read say 0. -1 (errno): it is not to be read.
+long long sizeOf(int fd, readKind eKind) {
+    struct stat state;
+    if (fstat(fd, &state) != 0)
         return -1;
-    const long long nSize = file.Size();
+    if (S_ISREG(state.st_mode))
+        return state.st_size;
+    if (eKind == readAny)
+        return 0;
+    errno = S_ISDIR(state.st_mode) ? EISDIR : EOPNOTSUPP;
+    return -1;
+}
+
+ssize_t readSome(int fd, void* p, size_t nCount) {
+    ssize_t nRead;
+    do
+        nRead = read(fd, p, nCount);
+    while (nRead == -1 && errno == EINTR);
+    return nRead;
+}
+
+long long readWhole(int fd, readKind eKind, long long nMax, const roomProvider& fnRoom) {
+    const long long nSize = sizeOf(fd, eKind);
+    if (nSize < 0)
+        return -1;
     long long nRoom = nSize > 0 ? nSize : 4096;
     long long nRead = 0;
     while (nRoom <= nMax) {
         char* const pRoom = static_cast<char*>(fnRoom(nRoom));
-        const ssize_t nSome = file.ReadSome(pRoom + nRead, static_cast<size_t>(nRoom - nRead));
+        const ssize_t nSome = readSome(fd, pRoom + nRead, static_cast<size_t>(nRoom - nRead));
         if (nSome <= 0)
             return nSome == 0 ? nRead : -1;
         nRead += nSome;
@@ -53,14 +84,46 @@ long long readWholeFile(const char* lpszFileName, long long nMax, const std::fun
     return -1;
 }
 
-int readWholeText(const char* lpszFileName, fileText& text) {
-    const long long nRead = readWholeFile(lpszFileName, maxLineLength, [&](long long nRoom) {
+}  // namespace
+
+long long readWholeFile(const char* lpszFileName, readKind eKind, long long nMax, const roomProvider& fnRoom) {
+    if (!isNamed(lpszFileName))
+        return -1;
+    const openedFile file(lpszFileName, eKind);
+    return file.fd() != -1 ? readWhole(file.fd(), eKind, nMax, fnRoom) : -1;
+}
+
+void readWholeBytes(const char* lpszFileName, readKind eKind, fileBytes& arrByte) {
+    const long long nRead = readWholeFile(lpszFileName, eKind, INT_MAX - 256, [&](long long nRoom) {
+        arrByte.SetArraySize(static_cast<int>(nRoom));
+        return arrByte.GetBuffer();
+    });
+    arrByte.SetArraySize(nRead > 0 ? static_cast<int>(nRead) : 0);
+}
+
+int readWholeText(int fd, fileText& text) {
+    const long long nRead = readWhole(fd, readDocument, maxLineLength, [&](long long nRoom) {
         text.SetArraySize(static_cast<int>(nRoom) + 1);
         return text.GetBuffer();
     });
     text.SetArraySize(static_cast<int>(nRead < 0 ? 0 : nRead) + 1);
     text[text.GetSize() - 1] = 0;
     return static_cast<int>(nRead);
+}
+
+int readWholeText(const char* lpszFileName, fileText& text) {
+    if (!isNamed(lpszFileName))
+        return -1;
+    const openedFile file(lpszFileName, readDocument);
+    if (file.fd() != -1)
+        return readWholeText(file.fd(), text);
+    text.SetArraySize(1);
+    text[0] = 0;
+    return -1;
+}
+
+bool canBeRead(const char* lpszFileName) {
+    return isNamed(lpszFileName) && openedFile(lpszFileName, readDocument).fd() != -1;
 }
 
 }  // namespace QOR_FileHelper

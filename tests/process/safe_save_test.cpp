@@ -68,15 +68,6 @@ int rename(const char* lpszFrom, const char* lpszTo) noexcept {
     return cut("rename") ? -1 : fn(lpszFrom, lpszTo);
 }
 
-FILE* fopen(const char* lpszPath, const char* lpszMode) {
-    static auto* const fn = systemCall<FILE*(const char*, const char*)>({"fopen64", "fopen"});
-    std::function<void()> fnBefore;
-    fnBefore.swap(s_plan.fnBeforeRead);
-    if (fnBefore)
-        fnBefore();
-    return fn(lpszPath, lpszMode);
-}
-
 int unlink(const char* lpszPath) noexcept {
     static auto* const fn = systemCall<int(const char*)>("unlink");
     return cut("unlink") ? -1 : fn(lpszPath);
@@ -88,6 +79,12 @@ int open(const char* lpszPath, int nFlags, ...) {
     va_start(args, nFlags);
     const unsigned uMode = (nFlags & O_CREAT) != 0 ? va_arg(args, unsigned) : 0;
     va_end(args);
+    if ((nFlags & (O_ACCMODE | O_NOFOLLOW | O_DIRECTORY)) == O_RDONLY) {  // a document, to be read
+        std::function<void()> fnBefore;
+        fnBefore.swap(s_plan.fnBeforeRead);
+        if (fnBefore)
+            fnBefore();
+    }
     return cut("open") ? -1 : fn(lpszPath, nFlags, uMode);
 }
 

@@ -1,4 +1,6 @@
 // Code pages: loading tables, both conversions, tables of any bytes.
+#include <sys/stat.h>
+
 #include <algorithm>
 #include <random>
 #include <regex>
@@ -72,6 +74,10 @@ TEST(CodePage, LoadingTellsWhetherThereIsAnEntry) {
     EXPECT_EQ(0, page.LoadCodePageFile(szName));
     EXPECT_EQ(0, page.LoadCodePageFile("/tmp/none"));
     EXPECT_EQ(0, page.LoadCodePageFile("/tmp"));
+    // Nobody ever opens the other end of the pipe.
+    ASSERT_EQ(0, mkfifo("/tmp/pipe.tbl", 0666));
+    EXPECT_EQ(0, page.LoadCodePageFile("/tmp/pipe.tbl"));
+    EXPECT_EQ(0, page.LoadCodePageFile("/dev/zero"));
 }
 
 TEST(CodePage, ALoadReplacesTheTableAlsoWhenItFails) {

@@ -1,5 +1,6 @@
 // Files: modes, records, positions, lines and the binary form of values.
 #include <errno.h>
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <cmath>
@@ -128,6 +129,22 @@ TEST_F(File, AnOpenFileOrAnEmptyNameIsAFatalAssertion) {
     EXPECT_EXIT(m_file.Open(nullptr, openRead), testing::KilledBySignal(SIGABRT), lpszText);
     open("x");
     EXPECT_EXIT(m_file.Open(szName, openRead), testing::KilledBySignal(SIGABRT), lpszText);
+}
+
+// Tells the descriptor of a file.
+class openFlagFile : public chFileStdio {
+public:
+    int descriptorFlags() const { return fcntl(fileno(m_pFile), F_GETFD); }
+};
+
+TEST_F(File, AProgramThatIsExecutedInheritsNoFile) {
+    putFile(szName, "abc");
+    for (const UINT uFlags : {UINT(openRead), UINT(openReadWrite), UINT(openWrite), UINT(openCreate),
+                              UINT(openCreate | openWrite), UINT(openCreate | openKeep)}) {
+        openFlagFile file;
+        ASSERT_EQ(1, file.Open(szName, uFlags));
+        EXPECT_EQ(FD_CLOEXEC, file.descriptorFlags()) << uFlags;
+    }
 }
 
 TEST_F(File, AStreamIsTakenOverAndClosed) {

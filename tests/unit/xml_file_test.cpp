@@ -224,4 +224,15 @@ TEST_F(XmlLoad, AFileThatCanBeOpenedIsToldFromOneThatCannot) {
     EXPECT_EQ("", testing::internal::GetCapturedStderr());
 }
 
+// Nobody ever opens the other end of the pipe: whoever waited for that would hang.
+TEST_F(XmlLoad, APipeIsNoDocumentAndBlocksNobody) {
+    unlink("/tmp/pipe.xml");
+    ASSERT_EQ(0, mkfifo("/tmp/pipe.xml", 0666));
+    xmlFile file;
+    EXPECT_EQ(0, file.LoadFromFile("/tmp/pipe.xml"));
+    EXPECT_EQ(0, file.LoadFromFile("/dev/zero"));
+    EXPECT_EQ(1, eventParseXMLFile("/tmp/pipe.xml"));
+    unlink("/tmp/pipe.xml");
+}
+
 }  // namespace

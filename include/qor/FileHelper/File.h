@@ -53,7 +53,7 @@ public:
     /// Closes the stream.
     ~chFileStdio() { Close(); }
 
-    /// Opens a file; uFlags are of openFlag.
+    /// Opens a file; uFlags are of openFlag. A program that is executed does not inherit it.
     /// @return 1 when it is open, else 0 (errno). Fatal: an open file, an empty name.
     BOOL Open(const char* lpszFileName, UINT uFlags = openRead);
     /// Whether there is a stream.
