@@ -6,6 +6,8 @@
 #include <errno.h>
 #include <string.h>
 
+#include <algorithm>
+
 #include "internal/byte_string.h"
 #include "internal/dense_alloc.h"
 #include "internal/ini_text.h"
@@ -126,7 +128,7 @@ class iniLoader {
 public:
     explicit iniLoader(iniDocument& document) : m_document(document), m_pList(&document) {}
 
-    // Takes the lines of a text in. There is a byte behind it that may be written.
+    // Takes the lines of a text in. There is a byte after it that may be written.
     void takeText(char* lpszText, int nLength) {
         char* const lpszEnd = lpszText + nLength;
         line arrLine[linesAhead];
@@ -137,6 +139,16 @@ public:
         }
         for (int n = 0; n < linesAhead; ++n)
             takeLine(arrLine[(i + n) % linesAhead]);
+    }
+
+    // Warns when keys of the text, read from the file of that name, were dropped: they stand before any section.
+    void warnOfDropped(const char* lpszFileName, const char* lpszText) const {
+        if (m_nDropped == 0)
+            return;
+        const long nLine = 1 + static_cast<long>(std::count(lpszText, m_lpszDropped, '\n'));
+        QOR_TraceHelper::qorOutputWarningString(
+            "Load %s: %d line(s) dropped before any section, the first is line %ld%s", lpszFileName, m_nDropped, nLine,
+            strncmp(lpszText, "\xEF\xBB\xBF", 3) == 0 ? "; the UTF-8 mark in line 1 hides what follows it" : "");
     }
 
 private:
@@ -187,6 +199,8 @@ private:
             case iniLineKey:
                 if (m_pSection != NULL)
                     takeValue(getEntry<iniKey>(*m_pSection, vLine), vLine.value);
+                else if (m_nDropped++ == 0)
+                    m_lpszDropped = vLine.lpszText;
                 break;
             case iniLineInvalid:
                 break;
@@ -228,6 +242,8 @@ private:
     iniDocument& m_document;
     iniSection* m_pSection = NULL;
     iniObjList* m_pList;
+    int m_nDropped = 0;
+    const char* m_lpszDropped = NULL;  // the first of them
 };
 
 BOOL iniFile::LoadFromFile(const char* lpszFileName) {
@@ -243,7 +259,9 @@ BOOL iniFile::LoadFromFile(const char* lpszFileName) {
         return 0;
     }
     ClearObjList();
-    iniLoader(*this).takeText(text.GetBuffer(), nSize);
+    iniLoader loader(*this);
+    loader.takeText(text.GetBuffer(), nSize);
+    loader.warnOfDropped(m_strFileName, text.GetBuffer());
     return 1;
 }
 

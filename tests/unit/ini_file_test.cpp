@@ -1,4 +1,5 @@
 // INI files: what loading keeps and drops, what saving writes, interrupted saves, hostile files.
+#include <errno.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <time.h>
@@ -91,6 +92,21 @@ TEST_F(IniLoad, WhatCannotBeReadLeavesTheDocument) {
     rmdir("/tmp/folder.ini");
 }
 
+// Nobody ever opens the other end of the pipe: a load that waited for that would hang.
+TEST_F(IniLoad, APipeOrDeviceIsNoDocumentAndBlocksNobody) {
+    putFile(s_strName, "[a]\nk = v\n");
+    iniFile file(s_strName.c_str());
+    ASSERT_EQ(0, mkfifo("/tmp/pipe.ini", 0666));
+    EXPECT_EQ(0, file.LoadFromFile("/tmp/pipe.ini"));
+    EXPECT_EQ(EOPNOTSUPP, errno);
+    EXPECT_EQ(0, file.LoadFromFile("/dev/zero"));
+    EXPECT_EQ(EOPNOTSUPP, errno);
+    EXPECT_EQ(0, file.LoadFromFile("/tmp"));
+    EXPECT_EQ(EISDIR, errno);
+    EXPECT_STREQ("v", file.GetTextValue("a", "k", ""));
+    unlink("/tmp/pipe.ini");
+}
+
 TEST_F(IniLoad, ALoadReplacesTheDocument) {
     putFile(s_strName, "[a]\nk = 1\n");
     iniFile file(s_strName.c_str());
@@ -130,6 +146,29 @@ TEST_F(IniLoad, EntriesAreKeptInTheirOrder) {
 
 TEST_F(IniLoad, InvalidLinesAndKeysInFrontOfTheFirstSectionAreDropped) {
     EXPECT_EQ("; c\n[ a ]\nk = v\n", savedAgain("early = 1\n; c\njunk\n[open\n[a]\nx ; c\nk=v\n"));
+}
+
+// What a load of a text warns of.
+std::string warningOf(const std::string& strText) {
+    putFile(s_strName, strText);
+    testing::internal::CaptureStderr();
+    const iniFile file(s_strName.c_str());
+    return testing::internal::GetCapturedStderr();
+}
+
+TEST_F(IniLoad, WarnsOfLinesThatAreDroppedBeforeAnySection) {
+    const std::string strBegin = "\033[1;33m warning: \033[00m Load /tmp/net.ini: ";
+    EXPECT_EQ(strBegin + "1 line(s) dropped before any section, the first is line 1\n",
+              warningOf("k = v\n[a]\nk = v\n"));
+    EXPECT_EQ(strBegin + "2 line(s) dropped before any section, the first is line 3\n",
+              warningOf("; c\n\nk = v\njunk\nl = w"));
+    EXPECT_EQ(strBegin +
+                  "2 line(s) dropped before any section, the first is line 2; "
+                  "the UTF-8 mark in line 1 hides what follows it\n",
+              warningOf("\xEF\xBB\xBF[a]\nk = v\nl = w\n[b]\nm = x\n"));
+    EXPECT_EQ("", warningOf("\xEF\xBB\xBF; c\n[a]\nk = v\n"));
+    EXPECT_EQ("", warningOf("; c\n\n[a]\nk = v\n"));
+    EXPECT_EQ("", warningOf(""));
 }
 
 TEST_F(IniLoad, ARepeatedSectionGoesOnWithTheFirst) {
