@@ -48,6 +48,13 @@ extern int32_t iRecord;
 extern size_t nLength;
 extern QOR_AllocHelper::baseStaticPoolAlloc* pPool;
 
+// What an application keeps in a segment of its own.
+struct segment {
+    QOR_ChainHelper::list_chain_offset vRoot;
+    QOR_ChainHelper::list_chain_offset aNode[8];
+};
+extern segment* pSegment;
+
 static int onMessage(simpMSG* pMsg);
 
 class myProcesser : public QOR_MsgQueueHelper::chMsgProcesser {
