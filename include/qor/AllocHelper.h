@@ -158,6 +158,8 @@ public:
     void free(void* p);
     /// Merges all free neighbours and checks that everything was freed. Fatal: a block is still out.
     void cleanup_pool();
+    /// The bytes of all free cells, headers included; O(n) in the number of cells. One block of that size need not fit.
+    int free_size() const;
 
     /// Internal: takes a cell out of the chain of free cells and marks it as used.
     void pop_free_cell(poll_chain* pCell);

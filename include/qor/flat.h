@@ -234,7 +234,8 @@ QOR_API BOOL registryUnregistSaver(void);
 QOR_API BOOL registrySaveDocument(HREGISTRY hDocument);
 
 /** Has the calling thread told of changes of a section: each flush of a change posts it message 0x9001 with the
- *  section's handle in lParam. Called twice, it is told twice. 0 for no section. */
+ *  section's handle in lParam. Called twice, it is told twice. A thread that does not read its messages is told only
+ *  once of a section while less than a quarter of the share segment's pool is free. 0 for no section. */
 QOR_API BOOL regMonitorSection(HREGISTRY hRegistry);
 /** Ends that, however often it was called. 0 for no section. */
 QOR_API BOOL regUnmonitorSection(HREGISTRY hRegistry);

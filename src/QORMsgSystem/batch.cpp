@@ -8,6 +8,8 @@
 // A poster may be killed anywhere. In a hold, each message is linked completely or not at all, those before it are, and
 // those behind it are not. Behind a hold there may be threads with a message and without a signal, which look into
 // their queues at the end of the wait they are in, as behind a single post whose poster dies before it signals.
+#include <string.h>
+
 #include "internal/message.h"
 #include "internal/report.h"
 #include "internal/scope_lock.h"
@@ -51,18 +53,54 @@ bool hasRoom(const msgDraft& draft) {
     return share().getObject()->m_objPool.find_big_enough_cell(nNeed) != NULL;
 }
 
+// Whether a message would leave less than a quarter of the pool free. The caller holds the mutex as long as the object
+// lives. Counting the free bytes takes a walk over all cells, so what is put meanwhile is estimated, rather too high.
+class poolWatch {
+public:
+    bool IsShortAfter(const msgDraft& draft) {
+        const int nQuarter = static_cast<int>(sizeof(share().getObject()->m_aPool)) / 4;
+        if (m_nFree - sizeCells(draft) < nQuarter)
+            m_nFree = share().getObject()->m_objPool.free_size();
+        return m_nFree - sizeCells(draft) < nQuarter;
+    }
+    void NotePut(const msgDraft& draft) { m_nFree -= sizeCells(draft) + sizeCellHeaders; }
+
+private:
+    static int sizeCells(const msgDraft& draft) {
+        const int nHeader = static_cast<int>(sizeof(QOR_AllocHelper::poll_chain));
+        const int nRecord = nHeader + static_cast<int>(sizeChainNode + sizeof(msgObject));
+        return draft.nExtraSize > 0 ? nRecord + nHeader + (draft.nExtraSize + 3) / 4 * 4 : nRecord;
+    }
+
+    int m_nFree = 0;  // at least that much
+};
+
+bool isUnread(const msgObject& objMessage, const msgDraft& draft) {
+    return objMessage.GetStatus() == MT_EMITTED && objMessage.uMsg == draft.uMsg && objMessage.wParam == draft.wParam &&
+           objMessage.lParam == draft.lParam && objMessage.GetExtraSize() == draft.nExtraSize &&
+           (draft.nExtraSize == 0 || memcmp(objMessage.GetExtraData(), draft.pExtraData, draft.nExtraSize) == 0);
+}
+
+// A thread that does not read its messages must not fill the pool for everybody: more of the same tells it nothing.
+bool isLeftOut(const batchPost& post, const chMsgQueue& objQueue, poolWatch& watch) {
+    return post.bCoalesce && watch.IsShortAfter(post.draft) &&
+           objQueue.FindMessage([&post](msgObject& objMessage) { return isUnread(objMessage, post.draft); }) != NULL;
+}
+
 // One hold. Returns the first post that was not tried: a full pool ends the process, so a message that may not fit is
 // left for later while there is somebody to wake.
 postIterator putInHold(postIterator itFirst, postIterator itEnd, bool bWake) {
     askForLife(itFirst, itEnd);
     scopeShareLock<chSystemShareFrame> lock(share());
+    poolWatch watch;
     for (postIterator it = itFirst; it != itEnd; ++it) {
         chMsgQueue* pQueue = it->bAlive ? findQueue(*it) : NULL;
-        if (pQueue == NULL)
+        if (pQueue == NULL || isLeftOut(*it, *pQueue, watch))
             continue;
         if (bWake && !hasRoom(it->draft))
             return it;
         it->bPut = putMessage(*pQueue, it->draft, &it->bWake) != NULL;
+        watch.NotePut(it->draft);
         bWake = true;
     }
     return itEnd;

@@ -434,6 +434,23 @@ void baseStaticPoolAlloc::cleanup_pool() {
         QOR_ASSERT(begin_cell()->get_pRight() == end_cell());
 }
 
+int baseStaticPoolAlloc::free_size() const {
+    bounds area;
+    if (!getBounds(area))
+        return 0;
+    uint32_t uFree = 0;
+    for (uintptr_t u = area.uBegin; u != area.uEnd;) {
+        const poll_chain* pCell = reinterpret_cast<const poll_chain*>(u);
+        if (!isSoundCell(area, pCell)) {
+            failBroken();
+            return 0;
+        }
+        uFree += pCell->is_free_cell() ? pCell->get_iOffsetRightCell() : 0;
+        u += pCell->get_iOffsetRightCell();
+    }
+    return static_cast<int>(uFree);
+}
+
 // ---- baseSharePoolAlloc
 
 baseSharePoolAlloc::baseSharePoolAlloc() {

@@ -50,6 +50,7 @@ struct batchPost {
     int idTask;             // the thread's task
     chMsgQueue* pMsgQueue;  // its queue; null for the first one of the task
     msgDraft draft;
+    bool bCoalesce = false;  // left out, when the pool gets short, behind an equal message that is unread
 
     bool bAlive = false;
     bool bPut = false;

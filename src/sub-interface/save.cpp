@@ -58,7 +58,8 @@ void tell(const std::vector<notification>& listTell) {
     for (size_t i = 0; i < listTell.size(); ++i)
         listPost.push_back({listTell[i].entry.m_idTask, NULL,
                             makeDraft(TM_MESSAGE_PROXY, 0, static_cast<int>(listTell[i].uSection), sizeof(msgProxy),
-                                      &listProxy[i], false)});
+                                      &listProxy[i], false),
+                            true});
     postBatch(listPost);
 }
 

@@ -389,6 +389,18 @@ TEST_F(Pool, IsValidCellSaysWhatIsWrong) {
     }
 }
 
+TEST_F(Pool, ItsFreeSizeIsThatOfAllFreeCells) {
+    const int nAll = m_block.pool.free_size();
+    EXPECT_EQ(nAll, m_block.pool.begin_cell()->get_nPoolSize() + 4);
+    void* p1 = m_block.pool.alloc(20);
+    void* p2 = m_block.pool.alloc(20);
+    EXPECT_EQ(nAll - 48, m_block.pool.free_size());
+    m_block.pool.free(p1);  // a cell of its own
+    EXPECT_EQ(nAll - 24, m_block.pool.free_size());
+    m_block.pool.free(p2);
+    EXPECT_EQ(nAll, m_block.pool.free_size());
+}
+
 TEST_F(Pool, FreeingTwiceIsFatal) {
     void* pA = pool().alloc(20);
     void* pB = pool().alloc(20);

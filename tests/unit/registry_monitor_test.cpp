@@ -1,6 +1,7 @@
 // Monitors and the saver in one process: who is told of what, how often, and what becomes of the dead.
 #include <sched.h>
 
+#include <algorithm>
 #include <atomic>
 #include <thread>
 
@@ -390,6 +391,69 @@ TEST_F(Monitors, TheSecondWordOfAMethodCountsUnlessThereIsNoFirst) {
     pEntry->m_objMethod.m_aWord[1] = 8;
     pSection->RemoveMonitorTask(idTask, &objWatcher, NULL);
     EXPECT_EQ(0, pSection->m_lstMonitor.size());
+    registryHelper().Unlock();
+}
+
+// ---- monitors that do not read
+
+int freeShareBytes() {
+    share().Lock(-1);
+    const int nFree = share().getObject()->m_objPool.free_size();
+    share().Unlock();
+    return nFree;
+}
+
+TEST_F(Monitors, OneThatDoesNotReadLeavesAQuarterOfThePoolToTheOthers) {
+    constexpr int nQuarter = 65504 / 4, nNotification = 4 + 48 + 4 + 16;
+    HREGISTRY h = open("s"), hOther = open("t");
+    regMonitorSection(h);
+    regMonitorSection(hOther);
+    const auto flush = [this](HREGISTRY hSection) {
+        registrySetInt(hSection, "k", ++m_nValue);
+        registryFlush(hSection);
+    };
+    const int nBefore = freeShareBytes();
+    for (int i = 0; i < 1000; ++i)  // 909 would fill the pool
+        flush(h);
+    const int nFree = freeShareBytes();
+    EXPECT_GE(nFree, nQuarter);
+    EXPECT_LT(nFree - nNotification, nQuarter);  // not before it is needed
+    flush(hOther);                               // nothing of this section is unread
+    EXPECT_EQ(nFree - nNotification, freeShareBytes());
+    flush(hOther);
+    EXPECT_EQ(nFree - nNotification, freeShareBytes());
+    EXPECT_EQ((nBefore - nFree) / nNotification + 1, handle());
+    EXPECT_EQ(1, std::count_if(m_listTold.begin(), m_listTold.end(),
+                               [=](const toldOf& told) { return told.hSection == hOther; }));
+    flush(h);
+    flush(h);
+    EXPECT_EQ(2, handle());  // one for each flush again
+    regUnmonitorSection(h);
+    regUnmonitorSection(hOther);
+}
+
+TEST_F(Monitors, WhereThePoolIsShortAnotherMethodIsStillTold) {
+    HREGISTRY h = open("s");
+    regMonitorSection(h);
+    for (int i = 0; i < 1000; ++i) {
+        registrySetInt(h, "k", ++m_nValue);
+        registryFlush(h);
+    }
+    watcher objWatcher;
+    regSection* pSection = sectionOf(h);
+    registryHelper().Lock(-1);
+    for (const msgMethod pMethod : {s_pOnChange, s_pOnOther})
+        pSection->AddMonitorTask(qorGetCurrentTaskId(), &objWatcher, pMethod);
+    registryHelper().Unlock();
+    for (int i = 0; i < 3; ++i) {
+        registrySetInt(h, "k", ++m_nValue);
+        registryFlush(h);
+    }
+    handle();
+    EXPECT_EQ(1, objWatcher.m_nChanged);
+    EXPECT_EQ(1, objWatcher.m_nOther);
+    registryHelper().Lock(-1);
+    pSection->m_lstMonitor.clear();
     registryHelper().Unlock();
 }
 
