@@ -60,7 +60,7 @@ refString iniKey::GetValue(const char* lpszDefault) const {
 }
 
 BOOL iniKey::SetValue(const phraseConstTextA& text) {
-    const char* lpszWhy = IsWritable() ? whyNoValue(text) : whyNoKeyName(viewOf(key()));
+    const char* lpszWhy = m_bWritable ? whyNoValue(text) : whyNoKeyName(viewOf(key()));
     if (lpszWhy != NULL) {
         QOR_WARN_TEXT(false, refusal(constText(), viewOf(key()), lpszWhy).c_str());
         return 0;

@@ -81,7 +81,7 @@ BOOL iniObjList::ExportToFile(chFileStdio& file) const {
     bool bOpenLine = false;
     for (iterator it = begin(); it != end(); ++it) {
         iniObject* pObject = *it;
-        if (!pObject->IsWritable()) {
+        if (!pObject->m_bWritable) {
             warnUnwritable(*pObject);
             continue;
         }

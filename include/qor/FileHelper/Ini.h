@@ -85,15 +85,14 @@ public:
 
 protected:
     iniObject(iniLineType eType, const phraseConstTextA& name);
-    /// Whether the name, written to a file, is read back as what it is.
-    bool IsWritable() const { return m_bWritable; }
 
 private:
+    friend class iniKey;
     friend class iniLoader;
     friend class iniObjList;
 
     const iniLineType m_eType : 8;
-    const bool m_bWritable : 1;
+    const bool m_bWritable : 1;  // whether the name, written to a file, is read back as what it is
     phraseStringA m_strKey;
 };
 
