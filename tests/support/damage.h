@@ -15,6 +15,46 @@
 
 namespace qorTest {
 
+// Overwrites a few words of a segment, among its first nBytes, with what damage looks like: noise, small numbers,
+// single bits, other words, no target, distances into the segment and just past its ends.
+inline void damageSegment(std::mt19937& random, char* pBegin, size_t nSize, size_t nBytes) {
+    const auto wordAt = [pBegin](size_t nAt) {
+        uint32_t u;
+        memcpy(&u, pBegin + nAt, sizeof(u));
+        return u;
+    };
+    for (unsigned n = 1 + random() % 6; n > 0; --n) {
+        const size_t nAt = random() % (nBytes / 4) * 4;
+        uint32_t u = wordAt(nAt);
+        switch (random() % 8) {
+            case 0:
+                u = static_cast<uint32_t>(random());
+                break;
+            case 1:
+                u = static_cast<uint32_t>(random() % 64) - 16;
+                break;
+            case 2:
+                u ^= 1u << random() % 32;
+                break;
+            case 3:
+                u = wordAt(random() % (nSize / 4) * 4);
+                break;
+            case 4:
+                u = static_cast<uint32_t>(random() % (nBytes / 4) * 4 - nAt);
+                break;
+            case 5:
+                u = static_cast<uint32_t>(nSize - nAt + random() % 9 * 4 - 16);
+                break;
+            case 6:
+                u = random() % 2 ? 0u : 0xFFFFFFFFu;
+                break;
+            default:
+                u = 0x7FFFFFFFu - static_cast<uint32_t>(random() % 20);
+        }
+        memcpy(pBegin + nAt, &u, sizeof(u));
+    }
+}
+
 // A known segment between two pages that cannot be touched. A child of a fork has it for itself.
 class guardedSegment {
 public:
@@ -41,40 +81,9 @@ public:
         return pc >= m_pBegin && pc <= m_pBegin + m_nSize && nSize <= static_cast<size_t>(m_pBegin + m_nSize - pc);
     }
 
-    // Overwrites a few words among the first nBytes with what damage looks like: noise, small numbers, single
-    // bits, other words, distances into the segment and just past its ends.
-    void Damage(std::mt19937& random, size_t nBytes) {
-        for (unsigned n = 1 + random() % 6; n > 0; --n) {
-            const size_t nAt = random() % (nBytes / 4) * 4;
-            uint32_t u;
-            memcpy(&u, m_pBegin + nAt, sizeof(u));
-            u = damaged(random, u, nAt);
-            memcpy(m_pBegin + nAt, &u, sizeof(u));
-        }
-    }
+    void Damage(std::mt19937& random, size_t nBytes) { damageSegment(random, m_pBegin, m_nSize, nBytes); }
 
 private:
-    uint32_t damaged(std::mt19937& random, uint32_t u, size_t nAt) const {
-        uint32_t uOther;
-        switch (random() % 7) {
-            case 0:
-                return static_cast<uint32_t>(random());
-            case 1:
-                return static_cast<uint32_t>(random() % 64) - 16;
-            case 2:
-                return u ^ (1u << random() % 32);
-            case 3:
-                memcpy(&uOther, m_pBegin + random() % (m_nSize / 4) * 4, sizeof(uOther));
-                return uOther;
-            case 4:
-                return static_cast<uint32_t>(random() % (m_nSize / 4) * 4 - nAt);
-            case 5:
-                return static_cast<uint32_t>(m_nSize - nAt + random() % 9 * 4 - 16);
-            default:
-                return 0x7FFFFFFFu - static_cast<uint32_t>(random() % 20);
-        }
-    }
-
     const size_t m_nPage;
     const size_t m_nSize;
     char* m_pBegin;
@@ -85,7 +94,7 @@ struct ending {
     std::string strReport;  // standard error
 
     // A fatal assertion is an ending that a damaged segment may have.
-    bool asserted() const { return nStatus == -SIGABRT && strReport.find("error: \033[00m[_ch") != std::string::npos; }
+    bool asserted() const { return nStatus == -SIGABRT && strReport.find("error: \033[00m[") != std::string::npos; }
 };
 
 // Runs an operation in a child, with a watchdog.

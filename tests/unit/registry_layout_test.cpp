@@ -40,6 +40,8 @@ protected:
         return lpsz;
     }
 
+    int32_t* wordOf(int nOffset) { return reinterpret_cast<int32_t*>(reinterpret_cast<char*>(m_pRoot) + nOffset); }
+
     // A list in the segment, over its pool.
     template <class T>
     regObjList<T>& newList() {
@@ -204,6 +206,62 @@ TEST_F(RegistryLayout, ABrokenChainIsAFatalAssertionAndNoWildAccess) {
     const int nNode = offsetOf(pSection->FindKeyObject("k")) - 8;
     dies(nNode, 0, [&] { pSection->FindKeyObject("other"); });  // a circle without its head
     QOR_ChainHelper::unregistShareRange(m_pRoot);
+}
+
+// Runs an operation in a child that a watchdog ends.
+int inTime(const std::function<void()>& fnUse) {
+    alarm(20);
+    fnUse();
+    _exit(7);
+}
+
+// The chain is empty forwards, and only a link backwards leads to an object.
+TEST_F(RegistryLayout, WhatOnlyALinkBackwardsLeadsToIsNoLastObject) {
+    regDocument* pLost = m_pRoot->m_lstDocument.AppendObject(
+        [this](regDocument& document) { return document.InitDocument(&m_pRoot->m_objPool), true; });
+    regSection* pSection = pLost->GetSectionObject("s");
+    pSection->GetKeyObject("k");
+    for (int32_t* pnNext : {wordOf(32), wordOf(offsetOf(pLost) + 8), wordOf(offsetOf(pSection) + 8)}) {
+        const int32_t nOld = *pnNext;
+        *pnNext = 0;
+        EXPECT_EXIT(inTime([&] { m_pRoot->ClearLostDocument(); }), testing::ExitedWithCode(7), "");
+        EXPECT_EXIT(inTime([&] { pLost->ClearSections(); }), testing::ExitedWithCode(7), "");
+        EXPECT_EXIT(inTime([&] { pSection->ClearKeys(); }), testing::ExitedWithCode(7), "");
+        *pnNext = nOld;
+    }
+}
+
+TEST_F(RegistryLayout, AListThatIsClearedInARingEndsInAnAssertion) {
+    regDocument* pLost = m_pRoot->m_lstDocument.AppendObject(
+        [this](regDocument& document) { return document.InitDocument(&m_pRoot->m_objPool), true; });
+    regSection* pSection = pLost->GetSectionObject("s");
+    const int nFirst = offsetOf(pSection->GetKeyObject("first")) - 8;
+    const int nLast = offsetOf(pSection->GetKeyObject("last")) - 8;
+    *wordOf(nLast) = nFirst - nLast;
+    *wordOf(offsetOf(pSection) + 12) = 0;  // the head's link backwards leads nowhere
+    EXPECT_EXIT(inTime([&] { m_pRoot->ClearLostDocument(); }), testing::KilledBySignal(SIGABRT),
+                "broken share (chain|pool)");
+    EXPECT_EXIT(inTime([&] { pSection->m_lstKey.clear(); }), testing::KilledBySignal(SIGABRT),
+                "broken share chain|!pFreeCell->is_free_cell\\(\\)");
+}
+
+TEST_F(RegistryLayout, AHandleThatLostItsPoolIsFatalWhenSomethingIsAdded) {
+    regDocument* pDocument = m_pRoot->GetDocumentObject("/tmp/layout.ini");
+    regSection* pSection = pDocument->GetSectionObject("s");
+    regKey* pKey = pSection->GetKeyObject("k");
+    const auto dies = [&](int nOffset, const std::function<void()>& fnUse) {
+        const int32_t nOld = *wordOf(nOffset);
+        *wordOf(nOffset) = -1;
+        EXPECT_EXIT(fnUse(), testing::KilledBySignal(SIGABRT), "\\[_chAlloc:[0-9]+\\] get_pPool\\(\\) != NULL ")
+            << nOffset;
+        *wordOf(nOffset) = nOld;
+    };
+    dies(offsetOf(pKey) + 8, [&] { pKey->SetValue("value"); });
+    dies(offsetOf(pDocument) + 16, [&] { pDocument->CreateFromFile("/tmp/layout.ini"); });
+    dies(offsetOf(pSection), [&] { pSection->SetKeyValue("new", "value", NULL); });
+    dies(offsetOf(pSection) + 24, [&] { pSection->AddMonitorTask(1, NULL, NULL); });
+    dies(offsetOf(pDocument), [&] { pDocument->GetSectionObject("new"); });
+    dies(24, [&] { m_pRoot->GetDocumentObject("/tmp/new.ini"); });
 }
 
 // ---- the steps that the store's operations are made of
