@@ -362,14 +362,21 @@ void chReferenceStringT<T>::FormatV(const T* lpszFormat, va_list args) {
     va_copy(argsLength, args);
     const int nMaxLen = chGetFormattedLength(lpszFormat, argsLength);
     va_end(argsLength);
-    // The arguments may point into this string.
+    // The arguments may point into this string, so the text is made elsewhere before the block is written.
     chReferenceStringT strNew;
     strNew.PrepareTextBuffer(nMaxLen < 0 ? 0 : nMaxLen);
     const int nActualSize = chVsprintf(strNew.m_lpszStringData, nMaxLen + 1, lpszFormat, args);
     if (!QOR_ASSERT(nActualSize <= nMaxLen && nActualSize >= 0))
         return;
     strNew.SetLength(nActualSize);
-    CopyFromObject(strNew);
+    const chStringDataT<T>* pOwn = getStringData();
+    if (pOwn == NULL || pOwn->m_nReferenceCount != 1 || pOwn->m_nAllocLength < nActualSize) {
+        CopyFromObject(strNew);
+        return;
+    }
+    PrepareTextBuffer(nActualSize);
+    memcpy(m_lpszStringData, strNew.m_lpszStringData, static_cast<size_t>(nActualSize + 1) * sizeof(T));
+    SetLength(nActualSize);
 }
 
 template <class T>

@@ -641,6 +641,48 @@ TYPED_TEST(String, FormatsFromItsOwnText) {
     EXPECT_EQ("abc", narrow(strCopy));
 }
 
+TYPED_TEST(String, FormattingKeepsABlockOfItsOwnThatTheResultFits) {
+    auto str = this->make(std::string(100, 'x'));
+    const TypeParam* const lpszBlock = str;
+    ASSERT_EQ(112, this->capacityOf(str));
+    for (const char* lpszText : {"short", "a longer text", "", "b"}) {
+        str.Format(letters<TypeParam>("%s"), letters<TypeParam>(lpszText).get());
+        EXPECT_EQ(lpszBlock, static_cast<const TypeParam*>(str));
+        EXPECT_EQ(112, this->capacityOf(str));
+        EXPECT_EQ(lpszText, narrow(str));
+        EXPECT_EQ(static_cast<int>(strlen(lpszText)), this->storedLengthOf(str));
+        EXPECT_TRUE(this->isZeroFrom(str, str.GetLength()));
+    }
+    str.Format(letters<TypeParam>("<%s%s>"), static_cast<const TypeParam*>(str), static_cast<const TypeParam*>(str));
+    EXPECT_EQ("<bb>", narrow(str));
+    EXPECT_EQ(lpszBlock, static_cast<const TypeParam*>(str));
+    str.Format(letters<TypeParam>("%112d"), 5);
+    EXPECT_EQ(lpszBlock, static_cast<const TypeParam*>(str));
+    str.Format(letters<TypeParam>("%113d"), 5);
+    EXPECT_EQ(128, this->capacityOf(str));
+    EXPECT_EQ(113, str.GetLength());
+}
+
+TYPED_TEST(String, FormattingIntoARawBufferLeavesNothingOfItBehind) {
+    auto str = this->make("x");
+    TypeParam* const lpszRaw = str.GetBuffer(60);
+    for (int i = 0; i < 60; ++i)
+        lpszRaw[i] = 'r';
+    str.Format(letters<TypeParam>("%d"), 7);
+    EXPECT_EQ(lpszRaw, static_cast<const TypeParam*>(str));
+    EXPECT_EQ("7", narrow(str));
+    EXPECT_TRUE(this->isZeroFrom(str, 1));
+}
+
+TYPED_TEST(String, FormattingASharedStringLeavesTheOtherAlone) {
+    auto str = this->make("shared");
+    const auto strOther = str;
+    str.Format(letters<TypeParam>("%s!"), static_cast<const TypeParam*>(str));
+    EXPECT_EQ("shared!", narrow(str));
+    EXPECT_EQ("shared", narrow(strOther));
+    EXPECT_EQ(1, this->sharersOf(strOther));
+}
+
 TEST(StringFormat, AFormatThatCannotBePrintedIsFatal) {
     chReferenceStringT<char> str;
     EXPECT_STRING_FATAL(str.Format("%lc", 0x7FFFFFFF), "nActualSize <= nMaxLen && nActualSize >= 0");

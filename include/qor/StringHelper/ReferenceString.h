@@ -131,9 +131,10 @@ public:
     /// Makes the string a run of one character; a count not above 0, or a run of NULs, clears.
     void RepeatFill(T ch, int nCount);
 
-    /// Formats like printf.
+    /// Formats like printf. The string may be among its own arguments; its block is kept when it is not shared and the
+    /// result fits.
     void Format(const T* lpszFormat, ...);
-    /// Formats like vprintf.
+    /// Formats like vprintf, as Format() does.
     void FormatV(const T* lpszFormat, va_list args);
 
     /// A writable buffer of at least nMinLength characters and a NUL; -1: of the present length. The length is measured
