@@ -1,8 +1,14 @@
 // The exchange of saved files. See safe_save.h for the states of the files and who owns them.
+//
+// What a function says with false it explains with errno.
 #include "internal/safe_save.h"
 
 #include <errno.h>
 #include <fcntl.h>
+#include <limits.h>
+#include <stdint.h>
+#include <stdio.h>
+#include <string.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -27,45 +33,108 @@ constexpr int maxTries = 20;
 // What is written at a time.
 constexpr size_t streamBuffer = 16384;
 
+constexpr size_t sizeSuffix = 4;
+
+// ---- names
+
+// A name that leaves room for a suffix: the begin of the document's, and a hash of all of it. Every process has to find
+// the same one.
+std::string shortened(const std::string& strPath, size_t nName) {
+    uint64_t uHash = 14695981039346656037u;
+    for (size_t i = nName; i < strPath.size(); ++i)
+        uHash = (uHash ^ static_cast<unsigned char>(strPath[i])) * 1099511628211u;
+    char szHash[20];
+    const int nHash = snprintf(szHash, sizeof(szHash), "~%016llx", static_cast<unsigned long long>(uHash));
+    size_t nKept = nName + NAME_MAX - sizeSuffix - static_cast<size_t>(nHash);
+    while (nKept > nName && (strPath[nKept] & 0xC0) == 0x80)
+        --nKept;  // not amid a character of UTF-8, which some file systems refuse
+    return strPath.substr(0, nKept) + szHash;
+}
+
+// A document's name, to which a suffix can be appended.
+std::string suffixable(const std::string& strPath) {
+    const size_t nName = strPath.rfind('/') + 1;  // 0 without a slash
+    const size_t nLength = strPath.size() - nName;
+    return nLength > NAME_MAX - sizeSuffix && nLength <= NAME_MAX ? shortened(strPath, nName) : strPath;
+}
+
 struct savedName {
-    explicit savedName(const char* lpszFileName)
-        : strName(lpszFileName), strNew(strName + ".new"), strOld(strName + ".old") {}
+    explicit savedName(const char* lpszFileName) : strName(lpszFileName), strNew(suffixable(strName)) {
+        strOld = strNew + ".old";
+        strNew += ".new";
+    }
 
     std::string strName;
     std::string strNew;
     std::string strOld;
 };
 
-bool exists(const std::string& strPath) {
+// ---- what stands at a name
+
+// The error of a failure, over what is called to clean up after it.
+class keptError {
+public:
+    keptError() : m_nError(errno) {}
+    keptError(const keptError&) = delete;
+    keptError& operator=(const keptError&) = delete;
+    ~keptError() { errno = m_nError; }
+
+private:
+    int m_nError;
+};
+
+bool isMissing(int nError) { return nError == ENOENT || nError == ENOTDIR; }
+
+bool isForbidden(int nError) { return nError == EACCES || nError == EPERM; }
+
+enum fileKind { kindNone, kindRegular, kindLink, kindDirectory, kindSpecial };
+
+fileKind kindOf(const struct stat& state) {
+    return S_ISREG(state.st_mode)   ? kindRegular
+           : S_ISLNK(state.st_mode) ? kindLink
+           : S_ISDIR(state.st_mode) ? kindDirectory
+                                    : kindSpecial;
+}
+
+// Looks at what stands at a path, where a link is a link. False: nobody can tell.
+bool look(const std::string& strPath, fileKind& eKind, struct stat& state) {
+    const bool bThere = lstat(strPath.c_str(), &state) == 0;
+    eKind = bThere ? kindOf(state) : kindNone;
+    return bThere || isMissing(errno);
+}
+
+bool look(const std::string& strPath, fileKind& eKind) {
     struct stat state;
-    return lstat(strPath.c_str(), &state) == 0;
+    return look(strPath, eKind, state);
 }
 
 // A directory of such a name is none of ours.
-bool hasFile(const std::string& strPath) {
-    struct stat state;
-    return lstat(strPath.c_str(), &state) == 0 && !S_ISDIR(state.st_mode);
+bool isFile(fileKind eKind) { return eKind != kindNone && eKind != kindDirectory; }
+
+// The result of looking whether there is a file.
+enum class presence { missing, there, unknown };
+
+presence presenceOf(const std::string& strPath) {
+    fileKind eKind;
+    if (!look(strPath, eKind))
+        return presence::unknown;
+    return isFile(eKind) ? presence::there : presence::missing;
 }
 
-// A link is replaced like a file, and what it leads to left alone. A directory, pipe or device is not replaced.
-bool isReplaceable(const std::string& strPath) {
+// Whether something stands at a path and, when that is a link, where it leads; also when nobody can tell.
+bool maybeAt(const std::string& strPath) {
     struct stat state;
-    return lstat(strPath.c_str(), &state) != 0 || S_ISREG(state.st_mode) || S_ISLNK(state.st_mode);
+    return stat(strPath.c_str(), &state) == 0 || !isMissing(errno);
 }
 
-// Until it has the mode of the document that it replaces, nobody else may read a new one.
-mode_t modeOfNew(const savedName& name) {
-    struct stat state;
-    return stat(name.strName.c_str(), &state) != 0 && errno == ENOENT ? 0666 : 0600;
-}
+// Asked after nothing was found at the name: a saver may have been between its renames, or is again.
+bool isNowhere(const savedName& name) { return presenceOf(name.strOld) == presence::missing && !maybeAt(name.strName); }
+
+// ---- steps
 
 bool move(const std::string& strFrom, const std::string& strTo) { return rename(strFrom.c_str(), strTo.c_str()) == 0; }
 
-void removeFile(const std::string& strPath) {
-    const int nError = errno;
-    unlink(strPath.c_str());
-    errno = nError;
-}
+bool removeFile(const std::string& strPath) { return unlink(strPath.c_str()) == 0 || isMissing(errno); }
 
 // Brings the names in a file's directory to the device. There is nothing to go back to when that fails.
 void syncDirectory(const std::string& strPath) {
@@ -78,7 +147,7 @@ void syncDirectory(const std::string& strPath) {
     close(fd);
 }
 
-// Whether the held file stands at a path. Of a file that cannot be opened nobody can tell.
+// Whether the held file stands at a path. Of a file that may not be opened nobody can tell.
 bool standsAt(const fileLock& lock, const std::string& strPath) {
     return lock.fd() == -1 || lock.isAt(strPath.c_str());
 }
@@ -86,106 +155,240 @@ bool standsAt(const fileLock& lock, const std::string& strPath) {
 // ---- recovery
 
 // The document's lock is held: nobody else moves what stands at its name, unless he lost patience.
-void deleteOld(const savedName& name, const fileLock& lock) {
+bool deleteOld(const savedName& name, const fileLock& lock) {
     syncDirectory(name.strName);  // its successor first
-    if (hasFile(name.strName) && standsAt(lock, name.strName))
-        removeFile(name.strOld);
+    const presence ePresence = lock.fd() != -1 ? presence::there : presenceOf(name.strName);
+    if (ePresence == presence::unknown)
+        return false;
+    if (ePresence == presence::there && standsAt(lock, name.strName) && !removeFile(name.strOld))
+        return false;
     syncDirectory(name.strName);  // before a .new is begun
+    return true;
 }
 
-// Holds the file at the first of the names that exists, in the order in which a saver's file takes them. Waits for a
-// saver that lives; the file may have moved meanwhile.
-void holdDocument(const savedName& name, fileLock& lock) {
+// The name of the three at which the document stands: the first that there is, in the order in which a saver's file
+// takes them. Null: nobody can tell.
+const std::string* standingName(const savedName& name) {
+    fileKind eNew;
+    if (!look(name.strNew, eNew))
+        return NULL;
+    if (eNew == kindRegular)
+        return &name.strNew;
+    const presence ePresence = presenceOf(name.strName);
+    return ePresence == presence::unknown ? NULL : ePresence == presence::there ? &name.strName : &name.strOld;
+}
+
+// Holds the document's file. Waits for a saver that lives; the file may have moved meanwhile. One that this process may
+// not open is left unheld.
+bool holdDocument(const savedName& name, fileLock& lock) {
     for (int i = 0; i < maxTries; ++i) {
-        const std::string& strPath = hasFile(name.strNew)    ? name.strNew
-                                     : hasFile(name.strName) ? name.strName
-                                                             : name.strOld;
-        const bool bOpen = lock.openAt(strPath.c_str());
-        if (!bOpen && errno == ENOENT)
-            continue;
-        if (!bOpen)
-            return;
-        lock.wait(maxWait);
-        if (lock.isAt(strPath.c_str()))
-            return;
+        const std::string* const pPath = standingName(name);
+        if (pPath == NULL)
+            return false;
+        if (lock.openAt(pPath->c_str())) {
+            lock.wait(maxWait);
+            if (lock.isAt(pPath->c_str()))
+                return true;
+        } else if (!isMissing(errno)) {
+            return isForbidden(errno) || errno == ELOOP;
+        }
     }
+    return true;
 }
 
-// An exchange was cut short behind its first rename.
-void finishExchange(const savedName& name, const fileLock& lock) {
-    if (hasFile(name.strNew)) {
+// Goes on where an exchange was cut short after its first rename.
+bool finishExchange(const savedName& name, const fileLock& lock) {
+    fileKind eOld, eNew, eName;
+    if (!look(name.strOld, eOld) || !look(name.strNew, eNew) || !look(name.strName, eName))
+        return false;
+    if (!isFile(eOld))
+        return true;
+    if (eNew == kindRegular) {
         // A .new that is not the held file belongs to a saver that has just begun.
-        if (!standsAt(lock, name.strNew) || !move(name.strNew, name.strName))
-            return;
-    } else if (!hasFile(name.strName)) {
-        move(name.strOld, name.strName);  // nothing else is left of the document
+        if (!standsAt(lock, name.strNew))
+            return true;
+        if (!move(name.strNew, name.strName))
+            return isMissing(errno);
+    } else if (eName == kindNone && !move(name.strOld, name.strName)) {  // nothing else is left of the document
+        return isMissing(errno);
     }
-    deleteOld(name, lock);
+    return deleteOld(name, lock);
 }
 
-// A .new without an .old was never complete.
-void discardNew(const savedName& name, bool bOvertake) {
+// Whether a .new that could not be opened may be removed: a link is no saver's, and a save that may not open a file has
+// no other way.
+bool isDiscardedUnopened(int nError, bool bOvertake) { return nError == ELOOP || (bOvertake && isForbidden(nError)); }
+
+// Removes a .new without an .old: it was never complete. A living saver's is left alone.
+bool discardNew(const savedName& name, bool bOvertake) {
+    fileKind eNew;
+    if (!look(name.strNew, eNew))
+        return false;
+    errno = EISDIR;
+    if (!isFile(eNew))
+        return eNew == kindNone;
     fileLock lock;
     if (lock.openAt(name.strNew.c_str())) {
         if (!lock.wait(bOvertake ? maxWait : 0) && !bOvertake)
-            return;  // its saver lives
+            return true;
         if (!lock.isAt(name.strNew.c_str()))
-            return;  // and is done
-    } else if (errno == ENOENT || (errno != ELOOP && !bOvertake)) {
-        return;  // gone, or nobody can tell whether its saver lives
+            return true;  // its saver is done
+    } else if (!isDiscardedUnopened(errno, bOvertake)) {
+        return isMissing(errno);
     }
-    if (!hasFile(name.strOld))
-        removeFile(name.strNew);
+    const presence ePresence = presenceOf(name.strOld);
+    if (ePresence == presence::missing)
+        return removeFile(name.strNew);
+    return ePresence == presence::there;
 }
 
-void recover(const savedName& name, bool bOvertake) {
-    for (int i = 0; i < maxTries && hasFile(name.strOld); ++i) {
+// Completes or discards what an interrupted save left. A save overtakes a saver that hangs. False: something is left
+// that this process can or may not settle.
+bool recover(const savedName& name, bool bOvertake) {
+    presence ePresence = presenceOf(name.strOld);
+    for (int i = 0; i < maxTries && ePresence == presence::there; ++i) {
         fileLock lock;
-        holdDocument(name, lock);
-        if (hasFile(name.strOld))
-            finishExchange(name, lock);
+        if (!holdDocument(name, lock) || !finishExchange(name, lock))
+            return false;
+        ePresence = presenceOf(name.strOld);
     }
-    if (!hasFile(name.strOld) && hasFile(name.strNew))
-        discardNew(name, bOvertake);
+    if (ePresence == presence::missing)
+        return discardNew(name, bOvertake);
+    if (ePresence == presence::there)
+        errno = EBUSY;
+    return false;
+}
+
+// ---- reading
+
+bool isNoDocument(int nError) { return nError == EISDIR || nError == EOPNOTSUPP; }
+
+// Reads what a cut exchange has left aside, without completing it: the .new, which is whole while there is an .old, or
+// else the .old. A result of -1 with ENOENT: somebody else goes on with the exchange.
+int readAside(const savedName& name, fileText& text) {
+    for (const std::string* pPath : {&name.strNew, &name.strOld}) {
+        fileLock held;
+        if (!held.openAt(pPath->c_str())) {
+            if (isMissing(errno))
+                continue;
+            return -1;
+        }
+        // A file that stands here now has stood here since it was opened.
+        if (presenceOf(name.strOld) != presence::there || !held.isAt(pPath->c_str()))
+            continue;
+        const int nRead = readWholeText(held.fd(), text);
+        if (nRead >= 0 || !isNoDocument(errno))
+            return nRead;
+    }
+    errno = ENOENT;
+    return -1;
 }
 
 // ---- saving
 
-// Mode and owner of the file to be replaced, as far as this process may set them.
-void takeOverState(const savedName& name, int fd) {
-    struct stat stateOld, stateNew;
-    if (stat(name.strName.c_str(), &stateOld) != 0 || fstat(fd, &stateNew) != 0)
-        return;
-    const bool bSame = stateOld.st_uid == stateNew.st_uid && stateOld.st_gid == stateNew.st_gid;
-    const bool bOwned = bSame || fchown(fd, stateOld.st_uid, stateOld.st_gid) == 0;
-    if (!bOwned)  // only the owner of a file may give it to its own groups, and nobody else to anybody
-        (void)!fchown(fd, static_cast<uid_t>(-1), stateOld.st_gid);
-    // The owner comes first: a change of it clears special bits, which are for the old one only.
-    fchmod(fd, stateOld.st_mode & (bOwned ? 07777 : 0777));
+// Looks at the file to be replaced: at a link's place, at what it leads to.
+bool lookAtReplaced(const savedName& name, fileKind& eKind, struct stat& state) {
+    if (!look(name.strName, eKind, state))
+        return false;
+    if (eKind != kindLink || stat(name.strName.c_str(), &state) == 0)
+        return true;
+    eKind = kindNone;  // it leads nowhere
+    return isMissing(errno);
 }
 
-// Makes the .new, and locks it. False (errno) when it cannot be made.
+// Whether a change of mode or owner came out as it may: done, or not permitted to this process or on this file system.
+bool isTolerable(int nResult) {
+    return nResult == 0 || errno == EPERM || errno == EINVAL || errno == ENOSYS || errno == EOPNOTSUPP;
+}
+
+bool takeOverOwner(int fd, const struct stat& stateNew, const struct stat& stateOld, bool& bOwned) {
+    const bool bSameGroup = stateOld.st_gid == stateNew.st_gid;
+    bOwned = bSameGroup && stateOld.st_uid == stateNew.st_uid;
+    if (!bOwned) {
+        const int nResult = fchown(fd, stateOld.st_uid, stateOld.st_gid);
+        bOwned = nResult == 0;
+        if (!isTolerable(nResult))
+            return false;
+    }
+    // Only the owner of a file may give it to its own groups, and nobody else to anybody.
+    return bOwned || bSameGroup || isTolerable(fchown(fd, static_cast<uid_t>(-1), stateOld.st_gid));
+}
+
+// Mode and owner of the file to be replaced, as far as this process may set them.
+bool takeOverState(int fd, const struct stat& stateOld) {
+    struct stat stateNew;
+    bool bOwned;
+    // The owner comes first: a change of it clears special bits, which are for the old one only.
+    if (fstat(fd, &stateNew) != 0 || !takeOverOwner(fd, stateNew, stateOld, bOwned))
+        return false;
+    const mode_t nMode = stateOld.st_mode & (bOwned ? 07777 : 0777);
+    return (stateNew.st_mode & 07777) == nMode || isTolerable(fchmod(fd, nMode));
+}
+
+// Removes this saver's .new.
+void dropNew(const savedName& name, const fileLock& lock) {
+    const keptError kept;
+    if (lock.isAt(name.strNew.c_str()))
+        removeFile(name.strNew);
+}
+
+// Makes the .new, locked, for a document that is seen at its name. The mode is that of the umask for a first save;
+// otherwise, until it has the mode of the document that it replaces, nobody else may read a new one.
+bool makeNew(const savedName& name, fileLock& lock, bool bFirst) {
+    const int nFlags = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
+    const int fd = open(name.strNew.c_str(), nFlags, bFirst ? 0666 : 0600);
+    if (fd == -1)
+        return false;
+    lock.take(fd);
+    // Whoever locked it first took it for a dead saver's.
+    if (lock.wait(maxWait) && lock.isAt(name.strNew.c_str()))
+        return true;
+    errno = EEXIST;
+    return false;
+}
+
+// A file, or none, can be replaced, a link as well. A directory, pipe or device cannot.
+bool isReplaceable(fileKind eKind) { return eKind != kindDirectory && eKind != kindSpecial; }
+
+// What has become of an attempt to begin a save.
+enum class attempt { done, again, failed };
+
+// Makes the .new, locked, and gives it the mode and owner of the document that it is to replace. When that is not done,
+// a .new may be left.
+attempt tryToBegin(const savedName& name, fileLock& lock) {
+    if (!recover(name, true))
+        return errno == EBUSY ? attempt::again : attempt::failed;
+    fileKind eReplaced;
+    struct stat stateOld;
+    if (!lookAtReplaced(name, eReplaced, stateOld))
+        return attempt::failed;
+    errno = EINVAL;
+    if (!isReplaceable(eReplaced))
+        return attempt::failed;
+    bool bReplaces = eReplaced != kindNone;
+    if (!makeNew(name, lock, !bReplaces))
+        return errno == EEXIST ? attempt::again : attempt::failed;
+    // While there is an .old, a .new counts as complete. Another save may have been done since the recovery.
+    const presence ePresence = presenceOf(name.strOld);
+    if (ePresence == presence::there)
+        return attempt::again;
+    if (ePresence == presence::unknown || !lookAtReplaced(name, eReplaced, stateOld))
+        return attempt::failed;
+    bReplaces = bReplaces || eReplaced != kindNone;
+    return !bReplaces || takeOverState(lock.fd(), stateOld) ? attempt::done : attempt::failed;
+}
+
 bool beginNew(const savedName& name, fileLock& lock) {
     for (int i = 0; i < maxTries; ++i) {
-        lock.release();  // else the recovery waits for this very saver
-        recover(name, true);
-        errno = EBUSY;
-        if (hasFile(name.strOld))
-            continue;  // as long as it is there, a .new counts as complete
-        errno = EINVAL;
-        if (!isReplaceable(name.strName))
-            return false;
-        const int nFlags = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
-        const int fd = open(name.strNew.c_str(), nFlags, modeOfNew(name));
-        if (fd == -1 && errno != EEXIST)
-            return false;
-        if (fd == -1)
-            continue;
-        // Whoever locked it first took it for a dead saver's.
-        lock.take(fd);
-        if (lock.wait(maxWait) && lock.isAt(name.strNew.c_str()))
+        const attempt eAttempt = tryToBegin(name, lock);
+        if (eAttempt == attempt::done)
             return true;
+        dropNew(name, lock);
+        lock.release();  // else a recovery waits for this very saver
+        if (eAttempt == attempt::failed)
+            return false;
     }
+    errno = EBUSY;
     return false;
 }
 
@@ -194,6 +397,7 @@ bool writeNew(int fdNew, const std::function<BOOL(chFileStdio&)>& fnExport) {
     const int fd = fcntl(fdNew, F_DUPFD_CLOEXEC, 0);
     FILE* const pFile = fd != -1 ? fdopen(fd, "wb") : NULL;
     if (pFile == NULL) {
+        const keptError kept;
         if (fd != -1)
             close(fd);
         return false;
@@ -203,24 +407,39 @@ bool writeNew(int fdNew, const std::function<BOOL(chFileStdio&)>& fnExport) {
     if (aBuffer != NULL)
         setvbuf(pFile, aBuffer.get(), _IOFBF, streamBuffer);
     chFileStdio file(pFile);  // closed before its buffer goes
-    if (!fnExport(file) || !file.IsFileOpened())
-        return false;
-    return fflush(pFile) == 0 && ferror(pFile) == 0 && fsync(fd) == 0;
+    errno = 0;
+    const bool bGood = fnExport(file) && file.IsFileOpened() && fflush(pFile) == 0 && ferror(pFile) == 0;
+    if (!bGood && errno == 0)
+        errno = ECANCELED;  // it gave up by itself
+    if (bGood && fsync(fd) == 0)
+        return true;
+    const keptError kept;
+    file.Close();
+    return false;
 }
 
 // Puts the .new in the place of the file.
 bool exchange(const savedName& name, const fileLock& lock) {
-    if (!lock.isAt(name.strNew.c_str()))
-        return false;  // overtaken
-    const bool bReplaces = hasFile(name.strName);
+    fileKind eReplaced;
+    if (!look(name.strName, eReplaced))
+        return false;
+    errno = EINVAL;
+    if (!isReplaceable(eReplaced))
+        return false;
+    errno = EBUSY;
+    if (!lock.isAt(name.strNew.c_str())) {
+        if (isMissing(errno))
+            errno = EBUSY;  // overtaken
+        return false;
+    }
+    const bool bReplaces = eReplaced != kindNone;
     if (bReplaces)
         move(name.strName, name.strOld);
     // A load that lost patience may have done it already.
     if (!move(name.strNew, name.strName) && !lock.isAt(name.strName.c_str())) {
-        const int nError = errno;
-        if (!exists(name.strName))
+        const keptError kept;
+        if (look(name.strName, eReplaced) && eReplaced == kindNone)
             move(name.strOld, name.strName);
-        errno = nError;
         return false;
     }
     if (bReplaces)
@@ -230,35 +449,50 @@ bool exchange(const savedName& name, const fileLock& lock) {
     return true;
 }
 
-bool isAtItsName(const savedName& name) { return access(name.strName.c_str(), F_OK) == 0; }
-
-// Asked after nothing was found at the name: a saver may have been between its renames, or is again.
-bool isNowhere(const savedName& name) { return !hasFile(name.strOld) && !isAtItsName(name); }
+// Why a save failed, for whoever reads the log.
+std::string reasonOf(const savedName& name, int nError) {
+    fileKind eKind;
+    for (const std::string* pPath : {&name.strName, &name.strNew})
+        if (nError == EISDIR || nError == EINVAL)
+            if (look(*pPath, eKind) && !isReplaceable(eKind))
+                return *pPath + (eKind == kindDirectory ? " is a directory" : " is no regular file");
+    return strerror(nError);
+}
 
 }  // namespace
+
+// ---- what the other sources call
 
 void recoverSavedFile(const char* lpszFileName) { recover(savedName(lpszFileName), false); }
 
 bool hasSavedFile(const char* lpszFileName) {
     const savedName name(lpszFileName);
     for (int i = 0; i < maxTries; ++i) {
-        if (isAtItsName(name))
+        if (maybeAt(name.strName))
             return true;
-        recover(name, false);
+        const bool bSettled = recover(name, false);
         if (isNowhere(name))
             return false;
+        if (!bSettled)
+            return true;
     }
-    return false;
+    return true;
 }
 
 int readSavedText(const char* lpszFileName, fileText& text) {
     const savedName name(lpszFileName);
     for (int i = 0; i < maxTries; ++i) {
-        recover(name, false);
-        const int nRead = readWholeText(lpszFileName, text);
-        if (nRead >= 0 || errno != ENOENT || isNowhere(name))
+        const bool bSettled = recover(name, false);
+        int nRead = readWholeText(lpszFileName, text);
+        if (nRead >= 0 || !isMissing(errno) || isNowhere(name))
+            return nRead;
+        if (!bSettled)
+            nRead = readAside(name, text);
+        // When there is nothing, somebody else goes on with the exchange. Any other error is of the latest look.
+        if (nRead >= 0 || !isMissing(errno))
             return nRead;
     }
+    errno = EBUSY;
     return -1;
 }
 
@@ -267,13 +501,13 @@ BOOL saveFileSafely(const char* lpszFileName, const std::function<BOOL(chFileStd
         return 0;
     const savedName name(lpszFileName);
     fileLock lock;
-    if (!beginNew(name, lock))
-        return 0;
-    takeOverState(name, lock.fd());
-    if (writeNew(lock.fd(), fnExport) && exchange(name, lock))
+    if (beginNew(name, lock) && writeNew(lock.fd(), fnExport) && exchange(name, lock))
         return 1;
-    if (lock.isAt(name.strNew.c_str()))
-        removeFile(name.strNew);
+    const keptError kept;
+    const int nError = errno;
+    dropNew(name, lock);
+    lock.release();
+    QOR_TraceHelper::qorOutputWarningString("Save %s fail: %s", lpszFileName, reasonOf(name, nError).c_str());
     return 0;
 }
 

@@ -263,16 +263,17 @@ public:
     /// An empty document; LoadFromFile() unless the name is null or empty.
     explicit iniFile(const char* lpszFileName = NULL);
 
-    /// Replaces the document by a file's, after an interrupted save of it was completed or discarded. 0 (errno: ENOENT
-    /// or ENOTDIR when there is no such file), and the document stays, when the file cannot be read (or has 512 MB and
-    /// more); its name is remembered all the same.
+    /// Replaces the document by a file's, after an interrupted save of it was completed or discarded. 0, and the
+    /// document stays, when the file cannot be read, is no regular file, or has 512 MB and more; its name is remembered
+    /// all the same. `errno` then says why: only ENOENT and ENOTDIR mean that there is no such document. Warns of keys
+    /// that are dropped because they stand before any section.
     /// Waits, for some seconds at most, for who is just exchanging the file.
     /// Fatal: a null or empty name ("!textEMPTY(lpszFileName)").
     BOOL LoadFromFile(const char* lpszFileName);
     /// Writes the document to a file; null: to that of the last load. An existing one is replaced crash-safely: with 0,
-    /// which means that the new one could not be written, it is as it was. A symbolic link is replaced by a file; what
-    /// it leads to is left alone. Waits, for some seconds at most, for who else just saves to that name.
-    /// Fatal: an empty name ("!textEMPTY(lpszFileName)").
+    /// which means that the new one could not be written, it is as it was, and a warning says why. A symbolic link is
+    /// replaced by a file; what it leads to is left alone. Waits, for some seconds at most, for who else just saves to
+    /// that name. Fatal: an empty name ("!textEMPTY(lpszFileName)").
     BOOL SaveToFile(const char* lpszFileName) const;
 
     /// Tells what a line is, and views the name of a section or key and the value of a key in it.

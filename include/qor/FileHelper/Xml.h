@@ -271,13 +271,13 @@ public:
     /// discarded. The name is remembered.
     /// @return 1 when the whole text was understood. 0 with the warning "xmlDocument::ParseDocument fail at : `%s'" and
     ///         the rest of the text when parsing stopped before its end; what was read until then is there. 0, and the
-    ///         document stays, when the file cannot be read (or has 512 MB and more).
+    ///         document stays, when the file cannot be read, is no regular file, or has 512 MB and more.
     /// Fatal: a null or empty name ("!textEMPTY(lpszFileName)").
     BOOL LoadFromFile(const char* lpszFileName);
     /// Writes the document to a file; null: to that of the last load. An existing one is replaced crash-safely: with 0,
-    /// which means that the new one could not be written, it is as it was. A symbolic link is replaced by a file; what
-    /// it leads to is left alone. Waits, for some seconds at most, for who else just saves to that name.
-    /// Fatal: an empty name ("!textEMPTY(lpszFileName)").
+    /// which means that the new one could not be written, it is as it was, and a warning says why. A symbolic link is
+    /// replaced by a file; what it leads to is left alone. Waits, for some seconds at most, for who else just saves to
+    /// that name. Fatal: an empty name ("!textEMPTY(lpszFileName)").
     BOOL SaveToFile(const char* lpszFileName) const;
 
 private:
