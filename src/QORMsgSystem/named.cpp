@@ -9,6 +9,7 @@
 #include <new>
 
 #include "internal/report.h"
+#include "internal/scope_lock.h"
 #include "internal/singleton.h"
 #include "qor/MiscHelper.h"
 #include "qor/MsgQueueHelper/Named.h"
@@ -191,42 +192,42 @@ uCSystemStorageHelper* uCSystemStorageHelpergetGlobalObject() {
     return processSingleton<uCSystemStorageHelper>::get(QOR_MODULE);
 }
 
+namespace {
+
+typedef QOR_BaseHelper::scopeShareLock<uCSystemStorageHelper> storageHold;
+
 // The counter of that name, made all zero when there is none, so that its first step is refused.
-chAccumulater* uCSystemStorageHelper::accumulater(const char* lpszName) {
-    void* const pData = getObject()->m_objManager.GetNamedObject(lpszName, sizeof(chAccumulater), NULL);
+chAccumulater* findAccumulater(const storageHold& hold, const char* lpszName) {
+    void* const pData = hold.getObject()->m_objManager.GetNamedObject(lpszName, sizeof(chAccumulater), NULL);
     // A link into the last bytes of the file leads to a name, but not to a whole counter.
-    const QOR_ChainHelper::shareRange range = QOR_ChainHelper::findShareRange(getObject());
+    const QOR_ChainHelper::shareRange range = QOR_ChainHelper::findShareRange(hold.getObject());
     if (pData == NULL || !QOR_ASSERT_TEXT(range.holds(pData, sizeof(chAccumulater)), "broken chain of named objects"))
         return NULL;
     return static_cast<chAccumulater*>(pData);
 }
 
+}  // namespace
+
 void uCSystemStorageHelper::CreateAccumulater(const char* lpszName, uint32_t uValue, uint32_t uMin, uint32_t uMax) {
-    if (!Lock(-1))
-        return;
-    if (chAccumulater* const pAccumulater = accumulater(lpszName)) {
+    const storageHold hold(*this);
+    if (chAccumulater* const pAccumulater = findAccumulater(hold, lpszName)) {
         pAccumulater->InitAccumulater(uValue, uMin, uMax);
         m_mapFile.Flush();
     }
-    Unlock();
 }
 
 void uCSystemStorageHelper::DestoryAccumulater(const char* lpszName) {
-    if (!Lock(-1))
-        return;
-    getObject()->m_objManager.FreeNamedObject(lpszName);
-    Unlock();
+    const storageHold hold(*this);
+    hold.getObject()->m_objManager.FreeNamedObject(lpszName);
 }
 
 uint32_t uCSystemStorageHelper::ExcuteAccumulater(const char* lpszName, int nStep) {
-    if (!Lock(-1))
+    const storageHold hold(*this);
+    chAccumulater* const pAccumulater = findAccumulater(hold, lpszName);
+    if (pAccumulater == NULL)
         return 0;
-    uint32_t uValue = 0;
-    if (chAccumulater* const pAccumulater = accumulater(lpszName)) {
-        uValue = pAccumulater->ExcuteAccumulate(nStep);
-        m_mapFile.Flush();
-    }
-    Unlock();
+    const uint32_t uValue = pAccumulater->ExcuteAccumulate(nStep);
+    m_mapFile.Flush();
     return uValue;
 }
 

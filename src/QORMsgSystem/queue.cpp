@@ -303,16 +303,6 @@ void chMsgQueueManager::ClearGhostMessageQueue() {
 
 // ---- ghosts
 
-namespace {
-
-void destroyTaskEvent(int idTask) {
-    QOR_BaseHelper::chEvent event;
-    if (event.OpenExistEvent(taskEventName(idTask).szName))
-        event.DestroyEvent();
-}
-
-}  // namespace
-
 // A dead sender never closes its message.
 void freeOrphanMessages(chMsgQueue& objQueue) {
     auto fnOrphan = [](list_chain_offset* p) {
@@ -334,7 +324,7 @@ void sweepGhostQueues(chMsgQueueManager& objManager, int idOwn, std::vector<ghos
         }
         listGhost.push_back({idTask, queueName(pQueue)});
         if (idTask != idOwn)
-            destroyTaskEvent(idTask);
+            destroyDeadTaskEvent(idTask);
         objManager.FreeMessageQueue(pQueue);
     }
 }

@@ -3,8 +3,12 @@
 // Lock order: the share segment's mutex, then the process lock m_csLocal, which is innermost. A cached event is
 // signalled while m_csLocal is held, because another thread may sweep it otherwise.
 //
-// A registering task renews its own event inside the hold in which it takes its queue. Events of ghosts are destroyed
-// under the same mutex, so no sweep that still sees the dead predecessor of a task id can take its successor's event.
+// A registering task renews its own event inside the hold in which it takes its queue. Events of dead tasks are
+// destroyed under the lock on their key file, under which it is asked once more whether the task is dead; so no sweep
+// that has seen the dead predecessor of a task id can take its successor's event.
+//
+// The event of a thread that sends without being registered goes with the thread, and that of a main thread with its
+// process. What is killed leaves its event to the next process: the first registration of each looks for them.
 #include <pthread.h>
 #include <stdio.h>
 
@@ -232,6 +236,8 @@ void chProcessLocal::ClearGhostEventObject() {
 
 // The caller holds m_csLocal. Null when the event could not be had; with bExisting also when nobody has created it.
 chEvent* chProcessLocal::FindOrOpenEvent(int idTask, bool bExisting) {
+    if (idTask == qorGetCurrentTaskId())
+        callAtThreadExit([]() { share().GetProcessLocal().LeaveTask(); });
     auto it = m_mapTaskEvent.find_key(idTask);
     if (it != m_mapTaskEvent.end())
         return &(*it).value;
@@ -276,6 +282,20 @@ chEvent* chProcessLocal::GetCurrentTaskEvent() {
 void chProcessLocal::ForgetCurrentTaskEvent() {
     processLock lock(m_csLocal);
     ForgetEvent(qorGetCurrentTaskId());
+}
+
+// A registered thread that ends without unregistering keeps its event as long as its queue: until the next
+// registration. Otherwise nobody else has a use for the event, whoever made it.
+void chProcessLocal::LeaveTask() {
+    if (GetCurrentThreadObject() != NULL)
+        return;
+    const int idTask = qorGetCurrentTaskId();
+    processLock lock(m_csLocal);
+    auto it = m_mapTaskEvent.find_key(idTask);
+    if (it == m_mapTaskEvent.end())
+        return;
+    (*it).value.DestroyEvent();
+    m_mapTaskEvent.erase(it);
 }
 
 // Whatever stands under this task id, here or in the kernel, belongs to a dead predecessor.
@@ -341,7 +361,7 @@ static bool signalByName(int idTask) {
     chEvent event;
     if (!event.OpenExistEvent(taskEventName(idTask).szName))
         return false;
-    const bool bSignalled = event.SetEvent();
+    const bool bSignalled = event.SetEventIfThere();
     event.CloseEvent();
     return bSignalled;
 }
@@ -352,7 +372,7 @@ BOOL chProcessLocal::SignalEvent(int idTask) {
     chEvent* pEvent = FindOrOpenEvent(idTask, true);
     if (pEvent == NULL)
         return 0;
-    if (pEvent->SetEvent())
+    if (pEvent->SetEventIfThere())
         return 1;
     if (!pEvent->IsCreateHere())
         ForgetEvent(idTask);
@@ -416,11 +436,8 @@ uCSystemShareHelper::uCSystemShareHelper() {
                    []() { share().m_objProcessLocal.fork_parent(); }, NULL);
 }
 
-// A main thread that sent without registering has an event that nobody would sweep: it has no queue.
-void uCSystemShareHelper::AtExit() {
-    if (m_objProcessLocal.GetCurrentThreadObject() == NULL)
-        m_objProcessLocal.ForgetCurrentTaskEvent();
-}
+// A thread that exits the process does not end as a thread before.
+void uCSystemShareHelper::AtExit() { m_objProcessLocal.LeaveTask(); }
 
 void uCSystemShareHelper::fork_reset() {
     chSystemShareFrame::fork_reset();
@@ -447,6 +464,14 @@ bool uCSystemShareHelper::IsValidMessageQueue(const chMsgQueue* pMsgQueue) {
 }
 
 // ---- registration
+
+// Once in a process; a child of a fork is another one.
+static void sweepEventsOnce() {
+    static std::atomic<int> s_idSwept{0};
+    const int idProcess = QOR_MiscHelper::qorGetCurrentProcessId();
+    if (s_idSwept.exchange(idProcess, std::memory_order_relaxed) != idProcess)
+        sweepDeadTaskEvents();
+}
 
 BOOL uCSystemShareHelper::CreateLocalThread(chThreadLocal& objThread) {
     if (!QOR_ASSERT(!objThread.m_strThreadName.IsEmpty()))
@@ -477,6 +502,7 @@ BOOL uCSystemShareHelper::CreateLocalThread(chThreadLocal& objThread) {
         return 0;
     }
     m_objProcessLocal.RegisterLocalThread(objThread);
+    sweepEventsOnce();  // the queues of dead tasks went in the hold, their events with them
     return 1;
 }
 

@@ -1,5 +1,5 @@
 // The trace state that all processes share: the buffer of lines and the nesting depths. Everything runs under the
-// lock of the segment, and nothing is locked under it.
+// lock of the segment, and nothing is locked under it. Without its lock the segment is left alone.
 //
 // Lines and depths live in one pool, which lines keep full. So whoever needs a cell, for a depth as well, first
 // drops the oldest lines until there is one. A line is complete before it is linked.
@@ -96,63 +96,89 @@ int32_t* chSystemTracerManager::GetLevel(int idTask) {
     return &nLevel;
 }
 
+// The lock of the segment for a scope, unless somebody has removed it from the device: then it is not asked for again.
+class traceHold {
+public:
+    explicit traceHold(uCTraceHelper& objTrace) : m_objTrace(objTrace), m_bHeld(take(objTrace)) {}
+    ~traceHold() {
+        if (m_bHeld)
+            m_objTrace.Unlock();
+    }
+    traceHold(const traceHold&) = delete;
+    traceHold& operator=(const traceHold&) = delete;
+
+    // The trace state; null without the lock.
+    chSystemTracerManager* getObject() const { return m_bHeld ? m_objTrace.getObject() : NULL; }
+
+private:
+    static bool take(uCTraceHelper& objTrace) {
+        if (objTrace.m_bLockLost.load(std::memory_order_relaxed))
+            return false;
+        if (objTrace.LockSegment(-1, uCTraceHelper::tellNothing))
+            return true;
+        if (!objTrace.m_bLockLost.exchange(true, std::memory_order_relaxed))
+            qorOutputWarningString("broken share lock of the trace buffer: its lines go to standard error");
+        return false;
+    }
+
+    uCTraceHelper& m_objTrace;
+    const bool m_bHeld;
+};
+
 void uCTraceHelper::TraceToSystemTrace(chReferenceStringT<char>& strLine) {
     const int nLength = strLine.GetLength();
-    if (!Lock(-1))
-        return;
-    chSystemTracerManager* const pManager = getObject();
     const int nCell = nLength < chSystemTracerManager::segmentSize ? nLength + 16 : chSystemTracerManager::segmentSize;
-    if (pManager != NULL && pManager->MakeRoom(nCell))
-        pManager->m_lstLog.alloc_insert_filled(pManager->m_lstLog.end(), nLength, static_cast<const char*>(strLine));
-    Unlock();
+    const traceHold hold(*this);
+    if (chSystemTracerManager* const pManager = hold.getObject()) {
+        if (pManager->MakeRoom(nCell))
+            pManager->m_lstLog.alloc_insert_filled(pManager->m_lstLog.end(), nLength,
+                                                   static_cast<const char*>(strLine));
+        return;
+    }
+    strLine += "\n";
+    fwrite(static_cast<const char*>(strLine), 1, static_cast<size_t>(strLine.GetLength()), stderr);
 }
 
 // A length that does not fit into its cell is a damaged segment, which nobody may read on.
 BOOL uCTraceHelper::ReadSystemTraceString(chReferenceStringT<char>& strLine) {
-    if (!Lock(-1))
+    const traceHold hold(*this);
+    chSystemTracerManager* const pManager = hold.getObject();
+    if (pManager == NULL || !pManager->HasLine())
         return 0;
-    chSystemTracerManager* const pManager = getObject();
-    const BOOL bLine = pManager != NULL && pManager->HasLine();
-    if (bLine) {
-        const int* const pnLength = &*pManager->m_lstLog.begin();
-        const int nLength = loadShareWord(*pnLength);
-        if (QOR_ASSERT_TEXT(nLength >= 0 && nLength <= pManager->GetLineRoom(pnLength), "broken trace line"))
-            strLine = chReferenceStringT<char>(reinterpret_cast<const char*>(pnLength + 1), nLength);
-        pManager->m_lstLog.erase(pManager->m_lstLog.begin());
-    }
-    Unlock();
-    return bLine;
+    const int* const pnLength = &*pManager->m_lstLog.begin();
+    const int nLength = loadShareWord(*pnLength);
+    if (QOR_ASSERT_TEXT(nLength >= 0 && nLength <= pManager->GetLineRoom(pnLength), "broken trace line"))
+        strLine = chReferenceStringT<char>(reinterpret_cast<const char*>(pnLength + 1), nLength);
+    pManager->m_lstLog.erase(pManager->m_lstLog.begin());
+    return 1;
 }
 
 int uCTraceHelper::push_trace_level() {
-    if (!Lock(-1))
-        return 0;
+    const traceHold hold(*this);
+    chSystemTracerManager* const pManager = hold.getObject();
     const int idTask = QOR_MiscHelper::qorGetCurrentTaskId();
-    int nLevel = 0;
-    if (int32_t* const pnLevel = getObject()->GetLevel(idTask)) {
-        // What a task finds before its first scope was left by a dead one that had the same id.
-        const int nBefore = s_idNestedTask == idTask ? loadShareWord(*pnLevel) : 0;
-        nLevel = static_cast<int>(static_cast<uint32_t>(nBefore) + 1);
-        storeShareWord(*pnLevel, nLevel);
-        s_idNestedTask = idTask;
-    }
-    Unlock();
+    int32_t* const pnLevel = pManager != NULL ? pManager->GetLevel(idTask) : NULL;
+    if (pnLevel == NULL)
+        return 0;
+    // What a task finds before its first scope was left by a dead one that had the same id.
+    const int nBefore = s_idNestedTask == idTask ? loadShareWord(*pnLevel) : 0;
+    const int nLevel = static_cast<int>(static_cast<uint32_t>(nBefore) + 1);
+    storeShareWord(*pnLevel, nLevel);
+    s_idNestedTask = idTask;
     return nLevel;
 }
 
 int uCTraceHelper::pop_trace_level() {
-    if (!Lock(-1))
+    const traceHold hold(*this);
+    chSystemTracerManager* const pManager = hold.getObject();
+    int32_t* const pnLevel = pManager != NULL ? pManager->GetLevel(QOR_MiscHelper::qorGetCurrentTaskId()) : NULL;
+    if (pnLevel == NULL)
         return 0;
-    int nLevel = 0;
-    chSystemTracerManager* const pManager = getObject();
-    if (int32_t* const pnLevel = pManager->GetLevel(QOR_MiscHelper::qorGetCurrentTaskId())) {
-        const int nSize = pManager->m_mapLevel.size();
-        QOR_ASSERT_TEXT(nSize == pManager->m_mapLevel.size(),
-                        "objTracerManager.chTraceLevelList::size() == objTracerManager.chTraceLevelList::size()");
-        nLevel = loadShareWord(*pnLevel);
-        storeShareWord(*pnLevel, static_cast<int32_t>(static_cast<uint32_t>(nLevel) - 1));
-    }
-    Unlock();
+    const int nSize = pManager->m_mapLevel.size();
+    QOR_ASSERT_TEXT(nSize == pManager->m_mapLevel.size(),
+                    "objTracerManager.chTraceLevelList::size() == objTracerManager.chTraceLevelList::size()");
+    const int nLevel = loadShareWord(*pnLevel);
+    storeShareWord(*pnLevel, static_cast<int32_t>(static_cast<uint32_t>(nLevel) - 1));
     return nLevel;
 }
 

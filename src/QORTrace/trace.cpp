@@ -96,7 +96,7 @@ struct descriptFields {
 
 }  // namespace
 
-uCTraceHelper::uCTraceHelper() : m_nTarget(targetNone), m_nTraceLevel(INT_MAX) {
+uCTraceHelper::uCTraceHelper() : m_nTarget(targetNone), m_nTraceLevel(INT_MAX), m_bLockLost(false) {
     static const char lpszName[] = "ipc_system_trace";
     QOR_ASSERT_TEXT(QOR_BaseHelper::processSingleton<uCTraceHelper>::pData() == NULL, "pData == NULL");
     SetupTraceFromEnv();

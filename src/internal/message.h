@@ -107,6 +107,16 @@ struct taskEventName {
     char szName[32];
 };
 
+// Removes a dead task's wake-up event from the device, with its key file; leaves that of a live one alone.
+void destroyDeadTaskEvent(int idTask);
+
+// destroyDeadTaskEvent() for every dead task: one look through the key files.
+void sweepDeadTaskEvents();
+
+// Has a step run when the calling thread ends, also when it is cancelled; not when the process exits. A thread has one
+// step; asking again changes nothing. No kernel call.
+void callAtThreadExit(void (*fnStep)());
+
 // A clock in milliseconds that costs no kernel call where the platform offers one.
 unsigned long long getMonotonicMillisecond();
 

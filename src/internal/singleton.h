@@ -28,6 +28,7 @@
 #include <atomic>
 #include <new>
 
+#include "qor/BaseHelper/Sync.h"
 #include "qor/MiscHelper.h"
 #include "qor/TraceHelper/Report.h"
 
@@ -69,8 +70,10 @@ private:
 
     static bool isTaskHere(int idTask) { return syscall(SYS_tgkill, getpid(), idTask, 0) == 0 || errno != ESRCH; }
 
-    // Only ever entered by the task that s_idMaker names, which it keeps for good.
+    // Only ever entered by the task that s_idMaker names, which it keeps for good. Cancelled in the middle, it would
+    // leave an object that nobody can make anew while the task lives.
     static T* make() {
+        const chCancelGuard guard;
         if (!s_bHooked.exchange(true)) {
             pthread_atfork(&beforeFork, nullptr, &inChild);
             atexit(&atEnd);

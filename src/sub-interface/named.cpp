@@ -1,4 +1,5 @@
 // The flat functions of named blocks and counters: straight calls of the classes, which check and lock.
+#include "internal/scope_lock.h"
 #include "qor/MsgQueueHelper/Named.h"
 #include "qor/flat.h"
 
@@ -20,7 +21,7 @@ unsigned int accExcuteAccumulater(const char* lpszName, int nStep) {
     return uCSystemStorageHelpergetGlobalObject()->ExcuteAccumulater(lpszName, nStep);
 }
 
-BOOL nameHelperLock(void) { return uCSystemNamedObjectHelpergetGlobalObject()->Lock(-1); }
+BOOL nameHelperLock(void) { return QOR_BaseHelper::lockShare(*uCSystemNamedObjectHelpergetGlobalObject()); }
 
 BOOL nameHelperUnlock(void) {
     uCSystemNamedObjectHelpergetGlobalObject()->Unlock();

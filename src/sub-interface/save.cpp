@@ -215,6 +215,7 @@ void meetRequests(regDocument& document) {
 BOOL saveDocument(regDocument* pDocument) {
     if (loadShareWord(pDocument->m_nChagedCount) == 0)
         return 1;
+    const QOR_BaseHelper::chCancelGuard guard;  // until the file is whole, the counts are right and the lock is free
     scopeShareLock<QOR_BaseHelper::chMutex> lockSave(registry().GetSaveLock());
     std::vector<changedKey> listKey;
     std::string strFileName;

@@ -12,6 +12,11 @@
 
 #include <sys/types.h>
 
+#include <string>
+#include <vector>
+
+#include "qor/BaseHelper/Sync.h"
+
 namespace QOR_BaseHelper {
 
 constexpr unsigned char idProjectSemaphore = 'm';
@@ -20,7 +25,13 @@ constexpr unsigned char idProjectSegment = 'S';
 // Makes the key file, unless it is there. The result tells whether it is; else errno says why not.
 bool createKeyFile(const char* lpszPath);
 
-// A key file, held locked.
+// The path of the key file of a plain name.
+std::string keyFilePath(const std::string& strName);
+
+// The plain names that begin with a prefix and have a key file.
+std::vector<std::string> listKeyFiles(const char* lpszPrefix);
+
+// A key file, held locked. Its holder is not cancelled.
 class keyFileLock {
 public:
     keyFileLock() = default;
@@ -34,11 +45,15 @@ public:
     // Locks the file at the path when there is one.
     bool lockExisting(const char* lpszPath);
 
+    // Locks the file at the path when there is one and nobody has it locked.
+    bool tryExisting(const char* lpszPath);
+
     void release();
 
 private:
-    bool openAndLock(const char* lpszPath);
+    bool openAndLock(const char* lpszPath, int nOperation);
 
+    const chCancelGuard m_guard;
     int m_fd = -1;
 };
 

@@ -34,10 +34,10 @@ constexpr char szNewPrefix[] = ".qor_new.";
 // Once every value of the 16 bits has been tried, another file cannot help.
 constexpr int maxNewFile = 0x10000;
 
-int lockFile(int fd) {
+int lockFile(int fd, int nOperation = LOCK_EX) {
     int nResult;
     do
-        nResult = flock(fd, LOCK_EX);
+        nResult = flock(fd, nOperation);
     while (nResult == -1 && errno == EINTR);
     return nResult;
 }
@@ -170,7 +170,19 @@ bool exists(const char* lpszPath) {
 
 }  // namespace
 
+std::string keyFilePath(const std::string& strName) {
+    return std::string(szKeyDirectory) + "/" + szKeyPrefix + strName;
+}
+
+std::vector<std::string> listKeyFiles(const char* lpszPrefix) {
+    std::vector<std::string> arrName = listNames(szKeyDirectory, (std::string(szKeyPrefix) + lpszPrefix).c_str());
+    for (std::string& strName : arrName)
+        strName.erase(0, strlen(szKeyPrefix));
+    return arrName;
+}
+
 bool createKeyFile(const char* lpszPath) {
+    const chCancelGuard guard;
     const std::string strDirectory = directoryOf(lpszPath);
     directoryLock lockKeys, lockOwn;
     if (!lockOwn.open(strDirectory.c_str()))
@@ -192,13 +204,13 @@ bool createKeyFile(const char* lpszPath) {
     return bResult;
 }
 
-bool keyFileLock::openAndLock(const char* lpszPath) {
+bool keyFileLock::openAndLock(const char* lpszPath, int nOperation) {
     for (;;) {
         const int fd = open(lpszPath, O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
         if (fd == -1)
             return false;
         struct stat statLocked, statPath;
-        if (lockFile(fd) != 0 || fstat(fd, &statLocked) != 0) {
+        if (lockFile(fd, nOperation) != 0 || fstat(fd, &statLocked) != 0) {
             unlockFile(fd);
             return false;
         }
@@ -212,14 +224,16 @@ bool keyFileLock::openAndLock(const char* lpszPath) {
 }
 
 bool keyFileLock::lockOrCreate(const char* lpszPath) {
-    while (!openAndLock(lpszPath)) {
+    while (!openAndLock(lpszPath, LOCK_EX)) {
         if (errno != ENOENT || !createKeyFile(lpszPath))
             return false;
     }
     return true;
 }
 
-bool keyFileLock::lockExisting(const char* lpszPath) { return openAndLock(lpszPath); }
+bool keyFileLock::lockExisting(const char* lpszPath) { return openAndLock(lpszPath, LOCK_EX); }
+
+bool keyFileLock::tryExisting(const char* lpszPath) { return openAndLock(lpszPath, LOCK_EX | LOCK_NB); }
 
 void keyFileLock::release() {
     if (m_fd != -1)
@@ -229,12 +243,7 @@ void keyFileLock::release() {
 
 void xFileKey::SetKeyFile(const char* lpszName) {
     m_strKeyFile.Clear();
-    if (strpbrk(lpszName, "/\\") == nullptr) {
-        m_strKeyFile += szKeyDirectory;
-        m_strKeyFile += "/";
-        m_strKeyFile += szKeyPrefix;
-    }
-    m_strKeyFile += lpszName;
+    m_strKeyFile += strpbrk(lpszName, "/\\") == nullptr ? keyFilePath(lpszName).c_str() : lpszName;
 }
 
 key_t xFileKey::OpenLockedFileKey(const char* lpszName, unsigned char idProject, keyFileLock& lock) {

@@ -1,7 +1,9 @@
 // Semaphores, and the mutexes and events on them. Everything that creates, gives a first value to or removes
 // a semaphore happens under the lock of its key file; everything else is the kernel's semaphore alone.
 #include <errno.h>
+#include <pthread.h>
 #include <sched.h>
+#include <stdio.h>
 #include <string.h>
 #include <sys/ipc.h>
 #include <sys/sem.h>
@@ -96,12 +98,22 @@ void reportStep(int nDelta, int nError) {
                            static_cast<int>(qorGetCurrentProcessId()), static_cast<unsigned>(qorGetCurrentThreadId()));
 }
 
+bool isRemoved(int nError) { return nError == EIDRM || nError == EINVAL; }
+
+// Which failures of a step nobody is told about.
+struct stepSilence {
+    bool bInterrupts;
+    bool bRemoval;
+
+    bool covers(int nError) const { return nError == EINTR ? bInterrupts : bRemoval && isRemoved(nError); }
+};
+
 // Whether a step that failed is to be tried again, and reports what has to be reported. errno is the step's again.
-bool mayRepeatStep(int fdSemaphore, int nDelta, int& nUndo, bool bTellInterrupts) {
+bool mayRepeatStep(int fdSemaphore, int nDelta, int& nUndo, const stepSilence& silence) {
     const int nError = errno;
     if (nError == EAGAIN)
         return false;
-    if (nError == EINTR ? bTellInterrupts : nError != ERANGE || isFirstAtRange(fdSemaphore))
+    if (!silence.covers(nError) && (nError != ERANGE || isFirstAtRange(fdSemaphore)))
         reportStep(nDelta, nError);
     errno = nError;
     if (nError == ERANGE && nUndo != 0) {
@@ -152,6 +164,81 @@ void pauseProcessor() {
     }
 }
 
+// ---- the segments' locks that a thread holds
+
+int disableCancel() {
+    int nState = PTHREAD_CANCEL_ENABLE;
+    pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &nState);
+    return nState;
+}
+
+void restoreCancel(int nState) { pthread_setcancelstate(nState, nullptr); }
+
+// A plain record without constructor: each thread has one from its first instruction to its last.
+struct heldSegments {
+    static constexpr int maxHeld = 16;
+
+    struct entry {
+        chMutex* pMutex;
+        int fdSemaphore;  // several mutexes of a process may be open on one semaphore
+    };
+
+    bool holds(int fdSemaphore) const {
+        for (int i = 0; i < nCount; ++i)
+            if (arrHeld[i].fdSemaphore == fdSemaphore)
+                return true;
+        return false;
+    }
+
+    bool holds(const chMutex* pMutex) const { return find(pMutex) < nCount; }
+
+    void add(chMutex* pMutex, int fdSemaphore, int nCancel) {
+        static const int s_nHooked = pthread_atfork(nullptr, nullptr, &letGoAfterFork);
+        (void)s_nHooked;
+        if (nCount == 0)
+            nOldCancel = nCancel;
+        arrHeld[nCount++] = {pMutex, fdSemaphore};
+    }
+
+    // A mutex that is not a segment's is not in it.
+    void drop(const chMutex* pMutex) {
+        const int i = find(pMutex);
+        if (i == nCount)
+            return;
+        arrHeld[i] = arrHeld[--nCount];
+        if (nCount == 0)
+            restoreCancel(nOldCancel);
+    }
+
+    entry arrHeld[maxHeld];
+    int nCount;
+    int nOldCancel;  // whether the thread could be cancelled before it took the first one
+
+private:
+    int find(const chMutex* pMutex) const {
+        int i = 0;
+        while (i < nCount && arrHeld[i].pMutex != pMutex)
+            ++i;
+        return i;
+    }
+
+    static void letGoAfterFork();
+};
+
+thread_local heldSegments t_held;
+
+// The child's thread does not hold what the thread that it copies holds.
+void heldSegments::letGoAfterFork() {
+    while (t_held.nCount > 0)
+        t_held.arrHeld[t_held.nCount - 1].pMutex->fork_reset();
+}
+
+bool assertAboutLock(const char* lpszFormat, const char* lpszKeyFile) {
+    char szText[512];
+    snprintf(szText, sizeof(szText), lpszFormat, lpszKeyFile);
+    return QOR_ASSERT_TEXT(FALSE, szText);
+}
+
 constexpr int maxAttempt = 30;
 
 // Takes one without sleeping. Sleeping and being woken costs more than most holders need, so a first failure
@@ -177,6 +264,10 @@ bool takeQuickly(int fdSemaphore) {
 }
 
 }  // namespace
+
+chCancelGuard::chCancelGuard() : m_nState(disableCancel()) {}
+
+chCancelGuard::~chCancelGuard() { restoreCancel(m_nState); }
 
 xSemaphore::~xSemaphore() { QOR_ASSERT(m_fdSemaphore == -1); }
 
@@ -271,21 +362,23 @@ int xSemaphore::SemaphoreAddValue(int nDelta, int nTimeout) {
     int nUndo = SEM_UNDO;
     const int nWait = nTimeout == 0 ? IPC_NOWAIT : 0;  // cheaper than a time-out that has passed
     while (!stepSemaphore(m_fdSemaphore, nDelta, nUndo | nWait, nTimeout == -1 ? nullptr : &timeout))
-        if (!mayRepeatStep(m_fdSemaphore, nDelta, nUndo, true))
+        if (!mayRepeatStep(m_fdSemaphore, nDelta, nUndo, {false, false}))
             return 0;
     return nDelta;
 }
 
+BOOL xSemaphore::SemaphoreTakeFor(int nTimeout) { return AddQuietly(-1, nTimeout, true); }
+
 // The kernel does not tell how much of an interrupted wait was left.
-BOOL xSemaphore::SemaphoreTakeFor(int nTimeout) {
+BOOL xSemaphore::AddQuietly(int nDelta, int nTimeout, bool bTellRemoval) {
     if (!QOR_ASSERT(m_fdSemaphore != -1))
         return FALSE;
     const long long nDeadline = nTimeout > 0 ? monotonicNanosecond() + nTimeout * nanoPerMilli : 0;
     timespec timeout = timeSpan(nTimeout * nanoPerMilli);
     int nUndo = SEM_UNDO;
     const int nWait = nTimeout == 0 ? IPC_NOWAIT : 0;
-    while (!stepSemaphore(m_fdSemaphore, -1, nUndo | nWait, nTimeout == -1 ? nullptr : &timeout)) {
-        if (!mayRepeatStep(m_fdSemaphore, -1, nUndo, false))
+    while (!stepSemaphore(m_fdSemaphore, nDelta, nUndo | nWait, nTimeout == -1 ? nullptr : &timeout)) {
+        if (!mayRepeatStep(m_fdSemaphore, nDelta, nUndo, {true, !bTellRemoval}))
             return FALSE;
         if (nTimeout > 0)
             timeout = timeSpan(std::max(nDeadline - monotonicNanosecond(), 0LL));
@@ -317,32 +410,35 @@ void chMutex::DestroyMutex() {
         DestroySemaphore();
 }
 
-BOOL chMutex::Lock(int nTimeout) {
+bool chMutex::AssertNotHeldHere() const {
+    if (!t_held.holds(m_fdSemaphore))
+        return true;
+    return assertAboutLock("[%s] is held by the calling thread already", m_strKeyFile);
+}
+
+BOOL chMutex::TakeMutex(int nTimeout, lockReport report) {
     if (!QOR_ASSERT(m_fdSemaphore != -1))
         return FALSE;
     const bool bMayWait = nTimeout > 0 || nTimeout == -1;
-    const bool bTaken = bMayWait && hasOtherProcessor() && takeQuickly(m_fdSemaphore);
-    if (!bTaken && SemaphoreAddValue(-1, nTimeout) != -1) {
+    if (bMayWait && !AssertNotHeldHere())
+        return FALSE;
+    const bool bQuick = bMayWait && hasOtherProcessor() && takeQuickly(m_fdSemaphore);
+    if (!bQuick && report == tellAll && SemaphoreAddValue(-1, nTimeout) != -1) {
         qorOutputWarningString("Lock Mutex fail for %s [%d:%.4X]", strerror(errno),
                                static_cast<int>(qorGetCurrentProcessId()),
                                static_cast<unsigned>(qorGetCurrentThreadId()));
         return FALSE;
     }
+    if (!bQuick && report != tellAll && !AddQuietly(-1, nTimeout, report == tellRemoval))
+        return FALSE;
     QOR_ASSERT(!m_bIsLocked);
     m_bIsLocked = TRUE;
     return TRUE;
 }
 
-BOOL chMutex::LockFor(int nTimeout) {
-    if (!QOR_ASSERT(m_fdSemaphore != -1))
-        return FALSE;
-    const bool bMayTry = nTimeout > 0 && hasOtherProcessor();
-    if (!(bMayTry && takeQuickly(m_fdSemaphore)) && !SemaphoreTakeFor(nTimeout))
-        return FALSE;
-    QOR_ASSERT(!m_bIsLocked);
-    m_bIsLocked = TRUE;
-    return TRUE;
-}
+BOOL chMutex::Lock(int nTimeout) { return TakeMutex(nTimeout, tellAll); }
+
+BOOL chMutex::LockFor(int nTimeout) { return TakeMutex(nTimeout, tellRemoval); }
 
 void chMutex::Unlock() {
     if (!m_bIsLocked) {
@@ -351,9 +447,35 @@ void chMutex::Unlock() {
     }
     m_bIsLocked = FALSE;
     SemaphoreAddValue(1, -1);
+    t_held.drop(this);
 }
 
-void chMutex::fork_reset() { m_bIsLocked = FALSE; }
+void chMutex::fork_reset() {
+    m_bIsLocked = FALSE;
+    t_held.drop(this);
+}
+
+BOOL chMutex::LockSegment(int nTimeout, lockReport report) {
+    if (!QOR_ASSERT_TEXT(t_held.nCount < heldSegments::maxHeld, "nHeldSegments < maxHeldSegments"))
+        return FALSE;
+    const int nCancel = disableCancel();
+    if (TakeMutex(nTimeout, report)) {
+        t_held.add(this, m_fdSemaphore, nCancel);
+        return TRUE;
+    }
+    const int nError = errno;
+    restoreCancel(nCancel);
+    errno = nError;
+    return FALSE;
+}
+
+// Whoever unlocked for another thread would leave it unprotected in the middle of a change.
+void chMutex::UnlockSegment() {
+    if (m_bIsLocked && !t_held.holds(this))
+        assertAboutLock("[%s] is held by another thread", m_strKeyFile);
+    else
+        Unlock();
+}
 
 BOOL chEvent::OpenEvent(const char* lpszName) { return OpenSemaphore(lpszName); }
 
@@ -366,6 +488,8 @@ BOOL chEvent::WaitEvent(int nTimeout) { return SemaphoreAddValue(-1, nTimeout) =
 BOOL chEvent::WaitEventFor(int nTimeout) { return SemaphoreTakeFor(nTimeout); }
 
 BOOL chEvent::SetEvent() { return SemaphoreAddValue(1, -1) == 1; }
+
+BOOL chEvent::SetEventIfThere() { return AddQuietly(1, -1, false); }
 
 BOOL chEvent::ResetEvent() { return SemaphoreSetValue(0); }
 

@@ -171,6 +171,7 @@ bool chRawMapFile::sizeFile() {
 void* chRawMapFile::OpenMapFile(const char* lpszPath, int nSize) {
     if (!QOR_ASSERT(m_fdMapFile == -1))
         return nullptr;
+    const chCancelGuard guard;
     m_nMapSize = nSize;
     if (!openFile(lpszPath) || !sizeFile())
         return nullptr;

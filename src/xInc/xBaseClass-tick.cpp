@@ -30,17 +30,13 @@ std::atomic<xTimerInfo*> g_pxTimeInfo{nullptr};
 // Set while this thread constructs the timer: whatever it calls must not read the tick.
 thread_local bool s_bConstructing = false;
 
-// The lock of the named blocks. When it cannot be had any more, a time is still read: a torn calibration passes.
+// The lock of the named blocks.
 class recordLock {
 public:
-    recordLock() : m_bLocked(nameHelperLock()) {}
-    ~recordLock() {
-        if (m_bLocked)
-            nameHelperUnlock();
-    }
-
-private:
-    const BOOL m_bLocked;
+    recordLock() { nameHelperLock(); }
+    ~recordLock() { nameHelperUnlock(); }
+    recordLock(const recordLock&) = delete;
+    recordLock& operator=(const recordLock&) = delete;
 };
 
 uint32_t readTimes() { return static_cast<uint32_t>(times(NULL)); }

@@ -1,9 +1,15 @@
-// Threads and the cheap clock of the message system.
+// Threads and the cheap clock of the message system, and the wake-up events that dead tasks have left.
 #include <errno.h>
 #include <pthread.h>
 #include <sched.h>
+#include <stdlib.h>
 #include <string.h>
+#include <sys/ipc.h>
+#include <sys/sem.h>
 #include <time.h>
+#include <unistd.h>
+
+#include "xInc/keyfile.h"
 
 #define QOR_MODULE "xInc/xMsgSystem"
 #include "internal/message.h"
@@ -62,6 +68,48 @@ void chJoinThread(unsigned long idThreadID) {
         return;
     const int result = pthread_join(static_cast<pthread_t>(idThreadID), NULL);
     QOR_WARN(result == 0);
+}
+
+namespace {
+
+typedef void (*exitStep)();
+
+void runExitStep(void* pStep) { reinterpret_cast<exitStep>(pStep)(); }
+
+pthread_key_t makeExitKey() {
+    pthread_key_t key = 0;
+    QOR_WARN_TEXT(pthread_key_create(&key, runExitStep) == 0, "pthread_key_create");
+    return key;
+}
+
+}  // namespace
+
+// A key and not a thread_local object: a step that other steps make necessary again is run again.
+void callAtThreadExit(exitStep fnStep) {
+    static const pthread_key_t s_key = makeExitKey();
+    pthread_setspecific(s_key, reinterpret_cast<void*>(fnStep));
+}
+
+// The id may by now belong to a new task. That one opens its event under the lock on the key file, so under this lock
+// it is certain whose the event is. Whoever has the file locked is at the same work, or stopped: nobody waits for him.
+void destroyDeadTaskEvent(int idTask) {
+    const std::string strPath = QOR_BaseHelper::keyFilePath(taskEventName(idTask).szName);
+    QOR_BaseHelper::keyFileLock lock;
+    if (!lock.tryExisting(strPath.c_str()) || QOR_MiscHelper::qorIsValidTaskID(idTask))
+        return;
+    // Its maker may have died between the file and the semaphore, and its destroyer between the semaphore and the file.
+    const int idSemaphore = semget(ftok(strPath.c_str(), QOR_BaseHelper::idProjectSemaphore), 0, 0);
+    if (idSemaphore != -1 ? semctl(idSemaphore, 0, IPC_RMID) == 0 : errno == ENOENT)
+        unlink(strPath.c_str());
+}
+
+void sweepDeadTaskEvents() {
+    static const char szPrefix[] = "task_event_";
+    for (const std::string& strName : QOR_BaseHelper::listKeyFiles(szPrefix)) {
+        const int idTask = atoi(strName.c_str() + strlen(szPrefix));
+        if (strName == taskEventName(idTask).szName && !QOR_MiscHelper::qorIsValidTaskID(idTask))
+            destroyDeadTaskEvent(idTask);
+    }
 }
 
 unsigned long long getMonotonicMillisecond() {

@@ -198,8 +198,22 @@ TEST(Events, ForgettingTheEventOfAnotherProcessWarnsAndLeavesIt) {
     EXPECT_EQ(0, other.wait());
 }
 
-TEST(Events, TheEventOfADeadThreadOfThisProcessIsDestroyedWithAWarning) {
-    const int idTask = qorTest::endedTask([] { process().GetCurrentTaskEvent(); });
+// An event that this process has made for a task of another one.
+TEST(Events, TheEventOfADeadTaskThatThisProcessHasMadeIsDestroyedWithAWarning) {
+    meeting ready, end;
+    int idTask = 0;
+    {
+        childProcess other("other", [&]() {
+            ready.say();
+            end.hear();
+            return 0;
+        });
+        ready.hear();
+        idTask = other.id();
+        ASSERT_NE(nullptr, process().GetTaskEventObject(idTask));
+        end.say();
+        EXPECT_EQ(0, other.wait());
+    }
     testing::internal::CaptureStderr();
     process().ClearGhostEventObject();
     EXPECT_EQ(1u, countOf(testing::internal::GetCapturedStderr(), "] !objEvent.IsCreateByMe() ("));

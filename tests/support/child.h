@@ -83,6 +83,7 @@ public:
             wait();
         }
     }
+    pid_t id() const { return m_idProcess; }
     void kill() { signal(SIGKILL); }
     void signal(int nSignal) {
         if (m_idProcess > 0)

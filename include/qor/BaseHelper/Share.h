@@ -32,6 +32,7 @@
 #define QOR_BASEHELPER_SHARE_H
 
 #include <new>
+#include <type_traits>
 
 #include "qor/BaseHelper/Sync.h"
 #include "qor/ChainHelper/ShareWord.h"
@@ -192,6 +193,15 @@ struct ipcObjectHeaderLayout {
 ///
 /// Opened and closed by one thread; once open, all threads of the process may use it under its lock. The
 /// library never removes a framed object.
+///
+/// From before the lock is taken until after it is released, the calling thread is not cancelled, whatever other
+/// segments it locks meanwhile: a cancelled thread would leave a change half-made, and the lock taken while its process
+/// lives. The lock is not recursive. A thread that waits for a lock that it holds already is ended at once by a fatal
+/// assertion that names it ("[%s] is held by the calling thread already", the key file); Lock(0) only answers 0.
+/// Whoever locks a segment of the library himself keeps this in mind for the library's own functions: see the list in
+/// `MsgQueueHelper/ShareHelper.h`.
+///
+/// All this holds where the mutex is `chMutex`; another one is locked as it is.
 template <class T, class MapFile = chMapFile, class Mutex = chMutex>
 class ipcObjectFrame : public Mutex {
 public:
@@ -199,6 +209,33 @@ public:
 
     /// CloseShareObject().
     ~ipcObjectFrame() { CloseShareObject(); }
+
+    /// Waits until the lock is free and takes it.
+    /// @return 1; 0 with a warning on time-out or when the lock was removed from the device. Fatal when not open, when
+    ///         the calling thread holds it already and the time-out is not 0, and when it holds the locks of 16
+    ///         segments.
+    BOOL Lock(int nTimeout) {
+        if constexpr (guardsSegment)
+            return Mutex::LockSegment(nTimeout, Mutex::tellAll);
+        else
+            return Mutex::Lock(nTimeout);
+    }
+
+    /// Lock() that keeps its time-out however often signals interrupt it, and that passes without a warning.
+    BOOL LockFor(int nTimeout) {
+        if constexpr (guardsSegment)
+            return Mutex::LockSegment(nTimeout, Mutex::tellRemoval);
+        else
+            return Mutex::Lock(nTimeout);
+    }
+
+    /// Releases the lock; only warns when it is not locked. Fatal: another thread holds it.
+    void Unlock() {
+        if constexpr (guardsSegment)
+            Mutex::UnlockSegment();
+        else
+            Mutex::Unlock();
+    }
 
     /// Opens the mutex and the memory of that name, and constructs the object when nobody has.
     /// @param nSize bytes to map, the object included; -1 takes the length of the file that the map file is over
@@ -209,12 +246,13 @@ public:
             return FALSE;
         if (!assertSize(nSize == -1 || nSize >= static_cast<int>(sizeof(T))))
             return FALSE;
+        const chCancelGuard guard;
         if (!Mutex::OpenMutex(lpszName))
             return FALSE;
         BOOL bOpen = FALSE;
-        if (Mutex::Lock(-1)) {
+        if (Lock(-1)) {
             bOpen = OpenMapFileObject(lpszName, nSize);
-            Mutex::Unlock();
+            Unlock();
         }
         if (!bOpen)
             Mutex::CloseMutex();
@@ -232,11 +270,11 @@ public:
     void CloseShareObject() {
         if (m_pIPCObject == nullptr)
             return;
-        const BOOL bLocked = Mutex::Lock(-1);
+        const BOOL bLocked = Lock(-1);
         m_mapFile.CloseMapFile();
         m_pIPCObject = nullptr;
         if (bLocked)
-            Mutex::Unlock();
+            Unlock();
         Mutex::CloseMutex();
     }
 
@@ -271,6 +309,8 @@ protected:
     T* m_pIPCObject = nullptr;
 
 private:
+    static constexpr bool guardsSegment = std::is_same<Mutex, chMutex>::value;
+
     static bool assertSize(bool bFits) { return QOR_ASSERT_IN("_chBaseClass", bFits, "nSize >= (int)sizeof(T)"); }
 };
 

@@ -37,6 +37,22 @@ namespace QOR_BaseHelper {
 
 class keyFileLock;
 
+/// Keeps the calling thread from being cancelled for a scope; may be nested.
+///
+/// A cancelled thread unwinds: what it was changing stays half-changed, and where it unwinds through a destructor the
+/// process ends. A cancellation that arrives meanwhile takes effect at the first cancellation point after the scope. No
+/// kernel call.
+class QOR_API chCancelGuard {
+public:
+    chCancelGuard();
+    chCancelGuard(const chCancelGuard&) = delete;
+    chCancelGuard& operator=(const chCancelGuard&) = delete;
+    ~chCancelGuard();
+
+private:
+    int m_nState;  // what it was before
+};
+
 /// The key file behind a named object: turns a name into a System V key.
 ///
 /// The file is "/tmp/qor_" followed by the name; a name that holds a '/' or '\\' is itself the path. It is
@@ -126,6 +142,10 @@ protected:
     /// OpenSemaphore() that also gives a semaphore its first value, when nobody has before; -1: none.
     BOOL OpenSemaphoreValue(const char* lpszName, int nFirstValue);
 
+    /// Adds nDelta as SemaphoreAddValue() does, with a time-out like that of SemaphoreTakeFor(); without bTellRemoval
+    /// it does not warn when the semaphore was removed. @return 1, or 0.
+    BOOL AddQuietly(int nDelta, int nTimeout, bool bTellRemoval);
+
     int32_t m_idCreator = -1;    ///< task id of the creator; -1 when not created by this object or closed
     int32_t m_fdSemaphore = -1;  ///< id of the semaphore set, -1 while closed
 };
@@ -164,7 +184,24 @@ public:
     void fork_reset();
 
 protected:
+    /// Which failures to lock are warned of: all; only that the mutex was removed; none.
+    enum lockReport { tellAll, tellRemoval, tellNothing };
+
+    /// Lock(), for the mutex of a segment: until UnlockSegment() the calling thread is not cancelled, and locking the
+    /// same semaphore again, through whatever object, is fatal instead of waiting ("[%s] is held by the calling thread
+    /// already", the key file), unless the time-out is 0. A thread holds at most 16 of them; more is fatal
+    /// ("nHeldSegments < maxHeldSegments").
+    BOOL LockSegment(int nTimeout, lockReport report);
+
+    /// Releases what LockSegment() has taken; Unlock() does so, too. Fatal: another thread holds it
+    /// ("[%s] is held by another thread").
+    void UnlockSegment();
+
     int32_t m_bIsLocked = 0;  ///< 1 while held through this object; written by the holder only
+
+private:
+    bool AssertNotHeldHere() const;
+    BOOL TakeMutex(int nTimeout, lockReport report);
 };
 
 /// A counting event across processes: each SetEvent() lets one WaitEvent() through; sets accumulate.
@@ -193,6 +230,9 @@ public:
 
     /// Lets one wait through. @return 1, or 0 when the event was removed or 32,767 sets are pending.
     BOOL SetEvent();
+
+    /// SetEvent() that does not warn when the event was removed, which its owner may do at any time.
+    BOOL SetEventIfThere();
 
     /// Drops all pending sets. @return 1, or 0 after a warning.
     BOOL ResetEvent();

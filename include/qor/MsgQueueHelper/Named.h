@@ -112,9 +112,6 @@ public:
     /// Steps the counter and returns its new value; it is on the medium when the call returns.
     /// Fatal: a step outside 1 to maximum - minimum - 1; so is every step of a counter that nobody created.
     uint32_t ExcuteAccumulater(const char* lpszName, int nStep);
-
-private:
-    QOR_BaseHelper::chAccumulater* accumulater(const char* lpszName);
 };
 
 /// The process's uCSystemNamedObjectHelper, made on first use and never torn down under running threads.

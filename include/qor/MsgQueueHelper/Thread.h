@@ -283,6 +283,9 @@ public:
     void RemoveTaskEventObject(int idTask);
     /// Forgets the calling task's own event.
     void ForgetCurrentTaskEvent();
+    /// When the calling task ends: destroys its event, unless the task is registered. Runs by itself at the end of a
+    /// thread and, in the thread that exits the process, at its exit.
+    void LeaveTask();
     /// Forgets the events of tasks that no longer exist.
     void ClearGhostEventObject();
     /// Signals a task's wake-up event; 1 also for the caller's own task, which is not signalled, and 0 when the task

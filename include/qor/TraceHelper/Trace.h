@@ -19,8 +19,13 @@
 /// @endcode
 ///
 /// Any thread may trace at any time: while another thread makes the instance, after a fork, and while the process
-/// exits; lines traced after the exit began go to standard output with times of 0. Reading the time takes the lock
-/// of the named blocks, so a thread that holds that lock must not trace. A line is written in one piece.
+/// exits; lines traced after the exit began go to standard output with times of 0. A line is written in one piece.
+///
+/// Reading the time takes the lock of the named blocks, so a thread that holds that lock (`nameHelperLock()`) must not
+/// trace: a line that passes is the fatal assertion "[/tmp/qor_ipc_system_named] is held by the calling thread
+/// already". A trace must not end a device: when somebody has removed the lock of the trace buffer, each process warns
+/// once, and from then on its lines for the buffer go to standard error, it reads none from there, and scopes have
+/// depth 0.
 #ifndef QOR_TRACEHELPER_TRACE_H
 #define QOR_TRACEHELPER_TRACE_H
 
@@ -179,7 +184,8 @@ public:
     void TraceToStdPipe(QOR_StringHelper::chReferenceStringT<char>& strLine);
     /// Writes the line to the log files.
     void TraceToFileTrace(QOR_StringHelper::chReferenceStringT<char>& strLine);
-    /// Puts the line into the shared trace buffer, where it pushes out as many of the oldest lines as it needs.
+    /// Puts the line into the shared trace buffer, where it pushes out as many of the oldest lines as it needs. When
+    /// somebody has removed the buffer's lock from the device, the line goes to standard error.
     /// Fatal: a line larger than the whole buffer ("!objTracerManager.chTraceLogList::empty()").
     void TraceToSystemTrace(QOR_StringHelper::chReferenceStringT<char>& strLine);
 
@@ -205,12 +211,15 @@ private:
     enum traceTarget { targetNone, targetStdPipe, targetFile, targetSystem };
     typedef QOR_StringHelper::chReferenceStringT<char> lineText;
 
+    friend class traceHold;
+
     void writeLine(int nTarget, lineText& strLine);
     void writeAfterExit(const lineText& strLine);
 
     chFileTrace m_objFileTrace;
     std::atomic<int> m_nTarget;
     std::atomic<int> m_nTraceLevel;
+    std::atomic<bool> m_bLockLost;  // somebody has removed the segment's lock
 };
 
 /// The process's uCTraceHelper, made on first use and never torn down under running threads.
