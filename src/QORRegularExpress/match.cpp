@@ -146,8 +146,9 @@ const T* takeBest(re_Base<T>* pRE, const T* lpsz, const T* lpszEnding, int nTime
 template <class T>
 const T* takeLeast(re_Base<T>* pRE, const T* lpsz, const T* lpszEnding, int nTimes) {
     lookAhead<T> look(pRE, lpszEnding);
-    for (; nTimes != 0 && !look.at(lpsz); nTimes -= nTimes > 0) {
-        const T* lpszNext = applyOnce(pRE, lpsz, lpszEnding);
+    // Also where no time remains: looking ahead leaves results.
+    for (; !look.at(lpsz); nTimes -= nTimes > 0) {
+        const T* lpszNext = nTimes != 0 ? applyOnce(pRE, lpsz, lpszEnding) : NULL;
         if (lpszNext == NULL || lpszNext == lpsz)
             break;
         pRE->m_lpszResultEnd = lpsz = lpszNext;
@@ -296,7 +297,7 @@ private:
         for (;;) {
             if (bPass)
                 passOver(look, nMax);
-            if (isFull(nMax) || look.at(m_lpsz) || !step())
+            if (look.at(m_lpsz) || isFull(nMax) || !step())
                 return m_lpsz;
             m_pRE->m_lpszResultEnd = m_lpsz;
         }

@@ -9,7 +9,9 @@ namespace {
 struct patternError {
     size_t nPlace;
 };
-struct fatalStop {};
+struct fatalStop {
+    bool bReference;
+};
 struct budgetStop {};
 
 constexpr long mostSteps = 200000;
@@ -309,7 +311,7 @@ struct referenceMatcher::run {
         if (n <= size())
             return true;
         if (bGivenEnd)
-            throw fatalStop();
+            throw fatalStop{false};
         return false;
     }
 
@@ -364,7 +366,7 @@ struct referenceMatcher::run {
                 } while (once(node, n, nTimes));
                 return nBest;
             case '?':
-                while (nTimes != 0 && after(*node.pParent, node.nIndex, n) == none && once(node, n, nTimes)) {
+                while (after(*node.pParent, node.nIndex, n) == none && once(node, n, nTimes)) {
                 }
                 return n;
         }
@@ -416,7 +418,7 @@ struct referenceMatcher::run {
     long applyReference(const referenceNode& node, long n) const {
         const referenceSpan& span = node.pGroup->span;
         if (span.nEnd == none)
-            throw fatalStop();
+            throw fatalStop{true};
         for (long i = span.nBegin; i < span.nEnd; ++i, ++n) {
             // Behind the text, tests put NULs.
             const unsigned ch1 = i < size() ? charAt(i) : 0, ch2 = n < size() ? charAt(n) : 0;
@@ -457,9 +459,11 @@ long referenceMatcher::build(const std::string& strPattern, bool bIgnoreCase) {
 
 referenceMatcher::outcome referenceMatcher::apply(const std::string& strText, long nAt, bool bGivenEnd) {
     run r{strText, m_bIgnoreCase, bGivenEnd};
+    m_bFatalReference = false;
     try {
         return r.applyNode(*m_pRoot, nAt) != run::none ? matched : failed;
-    } catch (const fatalStop&) {
+    } catch (const fatalStop& stop) {
+        m_bFatalReference = stop.bReference;
         return fatal;
     } catch (const budgetStop&) {
         return tooLong;

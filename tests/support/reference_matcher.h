@@ -32,6 +32,8 @@ public:
     long build(const std::string& strPattern, bool bIgnoreCase);
     // Applies the whole pattern at a place. With bGivenEnd the text ends at strText's size, else at its NUL.
     outcome apply(const std::string& strText, long nAt, bool bGivenEnd);
+    // Whether the last outcome was fatal for a reference back to a group without a match.
+    bool isFatalReference() const { return m_bFatalReference; }
     void clear();
 
     // The end of the last match.
@@ -50,6 +52,7 @@ private:
     std::unique_ptr<referenceNode> m_pRoot;
     std::vector<referenceNode*> m_listCapture;
     bool m_bIgnoreCase = false;
+    bool m_bFatalReference = false;
 };
 
 }  // namespace qorTest

@@ -188,6 +188,22 @@ TEST(Regex, WeakRepetitionsTakeTheLeastThatTheRestAllows) {
     EXPECT_EQ(-1, matchLength("a{0,1}?b", "aab"));
 }
 
+// Whether it may go on does not matter there: looking ahead leaves results in the nodes that follow.
+TEST(Regex, AWeakRepetitionLooksAheadAtItsLastPlaceToo) {
+    for (const char* lpszPattern : {"([\\S]??a){2}([])", "((?:[b-zA])??a){2}([])", "([\\S]{0,1}?a){2}([])"}) {
+        regexTree express(lpszPattern, 0);
+        const char* const lpszText = "Aa";
+        EXPECT_EQ(nullptr, express.ApplyREOnText(lpszText, NULL)) << lpszPattern;
+        EXPECT_EQ(lpszText + 2, express.GetCaptureRE(2)->m_lpszResultBegin) << lpszPattern;
+        EXPECT_EQ(lpszText + 2, express.GetCaptureRE(2)->m_lpszResultEnd) << lpszPattern;
+    }
+    // A repetition of more than one character, applied step by step.
+    regexTree express("((?:AB)??a)(b?)c", 0);
+    const char* const lpszText = "ABab";
+    EXPECT_EQ(nullptr, express.ApplyREOnText(lpszText, NULL));
+    EXPECT_EQ(lpszText + 3, express.GetCaptureRE(2)->m_lpszResultBegin);
+}
+
 TEST(Regex, LookingAheadSeesTheRestOfItsOwnSequenceOnly) {
     // Within the group nothing follows, so it takes all; what follows the group cannot take it back.
     EXPECT_EQ(-1, matchLength("(a*)ab", "aab"));
