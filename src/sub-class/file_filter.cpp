@@ -43,8 +43,8 @@ BOOL chFileFilter::SetFilter(const char* lpszFilter) {
     return TRUE;
 }
 
-// An expression that could not be compiled stays, as one that matches no name: without it a filter of nothing but such
-// patterns would accept every name.
+// An expression that was refused stays, as one that matches no name: without it a filter of nothing but such patterns
+// would accept every name.
 void chFileFilter::AddPattern(const refString& strPattern) {
     const char* lpszPattern = strPattern;
     const bool bDeny = *lpszPattern == '-';
@@ -52,7 +52,7 @@ void chFileFilter::AddPattern(const refString& strPattern) {
         ++lpszPattern;
     (bDeny ? m_lstDeny : m_lstAccept)
         .alloc_push_back()
-        .BuildRegularExpress(fileExpress2REText(lpszPattern), QOR_RegularExpressHelper::flagIgnoreCase);
+        .BuildUntrustedExpress(fileExpress2REText(lpszPattern), QOR_RegularExpressHelper::flagIgnoreCase);
 }
 
 bool chFileFilter::IsMatched(listExpress& lst, const char* lpszFileName) {

@@ -22,6 +22,8 @@ template <class... Args>
 void store(const Args&...);
 template <class... Args>
 void forget(const Args&...);
+template <class... Args>
+int refuse(const Args&...);
 void help();
 bool isReady();
 

@@ -35,6 +35,8 @@ referenceMatcher::outcome referenceCompare::apply(const std::string& strText, lo
     setText(strText);
     const referenceMatcher::outcome eExpected = m_reference.apply(strText, nAt, bGivenEnd);
     if (eExpected == referenceMatcher::fatal || eExpected == referenceMatcher::tooLong) {
+        if (m_reference.isFatalReference() && m_express.FindFatalReference() == 0)
+            differ("a fatal reference that was not foreseen");
         clear();
         return eExpected;
     }
@@ -59,6 +61,8 @@ referenceMatcher::outcome referenceCompare::search(const std::string& strText, b
             break;
     }
     if (eExpected == referenceMatcher::fatal || eExpected == referenceMatcher::tooLong) {
+        if (m_reference.isFatalReference() && m_express.FindFatalReference() == 0)
+            differ("a fatal reference that was not foreseen");
         clear();
         return eExpected;
     }

@@ -8,6 +8,7 @@
 #include "qor/TraceHelper.h"
 #include "support/scale.h"
 #include "support/text.h"
+#include "support/traceline.h"
 
 using namespace QOR_SubClass;
 
@@ -197,6 +198,27 @@ TEST_F(FileFilter, APatternThatIsNoExpressionMatchesNoName) {
     EXPECT_EQ(1, isAccepted("a\\q;ok", "ok"));
     const std::string strLong(100000, 'l');
     EXPECT_EQ(0, isAccepted(strLong.c_str(), strLong.c_str()));
+}
+
+// A backslash in a pattern may open a group: what the expression then is may not end the process.
+TEST_F(FileFilter, APatternThatCouldEndTheProcessIsRefusedWithTheReason) {
+    const char* const lpszFilter = "\\(*\\)\\1;-\\[\\(a\\)b\\]\\1;ok";
+    ASSERT_EQ("\\\\(.*\\\\)\\1", expressOf("\\(*\\)\\1"));
+    QOR_TraceHelper::uCTraceHelpergetGlobalObject()->RedirectToStdPipe();
+    testing::internal::CaptureStdout();
+    chFileFilter filter(lpszFilter);
+    const std::string strTraced = qorTest::traceTexts(testing::internal::GetCapturedStdout());
+    QOR_TraceHelper::uCTraceHelpergetGlobalObject()->RedirectToNull();
+    EXPECT_EQ(
+        "Express \"\\\\(.*\\\\)\\1\"\nRefused: \\1 may be met while group 1 has no match\n"
+        "Express \"\\\\[\\\\(a\\\\)b\\\\]\\1\"\nRefused: \\1 may be met while group 1 has no match\n",
+        strTraced);
+    for (const char* lpszName : {"\\\\", "\\a\\a", "\\\\b", "\\b", "b"}) {
+        EXPECT_EQ(0, filter.IsAcceptFileName(lpszName)) << lpszName;
+        EXPECT_EQ(0, filter.IsDenyFileName(lpszName)) << lpszName;
+    }
+    EXPECT_EQ(1, filter.IsAcceptFileName("ok"));
+    EXPECT_EQ(1, isAccepted("\\(a\\)\\1", "\\a\\a\\")) << "a reference that is safe works";
 }
 
 TEST_F(FileFilter, ManyAsterisksEndInTime) {

@@ -4,8 +4,9 @@
 /// @code
 /// QOR_RegularExpressHelper::reRegularExpress<char> express(NULL, 0);
 /// express.AddCustomAlias("/num", "[0-9]+");
-/// if (const char* lpszError = express.BuildRegularExpress(lpszPattern, QOR_RegularExpressHelper::flagIgnoreCase))
-///     return lpszError - lpszPattern;                    // the place is also traced, with a caret under it
+/// QOR_StringHelper::chReferenceStringT<char> strReason;
+/// if (!express.BuildUntrustedExpress(lpszPattern, QOR_RegularExpressHelper::flagIgnoreCase, &strReason))
+///     return refuse(strReason);                          // the reason is also traced
 /// const char* lpszBegin = express.SearchREOnText(lpszText, NULL);
 /// if (lpszBegin != NULL)
 ///     use(lpszBegin, express.m_lpszResultEnd);
@@ -57,6 +58,19 @@ public:
     /// Compiles a pattern in place of the one before; custom aliases stay. Null, or the place of the error, which is
     /// traced; the expression is empty then. Fatal: null.
     const T* BuildRegularExpress(const T* lpszREText, unsigned int nFlags);
+    /// Compiles a pattern that comes from outside the program, such as a line of a configuration file: as
+    /// BuildRegularExpress() does, but a pattern with a FindFatalReference() is refused. 1; or 0 with an empty
+    /// expression, and the reason is traced at level 2 and stored where pReason says, unless that is null. Where 1 is
+    /// returned the reason is empty. Fatal: a null pattern.
+    BOOL BuildUntrustedExpress(const T* lpszREText, unsigned int nFlags,
+                               QOR_StringHelper::chReferenceStringT<T>* pReason = NULL);
+    /// The number of the first group for which a match or a search could come to a back-reference while the group has
+    /// no match, which is fatal ("FALSE"); 0: there is none, whatever the text. Judged from the pattern alone: it is
+    /// taken for granted that every element matches some text and fails on another, so some pattern that no text can
+    /// bring to that end is named, too. Typical are `([a-c]*)\1`, where the repetition looks ahead at the reference
+    /// from inside the group, and `[(a)b]\1`, where the group need not take part; `([a-c]*+)\1` is safe. It takes
+    /// time in the order of the number of nodes for each 64 groups that are referred to.
+    int FindFatalReference() const;
     /// Finds the first place of a text, its end included, at which the pattern matches; the place, or null. The match
     /// ends at m_lpszResultEnd. The results are as if ClearResult() and ApplyREOnText() had been called for that place
     /// (for the end, if there is none) alone.

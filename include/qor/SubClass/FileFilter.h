@@ -12,7 +12,8 @@
 ///
 /// Everything else stands for itself, except that a backslash and what a pattern makes of it belong to the regular
 /// expressions of RegularExpressHelper.h: what the translated pattern means there, it means here. A pattern that is
-/// none there is traced, and matches no name. Read on in FileSearch.h.
+/// none there, or whose back-references could end the process, matches no name; the reason is traced at level 2. Read
+/// on in FileSearch.h.
 #ifndef QOR_SUBCLASS_FILEFILTER_H
 #define QOR_SUBCLASS_FILEFILTER_H
 
