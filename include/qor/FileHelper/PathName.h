@@ -36,7 +36,7 @@ public:
     operator char*();
     /// Replaces the last component. Fatal: null.
     void ReplaceFileName(const char* lpszName);
-    /// Replaces the extension, as pathRenameExtension(). Fatal: a new one that does not begin with '.'.
+    /// Replaces the extension, as pathRenameExtension(). Fatal: a new one that is null or does not begin with '.'.
     void ReplaceExternOnly(const char* lpszNewExtern);
 
 private:

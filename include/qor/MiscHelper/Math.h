@@ -25,10 +25,10 @@ QOR_API int mathFloor(double dValue);
 /// The smallest integer that is not below a number.
 QOR_API int mathCeil(double dValue);
 /// The multiple of a step below a number, or the next one when the number lies dRange or more above the former.
-/// Fatal: a step not above 0, a range outside 0 to the step.
+/// Fatal: a step not above 0; a range not above 0, or not below the step.
 QOR_API double mathNear(double dValue, double mod, double dRange);
 /// The integer below a number, or the next one when the number lies dRange or more above the former.
-/// Fatal: a range outside 0 to 1.
+/// Fatal: a range not above 0, or not below 1.
 QOR_API int mathRound(double dValue, double dRange);
 
 }  // namespace QOR_MiscHelper

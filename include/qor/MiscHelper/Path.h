@@ -50,7 +50,7 @@ QOR_API void pathCutTail(char* lpszPath);
 /// starts at the base, or at the working directory when that is null or empty.
 /// Fatal: a base that is not absolute, a result that does not begin with '/', more than 256 characters to join.
 QOR_API QOR_StringHelper::chReferenceStringT<char> pathGetAbsolutePath(const char* lpszPath, const char* lpszBasePath);
-/// An empty string; no relative path is made.
+/// An empty string; no relative path is made. Fatal: as for pathGetAbsolutePath().
 QOR_API QOR_StringHelper::chReferenceStringT<char> pathGetRelativePath(const char* lpszPath, const char* lpszBasePath);
 /// Makes every missing directory along the path, mode 0777 less the umask; whether the path is a directory afterwards.
 /// Directories in front of a '\\' are made too, though the platform takes it for a letter of a name.

@@ -64,9 +64,10 @@ public:
 
     /// Waits for a datagram and keeps it.
     /// @return its size, 0 on time-out or error or when it is empty, negative when the wait failed.
+    ///         Fatal: a sender whose address is no IPv4 address.
     int SelectAndReceive(int nTimeout);
     /// Keeps the next datagram of at most 65536 bytes; waits for it without limit.
-    /// @return its size, 0 on error or when it is empty.
+    /// @return its size, 0 on error or when it is empty. Fatal: a sender whose address is no IPv4 address.
     int socketReceive();
     /// Waits for a datagram and copies it and, unless null, its sender; both stay as they are without one.
     /// @return as SelectAndReceive()

@@ -49,7 +49,7 @@ public:
     /// Connects.
     /// @return 1 or 0; after a time-out it may be called again. Fatal: connected already, no socket.
     BOOL ConnectTo(const chSocketAddr& addr, int nTimeout);
-    /// The same for a dotted text and a port.
+    /// The same for a dotted text and a port. Fatal: also null.
     BOOL ConnectTo(const char* lpszIPv4, int nPort, int nTimeout);
     /// Waits a millisecond for input and takes one byte of it into the input buffer. A connection that the peer has
     /// closed is no longer connected then.
@@ -70,6 +70,7 @@ public:
     void DropPacket(int nSize);
     /// Waits for nSize bytes, and moves them; null only removes them.
     /// @return 1, or 0 on time-out, a lost connection or a size above 65536; then all bytes stay.
+    ///         Fatal: a size below 1.
     BOOL ReceivePacket(void* pBuffer, int nSize, int nTimeout);
     /// Waits for nItemCount items, or for 65536 bytes if those are less, and moves as many whole items as there are.
     /// @return their number. Fatal: a size or a count below 1.
@@ -78,9 +79,9 @@ public:
     /// is empty.
     /// @return the bytes moved
     int ReceiveStream(binaryArray& arrData, int nTimeout);
-    /// Waits for input and takes at the most nMaxSize bytes, -1 or more than 65536 means 65536.
-    /// @return the bytes taken, 0 on time-out or a lost connection, -1 when the wait failed. Fatal: a size of 0 or
-    ///         below -1.
+    /// Waits for input and takes at most nMaxSize bytes; -1 or more than 65536 means 65536.
+    /// @return the bytes taken, 0 on time-out or a lost connection, -1 when the wait failed.
+    ///         Fatal, but only when there is something to read: a size of 0 or below -1.
     int SelectAndReceive(int nMaxSize, int nTimeout);
     /// Takes at the most nMaxSize bytes of what is there; where nothing is, the connection ends.
     /// @return the bytes taken, 0 when the connection has ended. Fatal: a size of 0 or below -1.

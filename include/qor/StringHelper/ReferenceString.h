@@ -64,7 +64,7 @@ public:
     int GetLength() const;
     /// Whether there are no characters; also true for a null object.
     bool IsEmpty() const;
-    /// A character. Fatal: an index not below the length.
+    /// A character; 0 for a negative index. Fatal: an index not below the length.
     T operator[](int iIndex) const;
 
     /// Shares the other's block.
