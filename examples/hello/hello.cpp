@@ -5,7 +5,7 @@
 
 static int onMessage(simpMSG* pMsg) {
     if (pMsg->uMsg != 0x100)
-        return -1;
+        return -1;                              // also for the idle message: sleep until the next one
     printf("worker: %u\n", pMsg->wParam);
     return (int)pMsg->wParam * 2;               // what the sender gets
 }
