@@ -379,6 +379,35 @@ TEST_F(ShareChain, FollowsAListThroughRandomChanges) {
     }
 }
 
+TEST_F(ShareChain, TheNeighboursOfARecordMayBeTheHead) {
+    fill(2);
+    EXPECT_EQ(link(1), chain().Right(link(0)));
+    EXPECT_EQ(&m_pBlock->vHead, chain().Right(link(1)));
+    EXPECT_EQ(&m_pBlock->vHead, chain().Left(link(0)));
+    EXPECT_EQ(link(1), chain().Left(&m_pBlock->vHead));
+    EXPECT_EQ(nullptr, chain().Left(link(5)));  // of no chain
+}
+
+TEST_F(ShareChain, IsDrainedFromEitherEnd) {
+    fill(6);
+    const auto fnTake = [this](list_chain_offset* p) { chain().Unlink(p); };
+    chain().Drain([this](list_chain_offset* p) { return numberOf(p) < 2; }, fnTake);
+    EXPECT_EQ((std::vector<int>{2, 3, 4, 5}), numbers());
+    chain().DrainBackwards([this](list_chain_offset* p) { return numberOf(p) > 3; }, fnTake);
+    EXPECT_EQ((std::vector<int>{2, 3}), numbers());
+    EXPECT_EXIT(chain().DrainBackwards([](list_chain_offset*) { return true; }, [](list_chain_offset*) {}),
+                testing::KilledBySignal(SIGABRT), "\\[_chTest:[0-9]+\\] broken share chain ");
+}
+
+TEST_F(ShareChain, ItsChecksAcceptRecordsOfTheSegmentOnly) {
+    const segmentChecks checks(&m_pBlock->vHead, sizeof(record), "_chTest", "a text");
+    static_assert(std::is_same<checkedChain<segmentChecks>::chain_type, list_chain_offset>::value, "");
+    EXPECT_TRUE(checks.isRecord(link(0)));
+    EXPECT_FALSE(checks.isRecord(NULL));
+    EXPECT_EQ(m_segment.size() / 12, checks.maxRecords());
+    EXPECT_EXIT(checks.fail(), testing::KilledBySignal(SIGABRT), "\\[_chTest:[0-9]+\\] a text ");
+}
+
 TEST_F(ShareChain, ALinkOutOfTheSegmentAMisalignedOneAndARingAreFatal) {
     fill(3);
     int32_t nWord = wordAt(link(1));

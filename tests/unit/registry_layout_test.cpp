@@ -325,6 +325,10 @@ TEST_F(RegistryLayout, AListFindsVisitsAndErasesItsObjects) {
     std::vector<int> arrSeen;
     list.ForEach([&](int32_t n) { arrSeen.push_back(n); });
     EXPECT_EQ((std::vector<int>{1, 3}), arrSeen);
+    list.EraseLastWhile([](int32_t n) { return n > 1; });
+    EXPECT_EQ(1, *list.LastObject());
+    list.EraseLastWhile([](int32_t) { return true; });
+    EXPECT_TRUE(list.empty());
 }
 
 TEST_F(RegistryLayout, ADocumentTakesInAFileThatWasReadAndIsCleared) {
