@@ -1,6 +1,7 @@
 // Rotating log files. One in-process lock covers the choice of the file and the write, so that lines of several
 // threads are whole and none is lost while the files roll. Files are opened for appending and each line is one
 // unbuffered write: several processes on one base path keep their lines whole as well.
+#include <errno.h>
 #include <fcntl.h>
 #include <limits.h>
 #include <stdio.h>
@@ -20,9 +21,12 @@ namespace {
 
 typedef QOR_BaseHelper::scopeLock<QOR_BaseHelper::chCriticalSection> fileLock;
 
-bool fileExists(const char* lpszName) {
+// Whether there is a file, or nobody can tell (bUnknown).
+bool maybeExists(const char* lpszName, bool& bUnknown) {
     struct stat st;
-    return lstat(lpszName, &st) == 0;
+    const bool bThere = lstat(lpszName, &st) == 0;
+    bUnknown = !bThere && errno != ENOENT && errno != ENOTDIR;
+    return bThere || bUnknown;
 }
 
 }  // namespace
@@ -56,7 +60,9 @@ BOOL chFileTrace::OpenFileTrace(const char* lpszFileName, int nMaxSizeKB, int nM
     if (nMaxCount != 0)
         m_nMaxFileCount = nMaxCount < 0 ? 1 : nMaxCount;
     int nFound = 0;
-    while (fileExists(fileName(nFound))) {
+    // A number of which nobody can tell ends the count. It is taken for there: lines are then appended to that file,
+    // while one that counts as missing would be emptied.
+    for (bool bUnknown = false; !bUnknown && maybeExists(fileName(nFound), bUnknown);) {
         if (nFound >= m_nMaxFileCount)
             unlink(fileName(nFound - m_nMaxFileCount));
         ++nFound;
@@ -82,20 +88,21 @@ void chFileTrace::closeFile() {
         fclose(pFile);
 }
 
-// Opens the current file at its end, or emptied.
+// Opens the current file at its end, or emptied. A pipe or device in its place is not written: that could block.
 void chFileTrace::openFile(bool bEmptied) {
-    const int nFlags = O_RDWR | O_CREAT | O_APPEND | O_CLOEXEC | O_NOFOLLOW | O_NOCTTY | (bEmptied ? O_TRUNC : 0);
+    const int nFlags =
+        O_RDWR | O_CREAT | O_APPEND | O_CLOEXEC | O_NOFOLLOW | O_NOCTTY | O_NONBLOCK | (bEmptied ? O_TRUNC : 0);
     const int fd = open(fileName(m_nFileIndex), nFlags, 0666);
     if (fd == -1)
         return;
-    m_pFile = fdopen(fd, "a+b");
+    struct stat st;
+    if (fstat(fd, &st) == 0 && S_ISREG(st.st_mode))
+        m_pFile = fdopen(fd, "a+b");
     if (m_pFile == NULL) {
         close(fd);
         return;
     }
     setvbuf(m_pFile, NULL, _IONBF, 0);
-    struct stat st = {};
-    fstat(fd, &st);
     m_nFileSize = st.st_size > INT_MAX ? INT_MAX : static_cast<int32_t>(st.st_size);
 }
 

@@ -1,5 +1,7 @@
 // Rotating log files: names, sizes, the order in which they roll, and what goes wrong without a sound.
 #include <dirent.h>
+#include <errno.h>
+#include <fcntl.h>
 #include <stdlib.h>
 #include <string.h>
 #include <sys/resource.h>
@@ -15,9 +17,26 @@
 
 #include "qor/TraceHelper/Trace.h"
 #include "support/child.h"
+#include "support/system_call.h"
 
 using QOR_StringHelper::chReferenceStringT;
 using QOR_TraceHelper::chFileTrace;
+
+namespace {
+
+// The path that lstat() fails for.
+std::string s_strUnknown;
+
+}  // namespace
+
+extern "C" int lstat(const char* lpszPath, struct stat* pState) noexcept {
+    static auto* const fn =
+        qorTest::systemCall<int(const char*, struct stat*)>({"__lstat64_time64", "lstat64", "lstat"});
+    if (s_strUnknown != lpszPath)
+        return fn(lpszPath, pState);
+    errno = EIO;
+    return -1;
+}
 
 namespace {
 
@@ -106,6 +125,35 @@ TEST_F(FileTrace, BehindTheLastFileTheOldestGoes) {
     for (const char* lpsz : {"a", "b", "c", "d", "e"})
         writeLine(trace, lpsz + strFull);
     EXPECT_EQ((fileMap{{0, "c" + strFull + "\n"}, {1, "d" + strFull + "\n"}, {2, "e" + strFull + "\n"}}), files());
+}
+
+TEST_F(FileTrace, APipeIsNoLogFileAndBlocksNobody) {
+    ASSERT_EQ(0, mkfifo(name(0).c_str(), 0666));
+    const int fd = open(name(0).c_str(), O_RDONLY | O_NONBLOCK);
+    chFileTrace trace;
+    trace.OpenFileTrace(m_strBase.c_str(), 1, 3);
+    chReferenceStringT<char> strLine("lost", -1);
+    EXPECT_EQ(0, trace.WriteLogLine(strLine));
+    char ch;
+    EXPECT_EQ(0, read(fd, &ch, 1)) << "nobody writes the pipe, and it is empty";
+    close(fd);
+    ASSERT_EQ(0, unlink(name(0).c_str()));
+    writeLine(trace, "kept");
+    EXPECT_EQ((fileMap{{0, "kept\n"}}), files());
+}
+
+TEST_F(FileTrace, AFileThatCannotBeLookedAtIsNotEmptied) {
+    const std::string strFull(1024, 'f');
+    put(0, strFull);
+    put(1, "newest\n");
+    s_strUnknown = name(1);
+    {
+        chFileTrace trace;
+        trace.OpenFileTrace(m_strBase.c_str(), 1, 3);
+        s_strUnknown.clear();
+        writeLine(trace, "next");
+    }
+    EXPECT_EQ((fileMap{{0, strFull}, {1, "newest\nnext\n"}}), files());
 }
 
 TEST_F(FileTrace, ASingleFileStartsAnew) {
