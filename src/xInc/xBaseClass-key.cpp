@@ -163,9 +163,9 @@ bool publishFile(int fdDirectory, const char* lpszName, const char* lpszPath) {
     return (errno == EPERM || errno == EOPNOTSUPP) && renameat(fdDirectory, lpszName, AT_FDCWD, lpszPath) == 0;
 }
 
-bool exists(const char* lpszPath) {
+bool isMissing(const char* lpszPath) {
     struct stat statFile;
-    return lstat(lpszPath, &statFile) == 0;
+    return lstat(lpszPath, &statFile) != 0 && (errno == ENOENT || errno == ENOTDIR);
 }
 
 }  // namespace
@@ -191,8 +191,9 @@ bool createKeyFile(const char* lpszPath) {
         return false;
     if (!lockKeys.isSame(lockOwn) && !lockOwn.lock())
         return false;
-    if (exists(lpszPath))
-        return true;
+    errno = 0;
+    if (!isMissing(lpszPath))
+        return errno == 0;  // another error leaves open whether the file is there, and it is not replaced
     removeLeftOver(strDirectory, lockOwn.fd());
     std::vector<std::string> arrName;
     const bool bResult = makeFreeFile(strDirectory, lockOwn.fd(), arrName) &&
