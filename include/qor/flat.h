@@ -73,10 +73,13 @@ enum {
 #endif
 
 /** Handles one message of a thread; its value becomes the message's result. It also receives the library's own
- *  messages from TM_THREAD_START on. */
+ *  messages from TM_THREAD_START on, so it returns -1 for every id that it does not know: the result for TM_THREAD_IDLE
+ *  chooses how long the loop waits. -1 sleeps until the next message or timer; 0 does not sleep at all, and a callback
+ *  that returns 0 for everything keeps a processor busy. */
 typedef int (*msgCallbackEx)(simpMSG* pMsg);
 
-/* ---- threads ---- */
+/** @name Threads */
+/** @{ */
 
 /** Registers the calling thread under a name that is free on the whole device and returns its handle.
  *  Queues of dead threads are swept first. Blocks only for the share segment's lock.
@@ -113,10 +116,15 @@ QOR_API void* msgGetCurrentThreadObject(void);
  *  longer running. A null or unknown object gives 0. Fatal: the object of another thread. */
 QOR_API unsigned int msgProcessThreadMsgOnce(void* pThreadObject);
 
-/* ---- messages ---- */
+/** @} */
 
-/** Sends a message and blocks until the target has replied or handled it, or the time-out has passed.
- *  To the caller's own handle the callback runs at once. nExtraSize bytes (0 to 1024) at pExtraData are copied.
+/** @name Messages */
+/** @{ */
+
+/** Sends a message and blocks until the target has replied or handled it, or the time-out has passed. A caller that
+ *  waits handles no messages: two threads that send to each other at the same time without time-out wait for ever.
+ *  The calling thread need not be registered. To the caller's own handle the callback runs at once. nExtraSize bytes
+ *  (0 to 1024) at pExtraData are copied.
  *  *pbReplied (may be null) tells whether a reply came. Returns the reply, -1 for an invalid or dying target and
  *  after a time-out. Fatal: nExtraSize outside 0 to 1024. */
 QOR_API int msgSendMsgToThreadRaw(HTHREAD hThread, unsigned int uMsg, unsigned int wParam, int lParam, int nExtraSize,
@@ -129,7 +137,8 @@ QOR_API int msgSendMsgToThreadEx(HTHREAD hThread, unsigned int uMsg, unsigned in
                                  const void* pExtraData);
 /** msgSendMsgToThreadEx() without extra data. */
 QOR_API int msgSendMsgToThread(HTHREAD hThread, unsigned int uMsg, unsigned int wParam, int lParam);
-/** Posts a message and returns 1 without waiting; 0 for an invalid or dead target. To another thread, id 0x70001 is
+/** Posts a message and returns 1 without waiting; 0 for an invalid or dead target. The calling thread need not be
+ *  registered. To another thread, id 0x70001 is
  *  sent instead and the ids 0x70002, 0x70006, 0x70007 and 0xA0006 are delivered, without time-out: the call blocks
  *  until the target has handled the message, or has taken it. Fatal: nExtraSize outside 0 to 1024, or no room left in
  *  the share segment. */
@@ -154,7 +163,10 @@ QOR_API int msgGetMessageExtraSize(simpMSG* pMsg);
  *  new bytes undefined, a size of 0 frees them. Fatal: a null message, nSize outside 0 to 1024. */
 QOR_API void msgResetMessageExtraData(simpMSG* pMsg, int nSize, const void* pData);
 
-/* ---- timers ---- */
+/** @} */
+
+/** @name Timers */
+/** @{ */
 
 /** Sets a periodic timer of the calling thread: every uTimerOut ms its callback gets 0x8113 with wParam = nTimerID.
  *  An id already set restarts with the new period. Returns the id. A timer ends with its thread's registration.
@@ -164,7 +176,10 @@ QOR_API unsigned int timerSetThreadTimer(unsigned int nTimerID, unsigned int uTi
  *  Fatal: a thread that is not registered. */
 QOR_API void timerKillThreadTimer(unsigned int nTimerID);
 
-/* ---- accumulators: counters in a file of the home directory that survive restarts ---- */
+/** @} */
+
+/** @name Accumulators: counters in a file of the home directory that survive restarts */
+/** @{ */
 
 /** Creates or resets a counter that wraps from uMax to uMin. Fatal: uMax not above uMin. The result says nothing. */
 QOR_API int accCreateAccumulater(const char* lpszName, unsigned int uValue, unsigned int uMin, unsigned int uMax);
@@ -174,7 +189,10 @@ QOR_API int accDestoryAccumulater(const char* lpszName);
  *  Fatal: a step outside 1 to max - min - 1, a counter that was never created. */
 QOR_API unsigned int accExcuteAccumulater(const char* lpszName, int nStep);
 
-/* ---- named blocks of shared memory ---- */
+/** @} */
+
+/** @name Named blocks of shared memory */
+/** @{ */
 
 /** Locks the segment of the named blocks, without time-out; always 1 when it returns. */
 QOR_API BOOL nameHelperLock(void);
@@ -184,7 +202,10 @@ QOR_API BOOL nameHelperUnlock(void);
  *  The caller holds the lock, and initialises a new block. The size of an existing block is not checked. */
 QOR_API void* nameGetSystemObject(const char* lpszName, int nSize, int* pbCreated);
 
-/* ---- registry: INI files that all processes share; a file is loaded when it is first opened on the device ---- */
+/** @} */
+
+/** @name Registry: INI files that all processes share; a file is loaded when it is first opened on the device */
+/** @{ */
 
 /* A handle is looked up before it is used: one that is not that of a section counts as 0. Names of sections and keys
  * are compared without regard to case and, like values, lose white space at both ends; null texts count as empty. A key
@@ -261,7 +282,10 @@ QOR_API BOOL qorSetRegistryInt(const char* lpszFileName, const char* lpszSection
 QOR_API BOOL qorSetRegistryFloat(const char* lpszFileName, const char* lpszSectionName, const char* lpszKey,
                                  double fValue);
 
-/* ---- profiles: the registry for callers that know the former places of the configuration ---- */
+/** @} */
+
+/** @name Profiles: the registry for callers that know the former places of the configuration */
+/** @{ */
 
 /* A file name is made absolute; "/vantrel/config/voip/" in it becomes "/rundata/config/user/voip/". Every call but
  * profileClose() is reported as a warning that names the function and its arguments. */
@@ -290,14 +314,20 @@ QOR_API BOOL qorGetProfileString(const char* lpszFileName, const char* lpszSecti
  *  "/rundata/config/user/user.ini", whatever file and key are named. Fatal: a null file name, but for these. */
 QOR_API int qorGetProfileInt(const char* lpszFileName, const char* lpszSection, const char* lpszKey, int nDefault);
 
-/* ---- time ---- */
+/** @} */
+
+/** @name Time */
+/** @{ */
 
 /** Milliseconds since boot, the same in every process of the device. Two readings may be subtracted; the value never
  *  turns negative. Takes and releases the lock of the named blocks, so the caller does not hold that
  * (nameHelperLock()). */
 QOR_API uint64_t qorGetTickCount(void);
 
-/* ---- trace ---- */
+/** @} */
+
+/** @name Trace */
+/** @{ */
 
 /** The tag at the begin of this process's trace lines, "TRC" unless the application replaces it before it traces; null
  *  prints nothing in its place. The text stays the application's and has to last as long as lines are traced. */
@@ -307,7 +337,10 @@ QOR_API void tracePrintf(const char* lpszFormat, ...) __attribute__((format(prin
 /** tracePrintf() with an argument list. */
 QOR_API void tracePrintfV(const char* lpszFormat, va_list args);
 
-/* ---- data ---- */
+/** @} */
+
+/** @name Data */
+/** @{ */
 
 /** The version text of the library, "2.0.4.7". */
 extern QOR_API const char _szVersion_VER_QOR_LIB[];
@@ -315,6 +348,8 @@ extern QOR_API const double doubleINF;  /**< positive infinity */
 extern QOR_API const double doubleQNAN; /**< a quiet not-a-number */
 extern QOR_API const double doubleMAX;  /**< the largest finite double */
 extern QOR_API const double doubleMIN;  /**< the smallest positive normal double */
+
+/** @} */
 
 #ifdef __cplusplus
 }
