@@ -21,6 +21,7 @@
 #include "support/registry.h"
 #include "support/system_call.h"
 #include "support/task.h"
+#include "support/scale.h"
 
 using namespace QOR_MsgQueueHelper;
 using qorTest::childProcess;
@@ -410,7 +411,7 @@ TEST(Batch, AFlushKilledAtAnyCallHasToldTheFirstAndNotTheOthers) {
 
 TEST(Batch, ABroadcastKilledAtAnyMomentLeavesWholeMessages) {
     quiet();
-    std::mt19937 random(7);
+    std::mt19937 random(qorTest::seed(7));
     std::vector<std::unique_ptr<currentThread>> listQueue;
     for (int i = 0; i < 40; ++i)
         listQueue.push_back(std::make_unique<currentThread>(nameOf(i).c_str()));

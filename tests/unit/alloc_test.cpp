@@ -687,7 +687,7 @@ protected:
         return 0;
     }
     int damageAndUse(unsigned uSeed) {
-        std::mt19937 random(uSeed);
+        std::mt19937 random(qorTest::seed(uSeed));
         std::vector<void*> listBlock;
         if (use(random, listBlock, 12) != 0)
             return 2;

@@ -299,7 +299,7 @@ TEST(Buffer, ABufferOfAnArrayIsAllocatedAndFreed) {
 // Random changes beside a vector.
 template <class Array>
 void followsAVector(unsigned uSeed) {
-    std::mt19937 random(uSeed);
+    std::mt19937 random(qorTest::seed(uSeed));
     Array arr;
     std::vector<int> listModel;
     for (int iStep = 0; iStep < scaled(4000); ++iStep) {

@@ -145,7 +145,7 @@ TYPED_TEST(ChainOf, UnlinkingNullIsAFatalAssertion) {
 
 // Random links and unlinks beside a list of numbers.
 TYPED_TEST(ChainOf, FollowsAListThroughRandomChanges) {
-    std::mt19937 random(11);
+    std::mt19937 random(qorTest::seed(11));
     TypeParam vHead, aNode[40];
     link_list_node(&vHead, &vHead);
     std::list<int> listModel;
@@ -360,7 +360,7 @@ TEST_F(ShareChain, ARecordThatIsOutAlreadyLeavesTheOthersAlone) {
 }
 
 TEST_F(ShareChain, FollowsAListThroughRandomChanges) {
-    std::mt19937 random(5);
+    std::mt19937 random(qorTest::seed(5));
     std::list<int> listModel;
     for (int iStep = 0; iStep < scaled(2000); ++iStep) {
         const int i = static_cast<int>(random() % nRecord);
@@ -430,7 +430,7 @@ TEST_F(ShareChain, DamageEndsInAResultOrAnAssertion) {
     const int nSeeds = scaled(1000);
     for (int iSeed = 0; iSeed < nSeeds; ++iSeed) {
         const auto end = qorTest::endingOf("damaged chain " + std::to_string(iSeed), [&] {
-            std::mt19937 random(static_cast<unsigned>(iSeed));
+            std::mt19937 random(qorTest::seed(static_cast<unsigned>(iSeed)));
             fill(10);
             m_segment.Damage(random, sizeof(block));
             numbers();

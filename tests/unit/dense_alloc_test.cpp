@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "internal/byte_string.h"
+#include "support/scale.h"
 
 using namespace QOR_FileHelper;
 using QOR_AllocHelper::denseAlloc;
@@ -60,7 +61,7 @@ TEST(DenseAlloc, WhatIsTooLargeIsLeftToTheHeap) {
 }
 
 TEST(DenseAlloc, BlocksKeepWhatIsTheirsInWhateverOrderTheyGo) {
-    std::mt19937 random(1);
+    std::mt19937 random(qorTest::seed(1));
     denseAlloc memory;
     std::vector<std::pair<void*, size_t>> listBlock;
     for (int i = 0; i < 20000; ++i) {

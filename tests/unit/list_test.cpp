@@ -224,7 +224,7 @@ TYPED_TEST(ListOf, DestructionErasesEverything) {
 }
 
 TYPED_TEST(ListOf, FollowsAListThroughRandomChanges) {
-    std::mt19937 random(31);
+    std::mt19937 random(qorTest::seed(31));
     std::list<int> listModel;
     for (int iStep = 0; iStep < scaled(3000); ++iStep) {
         const int nAt = static_cast<int>(random() % (listModel.size() + 1));
@@ -466,7 +466,7 @@ TEST_F(ShareList, DamageEndsInAResultOrAnAssertion) {
     const int nSeeds = scaled(2000);
     for (int iSeed = 0; iSeed < nSeeds; ++iSeed) {
         const auto end = qorTest::endingOf("damaged list " + std::to_string(iSeed), [&] {
-            std::mt19937 random(static_cast<unsigned>(iSeed));
+            std::mt19937 random(qorTest::seed(static_cast<unsigned>(iSeed)));
             fill(20);
             m_segment.Damage(random, random() % 2 ? sizeof(block) : 32 + 4 * 16);
             for (int i = 0; i < 40; ++i) {

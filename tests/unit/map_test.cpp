@@ -94,7 +94,7 @@ TYPED_TEST(MapOf, ErasesAPlace) {
 }
 
 TYPED_TEST(MapOf, FollowsAMapThroughRandomChanges) {
-    std::mt19937 random(41);
+    std::mt19937 random(qorTest::seed(41));
     std::map<int, int> mapModel;
     for (int iStep = 0; iStep < scaled(3000); ++iStep) {
         const int nKey = static_cast<int>(random() % 80) - 40;
@@ -200,7 +200,7 @@ TEST_F(ShareMap, DamageEndsInAResultOrAnAssertion) {
     const int nSeeds = scaled(1500);
     for (int iSeed = 0; iSeed < nSeeds; ++iSeed) {
         const auto end = qorTest::endingOf("damaged map " + std::to_string(iSeed), [&] {
-            std::mt19937 random(static_cast<unsigned>(iSeed));
+            std::mt19937 random(qorTest::seed(static_cast<unsigned>(iSeed)));
             for (int i = 0; i < 12; ++i)
                 map()[static_cast<int>(random() % 30)] = i;
             m_segment.Damage(random, random() % 2 ? sizeof(block) : 48 + 4 * 20);
@@ -257,7 +257,7 @@ TEST_F(ShareMap, ARecordsViolatedPreconditionsAreFatal) {
 }
 
 TEST_F(ShareMap, RecordsFollowAListThroughRandomChanges) {
-    std::mt19937 random(51);
+    std::mt19937 random(qorTest::seed(51));
     std::vector<std::string> listModel;
     for (int iStep = 0; iStep < scaled(1500); ++iStep) {
         const int nAt = static_cast<int>(random() % (listModel.size() + 1));
