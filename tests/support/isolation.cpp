@@ -47,6 +47,12 @@ std::vector<std::string> emulatorWords() {
 
 }  // namespace
 
+std::vector<std::string> wordsOfProgram() {
+    std::vector<std::string> listWord = emulatorWords();
+    listWord.push_back(ownPath());
+    return listWord;
+}
+
 void isolate(int argc, char** argv) {
     if (asksForList(argc, argv))
         return;
@@ -58,9 +64,8 @@ void isolate(int argc, char** argv) {
     setenv(szMark, "1", 1);
     std::vector<std::string> listWord = {"sh", QOR_TEST_SOURCES "/scripts/lib/isolate", QOR_TEST_SOURCES,
                                          QOR_TEST_BUILD};
-    for (const std::string& strWord : emulatorWords())
+    for (const std::string& strWord : wordsOfProgram())
         listWord.push_back(strWord);
-    listWord.push_back(ownPath());
     for (int i = 1; i < argc; ++i)
         listWord.push_back(argv[i]);
     std::vector<char*> listArgument;

@@ -8,11 +8,17 @@
 #ifndef TESTS_SUPPORT_ISOLATION_H
 #define TESTS_SUPPORT_ISOLATION_H
 
+#include <string>
+#include <vector>
+
 namespace qorTest {
 
 // Returns in the isolated program only, or where the arguments just ask for the list of tests.
 // Where the kernel refuses, the program ends with a line that says so.
 void isolate(int argc, char** argv);
+
+// The words that start this program again: its path, with the emulator in front where there is one.
+std::vector<std::string> wordsOfProgram();
 
 }  // namespace qorTest
 
