@@ -258,7 +258,10 @@ TEST_F(RegistryLayout, AHandleThatLostItsPoolIsFatalWhenSomethingIsAdded) {
     };
     dies(offsetOf(pKey) + 8, [&] { pKey->SetValue("value"); });
     dies(offsetOf(pDocument) + 16, [&] { pDocument->CreateFromFile("/tmp/layout.ini"); });
-    dies(offsetOf(pSection), [&] { pSection->SetKeyValue("new", "value", NULL); });
+    dies(offsetOf(pSection), [&] {
+        std::string strWarning;
+        pSection->SetKeyValue("new", "value", strWarning);
+    });
     dies(offsetOf(pSection) + 24, [&] { pSection->AddMonitorTask(1, NULL, NULL); });
     dies(offsetOf(pDocument), [&] { pDocument->GetSectionObject("new"); });
     dies(24, [&] { m_pRoot->GetDocumentObject("/tmp/new.ini"); });
