@@ -311,9 +311,7 @@ baseStaticPoolAlloc::~baseStaticPoolAlloc() {
         cleanup_pool();
 }
 
-poll_chain* baseStaticPoolAlloc::begin_cell() const {
-    return static_cast<poll_chain*>(m_iOffsetPool.get(this));
-}
+poll_chain* baseStaticPoolAlloc::begin_cell() const { return static_cast<poll_chain*>(m_iOffsetPool.get(this)); }
 
 poll_chain* baseStaticPoolAlloc::end_cell() const {
     const intptr_t nSize = loadShareWord(m_nPoolSize);

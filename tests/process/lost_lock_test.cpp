@@ -1,8 +1,11 @@
 // A device whose segment has lost its mutex, as when somebody removes the kernel's objects under running
 // programs. Whoever went on without it would damage the table of queues for all.
+#include <stdlib.h>
+#include <string.h>
 #include <sys/ipc.h>
 #include <sys/sem.h>
 
+#include "qor/TraceHelper.h"
 #include "support/message_thread.h"
 
 using namespace QOR_MsgQueueHelper;
@@ -45,6 +48,53 @@ void loseRegistryLock() {
 
 TEST(LostLock, NobodyOpensADocumentWithoutTheRegistrysMutex) {
     EXPECT_EXIT(loseRegistryLock(), testing::KilledBySignal(SIGABRT), "\\[QORRegistry:[0-9]+\\] broken share lock ");
+}
+
+void loseNamedLock(const std::function<void()>& fnUse) {
+    nameHelperLock();
+    nameHelperUnlock();
+    removeMutex("/tmp/qor_ipc_system_named");
+    fnUse();
+    _exit(0);
+}
+
+TEST(LostLock, NobodyUsesNamedBlocksOrReadsTheTickWithoutTheirMutex) {
+    const auto dies = testing::KilledBySignal(SIGABRT);
+    EXPECT_EXIT(loseNamedLock([] { nameHelperLock(); }), dies, "\\] broken share lock ");
+    EXPECT_EXIT(loseNamedLock([] { QOR_BaseHelper::qorGetTickCount(); }), dies, "\\] broken share lock ");
+}
+
+void loseStorageLock(const std::function<void()>& fnUse) {
+    accCreateAccumulater("lost", 1, 0, 100);
+    removeMutex((std::string(getenv("HOME")) + "/ipc_system_storage").c_str());
+    fnUse();
+    _exit(0);
+}
+
+TEST(LostLock, NobodyStepsACounterWithoutItsMutex) {
+    const auto dies = testing::KilledBySignal(SIGABRT);
+    EXPECT_EXIT(loseStorageLock([] { accExcuteAccumulater("lost", 1); }), dies, "\\] broken share lock ");
+    EXPECT_EXIT(loseStorageLock([] { accCreateAccumulater("lost", 1, 0, 100); }), dies, "\\] broken share lock ");
+    EXPECT_EXIT(loseStorageLock([] { accDestoryAccumulater("lost"); }), dies, "\\] broken share lock ");
+}
+
+// The trace is no reason to end a device.
+TEST(LostLock, TheTraceGoesToStandardErrorAfterOneWarning) {
+    const auto trace = [] {
+        setenv("trace", "9:system", 1);
+        QOR_TraceHelper::uCTraceHelper* const pTrace = QOR_TraceHelper::uCTraceHelpergetGlobalObject();
+        tracePrintf("into the buffer");
+        removeMutex("/tmp/qor_ipc_system_trace");
+        tracePrintf("first");
+        tracePrintf("second");
+        QOR_StringHelper::chReferenceStringT<char> strLine;
+        const int nResults =
+            pTrace->ReadSystemTraceString(strLine) + pTrace->push_trace_level() + pTrace->pop_trace_level();
+        _exit(nResults == 0 ? 7 : 1);
+    };
+    EXPECT_EXIT(trace(), testing::ExitedWithCode(7),
+                "^[^\n]*warning: [^\n]* broken share lock of the trace buffer: its lines go to standard error\n"
+                "\\[TRC[^\n]* first\n\\[TRC[^\n]* second\n$");
 }
 
 }  // namespace

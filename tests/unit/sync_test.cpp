@@ -640,6 +640,19 @@ TEST(Event, EachSetLetsOneWaitThrough) {
     EXPECT_EQ(0, event.WaitEvent(1));
 }
 
+TEST(Event, OneThatItsOwnerHasRemovedIsNotSetAndNobodyIsWarned) {
+    chEvent owner, other;
+    ASSERT_EQ(1, owner.OpenEvent("removed"));
+    ASSERT_EQ(1, other.OpenEvent("removed"));
+    EXPECT_EQ(1, other.SetEventIfThere());
+    EXPECT_EQ(1, owner.WaitEvent(0));
+    owner.DestroyEvent();
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(0, other.SetEventIfThere());
+    EXPECT_EQ("", testing::internal::GetCapturedStderr());
+    other.CloseEvent();
+}
+
 TEST(Event, ResettingDropsWhatIsPending) {
     openEvent event;
     event.OpenEvent("sync_reset");

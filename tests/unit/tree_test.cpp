@@ -108,6 +108,22 @@ TEST(Tree, NoHeaderReportsInTheNameOfTheSourceThatIncludesIt) {
     EXPECT_GT(nHeaders, 50);
 }
 
+// The install test compiles templates.cpp with the installed headers alone.
+TEST(Tree, EveryPublicTemplateIsInstantiatedFromTheInstalledHeaders) {
+    const std::string strUser = textOf(s_pathTree / "tests/install/consumer/templates.cpp");
+    const std::regex declared(
+        "\ntemplate <[^>\n]+>\n(?:class|struct|inline|const)?[^(:{;\n]*?\\b(\\w+)(?: : [^\n]*| "
+        "\\{[^\n]*|\\([^\n]*|\n|;)");
+    int nTemplates = 0;
+    for (const std::string& strFile : filesBelow("include")) {
+        const std::string strText = textOf(s_pathTree / strFile);
+        for (std::sregex_iterator it(strText.begin(), strText.end(), declared), end; it != end; ++it, ++nTemplates)
+            EXPECT_TRUE(std::regex_search(strUser, std::regex("\\b" + (*it)[1].str() + "\\b")))
+                << strFile << ": " << (*it)[1].str();
+    }
+    EXPECT_GT(nTemplates, 50);
+}
+
 TEST(Tree, NoFileIsLongerThanAThousandLines) {
     for (const char* lpszFolder : {"include", "src", "tests", "examples", "bench", "fuzz"})
         for (const std::string& strFile : filesBelow(lpszFolder)) {

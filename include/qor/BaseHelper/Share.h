@@ -198,8 +198,9 @@ struct ipcObjectHeaderLayout {
 /// segments it locks meanwhile: a cancelled thread would leave a change half-made, and the lock taken while its process
 /// lives. The lock is not recursive. A thread that waits for a lock that it holds already is ended at once by a fatal
 /// assertion that names it ("[%s] is held by the calling thread already", the key file); Lock(0) only answers 0.
-/// Whoever locks a segment of the library himself keeps this in mind for the library's own functions: see the list in
-/// `MsgQueueHelper/ShareHelper.h`.
+/// Whoever locks a segment of the library calls none of its functions that take the same lock: with the share segment
+/// locked, whatever looks for threads, posts or sends; with the named blocks locked (`nameHelperLock()`), every tick,
+/// time-out and trace line; with the registry locked, every function of the registry.
 ///
 /// All this holds where the mutex is `chMutex`; another one is locked as it is.
 template <class T, class MapFile = chMapFile, class Mutex = chMutex>

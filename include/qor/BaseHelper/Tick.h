@@ -13,6 +13,10 @@
 ///     QOR_MiscHelper::qorSleep(10);
 /// @endcode
 ///
+/// The zero of the tick is boot only where the kernel counts 100 Hz itself (CONFIG_HZ=100). Elsewhere its counter does
+/// not begin at 0, and the zero lies about 2^32 / CONFIG_HZ seconds before boot: at 250 Hz the tick of a freshly booted
+/// device is about 17,179,869 s, at 1,000 Hz about 4,294,967 s. Differences of ticks are right everywhere.
+///
 /// Seconds and microseconds are 32-bit words and all arithmetic on them is modulo 2^32: the differences that
 /// time-outs are made of stay right when the seconds of the wall clock pass 2^31.
 ///

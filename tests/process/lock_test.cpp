@@ -1,0 +1,250 @@
+// The locks of segments as a thread holds them: it is not cancelled meanwhile, and it never waits for itself.
+#include <pthread.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <thread>
+
+#include "qor/BaseHelper.h"
+#include "qor/MsgQueueHelper/Named.h"
+#include "qor/TraceHelper.h"
+#include "support/child.h"
+#include "support/message_thread.h"
+#include "support/share_object.h"
+#include "support/system_call.h"
+
+using namespace QOR_MsgQueueHelper;
+using QOR_BaseHelper::chCancelGuard;
+using qorTest::childProcess;
+using qorTest::meeting;
+using qorTest::share;
+
+namespace {
+
+std::atomic<bool> s_bCancelInFlush{false};
+
+}  // namespace
+
+// The flush of a counter, under the lock of its segment, is where a thread may be cancelled.
+extern "C" int msync(void* pData, size_t nSize, int nFlag) {
+    static auto* const next = qorTest::systemCall<int(void*, size_t, int)>("msync");
+    if (s_bCancelInFlush.exchange(false))
+        pthread_cancel(pthread_self());
+    pthread_testcancel();
+    return next(pData, nSize, nFlag);
+}
+
+namespace {
+
+struct smallObject : QOR_BaseHelper::ipcObjectHeader {
+    smallObject() { InitHeader(4096, 2002); }
+};
+typedef QOR_BaseHelper::ipcObjectFrame<smallObject> smallFrame;
+
+const auto dies = testing::KilledBySignal(SIGABRT);
+const std::string strTwice = "\\[xInc/xBaseClass:[0-9]+\\] \\[/tmp/qor_";
+const std::string strHeld = "\\] is held by the calling thread already ";
+
+bool isCancelable() {
+    int nState = PTHREAD_CANCEL_ENABLE;
+    pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &nState);
+    pthread_setcancelstate(nState, NULL);
+    return nState == PTHREAD_CANCEL_ENABLE;
+}
+
+// ---- a thread that would wait for itself
+
+// The child of a fork holds nothing, so a thread that is to die takes the lock itself.
+template <typename Fn>
+void holding(const char* lpszName, Fn fnUse) {
+    smallFrame frame;
+    if (frame.OpenShareObject(lpszName, 4096) && frame.Lock(-1))
+        fnUse(frame);
+}
+
+TEST(SegmentLock, TakenTwiceByOneThreadIsFatalAtOnceAndNamesTheLock) {
+    const auto inHold = [](auto fnUse) { holding("lock_twice", fnUse); };
+    EXPECT_EXIT(inHold([](smallFrame& frame) { frame.Lock(-1); }), dies, strTwice + "lock_twice" + strHeld);
+    EXPECT_EXIT(inHold([](smallFrame& frame) { frame.Lock(3600000); }), dies, strTwice + "lock_twice" + strHeld);
+    EXPECT_EXIT(inHold([](smallFrame& frame) { frame.LockFor(3600000); }), dies, strTwice + "lock_twice" + strHeld);
+    inHold([](smallFrame& frame) {
+        testing::internal::CaptureStderr();
+        EXPECT_EQ(0, frame.Lock(0));  // a try waits for nobody
+        EXPECT_NE(std::string::npos, testing::internal::GetCapturedStderr().find("Lock Mutex fail for "));
+        frame.Unlock();
+        EXPECT_EQ(1, frame.LockFor(-1));
+        frame.Unlock();
+        frame.CloseShareObject();
+    });
+}
+
+TEST(SegmentLock, IsKnownThroughWhateverObject) {
+    const auto bySecond = [](auto fnLock) {
+        holding("lock_two", [fnLock](smallFrame&) {
+            smallFrame second;
+            second.OpenShareObject("lock_two", 4096);
+            fnLock(second);
+        });
+    };
+    EXPECT_EXIT(bySecond([](smallFrame& second) { second.Lock(-1); }), dies, strTwice + "lock_two" + strHeld);
+    EXPECT_EXIT(bySecond([](QOR_BaseHelper::chMutex& mutex) { mutex.Lock(-1); }), dies,
+                strTwice + "lock_two" + strHeld);
+    holding("lock_two", [](smallFrame& first) {
+        static_cast<QOR_BaseHelper::chMutex&>(first).Unlock();
+        EXPECT_TRUE(isCancelable());
+        first.CloseShareObject();
+    });
+}
+
+TEST(SegmentLock, ThatAnotherThreadHoldsIsWaitedForAndNotReleased) {
+    const auto unlockElsewhere = [] {
+        holding("lock_other", [](smallFrame& frame) { std::thread([&] { frame.Unlock(); }).join(); });
+    };
+    EXPECT_EXIT(unlockElsewhere(), dies, "\\[/tmp/qor_lock_other\\] is held by another thread ");
+    holding("lock_other", [](smallFrame& frame) {
+        std::thread([&] { EXPECT_EQ(0, frame.LockFor(1)); }).join();
+        frame.Unlock();
+        testing::internal::CaptureStderr();
+        frame.Unlock();
+        EXPECT_NE(std::string::npos, testing::internal::GetCapturedStderr().find("Try to unlock a NOLOCKED Mutex."));
+        frame.CloseShareObject();
+    });
+}
+
+TEST(SegmentLock, CallsThatTakeAHeldLockAreFatal) {
+    const auto inHold = [](const std::function<void()>& fnCall) {
+        QOR_TraceHelper::uCTraceHelpergetGlobalObject()->RedirectToNull();
+        share().Lock(-1);
+        fnCall();
+    };
+    const std::string strShare = strTwice + "ipc_system_share" + strHeld;
+    EXPECT_EXIT(inHold([] { share().FindMessageQueueByName("nobody"); }), dies, strShare);
+    EXPECT_EXIT(inHold([] { msgGetThreadByName("nobody"); }), dies, strShare);
+    const auto inNameHold = [](const std::function<void()>& fnCall) {
+        nameHelperLock();
+        fnCall();
+    };
+    const std::string strNamed = strTwice + "ipc_system_named" + strHeld;
+    EXPECT_EXIT(inNameHold([] { QOR_BaseHelper::qorGetTickCount(); }), dies, strNamed);
+    EXPECT_EXIT(inNameHold([] { QOR_BaseHelper::chTimeout(1000); }), dies, strNamed);
+    EXPECT_EXIT(inNameHold([] { tracePrintf("line"); }), dies, strNamed);
+    EXPECT_EXIT(inNameHold([] { nameHelperLock(); }), dies, strNamed);
+}
+
+TEST(SegmentLock, OfSeventeenSegmentsIsTooMuchForOneThread) {
+    const auto lockMany = [](int nCount) {
+        static smallFrame arrFrame[17];
+        for (int i = 0; i < nCount; ++i) {
+            ASSERT_EQ(1, arrFrame[i].OpenShareObject(("lock_many_" + std::to_string(i)).c_str(), 4096));
+            ASSERT_EQ(1, arrFrame[i].Lock(-1));
+        }
+        for (int i = 0; i < nCount; ++i)
+            arrFrame[i].Unlock();
+        for (int i = 0; i < nCount; ++i)
+            arrFrame[i].CloseShareObject();
+    };
+    EXPECT_EXIT(lockMany(17), dies, "nHeldSegments < maxHeldSegments ");
+    lockMany(16);
+    EXPECT_TRUE(isCancelable());
+}
+
+// What a frame is made of.
+struct frameMutex : QOR_BaseHelper::chMutex {
+    using chMutex::AddQuietly;
+    using chMutex::LockSegment;
+    using chMutex::tellNothing;
+    using chMutex::UnlockSegment;
+};
+
+TEST(SegmentLock, IsTakenQuietlyByAFrame) {
+    frameMutex mutex;
+    ASSERT_EQ(1, mutex.OpenMutex("lock_quiet"));
+    ASSERT_EQ(1, mutex.LockSegment(-1, frameMutex::tellNothing));
+    EXPECT_FALSE(isCancelable());
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(0, mutex.AddQuietly(-1, 1, false));
+    EXPECT_EQ(0, mutex.LockSegment(0, frameMutex::tellNothing));
+    EXPECT_EQ("", testing::internal::GetCapturedStderr());
+    mutex.UnlockSegment();
+    EXPECT_TRUE(isCancelable());
+    EXPECT_EQ(1, mutex.AddQuietly(-1, 1, false));
+    EXPECT_EQ(1, mutex.AddQuietly(1, -1, false));
+    mutex.DestroyMutex();
+}
+
+// ---- mutexes of applications
+
+TEST(PlainMutex, IsLockedAsBefore) {
+    QOR_BaseHelper::chMutex mutex;
+    ASSERT_EQ(1, mutex.OpenMutex("lock_plain"));
+    ASSERT_EQ(1, mutex.Lock(-1));
+    EXPECT_TRUE(isCancelable());
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(0, mutex.Lock(1));  // a time-out, as ever
+    testing::internal::GetCapturedStderr();
+    std::thread([&] { mutex.Unlock(); }).join();
+    mutex.DestroyMutex();
+}
+
+// ---- cancellation
+
+TEST(Cancellation, IsDisabledWhileAnySegmentIsLockedAndThenAsItWas) {
+    EXPECT_TRUE(isCancelable());
+    nameHelperLock();
+    EXPECT_FALSE(isCancelable());
+    share().Lock(-1);
+    EXPECT_FALSE(isCancelable());
+    nameHelperUnlock();  // not in the order in which they were taken
+    EXPECT_FALSE(isCancelable());
+    share().Unlock();
+    EXPECT_TRUE(isCancelable());
+    {
+        const chCancelGuard guard;
+        nameHelperLock();
+        nameHelperUnlock();
+        EXPECT_FALSE(isCancelable());
+    }
+    EXPECT_TRUE(isCancelable());
+}
+
+void* stepCounter(void*) {
+    accExcuteAccumulater("lock_counter", 1);
+    for (;;)
+        sleep(1);  // where the thread is cancelled
+    return NULL;
+}
+
+TEST(Cancellation, InTheFlushOfACounterWaitsUntilTheLockIsFree) {
+    qorTest::watch("counter");
+    accCreateAccumulater("lock_counter", 0, 0, 100);
+    s_bCancelInFlush = true;
+    pthread_t idThread;
+    ASSERT_EQ(0, pthread_create(&idThread, NULL, stepCounter, NULL));
+    void* pEnd = NULL;
+    pthread_join(idThread, &pEnd);
+    EXPECT_EQ(PTHREAD_CANCELED, pEnd);
+    EXPECT_EQ(1, uCSystemStorageHelpergetGlobalObject()->LockFor(60000));
+    uCSystemStorageHelpergetGlobalObject()->Unlock();
+    EXPECT_EQ(2u, accExcuteAccumulater("lock_counter", 1));
+    alarm(0);
+}
+
+// ---- forks
+
+TEST(SegmentLock, IsNotHeldByTheChildOfItsHolder) {
+    nameHelperLock();
+    meeting forked;
+    childProcess child("child", [&] {
+        const bool bCancelable = isCancelable();
+        forked.say();
+        nameHelperLock();  // waits for the parent
+        nameHelperUnlock();
+        return bCancelable ? 5 : 1;
+    });
+    forked.hear();
+    EXPECT_FALSE(isCancelable());
+    nameHelperUnlock();
+    EXPECT_EQ(5, child.wait());
+}
+
+}  // namespace
