@@ -10,6 +10,9 @@
 // their queues at the end of the wait they are in, as behind a single post whose poster dies before it signals.
 #include <string.h>
 
+#include <algorithm>
+
+#include "QORMsgSystem/own_posts.h"
 #include "internal/message.h"
 #include "internal/report.h"
 #include "internal/scope_lock.h"
@@ -99,7 +102,8 @@ postIterator putInHold(postIterator itFirst, postIterator itEnd, bool bWake) {
             continue;
         if (bWake && !hasRoom(it->draft))
             return it;
-        it->bPut = putMessage(*pQueue, it->draft, &it->bWake) != NULL;
+        it->pMsgQueue = pQueue;
+        it->pMessage = putMessage(*pQueue, it->draft, &it->bWake);
         watch.NotePut(it->draft);
         bWake = true;
     }
@@ -108,16 +112,27 @@ postIterator putInHold(postIterator itFirst, postIterator itEnd, bool bWake) {
 
 // A queue of the own task id that is not the caller's was left by a dead predecessor: nobody will ever read it.
 bool isInLiveQueue(const batchPost& post) {
-    return post.bPut && (post.idTask != qorGetCurrentTaskId() || share().GetProcessLocal().NoteOwnMessage());
+    return post.pMessage != NULL &&
+           (post.idTask != qorGetCurrentTaskId() || share().GetProcessLocal().NoteOwnMessage());
 }
 
+// The messages are all in their queues by now: one signal does for those to one task.
 void wakeAll(postIterator itFirst, postIterator itEnd) {
+    std::vector<int> listWoken;
+    const auto fnWake = [&listWoken](int idTask) {
+        if (std::find(listWoken.begin(), listWoken.end(), idTask) != listWoken.end())
+            return true;
+        if (!share().GetProcessLocal().AwakeLiveTask(idTask))
+            return false;
+        listWoken.push_back(idTask);
+        return true;
+    };
     for (postIterator it = itFirst; it != itEnd; ++it) {
         if (!isInLiveQueue(*it))
             continue;
         traceEmit(it->draft, it->idTask);
-        if (it->bWake)
-            share().GetProcessLocal().AwakeLiveTask(it->idTask);
+        if (it->bWake && fnWake(it->idTask))
+            ownPosts::OfThread().SetSignalled(it->pMsgQueue, it->pMessage);
     }
 }
 

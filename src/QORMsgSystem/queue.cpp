@@ -10,6 +10,7 @@
 #include <new>
 #include <string>
 
+#include "QORMsgSystem/own_posts.h"
 #include "internal/message.h"
 #include "internal/report.h"
 #include "internal/scope_lock.h"
@@ -198,8 +199,12 @@ msgObject* putMessage(chMsgQueue& objQueue, const msgDraft& draft, bool* pbWake)
     const shareChain chain = messagesOf(&objQueue);
     list_chain_offset* pLeft = chain.FindLast(
         [&draft](list_chain_offset* p) { return loadShareWord(messageOf(p)->m_nPriority) >= draft.nPriority; });
+    ownPosts& posts = ownPosts::OfThread();
+    const bool bSignalled =
+        pLeft != NULL && messageOf(pLeft)->GetStatus() == MT_EMITTED && posts.IsSignalled(objQueue, *messageOf(pLeft));
+    posts.Put(objQueue, *pMessage, bSignalled && draft.nStatus == MT_EMITTED);
     if (pbWake != NULL)
-        *pbWake = pLeft == NULL || messageOf(pLeft)->GetStatus() != MT_EMITTED;
+        *pbWake = !bSignalled;
     chain.InsertAfter(pLeft, nodeOf(pMessage));
     return pMessage;
 }

@@ -34,9 +34,9 @@ namespace {
 
 typedef scopeLock<QOR_BaseHelper::chCriticalSection> processLock;
 
-constexpr int priorityStart = 0x7FFFFFFF;     // the start-up message stands first
-constexpr unsigned launchPatience = 3000;     // ms between two warnings of a launcher
-constexpr unsigned long long sweepPause = 1;  // ms between two sweeps of the event cache
+constexpr int priorityStart = 0x7FFFFFFF;        // the start-up message stands first
+constexpr unsigned launchPatience = 3000;        // ms between two warnings of a launcher
+constexpr unsigned long long sweepPause = 1000;  // us between two sweeps of the event cache
 
 uCSystemShareHelper& share() { return *uCSystemShareHelpergetGlobalObject(); }
 
@@ -201,7 +201,7 @@ void chProcessLocal::ShutdownLocalThread(chThreadLocal* pThread) {
 // costs a call each, so a stream of wake-ups sweeps at most once a millisecond.
 chProcessLocal::ghostEventList chProcessLocal::SweepTaskEvents(bool bNow) {
     ghostEventList listGhost;
-    const unsigned long long uNow = getMonotonicMillisecond();
+    const unsigned long long uNow = getMonotonicMicrosecond();
     if (!bNow && uNow - m_uLastSweep < sweepPause)
         return listGhost;
     m_uLastSweep = uNow;

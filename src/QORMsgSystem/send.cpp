@@ -9,10 +9,11 @@
 // another reason, delays and never blocks. Nothing is traced or signalled while the mutex is held.
 #include <stdio.h>
 
+#include "QORMsgSystem/own_posts.h"
+#include "QORMsgSystem/wait_clock.h"
 #include "internal/message.h"
 #include "internal/report.h"
 #include "internal/scope_lock.h"
-#include "qor/BaseHelper/Tick.h"
 #include "qor/MiscHelper.h"
 #include "qor/MsgQueueHelper/ShareHelper.h"
 #include "qor/TraceHelper.h"
@@ -35,12 +36,7 @@ thread_local int t_nUnreset = 0;
 
 uCSystemShareHelper& share() { return *uCSystemShareHelpergetGlobalObject(); }
 
-// A target that is gone takes nothing, whatever the size: only for one that is there is a wrong size fatal.
-bool isExtraSizeValid(chThreadBase& thread, int nExtraSize, const void* pExtraData) {
-    if (pExtraData == NULL || (nExtraSize >= 0 && nExtraSize <= maxExtraSize))
-        return true;
-    return thread.IsThreadAlive() && QOR_ASSERT(nExtraSize >= 0 && nExtraSize <= 1024);
-}
+bool isExtraSizeValid(const msgDraft& draft) { return draft.nExtraSize >= 0 && draft.nExtraSize <= maxExtraSize; }
 
 // Ids whose handlers expect that the poster waits for them.
 enum class postForm { post, send, deliver };
@@ -87,24 +83,24 @@ int closeRecord(chMsgQueue& objQueue, msgObject& objMessage) {
     return nResult;
 }
 
-// The time left of a wait: unlimited waits read no clock.
-class waitClock {
+// The segment's mutex for as long as a send may wait for it; -1 waits as everybody else does.
+class sendLock {
 public:
-    explicit waitClock(int nTimeout)
-        : m_bLimited(nTimeout >= 0), m_nLeft(nTimeout), m_timeout(m_bLimited ? nTimeout : -1) {}
-    // The next wait, no longer than a slice.
-    int Slice(int nSlice) const { return m_bLimited && m_nLeft < nSlice ? m_nLeft : nSlice; }
-    bool IsOver() {
-        if (!m_bLimited)
-            return false;
-        m_nLeft = m_timeout.GetLeftMillisecond();
-        return m_nLeft <= 0;
+    explicit sendLock(int nTimeout) : m_bHeld(nTimeout < 0 ? share().Lock(-1) : share().LockFor(nTimeout)) {
+        const bool bTimeOut = !m_bHeld && nTimeout >= 0 && share().IsSemaphoreAlive();
+        QOR_ASSERT_TEXT(m_bHeld || bTimeOut, "broken share lock");
     }
+    ~sendLock() {
+        if (m_bHeld)
+            share().Unlock();
+    }
+    sendLock(const sendLock&) = delete;
+    sendLock& operator=(const sendLock&) = delete;
+
+    bool IsHeld() const { return m_bHeld; }
 
 private:
-    const bool m_bLimited;
-    int m_nLeft;
-    QOR_BaseHelper::chTimeout m_timeout;
+    const bool m_bHeld;
 };
 
 }  // namespace
@@ -191,17 +187,23 @@ int chThreadBase::FindLiveOwner() const {
     return idTask > 0 && qorIsValidTaskID(idTask) ? idTask : 0;
 }
 
-msgObject* chThreadBase::PutDraft(const msgDraft& draft, bool* pbWake) {
+// A target that is gone takes nothing, whatever the size: only for one that is there is a wrong size fatal.
+msgObject* chThreadBase::PutDraft(const msgDraft& draft, bool* pbWake, int nLockTimeout) {
     const int idLive = FindLiveOwner();
     msgObject* pMessage = NULL;
     {
-        scopeShareLock<chSystemShareFrame> lock(share());
+        const sendLock lock(nLockTimeout);
+        if (!lock.IsHeld())
+            return NULL;
         if (!IsQueueBound() || (m_idTask != idLive && !qorIsValidTaskID(m_idTask))) {
             m_pMsgQueue = NULL;
             return NULL;
         }
-        pMessage = putMessage(*m_pMsgQueue, draft, pbWake);
+        if (isExtraSizeValid(draft))
+            pMessage = putMessage(*m_pMsgQueue, draft, pbWake);
     }
+    if (!QOR_ASSERT_TEXT(isExtraSizeValid(draft), "nExtraSize >= 0 && nExtraSize <= 1024"))
+        return NULL;
     // A queue of the own task id that is not the caller's was left by a dead predecessor: nobody will ever read it.
     if (IsCalledByThisThread() && !share().GetProcessLocal().NoteOwnMessage()) {
         m_pMsgQueue = NULL;
@@ -210,16 +212,14 @@ msgObject* chThreadBase::PutDraft(const msgDraft& draft, bool* pbWake) {
     return pMessage;
 }
 
-msgObject* chThreadBase::EmitDraft(const msgDraft& draft, bool* pbWake) {
-    msgObject* pMessage = PutDraft(draft, pbWake);
+msgObject* chThreadBase::EmitDraft(const msgDraft& draft, bool* pbWake, int nLockTimeout) {
+    msgObject* pMessage = PutDraft(draft, pbWake, nLockTimeout);
     if (pMessage != NULL)
         traceEmit(draft, m_idTask);
     return pMessage;
 }
 
 msgObject* chThreadBase::AllocThreadMessage(int nPriority, bool bWaitingReply, int nExtraSize, const void* pExtraData) {
-    if (!isExtraSizeValid(*this, nExtraSize, pExtraData))
-        return NULL;
     msgDraft draft = makeDraft(0, 0, 0, nExtraSize, pExtraData, bWaitingReply);
     draft.nPriority = nPriority;
     draft.nStatus = MT_ALLOCATED;
@@ -315,19 +315,20 @@ BOOL chThreadBase::GiveUpRecord(msgObject& objMessage, const recordWait& wait) {
 
 // Waits on the caller's own event. Somebody may have removed it from the device: a new one takes its place.
 void chThreadBase::WaitOwnEvent(recordWait& wait, int nTime) {
-    if (!wait.pEvent->WaitEvent(nTime) && !wait.pEvent->IsSemaphoreAlive())
+    if (!wait.pEvent->WaitEventFor(nTime) && !wait.pEvent->IsSemaphoreAlive())
         wait.pEvent = share().GetProcessLocal().RenewOwnTaskEvent();
 }
 
-BOOL chThreadBase::WaitRecord(msgObject& objMessage, recordWait wait, int nTimeout) {
-    waitClock clock(nTimeout < -1 ? 0 : nTimeout);
-    if (wait.bWake && !share().GetProcessLocal().AwakeLiveTask(m_idTask)) {
+// Wakes the target, whatever is queued in front of the record: nobody else's signal is certain to come in time.
+BOOL chThreadBase::WaitRecord(msgObject& objMessage, recordWait wait, waitClock clock) {
+    if (!share().GetProcessLocal().AwakeLiveTask(m_idTask)) {
         LookAtRecord(objMessage, wait, true);
         return 0;
     }
     const int nSlice = wait.bReceipt ? sliceReceived : sliceReply;
+    clock.IsOver();  // time has passed until here
     if (!wait.bReceipt)
-        WaitOwnEvent(wait, clock.Slice(nSlice));
+        WaitOwnEvent(wait, clock.GetSlice(nSlice));
     for (;;) {
         const recordLook look = LookAtRecord(objMessage, wait, false);
         if (look.state != waitState::waiting)
@@ -336,18 +337,19 @@ BOOL chThreadBase::WaitRecord(msgObject& objMessage, recordWait wait, int nTimeo
             return GiveUpRecord(objMessage, wait);
         if (!qorIsValidTaskID(m_idTask))
             return 0;
-        WaitOwnEvent(wait, clock.Slice(nSlice));
+        WaitOwnEvent(wait, clock.GetSlice(nSlice));
     }
 }
 
 BOOL chThreadBase::WaitAlone(msgObject& objMessage, bool bReceipt, int nTimeout) {
     if (!QOR_ASSERT_TEXT(loadShareWord(objMessage.m_bIsWaitingReply) != 0, "objMessage.m_bIsWaitingReply"))
         return 0;
+    const waitClock clock(nTimeout);
     QOR_BaseHelper::chEvent* pCurrentTaskEvent = share().GetProcessLocal().GetCurrentTaskEvent();
     if (!QOR_ASSERT(pCurrentTaskEvent != NULL))
         return 0;
     const BOOL bDone =
-        WaitRecord(objMessage, {bReceipt, true, loadShareWord(objMessage.uMsg), pCurrentTaskEvent, NULL}, nTimeout);
+        WaitRecord(objMessage, {bReceipt, loadShareWord(objMessage.uMsg), pCurrentTaskEvent, NULL}, clock);
     share().GetProcessLocal().NoteOwnMessage();
     return bDone;
 }
@@ -374,25 +376,29 @@ BOOL chThreadBase::PostThreadMsgEx(UINT uMsg, UINT wParam, int lParam, int nExtr
         SendThreadMsgEx(uMsg, wParam, lParam, nExtraSize, pExtraData, -1, NULL);
         return 1;
     }
-    if (!isExtraSizeValid(*this, nExtraSize, pExtraData))
-        return 0;
     bool bWake = false;
-    if (EmitDraft(makeDraft(uMsg, wParam, lParam, nExtraSize, pExtraData, false), &bWake) == NULL)
+    const msgObject* pMessage = EmitDraft(makeDraft(uMsg, wParam, lParam, nExtraSize, pExtraData, false), &bWake);
+    if (pMessage == NULL)
         return 0;
-    return !bWake || share().GetProcessLocal().AwakeLiveTask(m_idTask);
+    if (!bWake)
+        return 1;
+    if (!share().GetProcessLocal().AwakeLiveTask(m_idTask))
+        return 0;
+    ownPosts::OfThread().SetSignalled(m_pMsgQueue, pMessage);
+    return 1;
 }
 
 // The own event exists before the target can want to signal it. A wait that was answered has taken the answer's signal;
 // one that was not drops what may come late. Resets also end the kernel's account of what to undo, which is limited.
 BOOL chThreadBase::EmitAndWait(const msgDraft& draft, bool bReceipt, int nTimeout, int* pnResult) {
+    waitClock clock(nTimeout);
     QOR_BaseHelper::chEvent* pCurrentTaskEvent = share().GetProcessLocal().GetCurrentTaskEvent();
     if (!QOR_ASSERT(pCurrentTaskEvent != NULL))
         return 0;
-    bool bWake = false;
-    msgObject* pMessage = EmitDraft(draft, &bWake);
+    msgObject* pMessage = EmitDraft(draft, NULL, clock.GetLeft());
     if (pMessage == NULL)
         return 0;
-    const BOOL bDone = WaitRecord(*pMessage, {bReceipt, bWake, draft.uMsg, pCurrentTaskEvent, pnResult}, nTimeout);
+    const BOOL bDone = WaitRecord(*pMessage, {bReceipt, draft.uMsg, pCurrentTaskEvent, pnResult}, clock);
     if (!bReceipt && draft.uMsg > maxUntracedMsg)
         qorTrace(3, "Send message 0x%x return", draft.uMsg);
     if (!bDone || ++t_nUnreset >= maxUnreset) {
@@ -407,7 +413,7 @@ int chThreadBase::SendThreadMsgEx(UINT uMsg, UINT wParam, int lParam, int nExtra
                                   int nTimeout, int* pbReplied) {
     if (pbReplied != NULL)
         *pbReplied = 0;
-    if (!QOR_ASSERT(!IsCalledByThisThread()) || !isExtraSizeValid(*this, nExtraSize, pExtraData))
+    if (!QOR_ASSERT(!IsCalledByThisThread()))
         return -1;
     int nResult = -1;
     const BOOL bReplied =
@@ -421,7 +427,7 @@ BOOL chThreadBase::DeliverThreadMsgEx(UINT uMsg, UINT wParam, int lParam, int nE
                                       int nTimeout) {
     if (!QOR_ASSERT((nExtraSize > 0 && pExtraData != NULL) || (pExtraData == NULL && nExtraSize == 0)))
         return 0;
-    if (!QOR_ASSERT(!IsCalledByThisThread()) || !isExtraSizeValid(*this, nExtraSize, pExtraData))
+    if (!QOR_ASSERT(!IsCalledByThisThread()))
         return 0;
     int nResult = -1;
     return EmitAndWait(makeDraft(uMsg, wParam, lParam, nExtraSize, pExtraData, true), true, nTimeout, &nResult);

@@ -3,9 +3,13 @@
 // A handler may unregister its own thread, and even delete the thread object, or come back as another process after a
 // fork. So a registrationWatch is asked after every handler, and when the registration is gone, neither the object nor
 // the message is touched again.
+#include <limits.h>
+
+#include <algorithm>
 #include <vector>
 
 #include "QORMsgSystem/live_table.h"
+#include "QORMsgSystem/wait_clock.h"
 #include "internal/message.h"
 #include "internal/report.h"
 #include "internal/scope_lock.h"
@@ -23,7 +27,7 @@ namespace {
 
 constexpr int idleWait = 50;        // ms of an idle wait without timers
 constexpr int sliceForWork = 1000;  // ms after which a long idle wait looks into the queue
-constexpr int maxUnreset = 256;     // idle passes after which the event is reset in any case
+constexpr int maxUnreset = 256;     // messages or idle passes after which the event is reset in any case
 
 thread_local registrationWatch* t_pWatch = NULL;
 
@@ -107,7 +111,7 @@ int chThreadLocal::Run() {
         if (pMessage != NULL)
             ProcessTaken(*pMessage);
         else
-            ProcessIdle();
+            ProcessIdle(INT_MAX);
         if (watch.IsGone())
             return -1;
     }
@@ -116,7 +120,10 @@ int chThreadLocal::Run() {
     return m_nExitCode;
 }
 
-UINT chThreadLocal::ProcessThreadMessageOnce() {
+UINT chThreadLocal::ProcessThreadMessageOnce() { return ProcessPass(INT_MAX); }
+
+// One pass of the loop, whose idle wait is no longer than nMaxWait.
+UINT chThreadLocal::ProcessPass(int nMaxWait) {
     if (!QOR_ASSERT(IsCalledByThisThread()))
         return 0;
     if (!m_bRuning)
@@ -125,7 +132,7 @@ UINT chThreadLocal::ProcessThreadMessageOnce() {
     msgObject* pMessage = TakeMessage();
     if (pMessage != NULL)
         return HandleMessage(*pMessage);
-    ProcessIdle();
+    ProcessIdle(nMaxWait);
     return 0;
 }
 
@@ -157,9 +164,7 @@ msgObject* chThreadLocal::FinishAndTake(msgObject* pHandled) {
         if (pHandled != NULL)
             idWake = FinishInHold(*pHandled);
         pMessage = pQueue->read_message();
-        if (pMessage != NULL)
-            ++m_nUnwaited;
-        else if (m_nUnwaited > 1 || ++m_nUnreset >= maxUnreset)
+        if (pMessage != NULL ? ++m_nUnwaited >= maxUnreset : m_nUnwaited > 1 || ++m_nUnreset >= maxUnreset)
             bReset = ResetOwnEvent();
     }
     if (idWake != 0)
@@ -170,13 +175,14 @@ msgObject* chThreadLocal::FinishAndTake(msgObject* pHandled) {
 }
 
 // A message that was waited for has taken its signal with it, so the event needs no reset after each one. Resets also
-// end the kernel's account of what to undo when a sender dies, which must stay small.
+// end the kernel's account of what to undo when a sender dies, which must stay small; so they come also where there is
+// always a message left. In any case the thread looks into its queue again before it sleeps.
 bool chThreadLocal::ResetOwnEvent() {
     m_nUnwaited = m_nUnreset = 0;
     return m_pTaskEvent->ResetEvent();
 }
 
-void chThreadLocal::ProcessIdle() {
+void chThreadLocal::ProcessIdle(int nMaxWait) {
     ++m_nIdleCount;
     msgObject objMessage(TM_THREAD_IDLE, 0, 0);
     const registrationWatch watch(this);
@@ -195,7 +201,7 @@ void chThreadLocal::ProcessIdle() {
     const int nTimer = m_objTimerQueue.GetNextTimerTicks();
     const int nWait =
         nResult < 0 ? (nTimer >= 0 ? nTimer : idleWait) : (nTimer >= 0 && nTimer < nResult ? nTimer : nResult);
-    if (!WaitForWork(nWait) && m_bLeftOrphan)
+    if (!WaitForWork(std::min(nWait, nMaxWait)) && m_bLeftOrphan)
         FreeOrphans();
 }
 
@@ -209,14 +215,14 @@ bool chThreadLocal::HasWork() {
 // Somebody may have removed the event from the device: a new one takes its place.
 // Whether there may be something to do.
 bool chThreadLocal::WaitForWork(int nTime) {
-    for (int nLeft = nTime; !m_pTaskEvent->WaitEvent(nLeft < sliceForWork ? nLeft : sliceForWork);
-         nLeft -= sliceForWork) {
-        if (nLeft > 0 && !m_pTaskEvent->IsSemaphoreAlive()) {
+    waitClock clock(nTime);
+    while (!m_pTaskEvent->WaitEventFor(clock.GetSlice(sliceForWork))) {
+        if (clock.IsOver())
+            return false;
+        if (!m_pTaskEvent->IsSemaphoreAlive()) {
             m_pTaskEvent = share().GetProcessLocal().RenewOwnTaskEvent();
             return true;
         }
-        if (nLeft <= sliceForWork)
-            return false;
         if (HasWork())
             return true;
     }
@@ -229,8 +235,11 @@ BOOL chThreadLocal::Dogsleep(int nTime) {
         return m_bRuning;
     const unsigned long long uDeadline = QOR_BaseHelper::qorGetTickCount() + static_cast<unsigned>(nTime);
     const registrationWatch watch(this);
-    while (m_bRuning && QOR_BaseHelper::qorGetTickCount() < uDeadline) {
-        ProcessThreadMessageOnce();
+    while (m_bRuning) {
+        const unsigned long long uNow = QOR_BaseHelper::qorGetTickCount();
+        if (uNow >= uDeadline)
+            break;
+        ProcessPass(static_cast<int>(std::min(uDeadline - uNow, static_cast<unsigned long long>(nTime))));
         if (watch.IsGone())
             return 0;
     }
@@ -238,12 +247,7 @@ BOOL chThreadLocal::Dogsleep(int nTime) {
 }
 
 UINT chThreadLocal::ProcessOneMessageFromQueue() {
-    msgObject* pMessage = NULL;
-    {
-        scopeShareLock<chSystemShareFrame> lock(share());
-        if (chMsgQueue* pQueue = QueueInHold())
-            pMessage = pQueue->read_message();
-    }
+    msgObject* pMessage = FinishAndTake(NULL);
     return pMessage != NULL ? HandleMessage(*pMessage) : 0;
 }
 
@@ -405,7 +409,7 @@ int chThreadLocal::SendThreadMsgEx(UINT uMsg, UINT wParam, int lParam, int nExtr
                                    int nTimeout, int* pbReplied) {
     if (!IsCalledByThisThread())
         return chThreadBase::SendThreadMsgEx(uMsg, wParam, lParam, nExtraSize, pExtraData, nTimeout, pbReplied);
-    return HandleOwnMessage(makeDraft(uMsg, wParam, lParam, nExtraSize, pExtraData, true), pbReplied);
+    return HandleOwnMessage(makeDraft(uMsg, wParam, lParam, nExtraSize, pExtraData, true), nTimeout, pbReplied);
 }
 
 BOOL chThreadLocal::DeliverThreadMsgEx(UINT uMsg, UINT wParam, int lParam, int nExtraSize, const void* pExtraData,
@@ -415,18 +419,16 @@ BOOL chThreadLocal::DeliverThreadMsgEx(UINT uMsg, UINT wParam, int lParam, int n
     if (!QOR_ASSERT((nExtraSize > 0 && pExtraData != NULL) || (pExtraData == NULL && nExtraSize == 0)))
         return 0;
     BOOL bHandled = 0;
-    HandleOwnMessage(makeDraft(uMsg, wParam, lParam, nExtraSize, pExtraData, true), &bHandled);
+    HandleOwnMessage(makeDraft(uMsg, wParam, lParam, nExtraSize, pExtraData, true), nTimeout, &bHandled);
     return bHandled;
 }
 
 // The record never shows as emitted, so the loop does not read it when the handler runs a pass of its own.
-int chThreadLocal::HandleOwnMessage(msgDraft draft, int* pbReplied) {
+int chThreadLocal::HandleOwnMessage(msgDraft draft, int nTimeout, int* pbReplied) {
     if (pbReplied != NULL)
         *pbReplied = 0;
-    if (!QOR_ASSERT_TEXT(draft.nExtraSize >= 0 && draft.nExtraSize <= 1024, "nExtraSize >= 0 && nExtraSize <= 1024"))
-        return -1;
     draft.nStatus = MT_READ;
-    msgObject* pMessage = PutDraft(draft);
+    msgObject* pMessage = PutDraft(draft, NULL, waitClock(nTimeout).GetLeft());
     if (pMessage == NULL)
         return -1;
     const registrationWatch watch(this);

@@ -38,8 +38,8 @@ inline msgDraft makeDraft(UINT uMsg, UINT wParam, int lParam, int nExtraSize, co
 }
 
 // Puts a complete message into a queue. The caller holds the mutex. Null behind a fatal assertion. *pbWake (may be
-// null) tells whether the owner has to be woken: it need not behind an unread message, whose sender wakes it, since it
-// does not sleep before it has read both.
+// null) tells whether the owner has to be woken for a post: it need not behind an unread message of the calling thread
+// whose signal is out, since it does not sleep before it has read both.
 msgObject* putMessage(chMsgQueue& objQueue, const msgDraft& draft, bool* pbWake = NULL);
 
 // The trace line of a message that was put into a queue.
@@ -53,8 +53,8 @@ struct batchPost {
     bool bCoalesce = false;  // left out, when the pool gets short, behind an equal message that is unread
 
     bool bAlive = false;
-    bool bPut = false;
     bool bWake = false;
+    const msgObject* pMessage = NULL;  // what was put into the queue
 };
 
 // Whether a message is posted to any thread, whoever posts it: some ids are sent or delivered instead.
@@ -117,8 +117,8 @@ void sweepDeadTaskEvents();
 // step; asking again changes nothing. No kernel call.
 void callAtThreadExit(void (*fnStep)());
 
-// A clock in milliseconds that costs no kernel call where the platform offers one.
-unsigned long long getMonotonicMillisecond();
+// A clock in microseconds that costs no kernel call where the platform offers one.
+unsigned long long getMonotonicMicrosecond();
 
 // Tells, after a handler has run, whether it has unregistered its thread. Lives on the stack of that thread, around the
 // handler; the thread object is compared, never followed.

@@ -112,10 +112,10 @@ void sweepDeadTaskEvents() {
     }
 }
 
-unsigned long long getMonotonicMillisecond() {
+unsigned long long getMonotonicMicrosecond() {
     timespec ts = {};
     clock_gettime(CLOCK_MONOTONIC, &ts);
-    return static_cast<unsigned long long>(ts.tv_sec) * 1000u + static_cast<unsigned long long>(ts.tv_nsec / 1000000);
+    return static_cast<unsigned long long>(ts.tv_sec) * 1000000u + static_cast<unsigned long long>(ts.tv_nsec / 1000);
 }
 
 }  // namespace QOR_MsgQueueHelper

@@ -33,6 +33,8 @@ namespace QOR_MsgQueueHelper {
 
 /// What chThreadBase puts into a message before it shows it to the target.
 struct msgDraft;
+/// What is left of a wait.
+class waitClock;
 /// What a launcher waits with until its thread has registered.
 class launchWait;
 
@@ -60,7 +62,9 @@ public:
     BOOL PostThreadMsgEx(UINT uMsg, UINT wParam, int lParam, int nExtraSize, const void* pExtraData);
     /// Sends a message to another thread and waits for its reply. Returns the result, -1 when the thread is gone
     /// or the time-out passed; *pbReplied (may be null) tells whether it replied. A message closed by a time-out
-    /// before the thread took it is never handled. Fatal: called by the thread itself.
+    /// before the thread took it is never handled. The time-out also bounds the wait for the segment's mutex until the
+    /// message is queued; after that, the mutex is waited for however long that takes. Signals neither prolong nor end
+    /// the wait. Fatal: called by the thread itself.
     int SendThreadMsgEx(UINT uMsg, UINT wParam, int lParam, int nExtraSize, const void* pExtraData, int nTimeout,
                         int* pbReplied);
     /// Delivers a message to another thread and waits until that thread has taken it: 1, or 0 when the thread is
@@ -89,11 +93,11 @@ public:
     void BindHandle(chMsgQueue* pMsgQueue);
 
 protected:
-    /// Allocates, fills and emits in one hold of the segment's mutex; null when the thread is gone. *pbWake (may be
-    /// null) tells whether the thread has to be woken.
-    msgObject* EmitDraft(const msgDraft& draft, bool* pbWake = NULL);
+    /// Allocates, fills and emits in one hold of the segment's mutex; null when the thread is gone, or when the mutex
+    /// was not free within nLockTimeout. *pbWake (may be null) tells whether the thread has to be woken for a post.
+    msgObject* EmitDraft(const msgDraft& draft, bool* pbWake = NULL, int nLockTimeout = -1);
     /// EmitDraft() without the trace line.
-    msgObject* PutDraft(const msgDraft& draft, bool* pbWake = NULL);
+    msgObject* PutDraft(const msgDraft& draft, bool* pbWake = NULL, int nLockTimeout = -1);
     /// Ends the handling of a message, with the mutex held; the task to wake afterwards, or 0.
     int FinishRecord(msgObject& objMessage);
 
@@ -108,7 +112,6 @@ private:
     };
     struct recordWait {
         bool bReceipt;  // wait until the message is taken, not until it is answered
-        bool bWake;     // wake the target first
         UINT uMsg;
         QOR_BaseHelper::chEvent* pEvent;  // the caller's own
         int* pnResult;                    // not null: close the record at the end and store its result
@@ -120,7 +123,7 @@ private:
     recordLook LookAtRecord(msgObject& objMessage, const recordWait& wait, bool bGiveUp);
     BOOL GiveUpRecord(msgObject& objMessage, const recordWait& wait);
     void WaitOwnEvent(recordWait& wait, int nTime);
-    BOOL WaitRecord(msgObject& objMessage, recordWait wait, int nTimeout);
+    BOOL WaitRecord(msgObject& objMessage, recordWait wait, waitClock clock);
     BOOL WaitAlone(msgObject& objMessage, bool bReceipt, int nTimeout);
     BOOL EmitAndWait(const msgDraft& draft, bool bReceipt, int nTimeout, int* pnResult);
 };
@@ -170,8 +173,9 @@ public:
     /// One pass: timers, one message, or the idle message and a wait. Returns the id handled, 0 when idle, 0x8002
     /// when not running. Fatal: called by another thread.
     UINT ProcessThreadMessageOnce();
-    /// Handles messages for nTime ms, for a handler that has to wait; whether the thread still runs. An idle wait is
-    /// not cut short at the end: it lasts as long as it does in the loop. Fatal: nTime not above 0.
+    /// Handles messages for nTime ms, for a handler that has to wait; whether the thread still runs. Idle waits are no
+    /// longer than what is left; only a handler, or the wait for the segment's mutex, can take longer. Fatal: nTime not
+    /// above 0.
     BOOL Dogsleep(int nTime);
     /// Takes and handles one message; its id as read, 0 when none waits.
     UINT ProcessOneMessageFromQueue();
@@ -218,10 +222,11 @@ private:
     int CallProxy(msgObject& objMessage);
     int CallTimer(msgObject& objMessage);
     chThreadTimer* RearmTimer(const msgObject& objMessage);
-    void ProcessIdle();
+    UINT ProcessPass(int nMaxWait);
+    void ProcessIdle(int nMaxWait);
     bool HasWork();
     bool WaitForWork(int nTime);
-    int HandleOwnMessage(msgDraft draft, int* pbReplied);
+    int HandleOwnMessage(msgDraft draft, int nTimeout, int* pbReplied);
     chMsgQueue* QueueInHold();
     msgObject* TakeMessage();
     bool ResetOwnEvent();
