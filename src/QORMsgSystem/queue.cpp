@@ -176,21 +176,38 @@ msgObject* chMsgQueue::AllocMessage(int nPriority, int nExtraSize) {
     return putMessage(*this, {0, 0, 0, nExtraSize, NULL, false, nPriority, MT_ALLOCATED});
 }
 
-msgObject* putMessage(chMsgQueue& objQueue, const msgDraft& draft, bool* pbWake) {
-    QOR_AllocHelper::baseStaticPoolAlloc& pool = poolOf(&objQueue);
+namespace {
+
+// The record and its extra data. Where the data find no room, the record is given back before the pool's assertion ends
+// the process: nobody would ever free what is in no queue.
+msgObject* allocRecord(QOR_AllocHelper::baseStaticPoolAlloc& pool, const msgDraft& draft) {
     void* pCell = pool.alloc(sizeMessageRecord);
     if (pCell == NULL)
         return NULL;
+    if (draft.nExtraSize > 0 && pool.find_big_enough_cell(draft.nExtraSize) == NULL) {
+        pool.free(pCell);
+        pool.alloc(chSystemShareObject::sizeObject);
+        return NULL;
+    }
     msgObject* pMessage =
         new (static_cast<char*>(pCell) + sizeChainNode) msgObject(draft.uMsg, draft.wParam, draft.lParam);
-    if (draft.nExtraSize > 0) {
-        void* pExtra = pool.alloc(draft.nExtraSize);
-        if (pExtra == NULL)
-            return NULL;
-        if (draft.pExtraData != NULL)
-            copyShareBytes(pExtra, draft.pExtraData, draft.nExtraSize);
-        pMessage->set_pExtraData(draft.nExtraSize, pExtra);
-    }
+    if (draft.nExtraSize <= 0)
+        return pMessage;
+    void* pExtra = pool.alloc(draft.nExtraSize);
+    if (pExtra == NULL)
+        return NULL;
+    if (draft.pExtraData != NULL)
+        copyShareBytes(pExtra, draft.pExtraData, draft.nExtraSize);
+    pMessage->set_pExtraData(draft.nExtraSize, pExtra);
+    return pMessage;
+}
+
+}  // namespace
+
+msgObject* putMessage(chMsgQueue& objQueue, const msgDraft& draft, bool* pbWake) {
+    msgObject* pMessage = allocRecord(poolOf(&objQueue), draft);
+    if (pMessage == NULL)
+        return NULL;
     storeShareWord(pMessage->m_bIsWaitingReply, draft.bWaitingReply ? 1u : 0u);
     storeShareWord(pMessage->m_nPriority, draft.nPriority);
     storeShareWord(pMessage->m_idSender, QOR_MiscHelper::qorGetCurrentTaskId());

@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <random>
@@ -334,6 +335,30 @@ private:
     qorTest::signal m_go[40];
     std::vector<std::unique_ptr<messageThread>> m_listThread;
 };
+
+TEST(Batch, AMessageWhoseDataFindNoRoomGivesItsRecordBackBeforeTheProcessEnds) {
+    quiet();
+    currentThread thread("full");
+    const filledPool filled(4);
+    const int nFree = freeBytes();
+    const std::function<void()> listPost[] = {
+        [] {
+            const char aData[maxExtraSize] = "";
+            chThreadRemote("full").PostThreadMsgEx(msgTold, 0, 0, maxExtraSize, aData);
+        },
+        [] {
+            const char aData[maxExtraSize] = "";
+            msgBroadpostThreadMsgEx(msgTold, 0, 0, maxExtraSize, aData);
+        },
+        [] {
+            const char aData[maxExtraSize] = "";
+            chThreadRemote("full").AllocThreadMessage(0, false, maxExtraSize, aData);
+        }};
+    for (const auto& fnPost : listPost) {
+        EXPECT_EXIT(fnPost(), testing::KilledBySignal(SIGABRT), "\\[_chAlloc:[0-9]+\\] pResultCell != NULL ");
+        EXPECT_EQ(nFree, freeBytes());
+    }
+}
 
 TEST(Batch, ThoseWhoHaveGotTheirMessageAreWokenBeforeAFullPoolEndsTheProcess) {
     quiet();
