@@ -38,7 +38,16 @@ constexpr int priorityStart = 0x7FFFFFFF;        // the start-up message stands 
 constexpr unsigned launchPatience = 3000;        // ms between two warnings of a launcher
 constexpr unsigned long long sweepPause = 1000;  // us between two sweeps of the event cache
 
+// The calling thread's number among those of its process that have registered; 0 before it does.
+thread_local unsigned long long t_uThread = 0;
+
 uCSystemShareHelper& share() { return *uCSystemShareHelpergetGlobalObject(); }
+
+// Whether a thread of this process that has registered is still running. What stands under the caller's own task id and
+// another number was a predecessor's.
+bool isRunning(int idTask, unsigned long long uThread) {
+    return idTask == qorGetCurrentTaskId() ? uThread == t_uThread : isTaskOfThisProcess(idTask);
+}
 
 // What this process created goes with its task; the event of another process is only let go.
 void dropEvent(chEvent& objEvent) {
@@ -52,45 +61,76 @@ void dropEvent(chEvent& objEvent) {
 
 // ---- chProcessLocal: threads
 
-chProcessLocal::chProcessLocal() : m_uLastSweep(0), m_bForking(0) {}
+chProcessLocal::chProcessLocal() : m_uLastThread(0), m_uLastSweep(0), m_bForking(0) {}
 
+// The caller holds m_csLocal.
+template <typename Fn>
+chProcessLocal::registration* chProcessLocal::FindRegistration(Fn fnMatch) {
+    for (auto it = listLocalThread.begin(); it != listLocalThread.end(); ++it)
+        if (fnMatch(*it))
+            return &*it;
+    return NULL;
+}
+
+// A registration that matches, of a thread that still runs: only then the kernel is asked.
 template <typename Fn>
 chThreadLocal* chProcessLocal::FindThread(Fn fnMatch) {
     processLock lock(m_csLocal);
-    for (auto it = listLocalThread.begin(); it != listLocalThread.end(); ++it)
-        if (fnMatch(*it))
-            return *it;
-    return NULL;
+    const registration* pFound =
+        FindRegistration([&fnMatch](const registration& r) { return fnMatch(r) && isRunning(r.idTask, r.uThread); });
+    return pFound != NULL ? pFound->pThread : NULL;
+}
+
+// The caller holds m_csLocal.
+template <typename Fn>
+void chProcessLocal::DropRegistrations(Fn fnMatch) {
+    for (auto it = listLocalThread.begin(); it != listLocalThread.end();) {
+        auto itThis = it;
+        ++it;
+        if (fnMatch(*itThis))
+            listLocalThread.erase(itThis);
+    }
 }
 
 chThreadLocal* chProcessLocal::GetLocalThreadByName(const char* lpszThreadName) {
     if (!QOR_ASSERT_TEXT(!QOR_StringHelper::textEMPTY(lpszThreadName), "!textEMPTY(lpszThreadName)"))
         return NULL;
-    return FindThread([lpszThreadName](chThreadLocal* p) { return strcmp(p->GetThreadName(), lpszThreadName) == 0; });
+    return FindThread([lpszThreadName](const registration& r) { return strcmp(r.strName, lpszThreadName) == 0; });
 }
 
 chThreadLocal* chProcessLocal::GetLocalThreadByTaskID(int idTask) {
-    return FindThread([idTask](chThreadLocal* p) { return p->getTaskId() == idTask; });
+    return FindThread([idTask](const registration& r) { return r.idTask == idTask; });
 }
 
-chThreadLocal* chProcessLocal::GetLocalThreadByQueue(const chMsgQueue* pMsgQueue) {
-    return FindThread([pMsgQueue](chThreadLocal* p) { return p->m_pMsgQueue == pMsgQueue; });
+chThreadLocal* chProcessLocal::GetLocalThreadByQueue(const chMsgQueue* pMsgQueue, int idTask) {
+    return FindThread(
+        [pMsgQueue, idTask](const registration& r) { return r.pMsgQueue == pMsgQueue && r.idTask == idTask; });
 }
 
 chThreadLocal* chProcessLocal::GetCurrentThreadObject() { return GetLocalThreadByTaskID(qorGetCurrentTaskId()); }
 
 bool chProcessLocal::IsValidLocalThread(const chThreadLocal* pThread) {
-    return pThread != NULL && FindThread([pThread](chThreadLocal* p) { return p == pThread; }) != NULL;
+    return pThread != NULL && FindThread([pThread](const registration& r) { return r.pThread == pThread; }) != NULL;
 }
 
+// Threads that ended without unregistering leave the list here, and so does whatever else this registration proves to
+// be over: its object, queue and name are nobody else's.
 void chProcessLocal::RegisterLocalThread(chThreadLocal& objThread) {
     if (!QOR_ASSERT(objThread.IsCalledByThisThread()))
         return;
     processLock lock(m_csLocal);
-    const bool bNew = listLocalThread.find(&objThread) == listLocalThread.end();
+    if (t_uThread == 0)
+        t_uThread = ++m_uLastThread;
+    DropRegistrations([&objThread](const registration& r) {
+        const bool bTaken =
+            r.pThread == &objThread || r.pMsgQueue == objThread.m_pMsgQueue || r.strName == objThread.m_strThreadName;
+        return !isRunning(r.idTask, r.uThread) || (r.uThread != t_uThread && bTaken);
+    });
+    const bool bNew = FindRegistration([&objThread](const registration& r) { return r.pThread == &objThread; }) == NULL;
     QOR_WARN_TEXT(bNew, "listLocalThread::find(&objThread) == listLocalThread::end()");
     if (bNew)
-        listLocalThread.push_back(&objThread);
+        listLocalThread.push_back({&objThread, objThread.getTaskId(), t_uThread, objThread.m_idThread,
+                                   objThread.m_pMsgQueue, objThread.m_strThreadName});
     objThread.m_bRuning = 1;
     for (launchWait* pWait : m_listLaunch) {
         if ((pWait->m_pThread != NULL && pWait->m_pThread != &objThread) ||
@@ -109,10 +149,9 @@ void chProcessLocal::UnregisterLocalThread(chThreadLocal* pLocalThread) {
         processLock lock(m_csLocal);
         pLocalThread->m_pTaskEvent = NULL;
         pLocalThread->m_bRuning = 0;
-        auto it = listLocalThread.find(pLocalThread);
-        QOR_WARN_TEXT(it != listLocalThread.end(), "it != listLocalThread::end()");
-        if (it != listLocalThread.end())
-            listLocalThread.erase(it);
+        const auto fnThis = [pLocalThread](const registration& r) { return r.pThread == pLocalThread; };
+        QOR_WARN_TEXT(FindRegistration(fnThis) != NULL, "it != listLocalThread::end()");
+        DropRegistrations(fnThis);
     }
     // A task that registered twice keeps its event until its last registration goes.
     if (GetLocalThreadByTaskID(idTask) == NULL)
@@ -175,24 +214,22 @@ BOOL chProcessLocal::LaunchLocalThread(chThreadLocal& objThread) {
 }
 
 void chProcessLocal::ShutdownLocalThread(chThreadLocal* pThread) {
-    int idTask = 0;
-    unsigned long idThread = 0;
-    chMsgQueue* pMsgQueue = NULL;
+    registration found = {};
     {
         processLock lock(m_csLocal);
-        if (pThread == NULL || listLocalThread.find(pThread) == listLocalThread.end())
+        const registration* pFound = FindRegistration(
+            [pThread](const registration& r) { return r.pThread == pThread && isRunning(r.idTask, r.uThread); });
+        if (pThread == NULL || pFound == NULL)
             return;
-        idTask = pThread->getTaskId();
-        idThread = pThread->m_idThread;
-        pMsgQueue = pThread->m_pMsgQueue;
+        found = *pFound;
     }
-    if (!QOR_ASSERT(idTask != qorGetCurrentTaskId()))
+    if (!QOR_ASSERT_TEXT(found.idTask != qorGetCurrentTaskId(), "idTask != qorGetCurrentTaskId()"))
         return;
     // Not just any queue of the task: it may have registered under another name as well.
     chThreadRemote remote;
-    if (remote.BindIfValid(pMsgQueue) && remote.getTaskId() == idTask)
+    if (remote.BindIfValid(const_cast<chMsgQueue*>(found.pMsgQueue)) && remote.getTaskId() == found.idTask)
         remote.PostThreadMsg(TM_THREAD_QUIT, 0, 0);
-    chJoinThread(idThread);
+    chJoinThread(found.idThread);
 }
 
 // ---- chProcessLocal: wake-up events
@@ -313,25 +350,26 @@ chEvent* chProcessLocal::CreateOwnTaskEvent() {
 }
 
 bool chProcessLocal::NoteOwnMessage() {
-    const int idTask = qorGetCurrentTaskId();
     bool bRegistered = false;
     processLock lock(m_csLocal);
-    for (auto it = listLocalThread.begin(); it != listLocalThread.end(); ++it) {
-        if ((*it)->getTaskId() != idTask)
-            continue;
-        (*it)->m_bQueueEmpty = 0;
+    FindRegistration([&bRegistered](const registration& r) {
+        if (t_uThread == 0 || r.uThread != t_uThread)
+            return false;
+        r.pThread->m_bQueueEmpty = 0;
         bRegistered = true;
-    }
+        return false;
+    });
     return bRegistered;
 }
 
 chEvent* chProcessLocal::RenewOwnTaskEvent() {
     chEvent* pEvent = CreateOwnTaskEvent();
-    const int idTask = qorGetCurrentTaskId();
     processLock lock(m_csLocal);
-    for (auto it = listLocalThread.begin(); it != listLocalThread.end(); ++it)
-        if ((*it)->getTaskId() == idTask)
-            (*it)->m_pTaskEvent = pEvent;
+    FindRegistration([pEvent](const registration& r) {
+        if (t_uThread != 0 && r.uThread == t_uThread)
+            r.pThread->m_pTaskEvent = pEvent;
+        return false;
+    });
     return pEvent;
 }
 
@@ -395,9 +433,11 @@ BOOL chProcessLocal::AwakeLiveTask(int idTask) {
 
 // ---- fork
 
+// What has ended here cannot be told from what runs once there is only the child.
 void chProcessLocal::fork_prepare() {
     m_csLocal.Lock();
     m_bForking = 1;
+    DropRegistrations([](const registration& r) { return !isRunning(r.idTask, r.uThread); });
 }
 
 void chProcessLocal::fork_parent() {
@@ -411,7 +451,7 @@ void chProcessLocal::fork_reset() {
         m_csLocal.Lock();
     m_bForking = 0;
     for (auto it = listLocalThread.begin(); it != listLocalThread.end(); ++it)
-        (*it)->Abandon();
+        (*it).pThread->Abandon();
     listLocalThread.clear();
     m_listLaunch.clear();
     for (auto it = m_mapTaskEvent.begin(); it != m_mapTaskEvent.end(); ++it)

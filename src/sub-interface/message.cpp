@@ -38,8 +38,7 @@ public:
 
 // The caller's own thread when the handle is its queue; the handler then runs at once.
 chThreadLocal* ownThread(const chMsgQueue* pQueue) {
-    chThreadLocal* pThread = process().GetLocalThreadByQueue(pQueue);
-    return pThread != NULL && pThread->IsCalledByThisThread() ? pThread : NULL;
+    return process().GetLocalThreadByQueue(pQueue, QOR_MiscHelper::qorGetCurrentTaskId());
 }
 
 // A queue whose task has died does not count: the registration that follows sweeps it.
@@ -101,7 +100,7 @@ void msgUnregistWorkThread(HTHREAD hThread) {
     chThreadBase thread;
     if (!QOR_ASSERT_TEXT(thread.BindIfValid(pMsgQueue), "g_uCSystemShareHelper.IsValidMessageQueue(pMsgQueue)"))
         return;
-    chThreadLocal* pLocalThread = process().GetLocalThreadByQueue(pMsgQueue);
+    chThreadLocal* pLocalThread = process().GetLocalThreadByQueue(pMsgQueue, thread.getTaskId());
     if (!QOR_ASSERT(pLocalThread != NULL))
         return;
     share().DestroyLocalThread(*pLocalThread);

@@ -22,8 +22,9 @@ bool hasEventFile(int idTask) { return access(("/tmp/qor_task_event_" + std::to_
 
 TEST(ProcessLocal, AThreadIsFoundByItsQueue) {
     currentThread thread("me");
-    EXPECT_EQ(&thread, process().GetLocalThreadByQueue(thread.getMsgQueue()));
-    EXPECT_EQ(nullptr, process().GetLocalThreadByQueue(thread.getMsgQueue() + 1));
+    EXPECT_EQ(&thread, process().GetLocalThreadByQueue(thread.getMsgQueue(), qorGetCurrentTaskId()));
+    EXPECT_EQ(nullptr, process().GetLocalThreadByQueue(thread.getMsgQueue(), getppid()));
+    EXPECT_EQ(nullptr, process().GetLocalThreadByQueue(thread.getMsgQueue() + 1, qorGetCurrentTaskId()));
     EXPECT_TRUE(share().IsValidMessageQueue(thread.getMsgQueue()));
     EXPECT_FALSE(share().IsValidMessageQueue(NULL));
     EXPECT_EQ(thread.getMsgQueue(), msgHTHREAD2chMsgQueue(msgMsgQueue2HTHREAD(thread.getMsgQueue())));

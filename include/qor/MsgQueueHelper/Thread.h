@@ -264,8 +264,8 @@ public:
     chThreadLocal* GetLocalThreadByName(const char* lpszThreadName);
     /// The registered thread of that task, or null.
     chThreadLocal* GetLocalThreadByTaskID(int idTask);
-    /// The registered thread that owns the queue, or null. The address is compared, never followed.
-    chThreadLocal* GetLocalThreadByQueue(const chMsgQueue* pMsgQueue);
+    /// The registered thread of that task that owns the queue, or null. The address is compared, never followed.
+    chThreadLocal* GetLocalThreadByQueue(const chMsgQueue* pMsgQueue, int idTask);
     /// The caller's own registered thread, or null.
     chThreadLocal* GetCurrentThreadObject();
     /// Whether the object is registered. It is compared, never followed.
@@ -278,7 +278,8 @@ public:
     /// Starts a thread that registers the object, runs it and unregisters it; blocks until it has registered,
     /// warning every 3,000 ms. Returns 1. Fatal: already registered.
     BOOL LaunchLocalThread(chThreadLocal& objThread);
-    /// Posts quit to a registered thread and joins it; anything else does nothing. Fatal: the caller's own thread.
+    /// Posts quit to a registered thread and joins it; anything else does nothing, also a thread that has ended without
+    /// unregistering. Fatal: the caller's own thread.
     void ShutdownLocalThread(chThreadLocal* pThread);
 
     /// The wake-up event of a task, opened on first use; null with a warning when the task does not exist.
@@ -318,7 +319,17 @@ public:
     void fork_parent();
 
 private:
-    typedef QOR_ListHelper::chObjList_dynamic<chThreadLocal*, 16> chLocalThreadList;
+    // A registration keeps itself what others ask for: the object of a thread that ended without unregistering may have
+    // lain on its stack, and is not touched.
+    struct registration {
+        chThreadLocal* pThread;
+        int idTask;
+        unsigned long long uThread;  // which thread it is, also when task ids come back
+        unsigned long idThread;
+        const chMsgQueue* pMsgQueue;
+        QOR_StringHelper::chReferenceStringT<char> strName;
+    };
+    typedef QOR_ListHelper::chObjList_dynamic<registration, 16> chLocalThreadList;
     typedef QOR_ListHelper::chMapList_dynamic<int, QOR_BaseHelper::chEvent, 16> chTaskEventMap;
 
     typedef std::vector<int> ghostEventList;
@@ -326,7 +337,11 @@ private:
     friend class launchWait;
 
     template <typename Fn>
+    registration* FindRegistration(Fn fnMatch);
+    template <typename Fn>
     chThreadLocal* FindThread(Fn fnMatch);
+    template <typename Fn>
+    void DropRegistrations(Fn fnMatch);
     ghostEventList SweepTaskEvents(bool bNow);
     QOR_BaseHelper::chEvent* FindOrOpenEvent(int idTask, bool bExisting);
     BOOL SignalEvent(int idTask);
@@ -336,6 +351,7 @@ private:
     chLocalThreadList listLocalThread;
     chTaskEventMap m_mapTaskEvent;
     std::vector<launchWait*> m_listLaunch;  // who waits for a registration, guarded by m_csLocal
+    unsigned long long m_uLastThread;       // the number of the last thread that has registered
     unsigned long long m_uLastSweep;
     BOOL m_bForking;  // the forking thread holds m_csLocal
 };
