@@ -14,6 +14,7 @@
 
 #include <algorithm>
 
+#include "QORMsgSystem/wait_clock.h"
 #include "internal/message.h"
 #include "internal/report.h"
 #include "internal/scope_lock.h"
@@ -36,6 +37,7 @@ typedef scopeLock<QOR_BaseHelper::chCriticalSection> processLock;
 
 constexpr int priorityStart = 0x7FFFFFFF;        // the start-up message stands first
 constexpr unsigned launchPatience = 3000;        // ms between two warnings of a launcher
+constexpr int answerPatience = 100;              // ms for senders to fetch their answers
 constexpr unsigned long long sweepPause = 1000;  // us between two sweeps of the event cache
 
 // The calling thread's number among those of its process that have registered; 0 before it does.
@@ -557,12 +559,44 @@ void uCSystemShareHelper::PutNewQueue(chThreadLocal& objThread) {
     putMessage(*pQueue, draft);
 }
 
+namespace {
+
+// The caller holds the mutex. A sender that this thread itself is cannot look while it waits here.
+bool hasUnseenAnswer(const chMsgQueue& objQueue) {
+    using QOR_ChainHelper::loadShareWord;
+    return objQueue.FindMessage([](const msgObject& objMessage) {
+        const int nStatus = objMessage.GetStatus();
+        const int idSender = loadShareWord(objMessage.m_idSender);
+        return loadShareWord(objMessage.m_bIsWaitingReply) != 0 && (nStatus == MT_REPLIED || nStatus == MT_PROCESSED) &&
+               idSender != qorGetCurrentTaskId() && qorIsValidTaskID(idSender);
+    }) != NULL;
+}
+
+}  // namespace
+
+// An answer goes with the queue: who was answered gets the time to fetch it.
+void uCSystemShareHelper::WaitForAnswered(const chThreadLocal& objThread) {
+    waitClock clock(answerPatience);
+    for (;;) {
+        {
+            scopeShareLock<chSystemShareFrame> lock(*this);
+            const chMsgQueue* pQueue = objThread.m_pMsgQueue;
+            if (!getObject()->m_objManager.IsValidMessageQueue(pQueue) || !hasUnseenAnswer(*pQueue))
+                return;
+        }
+        if (clock.IsOver())
+            return;
+        QOR_MiscHelper::qorSleep(1);
+    }
+}
+
 void uCSystemShareHelper::DestroyLocalThread(chThreadLocal& objThread) {
     if (!QOR_ASSERT_TEXT(m_objProcessLocal.IsValidLocalThread(&objThread) && objThread.IsCalledByThisThread(),
                          "IsValidLocalThread(&objThread) && objThread.IsCalledByThisThread()"))
         return;
     registrationWatch::TellGone(&objThread);
     objThread.m_objTimerQueue.DestoryTimerOnExit();
+    WaitForAnswered(objThread);
     m_objProcessLocal.UnregisterLocalThread(&objThread);
     {
         scopeShareLock<chSystemShareFrame> lock(*this);

@@ -40,7 +40,8 @@ public:
     /// Registers the calling thread: sweeps the queues of dead threads, makes its queue and its event. Returns 1.
     /// Fatal: an empty name, a name in use on the device.
     BOOL CreateLocalThread(chThreadLocal& objThread);
-    /// Unregisters the calling thread. Fatal: not registered, or called by another thread.
+    /// Unregisters the calling thread. Waits at most 100 ms while a sender that lives has not fetched its answer; a
+    /// message that is not yet answered is answered with -1. Fatal: not registered, or called by another thread.
     void DestroyLocalThread(chThreadLocal& objThread);
 
     /// The threads and events of this process.
@@ -53,6 +54,7 @@ public:
 
 private:
     void PutNewQueue(chThreadLocal& objThread);
+    void WaitForAnswered(const chThreadLocal& objThread);
 
     chProcessLocal m_objProcessLocal;
 };
