@@ -97,7 +97,7 @@ void chProcessLocal::DropRegistrations(Fn fnMatch) {
 chThreadLocal* chProcessLocal::GetLocalThreadByName(const char* lpszThreadName) {
     if (!QOR_ASSERT_TEXT(!QOR_StringHelper::textEMPTY(lpszThreadName), "!textEMPTY(lpszThreadName)"))
         return NULL;
-    return FindThread([lpszThreadName](const registration& r) { return strcmp(r.strName, lpszThreadName) == 0; });
+    return FindThread([lpszThreadName](const registration& r) { return r.strName == lpszThreadName; });
 }
 
 chThreadLocal* chProcessLocal::GetLocalThreadByTaskID(int idTask) {
@@ -125,14 +125,14 @@ void chProcessLocal::RegisterLocalThread(chThreadLocal& objThread) {
         t_uThread = ++m_uLastThread;
     DropRegistrations([&objThread](const registration& r) {
         const bool bTaken =
-            r.pThread == &objThread || r.pMsgQueue == objThread.m_pMsgQueue || r.strName == objThread.m_strThreadName;
+            r.pThread == &objThread || r.pMsgQueue == objThread.m_pMsgQueue || r.strName == objThread.GetThreadName();
         return !isRunning(r.idTask, r.uThread) || (r.uThread != t_uThread && bTaken);
     });
     const bool bNew = FindRegistration([&objThread](const registration& r) { return r.pThread == &objThread; }) == NULL;
     QOR_WARN_TEXT(bNew, "listLocalThread::find(&objThread) == listLocalThread::end()");
     if (bNew)
         listLocalThread.push_back({&objThread, objThread.getTaskId(), t_uThread, objThread.m_idThread,
-                                   objThread.m_pMsgQueue, objThread.m_strThreadName});
+                                   objThread.m_pMsgQueue, objThread.GetThreadName()});
     objThread.m_bRuning = 1;
     for (launchWait* pWait : m_listLaunch) {
         if ((pWait->m_pThread != NULL && pWait->m_pThread != &objThread) ||

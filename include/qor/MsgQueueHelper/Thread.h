@@ -327,7 +327,7 @@ private:
         unsigned long long uThread;  // which thread it is, also when task ids come back
         unsigned long idThread;
         const chMsgQueue* pMsgQueue;
-        QOR_StringHelper::chReferenceStringT<char> strName;
+        std::string strName;
     };
     typedef QOR_ListHelper::chObjList_dynamic<registration, 16> chLocalThreadList;
     typedef QOR_ListHelper::chMapList_dynamic<int, QOR_BaseHelper::chEvent, 16> chTaskEventMap;
