@@ -53,6 +53,28 @@ private:
     messageThread m_thread;
 };
 
+// The segment's mutex, taken by another thread until this goes.
+class heldMutex {
+public:
+    heldMutex()
+        : m_holder([this] {
+              share().Lock(-1);
+              m_held.Set();
+              m_go.Wait();
+              share().Unlock();
+          }) {
+        m_held.Wait();
+    }
+    ~heldMutex() {
+        m_go.Set();
+        m_holder.join();
+    }
+
+private:
+    qorTest::signal m_held, m_go;
+    std::thread m_holder;
+};
+
 // ---- signals
 
 TEST_F(Deadline, OfASendAndADeliveryIsKeptUnderSignals) {
@@ -163,23 +185,23 @@ TEST_F(Deadline, OfADogsleepBoundsTheWaitThatItsHandlerAsksFor) {
 TEST_F(Deadline, OfASendBoundsItsWaitForTheMutexAndQueuesNothing) {
     busyThread busy;
     chThreadRemote remote("busy");
-    share().Lock(-1);
     CaptureStderr();
-    for (const int nTimeout : {0, 50}) {
-        int bReplied = 1;
-        EXPECT_EQ(-1, remote.SendThreadMsgEx(0x101, 0, 0, 0, NULL, nTimeout, &bReplied));
-        EXPECT_EQ(0, bReplied);
-        EXPECT_EQ(0, remote.DeliverThreadMsgEx(0x101, 0, 0, 0, NULL, nTimeout));
+    {
+        const heldMutex held;
+        for (const int nTimeout : {0, 50}) {
+            int bReplied = 1;
+            EXPECT_EQ(-1, remote.SendThreadMsgEx(0x101, 0, 0, 0, NULL, nTimeout, &bReplied));
+            EXPECT_EQ(0, bReplied);
+            EXPECT_EQ(0, remote.DeliverThreadMsgEx(0x101, 0, 0, 0, NULL, nTimeout));
+        }
     }
     EXPECT_EQ("", GetCapturedStderr());
-    const size_t nQueued = [&] {
-        size_t n = 0;
-        remote.getMsgQueue()->FindMessage([&n](msgObject& m) {
-            n += m.uMsg == 0x101;
-            return false;
-        });
-        return n;
-    }();
+    size_t nQueued = 0;
+    share().Lock(-1);
+    remote.getMsgQueue()->FindMessage([&nQueued](msgObject& m) {
+        nQueued += m.uMsg == 0x101;
+        return false;
+    });
     share().Unlock();
     EXPECT_EQ(0u, nQueued);
     EXPECT_TRUE(remote.IsThreadAlive());
@@ -188,12 +210,13 @@ TEST_F(Deadline, OfASendBoundsItsWaitForTheMutexAndQueuesNothing) {
 TEST_F(Deadline, OfASendToOneselfBoundsItsWaitForTheMutex) {
     int nHandled = 0;
     currentThread thread("self", [&](msgObject&) { return ++nHandled; });
-    share().Lock(-1);
     int bReplied = 1;
-    EXPECT_EQ(-1, thread.SendThreadMsgEx(0x101, 0, 0, 0, NULL, 20, &bReplied));
-    EXPECT_EQ(0, bReplied);
-    EXPECT_EQ(0, thread.DeliverThreadMsgEx(0x101, 0, 0, 0, NULL, 20));
-    share().Unlock();
+    {
+        const heldMutex held;
+        EXPECT_EQ(-1, thread.SendThreadMsgEx(0x101, 0, 0, 0, NULL, 20, &bReplied));
+        EXPECT_EQ(0, bReplied);
+        EXPECT_EQ(0, thread.DeliverThreadMsgEx(0x101, 0, 0, 0, NULL, 20));
+    }
     EXPECT_EQ(0, nHandled);
     EXPECT_EQ(1, thread.SendThreadMsgEx(0x101, 0, 0, 0, NULL, 20, &bReplied));
     EXPECT_EQ(1, bReplied);
