@@ -22,6 +22,8 @@
 #ifndef QOR_MSGQUEUEHELPER_THREAD_H
 #define QOR_MSGQUEUEHELPER_THREAD_H
 
+#include <string>
+
 #include "qor/BaseHelper/Sync.h"
 #include "qor/ListHelper.h"
 #include "qor/MsgQueueHelper/Processer.h"
