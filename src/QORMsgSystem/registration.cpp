@@ -151,6 +151,8 @@ void chProcessLocal::UnregisterLocalThread(chThreadLocal* pLocalThread) {
         processLock lock(m_csLocal);
         pLocalThread->m_pTaskEvent = NULL;
         pLocalThread->m_bRuning = 0;
+        if (pLocalThread->m_pMsgQueue == NULL)
+            pLocalThread->m_idTask = 0;
         const auto fnThis = [pLocalThread](const registration& r) { return r.pThread == pLocalThread; };
         QOR_WARN_TEXT(FindRegistration(fnThis) != NULL, "it != listLocalThread::end()");
         DropRegistrations(fnThis);
@@ -590,6 +592,7 @@ void uCSystemShareHelper::WaitForAnswered(const chThreadLocal& objThread) {
     }
 }
 
+// Whoever shuts the thread down may delete the object once it is no longer listed, so that is the last step.
 void uCSystemShareHelper::DestroyLocalThread(chThreadLocal& objThread) {
     if (!QOR_ASSERT_TEXT(m_objProcessLocal.IsValidLocalThread(&objThread) && objThread.IsCalledByThisThread(),
                          "IsValidLocalThread(&objThread) && objThread.IsCalledByThisThread()"))
@@ -597,15 +600,15 @@ void uCSystemShareHelper::DestroyLocalThread(chThreadLocal& objThread) {
     registrationWatch::TellGone(&objThread);
     objThread.m_objTimerQueue.DestoryTimerOnExit();
     WaitForAnswered(objThread);
-    m_objProcessLocal.UnregisterLocalThread(&objThread);
     {
         scopeShareLock<chSystemShareFrame> lock(*this);
         chMsgQueue* pMsgQueue = objThread.m_pMsgQueue;
         if (QOR_ASSERT(pMsgQueue != NULL))
             getObject()->m_objManager.FreeMessageQueue(pMsgQueue);
+        objThread.m_pMsgQueue = NULL;
     }
     objThread.m_idThread = 0;
-    objThread.setMsgQueue(NULL);
+    m_objProcessLocal.UnregisterLocalThread(&objThread);
 }
 
 }  // namespace QOR_MsgQueueHelper

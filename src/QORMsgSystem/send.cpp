@@ -187,12 +187,13 @@ int chThreadBase::FindLiveOwner() const {
     return idTask > 0 && qorIsValidTaskID(idTask) ? idTask : 0;
 }
 
-// A target that is gone takes nothing, whatever the size: only for one that is there is a wrong size fatal.
+// A target that is gone takes nothing, whatever the size: only for one that is there is a wrong size fatal, so a send
+// with a wrong size waits for the lock without limit.
 msgObject* chThreadBase::PutDraft(const msgDraft& draft, bool* pbWake, int nLockTimeout) {
     const int idLive = FindLiveOwner();
     msgObject* pMessage = NULL;
     {
-        const sendLock lock(nLockTimeout);
+        const sendLock lock(isExtraSizeValid(draft) ? nLockTimeout : -1);
         if (!lock.IsHeld())
             return NULL;
         if (!IsQueueBound() || (m_idTask != idLive && !qorIsValidTaskID(m_idTask))) {

@@ -11,11 +11,7 @@
 
 #include "qor/TraceHelper.h"
 #include "support/message_thread.h"
-
-#ifdef __SANITIZE_ADDRESS__
-// At exit the leak checker stops the workers, which interrupts their waits; that is traced.
-extern "C" int __lsan_is_turned_off() { return 1; }
-#endif
+#include "support/no_leak_check.h"  // at exit it would stop the workers, which interrupts their waits: that is traced
 
 namespace {
 

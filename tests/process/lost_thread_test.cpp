@@ -9,6 +9,7 @@
 #include "qor/TraceHelper.h"
 #include "support/child.h"
 #include "support/message_thread.h"
+#include "support/no_leak_check.h"  // what a lost thread had allocated is lost with it
 #include "support/task.h"
 
 using namespace QOR_MsgQueueHelper;
