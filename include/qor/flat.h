@@ -3,8 +3,8 @@
  * The flat interface: every exported plain function with its plain types, for C and for other languages.
  *
  * This header is valid C99 and C++ and needs no other header of the library. The functions are thin: each checks
- * its arguments, where a violated precondition prints a red "error:" line and aborts the process, and calls the
- * classes of MsgQueueHelper.h and RegistryHelper.h.
+ * its arguments and calls the classes of MsgQueueHelper.h and RegistryHelper.h. A violated precondition, named after
+ * "Fatal:", prints a red "error:" line and aborts the process.
  *
  * @code
  * static int onMessage(simpMSG* pMsg) { return pMsg->uMsg == 0x100 ? (int)pMsg->wParam + 1 : -1; }
@@ -17,9 +17,18 @@
  * }
  * @endcode
  *
- * Results called BOOL are 1 for success and 0 for failure. Time-outs are milliseconds, -1 means no limit.
- * A handle names a thread in every process of the device and is checked before each use: a stale one makes a
- * send return -1 and a post return 0. The order for a thread is: regist, run, unregist, all by the thread itself.
+ * Results of type BOOL are 1 for success and 0 for failure. Time-outs are in milliseconds; -1 means no limit.
+ * A handle names a thread in every process of the device and is checked before each use: with a stale handle a send
+ * returns -1 and a post returns 0. A thread registers, runs and unregisters itself, in this order.
+ *
+ * **Locks.** A function that needs the lock of a segment takes it and releases it before it returns. Only
+ * nameHelperLock() keeps one, that of the named blocks, until nameHelperUnlock(). Reading the tick takes the same lock,
+ * and so does each trace line that is written, since it carries the time. A thread that holds the lock and calls such a
+ * function would wait for itself; so the process ends at once with the assertion
+ * "[/tmp/qor_ipc_system_named] is held by the calling thread already". "Not under nameHelperLock()" marks these
+ * functions. Whether some of them need the lock depends on the trace level and the arguments: do not rely on a call
+ * that happened to pass. Launching a thread then blocks for ever instead: it is the new thread that waits for the lock.
+ * All other functions may be called.
  */
 #ifndef QOR_FLAT_H
 #define QOR_FLAT_H
@@ -40,13 +49,14 @@ typedef unsigned int UINT;
 
 /** A registered thread of any process: the offset of its queue in the share segment, 0 for none. */
 typedef struct _HTHREAD_* HTHREAD;
-/** A section of the registry: its offset in the registry's segment, the same in every process, 0 for none. A section
- *  stays until the device restarts. The same for a document, where a function says so. */
+/** A section of the registry: its offset in the registry's segment, the same in every process, 0 for none. Sections
+ *  are never removed while the device runs. Where a function says so, the handle is that of a document. */
 typedef struct _HREGISTRY_* HREGISTRY;
 /** A document of the registry: its offset in the registry's segment, 0 for none. */
 typedef struct _HINIFILE_* HINIFILE;
 
-/* The message types stand here and, word for word, in MsgQueueHelper/Message.h, which is below this header. */
+/* The message types are defined here and, word for word, in MsgQueueHelper/Message.h, which does not include this
+ * header. */
 #ifndef QOR_MESSAGE_TYPES
 #define QOR_MESSAGE_TYPES
 
@@ -72,48 +82,53 @@ enum {
 
 #endif
 
-/** Handles one message of a thread; its value becomes the message's result. It also receives the library's own
- *  messages from TM_THREAD_START on, so it returns -1 for every id that it does not know: the result for TM_THREAD_IDLE
- *  chooses how long the loop waits. -1 sleeps until the next message or timer; 0 does not sleep at all, and a callback
- *  that returns 0 for everything keeps a processor busy. */
+/** Handles one message of a thread; the returned value becomes the message's result. No lock is held during the call.
+ *
+ *  The callback also receives the library's own messages, from TM_THREAD_START on. Return -1 for every id that it
+ *  does not handle, because **the result for TM_THREAD_IDLE chooses how long the loop waits**: -1 sleeps until the
+ *  next message or timer; 0 does not sleep at all. A callback that returns 0 for everything keeps a CPU busy. */
 typedef int (*msgCallbackEx)(simpMSG* pMsg);
 
 /** @name Threads */
 /** @{ */
 
-/** Registers the calling thread under a name that is free on the whole device and returns its handle.
- *  Queues of dead threads are swept first. Blocks only for the share segment's lock.
- *  Fatal: an empty name, a null callback, a name in use. */
+/** Registers the calling thread and returns its handle. The name must be free on the whole device; queues of dead
+ *  threads are removed first. Blocks only for the share segment's lock.
+ *  Fatal: an empty name, a null callback, a name in use. Not under nameHelperLock(). */
 QOR_API HTHREAD msgRegistWorkThread(const char* lpszThreadName, msgCallbackEx pMsgCallbackEx);
 /** The same as msgRegistWorkThread(). */
 QOR_API HTHREAD msgRegistMainThread(const char* lpszThreadName, msgCallbackEx pMsgCallbackEx);
-/** Unregisters the calling thread, also inside its callback: its timers stop, its queue and all pending messages go,
- *  and who waits for a reply gets -1. Fatal: a handle that is not a live queue, or not that of the calling thread. */
+/** Unregisters the calling thread, also from inside its callback. Its timers stop, its queue and all pending messages
+ *  are freed, and senders that wait for a reply get -1. Waits at most 100 ms for living senders to fetch answers that
+ *  they have been given. Fatal: a handle that is stale or belongs to another thread. */
 QOR_API void msgUnregistWorkThread(HTHREAD hThread);
 /** The same as msgUnregistWorkThread(). */
 QOR_API void msgUnregistMainThread(HTHREAD hThread);
-/** Runs the calling thread's loop until the quit message and returns the exit code (the quit message's wParam).
- *  Fatal: the calling thread is not registered. */
+/** Runs the calling thread's loop until it has handled the quit message and returns the exit code (the quit message's
+ *  wParam). Fatal: the calling thread is not registered. Not under nameHelperLock(). */
 QOR_API int msgDefaultThreadRun(void);
-/** Starts a thread at lpMeth(pArg) and blocks until it has registered itself under the given name; returns 1, or 0 with
- *  a warning when no thread could be started. An entry that never registers blocks the caller for ever.
- *  Fatal: a null entry, an empty name, a name in use. */
+/** Starts a thread that runs lpMeth(pArg), and blocks until it has registered itself under the given name. Returns 1;
+ *  0, with a warning, when no thread could be started. If lpMeth never registers this name, the caller blocks for
+ *  ever.
+ *  Fatal: a null lpMeth, an empty name, a name in use. Not under nameHelperLock(). */
 QOR_API BOOL msgLaunchWorkThread(void* (*lpMeth)(void*), const char* lpszThreadName, void* pArg);
-/** Starts a thread that registers itself with the callback and runs its loop until quit; blocks until it has
- *  registered and returns its handle, or 0 with a warning when no thread could be started. nPriority is a SCHED_FIFO
- *  priority, or -1 for default scheduling; a refused one is a warning. Fatal: a null callback, an empty name, a name
- *  in use. */
+/** Starts a thread that registers itself with the callback and runs its loop until the quit message. Blocks until it
+ *  has registered and returns its handle; 0, with a warning, when no thread could be started. nPriority is a
+ *  SCHED_FIFO priority, or -1 for default scheduling; where the system refuses the priority, a warning says so and
+ *  the thread gets default scheduling. Fatal: a null callback, an empty name, a name in use.
+ *  Not under nameHelperLock(). */
 QOR_API HTHREAD msgLaunchCallbackWorkThread(const char* lpszThreadName, msgCallbackEx pMsgCallbackEx, int nPriority);
-/** Posts quit to the named thread of this process and blocks until it has ended; an unknown name does nothing.
- *  Fatal: an empty name, the caller's own name. */
+/** Posts the quit message to the thread of that name in this process and blocks until it has ended. Does nothing when
+ *  this process has no such thread. Fatal: an empty name, the caller's own name. Not under nameHelperLock(). */
 QOR_API void msgUnlaunchWorkThread(const char* lpszThreadName);
-/** The thread registered under a name in any process, or 0 when there is none or its task has died.
+/** The handle of the thread of that name in any process; 0 when there is none or it has died.
  *  Fatal: an empty name. */
 QOR_API HTHREAD msgGetThreadByName(const char* lpszThreadName);
-/** The caller's own thread object for msgProcessThreadMsgOnce(), null when it is not registered. */
+/** The calling thread's object, for msgProcessThreadMsgOnce(); null when the thread is not registered. */
 QOR_API void* msgGetCurrentThreadObject(void);
-/** One pass of the caller's loop: the id of the message handled, 0 when idle (after the idle wait), 0x8002 when no
- *  longer running. A null or unknown object gives 0. Fatal: the object of another thread. */
+/** Runs one pass of the calling thread's loop. Returns the id of the message that was handled; 0 when there was none,
+ *  after the idle wait; 0x8002 when the thread has handled its quit message. Returns 0 for a null or unknown object.
+ *  Fatal: the object of another thread. Not under nameHelperLock(). */
 QOR_API unsigned int msgProcessThreadMsgOnce(void* pThreadObject);
 
 /** @} */
@@ -121,46 +136,51 @@ QOR_API unsigned int msgProcessThreadMsgOnce(void* pThreadObject);
 /** @name Messages */
 /** @{ */
 
-/** Sends a message and blocks until the target has replied or handled it, or the time-out has passed. A caller that
- *  waits handles no messages: two threads that send to each other at the same time without time-out wait for ever.
- *  The calling thread need not be registered. To the caller's own handle the callback runs at once. nExtraSize bytes
- *  (0 to 1024) at pExtraData are copied.
- *  *pbReplied (may be null) tells whether a reply came. Returns the reply, -1 for an invalid or dying target and
- *  after a time-out. Fatal: nExtraSize outside 0 to 1024. */
+/** Sends a message and blocks until the target has replied to it or handled it, or until the time-out has passed.
+ *
+ *  While it waits, the calling thread handles no messages: **two threads that send to each other at the same time
+ *  without a time-out wait for ever.** The calling thread need not be registered. With the caller's own handle, its
+ *  callback runs at once. nExtraSize bytes (0 to 1024) at pExtraData are copied.
+ *
+ *  *pbReplied (may be null) tells whether there was a reply. Returns the reply; -1 for a stale handle, for a target
+ *  that dies, and after a time-out. A message that timed out before the target took it is never handled; its memory
+ *  stays taken until the target unregisters.
+ *  Fatal: nExtraSize outside 0 to 1024, no room left in the share segment. Not under nameHelperLock(). */
 QOR_API int msgSendMsgToThreadRaw(HTHREAD hThread, unsigned int uMsg, unsigned int wParam, int lParam, int nExtraSize,
                                   const void* pExtraData, int nTimeout, int* pbReplied);
-/** msgSendMsgToThreadRaw() without the replied flag. */
+/** msgSendMsgToThreadRaw() without pbReplied. Not under nameHelperLock(). */
 QOR_API int msgSendMsgToThreadTimeoutEx(HTHREAD hThread, unsigned int uMsg, unsigned int wParam, int lParam,
                                         int nExtraSize, const void* pExtraData, int nTimeout);
-/** msgSendMsgToThreadRaw() without time-out and replied flag. */
+/** msgSendMsgToThreadRaw() without a time-out and pbReplied. Not under nameHelperLock(). */
 QOR_API int msgSendMsgToThreadEx(HTHREAD hThread, unsigned int uMsg, unsigned int wParam, int lParam, int nExtraSize,
                                  const void* pExtraData);
-/** msgSendMsgToThreadEx() without extra data. */
+/** msgSendMsgToThreadEx() without extra data. Not under nameHelperLock(). */
 QOR_API int msgSendMsgToThread(HTHREAD hThread, unsigned int uMsg, unsigned int wParam, int lParam);
-/** Posts a message and returns 1 without waiting; 0 for an invalid or dead target. The calling thread need not be
- *  registered. To another thread, id 0x70001 is
- *  sent instead and the ids 0x70002, 0x70006, 0x70007 and 0xA0006 are delivered, without time-out: the call blocks
- *  until the target has handled the message, or has taken it. Fatal: nExtraSize outside 0 to 1024, or no room left in
- *  the share segment. */
+/** Posts a message and returns 1 without waiting; 0 for a stale handle or a dead target. The calling thread need not
+ *  be registered. Five ids are not posted to another thread: 0x70001 is sent, and 0x70002, 0x70006, 0x70007 and
+ *  0xA0006 are delivered, without a time-out; the call blocks until the target has handled (sent) or taken
+ *  (delivered) the message. Fatal: nExtraSize outside 0 to 1024, no room left in the share segment.
+ *  Not under nameHelperLock(). */
 QOR_API BOOL msgPostMsgToThreadEx(HTHREAD hThread, unsigned int uMsg, unsigned int wParam, int lParam, int nExtraSize,
                                   const void* pExtraData);
-/** msgPostMsgToThreadEx() without extra data. */
+/** msgPostMsgToThreadEx() without extra data. Not under nameHelperLock(). */
 QOR_API BOOL msgPostMsgToThread(HTHREAD hThread, unsigned int uMsg, unsigned int wParam, int lParam);
-/** Posts a message to every registered thread of the device, the caller's own included, one after the other as
- *  msgPostMsgToThreadEx() does. Fatal: nExtraSize outside 0 to 1024, or no room left in the share segment. */
+/** Posts a message to every registered thread of the device, including the caller's own, as msgPostMsgToThreadEx()
+ *  would. Fatal: nExtraSize outside 0 to 1024, no room left in the share segment. Not under nameHelperLock(). */
 QOR_API void msgBroadpostThreadMsgEx(unsigned int uMsg, unsigned int wParam, int lParam, int nExtraSize,
                                      const void* pExtraData);
-/** msgBroadpostThreadMsgEx() without extra data. */
+/** msgBroadpostThreadMsgEx() without extra data. Not under nameHelperLock(). */
 QOR_API void msgBroadpostThreadMsg(unsigned int uMsg, unsigned int wParam, int lParam);
-/** Releases the sender of the message now being handled with a result, while the handler keeps working; it should
- *  return the same value. Nothing happens for a posted message. Fatal: a null message. */
+/** Gives the sender of the message that is being handled its result at once, while the handler goes on; the handler
+ *  should return the same value. Does nothing for a posted message. Fatal: a null message. */
 QOR_API void msgReplyThreadMessage(simpMSG* pMsg, int nResult);
 /** The message's extra data, readable and writable until the callback returns, or null. Fatal: a null message. */
 QOR_API void* msgGetMessageExtraData(simpMSG* pMsg);
 /** The size of the message's extra data in bytes. Fatal: a null message. */
 QOR_API int msgGetMessageExtraSize(simpMSG* pMsg);
-/** Replaces the message's extra data by nSize bytes at pData, which may be a part of the old ones; a null pData leaves
- *  new bytes undefined, a size of 0 frees them. Fatal: a null message, nSize outside 0 to 1024. */
+/** Replaces the message's extra data with nSize bytes at pData, which may be part of the old data. With a null pData
+ *  the new bytes are undefined; a size of 0 frees the data.
+ *  Fatal: a null message, nSize outside 0 to 1024, no room left in the share segment. */
 QOR_API void msgResetMessageExtraData(simpMSG* pMsg, int nSize, const void* pData);
 
 /** @} */
@@ -168,25 +188,30 @@ QOR_API void msgResetMessageExtraData(simpMSG* pMsg, int nSize, const void* pDat
 /** @name Timers */
 /** @{ */
 
-/** Sets a periodic timer of the calling thread: every uTimerOut ms its callback gets 0x8113 with wParam = nTimerID.
- *  An id already set restarts with the new period. Returns the id. A timer ends with its thread's registration.
- *  Fatal: an id or a period of 0, a thread that is not registered. */
+/** Sets a periodic timer of the calling thread: every uTimerOut ms its callback receives 0x8113 with wParam =
+ *  nTimerID. An id that is set already restarts with the new period. Returns the id. The timer ends when the thread
+ *  unregisters.
+ *  Fatal: an id or a period of 0, a thread that is not registered. Not under nameHelperLock(). */
 QOR_API unsigned int timerSetThreadTimer(unsigned int nTimerID, unsigned int uTimerOut);
-/** Stops and deletes a timer that timerSetThreadTimer() has made for the calling thread; an unknown id does nothing.
+/** Stops and deletes a timer that timerSetThreadTimer() has made for the calling thread. Does nothing for an unknown
+ *  id.
  *  Fatal: a thread that is not registered. */
 QOR_API void timerKillThreadTimer(unsigned int nTimerID);
 
 /** @} */
 
-/** @name Accumulators: counters in a file of the home directory that survive restarts */
+/** @name Accumulators: persistent counters
+ *  They are kept in a file in the home directory and survive restarts. Each call takes the lock of that file's
+ *  segment; creating and stepping wait for the medium, so do not call them while another lock is held. */
 /** @{ */
 
-/** Creates or resets a counter that wraps from uMax to uMin. Fatal: uMax not above uMin. The result says nothing. */
+/** Creates a counter that wraps from uMax to uMin, or resets it. Always returns 1.
+ *  Fatal: a null name, uMax not above uMin, no room left in the file. */
 QOR_API int accCreateAccumulater(const char* lpszName, unsigned int uValue, unsigned int uMin, unsigned int uMax);
-/** Removes a counter. The result says nothing. */
+/** Removes a counter, if there is one. Always returns 1. Fatal: a null name. */
 QOR_API int accDestoryAccumulater(const char* lpszName);
-/** Steps a counter and returns its new value; it is on the medium when the call returns.
- *  Fatal: a step outside 1 to max - min - 1, a counter that was never created. */
+/** Adds nStep to a counter and returns the new value, which is on the medium when the call returns.
+ *  Fatal: a null name, a step outside 1 to max - min - 1, a counter that was never created. */
 QOR_API unsigned int accExcuteAccumulater(const char* lpszName, int nStep);
 
 /** @} */
@@ -194,124 +219,144 @@ QOR_API unsigned int accExcuteAccumulater(const char* lpszName, int nStep);
 /** @name Named blocks of shared memory */
 /** @{ */
 
-/** Locks the segment of the named blocks, without time-out; always 1 when it returns. */
+/** Locks the segment of the named blocks; waits without a time-out and returns 1. Until nameHelperUnlock() the
+ *  calling thread is not cancelled. In between, call no function that is marked "Not under nameHelperLock()", and
+ *  keep it short: the whole device reads its clock under this lock.
+ *  Fatal: the calling thread holds the lock already; somebody has removed the lock from the device ("broken share
+ *  lock"). */
 QOR_API BOOL nameHelperLock(void);
-/** Unlocks the segment of the named blocks. */
+/** Unlocks the segment of the named blocks and returns 1; only warns when it is not locked.
+ *  Fatal: another thread of the process holds the lock. */
 QOR_API BOOL nameHelperUnlock(void);
-/** The block of that name, made with nSize bytes when there is none; *pbCreated (may be null) tells which.
- *  The caller holds the lock, and initialises a new block. The size of an existing block is not checked. */
+/** The block of that name; made, with nSize zero bytes, when there is none. *pbCreated (may be null) tells whether it
+ *  was made. The caller must hold the lock, and initialises a new block under it. The block stays at its address as
+ *  long as the device runs; the size of an existing block is not checked.
+ *  Fatal: a null name, a negative size, no room left in the segment. */
 QOR_API void* nameGetSystemObject(const char* lpszName, int nSize, int* pbCreated);
 
 /** @} */
 
-/** @name Registry: INI files that all processes share; a file is loaded when it is first opened on the device */
+/** @name Registry: INI files that all processes share
+ *  A file is loaded when it is first opened on the device. Each call takes the lock of the registry's segment for one
+ *  look-up or change.
+ *
+ *  A handle is checked before it is used: one that is not that of a section counts as 0. Names of sections and keys
+ *  are compared without regard to case. Names and values lose white space at both ends; null texts count as empty.
+ *  Reading a key that does not exist is a warning ("Read: %s"), and so is creating one ("Write: %s"). */
 /** @{ */
 
-/* A handle is looked up before it is used: one that is not that of a section counts as 0. Names of sections and keys
- * are compared without regard to case and, like values, lose white space at both ends; null texts count as empty. A key
- * that is read but missing is a warning ("Read: %s"), one that is made as well ("Write: %s"). */
-
-/** The section of a file; both are made when they are missing. A file name that is not absolute is a warning
- *  ("[%s] NOT absolute path"). 0, with a warning ("[%s] NOT readable: ..."), for a file that is there and cannot be
- *  read: no document is made of it, and the next call tries again. Fatal: a null or empty file name, no room left in the registry. */
+/** The handle of a section of a file; both are created when they are missing. A file name that is not absolute is a
+ *  warning ("[%s] NOT absolute path"). Returns 0, with a warning ("[%s] NOT readable: ..."), for a file that exists
+ *  but cannot be read; no document is made of it, and the next call tries again.
+ *  Fatal: a null or empty file name, no room left in the registry. */
 QOR_API HREGISTRY registryOpen(const char* lpszFileName, const char* lpszSectionName);
-/** Copies a value, or the default, whole into the buffer, which has room for any; returns 1. Fatal: a null buffer. */
+/** Copies the whole value, or the default, into the buffer, which must be large enough. Returns 1.
+ *  Fatal: a null buffer. */
 QOR_API BOOL registryGetString(HREGISTRY hRegistry, const char* lpszKey, char* lpszBuffer, const char* lpszDefault);
-/** Copies as much of a value, or of the default, as nSize bytes hold with a NUL, and returns the whole length. A null
- *  buffer or a size of 0 only asks for the length. */
+/** Copies as much of the value, or of the default, as fits into nSize bytes with the terminating NUL, and returns the
+ *  length of all of it. With a null buffer or a size of 0 it only returns the length. */
 QOR_API int registryGetStringN(HREGISTRY hRegistry, const char* lpszKey, char* lpszBuffer, int nSize,
                                const char* lpszDefault);
-/** The decimal number that a value begins with, 0 when it begins with none; the default when there is no such key. */
+/** The decimal number at the start of the value; 0 when it does not start with one. The default when there is no such
+ *  key. */
 QOR_API int registryGetInt(HREGISTRY hRegistry, const char* lpszKey, int nDefault);
-/** The number that a value begins with; the default when it begins with none or there is no such key. */
+/** The number at the start of the value; the default when it does not start with one or there is no such key. */
 QOR_API double registryGetFloat(HREGISTRY hRegistry, const char* lpszKey, double fDefault);
-/** Sets a value, in memory only: 1 when that changed it, 0 when it was so already and for no section. The first value
- *  of a key is always a change. What the file could not hold is refused: a value or name with a line feed, a key with
- *  '=' in it or ';', '#' or '[' at its begin, a section with ']'; that is a warning ("Refused: ..."), 0, and nothing is
- *  changed. Fatal: no room left in the registry. */
+/** Sets a value, in memory only. Returns 1 when the value changed, 0 when it was the same or there is no such
+ *  section. Giving a new key its first value always counts as a change. What an INI file cannot represent is refused,
+ *  with a warning ("Refused: ...") and 0: a name or value with a line feed, a key that contains '=' or starts with
+ *  ';', '#' or '[', a section that contains ']'. Fatal: no room left in the registry. */
 QOR_API BOOL registrySetString(HREGISTRY hRegistry, const char* lpszKey, const char* lpszValue);
-/** registrySetString() of the number as "%d" prints it. */
+/** registrySetString() with the number as "%d" prints it. */
 QOR_API BOOL registrySetInt(HREGISTRY hRegistry, const char* lpszKey, int nValue);
-/** registrySetString() of the number as "%lf" prints it, with six decimals. */
+/** registrySetString() with the number as "%lf" prints it, with six decimals, in any locale with a point. */
 QOR_API BOOL registrySetFloat(HREGISTRY hRegistry, const char* lpszKey, double fValue);
-/** Tells the monitors of all changed sections of the section's document, each once, then writes the changes to the
- *  file, or asks the saver to. Returns 1; 0 for no section. Nothing is done when nothing has changed. What could not
- *  be written is written by the next flush. */
+/** Notifies the monitors of each changed section of the section's document once, then writes the changes to the file
+ *  or asks the saver to. Returns 1, also when nothing has changed; 0 for no section. What cannot be written now is
+ *  written by a later flush. Not under nameHelperLock(). */
 QOR_API BOOL registryFlush(HREGISTRY hRegistry);
 
-/** Writes the changes of the section's document to its file at once, whoever is the saver; a document's own handle,
- *  which the saver is told, stands for it as well. 1 when the file is up to date; 0 when it could not be written, and
- *  for neither. */
+/** Writes the changes of the section's document to its file at once, whether or not there is a saver. Also takes the
+ *  handle of a document. Returns 1 when the file is up to date; 0 when it could not be written, and for any other
+ *  handle. */
 QOR_API BOOL regSaveRegistryDocument(HREGISTRY hRegistry);
-/** Makes the calling thread the saver, in the place of any other: from now on a flush posts it message 0x9001 with a
- *  document's handle in wParam, for which it saves that document. One that does not is asked 16 times at most;
- *  then flushing threads save themselves. Saves what its predecessor was asked and has not done. Returns 1.
+/** Makes the calling thread the saver, instead of any earlier one. From now on a flush posts it message 0x9001 with
+ *  the handle of a document in wParam, and the thread answers by saving that document (registrySaveDocument()). A
+ *  saver that leaves 16 such requests for a document unanswered is sent no more; flushing threads then write the file
+ *  themselves. Also saves what an earlier saver was asked for and has not saved. Returns 1.
  *  Fatal: the thread is not registered. */
 QOR_API BOOL registryRegistSaver(void);
-/** Takes that back, and saves what was asked meanwhile; 0 when the calling thread is not the saver. A saver that dies
- *  is forgotten: flushing threads then save themselves. */
+/** Ends that, and saves what was asked for meanwhile. Returns 0 when the calling thread is not the saver. A saver
+ *  that dies is forgotten: flushing threads then write files themselves. */
 QOR_API BOOL registryUnregistSaver(void);
-/** What the saver does: regSaveRegistryDocument() of a document's handle; 0 for any other. */
+/** What the saver calls: regSaveRegistryDocument() for the handle of a document; 0 for any other handle. */
 QOR_API BOOL registrySaveDocument(HREGISTRY hDocument);
 
-/** Has the calling thread told of changes of a section: each flush of a change posts it message 0x9001 with the
- *  section's handle in lParam. Called twice, it is told twice. A thread that does not read its messages is told only
- *  once of a section while less than a quarter of the share segment's pool is free. 0 for no section. */
+/** Subscribes the calling thread to changes of a section: each flush of a change posts it message 0x9001 with the
+ *  section's handle in lParam. A thread that subscribes twice is notified twice. While less than a quarter of the
+ *  share segment's pool is free, a thread that has an unread notification of the section gets no other. 0 for no
+ *  section. */
 QOR_API BOOL regMonitorSection(HREGISTRY hRegistry);
-/** Ends that, however often it was called. 0 for no section. */
+/** Ends all subscriptions of the calling thread to the section. 0 for no section. */
 QOR_API BOOL regUnmonitorSection(HREGISTRY hRegistry);
-/** The handle of an object of the registry; 0 for null and anything else. */
+/** The handle of an object in the registry's segment; 0 for null and any other address. */
 QOR_API HREGISTRY regSection2HANDLE(void* pSection);
-/** The section of a handle, in this process's mapping; null for any other. */
+/** The address of a section in this process's mapping; null for any other handle. */
 QOR_API void* regHANDLE2Section(HREGISTRY hRegistry);
 
-/** registryGetString() of registryOpen(). */
+/** registryOpen() and registryGetString(). */
 QOR_API BOOL qorGetRegistryString(const char* lpszFileName, const char* lpszSectionName, const char* lpszKey,
                                   char* lpszBuffer, const char* lpszDefault);
-/** registryGetInt() of registryOpen(). */
+/** registryOpen() and registryGetInt(). */
 QOR_API int qorGetRegistryInt(const char* lpszFileName, const char* lpszSectionName, const char* lpszKey, int nDefault);
-/** registryGetFloat() of registryOpen(). */
+/** registryOpen() and registryGetFloat(). */
 QOR_API double qorGetRegistryFloat(const char* lpszFileName, const char* lpszSectionName, const char* lpszKey,
                                    double fDefault);
-/** registrySetString() of registryOpen(), and a flush; whether the value changed. */
+/** registryOpen(), registrySetString() and registryFlush(). Returns whether the value changed.
+ *  Not under nameHelperLock(). */
 QOR_API BOOL qorSetRegistryString(const char* lpszFileName, const char* lpszSectionName, const char* lpszKey,
                                   const char* lpszValue);
-/** registrySetInt() of registryOpen(), and a flush; whether the value changed. */
+/** registryOpen(), registrySetInt() and registryFlush(). Returns whether the value changed.
+ *  Not under nameHelperLock(). */
 QOR_API BOOL qorSetRegistryInt(const char* lpszFileName, const char* lpszSectionName, const char* lpszKey, int nValue);
-/** registrySetFloat() of registryOpen(), and a flush; whether the value changed. */
+/** registryOpen(), registrySetFloat() and registryFlush(). Returns whether the value changed.
+ *  Not under nameHelperLock(). */
 QOR_API BOOL qorSetRegistryFloat(const char* lpszFileName, const char* lpszSectionName, const char* lpszKey,
                                  double fValue);
 
 /** @} */
 
-/** @name Profiles: the registry for callers that know the former places of the configuration */
+/** @name Profiles: the registry for old programs
+ *  These functions know the former places of the configuration. A file name is made absolute, and
+ *  "/vantrel/config/voip/" in it becomes "/rundata/config/user/voip/". Each call except profileClose() is a warning
+ *  that names the function and its arguments. */
 /** @{ */
 
-/* A file name is made absolute; "/vantrel/config/voip/" in it becomes "/rundata/config/user/voip/". Every call but
- * profileClose() is reported as a warning that names the function and its arguments. */
-
-/** The document of an existing file; 0 when there is none, and always for "/tmp/vantrel_dhcp_options".
- *  "/vantrel/config/Setting/AdvSetting.cfg" becomes "/rundata/config/system.ini". Fatal: a null name, a relative one
- *  that makes more than 256 characters with the working directory; so it is for the two below. */
+/** The document of an existing file; 0 when there is no such file, and always for "/tmp/vantrel_dhcp_options".
+ *  "/vantrel/config/Setting/AdvSetting.cfg" becomes "/rundata/config/system.ini". Fatal, here and in the two
+ *  functions by file name below: a null name; a relative one that has more than 256 characters together with the
+ *  working directory. */
 QOR_API HINIFILE profileOpen(const char* lpszFileName);
 /** Does nothing: documents stay in the registry. */
 QOR_API void profileClose(HINIFILE hIniFile);
-/** registryGetString() of a section of the document, which is made when it is missing; 0, and nothing copied, for no
- *  document. */
+/** registryGetString() for a section of the document, which is created when it is missing. Returns 0, and copies
+ *  nothing, for no document. */
 QOR_API BOOL profileGetString(HINIFILE hIniFile, const char* lpszSection, const char* lpszKey, char* lpszBuffer,
                               const char* lpszDefault);
-/** registryGetStringN() of a section of the document, which is made when it is missing; the default for no document. */
+/** registryGetStringN() for a section of the document, which is created when it is missing; the default for no
+ *  document. */
 QOR_API int profileGetStringN(HINIFILE hIniFile, const char* lpszSection, const char* lpszKey, char* lpszBuffer,
                               int nSize, const char* lpszDefault);
-/** registryGetInt() of a section of the document, which is made when it is missing; 0 for no document. The key
+/** registryGetInt() for a section of the document, which is created when it is missing; 0 for no document. The key
  *  "UseOutBoundInDialog" becomes "bUseOutBoundInDialog" of section "sipServerOptions". */
 QOR_API int profileGetInt(HINIFILE hIniFile, const char* lpszSection, const char* lpszKey, int nDefault);
-/** qorGetRegistryString() of an existing file; 0, and nothing copied, when there is none. Fatal: a null file name. */
+/** qorGetRegistryString() for an existing file; 0, and nothing is copied, when there is no such file. */
 QOR_API BOOL qorGetProfileString(const char* lpszFileName, const char* lpszSection, const char* lpszKey,
                                  char* lpszBuffer, const char* lpszDefault);
-/** qorGetRegistryInt() of an existing file; the default when there is none. Section "NGN" stands for "bUse23AsPound" of
- *  "sipServerOptions" in "/rundata/config/system.ini", section "Call Type" for "eCallMode" of "CallOption" in
- *  "/rundata/config/user/user.ini", whatever file and key are named. Fatal: a null file name, but for these. */
+/** qorGetRegistryInt() for an existing file; the default when there is no such file. Two sections are redirected,
+ *  whatever file and key are given, also null: "NGN" to key "bUse23AsPound" of section "sipServerOptions" in
+ *  "/rundata/config/system.ini", and "Call Type" to key "eCallMode" of section "CallOption" in
+ *  "/rundata/config/user/user.ini". */
 QOR_API int qorGetProfileInt(const char* lpszFileName, const char* lpszSection, const char* lpszKey, int nDefault);
 
 /** @} */
@@ -319,9 +364,8 @@ QOR_API int qorGetProfileInt(const char* lpszFileName, const char* lpszSection, 
 /** @name Time */
 /** @{ */
 
-/** Milliseconds since boot, the same in every process of the device. Two readings may be subtracted; the value never
- *  turns negative. Takes and releases the lock of the named blocks, so the caller does not hold that
- * (nameHelperLock()). */
+/** Milliseconds since boot, the same in every process of the device. Differences of two readings are durations; the
+ *  value is never negative. Takes the lock of the named blocks. Not under nameHelperLock(). */
 QOR_API uint64_t qorGetTickCount(void);
 
 /** @} */
@@ -329,17 +373,18 @@ QOR_API uint64_t qorGetTickCount(void);
 /** @name Trace */
 /** @{ */
 
-/** The tag at the begin of this process's trace lines, "TRC" unless the application replaces it before it traces; null
- *  prints nothing in its place. The text stays the application's and has to last as long as lines are traced. */
+/** The tag at the start of each trace line of this process. It is "TRC" unless the application sets another text
+ *  before it traces; null prints no tag. The application owns the text, which must stay valid as long as lines are
+ *  traced. */
 extern QOR_API const char* szTraceAuthor;
-/** Traces a formatted line at level 2. Fatal: a null format. */
+/** Traces a formatted line at level 2. Fatal: a null format. Not under nameHelperLock(). */
 QOR_API void tracePrintf(const char* lpszFormat, ...) __attribute__((format(printf, 1, 2)));
-/** tracePrintf() with an argument list. */
+/** tracePrintf() with an argument list. Not under nameHelperLock(). */
 QOR_API void tracePrintfV(const char* lpszFormat, va_list args);
 
 /** @} */
 
-/** @name Data */
+/** @name Version and constants */
 /** @{ */
 
 /** The version text of the library, "2.0.4.7". */
