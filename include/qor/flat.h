@@ -44,7 +44,9 @@
 extern "C" {
 #endif
 
+/** A truth value: 1 or 0. */
 typedef int BOOL;
+/** An unsigned number of 32 bits. */
 typedef unsigned int UINT;
 
 /** A registered thread of any process: the offset of its queue in the share segment, 0 for none. */
