@@ -226,7 +226,7 @@ regDocument* regSection::GetHostDocument() const {
 regDocument::regDocument() {
     storeShareWord(m_nChagedCount, 0);
     storeShareWord(m_bChanged, 0);
-    storeShareWord(m_uSaves, 0u);
+    storeShareWord(m_uSaveGeneration, 0u);
     storeShareWord(m_nSaveAsked, 0);
 }
 
@@ -443,7 +443,7 @@ static_assert(offsetof(regSection, m_lstKey) == 0 && offsetof(regSection, m_strN
               "shared layout");
 static_assert(offsetof(regDocument, m_lstSection) == 0 && offsetof(regDocument, m_strFileName) == 16 &&
                   offsetof(regDocument, m_nChagedCount) == 24 && offsetof(regDocument, m_bChanged) == 28 &&
-                  offsetof(regDocument, m_uSaves) == 32 && offsetof(regDocument, m_nSaveAsked) == 36,
+                  offsetof(regDocument, m_uSaveGeneration) == 32 && offsetof(regDocument, m_nSaveAsked) == 36,
               "shared layout");
 static_assert(offsetof(regDocumentManager, m_objPool) == 8 && offsetof(regDocumentManager, m_lstDocument) == 24 &&
                   offsetof(regDocumentManager, m_idSaverTask) == 40 && offsetof(regDocumentManager, m_arrPool) == 0x2C,

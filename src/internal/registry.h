@@ -40,6 +40,14 @@ public:
 // cannot be read, and must be taken neither for empty nor for what another process may find.
 bool readDocument(QOR_FileHelper::iniFile& file, const char* lpszFileName);
 
+// ---- the saver
+
+// Makes a task the saver, and saves what its predecessor was asked to and has not done.
+void appointSaver(int idTask);
+
+// Makes the task the saver no longer, and saves what it was asked to and has not done. False: it was not the saver.
+bool dismissSaver(int idTask);
+
 // ---- arguments
 
 inline const char* textOf(const char* lpszText) { return lpszText != NULL ? lpszText : ""; }

@@ -9,6 +9,7 @@
 #include "internal/registry.h"
 #include "internal/report.h"
 #include "qor/MiscHelper.h"
+#include "qor/MsgQueueHelper/ShareHelper.h"
 #include "qor/flat.h"
 
 using namespace QOR_RegistryHelper;
@@ -20,6 +21,19 @@ namespace {
 uintptr_t numberOf(HREGISTRY hRegistry) { return reinterpret_cast<uintptr_t>(hRegistry); }
 
 HREGISTRY handleOf(const void* pObject) { return reinterpret_cast<HREGISTRY>(registry().GetHandle(pObject)); }
+
+// The document of the section of a handle, or null.
+regDocument* hostDocument(HREGISTRY hRegistry) {
+    registryLock lock;
+    const regSection* pSection = registry().GetSection(numberOf(hRegistry));
+    return pSection != NULL ? pSection->GetHostDocument() : NULL;
+}
+
+// The document of a handle of its own, or null.
+regDocument* documentOf(HREGISTRY hDocument) {
+    registryLock lock;
+    return registry().GetDocument(numberOf(hDocument));
+}
 
 // A name as the registry takes it, without a warning of what is cut.
 constText trimmedText(const char* lpszText) {
@@ -122,6 +136,31 @@ BOOL registrySetInt(HREGISTRY hRegistry, const char* lpszKey, int nValue) {
 BOOL registrySetFloat(HREGISTRY hRegistry, const char* lpszKey, double fValue) {
     return registrySetString(hRegistry, lpszKey, QOR_StringHelper::toString(fValue));
 }
+
+// ---- flushing and saving
+
+BOOL registryFlush(HREGISTRY hRegistry) {
+    regDocument* pDocument = hostDocument(hRegistry);
+    return pDocument != NULL ? registryFlush(pDocument) : 0;
+}
+
+BOOL regSaveRegistryDocument(HREGISTRY hRegistry) {
+    regDocument* pDocument = hostDocument(hRegistry);
+    return pDocument != NULL ? regSaveRegistryDocument(pDocument) : registrySaveDocument(hRegistry);
+}
+
+BOOL registrySaveDocument(HREGISTRY hDocument) { return regSaveRegistryDocument(documentOf(hDocument)); }
+
+BOOL registryRegistSaver(void) {
+    const QOR_MsgQueueHelper::chThreadLocal* pLocalThread =
+        QOR_MsgQueueHelper::uCSystemShareHelpergetGlobalObject()->GetProcessLocal().GetCurrentThreadObject();
+    if (!QOR_ASSERT(pLocalThread != NULL))
+        return 0;
+    appointSaver(pLocalThread->getTaskId());
+    return 1;
+}
+
+BOOL registryUnregistSaver(void) { return dismissSaver(qorGetCurrentTaskId()); }
 
 // ---- monitors
 

@@ -276,7 +276,7 @@ TEST_F(RegistryLayout, TheFieldsOfItsRecordsHaveTheirPlaces) {
     EXPECT_EQ(40, offsetOf(&m_pRoot->m_idSaverTask));
     EXPECT_EQ(44, offsetOf(m_pRoot->m_arrPool));
     EXPECT_EQ(1001, regDocumentManager::segmentType);
-    EXPECT_EQ(offsetOf(pDocument) + 32, offsetOf(&pDocument->m_uSaves));
+    EXPECT_EQ(offsetOf(pDocument) + 32, offsetOf(&pDocument->m_uSaveGeneration));
     EXPECT_EQ(offsetOf(pDocument) + 36, offsetOf(&pDocument->m_nSaveAsked));
     EXPECT_EQ(offsetOf(pSection) + 48, offsetOf(&pSection->m_pHostDocument));
     EXPECT_EQ(offsetOf(pSection) + 52, offsetOf(&pSection->m_uNameHash));

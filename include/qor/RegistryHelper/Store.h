@@ -222,7 +222,7 @@ public:
     QOR_StringHelper::chShareStringA m_strFileName;  ///< the file; empty while the document is being made
     int32_t m_nChagedCount;                          ///< changes not yet in the file, of all sections
     int32_t m_bChanged;                              ///< 1 while a section may have its flag set
-    uint32_t m_uSaves;                               ///< how often a write of the file was begun
+    uint32_t m_uSaveGeneration;                      ///< how often a write of the file was begun
     int32_t m_nSaveAsked;                            ///< requests to the saver that it has not yet met
 
 private:

@@ -1,0 +1,73 @@
+// Flushing a document: its monitors are told what has changed, then its file is written, by the saver or by the thread
+// that flushes.
+//
+// What is to be told is collected under the registry's lock; messages are posted under no lock.
+#include <vector>
+
+#include "QORRegistry/saver.h"
+#include "internal/message.h"
+#include "internal/report.h"
+
+using namespace QOR_ChainHelper;
+using namespace QOR_MsgQueueHelper;
+using namespace QOR_RegistryHelper;
+
+namespace {
+
+struct notification {
+    uintptr_t uSection;
+    msgEntryPair entry;
+};
+
+// One notification for each monitor of each changed section. Afterwards no section is marked as changed.
+std::vector<notification> takeNotifications(const registryLock&, regDocument& document) {
+    std::vector<notification> listNotification;
+    if (loadShareWord(document.m_bChanged) == 0)
+        return listNotification;
+    document.m_lstSection.ForEach([&](regSection& section) {
+        if (loadShareWord(section.m_bChanged) == 0)
+            return;
+        const uintptr_t uSection = registry().GetHandle(&section);
+        section.m_lstMonitor.ForEach([&](const msgEntryPair& entry) { listNotification.push_back({uSection, entry}); });
+        storeShareWord(section.m_bChanged, 0);
+    });
+    storeShareWord(document.m_bChanged, 0);
+    return listNotification;
+}
+
+void postNotifications(const std::vector<notification>& listNotification) {
+    std::vector<msgProxy> listProxy;
+    for (const notification& told : listNotification)
+        listProxy.push_back({TM_REGISTRY_CHANGE, told.entry.m_uProcesser, told.entry.m_objMethod});
+    std::vector<batchPost> listPost;
+    for (size_t i = 0; i < listNotification.size(); ++i) {
+        const msgDraft draft = makeDraft(TM_MESSAGE_PROXY, 0, static_cast<int>(listNotification[i].uSection),
+                                         sizeof(msgProxy), &listProxy[i], false);
+        listPost.push_back({listNotification[i].entry.m_idTask, NULL, draft, true});
+    }
+    postBatch(listPost);
+}
+
+}  // namespace
+
+BOOL registryFlush(regDocument* pDocument) {
+    if (!QOR_ASSERT(pDocument != NULL))
+        return 0;
+    if (loadShareWord(pDocument->m_nChagedCount) < 1 && loadShareWord(pDocument->m_bChanged) == 0)
+        return 1;
+    std::vector<notification> listNotification;
+    int idSaver = 0;
+    bool bSave = false;
+    {
+        const registryLock hold;
+        listNotification = takeNotifications(hold, *pDocument);
+        bSave = loadShareWord(pDocument->m_nChagedCount) >= 1;
+        if (bSave)
+            idSaver = reserveSaver(hold, *pDocument);
+    }
+    postNotifications(listNotification);
+    // Not regSaveRegistryDocument(): a saver that flushes has not answered its requests by that.
+    if (bSave && !askSaver(idSaver, *pDocument))
+        saveDocument(*pDocument);
+    return 1;
+}
