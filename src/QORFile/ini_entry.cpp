@@ -1,9 +1,11 @@
-// The entries of INI documents: their memory, and keys.
+// The entries of INI documents: comments, keys and sections.
 #include <string.h>
 
+#include "QORFile/ini_index.h"
 #include "internal/byte_string.h"
 #include "internal/ini_text.h"
 #include "internal/report.h"
+#include "qor/FileHelper/File.h"
 #include "qor/FileHelper/Ini.h"
 
 using QOR_AllocHelper::denseAlloc;
@@ -33,12 +35,27 @@ bool isWritableName(iniLineType eType, const phraseConstTextA& name) {
     }
 }
 
+// Writes up to four texts, together if they are short: a call of the stream costs more than a copy.
+BOOL writeLine(chFileStdio& file, const constText& text1, const constText& text2, const constText& text3,
+               const constText& text4) {
+    char szLine[256];
+    char* lpszTo = szLine;
+    for (const constText* pText : {&text1, &text2, &text3, &text4}) {
+        if (pText->GetLength() > szLine + sizeof(szLine) - lpszTo)
+            return file.WriteString(text1) && file.WriteString(text2) && file.WriteString(text3) &&
+                   file.WriteString(text4);
+        memcpy(lpszTo, *pText, static_cast<size_t>(pText->GetLength()));
+        lpszTo += pText->GetLength();
+    }
+    return file.Write(szLine, 1, static_cast<UINT>(lpszTo - szLine));
+}
+
 }  // namespace
+
+// ---- any entry
 
 iniObject::iniObject(iniLineType eType, const phraseConstTextA& name)
     : m_eType(eType), m_bWritable(isWritableName(eType, name)), m_strKey(name) {}
-
-// ---- memory
 
 void* iniObject::operator new(size_t nSize) { return ::operator new(nSize); }
 
@@ -50,6 +67,18 @@ void iniObject::operator delete(void* p) {
     else
         ::operator delete(p);
 }
+
+// ---- comments
+
+iniComment::iniComment(const char* lpszText, int nLength) : iniObject(iniLineComment, phraseConstTextA()) {
+    if (lpszText != NULL && nLength < 0)
+        nLength = QOR_StringHelper::chStrlen(lpszText);
+    // A string is copied up to its first NUL only, and the line is to be kept with whatever it holds.
+    if (lpszText != NULL)
+        fillString(m_strText, lpszText, nLength);
+}
+
+BOOL iniComment::exportObject(chFileStdio& file) { return file.WriteString(m_strText); }
 
 // ---- keys
 
@@ -71,6 +100,25 @@ BOOL iniKey::SetValue(const phraseConstTextA& text) {
         return bWasFresh;
     m_strValue = text;
     return 1;
+}
+
+BOOL iniKey::exportObject(chFileStdio& file) {
+    return writeLine(file, viewOf(key()), constText(" = ", 3), viewOf(m_strValue), constText("\n", 1));
+}
+
+// ---- sections
+
+iniKey* iniSection::FindKey(const phraseConstTextA& name) const {
+    return static_cast<iniKey*>(FindObject(iniLineKey, name));
+}
+
+iniKey* iniSection::GetKey(const phraseConstTextA& name) {
+    return iniIndex::get<iniKey>(*this, iniLineKey, name, iniIndex::hashOf(iniLineKey, name),
+                                 [&name]() { return new iniKey(name); });
+}
+
+BOOL iniSection::exportObject(chFileStdio& file) {
+    return writeLine(file, constText("[ ", 2), viewOf(key()), constText(" ]\n", 3), constText()) && ExportToFile(file);
 }
 
 }  // namespace QOR_FileHelper

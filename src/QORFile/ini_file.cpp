@@ -1,4 +1,4 @@
-// INI files: telling lines, loading, saving.
+// INI files: parsing lines, loading, saving.
 #include "qor/FileHelper/File.h"
 #include "qor/FileHelper/Ini.h"
 #include "qor/StringHelper/Token.h"
@@ -8,9 +8,9 @@
 
 #include <algorithm>
 
+#include "QORFile/ini_index.h"
 #include "internal/byte_string.h"
 #include "internal/dense_alloc.h"
-#include "internal/ini_text.h"
 #include "internal/report.h"
 #include "internal/safe_save.h"
 
@@ -18,79 +18,6 @@ using namespace QOR_StringHelper;
 using QOR_AllocHelper::denseAlloc;
 
 namespace QOR_FileHelper {
-
-namespace {
-
-// Whether what an entry writes ends without a line feed: the last line of a file, if it is a comment.
-bool endsOpen(iniObject* pObject) {
-    if (pObject->type() == iniLineSection) {
-        iniSection* pSection = static_cast<iniSection*>(pObject);
-        return !pSection->empty() && endsOpen(*pSection->tail());
-    }
-    if (pObject->type() != iniLineComment)
-        return false;
-    const chReferenceStringT<char>& strText = static_cast<iniComment*>(pObject)->text();
-    const int nLength = strText.GetLength();
-    return nLength > 0 && static_cast<const char*>(strText)[nLength - 1] != '\n';
-}
-
-void warnUnwritable(const iniObject& object) {
-    const constText name = viewOf(object.key());
-    const char* lpszWhy = object.type() == iniLineSection ? whyNoSectionName(name) : whyNoKeyName(name);
-    QOR_WARN_TEXT(false, refusal(constText(), name, lpszWhy).c_str());
-}
-
-// Writes up to four texts, together if they are short: a call of the stream costs more than a copy.
-BOOL writeLine(chFileStdio& file, const constText& text1, const constText& text2, const constText& text3,
-               const constText& text4) {
-    char szLine[256];
-    char* lpszTo = szLine;
-    for (const constText* pText : {&text1, &text2, &text3, &text4}) {
-        if (pText->GetLength() > szLine + sizeof(szLine) - lpszTo)
-            return file.WriteString(text1) && file.WriteString(text2) && file.WriteString(text3) &&
-                   file.WriteString(text4);
-        memcpy(lpszTo, *pText, static_cast<size_t>(pText->GetLength()));
-        lpszTo += pText->GetLength();
-    }
-    return file.Write(szLine, 1, static_cast<UINT>(lpszTo - szLine));
-}
-
-}  // namespace
-
-// ---- writing
-
-iniComment::iniComment(const char* lpszText, int nLength) : iniObject(iniLineComment, phraseConstTextA()) {
-    if (lpszText != NULL && nLength < 0)
-        nLength = chStrlen(lpszText);
-    // A string is copied up to its first NUL only, and the line is to be kept with whatever it holds.
-    if (lpszText != NULL)
-        fillString(m_strText, lpszText, nLength);
-}
-
-BOOL iniComment::exportObject(chFileStdio& file) { return file.WriteString(m_strText); }
-
-BOOL iniKey::exportObject(chFileStdio& file) {
-    return writeLine(file, viewOf(key()), constText(" = ", 3), viewOf(m_strValue), constText("\n", 1));
-}
-
-BOOL iniSection::exportObject(chFileStdio& file) {
-    return writeLine(file, constText("[ ", 2), viewOf(key()), constText(" ]\n", 3), constText()) && ExportToFile(file);
-}
-
-BOOL iniObjList::ExportToFile(chFileStdio& file) const {
-    bool bOpenLine = false;
-    for (iterator it = begin(); it != end(); ++it) {
-        iniObject* pObject = *it;
-        if (!pObject->m_bWritable) {
-            warnUnwritable(*pObject);
-            continue;
-        }
-        if ((bOpenLine && !file.WriteString("\n")) || !pObject->exportObject(file))
-            return 0;
-        bOpenLine = endsOpen(pObject);
-    }
-    return 1;
-}
 
 // ---- reading
 
@@ -183,8 +110,8 @@ private:
 
     // Most often the list is the one in which the line will be looked up; otherwise what is fetched is not needed.
     static void prepareLookUp(const iniObjList& list, line& vLine) {
-        vLine.uHash = iniObjList::hashOf(vLine.eType, vLine.name);
-        __builtin_prefetch(list.placeOfHash(vLine.uHash));
+        vLine.uHash = iniIndex::hashOf(vLine.eType, vLine.name);
+        iniIndex::prefetch(list, vLine.uHash);
     }
 
     void takeLine(const line& vLine) {
@@ -224,7 +151,7 @@ private:
 
     template <class Entry>
     Entry* getEntry(iniObjList& list, const line& vLine) {
-        return list.getHashed<Entry>(vLine.eType, vLine.name, vLine.uHash, [this, &vLine]() {
+        return iniIndex::get<Entry>(list, vLine.eType, vLine.name, vLine.uHash, [this, &vLine]() {
             Entry* const pEntry = make<Entry>(phraseConstTextA());
             fillString(pEntry->m_strKey, m_memory, vLine.name, vLine.name.GetLength());
             return pEntry;

@@ -538,68 +538,29 @@ TEST(IniDocument, FloatsAreScannedOrTheDefault) {
 
 // ---- the index of a list
 
-struct openList : iniObjList {
-    using iniObjList::appendHashed;
-    using iniObjList::findHashed;
-    using iniObjList::findNode;
-    using iniObjList::getHashed;
-    using iniObjList::hashOf;
-    using iniObjList::placeOfHash;
-};
-
-TEST(IniIndex, AHashIsThatOfTypeAndNameWithoutCase) {
-    openList list;
-    const uint32_t uHash = list.hashOf(iniLineKey, "name");
-    EXPECT_NE(0u, uHash);
-    EXPECT_EQ(uHash, list.hashOf(iniLineKey, "NAME"));
-    EXPECT_NE(uHash, list.hashOf(iniLineSection, "name"));
-    EXPECT_NE(uHash, list.hashOf(iniLineKey, "nam"));
-    EXPECT_NE(uHash, list.hashOf(iniLineKey, "eman"));
-}
-
-TEST(IniIndex, AnElementHasNoHashBeforeItsObjectAndThenKeepsIt) {
-    openList list;
-    iniNode* const pNode = list.BorrowNode();
-    EXPECT_EQ(nullptr, pNode->m_value);
-    EXPECT_EQ(0u, pNode->m_uHash);
-    EXPECT_EQ(0u, list.hashOf(pNode));
-    iniKey key("name");
-    pNode->m_value = &key;
-    EXPECT_EQ(list.hashOf(iniLineKey, "Name"), list.hashOf(pNode));
-    EXPECT_EQ(pNode->m_uHash, list.hashOf(pNode));
-    list.ReturnNode(pNode);
-}
-
 // A list of that many keys, "k0" and so on.
 void fill(iniObjList& list, int nCount) {
     for (int i = 0; i < nCount; ++i)
         list.push_back(new iniKey(("k" + std::to_string(i)).c_str()));
 }
 
-TEST(IniIndex, WhatIsInsertedWaitsForTheNextLookUp) {
-    openList list;
+TEST(IniIndex, WhatIsInsertedAfterALookUpIsFoundByTheNext) {
+    iniObjList list;
     fill(list, 100);
-    iniNode* const pNode = (list.begin() + 50).m_pThisNode;
-    EXPECT_EQ(-1, pNode->m_iWaiting);
-    EXPECT_EQ(nullptr, list.placeOfHash(1));
-    EXPECT_EQ(nullptr, list.FindObject(iniLineKey, "none"));
-    EXPECT_NE(nullptr, list.placeOfHash(1));
-    EXPECT_EQ(-1, pNode->m_iWaiting);
-    fill(list, 3);
-    EXPECT_EQ(0, (list.begin() + 100).m_pThisNode->m_iWaiting);
-    EXPECT_EQ(2, list.tail().m_pThisNode->m_iWaiting);
-    list.list_erase_object(*(list.begin() + 100));
-    EXPECT_EQ(0, list.tail().m_pThisNode->m_iWaiting);
-    list.push_back(new iniComment("; c\n"));
-    list.FindObject(iniLineKey, "none");
-    for (iniObjList::iterator it = list.begin(); it != list.end(); ++it)
-        EXPECT_EQ(-1, it.m_pThisNode->m_iWaiting);
+    EXPECT_EQ(nullptr, list.FindObject(iniLineKey, "new"));
+    iniKey* const pErased = new iniKey("erased before any look-up");
+    list.push_back(pErased);
+    list.push_front(new iniKey("new"));
+    list.push_back(new iniComment("; new\n"));
+    list.list_erase_object(pErased);
+    EXPECT_EQ(list.front(), list.FindObject(iniLineKey, "NEW"));
+    EXPECT_EQ(nullptr, list.FindObject(iniLineKey, "erased before any look-up"));
     list.ClearObjList();
-    EXPECT_EQ(nullptr, list.placeOfHash(1));
+    EXPECT_EQ(nullptr, list.FindObject(iniLineKey, "new"));
 }
 
 TEST(IniIndex, ErasingLeavesTheOthersToBeFound) {
-    openList list;
+    iniObjList list;
     const int nCount = 5000;
     fill(list, nCount);
     std::vector<int> listErase(nCount);
@@ -621,49 +582,15 @@ TEST(IniIndex, ErasingLeavesTheOthersToBeFound) {
             << i;
 }
 
-TEST(IniIndex, AShortListIsWalkedAndALongOneLookedUp) {
-    openList list;
-    iniNode* pFound = NULL;
-    list.push_back(new iniKey("k0"));
-    EXPECT_FALSE(list.findNode(iniLineKey, "k0", list.hashOf(iniLineKey, "k0"), pFound));
-    for (int i = 1; i < 1000; ++i)
-        list.push_back(new iniKey(("k" + std::to_string(i)).c_str()));
-    for (const char* lpszName : {"k0", "K500", "k999"}) {
-        ASSERT_TRUE(list.findNode(iniLineKey, lpszName, list.hashOf(iniLineKey, lpszName), pFound)) << lpszName;
-        ASSERT_NE(nullptr, pFound);
-        EXPECT_STRCASEEQ(lpszName, pFound->m_value->key());
-    }
-    EXPECT_TRUE(list.findNode(iniLineKey, "none", list.hashOf(iniLineKey, "none"), pFound));
-    EXPECT_EQ(nullptr, pFound);
-    list.push_back(new iniKey("k7"));  // two of one name: only the order tells which is the first
-    EXPECT_FALSE(list.findNode(iniLineKey, "k7", list.hashOf(iniLineKey, "k7"), pFound));
-}
-
-TEST(IniIndex, ANameIsLookedUpAndAppendedByItsHash) {
-    openList list;
-    const uint32_t uHash = list.hashOf(iniLineKey, "new");
-    EXPECT_EQ(list.end(), list.findHashed(iniLineKey, "new", uHash));
-    iniKey* const pKey = new iniKey("new");
-    list.appendHashed(pKey, "new", uHash);
-    EXPECT_EQ(uHash, list.begin().m_pThisNode->m_uHash);
-    EXPECT_EQ(list.begin(), list.findHashed(iniLineKey, "NEW", uHash));
-    EXPECT_EQ(pKey, list.FindObject(iniLineKey, "new"));
-}
-
 TEST(IniIndex, AnEntryIsMadeOnlyWhenThereIsNoneOfItsName) {
-    openList list;
-    int nMade = 0;
-    const auto get = [&](const char* lpszName) {
-        return list.getHashed<iniKey>(iniLineKey, lpszName, list.hashOf(iniLineKey, lpszName), [&]() {
-            ++nMade;
-            return new iniKey(lpszName);
-        });
-    };
-    iniKey* const pKey = get("name");
-    EXPECT_EQ(pKey, get("NAME"));
-    EXPECT_NE(pKey, get("other"));
-    EXPECT_EQ(2, nMade);
-    EXPECT_EQ(2, list.size());
+    for (const int nCount : {0, 1000}) {
+        iniSection section("s");
+        fill(section, nCount);
+        iniKey* const pKey = section.GetKey("name");
+        EXPECT_EQ(pKey, section.GetKey("NAME"));
+        EXPECT_NE(pKey, section.GetKey("other"));
+        EXPECT_EQ(nCount + 2, section.size());
+    }
 }
 
 }  // namespace

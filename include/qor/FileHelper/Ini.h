@@ -43,8 +43,8 @@
 namespace QOR_FileHelper {
 
 class chFileStdio;
+class iniIndex;
 class iniLoader;
-class iniNodeTable;
 
 /// What a line is.
 enum iniLineType {
@@ -135,45 +135,33 @@ private:
     BOOL m_bFresh;
 };
 
-/// An element of a list of entries, with what the list's index keeps of it.
-struct iniNode : QOR_ListHelper::list_node_pointer<iniObject*> {
-    uint32_t m_uHash = 0;     ///< of type and name; 0: not yet known
-    int32_t m_iWaiting = -1;  ///< its place among those that the index has yet to take in; -1: it is none of them
-};
-
-/// The elements of a list of entries, their hashes and, for a long list, an index over them. An element gets its hash
-/// and enters the index at the first look-up after it was made, and leaves the index when it is erased, by whatever
-/// operation.
-class QOR_API iniNodeIndex : public QOR_ListHelper::chAlloc_Node_dynamic<iniNode, 16> {
+/// The nodes of a list of entries. What makes look-ups by name fast is kept with them and private; it follows every
+/// operation of the list.
+class QOR_API iniNodeAlloc : public QOR_AllocHelper::baseDynamicNodeAlloc {
 public:
-    iniNodeIndex() : m_pTable(NULL) {}
-    /// Frees the index.
-    ~iniNodeIndex() { dropIndex(); }
-    /// A new element without an object.
-    iniNode* BorrowNode();
-    /// Destroys an element.
-    void ReturnNode(iniNode* pNode);
+    typedef QOR_ListHelper::list_node_pointer<iniObject*> node_type;  ///< the node's type
 
-protected:
-    /// The hash of a type and name, never 0. It differs from process to process.
-    static uint32_t hashOf(iniLineType eType, const QOR_StringHelper::chConstTextT<char>& name);
-    /// The hash of an element; 0 while it has no object.
-    static uint32_t hashOf(iniNode* pNode);
+    /// No nodes yet.
+    iniNodeAlloc() : m_pIndex(NULL) {}
+    /// Frees all nodes. Fatal: a node is still out.
+    ~iniNodeAlloc() { dropIndex(); }
+    /// A new node without an object. Null: there is no memory.
+    node_type* BorrowNode();
+    /// Destroys a node.
+    void ReturnNode(node_type* pNode);
 
 private:
+    friend class iniIndex;
     friend class iniObjList;
 
-    // Frees the index, until the next look-up in a long list.
-    void dropIndex();
-    // Takes in what was inserted since the last look-up; whether there is memory for it.
-    bool indexWaiting();
+    void dropIndex() const;
 
-    iniNodeTable* m_pTable;  // the index, or null
+    mutable iniIndex* m_pIndex;  // null: none yet
 };
 
 /// A list of entries that it owns. The list operations themselves insert and erase pointers only: whoever erases an
 /// element with them deletes its object. An element's object is not exchanged in place.
-class QOR_API iniObjList : public QOR_ListHelper::chMeth_List<iniNodeIndex> {
+class QOR_API iniObjList : public QOR_ListHelper::chMeth_List<iniNodeAlloc> {
 public:
     iniObjList() {}
     /// ClearObjList().
@@ -190,33 +178,6 @@ public:
     BOOL list_erase_object(iniObject* pObject);
     /// The first entry of a type and name, or null.
     iniObject* FindObject(iniLineType eType, const phraseConstTextA& name) const;
-
-protected:
-    /// Looks an element up in the index, by its hash too. False: it cannot say, walk the list; true: pFound is the only
-    /// one, or null.
-    bool findNode(iniLineType eType, const phraseConstTextA& name, uint32_t uHash, iniNode*& pFound);
-    /// The place of the first entry of a type and name, whose hash is known, or end().
-    iterator findHashed(iniLineType eType, const phraseConstTextA& name, uint32_t uHash) const;
-    /// Appends an entry that was made for a name whose hash is known.
-    void appendHashed(iniObject* pObject, const phraseConstTextA& name, uint32_t uHash);
-    /// The first entry of a type and name, whose hash is known; when there is none, fnMake() makes it, and it is
-    /// appended.
-    template <class Entry, class Make>
-    Entry* getHashed(iniLineType eType, const phraseConstTextA& name, uint32_t uHash, Make fnMake) {
-        const iterator it = findHashed(eType, name, uHash);
-        if (it != end())
-            return static_cast<Entry*>(*it);
-        Entry* pEntry = fnMake();
-        appendHashed(pEntry, name, uHash);
-        return pEntry;
-    }
-    /// What a look-up by that hash reads first, if there is an index.
-    const void* placeOfHash(uint32_t uHash) const;
-
-private:
-    friend class iniLoader;
-
-    bool makeIndex();
 };
 
 /// A section: a list of its comments, blank lines and keys.
