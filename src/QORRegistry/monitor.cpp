@@ -1,5 +1,5 @@
-// Who is told of a section's changes. All lists are changed under the registry's lock, which the callers of regSection
-// hold; chRegistryMonitor takes it.
+// Who is told of a section's changes: the monitors in a section's list, and the object that keeps its own entries of
+// several sections.
 #include <string.h>
 
 #include "internal/registry.h"
@@ -73,12 +73,23 @@ void regSection::ClearGhostTask() {
 
 // ---- chRegistryMonitor
 
+namespace {
+
+// Removes an entry while its place still holds what was added: a dead thread's entry may have been removed, and its
+// place may have become another's.
+void removeAdded(const registryLock&, regSection& section, const msgEntryPair* pEntry, const msgEntryPair& added) {
+    section.RemoveMonitorTask(
+        section.m_lstMonitor.FindObject([&](const msgEntryPair& entry) { return &entry == pEntry && entry == added; }));
+}
+
+}  // namespace
+
 msgEntryPair* chRegistryMonitor::MonitorSection(const char* lpszFileName, const char* lpszSectionName,
                                                 chMsgProcesser* pProcesser, msgMethod pMethod) {
     const int idTask = qorGetCurrentTaskId();
     const phraseConstTextA name(lpszSectionName);
-    documentLock lock(lpszFileName);
-    regSection* pSection = lock.m_pDocument != NULL ? lock.m_pDocument->GetSectionObject(name) : NULL;
+    const documentLock hold(lpszFileName);
+    regSection* pSection = hold.m_pDocument != NULL ? hold.m_pDocument->GetSectionObject(name) : NULL;
     if (pSection == NULL)
         return NULL;
     if (!QOR_ASSERT_TEXT(m_mapSession.find_key(pSection) == m_mapSession.end(),
@@ -92,29 +103,22 @@ msgEntryPair* chRegistryMonitor::MonitorSection(const char* lpszFileName, const 
     return entry.m_pEntry;
 }
 
-// Only while it is what was added: a dead thread's entry may have been removed and its place be used again.
-void chRegistryMonitor::Remove(regSection* pSection, const monitorEntry& entry) {
-    const msgEntryPair* pEntry = pSection->m_lstMonitor.FindObject(
-        [&](const msgEntryPair& other) { return &other == entry.m_pEntry && other == entry.m_objEntry; });
-    pSection->RemoveMonitorTask(pEntry);
-}
-
 void chRegistryMonitor::UnmonitorSection(const char* lpszFileName, const char* lpszSectionName) {
     const phraseConstTextA name(lpszSectionName);
-    registryLock lock;
-    const regDocument* pDocument = registry().getObject()->FindDocumentObject(lpszFileName);
+    const registryLock hold;
+    const regDocument* pDocument = hold.getObject()->FindDocumentObject(lpszFileName);
     regSection* pSection = pDocument != NULL ? pDocument->FindSectionObject(name) : NULL;
     const typeSessionMap::iterator it = m_mapSession.find_key(pSection);
     if (it == m_mapSession.end())
         return;
-    Remove(pSection, it->value);
+    removeAdded(hold, *pSection, it->value.m_pEntry, it->value.m_objEntry);
     m_mapSession.erase(it);
 }
 
 void chRegistryMonitor::UnmonitorAllSection() {
-    registryLock lock;
+    const registryLock hold;
     for (auto it = m_mapSession.begin(); it != m_mapSession.end(); ++it)
-        Remove(it->key, it->value);
+        removeAdded(hold, *it->key, it->value.m_pEntry, it->value.m_objEntry);
 }
 
 }  // namespace QOR_RegistryHelper

@@ -14,13 +14,25 @@ namespace QOR_RegistryHelper {
 
 inline uCRegistryHelper& registry() { return *uCRegistryHelpergetGlobalObject(); }
 
-// The registry's lock.
-class registryLock : public QOR_MsgQueueHelper::scopeShareLock<uCRegistryHelper> {
+// The registry's lock, held for a scope. What needs the lock takes a reference to it as an argument and reaches the
+// store through it.
+class registryLock : public QOR_BaseHelper::scopeShareLock<uCRegistryHelper> {
 public:
     registryLock() : scopeShareLock(registry()) {}
+
+    // The section or document of a handle; null unless it is that of one.
+    regSection* GetSection(uintptr_t uHandle) const { return registry().GetSection(uHandle); }
+    regDocument* GetDocument(uintptr_t uHandle) const { return registry().GetDocument(uHandle); }
 };
 
-// The registry's lock, with the document of a file; without it when there is no document.
+// The same for who may add to the store: what a process left unfinished when it died is freed first.
+class additionLock : public registryLock {
+public:
+    additionLock() { getObject()->ClearLostDocument(); }
+};
+
+// The same with the document of a file, which is loaded if need be. Null, and the lock is not held: there is no such
+// document.
 class documentLock {
 public:
     explicit documentLock(const char* lpszFileName) : m_pDocument(registry().LockDocument(lpszFileName)) {}
@@ -60,8 +72,8 @@ template <class Fn>
 bool readKey(const char* lpszReport, uintptr_t uSection, const char* lpszKey, Fn fn) {
     const phraseConstTextA name(lpszKey);
     {
-        registryLock lock;
-        const regSection* pSection = registry().GetSection(uSection);
+        const registryLock hold;
+        const regSection* pSection = hold.GetSection(uSection);
         if (pSection == NULL)
             return false;
         if (const regKey* pKey = pSection->FindKeyObject(name)) {

@@ -42,12 +42,10 @@ refString presentFile(const char* lpszFileName) {
 // The handle of a section of a document, which is made when there is none; 0 when there is no such document.
 HREGISTRY sectionOf(HINIFILE hIniFile, const char* lpszSection) {
     const phraseConstTextA name(lpszSection);
-    registryLock lock;
-    regDocument* pDocument = registry().GetDocument(reinterpret_cast<uintptr_t>(hIniFile));
-    if (pDocument == NULL)
-        return NULL;
-    registry().getObject()->ClearLostDocument();
-    return reinterpret_cast<HREGISTRY>(registry().GetHandle(pDocument->GetSectionObject(name)));
+    const additionLock hold;
+    regDocument* pDocument = hold.GetDocument(reinterpret_cast<uintptr_t>(hIniFile));
+    return pDocument != NULL ? reinterpret_cast<HREGISTRY>(registry().GetHandle(pDocument->GetSectionObject(name)))
+                             : NULL;
 }
 
 }  // namespace
@@ -62,8 +60,8 @@ HINIFILE profileOpen(const char* lpszFileName) {
     strFile.Replace("/vantrel/config/Setting/AdvSetting.cfg", systemFile);
     if (!QOR_FileHelper::hasSavedFile(strFile))
         return NULL;
-    documentLock lock(strFile);
-    return reinterpret_cast<HINIFILE>(registry().GetHandle(lock.m_pDocument));
+    const documentLock hold(strFile);
+    return reinterpret_cast<HINIFILE>(registry().GetHandle(hold.m_pDocument));
 }
 
 void profileClose(HINIFILE) {}

@@ -24,15 +24,15 @@ HREGISTRY handleOf(const void* pObject) { return reinterpret_cast<HREGISTRY>(reg
 
 // The document of the section of a handle, or null.
 regDocument* hostDocument(HREGISTRY hRegistry) {
-    registryLock lock;
-    const regSection* pSection = registry().GetSection(numberOf(hRegistry));
+    const registryLock hold;
+    const regSection* pSection = hold.GetSection(numberOf(hRegistry));
     return pSection != NULL ? pSection->GetHostDocument() : NULL;
 }
 
 // The document of a handle of its own, or null.
 regDocument* documentOf(HREGISTRY hDocument) {
-    registryLock lock;
-    return registry().GetDocument(numberOf(hDocument));
+    const registryLock hold;
+    return hold.GetDocument(numberOf(hDocument));
 }
 
 // A name as the registry takes it, without a warning of what is cut.
@@ -70,16 +70,16 @@ extern "C" {
 HREGISTRY regSection2HANDLE(void* pSection) { return handleOf(pSection); }
 
 void* regHANDLE2Section(HREGISTRY hRegistry) {
-    registryLock lock;
-    return registry().GetSection(numberOf(hRegistry));
+    const registryLock hold;
+    return hold.GetSection(numberOf(hRegistry));
 }
 
 // ---- values
 
 HREGISTRY registryOpen(const char* lpszFileName, const char* lpszSectionName) {
     const phraseConstTextA name(lpszSectionName);
-    documentLock lock(lpszFileName);
-    return lock.m_pDocument != NULL ? handleOf(lock.m_pDocument->GetSectionObject(name)) : NULL;
+    const documentLock hold(lpszFileName);
+    return hold.m_pDocument != NULL ? handleOf(hold.m_pDocument->GetSectionObject(name)) : NULL;
 }
 
 BOOL registryGetString(HREGISTRY hRegistry, const char* lpszKey, char* lpszBuffer, const char* lpszDefault) {
@@ -118,11 +118,10 @@ BOOL registrySetString(HREGISTRY hRegistry, const char* lpszKey, const char* lps
     std::string strWarning;
     BOOL bChanged = 0;
     {
-        registryLock lock;
-        regSection* pSection = registry().GetSection(numberOf(hRegistry));
+        const additionLock hold;
+        regSection* pSection = hold.GetSection(numberOf(hRegistry));
         if (pSection == NULL)
             return 0;
-        registry().getObject()->ClearLostDocument();
         bChanged = pSection->SetKeyValue(name, text, strWarning);
     }
     QOR_WARN_TEXT(strWarning.empty(), strWarning.c_str());
@@ -165,17 +164,14 @@ BOOL registryUnregistSaver(void) { return dismissSaver(qorGetCurrentTaskId()); }
 // ---- monitors
 
 BOOL regMonitorSection(HREGISTRY hRegistry) {
-    registryLock lock;
-    regSection* pSection = registry().GetSection(numberOf(hRegistry));
-    if (pSection == NULL)
-        return 0;
-    registry().getObject()->ClearLostDocument();
-    return pSection->AddMonitorTask(qorGetCurrentTaskId(), NULL, NULL) != NULL;
+    const additionLock hold;
+    regSection* pSection = hold.GetSection(numberOf(hRegistry));
+    return pSection != NULL && pSection->AddMonitorTask(qorGetCurrentTaskId(), NULL, NULL) != NULL;
 }
 
 BOOL regUnmonitorSection(HREGISTRY hRegistry) {
-    registryLock lock;
-    regSection* pSection = registry().GetSection(numberOf(hRegistry));
+    const registryLock hold;
+    regSection* pSection = hold.GetSection(numberOf(hRegistry));
     if (pSection == NULL)
         return 0;
     pSection->RemoveMonitorTask(qorGetCurrentTaskId(), NULL, NULL);

@@ -47,8 +47,6 @@ private:
     };
     typedef QOR_ListHelper::chMapList_dynamic<regSection*, monitorEntry, 16> typeSessionMap;
 
-    static void Remove(regSection* pSection, const monitorEntry& entry);
-
     typeSessionMap m_mapSession;
 };
 
