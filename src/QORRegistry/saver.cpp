@@ -7,6 +7,7 @@
 // So a saver that dies, or a full disk, costs time and no change.
 #include "QORRegistry/saver.h"
 
+#include <errno.h>
 #include <limits.h>
 
 #include <string>
@@ -138,15 +139,17 @@ void settleCounts(const registryLock&, regDocument& document, const std::vector<
     storeShareWord(document.m_nChagedCount, static_cast<int32_t>(nDocument < INT_MAX ? nDocument : INT_MAX));
 }
 
-// Reads the file unless the copy is what was last written to it through the registry. False: the file is there and
-// cannot be read, so it must not be written either.
+// Reads the file unless the copy is what was last written to it through the registry. False, with a warning: the file
+// is there and cannot be read, so it must not be written either.
 bool refreshCopy(savedCopy& copy, const regDocument& document, uint32_t uGeneration, const std::string& strFileName) {
     if (copy.pDocument == &document && copy.uGeneration == uGeneration)
         return true;
     copy.pDocument = NULL;
     copy.file.ClearObjList();
-    if (!readDocument(copy.file, strFileName.c_str()))
+    if (!readDocument(copy.file, strFileName.c_str())) {
+        warnUnreadable(strFileName.c_str(), errno);
         return false;
+    }
     copy.pDocument = &document;
     copy.uGeneration = uGeneration;
     return true;

@@ -33,12 +33,11 @@ bool readDocument(iniFile& file, const char* lpszFileName) {
     return file.LoadFromFile(lpszFileName) || errno == ENOENT || errno == ENOTDIR;
 }
 
-namespace {
-
-// After a failed read.
 void warnUnreadable(const char* lpszFileName, int nError) {
     QOR_WARN_TEXT(false, ("[" + std::string(lpszFileName) + "] NOT readable: " + strerror(nError)).c_str());
 }
+
+namespace {
 
 typedef chConstTextT<char> constText;
 

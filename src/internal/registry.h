@@ -52,6 +52,9 @@ public:
 // cannot be read, and must be taken neither for empty nor for what another process may find.
 bool readDocument(QOR_FileHelper::iniFile& file, const char* lpszFileName);
 
+// The warning for such a file.
+void warnUnreadable(const char* lpszFileName, int nError);
+
 // ---- the saver
 
 // Makes a task the saver, and saves what its predecessor was asked to and has not done.

@@ -3,6 +3,7 @@
 // all there is.
 #include <stdlib.h>
 #include <string.h>
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <array>
@@ -14,6 +15,7 @@
 #include "qor/SubClass.h"
 #include "support/child.h"
 #include "support/message_thread.h"
+#include "support/permission.h"
 #include "support/registry.h"
 #include "support/scale.h"
 #include "support/share_object.h"
@@ -130,6 +132,77 @@ TEST_F(RegistryProcess, AHandleMeansTheSameSectionInEveryProcess) {
     EXPECT_EQ(0, second.wait());
     close(fd[0]);
     close(fd[1]);
+}
+
+// ---- files that a process may not read
+
+// Runs in a process that no mode of a file spares; 0 when no expectation failed.
+int runWithoutPrivileges(const std::string& strFile, const std::function<void()>& fnRun) {
+    childProcess child("without privileges", [&] {
+        if (!dropPrivileges() || access(strFile.c_str(), R_OK) == 0)
+            return 3;
+        fnRun();
+        return testing::Test::HasFailure() ? 1 : 0;
+    });
+    return child.wait();
+}
+
+void expectDefaults(HREGISTRY h) {
+    EXPECT_EQ(7, registryGetInt(h, "k", 7));
+    EXPECT_EQ(0.5, registryGetFloat(h, "k", 0.5));
+    EXPECT_EQ("(none)", valueOf(h, "k"));
+    char sz[16] = "";
+    EXPECT_EQ(1, registryGetString(h, "k", sz, "default"));
+    EXPECT_STREQ("default", sz);
+}
+
+void expectNothingSet(HREGISTRY h) {
+    EXPECT_EQ(0, registrySetString(h, "k", "other"));
+    EXPECT_EQ(0, registrySetInt(h, "k", 1));
+    EXPECT_EQ(0, registrySetFloat(h, "k", 1));
+    EXPECT_EQ(0, registryFlush(h));
+    EXPECT_EQ(0, regSaveRegistryDocument(h));
+    EXPECT_EQ(0, regMonitorSection(h));
+}
+
+TEST_F(RegistryProcess, AFileThatMayNotBeReadMakesNoDocumentAndTheNextCallTriesAgain) {
+    putFile(m_strFile, "[s]\nk = v\n");
+    ASSERT_EQ(0, chmod(m_strFile.c_str(), 0));
+    const char* lpszFile = m_strFile.c_str();
+    EXPECT_EQ(0, runWithoutPrivileges(m_strFile, [&] {
+                  HREGISTRY h = registryHandle(1);
+                  const texts listReport = reportsOf([&] { h = open("s"); });
+                  EXPECT_EQ(texts{"QORRegistry: [" + m_strFile + "] NOT readable: Permission denied"}, listReport);
+                  ASSERT_EQ(nullptr, h);
+                  expectDefaults(h);
+                  expectNothingSet(h);
+                  EXPECT_EQ(7, qorGetRegistryInt(lpszFile, "s", "k", 7));
+                  EXPECT_EQ(0, qorSetRegistryString(lpszFile, "s", "k", "other"));
+                  EXPECT_EQ(nullptr, profileOpen(lpszFile));
+                  EXPECT_EQ(7, qorGetProfileInt(lpszFile, "s", "k", 7));
+                  EXPECT_STREQ("d", QOR_SubClass::qorGetRegistryString(lpszFile, "s", "k", "d"));
+                  ASSERT_EQ(0, chmod(lpszFile, 0600));
+                  EXPECT_EQ("v", valueOf(open("s"), "k"));
+              }));
+    EXPECT_EQ("[s]\nk = v\n", getFile(m_strFile));
+}
+
+TEST_F(RegistryProcess, ADocumentThatAnotherProcessHasReadIsSharedWithOneThatMayNot) {
+    putFile(m_strFile, "[s]\nk = v\n");
+    ASSERT_EQ(0, chmod(m_strFile.c_str(), 0));
+    EXPECT_EQ(0, runWithoutPrivileges(m_strFile, [&] { EXPECT_EQ(nullptr, open("s")); }));
+    childProcess reader("reader", [&] { return valueOf(open("s"), "k") == "v" ? 0 : 1; });
+    ASSERT_EQ(0, reader.wait());
+    EXPECT_EQ(0, runWithoutPrivileges(m_strFile, [&] {
+                  HREGISTRY h = open("s");
+                  EXPECT_EQ("v", valueOf(h, "k"));
+                  EXPECT_EQ(1, registrySetString(h, "k", "w"));
+                  const texts listReport = reportsOf([&] { EXPECT_EQ(0, regSaveRegistryDocument(h)); });
+                  EXPECT_EQ(texts{"QORRegistry: [" + m_strFile + "] NOT readable: Permission denied"}, listReport);
+              }));
+    childProcess saver("saver", [&] { return regSaveRegistryDocument(open("s")) == 1 ? 0 : 1; });
+    ASSERT_EQ(0, saver.wait());
+    EXPECT_EQ("[ s ]\nk = w\n", getFile(m_strFile));
 }
 
 TEST_F(RegistryProcess, AChangeOutlivesItsProcessAndAnyProcessSavesIt) {

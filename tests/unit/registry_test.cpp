@@ -619,7 +619,8 @@ TEST_F(RegistryFlush, AFileThatCannotBeReadIsNotOverwritten) {
     HREGISTRY h = open("s");
     registrySetInt(h, "k", 1);
     ASSERT_EQ(0, mkdir(m_strFile.c_str(), 0777));  // there, and no file
-    EXPECT_EQ(0, regSaveRegistryDocument(h));
+    const texts listReport = reportsOf([&] { EXPECT_EQ(0, regSaveRegistryDocument(h)); });
+    EXPECT_EQ(texts{"QORRegistry: [" + m_strFile + "] NOT readable: Is a directory"}, listReport);
     EXPECT_EQ(1, documentOf(h)->m_nChagedCount);
     ASSERT_EQ(0, rmdir(m_strFile.c_str()));
     EXPECT_EQ(1, regSaveRegistryDocument(h));
