@@ -98,6 +98,35 @@ TEST_F(RegistryOpen, AMissingFileIsAnEmptyDocumentAndAMissingSectionIsMade) {
     EXPECT_EQ(documentOf(h), documentOf(open("other")));
 }
 
+TEST_F(RegistryOpen, WhatTakesTheLockIsFatalInAThreadThatHoldsIt) {
+    HREGISTRY h = open("s");
+    registrySetInt(h, "k", 1);
+    regDocument* const pDocument = documentOf(h);
+    const char* const lpszFile = m_strFile.c_str();
+    chRegistryMonitor monitor;
+    const std::function<void()> arrCall[] = {
+        [&] { registryHelper().LockDocument(lpszFile); },
+        [&] { registryFlush(pDocument); },
+        [&] { regSaveRegistryDocument(pDocument); },
+        [&] { monitor.MonitorSection(lpszFile, "s", NULL, NULL); },
+        [&] { monitor.UnmonitorSection(lpszFile, "s"); },
+        [&] { monitor.UnmonitorAllSection(); },
+        [&] { open("s"); },
+        [&] { registryGetInt(h, "k", 0); },
+        [&] { registrySetInt(h, "k", 2); },
+        [&] { regMonitorSection(h); },
+        [&] { regHANDLE2Section(h); },
+    };
+    const auto callInHold = [](const std::function<void()>& fnCall) {
+        registryHelper().Lock(-1);
+        fnCall();
+    };
+    for (const std::function<void()>& fnCall : arrCall)
+        EXPECT_EXIT(callInHold(fnCall), testing::KilledBySignal(SIGABRT),
+                    "\\] \\[/tmp/qor_ipc_registry\\] is held by the calling thread already ")
+            << "call " << &fnCall - arrCall;
+}
+
 // ---- files that are there and cannot be read
 
 TEST_F(RegistryOpen, AFileThatCannotBeReadMakesNoDocumentAndTheNextCallTriesAgain) {

@@ -1,10 +1,10 @@
 /// @file
-/// The registry's store: every INI file that some process has opened, once, in memory that all processes share.
+/// The registry's store: every INI file that a process has opened, once, in memory that all processes share.
 ///
-/// The segment "ipc_registry" of 1 MiB holds documents, their sections and their keys. A document is loaded by the
-/// first process that opens its file and stays until the device restarts; from then on all processes read and change
-/// the same keys there. A change is counted; saving writes the counted keys to the file. Comments and blank lines stay
-/// in the file only. Values are text.
+/// The segment "ipc_registry" of 1 MiB holds documents, their sections and their keys. The first process that opens a
+/// file loads it as a document, which stays until the device restarts; from then on all processes read and change the
+/// same keys there. A change is counted; saving writes the counted keys to the file. Comments and blank lines stay in
+/// the file only. Values are text.
 ///
 /// @code
 /// using namespace QOR_RegistryHelper;
@@ -16,15 +16,19 @@
 /// pRegistry->Unlock();
 /// @endcode
 ///
-/// Names of sections and keys are compared without regard to case, file names and values exactly. Everything in the
-/// segment is touched under the registry's lock only, which is the frame's; it is taken before the lock of the named
-/// blocks and that of the trace, and never together with that of the messages.
+/// Names of sections and keys are compared without regard to case, file names and values exactly.
 ///
-/// A process may be killed at any instruction. What others find is the store before or after the change: records are
-/// complete before they are linked, and a new text is linked before the old one is freed. A document under construction
-/// has no file name yet; a document without one is what a dead process has left, and whoever next adds something frees
-/// it. Links are checked before they are followed; damage is a fatal assertion. Running out of room is the pool's fatal
-/// assertion, behind which the others go on with the store as it was. Read on in Monitor.h.
+/// Everything in the segment is read and changed under the registry's lock only, which is the frame's. The order of
+/// locks is: the save lock, the registry's, then those of the named blocks and the trace. The lock of the messages is
+/// never taken together with the registry's. Functions that take the registry's lock say so; calling one in a thread
+/// that holds the lock is a fatal assertion that names it ("[/tmp/qor_ipc_registry] is held by the calling thread
+/// already"). All others are called with the lock held.
+///
+/// A process may be killed at any instruction. The others find the store as it was before or after the change: a record
+/// is complete before it is linked, and a new text is linked before the old one is freed. A document under construction
+/// has no file name; one that a dead process left is freed before anything is added. Links are checked before they are
+/// followed; damage is a fatal assertion. Where there is no room, the pool's fatal assertion ends the process, and the
+/// others go on with the store as it was. Read on in Monitor.h.
 #ifndef QOR_REGISTRYHELPER_STORE_H
 #define QOR_REGISTRYHELPER_STORE_H
 
@@ -45,13 +49,13 @@ namespace QOR_RegistryHelper {
 
 using QOR_FileHelper::phraseConstTextA;
 
-/// A link of shared memory to an object of the same segment: the distance from itself, all ones for null.
+/// A link to an object of the same segment: the distance from the link itself, all ones for null.
 template <class T = void>
 class offset_pointer : private QOR_ChainHelper::relativePointer {
 public:
     /// Null.
     offset_pointer() { set(this, NULL); }
-    /// The object, or null. The distance is not checked.
+    /// The object, or null. The distance is not checked: whoever follows the link checks it.
     T* get_pData() const { return static_cast<T*>(get(this)); }
     /// Points at an object, or at none. Fatal: it is too far away to be of the same segment.
     void set_pData(const T* p) { set(this, p); }
@@ -59,11 +63,11 @@ public:
 
 static_assert(sizeof(offset_pointer<>) == 4, "shared layout");
 
-/// A list of the store's objects. The caller holds the registry's lock. Damage is a fatal assertion.
+/// A list of the store's objects. Damage is a fatal assertion ("broken share chain").
 template <class T>
 class regObjList : public QOR_ListHelper::chObjList_pool_share<T> {
 public:
-    /// The first object for which fn answers true, or null.
+    /// The first object for which fn returns true, or null.
     template <class Fn>
     T* FindObject(Fn fn) const {
         return objectOf(chain().Find([&fn](chain_type* pLink) { return fn(*objectOf(pLink)); }));
@@ -76,7 +80,8 @@ public:
             return false;
         });
     }
-    /// Links a new object at the end, after fn has filled it. Null, and the object is freed, when fn answers false.
+    /// Links a new object at the end, after fnFill has filled it. Null: fnFill returned false, and the object is freed;
+    /// or the pool has no room, which is fatal.
     template <class Fn>
     T* AppendObject(Fn fnFill) {
         node_type* const pNode = this->BorrowNode();
@@ -93,7 +98,7 @@ public:
     T* LastObject() const { return objectOf(chain().Last()); }
     /// Unlinks an object of the list and frees it.
     void EraseObject(T* pObject) { this->erase(this->value_pointer_2_iterator(pObject)); }
-    /// Unlinks and frees the last object, as often as there is one and fn, called with it, answers true.
+    /// Unlinks and frees the last object, over and over, until there is none or fn, called with it, returns false.
     template <class Fn>
     void EraseLastWhile(Fn fn) {
         chain().DrainBackwards([&fn](chain_type* pLink) { return fn(*objectOf(pLink)); },
@@ -116,17 +121,18 @@ public:
     /// Without name, value and pool.
     regKey();
 
-    /// Gives the key its name and a value; once, before it can be found. Whether there was room for both.
+    /// Gives the key its name and a value; called once, before the key is linked. False: there was no room for both.
     bool InitKey(QOR_AllocHelper::baseStaticPoolAlloc* pPool, const phraseConstTextA& name,
                  const phraseConstTextA& text);
     /// Whether the key has that name; uHash is regNameHash() of it.
     bool IsNamed(const phraseConstTextA& name, uint32_t uHash) const;
-    /// The value, until it changes; null for a null key.
+    /// The value, valid until it changes; null for a null key.
     const char* GetValue() const;
-    /// Stores a value. 1 when it differs from the stored one, or is the first that the key gets; else 0. A value, or
-    /// a key's name, that an INI file cannot hold is refused with a warning: 0, and nothing is changed.
+    /// Stores a value, and counts nothing. 1: it differs from the stored one, or is the first of a new key; else 0. A
+    /// value, or a name of the key, that an INI file cannot hold is refused with a warning: 0, and nothing is changed.
+    /// Fatal: no room.
     BOOL SetValue(const phraseConstTextA& text);
-    /// Whether SetValue() would answer 1.
+    /// Whether SetValue() would store the value or return 1.
     bool IsChangedBy(const phraseConstTextA& text) const;
 
     QOR_StringHelper::chShareStringA m_strName;   ///< the name; it never changes
@@ -143,26 +149,28 @@ class QOR_API regSection {
 public:
     /// Without name, keys and pool.
     regSection();
-    /// Frees everything, the youngest first.
+    /// Frees everything, the last first.
     ~regSection();
 
-    /// Names the section; once, before it can be found. Whether there was room for the name.
+    /// Names the section; called once, before it is linked. False: there was no room for the name.
     bool InitSection(QOR_AllocHelper::baseStaticPoolAlloc* pPool, const phraseConstTextA& name);
     /// Whether the section has that name; uHash is regNameHash() of it.
     bool IsNamed(const phraseConstTextA& name, uint32_t uHash) const;
 
     /// The key of a name, or null.
     regKey* FindKeyObject(const phraseConstTextA& name) const;
-    /// The key of a name, appended without a value when there is none.
+    /// The key of a name, appended without a value when there is none. Fatal: no room.
     regKey* GetKeyObject(const phraseConstTextA& name);
-    /// Sets the value of a key, which is made when there is none; 1, and counted in key, section and document, when
-    /// that changed something, else 0. What an INI file cannot hold, as the value or as the name of key or section, is
-    /// refused: 0, and nothing is changed. strWarning becomes what is to be reported when the lock is free: of a key
-    /// that was made ("Write: %s"), or of a refusal ("Refused: ..."), else empty.
+    /// Sets the value of a key, which is made when there is none. 1: that changed something, which is counted in key,
+    /// section and document; else 0. What an INI file cannot hold as a value or as the name of the key or section is
+    /// refused: 0, and nothing is changed. strWarning becomes the warning to print after the lock is released: that a
+    /// key was made ("Write: %s") or that the value was refused ("Refused: ..."); else it becomes empty. Fatal: no
+    /// room.
     BOOL SetKeyValue(const phraseConstTextA& name, const phraseConstTextA& text, std::string& strWarning);
-    /// Appends a key with its value, of a name that no key has, as read from the file: nothing is counted.
+    /// Appends a key with its value as read from the file, which is not counted. No key has that name yet. Fatal: no
+    /// room.
     regKey* AppendKey(const phraseConstTextA& name, const phraseConstTextA& text) { return AppendKey(name, text, 0); }
-    /// Frees every key, the youngest first.
+    /// Frees every key, the last first.
     void ClearKeys();
 
     /// The document that holds the section, or null.
@@ -170,11 +178,12 @@ public:
     /// Stores the document that holds the section.
     void SetHostDocument(const regDocument* pDocument) { m_pHostDocument.set_pData(pDocument); }
 
-    /// Adds a monitor, after those of dead tasks have been removed: the task is told of each flush of a change of the
-    /// section, by the method of a processor of its process, which may be null. Once more for each time it is added.
+    /// Removes the monitors of dead tasks, then adds one: each flush of a change of the section posts the task a
+    /// message for the method of a processor of its process. The processor may be null. Added twice, it is told twice.
+    /// Fatal: no room.
     QOR_MsgQueueHelper::msgEntryPair* AddMonitorTask(int idTask, const QOR_MsgQueueHelper::chMsgProcesser* pProcesser,
                                                      QOR_MsgQueueHelper::msgMethod pMethod);
-    /// Removes a monitor; whether it was one of the section's. Any other address is compared, never followed.
+    /// Removes a monitor. False: it is none of the section's; the address is only compared, never followed.
     bool RemoveMonitorTask(const QOR_MsgQueueHelper::msgEntryPair* pEntry);
     /// Removes every monitor of that task, processor and method.
     void RemoveMonitorTask(int idTask, const QOR_MsgQueueHelper::chMsgProcesser* pProcesser,
@@ -201,29 +210,29 @@ class QOR_API regDocument {
 public:
     /// Without sections, file name and pool.
     regDocument();
-    /// Frees everything, the youngest first.
+    /// Frees everything, the last first.
     ~regDocument();
 
-    /// Points everything at the pool; once, before it can be found.
+    /// Gives the document its pool; called once, before it is linked.
     void InitDocument(QOR_AllocHelper::baseStaticPoolAlloc* pPool);
     /// The section of a name, or null.
     regSection* FindSectionObject(const phraseConstTextA& name) const;
-    /// The section of a name, appended without keys when there is none.
+    /// The section of a name, appended without keys when there is none. Fatal: no room.
     regSection* GetSectionObject(const phraseConstTextA& name);
-    /// Takes in the sections and keys of a file, which may be missing, and then its name. 1; 0, with a warning
-    /// ("[%s] NOT readable: ...") and nothing changed, for a file that is there and cannot be read.
+    /// Adds the sections and keys of a file, then takes its name. A missing file has none. 1; 0, with a warning
+    /// ("[%s] NOT readable: ...") and nothing changed: the file is there and cannot be read. Fatal: no room.
     BOOL CreateFromFile(const char* lpszFileName);
-    /// Takes in the sections and keys of a file already read, and then its name. Returns 1.
+    /// The same with a file that is already read. Returns 1. Fatal: no room.
     BOOL CreateFromIni(const char* lpszFileName, const QOR_FileHelper::iniFile& file);
-    /// Frees every section, the youngest first.
+    /// Frees every section, the last first.
     void ClearSections();
 
     regObjList<regSection> m_lstSection;             ///< in the order in which they were made
     QOR_StringHelper::chShareStringA m_strFileName;  ///< the file; empty while the document is being made
     int32_t m_nChagedCount;                          ///< changes not yet in the file, of all sections
     int32_t m_bChanged;                              ///< 1 while a section may have its flag set
-    uint32_t m_uSaveGeneration;                      ///< how often a write of the file was begun
-    int32_t m_nSaveAsked;                            ///< requests to the saver that it has not yet met
+    uint32_t m_uSaveGeneration;                      ///< how often a write of the file has begun
+    int32_t m_nSaveAsked;                            ///< requests that the saver has not yet answered
 
 private:
     regSection* AppendSection(const phraseConstTextA& name);
@@ -236,23 +245,23 @@ public:
     static constexpr int segmentType = 1001;             ///< its type number
     static constexpr int poolSize = segmentSize - 0x2C;  ///< what documents share
 
-    /// Runs in fresh shared memory. The header comes last: until then the segment counts as never made.
+    /// Runs in new shared memory. The header is stored last: until then the segment counts as not constructed.
     regDocumentManager();
 
     /// The document of a file, or null.
     regDocument* FindDocumentObject(const char* lpszFileName) const;
     /// The document of a file, loaded when there is none. A file name that is not absolute is a warning
-    /// ("[%s] NOT absolute path"). Null, with a warning ("[%s] NOT readable: ...") and no document made, for a file
-    /// that is there and cannot be read: the next call tries again. Fatal: null or empty.
+    /// ("[%s] NOT absolute path"). Null, with a warning ("[%s] NOT readable: ...") and no document made: the file is
+    /// there and cannot be read; the next call tries again. Fatal: a null or empty name, no room.
     regDocument* GetDocumentObject(const char* lpszFileName);
-    /// The same without the warning, from a file already read.
+    /// The same without the warnings, from a file that is already read.
     regDocument* GetDocumentObject(const char* lpszFileName, const QOR_FileHelper::iniFile& file);
-    /// Frees the document that a process died upon while it was making it. To be called before anything is added.
+    /// Frees the document that a process was making when it died. Call it before anything is added to the store.
     void ClearLostDocument();
 
-    QOR_AllocHelper::baseStaticPoolAlloc m_objPool;  ///< serves all of the store
+    QOR_AllocHelper::baseStaticPoolAlloc m_objPool;  ///< for everything in the store
     regObjList<regDocument> m_lstDocument;           ///< in the order in which they were opened
-    int32_t m_idSaverTask;                           ///< the task that saves for all; 0 when there is none
+    int32_t m_idSaverTask;                           ///< the task that saves for all processes, or 0
     uint8_t m_arrPool[poolSize];                     ///< the pool's area
 };
 
@@ -262,29 +271,31 @@ static_assert(sizeof(regSection) == 56, "shared layout");
 static_assert(sizeof(regDocument) == 40, "shared layout");
 static_assert(sizeof(regDocumentManager) == 0x100000, "shared layout");
 
-/// A number that names have in common when they differ in case only, the same on every ABI.
+/// Case-insensitive hash of a name, the same on every ABI.
 QOR_API uint32_t regNameHash(const phraseConstTextA& name);
 
-/// The process's view of the store. As the frame it is also the registry's lock. Any thread may call it. Get it by
-/// uCRegistryHelpergetGlobalObject().
+/// This process's mapping of the store; as the frame it is also the registry's lock. Any thread may use it. There is
+/// one instance in a process, uCRegistryHelpergetGlobalObject().
 class QOR_API uCRegistryHelper
     : public QOR_BaseHelper::ipcObjectFrame<regDocumentManager, QOR_BaseHelper::chMapFile, QOR_BaseHelper::chMutex> {
 public:
     /// Opens the store. Fatal: a second instance ("pData == NULL"), a segment of another build.
     uCRegistryHelper();
 
-    /// The distance of an object from the begin of the store; 0 for null.
+    /// The handle of an object of the store: its distance from the store's begin. 0 for null and anything outside.
     uintptr_t GetHandle(const void* pObject) const;
-    /// The section of a handle; null unless it is that of a section. The caller holds the lock.
+    /// The section of a handle; null unless it is that of a section. O(1) after the first call for
+    /// it in the process.
     regSection* GetSection(uintptr_t uHandle);
-    /// The document of a handle; null unless it is that of a document. The caller holds the lock.
+    /// The document of a handle; null unless it is that of a document.
     regDocument* GetDocument(uintptr_t uHandle);
-    /// Takes the lock and answers the document of a file, which is read before that when no process has opened it yet.
-    /// A file name that is not absolute is a warning. Null, without the lock and with a warning, for a file that is
-    /// there and cannot be read. Fatal, and without the lock: a null or empty name.
+    /// Takes the registry's lock, without time-out, and returns the document of a file. When no process has opened it
+    /// yet, the file is read before the lock is taken. A file name that is not absolute is a warning. Null, without the
+    /// lock and with a warning: the file is there and cannot be read. Fatal, and without the lock: a null or empty
+    /// name; the calling thread holds the registry's lock.
     regDocument* LockDocument(const char* lpszFileName);
 
-    /// Held, without the registry's lock, by who writes a document to its file.
+    /// The save lock, which whoever writes a document to its file holds. It is taken before the registry's.
     QOR_BaseHelper::chMutex& GetSaveLock() { return m_mtxSave; }
 
     /// In a child after fork. Runs by itself.
@@ -297,16 +308,19 @@ private:
     std::atomic<uintptr_t> m_arrSection[64];  // handles known to be those of sections, which never go
 };
 
-/// The process's uCRegistryHelper, made on first use and never torn down under running threads.
+/// The process's uCRegistryHelper, constructed on first use and never destructed, since threads may still use it while
+/// the process ends. Fatal: the construction itself asks for it ("globle object constructting !").
 QOR_API uCRegistryHelper* uCRegistryHelpergetGlobalObject();
 
 }  // namespace QOR_RegistryHelper
 
-/// Tells the monitors of a document's changed sections, then saves it, or asks the saver to. Takes the registry's lock.
-/// Returns 1. Fatal: null ("pDocument != NULL").
+/// Posts a message to each monitor of a document's changed sections, then asks the saver to save the document, or saves
+/// it. Nothing to do is 1 as well. Takes the registry's lock, after that the messages', and to save the save lock.
+/// Returns 1. Fatal: null ("pDocument != NULL"); the calling thread holds one of these locks, and it is needed.
 QOR_API BOOL registryFlush(QOR_RegistryHelper::regDocument* pDocument);
-/// Writes a document's counted keys to its file. Takes the registry's lock. 1 when the file is up to date; 0 for null
-/// and when it could not be written: then the keys stay counted.
+/// Writes a document's counted keys to its file. 1: the file is up to date. 0: null; or the file could not be read or
+/// written, which is a warning, and the keys stay counted. Takes the save lock and the registry's. Fatal: there is
+/// something to write, and the calling thread holds the registry's lock.
 QOR_API BOOL regSaveRegistryDocument(QOR_RegistryHelper::regDocument* pDocument);
 
 #endif
