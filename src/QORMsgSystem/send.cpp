@@ -83,26 +83,6 @@ int closeRecord(chMsgQueue& objQueue, msgObject& objMessage) {
     return nResult;
 }
 
-// The segment's mutex for as long as a send may wait for it; -1 waits as everybody else does.
-class sendLock {
-public:
-    explicit sendLock(int nTimeout) : m_bHeld(nTimeout < 0 ? share().Lock(-1) : share().LockFor(nTimeout)) {
-        const bool bTimeOut = !m_bHeld && nTimeout >= 0 && share().IsSemaphoreAlive();
-        QOR_ASSERT_TEXT(m_bHeld || bTimeOut, "broken share lock");
-    }
-    ~sendLock() {
-        if (m_bHeld)
-            share().Unlock();
-    }
-    sendLock(const sendLock&) = delete;
-    sendLock& operator=(const sendLock&) = delete;
-
-    bool IsHeld() const { return m_bHeld; }
-
-private:
-    const bool m_bHeld;
-};
-
 }  // namespace
 
 bool isAlwaysPosted(UINT uMsg) { return formOfPost(uMsg) == postForm::post; }
@@ -193,8 +173,8 @@ msgObject* chThreadBase::PutDraft(const msgDraft& draft, bool* pbWake, int nLock
     const int idLive = FindLiveOwner();
     msgObject* pMessage = NULL;
     {
-        const sendLock lock(isExtraSizeValid(draft) ? nLockTimeout : -1);
-        if (!lock.IsHeld())
+        const timedShareLock<chSystemShareFrame> lock(share(), isExtraSizeValid(draft) ? nLockTimeout : -1);
+        if (lock.GetHold() == NULL)
             return NULL;
         if (!IsQueueBound() || (m_idTask != idLive && !qorIsValidTaskID(m_idTask))) {
             m_pMsgQueue = NULL;

@@ -1,13 +1,37 @@
-// Holds a lock for a scope.
+// Locks held for a scope.
+//
+// - scopeLock: a lock of this process.
+// - scopeShareLock: the lock of a shared segment, without time-out.
+// - timedShareLock: the lock of a shared segment, with one.
+//
+// Sources lock a segment through the last two and in no other way. While one of them holds the lock it is a
+// shareHold<T>, and a `const shareHold<T>&` is the proof that the calling thread holds the lock of the frame T:
+//
+//     void clear(const shareHold<counterFrame>& hold) { hold.getObject()->m_nCount = 0; }
+//
+//     const scopeShareLock<counterFrame> lock(frame);
+//     clear(lock);
+//
+// The contract of a hold:
+// - What needs the lock takes a hold as an argument and reaches the segment through it. Nobody stores a hold, returns
+// it
+//   or passes it to another thread: it is valid until the lock object goes out of scope.
+// - Whoever has a hold calls nothing that takes the same lock (fatal at once), nothing that can block and, where it can
+//   be done afterwards, nothing that traces or wakes a thread.
+// - From before the lock is taken until after it is released the thread is not cancelled (segments locked by chMutex).
+// - Locking costs one kernel call without contention, and so does unlocking; a hold costs none.
 #ifndef QOR_INTERNAL_SCOPE_LOCK_H
 #define QOR_INTERNAL_SCOPE_LOCK_H
+
+#include <mutex>
 
 #include "qor/BaseHelper/Sync.h"
 #include "qor/TraceHelper/Report.h"
 
 namespace QOR_BaseHelper {
 
-// An in-process lock. What it guards is changed with cancellation disabled, like what a segment's lock guards.
+// A lock of this process. What it guards is changed with cancellation disabled, as what a segment's lock guards. A
+// reference to it is the proof that the lock is held.
 template <typename T>
 class scopeLock {
 public:
@@ -21,34 +45,70 @@ private:
     T& m_objLock;
 };
 
-// Takes a segment's lock, without time-out. It can be missed only when somebody has removed it from the device: whoever
-// went on without it would damage the segment for all, and take the lock of another thread away at the end.
+// The proof that the calling thread holds the lock of a segment; T is the segment's frame, or a mutex alone.
 template <typename T>
-BOOL lockShare(T& objLock) {
-    return QOR_ASSERT_IN("QORMsgSystem", objLock.Lock(-1) != 0, "broken share lock");
-}
-
-// A segment's lock, held for a scope. It is the proof that the lock is held: what needs the lock takes a reference to
-// it as an argument, and reaches the segment through it.
-//
-//     void clear(const scopeShareLock<counterFrame>& hold) { hold.getObject()->m_nCount = 0; }
-//
-template <typename T>
-class scopeShareLock {
+class shareHold {
 public:
-    explicit scopeShareLock(T& objLock) : m_objLock(objLock), m_bLocked(lockShare(objLock)) {}
+    shareHold(const shareHold&) = delete;
+    shareHold& operator=(const shareHold&) = delete;
+
+    // The framed object, in this process's mapping.
+    auto* getObject() const { return m_objFrame.getObject(); }
+
+protected:
+    explicit shareHold(T& objFrame) : m_objFrame(objFrame) {}
+    ~shareHold() = default;
+
+    T& m_objFrame;
+};
+
+// The lock of a segment, without time-out. It cannot be had only when somebody has removed it from the device: that is
+// fatal ("broken share lock", in the name of lpszModule), since going on without it would damage the segment for
+// everybody.
+template <typename T>
+class scopeShareLock : public shareHold<T> {
+public:
+    explicit scopeShareLock(T& objFrame, const char* lpszModule = "QORMsgSystem")
+        : shareHold<T>(objFrame), m_bLocked(objFrame.Lock(-1) != 0) {
+        QOR_ASSERT_IN(lpszModule, m_bLocked, "broken share lock");
+    }
+    // Takes over a lock that the calling thread holds already, since an operation has returned with it.
+    scopeShareLock(T& objFrame, std::adopt_lock_t) : shareHold<T>(objFrame), m_bLocked(true) {}
     ~scopeShareLock() {
         if (m_bLocked)
-            m_objLock.Unlock();
+            this->m_objFrame.Unlock();
     }
-    scopeShareLock(const scopeShareLock&) = delete;
-    scopeShareLock& operator=(const scopeShareLock&) = delete;
 
-    // The framed object.
-    auto* getObject() const { return m_objLock.getObject(); }
+    // Leaves the lock held when the scope ends, for an operation that returns with it. Whether it is held.
+    BOOL KeepLocked() {
+        const BOOL bLocked = m_bLocked;
+        m_bLocked = false;
+        return bLocked;
+    }
 
 private:
-    T& m_objLock;
+    bool m_bLocked;
+};
+
+// The lock of a segment, with a time-out in milliseconds; -1 for none. Signals do not prolong the wait, and a time-out
+// passes without a warning. A lock that was removed from the device is fatal, as above.
+template <typename T>
+class timedShareLock : private shareHold<T> {
+public:
+    timedShareLock(T& objFrame, int nTimeout)
+        : shareHold<T>(objFrame), m_bLocked((nTimeout < 0 ? objFrame.Lock(-1) : objFrame.LockFor(nTimeout)) != 0) {
+        const bool bTimeOut = !m_bLocked && nTimeout >= 0 && objFrame.IsSemaphoreAlive();
+        QOR_ASSERT_IN("QORMsgSystem", m_bLocked || bTimeOut, "broken share lock");
+    }
+    ~timedShareLock() {
+        if (m_bLocked)
+            this->m_objFrame.Unlock();
+    }
+
+    // The hold; null when the time-out has passed.
+    const shareHold<T>* GetHold() const { return m_bLocked ? this : NULL; }
+
+private:
     const bool m_bLocked;
 };
 
@@ -57,6 +117,8 @@ private:
 namespace QOR_MsgQueueHelper {
 using QOR_BaseHelper::scopeLock;
 using QOR_BaseHelper::scopeShareLock;
+using QOR_BaseHelper::shareHold;
+using QOR_BaseHelper::timedShareLock;
 }  // namespace QOR_MsgQueueHelper
 
 #endif

@@ -5,6 +5,8 @@
 
 using namespace QOR_MsgQueueHelper;
 
+typedef scopeShareLock<uCSystemNamedObjectHelper> namedLock;
+
 extern "C" {
 
 int accCreateAccumulater(const char* lpszName, unsigned int uValue, unsigned int uMin, unsigned int uMax) {
@@ -21,10 +23,10 @@ unsigned int accExcuteAccumulater(const char* lpszName, int nStep) {
     return uCSystemStorageHelpergetGlobalObject()->ExcuteAccumulater(lpszName, nStep);
 }
 
-BOOL nameHelperLock(void) { return QOR_BaseHelper::lockShare(*uCSystemNamedObjectHelpergetGlobalObject()); }
+BOOL nameHelperLock(void) { return namedLock(*uCSystemNamedObjectHelpergetGlobalObject()).KeepLocked(); }
 
 BOOL nameHelperUnlock(void) {
-    uCSystemNamedObjectHelpergetGlobalObject()->Unlock();
+    const namedLock lock(*uCSystemNamedObjectHelpergetGlobalObject(), std::adopt_lock);
     return 1;
 }
 
