@@ -30,6 +30,9 @@
 /// backslash. Matching does not backtrack. A repetition without a mark behind it looks ahead: it takes the largest
 /// number after which the rest of its own sequence matches, or its least number if there is none, and keeps it.
 ///
+/// docs/expressions.md has examples by task and a table against the usual dialect. A pattern that compiles but looks as
+/// if it was meant in that dialect, such as `cat|dog`, gets a line in the trace at level 3.
+///
 /// Read on in RegularExpressHelper/Lexical.h, Node.h, Relation.h and Express.h.
 #ifndef QOR_REGULAREXPRESSHELPER_H
 #define QOR_REGULAREXPRESSHELPER_H

@@ -4,6 +4,7 @@
 #include <string.h>
 
 #include "internal/report.h"
+#include "qor/TraceHelper/Trace.h"
 
 using namespace QOR_StringHelper;
 
@@ -63,6 +64,23 @@ void markOvershoot(re_Base<T>* pRE) {
         markOvershoot(pGroup->m_arrTargetREs[i]);
 }
 
+constexpr int hintLevel = 3;
+
+// Explains what makes a pattern look as if it was meant in the usual dialect, or null. The compiler has noted most of
+// it on its way, so that patterns without a hint pay nothing for it.
+const char* dialectHint(const reRegularExpress<char>& express, const reBuild& build, const char* lpszREText) {
+    if (build.m_lpszHint != NULL)
+        return build.m_lpszHint;
+    // A single negated element is of use here, and so are patterns that negate more than once.
+    if (express.m_bNegative != 0 && build.m_nNegated == 1 && express.GetChildRECount() > 1)
+        return "'^' negates the pattern; a match begins where it is asked for";
+    const size_t nLength = strlen(lpszREText);
+    if (nLength > 2 && (strncmp(lpszREText, "\\b", 2) == 0 ||
+                        (strcmp(lpszREText + nLength - 2, "\\b") == 0 && lpszREText[nLength - 3] != '\\')))
+        return "'\\b' is a backspace; there are no word boundaries";
+    return NULL;
+}
+
 }  // namespace
 
 // The place of the error, or null.
@@ -77,9 +95,11 @@ const T* reRegularExpress<T>::Compile(const T* lpszREText) {
     this->m_pBuild = NULL;
     if (nResult != 1)
         return lpsz;
-    if (build.m_bOvershoot)
+    if (build.m_nNegated > 0)
         markOvershoot<T>(this);
     this->m_uTraits |= traitUnplanned;
+    if (const char* lpszHint = dialectHint(*this, build, lpszREText))
+        QOR_TraceHelper::qorTrace(hintLevel, "Express \"%s\": %s", lpszREText, lpszHint);
     return NULL;
 }
 

@@ -49,6 +49,14 @@ void noteElement(reBuild* pBuild, const re_Base<T>* pRE, int nDepth) {
         pBuild->m_nLook = nDepth;
 }
 
+// Notes something in the pattern itself, not in one of an alias, that looks like another dialect.
+template <class T>
+void noteDialect(const re_Group<T>* pGroup, const char* lpszHint) {
+    reBuild* pBuild = pGroup->m_pBuild;
+    if (pBuild != NULL && pGroup->m_bNoCapture == 0 && pBuild->m_lpszHint == NULL)
+        pBuild->m_lpszHint = lpszHint;
+}
+
 // Reads "{...}" behind its brace.
 template <class T>
 int readTimes(const T*& lpszREText, re_Base<T>* pRE) {
@@ -197,8 +205,13 @@ int re_Group<T>::ParseLeaf(const T*& lpszREText, bool bSet) {
         return 0;
     if (*lpsz == '-')
         return bSet ? ParseNode<re_RelationCase<re_Range<T>, T>>(lpszREText) : 0;
-    return bSet ? ParseNode<re_RelationCase<re_Text<T>, T>>(lpszREText)
-                : ParseNode<re_RelationAnd<re_Text<T>, T>>(lpszREText);
+    if (bSet)
+        return ParseNode<re_RelationCase<re_Text<T>, T>>(lpszREText);
+    const T* lpszFrom = lpszREText;
+    const int nResult = ParseNode<re_RelationAnd<re_Text<T>, T>>(lpszREText);
+    if (memchr(lpszFrom, '|', static_cast<size_t>(lpszREText - lpszFrom)) != NULL)
+        noteDialect(this, "'|' is a plain character; alternatives are a set of groups, [(one)(other)]");
+    return nResult;
 }
 
 template <class T>
@@ -254,7 +267,7 @@ int re_Group<T>::ParseSequence(const T*& lpszREText, T chEnding) {
         this->m_bNegative = 1;
         ++lpszREText;
         if (m_pBuild != NULL)
-            m_pBuild->m_bOvershoot = true;
+            ++m_pBuild->m_nNegated;
     }
     return ParseElements(lpszREText, false) < 0 || *lpszREText != chEnding ? -1 : 1;
 }
@@ -282,6 +295,9 @@ int re_Group<T>::ParseSet(const T*& lpszREText) {
         return -1;
     ++lpszREText;
     setSource<T>(this, lpszFrom, lpszREText);
+    const bool bMember = this->m_pParentRE != NULL && (this->m_pParentRE->m_uTraits & traitSet) != 0;
+    if (bMember && lpszREText - lpszFrom > 4 && lpszFrom[1] == ':' && lpszREText[-2] == ':')
+        noteDialect(this, "a set has no named classes; digits are '\\d', white space '\\s', letters [a-zA-Z]");
     return this->PeekRepeatFromText(lpszREText);
 }
 
@@ -355,6 +371,8 @@ int re_Group<T>::tryParseGroupREFromText(const T*& lpszREText) {
     reBuild* pBuild = m_pBuild != NULL ? m_pBuild : &objNone;
     if (!mayAdd<T>(m_pBuild, this) || (lpszAlias != NULL && !pBuild->takeAlias(lpszAlias)))
         return -1;
+    if (*lpszREText == '.' && (this->m_uTraits & traitSet) != 0)
+        noteDialect(this, "'.' is any character, in a set, too; a point is '\\.'");
     const int nDepthBefore = pBuild->m_nDepth;
     pBuild->m_nDepth = pBuild->nextDepth();
     const int nDepth = pBuild->m_nDepth;

@@ -19,7 +19,8 @@ struct reBuild {
     int m_nDepth = 0;
     int m_nLook = 0;
     int m_nAliasText = 0;
-    bool m_bOvershoot = false;  // there is a negated sequence
+    int m_nNegated = 0;             // negated sequences
+    const char* m_lpszHint = NULL;  // the first thing that looks like another dialect, explained
 
     // Counts the pattern of one more alias; whether there is room for it.
     bool takeAlias(const char* lpszAlias) {
