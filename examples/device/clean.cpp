@@ -1,11 +1,11 @@
-// Removes what the library left on the machine. Its objects outlive every process on purpose; this is for
-// machines that are not restarted, such as the developer's.
+// Removes what the library left on the machine. Its objects outlive every process on purpose; this is for machines that
+// are not restarted, such as a developer's.
 //
-// The library names its objects by key files: /tmp/qor_<name>, an empty file from whose inode the key of a
-// semaphore (project 'm') and that of a segment (project 'S') are derived. So the files lead to the objects,
-// and what no file leads to is not touched. A file that is not an empty regular one, a semaphore set of
-// another size, an object with other permissions and a known segment without its header are not the
-// library's, and stay. The directory of the recorded table is the demo's own; files of others in it stay.
+// The library names its objects by key files: /tmp/qor_<name>, an empty file from whose inode the keys of a semaphore
+// (project 'm') and of a segment (project 'S') are derived. The files lead to the objects; an object without a file is
+// not touched. What is not the library's stays: a file that is not empty or not regular, a semaphore set of another
+// size, an object with other permissions, and a known segment without its header. The directory of the recorded table
+// belongs to the demo; files of others in it stay.
 #include <dirent.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -30,7 +30,7 @@ namespace {
 
 constexpr char szDirectory[] = "/tmp";
 constexpr char szPrefix[] = "qor_";
-constexpr char szNewPrefix[] = ".qor_new.";  // a key file that its process did not live to finish
+constexpr char szNewPrefix[] = ".qor_new.";  // a key file whose maker was killed before it was complete
 constexpr char szStorage[] = "ipc_system_storage";
 constexpr unsigned int modeObject = 0666;
 
@@ -85,7 +85,8 @@ int findSemaphore(const std::string& strFile) {
     return state.sem_nsems == 1 && (state.sem_perm.mode & 0777) == modeObject ? idSemaphore : -1;
 }
 
-// Whether a segment of that name holds what the library puts into it. All zeros: its maker was killed first.
+// Whether a segment of that name holds what the library puts into it. All zero: its maker was killed before it was
+// complete.
 bool hasItsHeader(const std::string& strName, int idSegment, size_t nSize) {
     const auto pKnown = std::find_if(std::begin(aKnown), std::end(aKnown),
                                      [&](const knownSegment& objKnown) { return strName == objKnown.m_lpszName; });
@@ -120,7 +121,7 @@ leftOver findObjects(const std::string& strName, const std::string& strFile, boo
     return objLeft;
 }
 
-// The file of the counters. It names its lock itself, as its own key file.
+// The file of the counters, which is also the key file of their lock.
 std::string storageFile() { return std::string(getenv("HOME")) + "/" + szStorage; }
 
 std::vector<leftOver> findAll() {
@@ -148,7 +149,7 @@ void tell(bool bDone, const char* lpszKind, const std::string& strName, int& nDo
     objCounts.m_bFailed |= !bDone;
 }
 
-// The file goes last: as long as anything is left, it leads there.
+// The file is removed last: until then it leads to what is left.
 void removeObjects(const leftOver& objLeft, counts& objCounts) {
     if (objLeft.m_idSegment != -1)
         tell(shmctl(objLeft.m_idSegment, IPC_RMID, nullptr) == 0, "segment", objLeft.m_strName, objCounts.m_nSegment,

@@ -1,6 +1,6 @@
-// The closer: ends all processes. Each is asked for its tally, and the reply means that the tally is in the
-// controller's queue; then each gets the quit message, the controller last. The server comes before its
-// client: its reply means that what it has sent has been taken.
+// The closer: ends all processes. It asks each for its tally, and the reply means that the tally is in the controller's
+// queue. Then it sends each the quit message, the controller last. The server comes before its client: its reply means
+// that the client has taken everything.
 #include <initializer_list>
 
 #include "device.h"
@@ -10,7 +10,7 @@ namespace device {
 
 namespace {
 
-// Generous: whoever does not answer in that time is left to the launcher's watchdog.
+// Generous: a process that does not answer in that time is left to the launcher's watchdog.
 constexpr int timeoutReport = 2000;
 
 int onMessage(simpMSG*) { return -1; }
@@ -21,7 +21,7 @@ int runCloser(const news& objNews) {
     szTraceAuthor = "CLS";
     HTHREAD hThread = msgRegistMainThread(nameCloser, onMessage);
     objNews.ready();
-    // The reader comes late, for it prints what the others trace while they end.
+    // The reader ends late, because it prints what the others trace while they end.
     for (const char* lpszName :
          {nameMonitor, nameSampler, namePanel, nameServer, nameRecorder, nameSaver, nameReader}) {
         ask(lpszName, MSG_REPORT, 0, timeoutReport, nullptr);

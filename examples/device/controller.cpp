@@ -1,7 +1,7 @@
 // The controller: keeps the readings, answers queries, raises the alarm, and adds up the tallies at the end.
 //
-// Its main thread must answer at once, so a second thread, the worker, does what takes long. Only the main
-// thread touches the readings; only the worker counts its tests.
+// Its main thread must answer at once, so a second thread, the worker, does what takes long. Only the main thread uses
+// the readings; only the worker counts its tests.
 #include <algorithm>
 #include <vector>
 
@@ -26,7 +26,7 @@ struct {
 
 int g_nTestDone = 0;
 
-// A stand-in for work that cannot look at its queue meanwhile.
+// Stands for work that cannot look at its queue meanwhile.
 void selfTest(unsigned int uTime) {
     const double dEnd = now() + uTime;
     volatile unsigned int uSum = 0;
@@ -67,7 +67,7 @@ int answerQuery(unsigned int uField) {
     return -1;
 }
 
-// Every thread of the machine hears of a change, and of nothing else.
+// Broadcasts only when the alarm changes.
 void checkThreshold(const reading& objReading) {
     const bool bAlarm = objReading.m_uMemory >= g_main.m_uThreshold;
     if (bAlarm == g_main.m_bAlarm)
@@ -79,7 +79,7 @@ void checkThreshold(const reading& objReading) {
         change(g_main.m_hAlarm, "raised", registryGetInt(g_main.m_hAlarm, "raised", 0) + 1);
 }
 
-// Called for every change of the section, its own included.
+// Called for every change of the section, including this process's own.
 void readThreshold() {
     g_main.m_uThreshold = static_cast<uint32_t>(registryGetInt(g_main.m_hAlarm, "threshold", thresholdNever));
 }
@@ -92,8 +92,8 @@ void takeReading(simpMSG* pMsg) {
     checkThreshold(objReading);
 }
 
-// Draws readings at random, as many as there are, and returns their mean; repeated, this shows how far the
-// mean of all of them can be trusted.
+// Draws as many readings at random as there are, and returns their mean; repeated, this shows how reliable the mean of
+// all readings is.
 uint32_t drawnMean(uint32_t& uRandom) {
     const std::vector<reading>& arrReading = g_main.m_arrReading;
     uint32_t uSum = 0;
@@ -124,11 +124,11 @@ void makeSummary() {
 
 int answerSurvey(simpMSG* pMsg) {
     const int nCount = static_cast<int>(g_main.m_arrReading.size());
-    // The panel gets its reply here and goes on, while this handler has only begun.
+    // The panel gets its reply here and goes on while this handler still works.
     msgReplyThreadMessage(pMsg, nCount);
     if (nCount > 0)
         makeSummary();
-    return nCount;  // the same value: it is the message's result once more
+    return nCount;  // the same value, which is the message's result again
 }
 
 void addTally(const tally& objTally) {
@@ -168,8 +168,8 @@ int onMain(simpMSG* pMsg) {
     return -1;
 }
 
-// Leaves the sum where the launcher finds it after this process has ended. Its run number comes last: a block
-// that carries it is complete.
+// Leaves the sum where the launcher finds it after this process has ended. The run number is stored last: a block that
+// has it is complete. Nothing that reads the clock or traces may be called under this lock.
 void publishTotals() {
     using QOR_ChainHelper::storeShareWord;
     nameHelperLock();
@@ -192,7 +192,7 @@ int runController(const news& objNews) {
     HTHREAD hThread = msgRegistMainThread(nameController, onMain);
     msgLaunchCallbackWorkThread(nameWorker, onWorker, -1);
     g_main.m_hAlarm = openSettings("Alarm");
-    change(g_main.m_hAlarm, "threshold", thresholdNever);  // whatever a killed run has left
+    change(g_main.m_hAlarm, "threshold", thresholdNever);  // a killed run may have left another
     regMonitorSection(g_main.m_hAlarm);
     readThreshold();
     objNews.ready();

@@ -1,4 +1,4 @@
-// Posting, asking and broadcasting with a tally, and the printing of lines.
+// Posting, asking and broadcasting, with a tally; and printing lines.
 #include "device.h"
 
 #include <stdarg.h>
@@ -16,7 +16,7 @@ int nPanelTime = 6000;
 
 namespace {
 
-// A process has several threads, all of which count.
+// All threads of a process count.
 struct {
     std::atomic<uint32_t> m_uMessage{0};
     std::atomic<uint32_t> m_uSend{0};
@@ -37,7 +37,7 @@ void say(const char* lpszWho, const char* lpszFormat, ...) {
     va_end(args);
     const size_t nLength = strlen(szLine);
     szLine[nLength] = '\n';
-    // A reader of the output that has gone away is no reason to stop.
+    // The demo goes on when nobody reads its output any more.
     if (write(STDOUT_FILENO, szLine, nLength + 1) < 0)
         return;
 }
@@ -48,7 +48,7 @@ double now() {
 }
 
 void news::tell(char ch) const {
-    // Without the launcher nobody waits for it.
+    // If the launcher is gone, nobody needs it.
     if (write(m_fd, &ch, 1) < 0)
         return;
 }

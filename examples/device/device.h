@@ -1,9 +1,8 @@
 // What the processes of the demo device agree on: their names, their messages, and what the messages carry.
 //
-// Every process counts what it exchanges in a tally of its own; post(), ask() and broadcast() are the
-// library's calls with that counting added. Read on in launcher.cpp (who starts what), then sampler.cpp,
-// controller.cpp, panel.cpp, server.cpp, recorder.cpp, settings.cpp, saver.cpp, monitor.cpp, reader.cpp and
-// closer.cpp.
+// Every process counts what it exchanges in its own tally; post(), ask() and broadcast() are the library's calls with
+// this counting. Read on in launcher.cpp (who starts what), then sampler.cpp, controller.cpp, panel.cpp, server.cpp,
+// recorder.cpp, settings.cpp, saver.cpp, monitor.cpp, reader.cpp and closer.cpp.
 #ifndef EXAMPLES_DEVICE_DEVICE_H
 #define EXAMPLES_DEVICE_DEVICE_H
 
@@ -15,7 +14,7 @@
 
 namespace device {
 
-// Thread names are known to the whole machine, hence the common beginning.
+// Thread names are known to the whole machine, hence the common prefix.
 constexpr char nameReader[] = "device.reader";
 constexpr char nameController[] = "device.controller";
 constexpr char nameWorker[] = "device.worker";  // the controller's second thread
@@ -34,30 +33,30 @@ enum : unsigned int {
     MSG_READING = 0x100,    // carries a reading
     MSG_HEARTBEAT = 0x101,  // the monitor is alive
     MSG_TALLY = 0x102,      // carries a tally
-    // Asked of the controller.
+    // Sent to the controller.
     MSG_QUERY = 0x110,   // wParam is a queryField, the reply its value
     MSG_SURVEY = 0x111,  // replies the number of readings at once, posts a summary later
     // Posted to the panel, and by the panel's main thread to its painter.
     MSG_SUMMARY = 0x120,    // carries a summary
     MSG_PAINT_ROW = 0x121,  // a proxy; wParam is the row's number
-    // Posted to the worker, and asked of it.
+    // Posted to the worker, and sent to it.
     MSG_SELF_TEST = 0x130,   // be busy for wParam milliseconds
     MSG_TESTS_DONE = 0x131,  // replies how many self-tests it has finished
-    // Asked of the server.
-    MSG_PORT = 0x138,  // replies the TCP port on which it serves the table, 0 when it does so no longer
-    // For everybody.
+    // Sent to the server.
+    MSG_PORT = 0x138,  // replies the TCP port on which it serves the table, 0 when it no longer does
+    // For all.
     MSG_ALARM = 0x140,   // broadcast: wParam is 1 for raised, 0 for over; lParam the memory use
-    MSG_REPORT = 0x141,  // asked: stop, and post the tally to the controller
+    MSG_REPORT = 0x141,  // sent: stop, and post the tally to the controller
 };
 
 enum queryField : unsigned int { fieldNumber, fieldCpu, fieldMemory, fieldLoad, fieldCount };
 
-// No memory use reaches this threshold.
+// Memory use never reaches this threshold.
 constexpr uint32_t thresholdNever = 1001;
 
 // Extra data travel through shared memory, also between 32-bit and 64-bit processes: fixed-width words only.
 struct reading {
-    uint32_t m_uNumber;  // counts on across runs
+    uint32_t m_uNumber;  // continues across runs
     uint32_t m_uCpu;     // busy processors, permille of all
     uint32_t m_uMemory;  // memory in use, permille
     uint32_t m_uLoad;    // load average over a minute, hundredths
@@ -80,24 +79,24 @@ struct tally {
     uint32_t m_uPacket;     // rows that came over TCP and were kept
 };
 
-// The named block in which the controller leaves the sum of all tallies. A block keeps the size that it was
-// made with for as long as the machine runs, so another layout has to have another name.
+// The named block in which the controller leaves the sum of all tallies. A block keeps its first size as long as the
+// machine runs, so another layout needs another name.
 constexpr char nameTotals[] = "device.totals2";
 struct totals {
     uint32_t m_uRun;  // the launcher's process id: tells this run's totals from those of an earlier one
     tally m_objTally;
 };
 
-// The run that this process belongs to. The launcher sets it before it starts anybody.
+// The run that this process belongs to. The launcher sets it before it starts a process.
 extern uint32_t uRun;
 
 // Prints "who | text" in one piece, so that the lines of several processes do not mix.
 void say(const char* lpszWho, const char* lpszFormat, ...) __attribute__((format(printf, 2, 3)));
 
-// Milliseconds of a steady clock, for measuring.
+// Milliseconds of a monotonic clock, for measuring.
 double now();
 
-// Tells the launcher one letter.
+// Sends the launcher one letter.
 class news {
 public:
     explicit news(int fd) : m_fd(fd) {}
@@ -116,7 +115,7 @@ template <typename T>
 bool postRecord(const char* lpszName, unsigned int uMsg, const T& objRecord) {
     return post(lpszName, uMsg, 0, 0, sizeof(T), &objRecord);
 }
-// The record that a message carries; false when it carries something else.
+// Copies the record that a message carries; false when it carries something else.
 template <typename T>
 bool getRecord(simpMSG* pMsg, T& objRecord) {
     const void* pData = msgGetMessageExtraData(pMsg);
@@ -125,12 +124,12 @@ bool getRecord(simpMSG* pMsg, T& objRecord) {
     objRecord = *static_cast<const T*>(pData);
     return true;
 }
-// Sends and waits nTimeout milliseconds at most; false when no reply came.
+// Sends and waits at most nTimeout milliseconds; false when there was no reply.
 bool ask(const char* lpszName, unsigned int uMsg, unsigned int wParam, int nTimeout, int* pnReply);
 // Posts to every thread of the machine.
 void broadcast(unsigned int uMsg, unsigned int wParam, int lParam);
 
-// For what is exchanged without the functions above.
+// Count what is exchanged without the functions above.
 void countSend();
 void countTimer();
 void countPacket();
@@ -139,18 +138,18 @@ tally getTally();
 // The answer to MSG_REPORT.
 int reportTally();
 
-// The settings, an INI file in the home directory; HOME is set. Made when missing; false when it cannot be
-// used.
+// The settings, an INI file in the home directory; HOME is set. makeSettings() creates a missing one; false when it
+// cannot be used.
 std::string settingsFile();
 bool makeSettings();
 std::string readSettings();
 void showDifference(const std::string& strBefore, const std::string& strAfter);
-// Its sections, by way of the registry: what one process changes, all see at once.
+// Its sections, through the registry: what one process changes, all see at once.
 HREGISTRY openSettings(const char* lpszSection);
-// Sets a value, tells who watches the section, and has the file written.
+// Sets a value, notifies the section's monitors, and has the file written.
 void change(HREGISTRY hSection, const char* lpszKey, int nValue);
 
-// Registers the calling thread, runs it until it gets the quit message, and unregisters it.
+// Registers the calling thread, runs it until the quit message, and unregisters it.
 int runThread(const char* lpszName, msgCallbackEx pCallback, const news& objNews);
 
 // The processes. Each returns its exit status.
@@ -164,8 +163,7 @@ int runServer(const news& objNews);
 int runRecorder(const news& objNews);
 int runCloser(const news& objNews);
 
-// How long the panel takes for all it has to show, in milliseconds. The launcher sets it before it starts
-// anybody.
+// How long the panel shows what it has to show, in milliseconds. The launcher sets it before it starts a process.
 extern int nPanelTime;
 
 // The exit status of a reader that finds another demo running.

@@ -1,9 +1,8 @@
-// The launcher. It forks the processes one after the other, each as soon as the one before has registered,
-// and is told over pipes what it has to know; it never waits for time alone.
+// The launcher. It forks the processes one after the other, each as soon as the one before has registered, and learns
+// over pipes what it has to know; it never waits only for time to pass.
 //
-// It does not use the library before the last process has ended, so that every process starts with a fresh
-// one. The processes ignore the terminal's interrupt: the launcher takes it, and ends them by the quit
-// message as always.
+// It does not use the library before the last process has ended, so that every process starts with a fresh one. The
+// processes ignore the terminal's interrupt: the launcher takes it, and ends them by the quit message as usual.
 #include "launcher.h"
 
 #include <errno.h>
@@ -48,7 +47,7 @@ struct child {
     bool m_bReady;
     bool m_bFinished;
     bool m_bEnded;
-    bool m_bVictim;  // to be killed: how it ends does not count
+    bool m_bVictim;  // is killed on purpose: its exit status does not count
 };
 
 typedef int (*roleFunction)(const news&);
@@ -91,7 +90,7 @@ private:
     bool m_bClosing = false;  // processes may end
     int m_nInterrupt = 0;
     int m_nExit = 0;
-    const std::string m_strSettings = readSettings();  // before anybody changes them
+    const std::string m_strSettings = readSettings();  // before a process changes them
 };
 
 // ---- children
@@ -116,7 +115,7 @@ launcher::~launcher() {
 }
 
 void launcher::BecomeChild(roleFunction pRole, int fdNews) {
-    // Should the launcher be killed, nobody would be left to end this process.
+    // If the launcher is killed, this process ends, too.
     prctl(PR_SET_PDEATHSIG, SIGKILL);
     if (getppid() != m_idLauncher)
         _exit(1);
@@ -126,7 +125,7 @@ void launcher::BecomeChild(roleFunction pRole, int fdNews) {
     sigprocmask(SIG_SETMASK, &m_setOld, nullptr);
     const int nExit = pRole(news(fdNews));
     fflush(nullptr);
-    _exit(nExit);  // what the launcher has set up is not for its children to tear down
+    _exit(nExit);  // without destroying what the launcher has set up
 }
 
 // Starts a process and waits until it has registered; null when it does not.
@@ -156,8 +155,8 @@ child* launcher::Start(const char* lpszRole, roleFunction pRole) {
     return pChild;
 }
 
-// The monitor dies as under a power cut; then it is started again under the same name. Until the launcher has
-// reaped the dead process, its id counts as alive.
+// The monitor dies without cleaning up; then it is started again under the same name. Until the launcher has reaped the
+// dead process, its id counts as alive.
 void launcher::Crash(child* pChild) {
     pChild->m_bVictim = true;
     kill(pChild->m_idProcess, SIGKILL);
@@ -181,7 +180,7 @@ void launcher::KillAll() {
             static_cast<int>(objChild.m_idProcess));
         objChild.m_bVictim = true;
         kill(objChild.m_idProcess, SIGKILL);
-        // Reaped here, whatever else is to be waited for: the caller leaves nobody behind.
+        // Reaped here in any case, so that no child is left.
         waitpid(objChild.m_idProcess, nullptr, 0);
         objChild.m_bEnded = true;
     }
@@ -200,11 +199,11 @@ bool launcher::WaitFor(const std::function<bool()>& fnDone, double dUntil) {
     return true;
 }
 
-// News come before signals: what a process has told before it ended still counts.
+// News are handled before signals: what a process reported before it ended still counts.
 void launcher::HandleEvents(int nTimeout) {
     std::vector<struct pollfd> arrPoll = {{m_fdSignal, POLLIN, 0}};
     for (const child& objChild : m_listChild)
-        arrPoll.push_back({objChild.m_fdNews, POLLIN, 0});  // poll() passes over descriptors of -1
+        arrPoll.push_back({objChild.m_fdNews, POLLIN, 0});  // poll() skips descriptors of -1
     if (poll(arrPoll.data(), arrPoll.size(), nTimeout) <= 0)
         return;
     size_t nPoll = 1;
@@ -281,7 +280,7 @@ int launcher::Run() {
     return Close() ? Finish() : 1;
 }
 
-// Lets them work; in the middle the monitor is killed, and a little later started again.
+// Lets them work; halfway the monitor is killed, and a little later started again.
 void launcher::Watch(child* pMonitor, child* pPanel) {
     const auto fnStop = [this] { return m_bStop; };
     if (WaitFor(fnStop, At(5 / 12.0)))
@@ -306,7 +305,7 @@ bool launcher::Close() {
     m_bClosing = true;
     if (!HaveAllEnded()) {
         Start("closer", runCloser);
-        // Whoever interrupts twice does not want to wait for anybody.
+        // After a second interrupt, do not wait.
         WaitFor([this] { return HaveAllEnded() || m_nInterrupt > 1; }, m_dWatchdog);
     }
     const bool bResult = HaveAllEnded();
@@ -331,8 +330,8 @@ bool readTotals(tally& objTally) {
     return bComplete;
 }
 
-// Shows what the run has left behind, and prints the last line. From here on the launcher is a user of the
-// library like any other.
+// Shows what the run has left, and prints the last line. From here on the launcher uses the library like any other
+// process.
 int launcher::Finish() {
     if (m_nExit == 1)
         return 1;
@@ -409,11 +408,11 @@ int deviceMain(int nCount, char** lpszArguments) {
         printHelp();
         return 0;
     }
-    // The counters lie in the home directory; whoever has none uses the one for everybody.
+    // The counters are in the home directory; without one, in /tmp.
     setenv("HOME", "/tmp", 0);
     if (objOptions.m_bClean)
         return clean(objOptions.m_bStorageToo);
-    // Level 2 keeps the lines that tell of threads and ghosts and drops the two or three for every message.
+    // Level 2 keeps the lines about threads and dead processes, and drops the two or three for every message.
     setenv("trace", "2:system", 0);
     uRun = static_cast<uint32_t>(getpid());
     if (!makeSettings()) {

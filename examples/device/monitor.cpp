@@ -1,5 +1,5 @@
-// The monitor: a process that only says that it is alive. The launcher kills it in mid-run, so that it can
-// leave nothing in order: its queue and its event stay behind until the next thread registers anywhere.
+// The monitor: a process that only reports that it is alive. The launcher kills it halfway, so it cannot clean up: its
+// queue and its event stay until the next thread of any process registers.
 #include "device.h"
 #include "qor/TraceHelper.h"
 

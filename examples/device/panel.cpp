@@ -1,8 +1,8 @@
-// The panel: the operator's view. It asks the controller for its values and prints them as a table, row by
-// row, and between the rows it does what an operator might do.
+// The panel: the operator's view. It asks the controller for its values and prints them as a table, row by row; between
+// the rows it does what an operator might do.
 //
-// It uses the classes where the other processes use the plain functions: two hookers that see its messages
-// before its handler does, and a second thread, the painter, on which a method of the table runs by proxy.
+// It uses the classes where the other processes use the plain functions: two hookers that see its messages before its
+// handler does, and a second thread, the painter, on which a method of the table runs by proxy.
 #include "device.h"
 #include "qor/MsgQueueHelper.h"
 #include "qor/TraceHelper.h"
@@ -23,8 +23,8 @@ constexpr unsigned int timeSelfTest = 400;
 
 uCSystemShareHelper& share() { return *uCSystemShareHelpergetGlobalObject(); }
 
-// The table is printed by the painter alone. A row is handed over by SendProxyMessage(), which waits until it
-// has been painted, so the two threads never touch the table at the same time.
+// Only the painter prints the table. SendProxyMessage() hands it a row and waits until the row is painted, so the two
+// threads never use the table at the same time.
 class table : public chMsgProcesser {
 public:
     int OnPaintRow(msgObject& objMessage) {
@@ -38,7 +38,7 @@ public:
     row m_objRow;
 };
 
-// Made first, so it sees every message, and lets it pass on.
+// Made first, so it sees every message; it lets each pass.
 class countingHooker : public chMsgHooker {
 public:
     int TryThreadMessage(msgObject& objMessage) override {
@@ -48,7 +48,7 @@ public:
     int m_nMessage = 0;
 };
 
-// Takes the alarms away before the panel's handler sees them.
+// Consumes the alarms before the panel's handler sees them.
 class alarmHooker : public chMsgHooker {
 public:
     int TryThreadMessage(msgObject& objMessage) override {
@@ -98,7 +98,7 @@ int panel::Work() {
     share().GetProcessLocal().LaunchLocalThread(m_objPainter);
     int nExit;
     {
-        // A hooker belongs to the thread that makes it, and goes before the thread does.
+        // A hooker belongs to the thread that makes it, and is destroyed before the thread is.
         countingHooker hookerCount;
         alarmHooker hookerAlarm;
         m_pAlarm = &hookerAlarm;
@@ -136,7 +136,7 @@ void panel::NextRow() {
     ++m_nRow;
     PaintRow();
     Operate();
-    // On a busy machine the last alarm may still be on its way; then there are a few more rows.
+    // On a busy machine the last alarm may not have arrived yet; then there are a few more rows.
     if (m_nRow >= countRow - 1 && m_pAlarm->m_nOver > 0)
         m_objNews.finished();
 }
@@ -173,7 +173,7 @@ void panel::Operate() {
     }
 }
 
-// The worker handles its messages in order: behind the test, a question cannot be answered in time.
+// The worker handles its messages in order: a question that arrives during the test cannot be answered in time.
 void panel::StartSelfTest() {
     post(nameWorker, MSG_SELF_TEST, timeSelfTest);
     const double dStart = now();
@@ -190,7 +190,7 @@ void panel::AskWorker() {
         say("panel", "asked again: the worker has finished %d self-test", nDone);
 }
 
-// The sampler watches its section. The next run finds what this one has set.
+// The sampler monitors its section. The next run finds what this one has set.
 void panel::ChangePeriod() {
     HREGISTRY hSampler = openSettings("Sampler");
     const int nPeriod = registryGetInt(hSampler, "period", 100) == 100 ? 80 : 100;
@@ -198,7 +198,7 @@ void panel::ChangePeriod() {
     change(hSampler, "period", nPeriod);
 }
 
-// Half of what is in use now: the next reading passes it, on any machine.
+// Half of what is in use now: the next reading exceeds it, on any machine.
 void panel::LowerThreshold() {
     int nMemory = 0;
     ask(nameController, MSG_QUERY, fieldMemory, timeoutQuery, &nMemory);

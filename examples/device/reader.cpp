@@ -49,8 +49,8 @@ bool isAnyNameUsed() {
     return false;
 }
 
-// A name can be registered once on a machine. The reader is the first process, so it looks before the others
-// would fail; the processes of a demo that was just killed get a moment to go.
+// A name can be registered only once on a machine. The reader is the first process, so it checks this before the others
+// would fail; the processes of a demo that was just killed get a moment to end.
 bool areNamesFree() {
     constexpr int periodLook = 50;
     const double dEnd = now() + 2000;

@@ -1,8 +1,7 @@
-// The recorder: a client of the server. It keeps every row that it gets in two files, and confirms a packet
-// when its row is kept.
+// The recorder: a client of the server. It keeps every row that it receives in two files, and confirms a packet when
+// its row is kept.
 //
-// It asks the server for its port before each attempt to connect: a server that was started again has another
-// one.
+// It asks the server for its port before each attempt to connect, because a restarted server has another one.
 #include "device.h"
 #include "qor/SocketHelper.h"
 #include "qor/TraceHelper.h"
@@ -23,12 +22,12 @@ constexpr int periodSave = 10;  // rows
 struct recorder {
     chSocketPacketTCP m_objSocket;
     tableWriter m_objWriter;
-    bool m_bConnected = false;  // was, at least once
+    bool m_bConnected = false;  // has been, at least once
     bool m_bOver = false;       // the server has said that no more will come
 };
-recorder* g_pRecorder = nullptr;  // made in its own process: the launcher has no use for it
+recorder* g_pRecorder = nullptr;  // made in its own process; the launcher needs none
 
-// What is left of a connection goes first.
+// Ends what is left of an earlier connection first.
 void connectToServer() {
     g_pRecorder->m_objSocket.DestroySocket();
     int nPort = 0;
@@ -53,7 +52,7 @@ void keepRow(const row& objRow) {
         saveTable();
 }
 
-// False for what no server of this table sends.
+// False for a packet that no server of this table sends.
 bool takePacket(const QOR_MiscHelper::binaryArray& arrData) {
     row objRow;
     if (!unpackRow(arrData, objRow))

@@ -1,5 +1,5 @@
-// The sampler: ten times a second, or as its settings say, it reads what the kernel tells about the machine and posts
-// it to the controller.
+// The sampler: ten times a second, or as its settings say, it reads the kernel's figures about the machine and posts
+// them to the controller.
 #include <stdio.h>
 #include <string.h>
 
@@ -36,7 +36,7 @@ uint32_t readCpu() {
     for (int i = 0; i < nField; ++i)
         uTotal += auTick[i];
     const unsigned long long uBusy = uTotal - auTick[3] - auTick[4];  // all but idle and waiting for a disk
-    // The ticks are coarse: between two near readings there may be none. They can also go backwards a little.
+    // The ticks are coarse: between two close readings there may be none. They can also go back a little.
     if (uTotal > g_last.m_uTotal && uBusy >= g_last.m_uBusy)
         g_last.m_uCpu = static_cast<uint32_t>((uBusy - g_last.m_uBusy) * 1000 / (uTotal - g_last.m_uTotal));
     g_last.m_uBusy = uBusy;
@@ -72,8 +72,8 @@ uint32_t readLoad() {
     return nField == 1 ? static_cast<uint32_t>(dLoad * 100 + 0.5) : 0;
 }
 
-// The counter lies in a file of the home directory. Creating it again would set it back, so this is done only
-// by the very first run.
+// The counter is in a file in the home directory. Creating it again would reset it, so only the very first run does
+// that.
 void makeCounter() {
     auto* pStorage = QOR_MsgQueueHelper::uCSystemStorageHelpergetGlobalObject();
     pStorage->Lock(-1);
@@ -92,7 +92,7 @@ void sample() {
     postRecord(nameController, MSG_READING, objReading);
 }
 
-// Also while it runs: the operator may change it. Returns the period in milliseconds, whatever the settings say.
+// The operator may change it while the sampler runs. Returns the period in milliseconds, within its limits.
 int setPeriod() {
     const int nPeriod = std::clamp(registryGetInt(openSettings("Sampler"), "period", 100), 10, 1000);
     timerSetThreadTimer(timerSample, static_cast<unsigned int>(nPeriod));
@@ -118,7 +118,7 @@ int onMessage(simpMSG* pMsg) {
             timerKillThreadTimer(timerSample);
             return reportTally();
     }
-    return -1;  // to the idle message this says: sleep until the next message or timer
+    return -1;  // for the idle message: sleep until the next message or timer; 0 would keep a CPU busy
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-// The saver: writes the settings when somebody has flushed a change, so that nobody else waits for the disk.
+// The saver: writes the settings when a process has flushed a change, so that no other process waits for the disk.
 #include "device.h"
 #include "qor/TraceHelper.h"
 

@@ -1,10 +1,10 @@
-// The server: gives the live table to whoever connects to it, as packets over TCP.
+// The server: sends the live table to every client that connects, as packets over TCP.
 //
-// It listens on this machine only, on a port that the system picks; MSG_PORT tells which. Its one thread must
-// answer at once, also at the end, so it never waits for a client. Sending would wait for one that does not
-// read. So a client confirms every packet, and gets no more while windowPacket of them are open: these few
-// bytes fit into any connection's buffer. Who is too slow misses rows; who confirms nothing for
-// timeoutClient, says what it should not or goes away is dropped.
+// It listens on this machine only, on a port that the system picks; MSG_PORT tells which. Its one thread must answer at
+// once, also at the end, so it never waits for a client. Sending would wait for a client that does not read; so a
+// client confirms every packet, and gets no more while windowPacket of them are unconfirmed: these few bytes fit into
+// any connection's buffer. A client that is too slow misses rows; one that confirms nothing for timeoutClient, breaks
+// the protocol or disconnects is dropped.
 #include <algorithm>
 #include <iterator>
 #include <list>
@@ -31,9 +31,9 @@ constexpr int timeoutLast = 1000;  // for all clients together: the closer waits
 
 struct client {
     chSocketPacketTCP m_objSocket;
-    int m_nPort = 0;      // of the client: tells one from another
+    int m_nPort = 0;      // the client's, which identifies it
     int m_nOpen = 0;      // packets that it has not confirmed
-    double m_dHeard = 0;  // when nothing was open, or it has confirmed something
+    double m_dHeard = 0;  // when it last had confirmed everything, or something
 };
 
 struct server {
@@ -42,9 +42,9 @@ struct server {
     row m_objRow;  // the last one
     int m_nDropped = 0;
 };
-server* g_pServer = nullptr;  // made in its own process: the launcher has no use for it
+server* g_pServer = nullptr;  // made in its own process; the launcher needs none
 
-// 0 while nothing is served.
+// 0 while the table is not served.
 int getPort() {
     chSocketAddr addr;
     socklen_t nSize = sizeof(sockaddr_in);
@@ -71,7 +71,7 @@ void acceptClients() {
     }
 }
 
-// False when none comes within that time.
+// False when none arrives within that time.
 bool takeConfirmation(client& objClient, int nTimeout) {
     if (!objClient.m_objSocket.ReceivePacket(nullptr, 1, nTimeout))
         return false;
@@ -80,7 +80,7 @@ bool takeConfirmation(client& objClient, int nTimeout) {
     return true;
 }
 
-// False for a client that has gone, or confirms what it never got.
+// False for a client that has disconnected, or confirms what it was never sent.
 bool listenTo(client& objClient) {
     while (objClient.m_nOpen > 0 && takeConfirmation(objClient, 0)) {
     }
@@ -120,8 +120,8 @@ void serve() {
     }
 }
 
-// Sends the last packet to all of them, and waits until they have confirmed it: a connection that is closed
-// with something unread can take with it what was sent last.
+// Sends the last packet to all clients, and waits until they have confirmed it: closing a connection with unread bytes
+// can lose what was sent last.
 void endClients() {
     row objEnd;
     for (client& objClient : g_pServer->m_lstClient)

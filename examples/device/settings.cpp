@@ -63,7 +63,7 @@ std::string readSettings() {
     return strText;
 }
 
-// Lines are only ever exchanged or appended here, so they are compared one by one.
+// Lines are only replaced or appended here, so they are compared one by one.
 void showDifference(const std::string& strBefore, const std::string& strAfter) {
     const std::vector<std::string> arrBefore = linesOf(strBefore), arrAfter = linesOf(strAfter);
     if (arrBefore == arrAfter)

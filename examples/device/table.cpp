@@ -1,4 +1,4 @@
-// Rows of the live table, as people and as packets see them.
+// Rows of the live table, as text and as packets.
 #include "table.h"
 
 #include <stdio.h>
@@ -8,7 +8,7 @@ namespace device {
 
 namespace {
 
-// A value without its fixed point.
+// A fixed-point value as text.
 std::string valueText(int nValue, int nUnit, int nDigit) {
     if (nValue < 0)
         return "?";

@@ -1,8 +1,7 @@
-// The live table: its rows, the packets in which the server gives them to its clients, and the files in which
-// the recorder keeps them.
+// The live table: its rows, the packets in which the server sends them, and the files in which the recorder keeps them.
 //
-// A packet is the six numbers of a row, each of them 4 bytes with the highest first. A client confirms each
-// packet with one byte. A packet of row 0 says that no more will come.
+// A packet has the six numbers of a row, each as 4 bytes in big-endian order. A client confirms each packet with one
+// byte. A packet of row 0 is the last one.
 #ifndef EXAMPLES_DEVICE_TABLE_H
 #define EXAMPLES_DEVICE_TABLE_H
 
@@ -24,19 +23,19 @@ constexpr int rowEnd = 0;
 
 struct row {
     int m_nNumber = rowEnd;
-    int m_anValue[fieldCount] = {};  // -1 where a query brought none
+    int m_anValue[fieldCount] = {};  // -1 where a query was not answered
     bool m_bAlarm = false;
 };
 
-// A row as people read it, one text for each column.
+// A row as text, one for each column.
 typedef std::vector<std::string> rowText;
 
 const rowText& columnTitles();
 rowText textOf(const row& objRow);
-// The columns below each other, as the panel prints them.
+// A line in which the columns are aligned, as the panel prints it.
 std::string lineOf(const rowText& arrText);
 
-// Asks the controller for the values of a row; each may take so many milliseconds.
+// Asks the controller for the values of a row; each query may take timeoutQuery milliseconds.
 constexpr int timeoutQuery = 1000;
 void askValues(row& objRow);
 
@@ -45,21 +44,21 @@ struct packet {
     uint32_t m_auNumber[countColumn];
 };
 packet packRow(const row& objRow);
-// False for what is no packet of a row.
+// False for anything else.
 bool unpackRow(const QOR_MiscHelper::binaryArray& arrData, row& objRow);
 
-// The demo's own directory below /tmp; false when it cannot be made, or belongs to somebody else.
+// The demo's own directory below /tmp; false when it cannot be made, or belongs to another user.
 std::string tableDirectory();
 bool makeTableDirectory();
 bool isTableDirectory();
 // All files that can be in it.
 std::vector<std::string> tableFiles();
 
-// The files of one run: lines of CSV, each of which is handed to the system at once, and an XML document,
-// which is replaced as a whole. The document on the disk is always complete, if not up to date.
+// The files of one run: CSV lines, each of which is passed to the system at once, and an XML document, which is
+// replaced as a whole. The document on the disk is always complete, if not up to date.
 class tableWriter {
 public:
-    // Begins both anew; false when one of them cannot be written.
+    // Starts both anew; false when one of them cannot be written.
     bool Open();
     bool Append(const row& objRow);
     bool Save() const;
@@ -74,8 +73,7 @@ private:
     int m_nRow = 0;
 };
 
-// Finds the files, reads them back and prints a little of them; false unless both hold the same nExpected
-// rows.
+// Finds the files, reads them back and prints some rows; false unless both hold the same nExpected rows.
 bool showTable(int nExpected);
 
 }  // namespace device

@@ -1,7 +1,7 @@
 // The files in which the live table is kept, and how they are found and read again.
 //
-// Everything is in a directory of a name that everybody can guess, so nothing is written to it unless it
-// belongs to this user alone.
+// Everything is in a directory whose name is easy to guess, so nothing is written to it unless it belongs to this user
+// alone.
 #include <errno.h>
 #include <stdlib.h>
 #include <string.h>
@@ -24,7 +24,7 @@ constexpr char szDocument[] = "table.xml";
 
 constexpr char szTable[] = "table";
 constexpr char szRow[] = "row";
-// The names of a row's attributes; titles may have blanks.
+// The names of a row's attributes; the titles may contain blanks.
 const char* const aszAttribute[countColumn] = {"number", "reading", "cpu", "memory", "load", "alarm"};
 
 std::string fileOf(const char* lpszName) { return tableDirectory() + "/" + lpszName; }
@@ -82,7 +82,7 @@ bool readFile(const char* lpszFile, std::vector<rowText>& arrRow) {
 // ---- showing
 
 void showRows(const std::vector<rowText>& arrRow) {
-    constexpr size_t countShown = 3;  // at the begin; and the last one
+    constexpr size_t countShown = 3;  // at the start, and the last one
     say("launcher", "%s", lineOf(columnTitles()).c_str());
     for (size_t i = 0; i < arrRow.size() && i < countShown; ++i)
         say("launcher", "%s", lineOf(arrRow[i]).c_str());
