@@ -23,7 +23,7 @@
 #include <new>
 
 #include "qor/AllocHelper.h"
-#include "qor/ChainHelper.h"
+#include "qor/ChainHelper/CheckedChain.h"
 
 /// Lists and maps.
 namespace QOR_ListHelper {
@@ -41,61 +41,38 @@ struct pair_type {
     V value;  ///< the value
 };
 
-/// Where the links of one kind of chain may lead.
+/// The checks of a list's links, by the kind of its chain.
 template <class chain>
-struct walkRange;
+class listChecks;
 
 /// The links of one process are trusted.
 template <>
-struct walkRange<list_chain_pointer> {
-    explicit walkRange(const list_chain_pointer*) {}
-    /// Whether nSize bytes at p may be read.
-    bool holds(const void*, size_t) const { return true; }
-    /// How many nodes a list can have at the most.
-    uintptr_t mostNodes() const { return ~static_cast<uintptr_t>(0); }
+class listChecks<list_chain_pointer> {
+public:
+    typedef list_chain_pointer chain_type;  ///< the links
+
+    /// Nothing depends on the head or on the size of a node.
+    listChecks(const list_chain_pointer*, size_t) {}
+    /// Whether a link may lead to a node at an address: always.
+    bool isRecord(const list_chain_pointer*) const { return true; }
+    /// There is no upper bound.
+    uintptr_t maxRecords() const { return ~static_cast<uintptr_t>(0); }
+    /// The fatal assertion.
+    bool fail() const { return QOR_ASSERT_IN("_chList", false, "broken share chain"); }
 };
 
-/// The links of shared memory must stay in the segment that they lie in.
+/// The links of shared memory must stay in the segment of the list.
 template <>
-struct walkRange<list_chain_offset> : QOR_ChainHelper::shareRange {
-    explicit walkRange(const list_chain_offset* p) : shareRange(QOR_ChainHelper::findShareRange(p)) {}
-    /// How many nodes a list can have at the most: none is smaller than a cell's header and its smallest data.
-    uintptr_t mostNodes() const { return (m_uEnd - m_uBegin) / 12; }
+class listChecks<list_chain_offset> : public QOR_ChainHelper::segmentChecks {
+public:
+    /// A node has at least sizeNode bytes.
+    listChecks(const list_chain_offset* pHead, size_t sizeNode)
+        : segmentChecks(pHead, sizeNode, "_chList", "broken share chain") {}
 };
 
-/// Follows a link to a node, or to the list's head, which has no payload.
+/// The chain of a list's nodes.
 template <class Node>
-inline Node* soundNode(Node* pFrom, typename Node::chain_type* pLink) {
-    const walkRange<typename Node::chain_type> range(pFrom);
-    if (QOR_ASSERT_IN("_chList", range.holds(pLink, sizeof(*pLink)), "broken share chain"))
-        return reinterpret_cast<Node*>(pLink);
-    return pFrom;
-}
-
-/// The node in front of pNode by the way forward from pStart, which is of the same list.
-template <class Node>
-Node* searchLeft(Node* pStart, Node* pNode) {
-    typename Node::chain_type* const pLink = pNode;
-    uintptr_t nLeft = walkRange<typename Node::chain_type>(pStart).mostNodes();
-    Node* pLeft = pStart;
-    while (pLeft->get_pNext() != pLink) {
-        pLeft = soundNode(pLeft, pLeft->get_pNext());
-        if (!QOR_ASSERT_IN("_chList", pLeft != pStart && nLeft-- != 0, "broken share chain"))
-            break;
-    }
-    return pLeft;
-}
-
-/// The node in front of pNode. The way forward is the truth: a killed process may have left a link backwards behind,
-/// which is seen by its target not leading here.
-template <class Node>
-inline Node* leftNode(Node* pStart, Node* pNode) {
-    typename Node::chain_type* const pLink = pNode;
-    typename Node::chain_type* const pPrev = pNode->get_pPrevNode();
-    if (walkRange<typename Node::chain_type>(pNode).holds(pPrev, sizeof(*pPrev)) && pPrev->get_pNext() == pLink)
-        return reinterpret_cast<Node*>(pPrev);
-    return searchLeft(pStart, pNode);
-}
+using listChain = QOR_ChainHelper::checkedChain<listChecks<typename Node::chain_type>>;
 
 /// A place in a list: a node, or the head as the end.
 template <class Node>
@@ -106,19 +83,13 @@ public:
     explicit list_iterator(Node* pNode = NULL) : m_pThisNode(pNode) {}
 
     /// The node's payload. Not at the end.
-    value_type& operator*() const { return soundThis()->m_value; }
+    value_type& operator*() const { return checkedNode()->m_value; }
     /// The node's payload. Not at the end.
-    value_type* operator->() const { return &soundThis()->m_value; }
+    value_type* operator->() const { return &checkedNode()->m_value; }
     /// To the next node.
-    list_iterator& operator++() {
-        m_pThisNode = soundNode(m_pThisNode, m_pThisNode->get_pNext());
-        return *this;
-    }
+    list_iterator& operator++() { return moveTo(ring().Right(m_pThisNode)); }
     /// To the previous node.
-    list_iterator& operator--() {
-        m_pThisNode = leftNode(m_pThisNode, m_pThisNode);
-        return *this;
-    }
+    list_iterator& operator--() { return moveTo(ring().Left(m_pThisNode)); }
     /// The place n nodes on, or -n nodes back.
     list_iterator operator+(int n) const {
         list_iterator it = *this;
@@ -134,10 +105,21 @@ public:
     Node* m_pThisNode;  ///< the node; the head stands for the end
 
 private:
-    // A link that leads to the last bytes of a segment has room for a head only.
-    Node* soundThis() const {
-        const walkRange<typename Node::chain_type> range(m_pThisNode);
-        QOR_ASSERT_IN("_chList", range.holds(m_pThisNode, sizeof(Node)), "broken share chain");
+    typedef typename Node::chain_type chain_type;
+
+    // Any place of a ring can be the head of a walk. A step may lead to the list's head, which has no payload.
+    listChain<Node> ring() const {
+        return listChain<Node>(m_pThisNode, listChecks<chain_type>(m_pThisNode, sizeof(chain_type)));
+    }
+    list_iterator& moveTo(chain_type* pPlace) {
+        m_pThisNode = reinterpret_cast<Node*>(pPlace);
+        return *this;
+    }
+    // The steps have checked that there is room for a link; a payload needs more.
+    Node* checkedNode() const {
+        const listChecks<chain_type> checks(m_pThisNode, sizeof(Node));
+        if (!checks.isRecord(m_pThisNode))
+            checks.fail();
         return m_pThisNode;
     }
 };
@@ -215,7 +197,7 @@ public:
     /// The end position.
     iterator end() const { return iterator(reinterpret_cast<node_type*>(const_cast<chain_type*>(&m_vHead))); }
     /// The last element, or end().
-    iterator tail() const { return iterator(leftNode(end().m_pThisNode, end().m_pThisNode)); }
+    iterator tail() const { return --end(); }
     /// The first element. The list is not empty.
     value_type& front() const { return *begin(); }
 
@@ -244,15 +226,11 @@ public:
     void erase(iterator it) {
         if (empty() || it == end())
             return;
-        chain_type* pLink = it.m_pThisNode;
-        const walkRange<chain_type> range(pLink);
-        if (!QOR_ASSERT_IN("_chList",
-                           range.holds(pLink, sizeof(node_type)) && range.holds(pLink->get_pNext(), sizeof(*pLink)),
-                           "broken share chain"))
+        const listChain<node_type> chain = nodes();
+        if (!chain.CheckRecord(it.m_pThisNode))
             return;
         QOR_ChainHelper::storeShareWord(m_nCount, size() > 0 ? size() - 1 : 0);
-        pLink->set_pPrev(leftNode(end().m_pThisNode, it.m_pThisNode));
-        QOR_ChainHelper::unlink_list_node(pLink);
+        chain.Unlink(it.m_pThisNode);
         this->ReturnNode(it.m_pThisNode);
     }
     /// Erases the first element equal to a value; whether there was one.
@@ -286,37 +264,38 @@ public:
     /// The first element for which fn answers true, or end().
     template <class Fn>
     iterator find_if(Fn fn) const {
-        const walkRange<chain_type> range(&m_vHead);
-        uintptr_t nLeft = range.mostNodes();
-        for (chain_type* p = m_vHead.get_pNext(); p != &m_vHead; p = p->get_pNext()) {
-            if (!QOR_ASSERT_IN("_chList", range.holds(p, sizeof(node_type)) && nLeft-- != 0, "broken share chain"))
-                break;
-            iterator it(reinterpret_cast<node_type*>(p));
-            if (fn(it.m_pThisNode->m_value))
-                return it;
-        }
-        return end();
+        chain_type* const p = nodes().Find([&fn](chain_type* pNode) { return fn(nodeOf(pNode)->m_value); });
+        return p != NULL ? iterator(nodeOf(p)) : end();
+    }
+    /// Erases every element for which fn returns true.
+    template <class Fn>
+    void erase_if(Fn fn) {
+        nodes().Drain([&fn](chain_type* pNode) { return fn(nodeOf(pNode)->m_value); },
+                      [this](chain_type* pNode) { erase(iterator(nodeOf(pNode))); });
     }
     /// Erases every element.
     void clear() {
-        while (!empty())
-            erase(begin());
+        erase_if([](const value_type&) { return true; });
     }
 
 protected:
     /// Links a complete node in front of a place.
     iterator link_node(iterator it, node_type* pNode) {
-        chain_type* pLeft = leftNode(end().m_pThisNode, it.m_pThisNode);
-        chain_type* pLink = pNode;
-        pLink->set_pNext(it.m_pThisNode);
-        pLink->set_pPrev(pLeft);
-        QOR_ChainHelper::link_list_node<chain_type>(pLeft, pLink);
-        QOR_ChainHelper::link_list_node<chain_type>(pLink, it.m_pThisNode);
+        const listChain<node_type> chain = nodes();
+        chain_type* const pLeft = chain.CheckedLeft(it.m_pThisNode);
+        if (pLeft == NULL)
+            return end();
+        chain.InsertAfter(pLeft, pNode);
         QOR_ChainHelper::storeShareWord(m_nCount, static_cast<int32_t>(static_cast<uint32_t>(size()) + 1));
         return iterator(pNode);
     }
 
 private:
+    listChain<node_type> nodes() const {
+        return listChain<node_type>(&m_vHead, listChecks<chain_type>(&m_vHead, sizeof(node_type)));
+    }
+    static node_type* nodeOf(chain_type* p) { return reinterpret_cast<node_type*>(p); }
+
     int32_t m_nCount;
     chain_type m_vHead;
 };

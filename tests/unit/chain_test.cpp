@@ -399,6 +399,31 @@ TEST_F(ShareChain, IsDrainedFromEitherEnd) {
                 testing::KilledBySignal(SIGABRT), "\\[_chTest:[0-9]+\\] broken share chain ");
 }
 
+TEST_F(ShareChain, ARecordIsCheckedTogetherWithItsNeighbours) {
+    fill(3);
+    const auto isBroken = "\\[_chTest:[0-9]+\\] broken share chain ";
+    EXPECT_TRUE(chain().CheckRecord(link(1)));
+    EXPECT_TRUE(chain().CheckRecord(link(2)));
+    EXPECT_EQ(&m_pBlock->vHead, chain().CheckedLeft(link(0)));
+    EXPECT_EXIT(chain().CheckRecord(link(5)), testing::KilledBySignal(SIGABRT), isBroken) << "of no chain";
+    EXPECT_EXIT(chain().CheckedLeft(link(5)), testing::KilledBySignal(SIGABRT), isBroken);
+    list_chain_offset* const pLast = reinterpret_cast<list_chain_offset*>(m_segment.begin() + m_segment.size() - 8);
+    EXPECT_EXIT(chain().CheckRecord(pLast), testing::KilledBySignal(SIGABRT), isBroken) << "room for a link only";
+}
+
+TEST_F(ShareChain, ARecordIsCompleteButOutOfReachWhenItsInserterIsTold) {
+    fill(2);
+    bool bTold = false;
+    chain().InsertAfter(link(0), link(5), [&] {
+        bTold = true;
+        EXPECT_EQ(link(1), link(5)->get_pNext());
+        EXPECT_EQ(link(0), link(5)->get_pPrevNode());
+        EXPECT_EQ((std::vector<int>{0, 1}), numbers());
+    });
+    EXPECT_TRUE(bTold);
+    EXPECT_EQ((std::vector<int>{0, 5, 1}), numbers());
+}
+
 TEST_F(ShareChain, ItsChecksAcceptRecordsOfTheSegmentOnly) {
     const segmentChecks checks(&m_pBlock->vHead, sizeof(record), "_chTest", "a text");
     static_assert(std::is_same<checkedChain<segmentChecks>::chain_type, list_chain_offset>::value, "");

@@ -584,34 +584,42 @@ TEST(ListParts, ACompleteNodeIsLinkedInFrontOfAPlace) {
 
 TEST(ListParts, TheLinksOfOneProcessAreTrustedThoseOfASegmentMustStayInIt) {
     ring<plainNode> v;
-    const walkRange<plainNode::chain_type> everywhere(&v.a[0]);
-    EXPECT_TRUE(everywhere.holds(NULL, 1u << 30));
-    EXPECT_EQ(UINTPTR_MAX, everywhere.mostNodes());
-    EXPECT_EQ(&v.a[2], soundNode(&v.a[0], reinterpret_cast<plainNode::chain_type*>(&v.a[2])));
+    const listChecks<plainNode::chain_type> trusting(&v.a[0], sizeof(plainNode));
+    EXPECT_TRUE(trusting.isRecord(NULL));
+    EXPECT_EQ(UINTPTR_MAX, trusting.maxRecords());
+    EXPECT_EXIT(trusting.fail(), testing::KilledBySignal(SIGABRT), "\\[_chList:[0-9]+\\] broken share chain ");
 
     qorTest::guardedSegment segment(1);
     auto* const pNode = new (segment.begin()) ring<shareNode>;
-    const walkRange<shareNode::chain_type> range(&pNode->a[0]);
-    EXPECT_TRUE(range.holds(segment.begin(), segment.size()));
-    EXPECT_FALSE(range.holds(segment.begin(), segment.size() + 1));
-    EXPECT_FALSE(range.holds(segment.begin() - 4, 8));
-    EXPECT_EQ(segment.size() / 12, range.mostNodes());
-    EXPECT_EQ(&pNode->a[1], soundNode(&pNode->a[0], pNode->a[0].get_pNext()));
-    EXPECT_EXIT(soundNode(&pNode->a[0], reinterpret_cast<shareNode::chain_type*>(segment.begin() + segment.size())),
-                testing::KilledBySignal(SIGABRT), "\\[_chList:[0-9]+\\] broken share chain ");
+    const listChecks<shareNode::chain_type> checks(&pNode->a[0], sizeof(shareNode));
+    EXPECT_TRUE(checks.isRecord(&pNode->a[1]));
+    EXPECT_FALSE(checks.isRecord(reinterpret_cast<shareNode*>(segment.begin() + segment.size() - 8)));
+    EXPECT_FALSE(checks.isRecord(NULL));
+    EXPECT_EQ(segment.size() / 12, checks.maxRecords());
+    EXPECT_EXIT(checks.fail(), testing::KilledBySignal(SIGABRT), "\\[_chList:[0-9]+\\] broken share chain ");
 }
 
-TEST(ListParts, TheNodeInFrontIsFoundByTheWayForwardWhenTheLinkBackwardsIsWrong) {
+TEST(ListParts, TheChainOfAListIsWalkedLikeAnyOther) {
     ring<shareNode> v;
-    for (int i = 0; i < 3; ++i)
-        EXPECT_EQ(&v.a[(i + 2) % 3], leftNode(&v.a[0], &v.a[i])) << i;
+    const listChain<shareNode> chain(&v.a[0], listChecks<shareNode::chain_type>(&v.a[0], sizeof(shareNode)));
+    static_assert(std::is_same<listChecks<shareNode::chain_type>::chain_type, shareNode::chain_type>::value, "");
+    static_assert(std::is_same<listChecks<plainNode::chain_type>::chain_type, plainNode::chain_type>::value, "");
     v.a[2].set_pPrev(&v.a[0]);
-    EXPECT_EQ(&v.a[1], leftNode(&v.a[0], &v.a[2]));
-    EXPECT_EQ(&v.a[1], searchLeft(&v.a[0], &v.a[2]));
-    EXPECT_EQ(&v.a[2], searchLeft(&v.a[0], &v.a[0]));
+    EXPECT_EQ(&v.a[1], chain.CheckedLeft(&v.a[2])) << "the backward link is stale";
     shareNode vStranger;
-    EXPECT_EXIT(searchLeft(&v.a[0], &vStranger), testing::KilledBySignal(SIGABRT),
+    QOR_ChainHelper::link_list_node<shareNode::chain_type>(NULL, &vStranger);
+    EXPECT_EXIT(chain.CheckedLeft(&vStranger), testing::KilledBySignal(SIGABRT),
                 "\\[_chList:[0-9]+\\] broken share chain ");
+}
+
+TYPED_TEST(ListOf, ErasesTheElementsThatAQuestionPicks) {
+    this->fill(7);
+    this->list().erase_if([](const counted& r) { return r % 3 == 0; });
+    this->expect({1, 2, 4, 5});
+    this->list().erase_if([](const counted&) { return false; });
+    this->expect({1, 2, 4, 5});
+    this->list().erase_if([](const counted&) { return true; });
+    this->expect({});
 }
 
 TYPED_TEST(ListOf, AnElementIsFoundAndErasedByItsAddress) {

@@ -1,14 +1,16 @@
 /// @file
-/// The one walk over circular chains: every link is checked before it is followed, and every walk ends.
+/// Walks over circular chains that check every link before they follow it, and always end.
 ///
-/// A chain is a ring of double links with a head, which lies in no record. Whatever stands in a damaged segment, a link
-/// is followed only to a place where the checks accept a record, and no more links are followed than there can be
-/// records. Anything else is the fatal assertion of the checks; the operation then returns its null result.
+/// A chain is a ring of double links with a head, which lies in no record. Messages, queues, named objects, the lists
+/// of ListHelper.h and the free cells of pools are such chains, and all of them are walked and changed here. Whatever a
+/// damaged segment contains, a link is followed only to a place where the checks accept a record, and no more links are
+/// followed than there can be records. Anything else is the fatal assertion of the checks; the operation then returns
+/// its null result.
 ///
-/// A chain is changed in an order that keeps it whole forwards at every instant: a record is complete before the one
-/// store that makes it reachable, and one store bypasses an old one. A killed process can therefore leave a link
-/// backwards stale, but never one forwards. So the links forwards are the truth; a link backwards counts only when its
-/// target leads back to where it came from.
+/// Changes keep the forward links complete at every instant: a record is complete before the one store that makes it
+/// reachable, and one store bypasses a record that is removed. A killed process can therefore leave a stale backward
+/// link, but never a stale forward one. So the forward links are authoritative; a backward link is used only if its
+/// target leads forwards to the record that it came from.
 ///
 /// @code
 /// QOR_ChainHelper::list_chain_offset* const pRoot = &pSegment->vRoot;
@@ -26,13 +28,13 @@
 
 namespace QOR_ChainHelper {
 
-/// A chain seen through its checks, which say what kind of links it has, where a record may be, how many there can be,
+/// The operations of a chain. Its checks define the kind of its links, where a record may lie, how many there can be,
 /// and how damage is reported:
 ///
 ///     typedef ... chain_type;                      // list_chain_offset or list_chain_pointer
 ///     bool isRecord(const chain_type* p) const;    // whether a link may lead to a record at p
 ///     uintptr_t maxRecords() const;
-///     bool fail() const;                           // reports damage; false
+///     bool fail() const;                           // reports damage; returns false
 ///
 /// A null record stands for the head: the end of a walk, or the place before the first and after the last record.
 template <class Checks>
@@ -43,35 +45,37 @@ public:
     checkedChain(const chain_type* pHead, const Checks& checks)
         : m_checks(checks), m_pHead(const_cast<chain_type*>(pHead)) {}
 
-    /// The record after p, or the head; p may be either. Null after damage.
+    /// The record after p, or the head. p is a record or the head. Null after damage.
     chain_type* Right(const chain_type* p) const {
         chain_type* const pRight = p->get_pNext();
         if (__builtin_expect(pRight == m_pHead || m_checks.isRecord(pRight), 1))
             return pRight;
         return broken();
     }
-    /// The record before p, or the head; p may be either. Null when nothing leads to p forwards.
+    /// The record before p, or the head. p is a record or the head. Null if no forward link leads to p. O(1), or O(n)
+    /// if the backward link of p is stale.
     chain_type* Left(const chain_type* p) const {
         chain_type* const pLeft = p->get_pPrevNode();
         if ((pLeft == m_pHead || m_checks.isRecord(pLeft)) && pLeft->get_pNext() == p)
             return pLeft;
-        return SearchLeft(p);
+        return searchLeft(p);
+    }
+    /// As Left(). Fatal: no forward link leads to p.
+    chain_type* CheckedLeft(const chain_type* p) const {
+        chain_type* const pLeft = Left(p);
+        return pLeft != NULL ? pLeft : broken();
     }
     /// The record after p (null: the first); null at the end.
     chain_type* Next(const chain_type* p) const { return recordOf(Right(p != NULL ? p : m_pHead)); }
-    /// The record before p (null: the last); null at the begin. Fatal: p is no record of the chain.
-    chain_type* Prev(const chain_type* p) const {
-        chain_type* const pLeft = Left(p != NULL ? p : m_pHead);
-        if (pLeft == NULL)
-            m_checks.fail();
-        return recordOf(pLeft);
-    }
+    /// The record before p (null: the last); null at the beginning. Fatal: p is not a record of the chain.
+    chain_type* Prev(const chain_type* p) const { return recordOf(CheckedLeft(p != NULL ? p : m_pHead)); }
     /// The first record, or null.
     chain_type* First() const { return Next(NULL); }
     /// The last record, or null; null whenever First() is.
     chain_type* Last() const { return First() != NULL ? Prev(NULL) : NULL; }
 
-    /// The first record for which fnStop answers true, or null. fnStop may change records that were passed.
+    /// The first record for which fnStop returns true, or null. fnStop may unlink the records before and after the one
+    /// that it is given.
     template <typename Fn>
     chain_type* Find(Fn fnStop) const {
         uintptr_t nLeft = m_checks.maxRecords();
@@ -83,7 +87,7 @@ public:
         }
         return NULL;
     }
-    /// The last record for which fnStop answers true, or null.
+    /// The last record for which fnStop returns true, or null.
     template <typename Fn>
     chain_type* FindLast(Fn fnStop) const {
         uintptr_t nLeft = m_checks.maxRecords();
@@ -99,13 +103,17 @@ public:
     bool Holds(const chain_type* p) const {
         return Find([p](const chain_type* pRecord) { return pRecord == p; }) != NULL;
     }
+    /// Whether p is a record that both its neighbours allow to unlink. Fatal: it is not, so never false.
+    bool CheckRecord(const chain_type* p) const {
+        return (m_checks.isRecord(p) || m_checks.fail()) && Right(p) != NULL && CheckedLeft(p) != NULL;
+    }
 
-    /// Gives the first record for which fnMatch answers true to fnTake, which takes it out, until there is none.
+    /// Passes the first record for which fnMatch returns true to fnTake, which unlinks it, until there is none.
     template <typename Match, typename Take>
     void Drain(Match fnMatch, Take fnTake) const {
         drain([this, &fnMatch] { return Find(fnMatch); }, fnTake);
     }
-    /// Gives the last record to fnTake, which takes it out, until there is none or fnMatch answers false for it.
+    /// Passes the last record to fnTake, which unlinks it, until there is none or fnMatch returns false for it.
     template <typename Match, typename Take>
     void DrainBackwards(Match fnMatch, Take fnTake) const {
         const auto fnLast = [this, &fnMatch] {
@@ -115,20 +123,26 @@ public:
         drain(fnLast, fnTake);
     }
 
-    /// Links a new record after pLeft (null: at the front).
-    void InsertAfter(chain_type* pLeft, chain_type* pNew) const {
+    /// Links a new record after pLeft (null: at the front). fnComplete is called when the record's own links are
+    /// complete, before the store that makes it reachable.
+    template <typename Fn>
+    void InsertAfter(chain_type* pLeft, chain_type* pNew, Fn fnComplete) const {
         pLeft = pLeft != NULL ? pLeft : m_pHead;
         if (chain_type* const pRight = Right(pLeft))
-            insert(pLeft, pNew, pRight);
+            insert(pLeft, pNew, pRight, fnComplete);
     }
-    /// Links a new record before pRight (null: at the end). The place is found forwards alone: after a record to which
-    /// only a damaged link backwards leads, nobody would find the new one. O(n).
+    /// Links a new record after pLeft (null: at the front).
+    void InsertAfter(chain_type* pLeft, chain_type* pNew) const {
+        InsertAfter(pLeft, pNew, [] {});
+    }
+    /// Links a new record before pRight (null: at the end). Only forward links lead to the place: no walk would reach a
+    /// record that is inserted after one to which only a damaged backward link leads. O(n).
     void InsertBefore(chain_type* pRight, chain_type* pNew) const {
         pRight = pRight != NULL ? pRight : m_pHead;
-        if (chain_type* const pLeft = SearchLeft(pRight))
-            insert(pLeft, pNew, pRight);
+        if (chain_type* const pLeft = searchLeft(pRight))
+            insert(pLeft, pNew, pRight, [] {});
     }
-    /// Takes a record out; one that a killed process has taken out already stays out. Its own links become null.
+    /// Unlinks a record, unless a killed process has done so already. Its own links become null.
     void Unlink(chain_type* p) const {
         if (chain_type* const pLeft = Left(p)) {
             chain_type* const pRight = Right(p);
@@ -148,7 +162,7 @@ private:
         return NULL;
     }
 
-    chain_type* SearchLeft(const chain_type* p) const {
+    chain_type* searchLeft(const chain_type* p) const {
         uintptr_t nLeft = m_checks.maxRecords();
         for (chain_type* pLeft = m_pHead; pLeft != NULL; pLeft = Next(pLeft)) {
             if (pLeft->get_pNext() == p)
@@ -159,9 +173,11 @@ private:
         return NULL;
     }
 
-    static void insert(chain_type* pLeft, chain_type* pNew, chain_type* pRight) {
+    template <typename Fn>
+    static void insert(chain_type* pLeft, chain_type* pNew, chain_type* pRight, Fn fnComplete) {
         pNew->set_pNext(pRight);
         pNew->set_pPrev(pLeft);
+        fnComplete();
         pLeft->set_pNext(pNew);
         pRight->set_pPrev(pNew);
     }
@@ -182,18 +198,19 @@ private:
     chain_type* const m_pHead;
 };
 
-/// The checks of a chain in shared memory: its records lie, aligned, in the segment of its head.
+/// The checks of a chain in shared memory: its records lie in the segment of its head, on 4-byte boundaries.
 class segmentChecks {
 public:
     typedef list_chain_offset chain_type;  ///< the links
 
-    /// sizeRecord counts a record's bytes from its link on. Damage is reported in the name of lpszModule.
+    /// A record has at least sizeRecord bytes, counted from its link. Damage is reported as the assertion lpszText of
+    /// the module lpszModule; both are literals.
     segmentChecks(const list_chain_offset* pHead, size_t sizeRecord, const char* lpszModule, const char* lpszText)
         : m_range(findShareRange(pHead)), m_sizeRecord(sizeRecord), m_lpszModule(lpszModule), m_lpszText(lpszText) {}
 
     /// Whether a record at p lies in the segment.
     bool isRecord(const list_chain_offset* p) const { return m_range.holds(p, m_sizeRecord); }
-    /// More than there can be: no record is smaller than a pool cell's header and its smallest data.
+    /// An upper bound: no record is smaller than a pool cell's header and its smallest data, 12 bytes.
     uintptr_t maxRecords() const { return (m_range.m_uEnd - m_range.m_uBegin) / 12; }
     /// The fatal assertion.
     bool fail() const { return QOR_ASSERT_IN(m_lpszModule, false, m_lpszText); }
@@ -208,8 +225,8 @@ private:
 /// A chain in shared memory. Damage is the fatal assertion "broken share chain".
 class shareChain : public checkedChain<segmentChecks> {
 public:
-    /// The records begin with their links and have at least sizeRecord bytes. Damage is reported in the name of
-    /// lpszModule, which is a literal.
+    /// The records begin with their links and have at least sizeRecord bytes. Damage is reported as an assertion of the
+    /// module lpszModule, a literal.
     shareChain(const list_chain_offset* pHead, size_t sizeRecord, const char* lpszModule)
         : checkedChain(pHead, segmentChecks(pHead, sizeRecord, lpszModule, "broken share chain")) {}
 };
