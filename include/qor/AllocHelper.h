@@ -180,20 +180,6 @@ public:
     poll_chain* end_cell() const;
 
 private:
-    // The area, as far as the segment that holds this record bears it out.
-    struct bounds {
-        uintptr_t uBegin;
-        uintptr_t uEnd;
-    };
-    bool getBounds(bounds& area) const;
-    bool isSoundCell(const bounds& area, const poll_chain* pCell) const;
-    bool isSoundLink(const bounds& area, const type_chain* p) const;
-    poll_chain* findCell(const bounds& area, int nNeed);
-    bool joinRight(const bounds& area, poll_chain* pCell);
-    bool unlinkFree(const bounds& area, type_chain* p);
-    type_chain* leftOf(const bounds& area, type_chain* p);
-    type_chain* searchLeftOf(const bounds& area, type_chain* p);
-
     int32_t m_nPoolSize;
     QOR_ChainHelper::relativePointer m_iOffsetPool;  // from this record
     type_chain m_FreeCellChain;

@@ -1,18 +1,19 @@
 // Node and pool allocators.
 //
 // Invariants of a pool: its cells tile the area; the free ones are linked, by their data, in order of addresses into a
-// circular chain whose head is m_FreeCellChain. The way forward is whole at every instant: a cell's own links are
-// complete before it is marked free and linked, and it leaves the chain before it is marked used. So a kill between two
-// stores may leave a link backwards behind, a used cell that nobody owns, or a free cell that is not in the chain,
-// which the next merge with its left neighbour takes in; but never one block handed out twice.
+// circular chain whose head is m_FreeCellChain. Its forward links are complete at every instant: a cell's own links are
+// complete before it is marked free and linked, and it leaves the chain before it is marked used. So a process that is
+// killed between two stores may leave a stale backward link, a used cell that nobody owns, or a free cell outside the
+// chain, which the next merge with its left neighbour absorbs; but no block is ever handed out twice.
 //
-// Shared memory may be damaged. Every operation first takes the area's bounds from the segment that holds the record,
-// follows a link only to a sound cell inside them, and takes no more steps than there can be cells.
+// Shared memory may be damaged. Every operation first checks the area's bounds against the segment that holds the
+// record; then it reads only cells that have been checked, and follows the links of free cells as CheckedChain.h does.
 #include "qor/AllocHelper.h"
 
 #include <stdlib.h>
 
 #include "internal/report.h"
+#include "qor/ChainHelper/CheckedChain.h"
 
 using namespace QOR_ChainHelper;
 
@@ -34,24 +35,128 @@ list_chain_offset* linkOf(const poll_chain* pCell) { return static_cast<list_cha
 
 uintptr_t addressOf(const void* p) { return reinterpret_cast<uintptr_t>(p); }
 
-// Backwards first: until the one store that bypasses what stood between, the way forward is as it was. Inlined, the
-// compiler takes a link's address for one past its object.
-__attribute__((noinline)) void bypass(list_chain_offset* pLeft, list_chain_offset* pRight) {
-    pRight->set_pPrev(pLeft);
-    pLeft->set_pNext(pRight);
-}
+// Where the cells of a pool lie.
+struct cellArea {
+    explicit cellArea(const baseStaticPoolAlloc& pool)
+        : uBegin(addressOf(pool.begin_cell())), uEnd(addressOf(pool.end_cell())) {}
 
-// The new link's own words, while nothing leads to it.
-void aim(list_chain_offset* pNew, const list_chain_offset* pLeft, const list_chain_offset* pRight) {
-    pNew->set_pNext(pRight);
-    pNew->set_pPrev(pLeft);
-}
+    // Whether the segment that holds the pool's record holds the area, too.
+    bool isSound(const baseStaticPoolAlloc& pool) const {
+        const shareRange range = findShareRange(&pool);
+        const int32_t nSize = static_cast<int32_t>(uEnd - uBegin);
+        return nSize >= 0 && (uBegin & 3u) == 0 && uBegin >= range.m_uBegin && uEnd >= uBegin && uEnd <= range.m_uEnd;
+    }
+    // Whether there is a cell with room for its link, whose right neighbour does not lie beyond the end.
+    bool holds(const poll_chain* pCell) const {
+        const uintptr_t u = addressOf(pCell);
+        if ((u & 3u) != 0 || u < uBegin || u >= uEnd || uEnd - u < static_cast<uintptr_t>(slack))
+            return false;
+        const uint32_t nLength = pCell->get_iOffsetRightCell();
+        return nLength >= static_cast<uint32_t>(slack) && nLength <= uEnd - u;
+    }
 
-// The store that makes it reachable, and then the way back.
-void insert(list_chain_offset* pLeft, list_chain_offset* pNew, list_chain_offset* pRight) {
-    pLeft->set_pNext(pNew);
-    pRight->set_pPrev(pNew);
-}
+    uintptr_t uBegin;
+    uintptr_t uEnd;
+};
+
+// The records of the chain of free cells are the links in their data.
+class freeCellChecks {
+public:
+    typedef list_chain_offset chain_type;
+
+    explicit freeCellChecks(const cellArea& area) : m_area(area) {}
+    bool isRecord(const list_chain_offset* p) const { return m_area.holds(cellOf(p)) && cellOf(p)->is_free_cell(); }
+    uintptr_t maxRecords() const { return (m_area.uEnd - m_area.uBegin) / slack + 1; }
+    bool fail() const { return failBroken(); }
+
+private:
+    const cellArea m_area;
+};
+
+// The cells of a pool, each checked before it is read.
+class checkedCells {
+public:
+    checkedCells(const baseStaticPoolAlloc& pool, list_chain_offset& vFreeHead)
+        : m_area(pool),
+          m_bSound(m_area.isSound(pool) || failBroken()),
+          m_pFreeHead(&vFreeHead),
+          m_chain(&vFreeHead, freeCellChecks(m_area)) {}
+
+    // False after the fatal assertion about the area.
+    bool AreSound() const { return m_bSound; }
+    const cellArea& GetArea() const { return m_area; }
+
+    // The first cell from pCell to the right for which fn returns true, or null.
+    template <typename Fn>
+    poll_chain* Find(poll_chain* pCell, Fn fn) const {
+        for (; addressOf(pCell) < m_area.uEnd; pCell = pCell->get_pRight()) {
+            if (!m_area.holds(pCell)) {
+                failBroken();
+                return NULL;
+            }
+            if (fn(pCell))
+                return pCell;
+        }
+        return NULL;
+    }
+    // The first free cell with nNeed bytes. A free cell that is too small is merged with its right neighbours first.
+    poll_chain* FindFree(int nNeed) const {
+        const list_chain_offset* const pLink = m_chain.Find([this, nNeed](list_chain_offset* p) {
+            while (cellOf(p)->get_nPoolSize() < nNeed && JoinRight(cellOf(p))) {
+            }
+            return cellOf(p)->get_nPoolSize() >= nNeed;
+        });
+        return pLink != NULL ? cellOf(pLink) : NULL;
+    }
+    // Merges a cell with its right neighbour if that is free; whether it did. The header inside the merged cell stays
+    // marked free, so that a block that is freed twice is noticed.
+    bool JoinRight(poll_chain* pCell) const {
+        poll_chain* const pRight = pCell->get_pRight();
+        if (addressOf(pRight) >= m_area.uEnd)
+            return false;
+        if (!m_area.holds(pRight))
+            return failBroken();
+        if (!pRight->is_free_cell())
+            return false;
+        m_chain.Unlink(linkOf(pRight));
+        pCell->set_pRight(pRight->get_pRight());
+        return true;
+    }
+    // Makes a free cell of what a free cell has beyond nSize bytes.
+    void Split(poll_chain* pCell, int nSize) const {
+        list_chain_offset* const pRightLink = m_chain.Right(linkOf(pCell));
+        if (pRightLink == NULL)
+            return;
+        poll_chain* const pNew =
+            reinterpret_cast<poll_chain*>(addressOf(pCell->get_pData()) + static_cast<unsigned>(nSize));
+        pNew->init_cell(static_cast<uint32_t>(addressOf(pCell->get_pRight()) - addressOf(pNew)), true);
+        m_chain.InsertAfter(linkOf(pCell), linkOf(pNew), [pCell, pNew] { pCell->set_pRight(pNew); });
+    }
+    // Takes a cell out of the chain of free cells and marks it as used.
+    void Pop(poll_chain* pCell) const {
+        m_chain.Unlink(linkOf(pCell));
+        pCell->set_cell_free(false);
+    }
+    // Marks a cell as free and links it before the next free cell to the right. One that a killed process has left
+    // outside the chain does not count.
+    void Push(poll_chain* pCell) const {
+        list_chain_offset* pLeft = NULL;
+        Find(pCell->get_pRight(), [this, &pLeft](poll_chain* p) {
+            pLeft = p->is_free_cell() ? m_chain.Left(linkOf(p)) : NULL;
+            return pLeft != NULL;
+        });
+        if (pLeft == NULL)
+            pLeft = m_chain.Left(m_pFreeHead);
+        if (pLeft != NULL)
+            m_chain.InsertAfter(pLeft, linkOf(pCell), [pCell] { pCell->set_cell_free(true); });
+    }
+
+private:
+    const cellArea m_area;
+    const bool m_bSound;
+    list_chain_offset* const m_pFreeHead;
+    const checkedChain<freeCellChecks> m_chain;
+};
 
 }  // namespace
 
@@ -175,126 +280,7 @@ void baseStaticNodeAlloc::cleanup_nodes() {
     QOR_ASSERT_TEXT(loadShareWord(m_nBorrowedCount) == 0, "m_nBorrowedCount == 0");
 }
 
-// ---- baseStaticPoolAlloc: soundness
-
-bool baseStaticPoolAlloc::getBounds(bounds& area) const {
-    const shareRange range = findShareRange(this);
-    const int32_t nSize = loadShareWord(m_nPoolSize);
-    area.uBegin = addressOf(begin_cell());
-    area.uEnd = area.uBegin + static_cast<uint32_t>(nSize);
-    if (nSize >= 0 && (area.uBegin & 3u) == 0 && area.uBegin >= range.m_uBegin && area.uEnd >= area.uBegin &&
-        area.uEnd <= range.m_uEnd)
-        return true;
-    return failBroken();
-}
-
-// A cell with room for its link, whose right neighbour does not pass the end.
-bool baseStaticPoolAlloc::isSoundCell(const bounds& area, const poll_chain* pCell) const {
-    const uintptr_t u = addressOf(pCell);
-    if ((u & 3u) != 0 || u < area.uBegin || u >= area.uEnd || area.uEnd - u < static_cast<uintptr_t>(slack))
-        return false;
-    const uint32_t nLength = pCell->get_iOffsetRightCell();
-    return nLength >= static_cast<uint32_t>(slack) && nLength <= area.uEnd - u;
-}
-
-// The head of the chain, or the link of a sound cell.
-bool baseStaticPoolAlloc::isSoundLink(const bounds& area, const type_chain* p) const {
-    return p == &m_FreeCellChain || (p != NULL && isSoundCell(area, cellOf(p)));
-}
-
-bool baseStaticPoolAlloc::is_valid_cell(const poll_chain* pCell) const {
-    const poll_chain* pBegin = begin_cell();
-    const poll_chain* pEnd = end_cell();
-    if (pCell < pBegin || pCell >= pEnd) {
-        QOR_TraceHelper::qorOutputWarningString("pCell %p not in [%p %p]", static_cast<const void*>(pCell),
-                                                static_cast<const void*>(pBegin), static_cast<const void*>(pEnd));
-        return false;
-    }
-    const poll_chain* pRight = pCell->get_pRight();
-    if (pRight <= pCell || pRight > pEnd) {
-        QOR_TraceHelper::qorOutputWarningString("pRight %p not in [%p %p %p]", static_cast<const void*>(pRight),
-                                                static_cast<const void*>(pBegin), static_cast<const void*>(pCell),
-                                                static_cast<const void*>(pEnd));
-        return false;
-    }
-    return true;
-}
-
-// ---- baseStaticPoolAlloc: the chain of free cells
-
-// The link in front of p on the way forward, which is always whole. A killed process may have left p's own link
-// backwards behind; that is seen by its target not leading here, or not being free, and put right. Null: p is not
-// linked.
-baseStaticPoolAlloc::type_chain* baseStaticPoolAlloc::leftOf(const bounds& area, type_chain* p) {
-    type_chain* pLeft = p->get_pPrevNode();
-    const bool bHead = pLeft == &m_FreeCellChain;
-    if ((bHead || (isSoundLink(area, pLeft) && cellOf(pLeft)->is_free_cell())) && pLeft->get_pNext() == p)
-        return pLeft;
-    return searchLeftOf(area, p);
-}
-
-baseStaticPoolAlloc::type_chain* baseStaticPoolAlloc::searchLeftOf(const bounds& area, type_chain* p) {
-    uintptr_t nLeft = (area.uEnd - area.uBegin) / slack + 1;
-    type_chain* pLeft = &m_FreeCellChain;
-    while (pLeft->get_pNext() != p) {
-        if (pLeft->get_pNext() == &m_FreeCellChain)
-            return NULL;
-        if (nLeft-- == 0 || !isSoundLink(area, pLeft->get_pNext())) {
-            failBroken();
-            return NULL;
-        }
-        pLeft = pLeft->get_pNext();
-    }
-    p->set_pPrev(pLeft);
-    return pLeft;
-}
-
-bool baseStaticPoolAlloc::unlinkFree(const bounds& area, type_chain* p) {
-    type_chain* pLeft = leftOf(area, p);
-    if (pLeft == NULL)
-        return true;  // a killed process has unlinked it already
-    type_chain* pRight = p->get_pNext();
-    if (!isSoundLink(area, pRight))
-        return failBroken();
-    bypass(pLeft, pRight);
-    p->set_pNext(NULL);
-    p->set_pPrev(NULL);
-    return true;
-}
-
-void baseStaticPoolAlloc::pop_free_cell(poll_chain* pCell) {
-    bounds area;
-    if (!getBounds(area))
-        return;
-    unlinkFree(area, linkOf(pCell));
-    pCell->set_cell_free(false);
-}
-
-void baseStaticPoolAlloc::push_free_cell(poll_chain* pCell) {
-    bounds area;
-    if (!getBounds(area))
-        return;
-    type_chain* pBehind = &m_FreeCellChain;
-    for (poll_chain* pRight = pCell->get_pRight(); addressOf(pRight) < area.uEnd; pRight = pRight->get_pRight()) {
-        if (!isSoundCell(area, pRight)) {
-            failBroken();
-            return;
-        }
-        // A free cell that a killed process has left outside the chain does not count.
-        if (pRight->is_free_cell() && leftOf(area, linkOf(pRight)) != NULL) {
-            pBehind = linkOf(pRight);
-            break;
-        }
-    }
-    type_chain* pLeft = leftOf(area, pBehind);
-    if (pLeft == NULL)
-        return;
-    aim(linkOf(pCell), pLeft, pBehind);
-    pCell->set_cell_free(true);
-    insert(pLeft, linkOf(pCell), pBehind);
-}
-
-// ---- baseStaticPoolAlloc: cells
+// ---- baseStaticPoolAlloc
 
 baseStaticPoolAlloc::baseStaticPoolAlloc() {
     static_assert(offsetof(baseStaticPoolAlloc, m_nPoolSize) == 0 &&
@@ -333,72 +319,59 @@ bool baseStaticPoolAlloc::init_pool(void* pPool, int nPoolSize) {
     return true;
 }
 
-// The header that ends up inside the merged cell stays marked free: a block freed twice is told by it.
-bool baseStaticPoolAlloc::joinRight(const bounds& area, poll_chain* pCell) {
-    poll_chain* pRight = pCell->get_pRight();
-    if (addressOf(pRight) >= area.uEnd)
+bool baseStaticPoolAlloc::is_valid_cell(const poll_chain* pCell) const {
+    const poll_chain* pBegin = begin_cell();
+    const poll_chain* pEnd = end_cell();
+    if (pCell < pBegin || pCell >= pEnd) {
+        QOR_TraceHelper::qorOutputWarningString("pCell %p not in [%p %p]", static_cast<const void*>(pCell),
+                                                static_cast<const void*>(pBegin), static_cast<const void*>(pEnd));
         return false;
-    if (!isSoundCell(area, pRight))
-        return failBroken();
-    if (!pRight->is_free_cell())
+    }
+    const poll_chain* pRight = pCell->get_pRight();
+    if (pRight <= pCell || pRight > pEnd) {
+        QOR_TraceHelper::qorOutputWarningString("pRight %p not in [%p %p %p]", static_cast<const void*>(pRight),
+                                                static_cast<const void*>(pBegin), static_cast<const void*>(pCell),
+                                                static_cast<const void*>(pEnd));
         return false;
-    if (!unlinkFree(area, linkOf(pRight)))
-        return false;
-    pCell->set_pRight(pRight->get_pRight());
+    }
     return true;
 }
 
-bool baseStaticPoolAlloc::try_join_right_cell(poll_chain* pCell) {
-    bounds area;
-    return getBounds(area) && joinRight(area, pCell);
+void baseStaticPoolAlloc::pop_free_cell(poll_chain* pCell) {
+    const checkedCells cells(*this, m_FreeCellChain);
+    if (cells.AreSound())
+        cells.Pop(pCell);
 }
 
-poll_chain* baseStaticPoolAlloc::findCell(const bounds& area, int nNeed) {
-    uintptr_t nLeft = 2 * (area.uEnd - area.uBegin) / slack + 1;  // each step passes or merges a cell
-    type_chain* pLink = m_FreeCellChain.get_pNext();
-    while (pLink != &m_FreeCellChain) {
-        if (nLeft-- == 0 || !isSoundLink(area, pLink)) {
-            failBroken();
-            return NULL;
-        }
-        poll_chain* pCell = cellOf(pLink);
-        if (pCell->is_free_cell() && pCell->get_nPoolSize() >= nNeed)
-            return pCell;
-        if (!pCell->is_free_cell() || !joinRight(area, pCell))
-            pLink = pLink->get_pNext();
-    }
-    return NULL;
+void baseStaticPoolAlloc::push_free_cell(poll_chain* pCell) {
+    const checkedCells cells(*this, m_FreeCellChain);
+    if (cells.AreSound())
+        cells.Push(pCell);
+}
+
+bool baseStaticPoolAlloc::try_join_right_cell(poll_chain* pCell) {
+    const checkedCells cells(*this, m_FreeCellChain);
+    return cells.AreSound() && cells.JoinRight(pCell);
 }
 
 poll_chain* baseStaticPoolAlloc::find_big_enough_cell(int nAllocSize) {
-    bounds area;
-    if (nAllocSize > 0x7FFFFFF0 || !getBounds(area))
+    const checkedCells cells(*this, m_FreeCellChain);
+    if (nAllocSize > 0x7FFFFFF0 || !cells.AreSound())
         return NULL;
     const int nNeed = roundUp4(nAllocSize > sizeSmallestData ? nAllocSize : sizeSmallestData);
-    poll_chain* pCell = findCell(area, nNeed);
+    poll_chain* const pCell = cells.FindFree(nNeed);
     if (pCell != NULL && pCell->get_nPoolSize() > nNeed + slack)
-        disjoin_big_cell(pCell, nNeed);
+        cells.Split(pCell, nNeed);
     return pCell;
 }
 
-// The new cell is complete, with its links, before it is cut off.
 void baseStaticPoolAlloc::disjoin_big_cell(poll_chain* pCell, int nAllocSize) {
-    bounds area;
-    if (!QOR_ASSERT(is_valid_cell(pCell) && pCell->get_nPoolSize() >= nAllocSize) || !getBounds(area))
+    if (!QOR_ASSERT(is_valid_cell(pCell) && pCell->get_nPoolSize() >= nAllocSize))
         return;
     QOR_WARN(pCell->is_free_cell());
-    if (pCell->get_nPoolSize() < nAllocSize + slack)
-        return;
-    type_chain* pRightLink = linkOf(pCell)->get_pNext();
-    if (!isSoundLink(area, pRightLink)) {
-        failBroken();
-        return;
-    }
-    poll_chain* pNew = reinterpret_cast<poll_chain*>(addressOf(pCell->get_pData()) + static_cast<unsigned>(nAllocSize));
-    pNew->init_cell(static_cast<uint32_t>(addressOf(pCell->get_pRight()) - addressOf(pNew)), true);
-    aim(linkOf(pNew), linkOf(pCell), pRightLink);
-    pCell->set_pRight(pNew);
-    insert(linkOf(pCell), linkOf(pNew), pRightLink);
+    const checkedCells cells(*this, m_FreeCellChain);
+    if (cells.AreSound() && pCell->get_nPoolSize() >= nAllocSize + slack)
+        cells.Split(pCell, nAllocSize);
 }
 
 void* baseStaticPoolAlloc::alloc(int nAllocSize) {
@@ -410,42 +383,35 @@ void* baseStaticPoolAlloc::alloc(int nAllocSize) {
 }
 
 void baseStaticPoolAlloc::free(void* p) {
-    bounds area;
-    if (!getBounds(area))
+    const checkedCells cells(*this, m_FreeCellChain);
+    if (!cells.AreSound())
         return;
     poll_chain* pFreeCell = poll_chain::get_pCell(p);
-    if (!isSoundCell(area, pFreeCell)) {
+    if (!cells.GetArea().holds(pFreeCell)) {
         failBroken();
         return;
     }
-    if (!QOR_ASSERT(!pFreeCell->is_free_cell()))
-        return;
-    push_free_cell(pFreeCell);
+    if (QOR_ASSERT(!pFreeCell->is_free_cell()))
+        cells.Push(pFreeCell);
 }
 
 void baseStaticPoolAlloc::cleanup_pool() {
-    bounds area;
-    if (!getBounds(area))
+    const checkedCells cells(*this, m_FreeCellChain);
+    if (!cells.AreSound())
         return;
-    QOR_ASSERT_TEXT(findCell(area, 0x7FFFFFFF) == NULL, "find_big_enough_cell(m_nPoolSize + 1) == NULL");
-    if (area.uEnd - area.uBegin >= sizeof(poll_chain))
+    QOR_ASSERT_TEXT(cells.FindFree(0x7FFFFFFF) == NULL, "find_big_enough_cell(m_nPoolSize + 1) == NULL");
+    if (cells.GetArea().uEnd - cells.GetArea().uBegin >= sizeof(poll_chain))
         QOR_ASSERT(begin_cell()->get_pRight() == end_cell());
 }
 
 int baseStaticPoolAlloc::free_size() const {
-    bounds area;
-    if (!getBounds(area))
-        return 0;
+    const checkedCells cells(*this, const_cast<type_chain&>(m_FreeCellChain));
     uint32_t uFree = 0;
-    for (uintptr_t u = area.uBegin; u != area.uEnd;) {
-        const poll_chain* pCell = reinterpret_cast<const poll_chain*>(u);
-        if (!isSoundCell(area, pCell)) {
-            failBroken();
-            return 0;
-        }
-        uFree += pCell->is_free_cell() ? pCell->get_iOffsetRightCell() : 0;
-        u += pCell->get_iOffsetRightCell();
-    }
+    if (cells.AreSound())
+        cells.Find(begin_cell(), [&uFree](const poll_chain* pCell) {
+            uFree += pCell->is_free_cell() ? pCell->get_iOffsetRightCell() : 0;
+            return false;
+        });
     return static_cast<int>(uFree);
 }
 
