@@ -1,8 +1,8 @@
 // Named blocks and the counters built on them.
 //
-// A record is one pool block: chain node, name, data. It is filled completely before it is linked, and unlinked
-// before anything of it is freed. Everything here runs under the lock of the segment, which the caller holds
-// (named blocks) or the operation takes (counters); no lock of another segment is taken meanwhile.
+// A record is one pool block: chain node, name, data. It is complete before it is linked, and unlinked before any part
+// of it is freed. The chain is in descending order of names. Everything here runs under the lock of the segment, which
+// the caller holds (named blocks) or the operation takes (counters); no lock of another segment is taken meanwhile.
 #include <stdio.h>
 #include <string.h>
 
@@ -11,14 +11,17 @@
 #include "internal/report.h"
 #include "internal/scope_lock.h"
 #include "internal/singleton.h"
+#include "qor/ChainHelper/CheckedChain.h"
 #include "qor/MiscHelper.h"
 #include "qor/MsgQueueHelper/Named.h"
 
 using QOR_AllocHelper::baseStaticPoolAlloc;
 using QOR_BaseHelper::chAccumulater;
 using QOR_BaseHelper::processSingleton;
+using QOR_ChainHelper::checkedChain;
 using QOR_ChainHelper::link_list_node;
 using QOR_ChainHelper::list_chain_offset;
+using QOR_ChainHelper::segmentChecks;
 using QOR_StringHelper::chConstTextT;
 using QOR_StringHelper::chShareStringA;
 using QOR_StringHelper::uCTextHelper;
@@ -46,23 +49,37 @@ static_assert(offsetof(chSystemStorageObject, m_objPool) == 8 && offsetof(chSyst
               "shared layout");
 #pragma GCC diagnostic pop
 
-// No segment holds more records than this: each takes at least 20 bytes of a pool below 8192.
-constexpr int maxRecord = 8192 / 20;
-
 // More than any segment has, and small enough to calculate with: the pool refuses it.
 constexpr int64_t maxBlockSize = 0x01000000;
 
-}  // namespace
+const char lpszBroken[] = "broken chain of named objects";
 
-// Where a walk stopped: behind pPrev, at pNext, which is a record's node or the root. The walk goes by the forward
-// links alone and so do all changes: a backward link that a killed process left stale is put right by them.
-struct chNamedObjectManager::place {
-    list_chain_offset* pPrev = NULL;
-    list_chain_offset* pNext = NULL;
-    bool bFound = false;
+namedRecord* namedOf(list_chain_offset* pNode) { return reinterpret_cast<namedRecord*>(pNode); }
 
-    namedRecord* record() const { return reinterpret_cast<namedRecord*>(pNext); }
+class recordChain : public checkedChain<segmentChecks> {
+public:
+    explicit recordChain(const list_chain_offset& vRoot)
+        : checkedChain(&vRoot, segmentChecks(&vRoot, sizeof(namedRecord), QOR_MODULE, lpszBroken)) {}
+
+    // The record of that name, or null; then *ppRight is the record that it would stand before, null at the end.
+    namedRecord* FindName(const char* lpszName, list_chain_offset** ppRight = NULL) const {
+        int nOrder = 1;
+        list_chain_offset* const pNode = Find([lpszName, &nOrder](list_chain_offset* p) {
+            nOrder = uCTextHelper<char, true>::chStrcmp(lpszName, namedOf(p)->m_strName);
+            return nOrder >= 0;
+        });
+        if (ppRight != NULL)
+            *ppRight = pNode;
+        return nOrder == 0 ? namedOf(pNode) : NULL;
+    }
+    void Free(namedRecord* pRecord, QOR_AllocHelper::baseSharePoolAlloc& objPool) const {
+        Unlink(&pRecord->m_vChain);
+        pRecord->~namedRecord();
+        objPool.free(pRecord);
+    }
 };
+
+}  // namespace
 
 chNamedObjectManager::chNamedObjectManager() {
     static_assert(offsetof(chNamedObjectManager, m_objPool) == 0 && offsetof(chNamedObjectManager, m_vRootChain) == 4,
@@ -72,45 +89,16 @@ chNamedObjectManager::chNamedObjectManager() {
 
 void chNamedObjectManager::InitManager(baseStaticPoolAlloc* pPool) { m_objPool.InitPool(pPool); }
 
-// Walks the chain until funStop answers not negative, where 0 means found, or to the end. A broken chain is fatal;
-// behind it the place is empty.
-template <class Stop>
-chNamedObjectManager::place chNamedObjectManager::findPlace(Stop funStop) {
-    const QOR_ChainHelper::shareRange range = QOR_ChainHelper::findShareRange(this);
-    place at;
-    at.pPrev = &m_vRootChain;
-    for (int nLeft = maxRecord; nLeft > 0; --nLeft) {
-        at.pNext = at.pPrev->get_pNext();
-        if (at.pNext == &m_vRootChain)
-            return at;
-        if (!range.holds(at.pNext, sizeof(namedRecord)))
-            break;
-        const int nOrder = funStop(*at.record());
-        at.bFound = nOrder == 0;
-        if (nOrder >= 0)
-            return at;
-        at.pPrev = at.pNext;
-    }
-    QOR_ASSERT_TEXT(FALSE, "broken chain of named objects");
-    return place();
-}
-
-// The record of that name, or the place where it would stand: names descend.
-chNamedObjectManager::place chNamedObjectManager::findName(const char* lpszName) {
-    if (!QOR_ASSERT(lpszName != NULL))
-        return place();
-    return findPlace([lpszName](const namedRecord& record) {
-        return uCTextHelper<char, true>::chStrcmp(lpszName, record.m_strName);
-    });
-}
-
 void* chNamedObjectManager::GetNamedObject(const char* lpszName, int nSize, int* pbCreated) {
-    const place at = findName(lpszName);
     if (pbCreated != NULL)
         *pbCreated = 0;
-    if (at.bFound)
-        return at.record()->data();
-    if (at.pNext == NULL || !QOR_ASSERT(nSize >= 0))
+    if (!QOR_ASSERT(lpszName != NULL))
+        return NULL;
+    const recordChain chain(m_vRootChain);
+    list_chain_offset* pRight = NULL;
+    if (namedRecord* const pFound = chain.FindName(lpszName, &pRight))
+        return pFound->data();
+    if (!QOR_ASSERT(nSize >= 0))
         return NULL;
 
     const int64_t nBlockSize = static_cast<int64_t>(strlen(lpszName) & ~static_cast<size_t>(3)) + 16 + nSize;
@@ -122,39 +110,31 @@ void* chNamedObjectManager::GetNamedObject(const char* lpszName, int nSize, int*
     pRecord->m_strName.InitPool(m_objPool.get_pPool());
     pRecord->m_strName = chConstTextT<char>(lpszName, -1);
 
-    link_list_node(&pRecord->m_vChain, at.pNext);
-    link_list_node(at.pPrev, &pRecord->m_vChain);
+    chain.InsertBefore(pRight, &pRecord->m_vChain);
     if (pbCreated != NULL)
         *pbCreated = 1;
     return pRecord->data();
 }
 
 void* chNamedObjectManager::FindNamedObject(const char* lpszName) {
-    const place at = findName(lpszName);
-    return at.bFound ? at.record()->data() : NULL;
+    if (!QOR_ASSERT(lpszName != NULL))
+        return NULL;
+    namedRecord* const pRecord = recordChain(m_vRootChain).FindName(lpszName);
+    return pRecord != NULL ? pRecord->data() : NULL;
 }
 
 void chNamedObjectManager::FreeNamedObject(const char* lpszName) {
-    const place at = findName(lpszName);
-    if (at.bFound)
-        freeRecord(at);
+    const recordChain chain(m_vRootChain);
+    namedRecord* const pRecord = QOR_ASSERT(lpszName != NULL) ? chain.FindName(lpszName) : NULL;
+    if (pRecord != NULL)
+        chain.Free(pRecord, m_objPool);
 }
 
 void chNamedObjectManager::FreeObject(void* pData) {
-    const place at = findPlace([pData](namedRecord& record) { return record.data() == pData ? 0 : -1; });
-    if (QOR_ASSERT_TEXT(at.bFound, "pData is a named object"))
-        freeRecord(at);
-}
-
-void chNamedObjectManager::freeRecord(const place& at) {
-    namedRecord* const pRecord = at.record();
-    list_chain_offset* const pRight = pRecord->m_vChain.get_pNext();
-    if (!QOR_ASSERT_TEXT(QOR_ChainHelper::findShareRange(this).holds(pRight, sizeof(*pRight)),
-                         "broken chain of named objects"))
-        return;
-    link_list_node(at.pPrev, pRight);
-    pRecord->~namedRecord();
-    m_objPool.free(pRecord);
+    const recordChain chain(m_vRootChain);
+    list_chain_offset* const pNode = chain.Find([pData](list_chain_offset* p) { return namedOf(p)->data() == pData; });
+    if (QOR_ASSERT_TEXT(pNode != NULL, "pData is a named object"))
+        chain.Free(namedOf(pNode), m_objPool);
 }
 
 // Leaves the file's path in lpszPath; false when it does not fit.
@@ -201,7 +181,7 @@ chAccumulater* findAccumulater(const storageHold& hold, const char* lpszName) {
     void* const pData = hold.getObject()->m_objManager.GetNamedObject(lpszName, sizeof(chAccumulater), NULL);
     // A link into the last bytes of the file leads to a name, but not to a whole counter.
     const QOR_ChainHelper::shareRange range = QOR_ChainHelper::findShareRange(hold.getObject());
-    if (pData == NULL || !QOR_ASSERT_TEXT(range.holds(pData, sizeof(chAccumulater)), "broken chain of named objects"))
+    if (pData == NULL || !QOR_ASSERT_TEXT(range.holds(pData, sizeof(chAccumulater)), lpszBroken))
         return NULL;
     return static_cast<chAccumulater*>(pData);
 }

@@ -50,12 +50,6 @@ public:
     void FreeObject(void* pData);
 
 private:
-    struct place;
-    template <class Stop>
-    place findPlace(Stop funStop);
-    place findName(const char* lpszName);
-    void freeRecord(const place& at);
-
     QOR_AllocHelper::baseSharePoolAlloc m_objPool;
     QOR_ChainHelper::list_chain_offset m_vRootChain;  // circular; points to itself when there is no record
 };
