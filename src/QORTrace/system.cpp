@@ -49,13 +49,8 @@ chSystemTracerManager::chSystemTracerManager() {
 }
 
 void chSystemTracerManager::ClearGhostTracer() {
-    chTraceLevelList::iterator it = m_mapLevel.begin();
-    for (int nLeft = poolSize / levelNodeSize; nLeft > 0 && it != m_mapLevel.end(); --nLeft) {
-        chTraceLevelList::iterator itThis = it;
-        ++it;
-        if (!QOR_MiscHelper::qorIsValidTaskID((*itThis).key))
-            m_mapLevel.erase(itThis);
-    }
+    m_mapLevel.erase_if(
+        [](const chTraceLevelList::value_type& level) { return !QOR_MiscHelper::qorIsValidTaskID(level.key); });
 }
 
 // The bytes of a line that its cell has room for.
