@@ -8,7 +8,7 @@
 #include "qor/FileHelper/File.h"
 #include "qor/FileHelper/Ini.h"
 
-using QOR_AllocHelper::denseAlloc;
+using QOR_AllocHelper::arena;
 
 namespace QOR_FileHelper {
 
@@ -62,8 +62,8 @@ void* iniObject::operator new(size_t nSize) { return ::operator new(nSize); }
 void* iniObject::operator new(size_t nSize, const std::nothrow_t& r) noexcept { return ::operator new(nSize, r); }
 
 void iniObject::operator delete(void* p) {
-    if (denseAlloc::owns(p))
-        denseAlloc::free(p);
+    if (arena::owns(p))
+        arena::free(p);
     else
         ::operator delete(p);
 }

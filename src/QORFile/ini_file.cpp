@@ -10,12 +10,12 @@
 
 #include "QORFile/ini_index.h"
 #include "internal/byte_string.h"
-#include "internal/dense_alloc.h"
+#include "internal/arena.h"
 #include "internal/report.h"
 #include "internal/safe_save.h"
 
 using namespace QOR_StringHelper;
-using QOR_AllocHelper::denseAlloc;
+using QOR_AllocHelper::arena;
 
 namespace QOR_FileHelper {
 
@@ -165,7 +165,7 @@ private:
         return p != NULL ? new (p) Entry(text) : new Entry(text);
     }
 
-    denseAlloc m_memory;
+    arena m_memory;
     iniDocument& m_document;
     iniSection* m_pSection = NULL;
     iniObjList* m_pList;

@@ -7,11 +7,11 @@
 #include <stddef.h>
 #include <stdlib.h>
 
-#include "internal/dense_alloc.h"
+#include "internal/arena.h"
 #include "internal/report.h"
 #include "internal/string_block.h"
 
-using QOR_AllocHelper::denseAlloc;
+using QOR_AllocHelper::arena;
 
 namespace QOR_StringHelper {
 
@@ -26,8 +26,8 @@ constexpr int maxLength = 0x7FFFFFFF / 4;  // a block of more does not fit 32-bi
 // Capacity for a wanted length.
 int capacityFor(int nLength) {
     if (nLength <= 0)
-        return stringGrain;
-    return QOR_ASSERT(nLength < maxLength) ? roundUpCapacity(nLength) : stringGrain;
+        return capacityStep;
+    return QOR_ASSERT(nLength < maxLength) ? roundUpCapacity(nLength) : capacityStep;
 }
 
 template <class T>
@@ -71,8 +71,8 @@ void* dynamicAlloc::realloc(void* p, size_t nSize) {
 }
 
 void dynamicAlloc::free(void* p) {
-    if (denseAlloc::owns(p))
-        denseAlloc::free(p);
+    if (arena::owns(p))
+        arena::free(p);
     else
         ::free(p);
 }
@@ -127,7 +127,7 @@ void chReferenceStringT<T>::PrepareTextBuffer(int nLength) {
     if (pStringData == NULL) {
         pNewStringData = newBlock<T>(capacityFor(nLength));
     } else if (pStringData->m_nReferenceCount != 1 ||
-               (nLength > pStringData->m_nAllocLength && denseAlloc::owns(pStringData))) {
+               (nLength > pStringData->m_nAllocLength && arena::owns(pStringData))) {
         pNewStringData = CopyBlock(pStringData, nLength);
         ReleaseStringData();
     } else if (nLength > pStringData->m_nAllocLength) {

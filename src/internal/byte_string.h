@@ -1,11 +1,11 @@
-// Strings as bytes whose number is known: filled at once, where copying a text looks for its NUL on the way, byte for
-// byte, viewed whole, and trimmed.
+// Strings of known length: filled byte for byte, also with NULs, where assigning a text searches for its NUL; viewed as
+// a whole; and trimmed.
 #ifndef QOR_INTERNAL_BYTE_STRING_H
 #define QOR_INTERNAL_BYTE_STRING_H
 
 #include <string.h>
 
-#include "internal/dense_alloc.h"
+#include "internal/arena.h"
 #include "internal/string_block.h"
 
 namespace QOR_FileHelper {
@@ -13,7 +13,7 @@ namespace QOR_FileHelper {
 typedef QOR_StringHelper::chConstTextT<char> constText;
 typedef QOR_StringHelper::chReferenceStringT<char> refString;
 
-// Puts nLength bytes, of whatever value, into an empty string.
+// Stores nLength bytes of any value in an empty string.
 inline void fillString(refString& str, const char* lpszText, int nLength) {
     if (nLength <= 0)
         return;
@@ -21,8 +21,8 @@ inline void fillString(refString& str, const char* lpszText, int nLength) {
     str.getStringData()->m_nDataLength = nLength;
 }
 
-// The same, in a block beside those that were made before.
-inline void fillString(refString& str, QOR_AllocHelper::denseAlloc& memory, const char* lpszText, int nLength) {
+// The same, with a block of an arena unless it is too large for that.
+inline void fillString(refString& str, QOR_AllocHelper::arena& memory, const char* lpszText, int nLength) {
     using namespace QOR_StringHelper;
     if (nLength <= 0)
         return;
@@ -36,17 +36,17 @@ inline void fillString(refString& str, QOR_AllocHelper::denseAlloc& memory, cons
     str.setStringData(static_cast<chStringDataT<char>*>(p));
 }
 
-// All of a string.
+// A view of all of a string, NULs included.
 inline constText viewOf(const refString& str) { return constText(str, str.GetLength()); }
 
-// The first place that is no white space, or the end.
+// The first character that is not white space, or the end.
 inline const char* skipWhiteSpace(const char* lpsz, const char* lpszEnd) {
     while (lpsz < lpszEnd && QOR_StringHelper::chIsWhiteSpace(*lpsz))
         ++lpsz;
     return lpsz;
 }
 
-// What is between two places, without the white space around it.
+// The text between two places, without leading and trailing white space.
 inline constText trimmed(const char* lpszBegin, const char* lpszEnd) {
     lpszBegin = skipWhiteSpace(lpszBegin, lpszEnd);
     while (lpszEnd > lpszBegin && QOR_StringHelper::chIsWhiteSpace(lpszEnd[-1]))

@@ -1,4 +1,4 @@
-// The blocks behind strings: how large they are and how they are filled.
+// The blocks of strings: how large they are and how they are filled.
 #ifndef QOR_INTERNAL_STRING_BLOCK_H
 #define QOR_INTERNAL_STRING_BLOCK_H
 
@@ -8,11 +8,11 @@
 
 namespace QOR_StringHelper {
 
-constexpr int stringGrain = 16;  // capacities are multiples of it
+constexpr int capacityStep = 16;  // capacities are multiples of it
 
-inline int roundUpCapacity(int nLength) { return (nLength + stringGrain - 1) / stringGrain * stringGrain; }
+inline int roundUpCapacity(int nLength) { return (nLength + capacityStep - 1) / capacityStep * capacityStep; }
 
-// Header, text, terminator and spare.
+// The bytes of a block: header, text and terminator, rounded up.
 template <class T>
 inline size_t blockSize(int nCapacity) {
     return static_cast<size_t>(nCapacity) * sizeof(T) + 16;
@@ -24,7 +24,7 @@ inline void zeroText(chStringDataT<T>* pData, int nFrom, int nTo) {
         memset(pData->m_szText + nFrom, 0, static_cast<size_t>(nTo - nFrom) * sizeof(T));
 }
 
-// Makes memory of that capacity the block of one string, with nLength characters; the rest is zero.
+// Initialises a block with room for nCapacity characters, nLength of them used, for one string; the rest is zero.
 template <class T>
 inline void initBlock(chStringDataT<T>* pData, int nCapacity, const T* lpszText, int nLength) {
     pData->m_nAllocLength = nCapacity;

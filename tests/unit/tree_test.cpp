@@ -35,7 +35,7 @@ int layerOf(const std::string& strFile) {
         {"qor/Types\\.h", 0},
         {"TraceHelper/Report\\.h|QORTrace/report|internal/report\\.h", 0},
         {"ChainHelper|_chChain", 1},
-        {"AllocHelper|_chAlloc|internal/dense_alloc\\.h", 2},
+        {"AllocHelper|_chAlloc|internal/arena\\.h", 2},
         {"StringHelper|_chString|internal/string_block\\.h", 3},
         {"ArrayHelper|_chArray|ListHelper|_chList", 4},
         {"MiscHelper|_chMisc|xMisc", 5},

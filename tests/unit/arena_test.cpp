@@ -1,5 +1,6 @@
-// Blocks side by side, and strings in them.
-#include "internal/dense_alloc.h"
+// Arenas: blocks that lie in a row, are recognised by their address and freed in any order by any thread; and strings
+// whose blocks an arena holds.
+#include "internal/arena.h"
 
 #include <algorithm>
 #include <random>
@@ -10,30 +11,30 @@
 #include "support/scale.h"
 
 using namespace QOR_FileHelper;
-using QOR_AllocHelper::denseAlloc;
+using QOR_AllocHelper::arena;
 using QOR_StringHelper::chStringDataT;
 
 namespace {
 
-// Whether a block still holds what mark() wrote.
 void mark(void* p, size_t nSize, int nMark) { memset(p, nMark, nSize); }
 
+// Whether a block still holds what mark() wrote.
 bool isMarked(const void* p, size_t nSize, int nMark) {
     const unsigned char* const pByte = static_cast<const unsigned char*>(p);
     return std::all_of(pByte, pByte + nSize, [nMark](unsigned char ch) { return ch == nMark; });
 }
 
-TEST(DenseAlloc, ABlockOfTheHeapIsNone) {
+TEST(Arena, ABlockOfTheHeapIsNotRecognisedAsItsOwn) {
     for (size_t nSize = 1; nSize < 100; ++nSize) {
         void* const p = malloc(nSize);
-        EXPECT_FALSE(denseAlloc::owns(p));
+        EXPECT_FALSE(arena::owns(p));
         free(p);
     }
-    EXPECT_FALSE(denseAlloc::owns(nullptr));
+    EXPECT_FALSE(arena::owns(nullptr));
 }
 
-TEST(DenseAlloc, BlocksOfOnePageStandInARow) {
-    denseAlloc memory;
+TEST(Arena, BlocksOfOnePageLieInARow) {
+    arena memory;
     char* const pFirst = static_cast<char*>(memory.alloc(1));
     char* const pSecond = static_cast<char*>(memory.alloc(2 * sizeof(void*)));
     char* const pThird = static_cast<char*>(memory.alloc(2 * sizeof(void*) + 1));
@@ -42,14 +43,14 @@ TEST(DenseAlloc, BlocksOfOnePageStandInARow) {
     EXPECT_EQ(pSecond + 2 * sizeof(void*), pThird);
     EXPECT_EQ(pThird + 4 * sizeof(void*), pFourth);
     for (char* p : {pFirst, pSecond, pThird, pFourth}) {
-        EXPECT_TRUE(denseAlloc::owns(p));
+        EXPECT_TRUE(arena::owns(p));
         EXPECT_EQ(0u, reinterpret_cast<uintptr_t>(p) % sizeof(void*));
-        denseAlloc::free(p);
+        arena::free(p);
     }
 }
 
-TEST(DenseAlloc, WhatIsTooLargeIsLeftToTheHeap) {
-    denseAlloc memory;
+TEST(Arena, ATooLargeBlockIsLeftToTheHeap) {
+    arena memory;
     EXPECT_EQ(nullptr, memory.alloc(1025));
     EXPECT_EQ(nullptr, memory.alloc(SIZE_MAX / 2));
     void* const p = memory.alloc(1024);
@@ -57,12 +58,12 @@ TEST(DenseAlloc, WhatIsTooLargeIsLeftToTheHeap) {
     mark(p, 1024, 1);
     EXPECT_EQ(nullptr, memory.alloc(4096));
     EXPECT_TRUE(isMarked(p, 1024, 1));
-    denseAlloc::free(p);
+    arena::free(p);
 }
 
-TEST(DenseAlloc, BlocksKeepWhatIsTheirsInWhateverOrderTheyGo) {
+TEST(Arena, BlocksKeepTheirContentsWhateverOrderTheyAreFreedIn) {
     std::mt19937 random(qorTest::seed(1));
-    denseAlloc memory;
+    arena memory;
     std::vector<std::pair<void*, size_t>> listBlock;
     for (int i = 0; i < 20000; ++i) {
         const size_t nSize = 1 + random() % (random() % 20 == 0 ? 1024 : 64);
@@ -75,19 +76,19 @@ TEST(DenseAlloc, BlocksKeepWhatIsTheirsInWhateverOrderTheyGo) {
         std::swap(listBlock[random() % listBlock.size()], listBlock.back());
         ASSERT_TRUE(
             isMarked(listBlock.back().first, listBlock.back().second, static_cast<int>(listBlock.back().second % 251)));
-        denseAlloc::free(listBlock.back().first);
+        arena::free(listBlock.back().first);
         listBlock.pop_back();
     }
     for (const auto& block : listBlock) {
         ASSERT_TRUE(isMarked(block.first, block.second, static_cast<int>(block.second % 251)));
-        denseAlloc::free(block.first);
+        arena::free(block.first);
     }
 }
 
-TEST(DenseAlloc, BlocksOutliveTheirAllocator) {
+TEST(Arena, BlocksOutliveTheirArena) {
     std::vector<void*> listBlock;
     {
-        denseAlloc memory;
+        arena memory;
         for (int i = 0; i < 1000; ++i) {
             listBlock.push_back(memory.alloc(32));
             mark(listBlock.back(), 32, i % 251);
@@ -95,12 +96,12 @@ TEST(DenseAlloc, BlocksOutliveTheirAllocator) {
     }
     for (int i = 0; i < 1000; ++i) {
         EXPECT_TRUE(isMarked(listBlock[static_cast<size_t>(i)], 32, i % 251));
-        denseAlloc::free(listBlock[static_cast<size_t>(i)]);
+        arena::free(listBlock[static_cast<size_t>(i)]);
     }
 }
 
-TEST(DenseAlloc, ThreadsFreeBlocksOfOnePageAtOnce) {
-    denseAlloc memory;
+TEST(Arena, ThreadsFreeBlocksOfOnePageConcurrently) {
+    arena memory;
     std::vector<void*> arrBlock[2];
     for (int i = 0; i < 4000; ++i)
         arrBlock[static_cast<size_t>(i % 2)].push_back(memory.alloc(48));
@@ -108,7 +109,7 @@ TEST(DenseAlloc, ThreadsFreeBlocksOfOnePageAtOnce) {
     for (const std::vector<void*>& listBlock : arrBlock)
         listThread.emplace_back([&listBlock]() {
             for (void* p : listBlock)
-                denseAlloc::free(p);
+                arena::free(p);
         });
     for (std::thread& thread : listThread)
         thread.join();
@@ -116,7 +117,7 @@ TEST(DenseAlloc, ThreadsFreeBlocksOfOnePageAtOnce) {
 
 // ---- strings
 
-class DenseString : public testing::Test {
+class ArenaString : public testing::Test {
 protected:
     refString make(const char* lpszText) {
         refString str;
@@ -124,17 +125,17 @@ protected:
         return str;
     }
 
-    denseAlloc m_memory;
+    arena m_memory;
 };
 
-TEST_F(DenseString, IsWhatTheHeapsIs) {
+TEST_F(ArenaString, EqualsAStringOfTheHeap) {
     for (int nLength = 1; nLength < 1200; ++nLength) {
         const std::string strText(static_cast<size_t>(nLength), 'x');
         const refString str = make(strText.c_str()), strHeap(strText.c_str());
         EXPECT_EQ(strHeap, str);
         EXPECT_EQ(nLength, str.GetLength());
         const chStringDataT<char>& data = *str.getStringData();
-        EXPECT_TRUE(nLength > 1008 || denseAlloc::owns(&data)) << nLength;
+        EXPECT_TRUE(nLength > 1008 || arena::owns(&data)) << nLength;
         EXPECT_EQ(strHeap.getStringData()->m_nAllocLength, data.m_nAllocLength);
         EXPECT_EQ(1, data.m_nReferenceCount);
         EXPECT_TRUE(isMarked(data.m_szText + nLength, static_cast<size_t>(data.m_nAllocLength - nLength + 1), 0));
@@ -144,7 +145,7 @@ TEST_F(DenseString, IsWhatTheHeapsIs) {
     EXPECT_EQ(nullptr, strEmpty.getStringData());
 }
 
-TEST_F(DenseString, IsChangedInItsPlaceWhileItFits) {
+TEST_F(ArenaString, IsChangedInPlaceWhileItFits) {
     refString str = make("some text");
     const void* const pBlock = str.getStringData();
     str = "other text";
@@ -153,12 +154,12 @@ TEST_F(DenseString, IsChangedInItsPlaceWhileItFits) {
     EXPECT_EQ(pBlock, str.getStringData());
 }
 
-TEST_F(DenseString, GrowsIntoTheHeap) {
+TEST_F(ArenaString, MovesToTheHeapWhenItGrows) {
     refString str = make("some text");
     const refString strNext = make("the next");
     str += " that no longer fits";
     EXPECT_STREQ("some text that no longer fits", str);
-    EXPECT_FALSE(denseAlloc::owns(str.getStringData()));
+    EXPECT_FALSE(arena::owns(str.getStringData()));
     EXPECT_EQ(1, str.getStringData()->m_nReferenceCount);
     EXPECT_STREQ("the next", strNext);
     refString strRaw = make("raw");
@@ -167,10 +168,10 @@ TEST_F(DenseString, GrowsIntoTheHeap) {
     EXPECT_STREQ("raw and long", strRaw);
 }
 
-TEST_F(DenseString, IsSharedAndOutlivesWhatItWasMadeWith) {
+TEST_F(ArenaString, IsSharedAndOutlivesItsArena) {
     refString strCopy;
     {
-        denseAlloc memory;
+        arena memory;
         refString str;
         fillString(str, memory, "text", 4);
         strCopy = str;

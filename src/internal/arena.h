@@ -1,0 +1,87 @@
+// An arena: memory for many small blocks that are allocated in a row and freed one by one, by any thread, such as the
+// entries of a file. A page of the heap is handed out from its beginning on; it counts its live blocks and is freed
+// with the last of them.
+//
+// A block of an arena begins one pointer's size after an address at which a block of the heap could begin. So free()
+// recognises it by its address, and it needs no header.
+#ifndef QOR_INTERNAL_ARENA_H
+#define QOR_INTERNAL_ARENA_H
+
+#include <stddef.h>
+#include <stdint.h>
+#include <stdlib.h>
+
+#include <atomic>
+#include <new>
+
+namespace QOR_AllocHelper {
+
+// Allocates for one thread at a time. Its blocks may outlive it.
+class arena {
+public:
+    arena() {}
+    ~arena() { leavePage(); }
+    arena(const arena&) = delete;
+    arena& operator=(const arena&) = delete;
+
+    // A block of nSize bytes with undefined content, aligned to a pointer; it cannot be resized. Null if it is larger
+    // than 1,024 bytes and does not fit into the rest of the page, or if there is no memory: then the
+    // caller takes it from the heap.
+    void* alloc(size_t nSize) {
+        nSize = (nSize + alignment - 1) / alignment * alignment;
+        if (nSize > m_nLeft && !enterPage(nSize))
+            return NULL;
+        void* const p = reinterpret_cast<char*>(m_pPage) + sizePage - m_nLeft;
+        m_nLeft -= nSize;
+        ++m_nBlocks;
+        return p;
+    }
+
+    // Whether a block, which may also be one of the heap, was allocated by an arena.
+    static bool owns(const void* p) { return reinterpret_cast<uintptr_t>(p) % alignment != 0; }
+    // Frees a block of any arena.
+    static void free(void* p) {
+        const uintptr_t uInPage = reinterpret_cast<uintptr_t>(p) % alignPage;
+        release(reinterpret_cast<page*>(static_cast<char*>(p) - uInPage), 1);
+    }
+
+private:
+    typedef std::atomic<uint32_t> page;  // counts the live blocks and those that can still be allocated
+
+    static constexpr size_t alignment = 2 * sizeof(void*);  // the heap aligns its blocks to it
+    static constexpr size_t alignPage = 4096;
+    static constexpr size_t sizePage = alignPage - sizeof(void*);  // the rest is for the heap's own header
+    static constexpr size_t maxSize = alignPage / 4;               // a larger block would waste too much of a page
+    static constexpr uint32_t maxBlocks = alignPage / alignment;   // one more than a page has room for
+
+    static_assert(sizeof(page) <= sizeof(void*), "the blocks begin one pointer's size after the page");
+
+    static void release(page* pPage, uint32_t nBlocks) {
+        if (pPage->fetch_sub(nBlocks, std::memory_order_acq_rel) == nBlocks)
+            ::free(pPage);
+    }
+
+    bool enterPage(size_t nSize) {
+        void* p = NULL;
+        if (nSize > maxSize || posix_memalign(&p, alignPage, sizePage) != 0)
+            return false;
+        leavePage();
+        m_pPage = new (p) page(maxBlocks);
+        m_nLeft = sizePage - sizeof(void*);
+        m_nBlocks = 0;
+        return true;
+    }
+
+    void leavePage() {
+        if (m_pPage != NULL)
+            release(m_pPage, maxBlocks - m_nBlocks);
+    }
+
+    page* m_pPage = NULL;
+    size_t m_nLeft = 0;      // bytes after the last block
+    uint32_t m_nBlocks = 0;  // allocated in this page
+};
+
+}  // namespace QOR_AllocHelper
+
+#endif
