@@ -240,7 +240,8 @@ QOR_API void* nameGetSystemObject(const char* lpszName, int nSize, int* pbCreate
 
 /** @name Registry: INI files that all processes share
  *  A file is loaded when it is first opened on the device. Each call takes the lock of the registry's segment for one
- *  look-up or change.
+ *  look-up or change; a thread that holds it (RegistryHelper/Store.h) must not call one, which is fatal
+ *  ("[/tmp/qor_ipc_registry] is held by the calling thread already").
  *
  *  A handle is checked before it is used: one that is not that of a section counts as 0. Names of sections and keys
  *  are compared without regard to case. Names and values lose white space at both ends; null texts count as empty.

@@ -16,7 +16,7 @@ namespace QOR_FileHelper {
 
 namespace {
 
-// A hexadecimal number as "%x" reads it where a long has 32 bits: what is too large has all bits set.
+// Reads a hexadecimal number as "%x" does where a long has 32 bits: one that is too large has all bits set.
 bool readHex(const char* lpszText, int& nValue) {
     char* lpszEnd = NULL;
     const long long nRead = strtoll(lpszText, &lpszEnd, 16);
@@ -27,7 +27,7 @@ bool readHex(const char* lpszText, int& nValue) {
     return true;
 }
 
-// Whether what an entry writes ends without a line feed: the last line of a file, if it is a comment.
+// Whether what an entry writes ends without a line feed: only the last line of a file can, if it is a comment.
 bool endsOpen(iniObject* pObject) {
     if (pObject->type() == iniLineSection) {
         iniSection* pSection = static_cast<iniSection*>(pObject);
@@ -51,7 +51,7 @@ void warnUnwritable(const iniObject& object) {
 // ---- lists of entries
 
 void iniObjList::ClearObjList() {
-    dropIndex();  // faster than element by element
+    dropIndex();  // faster than removing the elements from it one by one
     while (!empty()) {
         iniObject* pObject = front();
         pop_front();

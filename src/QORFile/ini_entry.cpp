@@ -14,7 +14,7 @@ namespace QOR_FileHelper {
 
 namespace {
 
-// Callers chain look-ups, so an object may be null, whatever the compiler thinks of it.
+// Callers may chain look-ups, so `this` may be null, which the compiler takes for impossible.
 bool isNullObject(const void* p) {
     const void* volatile pAny = p;
     return pAny == NULL;
@@ -35,7 +35,7 @@ bool isWritableName(iniLineType eType, const phraseConstTextA& name) {
     }
 }
 
-// Writes up to four texts, together if they are short: a call of the stream costs more than a copy.
+// Writes four texts, in one call if they are short: a call of the stream costs more than a copy.
 BOOL writeLine(chFileStdio& file, const constText& text1, const constText& text2, const constText& text3,
                const constText& text4) {
     char szLine[256];
@@ -73,7 +73,7 @@ void iniObject::operator delete(void* p) {
 iniComment::iniComment(const char* lpszText, int nLength) : iniObject(iniLineComment, phraseConstTextA()) {
     if (lpszText != NULL && nLength < 0)
         nLength = QOR_StringHelper::chStrlen(lpszText);
-    // A string is copied up to its first NUL only, and the line is to be kept with whatever it holds.
+    // Assigning a text would copy up to its first NUL only, and the line is kept whole.
     if (lpszText != NULL)
         fillString(m_strText, lpszText, nLength);
 }

@@ -49,23 +49,23 @@ iniLineType iniFile::ParseIniLineText(const char* lpszLineText, phraseConstTextA
     return iniLineKey;
 }
 
-// Reads a text into an empty document. The entries that it makes, and their strings, lie side by side in the order in
-// which they are read, and later written: one block of the heap for each would take twice the memory and the time.
+// Reads a text into an empty document. Entries and their strings are allocated side by side, in the order in which they
+// are read and later written: a heap block for each would take twice the memory and the time.
 class iniLoader {
 public:
     explicit iniLoader(iniDocument& document) : m_document(document), m_pList(&document) {}
 
-    // Takes the lines of a text in. There is a byte after it that may be written.
-    void takeText(char* lpszText, int nLength) {
+    // Adds the lines of a text to the document. The byte after the text may be written.
+    void addText(char* lpszText, int nLength) {
         char* const lpszEnd = lpszText + nLength;
         line arrLine[linesAhead];
         int i = 0;
         for (; lpszText < lpszEnd; i = (i + 1) % linesAhead) {
-            takeLine(arrLine[i]);
+            addLine(arrLine[i]);
             lpszText = readLine(lpszText, lpszEnd, arrLine[i]);
         }
         for (int n = 0; n < linesAhead; ++n)
-            takeLine(arrLine[(i + n) % linesAhead]);
+            addLine(arrLine[(i + n) % linesAhead]);
     }
 
     // Warns when keys of the text, read from the file of that name, were dropped: they stand before any section.
@@ -79,8 +79,8 @@ public:
     }
 
 private:
-    // A line is read that many lines before it is taken in, and what the index will read for it fetched meanwhile: that
-    // of a large document does not fit into the processor's cache.
+    // A line is parsed this many lines before it is added, and its place in the index is prefetched meanwhile: the
+    // index of a large document does not fit into the processor's cache.
     static constexpr int linesAhead = 4;
 
     struct line {
@@ -91,7 +91,7 @@ private:
         uint32_t uHash = 0;
     };
 
-    // Reads a line and returns the begin of the next.
+    // Parses a line and returns the begin of the next.
     char* readLine(char* lpszText, char* lpszEnd, line& vLine) {
         char* lpszNext = static_cast<char*>(memchr(lpszText, '\n', static_cast<size_t>(lpszEnd - lpszText)));
         lpszNext = lpszNext != NULL ? lpszNext + 1 : lpszEnd;
@@ -108,24 +108,24 @@ private:
         return lpszNext;
     }
 
-    // Most often the list is the one in which the line will be looked up; otherwise what is fetched is not needed.
+    // The list is a guess: a section header between may change it, and then the prefetch is in vain.
     static void prepareLookUp(const iniObjList& list, line& vLine) {
         vLine.uHash = iniIndex::hashOf(vLine.eType, vLine.name);
         iniIndex::prefetch(list, vLine.uHash);
     }
 
-    void takeLine(const line& vLine) {
+    void addLine(const line& vLine) {
         switch (vLine.eType) {
             case iniLineComment:
             case iniLineEmpty:
-                takeComment(vLine);
+                addComment(vLine);
                 break;
             case iniLineSection:
                 m_pList = m_pSection = getEntry<iniSection>(m_document, vLine);
                 break;
             case iniLineKey:
                 if (m_pSection != NULL)
-                    takeValue(getEntry<iniKey>(*m_pSection, vLine), vLine.value);
+                    setValue(getEntry<iniKey>(*m_pSection, vLine), vLine.value);
                 else if (m_nDropped++ == 0)
                     m_lpszDropped = vLine.lpszText;
                 break;
@@ -134,13 +134,13 @@ private:
         }
     }
 
-    void takeComment(const line& vLine) {
+    void addComment(const line& vLine) {
         iniComment* const pComment = make<iniComment>(nullptr);
         fillString(pComment->m_strText, m_memory, vLine.lpszText, vLine.nLength);
         m_pList->push_back(pComment);
     }
 
-    void takeValue(iniKey* pKey, const phraseConstTextA& value) {
+    void setValue(iniKey* pKey, const phraseConstTextA& value) {
         if (!pKey->m_bFresh) {
             pKey->SetValue(value);
             return;
@@ -181,13 +181,13 @@ BOOL iniFile::LoadFromFile(const char* lpszFileName) {
     const int nSize = readSavedText(m_strFileName, text);
     if (nSize < 0) {
         const int nError = errno;
-        text.Clear();  // whoever is told of the failure asks why
+        text.Clear();  // may change errno
         errno = nError;
         return 0;
     }
     ClearObjList();
     iniLoader loader(*this);
-    loader.takeText(text.GetBuffer(), nSize);
+    loader.addText(text.GetBuffer(), nSize);
     loader.warnOfDropped(m_strFileName, text.GetBuffer());
     return 1;
 }

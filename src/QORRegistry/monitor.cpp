@@ -31,21 +31,21 @@ bool regSection::RemoveMonitorTask(const msgEntryPair* pEntry) {
     return pFound != NULL;
 }
 
-// In one walk: an entry is erased when the walk has left it.
+// One walk: an entry is erased after the walk has passed it.
 template <class Fn>
 void regSection::RemoveMonitorsIf(Fn fnRemove) {
-    msgEntryPair* pLeft = NULL;
-    const auto eraseLeft = [&] {
-        if (pLeft != NULL)
-            m_lstMonitor.EraseObject(pLeft);
-        pLeft = NULL;
+    msgEntryPair* pPassed = NULL;
+    const auto erasePassed = [&] {
+        if (pPassed != NULL)
+            m_lstMonitor.EraseObject(pPassed);
+        pPassed = NULL;
     };
     m_lstMonitor.ForEach([&](msgEntryPair& entry) {
-        eraseLeft();
+        erasePassed();
         if (fnRemove(entry))
-            pLeft = &entry;
+            pPassed = &entry;
     });
-    eraseLeft();
+    erasePassed();
 }
 
 void regSection::RemoveMonitorTask(int idTask, const chMsgProcesser* pProcesser, msgMethod pMethod) {
@@ -58,7 +58,7 @@ void regSection::RemoveMonitorTask(int idTask, const chMsgProcesser* pProcesser,
     });
 }
 
-// The kernel is asked once for a row of entries of one task.
+// The kernel is asked once for a run of entries of the same task.
 void regSection::ClearGhostTask() {
     int idAsked = 0;
     bool bAlive = false;

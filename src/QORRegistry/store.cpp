@@ -1,12 +1,13 @@
-// The registry's store: its records, and this process's view of it.
+// The registry's store: its records, and this process's mapping of it.
 //
-// Invariants, also behind a process that was killed:
-// - What can be reached is whole. A record is filled before it is linked; a text is linked before the old one is freed.
-// - Sections, keys and documents with a file name never go, so an address once found stays good.
-// - At most the last document has no file name: its maker died holding the lock. It is taken down piece by piece from
-//   its end, each piece unlinked before it is freed, so that a kill meanwhile costs one piece.
-// - A document's count is at least the sum of its sections', a section's at least that of its keys': counts are raised
-//   from the document down, before the value changes, and lowered from the keys up.
+// Invariants, also after a process was killed:
+// - What can be reached is complete. A record is filled before it is linked; a text is linked before the old one is
+//   freed.
+// - Sections, keys and documents with a file name are never freed, so an address once found stays valid.
+// - At most the last document has no file name: the process that made it died holding the lock. It is freed piece by
+//   piece from its end, each piece unlinked first, so that a kill meanwhile leaks one piece at most.
+// - A document's count is at least the sum of its sections', a section's at least the sum of its keys': counts are
+//   raised from the document down, before the value changes, and lowered from the keys up.
 #include <errno.h>
 #include <limits.h>
 #include <string.h>
@@ -46,7 +47,7 @@ constText viewOf(const chShareStringA& str) {
     return pText != NULL ? constText(pText->m_szText, loadShareWord(pText->m_nLength)) : constText();
 }
 
-// Puts a copy of a text in the place of another, by one store. False: there is no room for it.
+// Replaces a text by a copy of another, with one store. False: there is no room for it.
 bool replaceText(chShareStringA& str, const constText& text) {
     chShareTextA* pOld = str.get_Text();
     chShareTextA* pNew = NULL;
@@ -67,8 +68,8 @@ bool replaceText(chShareStringA& str, const constText& text) {
     return true;
 }
 
-// The fatal assertion of a pool without room, or of a handle that a damaged segment leaves without a pool, when what
-// was taken so far has been given back.
+// The fatal assertion of a pool without room, or of a handle that has no pool in a damaged segment. It comes after what
+// was allocated so far has been freed.
 void failNoRoom(QOR_AllocHelper::baseSharePoolAlloc& pool) { pool.alloc(regDocumentManager::segmentSize); }
 
 template <class T, class Fn>
@@ -79,14 +80,14 @@ T* appendOrFail(regObjList<T>& lst, Fn fnFill) {
     return pObject;
 }
 
-// Counts stop at the highest number.
+// A count stays at the highest number.
 void raise(int32_t& nCount) {
     const int32_t n = loadShareWord(nCount);
     if (n < INT_MAX)
         storeShareWord(nCount, n + 1);
 }
 
-// Callers may chain look-ups, so an object may be null, whatever the compiler thinks of it.
+// Callers may chain look-ups, so `this` may be null, which the compiler takes for impossible.
 bool isNullKey(const regKey* pKey) {
     const regKey* volatile pAny = pKey;
     return pAny == NULL;
@@ -127,7 +128,6 @@ bool regKey::IsChangedBy(const phraseConstTextA& text) const {
     return loadShareWord(m_bFresh) != 0 || !QOR_FileHelper::stringSame(viewOf(m_strValue), text);
 }
 
-// What is not counted here may be counted already, and then is written.
 BOOL regKey::SetValue(const phraseConstTextA& text) {
     if (const char* lpszWhy = QOR_FileHelper::whyNoEntry(constText(), viewOf(m_strName), text)) {
         QOR_WARN_TEXT(false, QOR_FileHelper::refusal(constText(), viewOf(m_strName), lpszWhy).c_str());
@@ -269,7 +269,8 @@ BOOL regDocument::CreateFromFile(const char* lpszFileName) {
     return CreateFromIni(lpszFileName, file);
 }
 
-// A file's sections, and a section's keys, have different names: in an empty document they are not looked for.
+// The names of a file's sections are unique, and so are those of a section's keys: when the document is empty, they
+// need not be looked up.
 BOOL regDocument::CreateFromIni(const char* lpszFileName, const iniFile& file) {
     const bool bEmpty = m_lstSection.empty();
     for (auto itSection = file.begin(); itSection != file.end(); ++itSection) {
@@ -330,7 +331,7 @@ regDocument* regDocumentManager::GetDocumentObject(const char* lpszFileName) {
     return NULL;
 }
 
-// The document is linked first, so that what a dying process has taken is found again.
+// The document is linked before it is filled, so that what a dying process has allocated for it can be freed.
 regDocument* regDocumentManager::GetDocumentObject(const char* lpszFileName, const iniFile& file) {
     if (regDocument* pDocument = FindDocumentObject(lpszFileName))
         return pDocument;
@@ -351,7 +352,7 @@ void regDocumentManager::ClearLostDocument() {
     });
 }
 
-// ---- this process's view
+// ---- this process's mapping
 
 uCRegistryHelper::uCRegistryHelper() : m_arrSection{} {
     static const char lpszName[] = "ipc_registry";
@@ -411,7 +412,7 @@ regDocument* uCRegistryHelper::LockDocument(const char* lpszFileName) {
     getObject()->ClearLostDocument();
     if (regDocument* pDocument = getObject()->FindDocumentObject(lpszFileName))
         return pDocument;
-    // The others go on while the file is read. If one of them opens it meanwhile, what was read here is dropped.
+    // The lock is free while the file is read. If another process opens it meanwhile, what was read here is dropped.
     Unlock();
     iniFile file;
     const int nError = readDocument(file, lpszFileName) ? 0 : errno;
@@ -427,7 +428,7 @@ regDocument* uCRegistryHelper::LockDocument(const char* lpszFileName) {
     return NULL;
 }
 
-// ---- the layout: like all of it, the same on every ABI
+// ---- the layout, which is the same on every ABI
 
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Winvalid-offsetof"

@@ -1,4 +1,4 @@
-// What an INI file can hold. The rules are those of iniFile::ParseIniLineText(), seen from the writer.
+// What an INI file can hold: the counterpart of iniFile::ParseIniLineText().
 #include "internal/ini_text.h"
 
 #include <string.h>
@@ -11,10 +11,10 @@ bool holds(const constText& text, char ch) {
     return !text.IsEmpty() && memchr(text, ch, static_cast<size_t>(text.GetLength())) != NULL;
 }
 
-// A line ends with its line feed, and counts up to its first NUL only.
+// A line ends at its line feed, and is read up to its first NUL only.
 bool isInOneLine(const constText& text) { return !holds(text, '\n') && !holds(text, 0); }
 
-// A name as part of a report: the begin of it, on one line.
+// The begin of a name, printable on one line.
 std::string reported(const constText& name) {
     constexpr int maxReported = 64;
     const bool bCut = name.GetLength() > maxReported;

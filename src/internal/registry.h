@@ -1,4 +1,5 @@
-// What the sources over the registry's store share: its lock for a scope, and reads of its keys.
+// What the registry shares with the flat interface and the shortcuts: its lock for a scope, the saver, and reads of
+// keys.
 #ifndef QOR_INTERNAL_REGISTRY_H
 #define QOR_INTERNAL_REGISTRY_H
 
@@ -48,8 +49,8 @@ public:
 
 // ---- files
 
-// Reads a document. True: it was read, or there is no such file and the document is empty. False (errno): what is there
-// cannot be read, and must be taken neither for empty nor for what another process may find.
+// Reads a document. True: it was read, or there is no such file and the document is empty. False (errno): the file is
+// there and cannot be read, and must not be taken for empty.
 bool readDocument(QOR_FileHelper::iniFile& file, const char* lpszFileName);
 
 // The warning for such a file.
@@ -69,10 +70,10 @@ inline const char* textOf(const char* lpszText) { return lpszText != NULL ? lpsz
 
 // ---- keys
 
-// Calls fn with the value of a key while the lock is held; whether there is such a key. lpszReport says of a section
-// without it "Read: %s", in the name of that module, when the lock is free again.
+// Calls fn with the value of a key while the lock is held. False: there is no such section or key. A missing key of a
+// section is a warning ("Read: %s"), printed after the lock is released in the name of module lpszModule.
 template <class Fn>
-bool readKey(const char* lpszReport, uintptr_t uSection, const char* lpszKey, Fn fn) {
+bool readKey(const char* lpszModule, uintptr_t uSection, const char* lpszKey, Fn fn) {
     const phraseConstTextA name(lpszKey);
     {
         const registryLock hold;
@@ -84,7 +85,7 @@ bool readKey(const char* lpszReport, uintptr_t uSection, const char* lpszKey, Fn
             return true;
         }
     }
-    QOR_WARN_IN(lpszReport, false, ("Read: " + std::string(name, static_cast<size_t>(name.GetLength()))).c_str());
+    QOR_WARN_IN(lpszModule, false, ("Read: " + std::string(name, static_cast<size_t>(name.GetLength()))).c_str());
     return false;
 }
 

@@ -1,4 +1,4 @@
-// The flat functions over documents of the registry, for callers that know the former places of the configuration.
+// The flat functions for callers that know the former places of the configuration, which is now in the registry.
 #include <string.h>
 
 #include "internal/registry.h"
@@ -21,7 +21,7 @@ bool isText(const char* lpszText, const char* lpszOther) {
     return lpszText != NULL && strcmp(lpszText, lpszOther) == 0;
 }
 
-// Every call is reported as a warning, with its arguments.
+// Prints the warning of a call, with its arguments.
 void reportCall(const char* lpszFunction, std::initializer_list<std::string> listArgument) {
     std::string strReport = lpszFunction;
     const char* lpszBetween = "(";
@@ -32,7 +32,7 @@ void reportCall(const char* lpszFunction, std::initializer_list<std::string> lis
     QOR_WARN_TEXT(false, (strReport + ")!!!!").c_str());
 }
 
-// The absolute path, where the telephony settings are now.
+// The absolute path, with the present place of the telephony settings.
 refString presentFile(const char* lpszFileName) {
     refString strFile = QOR_MiscHelper::pathGetAbsolutePath(lpszFileName, NULL);
     strFile.Replace("/vantrel/config/voip/", "/rundata/config/user/voip/");

@@ -1,6 +1,6 @@
-// The flat functions over sections of the registry. A handle is looked up before anything behind it is read; what it
-// names never goes. Each function holds the registry's lock for one look-up or change; texts are prepared before and
-// warnings printed after that.
+// The flat functions over the registry. A handle is looked up before what it refers to is read; sections and documents
+// are never freed. Each function holds the registry's lock for one look-up or change; texts are prepared before and
+// warnings are printed after that.
 #include <limits.h>
 #include <stdlib.h>
 #include <string.h>
@@ -35,16 +35,16 @@ regDocument* documentOf(HREGISTRY hDocument) {
     return hold.GetDocument(numberOf(hDocument));
 }
 
-// A name as the registry takes it, without a warning of what is cut.
+// A name as the registry takes it, without the warning of white space that is cut off.
 constText trimmedText(const char* lpszText) {
     lpszText = textOf(lpszText);
     return QOR_FileHelper::trimmed(lpszText, lpszText + strlen(lpszText));
 }
 
-// The whole text; the default may stand in the buffer.
+// Copies the whole text, which may be in the buffer already.
 void copyText(char* lpszBuffer, const char* lpszText) { memmove(lpszBuffer, lpszText, strlen(lpszText) + 1); }
 
-// As much of the text as has room, terminated; its whole length.
+// Copies as much of the text as fits, terminated. Returns the length of the whole text.
 int copyTextN(char* lpszBuffer, int nSize, const char* lpszText) {
     const size_t nLength = strlen(lpszText);
     if (lpszBuffer != NULL && nSize > 0) {
@@ -55,7 +55,7 @@ int copyTextN(char* lpszBuffer, int nSize, const char* lpszText) {
     return static_cast<int>(nLength);
 }
 
-// A decimal number at the begin of a text, within the limits of an int; 0 when there is none.
+// The decimal number that a text begins with, clamped to an int; 0 when there is none.
 int numberIn(const char* lpszText) {
     const long long nValue = strtoll(lpszText, NULL, 10);
     return nValue > INT_MAX ? INT_MAX : nValue < INT_MIN ? INT_MIN : static_cast<int>(nValue);
@@ -196,7 +196,7 @@ double qorGetRegistryFloat(const char* lpszFileName, const char* lpszSectionName
 
 BOOL qorSetRegistryString(const char* lpszFileName, const char* lpszSectionName, const char* lpszKey,
                           const char* lpszValue) {
-    // Not even the section is made, which otherwise would stay in the registry for nothing.
+    // Refused before the section is made: it would stay in the registry for good.
     const constText section = trimmedText(lpszSectionName);
     if (const char* lpszWhy = QOR_FileHelper::whyNoSectionName(section)) {
         QOR_WARN_TEXT(false, QOR_FileHelper::refusal(section, trimmedText(lpszKey), lpszWhy).c_str());

@@ -6,20 +6,21 @@
 ///     [ Net ]
 ///     address = 10.0.0.1
 ///
-/// - Names are compared without regard to case; a repeated section goes on with the first one of its name, a repeated
-///   key keeps its place and takes the later value.
-/// - Lines that are none of these, keys in front of the first section and the headers of repeated sections are dropped
-///   when a file is read.
-/// - Comments and blank lines are kept byte for byte. Sections are written as "[ name ]", keys as "name = value". What
-///   is added stands at the end of its section, or of the document. A line of a comment whose file ended without a line
-///   feed gets one as soon as something follows it.
+/// - Names are compared without regard to case. A repeated section is continued where it first appeared; a repeated key
+///   keeps its place and takes the later value.
+/// - When a file is read, lines that are none of these, keys before the first section, and the headers of repeated
+///   sections are dropped.
+/// - Comments and blank lines are kept byte for byte. Sections are written as "[ name ]", keys as "name = value". New
+///   keys are written at the end of their section, new sections at the end of the document. When a file ended with a
+///   comment without a line feed, it gets one as soon as something follows it.
 /// - A line is text up to its first NUL byte, if it has one; a comment or blank line is kept whole. It ends with a line
-///   feed; a carriage return in front of that is white space, elsewhere a character like others. So is a byte-order
-///   mark: a first line that begins with one is neither header nor comment.
-/// - Quotes are part of a value, and nothing is escaped. What would be read back as something else is not set, with a
-///   warning ("Refused: ..."): a value or name with a line feed or NUL, a key's name with '=' in it or ';', '#' or '['
-///   at its begin, a section's with ']'. A section or key that was made with such a name is not written.
-/// - Saving replaces a file crash-safely: the old or the new one is there, whatever happens, and the next load
+///   feed; a carriage return before that is white space, elsewhere a character like any other. So is a byte-order mark:
+///   a first line that begins with one is neither a header nor a comment.
+/// - Quotes are part of a value, and nothing is escaped. A name or value that would be read back as something else is
+///   refused, with a warning ("Refused: ..."): a value or name with a line feed or NUL, a key's name that contains '='
+///   or begins with ';', '#' or '[', a section's name that contains ']'. A section or key that was made with such a
+///   name is not written.
+/// - Saving replaces a file crash-safely: whatever happens, the old or the new document is there, and the next load
 ///   completes what was interrupted.
 ///
 /// @code
@@ -29,9 +30,9 @@
 ///     file.SaveToFile(NULL);
 /// @endcode
 ///
-/// Names are looked up by an index, so that a document of n lines is read in a time proportional to n. What is read
-/// from a file lies in pages of many entries: one that is taken out of the document, or a copy of a text, keeps its
-/// page. A document is used by one thread at a time, also for reading. Read on in Xml.h.
+/// While names are unique, a look-up takes O(1) on average; reading a document takes O(n). Entries and texts that are
+/// read from a file share pages of memory; an entry that is taken out of the document, or a copy of a text, keeps its
+/// page allocated. A document is used by one thread at a time, also for reading. Read on in Xml.h.
 #ifndef QOR_FILEHELPER_INI_H
 #define QOR_FILEHELPER_INI_H
 
@@ -61,26 +62,26 @@ public:
     iniObject(const iniObject&) = delete;
     iniObject& operator=(const iniObject&) = delete;
 
-    /// Writes the entry to an open file; whether all was written.
+    /// Writes the entry to an open file. 0: not all of it was written.
     virtual BOOL exportObject(chFileStdio& file) = 0;
     virtual ~iniObject() {}
 
-    /// Entries of a program are made on the heap.
+    /// Entries that a program makes are allocated on the heap.
     static void* operator new(size_t nSize);
-    /// The same; null without memory.
+    /// The same; null when there is no memory.
     static void* operator new(size_t nSize, const std::nothrow_t& r) noexcept;
-    /// In memory that somebody else owns.
+    /// Constructs an entry in memory of the caller, who keeps it.
     static void* operator new(size_t, void* p) noexcept { return p; }
-    /// Frees an entry, of the heap or read from a file.
+    /// Frees an entry, whether a program made it or it was read from a file.
     static void operator delete(void* p);
     /// The same.
     static void operator delete(void* p, const std::nothrow_t&) { operator delete(p); }
-    /// Leaves the memory to its owner.
+    /// Frees nothing: the memory is the caller's.
     static void operator delete(void*, void*) {}
 
     /// What the entry is.
     iniLineType type() const { return m_eType; }
-    /// Its name, empty for comments. It never changes.
+    /// Its name, which never changes; empty for comments.
     const phraseStringA& key() const { return m_strKey; }
 
 protected:
@@ -92,16 +93,16 @@ private:
     friend class iniObjList;
 
     const iniLineType m_eType : 8;
-    const bool m_bWritable : 1;  // whether the name, written to a file, is read back as what it is
+    const bool m_bWritable : 1;  // whether a file can hold the name
     phraseStringA m_strKey;
 };
 
 /// A comment or blank line, both of type iniLineComment.
 class QOR_API iniComment : public iniObject {
 public:
-    /// Keeps nLength bytes, of whatever value; -1 means up to the NUL. The line's terminator is among them.
+    /// Copies nLength bytes of any value, the line's terminator included; -1: up to the NUL.
     explicit iniComment(const char* lpszText, int nLength = -1);
-    /// Writes the line as it is.
+    /// Writes the line unchanged.
     BOOL exportObject(chFileStdio& file) override;
     /// The line with its terminator.
     const QOR_StringHelper::chReferenceStringT<char>& text() const { return m_strText; }
@@ -115,17 +116,17 @@ private:
 /// A key and its value.
 class QOR_API iniKey : public iniObject {
 public:
-    /// A key without a value, which its first SetValue() changes, even if it sets none.
+    /// A key without a value. Its first SetValue() counts as a change, even of an empty value.
     explicit iniKey(const phraseConstTextA& name) : iniObject(iniLineKey, name), m_bFresh(1) {}
     /// Writes name, " = ", value and a line feed.
     BOOL exportObject(chFileStdio& file) override;
 
     /// The value, valid until it changes; null for a null key.
     const char* value() const;
-    /// A string of its own with the value; the default for a null key.
+    /// A new string with the value, or with the default for a null key.
     QOR_StringHelper::chReferenceStringT<char> GetValue(const char* lpszDefault) const;
-    /// Stores a value; whether that changed the key. 0, with a warning and nothing changed, for a value or a key's own
-    /// name that a file cannot hold.
+    /// Stores a value. 1: it differs from the old one, or is the first; else 0. When a file cannot hold the value or
+    /// the key's name: 0, with a warning, and nothing is changed.
     BOOL SetValue(const phraseConstTextA& text);
 
 private:
@@ -135,7 +136,7 @@ private:
     BOOL m_bFresh;
 };
 
-/// The nodes of a list of entries. What makes look-ups by name fast is kept with them and private; it follows every
+/// Allocates the nodes of a list of entries. The index by which the list finds names is private and follows every
 /// operation of the list.
 class QOR_API iniNodeAlloc : public QOR_AllocHelper::baseDynamicNodeAlloc {
 public:
@@ -159,22 +160,22 @@ private:
     mutable iniIndex* m_pIndex;  // null: none yet
 };
 
-/// A list of entries that it owns. The list operations themselves insert and erase pointers only: whoever erases an
-/// element with them deletes its object. An element's object is not exchanged in place.
+/// A list of entries, which it owns. The operations of the base insert and erase pointers only: the caller who erases
+/// an element with them deletes its object. Do not replace the object of an element.
 class QOR_API iniObjList : public QOR_ListHelper::chMeth_List<iniNodeAlloc> {
 public:
     iniObjList() {}
     /// ClearObjList().
     ~iniObjList() { ClearObjList(); }
 
-    /// Writes every entry, in order; whether all was written. One whose name a file cannot hold is left out, with a
-    /// warning.
+    /// Writes every entry, in order. 0: not all of it was written. An entry whose name a file cannot hold is left out,
+    /// with a warning.
     BOOL ExportToFile(chFileStdio& file) const;
     /// Deletes every entry.
     void ClearObjList();
     /// The first entry of a type and name, or end().
     iterator list_find_object(iniLineType eType, const phraseConstTextA& name) const;
-    /// Removes and deletes an entry; whether it was one of the list's. Any other is left alone.
+    /// Removes and deletes an entry of the list. 0: it is none of the list's, and nothing is done.
     BOOL list_erase_object(iniObject* pObject);
     /// The first entry of a type and name, or null.
     iniObject* FindObject(iniLineType eType, const phraseConstTextA& name) const;
@@ -194,7 +195,7 @@ public:
     iniKey* GetKey(const phraseConstTextA& name);
 };
 
-/// A document: a list of the comments and blank lines in front of the first section, and the sections.
+/// A document: the list of the comments and blank lines before the first section, and of the sections.
 class QOR_API iniDocument : public iniObjList {
 public:
     /// The section of a name, or null.
@@ -202,42 +203,43 @@ public:
     /// The section of a name, appended when there is none.
     iniSection* GetSection(const phraseConstTextA& name);
 
-    /// A string of its own with the value; the default when there is no such section or key.
+    /// A new string with the value; with the default when there is no such section or key.
     QOR_StringHelper::chReferenceStringT<char> GetTextValue(const phraseConstTextA& section,
                                                             const phraseConstTextA& key, const char* lpszDefault) const;
-    /// Stores a value, for which section and key are made; whether that changed the key. 0, with a warning and nothing
-    /// made, for names or a value that a file cannot hold.
+    /// Stores a value; section and key are made when they are missing. Returns what iniKey::SetValue() does. When a
+    /// file cannot hold the names or the value: 0, with a warning, and nothing is made.
     BOOL SetTextValue(const phraseConstTextA& section, const phraseConstTextA& key, const phraseConstTextA& text);
-    /// The value as a number, hexadecimal behind "0x" or "0X"; the default when there is none, or no number. A decimal
-    /// one out of range becomes the nearest, a hexadecimal one 0xFFFFFFFF.
+    /// The number that the value begins with, hexadecimal after "0x" or "0X"; the default when there is none. A decimal
+    /// number out of range is clamped, a hexadecimal one becomes 0xFFFFFFFF.
     int GetIntValue(const phraseConstTextA& section, const phraseConstTextA& key, int nDefault) const;
-    /// The value as a number; the default when there is none, or no number.
+    /// The number that the value begins with; the default when there is none.
     double GetFloatValue(const phraseConstTextA& section, const phraseConstTextA& key, double dDefault) const;
 
 private:
     const char* findValue(const phraseConstTextA& section, const phraseConstTextA& key) const;
 };
 
-/// A document and the file that it came from.
+/// A document and the name of the file that it was loaded from.
 class QOR_API iniFile : public iniDocument {
 public:
-    /// An empty document; LoadFromFile() unless the name is null or empty.
+    /// An empty document; then LoadFromFile(), unless the name is null or empty.
     explicit iniFile(const char* lpszFileName = NULL);
 
-    /// Replaces the document by a file's, after an interrupted save of it was completed or discarded. 0, and the
-    /// document stays, when the file cannot be read, is no regular file, or has 512 MB and more; its name is remembered
-    /// all the same. `errno` then says why: only ENOENT and ENOTDIR mean that there is no such document. Warns of keys
-    /// that are dropped because they stand before any section.
-    /// Waits, for some seconds at most, for who is just exchanging the file.
+    /// Replaces the document by that of a file, after completing or discarding what an interrupted save of it left. The
+    /// file's name is remembered, whatever the result.
+    /// Returns 1. 0, and the document is unchanged: the file cannot be read, is no regular file, or has 512 MB or more;
+    /// `errno` says why, where only ENOENT and ENOTDIR mean that there is no such file. Keys that are dropped because
+    /// they stand before any section are a warning.
+    /// Waits, for some seconds at most, for a save that is just replacing the file.
     /// Fatal: a null or empty name ("!textEMPTY(lpszFileName)").
     BOOL LoadFromFile(const char* lpszFileName);
-    /// Writes the document to a file; null: to that of the last load. An existing one is replaced crash-safely: with 0,
-    /// which means that the new one could not be written, it is as it was, and a warning says why. A symbolic link is
-    /// replaced by a file; what it leads to is left alone. Waits, for some seconds at most, for who else just saves to
-    /// that name. Fatal: an empty name ("!textEMPTY(lpszFileName)").
+    /// Writes the document to a file; null: to the one of the last load. An existing file is replaced crash-safely.
+    /// Returns 1. 0, with a warning that says why: the document could not be written, and the old file is as it was.
+    /// A symbolic link is replaced by a file; what it leads to is not changed. Waits, for some seconds at most, for
+    /// another save to that name. Fatal: an empty name ("!textEMPTY(lpszFileName)").
     BOOL SaveToFile(const char* lpszFileName) const;
 
-    /// Tells what a line is, and views the name of a section or key and the value of a key in it.
+    /// Returns what a line is, and views of the name of its section or key and of its key's value; else they are empty.
     /// Fatal: null ("lpszLineText != NULL").
     static iniLineType ParseIniLineText(const char* lpszLineText, phraseConstTextA& name, phraseConstTextA& value);
 
