@@ -1,12 +1,12 @@
 /// @file
 /// Small helpers for applications: configuration read into strings, files found by their names, copies of rectangles.
 ///
-/// This header is the face of the namespace; each chapter stands alone:
+/// This header includes the others of the namespace, which can also be included one by one:
 /// - `SubClass/FileFilter.h`: wildcard patterns for file names.
 /// - `SubClass/FileSearch.h`: finding files in directories.
 /// - `SubClass/Copy2D.h`: copying rectangles of bytes.
 ///
-/// The functions of this header have the names of flat ones but return an owning string, so no value is too long.
+/// The functions of this header have the names of flat ones, but return a string that owns its text, of any length.
 ///
 /// @code
 /// const QOR_StringHelper::chReferenceStringT<char> strName =
@@ -24,8 +24,8 @@
 /// Helpers for applications.
 namespace QOR_SubClass {
 
-/// The value of a key in a file, which is read for this call, past the registry and as it is named; the default when
-/// the file cannot be read or has no such key. Fatal: a null or empty file name.
+/// The value of a key in a file; the default when the file cannot be read or has no such key. The file is read for this
+/// call, without the registry, and its name is taken as it is. Fatal: a null or empty file name.
 QOR_API QOR_StringHelper::chReferenceStringT<char> qorGetProfileString(const char* lpszFileName,
                                                                        const char* lpszSection, const char* lpszKey,
                                                                        const char* lpszDefault);

@@ -18,8 +18,8 @@ namespace {
 
 ptrdiff_t offsetOf(const chSize& size, int nX, int nY) { return static_cast<ptrdiff_t>(size.cx) * nY + nX; }
 
-// The edge that lies a length behind another one. What reaches beyond all coordinates ends at the last one.
-int edgeBehind(int nEdge, int nLength) {
+// The coordinate nLength after an edge, clamped to the range of coordinates.
+int edgeAfter(int nEdge, int nLength) {
     return static_cast<int>(std::clamp<long long>(static_cast<long long>(nEdge) + nLength, INT_MIN, INT_MAX));
 }
 
@@ -33,7 +33,7 @@ void qorClipMemcpy2D(void* pDst, const chSize& sizeDst, const void* pSrc, const 
                      const chRect& rcClip) {
     if (!QOR_ASSERT(pSrc != NULL && pDst != NULL))
         return;
-    const chRect rcSrc(point.x, point.y, edgeBehind(point.x, sizeSrc.cx), edgeBehind(point.y, sizeSrc.cy));
+    const chRect rcSrc(point.x, point.y, edgeAfter(point.x, sizeSrc.cx), edgeAfter(point.y, sizeSrc.cy));
     const chRect rcCopy = rcSrc & chRect(chPoint(), sizeDst) & rcClip;
     if (rcCopy.IsEmpty())
         return;

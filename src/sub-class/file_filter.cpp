@@ -43,8 +43,8 @@ BOOL chFileFilter::SetFilter(const char* lpszFilter) {
     return TRUE;
 }
 
-// An expression that was refused stays, as one that matches no name: without it a filter of nothing but such patterns
-// would accept every name.
+// An expression that was refused stays in its list and matches no name: without it, a filter that has only such
+// patterns would accept every name.
 void chFileFilter::AddPattern(const refString& strPattern) {
     const char* lpszPattern = strPattern;
     const bool bDeny = *lpszPattern == '-';

@@ -1,10 +1,10 @@
 // Searching directories.
 //
-// The directories on the way from the first one to the present one form a stack. A directory that is already on it, as
-// its device and number tell, is not entered again: that is where a cycle of links closes. So the way never has more
-// directories than there are, and since each one is read to its end before the next is opened, one is open at a time.
+// The directories from the first one to the current one form a stack. A directory that is already on it, by its device
+// and inode, is not entered again: that is where a cycle of links closes. Each directory is read to its end before the
+// next is opened, so one is open at a time.
 //
-// Most entries are files, and the directory says so: those are not asked about one by one.
+// Most entries are files, and the directory says which, so those need no stat().
 #include <errno.h>
 #include <string.h>
 #include <sys/stat.h>
@@ -38,12 +38,12 @@ public:
         struct stat state = {};
         QOR_MiscHelper::pathStat(lpszDirectory, &state);
         enter({refString(lpszDirectory), state.st_dev, state.st_ino, {}});
-        while (!m_listWay.empty())
+        while (!m_listStack.empty())
             step();
     }
 
     void takeResult(listPath& lstResult) {
-        // Moving pointers, and comparing with the platform's strcmp(), which is the order of the strings.
+        // Sorts pointers, with strcmp(), which has the order of the strings.
         std::vector<const refString*> listSorted;
         for (const refString& strPath : m_listFound)
             listSorted.push_back(&strPath);
@@ -55,19 +55,19 @@ public:
 
 private:
     void step() {
-        std::vector<directory>& listBelow = m_listWay.back().listBelow;
+        std::vector<directory>& listBelow = m_listStack.back().listBelow;
         if (listBelow.empty()) {
-            m_listWay.pop_back();
+            m_listStack.pop_back();
             return;
         }
         directory next = std::move(listBelow.back());
         listBelow.pop_back();
-        if (!isOnTheWay(next))
+        if (!isOnStack(next))
             enter(std::move(next));
     }
 
-    bool isOnTheWay(const directory& other) const {
-        return std::any_of(m_listWay.begin(), m_listWay.end(), [&other](const directory& r) {
+    bool isOnStack(const directory& other) const {
+        return std::any_of(m_listStack.begin(), m_listStack.end(), [&other](const directory& r) {
             return r.idDevice == other.idDevice && r.idNumber == other.idNumber;
         });
     }
@@ -78,7 +78,7 @@ private:
         for (refString strName; walker.ReadFileName(strName, bIsFile);)
             if (!m_filter.IsDenyFileName(strName) && (bIsFile || !takeDirectory(next, strName)))
                 takeFile(next, strName);
-        m_listWay.push_back(std::move(next));
+        m_listStack.push_back(std::move(next));
     }
 
     static refString pathOf(const directory& parent, const refString& strName) {
@@ -86,7 +86,7 @@ private:
         return refString(static_cast<const char*>(QOR_FileHelper::chPathNameA(parent.strPath, strName)), -1);
     }
 
-    // Whether the entry is a directory, or may be one that the system can no longer name.
+    // Whether the entry is a directory, or may be one whose path is too long for the system.
     bool takeDirectory(directory& parent, const refString& strName) {
         const refString strPath = pathOf(parent, strName);
         struct stat state;
@@ -106,7 +106,7 @@ private:
 
     chFileFilter m_filter;
     const BOOL m_bRecursive;
-    std::vector<directory> m_listWay;
+    std::vector<directory> m_listStack;
     std::vector<refString> m_listFound;
 };
 

@@ -1,5 +1,6 @@
 // INI documents as they are found: those of tests/corpus/ini, in the styles that programs write and people edit, and
-// those that the machine has. Each loads, is saved to a fixed point, and says what Python's parser finds in it.
+// those that the machine has. Each is loaded, saves to a fixed point, and has the values that Python's parser finds in
+// it.
 #include <stdlib.h>
 
 #include <algorithm>
@@ -47,7 +48,7 @@ std::vector<std::string> split(const std::string& str) {
 // Values by section and key, both in lower case.
 typedef std::map<std::string, std::map<std::string, std::string>> content;
 
-// What a reader found, and the keys of sections about which it says nothing.
+// What a reader found, and the keys of sections that are left out of the comparison.
 struct reading {
     bool bKnown = true;
     content values;
@@ -68,8 +69,8 @@ content contentOf(const iniFile& file) {
     return values;
 }
 
-// Takes one document's fields in, up to the next document's. A section may come twice, in different letters: which of
-// two values came last is then not told.
+// Adds the fields of one document, up to the next document's. A section may come twice, in different case: the reader
+// does not say which of two values came last.
 reading readingOf(const std::vector<std::string>& listField, size_t& nAt) {
     reading read;
     std::string strSection;

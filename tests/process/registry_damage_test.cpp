@@ -1,5 +1,5 @@
-// A registry whose segment was overwritten: whatever a process then does with it ends in a result or in a fatal
-// assertion, never in a wild access or without an end. QOR_TEST_TIMES=N tries N times as many damages.
+// A registry whose segment was overwritten at random: every operation ends in a result or a fatal assertion, never in a
+// wild access or an endless loop. QOR_TEST_TIMES=N tries N times as many damages.
 #include <stdlib.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
@@ -21,7 +21,7 @@ const char* const s_aFile[] = {"/tmp/damage/a.ini", "/tmp/damage/b.ini", "/tmp/d
 const char* const s_aSection[] = {"net", "audio", "a rather long name of a section", "new"};
 const char* const s_aKey[] = {"port", "level", "name", "a rather long name of a key", "new"};
 
-// What one process does with the registry, at random.
+// Random operations of one process on the registry.
 class worker {
 public:
     worker(std::mt19937& random, std::vector<HREGISTRY> listHandle)
@@ -87,7 +87,7 @@ private:
         monitor.UnmonitorSection(lpszFile, lpszSection);
         monitor.UnmonitorAllSection();
     }
-    // What is freed when a process has died while it made a document.
+    // Frees the document that a process was making when it died.
     void clear() {
         registryHelper().Lock(-1);
         regDocumentManager* const pRoot = registryHelper().getObject();
@@ -159,7 +159,7 @@ private:
         registryHelper().Unlock();
     }
 
-    // An access past the segment's ends is a signal, unless something of the process lies there.
+    // An access outside the segment is a signal, unless something else of the process is mapped there.
     static void Guard(char* p) {
         mmap(p, sizeGuard, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_FIXED_NOREPLACE, -1, 0);
     }

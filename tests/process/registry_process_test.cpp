@@ -1,6 +1,6 @@
-// The registry between processes: one copy of each document, no change lost, every monitor told, savers that die, files
-// that have no room, kills at random moments. The test itself does not open the registry: what its processes leave is
-// all there is.
+// The registry between processes: one copy of each document, no change lost, every monitor notified, files that a
+// process may not read, savers that die, files that do not fit, kills at random moments. The test's own process does
+// not open the registry, so that the store is what its children left.
 #include <stdlib.h>
 #include <string.h>
 #include <sys/stat.h>
@@ -25,7 +25,7 @@ using namespace QOR_RegistryHelper;
 using namespace qorTest;
 using QOR_MsgQueueHelper::msgObject;
 
-// ---- the last call of a save, behind which a process may be told to die
+// ---- the last call of a save, after which a process may be made to die
 
 static bool s_bDieWhenSaved = false;
 
@@ -42,7 +42,7 @@ namespace {
 
 constexpr int nWorkers = 8;
 
-// Reports and traces of many processes would only be noise.
+// For children whose reports would only be noise.
 void silence() {
     for (FILE* pFile : {stdout, stderr})
         if (freopen("/dev/null", "w", pFile) == NULL)
@@ -73,7 +73,7 @@ TEST_F(RegistryProcess, TwoProcessesThatStartAtOnceShareOneDocument) {
     };
     childProcess first("first", [&] {
         HREGISTRY h = begin(0);
-        meetingRead.hear();  // the other has read it
+        meetingRead.hear();  // the other process has read it
         registrySetInt(h, "k", 2);
         meetingSet.say();
         meetingRead.hear();
@@ -136,7 +136,7 @@ TEST_F(RegistryProcess, AHandleMeansTheSameSectionInEveryProcess) {
 
 // ---- files that a process may not read
 
-// Runs in a process that no mode of a file spares; 0 when no expectation failed.
+// Runs a function in a process that the modes of files apply to. 0: no expectation failed.
 int runWithoutPrivileges(const std::string& strFile, const std::function<void()>& fnRun) {
     childProcess child("without privileges", [&] {
         if (!dropPrivileges() || access(strFile.c_str(), R_OK) == 0)
@@ -242,7 +242,7 @@ TEST_F(RegistryProcess, WhatAnotherProcessSavedIsNotOverwrittenByAnOlderCopy) {
     EXPECT_EQ("[ s ]\na = 3\nb = 0\nc = 2\n", getFile(m_strFile));
 }
 
-// Its file stands, and nobody has counted that yet.
+// The file is replaced, and the counts are not lowered yet.
 TEST_F(RegistryProcess, WhatAKilledProcessSavedIsNotTakenForWhatAnOlderCopyHolds) {
     putFile(m_strFile, "[s]\nk=0\n");
     meeting meetingFirst, meetingSecond;
@@ -295,9 +295,9 @@ TEST_F(RegistryProcess, AForkedChildUsesTheLocksThatThreadsOfTheParentHeld) {
     EXPECT_EQ("[ s ]\nk = 8\n", getFile(m_strFile));
 }
 
-// ---- the dead
+// ---- processes that die
 
-TEST_F(RegistryProcess, AMonitorOfAKilledProcessIsPassedOverAndRemoved) {
+TEST_F(RegistryProcess, AMonitorOfAKilledProcessIsSkippedAndRemoved) {
     meeting meetingMonitored;
     childProcess victim("victim", [&] {
         msgRegistMainThread("victim", [](simpMSG*) { return 0; });
@@ -360,7 +360,7 @@ TEST_F(RegistryProcess, AKilledSaverIsForgottenAndWhatItWasAskedIsSaved) {
         msgRegistMainThread("saver", onSaverMessage);
         registryRegistSaver();
         meetingReady.say();
-        return pause();  // asked, it never comes round
+        return pause();  // never answers a request
     });
     meetingReady.hear();
     childProcess first("first", [&] { return qorSetRegistryInt(m_strFile.c_str(), "s", "a", 1) == 1 ? 0 : 1; });
@@ -375,7 +375,7 @@ TEST_F(RegistryProcess, AKilledSaverIsForgottenAndWhatItWasAskedIsSaved) {
     EXPECT_EQ(0, third.wait());
 }
 
-// ---- room
+// ---- files that do not fit
 
 std::string keysOf(int nBytes) {
     std::string strText = "[s]\n";
@@ -437,8 +437,8 @@ TEST_F(RegistryProcess, AKilledLoaderLeavesNoHalfDocument) {
             registryHelper().Unlock();
             if (bWhole)
                 break;
-            registryOpen((m_strFile + std::to_string(i % 2)).c_str(), "s");  // takes away what is left
-            // A cell or two may be lost with each kill.
+            registryOpen((m_strFile + std::to_string(i % 2)).c_str(), "s");  // frees the unfinished document
+            // A kill may leak a cell or two.
             if (freeRegistryBytes() < nFree - 4000 - 200 * i)
                 return 1;
         }
@@ -468,7 +468,7 @@ TEST_F(RegistryProcess, AConfigurationOfTheStatedSizeFits) {
     EXPECT_EQ(0, user.wait());
 }
 
-// ---- many at once
+// ---- many processes at once
 
 struct worker {
     int iWorker;
@@ -493,7 +493,7 @@ public:
         regMonitorSection(m_hNext);
     }
 
-    // Works in rounds, as long as it is told to; then checks what it was told last.
+    // Works in rounds until it is told to stop; then checks that the last notification was of the last values.
     int Run() {
         while (m_who.pGo->hear() == 'g') {
             for (int i = 0; i < 4; ++i)
@@ -524,7 +524,7 @@ private:
         registryFlush(m_nTurn % 2 == 0 ? m_hOwn : m_hShared);
         bGood = registryGetInt(m_hOwn, "value", -1) == m_nTurn && bGood;
         const int nNext = registryGetInt(m_hNext, "value", 0);
-        bGood = nNext >= m_nNext && bGood;  // never back
+        bGood = nNext >= m_nNext && bGood;  // values never go back
         m_nNext = nNext;
         return bGood;
     }
@@ -565,7 +565,7 @@ bool isSaved(const std::string& strFile) {
     return bSame && nKeys > 0;
 }
 
-// Runs the eight in rounds; each round is begun when all have handled their messages.
+// Runs the eight in rounds; each round starts after all have handled their messages.
 void runEight(const std::string& strFile, int nRounds) {
     std::vector<meeting> listGo(nWorkers), listDone(nWorkers);
     std::vector<childProcess> listChild;
@@ -586,7 +586,7 @@ void runEight(const std::string& strFile, int nRounds) {
         EXPECT_EQ(0, child.wait());
 }
 
-TEST_F(RegistryProcess, EightProcessesLoseNoChangeAndEveryMonitorIsToldOfTheLast) {
+TEST_F(RegistryProcess, EightProcessesLoseNoChangeAndEveryMonitorIsNotifiedOfTheLast) {
     runEight(m_strFile, scaled(100));
     childProcess last("last", [&] { return isSaved(m_strFile) ? 0 : 1; });
     EXPECT_EQ(0, last.wait());
@@ -612,7 +612,7 @@ TEST_F(RegistryProcess, EightProcessesAndASaverLoseNoChange) {
 
 // ---- kills
 
-// A text whose first characters tell how long it is and what it is made of.
+// A text whose first characters say how long it is and of which character it consists.
 std::string soundText(unsigned uSeed) {
     const size_t nLength = uSeed % 300;
     const char ch = static_cast<char>('a' + uSeed % 26);
@@ -660,7 +660,7 @@ int hammer(const std::string& strFile, unsigned uSeed) {
     }
 }
 
-// Whether everything in the store is whole, and it can be used and saved.
+// Whether everything in the store is complete, and the store can be used and saved.
 int checkStore(const std::string& strFile) {
     silence();
     for (int i = 0; i < 3; ++i) {
@@ -678,7 +678,7 @@ int checkStore(const std::string& strFile) {
         if (!isSaved(strOwn))
             return 2;
     }
-    // Little is lost: the keys and values need about a third of the store.
+    // Little has leaked: the keys and values need about a third of the store.
     return freeRegistryBytes() > 600000 ? 0 : 3;
 }
 

@@ -1,5 +1,5 @@
-// Saving documents: after a cut at any call to the system, a failed call, a full disk or a meeting of savers and
-// loaders, the next load finds the old document or the new one, whole.
+// Saving documents: after a kill at any system call, a failed call, a full disk, or with savers and loaders at the same
+// time, the next load finds the old document or the new one, whole.
 #include <sys/mount.h>
 
 #include <sstream>
@@ -10,7 +10,7 @@
 
 namespace {
 
-// ---- the plain course
+// ---- saves without a failure
 
 TEST_F(SafeSave, AFirstSaveMakesTheFileAlone) {
     EXPECT_EQ(1, save(s_strNew));
@@ -97,7 +97,7 @@ TEST_F(SafeSave, DirectoriesNamedLikeTheFilesAreLeftAlone) {
     set({{"", s_strOld}});
     ASSERT_EQ(0, mkdir((m_strName + ".old").c_str(), 0777));
     recover();
-    EXPECT_EQ(1, save(s_strNew));  // without the step aside, in one rename
+    EXPECT_EQ(1, save(s_strNew));  // directly, with one rename
     EXPECT_EQ(s_strNew, files()[""]);
     EXPECT_EQ(0, rmdir((m_strName + ".old").c_str()));
     ASSERT_EQ(0, mkdir((m_strName + ".new").c_str(), 0777));
@@ -158,7 +158,7 @@ TEST_F(SafeSave, WhatIsNoFileIsNotReplaced) {
     EXPECT_NE(0, access((m_strName + ".old").c_str(), F_OK));
 }
 
-// ---- cuts
+// ---- kills and failed calls
 
 TEST_F(SafeSave, AProcessKilledAtAnyCallLeavesAWholeDocument) {
     for (const start& begin : starts()) {
@@ -211,7 +211,7 @@ TEST_F(SafeSave, AFailedCallLeavesAWholeDocumentAndTheResultSaysWhich) {
             const int nResult = out.nStatus;
             ASSERT_TRUE(nResult == 0 || nResult == 1) << strWhat;
             EXPECT_LT(out.nCalls, 3 * nCalls) << strWhat << ": waits for itself";
-            // Who saves over a sound document and fails has not even to wait for the next load.
+            // A failed save over a whole document leaves it in place, even before the next load.
             if (nResult == 0 && begin.lpszName == std::string("a document")) {
                 EXPECT_EQ(begin.mapFile, files()) << strWhat;
             }
@@ -256,7 +256,7 @@ TEST_F(SafeSave, AFullDiskLeavesTheOldFileAndNoOther) {
     EXPECT_EQ(0, save(strBig));
     EXPECT_EQ(ENOSPC, errno);
     EXPECT_EQ((fileMap{{"", strFits}}), files());
-    // What is only found out when the last buffer leaves.
+    // The error shows only when the last buffer is written.
     qorTest::putFile(m_strFolder + "/filler", std::string(76 * 1024, 'f'));
     EXPECT_EQ(0, saveFileSafely(m_strName.c_str(), [](chFileStdio& file) {
                   for (int i = 0; i < 3; ++i)
@@ -264,7 +264,7 @@ TEST_F(SafeSave, AFullDiskLeavesTheOldFileAndNoOther) {
                   return 1;
               }));
     EXPECT_EQ((fileMap{{"", strFits}}), files());
-    // A first save has nothing to fall back on, and leaves nothing.
+    // A first save that fails leaves nothing.
     set({});
     EXPECT_EQ(0, save(strBig));
     EXPECT_EQ(fileMap(), files());
@@ -302,7 +302,7 @@ TEST_F(SafeSave, AFolderThatCannotBeWrittenFailsTheSave) {
 
 // ---- documents of both kinds, saved by their own functions
 
-// A document of lines of one letter, and what it is written as.
+// A document whose lines repeat one letter, and the text that it is written as.
 class SafeSaveDocument : public SafeSave {
 protected:
     static void fill(iniFile& file, char ch) {
@@ -327,7 +327,8 @@ protected:
         return file.SaveToFile(m_strName.c_str());
     }
 
-    // Cuts a save at each of its calls. The next load finds one of the two documents whole, or none where none was.
+    // Kills or fails a save at each of its calls. The next load finds one of the two documents whole, or none where
+    // there was none.
     template <class File>
     void cutEverywhere(cutHow eHow) {
         const std::string strOld = written<File>('o'), strOlder = written<File>('x'), strNew = written<File>('n');
@@ -355,7 +356,7 @@ protected:
     }
 
 private:
-    // Whether a load has a document to find.
+    // Whether there is a document for a load to find.
     bool isThere() const {
         const fileMap mapFile = files();
         return mapFile.count("") + mapFile.count(".old") > 0;
@@ -393,7 +394,7 @@ TEST_F(SafeSave, ALoadLeavesTheFileOfALivingSaverAlone) {
     writing.hear();
     countedRecovery(cutPlan());
     EXPECT_EQ((fileMap{{"", s_strOld}, {".new", s_strHalf}}), files());
-    // Also when it cannot be told whether he lives.
+    // Also when it cannot be found out whether the saver lives.
     cutPlan plan;
     plan.eHow = cutFail;
     std::istringstream in(s_plan.strCalls);
@@ -437,13 +438,13 @@ TEST_F(SafeSave, ASaverThatHangsIsOvertakenAndGivesUp) {
         });
     });
     writing.hear();
-    EXPECT_EQ(1, save(s_strNew));  // after its patience
+    EXPECT_EQ(1, save(s_strNew));  // after it has waited
     overtaken.say();
     EXPECT_EQ(0, saver.wait());
     EXPECT_EQ((fileMap{{"", s_strNew}}), files());
 }
 
-// What a loader finds, always: a whole document.
+// A loader, which always finds a whole document.
 int loadMany(const std::string& strName, int nLoads) {
     for (int i = 0; i < nLoads; ++i) {
         if (!hasSavedFile(strName.c_str()))

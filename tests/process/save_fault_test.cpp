@@ -1,5 +1,5 @@
-// What a save or load makes of errors: the mode and owner that cannot be kept, the file that cannot be looked at, the
-// directory that may not be written, the name that is too long; and what a failed save says.
+// How saves and loads handle errors: a mode or owner that cannot be kept, a file whose state cannot be read, a
+// directory without write permission, a name that is too long; and the warning of a failed save.
 #include <dirent.h>
 #include <sys/mount.h>
 
@@ -17,7 +17,7 @@ class SaveFault : public SafeSave {
 protected:
     mode_t modeNow() const { return stateOf(m_strName).st_mode & 07777; }
 
-    // Saves while a kind of call fails with some error; the result.
+    // Saves while one kind of call fails with an error. Returns the result.
     BOOL saveWhileFailing(const char* lpszCall, int nError) const {
         s_plan.eHow = cutFailNamed;
         s_plan.strNamed = lpszCall;
@@ -36,7 +36,7 @@ protected:
         return nRead >= 0 ? std::string(text.GetBuffer(), static_cast<size_t>(nRead)) : strerror(errno);
     }
 
-    // What a failing save says.
+    // The warning of a failed save.
     std::string warningOf(const std::string& strName) const {
         testing::internal::CaptureStderr();
         EXPECT_EQ(0, saveFileSafely(strName.c_str(), [](chFileStdio& file) { return writePieces(file, s_strNew); }));
@@ -101,7 +101,7 @@ TEST_F(SaveFault, AModeThatMayNotBeSetDoesNotFailTheSave) {
 TEST_F(SaveFault, AnOwnerThatMayNotBeSetDoesNotFailTheSave) {
     s_plan.strOwned = m_strName;
     set({{"", s_strOld}});
-    EXPECT_EQ(1, save(s_strNew));  // nobody of that number is in the name space of the test: EINVAL
+    EXPECT_EQ(1, save(s_strNew));  // the test's user namespace has no such user: EINVAL
     EXPECT_EQ((fileMap{{"", s_strNew}}), files());
     for (const int nError : {EPERM, ENOSYS, EOPNOTSUPP}) {
         set({{"", s_strOld}});
@@ -123,7 +123,7 @@ TEST_F(SaveFault, WhatIsAsItShouldBeIsNotSet) {
     EXPECT_EQ(std::string::npos, s_plan.strCalls.find("fch")) << s_plan.strCalls;
 }
 
-// ---- what cannot be looked at is not missing
+// ---- a file whose state cannot be read is not missing
 
 TEST_F(SaveFault, WhateverCallOfALoadFailsNoOlderDocumentTakesThePlaceOfTheDocument) {
     for (const start& begin : starts()) {
@@ -159,11 +159,11 @@ TEST_F(SaveFault, ADocumentThatCannotBeLookedAtIsThere) {
     EXPECT_FALSE(hasSavedFile((m_strName + "/none").c_str())) << "the way leads through a file";
 }
 
-// ---- a process that may not write in the directory
+// ---- a process without write permission in the directory
 
 class SaveReader : public SaveFault {
 protected:
-    // What a load finds without a right to write here. It changes nothing.
+    // What a load finds without write permission. It changes nothing.
     void expectLoaded(const std::set<std::string>& setGood, bool bDocument, const std::string& strWhat) const {
         const fileMap mapFile = files();
         ASSERT_EQ(0, chmod(m_strFolder.c_str(), 0555));
@@ -209,7 +209,7 @@ TEST_F(SaveReader, TakesNoHalfANewDocumentForOne) {
     expectLoaded({strerror(ENOENT)}, false, "only a .new");
 }
 
-// ---- what a failed save says
+// ---- the warning of a failed save
 
 TEST_F(SaveFault, AFailedSaveSaysWhy) {
     const std::string strSave = s_strWarning + "Save " + m_strName + " fail: ";

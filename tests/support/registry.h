@@ -1,4 +1,4 @@
-// What the tests of the registry have in common: what a call reports, and files of their own.
+// Helpers of the tests of the registry: the warnings of a call, objects and values by handle, the pool's free bytes.
 #ifndef QOR_TESTS_SUPPORT_REGISTRY_H
 #define QOR_TESTS_SUPPORT_REGISTRY_H
 
@@ -49,7 +49,7 @@ inline QOR_RegistryHelper::regDocument* documentOf(HREGISTRY hRegistry) {
 
 inline HREGISTRY registryHandle(uintptr_t u) { return reinterpret_cast<HREGISTRY>(u); }
 
-// A value, as a whole.
+// The whole value of a key, of any length.
 inline std::string valueOf(HREGISTRY hRegistry, const char* lpszKey) {
     const int nLength = registryGetStringN(hRegistry, lpszKey, NULL, 0, "(none)");
     std::string str(static_cast<size_t>(nLength) + 1, '\0');

@@ -1,5 +1,5 @@
-// The calls to the system that a save is made of, counted, cut or failed by a test, and a folder with a document whose
-// saves they are. Defines the calls themselves, so one source of a program includes it.
+// The system calls of a save, which a test counts, fails, or ends the process at; and a directory with a document to
+// save. It defines these calls, so only one source of a program includes it.
 #ifndef QOR_TESTS_SUPPORT_SAFE_SAVE_H
 #define QOR_TESTS_SUPPORT_SAFE_SAVE_H
 
@@ -21,20 +21,20 @@
 using namespace QOR_FileHelper;
 using qorTest::systemCall;
 
-// ---- the calls to the system that a save is made of, counted; the library's calls arrive here too
+// ---- the system calls of a save, also those of the library
 
 namespace {
 
-// What happens at a counted call.
+// What happens at the counted calls.
 enum cutHow { cutNone, cutKill, cutFail, cutFailFromHere, cutFailNamed };
 
 struct cutPlan {
     cutHow eHow = cutNone;
     int iAt = -1;
     int nError = EIO;
-    std::string strNamed;   // what fails with cutFailNamed
-    std::string strOwned;   // a path at which the file seems to be somebody else's
-    uid_t idOwner = 12345;  // who that is
+    std::string strNamed;  // the call that fails with cutFailNamed
+    std::string strOwned;  // a path whose file seems to belong to idOwner
+    uid_t idOwner = 12345;
     int nCalls = 0;
     std::string strCalls;
     std::function<void()> fnBeforeRead;  // runs once, when a file is about to be opened for reading
@@ -42,11 +42,11 @@ struct cutPlan {
 cutPlan s_plan;
 bool s_bCounting = false;
 
-// Whether a call that only looks is to fail. To be killed there is to be killed at the call behind it.
+// Whether a call that changes nothing is to fail. A kill at it is the same as at the call after it.
 bool cut(const char* lpszCall);
 bool cutLook(const char* lpszCall) { return s_plan.eHow != cutKill && cut(lpszCall); }
 
-// Whether this call is to fail. A killed process does not come back.
+// Whether this call is to fail. Does not return in a process that is to be killed.
 bool cut(const char* lpszCall) {
     if (!s_bCounting)
         return false;
@@ -63,7 +63,7 @@ bool cut(const char* lpszCall) {
     return bFail;
 }
 
-// What is seen of a file.
+// What fstat() and lstat() report of a file.
 int seen(int nResult, const char* lpszPath, struct stat* pState) {
     if (nResult == 0 && s_plan.strOwned == lpszPath)
         pState->st_uid = s_plan.idOwner;
@@ -173,7 +173,7 @@ namespace {
 
 // ---- documents
 
-// Longer than a stream's buffer, so that a save is several writes.
+// Longer than a stream's buffer, so that a save has several writes.
 std::string documentOf(char ch) {
     std::string strText = "begin\n";
     for (int i = 0; i < 400; ++i)
@@ -193,7 +193,7 @@ BOOL writePieces(chFileStdio& file, const std::string& strText) {
     return bGood;
 }
 
-// A folder with a document "doc" in some state.
+// A directory with a document "doc" in some state.
 class SafeSave : public testing::Test {
 protected:
     typedef std::map<std::string, std::string> fileMap;
@@ -205,7 +205,7 @@ protected:
         m_strName = m_strFolder + "/doc";
     }
 
-    // Makes the folder hold these files and no others; by the suffix of the name.
+    // Makes the directory contain these files and no others; the keys are suffixes of the name.
     void set(const fileMap& mapFile) const {
         for (const char* lpszSuffix : {"", ".new", ".old"})
             unlink((m_strName + lpszSuffix).c_str());
@@ -236,14 +236,15 @@ protected:
         s_bCounting = false;
     }
 
-    // Of a name, not of what a link there leads to.
+    // Of a link itself, not of what it leads to.
     static struct stat stateOf(const std::string& strName) {
         struct stat state = {};
         EXPECT_EQ(0, lstat(strName.c_str(), &state)) << strName;
         return state;
     }
 
-    // The calls of what a child does that is killed, or whose call fails, at a place; the result of what it did.
+    // Runs a function in a child that is killed at a call, or whose call fails. Returns the number of its calls and its
+    // result.
     struct outcome {
         int nStatus;
         int nCalls;
@@ -277,7 +278,7 @@ protected:
         s_bCounting = false;
     }
 
-    // Every state that a save can begin with, and the document that a load finds in it ("" for none).
+    // Every state that a save can start from, and the document that a load finds in it ("" for none).
     struct start {
         const char* lpszName;
         fileMap mapFile;

@@ -1,4 +1,4 @@
-// Copies of rectangles of bytes.
+// Copies of rectangles of bytes: clipping at every edge, coordinates out of range, overlapping buffers.
 #include "qor/SubClass/Copy2D.h"
 
 #include <limits.h>
@@ -105,7 +105,7 @@ TEST(Copy2D, ASourceLargerThanTheDestinationFillsIt) {
     EXPECT_EQ((picture{"jk", "no"}), to.rows());
 }
 
-TEST(Copy2D, SizesWithoutInsideCopyNothing) {
+TEST(Copy2D, EmptyRectanglesCopyNothing) {
     char szTo[] = "....", szFrom[] = "abcd";
     const chSize arr[] = {chSize(0, 2),  chSize(2, 0),   chSize(-1, 2),
                           chSize(2, -1), chSize(-1, -1), chSize(INT_MIN, INT_MIN)};

@@ -1,4 +1,4 @@
-// File filters.
+// File filters: what wildcard patterns match, accepting and denying, patterns that are refused.
 #include "qor/SubClass/FileFilter.h"
 
 #include <fnmatch.h>
@@ -28,7 +28,7 @@ BOOL isDenied(const char* lpszFilter, const char* lpszName) {
 
 class FileFilter : public testing::Test {
 protected:
-    // Patterns that are none are traced.
+    // Invalid patterns are traced.
     static void SetUpTestSuite() { QOR_TraceHelper::uCTraceHelpergetGlobalObject()->RedirectToNull(); }
 };
 
@@ -200,7 +200,7 @@ TEST_F(FileFilter, APatternThatIsNoExpressionMatchesNoName) {
     EXPECT_EQ(0, isAccepted(strLong.c_str(), strLong.c_str()));
 }
 
-// A backslash in a pattern may open a group: what the expression then is may not end the process.
+// A backslash in a pattern may make a group: the expression that results must not end the process.
 TEST_F(FileFilter, APatternThatCouldEndTheProcessIsRefusedWithTheReason) {
     const char* const lpszFilter = "\\(*\\)\\1;-\\[\\(a\\)b\\]\\1;ok";
     ASSERT_EQ("\\\\(.*\\\\)\\1", expressOf("\\(*\\)\\1"));

@@ -1,4 +1,4 @@
-// Searching directories.
+// Searching directories: what is found in which order, links and cycles, deep trees, missing permissions.
 #include "qor/SubClass/FileSearch.h"
 
 #include <fcntl.h>
@@ -142,7 +142,7 @@ TEST_F(FileSearch, LinksThatFormACycleEndWhereItCloses) {
     link(".", "/tmp/t/d/e/here");
     link("/tmp/t/d", "/tmp/t/d/e/round");
     EXPECT_EQ(texts{"/tmp/t/d/e/x"}, find("/tmp/t", "", TRUE));
-    // Above the directory that was asked for, the way goes on once.
+    // The directory above the one that was asked for is searched once.
     file("/tmp/t/y");
     EXPECT_EQ((texts{"/tmp/t/d/e/x", "/tmp/t/d/up/y"}), find("/tmp/t/d", "", TRUE));
     EXPECT_EQ((texts{"/tmp/t/d/e/x"}), find("/tmp/t/d", "-up", TRUE));
@@ -184,11 +184,11 @@ TEST_F(FileSearch, ATreeThatIsTooDeepForAPathEndsTheSearchThere) {
     ASSERT_EQ(0, chdir("/"));
     file("/tmp/t/d/d/x");
     EXPECT_EQ(texts{"/tmp/t/d/d/x"}, find("/tmp/t", "x", TRUE));
-    // What the system can no longer name is not taken for a file.
+    // An entry whose path is too long for the system is not taken for a file.
     EXPECT_EQ(texts{}, find("/tmp/t", "d", TRUE));
 }
 
-// From then on the rights of files hold for this process, too.
+// From then on the permissions of files apply to this process, too.
 bool giveUpPrivileges() {
     __user_cap_header_struct header = {_LINUX_CAPABILITY_VERSION_3, 0};
     const __user_cap_data_struct arrNone[2] = {};

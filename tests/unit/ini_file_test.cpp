@@ -1,4 +1,4 @@
-// INI files: what loading keeps and drops, what saving writes, interrupted saves, hostile files.
+// INI files: what loading keeps and drops, what saving writes and refuses, interrupted saves, malformed and huge files.
 #include <errno.h>
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -36,7 +36,7 @@ std::string get(const std::string& strName) {
     return in ? out.str() : "no file";
 }
 
-// What a file becomes by being loaded and saved.
+// What a text becomes when it is loaded and saved.
 std::string savedAgain(const std::string& strText) {
     putFile(s_strName, strText);
     iniFile file;
@@ -92,7 +92,7 @@ TEST_F(IniLoad, WhatCannotBeReadLeavesTheDocument) {
     rmdir("/tmp/folder.ini");
 }
 
-// Nobody ever opens the other end of the pipe: a load that waited for that would hang.
+// The other end of the pipe is never opened: a load that waited for it would hang.
 TEST_F(IniLoad, APipeOrDeviceIsNoDocumentAndBlocksNobody) {
     putFile(s_strName, "[a]\nk = v\n");
     iniFile file(s_strName.c_str());
@@ -148,7 +148,7 @@ TEST_F(IniLoad, InvalidLinesAndKeysInFrontOfTheFirstSectionAreDropped) {
     EXPECT_EQ("; c\n[ a ]\nk = v\n", savedAgain("early = 1\n; c\njunk\n[open\n[a]\nx ; c\nk=v\n"));
 }
 
-// What a load of a text warns of.
+// The warning of loading a text.
 std::string warningOf(const std::string& strText) {
     putFile(s_strName, strText);
     testing::internal::CaptureStderr();
@@ -388,7 +388,7 @@ TEST_F(IniSave, SavingUnderAnotherNameDoesNotChangeTheNameOfTheDocument) {
     unlink("/tmp/copy.ini");
 }
 
-// Every text of up to three of these bytes, among them those that separate things in a file.
+// Every text of up to three of these bytes, among them all that have a meaning in a file.
 std::vector<std::string> oddTexts() {
     const std::string strBytes("a \n\r=[];#\0", 10);
     std::vector<std::string> listText = {""};
@@ -412,7 +412,7 @@ bool isAllOf(const iniFile& file, const phraseConstTextA& section, const phraseC
     return stringSame(constText(lpszValue), value);
 }
 
-// Whether an entry, written without any check, is read back as what it is.
+// Whether an entry that is written without any check is read back unchanged.
 bool isReadBack(const phraseConstTextA& section, const phraseConstTextA& key, const phraseConstTextA& value) {
     const auto textOf = [](const phraseConstTextA& text) {
         return std::string(text, static_cast<size_t>(text.GetLength()));
@@ -574,7 +574,7 @@ TEST_F(IniRecovery, ASaveOverAnInterruptedSaveCompletesItFirst) {
     EXPECT_EQ("latest", recovered());
 }
 
-// ---- hostile files
+// ---- malformed and huge files
 
 TEST_F(IniHostile, ALineIsTextUpToItsFirstNul) {
     EXPECT_EQ("[ a ]\nk = v\n", savedAgain(std::string("[a]\0[b]\nk=v\0w\n", 14) + std::string("x\0=y\n", 5)));
@@ -612,7 +612,7 @@ TEST_F(IniHostile, BlocksOfTheReaderMeetInsideALine) {
     }
 }
 
-// The processor's time for loading a file of that many lines.
+// The CPU time of loading a file of that many lines.
 template <class Line>
 double loadSeconds(int nCount, Line line) {
     std::string strText = "[all]\n";
@@ -627,8 +627,8 @@ double loadSeconds(int nCount, Line line) {
     return static_cast<double>(nEnd - nBegin) / CLOCKS_PER_SEC;
 }
 
-// Sixteen times the lines take sixteen times as long, give or take what caches and the machine do; a quadratic road
-// would take 256 times as long.
+// Sixteen times the lines take sixteen times as long, give or take what caches and the machine do; a quadratic
+// algorithm would take 256 times as long.
 template <class Line>
 void expectLinear(Line line) {
     const double dFew = std::max(loadSeconds(10000, line), loadSeconds(10000, line));

@@ -1,4 +1,4 @@
-// INI documents in memory: telling lines, entries, look-ups by name, values.
+// INI documents in memory: what a line is, entries, look-ups by name, values.
 #include "qor/FileHelper/Ini.h"
 
 #include <algorithm>
@@ -17,8 +17,8 @@ std::string textOf(const chConstTextT<char>& text) {
     return std::string(static_cast<const char*>(text), static_cast<size_t>(text.GetLength()));
 }
 
-// "type name=value" of a line.
-std::string told(const char* lpszLine) {
+// A parsed line as "type name=value".
+std::string parsed(const char* lpszLine) {
     phraseConstTextA name, value;
     const iniLineType eType = iniFile::ParseIniLineText(lpszLine, name, value);
     const std::string strType = std::to_string(static_cast<int>(eType));
@@ -47,7 +47,7 @@ std::string exportedList(const iniObjList& list) {
     return written([&](chFileStdio& file) { return list.ExportToFile(file); });
 }
 
-// An object that counts the living.
+// An entry that counts its instances.
 class countedObject : public iniObject {
 public:
     explicit countedObject(const char* lpszName) : iniObject(iniLineKey, lpszName) { ++s_nAlive; }
@@ -68,68 +68,68 @@ TEST(IniLine, TheNumbersAreFixed) {
 }
 
 TEST(IniLine, NothingButWhiteSpaceIsAnEmptyLine) {
-    EXPECT_EQ("4", told(""));
-    EXPECT_EQ("4", told("\n"));
-    EXPECT_EQ("4", told(" \t\n\v\f\r"));
+    EXPECT_EQ("4", parsed(""));
+    EXPECT_EQ("4", parsed("\n"));
+    EXPECT_EQ("4", parsed(" \t\n\v\f\r"));
 }
 
 TEST(IniLine, ACommentBeginsWithASemicolonOrAHash) {
-    EXPECT_EQ("1", told("; a = b\n"));
-    EXPECT_EQ("1", told(" \t#[x]"));
-    EXPECT_EQ("1", told(";"));
+    EXPECT_EQ("1", parsed("; a = b\n"));
+    EXPECT_EQ("1", parsed(" \t#[x]"));
+    EXPECT_EQ("1", parsed(";"));
 }
 
 TEST(IniLine, ASectionIsTheTrimmedTextBetweenBrackets) {
-    EXPECT_EQ("3 Net", told("  [ Net ]  ; x"));
-    EXPECT_EQ("3 Net", told("[Net]\r\n"));
-    EXPECT_EQ("3 Net work", told("[\tNet work\v]junk]"));
-    EXPECT_EQ("3 [a", told("[[a]]"));
-    EXPECT_EQ("3 a=b;c", told("[a=b;c]"));
+    EXPECT_EQ("3 Net", parsed("  [ Net ]  ; x"));
+    EXPECT_EQ("3 Net", parsed("[Net]\r\n"));
+    EXPECT_EQ("3 Net work", parsed("[\tNet work\v]junk]"));
+    EXPECT_EQ("3 [a", parsed("[[a]]"));
+    EXPECT_EQ("3 a=b;c", parsed("[a=b;c]"));
 }
 
 TEST(IniLine, ASectionMayHaveAnEmptyName) {
-    EXPECT_EQ("3 ", told("[]"));
-    EXPECT_EQ("3 ", told("[  \t]\n"));
+    EXPECT_EQ("3 ", parsed("[]"));
+    EXPECT_EQ("3 ", parsed("[  \t]\n"));
 }
 
 TEST(IniLine, ABracketThatIsNotClosedIsInvalid) {
-    EXPECT_EQ("0", told("[Net\n"));
-    EXPECT_EQ("0", told("["));
-    EXPECT_EQ("0", told("[ \r\n"));
-    EXPECT_EQ("0", told("[a = b"));
+    EXPECT_EQ("0", parsed("[Net\n"));
+    EXPECT_EQ("0", parsed("["));
+    EXPECT_EQ("0", parsed("[ \r\n"));
+    EXPECT_EQ("0", parsed("[a = b"));
 }
 
 TEST(IniLine, AKeyIsSplitAtTheFirstEqualSignAndTrimmed) {
-    EXPECT_EQ("2 key=value", told("key=value"));
-    EXPECT_EQ("2 key=value", told("key = value\n"));
-    EXPECT_EQ("2 my key=my value", told("\t my key\t=\vmy value \r\n"));
-    EXPECT_EQ("2 a=b=c", told("a=b=c"));
-    EXPECT_EQ("2 x]=[y", told("x]=[y"));
+    EXPECT_EQ("2 key=value", parsed("key=value"));
+    EXPECT_EQ("2 key=value", parsed("key = value\n"));
+    EXPECT_EQ("2 my key=my value", parsed("\t my key\t=\vmy value \r\n"));
+    EXPECT_EQ("2 a=b=c", parsed("a=b=c"));
+    EXPECT_EQ("2 x]=[y", parsed("x]=[y"));
 }
 
 TEST(IniLine, AValueMayBeEmptyAndSoMayAName) {
-    EXPECT_EQ("2 key=", told("key ="));
-    EXPECT_EQ("2 key=", told("key = \r\n"));
-    EXPECT_EQ("2 =value", told("=value"));
-    EXPECT_EQ("2 =", told(" = "));
+    EXPECT_EQ("2 key=", parsed("key ="));
+    EXPECT_EQ("2 key=", parsed("key = \r\n"));
+    EXPECT_EQ("2 =value", parsed("=value"));
+    EXPECT_EQ("2 =", parsed(" = "));
 }
 
 TEST(IniLine, ThereAreNoTrailingComments) {
-    EXPECT_EQ("2 a=b ; c", told("a = b ; c\n"));
-    EXPECT_EQ("2 a # b=c", told("a # b = c"));
-    EXPECT_EQ("0", told("x ; c\n"));
+    EXPECT_EQ("2 a=b ; c", parsed("a = b ; c\n"));
+    EXPECT_EQ("2 a # b=c", parsed("a # b = c"));
+    EXPECT_EQ("0", parsed("x ; c\n"));
 }
 
 TEST(IniLine, AWordWithoutAnEqualSignIsInvalid) {
-    EXPECT_EQ("0", told("word"));
-    EXPECT_EQ("0", told("]"));
-    EXPECT_EQ("0", told("\xff\xfe[\n"));
+    EXPECT_EQ("0", parsed("word"));
+    EXPECT_EQ("0", parsed("]"));
+    EXPECT_EQ("0", parsed("\xff\xfe[\n"));
 }
 
-TEST(IniLine, TellingALineWarnsOfNothing) {
+TEST(IniLine, ParsingALineWarnsOfNothing) {
     testing::internal::CaptureStderr();
-    told(" [ a ] ");
-    told(" a = b ");
+    parsed(" [ a ] ");
+    parsed(" a = b ");
     EXPECT_EQ("", testing::internal::GetCapturedStderr());
 }
 
@@ -200,7 +200,7 @@ TEST(IniKey, AFirstAssignmentOfAValueEndsFreshness) {
     EXPECT_EQ(0, key.SetValue("a"));
 }
 
-// Callers chain look-ups that may fail.
+// Callers chain look-ups without checking for null.
 __attribute__((noinline, no_sanitize("null", "undefined"))) const char* chainedValue(iniSection& section,
                                                                                      const char* lpszKey) {
     return section.FindKey(lpszKey)->value();
@@ -294,7 +294,7 @@ TEST(IniObjList, LeavesAloneWhatIsNotItsOwn) {
     EXPECT_EQ(1, countedObject::s_nAlive);
 }
 
-TEST(IniObjList, EntriesLieWhereTheirMakerWants) {
+TEST(IniObjList, AnEntryCanBeConstructedInMemoryOfTheCaller) {
     iniObject* pObject = new (std::nothrow) countedObject("a");
     EXPECT_EQ(1, countedObject::s_nAlive);
     delete pObject;
@@ -337,7 +337,7 @@ TEST(IniObjList, ErasingWithListOperationsTakesElementsOutOfTheIndex) {
         list.push_back(new iniKey(std::to_string(i).c_str()));
     ASSERT_NE(nullptr, list.FindObject(iniLineKey, "50"));
     const auto erase = [&](iniObjList::iterator it) {
-        delete *it;  // before the list knows
+        delete *it;  // before it is erased
         list.erase(it);
     };
     erase(list.list_find_object(iniLineKey, "50"));
@@ -367,7 +367,7 @@ TEST(IniObjList, OfSeveralOfOneNameTheFirstInOrderIsFound) {
     EXPECT_EQ(pBack, list.FindObject(iniLineKey, "twin"));
 }
 
-// The linear walk that the index stands for.
+// The linear search that the index replaces.
 iniObject* walked(const iniObjList& list, iniLineType eType, const std::string& strName) {
     for (iniObjList::iterator it = list.begin(); it != list.end(); ++it)
         if ((*it)->type() == eType && stringSameNC((*it)->key(), strName.c_str()))
@@ -488,7 +488,7 @@ int intOf(const char* lpszValue) {
     return document.GetIntValue("s", "k", -77);
 }
 
-TEST(IniDocument, IntegersAreDecimalOrHexadecimalBehindTheirPrefix) {
+TEST(IniDocument, IntegersAreDecimalOrHexadecimalAfterAPrefix) {
     EXPECT_EQ(42, intOf("42"));
     EXPECT_EQ(-42, intOf("-42"));
     EXPECT_EQ(42, intOf("42 apples"));

@@ -1,4 +1,4 @@
-// Phrases: what they cut, what they share, how they compare.
+// Phrases: what is trimmed and warned about, what is shared, how phrases compare.
 #include "qor/FileHelper/Phrase.h"
 
 using namespace QOR_FileHelper;

@@ -1,4 +1,5 @@
-// The profile functions: documents by the former places of the configuration, and what they rewrite.
+// The profile functions: the registry's documents by the former places of the configuration; which names of files,
+// sections and keys they replace.
 #include <sys/stat.h>
 
 #include "qor/MiscHelper.h"
@@ -27,7 +28,7 @@ protected:
 
 bool isNull(const void* p) { return p == NULL; }
 
-// Leaves what a save leaves that is cut short while there is no document at the name.
+// Leaves the files of a save that was interrupted between its renames.
 void putInterrupted(const std::string& strFile) {
     unlink(strFile.c_str());
     putFile(strFile + ".old", "[s]\nk=old\nn=1\n");
@@ -63,7 +64,7 @@ TEST_F(Profile, AMissingFileIsNotOpened) {
     EXPECT_FALSE(access("/tmp/no_such_profile.ini", F_OK) == 0);
 }
 
-TEST_F(Profile, AFileWhoseSaveWasCutShortIsThere) {
+TEST_F(Profile, AFileWhoseSaveWasInterruptedIsOpened) {
     putInterrupted("/tmp/cut_open.ini");
     EXPECT_FALSE(isNull(profileOpen("/tmp/cut_open.ini")));
     putInterrupted("/tmp/cut_string.ini");

@@ -1,4 +1,5 @@
-// The registry's segment word by word, in a private one: what every process of every ABI finds at which offset.
+// The layout of the registry's segment, word by word, which is the same on every ABI; what dead processes and damage
+// leave in it; and the low-level operations of the store. The tests use a segment of their own.
 #include <string.h>
 
 #include "qor/MiscHelper.h"
@@ -29,7 +30,7 @@ protected:
     int offsetOf(const void* p) const {
         return static_cast<int>(static_cast<const char*>(p) - reinterpret_cast<const char*>(m_pRoot));
     }
-    // The text that a string at an offset names by its link.
+    // The text that the string at an offset links to.
     std::string textAt(int nOffset) const {
         const int nLink = nOffset + 4;
         if (wordAt(nLink) == -1)
@@ -150,7 +151,7 @@ TEST_F(RegistryLayout, WhatWasLinkedKeepsItsMeaningAtAnotherAddress) {
     EXPECT_EQ(pDocument, pDocument->FindSectionObject("b")->GetHostDocument());
 }
 
-// ---- what is left behind by the dead
+// ---- what dead processes leave
 
 TEST_F(RegistryLayout, ADocumentWithoutAFileNameIsFreedBeforeTheNextIsMade) {
     const auto isOneFreeCell = [this]() {
@@ -172,7 +173,7 @@ TEST_F(RegistryLayout, ADocumentWithoutAFileNameIsFreedBeforeTheNextIsMade) {
     EXPECT_NE(nullptr, m_pRoot->FindDocumentObject("/tmp/layout.ini"));
 }
 
-TEST_F(RegistryLayout, ALostDocumentIsFoundBehindAStaleLinkBackwards) {
+TEST_F(RegistryLayout, AnUnfinishedDocumentIsFoundDespiteAStaleLinkBackwards) {
     m_pRoot->GetDocumentObject("/tmp/layout.ini");
     const int32_t nPrev = wordAt(36);
     m_pRoot->m_lstDocument.AppendObject(
@@ -267,7 +268,7 @@ TEST_F(RegistryLayout, AHandleThatLostItsPoolIsFatalWhenSomethingIsAdded) {
     dies(24, [&] { m_pRoot->GetDocumentObject("/tmp/new.ini"); });
 }
 
-// ---- the steps that the store's operations are made of
+// ---- low-level operations of the store
 
 TEST_F(RegistryLayout, TheFieldsOfItsRecordsHaveTheirPlaces) {
     regDocument* const pDocument = m_pRoot->GetDocumentObject("/tmp/layout.ini");
@@ -286,7 +287,7 @@ TEST_F(RegistryLayout, TheFieldsOfItsRecordsHaveTheirPlaces) {
     EXPECT_EQ(pDocument, pSection->m_pHostDocument.get_pData());
 }
 
-TEST_F(RegistryLayout, AKeyAndASectionAreNamedOnceAndFoundWithoutCase) {
+TEST_F(RegistryLayout, AKeyAndASectionAreNamedOnceAndFoundInAnyCase) {
     QOR_AllocHelper::baseStaticPoolAlloc* const pPool = &m_pRoot->m_objPool;
     regObjList<regKey>& lstKey = newList<regKey>();
     regKey* const pKey = lstKey.AppendObject([pPool](regKey& key) { return key.InitKey(pPool, "Port", "5060"); });
@@ -334,7 +335,7 @@ TEST_F(RegistryLayout, AListFindsVisitsAndErasesItsObjects) {
     EXPECT_TRUE(list.empty());
 }
 
-TEST_F(RegistryLayout, ADocumentTakesInAFileThatWasReadAndIsCleared) {
+TEST_F(RegistryLayout, ADocumentIsFilledFromAFileThatWasReadAndIsCleared) {
     qorTest::putFile("/tmp/layout.ini", "[a]\nk=1\n[b]\nk=2\n");
     const QOR_FileHelper::iniFile file("/tmp/layout.ini");
     qorTest::putFile("/tmp/layout.ini", "");

@@ -1,4 +1,4 @@
-// Monitors and the saver in one process: who is told of what, how often, and what becomes of the dead.
+// Monitors and the saver in one process: who is notified of what, how often, and what happens to those of dead threads.
 #include <sched.h>
 
 #include <algorithm>
@@ -19,7 +19,7 @@ using QOR_MsgQueueHelper::msgEntryPair;
 using QOR_MsgQueueHelper::msgMethod;
 using QOR_MsgQueueHelper::msgObject;
 
-// ---- the questions whether a task is alive, counted; the library's arrive here too
+// ---- counts the library's checks whether a task is alive
 
 static std::atomic<int> s_nAsked{0};
 
@@ -37,7 +37,7 @@ struct toldOf {
     HREGISTRY hSection;
 };
 
-// The calling thread is registered; what its callback is told is kept.
+// Registers the calling thread and records the notifications that its callback gets.
 class Monitors : public testing::Test {
 protected:
     Monitors()
@@ -53,7 +53,7 @@ protected:
 
     HREGISTRY open(const char* lpszSection) { return registryOpen(m_strFile.c_str(), lpszSection); }
 
-    // Handles what has been posted; how often the callback was told.
+    // Handles what has been posted. Returns the number of notifications.
     int handle() {
         const size_t nBefore = m_listTold.size();
         while (m_thread.ProcessOneMessageFromQueue() != 0) {
@@ -158,7 +158,7 @@ TEST_F(Monitors, TheMessageIsAProxyWithARecordOfFourWords) {
     regUnmonitorSection(h);
 }
 
-TEST_F(Monitors, AThreadThatIsNotRegisteredIsPassedOver) {
+TEST_F(Monitors, AThreadThatIsNotRegisteredIsSkipped) {
     HREGISTRY h = open("s");
     qorTest::signal signalMonitored, signalFlushed;
     std::thread thread([&] {
@@ -175,7 +175,7 @@ TEST_F(Monitors, AThreadThatIsNotRegisteredIsPassedOver) {
     regUnmonitorSection(h);
 }
 
-TEST_F(Monitors, AnEndedThreadIsPassedOverAndRemovedWhenTheNextIsAdded) {
+TEST_F(Monitors, AnEndedThreadIsSkippedAndRemovedWhenTheNextIsAdded) {
     HREGISTRY h = open("s");
     qorTest::endedTask([&] {
         currentThread thread("ghost");
@@ -204,7 +204,7 @@ TEST_F(Monitors, ManyMonitorsAreAddedAndRemovedInOneWalkEach) {
         nAsked = s_nAsked;
     });
     EXPECT_EQ(2 * nMonitors, monitorsOf(h));
-    EXPECT_LE(nAsked, 4 * nMonitors);  // each task once for each addition
+    EXPECT_LE(nAsked, 4 * nMonitors);  // one check of each task for each addition
     regSection* pSection = sectionOf(h);
     s_nAsked = 0;
     registryHelper().Lock(-1);
@@ -266,7 +266,7 @@ TEST_F(Monitors, WithoutAMethodTheProcessorsHandlerIsCalled) {
     objMonitor.UnmonitorAllSection();
 }
 
-TEST_F(Monitors, AProcessorThatHasGoneIsSkipped) {
+TEST_F(Monitors, AProcessorThatWasDestroyedIsSkipped) {
     chRegistryMonitor objMonitor;
     {
         watcher objWatcher;
@@ -483,7 +483,7 @@ TEST_F(Monitors, AFlushAsksTheSaverWhichSavesTheDocument) {
     EXPECT_EQ("[ s ]\nk = 2\n", getFile(m_strFile));
 }
 
-TEST_F(Monitors, EachFlushAsksTheSaverUnlessItNeverComesRound) {
+TEST_F(Monitors, EachFlushAsksTheSaverUntilItLeavesSixteenRequestsUnanswered) {
     HREGISTRY h = open("s");
     registryRegistSaver();
     for (int i = 0; i < 5; ++i)
@@ -492,17 +492,18 @@ TEST_F(Monitors, EachFlushAsksTheSaverUnlessItNeverComesRound) {
     for (int i = 0; i < 100; ++i) {
         registrySetInt(h, "k", 1000 + i);
         registryFlush(h);
-        // Who flushes does it then.
+        // Then the flushing thread saves.
         EXPECT_EQ("[ s ]\nk = " + std::to_string(i < 16 ? 5 : 1000 + i) + "\n", getFile(m_strFile));
     }
     EXPECT_EQ(16, handle());
     EXPECT_EQ(1, registrySaveDocument(registryHandle(m_listTold[0].wParam)));
     EXPECT_EQ(1, setAndFlush(h));
     registryUnregistSaver();
-    EXPECT_EQ("[ s ]\nk = " + std::to_string(m_nValue) + "\n", getFile(m_strFile));  // what it was asked
+    EXPECT_EQ("[ s ]\nk = " + std::to_string(m_nValue) + "\n",
+              getFile(m_strFile));  // what the predecessor was asked to save
 }
 
-TEST_F(Monitors, ASaverComesRoundWhicheverWayItSavesTheDocument) {
+TEST_F(Monitors, ASaverAnswersItsRequestsWhicheverWayItSavesTheDocument) {
     HREGISTRY h = open("s");
     registryRegistSaver();
     const std::function<BOOL(HREGISTRY)> arrSave[] = {
@@ -516,14 +517,14 @@ TEST_F(Monitors, ASaverComesRoundWhicheverWayItSavesTheDocument) {
             ASSERT_EQ(1, fnSave(registryHandle(m_listTold.back().wParam)));
             ASSERT_EQ("[ s ]\nk = " + std::to_string(m_nValue) + "\n", getFile(m_strFile));
         }
-    // Requests that one save met already are met too.
+    // Requests that an earlier save has answered already need another save as well.
     for (int i = 0; i < 16; ++i)
         EXPECT_EQ(1, setAndFlush(h));
     EXPECT_EQ(0, setAndFlush(h));
     EXPECT_EQ(0, documentOf(h)->m_nChagedCount);
     EXPECT_EQ(1, regSaveRegistryDocument(h));
     EXPECT_EQ(1, setAndFlush(h));
-    // Somebody else's save says nothing of the saver.
+    // A save by another thread answers no request of the saver.
     std::thread([h] { regSaveRegistryDocument(h); }).join();
     EXPECT_EQ(1, documentOf(h)->m_nSaveAsked);
     registryUnregistSaver();
@@ -562,7 +563,7 @@ TEST_F(Monitors, ASaverWithoutAQueueIsForgotten) {
     thread.join();
 }
 
-TEST_F(Monitors, ANewSaverDoesWhatItsPredecessorWasAsked) {
+TEST_F(Monitors, ANewSaverSavesWhatItsPredecessorWasAskedTo) {
     HREGISTRY h = open("s");
     std::thread([h] {
         currentThread thread("saver");

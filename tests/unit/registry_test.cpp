@@ -1,4 +1,5 @@
-// The registry in one process: opening, values, flushing and saving, handles that are none.
+// The registry in one process: opening documents, files that cannot be read, values, flushing and saving, invalid
+// handles.
 #include <fcntl.h>
 #include <math.h>
 #include <sys/resource.h>
@@ -17,7 +18,7 @@
 using namespace QOR_RegistryHelper;
 using namespace qorTest;
 
-// ---- the library's calls of the lock arrive here
+// ---- counts the library's calls of semtimedop()
 
 static std::atomic<int> s_nLockCalls{0};
 
@@ -32,7 +33,7 @@ namespace {
 
 constexpr const char* szFile = "/tmp/registry.ini";
 
-// Each test has a file of its own: documents stay in the registry.
+// Each test uses a file of its own, since documents stay in the registry.
 class Registry : public testing::Test {
 protected:
     Registry() {
@@ -46,7 +47,7 @@ protected:
         return open(lpszSection);
     }
     std::string saved() const { return getFile(m_strFile); }
-    // Replaces the file past the registry, marked by its time.
+    // Replaces the file without the registry, and gives it an old time.
     void putOld(const std::string& strText) {
         putFile(m_strFile, strText);
         const struct timespec arrTime[2] = {{1000, 0}, {1000, 0}};
@@ -127,10 +128,10 @@ TEST_F(RegistryOpen, WhatTakesTheLockIsFatalInAThreadThatHoldsIt) {
             << "call " << &fnCall - arrCall;
 }
 
-// ---- files that are there and cannot be read
+// ---- files that exist and cannot be read
 
 TEST_F(RegistryOpen, AFileThatCannotBeReadMakesNoDocumentAndTheNextCallTriesAgain) {
-    ASSERT_EQ(0, mkdir(m_strFile.c_str(), 0777));  // there, and nothing to be read
+    ASSERT_EQ(0, mkdir(m_strFile.c_str(), 0777));  // exists, and cannot be read
     const texts listReport = reportsOf([&] { EXPECT_EQ(nullptr, open("s")); });
     EXPECT_EQ(texts{"QORRegistry: [" + m_strFile + "] NOT readable: Is a directory"}, listReport);
     registryHelper().Lock(-1);
@@ -144,7 +145,7 @@ TEST_F(RegistryOpen, AFileThatCannotBeReadMakesNoDocumentAndTheNextCallTriesAgai
 
 TEST_F(RegistryOpen, WithoutFreeDescriptorsNothingIsTakenForAnEmptyDocument) {
     putFile(m_strFile, "[s]\nk=v\n");
-    valueOf(registryOpen("/tmp/other.ini", "s"), "k");  // what the library opens once
+    valueOf(registryOpen("/tmp/other.ini", "s"), "k");  // opens what the library keeps open
     struct rlimit limitBefore;
     ASSERT_EQ(0, getrlimit(RLIMIT_NOFILE, &limitBefore));
     struct rlimit limit = limitBefore;
@@ -159,7 +160,7 @@ TEST_F(RegistryOpen, WithoutFreeDescriptorsNothingIsTakenForAnEmptyDocument) {
 
 TEST_F(RegistryOpen, TheShortcutsGiveTheDefaultAndSetNothingOfAFileThatCannotBeRead) {
     const char* lpszFile = m_strFile.c_str();
-    ASSERT_EQ(0, symlink(lpszFile, lpszFile));  // a circle
+    ASSERT_EQ(0, symlink(lpszFile, lpszFile));  // a link to itself
     EXPECT_EQ(7, qorGetRegistryInt(lpszFile, "s", "k", 7));
     EXPECT_EQ(0.5, qorGetRegistryFloat(lpszFile, "s", "k", 0.5));
     char sz[16] = "";
@@ -610,7 +611,7 @@ TEST_F(RegistryFlush, TheDocumentItselfCanBeFlushedAndSaved) {
     registrySetInt(h, "k", 2);
     EXPECT_EQ(1, regSaveRegistryDocument(documentOf(h)));
     EXPECT_EQ("[ s ]\nk = 2\n", saved());
-    EXPECT_EQ(1, sectionOf(h)->m_bChanged);  // saving tells nobody
+    EXPECT_EQ(1, sectionOf(h)->m_bChanged);  // a save notifies nobody
     registrySetInt(h, "k", 3);
     EXPECT_EQ(1, regSaveRegistryDocument(h));
     EXPECT_EQ("[ s ]\nk = 3\n", saved());
@@ -647,7 +648,7 @@ TEST_F(RegistryFlush, WhatCannotBeWrittenStaysCountedAndIsWrittenLater) {
 TEST_F(RegistryFlush, AFileThatCannotBeReadIsNotOverwritten) {
     HREGISTRY h = open("s");
     registrySetInt(h, "k", 1);
-    ASSERT_EQ(0, mkdir(m_strFile.c_str(), 0777));  // there, and no file
+    ASSERT_EQ(0, mkdir(m_strFile.c_str(), 0777));  // exists, and is no file
     const texts listReport = reportsOf([&] { EXPECT_EQ(0, regSaveRegistryDocument(h)); });
     EXPECT_EQ(texts{"QORRegistry: [" + m_strFile + "] NOT readable: Is a directory"}, listReport);
     EXPECT_EQ(1, documentOf(h)->m_nChagedCount);
@@ -676,7 +677,8 @@ TEST_F(RegistryFlush, EachShortcutSetsAndFlushes) {
     EXPECT_EQ(9, qorGetRegistryInt(lpszFile, "s", "none", 9));
 }
 
-// A process killed between two stores has counted in the document, perhaps in the section, but not in the key.
+// A process that is killed between two stores has raised the document's count, perhaps the section's, but not the
+// key's.
 TEST_F(RegistryFlush, CountsThatADeadProcessLeftTooHighAreSetRight) {
     HREGISTRY h = openFile("s", "[s]\nk=1\n");
     documentOf(h)->m_nChagedCount = 3;
@@ -728,7 +730,7 @@ TEST_F(RegistryHandle, AHandleIsTheDistanceFromTheBeginOfTheSegment) {
     EXPECT_EQ(nullptr, regSection2HANDLE(&nOutside));
 }
 
-// What every function does with a handle that is none.
+// What every function does with an invalid handle.
 void expectNull(HREGISTRY h) {
     char sz[20] = "";
     EXPECT_EQ(texts{}, reportsOf([&] {
@@ -748,7 +750,7 @@ void expectNull(HREGISTRY h) {
               }));
 }
 
-TEST_F(RegistryHandle, WhatIsNoSectionCountsAsNone) {
+TEST_F(RegistryHandle, AnInvalidHandleCountsAsNull) {
     HREGISTRY h = openFile("s", "[s]\nk=1\n");
     registrySetInt(h, "k", 2);
     const uintptr_t uSection = reinterpret_cast<uintptr_t>(h);

@@ -1,4 +1,4 @@
-// Configuration read into strings.
+// The functions of SubClass.h, which return configuration values as strings.
 #include "qor/FileHelper/Ini.h"
 #include "qor/SubClass.h"
 #include "support/registry.h"

@@ -1,7 +1,7 @@
 /// @file
 /// Copying rectangles of bytes, such as 8-bit pictures.
 ///
-/// A block of bytes is rows of its width one behind the other. Widths are counted in bytes, heights in rows.
+/// A block of bytes consists of rows, one after the other. Widths are counted in bytes, heights in rows.
 ///
 /// @code
 /// using namespace QOR_BaseHelper;
@@ -16,12 +16,12 @@
 
 namespace QOR_SubClass {
 
-/// Copies the source to a place of the destination, as much of it as lies inside. The two may share memory if they are
-/// of the same width. Sizes without inside copy nothing. Fatal: null ("pSrc != NULL && pDst != NULL").
+/// Copies the source to a point of the destination, clipped to the destination. The buffers may overlap if they have
+/// the same width. Empty rectangles copy nothing. Fatal: null ("pSrc != NULL && pDst != NULL").
 QOR_API void qorMemcpy2D(void* pDst, const QOR_BaseHelper::chSize& sizeDst, const void* pSrc,
                          const QOR_BaseHelper::chSize& sizeSrc, const QOR_BaseHelper::chPoint& point);
 
-/// qorMemcpy2D() of what also lies inside a rectangle of the destination.
+/// qorMemcpy2D(), clipped also to a rectangle of the destination.
 QOR_API void qorClipMemcpy2D(void* pDst, const QOR_BaseHelper::chSize& sizeDst, const void* pSrc,
                              const QOR_BaseHelper::chSize& sizeSrc, const QOR_BaseHelper::chPoint& point,
                              const QOR_BaseHelper::chRect& rcClip);
