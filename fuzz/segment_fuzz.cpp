@@ -17,7 +17,7 @@
 #include <vector>
 
 #include "childrun.h"
-#include "internal/message.h"
+#include "xInc/xMsgSystem.h"
 #include "qor/MsgQueueHelper.h"
 #include "qor/TraceHelper.h"
 #include "qor/flat.h"

@@ -13,11 +13,9 @@
 #include <algorithm>
 
 #include "QORMsgSystem/own_posts.h"
-#include "internal/message.h"
-#include "internal/report.h"
-#include "internal/scope_lock.h"
+#include "QORMsgSystem/queue.h"
+#include "QORMsgSystem/send.h"
 #include "qor/MiscHelper.h"
-#include "qor/MsgQueueHelper/ShareHelper.h"
 
 using QOR_MiscHelper::qorGetCurrentTaskId;
 using QOR_MiscHelper::qorIsValidTaskID;
@@ -31,8 +29,6 @@ constexpr size_t maxInHold = 32;  // messages, which take about as long as one p
 // More than the pool adds to a record and its extra data.
 constexpr int sizeCellHeaders = 32;
 
-uCSystemShareHelper& share() { return *uCSystemShareHelpergetGlobalObject(); }
-
 typedef std::vector<batchPost>::iterator postIterator;
 
 // Asked before the mutex is taken, which nobody has to wait for then; once for a row of posts to one task.
@@ -41,29 +37,28 @@ void askForLife(postIterator itFirst, postIterator itEnd) {
         it->bAlive = it != itFirst && (it - 1)->idTask == it->idTask ? (it - 1)->bAlive : qorIsValidTaskID(it->idTask);
 }
 
-// The caller holds the mutex. A queue of the same address may by now be another task's.
-chMsgQueue* findQueue(const batchPost& post) {
-    const chMsgQueueManager& objManager = share().getObject()->m_objManager;
+// A queue of the same address may by now be another task's.
+chMsgQueue* findQueue(const segmentHold& hold, const batchPost& post) {
+    const chMsgQueueManager& objManager = hold.getObject()->m_objManager;
     if (post.pMsgQueue == NULL)
         return objManager.FindMessageQueue(post.idTask);
     return objManager.IsValidMessageQueue(post.pMsgQueue) && post.pMsgQueue->GetTaskId() == post.idTask ? post.pMsgQueue
                                                                                                         : NULL;
 }
 
-// The caller holds the mutex.
-bool hasRoom(const msgDraft& draft) {
-    const int nNeed = static_cast<int>(sizeChainNode + sizeof(msgObject)) + draft.nExtraSize + sizeCellHeaders;
-    return share().getObject()->m_objPool.find_big_enough_cell(nNeed) != NULL;
+bool hasRoom(const segmentHold& hold, const msgDraft& draft) {
+    const int nNeed = static_cast<int>(sizeMessageRecord) + draft.nExtraSize + sizeCellHeaders;
+    return hold.getObject()->m_objPool.find_big_enough_cell(nNeed) != NULL;
 }
 
-// Whether a message would leave less than a quarter of the pool free. The caller holds the mutex as long as the object
-// lives. Counting the free bytes takes a walk over all cells, so what is put meanwhile is estimated, rather too high.
-class poolWatch {
+// Whether a message would leave less than a quarter of the pool free. Lives within one hold. Counting the free bytes
+// takes a walk over all cells, so the size of what is put meanwhile is estimated, rather too high.
+class poolBudget {
 public:
-    bool IsShortAfter(const msgDraft& draft) {
-        const int nQuarter = static_cast<int>(sizeof(share().getObject()->m_aPool)) / 4;
+    bool IsShortAfter(const segmentHold& hold, const msgDraft& draft) {
+        const int nQuarter = static_cast<int>(sizeof(hold.getObject()->m_aPool)) / 4;
         if (m_nFree - sizeCells(draft) < nQuarter)
-            m_nFree = share().getObject()->m_objPool.free_size();
+            m_nFree = hold.getObject()->m_objPool.free_size();
         return m_nFree - sizeCells(draft) < nQuarter;
     }
     void NotePut(const msgDraft& draft) { m_nFree -= sizeCells(draft) + sizeCellHeaders; }
@@ -71,7 +66,7 @@ public:
 private:
     static int sizeCells(const msgDraft& draft) {
         const int nHeader = static_cast<int>(sizeof(QOR_AllocHelper::poll_chain));
-        const int nRecord = nHeader + static_cast<int>(sizeChainNode + sizeof(msgObject));
+        const int nRecord = nHeader + static_cast<int>(sizeMessageRecord);
         return draft.nExtraSize > 0 ? nRecord + nHeader + (draft.nExtraSize + 3) / 4 * 4 : nRecord;
     }
 
@@ -85,8 +80,8 @@ bool isUnread(const msgObject& objMessage, const msgDraft& draft) {
 }
 
 // A thread that does not read its messages must not fill the pool for everybody: more of the same tells it nothing.
-bool isLeftOut(const batchPost& post, const chMsgQueue& objQueue, poolWatch& watch) {
-    return post.bCoalesce && watch.IsShortAfter(post.draft) &&
+bool isCoalesced(const segmentHold& hold, const batchPost& post, const chMsgQueue& objQueue, poolBudget& budget) {
+    return post.bCoalesce && budget.IsShortAfter(hold, post.draft) &&
            objQueue.FindMessage([&post](msgObject& objMessage) { return isUnread(objMessage, post.draft); }) != NULL;
 }
 
@@ -94,17 +89,17 @@ bool isLeftOut(const batchPost& post, const chMsgQueue& objQueue, poolWatch& wat
 // left for later while there is somebody to wake.
 postIterator putInHold(postIterator itFirst, postIterator itEnd, bool bWake) {
     askForLife(itFirst, itEnd);
-    scopeShareLock<chSystemShareFrame> lock(share());
-    poolWatch watch;
+    const segmentLock lock;
+    poolBudget budget;
     for (postIterator it = itFirst; it != itEnd; ++it) {
-        chMsgQueue* pQueue = it->bAlive ? findQueue(*it) : NULL;
-        if (pQueue == NULL || isLeftOut(*it, *pQueue, watch))
+        chMsgQueue* pQueue = it->bAlive ? findQueue(lock, *it) : NULL;
+        if (pQueue == NULL || isCoalesced(lock, *it, *pQueue, budget))
             continue;
-        if (bWake && !hasRoom(it->draft))
+        if (bWake && !hasRoom(lock, it->draft))
             return it;
         it->pMsgQueue = pQueue;
-        it->pMessage = putMessage(*pQueue, it->draft, &it->bWake);
-        watch.NotePut(it->draft);
+        it->pMessage = enqueueMessage(lock, *pQueue, it->draft, &it->bWake);
+        budget.NotePut(it->draft);
         bWake = true;
     }
     return itEnd;
@@ -112,8 +107,7 @@ postIterator putInHold(postIterator itFirst, postIterator itEnd, bool bWake) {
 
 // A queue of the own task id that is not the caller's was left by a dead predecessor: nobody will ever read it.
 bool isInLiveQueue(const batchPost& post) {
-    return post.pMessage != NULL &&
-           (post.idTask != qorGetCurrentTaskId() || share().GetProcessLocal().NoteOwnMessage());
+    return post.pMessage != NULL && (post.idTask != qorGetCurrentTaskId() || process().MarkSelfPosted());
 }
 
 // The messages are all in their queues by now: one signal does for those to one task.
@@ -122,7 +116,7 @@ void wakeAll(postIterator itFirst, postIterator itEnd) {
     const auto fnWake = [&listWoken](int idTask) {
         if (std::find(listWoken.begin(), listWoken.end(), idTask) != listWoken.end())
             return true;
-        if (!share().GetProcessLocal().AwakeLiveTask(idTask))
+        if (!process().SignalTask(idTask))
             return false;
         listWoken.push_back(idTask);
         return true;

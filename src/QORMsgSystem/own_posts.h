@@ -24,7 +24,7 @@ public:
 
     // Whether a message is the last one that this thread has put into the queue, and its signal is out.
     bool IsSignalled(const chMsgQueue& objQueue, const msgObject& objMessage) const;
-    // The thread has put a message into the queue. The caller holds the mutex.
+    // The thread has put a message into the queue, in the hold in which it is linked.
     void Put(const chMsgQueue& objQueue, const msgObject& objMessage, bool bSignalled);
     // The signal for a message is out. It may have been read, and freed: it is compared, never followed.
     void SetSignalled(const chMsgQueue* pQueue, const msgObject* pMessage);

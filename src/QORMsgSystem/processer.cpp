@@ -6,11 +6,9 @@
 
 #include <vector>
 
-#include "QORMsgSystem/live_table.h"
-#include "internal/message.h"
+#include "QORMsgSystem/handle_table.h"
 #include "internal/report.h"
-#include "internal/scope_lock.h"
-#include "qor/MsgQueueHelper/ShareHelper.h"
+#include "internal/share.h"
 
 using namespace QOR_ChainHelper;
 using QOR_BaseHelper::chCriticalSection;
@@ -80,7 +78,7 @@ public:
             m_listProcesser.erase(it);
     }
 
-    liveTable<chMsgProcesser> m_table;
+    HandleTable<chMsgProcesser> m_table;
     methodTable m_methods;
     chProxyObjectList m_listProcesser;
 
@@ -142,8 +140,7 @@ int chMsgProcesser::TryThreadMessage(msgObject& objMessage) {
 chMsgListener::chMsgListener() : m_pHostThread(NULL) {}
 
 chMsgListener::~chMsgListener() {
-    uCSystemShareHelper* pShare = uCSystemShareHelpergetGlobalObject();
-    if (!pShare->GetProcessLocal().IsValidLocalThread(m_pHostThread))
+    if (!process().IsValidLocalThread(m_pHostThread))
         return;
     const uint32_t uThis = encodeMessageProcesser(this);
     auto fnMine = [uThis](msgObject& objMessage) {
@@ -152,9 +149,9 @@ chMsgListener::~chMsgListener() {
             return false;
         return loadShareWord(static_cast<const msgProxy*>(objMessage.GetExtraData())->m_uProcesser) == uThis;
     };
-    scopeShareLock<chSystemShareFrame> lock(*pShare);
+    const segmentLock lock;
     chMsgQueue* pQueue = m_pHostThread->getMsgQueue();
-    if (!pShare->getObject()->m_objManager.IsValidMessageQueue(pQueue))
+    if (!lock.getObject()->m_objManager.IsValidMessageQueue(pQueue))
         return;
     while (msgObject* pMessage = pQueue->FindMessage(fnMine))
         pQueue->FreeMessage(pMessage);
@@ -163,8 +160,7 @@ chMsgListener::~chMsgListener() {
 
 // ---- chMsgHooker
 
-chMsgHooker::chMsgHooker()
-    : m_pHostThread(uCSystemShareHelpergetGlobalObject()->GetProcessLocal().GetCurrentThreadObject()) {
+chMsgHooker::chMsgHooker() : m_pHostThread(process().GetCurrentThreadObject()) {
     if (QOR_ASSERT(m_pHostThread != NULL))
         m_pHostThread->m_listHooker.push_back(this);
 }

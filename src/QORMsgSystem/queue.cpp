@@ -1,24 +1,22 @@
-// Messages, queues and the table of queues.
+// Queues, the table of queues and the content of the share segment.
 //
 // Invariants, with the segment's mutex held: the table is in descending order of names; a queue's messages are in
 // descending order of priority, equal ones in order of arrival; every record is one cell of the segment's pool, with
 // its chain node first. A record is complete before it is linked, and unlinked before its cell is freed.
 //
 // Lock order: the share segment's mutex, then the process lock (inside the events of ghosts).
-#include <stdio.h>
+#include "QORMsgSystem/queue.h"
+
+#include <string.h>
 
 #include <new>
-#include <string>
 
 #include "QORMsgSystem/own_posts.h"
-#include "internal/message.h"
 #include "internal/report.h"
-#include "internal/scope_lock.h"
-#include "qor/BaseHelper/Sync.h"
 #include "qor/ChainHelper/CheckedChain.h"
 #include "qor/MiscHelper.h"
-#include "qor/MsgQueueHelper/ShareHelper.h"
 #include "qor/TraceHelper.h"
+#include "xInc/xMsgSystem.h"
 
 using namespace QOR_ChainHelper;
 
@@ -26,8 +24,8 @@ namespace QOR_MsgQueueHelper {
 
 namespace {
 
-constexpr int sizeMessageRecord = sizeChainNode + sizeof(msgObject);
-constexpr int sizeQueueRecord = sizeChainNode + sizeof(chMsgQueue);  // and the length of the name
+constexpr size_t sizeChainNode = sizeof(list_chain_offset);             // in front of every queue and message
+constexpr size_t sizeQueueRecord = sizeChainNode + sizeof(chMsgQueue);  // and the length of the name
 static_assert(sizeMessageRecord == 48 && sizeQueueRecord == 24, "shared layout");
 
 template <typename T>
@@ -70,94 +68,6 @@ void initRoot(list_chain_offset& vRoot) { link_list_node(&vRoot, &vRoot); }
 
 }  // namespace
 
-// ---- msgObject
-
-msgObject::msgObject(UINT uNewMsg, UINT wNewParam, int lNewParam) {
-    storeShareWord(m_bIsWaitingReply, 0u);
-    storeShareWord(m_nStatus, MT_CONSTRUCTED);
-    m_iOffsetExtra.set(this, NULL);
-    storeShareWord(m_nExtraSize, 0);
-    storeShareWord(m_nResult, -1);
-    SetMessage(uNewMsg, wNewParam, lNewParam);
-    storeShareWord(m_nPriority, 0);
-    storeShareWord(m_idSender, 0);
-}
-
-void msgObject::SetMessage(UINT uNewMsg, UINT wNewParam, int lNewParam) {
-    storeShareWord(uMsg, uNewMsg);
-    storeShareWord(wParam, wNewParam);
-    storeShareWord(lParam, lNewParam);
-}
-
-void* msgObject::GetExtraData() const {
-    void* const pExtra = m_iOffsetExtra.get(this);
-    if (pExtra == NULL)
-        return NULL;
-    // A damaged offset or size is no data rather than a wild access.
-    const int nSize = loadShareWord(m_nExtraSize);
-    if (nSize < 0 || nSize > maxExtraSize || !findShareRange(this).holds(pExtra, nSize))
-        return NULL;
-    return pExtra;
-}
-
-int msgObject::GetExtraSize() const { return GetExtraData() != NULL ? loadShareWord(m_nExtraSize) : 0; }
-
-void msgObject::set_pExtraData(int nExtraSize, void* pData) {
-    if (!QOR_ASSERT((pData == NULL && nExtraSize == 0) || (pData != NULL && nExtraSize != 0)))
-        return;
-    // Never a new block with an old size, should this process be killed in between.
-    m_iOffsetExtra.set(this, NULL);
-    storeShareWord(m_nExtraSize, nExtraSize);
-    m_iOffsetExtra.set(this, pData);
-}
-
-void msgObject::ResetExtraData(int nExtraSize, const void* pData) {
-    if (!QOR_ASSERT(nExtraSize >= 0 && nExtraSize <= 1024))
-        return;
-    uCSystemShareHelper* pShare = uCSystemShareHelpergetGlobalObject();
-    chSystemShareObject* pObject = chSystemShareObject::FromAddress(this);
-#if UINTPTR_MAX > 0xFFFFFFFFu
-    if (!QOR_ASSERT_TEXT(findShareRange(pObject).holds(this, sizeof(*this)), "message lies in the share segment"))
-        return;
-#endif
-    // The bytes may be those of the old block.
-    char aData[maxExtraSize];
-    if (pData != NULL)
-        memcpy(aData, pData, nExtraSize);
-    scopeShareLock<chSystemShareFrame> lock(*pShare);
-    void* pOld = GetExtraData();
-    if (nExtraSize != GetExtraSize()) {
-        set_pExtraData(0, NULL);
-        if (pOld != NULL)
-            pObject->m_objPool.free(pOld);
-        pOld = nExtraSize > 0 ? pObject->m_objPool.alloc(nExtraSize) : NULL;
-    }
-    if (pOld != NULL && pData != NULL && nExtraSize > 0)
-        copyShareBytes(pOld, aData, nExtraSize);
-    if (pOld != NULL && nExtraSize > 0)
-        set_pExtraData(nExtraSize, pOld);
-}
-
-void msgObject::ReplyMessage(int nResult) { ReplyMessageEx(nResult, 1); }
-
-void msgObject::ReplyMessageEx(int nResult, BOOL bWake) {
-    if (loadShareWord(m_bIsWaitingReply) == 0 || GetStatus() != MT_READ)
-        return;
-    uCSystemShareHelper* pShare = uCSystemShareHelpergetGlobalObject();
-    int idSender = 0;
-    {
-        scopeShareLock<chSystemShareFrame> lock(*pShare);
-        // The sender may have closed the message meanwhile.
-        if (GetStatus() != MT_READ)
-            return;
-        SetResult(nResult);
-        SetStatus(MT_REPLIED);
-        idSender = loadShareWord(m_idSender);
-    }
-    if (bWake)
-        pShare->GetProcessLocal().AwakeTask(idSender);
-}
-
 // ---- chMsgQueue
 
 chMsgQueue::chMsgQueue() {
@@ -168,12 +78,6 @@ chMsgQueue::chMsgQueue() {
 chMsgQueue::~chMsgQueue() {
     QOR_ASSERT_TEXT(messagesOf(this).First() == NULL, "m_vRootMessageChain.get_pNext() == &m_vRootMessageChain");
     storeShareWord(m_idTask, 0);
-}
-
-msgObject* chMsgQueue::AllocMessage(int nPriority, int nExtraSize) {
-    if (!QOR_ASSERT(nExtraSize >= 0 && nExtraSize <= 1024))
-        return NULL;
-    return putMessage(*this, {0, 0, 0, nExtraSize, NULL, false, nPriority, MT_ALLOCATED});
 }
 
 namespace {
@@ -202,8 +106,6 @@ msgObject* allocRecord(QOR_AllocHelper::baseStaticPoolAlloc& pool, const msgDraf
     return pMessage;
 }
 
-}  // namespace
-
 msgObject* putMessage(chMsgQueue& objQueue, const msgDraft& draft, bool* pbWake) {
     msgObject* pMessage = allocRecord(poolOf(&objQueue), draft);
     if (pMessage == NULL)
@@ -224,6 +126,18 @@ msgObject* putMessage(chMsgQueue& objQueue, const msgDraft& draft, bool* pbWake)
         *pbWake = !bSignalled;
     chain.InsertAfter(pLeft, nodeOf(pMessage));
     return pMessage;
+}
+
+}  // namespace
+
+msgObject* enqueueMessage(const segmentHold&, chMsgQueue& objQueue, const msgDraft& draft, bool* pbWake) {
+    return putMessage(objQueue, draft, pbWake);
+}
+
+msgObject* chMsgQueue::AllocMessage(int nPriority, int nExtraSize) {
+    if (!QOR_ASSERT(nExtraSize >= 0 && nExtraSize <= 1024))
+        return NULL;
+    return putMessage(*this, {0, 0, 0, nExtraSize, NULL, false, nPriority, MT_ALLOCATED}, NULL);
 }
 
 void chMsgQueue::FreeMessage(msgObject* pMessage) {
@@ -317,16 +231,12 @@ std::vector<chMsgQueue*> chMsgQueueManager::ListQueues() const {
     return listQueue;
 }
 
-void chMsgQueueManager::ClearGhostMessageQueue() {
-    std::vector<ghostQueue> listGhost;
-    sweepGhostQueues(*this, 0, listGhost);
-    traceGhostQueues(listGhost);
-}
-
 // ---- ghosts
 
+namespace {
+
 // A dead sender never closes its message.
-void freeOrphanMessages(chMsgQueue& objQueue) {
+void freeOrphans(chMsgQueue& objQueue) {
     auto fnOrphan = [](list_chain_offset* p) {
         const msgObject* pMessage = messageOf(p);
         const int nStatus = pMessage->GetStatus();
@@ -337,11 +247,12 @@ void freeOrphanMessages(chMsgQueue& objQueue) {
     messagesOf(&objQueue).Drain(fnOrphan, [&objQueue](list_chain_offset* p) { objQueue.FreeMessage(messageOf(p)); });
 }
 
-void sweepGhostQueues(chMsgQueueManager& objManager, int idOwn, std::vector<ghostQueue>& listGhost) {
+std::vector<ghostQueue> sweepTable(chMsgQueueManager& objManager, int idOwn) {
+    std::vector<ghostQueue> listGhost;
     for (chMsgQueue* pQueue : objManager.ListQueues()) {
         const int idTask = pQueue->GetTaskId();
         if (idTask != idOwn && QOR_MiscHelper::qorIsValidTaskID(idTask)) {
-            freeOrphanMessages(*pQueue);
+            freeOrphans(*pQueue);
             continue;
         }
         listGhost.push_back({idTask, queueName(pQueue)});
@@ -349,6 +260,15 @@ void sweepGhostQueues(chMsgQueueManager& objManager, int idOwn, std::vector<ghos
             destroyDeadTaskEvent(idTask);
         objManager.FreeMessageQueue(pQueue);
     }
+    return listGhost;
+}
+
+}  // namespace
+
+void freeOrphanMessages(const segmentHold&, chMsgQueue& objQueue) { freeOrphans(objQueue); }
+
+std::vector<ghostQueue> sweepGhostQueues(const segmentHold& hold, int idOwn) {
+    return sweepTable(hold.getObject()->m_objManager, idOwn);
 }
 
 void traceGhostQueues(const std::vector<ghostQueue>& listGhost) {
@@ -356,7 +276,7 @@ void traceGhostQueues(const std::vector<ghostQueue>& listGhost) {
         QOR_TraceHelper::qorTrace(2, "Clear ghost process %.4d \"%s\"", ghost.idTask, ghost.strName.c_str());
 }
 
-taskEventName::taskEventName(int idTask) { snprintf(szName, sizeof(szName), "task_event_%d", idTask); }
+void chMsgQueueManager::ClearGhostMessageQueue() { traceGhostQueues(sweepTable(*this, 0)); }
 
 // ---- chSystemShareObject
 
@@ -369,7 +289,7 @@ chSystemShareObject* chSystemShareObject::FromAddress(const void* p) {
     const shareRange range = findShareRange(p);
     if (range.m_uEnd - range.m_uBegin == sizeObject)
         return reinterpret_cast<chSystemShareObject*>(range.m_uBegin);
-    return uCSystemShareHelpergetGlobalObject()->getObject();
+    return share().getObject();
 }
 
 }  // namespace QOR_MsgQueueHelper

@@ -10,12 +10,12 @@
 #include <stdio.h>
 
 #include "QORMsgSystem/own_posts.h"
-#include "QORMsgSystem/wait_clock.h"
-#include "internal/message.h"
+#include "QORMsgSystem/queue.h"
+#include "QORMsgSystem/send.h"
+#include "QORMsgSystem/task_event.h"
+#include "QORMsgSystem/wait_deadline.h"
 #include "internal/report.h"
-#include "internal/scope_lock.h"
 #include "qor/MiscHelper.h"
-#include "qor/MsgQueueHelper/ShareHelper.h"
 #include "qor/TraceHelper.h"
 
 using namespace QOR_ChainHelper;
@@ -27,14 +27,8 @@ namespace QOR_MsgQueueHelper {
 
 namespace {
 
-constexpr int idTaskUnknown = -1;  // bound to a handle that nobody has checked yet
 constexpr int sliceReply = 50;     // ms between two looks at an unanswered record
 constexpr int sliceReceived = 10;  // ms between two looks at an untaken record
-constexpr int maxUnreset = 256;    // answered sends after which the own event is reset in any case
-
-thread_local int t_nUnreset = 0;
-
-uCSystemShareHelper& share() { return *uCSystemShareHelpergetGlobalObject(); }
 
 bool isExtraSizeValid(const msgDraft& draft) { return draft.nExtraSize >= 0 && draft.nExtraSize <= maxExtraSize; }
 
@@ -60,8 +54,8 @@ bool failUnexpectedStatus(int nStatus) {
     return QOR_ASSERT_TEXT(false, szText);
 }
 
-// Ends the sender's side of a record; the caller holds the mutex.
-int closeRecord(chMsgQueue& objQueue, msgObject& objMessage) {
+// Ends the sender's side of a record.
+int closeRecord(const segmentHold&, chMsgQueue& objQueue, msgObject& objMessage) {
     const int nResult = objMessage.GetResult();
     if (loadShareWord(objMessage.m_bIsWaitingReply) == 0)
         return nResult;
@@ -92,101 +86,29 @@ void traceEmit(const msgDraft& draft, int idTask) {
         qorTrace(3, "%s message 0x%x to %d", draft.bWaitingReply ? "Send" : "Post", draft.uMsg, idTask);
 }
 
-// ---- binding
-
-chThreadBase::chThreadBase(chMsgQueue* pMsgQueue) : m_idTask(0), m_pMsgQueue(NULL) { setMsgQueue(pMsgQueue); }
-
-void chThreadBase::setMsgQueue(chMsgQueue* pMsgQueue) {
-    m_pMsgQueue = pMsgQueue;
-    m_idTask = pMsgQueue != NULL ? pMsgQueue->GetTaskId() : 0;
-}
-
-bool chThreadBase::BindIfValid(chMsgQueue* pMsgQueue) {
-    scopeShareLock<chSystemShareFrame> lock(share());
-    setMsgQueue(share().getObject()->m_objManager.IsValidMessageQueue(pMsgQueue) ? pMsgQueue : NULL);
-    return m_pMsgQueue != NULL;
-}
-
-chMsgQueue* chThreadBase::getMsgQueue() const {
-    QOR_ASSERT(m_pMsgQueue != NULL);
-    return m_pMsgQueue;
-}
-
-void chThreadBase::BindHandle(chMsgQueue* pMsgQueue) {
-    m_pMsgQueue = pMsgQueue;
-    m_idTask = idTaskUnknown;
-}
-
-// The caller holds the mutex. A queue of the same address may by now be another task's.
-bool chThreadBase::IsQueueBound() {
-    if (m_pMsgQueue == NULL || !share().getObject()->m_objManager.IsValidMessageQueue(m_pMsgQueue))
-        return false;
-    if (m_idTask == idTaskUnknown)
-        m_idTask = m_pMsgQueue->GetTaskId();
-    return m_pMsgQueue->GetTaskId() == m_idTask;
-}
-
-bool chThreadBase::IsThreadAlive() {
-    if (m_pMsgQueue == NULL)
-        return false;
-    bool bAlive = false;
-    {
-        scopeShareLock<chSystemShareFrame> lock(share());
-        bAlive = IsQueueBound();
-    }
-    bAlive = bAlive && qorIsValidTaskID(m_idTask);
-    if (!bAlive)
-        m_pMsgQueue = NULL;
-    return bAlive;
-}
-
-bool chThreadBase::IsCalledByThisThread() const { return m_idTask == qorGetCurrentTaskId(); }
-
-BOOL chThreadRemote::CreateRemoteThread(const char* lpszName) {
-    if (!QOR_ASSERT_TEXT(!QOR_StringHelper::textEMPTY(lpszName), "!textEMPTY(lpszThreadName)"))
-        return 0;
-    scopeShareLock<chSystemShareFrame> lock(share());
-    setMsgQueue(share().getObject()->m_objManager.FindMessageQueue(lpszName));
-    return m_pMsgQueue != NULL;
-}
-
-BOOL chThreadRemote::CreateRemoteThread(int idTask) {
-    scopeShareLock<chSystemShareFrame> lock(share());
-    setMsgQueue(share().getObject()->m_objManager.FindMessageQueue(idTask));
-    return m_pMsgQueue != NULL;
-}
-
 // ---- steps
-
-// Asks for the owner's life before the mutex is taken, which nobody has to wait for then. Behind a handle that nobody
-// has checked yet the id is a guess; under the mutex it is compared.
-int chThreadBase::FindLiveOwner() const {
-    int idTask = m_idTask;
-    if (idTask == idTaskUnknown && findShareRange(share().getObject()).holds(m_pMsgQueue, sizeof(*m_pMsgQueue)))
-        idTask = m_pMsgQueue->GetTaskId();
-    return idTask > 0 && qorIsValidTaskID(idTask) ? idTask : 0;
-}
 
 // A target that is gone takes nothing, whatever the size: only for one that is there is a wrong size fatal, so a send
 // with a wrong size waits for the lock without limit.
-msgObject* chThreadBase::PutDraft(const msgDraft& draft, bool* pbWake, int nLockTimeout) {
+msgObject* chThreadBase::Enqueue(const msgDraft& draft, bool* pbWake, int nLockTimeout) {
     const int idLive = FindLiveOwner();
     msgObject* pMessage = NULL;
     {
-        const timedShareLock<chSystemShareFrame> lock(share(), isExtraSizeValid(draft) ? nLockTimeout : -1);
-        if (lock.GetHold() == NULL)
+        const timedSegmentLock lock(isExtraSizeValid(draft) ? nLockTimeout : -1);
+        const segmentHold* const pHold = lock.GetHold();
+        if (pHold == NULL)
             return NULL;
-        if (!IsQueueBound() || (m_idTask != idLive && !qorIsValidTaskID(m_idTask))) {
+        if (!IsQueueBound(*pHold) || (m_idTask != idLive && !qorIsValidTaskID(m_idTask))) {
             m_pMsgQueue = NULL;
             return NULL;
         }
         if (isExtraSizeValid(draft))
-            pMessage = putMessage(*m_pMsgQueue, draft, pbWake);
+            pMessage = enqueueMessage(*pHold, *m_pMsgQueue, draft, pbWake);
     }
     if (!QOR_ASSERT_TEXT(isExtraSizeValid(draft), "nExtraSize >= 0 && nExtraSize <= 1024"))
         return NULL;
     // A queue of the own task id that is not the caller's was left by a dead predecessor: nobody will ever read it.
-    if (IsCalledByThisThread() && !share().GetProcessLocal().NoteOwnMessage()) {
+    if (IsCalledByThisThread() && !process().MarkSelfPosted()) {
         m_pMsgQueue = NULL;
         return NULL;
     }
@@ -194,7 +116,7 @@ msgObject* chThreadBase::PutDraft(const msgDraft& draft, bool* pbWake, int nLock
 }
 
 msgObject* chThreadBase::EmitDraft(const msgDraft& draft, bool* pbWake, int nLockTimeout) {
-    msgObject* pMessage = PutDraft(draft, pbWake, nLockTimeout);
+    msgObject* pMessage = Enqueue(draft, pbWake, nLockTimeout);
     if (pMessage != NULL)
         traceEmit(draft, m_idTask);
     return pMessage;
@@ -204,21 +126,21 @@ msgObject* chThreadBase::AllocThreadMessage(int nPriority, bool bWaitingReply, i
     msgDraft draft = makeDraft(0, 0, 0, nExtraSize, pExtraData, bWaitingReply);
     draft.nPriority = nPriority;
     draft.nStatus = MT_ALLOCATED;
-    return PutDraft(draft);
+    return Enqueue(draft);
 }
 
 BOOL chThreadBase::EmitThreadMessage(msgObject& objMessage) {
     msgDraft draft = {};
     {
-        scopeShareLock<chSystemShareFrame> lock(share());
-        if (!HasOwnRecord(objMessage))
+        const segmentLock lock;
+        if (!HasOwnRecord(lock, objMessage))
             return 0;
         draft.uMsg = loadShareWord(objMessage.uMsg);
         draft.bWaitingReply = loadShareWord(objMessage.m_bIsWaitingReply) != 0;
         objMessage.SetStatus(MT_EMITTED);
     }
     if (IsCalledByThisThread())
-        share().GetProcessLocal().NoteOwnMessage();
+        process().MarkSelfPosted();
     traceEmit(draft, m_idTask);
     return 1;
 }
@@ -226,24 +148,23 @@ BOOL chThreadBase::EmitThreadMessage(msgObject& objMessage) {
 int chThreadBase::CloseSendMessage(msgObject& objMessage) {
     if (!IsThreadAlive())
         return -1;
-    scopeShareLock<chSystemShareFrame> lock(share());
-    if (!HasOwnRecord(objMessage))
+    const segmentLock lock;
+    if (!HasOwnRecord(lock, objMessage))
         return -1;
-    return closeRecord(*m_pMsgQueue, objMessage);
+    return closeRecord(lock, *m_pMsgQueue, objMessage);
 }
 
 void chThreadBase::AfterProcessMessage(msgObject& objMessage) {
     int idWake = 0;
     {
-        scopeShareLock<chSystemShareFrame> lock(share());
-        idWake = FinishRecord(objMessage);
+        const segmentLock lock;
+        idWake = FinishRecord(lock, objMessage);
     }
     if (idWake != 0)
-        share().GetProcessLocal().AwakeLiveTask(idWake);
+        process().SignalTask(idWake);
 }
 
-// The caller holds the mutex. The task to wake, or 0.
-int chThreadBase::FinishRecord(msgObject& objMessage) {
+int chThreadBase::FinishRecord(const segmentHold&, msgObject& objMessage) {
     chMsgQueue* pQueue = getMsgQueue();
     if (pQueue == NULL)
         return 0;
@@ -264,17 +185,17 @@ int chThreadBase::FinishRecord(msgObject& objMessage) {
 
 // ---- waiting
 
-// The caller holds the mutex. Whether the record that the calling task has allocated is still there: when its target
-// unregisters and comes back, queue and record of another sender may stand at the same addresses.
-bool chThreadBase::HasOwnRecord(const msgObject& objMessage) {
-    return IsQueueBound() && m_pMsgQueue->IsQueuedMessage(&objMessage) &&
+// Whether the record that the calling task has allocated is still there: when its target unregisters and comes back,
+// queue and record of another sender may stand at the same addresses.
+bool chThreadBase::HasOwnRecord(const segmentHold& hold, const msgObject& objMessage) {
+    return IsQueueBound(hold) && m_pMsgQueue->IsQueuedMessage(&objMessage) &&
            loadShareWord(objMessage.m_idSender) == qorGetCurrentTaskId();
 }
 
 // Looks at the record in one hold, and closes it there when the wait has ended and the caller wants its result.
 chThreadBase::recordLook chThreadBase::LookAtRecord(msgObject& objMessage, const recordWait& wait, bool bGiveUp) {
-    scopeShareLock<chSystemShareFrame> lock(share());
-    if (!HasOwnRecord(objMessage))
+    const segmentLock lock;
+    if (!HasOwnRecord(lock, objMessage))
         return {waitState::gone, MT_DAMAGED};
     recordLook look = {waitState::waiting, objMessage.GetStatus()};
     if (wait.bReceipt ? look.nStatus != MT_EMITTED : look.nStatus == MT_REPLIED || look.nStatus == MT_PROCESSED)
@@ -282,7 +203,7 @@ chThreadBase::recordLook chThreadBase::LookAtRecord(msgObject& objMessage, const
     else if (look.nStatus == MT_DAMAGED)
         look.state = waitState::gone;
     if (wait.pnResult != NULL && (look.state == waitState::done || bGiveUp))
-        *wait.pnResult = closeRecord(*m_pMsgQueue, objMessage);
+        *wait.pnResult = closeRecord(lock, *m_pMsgQueue, objMessage);
     return look;
 }
 
@@ -297,41 +218,41 @@ BOOL chThreadBase::GiveUpRecord(msgObject& objMessage, const recordWait& wait) {
 // Waits on the caller's own event. Somebody may have removed it from the device: a new one takes its place.
 void chThreadBase::WaitOwnEvent(recordWait& wait, int nTime) {
     if (!wait.pEvent->WaitEventFor(nTime) && !wait.pEvent->IsSemaphoreAlive())
-        wait.pEvent = share().GetProcessLocal().RenewOwnTaskEvent();
+        wait.pEvent = process().RenewOwnTaskEvent();
 }
 
 // Wakes the target, whatever is queued in front of the record: nobody else's signal is certain to come in time.
-BOOL chThreadBase::WaitRecord(msgObject& objMessage, recordWait wait, waitClock clock) {
-    if (!share().GetProcessLocal().AwakeLiveTask(m_idTask)) {
+BOOL chThreadBase::WaitRecord(msgObject& objMessage, recordWait wait, waitDeadline deadline) {
+    if (!process().SignalTask(m_idTask)) {
         LookAtRecord(objMessage, wait, true);
         return 0;
     }
     const int nSlice = wait.bReceipt ? sliceReceived : sliceReply;
-    clock.IsOver();  // time has passed until here
+    deadline.IsOver();  // time has passed until here
     if (!wait.bReceipt)
-        WaitOwnEvent(wait, clock.GetSlice(nSlice));
+        WaitOwnEvent(wait, deadline.GetSlice(nSlice));
     for (;;) {
         const recordLook look = LookAtRecord(objMessage, wait, false);
         if (look.state != waitState::waiting)
             return look.state == waitState::done;
-        if (clock.IsOver())
+        if (deadline.IsOver())
             return GiveUpRecord(objMessage, wait);
         if (!qorIsValidTaskID(m_idTask))
             return 0;
-        WaitOwnEvent(wait, clock.GetSlice(nSlice));
+        WaitOwnEvent(wait, deadline.GetSlice(nSlice));
     }
 }
 
 BOOL chThreadBase::WaitAlone(msgObject& objMessage, bool bReceipt, int nTimeout) {
     if (!QOR_ASSERT_TEXT(loadShareWord(objMessage.m_bIsWaitingReply) != 0, "objMessage.m_bIsWaitingReply"))
         return 0;
-    const waitClock clock(nTimeout);
-    QOR_BaseHelper::chEvent* pCurrentTaskEvent = share().GetProcessLocal().GetCurrentTaskEvent();
+    const waitDeadline deadline(nTimeout);
+    QOR_BaseHelper::chEvent* pCurrentTaskEvent = process().GetCurrentTaskEvent();
     if (!QOR_ASSERT(pCurrentTaskEvent != NULL))
         return 0;
     const BOOL bDone =
-        WaitRecord(objMessage, {bReceipt, loadShareWord(objMessage.uMsg), pCurrentTaskEvent, NULL}, clock);
-    share().GetProcessLocal().NoteOwnMessage();
+        WaitRecord(objMessage, {bReceipt, loadShareWord(objMessage.uMsg), pCurrentTaskEvent, NULL}, deadline);
+    process().MarkSelfPosted();
     return bDone;
 }
 
@@ -363,7 +284,7 @@ BOOL chThreadBase::PostThreadMsgEx(UINT uMsg, UINT wParam, int lParam, int nExtr
         return 0;
     if (!bWake)
         return 1;
-    if (!share().GetProcessLocal().AwakeLiveTask(m_idTask))
+    if (!process().SignalTask(m_idTask))
         return 0;
     ownPosts::OfThread().SetSignalled(m_pMsgQueue, pMessage);
     return 1;
@@ -372,21 +293,19 @@ BOOL chThreadBase::PostThreadMsgEx(UINT uMsg, UINT wParam, int lParam, int nExtr
 // The own event exists before the target can want to signal it. A wait that was answered has taken the answer's signal;
 // one that was not drops what may come late. Resets also end the kernel's account of what to undo, which is limited.
 BOOL chThreadBase::EmitAndWait(const msgDraft& draft, bool bReceipt, int nTimeout, int* pnResult) {
-    waitClock clock(nTimeout);
-    QOR_BaseHelper::chEvent* pCurrentTaskEvent = share().GetProcessLocal().GetCurrentTaskEvent();
+    waitDeadline deadline(nTimeout);
+    QOR_BaseHelper::chEvent* pCurrentTaskEvent = process().GetCurrentTaskEvent();
     if (!QOR_ASSERT(pCurrentTaskEvent != NULL))
         return 0;
-    msgObject* pMessage = EmitDraft(draft, NULL, clock.GetLeft());
+    msgObject* pMessage = EmitDraft(draft, NULL, deadline.GetLeft());
     if (pMessage == NULL)
         return 0;
-    const BOOL bDone = WaitRecord(*pMessage, {bReceipt, draft.uMsg, pCurrentTaskEvent, pnResult}, clock);
+    const BOOL bDone = WaitRecord(*pMessage, {bReceipt, draft.uMsg, pCurrentTaskEvent, pnResult}, deadline);
     if (!bReceipt && draft.uMsg > maxUntracedMsg)
         qorTrace(3, "Send message 0x%x return", draft.uMsg);
-    if (!bDone || ++t_nUnreset >= maxUnreset) {
-        t_nUnreset = 0;
-        share().GetProcessLocal().GetCurrentTaskEvent()->ResetEvent();
-    }
-    share().GetProcessLocal().NoteOwnMessage();
+    if (!bDone || taskEvent::OfThread().IsDueAfterReply())
+        taskEvent::OfThread().Reset(*process().GetCurrentTaskEvent());
+    process().MarkSelfPosted();
     return bDone;
 }
 

@@ -4,12 +4,11 @@
 // it over. The list is in order of next expiry among the timers without a pending message.
 #include <pthread.h>
 
-#include "QORMsgSystem/live_table.h"
+#include "QORMsgSystem/handle_table.h"
 #include "internal/message.h"
 #include "internal/report.h"
-#include "internal/scope_lock.h"
+#include "internal/share.h"
 #include "qor/BaseHelper/Tick.h"
-#include "qor/MsgQueueHelper/ShareHelper.h"
 #include "qor/TraceHelper.h"
 
 using QOR_BaseHelper::qorGetTickCount;
@@ -21,7 +20,7 @@ namespace {
 constexpr long long notRuning = -1;
 
 // Every live timer of the process, made on first use and never torn down.
-class timerTable : public liveTable<chThreadTimer> {
+class timerTable : public HandleTable<chThreadTimer> {
 public:
     timerTable() {
         pthread_atfork([]() { instance().fork_prepare(); }, []() { instance().fork_done(); },
@@ -86,10 +85,9 @@ void chThreadTimer::KillTimer() {
 }
 
 chThreadLocal* chThreadTimer::hostThread() {
-    chProcessLocal& objProcess = uCSystemShareHelpergetGlobalObject()->GetProcessLocal();
     // A host that has unregistered may be gone: such a timer starts afresh.
-    if (!objProcess.IsValidLocalThread(m_pHostThread)) {
-        m_pHostThread = objProcess.GetCurrentThreadObject();
+    if (!process().IsValidLocalThread(m_pHostThread)) {
+        m_pHostThread = process().GetCurrentThreadObject();
         QOR_ASSERT(m_pHostThread != NULL);
     } else {
         QOR_WARN(m_pHostThread->IsCalledByThisThread());
@@ -100,7 +98,7 @@ chThreadLocal* chThreadTimer::hostThread() {
 namespace {
 
 // A record whose words were damaged has been handled as something else, and may be another message by now.
-bool isTimerMessage(const chMsgQueue& objQueue, const msgObject* pMessage, uint32_t uTimer) {
+bool isTimerMessage(const segmentHold&, const chMsgQueue& objQueue, const msgObject* pMessage, uint32_t uTimer) {
     using QOR_ChainHelper::loadShareWord;
     return objQueue.IsQueuedMessage(pMessage) && loadShareWord(pMessage->uMsg) == TM_MESSAGE_TIMER &&
            loadShareWord(pMessage->wParam) == uTimer;
@@ -114,9 +112,9 @@ void chThreadTimer::FreeExistMessageBody() {
     chMsgQueue* pQueue = hostThread()->getMsgQueue();
     if (pQueue == NULL)
         return;
-    scopeShareLock<chSystemShareFrame> lock(*uCSystemShareHelpergetGlobalObject());
+    const segmentLock lock;
     // Taken already, it is before a hooker: the loop frees it afterwards.
-    if (QOR_WARN_TEXT(isTimerMessage(*pQueue, m_pEmitedMessage, encodeThreadTimer(this)),
+    if (QOR_WARN_TEXT(isTimerMessage(lock, *pQueue, m_pEmitedMessage, encodeThreadTimer(this)),
                       "timer without its message") &&
         m_pEmitedMessage->GetStatus() != MT_READ)
         pQueue->FreeMessage(m_pEmitedMessage);

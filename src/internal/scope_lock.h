@@ -36,13 +36,20 @@ template <typename T>
 class scopeLock {
 public:
     explicit scopeLock(T& objLock) : m_objLock(objLock) { m_objLock.Lock(); }
-    ~scopeLock() { m_objLock.Unlock(); }
+    ~scopeLock() {
+        if (m_bLocked)
+            m_objLock.Unlock();
+    }
     scopeLock(const scopeLock&) = delete;
     scopeLock& operator=(const scopeLock&) = delete;
+
+    // Leaves the lock held when the scope ends.
+    void KeepLocked() { m_bLocked = false; }
 
 private:
     const chCancelGuard m_guard;
     T& m_objLock;
+    bool m_bLocked = true;
 };
 
 // The proof that the calling thread holds the lock of a segment; T is the segment's frame, or a mutex alone.
@@ -64,16 +71,16 @@ protected:
 
 // The lock of a segment, without time-out. It cannot be had only when somebody has removed it from the device: that is
 // fatal ("broken share lock", in the name of lpszModule), since going on without it would damage the segment for
-// everybody.
-template <typename T>
-class scopeShareLock : public shareHold<T> {
+// everybody. Hold is shareHold<T> or a class derived from it, where a segment gives its proof a name of its own.
+template <typename T, typename Hold = shareHold<T>>
+class scopeShareLock : public Hold {
 public:
     explicit scopeShareLock(T& objFrame, const char* lpszModule = "QORMsgSystem")
-        : shareHold<T>(objFrame), m_bLocked(objFrame.Lock(-1) != 0) {
+        : Hold(objFrame), m_bLocked(objFrame.Lock(-1) != 0) {
         QOR_ASSERT_IN(lpszModule, m_bLocked, "broken share lock");
     }
     // Takes over a lock that the calling thread holds already, since an operation has returned with it.
-    scopeShareLock(T& objFrame, std::adopt_lock_t) : shareHold<T>(objFrame), m_bLocked(true) {}
+    scopeShareLock(T& objFrame, std::adopt_lock_t) : Hold(objFrame), m_bLocked(true) {}
     ~scopeShareLock() {
         if (m_bLocked)
             this->m_objFrame.Unlock();
@@ -92,11 +99,11 @@ private:
 
 // The lock of a segment, with a time-out in milliseconds; -1 for none. Signals do not prolong the wait, and a time-out
 // passes without a warning. A lock that was removed from the device is fatal, as above.
-template <typename T>
-class timedShareLock : private shareHold<T> {
+template <typename T, typename Hold = shareHold<T>>
+class timedShareLock : private Hold {
 public:
     timedShareLock(T& objFrame, int nTimeout)
-        : shareHold<T>(objFrame), m_bLocked((nTimeout < 0 ? objFrame.Lock(-1) : objFrame.LockFor(nTimeout)) != 0) {
+        : Hold(objFrame), m_bLocked((nTimeout < 0 ? objFrame.Lock(-1) : objFrame.LockFor(nTimeout)) != 0) {
         const bool bTimeOut = !m_bLocked && nTimeout >= 0 && objFrame.IsSemaphoreAlive();
         QOR_ASSERT_IN("QORMsgSystem", m_bLocked || bTimeOut, "broken share lock");
     }
@@ -106,7 +113,7 @@ public:
     }
 
     // The hold; null when the time-out has passed.
-    const shareHold<T>* GetHold() const { return m_bLocked ? this : NULL; }
+    const Hold* GetHold() const { return m_bLocked ? this : NULL; }
 
 private:
     const bool m_bLocked;

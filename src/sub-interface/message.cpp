@@ -5,11 +5,11 @@
 
 #include <limits>
 
+#include "internal/launch.h"
 #include "internal/message.h"
 #include "internal/report.h"
-#include "internal/scope_lock.h"
+#include "internal/share.h"
 #include "qor/MiscHelper.h"
-#include "qor/MsgQueueHelper/ShareHelper.h"
 #include "qor/flat.h"
 
 using namespace QOR_MsgQueueHelper;
@@ -25,10 +25,6 @@ const double doubleMIN = DBL_MIN;
 }
 
 namespace {
-
-uCSystemShareHelper& share() { return *uCSystemShareHelpergetGlobalObject(); }
-
-chProcessLocal& process() { return share().GetProcessLocal(); }
 
 // What msgRegistWorkThread() makes and msgUnregistWorkThread() deletes. Any other thread object has an owner.
 class flatThread : public chThreadLocal {
@@ -47,34 +43,7 @@ bool isNameFree(const char* lpszThreadName) {
                            "g_uCSystemShareHelper.FindMessageQueueByName(lpszThreadName) == NULL");
 }
 
-// Starts a thread that registers itself under the name, and waits until it has. Its queue; null when it was not
-// started.
-chMsgQueue* launchThread(void* (*lpEntry)(void*), const void* pArg, int nPriority, const char* lpszThreadName) {
-    const launchWait wait(NULL, lpszThreadName);
-    if (chCreateThread(lpEntry, pArg, nPriority) == 0)
-        return NULL;
-    while (!wait.IsRegistered())
-        QOR_MiscHelper::qorSwitchToThread();
-    return wait.GetQueue();
-}
-
 }  // namespace
-
-// ---- handles
-
-HTHREAD msgMsgQueue2HTHREAD(chMsgQueue* pMsgQueue) {
-    if (pMsgQueue == NULL)
-        return NULL;
-    const char* pBegin = reinterpret_cast<const char*>(share().getObject());
-    return reinterpret_cast<HTHREAD>(reinterpret_cast<const char*>(pMsgQueue) - pBegin);
-}
-
-chMsgQueue* msgHTHREAD2chMsgQueue(HTHREAD hThread) {
-    if (hThread == NULL)
-        return NULL;
-    const uintptr_t uBegin = reinterpret_cast<uintptr_t>(share().getObject());
-    return reinterpret_cast<chMsgQueue*>(uBegin + reinterpret_cast<uintptr_t>(hThread));
-}
 
 extern "C" {
 
@@ -133,12 +102,7 @@ void* runCallbackThread(void* lpData) {
         return NULL;
     const launchBlock block = *static_cast<const launchBlock*>(lpData);
     chThreadLocal thread(block.lpszThreadName, block.pMsgCallbackEx);
-    if (share().CreateLocalThread(thread)) {
-        const registrationWatch watch(&thread);  // the callback may unregister the thread
-        thread.Run();
-        if (!watch.IsGone())
-            share().DestroyLocalThread(thread);
-    }
+    runThread(thread);
     return NULL;
 }
 
@@ -220,8 +184,8 @@ void msgBroadpostThreadMsgEx(unsigned int uMsg, unsigned int wParam, int lParam,
                              const void* pExtraData) {
     std::vector<chThreadBase> listThread;
     {
-        scopeShareLock<chSystemShareFrame> lock(share());
-        for (chMsgQueue* pQueue : share().getObject()->m_objManager.ListQueues())
+        const segmentLock lock;
+        for (chMsgQueue* pQueue : lock.getObject()->m_objManager.ListQueues())
             listThread.push_back(chThreadBase(pQueue));
     }
     const msgDraft draft = makeDraft(uMsg, wParam, lParam, nExtraSize, pExtraData, false);

@@ -2,6 +2,7 @@
 #include <errno.h>
 #include <pthread.h>
 #include <sched.h>
+#include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 #include <sys/ipc.h>
@@ -11,9 +12,9 @@
 #include <unistd.h>
 
 #include "xInc/keyfile.h"
+#include "xInc/xMsgSystem.h"
 
 #define QOR_MODULE "xInc/xMsgSystem"
-#include "internal/message.h"
 #include "internal/report.h"
 #include "qor/MiscHelper.h"
 #include "qor/MsgQueueHelper/Thread.h"
@@ -73,23 +74,26 @@ void chJoinThread(unsigned long idThreadID) {
 
 namespace {
 
-typedef void (*exitStep)();
+typedef void (*exitFunction)();
 
-void runExitStep(void* pStep) { reinterpret_cast<exitStep>(pStep)(); }
+void runExitFunction(void* pFunction) { reinterpret_cast<exitFunction>(pFunction)(); }
 
 pthread_key_t makeExitKey() {
     pthread_key_t key = 0;
-    QOR_WARN_TEXT(pthread_key_create(&key, runExitStep) == 0, "pthread_key_create");
+    QOR_WARN_TEXT(pthread_key_create(&key, runExitFunction) == 0, "pthread_key_create");
     return key;
 }
 
 }  // namespace
 
-// A key and not a thread_local object: a step that other steps make necessary again is run again.
-void callAtThreadExit(exitStep fnStep) {
+// A key and not a thread_local object: the destructors of other keys may make the call necessary again, and then it is
+// repeated.
+void callAtThreadExit(exitFunction fnAtExit) {
     static const pthread_key_t s_key = makeExitKey();
-    pthread_setspecific(s_key, reinterpret_cast<void*>(fnStep));
+    pthread_setspecific(s_key, reinterpret_cast<void*>(fnAtExit));
 }
+
+taskEventName::taskEventName(int idTask) { snprintf(szName, sizeof(szName), "task_event_%d", idTask); }
 
 // The id may by now belong to a new task. That one opens its event under the lock on the key file, so under this lock
 // it is certain whose the event is. Whoever has the file locked is at the same work, or stopped: nobody waits for him.

@@ -6,6 +6,7 @@
 #include <thread>
 
 #include "internal/message.h"
+#include "internal/share.h"
 #include "qor/MiscHelper.h"
 #include "support/message_thread.h"
 
@@ -13,8 +14,6 @@ using namespace QOR_MsgQueueHelper;
 using QOR_MiscHelper::qorGetCurrentTaskId;
 using qorTest::currentThread;
 using qorTest::messageThread;
-using qorTest::process;
-using qorTest::share;
 
 namespace {
 
@@ -96,12 +95,12 @@ TEST(ProcessLocal, ALiveTaskIsWokenByItsEventAndTheCallerNeedsNone) {
     });
     while (idTask == 0)
         std::this_thread::yield();
-    EXPECT_EQ(1, process().AwakeLiveTask(idTask));
+    EXPECT_EQ(1, process().SignalTask(idTask));
     waiter.join();
     EXPECT_EQ(1, nWoken);
-    EXPECT_EQ(1, process().AwakeLiveTask(qorGetCurrentTaskId()));
+    EXPECT_EQ(1, process().SignalTask(qorGetCurrentTaskId()));
     EXPECT_EQ(0, process().GetCurrentTaskEvent()->WaitEvent(0));
-    EXPECT_EQ(0, process().AwakeLiveTask(getppid()));  // alive, but it has no event
+    EXPECT_EQ(0, process().SignalTask(getppid()));  // alive, but it has no event
     process().ForgetCurrentTaskEvent();
 }
 
@@ -115,7 +114,7 @@ TEST(ProcessLocal, ALoopLooksIntoItsQueueAgainWhenItIsTold) {
     pMessage->m_bIsWaitingReply = 0;
     pMessage->SetStatus(MT_EMITTED);
     share().Unlock();
-    process().NoteOwnMessage();
+    process().MarkSelfPosted();
     EXPECT_EQ(0x100u, thread.ProcessThreadMessageOnce());
 }
 
@@ -199,8 +198,8 @@ TEST(ProcessLocal, AThreadIsStartedWithItsArgumentAndJoined) {
 
 struct openHandle : chThreadBase {
     using chThreadBase::EmitDraft;
+    using chThreadBase::Enqueue;
     using chThreadBase::FinishRecord;
-    using chThreadBase::PutDraft;
 };
 
 msgObject* firstMessage(chThreadLocal& thread) {
@@ -246,11 +245,11 @@ TEST(ThreadHandle, ARemoteOneIsUnbound) {
 TEST(ThreadHandle, AMessageIsPutIntoTheQueueCompleteAndOnlyEmittingItIsTraced) {
     currentThread thread("me");
     openHandle handle;
-    EXPECT_EQ(nullptr, handle.PutDraft(makeDraft(0x100, 1, 2, 0, NULL, false)));
+    EXPECT_EQ(nullptr, handle.Enqueue(makeDraft(0x100, 1, 2, 0, NULL, false)));
     handle.setMsgQueue(thread.getMsgQueue());
     testing::internal::CaptureStdout();
     bool bWake = true;
-    msgObject* const pMessage = handle.PutDraft(makeDraft(0x100, 1, -2, 4, "abc", false), &bWake);
+    msgObject* const pMessage = handle.Enqueue(makeDraft(0x100, 1, -2, 4, "abc", false), &bWake);
     fflush(stdout);
     EXPECT_EQ("", testing::internal::GetCapturedStdout());
     ASSERT_NE(nullptr, pMessage);
@@ -273,12 +272,10 @@ TEST(ThreadHandle, AFinishedRecordIsFreedOrTellsWhomToWake) {
     openHandle handle;
     handle.setMsgQueue(thread.getMsgQueue());
     const auto finished = [&](bool bWaiting, msgStatus nStatus) {
-        msgObject* const pMessage = handle.PutDraft(makeDraft(0x100, 0, 0, 0, NULL, bWaiting));
-        share().Lock(-1);
+        msgObject* const pMessage = handle.Enqueue(makeDraft(0x100, 0, 0, 0, NULL, bWaiting));
+        const segmentLock lock;
         pMessage->SetStatus(nStatus);
-        const int idWake = handle.FinishRecord(*pMessage);
-        share().Unlock();
-        return idWake;
+        return handle.FinishRecord(lock, *pMessage);
     };
     EXPECT_EQ(0, finished(false, MT_READ));
     EXPECT_EQ(nullptr, firstMessage(thread));

@@ -113,6 +113,10 @@ static_assert(offsetof(chSystemShareObject, m_objHeader) == 0 && offsetof(chSyst
                   offsetof(chSystemShareObject, m_objManager) == 24 && offsetof(chSystemShareObject, m_aPool) == 32,
               "shared layout");
 
+/// The frame of the share segment.
+typedef QOR_BaseHelper::ipcObjectFrame<chSystemShareObject, QOR_BaseHelper::chMapFile, QOR_BaseHelper::chMutex>
+    chSystemShareFrame;
+
 }  // namespace QOR_MsgQueueHelper
 
 #endif

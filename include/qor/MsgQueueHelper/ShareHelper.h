@@ -20,10 +20,6 @@
 
 namespace QOR_MsgQueueHelper {
 
-/// The frame of the share segment.
-typedef QOR_BaseHelper::ipcObjectFrame<chSystemShareObject, QOR_BaseHelper::chMapFile, QOR_BaseHelper::chMutex>
-    chSystemShareFrame;
-
 /// The share segment of this process and the threads it has registered. Any thread may call it.
 class QOR_API uCSystemShareHelper : public chSystemShareFrame {
 public:
@@ -53,7 +49,7 @@ public:
     void AtExit();
 
 private:
-    void PutNewQueue(chThreadLocal& objThread);
+    void PutNewQueue(const segmentHold& hold, chThreadLocal& objThread);
     void WaitForAnswered(const chThreadLocal& objThread);
 
     chProcessLocal m_objProcessLocal;

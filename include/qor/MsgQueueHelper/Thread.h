@@ -33,12 +33,13 @@
 
 namespace QOR_MsgQueueHelper {
 
-/// What chThreadBase puts into a message before it shows it to the target.
+// Within the library: a message that is in no queue yet, what is left of a wait, and the launcher's wait.
 struct msgDraft;
-/// What is left of a wait.
-class waitClock;
-/// What a launcher waits with until its thread has registered.
+class waitDeadline;
 class launchWait;
+// And the proofs that the lock of the share segment, or of this process's threads and events, is held.
+class segmentHold;
+class processHold;
 
 /// The sending side of any thread. One thread may use it at a time.
 class QOR_API chThreadBase {
@@ -99,9 +100,9 @@ protected:
     /// was not free within nLockTimeout. *pbWake (may be null) tells whether the thread has to be woken for a post.
     msgObject* EmitDraft(const msgDraft& draft, bool* pbWake = NULL, int nLockTimeout = -1);
     /// EmitDraft() without the trace line.
-    msgObject* PutDraft(const msgDraft& draft, bool* pbWake = NULL, int nLockTimeout = -1);
-    /// Ends the handling of a message, with the mutex held; the task to wake afterwards, or 0.
-    int FinishRecord(msgObject& objMessage);
+    msgObject* Enqueue(const msgDraft& draft, bool* pbWake = NULL, int nLockTimeout = -1);
+    /// Ends the handling of a message; the task to wake after the mutex is released, or 0.
+    int FinishRecord(const segmentHold& hold, msgObject& objMessage);
 
     int32_t m_idTask;         ///< the task that owns the queue
     chMsgQueue* m_pMsgQueue;  ///< the queue in the mapped segment, or null
@@ -119,13 +120,13 @@ private:
         int* pnResult;                    // not null: close the record at the end and store its result
     };
 
-    bool IsQueueBound();
+    bool IsQueueBound(const segmentHold& hold);
     int FindLiveOwner() const;
-    bool HasOwnRecord(const msgObject& objMessage);
+    bool HasOwnRecord(const segmentHold& hold, const msgObject& objMessage);
     recordLook LookAtRecord(msgObject& objMessage, const recordWait& wait, bool bGiveUp);
     BOOL GiveUpRecord(msgObject& objMessage, const recordWait& wait);
     void WaitOwnEvent(recordWait& wait, int nTime);
-    BOOL WaitRecord(msgObject& objMessage, recordWait wait, waitClock clock);
+    BOOL WaitRecord(msgObject& objMessage, recordWait wait, waitDeadline deadline);
     BOOL WaitAlone(msgObject& objMessage, bool bReceipt, int nTimeout);
     BOOL EmitAndWait(const msgDraft& draft, bool bReceipt, int nTimeout, int* pnResult);
 };
@@ -229,14 +230,13 @@ private:
     bool HasWork();
     bool WaitForWork(int nTime);
     int HandleOwnMessage(msgDraft draft, int nTimeout, int* pbReplied);
-    chMsgQueue* QueueInHold();
+    chMsgQueue* LockedQueue(const segmentHold& hold);
     msgObject* TakeMessage();
-    bool ResetOwnEvent();
     msgObject* FinishAndTake(msgObject* pHandled);
     UINT HandleMessage(msgObject& objMessage);
     void ProcessTaken(msgObject& objMessage);
     void FinishTaken(msgObject& objMessage);
-    int FinishInHold(msgObject& objMessage);
+    int FinishLocked(const segmentHold& hold, msgObject& objMessage);
     void FreeOrphans();
     void Abandon();
 
@@ -250,10 +250,7 @@ private:
     BOOL m_bRuning;
     int m_nExitCode;
     QOR_BaseHelper::chEvent* m_pTaskEvent;
-    BOOL m_bQueueEmpty;  // nothing was unread when the event was last reset, and the thread has posted itself nothing
     BOOL m_bLeftOrphan;  // a sender may never have closed what this thread has finished
-    int m_nUnwaited;     // messages taken since a wait for the event has ended: all but one may have left a signal
-    int m_nUnreset;      // idle passes since the event was reset
 };
 
 /// The registered threads of this process and the wake-up events that it has opened. Any thread may call it; its
@@ -300,13 +297,13 @@ public:
     /// is gone.
     BOOL AwakeTask(int idTask);
     /// AwakeTask() for a task that the caller has just found alive: it does not ask the kernel again.
-    BOOL AwakeLiveTask(int idTask);
+    BOOL SignalTask(int idTask);
     /// The calling task's own wake-up event, made when there is none.
     QOR_BaseHelper::chEvent* GetCurrentTaskEvent();
     /// Tells the calling thread's loop to look into its queue: it has posted itself a message, for which there is no
     /// signal, or has taken signals of its event elsewhere. Also the end of what the task did with its event: it may be
     /// destroyed by whoever finds the task dead. Whether the calling thread is registered.
-    bool NoteOwnMessage();
+    bool MarkSelfPosted();
     /// Makes the calling task's own event anew, whatever a dead predecessor of the same task id left behind.
     QOR_BaseHelper::chEvent* CreateOwnTaskEvent();
 
@@ -339,20 +336,21 @@ private:
     friend class launchWait;
 
     template <typename Fn>
-    registration* FindRegistration(Fn fnMatch);
+    registration* FindRegistration(const processHold& hold, Fn fnMatch);
     template <typename Fn>
     chThreadLocal* FindThread(Fn fnMatch);
     template <typename Fn>
-    void DropRegistrations(Fn fnMatch);
-    ghostEventList SweepTaskEvents(bool bNow);
-    QOR_BaseHelper::chEvent* FindOrOpenEvent(int idTask, bool bExisting);
-    BOOL SignalEvent(int idTask);
-    void ForgetEvent(int idTask);
+    void DropRegistrations(const processHold& hold, Fn fnMatch);
+    const registration* FindRunning(const processHold& hold, const chThreadLocal* pThread);
+    ghostEventList SweepTaskEvents(const processHold& hold, bool bNow);
+    QOR_BaseHelper::chEvent* FindOrOpenEvent(const processHold& hold, int idTask, bool bExisting);
+    BOOL SignalEvent(const processHold& hold, int idTask);
+    void ForgetEvent(const processHold& hold, int idTask);
 
     QOR_BaseHelper::chCriticalSection m_csLocal;
     chLocalThreadList listLocalThread;
     chTaskEventMap m_mapTaskEvent;
-    std::vector<launchWait*> m_listLaunch;  // who waits for a registration, guarded by m_csLocal
+    std::vector<launchWait*> m_listLaunch;  // who waits for a registration
     unsigned long long m_uLastThread;       // the number of the last thread that has registered
     unsigned long long m_uLastSweep;
     BOOL m_bForking;  // the forking thread holds m_csLocal

@@ -1,18 +1,18 @@
-// What is left of a wait.
+// The deadline of a wait.
 //
-// It is told by the platform's own clock and not by the tick, which asks for the lock of another segment: a wait has to
-// end also while somebody holds that.
-#ifndef QOR_MSG_SYSTEM_WAIT_CLOCK_H
-#define QOR_MSG_SYSTEM_WAIT_CLOCK_H
+// It is measured by the platform's clock and not by the tick, which takes the lock of another segment: a wait has to
+// end also while somebody holds that lock.
+#ifndef QOR_MSG_SYSTEM_WAIT_DEADLINE_H
+#define QOR_MSG_SYSTEM_WAIT_DEADLINE_H
 
-#include "internal/message.h"
+#include "xInc/xMsgSystem.h"
 
 namespace QOR_MsgQueueHelper {
 
 // Counts from its construction. -1 is no limit, for which no clock is read; a smaller time-out has passed already.
-class waitClock {
+class waitDeadline {
 public:
-    explicit waitClock(int nTimeout)
+    explicit waitDeadline(int nTimeout)
         : m_nLeft(nTimeout < -1 ? 0 : nTimeout),
           m_uDeadline(m_nLeft > 0 ? getMonotonicMicrosecond() + static_cast<unsigned>(m_nLeft) * 1000ull : 0) {}
 

@@ -1,7 +1,7 @@
 // 32-bit words for live objects of this process, to be kept in shared records. Where an address has 32 bits, it is the
 // word; elsewhere the object gets a number that no other live object has. Only this process decodes its words.
-#ifndef QOR_MSG_SYSTEM_LIVE_TABLE_H
-#define QOR_MSG_SYSTEM_LIVE_TABLE_H
+#ifndef QOR_MSG_SYSTEM_HANDLE_TABLE_H
+#define QOR_MSG_SYSTEM_HANDLE_TABLE_H
 
 #include <stdint.h>
 
@@ -16,7 +16,7 @@ namespace QOR_MsgQueueHelper {
 constexpr uint32_t wordOfGone = 0xFFFFFFFFu;
 
 template <typename T>
-class liveTable {
+class HandleTable {
 public:
     uint32_t Add(const T* p) {
         scopeLock<QOR_BaseHelper::chCriticalSection> lock(m_csTable);

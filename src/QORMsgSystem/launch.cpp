@@ -1,0 +1,114 @@
+// Launching threads, and shutting them down.
+#include "QORMsgSystem/launch.h"
+
+#include <string.h>
+
+#include <algorithm>
+
+#include "QORMsgSystem/lifetime_guard.h"
+#include "internal/report.h"
+#include "qor/BaseHelper/Tick.h"
+#include "qor/MiscHelper.h"
+#include "qor/TraceHelper.h"
+
+using QOR_BaseHelper::qorGetTickCount;
+
+namespace QOR_MsgQueueHelper {
+
+// ---- launchWait
+
+launchWait::launchWait(const chThreadLocal* pThread, const char* lpszThreadName)
+    : m_pThread(pThread), m_lpszThreadName(lpszThreadName) {
+    const processHold lock(process().m_csLocal);
+    process().m_listLaunch.push_back(this);
+}
+
+launchWait::~launchWait() {
+    const processHold lock(process().m_csLocal);
+    auto& listLaunch = process().m_listLaunch;
+    listLaunch.erase(std::remove(listLaunch.begin(), listLaunch.end(), this), listLaunch.end());
+}
+
+void launchWait::NoteRegistered(const processHold&, const chThreadLocal& objThread) {
+    if ((m_pThread != NULL && m_pThread != &objThread) ||
+        (m_lpszThreadName != NULL && strcmp(m_lpszThreadName, objThread.GetThreadName()) != 0))
+        return;
+    m_pMsgQueue = objThread.getMsgQueue();
+    m_bRegistered.store(true, std::memory_order_release);
+}
+
+// ---- the launched thread
+
+namespace {
+
+constexpr unsigned warnInterval = 3000;  // ms between two warnings of a launcher
+
+void* runThreadObject(void* pData) {
+    if (QOR_ASSERT_TEXT(pData != NULL, "pThread != NULL"))
+        runThread(*static_cast<chThreadLocal*>(pData));
+    return NULL;
+}
+
+// Starts a thread and blocks until the registration; whether it was started.
+bool startAndWait(const launchWait& wait, void* (*fnEntry)(void*), void* pArg, int nPriority, bool bWarn) {
+    if (chCreateThread(fnEntry, pArg, nPriority) == 0)
+        return false;
+    unsigned long long uStart = bWarn ? qorGetTickCount() : 0;
+    while (!wait.IsRegistered()) {
+        QOR_MiscHelper::qorSwitchToThread();
+        if (bWarn && qorGetTickCount() - uStart > warnInterval) {
+            QOR_TraceHelper::qorOutputWarningString("launch thread timeout");
+            uStart = qorGetTickCount();
+        }
+    }
+    return true;
+}
+
+}  // namespace
+
+void runThread(chThreadLocal& objThread) {
+    if (!share().CreateLocalThread(objThread))
+        return;
+    const LifetimeGuard guard(&objThread);
+    objThread.AfterThreadLaunched();
+    if (!guard.IsGone())
+        objThread.Run();
+    if (!guard.IsGone())
+        objThread.BeforeThreadShutdown();
+    if (!guard.IsGone())
+        share().DestroyLocalThread(objThread);
+}
+
+chMsgQueue* launchThread(void* (*fnEntry)(void*), void* pArg, int nPriority, const char* lpszThreadName) {
+    const launchWait wait(NULL, lpszThreadName);
+    return startAndWait(wait, fnEntry, pArg, nPriority, false) ? wait.GetQueue() : NULL;
+}
+
+BOOL chProcessLocal::LaunchLocalThread(chThreadLocal& objThread) {
+    if (!QOR_ASSERT(!IsValidLocalThread(&objThread)))
+        return 0;
+    const launchWait wait(&objThread, NULL);
+    return startAndWait(wait, runThreadObject, &objThread, objThread.m_nPriority, true);
+}
+
+// ---- shutting down
+
+void chProcessLocal::ShutdownLocalThread(chThreadLocal* pThread) {
+    registration found = {};
+    {
+        const processHold lock(m_csLocal);
+        const registration* const pFound = FindRunning(lock, pThread);
+        if (pFound == NULL)
+            return;
+        found = *pFound;
+    }
+    if (!QOR_ASSERT_TEXT(found.idTask != QOR_MiscHelper::qorGetCurrentTaskId(), "idTask != qorGetCurrentTaskId()"))
+        return;
+    // Not just any queue of the task: it may have registered under another name as well.
+    chThreadRemote remote;
+    if (remote.BindIfValid(const_cast<chMsgQueue*>(found.pMsgQueue)) && remote.getTaskId() == found.idTask)
+        remote.PostThreadMsg(TM_THREAD_QUIT, 0, 0);
+    chJoinThread(found.idThread);
+}
+
+}  // namespace QOR_MsgQueueHelper

@@ -1,0 +1,37 @@
+// How a launcher waits for the registration of its thread.
+#ifndef QOR_MSG_SYSTEM_LAUNCH_H
+#define QOR_MSG_SYSTEM_LAUNCH_H
+
+#include <atomic>
+
+#include "internal/share.h"
+#include "internal/launch.h"
+
+namespace QOR_MsgQueueHelper {
+
+// Waits for a registration in this process, of a thread object or under a name. It is made before the thread is
+// started: the thread may have come and gone before its launcher looks.
+class launchWait {
+public:
+    launchWait(const chThreadLocal* pThread, const char* lpszThreadName);
+    ~launchWait();
+    launchWait(const launchWait&) = delete;
+    launchWait& operator=(const launchWait&) = delete;
+
+    bool IsRegistered() const { return m_bRegistered.load(std::memory_order_acquire); }
+    // The queue that the thread got.
+    chMsgQueue* GetQueue() const { return m_pMsgQueue; }
+
+    // Ends the wait if it is for this thread.
+    void NoteRegistered(const processHold& hold, const chThreadLocal& objThread);
+
+private:
+    const chThreadLocal* const m_pThread;  // null for any
+    const char* const m_lpszThreadName;    // null for any
+    chMsgQueue* m_pMsgQueue = NULL;
+    std::atomic<bool> m_bRegistered{false};
+};
+
+}  // namespace QOR_MsgQueueHelper
+
+#endif

@@ -1,0 +1,220 @@
+// The loop of a registered thread: timers, one message, or the idle message and a wait.
+//
+// A handler may unregister its own thread, and even delete the thread object, or come back as another process after a
+// fork. So a LifetimeGuard is asked after every handler, and when the registration is gone, neither the object nor the
+// message is touched again.
+#include <limits.h>
+
+#include <algorithm>
+
+#include "QORMsgSystem/lifetime_guard.h"
+#include "QORMsgSystem/queue.h"
+#include "QORMsgSystem/send.h"
+#include "QORMsgSystem/task_event.h"
+#include "QORMsgSystem/wait_deadline.h"
+#include "internal/report.h"
+#include "qor/BaseHelper/Tick.h"
+#include "qor/TraceHelper.h"
+
+using QOR_ChainHelper::loadShareWord;
+using QOR_TraceHelper::qorTrace;
+
+namespace QOR_MsgQueueHelper {
+
+namespace {
+
+constexpr int idleWait = 50;        // ms of an idle wait without timers
+constexpr int sliceForWork = 1000;  // ms after which a long idle wait looks into the queue
+
+}  // namespace
+
+// A handled message is finished in the hold that takes the next one.
+int chThreadLocal::Run() {
+    const LifetimeGuard guard(this);
+    msgObject* pMessage = NULL;
+    while (m_bRuning) {
+        m_objTimerQueue.EmitTimersOnTime();
+        pMessage = FinishAndTake(pMessage);
+        if (pMessage != NULL)
+            ProcessTaken(*pMessage);
+        else
+            ProcessIdle(INT_MAX);
+        if (guard.IsGone())
+            return -1;
+    }
+    if (pMessage != NULL)
+        FinishTaken(*pMessage);
+    return m_nExitCode;
+}
+
+UINT chThreadLocal::ProcessThreadMessageOnce() { return ProcessPass(INT_MAX); }
+
+// One pass of the loop, whose idle wait is no longer than nMaxWait.
+UINT chThreadLocal::ProcessPass(int nMaxWait) {
+    if (!QOR_ASSERT(IsCalledByThisThread()))
+        return 0;
+    if (!m_bRuning)
+        return TM_THREAD_QUIT;
+    m_objTimerQueue.EmitTimersOnTime();
+    msgObject* pMessage = TakeMessage();
+    if (pMessage != NULL)
+        return HandleMessage(*pMessage);
+    ProcessIdle(nMaxWait);
+    return 0;
+}
+
+// The event is reset in the hold that finds nothing unread: who emits later signals later, so no signal is dropped that
+// is still needed. While that holds, a look at the event spares the look into the queue.
+msgObject* chThreadLocal::TakeMessage() {
+    const bool bUnchanged = taskEvent::OfThread().TakeEmpty(*this) && !m_pTaskEvent->WaitEvent(0);
+    return bUnchanged ? NULL : FinishAndTake(NULL);
+}
+
+// A queue that somebody has freed, taking this thread for dead, belongs to no task any more or to another one: then the
+// thread ends instead of reading what is there now.
+chMsgQueue* chThreadLocal::LockedQueue(const segmentHold&) {
+    if (m_pMsgQueue != NULL && m_pMsgQueue->GetTaskId() != m_idTask)
+        m_pMsgQueue = NULL;
+    return getMsgQueue();
+}
+
+msgObject* chThreadLocal::FinishAndTake(msgObject* pHandled) {
+    int idWake = 0;
+    bool bReset = true;
+    msgObject* pMessage = NULL;
+    {
+        const segmentLock lock;
+        chMsgQueue* pQueue = LockedQueue(lock);
+        if (pQueue == NULL)
+            return NULL;
+        if (pHandled != NULL)
+            idWake = FinishLocked(lock, *pHandled);
+        pMessage = pQueue->read_message();
+        taskEvent& own = taskEvent::OfThread();
+        if (pMessage != NULL ? own.IsDueAfterMessage() : own.IsDueWhenEmpty())
+            bReset = own.Reset(*m_pTaskEvent);
+    }
+    if (idWake != 0)
+        process().SignalTask(idWake);
+    if (!bReset)
+        m_pTaskEvent = process().RenewOwnTaskEvent();
+    return pMessage;
+}
+
+void chThreadLocal::ProcessIdle(int nMaxWait) {
+    ++m_nIdleCount;
+    msgObject objMessage(TM_THREAD_IDLE, 0, 0);
+    const LifetimeGuard guard(this);
+    taskEvent::OfThread().MarkEmpty(*this);
+    DefaultProcessMessage(objMessage);
+    if (guard.IsGone())
+        return;
+    const bool bUnchanged = taskEvent::OfThread().TakeEmpty(*this);
+    if (objMessage.GetExtraData() != NULL)
+        objMessage.ResetExtraData(0, NULL);
+    const int nResult = objMessage.GetResult();
+    // The handler may have handled messages, the quit message too; its sends may have taken the signal of another one.
+    if (nResult == 0 || !m_bRuning || (!bUnchanged && HasWork()))
+        return;
+    const int nTimer = m_objTimerQueue.GetNextTimerTicks();
+    const int nWait =
+        nResult < 0 ? (nTimer >= 0 ? nTimer : idleWait) : (nTimer >= 0 && nTimer < nResult ? nTimer : nResult);
+    if (!WaitForWork(std::min(nWait, nMaxWait)) && m_bLeftOrphan)
+        FreeOrphans();
+}
+
+bool chThreadLocal::HasWork() {
+    const segmentLock lock;
+    const chMsgQueue* pQueue = LockedQueue(lock);
+    return pQueue != NULL && pQueue->HasMessage();
+}
+
+// The signal of a poster that dies at once is taken back with it; so a long wait looks into the queue now and then.
+// Somebody may have removed the event from the device: a new one takes its place.
+// Whether there may be something to do.
+bool chThreadLocal::WaitForWork(int nTime) {
+    waitDeadline deadline(nTime);
+    while (!m_pTaskEvent->WaitEventFor(deadline.GetSlice(sliceForWork))) {
+        if (deadline.IsOver())
+            return false;
+        if (!m_pTaskEvent->IsSemaphoreAlive()) {
+            m_pTaskEvent = process().RenewOwnTaskEvent();
+            return true;
+        }
+        if (HasWork())
+            return true;
+    }
+    taskEvent::OfThread().NoteWaited();
+    return true;
+}
+
+BOOL chThreadLocal::Dogsleep(int nTime) {
+    if (!QOR_ASSERT(nTime > 0))
+        return m_bRuning;
+    const unsigned long long uDeadline = QOR_BaseHelper::qorGetTickCount() + static_cast<unsigned>(nTime);
+    const LifetimeGuard guard(this);
+    while (m_bRuning) {
+        const unsigned long long uNow = QOR_BaseHelper::qorGetTickCount();
+        if (uNow >= uDeadline)
+            break;
+        ProcessPass(static_cast<int>(std::min(uDeadline - uNow, static_cast<unsigned long long>(nTime))));
+        if (guard.IsGone())
+            return 0;
+    }
+    return m_bRuning;
+}
+
+UINT chThreadLocal::ProcessOneMessageFromQueue() {
+    msgObject* pMessage = FinishAndTake(NULL);
+    return pMessage != NULL ? HandleMessage(*pMessage) : 0;
+}
+
+UINT chThreadLocal::HandleMessage(msgObject& objMessage) {
+    const UINT uMsg = loadShareWord(objMessage.uMsg);
+    const LifetimeGuard guard(this);
+    ProcessTaken(objMessage);
+    if (!guard.IsGone())
+        FinishTaken(objMessage);
+    return uMsg;
+}
+
+void chThreadLocal::ProcessTaken(msgObject& objMessage) {
+    const UINT uMsg = loadShareWord(objMessage.uMsg);
+    if (uMsg > maxUntracedMsg)
+        qorTrace(3, "Processing message 0x%x ...", uMsg);
+    DefaultProcessMessage(objMessage);
+}
+
+void chThreadLocal::FinishTaken(msgObject& objMessage) {
+    int idWake = 0;
+    {
+        const segmentLock lock;
+        const chMsgQueue* pQueue = LockedQueue(lock);
+        if (pQueue == NULL)
+            return;
+        idWake = FinishLocked(lock, objMessage);
+        taskEvent& own = taskEvent::OfThread();
+        if (!pQueue->HasMessage() && own.Reset(*m_pTaskEvent))
+            own.MarkEmpty(*this);
+        else
+            own.MarkSelfPosted();
+    }
+    if (idWake != 0)
+        process().SignalTask(idWake);
+}
+
+int chThreadLocal::FinishLocked(const segmentHold& hold, msgObject& objMessage) {
+    m_bLeftOrphan |= loadShareWord(objMessage.m_bIsWaitingReply) != 0;
+    return FinishRecord(hold, objMessage);
+}
+
+// Nobody closes the record of a sender that has died. Asking for each sender would cost a kernel call per message, so
+// this is left to the first pass that slept through.
+void chThreadLocal::FreeOrphans() {
+    m_bLeftOrphan = 0;
+    const segmentLock lock;
+    if (chMsgQueue* pQueue = LockedQueue(lock))
+        freeOrphanMessages(lock, *pQueue);
+}
+
+}  // namespace QOR_MsgQueueHelper

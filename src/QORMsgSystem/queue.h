@@ -1,0 +1,38 @@
+// What the message system does to queues beyond their public operations: putting complete messages into them, and
+// freeing what dead tasks have left.
+#ifndef QOR_MSG_SYSTEM_QUEUE_H
+#define QOR_MSG_SYSTEM_QUEUE_H
+
+#include <string>
+#include <vector>
+
+#include "internal/share.h"
+#include "internal/message.h"
+
+namespace QOR_MsgQueueHelper {
+
+// A message's record in the pool: the node that links it into its queue, and the message.
+constexpr size_t sizeMessageRecord = sizeof(QOR_ChainHelper::list_chain_offset) + sizeof(msgObject);
+
+// Puts a complete message into a queue; null after a fatal assertion. *pbWake (may be null) tells whether the owner has
+// to be woken for a post: not when the message stands behind an unread one of the calling thread whose signal is out,
+// since the owner does not sleep before it has read both.
+msgObject* enqueueMessage(const segmentHold& hold, chMsgQueue& objQueue, const msgDraft& draft, bool* pbWake = NULL);
+
+// Frees what dead senders have left in a queue: records that were finished and never closed, or never emitted.
+void freeOrphanMessages(const segmentHold& hold, chMsgQueue& objQueue);
+
+// A queue that was swept, for the trace line that is written after the lock is released.
+struct ghostQueue {
+    int idTask;
+    std::string strName;
+};
+
+// Frees the queues of dead tasks (and that of idOwn, when it is not 0: a dead predecessor's), their events, and the
+// finished messages of dead senders.
+std::vector<ghostQueue> sweepGhostQueues(const segmentHold& hold, int idOwn);
+void traceGhostQueues(const std::vector<ghostQueue>& listGhost);
+
+}  // namespace QOR_MsgQueueHelper
+
+#endif

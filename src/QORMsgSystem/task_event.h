@@ -1,0 +1,62 @@
+// What may be left in the calling task's wake-up event, and when the event is reset.
+//
+// Each message wakes its target with a signal of the target's event, but a thread waits less often than it is
+// signalled: it takes several messages after one wait, and a wait for a reply may take the signal of another message.
+// Left-over signals only end a later wait too early, so the event is not reset after each message, but
+// - when the queue is found empty and more than one message was taken since the last wait;
+// - when a wait for a reply has failed, since the reply may come late;
+// - after every 256 messages, idle passes or replies: the kernel keeps an account of signals, to be undone when their
+//   sender dies, and neither this account nor the event's value may grow without limit.
+//
+// A reset drops the signals of messages that are still unread. So whoever resets the event, or waits for anything but
+// messages, makes sure that the thread looks into its queue before it sleeps: in the same hold of the segment's mutex,
+// or through MarkSelfPosted().
+#ifndef QOR_MSG_SYSTEM_TASK_EVENT_H
+#define QOR_MSG_SYSTEM_TASK_EVENT_H
+
+#include <stddef.h>
+
+#include "qor/BaseHelper/Sync.h"
+
+namespace QOR_MsgQueueHelper {
+
+class chThreadLocal;
+
+class taskEvent {
+public:
+    // That of the calling thread.
+    static taskEvent& OfThread();
+
+    // The thread has registered: anything may be left in its event.
+    void Restart();
+
+    // Drops all signals. 0 when the event was removed from the device.
+    bool Reset(QOR_BaseHelper::chEvent& objEvent);
+
+    // After a message was taken, an empty queue was found, or a reply has come: whether the event has to be reset.
+    bool IsDueAfterMessage() { return ++m_nMessages >= maxUnreset; }
+    bool IsDueWhenEmpty() { return m_nMessages > 1 || ++m_nIdlePasses >= maxUnreset; }
+    bool IsDueAfterReply() { return ++m_nReplies >= maxUnreset; }
+
+    // A wait for messages has ended with a signal.
+    void NoteWaited() { m_nMessages = 0; }
+
+    // The thread's queue was found empty: whatever is put into it from now on signals the event.
+    void MarkEmpty(const chThreadLocal& objThread) { m_pEmpty = &objThread; }
+    // The thread has posted itself a message, for which there is no signal, or may have taken one of another message.
+    void MarkSelfPosted() { m_pEmpty = NULL; }
+    // Whether the queue can hold something new only if the event is signalled. The answer is given once.
+    bool TakeEmpty(const chThreadLocal& objThread);
+
+private:
+    static constexpr int maxUnreset = 256;
+
+    int m_nMessages = 2;  // taken since a wait has ended: all but one may have left a signal
+    int m_nIdlePasses = 0;
+    int m_nReplies = 0;
+    const chThreadLocal* m_pEmpty = NULL;  // whose queue was empty; a task may have registered twice
+};
+
+}  // namespace QOR_MsgQueueHelper
+
+#endif

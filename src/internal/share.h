@@ -1,0 +1,40 @@
+// The share segment and its lock, as the sources reach them.
+#ifndef QOR_INTERNAL_SHARE_H
+#define QOR_INTERNAL_SHARE_H
+
+#include "internal/scope_lock.h"
+#include "qor/MsgQueueHelper/ShareHelper.h"
+
+namespace QOR_MsgQueueHelper {
+
+inline uCSystemShareHelper& share() { return *uCSystemShareHelpergetGlobalObject(); }
+
+inline chProcessLocal& process() { return share().GetProcessLocal(); }
+
+// The lock of the process's threads and events, for a scope. It is innermost: nobody takes a segment's lock meanwhile.
+class processHold : public scopeLock<QOR_BaseHelper::chCriticalSection> {
+public:
+    using scopeLock::scopeLock;
+};
+
+// The proof that the calling thread holds the segment's lock.
+class segmentHold : public shareHold<chSystemShareFrame> {
+protected:
+    using shareHold::shareHold;
+};
+
+// The segment's lock for a scope.
+class segmentLock : public scopeShareLock<chSystemShareFrame, segmentHold> {
+public:
+    segmentLock() : scopeShareLock(share()) {}
+};
+
+// The same with a time-out.
+class timedSegmentLock : public timedShareLock<chSystemShareFrame, segmentHold> {
+public:
+    explicit timedSegmentLock(int nTimeout) : timedShareLock(share(), nTimeout) {}
+};
+
+}  // namespace QOR_MsgQueueHelper
+
+#endif

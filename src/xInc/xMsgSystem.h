@@ -1,0 +1,31 @@
+// What the message system asks of the platform.
+#ifndef QOR_XINC_MSG_SYSTEM_H
+#define QOR_XINC_MSG_SYSTEM_H
+
+namespace QOR_MsgQueueHelper {
+
+// The name of a task's wake-up event.
+struct taskEventName {
+    explicit taskEventName(int idTask);
+    char szName[32];
+};
+
+// Whether a task is a thread of this process. A thread that was joined may count for an instant more.
+bool isTaskOfThisProcess(int idTask);
+
+// Removes a dead task's wake-up event from the device, with its key file; leaves that of a live one alone.
+void destroyDeadTaskEvent(int idTask);
+
+// destroyDeadTaskEvent() for every dead task: one look through the key files.
+void sweepDeadTaskEvents();
+
+// Has a function called when the calling thread ends, also when it is cancelled; not when the process exits. A thread
+// has one such function; asking again changes nothing. No kernel call.
+void callAtThreadExit(void (*fnAtExit)());
+
+// A clock in microseconds that costs no kernel call where the platform offers one.
+unsigned long long getMonotonicMicrosecond();
+
+}  // namespace QOR_MsgQueueHelper
+
+#endif
