@@ -1,6 +1,6 @@
-// Sound samples.
-#include "internal/report.h"
+// Sound samples. They report in the name of _chMisc.
 #include "qor/ArrayHelper/Samples.h"
+#include "qor/TraceHelper/Report.h"
 
 namespace QOR_ArrayHelper {
 
@@ -35,14 +35,14 @@ unsigned char toMuLaw(int nSample) {
 
 template <class T>
 void appendMute(chObjArray<T, false, 4096>& arr, int nCount) {
-    if (!QOR_ASSERT(nCount >= 0) || nCount == 0)
+    if (!QOR_ASSERT_IN("_chMisc", nCount >= 0, "nCount >= 0") || nCount == 0)
         return;
     memset(arr.AppendAllocSize(nCount), 0, static_cast<size_t>(nCount) * sizeof(T));
 }
 
 template <class T>
 void reserve(chObjArray<T, false, 4096>& arr, int nAllocSize) {
-    if (!QOR_ASSERT(nAllocSize >= 0))
+    if (!QOR_ASSERT_IN("_chMisc", nAllocSize >= 0, "nAllocSize >= 0"))
         return;
     const int nSize = arr.GetSize();
     if (nAllocSize <= nSize)
