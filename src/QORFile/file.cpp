@@ -3,12 +3,12 @@
 // Streams are read in whole lines or blocks: a call of the C library per byte would take its lock each time.
 #include <stdlib.h>
 #include <string.h>
-#include <unistd.h>
 
 #include <string>
 
 #include "internal/report.h"
 #include "qor/FileHelper/File.h"
+#include "xInc/platform.h"
 
 using QOR_StringHelper::chConstTextT;
 using QOR_StringHelper::chReferenceStringT;
@@ -119,7 +119,7 @@ long long chFileStdio::Seek(long long nOffset, int nFrom) {
     if (!QOR_ASSERT(m_pFile != NULL) || !QOR_ASSERT(nFrom == begin || nFrom == end || nFrom == current))
         return -1;
     const int nWhence = nFrom == begin ? SEEK_SET : nFrom == current ? SEEK_CUR : SEEK_END;
-    return fseeko(m_pFile, static_cast<off_t>(nOffset), nWhence) == 0 ? GetPosition() : -1;
+    return QOR_Platform::seekStream(m_pFile, nOffset, nWhence) ? GetPosition() : -1;
 }
 
 long long chFileStdio::GetFileLength() {
@@ -133,11 +133,11 @@ BOOL chFileStdio::SetFileLength(long long nLength) {
     if (!QOR_ASSERT(m_pFile != NULL))
         return 0;
     // What the stream still holds would be written behind the new end later.
-    return fflush(m_pFile) == 0 && ftruncate(fileno(m_pFile), static_cast<off_t>(nLength)) == 0;
+    return fflush(m_pFile) == 0 && QOR_Platform::setStreamLength(m_pFile, nLength);
 }
 
 long long chFileStdio::GetPosition() const {
-    return QOR_ASSERT(m_pFile != NULL) ? static_cast<long long>(ftello(m_pFile)) : -1;
+    return QOR_ASSERT(m_pFile != NULL) ? QOR_Platform::tellStream(m_pFile) : -1;
 }
 
 BOOL chFileStdio::Flush() { return !QOR_ASSERT(m_pFile != NULL) || fflush(m_pFile) != 0; }
@@ -151,7 +151,7 @@ BOOL chFileStdio::ReadString(chReferenceStringT<char>& str, char endChar) {
     forgetError(m_pFile);
     char* lpszLine = NULL;
     size_t nRoom = 0;
-    const ssize_t nRead = getdelim(&lpszLine, &nRoom, static_cast<unsigned char>(endChar), m_pFile);
+    const long nRead = QOR_Platform::readDelimited(m_pFile, lpszLine, nRoom, static_cast<unsigned char>(endChar));
     if (nRead > 0 && nRead <= maxLineLength)
         str.CopyTextFrom(lpszLine, static_cast<int>(squeezeNuls(lpszLine, static_cast<size_t>(nRead))));
     free(lpszLine);

@@ -5,6 +5,7 @@
 
 #include "internal/report.h"
 #include "qor/FileHelper/TextFile.h"
+#include "xInc/platform.h"
 
 using QOR_StringHelper::chReferenceStringT;
 
@@ -17,18 +18,6 @@ constexpr unsigned char arrMarkLE[2] = {0xFF, 0xFE};
 constexpr unsigned char arrMarkUTF8[3] = {0xEF, 0xBB, 0xBF};
 
 bool isWritable(UINT uFlags) { return (uFlags & (openWrite | openReadWrite | openCreate)) != 0; }
-
-// Holds the lock of a stream, so that its bytes can be read without taking it for each.
-class streamLock {
-public:
-    explicit streamLock(FILE* pFile) : m_pFile(pFile) { flockfile(m_pFile); }
-    ~streamLock() { funlockfile(m_pFile); }
-    streamLock(const streamLock&) = delete;
-    streamLock& operator=(const streamLock&) = delete;
-
-private:
-    FILE* m_pFile;
-};
 
 }  // namespace
 
@@ -69,8 +58,8 @@ void chFile_WText::Close() {
 
 // The next unit, -1 at the end of the file; half a unit is none. The stream is locked.
 int chFile_WText::ReadUnit() {
-    const int nFirst = getc_unlocked(m_pFile);
-    const int nSecond = nFirst == EOF ? EOF : getc_unlocked(m_pFile);
+    const int nFirst = QOR_Platform::nextByte(m_pFile);
+    const int nSecond = nFirst == EOF ? EOF : QOR_Platform::nextByte(m_pFile);
     if (nSecond == EOF)
         return -1;
     return m_eFileType == FT_UTF16_LE ? nFirst | nSecond << 8 : nFirst << 8 | nSecond;
@@ -80,7 +69,7 @@ BOOL chFile_WText::ReadString(chReferenceStringT<unsigned short>& wstr, unsigned
     wstr.Clear();
     if (!QOR_ASSERT(m_eFileType != FT_UNKNOW) || !QOR_ASSERT(m_pFile != NULL))
         return 0;
-    streamLock lock(m_pFile);
+    const QOR_Platform::streamLock lock(m_pFile);  // for all its bytes, not for each of them
     std::vector<unsigned short> arrUnit;
     for (int nUnit = ReadUnit(); nUnit != -1; nUnit = ReadUnit()) {
         if (nUnit != 0)

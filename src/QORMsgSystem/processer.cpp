@@ -2,13 +2,12 @@
 //
 // The list of live processors and its table change together under one lock, which is innermost. Both are made on first
 // use and never torn down: threads may still run when the process ends.
-#include <pthread.h>
-
 #include <vector>
 
 #include "QORMsgSystem/handle_table.h"
 #include "internal/report.h"
 #include "internal/share.h"
+#include "xInc/platform.h"
 
 using namespace QOR_ChainHelper;
 using QOR_BaseHelper::chCriticalSection;
@@ -63,7 +62,7 @@ private:
 
 class processerTable {
 public:
-    processerTable() { pthread_atfork(fork_prepare, fork_done, fork_done); }
+    processerTable() { QOR_Platform::callAtFork(fork_prepare, fork_done, fork_done); }
 
     void Add(chMsgProcesser* pProcesser) {
         scopeLock<chCriticalSection> lock(m_csList);

@@ -15,6 +15,7 @@
 #include "internal/report.h"
 #include "qor/MiscHelper.h"
 #include "qor/TraceHelper.h"
+#include "xInc/platform.h"
 #include "xInc/xMsgSystem.h"
 
 using QOR_BaseHelper::chEvent;
@@ -35,7 +36,7 @@ thread_local unsigned long long t_uThread = 0;
 // Whether a thread of this process that has registered is still running. What stands under the caller's own task id and
 // another number was a predecessor's.
 bool isRunning(int idTask, unsigned long long uThread) {
-    return idTask == qorGetCurrentTaskId() ? uThread == t_uThread : isTaskOfThisProcess(idTask);
+    return idTask == qorGetCurrentTaskId() ? uThread == t_uThread : QOR_Platform::isTaskOfThisProcess(idTask);
 }
 
 }  // namespace

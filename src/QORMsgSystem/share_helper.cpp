@@ -1,11 +1,10 @@
 // The share helper: this process's mapping of the share segment, its handles, and what a fork does to its threads.
-#include <pthread.h>
-
 #include "QORMsgSystem/lifetime_guard.h"
 #include "internal/share.h"
 #include "internal/report.h"
 #include "internal/singleton.h"
 #include "qor/StringHelper.h"
+#include "xInc/platform.h"
 
 namespace QOR_MsgQueueHelper {
 
@@ -18,8 +17,8 @@ uCSystemShareHelper::uCSystemShareHelper() {
     if (OpenShareObject("ipc_system_share", chSystemShareObject::sizeObject))
         getObject()->m_objHeader.AssertHeader("ipc_system_share", chSystemShareObject::sizeObject,
                                               chSystemShareObject::versionObject);
-    pthread_atfork([]() { share().m_objProcessLocal.fork_prepare(); },
-                   []() { share().m_objProcessLocal.fork_parent(); }, NULL);
+    QOR_Platform::callAtFork([]() { share().m_objProcessLocal.fork_prepare(); },
+                             []() { share().m_objProcessLocal.fork_parent(); }, NULL);
 }
 
 // A thread that exits the process does not end as a thread before.

@@ -2,7 +2,6 @@
 //
 // A listed timer has a period of at least 0; one with a pending message keeps its place in the list, where walks pass
 // it over. The list is in order of next expiry among the timers without a pending message.
-#include <pthread.h>
 
 #include "QORMsgSystem/handle_table.h"
 #include "internal/message.h"
@@ -10,6 +9,7 @@
 #include "internal/share.h"
 #include "qor/BaseHelper/Tick.h"
 #include "qor/TraceHelper.h"
+#include "xInc/platform.h"
 
 using QOR_BaseHelper::qorGetTickCount;
 
@@ -23,8 +23,8 @@ constexpr long long notRuning = -1;
 class timerTable : public HandleTable<chThreadTimer> {
 public:
     timerTable() {
-        pthread_atfork([]() { instance().fork_prepare(); }, []() { instance().fork_done(); },
-                       []() { instance().fork_done(); });
+        QOR_Platform::callAtFork([]() { instance().fork_prepare(); }, []() { instance().fork_done(); },
+                                 []() { instance().fork_done(); });
     }
     static timerTable& instance() {
         static timerTable* s_pTable = new timerTable;

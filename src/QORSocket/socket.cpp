@@ -1,7 +1,6 @@
 // Addresses, the handle of a socket, waiting, and datagrams.
 #include "qor/SocketHelper/Socket.h"
 
-#include <arpa/inet.h>
 #include <errno.h>
 #include <stdlib.h>
 #include <string.h>
@@ -105,9 +104,7 @@ BOOL chSocketAddr::CreateSocketAddr(in_addr addr, int nPort) {
 BOOL chSocketAddr::CreateSocketAddr(const char* lpszIPv4, int nPort) {
     if (!QOR_ASSERT(lpszIPv4 != NULL))
         return FALSE;
-    in_addr addr;
-    addr.s_addr = inet_addr(lpszIPv4);
-    return CreateSocketAddr(addr, nPort);
+    return CreateSocketAddr(parseAddress(lpszIPv4), nPort);
 }
 
 BOOL chSocketAddr::CreateSocketAddr(const char* lpszText) {
@@ -122,11 +119,9 @@ BOOL chSocketAddr::CreateSocketAddr(const char* lpszText) {
 }
 
 text chSocketAddr::GetIPv4(BOOL bWithPort) const {
-    char szAddress[INET_ADDRSTRLEN] = "";
-    inet_ntop(AF_INET, &sin_addr, szAddress, sizeof(szAddress));
-    text strAddress(szAddress, -1);
+    text strAddress = dottedText(sin_addr);
     if (bWithPort)
-        strAddress.Format("%s:%d", szAddress, GetPort());
+        strAddress.Format("%s:%d", static_cast<const char*>(strAddress), GetPort());
     return strAddress;
 }
 

@@ -1,32 +1,30 @@
 // Rotating log files. One in-process lock covers the choice of the file and the write, so that lines of several
 // threads are whole and none is lost while the files roll. Files are opened for appending and each line is one
 // unbuffered write: several processes on one base path keep their lines whole as well.
-#include <errno.h>
-#include <fcntl.h>
 #include <limits.h>
 #include <stdio.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include "internal/report.h"
 #include "internal/scope_lock.h"
 #include "qor/MiscHelper.h"
 #include "qor/TraceHelper/Trace.h"
+#include "xInc/platform.h"
 
 using QOR_StringHelper::chReferenceStringT;
 
 namespace QOR_TraceHelper {
 
+using namespace QOR_Platform;
+
 namespace {
 
-typedef QOR_BaseHelper::scopeLock<QOR_BaseHelper::chCriticalSection> fileLock;
+typedef QOR_BaseHelper::scopeLock<QOR_BaseHelper::chCriticalSection> traceLock;
 
 // Whether there is a file, or nobody can tell (bUnknown).
 bool maybeExists(const char* lpszName, bool& bUnknown) {
-    struct stat st;
-    const bool bThere = lstat(lpszName, &st) == 0;
-    bUnknown = !bThere && errno != ENOENT && errno != ENOTDIR;
-    return bThere || bUnknown;
+    fileState state;
+    bUnknown = !lookAt(lpszName, state);
+    return bUnknown || state.eKind != kindNone;
 }
 
 }  // namespace
@@ -46,12 +44,12 @@ chReferenceStringT<char> chFileTrace::fileName(int nIndex) const {
 }
 
 chReferenceStringT<char> chFileTrace::GetFileName(int nIndex) {
-    fileLock lock(m_lock);
+    traceLock lock(m_lock);
     return fileName(nIndex);
 }
 
 BOOL chFileTrace::OpenFileTrace(const char* lpszFileName, int nMaxSizeKB, int nMaxCount) {
-    fileLock lock(m_lock);
+    traceLock lock(m_lock);
     closeFile();
     if (lpszFileName != NULL && *lpszFileName != '\0')
         m_strFileName = lpszFileName;
@@ -64,7 +62,7 @@ BOOL chFileTrace::OpenFileTrace(const char* lpszFileName, int nMaxSizeKB, int nM
     // while one that counts as missing would be emptied.
     for (bool bUnknown = false; !bUnknown && maybeExists(fileName(nFound), bUnknown);) {
         if (nFound >= m_nMaxFileCount)
-            unlink(fileName(nFound - m_nMaxFileCount));
+            removeFile(fileName(nFound - m_nMaxFileCount));
         ++nFound;
     }
     renumber(nFound);
@@ -75,7 +73,7 @@ BOOL chFileTrace::OpenFileTrace(const char* lpszFileName, int nMaxSizeKB, int nM
 void chFileTrace::renumber(int nFound) {
     const int nSurplus = nFound - m_nMaxFileCount;
     for (int n = 0; nSurplus > 0 && n < m_nMaxFileCount; ++n)
-        rename(fileName(n + nSurplus), fileName(n));
+        renameFile(fileName(n + nSurplus), fileName(n));
     const int nKept = nSurplus > 0 ? m_nMaxFileCount : nFound;
     m_nFileIndex = nKept > 0 ? nKept - 1 : 0;
     m_nFileSize = 0;
@@ -90,20 +88,16 @@ void chFileTrace::closeFile() {
 
 // Opens the current file at its end, or emptied. A pipe or device in its place is not written: that could block.
 void chFileTrace::openFile(bool bEmptied) {
-    const int nFlags =
-        O_RDWR | O_CREAT | O_APPEND | O_CLOEXEC | O_NOFOLLOW | O_NOCTTY | O_NONBLOCK | (bEmptied ? O_TRUNC : 0);
-    const int fd = open(fileName(m_nFileIndex), nFlags, 0666);
-    if (fd == -1)
-        return;
-    struct stat st;
-    if (fstat(fd, &st) == 0 && S_ISREG(st.st_mode))
-        m_pFile = fdopen(fd, "a+b");
+    const int fd = openLogFile(fileName(m_nFileIndex), bEmptied);
+    fileState state;
+    if (lookAtOpen(fd, state) && state.eKind == kindRegular)
+        m_pFile = openStream(fd, "a+b");
     if (m_pFile == NULL) {
-        close(fd);
+        QOR_Platform::closeFile(fd);
         return;
     }
     setvbuf(m_pFile, NULL, _IONBF, 0);
-    m_nFileSize = st.st_size > INT_MAX ? INT_MAX : static_cast<int32_t>(st.st_size);
+    m_nFileSize = state.nSize > INT_MAX ? INT_MAX : static_cast<int32_t>(state.nSize);
 }
 
 // Goes on in the next file; behind the last one the oldest is deleted and the others move down.
@@ -112,9 +106,9 @@ void chFileTrace::rollFile() {
     if (m_nFileIndex + 1 < m_nMaxFileCount) {
         ++m_nFileIndex;
     } else {
-        unlink(fileName(0));
+        removeFile(fileName(0));
         for (int n = 1; n < m_nMaxFileCount; ++n)
-            rename(fileName(n), fileName(n - 1));
+            renameFile(fileName(n), fileName(n - 1));
         m_nFileIndex = m_nMaxFileCount - 1;
     }
     m_nFileSize = 0;  // also when it cannot be opened now: the next line must not roll the files once more
@@ -124,7 +118,7 @@ void chFileTrace::rollFile() {
 BOOL chFileTrace::WriteLogLine(chReferenceStringT<char>& strLine) {
     chReferenceStringT<char> strText(strLine);
     strText += "\n";
-    fileLock lock(m_lock);
+    traceLock lock(m_lock);
     if (m_pFile == NULL)
         openFile(false);
     if (m_nFileSize >= m_nMaxFileSize)

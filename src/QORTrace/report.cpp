@@ -1,21 +1,19 @@
 // Console reports. Everything else may be broken when these run, the heap as well, so they use the stack and the C
 // streams alone and keep no state. A line is formatted before it is written, and written in one call, so that lines of
 // several threads and processes do not mix; a very long one is only kept together among the threads.
-#include <pthread.h>
 #include <stdio.h>
 #include <stdlib.h>
-#include <unistd.h>
 
 #include "internal/report.h"
+#include "xInc/platform.h"
 
 namespace QOR_TraceHelper {
 
 namespace {
 
 void printReport(const char* lpszFormat, const char* lpszFile, int nLine, const char* lpszExpression) {
-    const unsigned idThread =
-        static_cast<unsigned>(reinterpret_cast<uintptr_t>(reinterpret_cast<void*>(pthread_self())));
-    fprintf(stderr, lpszFormat, lpszFile, nLine, lpszExpression, static_cast<int>(getpid()), idThread);
+    fprintf(stderr, lpszFormat, lpszFile, nLine, lpszExpression, QOR_Platform::processId(),
+            QOR_Platform::threadNumber());
     fflush(stderr);
 }
 
@@ -29,11 +27,10 @@ void printLine(FILE* pStream, const char* lpszPrefix, const char* lpszFormat, va
         fprintf(pStream, "%s%s\n", lpszPrefix, szText);
         return;
     }
-    flockfile(pStream);
+    const QOR_Platform::streamLock lock(pStream);
     fputs(lpszPrefix, pStream);
     vfprintf(pStream, lpszFormat, args);
     putc('\n', pStream);
-    funlockfile(pStream);
 }
 
 }  // namespace

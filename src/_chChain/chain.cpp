@@ -3,7 +3,7 @@
 // stored last on entry and cleared first on removal.
 #include "qor/ChainHelper/ShareWord.h"
 
-#include <unistd.h>
+#include "xInc/platform.h"
 
 namespace QOR_ChainHelper {
 
@@ -23,7 +23,7 @@ std::atomic<int> s_idWriter{0};  // the process that writes
 // Held for a few stores. The child of a fork may find it taken by a thread that only its parent has, and takes it over.
 struct writerLock {
     writerLock() {
-        const int idProcess = getpid();
+        const int idProcess = QOR_Platform::processId();
         int idWriter = 0;
         while (!s_idWriter.compare_exchange_weak(idWriter, idProcess, std::memory_order_acquire))
             idWriter = idWriter == idProcess ? 0 : idWriter;

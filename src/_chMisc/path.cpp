@@ -7,6 +7,7 @@
 #include "internal/report.h"
 #include "qor/MiscHelper/Path.h"
 #include "qor/MiscHelper/Process.h"
+#include "xInc/platform.h"
 
 namespace QOR_MiscHelper {
 
@@ -168,8 +169,8 @@ BOOL pathCreateDirectory(const char* lpszPath) {
         if (!pathFileExist(strPart.c_str()))
             pathMkdir(strPart.c_str());
     }
-    struct stat state;
-    return pathStat(strPath.c_str(), &state) && S_ISDIR(state.st_mode);
+    QOR_Platform::fileState state;
+    return QOR_Platform::lookThrough(strPath.c_str(), state) && state.eKind == QOR_Platform::kindDirectory;
 }
 
 }  // namespace QOR_MiscHelper

@@ -4,23 +4,24 @@
 #include "internal/safe_save.h"
 
 #include <errno.h>
-#include <fcntl.h>
 #include <limits.h>
 #include <stdint.h>
 #include <stdio.h>
 #include <string.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include <memory>
 #include <new>
 #include <string>
 
 #define QOR_MODULE "QORFile"
-#include "internal/file_lock.h"
 #include "internal/report.h"
+#include "xInc/file_lock.h"
+#include "xInc/platform.h"
 
 namespace QOR_FileHelper {
+
+using namespace QOR_Platform;
+using QOR_BaseHelper::fileLock;
 
 namespace {
 
@@ -71,42 +72,9 @@ struct savedName {
 
 // ---- what stands at a name
 
-// The error of a failure, over what is called to clean up after it.
-class keptError {
-public:
-    keptError() : m_nError(errno) {}
-    keptError(const keptError&) = delete;
-    keptError& operator=(const keptError&) = delete;
-    ~keptError() { errno = m_nError; }
-
-private:
-    int m_nError;
-};
-
-bool isMissing(int nError) { return nError == ENOENT || nError == ENOTDIR; }
-
 bool isForbidden(int nError) { return nError == EACCES || nError == EPERM; }
 
-enum fileKind { kindNone, kindRegular, kindLink, kindDirectory, kindSpecial };
-
-fileKind kindOf(const struct stat& state) {
-    return S_ISREG(state.st_mode)   ? kindRegular
-           : S_ISLNK(state.st_mode) ? kindLink
-           : S_ISDIR(state.st_mode) ? kindDirectory
-                                    : kindSpecial;
-}
-
-// Looks at what stands at a path, where a link is a link. False: nobody can tell.
-bool look(const std::string& strPath, fileKind& eKind, struct stat& state) {
-    const bool bThere = lstat(strPath.c_str(), &state) == 0;
-    eKind = bThere ? kindOf(state) : kindNone;
-    return bThere || isMissing(errno);
-}
-
-bool look(const std::string& strPath, fileKind& eKind) {
-    struct stat state;
-    return look(strPath, eKind, state);
-}
+bool look(const std::string& strPath, fileState& state) { return lookAt(strPath.c_str(), state); }
 
 // A directory of such a name is none of ours.
 bool isFile(fileKind eKind) { return eKind != kindNone && eKind != kindDirectory; }
@@ -115,16 +83,16 @@ bool isFile(fileKind eKind) { return eKind != kindNone && eKind != kindDirectory
 enum class presence { missing, there, unknown };
 
 presence presenceOf(const std::string& strPath) {
-    fileKind eKind;
-    if (!look(strPath, eKind))
+    fileState state;
+    if (!look(strPath, state))
         return presence::unknown;
-    return isFile(eKind) ? presence::there : presence::missing;
+    return isFile(state.eKind) ? presence::there : presence::missing;
 }
 
 // Whether something stands at a path and, when that is a link, where it leads; also when nobody can tell.
 bool maybeAt(const std::string& strPath) {
-    struct stat state;
-    return stat(strPath.c_str(), &state) == 0 || !isMissing(errno);
+    fileState state;
+    return !lookThrough(strPath.c_str(), state) || state.eKind != kindNone;
 }
 
 // Asked after nothing was found at the name: a saver may have been between its renames, or is again.
@@ -132,20 +100,9 @@ bool isNowhere(const savedName& name) { return presenceOf(name.strOld) == presen
 
 // ---- steps
 
-bool move(const std::string& strFrom, const std::string& strTo) { return rename(strFrom.c_str(), strTo.c_str()) == 0; }
+bool move(const std::string& strFrom, const std::string& strTo) { return renameFile(strFrom.c_str(), strTo.c_str()); }
 
-bool removeFile(const std::string& strPath) { return unlink(strPath.c_str()) == 0 || isMissing(errno); }
-
-// Brings the names in a file's directory to the device. There is nothing to go back to when that fails.
-void syncDirectory(const std::string& strPath) {
-    const size_t nSlash = strPath.rfind('/');
-    const std::string strDirectory = nSlash == std::string::npos ? "." : strPath.substr(0, nSlash + 1);
-    const int fd = open(strDirectory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (fd == -1)
-        return;
-    fsync(fd);
-    close(fd);
-}
+bool remove(const std::string& strPath) { return removeFile(strPath.c_str()); }
 
 // Whether the held file stands at a path. Of a file that may not be opened nobody can tell.
 bool standsAt(const fileLock& lock, const std::string& strPath) {
@@ -156,23 +113,23 @@ bool standsAt(const fileLock& lock, const std::string& strPath) {
 
 // The document's lock is held: nobody else moves what stands at its name, unless he lost patience.
 bool deleteOld(const savedName& name, const fileLock& lock) {
-    syncDirectory(name.strName);  // its successor first
+    syncDirectoryOf(name.strName.c_str());  // its successor first
     const presence ePresence = lock.fd() != -1 ? presence::there : presenceOf(name.strName);
     if (ePresence == presence::unknown)
         return false;
-    if (ePresence == presence::there && standsAt(lock, name.strName) && !removeFile(name.strOld))
+    if (ePresence == presence::there && standsAt(lock, name.strName) && !remove(name.strOld))
         return false;
-    syncDirectory(name.strName);  // before a .new is begun
+    syncDirectoryOf(name.strName.c_str());  // before a .new is begun
     return true;
 }
 
 // The name of the three at which the document stands: the first that there is, in the order in which a saver's file
 // takes them. Null: nobody can tell.
 const std::string* standingName(const savedName& name) {
-    fileKind eNew;
-    if (!look(name.strNew, eNew))
+    fileState stateNew;
+    if (!look(name.strNew, stateNew))
         return NULL;
-    if (eNew == kindRegular)
+    if (stateNew.eKind == kindRegular)
         return &name.strNew;
     const presence ePresence = presenceOf(name.strName);
     return ePresence == presence::unknown ? NULL : ePresence == presence::there ? &name.strName : &name.strOld;
@@ -198,18 +155,19 @@ bool holdDocument(const savedName& name, fileLock& lock) {
 
 // Goes on where an exchange was cut short after its first rename.
 bool finishExchange(const savedName& name, const fileLock& lock) {
-    fileKind eOld, eNew, eName;
-    if (!look(name.strOld, eOld) || !look(name.strNew, eNew) || !look(name.strName, eName))
+    fileState stateOld, stateNew, stateName;
+    if (!look(name.strOld, stateOld) || !look(name.strNew, stateNew) || !look(name.strName, stateName))
         return false;
-    if (!isFile(eOld))
+    if (!isFile(stateOld.eKind))
         return true;
-    if (eNew == kindRegular) {
+    if (stateNew.eKind == kindRegular) {
         // A .new that is not the held file belongs to a saver that has just begun.
         if (!standsAt(lock, name.strNew))
             return true;
         if (!move(name.strNew, name.strName))
             return isMissing(errno);
-    } else if (eName == kindNone && !move(name.strOld, name.strName)) {  // nothing else is left of the document
+    } else if (stateName.eKind == kindNone &&
+               !move(name.strOld, name.strName)) {  // nothing else is left of the document
         return isMissing(errno);
     }
     return deleteOld(name, lock);
@@ -221,12 +179,12 @@ bool isDiscardedUnopened(int nError, bool bOvertake) { return nError == ELOOP ||
 
 // Removes a .new without an .old: it was never complete. A living saver's is left alone.
 bool discardNew(const savedName& name, bool bOvertake) {
-    fileKind eNew;
-    if (!look(name.strNew, eNew))
+    fileState stateNew;
+    if (!look(name.strNew, stateNew))
         return false;
     errno = EISDIR;
-    if (!isFile(eNew))
-        return eNew == kindNone;
+    if (!isFile(stateNew.eKind))
+        return stateNew.eKind == kindNone;
     fileLock lock;
     if (lock.openAt(name.strNew.c_str())) {
         if (!lock.wait(bOvertake ? maxWait : 0) && !bOvertake)
@@ -238,7 +196,7 @@ bool discardNew(const savedName& name, bool bOvertake) {
     }
     const presence ePresence = presenceOf(name.strOld);
     if (ePresence == presence::missing)
-        return removeFile(name.strNew);
+        return remove(name.strNew);
     return ePresence == presence::there;
 }
 
@@ -286,57 +244,59 @@ int readAside(const savedName& name, fileText& text) {
 
 // ---- saving
 
-// Looks at the file to be replaced: at a link's place, at what it leads to.
-bool lookAtReplaced(const savedName& name, fileKind& eKind, struct stat& state) {
-    if (!look(name.strName, eKind, state))
+// Looks at the file to be replaced. A link is one, with the mode and owner of what it leads to; a link that leads
+// nowhere counts as none.
+bool lookAtReplaced(const savedName& name, fileState& state) {
+    if (!look(name.strName, state))
         return false;
-    if (eKind != kindLink || stat(name.strName.c_str(), &state) == 0)
+    if (state.eKind != kindLink)
         return true;
-    eKind = kindNone;  // it leads nowhere
-    return isMissing(errno);
+    if (!lookThrough(name.strName.c_str(), state))
+        return false;
+    if (state.eKind != kindNone)
+        state.eKind = kindLink;
+    return true;
 }
 
 // Whether a change of mode or owner came out as it may: done, or not permitted to this process or on this file system.
-bool isTolerable(int nResult) {
-    return nResult == 0 || errno == EPERM || errno == EINVAL || errno == ENOSYS || errno == EOPNOTSUPP;
+bool isTolerable(bool bDone) {
+    return bDone || errno == EPERM || errno == EINVAL || errno == ENOSYS || errno == EOPNOTSUPP;
 }
 
-bool takeOverOwner(int fd, const struct stat& stateNew, const struct stat& stateOld, bool& bOwned) {
-    const bool bSameGroup = stateOld.st_gid == stateNew.st_gid;
-    bOwned = bSameGroup && stateOld.st_uid == stateNew.st_uid;
+bool takeOverOwner(int fd, const fileState& stateNew, const fileState& stateOld, bool& bOwned) {
+    const bool bSameGroup = stateOld.idGroup == stateNew.idGroup;
+    bOwned = bSameGroup && stateOld.idOwner == stateNew.idOwner;
     if (!bOwned) {
-        const int nResult = fchown(fd, stateOld.st_uid, stateOld.st_gid);
-        bOwned = nResult == 0;
-        if (!isTolerable(nResult))
+        bOwned = setOwner(fd, stateOld.idOwner, stateOld.idGroup);
+        if (!isTolerable(bOwned))
             return false;
     }
     // Only the owner of a file may give it to its own groups, and nobody else to anybody.
-    return bOwned || bSameGroup || isTolerable(fchown(fd, static_cast<uid_t>(-1), stateOld.st_gid));
+    return bOwned || bSameGroup || isTolerable(setGroup(fd, stateOld.idGroup));
 }
 
 // Mode and owner of the file to be replaced, as far as this process may set them.
-bool takeOverState(int fd, const struct stat& stateOld) {
-    struct stat stateNew;
+bool takeOverState(int fd, const fileState& stateOld) {
+    fileState stateNew;
     bool bOwned;
     // The owner comes first: a change of it clears special bits, which are for the old one only.
-    if (fstat(fd, &stateNew) != 0 || !takeOverOwner(fd, stateNew, stateOld, bOwned))
+    if (!lookAtOpen(fd, stateNew) || !takeOverOwner(fd, stateNew, stateOld, bOwned))
         return false;
-    const mode_t nMode = stateOld.st_mode & (bOwned ? 07777 : 0777);
-    return (stateNew.st_mode & 07777) == nMode || isTolerable(fchmod(fd, nMode));
+    const unsigned uMode = stateOld.uMode & (bOwned ? 07777 : 0777);
+    return stateNew.uMode == uMode || isTolerable(setMode(fd, uMode));
 }
 
 // Removes this saver's .new.
 void dropNew(const savedName& name, const fileLock& lock) {
     const keptError kept;
     if (lock.isAt(name.strNew.c_str()))
-        removeFile(name.strNew);
+        remove(name.strNew);
 }
 
 // Makes the .new, locked, for a document that is seen at its name. The mode is that of the umask for a first save;
 // otherwise, until it has the mode of the document that it replaces, nobody else may read a new one.
 bool makeNew(const savedName& name, fileLock& lock, bool bFirst) {
-    const int nFlags = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
-    const int fd = open(name.strNew.c_str(), nFlags, bFirst ? 0666 : 0600);
+    const int fd = createFile(name.strNew.c_str(), bFirst ? 0666 : 0600);
     if (fd == -1)
         return false;
     lock.take(fd);
@@ -358,23 +318,22 @@ enum class attempt { done, again, failed };
 attempt tryToBegin(const savedName& name, fileLock& lock) {
     if (!recover(name, true))
         return errno == EBUSY ? attempt::again : attempt::failed;
-    fileKind eReplaced;
-    struct stat stateOld;
-    if (!lookAtReplaced(name, eReplaced, stateOld))
+    fileState stateOld;
+    if (!lookAtReplaced(name, stateOld))
         return attempt::failed;
     errno = EINVAL;
-    if (!isReplaceable(eReplaced))
+    if (!isReplaceable(stateOld.eKind))
         return attempt::failed;
-    bool bReplaces = eReplaced != kindNone;
+    bool bReplaces = stateOld.eKind != kindNone;
     if (!makeNew(name, lock, !bReplaces))
         return errno == EEXIST ? attempt::again : attempt::failed;
     // While there is an .old, a .new counts as complete. Another save may have been done since the recovery.
     const presence ePresence = presenceOf(name.strOld);
     if (ePresence == presence::there)
         return attempt::again;
-    if (ePresence == presence::unknown || !lookAtReplaced(name, eReplaced, stateOld))
+    if (ePresence == presence::unknown || !lookAtReplaced(name, stateOld))
         return attempt::failed;
-    bReplaces = bReplaces || eReplaced != kindNone;
+    bReplaces = bReplaces || stateOld.eKind != kindNone;
     return !bReplaces || takeOverState(lock.fd(), stateOld) ? attempt::done : attempt::failed;
 }
 
@@ -394,14 +353,9 @@ bool beginNew(const savedName& name, fileLock& lock) {
 
 // Writes the document and brings it to the device.
 bool writeNew(int fdNew, const std::function<BOOL(chFileStdio&)>& fnExport) {
-    const int fd = fcntl(fdNew, F_DUPFD_CLOEXEC, 0);
-    FILE* const pFile = fd != -1 ? fdopen(fd, "wb") : NULL;
-    if (pFile == NULL) {
-        const keptError kept;
-        if (fd != -1)
-            close(fd);
+    FILE* const pFile = openSecondStream(fdNew, "wb");
+    if (pFile == NULL)
         return false;
-    }
     // A stream's own buffer is of a page: a document would go out in as many calls as it has pages.
     std::unique_ptr<char[]> aBuffer(new (std::nothrow) char[streamBuffer]);
     if (aBuffer != NULL)
@@ -411,7 +365,7 @@ bool writeNew(int fdNew, const std::function<BOOL(chFileStdio&)>& fnExport) {
     const bool bGood = fnExport(file) && file.IsFileOpened() && fflush(pFile) == 0 && ferror(pFile) == 0;
     if (!bGood && errno == 0)
         errno = ECANCELED;  // it gave up by itself
-    if (bGood && fsync(fd) == 0)
+    if (bGood && syncStream(pFile))
         return true;
     const keptError kept;
     file.Close();
@@ -420,42 +374,41 @@ bool writeNew(int fdNew, const std::function<BOOL(chFileStdio&)>& fnExport) {
 
 // Puts the .new in the place of the file.
 bool exchange(const savedName& name, const fileLock& lock) {
-    fileKind eReplaced;
-    if (!look(name.strName, eReplaced))
+    fileState stateReplaced;
+    if (!look(name.strName, stateReplaced))
         return false;
     errno = EINVAL;
-    if (!isReplaceable(eReplaced))
+    if (!isReplaceable(stateReplaced.eKind))
         return false;
-    errno = EBUSY;
     if (!lock.isAt(name.strNew.c_str())) {
-        if (isMissing(errno))
+        if (errno == ENOENT)
             errno = EBUSY;  // overtaken
         return false;
     }
-    const bool bReplaces = eReplaced != kindNone;
+    const bool bReplaces = stateReplaced.eKind != kindNone;
     if (bReplaces)
         move(name.strName, name.strOld);
     // A load that lost patience may have done it already.
     if (!move(name.strNew, name.strName) && !lock.isAt(name.strName.c_str())) {
         const keptError kept;
-        if (look(name.strName, eReplaced) && eReplaced == kindNone)
+        if (look(name.strName, stateReplaced) && stateReplaced.eKind == kindNone)
             move(name.strOld, name.strName);
         return false;
     }
     if (bReplaces)
         deleteOld(name, lock);
     else
-        syncDirectory(name.strName);
+        syncDirectoryOf(name.strName.c_str());
     return true;
 }
 
 // Why a save failed, for whoever reads the log.
 std::string reasonOf(const savedName& name, int nError) {
-    fileKind eKind;
+    fileState state;
     for (const std::string* pPath : {&name.strName, &name.strNew})
         if (nError == EISDIR || nError == EINVAL)
-            if (look(*pPath, eKind) && !isReplaceable(eKind))
-                return *pPath + (eKind == kindDirectory ? " is a directory" : " is no regular file");
+            if (look(*pPath, state) && !isReplaceable(state.eKind))
+                return *pPath + (state.eKind == kindDirectory ? " is a directory" : " is no regular file");
     return strerror(nError);
 }
 

@@ -19,11 +19,7 @@
 #ifndef QOR_INTERNAL_SINGLETON_H
 #define QOR_INTERNAL_SINGLETON_H
 
-#include <errno.h>
-#include <pthread.h>
 #include <stdlib.h>
-#include <sys/syscall.h>
-#include <unistd.h>
 
 #include <atomic>
 #include <new>
@@ -31,6 +27,7 @@
 #include "qor/BaseHelper/Sync.h"
 #include "qor/MiscHelper.h"
 #include "qor/TraceHelper/Report.h"
+#include "xInc/platform.h"
 
 namespace QOR_BaseHelper {
 
@@ -59,7 +56,8 @@ private:
             if (!QOR_ASSERT_IN(lpszModule, idMaker != idTask, "globle object constructting !"))
                 return nullptr;
             // In the child of a fork the maker may be a thread of the parent, which will never finish here.
-            if (!isTaskHere(idMaker) && s_idMaker.compare_exchange_strong(idMaker, idTask, std::memory_order_acq_rel))
+            if (!QOR_Platform::isTaskOfThisProcess(idMaker) &&
+                s_idMaker.compare_exchange_strong(idMaker, idTask, std::memory_order_acq_rel))
                 return make();
             if (!bWarned)
                 QOR_WARN_IN(lpszModule, pData() != nullptr, "globle object constructting !");
@@ -68,14 +66,12 @@ private:
         }
     }
 
-    static bool isTaskHere(int idTask) { return syscall(SYS_tgkill, getpid(), idTask, 0) == 0 || errno != ESRCH; }
-
     // Only ever entered by the task that s_idMaker names, which it keeps for good. Cancelled in the middle, it would
     // leave an object that nobody can make anew while the task lives.
     static T* make() {
         const chCancelGuard guard;
         if (!s_bHooked.exchange(true)) {
-            pthread_atfork(&beforeFork, nullptr, &inChild);
+            QOR_Platform::callAtFork(&beforeFork, nullptr, &inChild);
             atexit(&atEnd);
         }
         T* pObject = pData();

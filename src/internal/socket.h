@@ -7,6 +7,10 @@
 
 namespace QOR_SocketHelper {
 
+// The address of a text of four numbers; INADDR_NONE for any other text.
+in_addr parseAddress(const char* lpszIPv4);
+// The text of an address: four numbers with dots.
+QOR_StringHelper::chReferenceStringT<char> dottedText(const in_addr& addr);
 // A descriptor that is closed on exec, or -1.
 int openSocket(int nDomain, int nType, int nProtocol);
 BOOL bindSocket(int hSocket, const chSocketAddr& addr);

@@ -2,41 +2,22 @@
 #include "internal/whole_file.h"
 
 #include <errno.h>
-#include <fcntl.h>
 #include <limits.h>
-#include <sys/stat.h>
-#include <unistd.h>
+
+#include "xInc/platform.h"
 
 #define QOR_MODULE "QORFile"
 #include "internal/report.h"
 
 namespace QOR_FileHelper {
 
+using namespace QOR_Platform;
+
 namespace {
 
-// A file open for reading.
-class openedFile {
-public:
-    openedFile(const char* lpszFileName, readKind eKind) {
-        const int nFlags = O_RDONLY | O_CLOEXEC | (eKind == readDocument ? O_NONBLOCK | O_NOCTTY : 0);
-        do
-            m_fd = open(lpszFileName, nFlags);
-        while (m_fd == -1 && errno == EINTR);
-    }
-    openedFile(const openedFile&) = delete;
-    openedFile& operator=(const openedFile&) = delete;
-    ~openedFile() {
-        const int nError = errno;
-        if (m_fd != -1)
-            close(m_fd);
-        errno = nError;
-    }
-
-    int fd() const { return m_fd; }
-
-private:
-    int m_fd;
-};
+int openFor(const char* lpszFileName, readKind eKind) {
+    return eKind == readDocument ? openWithoutWaiting(lpszFileName) : openToRead(lpszFileName);
+}
 
 bool isNamed(const char* lpszFileName) {
     return QOR_ASSERT_TEXT(!QOR_StringHelper::textEMPTY(lpszFileName), "m_pFile == NULL && !textEMPTY(lpszFileName)");
@@ -44,23 +25,15 @@ bool isNamed(const char* lpszFileName) {
 
 // The size that a file says it has; files that are made while they are read say 0. -1 (errno): it is not to be read.
 long long sizeOf(int fd, readKind eKind) {
-    struct stat state;
-    if (fstat(fd, &state) != 0)
+    fileState state;
+    if (!lookAtOpen(fd, state))
         return -1;
-    if (S_ISREG(state.st_mode))
-        return state.st_size;
+    if (state.eKind == kindRegular)
+        return state.nSize;
     if (eKind == readAny)
         return 0;
-    errno = S_ISDIR(state.st_mode) ? EISDIR : EOPNOTSUPP;
+    errno = state.eKind == kindDirectory ? EISDIR : EOPNOTSUPP;
     return -1;
-}
-
-ssize_t readSome(int fd, void* p, size_t nCount) {
-    ssize_t nRead;
-    do
-        nRead = read(fd, p, nCount);
-    while (nRead == -1 && errno == EINTR);
-    return nRead;
 }
 
 long long readWhole(int fd, readKind eKind, long long nMax, const roomProvider& fnRoom) {
@@ -71,7 +44,7 @@ long long readWhole(int fd, readKind eKind, long long nMax, const roomProvider& 
     long long nRead = 0;
     while (nRoom <= nMax) {
         char* const pRoom = static_cast<char*>(fnRoom(nRoom));
-        const ssize_t nSome = readSome(fd, pRoom + nRead, static_cast<size_t>(nRoom - nRead));
+        const long nSome = readFile(fd, pRoom + nRead, static_cast<size_t>(nRoom - nRead));
         if (nSome <= 0)
             return nSome == 0 ? nRead : -1;
         nRead += nSome;
@@ -89,7 +62,7 @@ long long readWhole(int fd, readKind eKind, long long nMax, const roomProvider& 
 long long readWholeFile(const char* lpszFileName, readKind eKind, long long nMax, const roomProvider& fnRoom) {
     if (!isNamed(lpszFileName))
         return -1;
-    const openedFile file(lpszFileName, eKind);
+    const openFile file(openFor(lpszFileName, eKind));
     return file.fd() != -1 ? readWhole(file.fd(), eKind, nMax, fnRoom) : -1;
 }
 
@@ -114,7 +87,7 @@ int readWholeText(int fd, fileText& text) {
 int readWholeText(const char* lpszFileName, fileText& text) {
     if (!isNamed(lpszFileName))
         return -1;
-    const openedFile file(lpszFileName, readDocument);
+    const openFile file(openFor(lpszFileName, readDocument));
     if (file.fd() != -1)
         return readWholeText(file.fd(), text);
     text.SetArraySize(1);
@@ -123,7 +96,7 @@ int readWholeText(const char* lpszFileName, fileText& text) {
 }
 
 bool canBeRead(const char* lpszFileName) {
-    return isNamed(lpszFileName) && openedFile(lpszFileName, readDocument).fd() != -1;
+    return isNamed(lpszFileName) && openFile(openFor(lpszFileName, readDocument)).fd() != -1;
 }
 
 }  // namespace QOR_FileHelper

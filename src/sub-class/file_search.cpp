@@ -7,7 +7,6 @@
 // Most entries are files, and the directory says which, so those need no stat().
 #include <errno.h>
 #include <string.h>
-#include <sys/stat.h>
 
 #include <algorithm>
 #include <vector>
@@ -15,6 +14,7 @@
 #include "qor/BaseHelper/Directory.h"
 #include "qor/FileHelper/PathName.h"
 #include "qor/SubClass/FileSearch.h"
+#include "xInc/platform.h"
 
 namespace QOR_SubClass {
 
@@ -25,8 +25,7 @@ namespace {
 
 struct directory {
     refString strPath;
-    dev_t idDevice;
-    ino_t idNumber;
+    QOR_Platform::fileState state;
     std::vector<directory> listBelow;  // still to be searched
 };
 
@@ -35,9 +34,10 @@ public:
     fileSearch(const char* lpszFilter, BOOL bRecursive) : m_filter(lpszFilter), m_bRecursive(bRecursive) {}
 
     void run(const char* lpszDirectory) {
-        struct stat state = {};
-        QOR_MiscHelper::pathStat(lpszDirectory, &state);
-        enter({refString(lpszDirectory), state.st_dev, state.st_ino, {}});
+        QOR_Platform::fileState state;
+        if (lpszDirectory != NULL)
+            QOR_Platform::lookThrough(lpszDirectory, state);
+        enter({refString(lpszDirectory), state, {}});
         while (!m_listStack.empty())
             step();
     }
@@ -67,9 +67,8 @@ private:
     }
 
     bool isOnStack(const directory& other) const {
-        return std::any_of(m_listStack.begin(), m_listStack.end(), [&other](const directory& r) {
-            return r.idDevice == other.idDevice && r.idNumber == other.idNumber;
-        });
+        return std::any_of(m_listStack.begin(), m_listStack.end(),
+                           [&other](const directory& r) { return r.state.isSameFile(other.state); });
     }
 
     void enter(directory next) {
@@ -89,13 +88,13 @@ private:
     // Whether the entry is a directory, or may be one whose path is too long for the system.
     bool takeDirectory(directory& parent, const refString& strName) {
         const refString strPath = pathOf(parent, strName);
-        struct stat state;
-        if (!QOR_MiscHelper::pathStat(strPath, &state))
+        QOR_Platform::fileState state;
+        if (!QOR_Platform::lookThrough(strPath, state))
             return errno == ENAMETOOLONG;
-        if (!S_ISDIR(state.st_mode))
+        if (state.eKind != QOR_Platform::kindDirectory)
             return false;
         if (m_bRecursive)
-            parent.listBelow.push_back({strPath, state.st_dev, state.st_ino, {}});
+            parent.listBelow.push_back({strPath, state, {}});
         return true;
     }
 

@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "qor/BaseHelper/Sync.h"
+#include "xInc/file_lock.h"
 
 namespace QOR_BaseHelper {
 
@@ -37,7 +38,6 @@ public:
     keyFileLock() = default;
     keyFileLock(const keyFileLock&) = delete;
     keyFileLock& operator=(const keyFileLock&) = delete;
-    ~keyFileLock() { release(); }
 
     // Locks the file at the path, which is made when it is missing. On failure errno says why.
     bool lockOrCreate(const char* lpszPath);
@@ -51,10 +51,10 @@ public:
     void release();
 
 private:
-    bool openAndLock(const char* lpszPath, int nOperation);
+    bool openAndLock(const char* lpszPath, bool bWait);
 
     const chCancelGuard m_guard;
-    int m_fd = -1;
+    fileLock m_file;
 };
 
 }  // namespace QOR_BaseHelper

@@ -1,12 +1,11 @@
 // Key files. A key keeps only 16 bits of an inode number and 8 of a device, so two files can yield one key;
 // a new file is therefore compared with everything that is there before it becomes visible, and exchanged
-// for one with another inode until its keys are its own. See internal/keyfile.h for the locking.
+// for one with another inode until its keys are its own. See keyfile.h for the locking.
 #include <dirent.h>
 #include <errno.h>
 #include <fcntl.h>
 #include <stdio.h>
 #include <string.h>
-#include <sys/file.h>
 #include <sys/ipc.h>
 #include <sys/sem.h>
 #include <sys/shm.h>
@@ -17,13 +16,16 @@
 #include <string>
 #include <vector>
 
-#include "xInc/keyfile.h"
 #include "qor/BaseHelper/Sync.h"
+#include "xInc/keyfile.h"
+#include "xInc/platform.h"
 
 #define QOR_MODULE "xInc/xBaseClass"
 #include "internal/report.h"
 
 namespace QOR_BaseHelper {
+
+using namespace QOR_Platform;
 
 namespace {
 
@@ -33,49 +35,6 @@ constexpr char szNewPrefix[] = ".qor_new.";
 
 // Once every value of the 16 bits has been tried, another file cannot help.
 constexpr int maxNewFile = 0x10000;
-
-int lockFile(int fd, int nOperation = LOCK_EX) {
-    int nResult;
-    do
-        nResult = flock(fd, nOperation);
-    while (nResult == -1 && errno == EINTR);
-    return nResult;
-}
-
-// A forked child may hold a copy of the descriptor, so closing it alone would not unlock it.
-void unlockFile(int fd) {
-    const int nError = errno;
-    flock(fd, LOCK_UN);
-    close(fd);
-    errno = nError;
-}
-
-bool isSameFile(const struct stat& a, const struct stat& b) { return a.st_ino == b.st_ino && a.st_dev == b.st_dev; }
-
-// A directory, locked against other creators.
-class directoryLock {
-public:
-    ~directoryLock() { release(); }
-
-    bool open(const char* lpszPath) {
-        m_fd = ::open(lpszPath, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-        return m_fd != -1 && fstat(m_fd, &m_stat) == 0;
-    }
-    bool lock() { return lockFile(m_fd) == 0; }
-    void release() {
-        if (m_fd != -1)
-            unlockFile(m_fd);
-        m_fd = -1;
-    }
-    int fd() const { return m_fd; }
-    bool isSame(const directoryLock& other) const {
-        return m_fd != -1 && other.m_fd != -1 && isSameFile(m_stat, other.m_stat);
-    }
-
-private:
-    int m_fd = -1;
-    struct stat m_stat = {};
-};
 
 std::string directoryOf(const std::string& strPath) {
     const size_t nPos = strPath.rfind('/');
@@ -163,11 +122,6 @@ bool publishFile(int fdDirectory, const char* lpszName, const char* lpszPath) {
     return (errno == EPERM || errno == EOPNOTSUPP) && renameat(fdDirectory, lpszName, AT_FDCWD, lpszPath) == 0;
 }
 
-bool isMissing(const char* lpszPath) {
-    struct stat statFile;
-    return lstat(lpszPath, &statFile) != 0 && (errno == ENOENT || errno == ENOTDIR);
-}
-
 }  // namespace
 
 std::string keyFilePath(const std::string& strName) {
@@ -181,66 +135,67 @@ std::vector<std::string> listKeyFiles(const char* lpszPrefix) {
     return arrName;
 }
 
-bool createKeyFile(const char* lpszPath) {
-    const chCancelGuard guard;
-    const std::string strDirectory = directoryOf(lpszPath);
-    directoryLock lockKeys, lockOwn;
-    if (!lockOwn.open(strDirectory.c_str()))
-        return false;
-    if (lockKeys.open(szKeyDirectory) && !lockKeys.lock())
-        return false;
-    if (!lockKeys.isSame(lockOwn) && !lockOwn.lock())
-        return false;
-    errno = 0;
-    if (!isMissing(lpszPath))
-        return errno == 0;  // another error leaves open whether the file is there, and it is not replaced
-    removeLeftOver(strDirectory, lockOwn.fd());
+namespace {
+
+// Makes the key file, which is missing, in a directory that is held locked.
+bool makeKeyFile(const char* lpszPath, const std::string& strDirectory, int fdDirectory) {
+    removeLeftOver(strDirectory, fdDirectory);
     std::vector<std::string> arrName;
-    const bool bResult = makeFreeFile(strDirectory, lockOwn.fd(), arrName) &&
-                         publishFile(lockOwn.fd(), arrName.back().c_str(), lpszPath);
-    const int nError = errno;
+    const bool bResult =
+        makeFreeFile(strDirectory, fdDirectory, arrName) && publishFile(fdDirectory, arrName.back().c_str(), lpszPath);
+    const keptError kept;
     for (const std::string& strName : arrName)
-        unlinkat(lockOwn.fd(), strName.c_str(), 0);
-    errno = nError;
+        unlinkat(fdDirectory, strName.c_str(), 0);
     return bResult;
 }
 
-bool keyFileLock::openAndLock(const char* lpszPath, int nOperation) {
-    for (;;) {
-        const int fd = open(lpszPath, O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
-        if (fd == -1)
-            return false;
-        struct stat statLocked, statPath;
-        if (lockFile(fd, nOperation) != 0 || fstat(fd, &statLocked) != 0) {
-            unlockFile(fd);
-            return false;
-        }
-        if (lstat(lpszPath, &statPath) == 0 && isSameFile(statLocked, statPath)) {
-            m_fd = fd;
+}  // namespace
+
+bool createKeyFile(const char* lpszPath) {
+    const chCancelGuard guard;
+    const std::string strDirectory = directoryOf(lpszPath);
+    fileLock lockKeys, lockOwn;
+    fileState state, stateOwn;
+    if (!lockOwn.openDirectory(strDirectory.c_str()) || !lookAtOpen(lockOwn.fd(), stateOwn))
+        return false;
+    const bool bKeys = lockKeys.openDirectory(szKeyDirectory) && lookAtOpen(lockKeys.fd(), state);
+    if (bKeys && !lockKeys.lock())
+        return false;
+    // Whoever locked one directory twice would wait for himself.
+    if (!(bKeys && state.isSameFile(stateOwn)) && !lockOwn.lock())
+        return false;
+    // A path of which nobody can tell what is there is not replaced.
+    if (!lookAt(lpszPath, state))
+        return false;
+    return state.eKind != kindNone || makeKeyFile(lpszPath, strDirectory, lockOwn.fd());
+}
+
+// The file may be removed, and another one made, while this one waits for its lock: then the next one is tried. When
+// nobody can tell what is at the path, trying again would not end.
+bool keyFileLock::openAndLock(const char* lpszPath, bool bWait) {
+    while (m_file.openAt(lpszPath) && (bWait ? m_file.lock() : m_file.tryLock())) {
+        if (m_file.isAt(lpszPath))
             return true;
-        }
-        // Somebody removed the file while this one waited for its lock.
-        unlockFile(fd);
+        if (errno != ENOENT)
+            break;
     }
+    m_file.release();
+    return false;
 }
 
 bool keyFileLock::lockOrCreate(const char* lpszPath) {
-    while (!openAndLock(lpszPath, LOCK_EX)) {
+    while (!openAndLock(lpszPath, true)) {
         if (errno != ENOENT || !createKeyFile(lpszPath))
             return false;
     }
     return true;
 }
 
-bool keyFileLock::lockExisting(const char* lpszPath) { return openAndLock(lpszPath, LOCK_EX); }
+bool keyFileLock::lockExisting(const char* lpszPath) { return openAndLock(lpszPath, true); }
 
-bool keyFileLock::tryExisting(const char* lpszPath) { return openAndLock(lpszPath, LOCK_EX | LOCK_NB); }
+bool keyFileLock::tryExisting(const char* lpszPath) { return openAndLock(lpszPath, false); }
 
-void keyFileLock::release() {
-    if (m_fd != -1)
-        unlockFile(m_fd);
-    m_fd = -1;
-}
+void keyFileLock::release() { m_file.release(); }
 
 void xFileKey::SetKeyFile(const char* lpszName) {
     m_strKeyFile.Clear();

@@ -12,7 +12,7 @@
 
 #define QOR_MODULE "xInc/xBaseClass"
 #include "internal/report.h"
-#include "internal/tick.h"
+#include "xInc/tick.h"
 
 extern "C" {
 QOR_API BOOL nameHelperLock(void);

@@ -7,7 +7,6 @@
 #include <string.h>
 #include <sys/ipc.h>
 #include <sys/sem.h>
-#include <sys/syscall.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -115,10 +114,6 @@ void sweepDeadTaskEvents() {
         if (strName == taskEventName(idTask).szName && !QOR_MiscHelper::qorIsValidTaskID(idTask))
             destroyDeadTaskEvent(idTask);
     }
-}
-
-bool isTaskOfThisProcess(int idTask) {
-    return idTask > 0 && (syscall(SYS_tgkill, getpid(), idTask, 0) == 0 || errno != ESRCH);
 }
 
 unsigned long long getMonotonicMicrosecond() {

@@ -10,9 +10,6 @@ struct taskEventName {
     char szName[32];
 };
 
-// Whether a task is a thread of this process. A thread that was joined may count for an instant more.
-bool isTaskOfThisProcess(int idTask);
-
 // Removes a dead task's wake-up event from the device, with its key file; leaves that of a live one alone.
 void destroyDeadTaskEvent(int idTask);
 

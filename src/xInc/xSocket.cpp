@@ -14,27 +14,15 @@
 
 #include "internal/socket.h"
 #include "qor/SocketHelper/System.h"
+#include "xInc/platform.h"
 
 namespace QOR_SocketHelper {
+
+using QOR_Platform::retryOnEintr;
 
 namespace {
 
 typedef QOR_StringHelper::chReferenceStringT<char> text;
-
-template <class Call>
-int overSignals(Call call) {
-    int nResult = 0;
-    do {
-        nResult = static_cast<int>(call());
-    } while (nResult == -1 && errno == EINTR);
-    return nResult;
-}
-
-text dottedText(const in_addr& addr) {
-    char sz[INET_ADDRSTRLEN] = "";
-    inet_ntop(AF_INET, &addr, sz, sizeof(sz));
-    return text(sz, -1);
-}
 
 // The entry's texts and addresses lie in the buffer.
 hostent* findHost(const char* lpszHost, hostent& entry, std::vector<char>& arrBuffer) {
@@ -111,7 +99,7 @@ BOOL sockAsyncConnect(int hSocket, const sockaddr* pAddr, int nTimeout) {
 int sockAccept(int hSocket, sockaddr* pAddr, int* pAddrSize) {
     socklen_t nSize = pAddrSize != NULL ? static_cast<socklen_t>(*pAddrSize) : 0;
     socklen_t* pSize = pAddrSize != NULL ? &nSize : NULL;
-    const int hNew = overSignals([&] { return accept4(hSocket, pAddr, pSize, SOCK_CLOEXEC); });
+    const int hNew = retryOnEintr([&] { return accept4(hSocket, pAddr, pSize, SOCK_CLOEXEC); });
     if (pAddrSize != NULL)
         *pAddrSize = static_cast<int>(nSize);
     return hNew;
@@ -127,26 +115,39 @@ int sockPeekRecvLength(int hSocket) {
 int sockRecvFrom(int hSocket, void* pBuffer, int nSize, int nFlags, sockaddr* pAddr, int* pAddrSize) {
     socklen_t nAddrSize = pAddrSize != NULL ? static_cast<socklen_t>(*pAddrSize) : 0;
     socklen_t* pSize = pAddrSize != NULL ? &nAddrSize : NULL;
-    const int nResult =
-        overSignals([&] { return recvfrom(hSocket, pBuffer, static_cast<size_t>(nSize), nFlags, pAddr, pSize); });
+    const ssize_t nResult =
+        retryOnEintr([&] { return recvfrom(hSocket, pBuffer, static_cast<size_t>(nSize), nFlags, pAddr, pSize); });
     if (pAddrSize != NULL)
         *pAddrSize = static_cast<int>(nAddrSize);
-    return nResult;
+    return static_cast<int>(nResult);
 }
 
 int sockSendTo(int hSocket, const void* pBuffer, int nSize, int nFlags, const sockaddr* pAddr, int nAddrSize) {
-    return overSignals([&] {
+    return static_cast<int>(retryOnEintr([&] {
         return sendto(hSocket, pBuffer, static_cast<size_t>(nSize), nFlags | MSG_NOSIGNAL, pAddr,
                       static_cast<socklen_t>(nAddrSize));
-    });
+    }));
 }
 
 int sockRecv(int hSocket, void* pBuffer, int nSize, int nFlags) {
-    return overSignals([&] { return recv(hSocket, pBuffer, static_cast<size_t>(nSize), nFlags); });
+    return static_cast<int>(retryOnEintr([&] { return recv(hSocket, pBuffer, static_cast<size_t>(nSize), nFlags); }));
 }
 
 int sockSend(int hSocket, const void* pBuffer, int nSize, int nFlags) {
-    return overSignals([&] { return send(hSocket, pBuffer, static_cast<size_t>(nSize), nFlags | MSG_NOSIGNAL); });
+    return static_cast<int>(
+        retryOnEintr([&] { return send(hSocket, pBuffer, static_cast<size_t>(nSize), nFlags | MSG_NOSIGNAL); }));
+}
+
+in_addr parseAddress(const char* lpszIPv4) {
+    in_addr addr;
+    addr.s_addr = inet_addr(lpszIPv4);
+    return addr;
+}
+
+text dottedText(const in_addr& addr) {
+    char sz[INET_ADDRSTRLEN] = "";
+    inet_ntop(AF_INET, &addr, sz, sizeof(sz));
+    return text(sz, -1);
 }
 
 int openSocket(int nDomain, int nType, int nProtocol) { return socket(nDomain, nType | SOCK_CLOEXEC, nProtocol); }
@@ -168,7 +169,7 @@ int sendPieces(int hSocket, const void* pHead, int nHead, const void* pBody, int
     msghdr message = {};
     message.msg_iov = arrPiece;
     message.msg_iovlen = 2;
-    return overSignals([&] { return sendmsg(hSocket, &message, MSG_NOSIGNAL); });
+    return static_cast<int>(retryOnEintr([&] { return sendmsg(hSocket, &message, MSG_NOSIGNAL); }));
 }
 
 bool wouldBlock() { return errno == EAGAIN || errno == EWOULDBLOCK; }

@@ -29,6 +29,7 @@ enum linkDeath { neverDie, dieBeforeLink, dieAfterLink };
 linkDeath s_linkDeath = neverDie;
 int s_nLinkError = 0;
 int s_nDirectoryError = 0;  // why the kernel tells nothing about a directory that is open
+int s_nPathError = 0;       // why the kernel tells nothing about a path
 }  // namespace
 
 extern "C" int fstat(int fd, struct stat* pState) noexcept {
@@ -37,6 +38,14 @@ extern "C" int fstat(int fd, struct stat* pState) noexcept {
     if (nResult != 0 || s_nDirectoryError == 0 || !S_ISDIR(pState->st_mode))
         return nResult;
     errno = s_nDirectoryError;
+    return -1;
+}
+
+extern "C" int lstat(const char* lpszPath, struct stat* pState) noexcept {
+    static auto* const next = systemCall<int(const char*, struct stat*)>({"__lstat64_time64", "lstat64", "lstat"});
+    if (s_nPathError == 0)
+        return next(lpszPath, pState);
+    errno = s_nPathError;
     return -1;
 }
 
@@ -197,6 +206,18 @@ TEST_F(KeyFile, AFileWithoutAKeyIsFatal) {
         testing::KilledBySignal(SIGABRT),
         "warning: .* ftok \\[/tmp/qor_key_none\\] fail: Value too large for defined data "
         "type\n.*\\[xInc/xBaseClass:[0-9]+\\] FALSE ");
+}
+
+TEST_F(KeyFile, AFileOfWhichNobodyCanTellWhereItStandsIsFatalAndNotTriedForEver) {
+    open("key_unseen", 'm');
+    EXPECT_EXIT(
+        {
+            watch("opener");
+            s_nPathError = EIO;
+            open("key_unseen", 'm');
+        },
+        testing::KilledBySignal(SIGABRT), "Create file\\[/tmp/qor_key_unseen\\] fail: Input/output error\n");
+    EXPECT_EQ(std::vector<std::string>{"qor_key_unseen"}, names("/tmp"));
 }
 
 TEST_F(KeyFile, ADirectoryThatCannotBeToldFromAnotherIsFatalAndNotWaitedFor) {

@@ -4,7 +4,7 @@
 
 #include <thread>
 
-#include "internal/tick.h"
+#include "xInc/tick.h"
 #include "qor/flat.h"
 #include "support/clock.h"
 

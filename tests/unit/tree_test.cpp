@@ -1,9 +1,12 @@
-// The tree itself: layers, where the platform is called, sizes of files, and the two copies of the message types.
+// The tree itself: layers, where the system is called, sizes of files, and the two copies of the message types.
+#include <cxxabi.h>
+
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <map>
 #include <regex>
+#include <set>
 #include <sstream>
 
 namespace fs = std::filesystem;
@@ -33,15 +36,16 @@ std::vector<std::string> filesBelow(const char* lpszFolder) {
 int layerOf(const std::string& strFile) {
     static const std::vector<std::pair<const char*, int>> listRow = {
         {"qor/Types\\.h", 0},
+        {"xInc/platform", 0},
         {"TraceHelper/Report\\.h|QORTrace/report|internal/report\\.h", 0},
         {"ChainHelper|_chChain", 1},
         {"AllocHelper|_chAlloc|internal/arena\\.h", 2},
         {"StringHelper|_chString|internal/string_block\\.h", 3},
         {"ArrayHelper|_chArray|ListHelper|_chList", 4},
         {"MiscHelper|_chMisc|xMisc", 5},
-        {"BaseHelper|_chBaseClass|xBaseClass|xInc/keyfile|internal/(scope_lock|singleton|tick)\\.h", 6},
+        {"BaseHelper|_chBaseClass|xBaseClass|xInc/(keyfile|file_lock|tick)|internal/(scope_lock|singleton)\\.h", 6},
         {"TraceHelper|QORTrace", 7},
-        {"FileHelper|QORFile|xFile|internal/(safe_save|file_lock|whole_file|byte_string|ini_text)\\.", 8},
+        {"FileHelper|QORFile|internal/(safe_save|whole_file|byte_string|ini_text)\\.", 8},
         {"RegularExpress", 8},
         {"CodePage", 8},
         {"RegistryHelper|QORRegistry|internal/registry\\.h", 10},
@@ -78,17 +82,244 @@ TEST(Tree, TheFlatHeaderNeedsNoOther) {
     EXPECT_EQ(std::string::npos, textOf(s_pathTree / "include/qor/flat.h").find("#include \"")) << "flat.h";
 }
 
-TEST(Tree, OnlyThePlatformHalvesCallThePlatform) {
-    const std::regex call(
-        "\\b(semop|semtimedop|semget|semctl|shmget|shmat|shmdt|shmctl|ftok|pthread_create|pthread_join|clock_gettime|"
-        "gettimeofday|times|nanosleep|usleep|tcgetattr|tcsetattr|opendir|readdir|closedir|mmap|munmap|msync|flock|"
-        "accept4|recvfrom|sendmsg|sendto|getsockopt|setsockopt|gethostbyname_r|ioctl)\\(");
+std::string withoutComments(const std::string& strText) {
+    return std::regex_replace(strText, std::regex("//[^\n]*"), "");
+}
+
+// The folder of a source or private header: its module.
+std::string moduleOf(const std::string& strFile) { return fs::path(strFile).parent_path().filename().string(); }
+
+// Only xInc/platform.h and xInc/file_lock.h are the platform's face to the modules.
+bool isPrivateHeader(const std::string& strFile) {
+    return moduleOf(strFile) != "internal" && strFile != "xInc/platform.h" && strFile != "xInc/file_lock.h";
+}
+
+TEST(Tree, APrivateHeaderIsIncludedByItsModuleAlone) {
+    int nPrivate = 0;
+    for (const std::string& strFile : filesBelow("src")) {
+        const std::string strText = textOf(s_pathTree / strFile);
+        const std::regex include("#include \"([^\"]+)\"");
+        for (std::sregex_iterator it(strText.begin(), strText.end(), include), end; it != end; ++it) {
+            const std::string strIncluded = (*it)[1];
+            if (strIncluded.find("qor/") == 0 || !isPrivateHeader(strIncluded))
+                continue;
+            ++nPrivate;
+            EXPECT_EQ(moduleOf(strFile), moduleOf(strIncluded)) << strFile << " includes " << strIncluded;
+        }
+    }
+    EXPECT_GT(nPrivate, 5);
+}
+
+TEST(Tree, AHeaderOfSeveralModulesIsIncludedBySeveral) {
+    std::map<std::string, std::set<std::string>> mapUser;
+    for (const std::string& strFile : filesBelow("src")) {
+        const std::string strText = textOf(s_pathTree / strFile);
+        const std::regex include("#include \"(internal/[^\"]+)\"");
+        for (std::sregex_iterator it(strText.begin(), strText.end(), include), end; it != end; ++it)
+            mapUser[(*it)[1]].insert(moduleOf(strFile));
+    }
+    EXPECT_GT(mapUser.size(), 5u);
+    for (const auto& user : mapUser)
+        EXPECT_GT(user.second.size(), 1u) << user.first << " is used by " << *user.second.begin() << " alone";
+}
+
+// ---- the system
+
+// Headers of the C standard and, without ".h", of the C++ standard.
+bool isStandardHeader(const std::string& strHeader) {
+    static const std::regex standardC(
+        "(assert|ctype|errno|float|inttypes|limits|locale|math|setjmp|stdarg|stdbool|stddef|stdint|stdio|stdlib|string|"
+        "time|wchar|wctype)\\.h");
+    return strHeader.find('.') == std::string::npos ? strHeader.find('/') == std::string::npos && strHeader != "cxxabi"
+                                                    : std::regex_match(strHeader, standardC);
+}
+
+// Public headers whose classes hold a type of the system, or whose functions take one.
+bool needsSystemHeader(const std::string& strFile, const std::string& strHeader) {
+    static const std::set<std::pair<std::string, std::string>> setNeeded = {
+        {"BaseHelper/Console.h", "termios.h"},      {"BaseHelper/Directory.h", "dirent.h"},
+        {"BaseHelper/Select.h", "sys/time.h"},      {"BaseHelper/Sync.h", "pthread.h"},
+        {"BaseHelper/Sync.h", "sys/types.h"},       {"MiscHelper/Path.h", "sys/stat.h"},
+        {"SocketHelper/Address.h", "netinet/in.h"}, {"SocketHelper/System.h", "sys/socket.h"},
+    };
+    return setNeeded.count({fs::relative(strFile, "include/qor").string(), strHeader}) == 1;
+}
+
+TEST(Tree, OnlyThePlatformHalvesIncludeHeadersOfTheSystem) {
+    const std::regex include("#include <([^>]+)>");
+    int nHeaders = 0;
+    for (const char* lpszFolder : {"include", "src"})
+        for (const std::string& strFile : filesBelow(lpszFolder)) {
+            if (strFile.find("src/xInc/") == 0)
+                continue;
+            const std::string strText = textOf(s_pathTree / strFile);
+            for (std::sregex_iterator it(strText.begin(), strText.end(), include), end; it != end; ++it, ++nHeaders)
+                EXPECT_TRUE(isStandardHeader((*it)[1]) || needsSystemHeader(strFile, (*it)[1]))
+                    << strFile << " includes <" << (*it)[1] << ">";
+        }
+    EXPECT_GT(nHeaders, 100);
+}
+
+// ---- what the objects of the library define and call
+
+struct symbol {
+    std::string strFile;  // the source, from the tree's root
+    std::string strName;  // as the linker knows it
+    char chType;          // as nm prints it
+};
+
+const std::vector<symbol>& symbols() {
+    static const std::vector<symbol> s_listSymbol = [] {
+        std::vector<symbol> listSymbol;
+        const std::regex line("(src/[^:]+\\.cpp)\\.[a-z]+: (\\S+) ([A-Za-z])\\b");
+        std::ifstream in(QOR_SYMBOLS);
+        std::smatch match;
+        for (std::string strLine; std::getline(in, strLine);)
+            if (std::regex_search(strLine, match, line))
+                listSymbol.push_back({match[1], match[2], match[3].str()[0]});
+        return listSymbol;
+    }();
+    return s_listSymbol;
+}
+
+// Defined here, for all objects of the library and once.
+bool isDefined(const symbol& s) { return std::string("TDBRG").find(s.chType) != std::string::npos; }
+
+std::string demangled(const std::string& strName) {
+    int nStatus = 0;
+    char* const lpszName = abi::__cxa_demangle(strName.c_str(), NULL, NULL, &nStatus);
+    const std::string strResult = nStatus == 0 ? lpszName : strName;
+    free(lpszName);
+    return strResult;
+}
+
+// The clock keeps its calibration in a named block: the one step upwards, through functions that it declares itself.
+bool isTheStepUpwards(const symbol& s) {
+    return s.strFile == "src/xInc/xBaseClass-tick.cpp" &&
+           (s.strName == "nameHelperLock" || s.strName == "nameHelperUnlock" || s.strName == "nameGetSystemObject");
+}
+
+TEST(Tree, AModuleCallsOnlyWhatIsBelowIt) {
+    std::map<std::string, std::string> mapDefiner;
+    for (const symbol& s : symbols())
+        if (isDefined(s))
+            mapDefiner[s.strName] = s.strFile;
+    EXPECT_GT(mapDefiner.size(), 500u);
+    int nCalls = 0;
+    for (const symbol& s : symbols()) {
+        const auto definer = mapDefiner.find(s.strName);
+        if (s.chType != 'U' || definer == mapDefiner.end() || isTheStepUpwards(s))
+            continue;
+        ++nCalls;
+        EXPECT_LE(layerOf(definer->second), layerOf(s.strFile))
+            << s.strFile << " calls " << demangled(s.strName) << " of " << definer->second;
+    }
+    EXPECT_GT(nCalls, 500);
+}
+
+// A name of the library: its namespace, which may be none, and the class or function in it.
+struct declaredName {
+    std::string strNamespace;
+    std::string strName;
+
+    bool operator<(const declaredName& other) const {
+        return std::tie(strNamespace, strName) < std::tie(other.strNamespace, other.strName);
+    }
+};
+
+bool isIn(const std::string& strNamespace, const std::string& strText) {
+    return strNamespace == "" || strText.find("namespace " + strNamespace) != std::string::npos;
+}
+
+// The classes that a header defines, and whatever stands in front of a parenthesis there: its functions are among them.
+std::set<std::string> namesIn(const std::string& strText) {
+    static const std::regex name("\\b(?:class|struct) (?:QOR_API )?(\\w+)[^;{()]*\\{|\\b([A-Za-z_]\\w+)\\(");
+    std::set<std::string> setName;
+    for (std::sregex_iterator it(strText.begin(), strText.end(), name), end; it != end; ++it)
+        setName.insert((*it)[1].matched ? (*it)[1] : (*it)[2]);
+    return setName;
+}
+
+// Still defined by the flat interface.
+bool isYetToMove(const std::string& strName) {
+    return strName == "msgMsgQueue2HTHREAD" || strName == "msgHTHREAD2chMsgQueue" || strName == "registryFlush" ||
+           strName == "regSaveRegistryDocument";
+}
+
+TEST(Tree, AFunctionIsDefinedNoHigherThanItIsDeclared) {
+    const std::regex first("^(?:(QOR_\\w+)::)?([A-Za-z_]\\w+)");
+    std::map<declaredName, std::string> mapDefiner;
+    std::smatch match;
+    for (const symbol& s : symbols()) {
+        const std::string strName = demangled(s.strName);
+        if (s.chType == 'T' && std::regex_search(strName, match, first))
+            mapDefiner[{match[1], match[2]}] = s.strFile;
+    }
+    EXPECT_GT(mapDefiner.size(), 300u);
+    int nDeclared = 0;
+    for (const char* lpszFolder : {"include", "src"})
+        for (const std::string& strFile : filesBelow(lpszFolder)) {
+            if (strFile.back() != 'h')
+                continue;
+            const std::string strText = withoutComments(textOf(s_pathTree / strFile));
+            const std::set<std::string> setName = namesIn(strText);
+            for (const auto& definer : mapDefiner) {
+                if (setName.count(definer.first.strName) == 0 || !isIn(definer.first.strNamespace, strText))
+                    continue;
+                ++nDeclared;
+                if (isYetToMove(definer.first.strName))
+                    continue;
+                EXPECT_LE(layerOf(definer.second), layerOf(strFile))
+                    << strFile << " declares " << definer.first.strName << " of " << definer.second;
+            }
+        }
+    EXPECT_GT(nDeclared, 300);
+}
+
+// What the objects outside xInc/ may take from the C library: functions of the C standard, and what POSIX adds to them
+// for texts, times and memory.
+bool isOfTheLanguage(const std::string& strName) {
+    static const std::regex runtime("_.*");  // of the compiler, the C++ library and the sanitizers
+    static const std::regex additions(
+        "strn(len|dup)|strchrnul|str(case|ncase)cmp|newlocale|uselocale|freelocale|gmtime_r|localtime_r|posix_memalign|"
+        "bcmp|stpcpy|mempcpy");
+    static const std::regex standard(
+        "abort|atexit|exit|getenv|qsort|(c|m|re)alloc|free|ato\\w+|strto\\w+|mem(chr|cmp|cpy|move|set)|"
+        "str(cat|chr|cmp|coll|cpy|cspn|error|ftime|len|ncat|ncmp|ncpy|pbrk|rchr|spn|str|xfrm)|"
+        "(v?f?|v?s|v?sn)printf|v?f?s?scanf|f(open|close|read|write|flush|eof|error|puts|gets|putc|getc|printf|seek|"
+        "tell)"
+        "(64)?|clearerr|setvbuf|ungetc|put(s|c|char)|getc|std(in|out|err)|time|mktime|difftime|clock|"
+        "(mbr|wcr)to(wc|mb)|mb\\w+|wc\\w+|wmem\\w+|isw\\w+|tow\\w+|is(alpha|digit|space)|to(lower|upper)|"
+        "f(mod|loor|abs|max|min)f?|ceilf?|round|l?lround|trunc|rint|pow|sqrt|exp|log\\w*|modf|frexp|ldexp|sin|cos");
+    return std::regex_match(strName, runtime) || std::regex_match(strName, additions) ||
+           std::regex_match(strName, standard);
+}
+
+TEST(Tree, OnlyThePlatformHalvesCallTheSystem) {
+    std::set<std::string> setDefined;
+    for (const symbol& s : symbols())
+        if (s.chType != 'U')
+            setDefined.insert(s.strName);
+    std::set<std::string> setSystem;
+    for (const symbol& s : symbols()) {
+        if (s.chType != 'U' || setDefined.count(s.strName) == 1 || isOfTheLanguage(s.strName))
+            continue;
+        setSystem.insert(s.strName);
+        EXPECT_EQ(0u, s.strFile.find("src/xInc/")) << s.strFile << " calls " << s.strName;
+    }
+    EXPECT_EQ(1u, setSystem.count("semget"));
+    EXPECT_GT(setSystem.size(), 50u);
+}
+
+// What the compiler makes part of a source is not called, and the kernel has calls without a function.
+TEST(Tree, OnlyThePlatformHalvesNameThreadsAndSystemCalls) {
+    const std::regex named("\\b(pthread_(?!mutex_t|t\\b|rwlock_t|cond_t)\\w+|syscall|SYS_\\w+|O_[A-Z]+|S_IS[A-Z]+)\\b");
     for (const std::string& strFile : filesBelow("src")) {
         if (strFile.find("src/xInc/") == 0)
             continue;
         std::smatch match;
-        const std::string strText = std::regex_replace(textOf(s_pathTree / strFile), std::regex("//[^\n]*"), "");
-        EXPECT_FALSE(std::regex_search(strText, match, call)) << strFile << " calls " << match.str();
+        const std::string strText = withoutComments(textOf(s_pathTree / strFile));
+        EXPECT_FALSE(std::regex_search(strText, match, named)) << strFile << " names " << match.str();
     }
 }
 
@@ -101,7 +332,7 @@ TEST(Tree, NoHeaderReportsInTheNameOfTheSourceThatIncludesIt) {
             if (strFile.back() != 'h' || strFile == "src/internal/report.h")
                 continue;
             std::smatch match;
-            const std::string strText = std::regex_replace(textOf(s_pathTree / strFile), std::regex("//[^\n]*"), "");
+            const std::string strText = withoutComments(textOf(s_pathTree / strFile));
             EXPECT_FALSE(std::regex_search(strText, match, module)) << strFile << " uses " << match.str();
             ++nHeaders;
         }

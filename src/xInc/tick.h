@@ -3,8 +3,8 @@
 // The record lies in the segment of the named blocks and is read and changed under the lock of that segment.
 // m_tickLastDay is stored last: while it is (0, 0) nobody has calibrated the record yet, and a process that was
 // killed between two stores leaves a record that the next reading calibrates again.
-#ifndef QOR_INTERNAL_TICK_H
-#define QOR_INTERNAL_TICK_H
+#ifndef QOR_XINC_TICK_H
+#define QOR_XINC_TICK_H
 
 #include <stddef.h>
 

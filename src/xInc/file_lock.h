@@ -1,0 +1,50 @@
+// A file or directory held open, and the lock on it, which the kernel releases when its holder ends. Two holders of one
+// process exclude each other as well.
+#ifndef QOR_XINC_FILE_LOCK_H
+#define QOR_XINC_FILE_LOCK_H
+
+namespace QOR_BaseHelper {
+
+class fileLock {
+public:
+    fileLock() = default;
+    fileLock(const fileLock&) = delete;
+    fileLock& operator=(const fileLock&) = delete;
+    ~fileLock() { release(); }
+
+    // Takes over a descriptor, of which nothing is locked yet. What was held is released.
+    void take(int fd);
+
+    // Opens the file at a path that is no symbolic link, without locking it. False when it cannot be opened (errno).
+    bool openAt(const char* lpszPath);
+
+    // Opens a directory in the same way.
+    bool openDirectory(const char* lpszPath);
+
+    // Locks the file, waiting without limit. False on an error (errno).
+    bool lock();
+
+    // Locks the file unless somebody else has locked it, which is the error EWOULDBLOCK. False on any error (errno).
+    bool tryLock();
+
+    // Locks the file, waiting at most nTimeout milliseconds. False when somebody else still has it locked. On a file
+    // system without locks nobody else has.
+    bool wait(int nTimeout);
+
+    // Whether the path names the file. False with errno ENOENT: nothing or another file is there. False with another
+    // errno: nobody can tell.
+    bool isAt(const char* lpszPath) const;
+
+    // Unlocks and closes the file, and keeps errno.
+    void release();
+
+    // The descriptor; -1 when no file is open.
+    int fd() const { return m_fd; }
+
+private:
+    int m_fd = -1;
+};
+
+}  // namespace QOR_BaseHelper
+
+#endif

@@ -1,0 +1,139 @@
+// Files and streams.
+#include <fcntl.h>
+#include <string.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <string>
+
+#include "xInc/platform.h"
+
+namespace QOR_Platform {
+
+namespace {
+
+fileKind kindOf(const struct stat& status) {
+    return S_ISREG(status.st_mode)   ? kindRegular
+           : S_ISLNK(status.st_mode) ? kindLink
+           : S_ISDIR(status.st_mode) ? kindDirectory
+                                     : kindSpecial;
+}
+
+// Takes over the result of a look at a file.
+bool take(int nResult, const struct stat& status, fileState& state) {
+    state = fileState();
+    if (nResult != 0)
+        return false;
+    state.eKind = kindOf(status);
+    state.nSize = status.st_size;
+    state.uMode = status.st_mode & 07777;
+    state.idOwner = status.st_uid;
+    state.idGroup = status.st_gid;
+    state.uDevice = status.st_dev;
+    state.uInode = status.st_ino;
+    return true;
+}
+
+int openRetried(const char* lpszPath, int nFlags, unsigned uMode = 0) {
+    return retryOnEintr([&] { return open(lpszPath, nFlags | O_CLOEXEC, uMode); });
+}
+
+}  // namespace
+
+// ---- what stands at a path
+
+bool lookAt(const char* lpszPath, fileState& state) {
+    struct stat status;
+    return take(lstat(lpszPath, &status), status, state) || isMissing(errno);
+}
+
+bool lookThrough(const char* lpszPath, fileState& state) {
+    struct stat status;
+    return take(stat(lpszPath, &status), status, state) || isMissing(errno);
+}
+
+bool lookAtOpen(int fd, fileState& state) {
+    struct stat status;
+    return take(fstat(fd, &status), status, state);
+}
+
+bool renameFile(const char* lpszFrom, const char* lpszTo) { return rename(lpszFrom, lpszTo) == 0; }
+
+bool removeFile(const char* lpszPath) { return unlink(lpszPath) == 0 || isMissing(errno); }
+
+void syncDirectoryOf(const char* lpszPath) {
+    const char* const lpszSlash = strrchr(lpszPath, '/');
+    const std::string strDirectory = lpszSlash == NULL ? "." : std::string(lpszPath, lpszSlash + 1);
+    const openFile directory(openDirectory(strDirectory.c_str()));
+    if (directory.fd() != -1)
+        fsync(directory.fd());
+}
+
+// ---- open files
+
+int openToRead(const char* lpszPath) { return openRetried(lpszPath, O_RDONLY); }
+
+int openWithoutWaiting(const char* lpszPath) { return openRetried(lpszPath, O_RDONLY | O_NONBLOCK | O_NOCTTY); }
+
+int openUnlinked(const char* lpszPath) { return openRetried(lpszPath, O_RDONLY | O_NONBLOCK | O_NOFOLLOW); }
+
+int openDirectory(const char* lpszPath) { return openRetried(lpszPath, O_RDONLY | O_DIRECTORY); }
+
+int createFile(const char* lpszPath, unsigned uMode) {
+    return openRetried(lpszPath, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, uMode);
+}
+
+int openLogFile(const char* lpszPath, bool bEmptied) {
+    const int nFlags = O_RDWR | O_CREAT | O_APPEND | O_NOFOLLOW | O_NOCTTY | O_NONBLOCK;
+    return openRetried(lpszPath, nFlags | (bEmptied ? O_TRUNC : 0), 0666);
+}
+
+void closeFile(int fd) {
+    const keptError kept;
+    if (fd != -1)
+        close(fd);
+}
+
+long readFile(int fd, void* pBuffer, size_t nSize) {
+    return static_cast<long>(retryOnEintr([&] { return read(fd, pBuffer, nSize); }));
+}
+
+bool setMode(int fd, unsigned uMode) { return fchmod(fd, uMode) == 0; }
+
+bool setOwner(int fd, unsigned idOwner, unsigned idGroup) { return fchown(fd, idOwner, idGroup) == 0; }
+
+bool setGroup(int fd, unsigned idGroup) { return fchown(fd, static_cast<uid_t>(-1), idGroup) == 0; }
+
+// ---- streams
+
+FILE* openStream(int fd, const char* lpszMode) { return fdopen(fd, lpszMode); }
+
+FILE* openSecondStream(int fd, const char* lpszMode) {
+    const int fdSecond = fcntl(fd, F_DUPFD_CLOEXEC, 0);
+    FILE* const pFile = fdSecond != -1 ? fdopen(fdSecond, lpszMode) : NULL;
+    if (pFile == NULL)
+        closeFile(fdSecond);
+    return pFile;
+}
+
+bool syncStream(FILE* pFile) { return fflush(pFile) == 0 && fsync(fileno(pFile)) == 0; }
+
+bool setStreamLength(FILE* pFile, long long nLength) {
+    return ftruncate(fileno(pFile), static_cast<off_t>(nLength)) == 0;
+}
+
+bool seekStream(FILE* pFile, long long nOffset, int nWhence) {
+    return fseeko(pFile, static_cast<off_t>(nOffset), nWhence) == 0;
+}
+
+long long tellStream(FILE* pFile) { return ftello(pFile); }
+
+streamLock::streamLock(FILE* pFile) : m_pFile(pFile) { flockfile(m_pFile); }
+
+streamLock::~streamLock() { funlockfile(m_pFile); }
+
+long readDelimited(FILE* pFile, char*& lpszBlock, size_t& nRoom, int nDelimiter) {
+    return static_cast<long>(getdelim(&lpszBlock, &nRoom, nDelimiter, pFile));
+}
+
+}  // namespace QOR_Platform
