@@ -1,7 +1,7 @@
 // Processors, listeners, hookers, and the words by which shared records name objects and methods of this process.
 //
-// The list of live processors and its table change together under one lock, which is innermost. Both are made on first
-// use and never torn down: threads may still run when the process ends.
+// The list of live processors and its table change together under one lock. Only the table's lock is taken under it.
+// Both are made on first use and never torn down: threads may still run when the process ends.
 #include <vector>
 
 #include "QORMsgSystem/handle_table.h"

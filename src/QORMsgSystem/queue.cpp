@@ -4,7 +4,7 @@
 // descending order of priority, equal ones in order of arrival; every record is one cell of the segment's pool, with
 // its chain node first. A record is complete before it is linked, and unlinked before its cell is freed.
 //
-// Lock order: the share segment's mutex, then the process lock (inside the events of ghosts).
+// Lock order: the share segment's mutex, then the locks on the key files of dead tasks' events.
 #include "QORMsgSystem/queue.h"
 
 #include <string.h>

@@ -1,6 +1,7 @@
 // Registering and unregistering the calling thread, and the registered threads of this process.
 //
-// Lock order: the share segment's mutex, then the process lock m_csLocal, which is innermost.
+// Lock order: the share segment's mutex, then the process lock m_csLocal, then the locks on key files, under which
+// events are opened.
 //
 // A registering task renews its own event inside the hold in which it takes its queue. Events of dead tasks are
 // destroyed under the lock on their key file, under which it is asked once more whether the task is dead; so no sweep

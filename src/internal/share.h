@@ -11,7 +11,8 @@ inline uCSystemShareHelper& share() { return *uCSystemShareHelpergetGlobalObject
 
 inline chProcessLocal& process() { return share().GetProcessLocal(); }
 
-// The lock of the process's threads and events, for a scope. It is innermost: nobody takes a segment's lock meanwhile.
+// The lock of the process's threads and events, for a scope. No segment's lock is taken under it; only the locks on key
+// files are, when an event is opened.
 class processHold : public scopeLock<QOR_BaseHelper::chCriticalSection> {
 public:
     using scopeLock::scopeLock;

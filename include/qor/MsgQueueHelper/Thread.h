@@ -253,8 +253,8 @@ private:
     BOOL m_bLeftOrphan;  // a sender may never have closed what this thread has finished
 };
 
-/// The registered threads of this process and the wake-up events that it has opened. Any thread may call it; its
-/// lock is innermost: no segment's mutex is taken while it is held.
+/// The registered threads of this process and the wake-up events that it has opened. Any thread may call it. No
+/// segment's mutex is taken while its lock is held.
 class QOR_API chProcessLocal {
 public:
     chProcessLocal();

@@ -108,7 +108,7 @@ private:
     void openFile(bool bEmptied);
     void rollFile();
 
-    QOR_BaseHelper::chCriticalSection m_lock;  // innermost; nothing is locked under it
+    QOR_BaseHelper::chCriticalSection m_lock;  // nothing is locked under it
     QOR_StringHelper::chReferenceStringT<char> m_strFileName;
     int32_t m_nMaxFileSize;
     int32_t m_nMaxFileCount;
