@@ -254,7 +254,7 @@ transportMaker maker() {
 }  // namespace
 
 std::vector<transportMaker> allTransports() {
-    return {
+    std::vector<transportMaker> listTransport = {
         maker<semaphorePair>(), libraryTransport(), maker<systemQueue>(), maker<posixQueue>(), maker<socketPair>(),
 #ifdef QOR_BENCH_ZMQ
         maker<zeroQueue>(),
@@ -263,6 +263,9 @@ std::vector<transportMaker> allTransports() {
         maker<boostQueue>(),
 #endif
     };
+    for (const transportMaker& make : busTransports())
+        listTransport.push_back(make);
+    return listTransport;
 }
 
 }  // namespace bench
