@@ -736,6 +736,14 @@ TEST_F(DamagedPool, AWildAreaIsFatalForEveryOperation) {
         expectBroken(1, nOffset);
 }
 
+TEST_F(DamagedPool, ALinkedCellThatIsMarkedAsUsedIsFatal) {
+    m_pBlock->pool.begin_cell()->set_cell_free(false);
+    EXPECT_FATAL(m_pBlock->pool.alloc(8), "broken share pool");
+    EXPECT_FATAL(m_pBlock->pool.find_big_enough_cell(8), "broken share pool");
+    m_pBlock->pool.begin_cell()->set_cell_free(true);
+    m_pBlock->handle.free(m_pBlock->handle.alloc(8));
+}
+
 TEST_F(DamagedPool, AHandleThatLeadsOutOfTheSegmentIsFatal) {
     const int32_t nOffset = static_cast<int32_t>(m_segment.size()) - 16 - 12;
     memcpy(m_segment.begin() + 16, &nOffset, sizeof(nOffset));
