@@ -1,20 +1,20 @@
 /// @file
-/// Allocators: fixed-size nodes on the heap or in a given area, and variable-size cells of a pool.
+/// Allocators: nodes of one size on the heap or in a given area, and cells of any size in a pool.
 ///
-/// - baseDynamicNodeAlloc hands out nodes from heap blocks that are kept until cleanup_nodes().
-/// - baseStaticNodeAlloc hands out the nodes of the area that it stands in front of.
-/// - baseStaticPoolAlloc carves cells of any size from one area, first fit; it may lie in shared memory, and then any
-///   process that maps the segment allocates and frees, under the segment's lock.
-/// - baseSharePoolAlloc is a one-word handle onto such a pool, itself fit for shared memory.
-/// - baseDymicPoolAlloc is the heap with the same operation names.
+/// - baseDynamicNodeAlloc allocates nodes from heap blocks, which it keeps until cleanup_nodes().
+/// - baseStaticNodeAlloc allocates nodes from the area that directly follows it.
+/// - baseStaticPoolAlloc allocates cells of any size from one area, first fit. It may lie in shared memory; then every
+///   process that maps the segment can allocate and free, under the segment's lock.
+/// - baseSharePoolAlloc is a handle of one word for such a pool, and may lie in shared memory, too.
+/// - baseDymicPoolAlloc is the heap with the same names of operations.
 ///
-/// A pool's cells tile its area without gaps. A cell is one header word and its data; while it is free, the first eight
-/// bytes of the data link it into the chain of free cells, which is in order of addresses. Neighbours that are free are
-/// merged when a search meets them, not when they are freed.
+/// The cells of a pool tile its area without gaps. A cell consists of one header word and its data; while it is free,
+/// the first eight bytes of the data link it into the chain of free cells, which is in ascending order of addresses.
+/// Free neighbours are merged when a search meets them, not when they are freed.
 ///
 /// Exhaustion is a fatal assertion, never a null result. Nothing here locks. A process that is killed inside an
-/// operation leaves a pool that works for the others; at most the block at hand is lost. A damaged pool is the fatal
-/// assertion "broken share pool".
+/// operation leaves a pool that works for all others; at most the block that it was allocating or freeing is lost. A
+/// damaged pool is the fatal assertion "broken share pool".
 ///
 /// @code
 /// struct area { QOR_AllocHelper::baseStaticPoolAlloc pool; alignas(4) char aPool[1024]; } a;
@@ -32,26 +32,27 @@
 /// Node and pool allocators.
 namespace QOR_AllocHelper {
 
-/// Nodes of one size from heap blocks; for one thread.
+/// Nodes of one size from heap blocks. Not thread-safe.
 class QOR_API baseDynamicNodeAlloc {
 public:
     typedef QOR_ChainHelper::list_chain_pointer type_chain;  ///< what links the free nodes
 
-    /// No blocks yet.
+    /// Has no blocks yet.
     baseDynamicNodeAlloc();
     baseDynamicNodeAlloc(const baseDynamicNodeAlloc&) = delete;
     baseDynamicNodeAlloc& operator=(const baseDynamicNodeAlloc&) = delete;
-    /// cleanup_nodes().
+    /// As cleanup_nodes().
     ~baseDynamicNodeAlloc();
 
-    /// A node of nNodeSize bytes with undefined content; a new block has nRowCount of them. All calls of one allocator
-    /// give the same size. Fatal: a size below that of a link, a count not above 0.
+    /// Allocates a node of nNodeSize bytes with undefined content. If there is no free node, allocates a block of
+    /// nRowCount nodes first. All calls for one allocator pass the same size. O(1), apart from new blocks.
+    /// Fatal: a size below that of a link, a count not above 0, no memory.
     void* borrow_node(int nNodeSize, int nRowCount);
-    /// Takes a node back; it is the next to be handed out. Fatal: none is out.
+    /// Frees a node, which becomes the next to be allocated. Fatal: no node is allocated.
     void return_node(void* p);
-    /// Frees all blocks. Fatal: a node is still out.
+    /// Frees all blocks. Fatal: a node is still allocated.
     void cleanup_nodes();
-    /// Internal: makes a block of linked nodes and returns the first. Fatal: there are free nodes.
+    /// Internal: allocates a block of linked nodes and returns the first. Fatal: there are free nodes, no memory.
     void* AllocHashBlock(int nNodeSize, int nRowCount);
 
 private:
@@ -60,29 +61,29 @@ private:
     QOR_ChainHelper::pointer_chain_pNext* m_pBlockChain;
 };
 
-/// Nodes of one size in the area behind this record.
+/// Nodes of one size in the area that directly follows this record. Both may lie in shared memory.
 class QOR_API baseStaticNodeAlloc {
 public:
     typedef QOR_ChainHelper::list_chain_offset type_chain;  ///< what links the free nodes
 
-    /// Links nNodeCount nodes of sizeNode bytes, for which there is room behind this record.
+    /// Links nNodeCount nodes of sizeNode bytes each, for which the caller provides the memory after this record.
     /// Fatal: a size below that of a link, a count not above 0.
     baseStaticNodeAlloc(int sizeNode, int nNodeCount);
     baseStaticNodeAlloc(const baseStaticNodeAlloc&) = delete;
     baseStaticNodeAlloc& operator=(const baseStaticNodeAlloc&) = delete;
-    /// cleanup_nodes().
+    /// As cleanup_nodes().
     ~baseStaticNodeAlloc();
 
-    /// A node with undefined content. Fatal: all are out.
+    /// Allocates a node with undefined content. O(1). Fatal: no node is free, or the link to the next one is damaged.
     void* borrow_node();
-    /// Takes a node back. Fatal: none is out.
+    /// Frees a node. O(1). Fatal: no node is allocated.
     void return_node(void* p);
-    /// Only a check. Fatal: a node is still out.
+    /// Only checks. Fatal: a node is still allocated.
     void cleanup_nodes();
 
     /// The first free node, or null.
     type_chain* get_FirstFreeNode() const;
-    /// Stores the first free node. Fatal: it is more than 2 GiB away.
+    /// Stores the first free node; null is allowed. Fatal: it is more than 2 GiB away.
     void set_FirstFreeNode(type_chain* p);
 
 private:
@@ -92,42 +93,43 @@ private:
 
 static_assert(sizeof(baseStaticNodeAlloc) == 8, "shared layout");
 
-/// The header of a pool cell: bit 31 is set while the cell is free, the others are the distance to the next cell.
+/// The header of a pool cell: bit 31 is set while the cell is free; the other bits are the distance in bytes to the
+/// next cell.
 class poll_chain {
 public:
     /// Whether the cell is free.
     bool is_free_cell() const { return (QOR_ChainHelper::loadShareWord(m_uWord) & bitFree) != 0; }
-    /// Changes the free flag only.
+    /// Sets or clears the free flag; the length stays.
     void set_cell_free(bool bFree) {
         const uint32_t uWord = QOR_ChainHelper::loadShareWord(m_uWord);
         QOR_ChainHelper::storeShareWord(m_uWord, bFree ? uWord | bitFree : uWord & ~bitFree);
     }
     /// The cell's whole length in bytes, header included.
     uint32_t get_iOffsetRightCell() const { return QOR_ChainHelper::loadShareWord(m_uWord) & ~bitFree; }
-    /// Changes the length only.
+    /// Stores the length; the free flag stays.
     void set_iOffsetRightCell(uint32_t iOffset) {
         const uint32_t uFlag = QOR_ChainHelper::loadShareWord(m_uWord) & bitFree;
         QOR_ChainHelper::storeShareWord(m_uWord, uFlag | iOffset);
     }
-    /// Writes length and flag in one store.
+    /// Stores length and flag at once.
     void init_cell(uint32_t iOffset, bool bFree) {
         QOR_ChainHelper::storeShareWord(m_uWord, bFree ? iOffset | bitFree : iOffset);
     }
-    /// The next cell to the right, or the end of the area.
+    /// The right neighbour, or the end of the area.
     poll_chain* get_pRight() const {
         return reinterpret_cast<poll_chain*>(reinterpret_cast<uintptr_t>(this) + get_iOffsetRightCell());
     }
-    /// Stores the next cell to the right.
+    /// Stores the right neighbour; the free flag stays.
     void set_pRight(const poll_chain* p) {
         set_iOffsetRightCell(static_cast<uint32_t>(reinterpret_cast<uintptr_t>(p) - reinterpret_cast<uintptr_t>(this)));
     }
     /// The cell's data.
     void* get_pData() const { return reinterpret_cast<void*>(reinterpret_cast<uintptr_t>(this) + sizeof(poll_chain)); }
-    /// The cell of some data.
+    /// The cell whose data begin at pData.
     static poll_chain* get_pCell(const void* pData) {
         return reinterpret_cast<poll_chain*>(reinterpret_cast<uintptr_t>(pData) - sizeof(poll_chain));
     }
-    /// Usable bytes.
+    /// The size of the data in bytes.
     int get_nPoolSize() const { return static_cast<int>(get_iOffsetRightCell() - sizeof(poll_chain)); }
 
 private:
@@ -137,42 +139,45 @@ private:
 
 static_assert(sizeof(poll_chain) == 4, "shared layout");
 
-/// A first-fit pool over an area given once. Record and area move together, and may lie in shared memory.
+/// A first-fit pool in one area. This record and the area may lie in shared memory, in the same segment.
 class QOR_API baseStaticPoolAlloc {
 public:
     typedef QOR_ChainHelper::list_chain_offset type_chain;  ///< what links the free cells
 
-    /// No area yet.
+    /// Has no area yet.
     baseStaticPoolAlloc();
     baseStaticPoolAlloc(const baseStaticPoolAlloc&) = delete;
     baseStaticPoolAlloc& operator=(const baseStaticPoolAlloc&) = delete;
-    /// cleanup_pool().
+    /// As cleanup_pool(), if there is an area.
     ~baseStaticPoolAlloc();
 
-    /// Takes over a 4-aligned area of nPoolSize bytes; always true. Fatal: there is an area already, or it begins more
-    /// than 2 GiB away from this record.
+    /// Makes nPoolSize bytes at pPool, a multiple of 4, the area of the pool; once. The caller keeps the ownership of
+    /// the memory. Always returns true. Fatal: there is an area already, or pPool is more than 2 GiB away.
     bool init_pool(void* pPool, int nPoolSize);
-    /// A block of nAllocSize bytes with undefined content. Fatal: there is no room, or the pool is damaged.
+    /// Allocates a block of nAllocSize bytes with undefined content, at a multiple of 4. O(n) in the number of free
+    /// cells. Fatal: no free cell is large enough, or the pool is damaged.
     void* alloc(int nAllocSize);
-    /// Takes a block back. Fatal: it is free already, or is no block of this pool.
+    /// Frees a block. O(n) in the number of used cells up to the next free one. Fatal: it is free already, it is not a
+    /// block of this pool, or the pool is damaged.
     void free(void* p);
-    /// Merges all free neighbours and checks that everything was freed. Fatal: a block is still out.
+    /// Merges all free neighbours, then checks that every block was freed. Fatal: a block is still allocated.
     void cleanup_pool();
-    /// The bytes of all free cells, headers included; O(n) in the number of cells. One block of that size need not fit.
+    /// The bytes of all free cells, headers included. O(n) in the number of cells. They may be fragmented.
     int free_size() const;
 
-    /// Internal: takes a cell out of the chain of free cells and marks it as used.
+    /// Internal: unlinks a cell from the chain of free cells and marks it as used.
     void pop_free_cell(poll_chain* pCell);
-    /// Internal: marks a cell free and puts it into the chain of free cells, in order of addresses.
+    /// Internal: marks a cell as free and links it into the chain of free cells, in order of addresses.
     void push_free_cell(poll_chain* pCell);
-    /// Internal: the first free cell with room for nAllocSize bytes, cut to size; null when there is none. Merges the
-    /// free neighbours that it meets.
+    /// Internal: the first free cell with room for nAllocSize bytes, split to that size, or null. Merges the free
+    /// neighbours that it meets.
     poll_chain* find_big_enough_cell(int nAllocSize);
-    /// Internal: merges a free cell with its right neighbour when that is free too; whether it did.
+    /// Internal: merges a free cell with its right neighbour if that is free, too; whether it did.
     bool try_join_right_cell(poll_chain* pCell);
-    /// Internal: cuts what a free cell has beyond nAllocSize bytes into a free cell of its own, if that is enough.
+    /// Internal: splits off what a free cell has beyond nAllocSize bytes as a free cell, if that is 12 bytes or more.
+    /// Fatal: the cell is damaged or has less than nAllocSize bytes. Warns if it is not free.
     void disjoin_big_cell(poll_chain* pCell, int nAllocSize);
-    /// Internal: whether a cell and its right neighbour lie in the area; warns otherwise.
+    /// Internal: whether a cell and its right neighbour lie in the area; warns if not.
     bool is_valid_cell(const poll_chain* pCell) const;
     /// Internal: the first cell.
     poll_chain* begin_cell() const;
@@ -187,27 +192,27 @@ private:
 
 static_assert(sizeof(baseStaticPoolAlloc) == 16, "shared layout");
 
-/// A handle onto a pool of the same segment, one word.
+/// A handle of one word for a pool in the same segment.
 class QOR_API baseSharePoolAlloc {
 public:
-    /// No pool yet.
+    /// Has no pool yet.
     baseSharePoolAlloc();
     baseSharePoolAlloc(const baseSharePoolAlloc&) = delete;
     baseSharePoolAlloc& operator=(const baseSharePoolAlloc&) = delete;
-    /// Does nothing: the pool outlives any one view of it.
+    /// Does nothing: the pool outlives its handles.
     ~baseSharePoolAlloc() {}
 
-    /// set_pPool().
+    /// As set_pPool().
     void InitPool(baseStaticPoolAlloc* p) { set_pPool(p); }
-    /// Points at a pool. Fatal: it does so already, null, or a pool more than 2 GiB away.
+    /// Stores the pool; once. Fatal: there is a pool already, a null pool, or one that is more than 2 GiB away.
     void set_pPool(baseStaticPoolAlloc* p);
-    /// The pool, or null.
+    /// The pool, or null. Fatal: the handle is damaged and leads out of the segment.
     baseStaticPoolAlloc* get_pPool() const;
-    /// A block of the pool. Fatal: a size not above 0, no pool, no room.
+    /// As baseStaticPoolAlloc::alloc(). Fatal: also a size not above 0, or no pool.
     void* alloc(int nAllocSize);
-    /// baseStaticPoolAlloc::free(); without a pool, nothing.
+    /// As baseStaticPoolAlloc::free(); does nothing without a pool.
     void free(void* p);
-    /// baseStaticPoolAlloc::cleanup_pool(); without a pool, nothing.
+    /// As baseStaticPoolAlloc::cleanup_pool(); does nothing without a pool.
     void cleanup_pool();
 
 private:
@@ -216,12 +221,12 @@ private:
 
 static_assert(sizeof(baseSharePoolAlloc) == 4, "shared layout");
 
-/// The heap, with a pool's operation names.
+/// The heap, with the names of a pool's operations.
 class QOR_API baseDymicPoolAlloc {
 public:
-    /// malloc(): null when there is no room.
+    /// As malloc(): null if there is no memory.
     void* alloc(int nAllocSize);
-    /// free().
+    /// As free().
     void free(void* p);
 };
 

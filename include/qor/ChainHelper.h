@@ -1,13 +1,14 @@
 /// @file
-/// Chains: links that are embedded in the nodes of lists and trees.
+/// Chains: intrusive links, which are embedded in the nodes of lists and trees.
 ///
 /// Every link comes in two encodings. A pointer link is one machine pointer, for structures of one process. An offset
-/// link is one 32-bit word that holds the distance from itself to its target, so a structure made of offset links
-/// keeps its meaning wherever a segment is mapped, as long as the link and its target lie in the same segment. All
-/// ones means none; a distance of 0 means the link itself.
+/// link is one 32-bit word that holds the distance in bytes from itself to its target. So a structure made of offset
+/// links is valid wherever its segment is mapped, as long as each link and its target lie in the same segment. All ones
+/// means null; a distance of 0 means the link itself.
 ///
-/// In a list link pNext leads to the begin of the next link, but pPrev to the *pPrev word* of the previous one. The
-/// asymmetry is part of the shared layout; code that walks backwards goes one word back to reach a link's begin.
+/// In a list link, pNext points to the beginning of the next link, but pPrev to the *pPrev word* of the previous one.
+/// This asymmetry is part of the shared layout; code that walks backwards goes one word back to reach the beginning of
+/// a link.
 ///
 /// @code
 /// QOR_ChainHelper::list_chain_offset vRoot, vNode;
@@ -16,22 +17,22 @@
 /// QOR_ChainHelper::link_list_node(&vNode, &vRoot);   // vNode -> vRoot
 /// @endcode
 ///
-/// Nothing here locks. Read on in AllocHelper.h.
+/// Nothing here locks: the caller holds the lock of the segment. Read on in ChainHelper/CheckedChain.h.
 #ifndef QOR_CHAINHELPER_H
 #define QOR_CHAINHELPER_H
 
 #include "qor/ChainHelper/ShareWord.h"
 #include "qor/TraceHelper/Report.h"
 
-/// Intrusive links, and the words of shared memory.
+/// Intrusive links, and access to the words of shared memory.
 namespace QOR_ChainHelper {
 
-/// The self-relative pointer of shared memory: one word that holds the distance in bytes from a base to a target of the
-/// same segment, all ones for null. The base is the word itself or the record that holds it; get() and set() are given
-/// the same one.
+/// The self-relative pointer of shared memory: one word that holds the distance in bytes from a base to a target in the
+/// same segment; all ones means null. The base is the word itself or the record that contains it, and is the same for
+/// get() and set().
 class relativePointer {
 public:
-    /// The target, or null. The distance is not checked: see shareRange.
+    /// The target, or null. The distance is not checked; shareRange::holds() does that.
     void* get(const void* pBase) const {
         const int32_t nDistance = loadShareWord(m_nDistance);
         if (nDistance == nullDistance)
@@ -39,8 +40,8 @@ public:
         return reinterpret_cast<void*>(reinterpret_cast<uintptr_t>(pBase) +
                                        static_cast<uintptr_t>(static_cast<intptr_t>(nDistance)));
     }
-    /// Points at a target, or at nothing. Fatal: a target so far from the base that the word cannot hold the distance,
-    /// which two places of one segment never are; then it points at nothing.
+    /// Points to a target; null is allowed. Fatal: the word cannot hold the distance from the base to the target, which
+    /// never happens inside one segment; the pointer is null then.
     void set(const void* pBase, const void* pTarget) {
         storeShareWord(m_nDistance, pTarget == NULL ? nullDistance : distance(pBase, pTarget));
     }
@@ -74,7 +75,7 @@ static_assert(sizeof(relativePointer) == 4, "shared layout");
     private:                                                                                                \
         pointer_chain_##name* m_##name;                                                                     \
     };                                                                                                      \
-    /** A link of shared memory: the distance to another link, all ones for null. */                        \
+    /** A link of shared memory: the distance to another link; all ones means null. */                      \
     class offset_chain_##name : private relativePointer {                                                   \
     public:                                                                                                 \
         /** The target, or null. */                                                                         \
@@ -99,15 +100,15 @@ struct list_chain {
     typedef next_type chain_pNext;  ///< the first word
     typedef prev_type chain_pPrev;  ///< the second word
 
-    /// The begin of the next link, or null.
+    /// The beginning of the next link, or null.
     list_chain* get_pNext() const { return reinterpret_cast<list_chain*>(m_vNext.get_pNext()); }
     /// The pPrev word of the previous link, or null.
     prev_type* get_pPrev() const { return m_vPrev.get_pPrev(); }
-    /// Stores the next link.
+    /// Stores the next link; null is allowed.
     void set_pNext(const list_chain* p) { m_vNext.set_pNext(p != NULL ? &p->m_vNext : NULL); }
-    /// Stores the previous link, by its pPrev word.
+    /// Stores the address of the previous link's pPrev word; null is allowed.
     void set_pPrev(const list_chain* p) { m_vPrev.set_pPrev(p != NULL ? &p->m_vPrev : NULL); }
-    /// The begin of the previous link, or null.
+    /// The beginning of the previous link, or null.
     list_chain* get_pPrevNode() const {
         static_assert(offsetof(list_chain, m_vNext) == 0 && offsetof(list_chain, m_vPrev) == sizeof(next_type),
                       "pNext, then pPrev");
@@ -147,8 +148,8 @@ struct list_node_offset : list_node<T, list_chain_offset> {};
 template <class T>
 struct list_node_pointer : list_node<T, list_chain_pointer> {};
 
-/// Makes pRight the right neighbour of pLeft: pLeft's pNext and pRight's pPrev are stored, nothing else. Either may be
-/// null; linking a head to itself makes it an empty circular list.
+/// Makes pRight the right neighbour of pLeft: stores pLeft's pNext and pRight's pPrev, nothing else. Either may be
+/// null. A head that is linked to itself is an empty circular list.
 template <class chain>
 void link_list_node(chain* pLeft, chain* pRight) {
     if (pLeft != NULL)
@@ -157,15 +158,16 @@ void link_list_node(chain* pLeft, chain* pRight) {
         pRight->set_pPrev(pLeft);
 }
 
-/// Takes a node out: its neighbours are linked to each other, its links towards them become null.
-/// Fatal: a null node.
+/// Unlinks a node: links its neighbours to each other and sets its links to them to null. Nothing is checked;
+/// checkedChain does that. Fatal: a null node.
 template <class chain>
 void unlink_list_node(chain* pNode) {
     if (!QOR_ASSERT_IN("_chChain", pNode != NULL, "pNode != NULL"))
         return;
     chain* pPrev = pNode->get_pPrevNode();
     chain* pNext = pNode->get_pNext();
-    // Backwards first: readers follow the way forward, which one store bypasses.
+    // The backward link first: walks follow the forward links, and the store of pPrev's pNext removes the node from
+    // them.
     if (pNext != NULL)
         pNext->set_pPrev(pPrev);
     if (pPrev != NULL)

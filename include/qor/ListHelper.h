@@ -1,22 +1,24 @@
 /// @file
 /// Lists, sorted maps and pair lists, in the memory of one process or in a shared pool.
 ///
-/// All are circular doubly linked lists over the chains of ChainHelper.h. The dynamic forms take their nodes from heap
-/// blocks of N nodes; the pool_share forms take each node from a pool and link it by offsets, so the whole list can lie
-/// in a segment: construct it in place, then point its allocator at the segment's pool with InitPool(). What a walk
-/// meets in shared memory is checked; damage is the fatal assertion "broken share chain".
+/// All are circular doubly linked lists of the nodes of ChainHelper.h, walked and changed by CheckedChain.h. The
+/// dynamic forms allocate their nodes in heap blocks of N nodes. The pool_share forms allocate each node from a pool
+/// and link it by offsets, so that the whole list can lie in a segment: construct it in place, then give it the
+/// segment's pool by InitPool(). Links in shared memory are checked before they are followed; damage is the fatal
+/// assertion "broken share chain".
 ///
 /// @code
 /// QOR_ListHelper::chMapList_dynamic<int, int, 16> map;
 /// map[5] = 50;
-/// map[1] = 10;                                        // in front: a map is in ascending order of keys
+/// map[1] = 10;                                        // comes first: a map is in ascending order of keys
 /// for (auto it = map.begin(); it != map.end(); ++it)
 ///     use((*it).key, (*it).value);
 /// @endcode
 ///
 /// An iterator is valid until its node is erased; end() is the list's head. No container locks. A process that is
-/// killed inside an operation leaves the list as it was or as it was to be; only size() may be one behind. An iterator
-/// cannot tell that a damaged chain runs in a ring: a walk of one's own counts, or is left to find_if(), which does.
+/// killed inside an operation leaves the list either unchanged or completely changed; only size() may be off by one. An
+/// iterator does not notice that a damaged chain never comes back to the head: a loop over iterators of a shared list
+/// has to count its steps, or use find_if() or erase_if(), which do.
 #ifndef QOR_LISTHELPER_H
 #define QOR_LISTHELPER_H
 
@@ -33,7 +35,7 @@ using QOR_ChainHelper::list_chain_pointer;
 using QOR_ChainHelper::list_node_offset;
 using QOR_ChainHelper::list_node_pointer;
 
-/// A key and its value, the payload of map nodes.
+/// A key and its value: the payload of map nodes.
 template <class K, class V>
 struct pair_type {
     pair_type() : key(), value() {}
@@ -41,7 +43,7 @@ struct pair_type {
     V value;  ///< the value
 };
 
-/// The checks of a list's links, by the kind of its chain.
+/// What checkedChain checks of a list's links, by the kind of its chain.
 template <class chain>
 class listChecks;
 
@@ -74,7 +76,7 @@ public:
 template <class Node>
 using listChain = QOR_ChainHelper::checkedChain<listChecks<typename Node::chain_type>>;
 
-/// A place in a list: a node, or the head as the end.
+/// A place in a list: a node, or the head, which stands for the end.
 template <class Node>
 class list_iterator {
 public:
@@ -82,15 +84,15 @@ public:
 
     explicit list_iterator(Node* pNode = NULL) : m_pThisNode(pNode) {}
 
-    /// The node's payload. Not at the end.
+    /// The node's payload. Must not be called at the end.
     value_type& operator*() const { return checkedNode()->m_value; }
-    /// The node's payload. Not at the end.
+    /// The node's payload. Must not be called at the end.
     value_type* operator->() const { return &checkedNode()->m_value; }
-    /// To the next node.
+    /// Moves to the next node, or to the end; from the end to the first node.
     list_iterator& operator++() { return moveTo(ring().Right(m_pThisNode)); }
-    /// To the previous node.
+    /// Moves to the previous node; from the first node to the end, from the end to the last node.
     list_iterator& operator--() { return moveTo(ring().Left(m_pThisNode)); }
-    /// The place n nodes on, or -n nodes back.
+    /// The place n nodes further, or -n nodes back. O(n).
     list_iterator operator+(int n) const {
         list_iterator it = *this;
         for (; n > 0; --n)
@@ -107,7 +109,7 @@ public:
 private:
     typedef typename Node::chain_type chain_type;
 
-    // Any place of a ring can be the head of a walk. A step may lead to the list's head, which has no payload.
+    // A walk can begin at any place of a ring. A step may lead to the list's head, which has no payload.
     listChain<Node> ring() const {
         return listChain<Node>(m_pThisNode, listChecks<chain_type>(m_pThisNode, sizeof(chain_type)));
     }
@@ -115,7 +117,7 @@ private:
         m_pThisNode = reinterpret_cast<Node*>(pPlace);
         return *this;
     }
-    // The steps have checked that there is room for a link; a payload needs more.
+    // The step that led here has checked that there is room for a link; a payload needs more.
     Node* checkedNode() const {
         const listChecks<chain_type> checks(m_pThisNode, sizeof(Node));
         if (!checks.isRecord(m_pThisNode))
@@ -124,36 +126,37 @@ private:
     }
 };
 
-/// Nodes from heap blocks of N.
+/// Allocates nodes in heap blocks of N nodes.
 template <class Node, int N>
 class chAlloc_Node_dynamic : public QOR_AllocHelper::baseDynamicNodeAlloc {
 public:
     typedef Node node_type;  ///< the node's type
     static_assert(alignof(Node) <= 2 * sizeof(void*), "the heap aligns its blocks to two pointers");
 
-    /// A new node with a default payload.
+    /// Allocates a node with a default payload. Fatal: no memory.
     Node* BorrowNode() {
         char* p = static_cast<char*>(borrow_node(sizeof(Node) + 2 * sizeShift, N));
         return p != NULL ? new (p + sizeShift) Node : NULL;
     }
-    /// Destroys a node.
+    /// Destroys and frees a node.
     void ReturnNode(Node* pNode) {
         pNode->~Node();
         return_node(reinterpret_cast<char*>(pNode) - sizeShift);
     }
 
 private:
-    // A block begins with one pointer; on 32-bit, a node that holds 64-bit numbers stands another one behind.
+    // A block begins with one pointer. A node with the alignment of two, as 64-bit numbers have on 32-bit, begins one
+    // pointer later in its slot.
     static constexpr int sizeShift = alignof(Node) > sizeof(void*) ? sizeof(void*) : 0;
 };
 
-/// Nodes from a pool of the segment that the list lies in.
+/// Allocates nodes from a pool in the segment of the list.
 template <class Node>
 class chAlloc_Pool_share : public QOR_AllocHelper::baseSharePoolAlloc {
 public:
     typedef Node node_type;  ///< the node's type
 
-    /// A new node with a default payload and nExtraSize bytes behind it. Fatal: a negative size.
+    /// Allocates a node with a default payload and nExtraSize bytes after it. Fatal: a negative size, no pool, no room.
     Node* BorrowNode(int nExtraSize = 0) {
         if (!QOR_ASSERT_IN("_chList", nExtraSize >= 0, "nExtraSize >= 0"))
             return NULL;
@@ -161,7 +164,7 @@ public:
         void* p = this->alloc(nExtraSize <= nMost ? static_cast<int>(sizeof(Node)) + nExtraSize : 0x7FFFFFFF);
         return p != NULL ? new (p) Node : NULL;
     }
-    /// Destroys a node. Fatal: null.
+    /// Destroys and frees a node. Fatal: null.
     void ReturnNode(Node* pNode) {
         if (!QOR_ASSERT_IN("_chList", pNode != NULL, "pNode != NULL"))
             return;
@@ -170,7 +173,7 @@ public:
     }
 };
 
-/// The list over a node allocator.
+/// The list whose nodes Alloc allocates.
 template <class Alloc>
 class chMeth_List : public Alloc {
 public:
@@ -188,9 +191,9 @@ public:
     /// Erases every element.
     ~chMeth_List() { clear(); }
 
-    /// The number of elements.
+    /// The number of elements. O(1).
     int size() const { return QOR_ChainHelper::loadShareWord(m_nCount); }
-    /// Whether there is none; by the links, which a killed process may have left one ahead of the number.
+    /// Whether there are no elements. Looks at the links, since size() may be off by one after a process was killed.
     bool empty() const { return begin() == end(); }
     /// The first element, or end().
     iterator begin() const { return ++end(); }
@@ -198,18 +201,18 @@ public:
     iterator end() const { return iterator(reinterpret_cast<node_type*>(const_cast<chain_type*>(&m_vHead))); }
     /// The last element, or end().
     iterator tail() const { return --end(); }
-    /// The first element. The list is not empty.
+    /// The first element. The list must not be empty.
     value_type& front() const { return *begin(); }
 
-    /// Appends a copy of an element.
+    /// Appends a copy of an element. O(1).
     void push_back(const value_type& value) { insert(end(), value); }
-    /// Puts a copy of an element in front.
+    /// Inserts a copy of an element as the first one. O(1).
     void push_front(const value_type& value) { insert(begin(), value); }
-    /// Erases the last element; nothing when the list is empty.
+    /// Erases the last element; does nothing if the list is empty.
     void pop_back() { erase(tail()); }
-    /// Erases the first element; nothing when the list is empty.
+    /// Erases the first element; does nothing if the list is empty.
     void pop_front() { erase(begin()); }
-    /// Inserts a copy of an element in front of a place.
+    /// Inserts a copy of an element before a place, and returns the place of the copy.
     iterator insert(iterator it, const value_type& value) {
         node_type* pNode = this->BorrowNode();
         if (pNode == NULL)
@@ -217,12 +220,12 @@ public:
         pNode->m_value = value;
         return link_node(it, pNode);
     }
-    /// Inserts a default element in front of a place, for the caller to fill.
+    /// Inserts a default element before a place, for the caller to fill.
     value_type& alloc_insert(iterator it) { return *link_node(it, this->BorrowNode()); }
     /// Appends a default element, for the caller to fill.
     value_type& alloc_push_back() { return alloc_insert(end()); }
 
-    /// Erases the element at a place; nothing at the end or when the list is empty.
+    /// Erases the element at a place; does nothing at the end or if the list is empty. O(1).
     void erase(iterator it) {
         if (empty() || it == end())
             return;
@@ -233,41 +236,42 @@ public:
         chain.Unlink(it.m_pThisNode);
         this->ReturnNode(it.m_pThisNode);
     }
-    /// Erases the first element equal to a value; whether there was one.
+    /// Erases the first element equal to a value; whether there was one. O(n).
     bool erase_value(const value_type& value) {
         iterator it = find(value);
         const bool bFound = it != end();
         erase(it);
         return bFound;
     }
-    /// Erases the element at an address; whether it is one of the list's.
+    /// Erases the element at an address; whether the list had it. O(n).
     bool erase_value_pointer(const value_type* pValue) {
         iterator it = find_value_pointer(pValue);
         const bool bFound = it != end();
         erase(it);
         return bFound;
     }
-    /// The first element equal to a value, or end().
+    /// The first element equal to a value, or end(). O(n).
     iterator find(const value_type& value) const {
         return find_if([&value](const value_type& r) { return r == value; });
     }
-    /// The element at an address, or end(): the address is compared, never followed.
+    /// The element at an address, or end(). The address is compared, never followed. O(n).
     iterator find_value_pointer(const value_type* pValue) const {
         return find_if([pValue](const value_type& r) { return &r == pValue; });
     }
-    /// The place of an element that is one of the list's.
+    /// The place of an element of a list. O(1).
     static iterator value_pointer_2_iterator(const value_type* pValue) {
         node_type* pNull = reinterpret_cast<node_type*>(static_cast<uintptr_t>(4096));
         const uintptr_t uOffset = reinterpret_cast<uintptr_t>(&pNull->m_value) - 4096;
         return iterator(reinterpret_cast<node_type*>(reinterpret_cast<uintptr_t>(pValue) - uOffset));
     }
-    /// The first element for which fn answers true, or end().
+    /// The first element for which fn returns true, or end(). O(n).
     template <class Fn>
     iterator find_if(Fn fn) const {
         chain_type* const p = nodes().Find([&fn](chain_type* pNode) { return fn(nodeOf(pNode)->m_value); });
         return p != NULL ? iterator(nodeOf(p)) : end();
     }
-    /// Erases every element for which fn returns true.
+    /// Erases every element for which fn returns true. fn may be called several times for an element that stays: the
+    /// search begins anew after every erased one. O(n) if few are erased or all.
     template <class Fn>
     void erase_if(Fn fn) {
         nodes().Drain([&fn](chain_type* pNode) { return fn(nodeOf(pNode)->m_value); },
@@ -279,7 +283,7 @@ public:
     }
 
 protected:
-    /// Links a complete node in front of a place.
+    /// Links a complete node before a place, and returns the place of the node.
     iterator link_node(iterator it, node_type* pNode) {
         const listChain<node_type> chain = nodes();
         chain_type* const pLeft = chain.CheckedLeft(it.m_pThisNode);
@@ -300,7 +304,8 @@ private:
     chain_type m_vHead;
 };
 
-/// A map in ascending order of unique keys; look-ups are linear. K has operator< and operator!=.
+/// A map: pairs in ascending order of their keys, which are unique. Searches are O(n). Keys need operator< and
+/// operator!=.
 template <class List>
 class chMeth_MapList : public List {
 public:
@@ -308,7 +313,7 @@ public:
     typedef decltype(List::value_type::key) key_type;       ///< a key's type
     typedef decltype(List::value_type::value) mapped_type;  ///< a value's type
 
-    /// The value of a key, inserted with a default value when it is missing.
+    /// The value of a key; a missing key is inserted with a default value.
     mapped_type& operator[](const key_type& key) {
         iterator it = not_below(key);
         if (it != this->end() && !((*it).key != key))
@@ -329,7 +334,7 @@ private:
     }
 };
 
-/// An unsorted list of pairs; keys may repeat.
+/// A list of pairs in order of insertion; keys may repeat. Keys need operator!=.
 template <class List>
 class chMeth_PairList : public List {
 public:
@@ -343,26 +348,27 @@ public:
         pair.key = key;
         pair.value = value;
     }
-    /// The first pair of a key, or end().
+    /// The first pair with a key, or end(). O(n).
     typename List::iterator find_key(const key_type& key) const {
         return this->find_if([&key](const typename List::value_type& r) { return !(r.key != key); });
     }
 };
 
-/// A list of records of any size in a shared pool: each node holds an int and the record's bytes behind it.
+/// A list of records of any size in a shared pool: each node holds an int, followed by the bytes of the record.
 template <class Alloc>
 class chMeth_Cabin : public chMeth_List<Alloc> {
 public:
     typedef typename chMeth_List<Alloc>::iterator iterator;  ///< a place in the list
 
-    /// Inserts a node with nExtraSize record bytes in front of a place and returns the address of its int.
-    /// Fatal: a null place.
+    /// Inserts a node for a record of nExtraSize bytes before a place, and returns the address of its int. The bytes
+    /// are undefined. Fatal: a null place, a negative size, no room.
     int* alloc_insert(iterator it, int nExtraSize) {
         if (!QOR_ASSERT_IN("_chList", it.m_pThisNode != NULL, "it.m_pThisNode != NULL"))
             return NULL;
         return alloc_insert_filled(it, nExtraSize, NULL);
     }
-    /// alloc_insert() with the int set to nExtraSize and the record's bytes written before the node is linked.
+    /// As alloc_insert(); unless pData is null, sets the int to nExtraSize and copies the bytes of the record from
+    /// pData before the node is linked.
     int* alloc_insert_filled(iterator it, int nExtraSize, const void* pData) {
         typename Alloc::node_type* pNode = this->BorrowNode(nExtraSize);
         if (pNode == NULL)
@@ -373,7 +379,7 @@ public:
         }
         return &*this->link_node(it, pNode);
     }
-    /// The record bytes behind a node's int.
+    /// The bytes of the record whose node has its int at p.
     static void* get_value_pointer(const int* p) { return const_cast<int*>(p + 1); }
 };
 

@@ -1,5 +1,5 @@
 /// @file
-/// Free helper functions. Read Path.h and Process.h, on which the library itself lives, then Encoding.h, Wide.h and
+/// Free helper functions. Read Path.h and Process.h, which most of the library uses, then Encoding.h, Wide.h and
 /// Math.h.
 #ifndef QOR_MISCHELPER_H
 #define QOR_MISCHELPER_H

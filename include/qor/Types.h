@@ -1,9 +1,8 @@
 /// @file
-/// The plain types and the export mark that every qor header uses.
+/// The plain types and the export attribute that every qor header uses.
 ///
-/// `BOOL` results are 32-bit integers, 1 for success and 0 for failure. Members of shared records keep the
-/// widths that `wParam` (unsigned 32-bit) and `lParam` (signed 32-bit) have here, on every ABI.
-/// Read on in `TraceHelper/Report.h`, the lowest module.
+/// `BOOL` results are 32-bit integers, 1 for success and 0 for failure. `BOOL` and `UINT` have 32 bits on every ABI, as
+/// the `wParam` (unsigned) and `lParam` (signed) of messages do. Read on in `TraceHelper/Report.h`, the lowest module.
 #ifndef QOR_TYPES_H
 #define QOR_TYPES_H
 

@@ -23,7 +23,8 @@ namespace {
 
 constexpr int sizeHeader = sizeof(poll_chain);
 constexpr int sizeSmallestData = sizeof(list_chain_offset);
-constexpr int slack = sizeHeader + sizeSmallestData;  // what stays with a block rather than become a cell
+// The smallest cell. What a block has beyond its size is split off only if it is larger.
+constexpr int slack = sizeHeader + sizeSmallestData;
 
 bool failBroken() { return QOR_ASSERT_TEXT(false, "broken share pool"); }
 
@@ -40,13 +41,13 @@ struct cellArea {
     explicit cellArea(const baseStaticPoolAlloc& pool)
         : uBegin(addressOf(pool.begin_cell())), uEnd(addressOf(pool.end_cell())) {}
 
-    // Whether the segment that holds the pool's record holds the area, too.
-    bool isSound(const baseStaticPoolAlloc& pool) const {
+    // Whether the area lies in the same segment as the pool's record.
+    bool isInSegmentOf(const baseStaticPoolAlloc& pool) const {
         const shareRange range = findShareRange(&pool);
         const int32_t nSize = static_cast<int32_t>(uEnd - uBegin);
         return nSize >= 0 && (uBegin & 3u) == 0 && uBegin >= range.m_uBegin && uEnd >= uBegin && uEnd <= range.m_uEnd;
     }
-    // Whether there is a cell with room for its link, whose right neighbour does not lie beyond the end.
+    // Whether pCell lies in the area with room for a link, and its right neighbour does not begin beyond the end.
     bool holds(const poll_chain* pCell) const {
         const uintptr_t u = addressOf(pCell);
         if ((u & 3u) != 0 || u < uBegin || u >= uEnd || uEnd - u < static_cast<uintptr_t>(slack))
@@ -59,7 +60,7 @@ struct cellArea {
     uintptr_t uEnd;
 };
 
-// The records of the chain of free cells are the links in their data.
+// What checkedChain checks of the chain of free cells, whose records are the links in the cells' data.
 class freeCellChecks {
 public:
     typedef list_chain_offset chain_type;
@@ -78,12 +79,12 @@ class checkedCells {
 public:
     checkedCells(const baseStaticPoolAlloc& pool, list_chain_offset& vFreeHead)
         : m_area(pool),
-          m_bSound(m_area.isSound(pool) || failBroken()),
+          m_bValid(m_area.isInSegmentOf(pool) || failBroken()),
           m_pFreeHead(&vFreeHead),
           m_chain(&vFreeHead, freeCellChecks(m_area)) {}
 
-    // False after the fatal assertion about the area.
-    bool AreSound() const { return m_bSound; }
+    // False after the fatal assertion that the area is damaged.
+    bool AreValid() const { return m_bValid; }
     const cellArea& GetArea() const { return m_area; }
 
     // The first cell from pCell to the right for which fn returns true, or null.
@@ -99,7 +100,8 @@ public:
         }
         return NULL;
     }
-    // The first free cell with nNeed bytes. A free cell that is too small is merged with its right neighbours first.
+    // The first free cell with nNeed bytes, or null. Free cells that are too small are merged with their free right
+    // neighbours.
     poll_chain* FindFree(int nNeed) const {
         const list_chain_offset* const pLink = m_chain.Find([this, nNeed](list_chain_offset* p) {
             while (cellOf(p)->get_nPoolSize() < nNeed && JoinRight(cellOf(p))) {
@@ -122,7 +124,8 @@ public:
         pCell->set_pRight(pRight->get_pRight());
         return true;
     }
-    // Makes a free cell of what a free cell has beyond nSize bytes.
+    // Splits off what a free cell has beyond nSize bytes as another free cell, which is complete, with its links,
+    // before it is cut off.
     void Split(poll_chain* pCell, int nSize) const {
         list_chain_offset* const pRightLink = m_chain.Right(linkOf(pCell));
         if (pRightLink == NULL)
@@ -132,13 +135,13 @@ public:
         pNew->init_cell(static_cast<uint32_t>(addressOf(pCell->get_pRight()) - addressOf(pNew)), true);
         m_chain.InsertAfter(linkOf(pCell), linkOf(pNew), [pCell, pNew] { pCell->set_pRight(pNew); });
     }
-    // Takes a cell out of the chain of free cells and marks it as used.
+    // Unlinks a cell from the chain of free cells, then marks it as used.
     void Pop(poll_chain* pCell) const {
         m_chain.Unlink(linkOf(pCell));
         pCell->set_cell_free(false);
     }
-    // Marks a cell as free and links it before the next free cell to the right. One that a killed process has left
-    // outside the chain does not count.
+    // Marks a cell as free, then links it before the next free cell to the right. Free cells that a killed process has
+    // left outside the chain are skipped.
     void Push(poll_chain* pCell) const {
         list_chain_offset* pLeft = NULL;
         Find(pCell->get_pRight(), [this, &pLeft](poll_chain* p) {
@@ -153,7 +156,7 @@ public:
 
 private:
     const cellArea m_area;
-    const bool m_bSound;
+    const bool m_bValid;
     list_chain_offset* const m_pFreeHead;
     const checkedChain<freeCellChecks> m_chain;
 };
@@ -261,7 +264,7 @@ void* baseStaticNodeAlloc::borrow_node() {
         return NULL;
     }
     set_FirstFreeNode(pTmpChain->get_pNext());
-    // A damaged counter holds anything, the largest number as well.
+    // A damaged counter may have any value, also the largest.
     const uint32_t uCount = static_cast<uint32_t>(loadShareWord(m_nBorrowedCount));
     storeShareWord(m_nBorrowedCount, static_cast<int32_t>(uCount + 1));
     return pTmpChain;
@@ -339,24 +342,24 @@ bool baseStaticPoolAlloc::is_valid_cell(const poll_chain* pCell) const {
 
 void baseStaticPoolAlloc::pop_free_cell(poll_chain* pCell) {
     const checkedCells cells(*this, m_FreeCellChain);
-    if (cells.AreSound())
+    if (cells.AreValid())
         cells.Pop(pCell);
 }
 
 void baseStaticPoolAlloc::push_free_cell(poll_chain* pCell) {
     const checkedCells cells(*this, m_FreeCellChain);
-    if (cells.AreSound())
+    if (cells.AreValid())
         cells.Push(pCell);
 }
 
 bool baseStaticPoolAlloc::try_join_right_cell(poll_chain* pCell) {
     const checkedCells cells(*this, m_FreeCellChain);
-    return cells.AreSound() && cells.JoinRight(pCell);
+    return cells.AreValid() && cells.JoinRight(pCell);
 }
 
 poll_chain* baseStaticPoolAlloc::find_big_enough_cell(int nAllocSize) {
     const checkedCells cells(*this, m_FreeCellChain);
-    if (nAllocSize > 0x7FFFFFF0 || !cells.AreSound())
+    if (nAllocSize > 0x7FFFFFF0 || !cells.AreValid())
         return NULL;
     const int nNeed = roundUp4(nAllocSize > sizeSmallestData ? nAllocSize : sizeSmallestData);
     poll_chain* const pCell = cells.FindFree(nNeed);
@@ -370,7 +373,7 @@ void baseStaticPoolAlloc::disjoin_big_cell(poll_chain* pCell, int nAllocSize) {
         return;
     QOR_WARN(pCell->is_free_cell());
     const checkedCells cells(*this, m_FreeCellChain);
-    if (cells.AreSound() && pCell->get_nPoolSize() >= nAllocSize + slack)
+    if (cells.AreValid() && pCell->get_nPoolSize() >= nAllocSize + slack)
         cells.Split(pCell, nAllocSize);
 }
 
@@ -384,7 +387,7 @@ void* baseStaticPoolAlloc::alloc(int nAllocSize) {
 
 void baseStaticPoolAlloc::free(void* p) {
     const checkedCells cells(*this, m_FreeCellChain);
-    if (!cells.AreSound())
+    if (!cells.AreValid())
         return;
     poll_chain* pFreeCell = poll_chain::get_pCell(p);
     if (!cells.GetArea().holds(pFreeCell)) {
@@ -397,7 +400,7 @@ void baseStaticPoolAlloc::free(void* p) {
 
 void baseStaticPoolAlloc::cleanup_pool() {
     const checkedCells cells(*this, m_FreeCellChain);
-    if (!cells.AreSound())
+    if (!cells.AreValid())
         return;
     QOR_ASSERT_TEXT(cells.FindFree(0x7FFFFFFF) == NULL, "find_big_enough_cell(m_nPoolSize + 1) == NULL");
     if (cells.GetArea().uEnd - cells.GetArea().uBegin >= sizeof(poll_chain))
@@ -407,7 +410,7 @@ void baseStaticPoolAlloc::cleanup_pool() {
 int baseStaticPoolAlloc::free_size() const {
     const checkedCells cells(*this, const_cast<type_chain&>(m_FreeCellChain));
     uint32_t uFree = 0;
-    if (cells.AreSound())
+    if (cells.AreValid())
         cells.Find(begin_cell(), [&uFree](const poll_chain* pCell) {
             uFree += pCell->is_free_cell() ? pCell->get_iOffsetRightCell() : 0;
             return false;

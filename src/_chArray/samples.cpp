@@ -6,7 +6,7 @@ namespace QOR_ArrayHelper {
 
 namespace {
 
-// A sample as an integer, towards zero and inside the limits; 0 when it is no number.
+// A sample as an integer, truncated and clamped to the limits; 0 for NaN.
 int toInteger(double dSample, int nMin, int nMax) {
     const double d = dSample * 32767.0;
     if (d != d)
@@ -20,7 +20,7 @@ constexpr int muLawBias = 132;
 constexpr int muLawSegments = 8;
 constexpr int muLawMask = 0x7F;
 constexpr int muLawSign = 0x80;
-// Far behind the last segment: every louder sample has the same code.
+// Far above the last segment: all louder samples have the same code.
 constexpr int muLawLoudest = 0xFFFFFF;
 
 unsigned char toMuLaw(int nSample) {

@@ -1,6 +1,6 @@
-// The table of mapped segments. It is read on every walk over shared links and written only when a segment
-// is mapped or unmapped, so readers take no lock: a row is valid while its end is not zero, and its end is
-// stored last on entry and cleared first on removal.
+// The table of mapped segments. Every walk over shared links reads it, and only mapping and unmapping a segment write
+// it; so readers take no lock: a row is valid while its end is not 0, and its end is the last word stored when the row
+// is filled and the first one cleared when it is removed.
 #include "qor/ChainHelper/ShareWord.h"
 
 #include "xInc/platform.h"
@@ -18,9 +18,10 @@ struct rangeRow {
 
 rangeRow s_arrRange[maxRange];
 std::atomic<int> s_nRangeTop{0};
-std::atomic<int> s_idWriter{0};  // the process that writes
+std::atomic<int> s_idWriter{0};  // the process of the thread that writes; 0: none
 
-// Held for a few stores. The child of a fork may find it taken by a thread that only its parent has, and takes it over.
+// A spin lock, held for a few stores. In the child of a fork it may be held by a thread that only the parent has; the
+// child takes it over.
 struct writerLock {
     writerLock() {
         const int idProcess = QOR_Platform::processId();
@@ -65,7 +66,7 @@ shareRange findShareRange(const void* p) {
     for (int i = 0; i < nTop; ++i) {
         const uintptr_t uEnd = s_arrRange[i].uEnd.load(std::memory_order_acquire);
         const uintptr_t uBegin = s_arrRange[i].uBegin.load(std::memory_order_acquire);
-        // A row that is given to another segment meanwhile may have shown the end of one and the begin of the other.
+        // If the row was reused for another segment meanwhile, uEnd and uBegin may belong to different segments.
         if (u < uEnd && u >= uBegin && s_arrRange[i].uEnd.load(std::memory_order_relaxed) == uEnd)
             return {uBegin, uEnd};
     }

@@ -1,4 +1,4 @@
-// Bytes as text, and their order.
+// Encodings of bytes as text, and byte order.
 #include "qor/MiscHelper/Encoding.h"
 
 #include "internal/report.h"
@@ -18,7 +18,7 @@ bool isEncodable(const void* pData, int nCount) {
     return QOR_ASSERT((pData != NULL || nCount == 0) && nCount >= 0 && nCount <= maxEncodedSize) && nCount > 0;
 }
 
-// Prepares an array for the most bytes that a text of its length can give; whether there is a text.
+// Whether there is something to decode. Gives the array the largest size that the text can need.
 bool isDecodable(const char* lpszText, binaryArray& arr) {
     if (!QOR_ASSERT(lpszText != NULL))
         return false;
@@ -29,18 +29,18 @@ bool isDecodable(const char* lpszText, binaryArray& arr) {
     return nLength > 0;
 }
 
-text toDigits(const void* pData, int nCount, const char* lpszBehind) {
+text toDigits(const void* pData, int nCount, const char* lpszSeparator) {
     text strDigits;
     if (!isEncodable(pData, nCount))
         return strDigits;
     const unsigned char* pFrom = static_cast<const unsigned char*>(pData);
-    const int nBehind = static_cast<int>(strlen(lpszBehind));
-    char* lpszTo = strDigits.GetBuffer(nCount * (2 + nBehind));
+    const int nSeparator = static_cast<int>(strlen(lpszSeparator));
+    char* lpszTo = strDigits.GetBuffer(nCount * (2 + nSeparator));
     for (int i = 0; i < nCount; ++i) {
         *lpszTo++ = szBase16[pFrom[i] >> 4];
         *lpszTo++ = szBase16[pFrom[i] & 15];
-        memcpy(lpszTo, lpszBehind, static_cast<size_t>(nBehind));
-        lpszTo += nBehind;
+        memcpy(lpszTo, lpszSeparator, static_cast<size_t>(nSeparator));
+        lpszTo += nSeparator;
     }
     return strDigits;
 }
@@ -67,7 +67,7 @@ binaryArray fromDigits(const char* lpszText, bool bOtherEndsByte) {
     return arr;
 }
 
-// Four characters of one to three bytes.
+// Stores the four characters of one to three bytes.
 void putGroup(char* lpszTo, const unsigned char* pFrom, int nBytes) {
     const unsigned uSecond = nBytes > 1 ? pFrom[1] : 0, uThird = nBytes > 2 ? pFrom[2] : 0;
     const unsigned uGroup = static_cast<unsigned>(pFrom[0]) << 16 | uSecond << 8 | uThird;

@@ -10,7 +10,7 @@ namespace QOR_MiscHelper {
 
 namespace {
 
-// Towards zero; what an int cannot hold would be undefined.
+// Truncates. Converting a double that an int cannot hold would be undefined.
 int truncate(double dValue) {
     if (dValue != dValue)
         return 0;

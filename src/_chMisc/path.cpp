@@ -37,7 +37,7 @@ std::vector<std::string> splitNormalised(const char* lpszPath) {
     return listPart;
 }
 
-// How long pathAppend() makes a text.
+// The length of the result of pathAppend().
 size_t joinedLength(const char* lpszPath, const char* lpszMore) {
     const size_t nLength = strlen(lpszPath);
     const bool bSeparator = nLength > 0 && !isSeparator(lpszPath[nLength - 1]);
@@ -117,7 +117,7 @@ void pathAppend(char* lpszPath, const char* lpszMore) {
         return;
     if (isSeparator(*lpszMore))
         ++lpszMore;
-    // The path itself may be what is appended: measured before its NUL is gone.
+    // lpszMore may be part of the path, so both lengths are taken before the NUL is overwritten.
     const size_t nLength = strlen(lpszPath), nMore = strlen(lpszMore);
     char* lpszTo = lpszPath + nLength;
     if (nLength > 0 && !isSeparator(lpszTo[-1]))

@@ -1,5 +1,5 @@
-// The standard wide-character routines for 16-bit text. What reads numbers and formats hands single words and
-// conversions to the C library, unit by unit as wide characters, so that places stay the same.
+// The standard wide-character functions for 16-bit text. Functions that read pass single words and conversions to the C
+// library, with each unit as one wide character, so that positions are the same in both.
 #include <errno.h>
 #include <limits.h>
 #include <stdio.h>
@@ -32,7 +32,7 @@ int compareFolded(const unsigned short* lpszText1, const unsigned short* lpszTex
     return 0;
 }
 
-// White space and the word behind it: no number is longer.
+// Leading white space and the first word; no number is longer.
 std::wstring firstWord(const unsigned short* lpsz) {
     std::wstring str;
     for (; iswspace(*lpsz); ++lpsz)
@@ -53,7 +53,7 @@ bool isOneOf(unsigned short ch, const char* lpszSet) {
 
 // ---- formats
 
-// The string conversions of the standard in the spelling of this library's formatting, where %s is 16-bit text.
+// A standard format in the spelling of chVsprintf(), where %s is 16-bit text.
 std::basic_string<unsigned short> formatForString(const unsigned short* lpszFormat) {
     std::basic_string<unsigned short> strFormat;
     while (*lpszFormat != 0) {
@@ -72,11 +72,11 @@ std::basic_string<unsigned short> formatForString(const unsigned short* lpszForm
     return strFormat;
 }
 
-// Literal characters of a format of reading, and at most one conversion behind them.
+// A part of a format for reading: literal characters, followed by at most one conversion.
 struct directive {
     std::wstring strLiteral;     // white space and characters to match
-    std::wstring strConversion;  // "%" and what is left to the C library, or empty
-    bool bStores = false;        // whether it takes an argument
+    std::wstring strConversion;  // the conversion for the C library, or empty
+    bool bStores = false;        // whether there is an argument for it
     bool bWideText = false;      // whether that is 16-bit text
     bool bValid = true;
     std::wstring strLength;
@@ -98,7 +98,7 @@ const unsigned short* takeSet(const unsigned short* lpsz, directive& d) {
     return lpsz + 1;
 }
 
-// The conversion behind a '%'.
+// Parses the conversion after a '%'.
 const unsigned short* takeConversion(const unsigned short* lpsz, directive& d) {
     d.strConversion = L"%";
     d.bStores = *lpsz != '*';
@@ -128,7 +128,7 @@ const unsigned short* takeDirective(const unsigned short* lpsz, directive& d) {
     return lpsz;
 }
 
-// Stores a count of characters in an integer of the width that was asked for.
+// Stores a number of characters in an integer of the width that the modifiers select.
 void storeCount(const std::wstring& strLength, void* p, int nCount) {
     if (strLength == L"hh")
         *static_cast<signed char*>(p) = static_cast<signed char>(nCount);
@@ -142,7 +142,7 @@ void storeCount(const std::wstring& strLength, void* p, int nCount) {
         *static_cast<long*>(p) = nCount;
 }
 
-// A text that is being read.
+// A text, and how far it has been read.
 struct reading {
     std::wstring str;
     size_t nPlace = 0;
@@ -151,7 +151,7 @@ struct reading {
     const wchar_t* rest() const { return str.c_str() + nPlace; }
 };
 
-// Reads one directive; 1 when all of it matched, else what the C library answered.
+// Reads one directive; 1 if all of it matched, else the result of the C library.
 int readDirective(reading& in, const directive& d, void* pArgument) {
     int nTaken = -1;
     int nResult = 0;
@@ -173,7 +173,7 @@ int readDirective(reading& in, const directive& d, void* pArgument) {
     return 1;
 }
 
-// The C library stores wide characters; they go to the user's buffer as units.
+// As readDirective(), for a conversion whose wide characters are stored as 16-bit text.
 int readWideText(reading& in, const directive& d, unsigned short* pTo) {
     std::wstring strText(in.str.size() - in.nPlace + 1, L'\0');
     const int nResult = readDirective(in, d, &strText[0]);
@@ -192,7 +192,7 @@ int scan(reading& in, const unsigned short* lpszFormat, va_list args) {
         lpszFormat = takeDirective(lpszFormat, d);
         if (!d.bValid)
             return in.nStored;
-        // All kinds of pointers are passed alike.
+        // Pointers of all types are passed in the same way.
         void* const pArgument = d.bStores ? va_arg(args, void*) : NULL;
         const int nResult = d.bWideText && d.bStores ? readWideText(in, d, static_cast<unsigned short*>(pArgument))
                                                      : readDirective(in, d, pArgument);

@@ -1,5 +1,5 @@
 // Conversion between 16-bit and 8-bit text. Multibyte text is converted by the C library, one character at a time and
-// from its initial state, so that nothing is kept between calls.
+// from the initial shift state, so that no state is kept between calls.
 #include "qor/MiscHelper/Wide.h"
 
 #include <errno.h>
@@ -19,10 +19,10 @@ typedef QOR_StringHelper::chReferenceStringT<unsigned short> textW;
 constexpr uint32_t replacement = 0xFFFD;
 constexpr uint32_t notCharacter = 0xFFFFFFFF;
 
-// The longest text that is converted; its longest result is three times as long.
+// The maximum length of a text; its conversion is at most three times as long.
 constexpr int maxLength = 0x08000000;
 
-// The length of a text of at most nLength characters, all of it for -1.
+// The length of a text up to its NUL, at most nLength characters; -1 means without that limit.
 template <class T>
 int lengthOf(const T* lpsz, int nLength) {
     const size_t nMax = nLength < 0 ? static_cast<size_t>(maxLength) + 1 : static_cast<size_t>(nLength);
@@ -32,12 +32,12 @@ int lengthOf(const T* lpsz, int nLength) {
     return QOR_ASSERT_TEXT(n <= static_cast<size_t>(maxLength), "nLength <= maxLength") ? static_cast<int>(n) : 0;
 }
 
-// ---- UTF-16, by chapter 3.9 of the Unicode Standard
+// ---- UTF-16, section 3.9 of the Unicode Standard
 
 bool isHighUnit(uint32_t u) { return (u & 0xFFFFFC00) == 0xD800; }
 bool isLowUnit(uint32_t u) { return (u & 0xFFFFFC00) == 0xDC00; }
 
-// Takes the character at p, before pEnd: half a pair is one unit long and no character.
+// Decodes the character at p and advances p. An unpaired surrogate is one unit long and not a character.
 uint32_t takeCharacter(const unsigned short*& p, const unsigned short* pEnd) {
     const uint32_t u = *p++;
     if (!isHighUnit(u) && !isLowUnit(u))
@@ -47,7 +47,7 @@ uint32_t takeCharacter(const unsigned short*& p, const unsigned short* pEnd) {
     return 0x10000 + ((u & 0x3FF) << 10) + (*p++ & 0x3FF);
 }
 
-// The units of a character, one or two.
+// Encodes a character; returns the number of units, one or two.
 int putUnits(uint32_t u, unsigned short (&arrUnit)[2]) {
     if (u < 0x10000) {
         arrUnit[0] = static_cast<unsigned short>(u);
@@ -60,14 +60,14 @@ int putUnits(uint32_t u, unsigned short (&arrUnit)[2]) {
 
 // ---- multibyte text
 
-// The bytes of a character in the locale's character set; 0 when it has none.
+// Encodes a character in the locale's character set; returns the number of bytes, 0 if the set does not have it.
 size_t putMultiByte(uint32_t u, char (&szTo)[MB_LEN_MAX]) {
     mbstate_t state = {};
     const size_t n = u == notCharacter ? static_cast<size_t>(-1) : wcrtomb(szTo, static_cast<wchar_t>(u), &state);
     return n == static_cast<size_t>(-1) ? 0 : n;
 }
 
-// The character at p and its bytes; notCharacter, and no bytes, when there is none.
+// The character at p, and the number of its bytes; notCharacter, and 0 bytes, if there is none.
 uint32_t peekMultiByte(const char* p, size_t nSize, size_t& nBytes) {
     mbstate_t state = {};
     wchar_t ch = 0;
@@ -79,11 +79,11 @@ uint32_t peekMultiByte(const char* p, size_t nSize, size_t& nBytes) {
     return static_cast<uint32_t>(ch) > 0x10FFFF ? notCharacter : static_cast<uint32_t>(ch);
 }
 
-// How a conversion deals with what it cannot store: the standard's fail at no character, and leave no NUL behind a
-// text that was cut.
+// How a conversion treats what it cannot store. Standard functions fail where there is no character, and do not
+// terminate a truncated text.
 enum class Manner { lenient, asStandard };
 
-// The place a conversion stores to; without a buffer it counts.
+// The destination of a conversion; if pTo is null, elements are only counted.
 template <class T>
 struct target {
     T* pTo;
@@ -163,7 +163,7 @@ int putUTF8(uint32_t u, char* lpszTo) {
     return nMore + 1;
 }
 
-// What may follow a lead byte: how many bytes, and the range of the first of them.
+// What can follow a lead byte: the number of bytes, and the range of the first of them.
 struct leadByte {
     int nMore;
     unsigned char chFirst, chLast;
@@ -172,7 +172,7 @@ struct leadByte {
 leadByte leadOf(unsigned char ch) {
     if (ch >= 0xC2 && ch <= 0xDF)
         return {1, 0x80, 0xBF};
-    if (ch >= 0xE0 && ch <= 0xEF)  // no overlong forms, no halves of pairs
+    if (ch >= 0xE0 && ch <= 0xEF)  // no overlong forms, no surrogates
         return {2, static_cast<unsigned char>(ch == 0xE0 ? 0xA0 : 0x80),
                 static_cast<unsigned char>(ch == 0xED ? 0x9F : 0xBF)};
     if (ch >= 0xF0 && ch <= 0xF4)  // no overlong forms, nothing above U+10FFFF
@@ -240,7 +240,7 @@ textW chA2W(const char* lpszText, int nLength) {
     return strW;
 }
 
-// ---- characters that keep their value
+// ---- characters of the same value
 
 textW simpA2W(const char* lpszText, int nLength) {
     textW strW;
@@ -297,7 +297,7 @@ textW chUTF82W(const char* lpszText, int nLength) {
     return strW;
 }
 
-// ---- the standard's conversions
+// ---- standard functions
 
 size_t wcstombs(char* lpszTo, const unsigned short* lpszFrom, size_t nSize) {
     if (!QOR_ASSERT(lpszFrom != NULL))

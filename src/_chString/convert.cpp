@@ -1,6 +1,7 @@
-// Values from and to text.
+// Conversions between values and their texts.
 //
-// Numbers that one program writes are read by another, perhaps in another locale, so they are those of the C locale.
+// Numbers that one program writes may be read by another one in a different locale, so they have the form of the C
+// locale.
 #include "qor/StringHelper/Convert.h"
 
 #include <locale.h>
@@ -13,7 +14,7 @@ namespace QOR_StringHelper {
 
 namespace {
 
-// A 64-bit number within the limits of the 32-bit one that "%d" reads where a long has 32 bits.
+// Clamps a 64-bit number to the 32-bit one that strtol() returns where a long has 32 bits.
 int32_t clampToInt(long long nValue) {
     if (nValue > INT32_MAX)
         return INT32_MAX;
@@ -34,7 +35,7 @@ bool readNumber(const char* lpszText, int32_t& nValue) {
     return true;
 }
 
-// The calling thread formats and scans as in the C locale, whatever the process has chosen.
+// Gives the calling thread the C locale, whatever locale the process uses.
 class cLocaleScope {
 public:
     cLocaleScope() : m_localeBefore(uselocale(cLocale())) {}

@@ -1,7 +1,7 @@
 // The owning string.
 //
-// Invariants: a string points at the text of a block, or at the library's empty text when it has none; a block counts
-// the strings that share it, and one that is written has exactly one.
+// Invariants: a string points to the text of its block, or to the library's empty text if it has none. A block counts
+// the strings that share it, and is written only while that number is 1.
 #include "qor/StringHelper/ReferenceString.h"
 
 #include <stddef.h>
@@ -21,9 +21,9 @@ const unsigned short szNULLW[] = {0};
 namespace {
 
 constexpr int unknownLength = -1;
-constexpr int maxLength = 0x7FFFFFFF / 4;  // a block of more does not fit 32-bit sizes
+constexpr int maxLength = 0x7FFFFFFF / 4;  // the size of a larger block may exceed 32 bits
 
-// Capacity for a wanted length.
+// The capacity for a length.
 int capacityFor(int nLength) {
     if (nLength <= 0)
         return capacityStep;
@@ -42,7 +42,7 @@ int boundedLength(const char* lpszText, int nMax) {
     return static_cast<int>(strnlen(lpszText, static_cast<size_t>(nMax)));
 }
 
-// A block that begins with nLength characters of a text, up to the first NUL; the rest is zero.
+// A block with at most nLength characters of a text, up to the first NUL; the rest is zero.
 template <class T>
 chStringDataT<T>* newBlock(int nCapacity, const T* lpszText = NULL, int nLength = 0) {
     auto* pData = static_cast<chStringDataT<T>*>(dynamicAlloc::realloc(NULL, blockSize<T>(nCapacity)));
@@ -53,7 +53,8 @@ chStringDataT<T>* newBlock(int nCapacity, const T* lpszText = NULL, int nLength 
     return pData;
 }
 
-// Copies at most nLength characters, up to the NUL, and makes the rest of them and a terminator zero. How many it were.
+// Copies at most nLength characters, up to the NUL, and sets the rest of the nLength characters and the one after them
+// to 0. Returns the number of characters copied.
 template <class T>
 int copyText(T* lpszTo, const T* lpszFrom, int nLength) {
     const int nCopy = boundedLength(lpszFrom, nLength);
@@ -102,7 +103,7 @@ void chReferenceStringT<T>::ReleaseStringData() {
         dynamicAlloc::free(pStringData);
 }
 
-// The private copy of a shared block.
+// A copy of a block, with room for nLength characters; -1 means those of its text.
 template <class T>
 chStringDataT<T>* chReferenceStringT<T>::CopyBlock(chStringDataT<T>* pOld, int nLength) {
     int nCapacity = capacityFor(nLength);
@@ -119,7 +120,7 @@ chStringDataT<T>* chReferenceStringT<T>::CopyBlock(chStringDataT<T>* pOld, int n
     return pNew;
 }
 
-// Makes the block private, with room for nLength characters; -1 keeps the length.
+// Gives the string a block that is not shared and has room for nLength characters; -1 keeps the length.
 template <class T>
 void chReferenceStringT<T>::PrepareTextBuffer(int nLength) {
     chStringDataT<T>* pStringData = getStringData();
@@ -148,7 +149,7 @@ void chReferenceStringT<T>::PrepareTextBuffer(int nLength) {
     setStringData(pNewStringData);
 }
 
-// Whether a text is part of this string's own block, which may move when it is written.
+// Whether a text is part of this string's block, which may move when it is written.
 template <class T>
 bool chReferenceStringT<T>::IsInBlock(const T* lpszText) const {
     const chStringDataT<T>* pStringData = getStringData();
@@ -170,7 +171,7 @@ int chReferenceStringT<T>::GetLength() const {
 
 template <class T>
 bool chReferenceStringT<T>::IsEmpty() const {
-    const chReferenceStringT* volatile pThis = this;  // a null object is empty, whatever the compiler thinks of it
+    const chReferenceStringT* volatile pThis = this;  // or the compiler would assume that it is not null
     return pThis == NULL || *m_lpszStringData == 0;
 }
 
@@ -212,7 +213,7 @@ void chReferenceStringT<T>::CopyTextFrom(const T* lpszText, int nLength) {
     }
     if (nLength < 0)
         nLength = chStrlen(lpszText);
-    // A shared block has nothing to give, and would leave its own text behind the new one.
+    // Preparing a shared block would copy its text, of which nothing is needed.
     if (getStringData() != NULL && getStringData()->m_nReferenceCount != 1)
         ReleaseStringData();
     if (getStringData() == NULL) {
@@ -362,7 +363,7 @@ void chReferenceStringT<T>::FormatV(const T* lpszFormat, va_list args) {
     va_copy(argsLength, args);
     const int nMaxLen = chGetFormattedLength(lpszFormat, argsLength);
     va_end(argsLength);
-    // The arguments may point into this string, so the text is made elsewhere before the block is written.
+    // The arguments may point into this string, so the text is formatted into another block first.
     chReferenceStringT strNew;
     strNew.PrepareTextBuffer(nMaxLen < 0 ? 0 : nMaxLen);
     const int nActualSize = chVsprintf(strNew.m_lpszStringData, nMaxLen + 1, lpszFormat, args);

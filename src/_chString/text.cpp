@@ -34,8 +34,8 @@ chShareTextA* chShareStringA::get_Text() const {
     const int32_t nLength = loadShareWord(pText->m_nLength);
     const uintptr_t uRoom = range.m_uEnd - reinterpret_cast<uintptr_t>(pText->m_szText);
     const char* lpszText = pText->m_szText;
-    const bool bSound = nLength >= 0 && static_cast<uintptr_t>(nLength) < uRoom && lpszText[nLength] == 0;
-    return QOR_ASSERT_TEXT(bSound, "broken share string") ? pText : NULL;
+    const bool bValid = nLength >= 0 && static_cast<uintptr_t>(nLength) < uRoom && lpszText[nLength] == 0;
+    return QOR_ASSERT_TEXT(bValid, "broken share string") ? pText : NULL;
 }
 
 void chShareStringA::set_Text(chShareTextA* pText) { m_iOffsetText.set(this, pText); }
@@ -44,7 +44,7 @@ chShareStringA& chShareStringA::operator=(const chConstTextT<char>& text) {
     chShareTextA* pOld = get_Text();
     const char* lpszText = text;
     if (pOld != NULL && lpszText >= pOld->m_szText && lpszText <= pOld->m_szText + loadShareWord(pOld->m_nLength)) {
-        // Part of the block that is about to be freed.
+        // The text is part of the block that will be freed.
         const std::string strCopy(lpszText, static_cast<size_t>(text.GetLength()));
         return *this = chConstTextT<char>(strCopy.data(), text.GetLength());
     }
@@ -55,7 +55,7 @@ chShareStringA& chShareStringA::operator=(const chConstTextT<char>& text) {
     const int nLength = text.GetLength();
     if (nLength <= 0)
         return *this;
-    // A sum past the largest size is negative here, and so fatal.
+    // A sum above the largest int wraps to a negative one, which is fatal.
     chShareTextA* pNew = static_cast<chShareTextA*>(alloc(static_cast<int>(static_cast<unsigned>(nLength) + 8)));
     if (pNew == NULL)
         return *this;
@@ -81,7 +81,7 @@ chShareStringA::operator const char*() const {
 
 namespace {
 
-// The bytes of a character by its lead byte; 0 for the NUL and for other lead bytes.
+// The number of bytes of a character with this lead byte; 0 for the NUL and for other lead bytes.
 int lengthOfLead(unsigned char ch) {
     if (ch == 0)
         return 0;
@@ -92,7 +92,7 @@ int lengthOfLead(unsigned char ch) {
     return (ch & 0xF0) == 0xE0 ? 3 : 0;
 }
 
-// As many of nLength bytes as stand before the NUL.
+// How many of nLength bytes come before the NUL.
 int lengthBeforeNul(const char* lpsz, int nLength) {
     int n = 0;
     while (n < nLength && lpsz[n] != 0)
@@ -145,7 +145,7 @@ namespace {
 
 typedef std::basic_string<unsigned short> wideText;
 
-// One conversion of a format: its narrow spelling without length modifiers, and what stood in them.
+// One conversion of a format: its 8-bit spelling without length modifiers, and those modifiers.
 struct conversion {
     std::string strSpec;
     std::string strLength;
@@ -170,7 +170,7 @@ void appendFormatted(wideText& strOut, const std::string& strFormat, V value) {
     appendNarrow(strOut, strLarge.c_str(), static_cast<size_t>(nLength));
 }
 
-// Pads and cuts a text as its conversion says.
+// Appends a text with the width and precision of its conversion.
 template <class C>
 void appendText(wideText& strOut, const conversion& conv, const C* lpsz) {
     int nWidth = 0, nPrecision = -1;
@@ -198,7 +198,7 @@ struct argumentList {
     va_list args;
 };
 
-// A width or precision that came as an argument; a negative precision counts as none.
+// Appends a width or precision that was passed as an argument; a negative precision counts as none.
 void appendNumber(std::string& strSpec, int nNumber) {
     if (nNumber >= 0 || strSpec.back() != '.')
         strSpec += std::to_string(nNumber);
@@ -276,7 +276,7 @@ void appendConversion(wideText& strOut, const conversion& conv, argumentList& li
             else
                 appendFormatted(strOut, conv.strSpec + conv.chType, va_arg(list.args, double));
             break;
-        default:  // not a conversion: printed as it stands
+        default:  // not a conversion: printed unchanged
             appendNarrow(strOut, conv.strSpec.c_str(), conv.strSpec.size());
             if (conv.chType != 0)
                 strOut += static_cast<unsigned char>(conv.chType);

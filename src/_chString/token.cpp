@@ -1,6 +1,6 @@
 // Words, tokens and phrases.
 //
-// Invariant: a text pointer that is moved never passes the text's NUL.
+// Invariant: a text pointer never advances past the NUL.
 #include "qor/StringHelper/Token.h"
 
 #include "internal/report.h"
@@ -9,7 +9,7 @@ namespace QOR_StringHelper {
 
 namespace {
 
-constexpr int maxToken = 32;  // entries of the token table, the closing one included
+constexpr int maxToken = 32;  // entries of the token table, the null at its end included
 
 template <class T>
 const T* skipWhiteSpace(const T* lpszText) {
@@ -18,7 +18,7 @@ const T* skipWhiteSpace(const T* lpszText) {
     return lpszText;
 }
 
-// What is left of a piece of text without the white space at its end.
+// A text without trailing white space.
 template <class T>
 chConstTextT<T> trimEnd(const T* lpszBegin, const T* lpszEnd) {
     while (lpszEnd > lpszBegin && chIsWhiteSpace(lpszEnd[-1]))
@@ -88,13 +88,13 @@ int findTokens(const T*& lpszText, const T* const* arrToken, const int* arrToken
     return -1;
 }
 
-// The tokens that a function got as arguments.
+// The tokens that were passed as arguments.
 template <class T>
 struct tokenTable {
     const T* arrToken[maxToken];
     int arrTokenLen[maxToken];
 
-    // Whether they fit, together with the null behind them.
+    // Whether they fit, together with the null at the end.
     bool collect(const T* lpszToken, va_list args) {
         int nTokenCount = 0;
         for (; nTokenCount < maxToken && !textEMPTY(lpszToken); lpszToken = va_arg(args, const T*))
@@ -123,7 +123,7 @@ chConstTextT<T> getPhrase(const T* lpszText) {
     return trimEnd(lpszText, lpszText + chStrlen(lpszText));
 }
 
-// The stops of a phrase: each finds the index of the one that stands at a place, or -1, and knows its length.
+// What can end a phrase. find() returns the index of the one that begins at a place, or -1.
 
 template <class T>
 struct oneCharStop {
@@ -209,7 +209,7 @@ int peekByArguments(const T*& lpszText, P& phrase, const T* lpszToken, va_list a
 
 }  // namespace
 
-// ---- what is exported, in both widths
+// ---- the exported functions, in both widths
 
 #define QOR_TOKEN_FUNCTIONS(T)                                                                    \
     int qorTextBreak(const T* lpszText, T chBreak, chConstTextT<T>* arrPart, int nMaxPart) {      \

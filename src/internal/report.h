@@ -1,12 +1,12 @@
 // The assertion and warning macros of the sources:
 //
-//     if (!QOR_ASSERT(pNode != NULL)) return NULL;     // code after a fatal assertion stays sane
+//     if (!QOR_ASSERT(pNode != NULL)) return NULL;     // code after a fatal assertion returns its null result
 //
-// QOR_MODULE, the fixed name that reports print, is the name of the source's folder; the build defines it. Sources in
+// QOR_MODULE, the module name that reports print, is the name of the source's folder; the build defines it. Sources in
 // xInc/ and internal/, and tests, define it themselves before they include this header.
 //
-// The printed text is the fixed one; where the checking code has to be spelled otherwise, the _TEXT forms
-// take it separately. Every macro yields whether the condition held.
+// Every macro yields whether the condition held. The texts of reports are fixed: a condition that is written
+// differently from its text uses the _TEXT form.
 #ifndef QOR_INTERNAL_REPORT_H
 #define QOR_INTERNAL_REPORT_H
 

@@ -1,4 +1,4 @@
-// The one object of a class that a process has, made on first use, by any number of threads at once.
+// The only object of a class in a process, created on first use, which may happen in several threads at once.
 //
 // Its accessor is one line:
 //
@@ -11,11 +11,11 @@
 //     QOR_ASSERT_TEXT(processSingleton<uCMoudleHelper>::pData() == NULL, "pData == NULL");
 //
 // Invariants:
-// - The object lives in static storage and is never destructed: threads may still use it while the process
-//   ends. A class that wants a last word has `void AtExit()`, which runs when main returns, beside running
-//   threads, and must leave the object usable.
-// - In the child of a fork only the forking thread goes on. A class with locks of its own has
-//   `void fork_reset()`, which frees them there; an object that another thread was just making is made anew.
+// - The object has static storage and is never destroyed: threads may use it while the process exits. A class with
+//   clean-up at exit has `void AtExit()`, which is called when main returns. Other threads may be running then, so it
+//   must leave the object usable.
+// - In the child of a fork() only the forking thread continues. A class with locks of its own has `void fork_reset()`,
+//   which releases them there. An object that another thread was creating is created again.
 #ifndef QOR_INTERNAL_SINGLETON_H
 #define QOR_INTERNAL_SINGLETON_H
 
@@ -34,13 +34,13 @@ namespace QOR_BaseHelper {
 template <class T>
 class processSingleton {
 public:
-    // The object; made by the first caller while the others wait. lpszModule names the module that reports.
+    // The object; the first caller creates it while others wait. lpszModule is the module name for reports.
     static T* get(const char* lpszModule) {
         T* pObject = s_pObject.load(std::memory_order_acquire);
         return __builtin_expect(pObject != nullptr, 1) ? pObject : makeOrWait(lpszModule);
     }
 
-    // The object when it has been made, else null.
+    // The object, or null if it has not been created.
     static T* pData() { return s_pObject.load(std::memory_order_acquire); }
 
 private:
@@ -55,7 +55,7 @@ private:
                 return make();
             if (!QOR_ASSERT_IN(lpszModule, idMaker != idTask, "globle object constructting !"))
                 return nullptr;
-            // In the child of a fork the maker may be a thread of the parent, which will never finish here.
+            // In the child of a fork() the creator may be a thread of the parent, which never finishes here.
             if (!QOR_Platform::isTaskOfThisProcess(idMaker) &&
                 s_idMaker.compare_exchange_strong(idMaker, idTask, std::memory_order_acq_rel))
                 return make();
@@ -66,8 +66,8 @@ private:
         }
     }
 
-    // Only ever entered by the task that s_idMaker names, which it keeps for good. Cancelled in the middle, it would
-    // leave an object that nobody can make anew while the task lives.
+    // Called only by the task in s_idMaker, which keeps its value afterwards. If the task were cancelled in between, no
+    // other could create the object while it lives.
     static T* make() {
         const chCancelGuard guard;
         if (!s_bHooked.exchange(true)) {
@@ -113,7 +113,7 @@ private:
     static void callAtExit(U*, long) {}
 
     static inline std::atomic<T*> s_pObject{nullptr};
-    static inline std::atomic<int> s_idMaker{0};  // the task that makes or has made it; 0: not made
+    static inline std::atomic<int> s_idMaker{0};  // the task that creates or has created it; 0: none
     static inline std::atomic<bool> s_bHooked{false};
     static inline thread_local int t_idForker = 0;
     alignas(T) static inline unsigned char s_arrStorage[sizeof(T)];

@@ -1,9 +1,9 @@
 /// @file
 /// Arrays: contiguous heap buffers that grow in fixed steps.
 ///
-/// The buffer grows to the next multiple of N and never shrinks. It is moved by plain memory copy, so an element must
-/// be relocatable that way, as reference-counted strings are. With bObject the array runs the elements' constructors
-/// and destructors; without, they are raw storage.
+/// The buffer grows to the next multiple of N elements and never shrinks. Growing moves it by realloc(), so elements
+/// must be relocatable by plain memory copy, as reference-counted strings are. With bObject the array runs the
+/// constructors and destructors of its elements; without, new elements are uninitialised.
 ///
 /// @code
 /// QOR_ArrayHelper::chObjArray<int, false, 4> arr;
@@ -11,7 +11,8 @@
 /// arr.SetArraySize(5);        // room for 8
 /// @endcode
 ///
-/// Running out of memory is a fatal assertion. Read on in Samples.h, an array at work.
+/// Running out of memory is a fatal assertion. References to elements are valid until the array grows. An array is not
+/// thread-safe. Read on in Samples.h, which shows an array in use.
 #ifndef QOR_ARRAYHELPER_ARRAY_H
 #define QOR_ARRAYHELPER_ARRAY_H
 
@@ -25,10 +26,10 @@
 /// Arrays.
 namespace QOR_ArrayHelper {
 
-/// Resizes a heap buffer to nNewCount elements and stores its address and count.
-/// Fatal: a count not above 0, no memory.
+/// Resizes a heap buffer to nNewCount elements of nElementSize bytes, and stores its new address and count; a null
+/// buffer is allocated. Fatal: a count not above 0, no memory.
 QOR_API void base_alloc_buffer(void*& pBuffer, int& nAllocCount, int nNewCount, int nElementSize);
-/// Frees a heap buffer and clears its address and count.
+/// Frees a heap buffer, and sets its address to null and its count to 0. Fatal: only one of them was set.
 QOR_API void base_free_buffer(void*& pBuffer, int& nAllocCount);
 
 /// The buffer of an array.
@@ -39,13 +40,13 @@ public:
     chAlloc_Object(const chAlloc_Object&) = delete;
     chAlloc_Object& operator=(const chAlloc_Object&) = delete;
 
-    /// Resizes the buffer to nCount elements.
+    /// Resizes the buffer to nCount elements. Fatal: a count not above 0, no memory.
     void Alloc(int nCount) {
         void* pBuffer = m_aT;
         base_alloc_buffer(pBuffer, m_nAllocCount, nCount, static_cast<int>(sizeof(T)));
         m_aT = static_cast<T*>(pBuffer);
     }
-    /// Frees the buffer.
+    /// Frees the buffer; no destructors run.
     void Free() {
         void* pBuffer = m_aT;
         base_free_buffer(pBuffer, m_nAllocCount);
@@ -53,15 +54,15 @@ public:
     }
     /// The first element, or null.
     T* GetBuffer() const { return m_aT; }
-    /// How many elements fit without growing.
+    /// The capacity in elements.
     int GetAllocCount() const { return m_nAllocCount; }
 
 protected:
     T* m_aT;            ///< the elements
-    int m_nAllocCount;  ///< how many fit
+    int m_nAllocCount;  ///< the capacity in elements
 };
 
-/// The array over its buffer.
+/// The operations of an array.
 template <class T, bool bObject, int N>
 class chMeth_ObjArray : public chAlloc_Object<T> {
 public:
@@ -80,16 +81,16 @@ public:
         return *this;
     }
 
-    /// How many elements are in use.
+    /// The number of elements.
     int GetSize() const { return m_nElementCount; }
-    /// Whether there is none.
+    /// Whether there are no elements.
     bool IsEmpty() const { return m_nElementCount == 0; }
     /// An element. Fatal: an index outside 0 to size - 1.
     T& operator[](int iIndex) { return *At(iIndex); }
     /// An element. Fatal: an index outside 0 to size - 1.
     const T& operator[](int iIndex) const { return *At(iIndex); }
 
-    /// Grows or shrinks; new elements are constructed, lost ones destroyed. Fatal: a negative size.
+    /// Appends or removes elements at the end, which are constructed or destroyed. Fatal: a negative size, no memory.
     void SetArraySize(int nNewCount) {
         if (!QOR_ASSERT_IN("_chArray", nNewCount >= 0, "nNewCount >= 0"))
             return;
@@ -100,14 +101,15 @@ public:
         while (m_nElementCount > nNewCount)
             Destroy(this->m_aT + --m_nElementCount);
     }
-    /// Appends a copy of an element, which may be one of the array's own.
+    /// Appends a copy of a value, which may be an element of this array.
     void Add(const T& value) {
         const T copy = value;
         alloc_push_back() = copy;
     }
-    /// Appends copies of an array's elements, also of this one's own.
+    /// Appends copies of the elements of an array, which may be this one.
     void Append(const chMeth_ObjArray& r) { Append(r.m_aT, r.m_nElementCount); }
-    /// Appends copies of nCount elements at p, also of the array's own; a count not above 0 appends nothing.
+    /// Appends copies of nCount elements at p, which may be elements of this array; a count not above 0 appends
+    /// nothing.
     void Append(const T* p, int nCount) {
         // Growing moves the array's own elements.
         const bool bOwn = p >= this->m_aT && p < this->m_aT + m_nElementCount;
@@ -118,18 +120,18 @@ public:
         for (int i = 0; i < nCount; ++i)
             pTo[i] = p[i];
     }
-    /// Grows by nCount elements and returns the first new one; null when the count is not above 0.
+    /// Appends nCount elements and returns the first of them; null if the count is not above 0.
     T* AppendAllocSize(int nCount) {
         if (nCount <= 0)
             return NULL;
         const int nOld = m_nElementCount;
-        // A sum past the largest count is negative here, and so fatal.
+        // A sum above the largest int wraps to a negative one, which is fatal.
         SetArraySize(static_cast<int>(static_cast<unsigned>(nOld) + static_cast<unsigned>(nCount)));
         return this->m_aT + nOld;
     }
-    /// Grows by one element and returns it.
+    /// Appends one element and returns it.
     T& alloc_push_back() { return *AppendAllocSize(1); }
-    /// Removes nCount elements from iIndex on; a count that is negative or passes the end removes all from there.
+    /// Removes nCount elements from iIndex on; a count that is negative or exceeds their number removes all from there.
     /// Fatal: an index outside 0 to size.
     void RemoveAt(int iIndex, int nCount) {
         if (!QOR_ASSERT_IN("_chArray", iIndex >= 0 && iIndex <= m_nElementCount,
@@ -148,14 +150,14 @@ public:
                 nTail * sizeof(T));
         m_nElementCount -= nCount;
     }
-    /// Removes all elements; the buffer stays.
+    /// Removes all elements; the buffer is kept.
     void RemoveAll() { SetArraySize(0); }
     /// Removes all elements and frees the buffer.
     void Clear() {
         RemoveAll();
         this->Free();
     }
-    /// Takes another array's elements and buffer, and leaves it empty.
+    /// Moves the elements and the buffer of another array to this one, and leaves the other empty.
     void CutFromObject(chMeth_ObjArray& r) {
         if (this == &r)
             return;

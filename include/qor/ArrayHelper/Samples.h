@@ -1,8 +1,8 @@
 /// @file
 /// Sound samples: buffers of 16-bit linear samples and of 8-bit mu-law codes.
 ///
-/// A sample is given as a number from -1.0 to 1.0, which stands for -32767 to 32767. Every number is taken: what is not
-/// a number counts as 0.0, and what lies outside the range of a buffer becomes its loudest sample.
+/// A sample is passed as a number from -1.0 to 1.0, which stands for -32767 to 32767. Every value is accepted: NaN
+/// counts as 0.0, and a value outside the range of a buffer becomes its loudest sample.
 ///
 /// @code
 /// QOR_ArrayHelper::uLawSample sample;
@@ -27,9 +27,9 @@ public:
     void AppendSample(double dSample);
     /// Appends nCount samples of value 0. Fatal: a negative count.
     void AppendMuteSample(int nCount);
-    /// Makes room for nAllocSize samples in all; none is appended. Fatal: a negative size.
+    /// Reserves room for nAllocSize samples in total; appends none. Fatal: a negative size, no memory.
     void AllocSampleBuffer(int nAllocSize);
-    /// The bytes of the samples, two for each.
+    /// The size of the samples in bytes, two for each.
     int GetBufferSize() const;
 };
 
@@ -40,9 +40,9 @@ public:
     void AppendSample(double dSample);
     /// Appends nCount codes of value 0, which is the loudest negative sample and not silence. Fatal: a negative count.
     void AppendMuteSample(int nCount);
-    /// Makes room for nAllocSize codes in all; none is appended. Fatal: a negative size.
+    /// Reserves room for nAllocSize codes in total; appends none. Fatal: a negative size, no memory.
     void AllocSampleBuffer(int nAllocSize);
-    /// The bytes of the codes, one for each.
+    /// The size of the codes in bytes, one for each.
     int GetBufferSize() const;
 };
 

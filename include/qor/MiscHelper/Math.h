@@ -1,8 +1,8 @@
 /// @file
-/// Rounding of numbers: to integers, and to the multiples of a step.
+/// Rounding of numbers to integers and to multiples of a step.
 ///
-/// Integer results saturate: a number above the largest int gives the largest, one below the smallest the smallest, and
-/// what is not a number gives 0. Results that are numbers themselves follow the arithmetic of such values.
+/// Integer results are clamped to the range of int, and are 0 for NaN. Results of type double follow the floating-point
+/// rules for infinities and NaN.
 ///
 /// @code
 /// QOR_MiscHelper::mathFloor(-0.5);             // -1
@@ -24,10 +24,11 @@ QOR_API double mathCeil(double dValue, double mod);
 QOR_API int mathFloor(double dValue);
 /// The smallest integer that is not below a number.
 QOR_API int mathCeil(double dValue);
-/// The multiple of a step below a number, or the next one when the number lies dRange or more above the former.
+/// The largest multiple of a step that is not above a number, or the next one if the number is dRange or more above the
+/// former.
 /// Fatal: a step not above 0; a range not above 0, or not below the step.
 QOR_API double mathNear(double dValue, double mod, double dRange);
-/// The integer below a number, or the next one when the number lies dRange or more above the former.
+/// The largest integer that is not above a number, or the next one if the number is dRange or more above the former.
 /// Fatal: a range not above 0, or not below 1.
 QOR_API int mathRound(double dValue, double dRange);
 

@@ -1,7 +1,8 @@
 /// @file
 /// Ids of processes, threads and tasks; sleeping, directories, errors and the local time.
 ///
-/// A task is a kernel thread; its id names a thread across processes. Ids are reused within seconds on a busy device.
+/// A task is a kernel thread; its id identifies a thread across processes. On a busy device, ids are reused within
+/// seconds.
 ///
 /// @code
 /// if (!QOR_MiscHelper::qorIsValidTaskID(idTask))
@@ -28,47 +29,49 @@ struct SYSTEMTIME {
     unsigned short wMilliseconds;  ///< 0 to 999
 };
 
-/// The calling process's id.
+/// The id of the calling process.
 QOR_API int qorGetCurrentProcessId();
-/// The calling thread's POSIX id.
+/// The POSIX id of the calling thread.
 QOR_API unsigned long qorGetCurrentThreadId();
-/// The calling thread's kernel task id; asked once per thread.
+/// The kernel task id of the calling thread. The kernel is asked once per thread, and again in a child after fork().
 QOR_API int qorGetCurrentTaskId();
-/// Whether a process exists: its scheduler policy can be read. A process not yet waited for by its parent still does.
+/// Whether a process exists. One that has ended exists until its parent has waited for it, and one about which the
+/// kernel refuses to tell counts as existing.
 QOR_API bool qorIsValidProcessID(int idProcess);
-/// Whether a thread exists; by its task id.
+/// Whether a thread exists. idThread is its task id.
 QOR_API bool qorIsValidThreadID(int idThread);
 /// Whether a task exists.
 QOR_API bool qorIsValidTaskID(int idTask);
 
-/// The present local time, in the time zone that holds now. Fatal: null.
+/// The current local time. A change of the time zone takes effect at once. Fatal: null.
 QOR_API void qorGetLocalTime(SYSTEMTIME* pTime);
 /// Always 0.
 QOR_API unsigned long long qorGetCPUTickCount();
 /// Sleeps for a number of milliseconds.
 QOR_API void qorSleep(unsigned int uMillisecond);
-/// Waits for a number of milliseconds on no descriptors.
+/// Sleeps for a number of milliseconds, by waiting for no descriptors.
 QOR_API void qorDelay(unsigned int uMillisecond);
-/// Lets other threads run: sleeps 10 microseconds.
+/// Yields to other threads by sleeping for 10 microseconds.
 QOR_API void qorSwitchToThread();
 
-/// The path of the running executable, its first 256 characters; empty when the kernel does not tell.
+/// The path of the running executable, at most its first 256 characters; empty if the kernel does not tell.
 QOR_API QOR_StringHelper::chReferenceStringT<char> qorGetExeFileName();
-/// The working directory; empty when it has more than 256 characters or has gone.
+/// The working directory; empty if its path has more than 256 characters or if it was removed.
 QOR_API QOR_StringHelper::chReferenceStringT<char> qorGetCurrentDirectory();
-/// The environment variable HOME; unset or empty, the home directory of the user database, "/" without an entry.
+/// The environment variable HOME. If it is unset or empty, the home directory of the user database; "/" if the user has
+/// no entry there.
 QOR_API QOR_StringHelper::chReferenceStringT<char> qorGetHomeDirectory();
 /// "/tmp".
 QOR_API QOR_StringHelper::chReferenceStringT<char> qorGetTempDirectory();
 
-/// The calling thread's error number.
+/// The error number (errno) of the calling thread.
 QOR_API int qorGetLastError();
-/// The text of the calling thread's error number.
+/// The text of the error number of the calling thread.
 QOR_API QOR_StringHelper::chReferenceStringT<char> qorTransLastError();
 
-/// Adds one, wrapping around, and returns the new value. Not atomic: users hold a lock. Fatal: null.
+/// Adds 1, wrapping around, and returns the new value. Not atomic: the caller holds a lock. Fatal: null.
 QOR_API long qorInterlockedIncrement(long* pData);
-/// Subtracts one, wrapping around, and returns the new value. Not atomic: users hold a lock. Fatal: null.
+/// Subtracts 1, wrapping around, and returns the new value. Not atomic: the caller holds a lock. Fatal: null.
 QOR_API long qorInterlockedDecrement(long* pData);
 
 }  // namespace QOR_MiscHelper

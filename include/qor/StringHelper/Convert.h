@@ -8,8 +8,9 @@
 /// strLine << QOR_StringHelper::toString(nPort);
 /// @endcode
 ///
-/// A view or a plain text converts to the string on the left of `>>`. Nothing here depends on the ABI: a number beyond
-/// 32 bits becomes the nearest one that has them. Nothing depends on the locale either: the decimal point is a point.
+/// A view or a plain text on the left of `>>` converts to a string. The results are the same on every ABI: integers
+/// outside the 32-bit range are clamped to it. They are also the same in every locale: the decimal separator is a
+/// point.
 #ifndef QOR_STRINGHELPER_CONVERT_H
 #define QOR_STRINGHELPER_CONVERT_H
 
@@ -36,25 +37,25 @@ QOR_API chReferenceStringT<unsigned short> toString(const chConstTextT<unsigned 
 /// Shares the 16-bit string.
 QOR_API chReferenceStringT<unsigned short> toString(const chReferenceStringT<unsigned short>& str);
 
-/// Reads the number that a text begins with: hexadecimal behind "0x" or "0X" at the very begin, else decimal, then
-/// after white space and a sign if there are any. @return whether there was one; without, the value is not touched.
+/// Reads the number at the beginning of a text. After "0x" or "0X", which must be its first characters, it is
+/// hexadecimal; else it is decimal, after optional white space and an optional sign.
+/// @return whether there was a number; if not, the value is unchanged.
 QOR_API bool operator>>(const chReferenceStringT<char>& str, int& nValue);
-/// Reads a number like the signed form: a negative one gives its remainder modulo 2^32, a decimal one is at most
-/// 2147483647. @return whether there was one; without, the value is not touched.
+/// As the signed form: a negative number becomes its remainder modulo 2^32, and a decimal one is at most 2147483647.
+/// @return whether there was a number; if not, the value is unchanged.
 QOR_API bool operator>>(const chReferenceStringT<char>& str, unsigned int& nValue);
-/// Reads the number that a text begins with, as "%lf" does. @return whether there was one; without, the value is not
-/// touched.
+/// Reads the number at the beginning of a text, as "%lf" does.
+/// @return whether there was a number; if not, the value is unchanged.
 QOR_API bool operator>>(const chReferenceStringT<char>& str, double& fValue);
-/// Shares the text. @return whether it has characters.
+/// Shares the text. @return whether it is not empty.
 QOR_API bool operator>>(const chReferenceStringT<char>& str, chReferenceStringT<char>& strValue);
 
-/// Copies the text into a buffer of nSize characters, terminated, as much of it as has room; what `>>` into a buffer
-/// does.
-/// @return whether the text has characters and all had room. Fatal: a null buffer, a size not above 0.
+/// Copies as much of the text as fits into a buffer of nSize characters, and terminates it.
+/// @return whether the text is not empty and was copied completely. Fatal: a null buffer, a size not above 0.
 QOR_API bool chReadBuffer(const chReferenceStringT<char>& str, char* lpszBuffer, int nSize);
 
-/// Copies the text into a buffer, terminated, as much of it as has room.
-/// @return whether the text has characters and all had room.
+/// Copies as much of the text as fits into an array, and terminates it.
+/// @return whether the text is not empty and was copied completely.
 template <size_t nSize>
 inline bool operator>>(const chReferenceStringT<char>& str, char (&szBuffer)[nSize]) {
     return chReadBuffer(str, szBuffer, static_cast<int>(nSize));

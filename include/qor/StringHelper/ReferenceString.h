@@ -1,13 +1,14 @@
 /// @file
-/// The owning string: its buffer is shared between copies and copied on the first write.
+/// The owning string: copies share a block of memory until one of them is written.
 ///
-/// A string is one pointer to its first character, so it converts to plain text at no cost, and it may be moved by
-/// plain memory copy. The reference count is a plain integer: strings that share a block stay within one thread.
+/// A string is one pointer to its first character; so it converts to plain text at no cost, and may be moved by plain
+/// memory copy. The reference count is a plain integer: strings that share a block must be used by one thread at a
+/// time.
 ///
 /// @code
 /// QOR_StringHelper::chReferenceStringT<char> strName("sampler", -1);
 /// QOR_StringHelper::chReferenceStringT<char> strCopy = strName;   // shares the block
-/// strCopy += ".log";                                              // makes it private first
+/// strCopy += ".log";                                              // gets a block of its own first
 /// strName.Format("%s-%d", "sampler", 3);
 /// @endcode
 ///
@@ -19,21 +20,21 @@
 
 namespace QOR_StringHelper {
 
-/// Where the blocks of strings come from.
+/// The allocator of the blocks of strings.
 class QOR_API dynamicAlloc {
 public:
-    /// Resizes a block; null makes a new one. Fatal: no memory.
+    /// Resizes a block; null allocates a new one. Fatal: no memory.
     static void* realloc(void* p, size_t nSize);
     /// Frees a block.
     static void free(void* p);
 };
 
-/// The block behind a string.
+/// The block of a string.
 template <class T>
 struct chStringDataT {
     int32_t m_nAllocLength;     ///< capacity in characters without the NUL, a multiple of 16
-    int32_t m_nReferenceCount;  ///< strings that share the block
-    int32_t m_nDataLength;      ///< length in characters; -1: not known
+    int32_t m_nReferenceCount;  ///< number of strings that share the block
+    int32_t m_nDataLength;      ///< length in characters; -1: unknown
     T m_szText[1];              ///< capacity + 1 characters
 };
 
@@ -43,36 +44,36 @@ class chReferenceStringT {
 public:
     /// An empty string.
     chReferenceStringT() : m_lpszStringData(nullText()) {}
-    /// A copy of nLength characters; -1 means up to the NUL, null is empty.
+    /// A copy of nLength characters; -1 means up to the NUL. Null makes an empty string.
     chReferenceStringT(const T* lpszText, int nLength = -1) : m_lpszStringData(nullText()) {
         CopyTextFrom(lpszText, nLength);
     }
-    /// A run of one character; a count not above 0 is empty.
+    /// nCount times the same character; a count not above 0 makes an empty string.
     chReferenceStringT(T ch, int nCount) : m_lpszStringData(nullText()) { RepeatFill(ch, nCount); }
     /// A copy of a view.
     chReferenceStringT(const chConstTextT<T>& text) : m_lpszStringData(nullText()) {
         CopyTextFrom(text, text.GetLength());
     }
-    /// Shares the other's block.
+    /// Shares the block of the other string.
     chReferenceStringT(const chReferenceStringT& str) : m_lpszStringData(nullText()) { CopyFromObject(str); }
     /// Releases the block.
     ~chReferenceStringT() { ReleaseStringData(); }
 
-    /// The text, terminated. Valid until the string changes.
+    /// The text with its NUL. Valid until the string changes.
     operator const T*() const { return m_lpszStringData; }
     /// The length in characters.
     int GetLength() const;
-    /// Whether there are no characters; also true for a null object.
+    /// Whether the string is empty; a null object is empty, too.
     bool IsEmpty() const;
     /// A character; 0 for a negative index. Fatal: an index not below the length.
     T operator[](int iIndex) const;
 
-    /// Shares the other's block.
+    /// Shares the block of the other string.
     chReferenceStringT& operator=(const chReferenceStringT& str) {
         CopyFromObject(str);
         return *this;
     }
-    /// Copies a text; null is empty.
+    /// Copies a text; null makes the string empty.
     chReferenceStringT& operator=(const T* lpszText) {
         CopyTextFrom(lpszText, -1);
         return *this;
@@ -82,11 +83,11 @@ public:
         CopyTextFrom(text, text.GetLength());
         return *this;
     }
-    /// Shares the other's block; itself is left alone.
+    /// Shares the block of the other string; does nothing for the same string.
     void CopyFromObject(const chReferenceStringT& str);
-    /// Copies nLength characters, up to the first NUL; -1 means all, null or 0 clears.
+    /// Copies at most nLength characters, up to the first NUL; -1 means all. Null, or a length of 0, clears.
     void CopyTextFrom(const T* lpszText, int nLength);
-    /// Takes the other's block and leaves it empty.
+    /// Moves the block of the other string to this one, and leaves the other empty.
     void CutFromObject(chReferenceStringT& str);
 
     /// Appends a character.
@@ -112,38 +113,40 @@ public:
     chReferenceStringT& operator<<(const chConstTextT<T>& text) { return *this += text; }
     /// Appends a string.
     chReferenceStringT& operator<<(const chReferenceStringT& str) { return *this += str; }
-    /// Appends nLength characters, up to the first NUL; -1 means all, null or empty text is ignored.
+    /// Appends at most nLength characters, up to the first NUL; -1 means all. A null or empty text is ignored.
     void AppendTextFrom(const T* lpszText, int nLength);
-    /// Appends another string; itself and empty ones are ignored.
+    /// Appends another string; does nothing for the same string.
     void AppendFromObject(const chReferenceStringT& str);
 
-    /// Removes nCount characters from iIndex on, at most to the end; a negative count removes all of them.
+    /// Removes at most nCount characters from iIndex on; a negative count removes all of them.
     /// Fatal: an index outside 0 to the length.
     void RemoveAt(int iIndex, int nCount);
-    /// Removes the last nCount characters, at most all; a count not above 0 removes none.
+    /// Removes at most nCount characters at the end; a count not above 0 removes none.
     void ReverseDeleteLetters(int nCount);
-    /// Replaces every occurrence, left to right, never overlapping. Fatal: a null text, an empty old text.
+    /// Replaces every occurrence of a text, from left to right and without overlaps. Fatal: a null text, an empty old
+    /// text.
     void Replace(const T* lpszOldText, const T* lpszNewText);
     /// Removes trailing white space.
     void TrimRightWhiteSpace();
-    /// Makes the string empty; a block of its own is kept.
+    /// Makes the string empty; a block that is not shared is kept.
     void Clear();
-    /// Makes the string a run of one character; a count not above 0, or a run of NULs, clears.
+    /// Stores nCount times the same character; a count not above 0, or the NUL, clears.
     void RepeatFill(T ch, int nCount);
 
-    /// Formats like printf. The string may be among its own arguments; its block is kept when it is not shared and the
+    /// Formats as printf() does. The arguments may include this string. The block is kept if it is not shared and the
     /// result fits.
     void Format(const T* lpszFormat, ...);
-    /// Formats like vprintf, as Format() does.
+    /// As Format(), with the arguments as a list.
     void FormatV(const T* lpszFormat, va_list args);
 
-    /// A writable buffer of at least nMinLength characters and a NUL; -1: of the present length. The length is measured
-    /// anew at the next use. Fatal: a number below -1.
+    /// A writable buffer with room for nMinLength characters and a NUL; -1 means the current length. The caller stores
+    /// a terminated text; its length is determined at the next use. Valid until the string changes. Fatal: a number
+    /// below -1.
     T* GetBuffer(int nMinLength);
-    /// GetBuffer() with all characters zero. Fatal: a negative length.
+    /// As GetBuffer(), with all characters 0. Fatal: a negative length.
     T* GetBufferSetLength(int nLength);
 
-    /// Compares like strcmp. Fatal: null.
+    /// Compares as strcmp() does. Fatal: null.
     int Compare(const T* lpszText) const;
     bool operator==(const T* lpszText) const { return Compare(lpszText) == 0; }
     bool operator!=(const T* lpszText) const { return Compare(lpszText) != 0; }
@@ -153,7 +156,7 @@ public:
 
     /// The block, or null.
     chStringDataT<T>* getStringData() const;
-    /// Points at a block's text, or at the empty text for null.
+    /// Stores the block without counting references; null makes the string empty.
     void setStringData(chStringDataT<T>* pStringData);
 
 private:

@@ -1,7 +1,8 @@
 /// @file
-/// A string in a shared pool, readable in every process that maps the segment.
+/// A string in a shared pool, which every process that maps the segment can read.
 ///
-/// The object, its pool and its text lie in the same segment; the segment's lock guards them.
+/// The object, its pool and its text lie in the same segment; the caller of every operation holds the segment's lock. A
+/// process that is killed while it assigns leaves the old text, the new one, or an empty string.
 ///
 /// @code
 /// pRecord->strName.InitPool(pPool);                                    // once, after construction in place
@@ -15,10 +16,10 @@
 
 namespace QOR_StringHelper {
 
-/// The text block of a shared string, in its pool: allocated as length + 8 bytes.
+/// The text block of a shared string: a block of its pool, with length + 8 bytes.
 struct chShareTextA {
     int32_t m_nLength;  ///< characters without the NUL
-    char m_szText[4];   ///< the characters, as many as there are, and the NUL
+    char m_szText[4];   ///< all characters, and the NUL
 };
 
 /// A string in a shared pool; an empty one has no block.
@@ -31,15 +32,15 @@ public:
     ~chShareStringA();
 
     /// Stores a copy of a view, which may be part of this string; an empty one needs no pool. Fatal: no pool, no room
-    /// in it.
+    /// in it, a damaged link.
     chShareStringA& operator=(const chConstTextT<char>& text);
     /// The length in characters, as stored; 0 without a block.
     int GetLength() const;
-    /// The text, terminated; empty without a block.
+    /// The text with its NUL; empty without a block.
     operator const char*() const;
-    /// The text block, or null. A damaged link is a fatal assertion.
+    /// The text block, or null. Fatal: a damaged link ("broken share string").
     chShareTextA* get_Text() const;
-    /// Links a text block; null unlinks. Fatal: a block more than 2 GiB away.
+    /// Stores the text block, and frees none; null is allowed. Fatal: a block that is more than 2 GiB away.
     void set_Text(chShareTextA* pText);
 
 private:

@@ -1,8 +1,9 @@
 /// @file
 /// Characters, text primitives, text views and fixed text buffers.
 ///
-/// 8-bit text is `char`, 16-bit text `unsigned short`. Nothing here allocates. Texts of one width are compared by their
-/// characters with `==`, `!=`, `<`, `<=`, `>` and `>=`, however they are held, plain text on either side included.
+/// 8-bit text is `char`, 16-bit text `unsigned short`. Nothing here allocates, except formatted printing of 16-bit
+/// text. The operators `==`, `!=`, `<`, `<=`, `>` and `>=` compare the characters of two texts of the same width,
+/// whether they are views, buffers, strings or plain text.
 ///
 /// @code
 /// typedef QOR_StringHelper::uCTextHelper<char, false> noCase;
@@ -23,9 +24,9 @@
 /// Strings and text.
 namespace QOR_StringHelper {
 
-/// The empty 8-bit text of every string without a block.
+/// The empty 8-bit text to which every string without a block points.
 extern QOR_API const char szNULL[];
-/// The empty 16-bit text of every string without a block.
+/// The empty 16-bit text to which every string without a block points.
 extern QOR_API const unsigned short szNULLW[];
 
 /// The empty text of a character type.
@@ -61,7 +62,8 @@ inline int chStrlen<char>(const char* lpszText) {
     return QOR_ASSERT_IN("_chString", lpszText != NULL, "lpszText != NULL") ? static_cast<int>(strlen(lpszText)) : 0;
 }
 
-/// Copies at most nCount characters, up to the NUL, and fills the rest with NULs. No terminator is added.
+/// Copies at most nCount characters, up to the NUL, and fills the rest of them with NULs. Adds no terminator. Returns
+/// lpszTo.
 template <class T>
 inline T* chStrncpy(T* lpszTo, const T* lpszFrom, int nCount) {
     int i = 0;
@@ -72,7 +74,7 @@ inline T* chStrncpy(T* lpszTo, const T* lpszFrom, int nCount) {
     return lpszTo;
 }
 
-/// The next character.
+/// The address of the next character.
 template <class T>
 inline const T* chStrinc(const T* lpsz) {
     return lpsz + 1;
@@ -93,30 +95,30 @@ template <class T>
 inline bool chIsAlpha(T ch) {
     return (ch >= 'a' && ch <= 'z') || (ch >= 'A' && ch <= 'Z');
 }
-/// The upper-case form of an ASCII letter; others are returned unchanged.
+/// The upper-case form of an ASCII letter; any other character unchanged.
 template <class T>
 inline T chUpper(T ch) {
     return ch >= 'a' && ch <= 'z' ? static_cast<T>(ch - 'a' + 'A') : ch;
 }
-/// The lower-case form of an ASCII letter; others are returned unchanged.
+/// The lower-case form of an ASCII letter; any other character unchanged.
 template <class T>
 inline T chLower(T ch) {
     return ch >= 'A' && ch <= 'Z' ? static_cast<T>(ch - 'A' + 'a') : ch;
 }
-/// An ASCII letter of the other case; others are returned unchanged.
+/// An ASCII letter in the other case; any other character unchanged.
 template <class T>
 inline T chReverse(T ch) {
     return chIsAlpha(ch) ? static_cast<T>(ch ^ 0x20) : ch;
 }
 
-/// Whether a character begins a multibyte one: never, multibyte code pages are not handled by strings.
+/// Whether a character begins a multibyte one: always false, since strings do not know multibyte code pages.
 /// Fatal: null.
 template <class T>
 inline bool chIsLeadbyte(const T* szThis) {
     QOR_ASSERT_IN("_chString", szThis != NULL, "szThis != NULL");
     return false;
 }
-/// Whether a character continues a multibyte one: never. Fatal: null, or a place before the head.
+/// Whether a character continues a multibyte one: always false. Fatal: null, or a place before the head.
 template <class T>
 inline bool chIsTrailbyte(const T* szHead, const T* szThis) {
     QOR_ASSERT_IN("_chString", szThis != NULL && szHead != NULL && szThis >= szHead,
@@ -124,12 +126,12 @@ inline bool chIsTrailbyte(const T* szHead, const T* szThis) {
     return false;
 }
 
-/// The text primitives; with bCase false, ASCII letters of either case are equal.
-/// All take non-null texts: null is a fatal assertion.
+/// The text primitives; if bCase is false, they ignore the case of ASCII letters.
+/// A null text is fatal for all of them.
 template <class T, bool bCase>
 class uCTextHelper {
 public:
-    /// Compares like strcmp; identical pointers are equal.
+    /// Compares as strcmp() does.
     static int chStrcmp(const T* s1, const T* s2) {
         if (!QOR_ASSERT_IN("_chString", s1 != NULL && s2 != NULL, "s1 != NULL && s2 != NULL") || s1 == s2)
             return 0;
@@ -137,7 +139,7 @@ public:
             ++s1, ++s2;
         return order(*s1, *s2);
     }
-    /// Compares like strncmp; identical pointers and a count of 0 are equal. Fatal: a negative count.
+    /// Compares as strncmp() does. Fatal: also a negative count.
     static int chStrncmp(const T* s1, const T* s2, int nCount) {
         if (!QOR_ASSERT_IN("_chString", s1 != NULL && s2 != NULL && nCount >= 0,
                            "s1 != NULL && s2 != NULL && nCount >= 0") ||
@@ -148,7 +150,7 @@ public:
                 return order(*s1, *s2);
         return 0;
     }
-    /// The first place of a text in another; an empty one stands at the begin. Null when there is none.
+    /// The first occurrence of lpszFind in lpszText, or null. An empty text occurs at the beginning.
     static const T* chFind(const T* lpszText, const T* lpszFind) {
         if (!QOR_ASSERT_IN("_chString", lpszText != NULL && lpszFind != NULL, "lpszText != NULL && lpszFind != NULL"))
             return NULL;
@@ -160,14 +162,14 @@ public:
                 return NULL;
         }
     }
-    /// The first character that is one of a set, or null.
+    /// The first character that is in a set, or null.
     static const T* chFindOneOf(const T* lpszText, const T* lpszSet) {
         const T* lpsz = scan(lpszText, lpszSet, true);
         return lpsz != NULL && *lpsz != 0 ? lpsz : NULL;
     }
-    /// The first character that is none of a set, at the latest the NUL.
+    /// The first character that is not in a set; it may be the NUL.
     static const T* chSkipOneOf(const T* lpszText, const T* lpszSet) { return scan(lpszText, lpszSet, false); }
-    /// Whether a text begins with another.
+    /// Whether lpszText begins with lpszBegin.
     static bool chIsBeginText(const T* lpszText, const T* lpszBegin) {
         if (!QOR_ASSERT_IN("_chString", lpszText != NULL && lpszBegin != NULL, "lpszText != NULL && lpszBegin != NULL"))
             return false;
@@ -194,11 +196,11 @@ private:
     }
 };
 
-/// A view of a text that somebody else owns.
+/// A view of a text, which the caller keeps valid; it need not be terminated.
 template <class T>
 class chConstTextT {
 public:
-    /// A view of nLength characters; -1 means up to the NUL.
+    /// A view of nLength characters; -1 means up to the NUL. Null makes an empty view.
     chConstTextT(const T* lpszText = NULL, int nLength = -1) { Assign(lpszText, nLength); }
     /// A view of a whole text.
     chConstTextT& operator=(const T* lpszText) {
@@ -207,9 +209,9 @@ public:
     }
     /// The number of characters.
     int GetLength() const { return m_nLength; }
-    /// Its first character; the text need not end with a NUL behind the view.
+    /// The first character. There need not be a NUL after the last one.
     operator const T*() const { return m_lpszText; }
-    /// Whether it has no characters.
+    /// Whether the view is empty.
     bool IsEmpty() const { return m_nLength == 0; }
     /// Whether length and characters are equal.
     bool operator==(const chConstTextT& r) const {
@@ -217,7 +219,8 @@ public:
                (m_nLength == 0 || uCTextHelper<T, true>::chStrncmp(m_lpszText, r.m_lpszText, m_nLength) == 0);
     }
     bool operator!=(const chConstTextT& r) const { return !(*this == r); }
-    /// Orders by characters, a shorter text before its continuations: below, equal to or above 0.
+    /// Compares the characters in order; a text that is the beginning of another one is less. The result is below,
+    /// equal to or above 0.
     int Compare(const chConstTextT& r) const {
         const int nCommon = m_nLength < r.m_nLength ? m_nLength : r.m_nLength;
         const int nOrder = nCommon == 0 ? 0 : uCTextHelper<T, true>::chStrncmp(m_lpszText, r.m_lpszText, nCommon);
@@ -235,13 +238,13 @@ private:
     const T* m_lpszText;
 };
 
-/// A text of at most textSize characters inside the object.
+/// A text of at most textSize characters, which are stored in the object.
 template <class T, int textSize>
 class chStaticTextT {
 public:
-    /// A copy of a text; null is empty.
+    /// A copy of a text; null makes it empty. As operator=().
     chStaticTextT(const T* lpszText = NULL) { *this = lpszText; }
-    /// A copy of a text; null is empty. A longer one is cut, with a warning.
+    /// Copies a text; null makes it empty. A text that is too long is truncated, with a warning.
     chStaticTextT& operator=(const T* lpszText) {
         m_nTextLength = textEMPTY(lpszText) ? 0 : chStrlen(lpszText);
         QOR_WARN_IN("_chString", m_nTextLength <= textSize, "m_nTextLength <= textSize");
@@ -252,9 +255,9 @@ public:
         m_szText[m_nTextLength] = 0;
         return *this;
     }
-    /// The characters, terminated.
+    /// The text with its NUL.
     operator T*() { return m_szText; }
-    /// The characters, terminated.
+    /// The text with its NUL.
     operator const T*() const { return m_szText; }
     /// The number of characters.
     int GetLength() const { return m_nTextLength; }
@@ -268,7 +271,7 @@ private:
 
 /// @cond internal
 
-// What is compared of a text, however it is held: a view with its length, every other up to its NUL.
+// The operand of a comparison: a view with its length, every other text up to its NUL.
 template <class T>
 inline chConstTextT<T> comparedText(const chConstTextT<T>& text) {
     return text;
@@ -276,7 +279,7 @@ inline chConstTextT<T> comparedText(const chConstTextT<T>& text) {
 inline const char* comparedText(const char* lpszText) { return lpszText; }
 inline const unsigned short* comparedText(const unsigned short* lpszText) { return lpszText; }
 
-// Below, equal to or above 0, as the first text is.
+// Below, equal to or above 0, as the first text is less than, equal to or greater than the second.
 template <class T>
 inline int compareTexts(const T* lpszText1, const T* lpszText2) {
     return uCTextHelper<T, true>::chStrcmp(lpszText1, lpszText2);
@@ -294,9 +297,8 @@ inline int compareTexts(const T* lpszText, const chConstTextT<T>& text) {
     return chConstTextT<T>(lpszText).Compare(text);
 }
 
-// Defines one comparison for all pairs of texts of one width, plain text on either side included: by characters, as
-// strcmp() orders them. Without it both sides would convert to pointers, and their addresses would be compared.
-// Null is an empty text to a view; to others it is fatal.
+// Defines one operator for all pairs of texts of the same width, in the order of strcmp(). Without it, both operands
+// would convert to pointers, and their addresses would be compared. A null text equals an empty view; else it is fatal.
 #define QOR_TEXT_COMPARISON(op)                                                   \
     template <class L, class R>                                                   \
     inline auto operator op(const L& text1, const R& text2)                       \
@@ -313,23 +315,25 @@ QOR_TEXT_COMPARISON(>=)
 #undef QOR_TEXT_COMPARISON
 /// @endcond
 
-/// The next character of UTF-8 text of one to three bytes a character: null at the NUL and at any other lead byte. Of a
-/// character that the NUL cuts short, the NUL is next.
+/// The address of the next character of UTF-8 text with one to three bytes per character; null at the NUL and at any
+/// other lead byte. If the NUL ends a character early, the address of the NUL.
 QOR_API const char* chUTF8Inc(const char* lpsz);
-/// Decodes one character and advances; an unknown lead byte, or one whose character the NUL cuts short, gives '?' and
-/// one byte, the NUL 0 and none. Continuation bytes are not checked.
+/// Decodes one UTF-8 character and advances past it. For an unknown lead byte, and for one whose character the NUL ends
+/// early, returns '?' and advances by one byte; at the NUL, returns 0 and does not advance. Continuation bytes are not
+/// checked.
 QOR_API unsigned short chUTF8Word(const char*& lpsz);
-/// The previous character, or null at the head.
+/// The address of the previous UTF-8 character, or null at the head.
 QOR_API const char* chUTF8Dec(const char* lpszHead, const char* lpsz);
 
-/// The length that a formatted text would have, in characters; a negative number on failure.
+/// The length of the formatted text in characters, without the NUL; a negative number on failure.
 QOR_API int chGetFormattedLength(const char* lpszFormat, va_list args);
-/// The length that a formatted text would have, in characters.
+/// The same of 16-bit text. It never fails.
 QOR_API int chGetFormattedLength(const unsigned short* lpszFormat, va_list args);
-/// Formats into nSize characters, terminated; a size not above 0 stores nothing.
-/// @return the full length, or a negative number on failure.
+/// Formats into a buffer of nSize characters, and terminates it; a text that does not fit is truncated, and a size not
+/// above 0 stores nothing.
+/// @return the length without truncation, or a negative number on failure.
 QOR_API int chVsprintf(char* lpszTo, int nSize, const char* lpszFormat, va_list args);
-/// The same of 16-bit text: %s and %ls take 16-bit text, %hs 8-bit text.
+/// The same of 16-bit text: %s and %ls expect 16-bit text, %hs expects 8-bit text.
 QOR_API int chVsprintf(unsigned short* lpszTo, int nSize, const unsigned short* lpszFormat, va_list args);
 
 }  // namespace QOR_StringHelper
