@@ -1,8 +1,8 @@
 // The root: building, searching, captures and custom aliases.
-#include "QORRegularExpress/plan.h"
-
 #include <string.h>
 
+#include "QORRegularExpress/build.h"
+#include "QORRegularExpress/plan.h"
 #include "internal/report.h"
 #include "qor/TraceHelper/Trace.h"
 
@@ -54,12 +54,11 @@ void reRegularExpress<T>::ClearTree() {
 
 namespace {
 
-template <class T>
-void markOvershoot(re_Base<T>* pRE) {
+void markOvershoot(node* pRE) {
     pRE->m_uTraits |= traitOvershoot;
     if ((pRE->m_uTraits & traitGroup) == 0)
         return;
-    re_Group<T>* pGroup = static_cast<re_Group<T>*>(pRE);
+    group* pGroup = static_cast<group*>(pRE);
     for (int i = 0; i < pGroup->GetChildRECount(); ++i)
         markOvershoot(pGroup->m_arrTargetREs[i]);
 }
@@ -83,7 +82,7 @@ const char* dialectHint(const reRegularExpress<char>& express, const reBuild& bu
 
 }  // namespace
 
-// The place of the error, or null.
+// Returns the position of the error, or null.
 template <class T>
 const T* reRegularExpress<T>::Compile(const T* lpszREText) {
     if (strnlen(lpszREText, maxPatternLength + 1) > static_cast<size_t>(maxPatternLength))
@@ -96,7 +95,7 @@ const T* reRegularExpress<T>::Compile(const T* lpszREText) {
     if (nResult != 1)
         return lpsz;
     if (build.m_nNegated > 0)
-        markOvershoot<T>(this);
+        markOvershoot(this);
     this->m_uTraits |= traitUnplanned;
     if (const char* lpszHint = dialectHint(*this, build, lpszREText))
         QOR_TraceHelper::qorTrace(hintLevel, "Express \"%s\": %s", lpszREText, lpszHint);
@@ -126,24 +125,22 @@ const T* reRegularExpress<T>::BuildRegularExpress(const T* lpszREText, unsigned 
 
 namespace {
 
-// The first place up to the end at which a match may begin.
-template <class T>
-const T* findStart(const reState& state, const T* lpszFrom, const T* lpszTo) {
+// The first position up to the end at which a match can begin.
+const char* findStart(const reState& state, const char* lpszFrom, const char* lpszTo) {
     if (state.m_nStart >= 0) {
         const void* p = memchr(lpszFrom, state.m_nStart, static_cast<size_t>(lpszTo - lpszFrom));
-        return p != NULL ? static_cast<const T*>(p) : lpszTo;
+        return p != NULL ? static_cast<const char*>(p) : lpszTo;
     }
     while (lpszFrom < lpszTo && !state.m_arrStart[charValue(*lpszFrom)])
         ++lpszFrom;
     return lpszFrom;
 }
 
-// The next place to try behind one that failed.
-template <class T>
-const T* passFailed(const reState& state, const T* lpsz, const T* lpszTo) {
+// The next position to try after one that failed.
+const char* passFailed(const reState& state, const char* lpsz, const char* lpszTo) {
     if (state.m_pLead == NULL)
         return lpsz + 1;
-    const T* lpszFrom = lpsz;
+    const char* lpszFrom = lpsz;
     while (lpsz < lpszTo && (state.m_pLead->m_arrChar[charValue(*lpsz)] & rePlan::bitTakes) != 0)
         ++lpsz;
     return lpsz == lpszFrom || (state.m_bLeadEmpty && lpsz < lpszTo) ? lpsz + 1 : lpsz;
@@ -151,9 +148,9 @@ const T* passFailed(const reState& state, const T* lpsz, const T* lpszTo) {
 
 }  // namespace
 
-// Places where no match can begin are passed over. Behind the first attempt, what nodes remember is kept from place to
-// place, and where no back-reference looks at results, only those that matter for the answer are kept up; the place
-// that is found is then matched once more, for all of them.
+// Positions at which no match can begin are skipped. After the first attempt, nodes keep their memory from position to
+// position and, unless a back-reference reads results, set only the results that decide the match; the position that is
+// found is then matched once more to set all of them.
 template <class T>
 const T* reRegularExpress<T>::SearchREOnText(const T* lpszSrcText, const T* lpszSrcEnding) {
     if (lpszSrcText == NULL)
@@ -171,13 +168,13 @@ const T* reRegularExpress<T>::SearchREOnText(const T* lpszSrcText, const T* lpsz
     const T* lpsz = findStart(*m_pState, lpszSrcText, lpszTo);
     if (attempt(lpsz, true))
         return lpsz;
-    m_pState->m_bScouting = !m_pState->m_bReference;
+    m_pState->m_bSearching = !m_pState->m_bReference;
     bool bFound = false;
     while (lpsz < lpszTo && !bFound) {
         lpsz = findStart(*m_pState, passFailed(*m_pState, lpsz, lpszTo), lpszTo);
         bFound = attempt(lpsz, m_pState->m_bReference);
     }
-    m_pState->m_bScouting = false;
+    m_pState->m_bSearching = false;
     return attempt(lpsz, true) ? lpsz : NULL;
 }
 
@@ -208,7 +205,7 @@ BOOL reRegularExpress<T>::AddCustomAlias(const T* lpszName, const T* lpszREText)
     chReferenceStringT<T>& strREText = m_lstAliasText.alloc_push_back();
     strREText = lpszREText;
     const chConstTextT<T> name(strName, -1);
-    // In order of adding, not of names: the search goes backwards.
+    // In order of addition, not of names: the search goes backwards.
     for (auto it = m_mapCustomAlias.begin(); it != m_mapCustomAlias.end(); ++it) {
         if ((*it).key != name)
             continue;

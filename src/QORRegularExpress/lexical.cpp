@@ -1,6 +1,7 @@
-// Characters, numbers and aliases of patterns.
+// The characters, numbers and aliases of patterns.
 #include "qor/RegularExpressHelper/Lexical.h"
 
+#include "QORRegularExpress/build.h"
 #include "QORRegularExpress/plan.h"
 #include "internal/report.h"
 
@@ -11,7 +12,7 @@ namespace QOR_RegularExpressHelper {
 namespace {
 
 struct aliasRow {
-    char chName;  // behind the backslash
+    char chName;  // after the backslash
     const char* lpszREText;
 };
 

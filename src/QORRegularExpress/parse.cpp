@@ -1,14 +1,14 @@
-// The compiler: one function for each thing that a pattern is made of. Each answers 1 when it stood there, and moves
-// the text behind it; 0 when it did not, and leaves the text; -1 at an error, and moves the text to it.
+// The compiler: one function for each thing that a pattern consists of. Each returns 1 when the text stood at such a
+// thing, and moves the text past it; 0 when it did not, and leaves the text; -1 at an error, and moves the text to it.
 //
-// Nesting is bounded by maxDepth, and so is the stack. Nodes below a node that fails are deleted with it, but a group
-// that failed may stand among the captures until the whole build has been given up.
-#include "QORRegularExpress/plan.h"
-
+// Nesting is bounded by maxDepth, and so is the stack. Nodes inside a node that fails are deleted with it, but a group
+// that failed may remain among the captures until the whole build is given up.
 #include <string.h>
 
 #include <new>
 
+#include "QORRegularExpress/build.h"
+#include "QORRegularExpress/plan.h"
 #include "internal/report.h"
 #include "qor/TraceHelper/Trace.h"
 
@@ -16,60 +16,54 @@ namespace QOR_RegularExpressHelper {
 
 namespace {
 
-template <class T>
-void setSource(re_Base<T>* pRE, const T* lpszFrom, const T* lpszTo) {
+void setSource(node* pRE, const char* lpszFrom, const char* lpszTo) {
     pRE->m_strREText.CopyTextFrom(lpszFrom, static_cast<int>(lpszTo - lpszFrom));
 }
 
-// The same between parentheses.
-template <class T>
-void setSequenceSource(re_Base<T>* pRE, const T* lpszFrom, const T* lpszTo) {
+// The same in parentheses.
+void setSequenceSource(node* pRE, const char* lpszFrom, const char* lpszTo) {
     const size_t nLength = static_cast<size_t>(lpszTo - lpszFrom);
-    T* lpsz = pRE->m_strREText.GetBuffer(static_cast<int>(nLength) + 2);
+    char* lpsz = pRE->m_strREText.GetBuffer(static_cast<int>(nLength) + 2);
     if (lpsz == NULL)
         return;
     lpsz[0] = '(';
-    memcpy(lpsz + 1, lpszFrom, nLength * sizeof(T));
+    memcpy(lpsz + 1, lpszFrom, nLength);
     lpsz[nLength + 1] = ')';
     lpsz[nLength + 2] = 0;
 }
 
-// Whether an element may be added, and one level of it entered.
-template <class T>
-bool mayAdd(const reBuild* pBuild, const re_Base<T>* pParentRE) {
+// Whether the limits allow one more element, and the level inside it.
+bool mayAdd(const reBuild* pBuild, const node* pParentRE) {
     if (pBuild == NULL)
         return pParentRE->GetGradeLevel() < maxDepth;
     return pBuild->m_nNodes < maxNodeCount && pBuild->nextDepth() <= maxDepth;
 }
 
-// Notes a complete element at the depth at which it was entered.
-template <class T>
-void noteElement(reBuild* pBuild, const re_Base<T>* pRE, int nDepth) {
+// Notes a complete element, with the depth of the level inside it.
+void noteElement(reBuild* pBuild, const node* pRE, int nDepth) {
     if (pBuild != NULL && looksAhead(pRE) && pBuild->m_nLook < nDepth)
         pBuild->m_nLook = nDepth;
 }
 
-// Notes something in the pattern itself, not in one of an alias, that looks like another dialect.
-template <class T>
-void noteDialect(const re_Group<T>* pGroup, const char* lpszHint) {
+// Notes what looks like the usual dialect in the pattern itself; those of aliases are not looked at.
+void noteDialect(const group* pGroup, const char* lpszHint) {
     reBuild* pBuild = pGroup->m_pBuild;
     if (pBuild != NULL && pGroup->m_bNoCapture == 0 && pBuild->m_lpszHint == NULL)
         pBuild->m_lpszHint = lpszHint;
 }
 
-// Reads "{...}" behind its brace.
-template <class T>
-int readTimes(const T*& lpszREText, re_Base<T>* pRE) {
+// Reads the rest of "{...}" after its brace.
+int readTimes(const char*& lpszREText, node* pRE) {
     int nMin = 0;
-    const T* lpsz = reGetDigitValue(lpszREText, nMin, 10);
+    const char* lpsz = reGetDigitValue(lpszREText, nMin, 10);
     if (nMin < 0)
         return -1;
     int nMax = nMin;
     if (*lpsz == ',') {
-        const T* lpszMax = lpsz + 1;
-        const T* lpszBehind = reGetDigitValue(lpszMax, nMax, 10);
-        const bool bGiven = lpszBehind != NULL;
-        lpsz = bGiven ? lpszBehind : lpszMax;
+        const char* lpszMax = lpsz + 1;
+        const char* lpszAfter = reGetDigitValue(lpszMax, nMax, 10);
+        const bool bGiven = lpszAfter != NULL;
+        lpsz = bGiven ? lpszAfter : lpszMax;
         if (*lpsz == '}' && bGiven && nMax < nMin)
             lpsz = lpszMax;
     }
@@ -86,7 +80,7 @@ int readTimes(const T*& lpszREText, re_Base<T>* pRE) {
 
 void traceError(const char* lpszREText, const char* lpszError) {
     const QOR_StringHelper::chReferenceStringT<char> strBlank(' ', static_cast<int>(lpszError - lpszREText));
-    // Beyond the longest pattern nothing is shown, so that the lines fit every target.
+    // What exceeds the longest pattern is not shown, so that the lines fit every trace target.
     const QOR_StringHelper::chReferenceStringT<char> strPattern(
         lpszREText, static_cast<int>(strnlen(lpszREText, maxPatternLength + 1)));
     const int nMark = strPattern.GetLength() - strBlank.GetLength() - 1;
@@ -137,7 +131,7 @@ int re_Text<T>::tryParseREFromText(const T*& lpszREText) {
         const T* lpszPlain = lpsz;
         while (isPlain(*lpsz))
             ++lpsz;
-        // In front of a '-' stands the begin of a range.
+        // A literal before '-' begins a range.
         if (*lpsz == '-' && lpsz > lpszPlain)
             --lpsz;
         m_arrText.Append(lpszPlain, static_cast<int>(lpsz - lpszPlain));
@@ -150,7 +144,7 @@ int re_Text<T>::tryParseREFromText(const T*& lpszREText) {
     }
     if (m_arrText.IsEmpty())
         return 0;
-    setSource<T>(this, lpszREText, lpsz);
+    setSource(this, lpszREText, lpsz);
     lpszREText = lpsz;
     return this->PeekRepeatFromText(lpszREText);
 }
@@ -170,14 +164,14 @@ int re_Range<T>::tryParseREFromText(const T*& lpszREText) {
         m_chLow = static_cast<uint32_t>(nHigh);
         m_chHigh = static_cast<uint32_t>(nLow);
     }
-    setSource<T>(this, lpszREText, lpsz);
+    setSource(this, lpszREText, lpsz);
     lpszREText = lpsz;
     return 1;
 }
 
 template <class T>
 int re_Reference<T>::tryParseREFromText(const T*& lpszREText) {
-    reRegularExpress<T>* pExpress = expressOf<T>(this);
+    reRegularExpress<T>* pExpress = expressOf(this);
     if (*lpszREText != '\\' || pExpress == NULL)
         return 0;
     int nValue = 0;
@@ -185,12 +179,12 @@ int re_Reference<T>::tryParseREFromText(const T*& lpszREText) {
     m_pRefRE = lpsz != NULL ? pExpress->GetCaptureRE(nValue) : NULL;
     if (m_pRefRE == NULL)
         return 0;
-    setSource<T>(this, lpszREText, lpsz);
+    setSource(this, lpszREText, lpsz);
     lpszREText = lpsz;
     return this->PeekRepeatFromText(lpszREText);
 }
 
-// What may stand there is told by the first literal, so that no node is made in vain.
+// The first literal decides which kind of leaf it can be, so that no node is made in vain.
 template <class T>
 int re_Group<T>::ParseLeaf(const T*& lpszREText, bool bSet) {
     if (lpszREText[0] == '\\' && lpszREText[1] >= '0' && lpszREText[1] <= '9') {
@@ -223,7 +217,7 @@ int re_Group<T>::ParseNode(const T*& lpszREText) {
         return -1;
     AddChildRE(pNew);
     int nResult = pNew->tryParseREFromText(lpszREText);
-    if (nResult == 1 && !mayAdd<T>(m_pBuild, this)) {
+    if (nResult == 1 && !mayAdd(m_pBuild, this)) {
         lpszREText = lpszFrom;
         nResult = -1;
     }
@@ -245,7 +239,7 @@ int re_Group<T>::ParseElements(const T*& lpszREText, bool bSet) {
     const int nLookBefore = m_pBuild != NULL ? m_pBuild->m_nLook : 0;
     int nLookMost = nLookBefore;
     for (;;) {
-        // No alternative of a set follows another one.
+        // The alternatives of a set do not follow one another.
         if (m_pBuild != NULL && bSet)
             m_pBuild->m_nLook = nLookBefore;
         int nResult = tryParseGroupREFromText(lpszREText);
@@ -277,7 +271,7 @@ int re_Group<T>::ParseAndREFromTextByEnding(const T*& lpszREText, T chEnding) {
     const T* lpszFrom = lpszREText;
     if (ParseSequence(lpszREText, chEnding) < 0)
         return -1;
-    setSequenceSource<T>(this, lpszFrom, lpszREText);
+    setSequenceSource(this, lpszFrom, lpszREText);
     if (chEnding != ')')
         return 1;
     ++lpszREText;
@@ -294,7 +288,7 @@ int re_Group<T>::ParseSet(const T*& lpszREText) {
     if (ParseElements(lpszREText, true) < 0 || *lpszREText != ']')
         return -1;
     ++lpszREText;
-    setSource<T>(this, lpszFrom, lpszREText);
+    setSource(this, lpszFrom, lpszREText);
     const bool bMember = this->m_pParentRE != NULL && (this->m_pParentRE->m_uTraits & traitSet) != 0;
     if (bMember && lpszREText - lpszFrom > 4 && lpszFrom[1] == ':' && lpszREText[-2] == ':')
         noteDialect(this, "a set has no named classes; digits are '\\d', white space '\\s', letters [a-zA-Z]");
@@ -311,13 +305,13 @@ int re_Group<T>::tryParseREFromText(const T*& lpszREText) {
     ++lpszREText;
     if (lpszREText[0] == '?' && lpszREText[1] == ':') {
         lpszREText += 2;
-    } else if (reRegularExpress<T>* pExpress = m_bNoCapture == 0 ? expressOf<T>(this) : NULL) {
+    } else if (reRegularExpress<T>* pExpress = m_bNoCapture == 0 ? expressOf(this) : NULL) {
         pExpress->AddCaptureRE(this);
     }
     return ParseAndREFromTextByEnding(lpszREText, ')');
 }
 
-// A new group, one level down, in which m_nDepth is that of its elements.
+// Compiles a new group. m_nDepth is already that of its elements.
 template <class T>
 template <class X>
 int re_Group<T>::ParseChild(const T*& lpszREText) {
@@ -350,7 +344,7 @@ int re_Group<T>::ParseAlias(const T*& lpszREText, const T* lpszAlias, int nLengt
         RemoveLastChild();
         return -1;
     }
-    setSource<T>(pNew, lpszREText, lpszREText + nLength);
+    setSource(pNew, lpszREText, lpszREText + nLength);
     lpszREText += nLength;
     if (pNew->PeekRepeatFromText(lpszREText) == 1)
         return 1;
@@ -369,7 +363,7 @@ int re_Group<T>::tryParseGroupREFromText(const T*& lpszREText) {
         return 0;
     reBuild objNone;
     reBuild* pBuild = m_pBuild != NULL ? m_pBuild : &objNone;
-    if (!mayAdd<T>(m_pBuild, this) || (lpszAlias != NULL && !pBuild->takeAlias(lpszAlias)))
+    if (!mayAdd(m_pBuild, this) || (lpszAlias != NULL && !pBuild->takeAlias(lpszAlias)))
         return -1;
     if (*lpszREText == '.' && (this->m_uTraits & traitSet) != 0)
         noteDialect(this, "'.' is any character, in a set, too; a point is '\\.'");

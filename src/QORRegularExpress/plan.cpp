@@ -1,7 +1,7 @@
-// What is worked out about a tree that was built, so that matching can pass over what cannot be otherwise. Everything
-// is decided per character, for a place in front of the end of the text; at the end nothing is passed over.
+// The analysis of a tree that lets matching skip what has only one outcome. Everything is decided by the character at a
+// position before the end of the text; at the end nothing is skipped.
 //
-// The tree is walked from its end to its begin, because a repetition looks at what follows it.
+// The tree is walked backwards, because a repetition depends on what follows it.
 #include <string.h>
 
 #include <new>
@@ -11,9 +11,6 @@
 namespace QOR_RegularExpressHelper {
 
 namespace {
-
-typedef re_Base<char> node;
-typedef re_Group<char> group;
 
 class charSet {
 public:
@@ -70,23 +67,23 @@ private:
     uint32_t m_arrWord[8];
 };
 
-// What a node does at a place, by the character that stands there.
+// What a node does at a position, by the character there.
 struct traitsOf {
-    charSet setFirst;       // other characters: it fails, or matches nothing, touching the same nodes alike
-    charSet setStart;       // other characters: it fails, or matches nothing
+    charSet setFirst;       // at any other character it fails or matches nothing, and leaves the same results each time
+    charSet setStart;       // at any other character it fails or matches nothing
     charSet setTakes;       // bSingle only: the characters that it takes
     bool bNothing = false;  // it may match nothing
-    bool bSingle = false;   // it takes one character or fails, by that character alone
-    bool bUniform = false;  // bSingle only: whatever the character, all nodes below are touched
-    bool bLooks = false;    // it looks ahead, or a node below does
-    bool bPartial = false;  // bSingle only: not all nodes below are touched where it fails
+    bool bSingle = false;   // it takes one character or fails, depending on that character alone
+    bool bUniform = false;  // bSingle only: every character reaches all descendants
+    bool bLooks = false;    // it looks ahead, or a descendant does
+    bool bPartial = false;  // bSingle only: it may fail before it reaches all descendants
 };
 
 // What follows a node.
 struct following {
-    charSet setFirst;      // other characters: it ends as bNothing says, touching the same nodes with the same outcome
+    charSet setFirst;      // at any other character it ends as bNothing says, and leaves the same results each time
     bool bNothing = true;  // the rest of the node's own sequence may match nothing
-    bool bNone = true;     // there is nothing, up to the root
+    bool bNone = true;     // nothing follows, up to the root
 };
 
 class planner {
@@ -110,7 +107,7 @@ public:
         state.m_bClean = true;
         findLead(&m_express);
         const bool bOvershoot = (m_express.m_uTraits & traitOvershoot) != 0;
-        return m_bMemory && (m_bReference || bOvershoot || planStraight(m_express));
+        return m_bMemory && (m_bReference || bOvershoot || planOnePass(m_express));
     }
 
 private:
@@ -152,14 +149,14 @@ private:
         return p->m_pPlan;
     }
 
-    // Down the first members of sequences that have to match.
+    // Looks for a leading run in the first members of sequences that have to match.
     void findLead(group* pGroup) {
         if (m_bReference || (pGroup->m_uTraits & traitSet) != 0 || pGroup->m_bNegative != 0 ||
             pGroup->m_nMinTimes == 0 || pGroup->GetChildRECount() == 0)
             return;
         node* p = pGroup->m_arrTargetREs[0];
         if (p->m_pPlan != NULL && p->m_pPlan->m_bRun && p->m_nMaxTimes == -1) {
-            // One that takes as little as it may stops at another place from each begin.
+            // A weak run can end at a different position for each start.
             if (p->m_chRepeatMode == '?')
                 return;
             m_express.m_pState->m_pLead = p->m_pPlan;
@@ -241,7 +238,7 @@ private:
                 rest = following(), rest.bNothing = false;
             rest.setFirst.add(child.setFirst);
             rest.bNone = false;
-            // From the middle on, a negated sequence is negated, too.
+            // The rest of a negated sequence is negated, too.
             if (bNegative)
                 rest.setFirst = charSet(true);
         }
@@ -339,9 +336,9 @@ private:
             fillTakes(p, traits);
     }
 
-    // A group that takes one character, and is not part of another such node, is matched by its plan, too.
+    // Gives a plan to a group that takes one character and is not part of another such node.
     void fillSingle(node* p, const traitsOf& traits) {
-        if (!traits.bSingle || (p->m_uTraits & traitGroup) == 0 || m_nSingles == mostSingles || newPlan(p) == NULL)
+        if (!traits.bSingle || (p->m_uTraits & traitGroup) == 0 || m_nSingles == maxSingles || newPlan(p) == NULL)
             return;
         ++m_nSingles;
         fillTakes(p, traits);
@@ -351,41 +348,41 @@ private:
         rePlan* pPlan = p->m_pPlan;
         traits.setTakes.markIn(pPlan->m_arrChar, rePlan::bitTakes);
         pPlan->m_bAll = traits.setTakes.count() == 256;
-        const int nBelow = countBelow(p);
-        if (nBelow == 0)
+        const int nInner = countInner(p);
+        if (nInner == 0)
             return;
-        pPlan->m_arrBelow = new (std::nothrow) reBelow[static_cast<size_t>(nBelow)];
-        m_bMemory = m_bMemory && pPlan->m_arrBelow != NULL;
-        if (pPlan->m_arrBelow != NULL)
-            takenBelow(pPlan, p, charSet(true));
+        pPlan->m_arrInner = new (std::nothrow) reInner[static_cast<size_t>(nInner)];
+        m_bMemory = m_bMemory && pPlan->m_arrInner != NULL;
+        if (pPlan->m_arrInner != NULL)
+            takenInner(pPlan, p, charSet(true));
     }
 
-    // ---- the nodes below one that takes one character
+    // ---- the descendants of a node that takes one character
 
-    static int countBelow(const node* p) {
+    static int countInner(const node* p) {
         if ((p->m_uTraits & traitGroup) == 0)
             return 0;
         const group* pGroup = static_cast<const group*>(p);
         const int nCount = pGroup->GetChildRECount();
-        int nBelow = nCount;
+        int nInner = nCount;
         for (int i = 0; i < nCount; ++i)
-            nBelow += countBelow(pGroup->m_arrTargetREs.GetBuffer()[i]);
-        return nBelow;
+            nInner += countInner(pGroup->m_arrTargetREs.GetBuffer()[i]);
+        return nInner;
     }
 
-    // Notes the nodes below a node that is applied at some characters, and answers which it takes, asked or not.
-    static charSet takenBelow(rePlan* pPlan, node* p, const charSet& setReached) {
+    // Notes the descendants of a node that is applied at certain characters. Returns all characters that it would take.
+    static charSet takenInner(rePlan* pPlan, node* p, const charSet& setReached) {
         if ((p->m_uTraits & traitGroup) == 0)
             return leafSet(p);
         const group* pGroup = static_cast<group*>(p);
         charSet setRest = setReached, setTaken;
         for (int i = 0; i < pGroup->GetChildRECount(); ++i) {
             node* pChild = pGroup->m_arrTargetREs.GetBuffer()[i];
-            const charSet setChild = takenBelow(pPlan, pChild, setRest);
-            reBelow& below = pPlan->m_arrBelow[pPlan->m_nBelow++];
-            below.m_pRE = pChild;
-            setRest.copyTo(below.m_arrReached);
-            setChild.copyTo(below.m_arrTaken);
+            const charSet setChild = takenInner(pPlan, pChild, setRest);
+            reInner& inner = pPlan->m_arrInner[pPlan->m_nInner++];
+            inner.m_pRE = pChild;
+            setRest.copyTo(inner.m_arrReached);
+            setChild.copyTo(inner.m_arrTaken);
             setRest.remove(setChild);
             setTaken.add(setChild);
         }
@@ -394,7 +391,7 @@ private:
         return setTaken;
     }
 
-    static constexpr int mostSingles = 256;  // so that a plan costs no more than the node, on the whole
+    static constexpr int maxSingles = 256;  // so that plans do not cost more than the tree
 
     reRegularExpress<char>& m_express;
     bool m_bReference;

@@ -27,8 +27,6 @@ namespace QOR_RegularExpressHelper {
 
 namespace {
 
-typedef re_Base<char> node;
-typedef re_Group<char> group;
 typedef uint64_t groupBits;
 
 constexpr groupBits allGroups = ~groupBits(0);

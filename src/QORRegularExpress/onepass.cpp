@@ -1,28 +1,28 @@
-// The steps of a pattern that can be matched straight on: each element takes what it can, once, and nothing is tried
-// twice. Its answer and every node's result are those of the plain steps. That holds for sequences of texts, of nodes
-// that take one character, of runs of these, of groups, and of optional groups that hold no other optional group, where
-// - in front of each character that a run or an optional group takes, what follows only fails or matches nothing, so
-//   that looking ahead cannot make it take less and still match. What it touches there, it touches again
-//   behind the last character; therefore nodes whose characters touch different nodes below must not be among it.
-// - or all that follows, up to the end of the pattern, matches at every place and touches the same nodes there.
-// Where what follows fails behind a run, the plain steps go back to the run's least number, and fail there, too, but
-// with other results. So from such a place on (reStep::m_bAside) a failure is repeated by the plain steps.
+// The one-pass matcher: each element takes what it can, once, and nothing is tried twice. The match and all results are
+// those of the general matcher (match.cpp, where is also said why there are two).
+//
+// It serves sequences of texts, of nodes that take one character, of runs of these, of groups, and of optional groups
+// that contain no other optional group, if for each run and optional group
+// - what follows fails or matches nothing at each character that the run or the group takes, so that looking ahead
+// cannot
+//   make it take less and still match. What looking ahead reaches there, it reaches again after the last character;
+//   so nodes of which different characters reach different descendants must not be among that.
+// - or all that follows, up to the end of the pattern, matches at every position and reaches the same nodes there.
+// Where what follows a run fails, the general matcher goes back to the run's least number and fails there, too, but
+// with other results. So after such a step (reStep::m_bMayShorten) a failure is left to the general matcher.
 #include <stdint.h>
 
 #include <new>
 
-#include "QORRegularExpress/plan.h"
+#include "QORRegularExpress/match.h"
 
 namespace QOR_RegularExpressHelper {
 
 namespace {
 
-typedef re_Base<char> node;
-typedef re_Group<char> group;
-
-class straightPlanner {
+class onePassPlanner {
 public:
-    explicit straightPlanner(reRegularExpress<char>& express) : m_express(express) {}
+    explicit onePassPlanner(reRegularExpress<char>& express) : m_express(express) {}
 
     bool run() {
         reState& state = *m_express.m_pState;
@@ -72,8 +72,8 @@ private:
         return bOnce ? addGroup(pGroup) : addOptional(pGroup);
     }
 
-    // Something that takes at least one character: looking ahead stops there.
-    bool stop() {
+    // Notes an element that takes at least one character: looking ahead ends there.
+    bool stopLooking() {
         m_bReached = false;
         return !m_bTotal;
     }
@@ -82,28 +82,28 @@ private:
         reStep& step = add(reStep::text, p);
         step.m_lpszText = p->m_arrText.GetBuffer();
         step.m_nMax = p->GetChildRECount();
-        return stop();
+        return stopLooking();
     }
 
     bool addSingle(node* p) {
         add(reStep::single, p);
-        return (!m_bReached || isUniform(*p->m_pPlan)) && stop();
+        return (!m_bReached || isUniform(*p->m_pPlan)) && stopLooking();
     }
 
     bool addRun(node* p) {
         const rePlan& plan = *p->m_pPlan;
         if (p->m_chRepeatMode == '?' || p->m_nMaxTimes == 0)
             return false;
-        // One without a limit ends with a character that is refused, and touches all nodes.
+        // A run without a limit ends with a character that is refused, which reaches all descendants.
         const bool bUniform = isUniform(plan) || (p->m_nMaxTimes == -1 && !plan.m_bPartial);
         if ((m_bReached || m_bTotal) && !bUniform)
             return false;
         reStep& step = add(reStep::run, p);
-        if (p->m_nMinTimes > 0 && !stop())
+        if (p->m_nMinTimes > 0 && !stopLooking())
             return false;
         if (!looksAhead(p) || plan.m_bNothingAfter)
             return true;
-        step.m_bAside = mayGoBack(plan);
+        step.m_bMayShorten = mayShorten(plan);
         return addLook(plan, plan.m_arrChar);
     }
 
@@ -129,12 +129,12 @@ private:
         if (m_bTotal || !firstOf(iOpen + 1, arrFirst))
             return false;
         reStep& close = add(reStep::closeOptional, p);
-        close.m_bAside = mayGoBack(*p->m_pPlan);
+        close.m_bMayShorten = mayShorten(*p->m_pPlan);
         m_arrStep[iOpen].m_pElse = &close;
         return p->m_pPlan->m_bNothingAfter || addLook(*p->m_pPlan, arrFirst);
     }
 
-    // Looking ahead in front of the characters that are marked with bitTakes.
+    // Notes that the matcher looks ahead before each of the characters that are marked with bitTakes.
     bool addLook(const rePlan& plan, const uint8_t (&arrTakes)[256]) {
         m_bReached = true;
         static_assert(rePlan::bitLook == rePlan::bitTakes << 1, "both are compared at once");
@@ -145,7 +145,7 @@ private:
         return true;
     }
 
-    // The characters that an optional group may begin with, where its first member takes one at least.
+    // The characters that an optional group can begin with. False: its first member may take none.
     bool firstOf(int iStep, uint8_t (&arrFirst)[256]) const {
         const reStep& step = m_arrStep[iStep];
         if (iStep >= m_nSteps || (step.m_eKind == reStep::run && step.m_nMin == 0) || step.m_eKind > reStep::run)
@@ -162,14 +162,14 @@ private:
         return true;
     }
 
-    static bool mayGoBack(const rePlan& plan) {
+    static bool mayShorten(const rePlan& plan) {
         return !plan.m_bNothingAfter && !plan.m_bNothingFails && !plan.m_bRestEmpty;
     }
 
-    // Whether every character touches all nodes below.
+    // Whether every character reaches all descendants.
     static bool isUniform(const rePlan& plan) {
-        for (int i = 0; i < plan.m_nBelow; ++i)
-            for (const uint32_t uReached : plan.m_arrBelow[i].m_arrReached)
+        for (int i = 0; i < plan.m_nInner; ++i)
+            for (const uint32_t uReached : plan.m_arrInner[i].m_arrReached)
                 if (uReached != 0xFFFFFFFF)
                     return false;
         return true;
@@ -178,8 +178,8 @@ private:
     reRegularExpress<char>& m_express;
     reStep* m_arrStep = NULL;
     int m_nSteps = 0;
-    bool m_bReached = false;   // looking ahead from somewhere in front comes to the next element
-    bool m_bTotal = false;     // all that follows has to match at every place
+    bool m_bReached = false;   // looking ahead from an earlier element reaches the next one
+    bool m_bTotal = false;     // all that follows has to match at every position
     bool m_bOptional = false;  // inside an optional group
 };
 
@@ -187,9 +187,9 @@ private:
 
 // bEnding: an end is given; bKeep: nodes get their results.
 template <bool bEnding, bool bKeep>
-class straightRun {
+class onePass {
 public:
-    explicit straightRun(const char* lpszEnding) : m_lpszEnding(lpszEnding), m_bAside(false) {}
+    explicit onePass(const char* lpszEnding) : m_lpszEnding(lpszEnding), m_bMayShorten(false) {}
 
     // The end of the match, or null.
     const char* apply(const reStep* pStep, const char* lpsz) {
@@ -220,14 +220,14 @@ public:
                     break;
                 case reStep::closeOptional:
                     keepEnd(*pStep, lpsz);
-                    m_bAside = m_bAside || pStep->m_bAside;
+                    m_bMayShorten = m_bMayShorten || pStep->m_bMayShorten;
                     pOptional = NULL;
                     break;
                 case reStep::end:
                     return lpsz;
             }
             if (lpszNext == NULL) {
-                if (pOptional == NULL || (bKeep && m_bAside))
+                if (pOptional == NULL || (bKeep && m_bMayShorten))
                     return NULL;
                 pStep = pOptional->m_pElse;
                 lpszNext = lpszOptional;
@@ -237,8 +237,8 @@ public:
             lpsz = lpszNext;
         }
     }
-    // Whether, after a failure, the plain steps may leave other results.
-    bool isAside() const { return m_bAside; }
+    // Whether, after a failure, the general matcher may leave other results.
+    bool mayShorten() const { return m_bMayShorten; }
 
 private:
     bool ends(const char* lpsz) const { return bEnding ? lpsz >= m_lpszEnding : *lpsz == 0; }
@@ -270,48 +270,32 @@ private:
         const char* const lpszNext = bTakes ? lpsz + 1 : NULL;
         keep(step, lpsz, lpszNext);
         if (bKeep)
-            touchBelow(step.m_pPlan, lpsz, m_lpszEnding);
+            setInner(step.m_pPlan, lpsz, m_lpszEnding);
         return lpszNext;
     }
-    const char* scan(const reStep& step, const char* lpszBegin) const {
-        const uint8_t* const pTable = step.m_pPlan->m_arrChar;
-        const size_t nMost = step.m_nMax == -1 ? SIZE_MAX : static_cast<size_t>(step.m_nMax);
-        const char* lpsz = lpszBegin;
-        if (!bEnding) {
-            while (static_cast<size_t>(lpsz - lpszBegin) < nMost && !ends(lpsz) &&
-                   (pTable[charValue(*lpsz)] & rePlan::bitTakes) != 0)
-                ++lpsz;
-            return lpsz;
-        }
-        const char* const lpszTo =
-            static_cast<size_t>(m_lpszEnding - lpszBegin) <= nMost ? m_lpszEnding : lpszBegin + nMost;
-        if (step.m_pPlan->m_bAll)
-            return lpszTo;
-        while (lpsz < lpszTo && (pTable[charValue(*lpsz)] & rePlan::bitTakes) != 0)
-            ++lpsz;
-        return lpsz;
-    }
     const char* run(const reStep& step, const char* lpszBegin) {
-        const char* const lpsz = scan(step, lpszBegin);
+        const size_t nMax = step.m_nMax == -1 ? SIZE_MAX : static_cast<size_t>(step.m_nMax);
+        const char* const lpsz =
+            endOfRun(step.m_pPlan, rePlan::bitTakes, rePlan::bitTakes, lpszBegin, bEnding ? m_lpszEnding : NULL, nMax);
         const ptrdiff_t nTimes = lpsz - lpszBegin;
         const char* const lpszNext = nTimes >= step.m_nMin ? lpsz : NULL;
-        m_bAside = m_bAside || (step.m_bAside && nTimes > step.m_nMin);
+        m_bMayShorten = m_bMayShorten || (step.m_bMayShorten && nTimes > step.m_nMin);
         keep(step, lpszBegin, lpszNext);
-        if (bKeep && step.m_pPlan->m_nBelow > 0)
-            touchRun(step.m_pPlan, lpszBegin, lpsz, nTimes != step.m_nMax, m_lpszEnding);
+        if (bKeep && step.m_pPlan->m_nInner > 0)
+            setInnerOfRun(step.m_pPlan, lpszBegin, lpsz, nTimes != step.m_nMax, m_lpszEnding);
         return lpszNext;
     }
 
     const char* const m_lpszEnding;
-    bool m_bAside;
+    bool m_bMayShorten;
 };
 
-// Where less might have been taken, a failure is left to the plain steps. False then.
+// False: it has failed where the general matcher may leave other results.
 template <bool bEnding, bool bKeep>
 bool applySteps(reRegularExpress<char>& express, const char* lpszSrcText, const char* lpszSrcEnding) {
-    straightRun<bEnding, bKeep> run(lpszSrcEnding);
+    onePass<bEnding, bKeep> run(lpszSrcEnding);
     const char* lpszResult = run.apply(express.m_pState->m_arrStep, lpszSrcText);
-    if (bKeep && lpszResult == NULL && run.isAside()) {
+    if (bKeep && lpszResult == NULL && run.mayShorten()) {
         express.m_pState->clearNodes();
         return false;
     }
@@ -322,14 +306,14 @@ bool applySteps(reRegularExpress<char>& express, const char* lpszSrcText, const 
 
 }  // namespace
 
-bool planStraight(reRegularExpress<char>& express) { return straightPlanner(express).run(); }
+bool planOnePass(reRegularExpress<char>& express) { return onePassPlanner(express).run(); }
 
-bool applyStraight(reRegularExpress<char>& express, const char* lpszSrcText, const char* lpszSrcEnding) {
+bool applyOnePass(reRegularExpress<char>& express, const char* lpszSrcText, const char* lpszSrcEnding) {
     reState& state = *express.m_pState;
     const bool bClean = state.m_bClean, bEnding = lpszSrcEnding != NULL;
     if (bEnding && lpszSrcText > lpszSrcEnding)
         return false;
-    if (state.m_bScouting)
+    if (state.m_bSearching)
         return bEnding ? applySteps<true, false>(express, lpszSrcText, lpszSrcEnding)
                        : applySteps<false, false>(express, lpszSrcText, lpszSrcEnding);
     state.m_bClean = false;
