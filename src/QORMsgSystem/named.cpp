@@ -73,9 +73,8 @@ public:
         return nOrder == 0 ? namedOf(pNode) : NULL;
     }
     void Free(namedRecord* pRecord, QOR_AllocHelper::baseSharePoolAlloc& objPool) const {
-        if (!CheckRecord(&pRecord->m_vChain))
+        if (!Unlink(&pRecord->m_vChain))
             return;
-        Unlink(&pRecord->m_vChain);
         pRecord->~namedRecord();
         objPool.free(pRecord);
     }

@@ -142,7 +142,8 @@ msgObject* chMsgQueue::AllocMessage(int nPriority, int nExtraSize) {
 
 void chMsgQueue::FreeMessage(msgObject* pMessage) {
     QOR_AllocHelper::baseStaticPoolAlloc& pool = poolOf(this);
-    messagesOf(this).Unlink(nodeOf(pMessage));
+    if (!messagesOf(this).Unlink(nodeOf(pMessage)))
+        return;
     if (void* pExtra = pMessage->GetExtraData()) {
         pMessage->set_pExtraData(0, NULL);
         pool.free(pExtra);
@@ -200,7 +201,8 @@ void chMsgQueueManager::FreeMessageQueue(chMsgQueue* pMsgQueue) {
     if (!QOR_ASSERT(IsValidMessageQueue(pMsgQueue)))
         return;
     pMsgQueue->ClearQueue();
-    queuesOf(this).Unlink(nodeOf(pMsgQueue));
+    if (!queuesOf(this).Unlink(nodeOf(pMsgQueue)))
+        return;
     pMsgQueue->~chMsgQueue();
     poolOf(this).free(nodeOf(pMsgQueue));
 }

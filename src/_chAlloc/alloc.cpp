@@ -118,9 +118,8 @@ public:
             return false;
         if (!m_area.holds(pRight))
             return failBroken();
-        if (!pRight->is_free_cell())
+        if (!pRight->is_free_cell() || !m_chain.Unlink(linkOf(pRight)))
             return false;
-        m_chain.Unlink(linkOf(pRight));
         pCell->set_pRight(pRight->get_pRight());
         return true;
     }

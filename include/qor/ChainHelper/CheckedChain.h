@@ -142,17 +142,19 @@ public:
         if (chain_type* const pLeft = searchLeft(pRight))
             insert(pLeft, pNew, pRight, [] {});
     }
-    /// Unlinks a record, unless a killed process has done so already. Its own links become null.
-    void Unlink(chain_type* p) const {
+    /// Unlinks a record, unless a killed process has done so already. Its own links become null. False after damage: the
+    /// record is left as it is.
+    bool Unlink(chain_type* p) const {
         if (chain_type* const pLeft = Left(p)) {
             chain_type* const pRight = Right(p);
             if (pRight == NULL)
-                return;
+                return false;
             pRight->set_pPrev(pLeft);
             pLeft->set_pNext(pRight);
         }
         p->set_pNext(NULL);
         p->set_pPrev(NULL);
+        return true;
     }
 
 private:
