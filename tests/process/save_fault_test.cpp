@@ -204,6 +204,19 @@ TEST_F(SaveReader, FindsTheDocumentOnAFileSystemThatIsReadOnly) {
     EXPECT_EQ(0, umount(m_strFolder.c_str()));
 }
 
+TEST_F(SaveReader, PassesWhatIsNoDocument) {
+    set({{".old", s_strOld}});
+    ASSERT_EQ(0, mkdir((m_strName + ".new").c_str(), 0777));
+    expectLoaded({s_strOld}, true, "a directory in place of the .new");
+    rmdir((m_strName + ".new").c_str());
+}
+
+TEST_F(SaveReader, TakesNoOlderDocumentForOneThatItMayNotRead) {
+    set({{".old", s_strOlder}, {".new", s_strOld}});
+    ASSERT_EQ(0, chmod((m_strName + ".new").c_str(), 0));
+    expectLoaded({strerror(EACCES)}, true, "an unreadable .new");
+}
+
 TEST_F(SaveReader, TakesNoHalfANewDocumentForOne) {
     set({{".new", s_strHalf}});
     expectLoaded({strerror(ENOENT)}, false, "only a .new");
@@ -224,6 +237,17 @@ TEST_F(SaveFault, AFailedSaveSaysWhy) {
     ASSERT_EQ(0, unlink(m_strName.c_str()));
     const std::string strNowhere = m_strFolder + "/none/doc";
     EXPECT_EQ(s_strWarning + "Save " + strNowhere + " fail: No such file or directory\n", warningOf(strNowhere));
+}
+
+// The directory is made while the document is written.
+TEST_F(SaveFault, ADirectoryThatComesIsNotReplaced) {
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(0, saveFileSafely(m_strName.c_str(), [&](chFileStdio& file) {
+                  return mkdir(m_strName.c_str(), 0777) == 0 && writePieces(file, s_strNew);
+              }));
+    EXPECT_EQ(s_strWarning + "Save " + m_strName + " fail: " + m_strName + " is a directory\n",
+              testing::internal::GetCapturedStderr());
+    EXPECT_EQ((std::set<std::string>{"doc"}), names());
 }
 
 TEST_F(SaveFault, AFailedWriteSaysWhy) {
@@ -298,20 +322,24 @@ TEST_F(LongName, TwoDocumentsThatBeginAlikeDoNotMeet) {
 }
 
 TEST_F(LongName, ANameIsNotCutAmidACharacter) {
-    std::string strName;
-    for (int i = 0; i < 85; ++i)
-        strName += "\xE2\x82\xAC";
-    useName(strName);
-    EXPECT_EQ(1, saveFileSafely(m_strName.c_str(), [&](chFileStdio& file) {
-                  EXPECT_EQ(1u, names().size());
-                  const std::string strNew = *names().begin();
-                  const size_t nHash = strNew.find('~');
-                  EXPECT_EQ(0u, nHash % 3) << strNew;
-                  EXPECT_EQ(strName.substr(0, nHash), strNew.substr(0, nHash));
-                  EXPECT_LE(strNew.size(), 255u);
-                  return writePieces(file, s_strNew);
-              }));
-    EXPECT_EQ(std::set<std::string>{strName}, names());
+    // Three bytes a character: wherever a name is cut, one of these has a character there.
+    for (size_t nBefore = 0; nBefore < 3; ++nBefore) {
+        std::string strName(nBefore, 'n');
+        while (strName.size() + 3 <= 255)
+            strName += "\xE2\x82\xAC";
+        useName(strName);
+        EXPECT_EQ(1, saveFileSafely(m_strName.c_str(), [&](chFileStdio& file) {
+                      EXPECT_EQ(1u, names().size());
+                      const std::string strNew = *names().begin();
+                      const size_t nHash = strNew.find('~');
+                      EXPECT_EQ(nBefore, nHash % 3) << strNew;
+                      EXPECT_EQ(strName.substr(0, nHash), strNew.substr(0, nHash));
+                      EXPECT_LE(strNew.size(), 255u);
+                      return writePieces(file, s_strNew);
+                  }));
+        EXPECT_EQ(std::set<std::string>{strName}, names());
+        unlink(m_strName.c_str());
+    }
 }
 
 }  // namespace
