@@ -89,9 +89,9 @@ public:
     /// The node's payload. Must not be called at the end.
     value_type* operator->() const { return &checkedNode()->m_value; }
     /// Moves to the next node, or to the end; from the end to the first node.
-    list_iterator& operator++() { return moveTo(ring().Right(m_pThisNode)); }
+    list_iterator& operator++() { return moveTo(ring().StepRight(m_pThisNode)); }
     /// Moves to the previous node; from the first node to the end, from the end to the last node.
-    list_iterator& operator--() { return moveTo(ring().Left(m_pThisNode)); }
+    list_iterator& operator--() { return moveTo(ring().StepLeft(m_pThisNode)); }
     /// The place n nodes further, or -n nodes back. O(n).
     list_iterator operator+(int n) const {
         list_iterator it = *this;
@@ -287,10 +287,8 @@ protected:
     iterator link_node(iterator it, node_type* pNode) {
         const listChain<node_type> chain = nodes();
         chain_type* const pLeft = chain.CheckedLeft(it.m_pThisNode);
-        if (pLeft == NULL)
-            return end();
-        chain.InsertAfter(pLeft, pNode);
-        QOR_ChainHelper::storeShareWord(m_nCount, static_cast<int32_t>(static_cast<uint32_t>(size()) + 1));
+        if (pLeft != NULL && chain.InsertAfter(pLeft, pNode))
+            QOR_ChainHelper::storeShareWord(m_nCount, static_cast<int32_t>(static_cast<uint32_t>(size()) + 1));
         return iterator(pNode);
     }
 

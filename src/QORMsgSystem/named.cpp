@@ -111,7 +111,8 @@ void* chNamedObjectManager::GetNamedObject(const char* lpszName, int nSize, int*
     pRecord->m_strName.InitPool(m_objPool.get_pPool());
     pRecord->m_strName = chConstTextT<char>(lpszName, -1);
 
-    chain.InsertBefore(pRight, &pRecord->m_vChain);
+    if (!chain.InsertBefore(pRight, &pRecord->m_vChain))
+        return NULL;
     if (pbCreated != NULL)
         *pbCreated = 1;
     return pRecord->data();

@@ -411,6 +411,17 @@ TEST_F(ShareChain, ARecordIsCheckedTogetherWithItsNeighbours) {
     EXPECT_EXIT(chain().CheckRecord(pLast), testing::KilledBySignal(SIGABRT), isBroken) << "room for a link only";
 }
 
+TEST_F(ShareChain, AStepLeadsToTheNeighbourOfAPlace) {
+    fill(2);
+    EXPECT_EQ(link(1), chain().StepRight(link(0)));
+    EXPECT_EQ(&m_pBlock->vHead, chain().StepRight(link(1)));
+    EXPECT_EQ(&m_pBlock->vHead, chain().StepLeft(link(0)));
+    EXPECT_EQ(link(1), chain().StepLeft(&m_pBlock->vHead));
+    link(0)->set_pNext(NULL);
+    EXPECT_EXIT(chain().StepRight(link(0)), testing::KilledBySignal(SIGABRT),
+                "\\[_chTest:[0-9]+\\] broken share chain ");
+}
+
 TEST_F(ShareChain, ARecordIsCompleteButOutOfReachWhenItsInserterIsTold) {
     fill(2);
     bool bTold = false;

@@ -184,6 +184,36 @@ TEST(AfterAReport, AWalkOverAChainThatDoesNotEndEnds) {
     aChain[3].set_pNext(reinterpret_cast<QOR_ChainHelper::list_chain_offset*>(segment.begin() + segment.size()));
     EXPECT_REPORT("app: broken share chain", chain.Unlink(&aChain[3]));
     EXPECT_EQ(&aChain[3], aChain[2].get_pNext()) << "it is not taken out";
+    EXPECT_NULL("app: broken share chain", false, chain.InsertAfter(&aChain[3], &aChain[4]));
+    EXPECT_NULL("app: broken share chain", false, chain.InsertBefore(NULL, &aChain[4]));
+    EXPECT_NULL("app: broken share chain", &aChain[3], chain.StepRight(&aChain[3]));
+    EXPECT_NULL("app: broken share chain", &aChain[0], chain.StepLeft(&aChain[0]));
+}
+
+// The list's first node leads out of the segment.
+TEST(AfterAReport, AnIteratorStaysWhereItIs) {
+    const char* const lpszBroken = "_chList: broken share chain";
+    qorTest::guardedSegment segment(1);
+    typedef QOR_ListHelper::chObjList_pool_share<int> shareList;
+    struct block : testPool {
+        shareList list;
+    }* const pBlock = new (segment.begin()) block;
+    shareList& list = pBlock->list;
+    list.InitPool(&pBlock->pool);
+    list.push_back(1);
+    list.push_back(2);
+    auto* const pFirst = list.begin().m_pThisNode;
+    const auto* const pSecond = pFirst->get_pNext();
+    pFirst->set_pNext(NULL);
+    shareList::iterator it = list.begin();
+    EXPECT_REPORT(lpszBroken, ++it);
+    EXPECT_EQ(pFirst, it.m_pThisNode);
+    EXPECT_REPORT(lpszBroken, list.erase(it));
+    EXPECT_REPORT(lpszBroken, list.find(9));
+    EXPECT_EQ(2, list.size());
+    pFirst->set_pNext(pSecond);
+    list.clear();
+    EXPECT_EQ(0, list.size());
 }
 
 // ---- messages

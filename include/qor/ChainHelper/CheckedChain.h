@@ -60,6 +60,19 @@ public:
             return pLeft;
         return searchLeft(p);
     }
+    /// As Right(); p itself after damage.
+    chain_type* StepRight(chain_type* p) const {
+        chain_type* const pRight = p->get_pNext();
+        if (__builtin_expect(pRight == m_pHead || m_checks.isRecord(pRight), 1))
+            return pRight;
+        m_checks.fail();
+        return p;
+    }
+    /// As Left(); p itself after damage.
+    chain_type* StepLeft(chain_type* p) const {
+        chain_type* const pLeft = Left(p);
+        return pLeft != NULL ? pLeft : p;
+    }
     /// As Left(). Fatal: no forward link leads to p.
     chain_type* CheckedLeft(const chain_type* p) const {
         chain_type* const pLeft = Left(p);
@@ -103,7 +116,7 @@ public:
     bool Holds(const chain_type* p) const {
         return Find([p](const chain_type* pRecord) { return pRecord == p; }) != NULL;
     }
-    /// Whether p is a record that both its neighbours allow to unlink. Fatal: it is not, so never false.
+    /// Whether p is a record whose neighbours are records of the chain, or its head, and lead to it. Fatal: it is not.
     bool CheckRecord(const chain_type* p) const {
         return (m_checks.isRecord(p) || m_checks.fail()) && Right(p) != NULL && CheckedLeft(p) != NULL;
     }
@@ -124,26 +137,25 @@ public:
     }
 
     /// Links a new record after pLeft (null: at the front). fnComplete is called when the record's own links are
-    /// complete, before the store that makes it reachable.
+    /// complete, before the store that makes it reachable. False after damage: nothing is linked.
     template <typename Fn>
-    void InsertAfter(chain_type* pLeft, chain_type* pNew, Fn fnComplete) const {
+    bool InsertAfter(chain_type* pLeft, chain_type* pNew, Fn fnComplete) const {
         pLeft = pLeft != NULL ? pLeft : m_pHead;
-        if (chain_type* const pRight = Right(pLeft))
-            insert(pLeft, pNew, pRight, fnComplete);
+        return insert(pLeft, pNew, Right(pLeft), fnComplete);
     }
-    /// Links a new record after pLeft (null: at the front).
-    void InsertAfter(chain_type* pLeft, chain_type* pNew) const {
-        InsertAfter(pLeft, pNew, [] {});
+    /// Links a new record after pLeft (null: at the front). False after damage: nothing is linked.
+    bool InsertAfter(chain_type* pLeft, chain_type* pNew) const {
+        return InsertAfter(pLeft, pNew, [] {});
     }
     /// Links a new record before pRight (null: at the end). Only forward links lead to the place: no walk would reach a
-    /// record that is inserted after one to which only a damaged backward link leads. O(n).
-    void InsertBefore(chain_type* pRight, chain_type* pNew) const {
+    /// record that is inserted after one to which only a damaged backward link leads. O(n). False after damage: nothing
+    /// is linked.
+    bool InsertBefore(chain_type* pRight, chain_type* pNew) const {
         pRight = pRight != NULL ? pRight : m_pHead;
-        if (chain_type* const pLeft = searchLeft(pRight))
-            insert(pLeft, pNew, pRight, [] {});
+        return insert(searchLeft(pRight), pNew, pRight, [] {});
     }
-    /// Unlinks a record, unless a killed process has done so already. Its own links become null. False after damage: the
-    /// record is left as it is.
+    /// Unlinks a record, unless a killed process has done so already. Its own links become null. False after damage:
+    /// the record is left as it is.
     bool Unlink(chain_type* p) const {
         if (chain_type* const pLeft = Left(p)) {
             chain_type* const pRight = Right(p);
@@ -176,12 +188,15 @@ private:
     }
 
     template <typename Fn>
-    static void insert(chain_type* pLeft, chain_type* pNew, chain_type* pRight, Fn fnComplete) {
+    static bool insert(chain_type* pLeft, chain_type* pNew, chain_type* pRight, Fn fnComplete) {
+        if (pLeft == NULL || pRight == NULL)
+            return false;
         pNew->set_pNext(pRight);
         pNew->set_pPrev(pLeft);
         fnComplete();
         pLeft->set_pNext(pNew);
         pRight->set_pPrev(pNew);
+        return true;
     }
 
     template <typename Find, typename Take>
