@@ -12,7 +12,7 @@ namespace QOR_FileHelper {
 
 namespace {
 
-// The phrase in a text; names the text when there was something to cut.
+// The phrase in a text; warns when there was something to trim.
 constText phraseOf(const constText& text) {
     const char* const lpszText = text;
     const constText phrase = trimmed(lpszText, lpszText + text.GetLength());
@@ -21,7 +21,7 @@ constText phraseOf(const constText& text) {
     return phrase;
 }
 
-// From the end: names of one length are more often alike at their begin.
+// Compares from the end: names of one length more often have the same begin.
 bool sameBytesNC(const char* lpsz1, const char* lpsz2, int nLength) {
     while (nLength > 0 && chLower(lpsz1[nLength - 1]) == chLower(lpsz2[nLength - 1]))
         --nLength;

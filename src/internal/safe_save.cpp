@@ -1,6 +1,6 @@
-// The exchange of saved files. See safe_save.h for the states of the files and who owns them.
+// Saving, recovering and reading documents. safe_save.h explains the files and their states.
 //
-// What a function says with false it explains with errno.
+// A function that returns false sets errno.
 #include "internal/safe_save.h"
 
 #include <errno.h>
@@ -25,21 +25,21 @@ using QOR_BaseHelper::fileLock;
 
 namespace {
 
-// How long another saver may take, in milliseconds, before it is overtaken.
+// How long to wait for another saver, in milliseconds, before its save is overtaken.
 constexpr int maxWait = 5000;
 
-// How often files that others exchange meanwhile are looked for again.
+// How often to try again while other processes exchange the files.
 constexpr int maxTries = 20;
 
-// What is written at a time.
+// Bytes in one write.
 constexpr size_t streamBuffer = 16384;
 
 constexpr size_t sizeSuffix = 4;
 
 // ---- names
 
-// A name that leaves room for a suffix: the begin of the document's, and a hash of all of it. Every process has to find
-// the same one.
+// A name with room for a suffix: the begin of the document's name and a hash of all of it. It is the same in every
+// process.
 std::string shortened(const std::string& strPath, size_t nName) {
     uint64_t uHash = 14695981039346656037u;
     for (size_t i = nName; i < strPath.size(); ++i)
@@ -48,11 +48,11 @@ std::string shortened(const std::string& strPath, size_t nName) {
     const int nHash = snprintf(szHash, sizeof(szHash), "~%016llx", static_cast<unsigned long long>(uHash));
     size_t nKept = nName + NAME_MAX - sizeSuffix - static_cast<size_t>(nHash);
     while (nKept > nName && (strPath[nKept] & 0xC0) == 0x80)
-        --nKept;  // not amid a character of UTF-8, which some file systems refuse
+        --nKept;  // not inside a UTF-8 character, which some file systems refuse
     return strPath.substr(0, nKept) + szHash;
 }
 
-// A document's name, to which a suffix can be appended.
+// The name of a document, shortened if need be, to which a suffix can be appended.
 std::string suffixable(const std::string& strPath) {
     const size_t nName = strPath.rfind('/') + 1;  // 0 without a slash
     const size_t nLength = strPath.size() - nName;
@@ -76,10 +76,10 @@ bool isForbidden(int nError) { return nError == EACCES || nError == EPERM; }
 
 bool look(const std::string& strPath, fileState& state) { return lookAt(strPath.c_str(), state); }
 
-// A directory of such a name is none of ours.
+// A directory of such a name is not made by a save.
 bool isFile(fileKind eKind) { return eKind != kindNone && eKind != kindDirectory; }
 
-// The result of looking whether there is a file.
+// Whether there is a file.
 enum class presence { missing, there, unknown };
 
 presence presenceOf(const std::string& strPath) {
@@ -89,31 +89,32 @@ presence presenceOf(const std::string& strPath) {
     return isFile(state.eKind) ? presence::there : presence::missing;
 }
 
-// Whether something stands at a path and, when that is a link, where it leads; also when nobody can tell.
+// Whether there is something at a path and, when that is a link, where it leads. True also when that cannot be found
+// out.
 bool maybeAt(const std::string& strPath) {
     fileState state;
     return !lookThrough(strPath.c_str(), state) || state.eKind != kindNone;
 }
 
-// Asked after nothing was found at the name: a saver may have been between its renames, or is again.
+// Called after nothing was found at the name: a saver may have been between its renames then, or is now.
 bool isNowhere(const savedName& name) { return presenceOf(name.strOld) == presence::missing && !maybeAt(name.strName); }
 
-// ---- steps
+// ---- low-level operations
 
 bool move(const std::string& strFrom, const std::string& strTo) { return renameFile(strFrom.c_str(), strTo.c_str()); }
 
 bool remove(const std::string& strPath) { return removeFile(strPath.c_str()); }
 
-// Whether the held file stands at a path. Of a file that may not be opened nobody can tell.
+// Whether the locked file is at a path. True when it could not be opened, since that cannot be found out then.
 bool standsAt(const fileLock& lock, const std::string& strPath) {
     return lock.fd() == -1 || lock.isAt(strPath.c_str());
 }
 
 // ---- recovery
 
-// The document's lock is held: nobody else moves what stands at its name, unless he lost patience.
+// With the document's lock held, nobody else renames what is at its name, unless a waiter timed out.
 bool deleteOld(const savedName& name, const fileLock& lock) {
-    syncDirectoryOf(name.strName.c_str());  // its successor first
+    syncDirectoryOf(name.strName.c_str());  // brings the new document's name to the device first
     const presence ePresence = lock.fd() != -1 ? presence::there : presenceOf(name.strName);
     if (ePresence == presence::unknown)
         return false;
@@ -123,8 +124,8 @@ bool deleteOld(const savedName& name, const fileLock& lock) {
     return true;
 }
 
-// The name of the three at which the document stands: the first that there is, in the order in which a saver's file
-// takes them. Null: nobody can tell.
+// The one of the three names at which the document is: the first that exists, in the order in which a saver's file has
+// them. Null: that cannot be found out.
 const std::string* standingName(const savedName& name) {
     fileState stateNew;
     if (!look(name.strNew, stateNew))
@@ -135,8 +136,8 @@ const std::string* standingName(const savedName& name) {
     return ePresence == presence::unknown ? NULL : ePresence == presence::there ? &name.strName : &name.strOld;
 }
 
-// Holds the document's file. Waits for a saver that lives; the file may have moved meanwhile. One that this process may
-// not open is left unheld.
+// Locks the document's file, after waiting for a saver that lives; the file may have been renamed meanwhile. A file
+// that this process may not open stays unlocked, which is true as well.
 bool holdDocument(const savedName& name, fileLock& lock) {
     for (int i = 0; i < maxTries; ++i) {
         const std::string* const pPath = standingName(name);
@@ -153,7 +154,7 @@ bool holdDocument(const savedName& name, fileLock& lock) {
     return true;
 }
 
-// Goes on where an exchange was cut short after its first rename.
+// Completes an exchange that was interrupted after its first rename.
 bool finishExchange(const savedName& name, const fileLock& lock) {
     fileState stateOld, stateNew, stateName;
     if (!look(name.strOld, stateOld) || !look(name.strNew, stateNew) || !look(name.strName, stateName))
@@ -161,23 +162,23 @@ bool finishExchange(const savedName& name, const fileLock& lock) {
     if (!isFile(stateOld.eKind))
         return true;
     if (stateNew.eKind == kindRegular) {
-        // A .new that is not the held file belongs to a saver that has just begun.
+        // A .new that is not the locked file belongs to a saver that has just begun.
         if (!standsAt(lock, name.strNew))
             return true;
         if (!move(name.strNew, name.strName))
             return isMissing(errno);
     } else if (stateName.eKind == kindNone &&
-               !move(name.strOld, name.strName)) {  // nothing else is left of the document
+               !move(name.strOld, name.strName)) {  // the .old is all that is left of the document
         return isMissing(errno);
     }
     return deleteOld(name, lock);
 }
 
-// Whether a .new that could not be opened may be removed: a link is no saver's, and a save that may not open a file has
-// no other way.
+// Whether a .new that could not be opened may be removed: a link was made by no saver, and a save could not begin
+// otherwise.
 bool isDiscardedUnopened(int nError, bool bOvertake) { return nError == ELOOP || (bOvertake && isForbidden(nError)); }
 
-// Removes a .new without an .old: it was never complete. A living saver's is left alone.
+// Removes a .new while there is no .old: it was never complete. That of a saver that lives is left alone.
 bool discardNew(const savedName& name, bool bOvertake) {
     fileState stateNew;
     if (!look(name.strNew, stateNew))
@@ -200,8 +201,8 @@ bool discardNew(const savedName& name, bool bOvertake) {
     return ePresence == presence::there;
 }
 
-// Completes or discards what an interrupted save left. A save overtakes a saver that hangs. False: something is left
-// that this process can or may not settle.
+// Completes or discards what an interrupted save left. bOvertake, for a save: takes over from a saver that hangs.
+// False: something is left that this process cannot, or may not, complete or discard.
 bool recover(const savedName& name, bool bOvertake) {
     presence ePresence = presenceOf(name.strOld);
     for (int i = 0; i < maxTries && ePresence == presence::there; ++i) {
@@ -221,8 +222,8 @@ bool recover(const savedName& name, bool bOvertake) {
 
 bool isNoDocument(int nError) { return nError == EISDIR || nError == EOPNOTSUPP; }
 
-// Reads what a cut exchange has left aside, without completing it: the .new, which is whole while there is an .old, or
-// else the .old. A result of -1 with ENOENT: somebody else goes on with the exchange.
+// Reads the document of an interrupted exchange without completing it: the .new, which is whole while there is an .old,
+// or else the .old. -1 with ENOENT: another process is completing the exchange.
 int readAside(const savedName& name, fileText& text) {
     for (const std::string* pPath : {&name.strNew, &name.strOld}) {
         fileLock held;
@@ -231,7 +232,7 @@ int readAside(const savedName& name, fileText& text) {
                 continue;
             return -1;
         }
-        // A file that stands here now has stood here since it was opened.
+        // A file that is here now has been here since it was opened.
         if (presenceOf(name.strOld) != presence::there || !held.isAt(pPath->c_str()))
             continue;
         const int nRead = readWholeText(held.fd(), text);
@@ -244,7 +245,7 @@ int readAside(const savedName& name, fileText& text) {
 
 // ---- saving
 
-// Looks at the file to be replaced. A link is one, with the mode and owner of what it leads to; a link that leads
+// Looks at the file to be replaced. A link counts as a file with the mode and owner of what it leads to; one that leads
 // nowhere counts as none.
 bool lookAtReplaced(const savedName& name, fileState& state) {
     if (!look(name.strName, state))
@@ -258,7 +259,7 @@ bool lookAtReplaced(const savedName& name, fileState& state) {
     return true;
 }
 
-// Whether a change of mode or owner came out as it may: done, or not permitted to this process or on this file system.
+// Whether a save may go on after a change of mode or owner: it succeeded, or this process or file system may not do it.
 bool isTolerable(bool bDone) {
     return bDone || errno == EPERM || errno == EINVAL || errno == ENOSYS || errno == EOPNOTSUPP;
 }
@@ -271,15 +272,15 @@ bool takeOverOwner(int fd, const fileState& stateNew, const fileState& stateOld,
         if (!isTolerable(bOwned))
             return false;
     }
-    // Only the owner of a file may give it to its own groups, and nobody else to anybody.
+    // Without privileges, a file can be given to another group of its owner's, but to no other user.
     return bOwned || bSameGroup || isTolerable(setGroup(fd, stateOld.idGroup));
 }
 
-// Mode and owner of the file to be replaced, as far as this process may set them.
+// Sets mode and owner of the file to be replaced, as far as this process may.
 bool takeOverState(int fd, const fileState& stateOld) {
     fileState stateNew;
     bool bOwned;
-    // The owner comes first: a change of it clears special bits, which are for the old one only.
+    // The owner comes first: changing it clears the set-id bits, which are set for the old owner only.
     if (!lookAtOpen(fd, stateNew) || !takeOverOwner(fd, stateNew, stateOld, bOwned))
         return false;
     const unsigned uMode = stateOld.uMode & (bOwned ? 07777 : 0777);
@@ -293,28 +294,28 @@ void dropNew(const savedName& name, const fileLock& lock) {
         remove(name.strNew);
 }
 
-// Makes the .new, locked, for a document that is seen at its name. The mode is that of the umask for a first save;
-// otherwise, until it has the mode of the document that it replaces, nobody else may read a new one.
+// Creates the .new and locks it. A first save has the mode of the umask; otherwise no other user may read the new
+// document until it has the mode of the one that it replaces.
 bool makeNew(const savedName& name, fileLock& lock, bool bFirst) {
     const int fd = createFile(name.strNew.c_str(), bFirst ? 0666 : 0600);
     if (fd == -1)
         return false;
     lock.take(fd);
-    // Whoever locked it first took it for a dead saver's.
+    // Another process locked it first, and takes it for a dead saver's.
     if (lock.wait(maxWait) && lock.isAt(name.strNew.c_str()))
         return true;
     errno = EEXIST;
     return false;
 }
 
-// A file, or none, can be replaced, a link as well. A directory, pipe or device cannot.
+// A file or a link can be replaced, and a name be free. A directory, pipe or device cannot be replaced.
 bool isReplaceable(fileKind eKind) { return eKind != kindDirectory && eKind != kindSpecial; }
 
-// What has become of an attempt to begin a save.
+// The result of an attempt to begin a save.
 enum class attempt { done, again, failed };
 
-// Makes the .new, locked, and gives it the mode and owner of the document that it is to replace. When that is not done,
-// a .new may be left.
+// Creates the .new, locks it, and gives it the mode and owner of the document that it is to replace. When the attempt
+// fails, a .new may be left.
 attempt tryToBegin(const savedName& name, fileLock& lock) {
     if (!recover(name, true))
         return errno == EBUSY ? attempt::again : attempt::failed;
@@ -327,7 +328,7 @@ attempt tryToBegin(const savedName& name, fileLock& lock) {
     bool bReplaces = stateOld.eKind != kindNone;
     if (!makeNew(name, lock, !bReplaces))
         return errno == EEXIST ? attempt::again : attempt::failed;
-    // While there is an .old, a .new counts as complete. Another save may have been done since the recovery.
+    // While there is an .old, a .new counts as complete. Another save may have come between since the recovery.
     const presence ePresence = presenceOf(name.strOld);
     if (ePresence == presence::there)
         return attempt::again;
@@ -343,7 +344,7 @@ bool beginNew(const savedName& name, fileLock& lock) {
         if (eAttempt == attempt::done)
             return true;
         dropNew(name, lock);
-        lock.release();  // else a recovery waits for this very saver
+        lock.release();  // otherwise the next recovery would wait for this saver
         if (eAttempt == attempt::failed)
             return false;
     }
@@ -351,20 +352,20 @@ bool beginNew(const savedName& name, fileLock& lock) {
     return false;
 }
 
-// Writes the document and brings it to the device.
+// Writes the document to the .new and brings it to the device.
 bool writeNew(int fdNew, const std::function<BOOL(chFileStdio&)>& fnExport) {
     FILE* const pFile = openSecondStream(fdNew, "wb");
     if (pFile == NULL)
         return false;
-    // A stream's own buffer is of a page: a document would go out in as many calls as it has pages.
+    // A stream's own buffer has one page, which would take a call for each page of the document.
     std::unique_ptr<char[]> aBuffer(new (std::nothrow) char[streamBuffer]);
     if (aBuffer != NULL)
         setvbuf(pFile, aBuffer.get(), _IOFBF, streamBuffer);
-    chFileStdio file(pFile);  // closed before its buffer goes
+    chFileStdio file(pFile);  // closed before its buffer is freed
     errno = 0;
     const bool bGood = fnExport(file) && file.IsFileOpened() && fflush(pFile) == 0 && ferror(pFile) == 0;
     if (!bGood && errno == 0)
-        errno = ECANCELED;  // it gave up by itself
+        errno = ECANCELED;  // fnExport gave up
     if (bGood && syncStream(pFile))
         return true;
     const keptError kept;
@@ -372,7 +373,7 @@ bool writeNew(int fdNew, const std::function<BOOL(chFileStdio&)>& fnExport) {
     return false;
 }
 
-// Puts the .new in the place of the file.
+// Replaces the file by the .new.
 bool exchange(const savedName& name, const fileLock& lock) {
     fileState stateReplaced;
     if (!look(name.strName, stateReplaced))
@@ -388,7 +389,7 @@ bool exchange(const savedName& name, const fileLock& lock) {
     const bool bReplaces = stateReplaced.eKind != kindNone;
     if (bReplaces)
         move(name.strName, name.strOld);
-    // A load that lost patience may have done it already.
+    // A load that timed out waiting may have done it already.
     if (!move(name.strNew, name.strName) && !lock.isAt(name.strName.c_str())) {
         const keptError kept;
         if (look(name.strName, stateReplaced) && stateReplaced.eKind == kindNone)
@@ -402,7 +403,7 @@ bool exchange(const savedName& name, const fileLock& lock) {
     return true;
 }
 
-// Why a save failed, for whoever reads the log.
+// The reason of a failure, for the warning.
 std::string reasonOf(const savedName& name, int nError) {
     fileState state;
     for (const std::string* pPath : {&name.strName, &name.strNew})
@@ -414,7 +415,7 @@ std::string reasonOf(const savedName& name, int nError) {
 
 }  // namespace
 
-// ---- what the other sources call
+// ---- the functions of safe_save.h
 
 void recoverSavedFile(const char* lpszFileName) { recover(savedName(lpszFileName), false); }
 
@@ -441,7 +442,7 @@ int readSavedText(const char* lpszFileName, fileText& text) {
             return nRead;
         if (!bSettled)
             nRead = readAside(name, text);
-        // When there is nothing, somebody else goes on with the exchange. Any other error is of the latest look.
+        // When nothing is found, another process is completing the exchange, and the next try finds it.
         if (nRead >= 0 || !isMissing(errno))
             return nRead;
     }

@@ -23,7 +23,7 @@ bool isNamed(const char* lpszFileName) {
     return QOR_ASSERT_TEXT(!QOR_StringHelper::textEMPTY(lpszFileName), "m_pFile == NULL && !textEMPTY(lpszFileName)");
 }
 
-// The size that a file says it has; files that are made while they are read say 0. -1 (errno): it is not to be read.
+// The size of a file, 0 when it is generated while it is read. -1 (errno): it must not be read.
 long long sizeOf(int fd, readKind eKind) {
     fileState state;
     if (!lookAtOpen(fd, state))

@@ -1,8 +1,8 @@
 /// @file
 /// Phrases: the texts that name and fill the entries of documents and of the registry.
 ///
-/// A phrase neither begins nor ends with white space. Whatever it is made from is cut to that, and a warning "[%s]"
-/// with the whole text is printed when there was something to cut. Names are compared without regard to case, values
+/// A phrase neither begins nor ends with white space: the text that it is made from is trimmed. When there was
+/// something to trim, that is a warning "[%s]" with the whole text. Names are compared without regard to case, values
 /// exactly.
 ///
 /// @code
@@ -22,7 +22,7 @@ namespace QOR_FileHelper {
 
 class phraseStringA;
 
-/// A view of a phrase that somebody else owns. It need not end with a NUL.
+/// A view of a phrase in memory of the caller. It need not end with a NUL.
 class QOR_API phraseConstTextA : public QOR_StringHelper::chConstTextT<char> {
 public:
     /// The empty phrase.
@@ -46,7 +46,7 @@ public:
     phraseStringA(const phraseConstTextA& text) { *this = text; }
     /// A copy of the phrase in a text; null is empty.
     phraseStringA(const char* lpszText) { *this = lpszText; }
-    /// The phrase in a string, shared when that has nothing to cut.
+    /// The phrase in a string, shared when there is nothing to trim.
     phraseStringA(const QOR_StringHelper::chReferenceStringT<char>& str) { *this = str; }
     phraseStringA(const phraseStringA& str) = default;
 
@@ -54,7 +54,7 @@ public:
     phraseStringA& operator=(const phraseConstTextA& text);
     /// Copies the phrase in a text; null is empty.
     phraseStringA& operator=(const char* lpszText) { return *this = phraseConstTextA(lpszText); }
-    /// Takes the phrase in a string, shared when that has nothing to cut.
+    /// Takes the phrase in a string, shared when there is nothing to trim.
     phraseStringA& operator=(const QOR_StringHelper::chReferenceStringT<char>& str);
     phraseStringA& operator=(const phraseStringA& str) = default;
 };
