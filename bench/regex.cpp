@@ -30,7 +30,7 @@ namespace {
 
 double s_nRepeat = 1;
 
-constexpr int mostGroups = 4;
+constexpr int maxGroups = 4;
 
 struct pattern {
     const char* lpszName;
@@ -42,7 +42,7 @@ struct pattern {
 
 // Where a match and its groups are, from the begin of the text; -1: nowhere.
 struct found {
-    long arrBegin[mostGroups + 1], arrEnd[mostGroups + 1];
+    long arrBegin[maxGroups + 1], arrEnd[maxGroups + 1];
 };
 
 // ---- who compiles and matches
@@ -53,7 +53,7 @@ public:
     virtual const char* name() const = 0;
     // Compiles a pattern in place of the one before.
     virtual void compile(const pattern& p) = 0;
-    // Matches at lpszFrom, or at the first place behind it, in a text that begins with lpszText.
+    // Matches at lpszFrom, or at the first position after it, in a text that begins with lpszText.
     virtual bool match(const char* lpszText, const char* lpszFrom, const char* lpszTo, bool bSearch, found& result) = 0;
 };
 
@@ -176,7 +176,7 @@ public:
     }
     bool match(const char* lpszText, const char* lpszFrom, const char* lpszTo, bool bSearch, found& result) override {
         const re2::StringPiece text(lpszFrom, static_cast<size_t>(lpszTo - lpszFrom));
-        re2::StringPiece arrGroup[mostGroups + 1];
+        re2::StringPiece arrGroup[maxGroups + 1];
         if (!m_pRegex->Match(text, 0, text.size(), bSearch ? RE2::UNANCHORED : RE2::ANCHOR_START, arrGroup,
                              m_nGroups + 1))
             return false;

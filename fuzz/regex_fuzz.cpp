@@ -1,5 +1,5 @@
 // Regular expressions: an input is a byte of options, a pattern up to a NUL, and a text. Any pattern compiles or has an
-// error inside; short ones must match like the second matcher's, in every node.
+// error inside it; short ones must give the same results as the second matcher in every node.
 #include <stdint.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -15,8 +15,8 @@ using qorTest::referenceCompare;
 
 namespace {
 
-constexpr size_t mostPattern = 160;  // shorter than what nests too deep
-constexpr size_t mostText = 200;
+constexpr size_t maxPattern = 160;  // too short to nest too deep
+constexpr size_t maxText = 200;
 
 void check(bool bGood, const std::string& strWhat) {
     if (bGood)
@@ -31,7 +31,7 @@ void addAliases(referenceCompare& compare) {
     compare.addAlias("/neg", "^/x\\d");
 }
 
-// What a pattern of any length does is bounded; back-references may have to abort.
+// Matching any pattern is bounded; patterns with back-references are left out, since they may have to abort.
 void tryAny(const std::string& strPattern, const std::string& strText, unsigned nFlags) {
     reRegularExpress<char> express;
     express.AddCustomAlias("/me", "(a/me)");
@@ -71,12 +71,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* pData, size_t nSize) {
     const std::string strRest(reinterpret_cast<const char*>(pData) + 1, nSize - 1);
     const size_t nNul = strRest.find('\0');
     const std::string strPattern = strRest.substr(0, nNul);
-    std::string strText = nNul != std::string::npos ? strRest.substr(nNul + 1, mostText) : "";
+    std::string strText = nNul != std::string::npos ? strRest.substr(nNul + 1, maxText) : "";
     tryAny(strPattern, strText, nOptions);
     const bool bGivenEnd = (nOptions & 2) != 0;
     if (!bGivenEnd)
         strText = strText.c_str();
-    if (strPattern.size() <= mostPattern)
+    if (strPattern.size() <= maxPattern)
         compareBoth(strPattern, strText, (nOptions & 1) != 0, bGivenEnd);
     return 0;
 }

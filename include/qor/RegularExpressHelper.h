@@ -1,8 +1,8 @@
 /// @file
-/// Regular expressions: the face of the namespace `QOR_RegularExpressHelper`, a small pattern engine over 8-bit text.
+/// Regular expressions: the namespace `QOR_RegularExpressHelper`, a small pattern engine over 8-bit text.
 ///
-/// A pattern is compiled into a tree of nodes. Matching stands at a given place of the text and yields the end of the
-/// match or null; SearchREOnText() tries one place after the other.
+/// A pattern is compiled into a tree of nodes. A match begins at exactly the given position of the text and returns its
+/// end, or null; SearchREOnText() tries one position after the other.
 ///
 /// @code
 /// using namespace QOR_RegularExpressHelper;
@@ -16,24 +16,24 @@
 ///
 /// | written | matches |
 /// | --- | --- |
-/// | `abc` | the run of characters; a quantifier behind it repeats the whole run |
+/// | `abc` | the run of characters; a quantifier after it repeats the whole run |
 /// | `(...)` `(?:...)` | a sequence, captured or not; a leading `^` negates it: any one character where it fails |
 /// | `[...]` | the first alternative that matches: characters, ranges `a-z`, groups, sets; a leading `^` negates it |
 /// | `.` `$` | any character; a line feed with an optional carriage return before it |
 /// | `\d \D \s \S \w \W` | a digit, white space, a letter, digit or `_`; the capitals: none of them and not a NUL |
 /// | `\1` | what the first group captured |
 /// | `/name` | a custom alias, see reRegularExpress::AddCustomAlias() |
-/// | `\b \t \n \v \f \r \/ \\ \x41` | characters; so is `\` in front of one of `^()[]{}?+*-.$` |
-/// | `* + ? {m} {m,} {m,n}` | how often; `+` behind it takes what it can, `?` as little as it may |
+/// | `\b \t \n \v \f \r \/ \\ \x41` | characters; so is `\` followed by one of `^()[]{}?+*-.$` |
+/// | `* + ? {m} {m,} {m,n}` | how often; with `+` after it as often as possible, with `?` as seldom as possible |
 ///
-/// There is no `|` and there are no anchors; `^` and `$` have the meanings above. A `-` stands for itself only behind a
-/// backslash. Matching does not backtrack. A repetition without a mark behind it looks ahead: it takes the largest
+/// There is no `|` and there are no anchors; `^` and `$` have the meanings above. A `-` stands for itself only after a
+/// backslash. Matching does not backtrack. A repetition without `+` or `?` after it looks ahead: it takes the largest
 /// number after which the rest of its own sequence matches, or its least number if there is none, and keeps it.
 ///
-/// docs/expressions.md has examples by task and a table against the usual dialect. A pattern that compiles but looks as
-/// if it was meant in that dialect, such as `cat|dog`, gets a line in the trace at level 3.
+/// docs/expressions.md has examples by task and compares the syntax with the usual dialect. A pattern that compiles but
+/// looks as if it was meant in that dialect, such as `cat|dog`, gets a line in the trace at level 3.
 ///
-/// Read on in RegularExpressHelper/Lexical.h, Node.h, Relation.h and Express.h.
+/// Continue with RegularExpressHelper/Lexical.h, Node.h, Relation.h and Express.h.
 #ifndef QOR_REGULAREXPRESSHELPER_H
 #define QOR_REGULAREXPRESSHELPER_H
 

@@ -1,12 +1,12 @@
 // The one-pass matcher: each element takes what it can, once, and nothing is tried twice. The match and all results are
-// those of the general matcher (match.cpp, where is also said why there are two).
+// those of the general matcher; the head of match.cpp says why there are both.
 //
 // It serves sequences of texts, of nodes that take one character, of runs of these, of groups, and of optional groups
 // that contain no other optional group, if for each run and optional group
 // - what follows fails or matches nothing at each character that the run or the group takes, so that looking ahead
-// cannot
-//   make it take less and still match. What looking ahead reaches there, it reaches again after the last character;
-//   so nodes of which different characters reach different descendants must not be among that.
+//   cannot make it take less and still match. What looking ahead reaches there, it reaches again after the last
+//   character; therefore what follows must not contain nodes of which different characters reach different
+//   descendants.
 // - or all that follows, up to the end of the pattern, matches at every position and reaches the same nodes there.
 // Where what follows a run fails, the general matcher goes back to the run's least number and fails there, too, but
 // with other results. So after such a step (reStep::m_bMayShorten) a failure is left to the general matcher.

@@ -1,17 +1,19 @@
-// Whether a match could come to a back-reference while its group has no match, which is fatal.
+// Whether a match could reach a back-reference while its group has no match, which is fatal.
 //
-// The tree is judged without a text: every element may match and may fail wherever it is applied. What is followed is
-// which groups surely have a match. Applying a node turns "set" and "not set" of each group into one of the two, for
-// each group apart from the others; so one word of bits stands for 64 groups, and what a node does is a function of one
-// bit, worked out once for each node. Where looking ahead is possible it counts as done, with whatever follows.
+// The tree is analysed without a text: every element may match and may fail wherever it is applied. The analysis tracks
+// which groups certainly have a match ("are set"). Applying a node maps the state of each group, set or not set, to a
+// new one, independently of other groups; so one word of bits represents 64 groups, and the effect of a node is a
+// function of one bit, computed once for each node. Where looking ahead is possible, it counts as done, up to any
+// point.
 //
-// What keeps this true to the matcher:
-// - A group is not set from the moment it is applied until it has matched, also for what looks ahead from inside it; a
-//   repetition sets it again after each further time.
-// - A node that remembers its answer is not applied again. It can only vouch for groups inside it: they have changed
-//   through it alone.
-// - An element that stands elsewhere than the node above it was first applied may fail without its elements being
-//   applied: after the end of the text nothing matches.
+// What makes this agree with the matcher:
+// - A group is not set from when it is applied until it has matched, also for what looks ahead from inside it. Each
+//   further repetition sets it again.
+// - A node that remembers its result is not applied again. That guarantees only the groups inside it, since nothing
+// else
+//   changes them.
+// - An element that is not applied where its parent was first applied may fail without applying its own elements,
+//   because nothing matches after the end of the text.
 #include <stdint.h>
 
 #include <algorithm>
@@ -34,7 +36,8 @@ constexpr groupBits allGroups = ~groupBits(0);
 // For each bit of uWhich uSet, for the others uUnset.
 groupBits pick(groupBits uWhich, groupBits uSet, groupBits uUnset) { return (uWhich & uSet) | (~uWhich & uUnset); }
 
-// The groups that are set afterwards: of those that were not set before, and of those that were. bMay: it may happen.
+// The groups that are set afterwards: of those that were not set before, and of those that were. bMay: this outcome is
+// possible.
 struct effect {
     groupBits uFromUnset;
     groupBits uFromSet;
@@ -60,7 +63,7 @@ effect either(const effect& a, const effect& b) {
     return {a.uFromUnset & b.uFromUnset, a.uFromSet & b.uFromSet, true};
 }
 
-// The groups that a reference is met of without a match: where they were not set before, and where they were.
+// The groups that are referred to without a match: of those that were not set before, and of those that were.
 struct danger {
     groupBits uFromUnset = 0;
     groupBits uFromSet = 0;
@@ -83,21 +86,21 @@ struct summary {
     danger fatal;
     groupBits uInside = 0;  // the groups in it
 
-    // What is applied where this has matched.
+    // Adds what is applied after this has matched.
     void then(const summary& next) {
         fatal.addAfter(good, next.fatal);
         bad = either(bad, inOrder(good, next.bad));
         good = inOrder(good, next.good);
         uInside |= next.uInside;
     }
-    // What is applied where this has failed.
+    // Adds what is applied after this has failed.
     void orElse(const summary& next) {
         fatal.addAfter(bad, next.fatal);
         good = either(good, inOrder(bad, next.good));
         bad = inOrder(bad, next.bad);
         uInside |= next.uInside;
     }
-    // bEnd: a negation fails, too, where the text has ended.
+    // bEnd: the negation also fails at the end of the text.
     void negate(bool bEnd) {
         std::swap(good, bad);
         if (bEnd)
@@ -105,7 +108,7 @@ struct summary {
     }
 };
 
-// What looking ahead from a node does: it may end anywhere on its way to the end of the pattern.
+// The effect of looking ahead from a node: it may stop anywhere before the end of the pattern.
 struct onward {
     effect any = effectNone;
     danger fatal;
@@ -121,7 +124,7 @@ onward joined(const summary& rest, const onward& outer) {
 
 class referenceCheck {
 public:
-    // 64 groups at a time, by their place in a sorted list.
+    // For 64 groups, from an index in a sorted list.
     referenceCheck(const std::vector<const node*>& listGroup, size_t nFrom)
         : m_itFrom(listGroup.begin() + static_cast<ptrdiff_t>(nFrom)),
           m_itTo(listGroup.begin() + static_cast<ptrdiff_t>(std::min(nFrom + 64, listGroup.size()))) {}
@@ -135,8 +138,8 @@ private:
     }
 
     groupBits ownBit(const node& r) const { return (r.m_uTraits & traitCapture) != 0 ? bitOf(&r) : 0; }
-    // Applied after the end of the text, a node fails and leaves what is in it alone.
-    effect behindEnd(const node& r) const { return {0, ~ownBit(r), true}; }
+    // After the end of the text, a node fails without changing what is inside it.
+    effect afterEnd(const node& r) const { return {0, ~ownBit(r), true}; }
 
     static bool isRepeated(const node& r) { return r.m_nMinTimes != 1 || r.m_nMaxTimes != 1; }
 
@@ -159,7 +162,7 @@ private:
             const node& member = *seq.m_arrTargetREs.GetBuffer()[i];
             summary sum = ofNode(member, joined(ahead, outer));
             if (i > 0 || isRepeated(seq))
-                sum.bad = either(sum.bad, behindEnd(member));
+                sum.bad = either(sum.bad, afterEnd(member));
             sum.then(rest);
             rest = sum;
         }
@@ -178,7 +181,7 @@ private:
             const node& member = *set.m_arrTargetREs.GetBuffer()[i];
             summary one = ofNode(member, outer);
             if (isRepeated(set))
-                one.bad = either(one.bad, behindEnd(member));
+                one.bad = either(one.bad, afterEnd(member));
             sum.orElse(one);
         }
         if (set.m_bNegative != 0)
@@ -201,7 +204,7 @@ private:
         if (r.m_nMaxTimes == -1 || r.m_nMaxTimes > r.m_nMinTimes)
             addOptional(sum, once, after, r, uOwn);
         sum.good = inOrder(sum.good, {uOwn, allGroups, true});
-        // Of the others a remembered answer says nothing.
+        // A remembered result guarantees nothing about the others.
         for (effect* p : {&sum.good, &sum.bad})
             if (p->bMay)
                 p->uFromUnset &= sum.uInside;
@@ -219,7 +222,7 @@ private:
         }
     }
 
-    // What the further times may end with, after any number of them.
+    // The optional repetitions, after any number of which it may end.
     static void addOptional(summary& sum, const summary& once, const onward& after, const node& r, groupBits uOwn) {
         effect start = sum.good, ended = effectNever, before = effectNever;
         while (!(before == start)) {

@@ -23,7 +23,7 @@ bool referenceCompare::build(const std::string& strPattern, bool bIgnoreCase) {
 }
 
 void referenceCompare::setText(const std::string& strText) {
-    // The buffer stays in place, so that places keep their meaning from call to call.
+    // The buffer is kept, so that remembered positions stay valid from call to call.
     if (m_strBuffer.empty() || strText != m_strText) {
         m_strText = strText;
         m_strBuffer = strText + std::string(strText.size() + 8, '\0');

@@ -1,4 +1,4 @@
-// Applies the library and the second matcher to the same pattern and text, and tells where they differ.
+// Applies the library and the second matcher to the same pattern and text, and reports the first difference.
 #ifndef QOR_TESTS_SUPPORT_REFERENCE_COMPARE_H
 #define QOR_TESTS_SUPPORT_REFERENCE_COMPARE_H
 
@@ -14,18 +14,18 @@ public:
     typedef QOR_RegularExpressHelper::re_Base<char> node;
     typedef QOR_RegularExpressHelper::re_Group<char> group;
 
-    // An alias for both.
+    // Adds an alias to both.
     void addAlias(const std::string& strName, const std::string& strPattern);
-    // Whether the pattern is sound. What differs is in difference().
+    // Compiles a pattern with both. Returns whether it compiles.
     bool build(const std::string& strPattern, bool bIgnoreCase);
-    // Applies both at a place, on top of what they remember. With bGivenEnd the text may hold NULs.
-    // What the library would abort for it is not given.
+    // Applies both at a position, without clearing their memory. With bGivenEnd the text may contain NULs. Where the
+    // outcome is fatal, the library is not applied.
     referenceMatcher::outcome apply(const std::string& strText, long nAt, bool bGivenEnd);
     // Searches with both.
     referenceMatcher::outcome search(const std::string& strText, bool bGivenEnd);
     void clear();
 
-    // Empty as long as both agree.
+    // What differed first; empty if nothing has.
     const std::string& difference() const { return m_strDifference; }
     QOR_RegularExpressHelper::reRegularExpress<char>& express() { return m_express; }
 
@@ -40,7 +40,7 @@ private:
     referenceMatcher m_reference;
     std::string m_strPattern;
     std::string m_strText;
-    std::string m_strBuffer;  // the text, with NULs behind it
+    std::string m_strBuffer;  // the text, followed by NULs
     std::string m_strDifference;
 };
 

@@ -14,7 +14,7 @@ struct fatalStop {
 };
 struct budgetStop {};
 
-constexpr long mostSteps = 200000;
+constexpr long maxSteps = 200000;
 
 unsigned lower(unsigned ch) { return ch >= 'A' && ch <= 'Z' ? ch + 32 : ch; }
 unsigned swapped(unsigned ch) {
@@ -25,7 +25,7 @@ unsigned swapped(unsigned ch) {
 
 }  // namespace
 
-// One node, whatever its kind. A sequence or a set has members; a text has characters; a range two.
+// A node of any kind. A sequence or a set has members, a text has characters, a range has two.
 struct referenceNode {
     enum kind { group, text, range, reference };
     kind eKind = group;
@@ -49,13 +49,13 @@ struct referenceNode {
 
 struct referenceMatcher::parser {
     referenceMatcher& owner;
-    const std::string& str;  // with a NUL behind
+    const std::string& str;  // with a NUL after it
     size_t n = 0;
 
     char at(size_t i) const { return i < str.size() ? str[i] : '\0'; }
     [[noreturn]] static void fail(size_t nPlace) { throw patternError{nPlace}; }
 
-    // The alias at a place: its pattern and length.
+    // The alias at an index: its pattern and length.
     bool alias(size_t i, std::string& strPattern, size_t& nLength) const {
         static const char* const arrTable[6][2] = {
             {"\\d", "[0-9]"},         {"\\D", "[^0-9\\x0]"},   {"\\s", "[\t-\r ]"},
@@ -85,24 +85,24 @@ struct referenceMatcher::parser {
         return false;
     }
 
-    // One literal at i: whether there is one, its value and the place behind it.
-    bool literal(size_t i, unsigned& uValue, size_t& nBehind) const {
+    // One literal at i: whether there is one, its value and the index after it.
+    bool literal(size_t i, unsigned& uValue, size_t& nAfter) const {
         std::string strAlias;
         size_t nLength = 0;
         const char ch = at(i);
         if (ch == 0 || strchr("^()[]{}?+*-", ch) != nullptr || alias(i, strAlias, nLength))
             return false;
         uValue = static_cast<unsigned char>(ch);
-        nBehind = i + 1;
+        nAfter = i + 1;
         if (ch != '\\')
             return true;
         const char chEscaped = at(i + 1);
-        nBehind = i + 2;
+        nAfter = i + 2;
         if (chEscaped == 'x' || chEscaped == 'X') {
             uValue = 0;
-            while (nBehind < i + 10 && at(nBehind) != 0 && strchr("0123456789abcdefABCDEF", at(nBehind)) != nullptr)
-                uValue = uValue * 16 + static_cast<unsigned>(std::stoi(std::string(1, at(nBehind++)), nullptr, 16));
-            return nBehind > i + 2;
+            while (nAfter < i + 10 && at(nAfter) != 0 && strchr("0123456789abcdefABCDEF", at(nAfter)) != nullptr)
+                uValue = uValue * 16 + static_cast<unsigned>(std::stoi(std::string(1, at(nAfter++)), nullptr, 16));
+            return nAfter > i + 2;
         }
         static const std::string strFrom = "btnvfr", strTo = "\b\t\n\v\f\r";
         const size_t nFound = chEscaped == 0 ? std::string::npos : strFrom.find(chEscaped);
@@ -256,23 +256,23 @@ struct referenceMatcher::parser {
 
     bool charRange(referenceNode& parent) {
         unsigned uLow = 0, uHigh = 0;
-        size_t nBehind = 0;
-        if (!literal(n, uLow, nBehind) || at(nBehind) != '-' || !literal(nBehind + 1, uHigh, nBehind))
+        size_t nAfter = 0;
+        if (!literal(n, uLow, nAfter) || at(nAfter) != '-' || !literal(nAfter + 1, uHigh, nAfter))
             return false;
         referenceNode* p = member(parent, referenceNode::range);
         p->listChar = {uLow < uHigh ? uLow : uHigh, uLow < uHigh ? uHigh : uLow};
-        p->strSource = str.substr(n, nBehind - n);
-        n = nBehind;
+        p->strSource = str.substr(n, nAfter - n);
+        n = nAfter;
         return true;
     }
 
     bool textRun(referenceNode& parent) {
         std::vector<unsigned> listChar;
         unsigned uValue = 0;
-        size_t nEnd = n, nBehind = 0;
-        while (literal(nEnd, uValue, nBehind) && at(nBehind) != '-') {
+        size_t nEnd = n, nAfter = 0;
+        while (literal(nEnd, uValue, nAfter) && at(nAfter) != '-') {
             listChar.push_back(uValue & 0xFF);
-            nEnd = nBehind;
+            nEnd = nAfter;
         }
         if (listChar.empty())
             return false;
@@ -306,7 +306,7 @@ struct referenceMatcher::run {
         return node.eKind == referenceNode::text ? node.listChar.size() : 1;
     }
 
-    // Behind a given end no node may stand; behind a NUL none matches.
+    // After a given end no node may be applied; after a NUL none matches.
     bool mayStand(long n) const {
         if (n <= size())
             return true;
@@ -316,7 +316,7 @@ struct referenceMatcher::run {
     }
 
     long applyNode(referenceNode& node, long n) {
-        if (++nSteps > mostSteps)
+        if (++nSteps > maxSteps)
             throw budgetStop();
         if (node.span.nBegin == n)
             return node.span.nEnd;
@@ -339,7 +339,7 @@ struct referenceMatcher::run {
         return n;
     }
 
-    // One more repetition, if times remain and it advances.
+    // One more repetition, if the limit allows it and it advances.
     bool once(referenceNode& node, long& n, long& nTimes) {
         if (nTimes == 0)
             return false;
@@ -382,7 +382,7 @@ struct referenceMatcher::run {
     }
 
     long applyFrom(referenceNode& node, size_t nIndex, long n) {
-        if (++nSteps > mostSteps)
+        if (++nSteps > maxSteps)
             throw budgetStop();
         const size_t nCount = childCount(node);
         if (nIndex == nCount)
@@ -420,7 +420,7 @@ struct referenceMatcher::run {
         if (span.nEnd == none)
             throw fatalStop{true};
         for (long i = span.nBegin; i < span.nEnd; ++i, ++n) {
-            // Behind the text, tests put NULs.
+            // Tests put NULs after the text.
             const unsigned ch1 = i < size() ? charAt(i) : 0, ch2 = n < size() ? charAt(n) : 0;
             if (bFold ? lower(ch1) != lower(ch2) : ch1 != ch2)
                 return none;

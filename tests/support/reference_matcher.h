@@ -1,4 +1,4 @@
-// A second matcher of the library's pattern syntax, for comparison: it follows the rules step by step, knows no
+// A second matcher of the library's pattern syntax, for comparison: it follows the rules step by step without any
 // shortcut, and shares no code with the library.
 #ifndef QOR_TESTS_SUPPORT_REFERENCE_MATCHER_H
 #define QOR_TESTS_SUPPORT_REFERENCE_MATCHER_H
@@ -10,7 +10,7 @@
 
 namespace qorTest {
 
-// Where a node was applied last and where its match ended, as places in the text; -1: nowhere.
+// Where a node was applied last and where its match ended, as indexes in the text; -1: nowhere.
 struct referenceSpan {
     long nBegin = -1;
     long nEnd = -1;
@@ -28,18 +28,18 @@ public:
 
     // Aliases, the last added first in the search.
     void addAlias(const std::string& strName, const std::string& strPattern);
-    // The place of the error, or -1.
+    // Compiles a pattern. Returns the index of the error, or -1.
     long build(const std::string& strPattern, bool bIgnoreCase);
-    // Applies the whole pattern at a place. With bGivenEnd the text ends at strText's size, else at its NUL.
+    // Applies the whole pattern at an index. With bGivenEnd the text ends at strText's size, otherwise at its NUL.
     outcome apply(const std::string& strText, long nAt, bool bGivenEnd);
-    // Whether the last outcome was fatal for a reference back to a group without a match.
+    // Whether the last outcome was fatal because of a back-reference to a group without a match.
     bool isFatalReference() const { return m_bFatalReference; }
     void clear();
 
     // The end of the last match.
     long end() const;
     std::vector<referenceSpan> captures() const;
-    // Every node's span, source, and quantifier, parents before children.
+    // The span, and the source with the quantifier, of every node, parents before children.
     std::vector<referenceSpan> spans() const;
     std::vector<std::string> sources() const;
 

@@ -1,5 +1,5 @@
-// Building patterns again and again, and what a build leaves to the first match: whoever comes first, and whatever is
-// changed before, the answers are the same, and nothing is left behind.
+// Building patterns again and again, and what a build leaves to the first match: whichever part is matched first, and
+// whatever was changed before, the results are the same, and a rebuild leaves nothing of the old tree.
 #include <functional>
 
 #include "qor/TraceHelper.h"
@@ -50,7 +50,7 @@ TEST_F(RegexBuild, AnEmptyExpressionHasNothingToWorkOut) {
     EXPECT_EQ(nullptr, express.m_pState);
 }
 
-// Whichever part of the tree is applied first, the whole matches as ever, and knows that it has results.
+// Whichever part of the tree is applied first, the whole matches as usual, and knows that nodes have results.
 TEST_F(RegexBuild, TheFirstMatchMayBeThatOfAPart) {
     const char* const lpszText = "abc";
     const char* const lpszEnd = lpszText + 1;
@@ -77,7 +77,7 @@ TEST_F(RegexBuild, TheFirstMatchMayBeThatOfAPart) {
     EXPECT_EQ(3, lengthAt(express, lpszText));
 }
 
-// Looking for the end of a text is needed from the first match on, also where that is a part's.
+// The end of the text has to be looked for from the first match on, even if only a part of the tree is applied.
 TEST_F(RegexBuild, ANegatedSequenceIsKnownBeforeTheFirstMatch) {
     const char szText[] = {'x', 0, 'b', 'b', 0};
     for (const char* lpszPattern : {"x((^a)b)", "x([(^a)c]b)", "x((?:(?:^a))b)"}) {
@@ -94,7 +94,7 @@ TEST_F(RegexBuild, ANegatedSequenceIsKnownBeforeTheFirstMatch) {
     EXPECT_EQ(nullptr, express.GetCaptureRE(1)->ApplyREOnText(szText + 1, NULL));
 }
 
-// ---- changes in front of the first match
+// ---- changes before the first match
 
 TEST_F(RegexBuild, ANodeMovesOutOfATreeThatWasNeverMatched) {
     regexTree express("(ab+)c", 0);

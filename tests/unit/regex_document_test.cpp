@@ -1,5 +1,5 @@
-// docs/expressions.md: every row of its tables holds, here and, as far as it speaks of the usual dialect, there; and
-// the hint in the trace for patterns that look like that dialect.
+// docs/expressions.md and the hint for patterns of the usual dialect: every row of the document's tables is run, what
+// it says of that dialect with std::regex; patterns that look usual, and no others, are traced with a hint.
 #include <filesystem>
 #include <fstream>
 #include <regex>
@@ -16,7 +16,7 @@ namespace {
 
 typedef std::vector<std::string> tableRow;
 
-// The cells of a line, with the bars inside them as they are meant.
+// The cells of a line of a table, with their bars unescaped.
 tableRow cellsOf(const std::string& strLine) {
     tableRow row;
     std::string strCell;
@@ -33,8 +33,8 @@ tableRow cellsOf(const std::string& strLine) {
     return row;
 }
 
-// The rows of all tables of the document that have this head.
-std::vector<tableRow> rowsOf(const tableRow& head) {
+// The rows of all tables of the document that have this header.
+std::vector<tableRow> rowsOf(const tableRow& header) {
     std::ifstream in(QOR_SOURCE_DIR "/docs/expressions.md");
     EXPECT_TRUE(in.is_open());
     std::vector<tableRow> listRow;
@@ -42,7 +42,7 @@ std::vector<tableRow> rowsOf(const tableRow& head) {
     for (std::string strLine; std::getline(in, strLine);) {
         if (strLine.empty() || strLine[0] != '|') {
             bInside = false;
-        } else if (cellsOf(strLine) == head) {
+        } else if (cellsOf(strLine) == header) {
             bInside = true;
         } else if (bInside && strLine.compare(0, 5, "| ---") != 0) {
             listRow.push_back(cellsOf(strLine));
@@ -54,7 +54,7 @@ std::vector<tableRow> rowsOf(const tableRow& head) {
 bool isCode(const std::string& strCell) {
     return strCell.size() > 1 && strCell.front() == '`' && strCell.find('`', 1) == strCell.size() - 1;
 }
-// What stands between the backquotes.
+// What is between the backquotes.
 std::string codeOf(const std::string& strCell) {
     EXPECT_TRUE(isCode(strCell)) << strCell;
     return strCell.substr(1, strCell.size() - 2);
@@ -67,7 +67,7 @@ std::string textOf(const std::string& strCell) {
             str.replace(n, 2, lpszMeant);
     return str;
 }
-// What a cell says that is found: "" for nothing.
+// What a cell says is found: a text in angle brackets, "nothing" or "error".
 std::string expectedOf(const std::string& strCell) {
     return strCell == "nothing" || strCell == "error" ? strCell : "<" + textOf(strCell) + ">";
 }

@@ -1,5 +1,5 @@
-// Regular expressions and bad input: patterns that nest deep, are long, count far or refer to themselves either fail to
-// compile at a known place or work, on a small stack; matching that looks ahead everywhere ends.
+// Regular expressions and extreme input: patterns that nest deep, are long, count high or refer to themselves either
+// fail to compile at a known position or work, on a small stack; matching that looks ahead everywhere ends in time.
 #include <limits.h>
 #include <pthread.h>
 
@@ -27,7 +27,7 @@ void* runStep(void* p) {
     return NULL;
 }
 
-// Runs a step on a stack that unbounded recursion would leave. Sanitizers make frames several times larger.
+// Runs a function on a stack that unbounded recursion would overflow. Sanitizers make frames several times larger.
 void onSmallStack(const std::function<void()>& step) {
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
     const size_t nStack = 2048 * 1024;
@@ -74,7 +74,7 @@ TEST_F(RegexLimit, RepetitionsThatLookAheadCountLikeLevels) {
         EXPECT_EQ(2 * maxDepth, errorAt(express, repeated("a?", 16000)));
         EXPECT_EQ(-1, errorAt(express, repeated("(b?)", maxDepth / 2)));
         EXPECT_EQ(1, lengthAt(express, "ba"));
-        // Those that do not look ahead, and alternatives, are not one in front of the other.
+        // Repetitions that do not look ahead, and alternatives, do not add up.
         EXPECT_EQ(-1, errorAt(express, repeated("a?+", 10000)));
         EXPECT_EQ(2, lengthAt(express, "aab"));
         EXPECT_EQ(-1, errorAt(express, "[" + repeated("(a?b)", 5000) + "]"));
@@ -200,7 +200,7 @@ TEST_F(RegexLimit, LongTextsAreMatchedWithoutDepth) {
 }
 
 TEST_F(RegexLimit, LookingAheadFromEverywhereEnds) {
-    // Every subset of the optional characters would be tried without remembering answers.
+    // Without remembering outcomes, every subset of the optional characters would be tried.
     const int nCount = 60;
     regexTree express;
     ASSERT_EQ(-1, errorAt(express, repeated("a?", nCount) + "a{60}"));
@@ -217,7 +217,7 @@ TEST_F(RegexLimit, LookingAheadFromEverywhereEnds) {
     EXPECT_EQ(-1, lengthAt(express, std::string(2000, 'a').c_str()));
 }
 
-// What is remembered concerns answers alone: the captures of the match are those of the plain steps.
+// Only outcomes are remembered: the captures of the match are those of matching without memory.
 TEST_F(RegexLimit, RememberedAnswersKeepTheCaptures) {
     regexTree express;
     ASSERT_EQ(-1, errorAt(express, "(a*)" + repeated("a?", 40) + "([(b)(c)])(x?)" + repeated("d?", 40) + "(e)"));
@@ -232,7 +232,7 @@ TEST_F(RegexLimit, RememberedAnswersKeepTheCaptures) {
 }
 
 TEST_F(RegexLimit, SearchingALongTextForARunTakesItsLength) {
-    // Each start inside a run that failed would be tried otherwise: 10^10 steps.
+    // Otherwise each start inside a run that failed would be tried: 10^10 steps.
     const std::string strText = repeated(std::string(100000, 'a') + " ", 2);
     regexTree express("\\w+@\\w+", 0);
     EXPECT_EQ(NULL, express.SearchREOnText(strText.c_str(), NULL));

@@ -1,5 +1,5 @@
-// The library's matcher against a second, slow and obvious one: thousands of patterns and texts from fixed seeds (fewer
-// under an emulator or a sanitizer) must give the same errors, trees, ends, captures and results of every node.
+// The library's matcher against a second, slow and obvious one: thousands of random patterns and texts (fewer under an
+// emulator or a sanitizer) must give the same errors, trees, ends, captures and results of every node.
 #include <csignal>
 #include <random>
 
@@ -12,12 +12,12 @@ using namespace qorTest;
 
 namespace {
 
-// The sample in every run is a quarter of the rounds that are named here.
+// Every run takes a quarter of the rounds that the tests name.
 int sampled(int nRounds) { return scaled(nRounds / 4); }
 
 class chance {
 public:
-    explicit chance(unsigned uSeed) : m_engine(uSeed) {}
+    explicit chance(unsigned uSeed) : m_engine(seed(uSeed)) {}
     int below(int n) { return static_cast<int>(m_engine() % static_cast<unsigned>(n)); }
     bool oneIn(int n) { return below(n) == 0; }
     template <size_t N>
@@ -29,7 +29,7 @@ private:
     std::mt19937 m_engine;
 };
 
-// Patterns made by the grammar, over few characters so that texts often match.
+// Generates patterns of the grammar from few characters, so that texts often match.
 class patternMaker {
 public:
     patternMaker(chance& r, bool bReferences) : m_chance(r), m_bReferences(bReferences) {}
@@ -60,7 +60,7 @@ private:
         return m_chance.of(arrAlias);
     }
     std::string element(int nDepth) {
-        // One statement after the other, so that every compiler makes the same patterns.
+        // In two statements, so that every compiler makes the same patterns.
         std::string str = bare(nDepth);
         str += quantifier();
         return str;
@@ -124,7 +124,7 @@ protected:
         compare.addAlias("/neg", "^/x\\d");
     }
 
-    // Applies one pattern to texts in every way.
+    // Applies a pattern to random texts, at every position and by searching.
     void tryTexts(referenceCompare& compare, chance& r) {
         for (int i = 0; i < 6; ++i) {
             const bool bGivenEnd = r.oneIn(2);
@@ -132,7 +132,7 @@ protected:
             compare.clear();
             for (long n = 0; n <= static_cast<long>(strText.size()); ++n) {
                 ++m_arrOutcome[compare.apply(strText, n, bGivenEnd)];
-                // What is remembered stays now and then.
+                // Sometimes the memory is kept for the next position.
                 if (!r.oneIn(4))
                     compare.clear();
             }
@@ -184,7 +184,7 @@ TEST_F(RegexReference, PatternsWithBackReferencesMatchAlike) {
     EXPECT_GT(m_arrOutcome[referenceMatcher::fatal], sampled(100));
 }
 
-// A pattern that is said to be safe never comes to a reference of a group without a match; of the others many do with
+// A pattern that is said to be safe never reaches a reference to a group without a match; many of the others do, with
 // one of a few texts.
 TEST_F(RegexReference, FatalReferencesAreForeseen) {
     chance r(20260707);
@@ -233,7 +233,7 @@ TEST_F(RegexReference, CharactersThrownTogetherAreTheSameErrors) {
     EXPECT_GT(nError, sampled(10000));
 }
 
-// Long runs end in every way: by the limit, by a character, by the end.
+// Runs end in every way: at their limit, at a character, at the end of the text.
 TEST_F(RegexReference, RunsOfCharactersLeaveEveryNodeAlike) {
     static const char* const arrPattern[] = {
         "\\w+\\d",         "\\w*b",           "[^ab]*+a",       "[^a-b0-9]+[a0]", "\\D+0",
@@ -254,8 +254,8 @@ TEST_F(RegexReference, RunsOfCharactersLeaveEveryNodeAlike) {
     }
 }
 
-// Sequences of plain elements, of which most are matched straight on: what follows a run is often, but not always, of
-// other characters than the run.
+// Sequences of plain elements, most of which the one-pass matcher serves: what follows a run often, but not always,
+// begins with other characters than those of the run.
 class sequenceMaker {
 public:
     explicit sequenceMaker(chance& r) : m_chance(r) {}
@@ -294,22 +294,22 @@ private:
 
 TEST_F(RegexReference, SequencesOfPlainElementsMatchAlike) {
     chance r(20260606);
-    int nStraight = 0;
+    int nOnePass = 0;
     for (int i = 0; i < sampled(4000); ++i) {
         referenceCompare compare;
         ASSERT_TRUE(compare.build(sequenceMaker(r).sequence(2), r.oneIn(4))) << compare.difference();
         tryTexts(compare, r);
         ASSERT_EQ("", compare.difference());
         ASSERT_NE(nullptr, compare.express().m_pState);
-        nStraight += compare.express().m_pState->m_arrStep != NULL;
+        nOnePass += compare.express().m_pState->m_arrStep != NULL;
     }
-    EXPECT_GT(nStraight, sampled(1000));
-    EXPECT_LT(nStraight, sampled(3500));
+    EXPECT_GT(nOnePass, sampled(1000));
+    EXPECT_LT(nOnePass, sampled(3500));
     EXPECT_GT(m_arrOutcome[referenceMatcher::matched], sampled(15000));
     EXPECT_GT(m_arrOutcome[referenceMatcher::failed], sampled(15000));
 }
 
-// What the second matcher calls fatal ends the process, with one of the two texts.
+// Where the second matcher reports a fatal outcome, the library ends the process, with one of two texts.
 TEST_F(RegexReference, WhatMustAbortAborts) {
     chance r(20260505);
     int nFatal = 0;

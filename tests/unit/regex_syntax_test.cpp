@@ -1,4 +1,4 @@
-// Compiling regular expressions: characters, aliases, elements, the places of errors and how they are traced.
+// Compiling regular expressions: characters, aliases, elements, the positions of errors and their trace lines.
 #include <malloc.h>
 
 #include <csignal>
@@ -12,13 +12,13 @@ using namespace qorTest;
 
 namespace {
 
-// Errors are traced; those tests that do not look at the lines do without them.
+// Errors are traced; only the tests that examine the lines let them through.
 class RegexSyntax : public testing::Test {
 protected:
     RegexSyntax() { QOR_TraceHelper::uCTraceHelpergetGlobalObject()->RedirectToNull(); }
     ~RegexSyntax() { QOR_TraceHelper::uCTraceHelpergetGlobalObject()->RedirectToStdPipe(); }
 
-    // What building a pattern traces.
+    // The lines that building a pattern traces.
     std::string traced(regexTree& express, const char* lpszPattern) {
         QOR_TraceHelper::uCTraceHelpergetGlobalObject()->RedirectToStdPipe();
         testing::internal::CaptureStdout();
@@ -55,8 +55,8 @@ TEST_F(RegexSyntax, BeginWithComparesAPrefix) {
 TEST_F(RegexSyntax, DigitsAreReadUpToTheirNumber) {
     int nValue = 0;
     const auto read = [&nValue](const char* lpsz, int nBase) {
-        const char* lpszBehind = reGetDigitValue(lpsz, nValue, nBase);
-        return lpszBehind != NULL ? static_cast<long>(lpszBehind - lpsz) : -1;
+        const char* lpszAfter = reGetDigitValue(lpsz, nValue, nBase);
+        return lpszAfter != NULL ? static_cast<long>(lpszAfter - lpsz) : -1;
     };
     EXPECT_EQ(2, read("12x", 10));
     EXPECT_EQ(12, nValue);
@@ -103,8 +103,8 @@ TEST_F(RegexSyntax, OneLiteralIsRead) {
     regexTree express;
     const auto value = [&express](const char* lpsz) {
         int nValue = 0;
-        const char* lpszBehind = reGetAscii(&express, lpsz, nValue);
-        return lpszBehind != NULL ? nValue * 100 + static_cast<int>(lpszBehind - lpsz) : nValue;
+        const char* lpszAfter = reGetAscii(&express, lpsz, nValue);
+        return lpszAfter != NULL ? nValue * 100 + static_cast<int>(lpszAfter - lpsz) : nValue;
     };
     EXPECT_EQ(9701, value("a"));
     EXPECT_EQ(23301, value("\xE9"));
@@ -187,7 +187,7 @@ TEST_F(RegexSyntax, ARangeTakesItsEndsInEitherOrder) {
     EXPECT_EQ(2, matchLength("[\\[-\\]]*", "[]a"));
 }
 
-TEST_F(RegexSyntax, AMinusStandsForItselfBehindABackslash) {
+TEST_F(RegexSyntax, AMinusStandsForItselfAfterABackslash) {
     EXPECT_EQ(3, matchLength("a\\-b", "a-b"));
     EXPECT_EQ(0, errorAt("a-b"));
     EXPECT_EQ(1, errorAt("ba-b"));
@@ -196,13 +196,13 @@ TEST_F(RegexSyntax, AMinusStandsForItselfBehindABackslash) {
     EXPECT_EQ(4, errorAt("[a-c-e]"));
 }
 
-TEST_F(RegexSyntax, QuantifiersAreReadBehindRunsButNotBehindRanges) {
+TEST_F(RegexSyntax, QuantifiersAreReadAfterRunsButNotAfterRanges) {
     EXPECT_EQ(-1, errorAt("[ab+]"));
     EXPECT_EQ(4, errorAt("[a-b+]"));
     EXPECT_EQ(-1, errorAt("[\\d+]"));
 }
 
-TEST_F(RegexSyntax, ErrorsHaveTheirPlaces) {
+TEST_F(RegexSyntax, ErrorsHaveTheirPositions) {
     EXPECT_EQ(2, errorAt("a{}"));
     EXPECT_EQ(2, errorAt("a{,3}"));
     EXPECT_EQ(2, errorAt("a{-1}"));
@@ -231,7 +231,7 @@ TEST_F(RegexSyntax, ErrorsHaveTheirPlaces) {
     EXPECT_EQ(-1, errorAt("a,b/c|d"));
 }
 
-TEST_F(RegexSyntax, ABackReferenceNeedsAGroupInFrontOfIt) {
+TEST_F(RegexSyntax, ABackReferenceNeedsAnEarlierGroup) {
     EXPECT_EQ(0, errorAt("\\1(a)"));
     EXPECT_EQ(3, errorAt("(a)\\2"));
     EXPECT_EQ(3, errorAt("(a)\\0"));
@@ -265,7 +265,7 @@ TEST_F(RegexSyntax, BuildingAgainReplacesTheTree) {
     EXPECT_EQ(1, lengthAt(express, "d"));
 }
 
-TEST_F(RegexSyntax, BehindAnErrorTheExpressionIsEmpty) {
+TEST_F(RegexSyntax, AfterAnErrorTheExpressionIsEmpty) {
     regexTree express("(a)", 0);
     EXPECT_EQ(5, errorAt(express, "(b)(c"));
     EXPECT_EQ(0, express.GetChildRECount());
@@ -282,7 +282,7 @@ TEST_F(RegexSyntax, APatternThatMustCompileIsAssertedToDoSo) {
     EXPECT_EQ(0, express.GetChildRECount());
 }
 
-TEST_F(RegexSyntax, AnErrorIsTracedWithACaretUnderItsPlace) {
+TEST_F(RegexSyntax, AnErrorIsTracedWithACaretUnderItsPosition) {
     EXPECT_EQ(
         "Express \"ab(c*d*+*)ef\"\n"
         "Error   \"        ^---\"\n",
@@ -369,7 +369,7 @@ TEST_F(RegexSyntax, AnErrorInAnAliasIsTracedThereAndStandsAtTheAlias) {
         traced(express, "xy/bad*"));
 }
 
-TEST_F(RegexSyntax, AReplacedAliasLeavesNoTextBehind) {
+TEST_F(RegexSyntax, AReplacedAliasLeavesNoText) {
     regexTree express;
     const std::string strREText(1000, 'a');
     EXPECT_EQ(1, express.AddCustomAlias("/kept", "b"));

@@ -24,14 +24,14 @@ TEST(Regex, TheExampleOfTheHeaderHolds) {
     EXPECT_EQ(3, lengthAt(express, "a=1"));
 }
 
-TEST(Regex, MatchingStandsAtTheGivenPlace) {
+TEST(Regex, AMatchBeginsAtTheGivenPosition) {
     EXPECT_EQ(-1, matchLength("b", "ab"));
     EXPECT_EQ(1, matchLength("a", "ab"));
     EXPECT_EQ(0, matchLength("", "ab"));
     EXPECT_EQ(0, matchLength("", ""));
 }
 
-TEST(Regex, AQuantifierRepeatsTheWholeRunInFrontOfIt) {
+TEST(Regex, AQuantifierRepeatsTheWholeRunBeforeIt) {
     EXPECT_EQ(6, matchLength("abc*", "abcabcab"));
     EXPECT_EQ(0, matchLength("abc*", "abab"));
     EXPECT_EQ(5, matchLength("ab(c)*", "abcccabc"));
@@ -72,7 +72,7 @@ TEST(Regex, ANegatedSequenceDoesNotAskForTheEnd) {
     EXPECT_EQ(1, matchLength("^a", std::string()));
 }
 
-TEST(Regex, BehindTheNulOfATextNothingMatches) {
+TEST(Regex, AfterTheNulOfATextNothingMatches) {
     EXPECT_EQ(-1, matchLength("(^a)b", ""));
     EXPECT_EQ(-1, matchLength("(^a)(^a)", ""));
     EXPECT_EQ(4, matchLength("(^a)*", "bbb"));
@@ -85,7 +85,7 @@ TEST(Regex, BehindTheNulOfATextNothingMatches) {
     EXPECT_EQ(-1, lengthAt(express, szTexts + 2));
 }
 
-TEST(Regex, BehindAGivenEndNoNodeMayStand) {
+TEST(Regex, NoNodeMayBeAppliedAfterAGivenEnd) {
     const std::string strText = "bbb";
     regexTree express("(^a)*", 0);
     EXPECT_EXIT(lengthAt(express, strText.c_str(), strText.c_str() + 3), testing::KilledBySignal(SIGABRT),
@@ -188,7 +188,7 @@ TEST(Regex, WeakRepetitionsTakeTheLeastThatTheRestAllows) {
     EXPECT_EQ(-1, matchLength("a{0,1}?b", "aab"));
 }
 
-// Whether it may go on does not matter there: looking ahead leaves results in the nodes that follow.
+// It looks ahead even though it cannot go on, because that leaves results in the nodes that follow.
 TEST(Regex, AWeakRepetitionLooksAheadAtItsLastPlaceToo) {
     for (const char* lpszPattern : {"([\\S]??a){2}([])", "((?:[b-zA])??a){2}([])", "([\\S]{0,1}?a){2}([])"}) {
         regexTree express(lpszPattern, 0);
@@ -213,7 +213,7 @@ TEST(Regex, LookingAheadSeesTheRestOfItsOwnSequenceOnly) {
 }
 
 TEST(Regex, InsideANegatedSequenceTheRestIsNegatedToo) {
-    // The rest of "a?b" behind the optional part succeeds where b does not stand.
+    // The rest of "a?b" after the optional part succeeds where there is no b.
     EXPECT_EQ(1, matchLength("^a?b", "ac"));
     EXPECT_EQ(1, matchLength("(^a*b)", "aab"));
     EXPECT_EQ(-1, matchLength("(^a*+b)", "aab"));
@@ -589,7 +589,7 @@ TEST(Regex, AMatchIsTracedAtLevelTwo) {
     EXPECT_NE("", testing::internal::GetCapturedStdout());
 }
 
-// What a part of the tree remembers counts for the whole, whoever applied it.
+// What a part of the tree remembers counts for the whole tree, whichever caller applied it.
 
 TEST(Regex, AGroupThatWasAppliedAloneKeepsItsAnswer) {
     const char* const lpszText = "ab";
@@ -624,7 +624,7 @@ TEST(Regex, PartsThatWereAppliedKeepTheirAnswers) {
     EXPECT_TRUE(isKept([&]() { return pSecond->ApplyChildRE(0, lpszEnd, lpszEnd); }));
     EXPECT_TRUE(isKept([&]() { return express.ApplyChildREFrom(1, lpszEnd, lpszEnd); }));
     EXPECT_TRUE(isKept([&]() { return express.ApplyREsAfterChild(0, lpszEnd, lpszEnd); }));
-    // The continuation of what stands behind the first letter: the letter matches, what comes after has failed.
+    // What follows the first letter: the next letter matches, but what comes after it has failed before.
     EXPECT_TRUE(isKept([&]() {
         EXPECT_EQ(lpszEnd, pFirst->ApplyREsAfterChild(0, lpszEnd, lpszEnd));
         return pSecond->m_lpszResultEnd;

@@ -1,5 +1,5 @@
-// Patterns from outside the program: which of them could come to a back-reference of a group without a match, which
-// ends the process, and that they are refused with the reason.
+// Patterns from outside the program: which of them could reach a back-reference to a group without a match, which would
+// end the process, and that they are refused with the reason.
 #include <csignal>
 
 #include "qor/TraceHelper.h"
@@ -33,7 +33,7 @@ TEST_F(RegexUntrusted, AReferenceThatMayBeMetTooEarlyIsNamed) {
     constexpr row arrRow[] = {
         {"([a-c]*)\\1", 1, "ab"},           // looks ahead from inside the group
         {"(a+)\\1", 1, "aa"},               //
-        {"(a+b)c\\1", 1, "aabc"},           // further behind
+        {"(a+b)c\\1", 1, "aabc"},           // further on
         {"((a)b*)\\1", 1, "ab"},            // the outer group is open, the inner one is not
         {"(a)?\\1", 1, "b"},                // looks ahead before the group was tried
         {"(a){1,2}\\1", 1, "ab"},           //
@@ -48,7 +48,7 @@ TEST_F(RegexUntrusted, AReferenceThatMayBeMetTooEarlyIsNamed) {
         {"(a)(b?)(c?)\\1\\3\\2", 2, "aa"},  // the first of two groups
         {"(?:^(a)b)\\1", 1, "b"},           // a sequence that matches where its group fails
         {"[^(a)b]\\1", 1, "c"},             //
-        {"(?:(a{0})(?:^b))+\\1", 1, "."},   // the group is applied behind the end
+        {"(?:(a{0})(?:^b))+\\1", 1, "."},   // the group is applied after the end
         {"a*(b)*?c\\1", 1, "c"},            //
     };
     for (const row& r : arrRow) {
@@ -68,7 +68,7 @@ TEST_F(RegexUntrusted, ASafeReferenceIsNotNamed) {
         EXPECT_EQ(0, fatalReference(lpszPattern)) << lpszPattern;
 }
 
-// The elements are not looked into: what no character can bring about counts as possible.
+// Characters are not examined: what no character can bring about counts as possible.
 TEST_F(RegexUntrusted, WhatNoTextBringsAboutIsNamedToo) {
     EXPECT_EQ(1, fatalReference("[(a)b]c[(?:^(a))]\\1"));
     EXPECT_EQ(-1, matchLength("(a*)[^\\x0-\\xFF]\\1", "aab"));

@@ -12,17 +12,17 @@
 ///     use(lpszBegin, express.m_lpszResultEnd);
 /// @endcode
 ///
-/// What a pattern costs: compiling takes time in the order of its length (an alias counts as its pattern), and so does
-/// what its first match works out for all that follow. Matching a pattern without repetitions that look ahead takes
-/// time in the order of the text. A repetition looks ahead at each of its places at most, and what it looks at may
-/// repeat and look ahead itself, so k of them in a row take time in the order of the text's length to the k-th power:
-/// `.*a.*b.*c` is of the third. Marking them with `+` takes that away. Behind some 260,000 look-aheads their answers
-/// are remembered, in a table that the next ClearResult() frees, one byte for each place of the text and repetition, at
-/// most 4 MiB. Then the time is in the order of k times the square of the text's length, as long as the table holds
-/// them all. The match and the results of all nodes that took part in it are the same; only a node that nothing but
-/// looking ahead came to may keep an older result. A pattern with back-references cannot remember answers.
+/// Compiling is O(n) in the length of the pattern (an alias counts as its pattern), and so is the analysis that the
+/// first match makes for all that follow. Matching a pattern without repetitions that look ahead is O(n) in the length
+/// of the text. A repetition looks ahead once from each of its positions at most, and what it looks at may repeat and
+/// look ahead itself; so k of them in a row are O(n^k), and `.*a.*b.*c` is O(n^3). Possessive repetitions (`.*+`) do
+/// not look ahead. After some 260,000 look-aheads their outcomes are remembered in a table, which the next
+/// ClearResult() frees: one byte for each position and repetition, 4 MiB at most. Matching is then O(k n^2) as long as
+/// the table holds all of them. The match and the results of all nodes that took part in it are the same; only a node
+/// that nothing but looking ahead has reached may keep an older result. In a pattern with back-references, outcomes
+/// cannot be remembered.
 ///
-/// No input makes compiling, matching or destroying use more stack than maxDepth allows for (about 200 KiB).
+/// No input makes compiling, matching or destroying use more stack than maxDepth levels take (about 200 KiB).
 #ifndef QOR_REGULAREXPRESSHELPER_EXPRESS_H
 #define QOR_REGULAREXPRESSHELPER_EXPRESS_H
 
@@ -33,71 +33,72 @@ namespace QOR_RegularExpressHelper {
 
 struct reState;
 
-/// The characters of the longest pattern; the first one behind is an error.
+/// The length of the longest pattern in characters; the first character beyond it is an error.
 constexpr int maxPatternLength = 32768;
-/// The nodes of the largest tree; the element that needs more is an error.
+/// The number of nodes of the largest tree; the element that exceeds it is an error.
 constexpr int maxNodeCount = 65536;
-/// The characters of all alias patterns that a pattern is made of, each counted where it is used; the alias that needs
-/// more is an error.
+/// The total length of the patterns of all aliases that a pattern uses, counted at each use; the alias that exceeds it
+/// is an error.
 constexpr int maxAliasText = 1048576;
-/// How deep groups, sets and aliases nest, repetitions that look ahead and stand in front counted like levels. The
-/// element that is deeper is an error.
+/// The deepest nesting of groups, sets and aliases; preceding repetitions that look ahead count as levels. The element
+/// that exceeds it is an error.
 constexpr int maxDepth = 256;
 
 /// A compiled pattern.
 template <class T>
 class reRegularExpress : public re_RelationAnd<re_Group<T>, T> {
 public:
-    /// Compiles a pattern; null: an empty one, which matches nothing but the empty text, at every place.
+    /// Compiles a pattern; null: an empty one, which matches the empty text at every position.
     /// Fatal: a pattern with an error ("lpszREText == NULL").
     explicit reRegularExpress(const T* lpszREText = NULL, unsigned int nFlags = 0);
     virtual ~reRegularExpress();
     /// Forgets the last match of the whole tree.
     virtual void ClearResult();
 
-    /// Compiles a pattern in place of the one before; custom aliases stay. Null, or the place of the error, which is
-    /// traced; the expression is empty then. Fatal: null.
+    /// Compiles a pattern, which replaces the previous one; custom aliases stay. Returns null; or the position of the
+    /// error, which is traced, and the expression is empty. Fatal: null.
     const T* BuildRegularExpress(const T* lpszREText, unsigned int nFlags);
-    /// Compiles a pattern that comes from outside the program, such as a line of a configuration file: as
-    /// BuildRegularExpress() does, but a pattern with a FindFatalReference() is refused. 1; or 0 with an empty
-    /// expression, and the reason is traced at level 2 and stored where pReason says, unless that is null. Where 1 is
-    /// returned the reason is empty. Fatal: a null pattern.
+    /// Compiles a pattern that comes from outside the program, such as a line of a configuration file. Works like
+    /// BuildRegularExpress(), but refuses a pattern with a FindFatalReference(). Returns 1; or 0 with an empty
+    /// expression, and the reason is traced at level 2 and stored in pReason, unless that is null. With 1 the reason is
+    /// empty. Fatal: a null pattern.
     BOOL BuildUntrustedExpress(const T* lpszREText, unsigned int nFlags,
                                QOR_StringHelper::chReferenceStringT<T>* pReason = NULL);
-    /// The number of the first group for which a match or a search could come to a back-reference while the group has
-    /// no match, which is fatal ("FALSE"); 0: there is none, whatever the text. Judged from the pattern alone: it is
-    /// taken for granted that every element matches some text and fails on another, so some pattern that no text can
-    /// bring to that end is named, too. Typical are `([a-c]*)\1`, where the repetition looks ahead at the reference
-    /// from inside the group, and `[(a)b]\1`, where the group need not take part; `([a-c]*+)\1` is safe. It takes
-    /// time in the order of the number of nodes for each 64 groups that are referred to.
+    /// Returns the number of the first group for which a match or a search could reach a back-reference while the group
+    /// has no match, which is fatal ("FALSE"); 0: there is none, whatever the text. Only the pattern is examined: every
+    /// element is assumed to match some text and to fail on another, so patterns may be named that no text can bring
+    /// there. Typical are `([a-c]*)\1`, where the repetition looks ahead at the reference from inside the group, and
+    /// `[(a)b]\1`, where the group need not take part; `([a-c]*+)\1` is safe. O(nodes) for every 64 groups that are
+    /// referred to.
     int FindFatalReference() const;
-    /// Finds the first place of a text, its end included, at which the pattern matches; the place, or null. The match
-    /// ends at m_lpszResultEnd. The results are as if ClearResult() and ApplyREOnText() had been called for that place
-    /// (for the end, if there is none) alone.
+    /// Finds the first position of a text, its end included, at which the pattern matches. Returns it, or null. The
+    /// match ends at m_lpszResultEnd. The results are as if only ClearResult() and ApplyREOnText() for that position
+    /// had been called; if there is none, for the end.
     const T* SearchREOnText(const T* lpszSrcText, const T* lpszSrcEnding);
 
-    /// The n-th capturing group, counted from 1 by opening parentheses; null when there is none.
+    /// Returns the n-th capturing group, counted from 1 by opening parentheses; null when there is none.
     re_Base<T>* GetCaptureRE(int n);
-    /// Appends a capturing group, which is one of the tree's.
+    /// Appends a capturing group, which is a node of the tree.
     void AddCaptureRE(re_Base<T>* pRE);
 
-    /// Adds an alias for the patterns that are built afterwards, in place of one of the same name. A name is '/' and at
-    /// least one more character, written in a pattern exactly so; where several names fit, the one added last wins,
-    /// not the longest. The alias matches what its pattern does as a group that does not capture; the pattern is
-    /// compiled where it is used and may use other aliases. Both texts are copied.
-    /// 1, or 0 for another name, a null or a text longer than maxPatternLength.
+    /// Adds an alias for patterns that are built later, or replaces the one of the same name. A name is '/' and at
+    /// least one more character, and is written so in a pattern; where several names fit, the one added last wins, not
+    /// the longest. The alias matches what its pattern matches as a group that does not capture. The pattern is
+    /// compiled where it is used and may use other aliases. Both texts are copied. Returns 1; or 0 for any other name,
+    /// a null or a text longer than maxPatternLength.
     BOOL AddCustomAlias(const T* lpszName, const T* lpszREText);
-    /// The pattern of the custom alias that a text begins with, and the length of its name; or null.
+    /// Returns the pattern of the custom alias that a text begins with, and stores the length of its name; or returns
+    /// null.
     const T* GetCustomAlias(const T* lpszText, int* pLen);
 
-    /// Alias name to pattern, the last added at the tail; filled by AddCustomAlias().
+    /// Alias names to patterns, the last added at the tail; filled by AddCustomAlias().
     QOR_ListHelper::chMapList_dynamic<QOR_StringHelper::chConstTextT<T>, QOR_StringHelper::chConstTextT<T>, 16>
         m_mapCustomAlias;
     /// The capturing groups.
     QOR_ArrayHelper::chObjArray<re_Base<T>*, false, 4> m_arrCaptureREs;
 
-    const T* m_lpszFoundEnd;  ///< internal: the NUL of the text that is being matched, once it was looked for
-    reState* m_pState;        ///< internal: what the first match has worked out, and the state of matching
+    const T* m_lpszFoundEnd;  ///< internal: the NUL of the text, once it has been looked for
+    reState* m_pState;        ///< internal: the analysis made by the first match, and the state of matching
 
 private:
     void ClearTree();

@@ -1,8 +1,8 @@
 /// @file
-/// The two ways in which a node's children belong together: one after the other, or one instead of the other.
+/// The two relations between a node's children: a sequence, or alternatives.
 ///
-/// A negated sequence takes one character where its children fail, whether or not there is one; a negated set takes one
-/// where none of its members matches, but not at the end of the text. Read on in Express.h.
+/// A negated sequence takes one character where its children fail, even at the end of the text; a negated set takes one
+/// where none of its members matches, but not at the end of the text. Continue with Express.h.
 #ifndef QOR_REGULAREXPRESSHELPER_RELATION_H
 #define QOR_REGULAREXPRESSHELPER_RELATION_H
 
@@ -10,7 +10,7 @@
 
 namespace QOR_RegularExpressHelper {
 
-/// Joins a relation to a kind of node.
+/// The base of both relations over a kind of node.
 template <class X>
 class re_Relation : public X {};
 
