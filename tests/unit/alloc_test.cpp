@@ -3,6 +3,7 @@
 #include <random>
 
 #include "qor/AllocHelper.h"
+#include "support/huge_request.h"
 #include "support/damage.h"
 #include "support/far_memory.h"
 #include "support/pool_reading.h"
@@ -13,10 +14,6 @@ using namespace QOR_ChainHelper;
 using qorTest::poolCell;
 using qorTest::poolReading;
 using qorTest::scaled;
-
-// A request that no heap can meet is one of the cases.
-extern "C" const char* __asan_default_options() { return "allocator_may_return_null=1"; }
-extern "C" const char* __tsan_default_options() { return "allocator_may_return_null=1"; }
 
 namespace {
 

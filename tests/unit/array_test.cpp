@@ -2,14 +2,11 @@
 #include <random>
 
 #include "qor/ArrayHelper.h"
+#include "support/huge_request.h"
 #include "support/scale.h"
 
 using namespace QOR_ArrayHelper;
 using qorTest::scaled;
-
-// A request that no heap can meet is one of the cases.
-extern "C" const char* __asan_default_options() { return "allocator_may_return_null=1"; }
-extern "C" const char* __tsan_default_options() { return "allocator_may_return_null=1"; }
 
 namespace {
 

@@ -11,6 +11,7 @@
 #include "qor/flat.h"
 #include "qor/qor.h"
 #include "support/damage.h"
+#include "support/huge_request.h"
 #include "support/message_thread.h"
 
 using namespace QOR_AllocHelper;
