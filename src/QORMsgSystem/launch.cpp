@@ -10,6 +10,7 @@
 #include "qor/BaseHelper/Tick.h"
 #include "qor/MiscHelper.h"
 #include "qor/TraceHelper.h"
+#include "xInc/xMsgSystem.h"
 
 using QOR_BaseHelper::qorGetTickCount;
 
@@ -39,9 +40,30 @@ void launchWait::NoteRegistered(const processHold&, const chThreadLocal& objThre
 
 // ---- the launched thread
 
+launchedThread::~launchedThread() {
+    const processHold lock(process().m_csLocal);
+    const auto& listJoining = process().m_listJoining;
+    if (std::find(listJoining.begin(), listJoining.end(), QOR_MiscHelper::qorGetCurrentThreadId()) != listJoining.end())
+        return;
+    process().ForgetOwnThreadId(lock);
+    detachCurrentThread();
+}
+
 namespace {
 
 constexpr unsigned warnInterval = 3000;  // ms between two warnings of a launcher
+
+// Lies on the launcher's stack: the thread reads it before it registers.
+struct threadEntry {
+    void* (*fnEntry)(void*);
+    void* pArg;
+};
+
+void* runEntry(void* pData) {
+    const threadEntry entry = *static_cast<const threadEntry*>(pData);
+    const launchedThread thread;
+    return entry.fnEntry(entry.pArg);
+}
 
 void* runThreadObject(void* pData) {
     if (QOR_ASSERT_TEXT(pData != NULL, "pThread != NULL"))
@@ -50,8 +72,8 @@ void* runThreadObject(void* pData) {
 }
 
 // Starts a thread and blocks until the registration; whether it was started.
-bool startAndWait(const launchWait& wait, void* (*fnEntry)(void*), void* pArg, int nPriority, bool bWarn) {
-    if (chCreateThread(fnEntry, pArg, nPriority) == 0)
+bool startAndWait(const launchWait& wait, threadEntry entry, int nPriority, bool bWarn) {
+    if (chCreateThread(runEntry, &entry, nPriority) == 0)
         return false;
     unsigned long long uStart = bWarn ? qorGetTickCount() : 0;
     while (!wait.IsRegistered()) {
@@ -81,14 +103,14 @@ void runThread(chThreadLocal& objThread) {
 
 chMsgQueue* launchThread(void* (*fnEntry)(void*), void* pArg, int nPriority, const char* lpszThreadName) {
     const launchWait wait(NULL, lpszThreadName);
-    return startAndWait(wait, fnEntry, pArg, nPriority, false) ? wait.GetQueue() : NULL;
+    return startAndWait(wait, {fnEntry, pArg}, nPriority, false) ? wait.GetQueue() : NULL;
 }
 
 BOOL chProcessLocal::LaunchLocalThread(chThreadLocal& objThread) {
     if (!QOR_ASSERT(!IsValidLocalThread(&objThread)))
         return 0;
     const launchWait wait(&objThread, NULL);
-    return startAndWait(wait, runThreadObject, &objThread, objThread.m_nPriority, true);
+    return startAndWait(wait, {runThreadObject, &objThread}, objThread.m_nPriority, true);
 }
 
 // ---- shutting down
@@ -98,9 +120,11 @@ void chProcessLocal::ShutdownLocalThread(chThreadLocal* pThread) {
     {
         const processHold lock(m_csLocal);
         const registration* const pFound = FindRunning(lock, pThread);
-        if (pFound == NULL)
+        if (pFound == NULL || pFound->idThread == 0)
             return;
         found = *pFound;
+        if (found.idTask != QOR_MiscHelper::qorGetCurrentTaskId())
+            m_listJoining.push_back(found.idThread);
     }
     if (!QOR_ASSERT_TEXT(found.idTask != QOR_MiscHelper::qorGetCurrentTaskId(), "idTask != qorGetCurrentTaskId()"))
         return;
@@ -109,6 +133,8 @@ void chProcessLocal::ShutdownLocalThread(chThreadLocal* pThread) {
     if (remote.BindIfValid(const_cast<chMsgQueue*>(found.pMsgQueue)) && remote.getTaskId() == found.idTask)
         remote.PostThreadMsg(TM_THREAD_QUIT, 0, 0);
     chJoinThread(found.idThread);
+    const processHold lock(m_csLocal);
+    m_listJoining.erase(std::find(m_listJoining.begin(), m_listJoining.end(), found.idThread));
 }
 
 }  // namespace QOR_MsgQueueHelper

@@ -1,4 +1,4 @@
-// How a launcher waits for the registration of its thread.
+// The two sides of a launch: the launcher, which waits for a registration, and the launched thread.
 #ifndef QOR_MSG_SYSTEM_LAUNCH_H
 #define QOR_MSG_SYSTEM_LAUNCH_H
 
@@ -30,6 +30,16 @@ private:
     const char* const m_lpszThreadName;    // null for any
     chMsgQueue* m_pMsgQueue = NULL;
     std::atomic<bool> m_bRegistered{false};
+};
+
+// Lives on the stack of a launched thread. At its end, also when it is cancelled, the thread is detached unless
+// somebody is shutting it down and joins it; nobody does so later.
+class launchedThread {
+public:
+    launchedThread() = default;
+    ~launchedThread();
+    launchedThread(const launchedThread&) = delete;
+    launchedThread& operator=(const launchedThread&) = delete;
 };
 
 }  // namespace QOR_MsgQueueHelper

@@ -166,6 +166,14 @@ const chProcessLocal::registration* chProcessLocal::FindRunning(const processHol
         hold, [pThread](const registration& r) { return r.pThread == pThread && isRunning(r.idTask, r.uThread); });
 }
 
+void chProcessLocal::ForgetOwnThreadId(const processHold& hold) {
+    FindRegistration(hold, [](registration& r) {
+        if (r.uThread == t_uThread)
+            r.idThread = 0;
+        return false;
+    });
+}
+
 // ---- registering and unregistering
 
 // Once in a process; a child of a fork is another one.

@@ -66,6 +66,7 @@ void chProcessLocal::fork_reset() {
         (*it).pThread->Abandon();
     listLocalThread.clear();
     m_listLaunch.clear();
+    m_listJoining.clear();
     for (auto it = m_mapTaskEvent.begin(); it != m_mapTaskEvent.end(); ++it)
         (*it).value.CloseEvent();
     m_mapTaskEvent.clear();

@@ -8,6 +8,7 @@ namespace QOR_MsgQueueHelper {
 
 // Starts a thread at fnEntry(pArg) and blocks until a thread of this process has registered under the name, for ever if
 // none does. Returns the queue that it got, whose thread may have ended since; null when the thread was not started.
+// When the thread ends and nobody is shutting it down, it is detached.
 chMsgQueue* launchThread(void* (*fnEntry)(void*), void* pArg, int nPriority, const char* lpszThreadName);
 
 // The life of a launched thread: registers the object, runs its loop and unregisters it. A handler may have done the

@@ -71,6 +71,17 @@ void chJoinThread(unsigned long idThreadID) {
     QOR_WARN(result == 0);
 }
 
+void detachCurrentThread() {
+    int nState = PTHREAD_CREATE_DETACHED;
+    pthread_attr_t attr;
+    if (pthread_getattr_np(pthread_self(), &attr) == 0) {
+        pthread_attr_getdetachstate(&attr, &nState);
+        pthread_attr_destroy(&attr);
+    }
+    if (nState == PTHREAD_CREATE_JOINABLE)
+        pthread_detach(pthread_self());
+}
+
 namespace {
 
 typedef void (*exitFunction)();

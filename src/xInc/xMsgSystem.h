@@ -20,6 +20,10 @@ void sweepDeadTaskEvents();
 // has one such function; asking again changes nothing. No kernel call.
 void callAtThreadExit(void (*fnAtExit)());
 
+// Has the thread library free the calling thread when it ends, since nobody will join it. Does nothing for a thread that
+// is detached already.
+void detachCurrentThread();
+
 // A clock in microseconds that costs no kernel call where the platform offers one.
 unsigned long long getMonotonicMicrosecond();
 

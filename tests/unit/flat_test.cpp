@@ -103,7 +103,6 @@ TEST(Flat, AWorkerWithAnEntryOfItsOwnRegistersItself) {
 
 int onLeave(simpMSG* pMsg) {
     if (pMsg->uMsg == 0x100) {
-        pthread_detach(pthread_self());  // nobody joins a thread that ends by itself
         msgUnregistWorkThread(msgGetThreadByName("leaver"));
     }
     return -1;

@@ -4,6 +4,8 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <chrono>
+#include <future>
 #include <thread>
 
 #include "qor/TraceHelper.h"
@@ -20,10 +22,8 @@ using qorTest::share;
 namespace {
 
 int quitAtOnce(simpMSG* pMsg) {
-    if (pMsg->uMsg == TM_THREAD_START) {
-        pthread_detach(pthread_self());  // nobody joins a thread that ends by itself
+    if (pMsg->uMsg == TM_THREAD_START)
         msgPostMsgToThread(msgGetThreadByName("brief"), TM_THREAD_QUIT, 0, 0);
-    }
     return -1;
 }
 
@@ -73,10 +73,7 @@ TEST(Launch, AThreadThatEndsAtOnceDoesNotHoldUpItsLauncher) {
 struct leaver : chThreadLocal {
     leaver(const char* lpszStep, qorTest::signal& left)
         : chThreadLocal("leaver", NULL), m_strStep(lpszStep), m_left(left) {}
-    void AfterThreadLaunched() override {
-        pthread_detach(pthread_self());
-        leaveAt("after");
-    }
+    void AfterThreadLaunched() override { leaveAt("after"); }
     int TryThreadMessage(msgObject& m) override {
         if (m_strStep == "before")
             PostThreadMsg(TM_THREAD_QUIT, 0, 0);
@@ -104,6 +101,64 @@ TEST(Launch, AThreadMayUnregisterAndDeleteItselfInAnyOfItsSteps) {
         EXPECT_EQ(nullptr, msgGetThreadByName("leaver")) << lpszStep;
     }
     EXPECT_TRUE(qorTest::isPoolOneFreeCell());
+}
+
+// What becomes of a thread after its function has returned: its detach state then.
+std::promise<int> s_detachState;
+
+void tellDetachState(void*) {
+    pthread_attr_t attr;
+    int nState = -1;
+    if (pthread_getattr_np(pthread_self(), &attr) == 0) {
+        pthread_attr_getdetachstate(&attr, &nState);
+        pthread_attr_destroy(&attr);
+    }
+    s_detachState.set_value(nState);
+}
+
+// Ends by itself for message 0x100.
+int tellAtTheEnd(simpMSG* pMsg) {
+    static pthread_key_t s_key;
+    static const int s_nError = pthread_key_create(&s_key, tellDetachState);
+    if (pMsg->uMsg == TM_THREAD_START && s_nError == 0)
+        pthread_setspecific(s_key, &s_key);
+    if (pMsg->uMsg == 0x100)
+        msgPostMsgToThread(msgGetThreadByName("ending"), TM_THREAD_QUIT, 0, 0);
+    return -1;
+}
+
+void* runEnding(void*) {
+    const HTHREAD hThread = msgRegistWorkThread("ending", tellAtTheEnd);
+    msgDefaultThreadRun();
+    msgUnregistWorkThread(hThread);
+    return NULL;
+}
+
+int detachStateAtTheEnd(HTHREAD hThread) {
+    s_detachState = std::promise<int>();
+    std::future<int> state = s_detachState.get_future();
+    msgPostMsgToThread(hThread, 0x100, 0, 0);
+    return state.get();
+}
+
+// Its stack would be lost otherwise: nobody could join it any more.
+TEST(Launch, AThreadThatEndsByItselfIsDetached) {
+    EXPECT_EQ(PTHREAD_CREATE_DETACHED, detachStateAtTheEnd(msgLaunchCallbackWorkThread("ending", tellAtTheEnd, -1)));
+    msgUnlaunchWorkThread("ending");
+    ASSERT_EQ(1, msgLaunchWorkThread(runEnding, "ending", NULL));
+    EXPECT_EQ(PTHREAD_CREATE_DETACHED, detachStateAtTheEnd(msgGetThreadByName("ending")));
+    chThreadLocal thread("ending", tellAtTheEnd);
+    ASSERT_TRUE(process().LaunchLocalThread(thread));
+    EXPECT_EQ(PTHREAD_CREATE_DETACHED, detachStateAtTheEnd(msgGetThreadByName("ending")));
+}
+
+TEST(Launch, AThreadThatIsShutDownIsJoined) {
+    s_detachState = std::promise<int>();
+    std::future<int> state = s_detachState.get_future();
+    msgLaunchCallbackWorkThread("ending", tellAtTheEnd, -1);
+    msgUnlaunchWorkThread("ending");
+    ASSERT_EQ(std::future_status::ready, state.wait_for(std::chrono::seconds(0)));
+    EXPECT_EQ(PTHREAD_CREATE_JOINABLE, state.get());
 }
 
 // Standard error as a pipe, which tells when something was written.

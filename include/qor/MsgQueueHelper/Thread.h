@@ -33,10 +33,11 @@
 
 namespace QOR_MsgQueueHelper {
 
-// Within the library: a message that is in no queue yet, what is left of a wait, and the launcher's wait.
+// Within the library: a message that is in no queue yet, what is left of a wait, and the two sides of a launch.
 struct msgDraft;
 class waitDeadline;
 class launchWait;
+class launchedThread;
 // And the proofs that the lock of the share segment, or of this process's threads and events, is held.
 class segmentHold;
 class processHold;
@@ -275,7 +276,8 @@ public:
     /// Removes a thread's wake-up event and takes the thread from the list. Fatal: null.
     void UnregisterLocalThread(chThreadLocal* pLocalThread);
     /// Starts a thread that registers the object, runs it and unregisters it; blocks until it has registered,
-    /// warning every 3,000 ms. Returns 1. Fatal: already registered.
+    /// warning every 3,000 ms. Returns 1. A launched thread that ends while nobody shuts it down is detached. Fatal:
+    /// already registered.
     BOOL LaunchLocalThread(chThreadLocal& objThread);
     /// Posts quit to a registered thread and joins it; anything else does nothing, also a thread that has ended without
     /// unregistering. Fatal: the caller's own thread.
@@ -324,7 +326,7 @@ private:
         chThreadLocal* pThread;
         int idTask;
         unsigned long long uThread;  // which thread it is, also when task ids come back
-        unsigned long idThread;
+        unsigned long idThread;      // 0 when the thread is detached
         const chMsgQueue* pMsgQueue;
         std::string strName;
     };
@@ -334,6 +336,7 @@ private:
     typedef std::vector<int> ghostEventList;
 
     friend class launchWait;
+    friend class launchedThread;
 
     template <typename Fn>
     registration* FindRegistration(const processHold& hold, Fn fnMatch);
@@ -342,6 +345,7 @@ private:
     template <typename Fn>
     void DropRegistrations(const processHold& hold, Fn fnMatch);
     const registration* FindRunning(const processHold& hold, const chThreadLocal* pThread);
+    void ForgetOwnThreadId(const processHold& hold);
     ghostEventList SweepTaskEvents(const processHold& hold, bool bNow);
     QOR_BaseHelper::chEvent* FindOrOpenEvent(const processHold& hold, int idTask, bool bExisting);
     BOOL SignalEvent(const processHold& hold, int idTask);
@@ -350,8 +354,9 @@ private:
     QOR_BaseHelper::chCriticalSection m_csLocal;
     chLocalThreadList listLocalThread;
     chTaskEventMap m_mapTaskEvent;
-    std::vector<launchWait*> m_listLaunch;  // who waits for a registration
-    unsigned long long m_uLastThread;       // the number of the last thread that has registered
+    std::vector<launchWait*> m_listLaunch;     // who waits for a registration
+    std::vector<unsigned long> m_listJoining;  // the threads that somebody is shutting down, and joins
+    unsigned long long m_uLastThread;          // the number of the last thread that has registered
     unsigned long long m_uLastSweep;
     BOOL m_bForking;  // the forking thread holds m_csLocal
 };
