@@ -10,12 +10,17 @@
 //     bring the directory to the device, delete .old, bring the directory to the device again
 //
 // Invariants:
-// - While .old exists, .new is whole and on the device, or has become name. So every save first completes or discards
-//   what an earlier one left, and .old is deleted for good before anything is written to a .new.
+// - While .old exists, a .new is whole and on the device unless it is marked as unfinished. The mark is the sticky bit
+//   of its mode, which it has from its creation until it is on the device. A file system without modes keeps no mark;
+//   there, a saver must not be killed while it begins in the middle of another saver's exchange.
+// - Every save first completes or discards what an earlier one left, and .old is deleted for good before anything is
+//   written to a .new.
+// - A saver moves a document aside only while it holds the document's lock: no recovery then deletes the new .old by
+//   mistake.
 // - .old is deleted only while name exists.
-// - A first save does the same without .old, so that half a document never stands under its name.
+// - A first save does the same without .old, so that the name never has half a document.
 // - A saver holds the lock of its .new from begin to end, whatever the file's name is by then. A locked .new is left
-//   alone; a .new that nobody holds belongs to a dead saver.
+//   alone; an unlocked .new belongs to a dead saver.
 // - Only "no such file" (ENOENT, ENOTDIR) means that a file is missing. After any other error nothing is renamed,
 //   deleted or taken for complete.
 #ifndef QOR_INTERNAL_SAFE_SAVE_H

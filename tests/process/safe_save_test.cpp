@@ -174,6 +174,38 @@ TEST_F(SafeSave, AProcessKilledAtAnyCallLeavesAWholeDocument) {
     }
 }
 
+// A saver that begins while another one is between its renames and the end of its .old.
+TEST_F(SafeSave, ASaverKilledAmidAnExchangeOfAnotherOneNeverLosesTheDocument) {
+    int i = 0;
+    for (;; ++i) {
+        set({{"", s_strOld}});
+        const outcome out = run(cutKill, i, [&] { return save(s_strNew); });
+        if (out.nStatus != -SIGKILL)
+            break;
+        if (files().count(".old") == 0)
+            qorTest::putFile(m_strName + ".old", s_strOlder);
+        expectWhole(s_strOld, "killed at call " + std::to_string(i));
+    }
+    EXPECT_GT(i, 12);
+}
+
+// Who holds the document may be about to delete the .old that it has seen.
+TEST_F(SafeSave, ADocumentThatARecoveryHoldsIsNotMovedAside) {
+    set({{"", s_strOld}});
+    const int fd = open(m_strName.c_str(), O_RDONLY | O_CLOEXEC);
+    ASSERT_EQ(0, flock(fd, LOCK_EX));
+    cutPlan plan;
+    fileMap mapBusy;
+    plan.fnWhenBusy = [&] {
+        mapBusy = files();
+        EXPECT_EQ(0, flock(fd, LOCK_UN));
+    };
+    countedSave(plan);
+    EXPECT_EQ((fileMap{{"", s_strOld}, {".new", s_strNew}}), mapBusy);
+    EXPECT_EQ((fileMap{{"", s_strNew}}), files());
+    close(fd);
+}
+
 TEST_F(SafeSave, ARecoveryKilledAtAnyCallCanBeDoneAgain) {
     for (const start& begin : starts())
         for (int i = 0;; ++i) {

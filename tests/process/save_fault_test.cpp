@@ -114,13 +114,25 @@ TEST_F(SaveFault, AnOwnerThatMayNotBeSetDoesNotFailTheSave) {
 }
 
 TEST_F(SaveFault, WhatIsAsItShouldBeIsNotSet) {
+    for (const fileMap& mapFile : {fileMap{{"", s_strOld}}, fileMap{}}) {
+        set(mapFile);
+        if (!mapFile.empty()) {
+            ASSERT_EQ(0, chmod(m_strName.c_str(), 0600));
+        }
+        EXPECT_EQ(1, saveWhileFailing("none", 0));
+        EXPECT_EQ(std::string::npos, s_plan.strCalls.find("fchown")) << s_plan.strCalls;
+        // Once: the file is no longer marked as unfinished.
+        const size_t nFirst = s_plan.strCalls.find("fchmod");
+        ASSERT_NE(std::string::npos, nFirst) << s_plan.strCalls;
+        EXPECT_EQ(std::string::npos, s_plan.strCalls.find("fchmod", nFirst + 1)) << s_plan.strCalls;
+    }
+}
+
+TEST_F(SaveFault, AFileWithTheMarkOfAnUnfinishedSaveIsSavedWithoutIt) {
     set({{"", s_strOld}});
-    ASSERT_EQ(0, chmod(m_strName.c_str(), 0600));
-    EXPECT_EQ(1, saveWhileFailing("none", 0));
-    EXPECT_EQ(std::string::npos, s_plan.strCalls.find("fch")) << s_plan.strCalls;
-    set({});
-    EXPECT_EQ(1, saveWhileFailing("none", 0));
-    EXPECT_EQ(std::string::npos, s_plan.strCalls.find("fch")) << s_plan.strCalls;
+    ASSERT_EQ(0, chmod(m_strName.c_str(), 01640));
+    EXPECT_EQ(1, save(s_strNew));
+    EXPECT_EQ(0640u, modeNow());
 }
 
 // ---- a file whose state cannot be read is not missing
@@ -193,6 +205,12 @@ TEST_F(SaveReader, FindsTheOldOrTheNewDocumentAfterASaverWasKilledAtAnyCall) {
             break;
         expectLoaded({s_strOld, s_strNew}, true, "killed at call " + std::to_string(i));
     }
+}
+
+TEST_F(SaveReader, TakesNoUnfinishedNewDocumentForTheOneMovedAside) {
+    set({{".old", s_strOld}, {".new", s_strHalf}});
+    ASSERT_EQ(0, chmod((m_strName + ".new").c_str(), 01644));
+    expectLoaded({s_strOld}, true, "moved aside, .new unfinished");
 }
 
 TEST_F(SaveReader, FindsTheDocumentOnAFileSystemThatIsReadOnly) {

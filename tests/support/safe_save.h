@@ -38,6 +38,7 @@ struct cutPlan {
     int nCalls = 0;
     std::string strCalls;
     std::function<void()> fnBeforeRead;  // runs once, when a file is about to be opened for reading
+    std::function<void()> fnWhenBusy;    // runs once, when a lock is held by somebody else
 };
 cutPlan s_plan;
 bool s_bCounting = false;
@@ -140,7 +141,14 @@ int fchown(int fd, uid_t idUser, gid_t idGroup) noexcept {
 
 int flock(int fd, int nHow) noexcept {
     static auto* const fn = systemCall<int(int, int)>("flock");
-    return cut("flock") ? -1 : fn(fd, nHow);
+    const int nResult = cut("flock") ? -1 : fn(fd, nHow);
+    if (nResult == 0 || errno != EWOULDBLOCK || !s_plan.fnWhenBusy)
+        return nResult;
+    std::function<void()> fnBusy;
+    fnBusy.swap(s_plan.fnWhenBusy);
+    fnBusy();
+    errno = EWOULDBLOCK;
+    return nResult;
 }
 
 FILE* fdopen(int fd, const char* lpszMode) noexcept {
