@@ -38,8 +38,8 @@ public:
     re_Base& operator=(const re_Base&) = delete;
 
     /// Matches the children from iIndex on, once, without the quantifier: all in order, or the first that matches.
-    /// Returns the end of the match, or null. The number of children as the index returns the text itself.
-    /// Fatal: any other index out of range.
+    /// Returns the end of the match, or null; with the number of children as the index, the text itself.
+    /// Fatal: an index below 0 or above the number of children.
     virtual const T* ApplyChildREFrom(int iIndex, const T* lpszSrcText, const T* lpszSrcEnding) = 0;
     /// Matches what follows child iIndex: the rest of the sequence, then what follows this node in its ancestors, whose
     /// failure does not count. Returns the end of the match, or null.
@@ -68,7 +68,7 @@ public:
     int32_t m_nMaxTimes;                                  ///< the largest; -1: no limit
     int32_t m_chRepeatMode;                               ///< '-' exact, ' ' looks ahead, '+' possessive, '?' lazy
     re_Base* m_pParentRE;                                 ///< the parent, or null
-    int32_t m_iIndexInParent;                             ///< the index among its children, or -1
+    int32_t m_iIndexInParent;                             ///< the index among the parent's children, or -1
     const T* m_lpszResultBegin;                           ///< where the node was applied last
     const T* m_lpszResultEnd;                             ///< where its match ended; null: it has none
 
