@@ -1,6 +1,6 @@
-// The exchange of saved files. See safe_save.h for the states of the files and who owns them.
+// Saving, recovering and reading documents. safe_save.h explains the files and their states.
 //
-// A function that returns false leaves the reason in errno.
+// A function that returns false sets errno.
 #include "internal/safe_save.h"
 
 #include <errno.h>
@@ -25,13 +25,13 @@ using QOR_BaseHelper::fileLock;
 
 namespace {
 
-// How long to wait for another saver, in milliseconds, before its .new is removed.
+// How long to wait for another saver, in milliseconds, before its save is overtaken.
 constexpr int maxWait = 5000;
 
-// How often files that others exchange meanwhile are looked up again.
+// How often to try again while other processes exchange the files.
 constexpr int maxTries = 20;
 
-// What is written at a time.
+// Bytes in one write.
 constexpr size_t streamBuffer = 16384;
 
 constexpr size_t sizeSuffix = 4;
@@ -41,8 +41,8 @@ constexpr unsigned bitUnfinished = 01000;
 
 // ---- names
 
-// A name that leaves room for a suffix: the beginning of the document's name and a hash of all of it. Every process
-// has to compute the same one.
+// A name with room for a suffix: the begin of the document's name and a hash of all of it. It is the same in every
+// process.
 std::string shortened(const std::string& strPath, size_t nName) {
     uint64_t uHash = 14695981039346656037u;
     for (size_t i = nName; i < strPath.size(); ++i)
@@ -51,11 +51,11 @@ std::string shortened(const std::string& strPath, size_t nName) {
     const int nHash = snprintf(szHash, sizeof(szHash), "~%016llx", static_cast<unsigned long long>(uHash));
     size_t nKept = nName + NAME_MAX - sizeSuffix - static_cast<size_t>(nHash);
     while (nKept > nName && (strPath[nKept] & 0xC0) == 0x80)
-        --nKept;  // not within a character of UTF-8, which some file systems refuse
+        --nKept;  // not inside a UTF-8 character, which some file systems refuse
     return strPath.substr(0, nKept) + szHash;
 }
 
-// A document's name, to which a suffix can be appended.
+// The name of a document, shortened if need be, to which a suffix can be appended.
 std::string suffixable(const std::string& strPath) {
     const size_t nName = strPath.rfind('/') + 1;  // 0 without a slash
     const size_t nLength = strPath.size() - nName;
@@ -73,7 +73,7 @@ struct savedName {
     std::string strOld;
 };
 
-// ---- the files of a document
+// ---- what stands at a name
 
 bool isForbidden(int nError) { return nError == EACCES || nError == EPERM; }
 
@@ -82,10 +82,10 @@ bool look(const std::string& strPath, fileState& state) { return lookAt(strPath.
 // Whether this is a .new that may be completed: its saver had written it and brought it to the device.
 bool isWholeNew(const fileState& state) { return state.eKind == kindRegular && (state.uMode & bitUnfinished) == 0; }
 
-// A directory of such a name does not belong to a save.
+// A directory of such a name is not made by a save.
 bool isFile(fileKind eKind) { return eKind != kindNone && eKind != kindDirectory; }
 
-// The result of looking whether there is a file.
+// Whether there is a file.
 enum class presence { missing, there, unknown };
 
 presence presenceOf(const std::string& strPath) {
@@ -95,32 +95,32 @@ presence presenceOf(const std::string& strPath) {
     return isFile(state.eKind) ? presence::there : presence::missing;
 }
 
-// Whether a path leads to something, through links; true also when that cannot be found out.
+// Whether there is something at a path and, when that is a link, where it leads. True also when that cannot be found
+// out.
 bool maybeAt(const std::string& strPath) {
     fileState state;
     return !lookThrough(strPath.c_str(), state) || state.eKind != kindNone;
 }
 
-// Whether there is no document at all. Called after nothing was found at the name, which may have been between the
-// renames of a saver.
+// Called after nothing was found at the name: a saver may have been between its renames then, or is now.
 bool isNowhere(const savedName& name) { return presenceOf(name.strOld) == presence::missing && !maybeAt(name.strName); }
 
-// ---- steps
+// ---- low-level operations
 
 bool move(const std::string& strFrom, const std::string& strTo) { return renameFile(strFrom.c_str(), strTo.c_str()); }
 
 bool remove(const std::string& strPath) { return removeFile(strPath.c_str()); }
 
-// Whether the held file is at a path; true when the file could not be opened.
+// Whether the locked file is at a path. True when it could not be opened, since that cannot be found out then.
 bool standsAt(const fileLock& lock, const std::string& strPath) {
     return lock.fd() == -1 || lock.isAt(strPath.c_str());
 }
 
 // ---- recovery
 
-// The document's lock is held: no other process moves the document, unless its wait for the lock timed out.
+// With the document's lock held, nobody else renames what is at its name, unless a waiter timed out.
 bool deleteOld(const savedName& name, const fileLock& lock) {
-    syncDirectoryOf(name.strName.c_str());  // its successor first
+    syncDirectoryOf(name.strName.c_str());  // brings the new document's name to the device first
     const presence ePresence = lock.fd() != -1 ? presence::there : presenceOf(name.strName);
     if (ePresence == presence::unknown)
         return false;
@@ -130,8 +130,8 @@ bool deleteOld(const savedName& name, const fileLock& lock) {
     return true;
 }
 
-// Which of the three names the document has: the first that exists, in the order in which a saver's file gets them.
-// Null when that cannot be found out.
+// The one of the three names at which the document is: the first that exists, in the order in which a saver's file has
+// them. Null: that cannot be found out.
 const std::string* standingName(const savedName& name) {
     fileState stateNew;
     if (!look(name.strNew, stateNew))
@@ -142,8 +142,8 @@ const std::string* standingName(const savedName& name) {
     return ePresence == presence::unknown ? NULL : ePresence == presence::there ? &name.strName : &name.strOld;
 }
 
-// Locks the document's file. Waits for a living saver; the file may be renamed meanwhile. A file that this process has
-// no permission to open is left unlocked.
+// Locks the document's file, after waiting for a saver that lives; the file may have been renamed meanwhile. A file
+// that this process may not open stays unlocked, which is true as well.
 bool holdDocument(const savedName& name, fileLock& lock) {
     for (int i = 0; i < maxTries; ++i) {
         const std::string* const pPath = standingName(name);
@@ -168,22 +168,23 @@ bool finishExchange(const savedName& name, const fileLock& lock) {
     if (!isFile(stateOld.eKind))
         return true;
     if (isWholeNew(stateNew)) {
-        // A .new that is not the held file belongs to another saver.
+        // A .new that is not the locked file belongs to another saver.
         if (!standsAt(lock, name.strNew))
             return true;
         if (!move(name.strNew, name.strName))
             return isMissing(errno);
-    } else if (stateName.eKind == kindNone && !move(name.strOld, name.strName)) {  // the document has no other file
+    } else if (stateName.eKind == kindNone &&
+               !move(name.strOld, name.strName)) {  // the .old is all that is left of the document
         return isMissing(errno);
     }
     return deleteOld(name, lock);
 }
 
-// Whether a .new that could not be opened may be removed: a link was not made by a saver, and a save has no other way
-// to proceed.
+// Whether a .new that could not be opened may be removed: a link was made by no saver, and a save could not begin
+// otherwise.
 bool isDiscardedUnopened(int nError, bool bOvertake) { return nError == ELOOP || (bOvertake && isForbidden(nError)); }
 
-// Removes a .new without an .old: it was never complete. That of a living saver is left alone.
+// Removes a .new while there is no .old: it was never complete. That of a saver that lives is left alone.
 bool discardNew(const savedName& name, bool bOvertake) {
     fileState stateNew;
     if (!look(name.strNew, stateNew))
@@ -206,8 +207,8 @@ bool discardNew(const savedName& name, bool bOvertake) {
     return ePresence == presence::there;
 }
 
-// Completes or discards what an interrupted save left. With bOvertake, a saver that hangs loses its .new. False:
-// something is left that this process cannot resolve, or has no permission to.
+// Completes or discards what an interrupted save left. bOvertake, for a save: takes over from a saver that hangs.
+// False: something is left that this process cannot, or may not, complete or discard.
 bool recover(const savedName& name, bool bOvertake) {
     presence ePresence = presenceOf(name.strOld);
     for (int i = 0; i < maxTries && ePresence == presence::there; ++i) {
@@ -227,8 +228,8 @@ bool recover(const savedName& name, bool bOvertake) {
 
 bool isNoDocument(int nError) { return nError == EISDIR || nError == EOPNOTSUPP; }
 
-// Reads what a cut exchange has left aside, without completing it: a whole .new, or else the .old. A result of -1 with
-// ENOENT: another process completes the exchange.
+// Reads the document of an interrupted exchange without completing it: a .new that is whole, or else the .old. -1 with
+// ENOENT: another process is completing the exchange.
 int readAside(const savedName& name, fileText& text) {
     for (const std::string* pPath : {&name.strNew, &name.strOld}) {
         fileLock held;
@@ -237,7 +238,7 @@ int readAside(const savedName& name, fileText& text) {
                 continue;
             return -1;
         }
-        // The file was here when it was opened, and still is.
+        // A file that is here now has been here since it was opened.
         if (presenceOf(name.strOld) != presence::there || !held.isAt(pPath->c_str()))
             continue;
         fileState state;
@@ -255,7 +256,7 @@ int readAside(const savedName& name, fileText& text) {
 
 // ---- saving
 
-// Looks at the file to be replaced. A link is one, with the mode and owner of what it leads to; a link that leads
+// Looks at the file to be replaced. A link counts as a file with the mode and owner of what it leads to; one that leads
 // nowhere counts as none.
 bool lookAtReplaced(const savedName& name, fileState& state) {
     if (!look(name.strName, state))
@@ -269,8 +270,7 @@ bool lookAtReplaced(const savedName& name, fileState& state) {
     return true;
 }
 
-// Whether a change of mode or owner was made, or may be left out: it is not permitted to this process, or not supported
-// by the file system.
+// Whether a save may go on after a change of mode or owner: it succeeded, or this process or file system may not do it.
 bool isTolerable(bool bDone) {
     return bDone || errno == EPERM || errno == EINVAL || errno == ENOSYS || errno == EOPNOTSUPP;
 }
@@ -283,15 +283,15 @@ bool takeOverOwner(int fd, const fileState& stateNew, const fileState& stateOld,
         if (!isTolerable(bOwned))
             return false;
     }
-    // The owner of a file may give it to groups of its own; no other unprivileged process may change owner or group.
+    // Without privileges, a file can be given to another group of its owner's, but to no other user.
     return bOwned || bSameGroup || isTolerable(setGroup(fd, stateOld.idGroup));
 }
 
-// Mode and owner of the file to be replaced, as far as this process may set them.
+// Sets mode and owner of the file to be replaced, as far as this process may.
 bool takeOverState(int fd, const fileState& stateOld) {
     fileState stateNew;
     bool bOwned;
-    // The owner comes first: a change of it clears special bits, which are meant for the old owner only.
+    // The owner comes first: changing it clears the set-id bits, which are set for the old owner only.
     if (!lookAtOpen(fd, stateNew) || !takeOverOwner(fd, stateNew, stateOld, bOwned))
         return false;
     const unsigned uMode = (stateOld.uMode & (bOwned ? 07777 : 0777)) | bitUnfinished;
@@ -312,30 +312,29 @@ void dropNew(const savedName& name, const fileLock& lock) {
         remove(name.strNew);
 }
 
-// Makes the .new, locked, for a document that is seen at its name. It is marked as unfinished from its first instant:
-// an exchange by another saver may be going on, or be interrupted, and completing it takes an unmarked .new for whole.
-// The mode is that of the umask for a first save; otherwise only the owner may read it until it has the mode of the
-// document that it replaces.
+// Creates the .new and locks it. It is marked as unfinished from its creation: while another saver exchanges the files,
+// or after that one was killed, an unmarked .new is completed. A first save has the mode of the umask; otherwise no
+// other user may read the new document until it has the mode of the one that it replaces.
 bool makeNew(const savedName& name, fileLock& lock, bool bFirst) {
     const int fd = createFile(name.strNew.c_str(), bitUnfinished | (bFirst ? 0666 : 0600));
     if (fd == -1)
         return false;
     lock.take(fd);
-    // A process that locked it first took it for that of a dead saver.
+    // Another process locked it first, and takes it for a dead saver's.
     if (lock.wait(maxWait) && lock.isAt(name.strNew.c_str()))
         return true;
     errno = EEXIST;
     return false;
 }
 
-// A file, or none, can be replaced, a link as well. A directory, pipe or device cannot.
+// A file or a link can be replaced, and a name be free. A directory, pipe or device cannot be replaced.
 bool isReplaceable(fileKind eKind) { return eKind != kindDirectory && eKind != kindSpecial; }
 
 // The result of an attempt to begin a save.
 enum class attempt { done, again, failed };
 
-// Makes the .new, locked, and gives it the mode and owner of the document that it is to replace. On failure, a .new
-// may be left.
+// Creates the .new, locks it, and gives it the mode and owner of the document that it is to replace. When the attempt
+// fails, a .new may be left.
 attempt tryToBegin(const savedName& name, fileLock& lock) {
     if (!recover(name, true))
         return errno == EBUSY ? attempt::again : attempt::failed;
@@ -348,7 +347,7 @@ attempt tryToBegin(const savedName& name, fileLock& lock) {
     bool bReplaces = stateOld.eKind != kindNone;
     if (!makeNew(name, lock, !bReplaces))
         return errno == EEXIST ? attempt::again : attempt::failed;
-    // Another save may have been done since the recovery; its exchange ends before this save begins.
+    // Another save may have come between since the recovery. Its exchange ends before this save begins.
     const presence ePresence = presenceOf(name.strOld);
     if (ePresence == presence::there)
         return attempt::again;
@@ -364,7 +363,7 @@ bool beginNew(const savedName& name, fileLock& lock) {
         if (eAttempt == attempt::done)
             return true;
         dropNew(name, lock);
-        lock.release();  // else a recovery waits for this very saver
+        lock.release();  // otherwise the next recovery would wait for this saver
         if (eAttempt == attempt::failed)
             return false;
     }
@@ -372,12 +371,12 @@ bool beginNew(const savedName& name, fileLock& lock) {
     return false;
 }
 
-// Writes the document, brings it to the device and marks it as whole.
+// Writes the document to the .new, brings it to the device and marks it as whole.
 bool writeNew(int fdNew, const std::function<BOOL(chFileStdio&)>& fnExport) {
     FILE* const pFile = openSecondStream(fdNew, "wb");
     if (pFile == NULL)
         return false;
-    // A stream's default buffer is a page: a document would be written in as many calls as it has pages.
+    // A stream's own buffer has one page, which would take a call for each page of the document.
     std::unique_ptr<char[]> aBuffer(new (std::nothrow) char[streamBuffer]);
     if (aBuffer != NULL)
         setvbuf(pFile, aBuffer.get(), _IOFBF, streamBuffer);
@@ -385,7 +384,7 @@ bool writeNew(int fdNew, const std::function<BOOL(chFileStdio&)>& fnExport) {
     errno = 0;
     const bool bGood = fnExport(file) && file.IsFileOpened() && fflush(pFile) == 0 && ferror(pFile) == 0;
     if (!bGood && errno == 0)
-        errno = ECANCELED;  // fnExport gave up without an error
+        errno = ECANCELED;  // fnExport gave up
     if (bGood && syncStream(pFile) && markFinished(fdNew))
         return true;
     const keptError kept;
@@ -393,8 +392,8 @@ bool writeNew(int fdNew, const std::function<BOOL(chFileStdio&)>& fnExport) {
     return false;
 }
 
-// Holds the file that is to be moved aside: a recovery that holds it may be about to delete the .old, and would delete
-// the next one. A file that may not be opened, and one that others do not release, is left unheld.
+// Locks the file that is to be moved aside: a recovery that has it locked may be about to delete the .old, and would
+// delete the next one. A file that this process may not open, or that is not released in time, stays unlocked.
 void holdReplaced(const savedName& name, fileLock& lock) {
     for (int i = 0; i < maxTries && lock.openAt(name.strName.c_str()); ++i) {
         lock.wait(maxWait);
@@ -403,7 +402,7 @@ void holdReplaced(const savedName& name, fileLock& lock) {
     }
 }
 
-// Puts the .new in the place of the file.
+// Replaces the file by the .new.
 bool exchange(const savedName& name, const fileLock& lock) {
     fileLock lockReplaced;
     holdReplaced(name, lockReplaced);
@@ -421,7 +420,7 @@ bool exchange(const savedName& name, const fileLock& lock) {
     const bool bReplaces = stateReplaced.eKind != kindNone;
     if (bReplaces)
         move(name.strName, name.strOld);
-    // A load whose wait timed out may have done it already.
+    // A load that timed out waiting may have done it already.
     if (!move(name.strNew, name.strName) && !lock.isAt(name.strName.c_str())) {
         const keptError kept;
         if (look(name.strName, stateReplaced) && stateReplaced.eKind == kindNone)
@@ -435,7 +434,7 @@ bool exchange(const savedName& name, const fileLock& lock) {
     return true;
 }
 
-// Why a save failed, for the log.
+// The reason of a failure, for the warning.
 std::string reasonOf(const savedName& name, int nError) {
     fileState state;
     for (const std::string* pPath : {&name.strName, &name.strNew})
@@ -447,7 +446,7 @@ std::string reasonOf(const savedName& name, int nError) {
 
 }  // namespace
 
-// ---- what the other sources call
+// ---- the functions of safe_save.h
 
 void recoverSavedFile(const char* lpszFileName) { recover(savedName(lpszFileName), false); }
 
@@ -474,7 +473,7 @@ int readSavedText(const char* lpszFileName, fileText& text) {
             return nRead;
         if (!bSettled)
             nRead = readAside(name, text);
-        // Without any file, another process completes the exchange. Any other error is that of the latest attempt.
+        // When nothing is found, another process is completing the exchange, and the next try finds it.
         if (nRead >= 0 || !isMissing(errno))
             return nRead;
     }
