@@ -7,6 +7,7 @@
 
 #include "qor/BaseHelper.h"
 #include "qor/MsgQueueHelper/Named.h"
+#include "qor/SocketHelper.h"
 #include "qor/TraceHelper.h"
 #include "support/child.h"
 #include "support/message_thread.h"
@@ -129,6 +130,31 @@ TEST(SegmentLock, CallsThatTakeAHeldLockAreFatal) {
     EXPECT_EXIT(inNameHold([] { QOR_BaseHelper::chTimeout(1000); }), dies, strNamed);
     EXPECT_EXIT(inNameHold([] { tracePrintf("line"); }), dies, strNamed);
     EXPECT_EXIT(inNameHold([] { nameHelperLock(); }), dies, strNamed);
+    EXPECT_EXIT(inNameHold([] { QOR_BaseHelper::chTickTimer(); }), dies, strNamed);
+    const auto waitOnSocket = [] {
+        QOR_SocketHelper::chSocketUDP sock;
+        sock.CreateSocket();
+        sock.socketSelect(1000);
+    };
+    EXPECT_EXIT(inNameHold(waitOnSocket), dies, strNamed);
+}
+
+TEST(SegmentLock, OfTheTraceBufferMustNotBeHeldWhileTheBufferIsUsed) {
+    const auto inTraceHold = [](const std::function<void(QOR_TraceHelper::uCTraceHelper&)>& fnCall) {
+        auto& trace = *QOR_TraceHelper::uCTraceHelpergetGlobalObject();
+        trace.RedirectToSystemTrace();
+        trace.Lock(-1);
+        fnCall(trace);
+    };
+    const std::string strTrace = strTwice + "ipc_system_trace" + strHeld;
+    EXPECT_EXIT(inTraceHold([](auto&) { tracePrintf("line"); }), dies, strTrace);
+    EXPECT_EXIT(inTraceHold([](auto& trace) { trace.push_trace_level(); }), dies, strTrace);
+    EXPECT_EXIT(inTraceHold([](auto& trace) { trace.pop_trace_level(); }), dies, strTrace);
+    EXPECT_EXIT(inTraceHold([](auto& trace) {
+                    QOR_StringHelper::chReferenceStringT<char> strLine;
+                    trace.ReadSystemTraceString(strLine);
+                }),
+                dies, strTrace);
 }
 
 TEST(SegmentLock, OfSeventeenSegmentsIsTooMuchForOneThread) {

@@ -20,10 +20,13 @@
 /// Seconds and microseconds are 32-bit words and all arithmetic on them is modulo 2^32: the differences that
 /// time-outs are made of stay right when the seconds of the wall clock pass 2^31.
 ///
-/// One reading takes and releases the lock of the named blocks, which all processes share; so no tick may be read
-/// while the caller holds that lock (`nameHelperLock()`).
+/// Reading the tick takes and releases the lock of the named blocks, which all processes share. In a thread that holds
+/// that lock already (`nameHelperLock()`), reading it is a fatal assertion that names the lock
+/// ("[/tmp/qor_ipc_system_named] is held by the calling thread already"). This concerns qorGetTickCount(),
+/// `chTimer::GetTickFromBoot()` and `GetJiffiesTickCount()`, the first `chTimer` of a process, every `chTickTimer`, and
+/// every `chTimeout` whose time-out is not -1.
 ///
-/// Calendar time stands in `BaseHelper/Time.h`.
+/// For calendar time see `BaseHelper/Time.h`.
 #ifndef QOR_BASEHELPER_TICK_H
 #define QOR_BASEHELPER_TICK_H
 
@@ -31,7 +34,8 @@
 #include "qor/Types.h"
 
 extern "C" {
-/// Milliseconds since boot. Two readings may be subtracted; the value never turns negative. Also in flat.h, for C.
+/// Milliseconds since boot. Two readings may be subtracted; the value never turns negative. Takes the lock of the named
+/// blocks; fatal in a thread that holds it. Also in flat.h, for C.
 QOR_API uint64_t qorGetTickCount(void);
 }
 
@@ -65,12 +69,13 @@ public:
     /// Fatal: "sysconf(_SC_CLK_TCK) == g_nHZ", a clock-tick rate other than 100 a second.
     chTimer();
 
-    /// The time since boot, the same in every process. Any thread may call it.
+    /// The time since boot, the same in every process. Any thread may call it. Fatal: the calling thread holds the lock
+    /// of the named blocks.
     static chTick GetTickFromBoot();
     /// The wall clock: seconds since 1970 (their low 32 bits) and microseconds.
     static chTick GetDayTickCount();
     /// The kernel's clock-tick counter as a time, with a grain of 10 ms. It does not jump back when the counter's
-    /// 32 bits wrap.
+    /// 32 bits wrap. Fatal: the calling thread holds the lock of the named blocks.
     static chTick GetJiffiesTickCount();
 };
 
@@ -102,8 +107,8 @@ public:
     uint32_t ResetTickTimer();
 };
 
-/// A counter that wraps within a range, for sequence numbers and ids. It can lie in shared memory; whoever shares
-/// it locks.
+/// A counter that wraps within a range, for sequence numbers and ids. It can lie in shared memory; those who share
+/// it lock it.
 class QOR_API chAccumulater {
 public:
     uint32_t m_uValue;     ///< the last value handed out
@@ -114,7 +119,7 @@ public:
     chAccumulater();
     /// Sets all three. Fatal: "uMax > uMin" does not hold.
     void InitAccumulater(uint32_t uValue, uint32_t uMin, uint32_t uMax);
-    /// Adds nStep, goes on from the minimum behind the maximum, and returns the new value.
+    /// Adds nStep, continues from the minimum after the maximum, and returns the new value.
     /// Fatal: a step that is not positive and below the width of the range.
     uint32_t ExcuteAccumulate(int nStep);
 };

@@ -22,6 +22,10 @@ namespace QOR_SocketHelper {
 using QOR_MiscHelper::binaryArray;
 
 /// The handle of a socket. It closes what it holds when it is destructed.
+///
+/// A wait with a time-out above 0 reads the tick, which takes the lock of the named blocks. In a thread that holds that
+/// lock (`nameHelperLock()`), such a call may be a fatal assertion that names it ("[/tmp/qor_ipc_system_named] is held
+/// by the calling thread already").
 class QOR_API chSocket {
 public:
     chSocket() : m_hSocket(INVALID_SOCKET) {}

@@ -2,7 +2,7 @@
 /// The system's socket calls, and what it knows of hosts and interfaces.
 ///
 /// Unless said otherwise a function returns what the system's call returns: -1 is a failure (errno). A call that a
-/// signal interrupts is made again. The classes of Socket.h and Tcp.h stand on these.
+/// signal interrupts is repeated. The classes of Socket.h and Tcp.h use these.
 #ifndef QOR_SOCKETHELPER_SYSTEM_H
 #define QOR_SOCKETHELPER_SYSTEM_H
 
@@ -32,7 +32,8 @@ QOR_API BOOL sockListen(int hSocket, int nBacklog);
 /// Makes a socket's operations wait or not.
 /// @return 1 or 0
 QOR_API BOOL sockSetBlocking(int hSocket, BOOL bBlocking);
-/// Connects a non-blocking socket.
+/// Connects a non-blocking socket. With a time-out above 0 it may read the tick: fatal in a thread that holds the lock
+/// of the named blocks.
 /// @return 1 when it is connected, 0 on failure and when nTimeout milliseconds have passed; then the same call
 ///         may be made again.
 QOR_API BOOL sockAsyncConnect(int hSocket, const sockaddr* pAddr, int nTimeout);

@@ -2,8 +2,8 @@
 /// Connections: a TCP socket with an input buffer, its listening side, and packets framed by their length.
 ///
 /// What is received stays in the input buffer until it is dropped, so a record can be looked at before all of it is
-/// there, and what has come before the peer closed can still be read. No more is taken from the system than was asked
-/// for: while the rest waits there, socketSelect() and other waits on the descriptor tell of it.
+/// there, and what arrived before the peer closed can still be read. No more is taken from the system than was asked
+/// for: while the rest waits there, socketSelect() and other waits on the descriptor report it.
 ///
 /// @code
 /// QOR_SocketHelper::chSocketTCPServer server;
@@ -26,7 +26,8 @@ namespace QOR_SocketHelper {
 
 class waitLimit;
 
-/// A connection, or the socket for one. All waiting is for nTimeout milliseconds at the most.
+/// A connection, or the socket for one. All waits are for at most nTimeout milliseconds, -1 for no limit. A wait
+/// with a time-out above 0 reads the tick: see chSocket for what that means under nameHelperLock().
 class QOR_API chSocketTCP : public chSocket {
 public:
     chSocketTCP() : m_bIsConnected(FALSE) {}
@@ -55,15 +56,15 @@ public:
     /// closed is no longer connected then.
     /// @return 1 when there was a byte, else 0.
     BOOL CheckTCPConnected();
-    /// Whether the connection stands, as far as the last operation could tell.
+    /// Whether there is a connection, as far as the last operation could tell.
     BOOL IsTCPConnected() const { return m_bIsConnected; }
-    /// Ends the connection on this side: nothing more is received. What has come goes into the input buffer byte by
-    /// byte, for two seconds at the most: a peer that keeps sending, or some ten thousand bytes that nobody has taken,
+    /// Ends the connection on this side: nothing more is received. What has arrived goes into the input buffer byte by
+    /// byte, for two seconds at the most: a peer that keeps sending, or some ten thousand bytes that were not read,
     /// hold it up that long, which is warned of. The peer learns of it when the socket is destroyed.
     void Disconnect();
 
-    /// Waits until nSize bytes are there behind the first nOffset ones, and copies them; null does not copy. Nothing is
-    /// removed. More than 65536 bytes are not waited for: a larger size is taken as 65536.
+    /// Waits until nSize bytes have arrived after the first nOffset ones, and copies them; null does not copy. Nothing
+    /// is removed. More than 65536 bytes are not waited for: a larger size is taken as 65536.
     /// @return the size, or 0 on time-out or a lost connection. Fatal: a negative offset, a size below 1.
     int PeekPacket(void* pBuffer, int nOffset, int nSize, int nTimeout);
     /// Removes the first nSize bytes, at the most all that are there; a negative size removes all.
@@ -75,7 +76,7 @@ public:
     /// Waits for nItemCount items, or for 65536 bytes if those are less, and moves as many whole items as there are.
     /// @return their number. Fatal: a size or a count below 1.
     int Receive(void* pBuffer, int nItemSize, int nItemCount, int nTimeout);
-    /// Takes what has come, at the most 65536 bytes, and moves the whole input buffer. It waits only while the buffer
+    /// Takes what has arrived, at most 65536 bytes, and moves the whole input buffer. It waits only while the buffer
     /// is empty.
     /// @return the bytes moved
     int ReceiveStream(binaryArray& arrData, int nTimeout);
@@ -83,7 +84,7 @@ public:
     /// @return the bytes taken, 0 on time-out or a lost connection, -1 when the wait failed.
     ///         Fatal, but only when there is something to read: a size of 0 or below -1.
     int SelectAndReceive(int nMaxSize, int nTimeout);
-    /// Takes at the most nMaxSize bytes of what is there; where nothing is, the connection ends.
+    /// Takes at most nMaxSize bytes of what has arrived; if nothing has, the connection ends.
     /// @return the bytes taken, 0 when the connection has ended. Fatal: a size of 0 or below -1.
     int socketReceive(int nMaxSize);
 
@@ -97,7 +98,7 @@ protected:
     /// PeekPacket() with a time-out that it shares with other waits.
     int PeekWithin(void* pBuffer, int nOffset, int nSize, waitLimit& limit);
 
-    BOOL m_bIsConnected;     ///< whether the connection stands
+    BOOL m_bIsConnected;     ///< whether there is a connection
     binaryArray m_arrInput;  ///< received and not yet dropped, oldest first
 
 private:

@@ -23,9 +23,11 @@
 ///
 /// Reading the time takes the lock of the named blocks, so a thread that holds that lock (`nameHelperLock()`) must not
 /// trace: a line that passes is the fatal assertion "[/tmp/qor_ipc_system_named] is held by the calling thread
-/// already". A trace must not end a device: when somebody has removed the lock of the trace buffer, each process warns
-/// once, and from then on its lines for the buffer go to standard error, it reads none from there, and scopes have
-/// depth 0.
+/// already". In the same way, a thread that holds the lock of the trace buffer (the frame's, `uCTraceHelper::Lock()`)
+/// must not trace to the buffer, read from it or enter and leave traced scopes: the assertion names
+/// "/tmp/qor_ipc_system_trace". Otherwise a trace must not end a device: when the lock of the trace buffer was removed,
+/// each process warns once, and from then on its lines for the buffer go to standard error, it reads none from there,
+/// and scopes have depth 0.
 #ifndef QOR_TRACEHELPER_TRACE_H
 #define QOR_TRACEHELPER_TRACE_H
 
@@ -77,7 +79,7 @@ QOR_API void qorTraceObject(const char* lpszName, const char* lpszValue);
 QOR_API void qorTraceObject(const char* lpszName, const void* pValue);
 
 /// A set of rotating log files "%s-%d.log" of a base path and the numbers 0 to count - 1, oldest first. A file that
-/// has reached its size is followed by the next number; behind the last one, file 0 is deleted and the others move
+/// has reached its size is followed by the next number; after the last one, file 0 is deleted and the others move
 /// one number down. Any thread may call it. File errors are silent; a path whose last component is a symbolic
 /// link is refused.
 class QOR_API chFileTrace {
@@ -89,10 +91,10 @@ public:
     /// Closes the file.
     ~chFileTrace();
 
-    /// Goes on in the newest existing file. A null or empty name, a size or a count of 0 keep what was set before.
+    /// Continues in the newest existing file. A null or empty name, a size or a count of 0 keep what was set before.
     /// Of more existing files than count only the newest are kept, renumbered from 0. Returns 1.
     BOOL OpenFileTrace(const char* lpszFileName, int nMaxSizeKB, int nMaxCount);
-    /// Appends the line and a line feed and hands them to the kernel. Returns 1, or 0 when the line was lost: the file
+    /// Appends the line and a line feed and gives them to the kernel. Returns 1, or 0 when the line was lost: the file
     /// could not be opened or written.
     BOOL WriteLogLine(QOR_StringHelper::chReferenceStringT<char>& strLine);
     /// The name of the file of that number.
@@ -185,11 +187,13 @@ public:
     /// Writes the line to the log files.
     void TraceToFileTrace(QOR_StringHelper::chReferenceStringT<char>& strLine);
     /// Puts the line into the shared trace buffer, where it pushes out as many of the oldest lines as it needs. When
-    /// somebody has removed the buffer's lock from the device, the line goes to standard error.
-    /// Fatal: a line larger than the whole buffer ("!objTracerManager.chTraceLogList::empty()").
+    /// the buffer's lock was removed from the device, the line goes to standard error. Takes the lock of the buffer.
+    /// Fatal: the calling thread holds that lock; a line larger than the whole buffer
+    /// ("!objTracerManager.chTraceLogList::empty()").
     void TraceToSystemTrace(QOR_StringHelper::chReferenceStringT<char>& strLine);
 
-    /// Takes the oldest line out of the shared trace buffer. 1 when there was one.
+    /// Takes the oldest line out of the shared trace buffer. 1 when there was one. Takes the lock of the buffer; fatal:
+    /// the calling thread holds it.
     BOOL ReadSystemTraceString(QOR_StringHelper::chReferenceStringT<char>& strLine);
 
     /// Every line to standard output, then as the environment variable "trace" says.
@@ -197,9 +201,10 @@ public:
     /// Sets level and target from a text like the variable's. A null or empty text changes nothing.
     void SetupTraceFromDescript(const char* lpszDescript);
 
-    /// Enters a traced scope of the calling task. Returns its depth, 1 for the outermost.
+    /// Enters a traced scope of the calling task. Returns its depth, 1 for the outermost. Takes the lock of the buffer;
+    /// fatal: the calling thread holds it.
     int push_trace_level();
-    /// Leaves it. Returns the depth before.
+    /// Leaves it. Returns the depth before. Takes the same lock.
     int pop_trace_level();
 
     /// When the process exits: later lines go to standard output. Threads may go on tracing meanwhile.
@@ -219,7 +224,7 @@ private:
     chFileTrace m_objFileTrace;
     std::atomic<int> m_nTarget;
     std::atomic<int> m_nTraceLevel;
-    std::atomic<bool> m_bLockLost;  // somebody has removed the segment's lock
+    std::atomic<bool> m_bLockLost;  // the segment's lock was removed from the device
 };
 
 /// The process's uCTraceHelper, made on first use and never torn down under running threads.
