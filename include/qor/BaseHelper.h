@@ -2,7 +2,7 @@
 /// The base classes over the operating system: locks and signals, shared memory, what waits on descriptors, time,
 /// geometry, the console and directories.
 ///
-/// This header is the face of the namespace; each chapter stands alone:
+/// This header includes the whole namespace; each part can be included alone:
 /// - `BaseHelper/Sync.h`: mutexes, events and locks, across processes and inside one.
 /// - `BaseHelper/Share.h`: named shared memory and the frame that builds one object in it exactly once.
 /// - `BaseHelper/Select.h`: descriptor sets and their time-outs.

@@ -36,7 +36,7 @@ public:
     /// Unloads.
     ~chCodePage() { UnloadCodePageFile(); }
 
-    /// Replaces the table by a file's; bytes behind the last whole entry are ignored. Whether there is an entry;
+    /// Replaces the table by a file's; bytes after the last whole entry are ignored. Whether there is an entry;
     /// without one (a missing, unreadable or short file, a pipe or device) the table is empty. Fatal: a null or empty
     /// name.
     BOOL LoadCodePageFile(const char* lpszCodePageFile);
@@ -46,7 +46,7 @@ public:
     /// Converts wide text. A character from 0x80 on becomes two bytes: those of its code, or 0 and '?' when it has
     /// none; 0x80 and 0xFF become one '?'. Fatal: null ("lpszTextW != NULL").
     QOR_StringHelper::chReferenceStringT<char> W2MBCS(const unsigned short* lpszTextW) const;
-    /// Converts double-byte text. A code without an entry, the bytes 0x80 and 0xFF where a lead byte would stand, and a
+    /// Converts double-byte text. A code without an entry, the bytes 0x80 and 0xFF in the place of a lead byte, and a
     /// lead byte at the end become '?'. Fatal: null ("lpszText != NULL").
     QOR_StringHelper::chReferenceStringT<unsigned short> MBCS2W(const char* lpszText) const;
 

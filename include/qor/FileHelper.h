@@ -1,5 +1,5 @@
 /// @file
-/// Files: the face of the namespace `QOR_FileHelper`; each chapter stands alone:
+/// Files: includes the whole namespace `QOR_FileHelper`; each part can be included alone:
 /// - `FileHelper/File.h`: a standard stream with an owner; records, lines, binary numbers and strings.
 /// - `FileHelper/TextFile.h`: UTF-16 and UTF-8 text files with a byte-order mark.
 /// - `FileHelper/PathName.h`: paths as strings.

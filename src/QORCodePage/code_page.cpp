@@ -1,11 +1,11 @@
 // Code pages.
 //
 // Invariants:
-// - The table's bytes hold m_nCount entries in host order, and what is left of the file behind them.
-// - A page array is empty, or holds for each high byte the number of its page, 0: none; behind them the pages, numbered
+// - The table's bytes hold m_nCount entries in host order, followed by the rest of the file.
+// - A page array is empty, or holds for each high byte the number of its page, 0: none, followed by the pages, numbered
 //   from 1, with a value or '?' for each low byte.
-// - There are pages by code only where codes are in strictly ascending order: otherwise halving has its own idea of
-//   which codes are in the table.
+// - There are pages by code only where codes are in strictly ascending order: otherwise binary search decides
+//   which codes are found.
 #include "qor/CodePage.h"
 
 #include "qor/MiscHelper/Encoding.h"
@@ -81,7 +81,7 @@ void chCodePage::MakePages(pageArray& arrPage, KEY key, VALUE value) const {
     unsigned short* const pPage = arrPage.GetBuffer();
     for (int i = 0; i < arrPage.GetSize(); ++i)
         pPage[i] = i < 256 ? arrNumber[i] : unknownChar;
-    // From the last entry to the first one: the first of several stays.
+    // From the last entry to the first one, so that the first of several is kept.
     for (int i = m_nCount - 1; i >= 0; --i)
         pPage[256 * arrNumber[pEntry[i].*key >> 8] + (pEntry[i].*key & 0xFF)] = pEntry[i].*value;
 }

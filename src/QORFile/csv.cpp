@@ -13,7 +13,7 @@ namespace QOR_FileHelper {
 
 namespace {
 
-// Appends the bytes up to one of a set or the NUL, where the result points.
+// Appends the bytes up to one of a set or the NUL, and returns its position.
 const char* takeUntil(const char* lpszText, const char* lpszSet, std::string& strField) {
     const size_t nLength = strcspn(lpszText, lpszSet);
     strField.append(lpszText, nLength);

@@ -11,7 +11,7 @@ namespace QOR_FileHelper {
 
 namespace {
 
-// The units behind the mark, in the machine's order; how many there are.
+// The units after the mark, in the machine's order; how many there are.
 long long unpackUnits(unsigned short* lpszText, long long nBytes) {
     const long long nUnits = nBytes > 2 ? nBytes / 2 - 1 : 0;
     const unsigned short wMark = nUnits > 0 ? lpszText[0] : 0;

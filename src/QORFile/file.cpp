@@ -132,7 +132,7 @@ long long chFileStdio::GetFileLength() {
 BOOL chFileStdio::SetFileLength(long long nLength) {
     if (!QOR_ASSERT(m_pFile != NULL))
         return 0;
-    // What the stream still holds would be written behind the new end later.
+    // What the stream still buffers would be written after the new end later.
     return fflush(m_pFile) == 0 && QOR_Platform::setStreamLength(m_pFile, nLength);
 }
 

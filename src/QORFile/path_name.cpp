@@ -6,7 +6,7 @@ using QOR_StringHelper::chReferenceStringT;
 
 namespace QOR_FileHelper {
 
-// The buffer, with room for nMore characters behind the path.
+// The buffer, with room for nMore characters after the path.
 char* chPathNameA::PrepareBuffer(int nMore) {
     const int nNeed = GetLength() + nMore;
     return GetBuffer(nNeed < QOR_MiscHelper::maxPathText ? QOR_MiscHelper::maxPathText : nNeed);

@@ -90,7 +90,7 @@ xmlAttribute* xmlAttributeNode::findAttribute(const phraseConstTextA& name) cons
 }
 
 xmlAttribute* xmlAttributeNode::addAttribute() {
-    // The array grows by steps; many attributes are to take a linear time.
+    // The array grows in constant steps; many attributes shall take linear time.
     const int nSize = m_listAttribute.GetSize();
     if (nSize > 0 && nSize == m_listAttribute.GetAllocCount())
         m_listAttribute.Alloc(2 * nSize);

@@ -40,7 +40,7 @@ BOOL xmlFile::LoadFromFile(const char* lpszFileName) {
     fileText text;
     if (readSavedText(m_strFileName, text) < 0)
         return 0;
-    ClearChildren();  // the text is none of the old tree's own, so that one need not live on
+    ClearChildren();  // the text does not belong to the old tree, which may go
     return parseWhole(*this, text.GetBuffer());
 }
 

@@ -1,7 +1,7 @@
 // Parsing XML.
 //
-// A text is gone through once, without recursion: what is open is the way from the current node to the document. Every
-// search for the end of a piece either takes the piece or ends the parse, so the time is that of the text's length.
+// A text is read once, without recursion: the open elements are the path from the current node to the document. Every
+// search for the end of a piece either takes the piece or ends the parse, so the time is linear in the text's length.
 #include <string.h>
 
 #include "internal/byte_string.h"
@@ -19,7 +19,7 @@ const char* find(const char* lpsz, const char* lpszEnd, char ch) {
     return static_cast<const char*>(memchr(lpsz, ch, static_cast<size_t>(lpszEnd - lpsz)));
 }
 
-// The first place of a token of nLength characters; the last one of these is looked for.
+// The first position of a token of nLength characters, found by its last character.
 const char* findToken(const char* lpsz, const char* lpszEnd, const char* lpszToken, int nLength) {
     const char* const lpszFirst = lpsz;
     while ((lpsz = find(lpsz, lpszEnd, lpszToken[nLength - 1])) != NULL) {
@@ -30,7 +30,7 @@ const char* findToken(const char* lpsz, const char* lpszEnd, const char* lpszTok
     return NULL;
 }
 
-// Fills an empty string with a text, or with what it stands for.
+// Fills an empty string with a text, or with what its entities mean.
 void fillPhrase(phraseStringA& str, const constText& text, bool bDecode) {
     const int nLength = text.GetLength();
     fillString(str, text, nLength);
@@ -48,7 +48,7 @@ phraseStringA phraseOfText(const constText& text, bool bDecode) {
     return str;
 }
 
-// Names repeat; equal ones share a string. Each name has one place, where the latest that came there is kept.
+// Names repeat; equal ones share a string. Names are kept by a hash, the latest one in each place.
 class nameCache {
 public:
     phraseStringA nameOf(const constText& text) {
@@ -114,7 +114,7 @@ private:
 
 // ---- tags
 
-// The place behind the attribute, or null.
+// The position after the attribute, or null.
 const char* xmlParser::takeAttribute(xmlAttributeNode& node, const char* lpsz, const char* lpszEnd) {
     const char* const lpszEqual = find(lpsz, lpszEnd, '=');
     if (lpszEqual == NULL)
@@ -147,7 +147,7 @@ bool xmlParser::parseAttributes(xmlAttributeNode& node, const char* lpsz, const 
     return true;
 }
 
-// ---- pieces: each yields the place behind it, or null when it is not understood
+// ---- pieces: each function returns the position after its piece, or null when it is not understood
 
 // A comment, CDATA or declaration: what is between a marker and a token.
 const char* xmlParser::takeMarked(const char* lpsz, xmlType eType, int nMarker, const char* lpszToken, int nToken) {
@@ -172,7 +172,7 @@ const char* xmlParser::takeClosing(const char* lpsz) {
     if (lpszStop == NULL || m_pCurrent->get_pParent() == NULL)
         return NULL;
     const constText text = trimmed(lpsz, lpszStop);
-    // A name without ampersands stands for itself.
+    // A name without ampersands needs no decoding.
     const bool bPlain = find(lpsz, lpszStop, '&') == NULL;
     if (!stringSame(m_pCurrent->name(), bPlain ? text : phraseConstTextA(phraseOfText(text, true))))
         return NULL;

@@ -1,6 +1,6 @@
 // Writing XML.
 //
-// A tree is gone through twice, without recursion: the first time its text is only measured, so that it gets one block
+// A tree is walked twice, without recursion: the first time its text is only measured, so that it gets one block
 // of its size, and a text that no string can hold costs nothing.
 #include <stddef.h>
 #include <string.h>
@@ -17,14 +17,14 @@ namespace QOR_FileHelper {
 
 namespace {
 
-// Whether one of the word's bytes is 0; sometimes also true when none is.
+// Whether one of the word's bytes is 0; may also be true when none is.
 bool hasZero(size_t nWord) {
     constexpr size_t ones = static_cast<size_t>(-1) / 255;
     return ((nWord - ones) & ~nWord & ones << 7) != 0;
 }
 
-// Whether one of the word's bytes is to be encoded. The five characters are three patterns: two pairs differ in one
-// bit.
+// Whether one of the word's bytes may have to be encoded. The five characters are three patterns: two pairs differ in
+// one bit.
 bool hasSpecial(size_t nWord) {
     constexpr size_t ones = static_cast<size_t>(-1) / 255;
     return hasZero(nWord ^ ones * '"') || hasZero((nWord | ones) ^ ones * ('&' | 1)) ||

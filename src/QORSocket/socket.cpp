@@ -21,7 +21,7 @@ typedef QOR_StringHelper::chReferenceStringT<char> text;
 
 constexpr int maxDatagram = 65536;
 
-// A number of 0 to 255, which ends where the pointer then stands; -1 when there is none.
+// Reads a number of 0 to 255 and moves the pointer after it; -1 when there is none.
 int readOctet(const char*& lpsz) {
     int nValue = -1;
     for (; QOR_StringHelper::chIsDigit(*lpsz); ++lpsz)

@@ -1,7 +1,7 @@
 // Connections, their input buffer, and packets.
 //
 // Input is taken where it is asked for: an operation first tries to receive and waits only when less was there than it
-// needs, so what is there already costs one call. It never asks for more than it needs: the rest stays in the system,
+// needs, so input that has arrived costs one call. It never asks for more than it needs: the rest stays in the system,
 // where a wait on the descriptor sees it.
 #include "qor/SocketHelper/Tcp.h"
 
@@ -94,7 +94,7 @@ void chSocketTCP::LoseConnection(const char* lpszWarning) {
     sockShutdown(m_hSocket);
 }
 
-// The bytes taken, 0 when the connection has ended, -1 when nothing is there and the flags forbid to wait.
+// The bytes taken, 0 when the connection has ended, -1 when nothing has arrived and the flags forbid waiting.
 int chSocketTCP::ReceiveBytes(int nMaxSize, int nFlags) {
     const int nOld = m_arrInput.GetSize();
     unsigned char* pBuffer = m_arrInput.AppendAllocSize(nMaxSize);
@@ -159,7 +159,7 @@ int chSocketTCP::PeekPacket(void* pBuffer, int nOffset, int nSize, int nTimeout)
 void chSocketTCP::DropPacket(int nSize) { m_arrInput.RemoveAt(0, nSize); }
 
 BOOL chSocketTCP::ReceivePacket(void* pBuffer, int nSize, int nTimeout) {
-    // A larger size is never there as a whole, and part of it is not a packet.
+    // A larger packet never fits the buffer, and part of it is no packet.
     if (nSize > maxReceive || PeekPacket(pBuffer, 0, nSize, nTimeout) != nSize)
         return FALSE;
     DropPacket(nSize);
@@ -268,7 +268,7 @@ BOOL chSocketPacketTCP::ReceiveOnePacket(binaryArray& arrData, int nTimeout) {
     const int nPacketSize = static_cast<int>(QOR_MiscHelper::chHost2BE(uHead));
     if (!QOR_ASSERT(nPacketSize > 0 && nPacketSize < 10 * 1024 * 1024))
         return FALSE;
-    // The array grows only for what is there: a length alone costs the receiver nothing.
+    // The array grows only with the bytes that arrive: a length alone costs the receiver nothing.
     if (PeekWithin(NULL, headSize, nPacketSize, limit) != nPacketSize)
         return FALSE;
     arrData.SetArraySize(nPacketSize);

@@ -20,7 +20,7 @@ namespace {
 
 typedef QOR_BaseHelper::scopeLock<QOR_BaseHelper::chCriticalSection> traceLock;
 
-// Whether there is a file, or nobody can tell (bUnknown).
+// Whether there is a file; true also when that cannot be found out (bUnknown).
 bool maybeExists(const char* lpszName, bool& bUnknown) {
     fileState state;
     bUnknown = !lookAt(lpszName, state);
@@ -58,8 +58,8 @@ BOOL chFileTrace::OpenFileTrace(const char* lpszFileName, int nMaxSizeKB, int nM
     if (nMaxCount != 0)
         m_nMaxFileCount = nMaxCount < 0 ? 1 : nMaxCount;
     int nFound = 0;
-    // A number of which nobody can tell ends the count. It is taken for there: lines are then appended to that file,
-    // while one that counts as missing would be emptied.
+    // A file that cannot be looked at ends the count and counts as existing: lines are then appended to it, while a
+    // missing one would be emptied.
     for (bool bUnknown = false; !bUnknown && maybeExists(fileName(nFound), bUnknown);) {
         if (nFound >= m_nMaxFileCount)
             removeFile(fileName(nFound - m_nMaxFileCount));
@@ -100,7 +100,7 @@ void chFileTrace::openFile(bool bEmptied) {
     m_nFileSize = state.nSize > INT_MAX ? INT_MAX : static_cast<int32_t>(state.nSize);
 }
 
-// Goes on in the next file; behind the last one the oldest is deleted and the others move down.
+// Continues in the next file; after the last one, the oldest is deleted and the others move down.
 void chFileTrace::rollFile() {
     closeFile();
     if (m_nFileIndex + 1 < m_nMaxFileCount) {

@@ -1,4 +1,4 @@
-// Traced scopes, and the tracers that print to standard output without levels and targets. What belongs together is
+// Traced scopes, and the tracers that print to standard output without levels and targets. Each line is
 // written in one piece, so that lines of several threads do not mix.
 #include <stdio.h>
 
@@ -12,7 +12,7 @@ namespace QOR_TraceHelper {
 
 namespace {
 
-// Deeper scopes are indented like this one; the depth comes from shared memory and may be damaged.
+// The largest indentation: the depth comes from shared memory and may be damaged.
 constexpr int maxIndentDepth = 1000;
 
 std::string indentation(int nDepth) {

@@ -1,8 +1,8 @@
 // The trace state that all processes share: the buffer of lines and the nesting depths. Everything runs under the
 // lock of the segment, and nothing is locked under it. Without its lock the segment is left alone.
 //
-// Lines and depths live in one pool, which lines keep full. So whoever needs a cell, for a depth as well, first
-// drops the oldest lines until there is one. A line is complete before it is linked.
+// Lines and depths live in one pool, which lines keep full. So before a cell is allocated, also for a depth, the
+// oldest lines are dropped until there is room. A line is complete before it is linked.
 #include "internal/report.h"
 #include "qor/MiscHelper.h"
 #include "qor/TraceHelper/Trace.h"
@@ -91,7 +91,7 @@ int32_t* chSystemTracerManager::GetLevel(int idTask) {
     return &nLevel;
 }
 
-// The lock of the segment for a scope, unless somebody has removed it from the device: then it is not asked for again.
+// The lock of the segment for a scope, unless it was removed from the device: then it is not tried again.
 class traceHold {
 public:
     explicit traceHold(uCTraceHelper& objTrace) : m_objTrace(objTrace), m_bHeld(take(objTrace)) {}
@@ -134,7 +134,7 @@ void uCTraceHelper::TraceToSystemTrace(chReferenceStringT<char>& strLine) {
     fwrite(static_cast<const char*>(strLine), 1, static_cast<size_t>(strLine.GetLength()), stderr);
 }
 
-// A length that does not fit into its cell is a damaged segment, which nobody may read on.
+// A length that does not fit into its cell is damage; reading on would be wild.
 BOOL uCTraceHelper::ReadSystemTraceString(chReferenceStringT<char>& strLine) {
     const traceHold hold(*this);
     chSystemTracerManager* const pManager = hold.getObject();

@@ -30,7 +30,7 @@ namespace {
 
 typedef chReferenceStringT<char> lineText;
 
-// The level that the step at exit leaves behind.
+// The level after the process has begun to exit.
 constexpr int levelAfterExit = -1;
 
 int formatPrefix(char* lpszBuffer, size_t nSize, const char* lpszAuthor, const chTick& tick) {

@@ -7,7 +7,7 @@ namespace QOR_BaseHelper {
 
 namespace {
 
-// Edges may be anywhere, so sums and differences wrap around.
+// Edges may have any value, so sums and differences wrap around.
 int32_t sum(int32_t a, int32_t b) { return static_cast<int32_t>(static_cast<uint32_t>(a) + static_cast<uint32_t>(b)); }
 
 int32_t difference(int32_t a, int32_t b) {

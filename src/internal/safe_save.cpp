@@ -307,7 +307,7 @@ bool markFinished(int fd) {
 
 // Removes this saver's .new.
 void dropNew(const savedName& name, const fileLock& lock) {
-    const keptError kept;
+    const errnoGuard guard;
     if (lock.isAt(name.strNew.c_str()))
         remove(name.strNew);
 }
@@ -387,7 +387,7 @@ bool writeNew(int fdNew, const std::function<BOOL(chFileStdio&)>& fnExport) {
         errno = ECANCELED;  // fnExport gave up
     if (bGood && syncStream(pFile) && markFinished(fdNew))
         return true;
-    const keptError kept;
+    const errnoGuard guard;
     file.Close();
     return false;
 }
@@ -422,7 +422,7 @@ bool exchange(const savedName& name, const fileLock& lock) {
         move(name.strName, name.strOld);
     // A load that timed out waiting may have done it already.
     if (!move(name.strNew, name.strName) && !lock.isAt(name.strName.c_str())) {
-        const keptError kept;
+        const errnoGuard guard;
         if (look(name.strName, stateReplaced) && stateReplaced.eKind == kindNone)
             move(name.strOld, name.strName);
         return false;
@@ -488,7 +488,7 @@ BOOL saveFileSafely(const char* lpszFileName, const std::function<BOOL(chFileStd
     fileLock lock;
     if (beginNew(name, lock) && writeNew(lock.fd(), fnExport) && exchange(name, lock))
         return 1;
-    const keptError kept;
+    const errnoGuard guard;
     const int nError = errno;
     dropNew(name, lock);
     lock.release();

@@ -1,4 +1,4 @@
-// What the socket classes need of the platform beside the exported sock* functions, and how they wait.
+// What the socket classes need of the platform besides the exported sock* functions, and how they wait.
 #ifndef QOR_INTERNAL_SOCKET_H
 #define QOR_INTERNAL_SOCKET_H
 
@@ -17,12 +17,12 @@ BOOL bindSocket(int hSocket, const chSocketAddr& addr);
 BOOL reuseAddress(int hSocket);
 // Sends the first piece, which may be empty, and the second one with one call. The bytes sent, -1 on error.
 int sendPieces(int hSocket, const void* pHead, int nHead, const void* pBody, int nBody);
-// Whether the last call only found that there is nothing to be done now.
+// Whether the last call failed only because it would have had to wait.
 bool wouldBlock();
-// Whether the last accept failed for the one connection that it met.
+// Whether the last accept failed because of the one connection that it took, not because of the socket.
 bool isPeerGone();
 
-// A time-out that several waits share. The time counts from the first wait: input that is there costs no reading of
+// A time-out that several waits share. The time counts from the first wait: input that has arrived costs no reading of
 // the clock, which takes the lock of the named blocks.
 class waitLimit {
 public:
@@ -38,7 +38,7 @@ public:
         return m_nTimeout;
     }
 
-    // Whether there has been a wait that ends some time.
+    // Whether a wait with a time-out has begun.
     bool isStarted() const { return m_bStarted; }
 
 private:
@@ -47,12 +47,12 @@ private:
     QOR_BaseHelper::chTimeout m_timeout;
 };
 
-// An address to bind: as CreateSocketAddr(), but port 0 is sound.
+// An address to bind: as CreateSocketAddr(), but port 0 is valid.
 BOOL makeAddressToBind(chSocketAddr& addr, const char* lpszIPv4, int nPort);
 // Warns with the text of the last error in place of the format's "%s"; the error stays the last one.
 void warnLastError(const char* lpszFormat) __attribute__((format(printf, 1, 0)));
 
-// Wait, over signals, and return as select does: 1, 0 on time-out, -1 on error.
+// Wait, also when signals interrupt, and return what select() does: 1, 0 on time-out, -1 on error.
 int waitReadable(int hSocket, waitLimit& limit);
 int waitWritable(int hSocket, waitLimit& limit);
 

@@ -34,7 +34,7 @@ typedef QOR_ArrayHelper::chObjArray<char, false, 4096> fileText;
 // Reads a whole document of at most maxLineLength bytes. The number of bytes, or -1 (errno) as above.
 int readWholeText(const char* lpszFileName, fileText& text);
 
-// The same of an open file, read from its begin; it stays open.
+// The same of an open file, read from its beginning; it stays open.
 int readWholeText(int fd, fileText& text);
 
 // Whether the file can be opened for reading. Does not block, even for a pipe. Fatal: an empty name, as above.

@@ -24,15 +24,15 @@ public:
     // Locks the file, waiting without limit. False on an error (errno).
     bool lock();
 
-    // Locks the file unless somebody else has locked it, which is the error EWOULDBLOCK. False on any error (errno).
+    // Locks the file unless another holder has locked it, which is the error EWOULDBLOCK. False on any error (errno).
     bool tryLock();
 
-    // Locks the file, waiting at most nTimeout milliseconds. False when somebody else still has it locked. On a file
-    // system without locks nobody else has.
+    // Locks the file, waiting at most nTimeout milliseconds. False when another holder still has it locked. On a
+    // file system without locks there is none.
     bool wait(int nTimeout);
 
     // Whether the path names the file. False with errno ENOENT: nothing or another file is there. False with another
-    // errno: nobody can tell.
+    // errno: it cannot be found out.
     bool isAt(const char* lpszPath) const;
 
     // Unlocks and closes the file, and keeps errno.

@@ -2,8 +2,8 @@
 //
 // Invariants:
 // - A key file appears at its path complete, with mode 0666, by one link(); it never changes afterwards.
-// - Whoever creates or removes a kernel object of a key file holds the file's lock, and has checked under it
-//   that the path still names the locked file. The kernel drops the lock of a process that dies.
+// - A process creates or removes a kernel object of a key file only while it holds the file's lock, and after it has
+//   checked that the path still names the locked file. The kernel drops the lock of a process that dies.
 // - Creators of key files are serialised by a lock on the directory "/tmp", then on the file's directory; so
 //   whatever lies there under a creator's private name belongs to a dead creator.
 // Lock order: "/tmp", the file's directory. The lock of a key file is never held while those are taken.
@@ -23,7 +23,7 @@ namespace QOR_BaseHelper {
 constexpr unsigned char idProjectSemaphore = 'm';
 constexpr unsigned char idProjectSegment = 'S';
 
-// Makes the key file, unless it is there. The result tells whether it is; else errno says why not.
+// Makes the key file unless it exists. True when it exists now; else errno says why not.
 bool createKeyFile(const char* lpszPath);
 
 // The path of the key file of a plain name.
@@ -45,7 +45,7 @@ public:
     // Locks the file at the path when there is one.
     bool lockExisting(const char* lpszPath);
 
-    // Locks the file at the path when there is one and nobody has it locked.
+    // Locks the file at the path when there is one that is not locked.
     bool tryExisting(const char* lpszPath);
 
     void release();

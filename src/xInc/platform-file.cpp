@@ -40,7 +40,7 @@ int openRetried(const char* lpszPath, int nFlags, unsigned uMode = 0) {
 
 }  // namespace
 
-// ---- what stands at a path
+// ---- paths
 
 bool lookAt(const char* lpszPath, fileState& state) {
     struct stat status;
@@ -89,7 +89,7 @@ int openLogFile(const char* lpszPath, bool bEmptied) {
 }
 
 void closeFile(int fd) {
-    const keptError kept;
+    const errnoGuard guard;
     if (fd != -1)
         close(fd);
 }

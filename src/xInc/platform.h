@@ -15,12 +15,12 @@ namespace QOR_Platform {
 // ---- errors
 
 // Restores errno at the end of a scope: what cleans up after a failure does not hide its reason.
-class keptError {
+class errnoGuard {
 public:
-    keptError() : m_nError(errno) {}
-    ~keptError() { errno = m_nError; }
-    keptError(const keptError&) = delete;
-    keptError& operator=(const keptError&) = delete;
+    errnoGuard() : m_nError(errno) {}
+    ~errnoGuard() { errno = m_nError; }
+    errnoGuard(const errnoGuard&) = delete;
+    errnoGuard& operator=(const errnoGuard&) = delete;
 
 private:
     const int m_nError;
@@ -55,11 +55,11 @@ typedef void (*forkStep)();
 // may be null. Steps before a fork run in the opposite order of their registration.
 void callAtFork(forkStep fnBefore, forkStep fnInParent, forkStep fnInChild);
 
-// ---- what stands at a path
+// ---- paths
 
 enum fileKind { kindNone, kindRegular, kindLink, kindDirectory, kindSpecial };
 
-// What the system tells about a file. While eKind is kindNone, the rest says nothing.
+// What the system knows about a file. While eKind is kindNone, the other members mean nothing.
 struct fileState {
     fileKind eKind = kindNone;
     long long nSize = 0;
@@ -72,7 +72,8 @@ struct fileState {
     bool isSameFile(const fileState& other) const { return uInode == other.uInode && uDevice == other.uDevice; }
 };
 
-// Looks at a path; at a symbolic link itself. True with kindNone when nothing is there. False: nobody can tell.
+// Looks at a path; at a symbolic link itself. True with kindNone when nothing is there; false when that
+// cannot be found out.
 bool lookAt(const char* lpszPath, fileState& state);
 
 // The same, but looks at what a symbolic link leads to.
@@ -95,7 +96,7 @@ void syncDirectoryOf(const char* lpszPath);
 // Opens a file for reading. Waits for a writer of a pipe.
 int openToRead(const char* lpszPath);
 
-// The same, but waits for nobody: a pipe is opened without a writer.
+// The same, but does not wait: a pipe is opened without a writer.
 int openWithoutWaiting(const char* lpszPath);
 
 // The same, but a symbolic link at the path itself is the error ELOOP.
@@ -108,7 +109,7 @@ int openDirectory(const char* lpszPath);
 int createFile(const char* lpszPath, unsigned uMode);
 
 // Opens a log file for reading and appending, empties it if asked to, and makes it when it is missing. It follows no
-// symbolic link and waits for nobody.
+// symbolic link and does not wait.
 int openLogFile(const char* lpszPath, bool bEmptied);
 
 // Closes a descriptor, -1 as well, and keeps errno.
@@ -128,7 +129,7 @@ private:
     const int m_fd;
 };
 
-// Reads what is there, at most nSize bytes. The number of bytes read, 0 at the end of the file.
+// Reads at most nSize bytes. The number of bytes read, 0 at the end of the file.
 long readFile(int fd, void* pBuffer, size_t nSize);
 
 bool setMode(int fd, unsigned uMode);

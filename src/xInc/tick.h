@@ -1,7 +1,7 @@
-// The calibration record behind the tick, and the arithmetic on it, apart from the clocks that feed it.
+// The calibration record of the tick and the arithmetic on it, without the clocks that feed it.
 //
 // The record lies in the segment of the named blocks and is read and changed under the lock of that segment.
-// m_tickLastDay is stored last: while it is (0, 0) nobody has calibrated the record yet, and a process that was
+// m_tickLastDay is stored last: while it is (0, 0) the record has not been calibrated yet, and a process that was
 // killed between two stores leaves a record that the next reading calibrates again.
 #ifndef QOR_XINC_TICK_H
 #define QOR_XINC_TICK_H
@@ -34,9 +34,9 @@ inline void storeTick(chTick& tick, const chTick& tickValue) {
     QOR_ChainHelper::storeShareWord(tick.m_nSecond, tickValue.m_nSecond);
 }
 
-// The clock-tick counter starts 300 seconds before it wraps, so that drivers meet the wrap early.
+// The clock-tick counter starts 300 seconds before it wraps, so that faults of drivers at the wrap show early.
 constexpr uint32_t g_uFirstJiffies = 30000;
-constexpr long g_nHZ = 100;  // the rate that 10000 below goes with
+constexpr long g_nHZ = 100;  // the 10000 below is the microseconds of one tick of it
 
 // Takes the clock-tick count of times() and returns it as a time that does not jump back when it wraps.
 inline chTick stepJiffies(xTimerInfo& info, uint32_t uTimes) {
@@ -48,7 +48,7 @@ inline chTick stepJiffies(xTimerInfo& info, uint32_t uTimes) {
            chTick(static_cast<int>(uJiffies / 100), static_cast<int>(uJiffies % 100 * 10000));
 }
 
-// Sets the offset between the wall clock and the tick; the tick then stands on the clock-tick counter's 10 ms.
+// Sets the offset between the wall clock and the tick; the tick is then a multiple of the clock-tick counter's 10 ms.
 inline void calibrate(xTimerInfo& info, const chTick& tickNow, uint32_t uTimes) {
     chTick tickOffset = tickNow - stepJiffies(info, uTimes);
     // Unsigned, as the sums of ticks are: a damaged record holds anything.

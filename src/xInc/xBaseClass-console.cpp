@@ -1,9 +1,9 @@
-// The terminal of standard input: its settings, and the way back to them.
+// The terminal of standard input: changing its settings and restoring them.
 //
 // Invariants:
 // - s_idOwner is the process whose objects have set the terminal, 0 when there is none. It is stored when s_settings is
-//   complete, and before the terminal is set: a signal handler that sees it may set the terminal back at any time.
-// - The copy of all this in the child of a fork names its parent, so the child sets nothing back.
+//   complete, and before the terminal is changed: a signal handler that sees it may restore the terminal at any time.
+// - In the child of a fork, s_idOwner names the parent, so the child restores nothing.
 #include <errno.h>
 #include <signal.h>
 #include <stdio.h>
@@ -15,6 +15,7 @@
 
 #include "qor/BaseHelper/Console.h"
 #include "qor/BaseHelper/Select.h"
+#include "xInc/platform.h"
 
 namespace QOR_BaseHelper {
 
@@ -24,36 +25,35 @@ constexpr int blockSize = 1024;
 constexpr int inputWait = 10;  // milliseconds
 
 std::atomic<pid_t> s_idOwner{0};
-termios s_settings;  // what the first object had found
+termios s_settings;  // what the first object found
 int s_nObjects = 0;
 
 bool isOwner() { return s_idOwner.load(std::memory_order_acquire) == getpid(); }
 
-// A terminal that this process does not share with other jobs counts as its own.
+// Without job control the process counts as being in the foreground.
 bool isInForeground() {
     const pid_t idGroup = tcgetpgrp(STDIN_FILENO);
     return idGroup == -1 || idGroup == getpgrp();
 }
 
-void setBack() {
+void restoreTerminal() {
     if (isOwner() && isInForeground())
         tcsetattr(STDIN_FILENO, TCSANOW, &s_settings);
 }
 
 // The signal is blocked until the handler returns; then it ends the process.
 void onDeadlySignal(int nSignal) {
-    const int nError = errno;
-    setBack();
+    const QOR_Platform::errnoGuard guard;
+    restoreTerminal();
     signal(nSignal, SIG_DFL);
     raise(nSignal);
-    errno = nError;
 }
 
 bool isHandledHere(const struct sigaction& action) {
     return (action.sa_flags & SA_SIGINFO) == 0 && action.sa_handler == onDeadlySignal;
 }
 
-// Whether a process that does not handle the signal dies of it, and could handle it.
+// Whether the signal ends a process that does not handle it, and can be handled.
 bool isDeadly(int nSignal) {
     switch (nSignal) {
         case SIGKILL:
@@ -70,7 +70,7 @@ bool isDeadly(int nSignal) {
     return true;
 }
 
-// Signals that the program handles or ignores stay its own business.
+// Signals that the program handles or ignores are left alone.
 void watchSignals(bool bWatch) {
     for (int nSignal = 1; nSignal <= SIGRTMAX; ++nSignal) {
         struct sigaction action;
@@ -87,7 +87,7 @@ void watchSignals(bool bWatch) {
 }
 
 void takeTerminal(const termios& settings) {
-    static const int s_nHooked = atexit(setBack);
+    static const int s_nHooked = atexit(restoreTerminal);
     (void)s_nHooked;
     s_settings = settings;
     s_nObjects = 0;
@@ -95,7 +95,7 @@ void takeTerminal(const termios& settings) {
     watchSignals(true);
 }
 
-// A signal may shorten the wait; what is there is seen nevertheless.
+// A signal may shorten the wait; input that has arrived is seen nevertheless.
 bool isInputThere() {
     chFD_SET set(STDIN_FILENO);
     const int nResult = set.readSelect(inputWait);

@@ -59,7 +59,7 @@ bool fileLock::isAt(const char* lpszPath) const {
 void fileLock::release() {
     if (m_fd == -1)
         return;
-    const keptError kept;
+    const errnoGuard guard;
     lockOpen(m_fd, LOCK_UN);
     closeFile(m_fd);
     m_fd = -1;

@@ -1,6 +1,6 @@
 // Key files. A key keeps only 16 bits of an inode number and 8 of a device, so two files can yield one key;
-// a new file is therefore compared with everything that is there before it becomes visible, and exchanged
-// for one with another inode until its keys are its own. See keyfile.h for the locking.
+// a new file is therefore compared with all that exist before it becomes visible, and replaced by one with
+// another inode until its keys are unique. See keyfile.h for the locking.
 #include <dirent.h>
 #include <errno.h>
 #include <fcntl.h>
@@ -33,7 +33,7 @@ constexpr char szKeyDirectory[] = "/tmp";
 constexpr char szKeyPrefix[] = "qor_";
 constexpr char szNewPrefix[] = ".qor_new.";
 
-// Once every value of the 16 bits has been tried, another file cannot help.
+// After as many files as the 16 bits have values, another one cannot help.
 constexpr int maxNewFile = 0x10000;
 
 std::string directoryOf(const std::string& strPath) {
@@ -58,7 +58,7 @@ std::vector<std::string> listNames(const char* lpszDirectory, const char* lpszPr
     return arrName;
 }
 
-void removeLeftOver(const std::string& strDirectory, int fdDirectory) {
+void removeStaleFiles(const std::string& strDirectory, int fdDirectory) {
     for (const std::string& strName : listNames(strDirectory.c_str(), szNewPrefix))
         unlinkat(fdDirectory, strName.c_str(), 0);
 }
@@ -75,9 +75,9 @@ bool isLiveSemaphore(key_t key) { return semget(key, 0, 0) != -1 || errno != ENO
 
 bool isLiveSegment(key_t key) { return shmget(key, 0, 0) != -1 || errno != ENOENT; }
 
-bool isFreeFile(const std::string& strPath, const std::set<key_t>& setTaken) {
+bool isUniqueFile(const std::string& strPath, const std::set<key_t>& setTaken) {
     const key_t keySemaphore = ftok(strPath.c_str(), idProjectSemaphore);
-    // A file that has no key at all is reported where its key is asked for.
+    // A file without a key is reported where its key is needed.
     if (keySemaphore == -1)
         return true;
     return setTaken.count(keySemaphore) == 0 && !isLiveSemaphore(keySemaphore) &&
@@ -94,27 +94,27 @@ bool makeFile(int fdDirectory, const char* lpszName) {
     return bResult;
 }
 
-// Makes private files until one has keys of its own; all of them are in arrName, that one is the last.
-bool makeFreeFile(const std::string& strDirectory, int fdDirectory, std::vector<std::string>& arrName) {
+// Makes private files until one has unique keys. arrName gets all their names; that one is the last.
+bool makeUniqueFile(const std::string& strDirectory, int fdDirectory, std::vector<std::string>& arrName) {
     const std::set<key_t> setTaken = takenKeys();
     for (int i = 0; i < maxNewFile; ++i) {
         const std::string strName = szNewPrefix + std::to_string(i);
         if (!makeFile(fdDirectory, strName.c_str())) {
-            // A left-over of another user that could not be removed.
+            // A file that another user left, which could not be removed.
             if (errno == EEXIST)
                 continue;
             return false;
         }
-        // Files that did not do are kept meanwhile, so that their inodes are not handed out again.
+        // Files with taken keys are kept meanwhile, so that the file system does not give out their inodes again.
         arrName.push_back(strName);
-        if (isFreeFile(strDirectory + "/" + strName, setTaken))
+        if (isUniqueFile(strDirectory + "/" + strName, setTaken))
             return true;
     }
     errno = EEXIST;
     return false;
 }
 
-// Lets the private file appear at its path. Somebody else's file that is there already is as good.
+// Makes the private file appear at its path. A file that another process has put there is as good.
 bool publishFile(int fdDirectory, const char* lpszName, const char* lpszPath) {
     if (linkat(fdDirectory, lpszName, AT_FDCWD, lpszPath, 0) == 0 || errno == EEXIST)
         return true;
@@ -139,11 +139,11 @@ namespace {
 
 // Makes the key file, which is missing, in a directory that is held locked.
 bool makeKeyFile(const char* lpszPath, const std::string& strDirectory, int fdDirectory) {
-    removeLeftOver(strDirectory, fdDirectory);
+    removeStaleFiles(strDirectory, fdDirectory);
     std::vector<std::string> arrName;
-    const bool bResult =
-        makeFreeFile(strDirectory, fdDirectory, arrName) && publishFile(fdDirectory, arrName.back().c_str(), lpszPath);
-    const keptError kept;
+    const bool bResult = makeUniqueFile(strDirectory, fdDirectory, arrName) &&
+                         publishFile(fdDirectory, arrName.back().c_str(), lpszPath);
+    const errnoGuard guard;
     for (const std::string& strName : arrName)
         unlinkat(fdDirectory, strName.c_str(), 0);
     return bResult;
@@ -161,17 +161,17 @@ bool createKeyFile(const char* lpszPath) {
     const bool bKeys = lockKeys.openDirectory(szKeyDirectory) && lookAtOpen(lockKeys.fd(), state);
     if (bKeys && !lockKeys.lock())
         return false;
-    // Whoever locked one directory twice would wait for himself.
+    // Locking one directory twice would wait for itself.
     if (!(bKeys && state.isSameFile(stateOwn)) && !lockOwn.lock())
         return false;
-    // A path of which nobody can tell what is there is not replaced.
+    // A path that cannot be looked at is not replaced.
     if (!lookAt(lpszPath, state))
         return false;
     return state.eKind != kindNone || makeKeyFile(lpszPath, strDirectory, lockOwn.fd());
 }
 
 // The file may be removed, and another one made, while this one waits for its lock: then the next one is tried. When
-// nobody can tell what is at the path, trying again would not end.
+// the path cannot be looked at, trying again would not end.
 bool keyFileLock::openAndLock(const char* lpszPath, bool bWait) {
     while (m_file.openAt(lpszPath) && (bWait ? m_file.lock() : m_file.tryLock())) {
         if (m_file.isAt(lpszPath))

@@ -1,5 +1,5 @@
-// Semaphores, and the mutexes and events on them. Everything that creates, gives a first value to or removes
-// a semaphore happens under the lock of its key file; everything else is the kernel's semaphore alone.
+// Semaphores, and the mutexes and events on them. A semaphore is created, given its first value and removed
+// under the lock of its key file; all other operations use the kernel's semaphore alone.
 #include <errno.h>
 #include <pthread.h>
 #include <sched.h>
@@ -13,9 +13,10 @@
 #include <algorithm>
 #include <atomic>
 
-#include "xInc/keyfile.h"
 #include "qor/BaseHelper/Sync.h"
 #include "qor/MiscHelper.h"
+#include "xInc/keyfile.h"
+#include "xInc/platform.h"
 
 #if defined(__SANITIZE_THREAD__)
 #include <sanitizer/tsan_interface.h>
@@ -48,9 +49,9 @@ bool getState(int fdSemaphore, semid_ds& state) {
     return semctl(fdSemaphore, 0, IPC_STAT, arg) == 0;
 }
 
-// Whether the semaphore is as its creator got it: value 0, never set and never operated on. The process that did so
-// last tells it, and so does the time; each alone may be 0 all the same, for a process of another namespace and for a
-// clock that stands at 1970. The low word of the time is there even where only 32 bits of it are kept.
+// Whether the semaphore is as the kernel created it: value 0, never set and never operated on. The kernel keeps the
+// last process and the last time of an operation. Either alone may be 0 after an operation: for a process of another
+// namespace, or while the clock is at 1970. The low word of the time is there even where only 32 bits of it are kept.
 bool isUntouched(int fdSemaphore) {
     semid_ds state;
     return semctl(fdSemaphore, 0, GETVAL) == 0 && semctl(fdSemaphore, 0, GETPID) == 0 && getState(fdSemaphore, state) &&
@@ -62,7 +63,7 @@ bool isKeyOf(int fdSemaphore, const char* lpszPath) {
     return getState(fdSemaphore, state) && state.sem_perm.__key == ftok(lpszPath, idProjectSemaphore);
 }
 
-// Thread sanitizer does not know these semaphores; what they order is told to it here.
+// Thread sanitizer does not know these semaphores; these calls tell it what they order.
 #if defined(__SANITIZE_THREAD__)
 char s_arrOrder[256];
 void tellRelease(int fdSemaphore) { __tsan_release(&s_arrOrder[fdSemaphore & 255]); }
@@ -86,8 +87,8 @@ bool stepSemaphore(int fdSemaphore, int nDelta, int nFlag, const timespec* pTime
     return true;
 }
 
-// Tells whether the process meets the end of a semaphore's range for the first time. Ids that share a row
-// can make it tell so again, which costs a warning too many and nothing else.
+// Whether the process reaches the end of a semaphore's range for the first time. Ids that share a row can make it true
+// again, which costs one more warning and nothing else.
 bool isFirstAtRange(int fdSemaphore) {
     static std::atomic<int> arrSeen[256];
     return arrSeen[fdSemaphore & 255].exchange(fdSemaphore + 1, std::memory_order_relaxed) != fdSemaphore + 1;
@@ -100,7 +101,7 @@ void reportStep(int nDelta, int nError) {
 
 bool isRemoved(int nError) { return nError == EIDRM || nError == EINVAL; }
 
-// Which failures of a step nobody is told about.
+// Which failures of an operation are not reported.
 struct stepSilence {
     bool bInterrupts;
     bool bRemoval;
@@ -108,7 +109,7 @@ struct stepSilence {
     bool covers(int nError) const { return nError == EINTR ? bInterrupts : bRemoval && isRemoved(nError); }
 };
 
-// Whether a step that failed is to be tried again, and reports what has to be reported. errno is the step's again.
+// Reports a failed operation where needed, and returns whether to try it again. Keeps errno.
 bool mayRepeatStep(int fdSemaphore, int nDelta, int& nUndo, const stepSilence& silence) {
     const int nError = errno;
     if (nError == EAGAIN)
@@ -121,7 +122,7 @@ bool mayRepeatStep(int fdSemaphore, int nDelta, int& nUndo, const stepSilence& s
         return true;
     }
     if (nError == ENOMEM)
-        qorSwitchToThread();  // for what it would have to take back; there will be some again
+        qorSwitchToThread();  // the kernel had no memory for an undo record; it will have some again
     return nError == ENOMEM || nError == EINTR;
 }
 
@@ -140,8 +141,8 @@ timespec timeSpan(long long nNanosecond) {
     return span;
 }
 
-// With one processor nobody can release anything while this thread looks for it. The holder may run on any processor
-// of the device, wherever this process is confined to.
+// With one processor, nothing is released while this thread polls. The holder may run on any processor of the device,
+// whichever this process is confined to.
 bool hasOtherProcessor() {
     static std::atomic<long> nKnown{0};
     long nCount = nKnown.load(std::memory_order_relaxed);
@@ -174,7 +175,7 @@ int disableCancel() {
 
 void restoreCancel(int nState) { pthread_setcancelstate(nState, nullptr); }
 
-// A plain record without constructor: each thread has one from its first instruction to its last.
+// A plain record without constructor, so that it is usable in a thread from its first instruction to its last.
 struct heldSegments {
     static constexpr int maxHeld = 16;
 
@@ -193,14 +194,14 @@ struct heldSegments {
     bool holds(const chMutex* pMutex) const { return find(pMutex) < nCount; }
 
     void add(chMutex* pMutex, int fdSemaphore, int nCancel) {
-        static const int s_nHooked = pthread_atfork(nullptr, nullptr, &letGoAfterFork);
+        static const int s_nHooked = pthread_atfork(nullptr, nullptr, &releaseAfterFork);
         (void)s_nHooked;
         if (nCount == 0)
             nOldCancel = nCancel;
         arrHeld[nCount++] = {pMutex, fdSemaphore};
     }
 
-    // A mutex that is not a segment's is not in it.
+    // Ignores a mutex that is not a segment's.
     void drop(const chMutex* pMutex) {
         const int i = find(pMutex);
         if (i == nCount)
@@ -222,13 +223,13 @@ private:
         return i;
     }
 
-    static void letGoAfterFork();
+    static void releaseAfterFork();
 };
 
 thread_local heldSegments t_held;
 
-// The child's thread does not hold what the thread that it copies holds.
-void heldSegments::letGoAfterFork() {
+// The thread of the child does not hold the locks of the thread that called fork().
+void heldSegments::releaseAfterFork() {
     while (t_held.nCount > 0)
         t_held.arrHeld[t_held.nCount - 1].pMutex->fork_reset();
 }
@@ -243,8 +244,8 @@ constexpr int maxAttempt = 30;
 
 // Takes one without sleeping. Sleeping and being woken costs more than most holders need, so a first failure
 // is followed by a few more attempts; a free semaphore is taken by one kernel call. Once others sleep for it, it passes
-// from one to the next and is never free: attempts in vain halve those of the next time, and each that was not in vain
-// adds one again.
+// from one to the next and is never free: a call whose attempts all fail halves their number for the next call, and one
+// that succeeds adds one.
 bool takeQuickly(int fdSemaphore) {
     static std::atomic<int> s_nPatience{maxAttempt};
     const int nPatience = s_nPatience.load(std::memory_order_relaxed);
@@ -290,7 +291,7 @@ BOOL xSemaphore::OpenSemaphoreValue(const char* lpszName, int nFirstValue) {
     const int nError = errno;
     m_fdSemaphore = semget(key, 1, 0666);
     if (m_fdSemaphore == -1) {
-        // "No such object" would hide why it could not be created.
+        // ENOENT would hide why it could not be created.
         if (errno == ENOENT)
             errno = nError;
         qorOutputWarningString("Try Create Semaphore [%s:%x] fail (%s)! ", lpszName, static_cast<unsigned>(key),
@@ -298,7 +299,7 @@ BOOL xSemaphore::OpenSemaphoreValue(const char* lpszName, int nFirstValue) {
         QOR_ASSERT(m_fdSemaphore != -1);
         return FALSE;
     }
-    // The creator gives the first value under this same lock: it died before it could.
+    // The creator sets the first value under this same lock: it died before it did.
     if (nFirstValue != -1 && isUntouched(m_fdSemaphore))
         SemaphoreSetValue(nFirstValue);
     return TRUE;
@@ -329,7 +330,7 @@ void xSemaphore::DestroySemaphore() {
     keyFileLock lock;
     // The path may by now belong to a successor of the same name, whose key file has to stay.
     const bool bKeyIsOurs = lock.lockExisting(m_strKeyFile) && isKeyOf(m_fdSemaphore, m_strKeyFile);
-    // Who may not remove the semaphore leaves its key file to those who use it.
+    // Without permission to remove the semaphore, its key file stays, too.
     if (semctl(m_fdSemaphore, 0, IPC_RMID) == 0 && bKeyIsOurs)
         DestroyFileKey();
     else
@@ -360,7 +361,7 @@ int xSemaphore::SemaphoreAddValue(int nDelta, int nTimeout) {
     timeout.tv_sec = nTimeout / 1000;
     timeout.tv_nsec = nTimeout % 1000 * 1000000L;
     int nUndo = SEM_UNDO;
-    const int nWait = nTimeout == 0 ? IPC_NOWAIT : 0;  // cheaper than a time-out that has passed
+    const int nWait = nTimeout == 0 ? IPC_NOWAIT : 0;  // cheaper than a time-out of 0
     while (!stepSemaphore(m_fdSemaphore, nDelta, nUndo | nWait, nTimeout == -1 ? nullptr : &timeout))
         if (!mayRepeatStep(m_fdSemaphore, nDelta, nUndo, {false, false}))
             return 0;
@@ -369,7 +370,7 @@ int xSemaphore::SemaphoreAddValue(int nDelta, int nTimeout) {
 
 BOOL xSemaphore::SemaphoreTakeFor(int nTimeout) { return AddQuietly(-1, nTimeout, true); }
 
-// The kernel does not tell how much of an interrupted wait was left.
+// The kernel does not report how much of an interrupted wait was left.
 BOOL xSemaphore::AddQuietly(int nDelta, int nTimeout, bool bTellRemoval) {
     if (!QOR_ASSERT(m_fdSemaphore != -1))
         return FALSE;
@@ -463,13 +464,12 @@ BOOL chMutex::LockSegment(int nTimeout, lockReport report) {
         t_held.add(this, m_fdSemaphore, nCancel);
         return TRUE;
     }
-    const int nError = errno;
+    const QOR_Platform::errnoGuard guard;
     restoreCancel(nCancel);
-    errno = nError;
     return FALSE;
 }
 
-// Whoever unlocked for another thread would leave it unprotected in the middle of a change.
+// Unlocking for another thread would leave that one unprotected in the middle of a change.
 void chMutex::UnlockSegment() {
     if (m_bIsLocked && !t_held.holds(this))
         assertAboutLock("[%s] is held by another thread", m_strKeyFile);

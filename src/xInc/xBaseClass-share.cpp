@@ -48,7 +48,7 @@ void* chMapFile::OpenMapFile(const char* lpszName, int nSize) {
     } else {
         const int nError = errno;
         m_fdMapFile = shmget(key, static_cast<size_t>(nSize), 0666);
-        // "No such object" would hide why it could not be created.
+        // ENOENT would hide why it could not be created.
         if (m_fdMapFile == -1 && errno == ENOENT)
             errno = nError;
     }
@@ -94,7 +94,7 @@ void chMapFile::DestroyMapFile() {
     keyFileLock lock;
     // The path may by now belong to a successor of the same name, whose key file has to stay.
     const bool bKeyIsOurs = lock.lockExisting(m_strKeyFile) && isKeyOf(m_fdMapFile, m_strKeyFile);
-    // Who may not remove the segment leaves its key file to those who use it.
+    // Without permission to remove the segment, its key file stays, too.
     const bool bRemoved = shmctl(m_fdMapFile, IPC_RMID, nullptr) == 0;
     unmap();
     if (bRemoved && bKeyIsOurs)
@@ -116,7 +116,7 @@ bool chRawMapFile::openFile(const char* lpszPath) {
     if (lpszPath == nullptr)
         lpszPath = "";
     if (strlen(lpszPath) > maxPath) {
-        errno = ENAMETOOLONG;  // cut, it would be the path of another file
+        errno = ENAMETOOLONG;  // a truncated path would be that of another file
     } else {
         m_strPath = lpszPath;
         m_fdMapFile = open(lpszPath, nMode);
@@ -129,7 +129,7 @@ bool chRawMapFile::openFile(const char* lpszPath) {
     return QOR_ASSERT(FALSE);
 }
 
-// Gives the file the length of the mapping, with its blocks. Bytes that are there are not touched: another
+// Gives the file the length of the mapping, with its blocks. Existing bytes are not touched: another
 // process may be writing them.
 bool chRawMapFile::growFile(long long nLength) {
     const off_t nMissing = static_cast<off_t>(m_nMapSize - nLength);
@@ -137,7 +137,7 @@ bool chRawMapFile::growFile(long long nLength) {
     do
         nError = posix_fallocate(m_fdMapFile, static_cast<off_t>(nLength), nMissing);
     while (nError == EINTR);
-    // A file system that cannot reserve blocks can at least be told the length.
+    // A file system that cannot reserve blocks can at least set the length.
     if ((nError == EOPNOTSUPP || nError == EINVAL) && ftruncate(m_fdMapFile, m_nMapSize) == 0)
         nError = 0;
     if (nError == 0)
@@ -150,7 +150,7 @@ bool chRawMapFile::growFile(long long nLength) {
 bool chRawMapFile::sizeFile() {
     struct stat state;
     int nError = fstat(m_fdMapFile, &state) == 0 ? 0 : errno;
-    // Only an ordinary file has a length to peek; a length beyond the size's type cannot be mapped.
+    // Only a regular file has a length; one beyond the range of an int cannot be mapped.
     if (nError == 0 && !S_ISREG(state.st_mode))
         nError = ENOTTY;
     if (nError == 0 && state.st_size > INT_MAX)

@@ -1,8 +1,8 @@
 // The clocks and the calibration record that all processes share.
 //
-// The record belongs to the named blocks of the message system, which stands above this module. So it is asked
-// for through functions that are only declared here. A reading makes two kernel calls, the lock and its release;
-// the clock-tick counter is asked at most once a second.
+// The record belongs to the named blocks of the message system, which is above this module. So the
+// functions that yield it are only declared here. A reading makes two kernel calls, the lock and its release;
+// the clock-tick counter is read at most once a second.
 #include <stdio.h>
 #include <sys/time.h>
 #include <sys/times.h>
@@ -72,7 +72,7 @@ xTimerInfo* getTimerInfo() {
 
 }  // namespace
 
-// Several threads may be here at the same time: the lock lets the first one make the record ready.
+// Several threads may construct a timer at the same time: the first one to get the lock prepares the record.
 chTimer::chTimer() {
     if (s_bConstructing) {
         printf("Error in xTimer::xTimer() \n");

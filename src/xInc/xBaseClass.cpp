@@ -1,4 +1,4 @@
-// Locks between the threads of one process, and the waits on descriptors.
+// Locks between the threads of one process, and waits on descriptors.
 #include <pthread.h>
 #include <string.h>
 #include <sys/select.h>
@@ -52,7 +52,7 @@ void chMutex_Local::Unlock() { chCriticalSection::Unlock(); }
 
 // The setter of a chCriticalEvent is not the thread that locked it, which a mutex of the thread library does
 // not allow. So the events of a process share one mutex and one condition, and "locked" is m_bIsLocked
-// alone. A setter touches nothing of the event after the waiter may have gone on and destructed it.
+// alone. A setter does not touch the event any more once the waiter may have destructed it.
 namespace {
 
 pthread_mutex_t s_mutexSignal = PTHREAD_MUTEX_INITIALIZER;
@@ -117,7 +117,7 @@ namespace {
 
 constexpr int maxDescriptor = 1024;
 
-// On a little-endian machine the words of the system's own set, whatever their width, hold the same bytes.
+// On a little-endian machine the words of the system's set have the same bytes at any width.
 int selectCopy(uint32_t* arrBit, int fdMax, bool bRead, int nTimeout) {
     fd_set set;
     static_assert(sizeof(set) == maxDescriptor / 8, "1024 bits");

@@ -27,7 +27,7 @@ constexpr size_t maxPath = 256;
 
 thread_local int t_idTask = 0;
 
-// A child after fork is another task than the thread that it copies.
+// The thread of a child is another task than the one that called fork().
 int forgetTaskIdAfterFork() {
     return pthread_atfork(NULL, NULL, []() { t_idTask = 0; });
 }
@@ -68,8 +68,8 @@ unsigned long qorGetCurrentThreadId() { return static_cast<unsigned long>(pthrea
 
 int qorGetCurrentTaskId() { return __builtin_expect(t_idTask != 0, 1) ? t_idTask : askTaskId(); }
 
-// The kernel takes 0 for the caller. Whom it refuses to tell about is alive: taken for dead, a task would lose its
-// queue.
+// To the kernel, 0 is the caller. A task that it refuses to look at counts as alive: a task that was taken for dead
+// would lose its queue.
 bool qorIsValidTaskID(int idTask) { return idTask > 0 && (sched_getscheduler(idTask) >= 0 || errno != ESRCH); }
 
 bool qorIsValidProcessID(int idProcess) { return qorIsValidTaskID(idProcess); }
@@ -83,7 +83,7 @@ void qorGetLocalTime(SYSTEMTIME* pTime) {
     gettimeofday(&tv, NULL);
     const time_t tSecond = tv.tv_sec;
     tm tmLocal = {};
-    tzset();  // the zone of a device may change while it runs; this form of the call need not look
+    tzset();  // localtime_r() need not notice that the time zone has changed
     localtime_r(&tSecond, &tmLocal);
     pTime->wYear = static_cast<unsigned short>(tmLocal.tm_year + 1900);
     pTime->wMonth = static_cast<unsigned short>(tmLocal.tm_mon + 1);
@@ -97,7 +97,7 @@ void qorGetLocalTime(SYSTEMTIME* pTime) {
 
 unsigned long long qorGetCPUTickCount() { return 0; }
 
-// A wait in microseconds would be limited to a second.
+// usleep() is limited to a second.
 void qorSleep(unsigned int uMillisecond) {
     timespec ts = {};
     ts.tv_sec = static_cast<time_t>(uMillisecond / 1000);
@@ -109,7 +109,7 @@ void qorSleep(unsigned int uMillisecond) {
 void qorDelay(unsigned int uMillisecond) {
     long long nLeft = uMillisecond * 1000LL;
     const long long nEnd = microsecondsNow() + nLeft;
-    // What an interrupted wait leaves in its time is not the rest everywhere.
+    // Not every system stores the remaining time of an interrupted wait.
     while (nLeft > 0) {
         timeval tv = {};
         tv.tv_sec = static_cast<time_t>(nLeft / 1000000);

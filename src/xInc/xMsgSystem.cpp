@@ -1,4 +1,4 @@
-// Threads and the cheap clock of the message system, and the wake-up events that dead tasks have left.
+// Threads and the cheap clock of the message system, and the wake-up events of dead tasks.
 #include <errno.h>
 #include <pthread.h>
 #include <sched.h>
@@ -22,7 +22,7 @@ namespace QOR_MsgQueueHelper {
 
 namespace {
 
-// The thread library returns its errors; the texts are those of errno.
+// The thread library returns errors instead of setting errno.
 void warnFailure(int nError, const char* lpszFormat) {
     if (nError == 0)
         return;
@@ -106,7 +106,8 @@ void callAtThreadExit(exitFunction fnAtExit) {
 taskEventName::taskEventName(int idTask) { snprintf(szName, sizeof(szName), "task_event_%d", idTask); }
 
 // The id may by now belong to a new task. That one opens its event under the lock on the key file, so under this lock
-// it is certain whose the event is. Whoever has the file locked is at the same work, or stopped: nobody waits for him.
+// it is certain whose the event is. A process that has the file locked does the same, or is stopped: it is not waited
+// for.
 void destroyDeadTaskEvent(int idTask) {
     const std::string strPath = QOR_BaseHelper::keyFilePath(taskEventName(idTask).szName);
     QOR_BaseHelper::keyFileLock lock;

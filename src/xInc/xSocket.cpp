@@ -1,5 +1,5 @@
-// The system's socket calls. A signal makes none of them fail: an interrupted call is made again, and an interrupted
-// connect goes on by itself.
+// The system's socket calls. A signal makes none of them fail: an interrupted call is repeated, and an interrupted
+// connect continues by itself.
 #include <arpa/inet.h>
 #include <errno.h>
 #include <fcntl.h>
@@ -68,7 +68,7 @@ text sockGetLocalIPAddress(const char* lpszInterface) {
     return nResult == 0 ? dottedText(addr.sin_addr) : text();
 }
 
-// The descriptor is gone whatever close says.
+// The descriptor is closed whatever close() returns.
 int sockClose(int hSocket) { return close(hSocket); }
 
 BOOL sockListen(int hSocket, int nBacklog) { return listen(hSocket, nBacklog) == 0; }

@@ -1,4 +1,4 @@
-// Key files under creators that race, die and meet inodes whose keys are taken.
+// Key files: creators that race, that are killed, and that get inodes whose keys are taken.
 #include <dirent.h>
 #include <errno.h>
 #include <fcntl.h>

@@ -1,5 +1,5 @@
-// A device whose segment has lost its mutex, as when somebody removes the kernel's objects under running
-// programs. Whoever went on without it would damage the table of queues for all.
+// A device whose segment has lost its mutex, as when the kernel's objects are removed under running
+// programs. Going on without it would damage the table of queues for all.
 #include <stdlib.h>
 #include <string.h>
 #include <sys/ipc.h>

@@ -1,4 +1,4 @@
-// Segments and frames between processes: exactly one construction, whoever dies at whatever point.
+// Segments and frames between processes: exactly one construction, whichever process dies at whatever point.
 #include <signal.h>
 #include <sys/ipc.h>
 #include <sys/shm.h>

@@ -1,4 +1,4 @@
-// Walking through directories.
+// Walking through directories: names, kinds of entries, paths that cannot be opened.
 #include "qor/BaseHelper/Directory.h"
 
 #include <fcntl.h>

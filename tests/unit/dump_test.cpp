@@ -1,4 +1,4 @@
-// Whole files in memory.
+// Whole files in memory: bytes, texts and wide texts; files without a size, missing and too large files.
 #include <sys/stat.h>
 #include <unistd.h>
 

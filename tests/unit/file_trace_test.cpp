@@ -1,4 +1,4 @@
-// Rotating log files: names, sizes, the order in which they roll, and what goes wrong without a sound.
+// Rotating log files: names, sizes, the order in which they roll, and errors, which are silent.
 #include <dirent.h>
 #include <errno.h>
 #include <fcntl.h>

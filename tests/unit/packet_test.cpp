@@ -1,4 +1,4 @@
-// Packets framed by their length.
+// Packets on a connection, framed by their length: whole, split, too long, damaged.
 #include <atomic>
 #include <thread>
 

@@ -1,4 +1,4 @@
-// Console reports: the exact lines, what aborts and what goes on.
+// Console reports: the exact lines, which reports abort and which return.
 #include <pthread.h>
 #include <stdio_ext.h>
 #include <stdlib.h>

@@ -1,5 +1,5 @@
-// What sockets make of the system's answers: calls that a signal interrupts or that fail, and how long a wait is asked
-// for. The test stands between the library and the system, so nothing here depends on how fast the machine is.
+// How sockets handle system calls that fail or that a signal interrupts, and how long they wait. The test replaces the
+// system calls, so nothing here depends on how fast the machine is.
 #include <dirent.h>
 #include <errno.h>
 #include <fcntl.h>

@@ -1,4 +1,4 @@
-// Text files that are told by their mark.
+// Text files with a byte-order mark: which are opened, and in which order bytes are read and written.
 #include <sys/stat.h>
 #include <unistd.h>
 

@@ -1,5 +1,5 @@
-// Ticks and deadlines on clocks that stand where a test sets them. This program brings its own clocks, so it stands
-// alone.
+// Ticks and deadlines on clocks that a test sets. This program replaces the system's clocks, so it is a program of its
+// own.
 #include <limits.h>
 #include <sys/time.h>
 #include <sys/times.h>

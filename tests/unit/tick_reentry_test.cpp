@@ -1,5 +1,5 @@
 // The timer that is asked for the tick while it is being made. This program brings its own named blocks, which
-// read the tick when they are locked; so it stands alone.
+// read the tick when they are locked; so it is a program of its own.
 #include <unistd.h>
 
 #include "qor/BaseHelper/Tick.h"

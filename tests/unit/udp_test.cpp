@@ -1,4 +1,4 @@
-// The handle of a socket, and datagrams.
+// Sockets without a connection: the handle, its waits, and datagrams.
 #include <fcntl.h>
 #include <sys/un.h>
 

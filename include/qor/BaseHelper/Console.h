@@ -2,7 +2,7 @@
 /// Keys and lines from the terminal of standard input, without waiting for them.
 ///
 /// @code
-/// QOR_BaseHelper::chStdInput input;             // from here on the terminal hands out every key at once
+/// QOR_BaseHelper::chStdInput input;             // from here on every key can be read at once
 /// switch (input.getch()) {
 ///     case -1: break;                           // no key was pressed
 ///     case 27: return;                          // escape
@@ -59,7 +59,7 @@ enum consoleKey {
 /// Keys from the terminal.
 class QOR_API chStdInput {
 public:
-    /// Saves the terminal's settings and makes it hand out every key at once, without echo.
+    /// Saves the terminal's settings and makes every key readable at once, without echo.
     chStdInput();
     chStdInput(const chStdInput&) = delete;
     chStdInput& operator=(const chStdInput&) = delete;
@@ -100,7 +100,7 @@ private:
 
 /// What standard input has to offer within 10 ms, its line feed included, or an empty string. It is read in blocks of
 /// 1024 bytes until one is not full or holds a line feed, or the next one does not come within 10 ms; a signal may
-/// shorten these waits. Bytes behind a NUL of a block are dropped. What `getchar` and its like have read ahead is not
+/// shorten these waits. Bytes after a NUL of a block are dropped. What `getchar` and its like have read ahead is not
 /// seen.
 QOR_API QOR_StringHelper::chReferenceStringT<char> qorGetConsoleLineInput();
 

@@ -8,7 +8,7 @@
 ///     puts(strName);                      // "system.ini": without the directory
 /// @endcode
 ///
-/// A walk goes in the order of the file system and does not enter directories. Searching whole trees stands in
+/// A walk follows the order of the file system and does not enter directories. Searching whole trees is in
 /// `SubClass/FileSearch.h`.
 #ifndef QOR_BASEHELPER_DIRECTORY_H
 #define QOR_BASEHELPER_DIRECTORY_H
@@ -36,7 +36,7 @@ public:
     /// Reads the next entry's name, without the directory. "." and ".." are passed over.
     /// @return 1; 0 at the end, without a directory and after an error, and then the name is left as it was
     BOOL ReadFileName(QOR_StringHelper::chReferenceStringT<char>& strName);
-    /// The same, and tells whether the directory itself says that the entry is neither a directory nor a link. Where it
+    /// The same, and whether the directory itself says that the entry is neither a directory nor a link. Where it
     /// does not say what the entry is, bIsFile is 0 as well: pathStat() knows.
     BOOL ReadFileName(QOR_StringHelper::chReferenceStringT<char>& strName, BOOL& bIsFile);
     /// Closes the directory; harmless when none is open.

@@ -126,7 +126,7 @@ public:
 
     int32_t left;    ///< the left edge
     int32_t top;     ///< the upper edge
-    int32_t right;   ///< behind the last column
+    int32_t right;   ///< the column after the last one
     int32_t bottom;  ///< below the last row
 };
 

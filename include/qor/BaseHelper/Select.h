@@ -22,7 +22,7 @@ public:
     /// Takes milliseconds; see setTimeout().
     explicit chTimeval(int nTimeout) { setTimeout(nTimeout); }
 
-    /// Takes milliseconds; -1 stands for the longest time-out, 2147483647 seconds.
+    /// Takes milliseconds; -1 means the longest time-out, 2147483647 seconds.
     void setTimeout(int nTimeout);
 };
 

@@ -59,7 +59,7 @@ public:
     /// Unmaps the segment; it and its key file stay. Fatal when not open.
     void CloseMapFile();
 
-    /// Unmaps the segment and removes it from the device, with its key file unless that meanwhile stands for
+    /// Unmaps the segment and removes it from the device, with its key file unless that meanwhile belongs to
     /// another object. Processes that still map the segment keep their mapping. Fatal when not open.
     void DestroyMapFile();
 
@@ -238,7 +238,7 @@ public:
             Mutex::Unlock();
     }
 
-    /// Opens the mutex and the memory of that name, and constructs the object when nobody has.
+    /// Opens the mutex and the memory of that name, and constructs the object unless another process has.
     /// @param nSize bytes to map, the object included; -1 takes the length of the file that the map file is over
     /// @return 1, or 0 when the mutex or the memory cannot be had. Fatal when already open, and when the object is
     ///         larger than the memory ("nSize >= (int)sizeof(T)").
@@ -267,7 +267,7 @@ public:
         return m_pIPCObject;
     }
 
-    /// Lets go of the memory and the mutex; the object stays. Harmless when closed.
+    /// Closes the memory and the mutex; the object stays. Harmless when closed.
     void CloseShareObject() {
         if (m_pIPCObject == nullptr)
             return;
@@ -298,7 +298,7 @@ protected:
             new (pData) T;
             m_mapFile.Flush();
         } else if (!static_cast<ipcObjectHeader*>(pData)->IsInit()) {
-            // Its creator died on the way; the kernel has given its mutex to us.
+            // Its creator died before it was done; the kernel has released its mutex.
             ipcObjectHeader::ClearObject(pData, nSize == -1 ? static_cast<int>(sizeof(T)) : nSize);
             new (pData) T;
             m_mapFile.Flush();

@@ -3,7 +3,7 @@
 /// (`chCriticalSection`, `chMutex_Local`, `chCriticalEvent`, `chReadWriteLock`).
 ///
 /// Objects of the first family are named. Every process of the device that opens the same name reaches the
-/// same kernel semaphore, which outlives them all; a *close* operation lets go of it, a *destroy* operation
+/// same kernel semaphore, which outlives them all; a *close* operation detaches from it, a *destroy* operation
 /// removes it for everybody. One of the two must have been called before an object is destructed. The
 /// second family carries the same operation names, so that a template can take either.
 ///
@@ -53,7 +53,7 @@ private:
     int m_nState;  // what it was before
 };
 
-/// The key file behind a named object: turns a name into a System V key.
+/// The key file of a named object: turns a name into a System V key.
 ///
 /// The file is "/tmp/qor_" followed by the name; a name that holds a '/' or '\\' is itself the path. It is
 /// made with mode 0666 whatever the umask is, and in such a way that its keys are those of no other live
@@ -65,7 +65,7 @@ public:
     xFileKey& operator=(const xFileKey&) = delete;
 
     /// Makes the key file when it is missing and remembers its path.
-    /// @param idProject tells the kinds of object that share one key file apart: 'm' semaphores, 'S' segments
+    /// @param idProject distinguishes the kinds of object that share one key file: 'm' semaphores, 'S' segments
     /// @return the key. A file that can be neither opened nor made is a warning and a fatal assertion (-1).
     key_t OpenFileKey(const char* lpszName, unsigned char idProject);
 
@@ -104,11 +104,11 @@ public:
     /// Fatal when already open.
     BOOL OpenExistSemaphore(const char* lpszName);
 
-    /// Lets go of the semaphore; it and its key file stay for the others.
+    /// Closes the semaphore; it and its key file stay for the others.
     void CloseSemaphore();
 
-    /// Removes the semaphore from the device and deletes its key file, unless that file meanwhile stands for
-    /// another object. Whoever waits on the semaphore is woken and fails.
+    /// Removes the semaphore from the device and deletes its key file, unless that file meanwhile belongs to
+    /// another object. Waits on the semaphore end with a failure.
     void DestroySemaphore();
 
     /// Whether the calling task created the semaphore with this object. Fatal when not open.
@@ -139,7 +139,7 @@ public:
     BOOL SemaphoreSetValue(int nValue);
 
 protected:
-    /// OpenSemaphore() that also gives a semaphore its first value, when nobody has before; -1: none.
+    /// OpenSemaphore() that also gives a semaphore its first value, unless another process has before; -1: none.
     BOOL OpenSemaphoreValue(const char* lpszName, int nFirstValue);
 
     /// Adds nDelta as SemaphoreAddValue() does, with a time-out like that of SemaphoreTakeFor(); without bTellRemoval
@@ -163,7 +163,7 @@ public:
     /// Opens the mutex of that name, or creates it unlocked. @return 1, or 0 on failure.
     BOOL OpenMutex(const char* lpszName);
 
-    /// Lets go of the mutex. Fatal while locked.
+    /// Closes the mutex. Fatal while locked.
     void CloseMutex();
 
     /// Removes the mutex from the device. Fatal while locked.
@@ -216,7 +216,7 @@ public:
     /// Opens the event of that name when there is one. @return 1, or 0 when there is none.
     BOOL OpenExistEvent(const char* lpszName) { return OpenExistSemaphore(lpszName); }
 
-    /// Lets go of the event.
+    /// Closes the event.
     void CloseEvent();
 
     /// Removes the event from the device.
@@ -254,7 +254,7 @@ public:
     /// Leaves the section. Fatal when it is not locked.
     void Unlock();
 
-    /// In the child of a fork: the section is free, whoever held it in the parent.
+    /// In the child of a fork: the section is free, also when a thread of the parent held it.
     void fork_reset();
 
 protected:
@@ -282,7 +282,7 @@ public:
 
 /// A one-shot signal between two threads: one waits, the other sets.
 ///
-/// The waiter may destruct the object as soon as WaitEvent() has returned. Nobody calls Lock() or Unlock() on it.
+/// The waiter may destruct the object as soon as WaitEvent() has returned. Do not call Lock() or Unlock() on it.
 class QOR_API chCriticalEvent : public chCriticalSection {
 public:
     /// Nothing is set.

@@ -11,7 +11,7 @@
 /// A chTime made from fields reads them as local time, while all getters and Format() answer in UTC. On a device
 /// whose time zone is not UTC the fields do not read back the same. This is the promised behaviour.
 ///
-/// All values are plain; any thread may use its own. Monotonic time stands in `BaseHelper/Tick.h`.
+/// All values are plain; any thread may use its own. For monotonic time see `BaseHelper/Tick.h`.
 #ifndef QOR_BASEHELPER_TIME_H
 #define QOR_BASEHELPER_TIME_H
 

@@ -21,14 +21,14 @@ namespace QOR_FileHelper {
 /// The fields of a record.
 typedef QOR_ListHelper::chObjList_dynamic<QOR_StringHelper::chReferenceStringT<char>, 16> csvFields;
 
-/// Reads one field: blanks and tabs in front and white space behind are cut, carriage returns skipped. It ends at the
+/// Reads one field: leading blanks and tabs and trailing white space are cut, carriage returns skipped. It ends at the
 /// end of the text, at a comma or at a line feed, which is passed; quoted parts are taken as by qorPeekCSVQuote().
-/// @return the place behind the field. Fatal: null.
+/// @return the position after the field. Fatal: null.
 QOR_API const char* qorPeekCSVField(const char* lpszText, QOR_StringHelper::chReferenceStringT<char>& strField);
 
-/// Appends a quoted part to a field. Two double quotes stand for one, carriage returns are skipped; the part ends at
+/// Appends a quoted part to a field. Two double quotes mean one, carriage returns are skipped; the part ends at
 /// its closing quote, which is passed, or at the end of the text.
-/// @return the place behind it. Fatal: a text that does not begin with a double quote.
+/// @return the position after it. Fatal: a text that does not begin with a double quote.
 QOR_API const char* qorPeekCSVQuote(const char* lpszText, QOR_StringHelper::chReferenceStringT<char>& strField);
 
 /// Reads the fields up to a line feed or the end of the text into the list, which is cleared first.

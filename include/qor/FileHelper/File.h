@@ -76,7 +76,7 @@ public:
     long long Seek(long long nOffset, int nFrom);
     /// To the first byte; the new position, or -1.
     long long SeekToBegin() { return Seek(0, begin); }
-    /// Behind the last byte; the new position, or -1.
+    /// Moves after the last byte. The new position, or -1.
     long long SeekToEnd() { return Seek(0, end); }
     /// The length in bytes, -1 when there is none. The position is at the begin afterwards.
     long long GetFileLength();
@@ -84,7 +84,7 @@ public:
     BOOL SetFileLength(long long nLength);
     /// The position in bytes, or -1.
     long long GetPosition() const;
-    /// Hands what was written to the system. Note the sense.
+    /// Gives what was written to the system. Note the sense.
     /// @return 1 when that FAILED, 0 when it succeeded.
     BOOL Flush();
 
@@ -114,7 +114,7 @@ constexpr int maxStoredString = 0x400000;
 
 /// Each writes a value in the machine's byte order, a string as its length (4 bytes) and its characters.
 /// @return the file, or NullStream() when the value was not taken whole or the file was the null stream: a chain stops
-///         at its first failure, and `(file << a << b) == file` tells whether all of it was taken.
+///         at its first failure, and `(file << a << b) == file` is whether all of it was taken.
 QOR_API chFileStdio& operator<<(chFileStdio& file, int nValue);
 /// As for int.
 QOR_API chFileStdio& operator<<(chFileStdio& file, unsigned int uValue);

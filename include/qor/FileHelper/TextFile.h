@@ -33,7 +33,8 @@ public:
     /// Opens a file and reads its mark. A file without two bytes to read, a new one above all, is little-endian and
     /// gets the mark FF FE, unless it is only read; a stream that is only written cannot read, and gets a mark where it
     /// stands.
-    /// @return 1 when it is open behind its mark; 0 when it cannot be opened or marked, or begins with anything else.
+    /// @return 1 when it is open, positioned after its mark; 0 when it cannot be opened or marked, or begins with
+    /// anything else.
     ///         Fatal: an open file, an empty name.
     BOOL Open(const char* lpszFileName, UINT uFlags = openRead);
     /// Closes the file, which is no text file then.
@@ -60,7 +61,7 @@ private:
 /// A UTF-8 text file. It begins with the mark EF BB BF or has less than three bytes; no mark is ever written.
 class QOR_API chFile_UTF8Text : public chFileStdio {
 public:
-    /// Opens a file and reads up to three bytes, behind which it stands then.
+    /// Opens a file and reads up to three bytes; the position is after them.
     /// @return 1 when they are the mark, or there were fewer; 0 when the file cannot be opened or begins with others.
     ///         Fatal: an open file, an empty name.
     BOOL Open(const char* lpszFileName, UINT uFlags = openRead);

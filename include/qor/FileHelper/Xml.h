@@ -20,9 +20,9 @@
 ///
 /// What is written reads back to the same tree, and is written the same again, if
 /// - names are neither empty nor hold white space, '=', '/', '?', '!' or one of the five characters that have entities
-///   (in the first tag of an element, and in a declaration, the name stands as it is), and names of attributes are
+///   (in the first tag of an element, and in a declaration, the name is not encoded), and names of attributes are
 ///   neither empty nor hold '=';
-/// - no text is empty, no two texts are neighbours, and texts beside the outermost elements stand between others;
+/// - no text is empty, no two texts are neighbours, and texts beside the outermost elements are between others;
 /// - no CDATA holds "]]>".
 ///
 /// @code
@@ -43,7 +43,7 @@
 namespace QOR_FileHelper {
 
 /// The links of a tree's node; T is the node's class, derived from this, with a virtual destructor that calls
-/// destroy_branch(). Nodes are made with new; whoever deletes one deletes all below it, and takes it out of its parent.
+/// destroy_branch(). Nodes are made with new; deleting one deletes all below it and takes it out of its parent.
 template <class T>
 class simpTreeNode {
 public:
@@ -62,7 +62,7 @@ public:
     T* get_pPrev() const { return m_pPrev; }
 
     /// Appends a node, with all below it, as the last child; it leaves the parent that it has.
-    /// @return the node. Fatal: null, a node that this one stands below.
+    /// @return the node. Fatal: null, a node that this one is below.
     T* push_back_child_branch(T* pNode) {
         if (!QOR_ASSERT_IN("QORFile", pNode != NULL, "pNode != NULL") ||
             !QOR_ASSERT_IN("QORFile", !isBelow(pNode), "a node is not its own ancestor"))
@@ -151,7 +151,7 @@ public:
     /// Changes the name or text.
     void SetName(const phraseStringA& name) { m_strName = name; }
 
-    /// The texts that the children are written as, one behind the other; too long: see ExportToText().
+    /// The texts that the children are written as, one after the other; too long: see ExportToText().
     QOR_StringHelper::chReferenceStringT<char> ExportChildren() const;
     /// The first child of a type and name (or text), or null.
     xmlBaseNode* FindChildXMLNode(xmlType eType, const phraseConstTextA& name) const;
@@ -207,7 +207,7 @@ typedef QOR_ArrayHelper::chObjArray<xmlAttribute, true, 2> xmlAttributeList;
 class QOR_API xmlAttributeNode : public xmlBaseNode {
 public:
     /// Takes name and attributes from the inside of a tag, `name attribute="value" ...`. The name is replaced,
-    /// attributes are appended. 1; 0 at the first violation, what stands before it is taken.
+    /// attributes are appended. 1; 0 at the first violation; what precedes it is taken.
     BOOL ParseXMLAttribute(const QOR_StringHelper::chConstTextT<char>& text);
     /// The inside of the tag: the name as it is, and the attributes.
     QOR_StringHelper::chReferenceStringT<char> ExportAttributeBody() const;
@@ -247,15 +247,15 @@ public:
     QOR_StringHelper::chReferenceStringT<char> ExportToText() const override;
 };
 
-/// A document. It stands below no other node.
+/// A document. It is below no other node.
 class QOR_API xmlDocument : public xmlBaseNode {
 public:
     /// An empty document.
     xmlDocument() : xmlBaseNode(xmlTypeDocument, phraseStringA()) {}
 
     /// Replaces the document by what a text holds.
-    /// @return where parsing stopped: the end of the text; or the begin of the piece that was not understood, and then
-    ///         what stands before it has been read. Fatal: null ("lpszXMLText != NULL").
+    /// @return where parsing stopped: the end of the text; or the beginning of the piece that was not understood, and
+    ///         then what precedes it has been read. Fatal: null ("lpszXMLText != NULL").
     const char* ParseDocument(const char* lpszXMLText);
     /// The text that the document is written as. Fatal: a document below a node ("get_pParent() == NULL").
     QOR_StringHelper::chReferenceStringT<char> ExportToText() const override;
@@ -297,7 +297,7 @@ QOR_API xmlElement* xmlFindElementByName(xmlBaseNode* pNode, const phraseConstTe
 QOR_API xmlElement* xmlFindElementByAttribute(xmlBaseNode* pNode, const phraseConstTextA& attrName,
                                               const phraseConstTextA& attrValue);
 /// The element at the end of a path: the first child of the root of the first name, its first child of the second name,
-/// and so on; behind the last name stands a null. Null when a step leads nowhere.
+/// and so on, with a null after the last name. Null when a step leads nowhere.
 /// Fatal: a null root, no name ("pRootNode != NULL && !textEMPTY(lpszChildName)").
 QOR_API xmlElement* xmlFindElementFromRoot(xmlBaseNode* pRootNode, const char* lpszChildName, ...)
     __attribute__((sentinel));

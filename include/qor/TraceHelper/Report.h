@@ -9,7 +9,7 @@
 ///     return;                       // the warning is on standard error, the process goes on
 /// @endcode
 ///
-/// The levelled trace that applications use stands in `TraceHelper.h`.
+/// The levelled trace that applications use is in `TraceHelper.h`.
 #ifndef QOR_TRACEHELPER_REPORT_H
 #define QOR_TRACEHELPER_REPORT_H
 
@@ -50,7 +50,7 @@ QOR_API void qorOutputWarningStringV(const char* lpszFormat, va_list args);
 }  // namespace QOR_TraceHelper
 
 /// For templates in public headers: asserts `cond` in the name of `module` with the fixed `text`; yields
-/// whether it held, so that the code behind it can return its null result. Sources use internal/report.h.
+/// whether it held, so that the code after it can return its null result. Sources use internal/report.h.
 #define QOR_ASSERT_IN(module, cond, text) \
     (__builtin_expect(!!(cond), 1) || QOR_TraceHelper::qorErrorMessage(0, module, __LINE__, text) != 0)
 
