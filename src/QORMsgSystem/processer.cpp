@@ -164,9 +164,10 @@ chMsgHooker::chMsgHooker() : m_pHostThread(process().GetCurrentThreadObject()) {
         m_pHostThread->m_listHooker.push_back(this);
 }
 
-// A host that goes before its hookers has taken itself off them.
+// A host that is destroyed before its hookers has taken itself off them. One whose thread ended without unregistering
+// is not touched: it may have lain on the stack of that thread.
 chMsgHooker::~chMsgHooker() {
-    if (m_pHostThread == NULL)
+    if (encodeMessageProcesser(m_pHostThread) == 0 || process().IsLost(m_pHostThread))
         return;
     auto it = m_pHostThread->m_listHooker.find(this);
     if (it != m_pHostThread->m_listHooker.end())

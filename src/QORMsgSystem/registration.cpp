@@ -6,6 +6,7 @@
 // A registering task renews its own event inside the hold in which it takes its queue. Events of dead tasks are
 // destroyed under the lock on their key file, under which it is asked once more whether the task is dead; so no sweep
 // that has seen the dead predecessor of a task id can take its successor's event.
+#include <algorithm>
 #include <atomic>
 
 #include "QORMsgSystem/launch.h"
@@ -100,11 +101,15 @@ void chProcessLocal::RegisterLocalThread(chThreadLocal& objThread) {
     const processHold lock(m_csLocal);
     if (t_uThread == 0)
         t_uThread = ++m_uLastThread;
-    DropRegistrations(lock, [&objThread](const registration& r) {
+    DropRegistrations(lock, [this, &objThread](const registration& r) {
         const bool bTaken =
             r.pThread == &objThread || r.pMsgQueue == objThread.m_pMsgQueue || r.strName == objThread.GetThreadName();
-        return !isRunning(r.idTask, r.uThread) || (r.uThread != t_uThread && bTaken);
+        const bool bLost = !isRunning(r.idTask, r.uThread) || (r.uThread != t_uThread && bTaken);
+        if (bLost)
+            m_listLost.push_back(r.pThread);
+        return bLost;
     });
+    m_listLost.erase(std::remove(m_listLost.begin(), m_listLost.end(), &objThread), m_listLost.end());
     const bool bNew =
         FindRegistration(lock, [&objThread](const registration& r) { return r.pThread == &objThread; }) == NULL;
     QOR_WARN_TEXT(bNew, "listLocalThread::find(&objThread) == listLocalThread::end()");
@@ -159,6 +164,15 @@ void chProcessLocal::fork_prepare() {
     lock.KeepLocked();
     m_bForking = 1;
     DropRegistrations(lock, [](const registration& r) { return !isRunning(r.idTask, r.uThread); });
+}
+
+bool chProcessLocal::IsLost(const chThreadLocal* pThread) {
+    const processHold lock(m_csLocal);
+    const auto fnLost = [pThread](const registration& r) {
+        return r.pThread == pThread && !isRunning(r.idTask, r.uThread);
+    };
+    return FindRegistration(lock, fnLost) != NULL ||
+           std::find(m_listLost.begin(), m_listLost.end(), pThread) != m_listLost.end();
 }
 
 const chProcessLocal::registration* chProcessLocal::FindRunning(const processHold& hold, const chThreadLocal* pThread) {

@@ -54,16 +54,19 @@ public:
             chThreadLocal* pThread = new (m_pMemory) chThreadLocal("gone", answer);
             share().CreateLocalThread(*pThread);
             m_pQueue = pThread->getMsgQueue();
+            m_pHooker = new chMsgHooker;
         });
         mprotect(m_pMemory, sizeof(chThreadLocal), PROT_NONE);
     }
     const chThreadLocal* object() const { return static_cast<chThreadLocal*>(m_pMemory); }
     const chMsgQueue* queue() const { return m_pQueue; }
+    chMsgHooker* hooker() const { return m_pHooker; }
     int idTask() const { return m_idTask; }
 
 private:
     void* m_pMemory;
     chMsgQueue* m_pQueue = NULL;
+    chMsgHooker* m_pHooker = NULL;
     int m_idTask = 0;
 };
 
@@ -101,6 +104,13 @@ TEST_F(LostThread, IsFoundByNobodyAndItsObjectIsNotTouched) {
     EXPECT_EQ(0u, msgProcessThreadMsgOnce(const_cast<chThreadLocal*>(gone.object())));
     { qorTest::currentThread next("next"); }
     EXPECT_TRUE(qorTest::isPoolOneFreeCell());
+}
+
+TEST_F(LostThread, ItsHookersDoNotTouchItsObject) {
+    delete goneObject().hooker();
+    const goneObject gone;
+    { qorTest::currentThread next("next"); }  // drops what the process knows of it
+    delete gone.hooker();
 }
 
 TEST_F(LostThread, AChildOfAForkDoesNotTouchItsObjectEither) {

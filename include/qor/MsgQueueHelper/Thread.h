@@ -337,6 +337,7 @@ private:
 
     friend class launchWait;
     friend class launchedThread;
+    friend class chMsgHooker;
 
     template <typename Fn>
     registration* FindRegistration(const processHold& hold, Fn fnMatch);
@@ -344,6 +345,7 @@ private:
     chThreadLocal* FindThread(Fn fnMatch);
     template <typename Fn>
     void DropRegistrations(const processHold& hold, Fn fnMatch);
+    bool IsLost(const chThreadLocal* pThread);
     const registration* FindRunning(const processHold& hold, const chThreadLocal* pThread);
     void ForgetOwnThreadId(const processHold& hold);
     ghostEventList SweepTaskEvents(const processHold& hold, bool bNow);
@@ -354,9 +356,10 @@ private:
     QOR_BaseHelper::chCriticalSection m_csLocal;
     chLocalThreadList listLocalThread;
     chTaskEventMap m_mapTaskEvent;
-    std::vector<launchWait*> m_listLaunch;     // who waits for a registration
-    std::vector<unsigned long> m_listJoining;  // the threads that somebody is shutting down, and joins
-    unsigned long long m_uLastThread;          // the number of the last thread that has registered
+    std::vector<launchWait*> m_listLaunch;         // who waits for a registration
+    std::vector<const chThreadLocal*> m_listLost;  // objects whose threads ended without unregistering; never followed
+    std::vector<unsigned long> m_listJoining;      // the threads that somebody is shutting down, and joins
+    unsigned long long m_uLastThread;              // the number of the last thread that has registered
     unsigned long long m_uLastSweep;
     BOOL m_bForking;  // the forking thread holds m_csLocal
 };
