@@ -15,9 +15,6 @@ using QOR_AllocHelper::arena;
 
 namespace QOR_StringHelper {
 
-const char szNULL[] = "";
-const unsigned short szNULLW[] = {0};
-
 namespace {
 
 constexpr int unknownLength = -1;
