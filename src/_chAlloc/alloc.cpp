@@ -36,6 +36,20 @@ list_chain_offset* linkOf(const poll_chain* pCell) { return static_cast<list_cha
 
 uintptr_t addressOf(const void* p) { return reinterpret_cast<uintptr_t>(p); }
 
+// Links nCount nodes of sizeNode bytes each, in ascending order of addresses; returns the first.
+template <class chain>
+chain* linkNodes(void* pArea, int sizeNode, int nCount) {
+    char* const pFirst = static_cast<char*>(pArea);
+    chain* pLeft = NULL;
+    for (int i = 0; i < nCount; ++i) {
+        chain* pNode = reinterpret_cast<chain*>(pFirst + static_cast<size_t>(i) * static_cast<size_t>(sizeNode));
+        link_list_node(pLeft, pNode);
+        pLeft = pNode;
+    }
+    pLeft->set_pNext(NULL);
+    return reinterpret_cast<chain*>(pFirst);
+}
+
 // Where the cells of a pool lie.
 struct cellArea {
     explicit cellArea(const baseStaticPoolAlloc& pool)
@@ -191,17 +205,7 @@ void* baseDynamicNodeAlloc::AllocHashBlock(int nNodeSize, int nRowCount) {
     pointer_chain_pNext* pBlock = static_cast<pointer_chain_pNext*>(pNewBlock);
     pBlock->set_pNext(m_pBlockChain);
     m_pBlockChain = pBlock;
-
-    char* pFirst = reinterpret_cast<char*>(pBlock + 1);
-    type_chain* pLeft = NULL;
-    for (int i = 0; i < nRowCount; ++i) {
-        type_chain* pNode =
-            reinterpret_cast<type_chain*>(pFirst + static_cast<size_t>(i) * static_cast<size_t>(nNodeSize));
-        link_list_node(pLeft, pNode);
-        pLeft = pNode;
-    }
-    pLeft->set_pNext(NULL);
-    return pFirst;
+    return linkNodes<type_chain>(pBlock + 1, nNodeSize, nRowCount);
 }
 
 void baseDynamicNodeAlloc::return_node(void* p) {
@@ -234,16 +238,7 @@ baseStaticNodeAlloc::baseStaticNodeAlloc(int sizeNode, int nNodeCount) {
     set_FirstFreeNode(NULL);
     if (!QOR_ASSERT(sizeNode >= (int)sizeof(type_chain) && nNodeCount > 0))
         return;
-    char* pFirst = reinterpret_cast<char*>(this + 1);
-    type_chain* pLeft = NULL;
-    for (int i = 0; i < nNodeCount; ++i) {
-        type_chain* pNode =
-            reinterpret_cast<type_chain*>(pFirst + static_cast<size_t>(i) * static_cast<size_t>(sizeNode));
-        link_list_node(pLeft, pNode);
-        pLeft = pNode;
-    }
-    pLeft->set_pNext(NULL);
-    set_FirstFreeNode(reinterpret_cast<type_chain*>(pFirst));
+    set_FirstFreeNode(linkNodes<type_chain>(this + 1, sizeNode, nNodeCount));
 }
 
 baseStaticNodeAlloc::~baseStaticNodeAlloc() { cleanup_nodes(); }

@@ -91,26 +91,14 @@ public:
     /// that it is given.
     template <typename Fn>
     chain_type* Find(Fn fnStop) const {
-        uintptr_t nLeft = m_checks.maxRecords();
-        for (chain_type* p = First(); p != NULL; p = Next(p)) {
-            if (fnStop(p))
-                return p;
-            if (nLeft-- == 0)
-                return broken();
-        }
-        return NULL;
+        return walk(
+            First(), [this](const chain_type* p) { return Next(p); }, fnStop);
     }
     /// The last record for which fnStop returns true, or null.
     template <typename Fn>
     chain_type* FindLast(Fn fnStop) const {
-        uintptr_t nLeft = m_checks.maxRecords();
-        for (chain_type* p = Last(); p != NULL; p = Prev(p)) {
-            if (fnStop(p))
-                return p;
-            if (nLeft-- == 0)
-                return broken();
-        }
-        return NULL;
+        return walk(
+            Last(), [this](const chain_type* p) { return Prev(p); }, fnStop);
     }
     /// Whether p is a record of the chain. The address is compared, never followed.
     bool Holds(const chain_type* p) const {
@@ -176,15 +164,19 @@ private:
         return NULL;
     }
 
-    chain_type* searchLeft(const chain_type* p) const {
-        uintptr_t nLeft = m_checks.maxRecords();
-        for (chain_type* pLeft = m_pHead; pLeft != NULL; pLeft = Next(pLeft)) {
-            if (pLeft->get_pNext() == p)
-                return pLeft;
+    template <typename Step, typename Fn>
+    chain_type* walk(chain_type* p, Step fnNext, Fn fnStop) const {
+        for (uintptr_t nLeft = m_checks.maxRecords(); p != NULL; p = fnNext(p)) {
+            if (fnStop(p))
+                return p;
             if (nLeft-- == 0)
                 return broken();
         }
         return NULL;
+    }
+    chain_type* searchLeft(const chain_type* p) const {
+        const auto fnLeadsToIt = [p](const chain_type* pLeft) { return pLeft->get_pNext() == p; };
+        return fnLeadsToIt(m_pHead) ? m_pHead : Find(fnLeadsToIt);
     }
 
     template <typename Fn>
