@@ -1,4 +1,4 @@
-// Damaged shared memory: a segment that nobody can leave unnoticed, random changes of its words, and how
+// Damaged shared memory: a segment outside of which every access crashes, random changes of its words, and how
 // operations on it end.
 #ifndef TESTS_SUPPORT_DAMAGE_H
 #define TESTS_SUPPORT_DAMAGE_H
@@ -12,11 +12,12 @@
 
 #include "qor/ChainHelper/ShareWord.h"
 #include "support/child.h"
+#include "support/scale.h"
 
 namespace qorTest {
 
-// Overwrites a few words of a segment, among its first nBytes, with what damage looks like: noise, small numbers,
-// single bits, other words, no target, distances into the segment and just past its ends.
+// Overwrites a few of the first nBytes of a segment with typical damage: random numbers, small numbers, single bits,
+// other words, null links, distances into the segment and just beyond its ends.
 inline void damageSegment(std::mt19937& random, char* pBegin, size_t nSize, size_t nBytes) {
     const auto wordAt = [pBegin](size_t nAt) {
         uint32_t u;
@@ -55,7 +56,7 @@ inline void damageSegment(std::mt19937& random, char* pBegin, size_t nSize, size
     }
 }
 
-// A known segment between two pages that cannot be touched. A child of a fork has it for itself.
+// A registered segment between two pages that cannot be accessed. A child of a fork() has a copy of its own.
 class guardedSegment {
 public:
     explicit guardedSegment(size_t nPages)
@@ -93,11 +94,11 @@ struct ending {
     int nStatus;            // the exit status; minus the signal
     std::string strReport;  // standard error
 
-    // A fatal assertion is an ending that a damaged segment may have.
+    // Whether it ended in a fatal assertion, which is a valid end for an operation on damaged memory.
     bool asserted() const { return nStatus == -SIGABRT && strReport.find("error: \033[00m[") != std::string::npos; }
 };
 
-// Runs an operation in a child, with a watchdog.
+// Runs an operation in a child process with a time limit.
 inline ending endingOf(const std::string& strName, const std::function<int()>& run) {
     int aPipe[2];
     if (pipe2(aPipe, O_CLOEXEC) != 0)
@@ -117,6 +118,24 @@ inline ending endingOf(const std::string& strName, const std::function<int()>& r
     close(aPipe[0]);
     result.nStatus = child.wait();
     return result;
+}
+
+// Runs an operation with nSeeds seeds, each in a child process: every run returns 0 or ends in a fatal assertion, more
+// than nLeastAsserted and not all of them in the latter.
+inline void expectResultsOrAssertions(const std::string& strName, int nSeeds, int nLeastAsserted,
+                                      const std::function<int(std::mt19937& random)>& run) {
+    int nAsserted = 0;
+    for (int iSeed = 0; iSeed < nSeeds; ++iSeed) {
+        const ending end = endingOf(strName + " " + std::to_string(iSeed), [iSeed, &run] {
+            std::mt19937 random(seed(static_cast<unsigned>(iSeed)));
+            return run(random);
+        });
+        nAsserted += end.asserted();
+        ASSERT_TRUE(end.nStatus == 0 || end.asserted())
+            << "seed " << iSeed << ": " << end.nStatus << " " << end.strReport;
+    }
+    EXPECT_GT(nAsserted, nLeastAsserted);
+    EXPECT_LT(nAsserted, nSeeds);
 }
 
 }  // namespace qorTest
