@@ -15,6 +15,11 @@
 
 #include "launcher.h"
 #include "support/socket_peer.h"
+#include "support/filebytes.h"
+
+using qorTest::getFile;
+using qorTest::isThere;
+using qorTest::putFile;
 
 namespace {
 
@@ -128,10 +133,6 @@ int countObjects(const char* lpszList) {
 
 int countAllObjects() { return countObjects("/proc/sysvipc/shm") + countObjects("/proc/sysvipc/sem"); }
 
-void makeFile(const char* lpszPath, const char* lpszContent) { std::ofstream(lpszPath) << lpszContent; }
-
-bool exists(const std::string& strPath) { return access(strPath.c_str(), F_OK) == 0; }
-
 std::string storageFile() { return std::string(getenv("HOME")) + "/ipc_system_storage"; }
 
 std::string settingsFile() { return std::string(getenv("HOME")) + "/qor-device.ini"; }
@@ -227,8 +228,8 @@ TEST_F(Device, TheTableIsServedAndKeptInTwoFilesWithTheSameRows) {
           std::string("server     \\| [0-9]+ rows; clients at the end: 1, dropped: 0\n")})
         EXPECT_EQ(1, countMatches(objRun.Output(), strPattern)) << strPattern << "\n" << objRun.Output();
     EXPECT_EQ(0u, linesOf(tableDirectory() + "/table.xml").front().find("<?xml version=\"1.0\"?>"));
-    EXPECT_FALSE(exists(tableDirectory() + "/table.xml.new"));
-    EXPECT_FALSE(exists(tableDirectory() + "/table.xml.old"));
+    EXPECT_FALSE(isThere(tableDirectory() + "/table.xml.new"));
+    EXPECT_FALSE(isThere(tableDirectory() + "/table.xml.old"));
 }
 
 TEST_F(Device, TheNextRunBeginsItsFilesAnew) {
@@ -237,15 +238,15 @@ TEST_F(Device, TheNextRunBeginsItsFilesAnew) {
     objKilled.Signal(SIGKILL);
     objKilled.Wait();
     reapAll();
-    makeFile((tableDirectory() + "/table.csv").c_str(), "rubbish");
-    makeFile((tableDirectory() + "/table.xml").c_str(), "<rubbish");
+    putFile((tableDirectory() + "/table.csv").c_str(), "rubbish");
+    putFile((tableDirectory() + "/table.xml").c_str(), "<rubbish");
     run objRun = shortRun();
     expectGoodEnd(objRun);
     EXPECT_EQ(std::to_string(rowsOfDocument().size()), objRun.ReadUntil("time-outs, ([0-9]+) packets"));
 }
 
 TEST_F(Device, ADirectoryOfSomebodyElseIsNeitherUsedNorRemoved) {
-    makeFile(tableDirectory().c_str(), "a file");
+    putFile(tableDirectory().c_str(), "a file");
     run objRun = shortRun();
     EXPECT_EQ(1, objRun.Wait());
     EXPECT_EQ("qor-device: cannot use " + tableDirectory(), objRun.LastLine());
@@ -257,7 +258,7 @@ TEST_F(Device, ADirectoryOfSomebodyElseIsNeitherUsedNorRemoved) {
     run objLink = shortRun();
     EXPECT_EQ(1, objLink.Wait());
     EXPECT_EQ(0, run({"--clean"}).Wait());
-    EXPECT_TRUE(exists("/tmp/elsewhere"));
+    EXPECT_TRUE(isThere("/tmp/elsewhere"));
     EXPECT_EQ(0, unlink(tableDirectory().c_str()));
     EXPECT_EQ(0, rmdir("/tmp/elsewhere"));
 }
@@ -325,16 +326,14 @@ TEST_F(Device, TheReadingsAreNumberedOnInTheNextRun) {
 }
 
 TEST_F(Device, ChangedSettingsAreSavedWithTheirCommentsAndShown) {
-    makeFile(settingsFile().c_str(),
-             "# mine\r\n\n[Sampler]\nperiod=100\n  ; odd\n\n[Alarm]\nthreshold=1001\nraised=6\n\n[x]\n; end");
+    putFile(settingsFile(),
+            "# mine\r\n\n[Sampler]\nperiod=100\n  ; odd\n\n[Alarm]\nthreshold=1001\nraised=6\n\n[x]\n; end");
     run objRun = shortRun();
     expectGoodEnd(objRun);
-    std::stringstream content;
-    content << std::ifstream(settingsFile()).rdbuf();
     EXPECT_EQ(
         "# mine\r\n\n[ Sampler ]\nperiod = 80\n  ; odd\n\n[ Alarm ]\nthreshold = 1001\nraised = 7\n\n[ x "
         "]\n; end",
-        content.str());
+        getFile(settingsFile()));
     for (const char* lpszPattern : {"panel      \\| the operator sets the sampling period to 80 ms\n",
                                     "sampler    \\| a reading every 80 ms from now on\n",
                                     "launcher   \\| -  4 period=100\n", "launcher   \\| \\+  4 period = 80\n",
@@ -390,16 +389,16 @@ TEST_F(Device, CleaningListsAndRemovesEveryObjectAndKeepsTheCounters) {
         EXPECT_EQ(1, countMatches(objClean.Output(), "removed  segment   " + strName + "\n")) << objClean.Output();
         EXPECT_EQ(1, countMatches(objClean.Output(), "removed  semaphore " + strName + "\n")) << objClean.Output();
         EXPECT_EQ(1, countMatches(objClean.Output(), "removed  key file  /tmp/qor_" + strName + "\n"));
-        EXPECT_FALSE(exists("/tmp/qor_" + strName));
+        EXPECT_FALSE(isThere("/tmp/qor_" + strName));
     }
     for (const std::string& strName :
          {"file      " + tableDirectory() + "/table\\.csv", "file      " + tableDirectory() + "/table\\.xml",
           "directory " + tableDirectory()})
         EXPECT_EQ(1, countMatches(objClean.Output(), "removed  " + strName + "\n")) << objClean.Output();
-    EXPECT_FALSE(exists(tableDirectory()));
+    EXPECT_FALSE(isThere(tableDirectory()));
     EXPECT_EQ(0, countAllObjects()) << objClean.Output();
-    EXPECT_TRUE(exists(storageFile()));
-    EXPECT_TRUE(exists(settingsFile()));
+    EXPECT_TRUE(isThere(storageFile()));
+    EXPECT_TRUE(isThere(settingsFile()));
     EXPECT_EQ(0u, objClean.LastLine().find("cleaned: 4 segments, 6 semaphores, 7 files, 1 directories"))
         << objClean.Output();
 }
@@ -422,17 +421,17 @@ TEST_F(Device, CleaningRemovesNothingWhileARunGoesOn) {
     run objClean({"--clean"});
     EXPECT_EQ(1, objClean.Wait());
     EXPECT_EQ(0, countMatches(objClean.Output(), "removed  ")) << objClean.Output();
-    EXPECT_TRUE(exists(tableDirectory() + "/table.xml"));
+    EXPECT_TRUE(isThere(tableDirectory() + "/table.xml"));
     EXPECT_LE(1, countMatches(objClean.Output(), "in use   segment   ipc_system_share by [5-9] processes"))
         << objClean.Output();
     interrupt(objRun);
 }
 
 TEST_F(Device, CleaningLeavesForeignObjectsAlone) {
-    makeFile("/tmp/qor_foreign", "somebody's notes");
-    makeFile("/tmp/qor_two", "");
-    makeFile("/tmp/qor_ipc_system_share", "");
-    makeFile("/tmp/foreign", "");
+    putFile("/tmp/qor_foreign", "somebody's notes");
+    putFile("/tmp/qor_two", "");
+    putFile("/tmp/qor_ipc_system_share", "");
+    putFile("/tmp/foreign", "");
     const int aidSemaphore[] = {semget(ftok("/tmp/qor_foreign", 'm'), 1, IPC_CREAT | 0666),
                                 semget(ftok("/tmp/qor_two", 'm'), 2, IPC_CREAT | 0666),
                                 semget(ftok("/tmp/foreign", 'm'), 1, IPC_CREAT | 0666)};
@@ -442,8 +441,8 @@ TEST_F(Device, CleaningLeavesForeignObjectsAlone) {
     run objClean({"--clean"});
     EXPECT_EQ(0, objClean.Wait());
     EXPECT_EQ(0, countMatches(objClean.Output(), "removed  (segment|semaphore)")) << objClean.Output();
-    EXPECT_TRUE(exists("/tmp/qor_foreign"));
-    EXPECT_TRUE(exists("/tmp/foreign"));
+    EXPECT_TRUE(isThere("/tmp/qor_foreign"));
+    EXPECT_TRUE(isThere("/tmp/foreign"));
     for (int idSemaphore : aidSemaphore)
         EXPECT_EQ(0, semctl(idSemaphore, 0, IPC_RMID));
     for (int idSegment : aidSegment)
@@ -458,9 +457,9 @@ TEST_F(Device, CleaningAllRemovesTheCountersToo) {
     run objClean({"--clean-all"});
     EXPECT_EQ(0, objClean.Wait());
     EXPECT_EQ(1, countMatches(objClean.Output(), "removed  counters  " + storageFile() + "\n")) << objClean.Output();
-    EXPECT_FALSE(exists(storageFile()));
+    EXPECT_FALSE(isThere(storageFile()));
     EXPECT_EQ(1, countMatches(objClean.Output(), "removed  settings  " + settingsFile() + "\n")) << objClean.Output();
-    EXPECT_FALSE(exists(settingsFile()));
+    EXPECT_FALSE(isThere(settingsFile()));
     EXPECT_EQ(0, countAllObjects());
 }
 

@@ -8,14 +8,9 @@
 
 #include "gtest/gtest.h"
 #include "qor/TraceHelper.h"
+#include "support/filebytes.h"
 
 namespace {
-
-std::string contentOf(const std::string& strFile) {
-    std::stringstream content;
-    content << std::ifstream(strFile).rdbuf();
-    return content.str();
-}
 
 TEST(Hello, AWorkerHandlesAPostAndAnswersASend) {
     QOR_TraceHelper::uCTraceHelpergetGlobalObject()->RedirectToNull();
@@ -25,11 +20,11 @@ TEST(Hello, AWorkerHandlesAPostAndAnswersASend) {
 }
 
 TEST(Hello, TheReadmeShowsTheProgramAsItStands) {
-    const std::string strProgram = contentOf(QOR_SOURCE_DIR "/examples/hello/hello.cpp");
+    const std::string strProgram = qorTest::getFile(QOR_SOURCE_DIR "/examples/hello/hello.cpp");
     const size_t nBegin = strProgram.find('\n') + 1;  // without the opening comment
     ASSERT_GT(strProgram.size(), nBegin + 100);
     EXPECT_NE(std::string::npos,
-              contentOf(QOR_SOURCE_DIR "/README.md").find("```cpp\n" + strProgram.substr(nBegin) + "```"));
+              qorTest::getFile(QOR_SOURCE_DIR "/README.md").find("```cpp\n" + strProgram.substr(nBegin) + "```"));
 }
 
 }  // namespace

@@ -2,6 +2,8 @@
 #ifndef QOR_TESTS_SUPPORT_FILEBYTES_H
 #define QOR_TESTS_SUPPORT_FILEBYTES_H
 
+#include <unistd.h>
+
 #include <fstream>
 #include <sstream>
 #include <string>
@@ -18,6 +20,9 @@ inline std::string getFile(const std::string& strName) {
     out << in.rdbuf();
     return out.str();
 }
+
+// Whether something stands at the path.
+inline bool isThere(const std::string& strName) { return access(strName.c_str(), F_OK) == 0; }
 
 }  // namespace qorTest
 

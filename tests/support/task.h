@@ -5,7 +5,12 @@
 
 #include <qor/MiscHelper/Process.h>
 
+#include <pthread.h>
+#include <stdio.h>
+#include <unistd.h>
+
 #include <functional>
+#include <string>
 #include <thread>
 
 namespace qorTest {
@@ -20,6 +25,14 @@ inline int endedTask(const std::function<void()>& run) {
     while (QOR_MiscHelper::qorIsValidTaskID(idTask))
         QOR_MiscHelper::qorSwitchToThread();
     return idTask;
+}
+
+// The ids of this process and the calling thread, as reports and traced lines show them, by a format that takes both.
+inline std::string ownIds(const char* lpszFormat) {
+    char sz[64];
+    snprintf(sz, sizeof(sz), lpszFormat, static_cast<int>(getpid()),
+             static_cast<unsigned>(reinterpret_cast<uintptr_t>(reinterpret_cast<void*>(pthread_self()))));
+    return sz;
 }
 
 }  // namespace qorTest

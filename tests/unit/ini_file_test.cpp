@@ -19,6 +19,7 @@
 
 using namespace QOR_FileHelper;
 using namespace QOR_StringHelper;
+using qorTest::isThere;
 using qorTest::putFile;
 
 typedef chConstTextT<char> constText;
@@ -26,8 +27,6 @@ typedef chConstTextT<char> constText;
 namespace {
 
 const std::string s_strName = "/tmp/net.ini";
-
-bool isThere(const std::string& strName) { return access(strName.c_str(), F_OK) == 0; }
 
 std::string get(const std::string& strName) {
     std::ifstream in(strName, std::ios::binary);

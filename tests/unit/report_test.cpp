@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include "qor/TraceHelper/Report.h"
+#include "support/task.h"
 
 using namespace QOR_TraceHelper;
 
@@ -23,12 +24,7 @@ void operator delete(void* p, size_t) noexcept { free(p); }
 
 namespace {
 
-std::string idText() {
-    char sz[64];
-    snprintf(sz, sizeof(sz), "(%.4d:%.4x)\n", static_cast<int>(getpid()),
-             static_cast<unsigned>(reinterpret_cast<uintptr_t>(reinterpret_cast<void*>(pthread_self()))));
-    return sz;
-}
+std::string idText() { return qorTest::ownIds("(%.4d:%.4x)\n"); }
 
 TEST(Report, AConditionThatHoldsPrintsNothingAndIsReturned) {
     testing::internal::CaptureStderr();

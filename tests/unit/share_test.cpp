@@ -18,8 +18,12 @@
 #include "qor/BaseHelper.h"
 #include "support/share_object.h"
 #include "support/system_call.h"
+#include "support/filebytes.h"
 
 using namespace QOR_BaseHelper;
+using qorTest::getFile;
+using qorTest::isThere;
+using qorTest::putFile;
 using qorTest::systemCall;
 
 // Calls of the library that come through here, to be made to fail.
@@ -49,20 +53,10 @@ namespace {
 const std::string strPlatform = "\\[xInc/xBaseClass:[0-9]+\\] ";
 const std::string strBase = "\\[_chBaseClass:[0-9]+\\] ";
 
-bool exists(const std::string& strPath) { return access(strPath.c_str(), F_OK) == 0; }
-
 long long sizeOf(const char* lpszPath) {
     struct stat state;
     return stat(lpszPath, &state) == 0 ? state.st_size : -1;
 }
-
-std::string contentOf(const char* lpszPath) {
-    std::ostringstream out;
-    out << std::ifstream(lpszPath, std::ios::binary).rdbuf();
-    return out.str();
-}
-
-void writeFile(const char* lpszPath, const std::string& str) { std::ofstream(lpszPath, std::ios::binary) << str; }
 
 bool isZero(const void* pData, int nSize) {
     const char* p = static_cast<const char*>(pData);
@@ -146,7 +140,7 @@ TEST(MapFile, ClosingKeepsTheSegmentAndDestroyingRemovesItWithItsKeyFile) {
     EXPECT_NE(-1, shmget(key, 0, 0));
     file.DestroyMapFile();
     EXPECT_EQ(-1, shmget(key, 0, 0));
-    EXPECT_FALSE(exists("/tmp/qor_share_keep"));
+    EXPECT_FALSE(isThere("/tmp/qor_share_keep"));
 }
 
 TEST(MapFile, DestroyingLeavesTheKeyFileOfASuccessor) {
@@ -155,9 +149,9 @@ TEST(MapFile, DestroyingLeavesTheKeyFileOfASuccessor) {
     ASSERT_EQ(0, unlink("/tmp/qor_share_successor"));
     successor.OpenMapFile("share_successor", 100);
     old.DestroyMapFile();
-    EXPECT_TRUE(exists("/tmp/qor_share_successor"));
+    EXPECT_TRUE(isThere("/tmp/qor_share_successor"));
     successor.DestroyMapFile();
-    EXPECT_FALSE(exists("/tmp/qor_share_successor"));
+    EXPECT_FALSE(isThere("/tmp/qor_share_successor"));
 }
 
 TEST(MapFile, AMutexOfTheSameNameSharesItsKeyFile) {
@@ -169,7 +163,7 @@ TEST(MapFile, AMutexOfTheSameNameSharesItsKeyFile) {
     EXPECT_EQ(1, mutex.Lock(0));
     mutex.Unlock();
     mutex.DestroyMutex();
-    EXPECT_FALSE(exists("/tmp/qor_share_pair"));
+    EXPECT_FALSE(isThere("/tmp/qor_share_pair"));
 }
 
 TEST(MapFile, ItsMemoryIsAKnownRangeWhileItIsMapped) {
@@ -244,14 +238,14 @@ TEST(RawMapFile, AMissingFileIsMadeWithTheSizeAndModeWhateverTheUmask) {
     EXPECT_EQ(0666u, state.st_mode & 07777);
     EXPECT_GE(state.st_blocks * 512, 4096);
     file.DestroyMapFile();
-    EXPECT_FALSE(exists("/tmp/share_raw"));
+    EXPECT_FALSE(isThere("/tmp/share_raw"));
 }
 
 TEST(RawMapFile, WhatIsWrittenIsInTheFile) {
     chRawMapFile file;
     strcpy(static_cast<char*>(file.OpenMapFile("/tmp/share_raw", 64)), "hello");
     file.Flush();
-    EXPECT_EQ("hello", contentOf("/tmp/share_raw").substr(0, 5));
+    EXPECT_EQ("hello", getFile("/tmp/share_raw").substr(0, 5));
     file.CloseMapFile();
     EXPECT_EQ(nullptr, file.getData());
     EXPECT_STREQ("hello", static_cast<char*>(file.OpenMapFile("/tmp/share_raw", 64)));
@@ -260,7 +254,7 @@ TEST(RawMapFile, WhatIsWrittenIsInTheFile) {
 }
 
 TEST(RawMapFile, MinusOneTakesTheLengthOfTheFile) {
-    writeFile("/tmp/share_raw", std::string(5000, 'a'));
+    putFile("/tmp/share_raw", std::string(5000, 'a'));
     chRawMapFile file;
     const char* pData = static_cast<char*>(file.OpenMapFile("/tmp/share_raw", -1));
     EXPECT_EQ('a', pData[4999]);
@@ -270,7 +264,7 @@ TEST(RawMapFile, MinusOneTakesTheLengthOfTheFile) {
 }
 
 TEST(RawMapFile, AnEmptyFileOfUnknownSizeCannotBeMapped) {
-    writeFile("/tmp/share_raw", "");
+    putFile("/tmp/share_raw", "");
     chRawMapFile file;
     EXPECT_EXIT(file.OpenMapFile("/tmp/share_raw", -1), testing::KilledBySignal(SIGABRT),
                 "warning: .* mmap fail: Invalid argument\n.*" + strPlatform + "FALSE ");
@@ -278,7 +272,7 @@ TEST(RawMapFile, AnEmptyFileOfUnknownSizeCannotBeMapped) {
 }
 
 TEST(RawMapFile, AnEmptyFileCountsAsMadeByWhoSizesIt) {
-    writeFile("/tmp/share_raw", "");
+    putFile("/tmp/share_raw", "");
     chRawMapFile file;
     file.OpenMapFile("/tmp/share_raw", 100);
     EXPECT_EQ(1, file.IsCreateByMe());
@@ -287,7 +281,7 @@ TEST(RawMapFile, AnEmptyFileCountsAsMadeByWhoSizesIt) {
 }
 
 TEST(RawMapFile, AShorterFileIsExtendedAndKeepsItsBytes) {
-    writeFile("/tmp/share_raw", "short");
+    putFile("/tmp/share_raw", "short");
     chRawMapFile file;
     char* pData = static_cast<char*>(file.OpenMapFile("/tmp/share_raw", 20000));
     EXPECT_EQ(20000, sizeOf("/tmp/share_raw"));
@@ -298,7 +292,7 @@ TEST(RawMapFile, AShorterFileIsExtendedAndKeepsItsBytes) {
 }
 
 TEST(RawMapFile, AGivenSizeWinsOverALongerFile) {
-    writeFile("/tmp/share_raw", std::string(9000, 'b'));
+    putFile("/tmp/share_raw", std::string(9000, 'b'));
     chRawMapFile file;
     const char* pData = static_cast<char*>(file.OpenMapFile("/tmp/share_raw", 100));
     EXPECT_EQ(100u, QOR_ChainHelper::findShareRange(pData).m_uEnd - reinterpret_cast<uintptr_t>(pData));
@@ -307,7 +301,7 @@ TEST(RawMapFile, AGivenSizeWinsOverALongerFile) {
 }
 
 TEST(RawMapFile, AFileThatCannotBeExtendedIsFatalBeforeItIsTouched) {
-    writeFile("/tmp/share_raw", "short");
+    putFile("/tmp/share_raw", "short");
     EXPECT_EXIT(
         {
             signal(SIGXFSZ, SIG_IGN);
@@ -340,10 +334,10 @@ TEST(RawMapFile, APathThatDoesNotFitIsFatalAndNotCut) {
     chRawMapFile file;
     EXPECT_NE(nullptr, file.OpenMapFile(strPath.c_str(), 100));
     file.DestroyMapFile();
-    EXPECT_FALSE(exists(strPath));
+    EXPECT_FALSE(isThere(strPath));
     EXPECT_EXIT(file.OpenMapFile((strPath + "d").c_str(), 100), testing::KilledBySignal(SIGABRT),
                 "Create file\\[" + strPath + "d\\] fail: File name too long\n.*" + strPlatform + "FALSE ");
-    EXPECT_FALSE(exists(strPath));
+    EXPECT_FALSE(isThere(strPath));
     EXPECT_EXIT(file.OpenMapFile(nullptr, 100), testing::KilledBySignal(SIGABRT),
                 "Create file\\[\\] fail: No such file or directory\n.*" + strPlatform + "FALSE ");
 }
@@ -353,7 +347,7 @@ TEST(RawMapFile, ASymbolicLinkIsRefusedAndNotFollowed) {
     chRawMapFile file;
     EXPECT_EXIT(file.OpenMapFile("/tmp/share_link", 100), testing::KilledBySignal(SIGABRT),
                 "Create file\\[/tmp/share_link\\] fail: Too many levels of symbolic links\n");
-    EXPECT_FALSE(exists("/tmp/share_target"));
+    EXPECT_FALSE(isThere("/tmp/share_target"));
     unlink("/tmp/share_link");
 }
 
@@ -385,9 +379,9 @@ TEST(RawMapFile, MisuseIsFatalButClosingTwiceIsNot) {
                 strPlatform + "m_fdMapFile == -1 ");
     file.CloseMapFile();
     file.CloseMapFile();
-    EXPECT_TRUE(exists("/tmp/share_raw"));
+    EXPECT_TRUE(isThere("/tmp/share_raw"));
     file.DestroyMapFile();
-    EXPECT_FALSE(exists("/tmp/share_raw"));
+    EXPECT_FALSE(isThere("/tmp/share_raw"));
 }
 
 TEST(LocalMapFile, IsZeroedMemoryOfTheProcess) {
@@ -497,7 +491,7 @@ TEST(Frame, OverTheHeapItIsOfThisProcessAlone) {
     EXPECT_EQ(1, frame.Lock(0));
     frame.Unlock();
     frame.CloseShareObject();
-    EXPECT_FALSE(exists("/tmp/qor_share_local"));
+    EXPECT_FALSE(isThere("/tmp/qor_share_local"));
 }
 
 TEST(Frame, MisuseIsFatal) {
@@ -534,13 +528,13 @@ TEST(Frame, OverAFileOfItsOwnLengthTheObjectHasToFit) {
     std::string strBytes(4096, '\0');
     memcpy(&strBytes[0], &header, sizeof(header));
     for (const size_t nLength : {1u, 8u, 4092u}) {
-        writeFile("/tmp/share_own_length", strBytes.substr(0, nLength));
+        putFile("/tmp/share_own_length", strBytes.substr(0, nLength));
         sampleRawFrame frame;
         EXPECT_EXIT(frame.OpenShareObject("/tmp/share_own_length", -1), testing::KilledBySignal(SIGABRT),
                     strBase + "nSize >= \\(int\\)sizeof\\(T\\) ")
             << nLength;
     }
-    writeFile("/tmp/share_own_length", strBytes);
+    putFile("/tmp/share_own_length", strBytes);
     sampleRawFrame frame;
     ASSERT_EQ(1, frame.OpenShareObject("/tmp/share_own_length", -1));
     EXPECT_EQ(1, frame.getObject()->AssertHeader("/tmp/share_own_length", 4096, 2001));

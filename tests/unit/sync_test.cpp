@@ -18,8 +18,12 @@
 
 #include "xInc/keyfile.h"
 #include "support/system_call.h"
+#include "support/filebytes.h"
+#include "support/task.h"
 
 using namespace QOR_BaseHelper;
+using qorTest::isThere;
+using qorTest::ownIds;
 using qorTest::systemCall;
 using testing::internal::CaptureStderr;
 using testing::internal::GetCapturedStderr;
@@ -69,21 +73,12 @@ namespace {
 
 const std::string strAbort = "\\[xInc/xBaseClass:[0-9]+\\] ";
 
-std::string idText(const char* lpszFormat) {
-    char sz[64];
-    snprintf(sz, sizeof(sz), lpszFormat, static_cast<int>(getpid()),
-             static_cast<unsigned>(reinterpret_cast<uintptr_t>(reinterpret_cast<void*>(pthread_self()))));
-    return sz;
-}
-
 std::string warning(const std::string& str) { return "\033[1;33m warning: \033[00m " + str + "\n"; }
 
 mode_t modeOf(const char* lpszPath) {
     struct stat state;
     return stat(lpszPath, &state) == 0 ? state.st_mode & 07777 : 0;
 }
-
-bool exists(const char* lpszPath) { return access(lpszPath, F_OK) == 0; }
 
 // What the derived classes add to their bases, for the tests to look at.
 struct openFileKey : xFileKey {
@@ -126,7 +121,7 @@ TEST(FileKey, ANameWithABackslashIsThePathItself) {
     openFileKey key;
     key.OpenFileKey("sync\\back", 'm');
     EXPECT_EQ("sync\\back", key.path());
-    EXPECT_TRUE(exists("/tmp/sync\\back"));
+    EXPECT_TRUE(isThere("/tmp/sync\\back"));
     key.DestroyFileKey();
 }
 
@@ -155,10 +150,10 @@ TEST(FileKey, ClosingKeepsTheFileAndDestroyingDeletesItOnce) {
     key.CloseFileKey();
     EXPECT_EQ("", key.path());
     key.DestroyFileKey();
-    EXPECT_TRUE(exists("/tmp/qor_sync_close"));
+    EXPECT_TRUE(isThere("/tmp/qor_sync_close"));
     key.OpenFileKey("sync_close", 'm');
     key.DestroyFileKey();
-    EXPECT_FALSE(exists("/tmp/qor_sync_close"));
+    EXPECT_FALSE(isThere("/tmp/qor_sync_close"));
     EXPECT_EQ("", key.path());
 }
 
@@ -175,7 +170,7 @@ TEST(FileKey, ASymbolicLinkInItsPlaceIsRefusedAndNotFollowed) {
     EXPECT_EXIT(
         key.OpenFileKey("sync_link", 'm'), testing::KilledBySignal(SIGABRT),
         "Create file\\[/tmp/qor_sync_link\\] fail: Too many levels of symbolic links\n.*" + strAbort + "FALSE ");
-    EXPECT_FALSE(exists("/tmp/sync_target"));
+    EXPECT_FALSE(isThere("/tmp/sync_target"));
     unlink("/tmp/qor_sync_link");
 }
 
@@ -221,13 +216,13 @@ TEST(Semaphore, ClosingKeepsItAndDestroyingRemovesItWithItsKeyFile) {
     first.SemaphoreSetValue(5);
     first.CloseSemaphore();
     EXPECT_EQ(-5, second.SemaphoreAddValue(-5, 0));
-    EXPECT_TRUE(exists("/tmp/qor_sync_destroy"));
+    EXPECT_TRUE(isThere("/tmp/qor_sync_destroy"));
     first.OpenSemaphore("sync_destroy");
     second.DestroySemaphore();
-    EXPECT_FALSE(exists("/tmp/qor_sync_destroy"));
+    EXPECT_FALSE(isThere("/tmp/qor_sync_destroy"));
     CaptureStderr();
     EXPECT_EQ(0, first.SemaphoreAddValue(1, -1));
-    EXPECT_EQ(warning("Semop 1 failure Invalid argument " + idText("%d:0x%.4x")), GetCapturedStderr());
+    EXPECT_EQ(warning("Semop 1 failure Invalid argument " + ownIds("%d:0x%.4x")), GetCapturedStderr());
     first.CloseSemaphore();
 }
 
@@ -238,7 +233,7 @@ TEST(Semaphore, DestroyingLeavesTheKeyFileOfASuccessor) {
     successor.OpenMutex("sync_successor");
     EXPECT_NE(old.id(), successor.id());
     old.DestroyMutex();
-    EXPECT_TRUE(exists("/tmp/qor_sync_successor"));
+    EXPECT_TRUE(isThere("/tmp/qor_sync_successor"));
     EXPECT_EQ(1, successor.Lock(0));
     successor.Unlock();
 }
@@ -262,7 +257,7 @@ TEST(Semaphore, AValueBeyondTheHighestIsRefusedWithAWarning) {
     semaphore.OpenSemaphore("sync_setval");
     CaptureStderr();
     EXPECT_EQ(0, semaphore.SemaphoreSetValue(40000));
-    EXPECT_EQ(warning("SETVAL 40000 fail [Numerical result out of range] " + idText("%d:0x%.4x")), GetCapturedStderr());
+    EXPECT_EQ(warning("SETVAL 40000 fail [Numerical result out of range] " + ownIds("%d:0x%.4x")), GetCapturedStderr());
     EXPECT_EQ(1, semaphore.SemaphoreSetValue(32767));
     semaphore.DestroySemaphore();
 }
@@ -276,7 +271,7 @@ TEST(Semaphore, AStepBeyondTheHighestValueIsRefusedAsItIs) {
         CaptureStderr();
         EXPECT_EQ(0, semaphore.SemaphoreAddValue(nDelta, 0));
         EXPECT_EQ(warning("Semop " + std::to_string(nDelta) + " failure Numerical result out of range " +
-                          idText("%d:0x%.4x")),
+                          ownIds("%d:0x%.4x")),
                   GetCapturedStderr());
     }
     EXPECT_EQ(-5, semaphore.SemaphoreAddValue(-5, 0));
@@ -291,7 +286,7 @@ TEST(Semaphore, ATimeOutBelowMinusOneIsInvalid) {
     for (const int nTimeout : {-2, -999, -1000, -1001, INT_MIN}) {
         CaptureStderr();
         EXPECT_EQ(0, semaphore.SemaphoreAddValue(-1, nTimeout)) << nTimeout;
-        EXPECT_EQ(warning("Semop -1 failure Invalid argument " + idText("%d:0x%.4x")), GetCapturedStderr());
+        EXPECT_EQ(warning("Semop -1 failure Invalid argument " + ownIds("%d:0x%.4x")), GetCapturedStderr());
     }
     EXPECT_EQ(-1, semaphore.SemaphoreAddValue(-1, INT_MAX));
     semaphore.DestroySemaphore();
@@ -352,7 +347,7 @@ TEST(Semaphore, AnInterruptedWaitWarnsAndStartsAgain) {
     sigaction(SIGALRM, &old, nullptr);
     const std::string strOut = GetCapturedStderr();
     EXPECT_EQ(-1, nResult);
-    EXPECT_EQ(0u, strOut.find(warning("Semop -1 failure Interrupted system call " + idText("%d:0x%.4x")))) << strOut;
+    EXPECT_EQ(0u, strOut.find(warning("Semop -1 failure Interrupted system call " + ownIds("%d:0x%.4x")))) << strOut;
     mutex.Unlock();
 }
 
@@ -364,7 +359,7 @@ TEST(Semaphore, AnInterruptedWaitStartsAgainWithItsFullTimeOut) {
     s_arrTimeout.clear();
     CaptureStderr();
     EXPECT_EQ(0, semaphore.SemaphoreAddValue(-1, 1500));
-    const std::string strWarning = warning("Semop -1 failure Interrupted system call " + idText("%d:0x%.4x"));
+    const std::string strWarning = warning("Semop -1 failure Interrupted system call " + ownIds("%d:0x%.4x"));
     EXPECT_EQ(strWarning + strWarning + strWarning, GetCapturedStderr());
     ASSERT_EQ(4u, s_arrTimeout.size());
     for (const timespec& timeout : s_arrTimeout)
@@ -435,7 +430,7 @@ TEST(Semaphore, AStepThatIsNotAllowedFailsAfterOneWarning) {
         s_arrStepError = {nError};
         CaptureStderr();
         EXPECT_EQ(0, semaphore.SemaphoreAddValue(1, -1));
-        EXPECT_EQ(warning(std::string("Semop 1 failure ") + strerror(nError) + " " + idText("%d:0x%.4x")),
+        EXPECT_EQ(warning(std::string("Semop 1 failure ") + strerror(nError) + " " + ownIds("%d:0x%.4x")),
                   GetCapturedStderr());
         EXPECT_TRUE(s_arrStepError.empty());
         semaphore.DestroySemaphore();
@@ -449,7 +444,7 @@ TEST(Mutex, ANewOneIsFreeAndASecondOpenerDoesNotResetIt) {
     ASSERT_EQ(1, second.OpenMutex("sync_mutex"));
     CaptureStderr();
     EXPECT_EQ(0, second.Lock(0));
-    EXPECT_EQ(warning("Lock Mutex fail for Resource temporarily unavailable " + idText("[%d:%.4X]")),
+    EXPECT_EQ(warning("Lock Mutex fail for Resource temporarily unavailable " + ownIds("[%d:%.4X]")),
               GetCapturedStderr());
     first.Unlock();
     EXPECT_EQ(1, second.Lock(0));
@@ -509,8 +504,8 @@ TEST(Mutex, ATimeOutBelowMinusOneIsInvalidHoweverManyProcessorsThereAre) {
     for (const int nTimeout : {-2, -1000, INT_MIN}) {
         CaptureStderr();
         EXPECT_EQ(0, mutex.Lock(nTimeout)) << nTimeout;
-        EXPECT_EQ(warning("Semop -1 failure Invalid argument " + idText("%d:0x%.4x")) +
-                      warning("Lock Mutex fail for Invalid argument " + idText("[%d:%.4X]")),
+        EXPECT_EQ(warning("Semop -1 failure Invalid argument " + ownIds("%d:0x%.4x")) +
+                      warning("Lock Mutex fail for Invalid argument " + ownIds("[%d:%.4X]")),
                   GetCapturedStderr());
     }
     EXPECT_EQ(1, mutex.Lock(INT_MAX));
@@ -555,8 +550,8 @@ TEST(Mutex, ARemovedOneCannotBeLocked) {
     first.DestroyMutex();
     CaptureStderr();
     EXPECT_EQ(0, second.Lock(-1));
-    EXPECT_EQ(warning("Semop -1 failure Invalid argument " + idText("%d:0x%.4x")) +
-                  warning("Lock Mutex fail for Invalid argument " + idText("[%d:%.4X]")),
+    EXPECT_EQ(warning("Semop -1 failure Invalid argument " + ownIds("%d:0x%.4x")) +
+                  warning("Lock Mutex fail for Invalid argument " + ownIds("[%d:%.4X]")),
               GetCapturedStderr());
     second.CloseMutex();
 }
@@ -693,7 +688,7 @@ TEST(Event, BeyondItsHighestValueASetFailsAfterOneWarning) {
     CaptureStderr();
     for (int i = 0; i < 100; ++i)
         EXPECT_EQ(0, event.SetEvent());
-    EXPECT_EQ(warning("Semop 1 failure Numerical result out of range " + idText("%d:0x%.4x")), GetCapturedStderr());
+    EXPECT_EQ(warning("Semop 1 failure Numerical result out of range " + ownIds("%d:0x%.4x")), GetCapturedStderr());
     for (int i = 0; i < 32767; ++i)
         ASSERT_EQ(1, event.WaitEvent(0));
     EXPECT_EQ(0, event.WaitEvent(0));
@@ -753,7 +748,7 @@ TEST(LocalMutex, OffersTheOperationsOfAMutex) {
     EXPECT_TRUE(bEntered);
     mutex.CloseMutex();
     mutex.DestroyMutex();
-    EXPECT_FALSE(exists("/tmp/qor_no file"));
+    EXPECT_FALSE(isThere("/tmp/qor_no file"));
 }
 
 TEST(CriticalEvent, AWaitReturnsOnceAnotherThreadHasSetIt) {
@@ -832,7 +827,7 @@ TEST(FileKey, ANameStandsForAFileInTmpUnlessItIsAPathItself) {
         key.SetKeyFile(lpszPath);
         EXPECT_STREQ(lpszPath, key.path());
     }
-    EXPECT_FALSE(exists("/tmp/qor_name"));
+    EXPECT_FALSE(isThere("/tmp/qor_name"));
     key.CloseFileKey();
     EXPECT_STREQ("", key.path());
 }
@@ -857,7 +852,7 @@ TEST(FileKey, OneThatIsOnlyLookedForIsNotMade) {
         {
             openKey key;
             const bool bNone = key.FindLockedFileKey("sync_find", 'S', keptLock()) == -1 && *key.path() == '\0';
-            const bool bMade = exists("/tmp/qor_sync_find");
+            const bool bMade = isThere("/tmp/qor_sync_find");
             const key_t idKey = key.OpenFileKey("sync_find", 'S');
             const bool bFound = key.FindLockedFileKey("sync_find", 'S', keptLock()) == idKey;
             _exit(bNone && !bMade && bFound && isLocked(key.path()) ? 7 : 1);
@@ -869,7 +864,7 @@ TEST(FileKey, OneThatIsOnlyLookedForIsNotMade) {
 TEST(Semaphore, OneThatDoesNotExistIsNotMadeByLookingForIt) {
     xSemaphore maker, looker;
     EXPECT_EQ(0, looker.OpenExistSemaphore("sync_exist"));
-    EXPECT_FALSE(exists("/tmp/qor_sync_exist"));
+    EXPECT_FALSE(isThere("/tmp/qor_sync_exist"));
     ASSERT_EQ(1, maker.OpenSemaphore("sync_exist"));
     ASSERT_EQ(1, looker.OpenExistSemaphore("sync_exist"));
     EXPECT_EQ(2, maker.SemaphoreAddValue(2, -1));
@@ -916,7 +911,7 @@ TEST(Semaphore, AFirstValueIsGivenToANewOneOnly) {
 TEST(Event, OneThatDoesNotExistIsNotMadeByLookingForIt) {
     chEvent maker, looker;
     EXPECT_EQ(0, looker.OpenExistEvent("sync_exist_event"));
-    EXPECT_FALSE(exists("/tmp/qor_sync_exist_event"));
+    EXPECT_FALSE(isThere("/tmp/qor_sync_exist_event"));
     ASSERT_EQ(1, maker.OpenEvent("sync_exist_event"));
     ASSERT_EQ(1, looker.OpenExistEvent("sync_exist_event"));
     maker.SetEvent();

@@ -22,12 +22,7 @@ using qorTest::traceTexts;
 
 namespace {
 
-std::string idText() {
-    char sz[64];
-    snprintf(sz, sizeof(sz), "%.4d:0x%.4x", static_cast<int>(getpid()),
-             static_cast<unsigned>(reinterpret_cast<uintptr_t>(reinterpret_cast<void*>(pthread_self()))));
-    return sz;
-}
+std::string idText() { return qorTest::ownIds("%.4d:0x%.4x"); }
 
 // What a step writes to standard output.
 std::string printed(const std::function<void()>& step) {
