@@ -556,7 +556,7 @@ protected:
 #else
         (void)nOperations;
 #endif
-        KillAtRandomTimes(s, 72, scaled(60));
+        KillAtRandomTimes(s, 72, scaled(40));
         print((std::string(lpszName) + ", killed at random times").c_str());
     }
 
@@ -569,27 +569,27 @@ protected:
 
 TEST_F(Kill, APoolGoesOnWithWhatWasStored) {
     poolScenario s;
-    KillEverywhere("pool", s, scaled(30));
+    KillEverywhere("pool", s, scaled(18));
 }
 
 TEST_F(Kill, AListChangesCompletelyOrNotAtAll) {
     listScenario s;
-    KillEverywhere("list and map", s, scaled(12));
+    KillEverywhere("list and map", s, scaled(8));
 }
 
 TEST_F(Kill, AStringIsWholeOrEmpty) {
     stringScenario s;
-    KillEverywhere("strings", s, scaled(16));
+    KillEverywhere("strings", s, scaled(10));
 }
 
 TEST_F(Kill, NamedBlocksChangeCompletelyOrNotAtAll) {
     namedScenario s;
-    KillEverywhere("named blocks", s, scaled(12));
+    KillEverywhere("named blocks", s, scaled(8));
 }
 
 TEST_F(Kill, AChainChangesCompletelyOrNotAtAll) {
     chainScenario s;
-    KillEverywhere("chain", s, scaled(12));
+    KillEverywhere("chain", s, scaled(8));
 }
 
 }  // namespace
