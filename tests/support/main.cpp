@@ -1,3 +1,4 @@
+// The main function of every test program: isolated from the machine, watched from outside.
 #include <gtest/gtest.h>
 
 #include "support/isolation.h"

@@ -358,6 +358,15 @@ TEST(Tree, EveryPublicTemplateIsInstantiatedFromTheInstalledHeaders) {
     EXPECT_GT(nTemplates, 50);
 }
 
+TEST(Tree, EveryTestSaysFirstWhatItIsAbout) {
+    for (const char* lpszFolder : {"tests/unit", "tests/process", "tests/support", "tests/peers", "fuzz"})
+        for (const std::string& strFile : filesBelow(lpszFolder)) {
+            const fs::path path = s_pathTree / strFile;
+            const bool bHeaderSaysIt = path.extension() == ".cpp" && fs::exists(fs::path(path).replace_extension(".h"));
+            EXPECT_TRUE(bHeaderSaysIt || textOf(path).rfind("// ", 0) == 0) << strFile;
+        }
+}
+
 TEST(Tree, NoFileIsLongerThanAThousandLines) {
     for (const char* lpszFolder : {"include", "src", "tests", "examples", "bench", "fuzz"})
         for (const std::string& strFile : filesBelow(lpszFolder)) {
