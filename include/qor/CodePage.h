@@ -11,9 +11,9 @@
 /// const QOR_StringHelper::chReferenceStringT<char> str = page.W2MBCS(wstr);
 /// @endcode
 ///
-/// - Any file is accepted: codes of a table that is not sorted are not all found, nothing worse.
-/// - Loading works out where to look: in a sorted table, a conversion takes the same time for every character. In one
-///   that is not, codes are looked for by halving.
+/// - Any file is accepted: of a table that is not sorted, some codes are not found, and nothing worse happens.
+/// - Loading builds an index: in a sorted table, a conversion takes the same time for every character. In one
+///   that is not, codes are found by binary search.
 /// - A loaded table takes its file's size, and 512 bytes for each lead byte and each 256 wide characters in a row of
 ///   which it holds any.
 /// - What a conversion yields may hold characters of value 0 (see W2MBCS()); its GetLength() counts them.

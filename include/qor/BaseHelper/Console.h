@@ -10,12 +10,12 @@
 /// }
 /// @endcode
 ///
-/// As long as an object lives, the terminal neither echoes nor assembles lines. Where several live at once, it goes
-/// back to the settings that the first had found when the last one ends. It also goes back when the process that made
-/// them ends by `exit`, or is killed by a signal that it could have caught and neither handles nor ignores itself: the
-/// first object gives each such signal a handler, and the last one takes it back. The handler leaves the terminal
+/// As long as an object lives, the terminal neither echoes nor assembles lines. Where several live at once, the
+/// settings that the first one found are restored when the last one ends. They are also restored when the process that
+/// made them ends by `exit`, or is killed by a signal that it could have caught and neither handles nor ignores itself:
+/// the first object gives each such signal a handler, and the last one removes it. The handler leaves the terminal
 /// alone when another job is in its foreground, and the process still dies of the signal. SIGKILL, `_exit` and being
-/// stopped leave the terminal as it is. A child after `fork` does not set its parent's terminal back.
+/// stopped leave the terminal as it is. A child after `fork` does not restore its parent's terminal.
 ///
 /// Where standard input is no terminal, nothing is set and reading waits like `getchar` for input or its end.
 ///
@@ -63,7 +63,7 @@ public:
     chStdInput();
     chStdInput(const chStdInput&) = delete;
     chStdInput& operator=(const chStdInput&) = delete;
-    /// Sets the terminal back; see above.
+    /// Restores the terminal; see above.
     ~chStdInput();
 
     /// The next key: a character from 0 to 255, a consoleKey, or -1 when none was pressed. The bytes of a consoleKey
@@ -90,7 +90,7 @@ private:
 class QOR_API chConsoleLineInput : public chStdInput {
 public:
     /// Takes what was typed into the pending line, which is assembled over several calls. Character 8 deletes the last
-    /// character of the line; a NUL is passed over. A code above 127 is dropped and ends the call.
+    /// character of the line; a NUL is ignored. A code above 127 is dropped and ends the call.
     /// @return the line without its line feed, once that was typed; otherwise, and for an empty line, an empty string
     QOR_StringHelper::chReferenceStringT<char> getInput();
 
@@ -98,7 +98,7 @@ private:
     QOR_StringHelper::chReferenceStringT<char> m_strLine;
 };
 
-/// What standard input has to offer within 10 ms, its line feed included, or an empty string. It is read in blocks of
+/// What standard input has within 10 ms, its line feed included, or an empty string. It is read in blocks of
 /// 1024 bytes until one is not full or holds a line feed, or the next one does not come within 10 ms; a signal may
 /// shorten these waits. Bytes after a NUL of a block are dropped. What `getchar` and its like have read ahead is not
 /// seen.

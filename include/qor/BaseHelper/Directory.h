@@ -33,7 +33,7 @@ public:
     /// Opens a directory in place of the one before.
     /// @return 1, or 0 when it cannot be opened (errno), null and empty paths included
     BOOL OpenPath(const char* lpszPath);
-    /// Reads the next entry's name, without the directory. "." and ".." are passed over.
+    /// Reads the next entry's name, without the directory. "." and ".." are skipped.
     /// @return 1; 0 at the end, without a directory and after an error, and then the name is left as it was
     BOOL ReadFileName(QOR_StringHelper::chReferenceStringT<char>& strName);
     /// The same, and whether the directory itself says that the entry is neither a directory nor a link. Where it

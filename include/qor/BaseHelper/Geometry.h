@@ -13,7 +13,7 @@
 /// const BOOL bHit = rcSeen.PtInRect(chPoint(310, 210));    // 1
 /// @endcode
 ///
-/// All values are plain; any thread may use its own. Sums and differences are modulo 2^32. Read on in
+/// All values are plain; any thread may use its own. Sums and differences are modulo 2^32. See also
 /// `BaseHelper/Console.h`.
 #ifndef QOR_BASEHELPER_GEOMETRY_H
 #define QOR_BASEHELPER_GEOMETRY_H
@@ -22,7 +22,7 @@
 
 namespace QOR_BaseHelper {
 
-/// A place.
+/// A position.
 class QOR_API chPoint {
 public:
     /// The origin.
@@ -62,7 +62,7 @@ public:
     /// All edges 0.
     chRect() : left(0), top(0), right(0), bottom(0) {}
     chRect(int nLeft, int nTop, int nRight, int nBottom) : left(nLeft), top(nTop), right(nRight), bottom(nBottom) {}
-    /// A rectangle of that size at that place.
+    /// A rectangle of that size at that position.
     chRect(const chPoint& ptTopLeft, const chSize& size);
 
     /// The distance of the right edge from the left one.

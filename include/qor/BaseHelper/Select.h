@@ -50,8 +50,8 @@ public:
 
     /// Waits until a descriptor of the set can be read, and leaves those that can in the set.
     /// @param nTimeout milliseconds; 0 only looks, -1 waits for ever, any other negative one is an error
-    /// @return how many, 0 on time-out, -1 on error (errno), also when a signal came meanwhile; then the set is left
-    ///         as it was
+    /// @return how many, 0 on time-out, -1 on error (errno), also when a signal interrupts the wait; then the set is
+    ///         left as it was
     int readSelect(int nTimeout);
 
     /// Waits until a descriptor of the set can be written; as readSelect().

@@ -6,8 +6,8 @@
 ///
 /// `ipcObjectFrame<T>` puts an object `T` at the start of such memory. The frame is itself the mutex that
 /// guards the object. The first process that opens it constructs the object; every later one finds it
-/// finished. A creator that died on the way is made good for: whoever opens the frame next constructs the
-/// object anew.
+/// finished. When a creator dies before it is done, the next process to open the frame constructs the
+/// object again.
 ///
 /// `T` begins with an `ipcObjectHeader` and holds fixed-width words and bytes only. Its constructor builds
 /// the whole initial state and calls InitHeader() as its **last** statement: the type number, which is never
@@ -90,7 +90,7 @@ public:
     /// Maps the file at that path, which is made when it is missing; a symbolic link is refused.
     ///
     /// A file shorter than nSize is extended before it is mapped, with its blocks, so that writing to the
-    /// memory never fails for want of space. Who finds the file empty counts as its creator.
+    /// memory never fails for want of space. The process that finds the file empty counts as its creator.
     /// @param lpszPath at most 256 characters
     /// @param nSize bytes to map; -1 takes the length of the file
     /// @return the address; a failure is a warning and a fatal assertion (null). Fatal when already open.
@@ -198,9 +198,9 @@ struct ipcObjectHeaderLayout {
 /// segments it locks meanwhile: a cancelled thread would leave a change half-made, and the lock taken while its process
 /// lives. The lock is not recursive. A thread that waits for a lock that it holds already is ended at once by a fatal
 /// assertion that names it ("[%s] is held by the calling thread already", the key file); Lock(0) only answers 0.
-/// Whoever locks a segment of the library calls none of its functions that take the same lock: with the share segment
-/// locked, whatever looks for threads, posts or sends; with the named blocks locked (`nameHelperLock()`), every tick,
-/// time-out and trace line; with the registry locked, every function of the registry.
+/// A thread that has locked a segment of the library must not call functions that take the same lock: with the share
+/// segment locked, those that look for threads, post or send; with the named blocks locked (`nameHelperLock()`), every
+/// tick, time-out and trace line; with the registry locked, every function of the registry.
 ///
 /// All this holds where the mutex is `chMutex`; another one is locked as it is.
 template <class T, class MapFile = chMapFile, class Mutex = chMutex>
@@ -240,7 +240,7 @@ public:
 
     /// Opens the mutex and the memory of that name, and constructs the object unless another process has.
     /// @param nSize bytes to map, the object included; -1 takes the length of the file that the map file is over
-    /// @return 1, or 0 when the mutex or the memory cannot be had. Fatal when already open, and when the object is
+    /// @return 1, or 0 when the mutex or the memory cannot be opened. Fatal when already open, and when the object is
     ///         larger than the memory ("nSize >= (int)sizeof(T)").
     BOOL OpenShareObject(const char* lpszName, int nSize) {
         if (!QOR_ASSERT_IN("_chBaseClass", m_pIPCObject == nullptr, "m_pIPCObject == NULL"))
@@ -280,7 +280,7 @@ public:
     }
 
 protected:
-    /// The step of OpenShareObject() that needs the mutex held.
+    /// The part of OpenShareObject() that needs the mutex locked.
     BOOL OpenMapFileObject(const char* lpszName, int nSize) {
         void* pData = m_mapFile.OpenMapFile(lpszName, nSize);
         if (pData == nullptr) {

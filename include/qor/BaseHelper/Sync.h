@@ -7,7 +7,7 @@
 /// removes it for everybody. One of the two must have been called before an object is destructed. The
 /// second family carries the same operation names, so that a template can take either.
 ///
-/// A process that dies, however it dies, gives back the mutexes it held. An uncontended Lock() or Unlock()
+/// When a process dies in any way, the kernel releases the mutexes it held. An uncontended Lock() or Unlock()
 /// is one kernel call. Time-outs are in milliseconds: 0 only tries, -1 waits for ever, and any other negative one
 /// fails at once with a warning.
 ///
@@ -21,7 +21,7 @@
 /// mutex.CloseMutex();
 /// @endcode
 ///
-/// Read on in `BaseHelper/Share.h`, which puts memory beside the mutex of the same name.
+/// See also `BaseHelper/Share.h`, which puts memory beside the mutex of the same name.
 #ifndef QOR_BASEHELPER_SYNC_H
 #define QOR_BASEHELPER_SYNC_H
 
@@ -124,7 +124,7 @@ public:
     /// process ends.
     ///
     /// A wait that a signal interrupts starts again with its full time-out. The kernel remembers at most
-    /// 32,767 steps to take back per process; further ones are made for good, after one warning.
+    /// 32,767 changes to take back per process; further ones are not taken back, after one warning.
     /// @return nDelta; 0 on time-out, and after a warning when the semaphore was removed, its value would pass the
     ///         highest one, 32,767, or the kernel cannot take the step or the time-out. Fatal when not open.
     int SemaphoreAddValue(int nDelta, int nTimeout);
@@ -188,7 +188,7 @@ protected:
     enum lockReport { tellAll, tellRemoval, tellNothing };
 
     /// Lock(), for the mutex of a segment: until UnlockSegment() the calling thread is not cancelled, and locking the
-    /// same semaphore again, through whatever object, is fatal instead of waiting ("[%s] is held by the calling thread
+    /// same semaphore again, through any object, is fatal instead of waiting ("[%s] is held by the calling thread
     /// already", the key file), unless the time-out is 0. A thread holds at most 16 of them; more is fatal
     /// ("nHeldSegments < maxHeldSegments").
     BOOL LockSegment(int nTimeout, lockReport report);

@@ -9,7 +9,7 @@
 /// @endcode
 ///
 /// A chTime made from fields reads them as local time, while all getters and Format() answer in UTC. On a device
-/// whose time zone is not UTC the fields do not read back the same. This is the promised behaviour.
+/// whose time zone is not UTC the fields do not read back the same. This is intended.
 ///
 /// All values are plain; any thread may use its own. For monotonic time see `BaseHelper/Tick.h`.
 #ifndef QOR_BASEHELPER_TIME_H
@@ -95,7 +95,7 @@ public:
 
     /// The seconds since 1970-01-01 UTC.
     time_t GetTime() const { return m_nTime; }
-    /// The fields of this time in UTC, in *pTime when it is given, else in a place that the calling thread's next
+    /// The fields of this time in UTC, in *pTime when it is given, else in a buffer that the calling thread's next
     /// call overwrites. Null when the year does not fit.
     struct tm* GetLocalTm(struct tm* pTime) const;
     /// The fields in UTC, 0 when the year does not fit. The day of the week counts from 1, Sunday.

@@ -34,7 +34,7 @@ enum openFlag : UINT {
     openBinary = 0x8000,     ///< no effect: every stream is binary
 };
 
-/// The longest line that is read, in characters; of a longer one nothing is kept.
+/// The longest line that is read, in characters; longer lines are dropped.
 constexpr int maxLineLength = 0x1FFFFFF0;
 
 /// A standard stream and its owner. Every operation but Open(), Close(), IsFileOpened() and IsEOF() on a closed file is
@@ -58,7 +58,7 @@ public:
     BOOL Open(const char* lpszFileName, UINT uFlags = openRead);
     /// Whether there is a stream.
     BOOL IsFileOpened() const { return m_pFile != NULL; }
-    /// Whether a read has met the end of the file; also true for a closed file.
+    /// Whether a read has reached the end of the file; also true for a closed file.
     BOOL IsEOF() const;
     /// Closes the stream; harmless on a closed file.
     void Close();
@@ -68,17 +68,17 @@ public:
     ///         returns uCount. Fatal: a null buffer.
     UINT Read(void* lpBuf, UINT uSize, UINT uCount);
     /// Writes uCount records of uSize bytes.
-    /// @return 1 when all were taken, also of a size or count of 0; else 0. Fatal: a null buffer.
+    /// @return 1 when all were written, also with a size or count of 0; else 0. Fatal: a null buffer.
     BOOL Write(const void* lpBuf, UINT uSize, UINT uCount);
 
     /// Moves the position, in bytes from nFrom, a seekFrom.
-    /// @return the new position, -1 when it cannot be had. Fatal: another nFrom.
+    /// @return the new position, -1 on failure. Fatal: another nFrom.
     long long Seek(long long nOffset, int nFrom);
     /// To the first byte; the new position, or -1.
     long long SeekToBegin() { return Seek(0, begin); }
     /// Moves after the last byte. The new position, or -1.
     long long SeekToEnd() { return Seek(0, end); }
-    /// The length in bytes, -1 when there is none. The position is at the begin afterwards.
+    /// The length in bytes, -1 when there is none. The position is at the beginning afterwards.
     long long GetFileLength();
     /// Cuts the file or extends it with zero bytes; 1 when it has that length now.
     BOOL SetFileLength(long long nLength);
@@ -113,8 +113,8 @@ protected:
 constexpr int maxStoredString = 0x400000;
 
 /// Each writes a value in the machine's byte order, a string as its length (4 bytes) and its characters.
-/// @return the file, or NullStream() when the value was not taken whole or the file was the null stream: a chain stops
-///         at its first failure, and `(file << a << b) == file` is whether all of it was taken.
+/// @return the file, or NullStream() when the value was not written whole or the file was the null stream: a chain
+///         stops at its first failure, and `(file << a << b) == file` is whether all of it was written.
 QOR_API chFileStdio& operator<<(chFileStdio& file, int nValue);
 /// As for int.
 QOR_API chFileStdio& operator<<(chFileStdio& file, unsigned int uValue);

@@ -1,5 +1,5 @@
 /// @file
-/// Text files that are told by their byte-order mark: UTF-16 in either order, and UTF-8.
+/// Text files that are identified by their byte-order mark: UTF-16 in either order, and UTF-8.
 ///
 /// @code
 /// QOR_FileHelper::chFile_WText file;
@@ -31,13 +31,12 @@ public:
     chFile_WText() : m_eFileType(FT_UNKNOW) {}
 
     /// Opens a file and reads its mark. A file without two bytes to read, a new one above all, is little-endian and
-    /// gets the mark FF FE, unless it is only read; a stream that is only written cannot read, and gets a mark where it
-    /// stands.
+    /// gets the mark FF FE, unless it is only read; a stream that is only written cannot read, and gets a mark at its
+    /// position.
     /// @return 1 when it is open, positioned after its mark; 0 when it cannot be opened or marked, or begins with
-    /// anything else.
-    ///         Fatal: an open file, an empty name.
+    ///         anything else. Fatal: an open file, an empty name.
     BOOL Open(const char* lpszFileName, UINT uFlags = openRead);
-    /// Closes the file, which is no text file then.
+    /// Closes the file; its type is FT_UNKNOW then.
     void Close();
     /// Big- or little-endian, FT_UNKNOW while it is not open.
     fileType GetFileType() const { return m_eFileType; }
@@ -45,8 +44,8 @@ public:
     /// Reads up to and with the unit endChar, or to the end of the file. Zero units are not kept.
     /// @return 1 when the string is not empty. Fatal: a file that was not opened ("m_eFileType != FT_UNKNOW").
     BOOL ReadString(QOR_StringHelper::chReferenceStringT<unsigned short>& wstr, unsigned short endChar = '\n');
-    /// Writes the units in front of the terminating 0, in the file's byte order.
-    /// @return 1 when all were taken, else 0. Fatal: a file that was not opened, null.
+    /// Writes the units before the terminating 0, in the file's byte order.
+    /// @return 1 when all were written, else 0. Fatal: a file that was not opened, null.
     BOOL WriteString(const unsigned short* lpszText);
     /// Writes the string's units; as for a text.
     BOOL WriteString(const QOR_StringHelper::chReferenceStringT<unsigned short>& wstr);

@@ -11,7 +11,7 @@
 ///   namespace and no character number; the entities are `&quot;`, `&amp;`, `&apos;`, `&lt;` and `&gt;`.
 /// - The parser goes through the text once and stops at the first piece that it cannot take; what it has read until
 ///   then stays. White space around names, values and texts is dropped, and so is text in front of the first node.
-///   Elements that are still open at the end of the text are as good as closed.
+///   Elements that are still open at the end of the text count as closed.
 /// - The writer puts every node on a line of its own, two blanks deeper than its parent; an element whose only child is
 ///   a text is one line, and so is an element without children.
 /// - A node owns its children. Trees of any depth are read, searched, written and deleted with the same small stack.
@@ -276,8 +276,8 @@ public:
     BOOL LoadFromFile(const char* lpszFileName);
     /// Writes the document to a file; null: to that of the last load. An existing one is replaced crash-safely: with 0,
     /// which means that the new one could not be written, it is as it was, and a warning says why. A symbolic link is
-    /// replaced by a file; what it leads to is left alone. Waits, for some seconds at most, for who else just saves to
-    /// that name. Fatal: an empty name ("!textEMPTY(lpszFileName)").
+    /// replaced by a file; what it leads to is left alone. Waits for other savers of that name, for some seconds
+    /// at most. Fatal: an empty name ("!textEMPTY(lpszFileName)").
     BOOL SaveToFile(const char* lpszFileName) const;
 
 private:
@@ -285,7 +285,7 @@ private:
 };
 
 /// The first element of a text, on the outermost level; it belongs to the caller. Null when there is none. Warns like
-/// xmlFile::LoadFromFile() when there is something in the text that is not understood.
+/// xmlFile::LoadFromFile() when a part of the text is not understood.
 /// Fatal: null ("lpszXMLText != NULL").
 QOR_API xmlElement* xmlParseElementFromText(const char* lpszXMLText);
 

@@ -39,7 +39,7 @@ QOR_API BOOL sockSetBlocking(int hSocket, BOOL bBlocking);
 QOR_API BOOL sockAsyncConnect(int hSocket, const sockaddr* pAddr, int nTimeout);
 /// Accepts a connection; the new descriptor is blocking, and closed on exec.
 QOR_API int sockAccept(int hSocket, sockaddr* pAddr, int* pAddrSize);
-/// Shuts down the receiving side. The peer is not told.
+/// Shuts down the receiving side. The peer is not notified.
 QOR_API int sockShutdown(int hSocket);
 /// The bytes that can be received at once (of the first datagram).
 QOR_API int sockPeekRecvLength(int hSocket);

@@ -59,7 +59,7 @@ public:
     /// Whether there is a connection, as far as the last operation could tell.
     BOOL IsTCPConnected() const { return m_bIsConnected; }
     /// Ends the connection on this side: nothing more is received. What has arrived goes into the input buffer byte by
-    /// byte, for two seconds at the most: a peer that keeps sending, or some ten thousand bytes that were not read,
+    /// byte, for at most two seconds: a peer that keeps sending, or some ten thousand bytes that were not read,
     /// hold it up that long, which is warned of. The peer learns of it when the socket is destroyed.
     void Disconnect();
 
@@ -67,7 +67,7 @@ public:
     /// is removed. More than 65536 bytes are not waited for: a larger size is taken as 65536.
     /// @return the size, or 0 on time-out or a lost connection. Fatal: a negative offset, a size below 1.
     int PeekPacket(void* pBuffer, int nOffset, int nSize, int nTimeout);
-    /// Removes the first nSize bytes, at the most all that are there; a negative size removes all.
+    /// Removes the first nSize bytes, at most all there are; a negative size removes all.
     void DropPacket(int nSize);
     /// Waits for nSize bytes, and moves them; null only removes them.
     /// @return 1, or 0 on time-out, a lost connection or a size above 65536; then all bytes stay.
