@@ -1,7 +1,7 @@
-// Flushing a document: its monitors are told what has changed, then its file is written, by the saver or by the thread
-// that flushes.
+// Flushing a document: its monitors are notified of what has changed, then its file is written, by the saver or by the
+// thread that flushes.
 //
-// What is to be told is collected under the registry's lock; messages are posted under no lock.
+// Notifications are collected under the registry's lock and posted under no lock.
 #include <vector>
 
 #include "QORRegistry/saver.h"
@@ -20,7 +20,7 @@ struct notification {
 };
 
 // One notification for each monitor of each changed section. Afterwards no section is marked as changed.
-std::vector<notification> takeNotifications(const registryLock&, regDocument& document) {
+std::vector<notification> takeNotifications(const registryHold&, regDocument& document) {
     std::vector<notification> listNotification;
     if (loadShareWord(document.m_bChanged) == 0)
         return listNotification;
@@ -37,8 +37,8 @@ std::vector<notification> takeNotifications(const registryLock&, regDocument& do
 
 void postNotifications(const std::vector<notification>& listNotification) {
     std::vector<msgProxy> listProxy;
-    for (const notification& told : listNotification)
-        listProxy.push_back({TM_REGISTRY_CHANGE, told.entry.m_uProcesser, told.entry.m_objMethod});
+    for (const notification& sent : listNotification)
+        listProxy.push_back({TM_REGISTRY_CHANGE, sent.entry.m_uProcesser, sent.entry.m_objMethod});
     std::vector<batchPost> listPost;
     for (size_t i = 0; i < listNotification.size(); ++i) {
         const msgDraft draft = makeDraft(TM_MESSAGE_PROXY, 0, static_cast<int>(listNotification[i].uSection),

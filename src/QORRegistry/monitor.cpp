@@ -1,5 +1,4 @@
-// Who is told of a section's changes: the monitors in a section's list, and the object that keeps its own entries of
-// several sections.
+// The monitors of a section, and the object that monitors several sections.
 #include <string.h>
 
 #include "internal/registry.h"
@@ -77,7 +76,7 @@ namespace {
 
 // Removes an entry while its place still holds what was added: a dead thread's entry may have been removed, and its
 // place may have become another's.
-void removeAdded(const registryLock&, regSection& section, const msgEntryPair* pEntry, const msgEntryPair& added) {
+void removeAdded(const registryHold&, regSection& section, const msgEntryPair* pEntry, const msgEntryPair& added) {
     section.RemoveMonitorTask(
         section.m_lstMonitor.FindObject([&](const msgEntryPair& entry) { return &entry == pEntry && entry == added; }));
 }

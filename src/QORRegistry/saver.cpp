@@ -39,7 +39,7 @@ void forgetSaver(int idSaver) {
 
 }  // namespace
 
-int reserveSaver(const registryLock& hold, regDocument& document) {
+int reserveSaver(const registryHold& hold, regDocument& document) {
     const int idSaver = loadShareWord(hold.getObject()->m_idSaverTask);
     const int nAsked = loadShareWord(document.m_nSaveAsked);
     if (idSaver == 0 || nAsked >= maxSaveAsked)
@@ -93,7 +93,7 @@ savedCopy& ownCopy() {
 }
 
 // Appends a section's counted keys. A section counts at least what its keys count; a killed process may have left more.
-void takeChangedKeys(const registryLock&, const regSection& section, std::vector<changedKey>& listKey) {
+void takeChangedKeys(const registryHold&, const regSection& section, std::vector<changedKey>& listKey) {
     int64_t nLeft = loadShareWord(section.m_nChagedCount);
     const bool bFull = nLeft == INT_MAX;
     section.m_lstKey.ForEach([&](regKey& key) {
@@ -107,7 +107,7 @@ void takeChangedKeys(const registryLock&, const regSection& section, std::vector
     QOR_ASSERT_TEXT(bFull || nLeft >= 0, "objSection.m_nChagedCount == 0");
 }
 
-std::vector<changedKey> takeChangedKeys(const registryLock& hold, const regDocument& document) {
+std::vector<changedKey> takeChangedKeys(const registryHold& hold, const regDocument& document) {
     std::vector<changedKey> listKey;
     int64_t nLeft = loadShareWord(document.m_nChagedCount);
     const bool bFull = nLeft == INT_MAX;
@@ -122,7 +122,7 @@ std::vector<changedKey> takeChangedKeys(const registryLock& hold, const regDocum
 }
 
 // Lowers the counts by what the file holds now: first the keys', then what sums them up.
-void settleCounts(const registryLock&, regDocument& document, const std::vector<changedKey>& listKey) {
+void settleCounts(const registryHold&, regDocument& document, const std::vector<changedKey>& listKey) {
     for (const changedKey& changed : listKey) {
         const int nCount = loadShareWord(changed.pKey->m_nChagedCount) - changed.nCount;
         storeShareWord(changed.pKey->m_nChagedCount, nCount > 0 ? nCount : 0);
@@ -217,7 +217,7 @@ void acknowledgeRequests(regDocument& document) {
 }
 
 // The documents with requests, which now have none. What is asked from now on is asked of another saver.
-std::vector<regDocument*> takeAskedDocuments(const registryLock& hold) {
+std::vector<regDocument*> takeAskedDocuments(const registryHold& hold) {
     std::vector<regDocument*> listDocument;
     hold.getObject()->m_lstDocument.ForEach([&](regDocument& document) {
         if (loadShareWord(document.m_nSaveAsked) == 0)

@@ -8,7 +8,7 @@ namespace QOR_RegistryHelper {
 
 // The saver's task, with one more request counted for the document. 0: there is no saver, or it has left too many
 // requests for the document unanswered.
-int reserveSaver(const registryLock& hold, regDocument& document);
+int reserveSaver(const registryHold& hold, regDocument& document);
 
 // Posts the request to the task that reserveSaver() returned. False: there is no such task, and if it still stood in
 // the store as the saver, it no longer does. Takes the registry's lock.

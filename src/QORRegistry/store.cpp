@@ -406,23 +406,25 @@ regDocument* uCRegistryHelper::GetDocument(uintptr_t uHandle) {
     });
 }
 
+// The lock is free while the file is read. If another process opens it meanwhile, what was read here is dropped.
 regDocument* uCRegistryHelper::LockDocument(const char* lpszFileName) {
-    if (!warnRelativeName(lpszFileName) || !QOR_ASSERT_TEXT(Lock(-1), "broken share lock"))
+    if (!warnRelativeName(lpszFileName))
         return NULL;
-    getObject()->ClearLostDocument();
-    if (regDocument* pDocument = getObject()->FindDocumentObject(lpszFileName))
-        return pDocument;
-    // The lock is free while the file is read. If another process opens it meanwhile, what was read here is dropped.
-    Unlock();
+    {
+        registryLock lock(*this);
+        lock.getObject()->ClearLostDocument();
+        if (regDocument* pDocument = lock.getObject()->FindDocumentObject(lpszFileName))
+            return lock.KeepLocked() ? pDocument : NULL;
+    }
     iniFile file;
     const int nError = readDocument(file, lpszFileName) ? 0 : errno;
-    if (!QOR_ASSERT_TEXT(Lock(-1), "broken share lock"))
-        return NULL;
-    regDocument* pDocument = nError == 0 ? getObject()->GetDocumentObject(lpszFileName, file)
-                                         : getObject()->FindDocumentObject(lpszFileName);
-    if (pDocument != NULL)
-        return pDocument;
-    Unlock();
+    {
+        registryLock lock(*this);
+        regDocument* pDocument = nError == 0 ? lock.getObject()->GetDocumentObject(lpszFileName, file)
+                                             : lock.getObject()->FindDocumentObject(lpszFileName);
+        if (pDocument != NULL)
+            return lock.KeepLocked() ? pDocument : NULL;
+    }
     if (nError != 0)
         warnUnreadable(lpszFileName, nError);
     return NULL;

@@ -3,6 +3,7 @@
 #ifndef QOR_INTERNAL_REGISTRY_H
 #define QOR_INTERNAL_REGISTRY_H
 
+#include <optional>
 #include <string>
 
 #include "internal/scope_lock.h"
@@ -15,36 +16,47 @@ namespace QOR_RegistryHelper {
 
 inline uCRegistryHelper& registry() { return *uCRegistryHelpergetGlobalObject(); }
 
-// The registry's lock, held for a scope. What needs the lock takes a reference to it as an argument and reaches the
-// store through it.
-class registryLock : public QOR_BaseHelper::scopeShareLock<uCRegistryHelper> {
+// The proof that the calling thread holds the registry's lock. What needs the lock takes a reference to it as an
+// argument and reaches the store through it.
+class registryHold : public QOR_BaseHelper::shareHold<uCRegistryHelper> {
 public:
-    registryLock() : scopeShareLock(registry()) {}
-
     // The section or document of a handle; null unless it is that of one.
-    regSection* GetSection(uintptr_t uHandle) const { return registry().GetSection(uHandle); }
-    regDocument* GetDocument(uintptr_t uHandle) const { return registry().GetDocument(uHandle); }
+    regSection* GetSection(uintptr_t uHandle) const { return m_objFrame.GetSection(uHandle); }
+    regDocument* GetDocument(uintptr_t uHandle) const { return m_objFrame.GetDocument(uHandle); }
+
+protected:
+    using shareHold::shareHold;
 };
 
-// The same for who may add to the store: what a process left unfinished when it died is freed first.
+// The registry's lock for a scope.
+class registryLock : public QOR_BaseHelper::scopeShareLock<uCRegistryHelper, registryHold> {
+public:
+    explicit registryLock(uCRegistryHelper& objRegistry = registry()) : scopeShareLock(objRegistry, "QORRegistry") {}
+    // Takes over the lock of an operation that has returned with it.
+    explicit registryLock(std::adopt_lock_t r) : scopeShareLock(registry(), r) {}
+};
+
+// The same for a scope that adds to the store: what a process left unfinished when it died is freed first.
 class additionLock : public registryLock {
 public:
     additionLock() { getObject()->ClearLostDocument(); }
 };
 
-// The same with the document of a file, which is loaded if need be. Null, and the lock is not held: there is no such
-// document.
+// The same with the document of a file, which is loaded if need be. Null, and the lock is not held: the file is there
+// and cannot be read.
 class documentLock {
 public:
-    explicit documentLock(const char* lpszFileName) : m_pDocument(registry().LockDocument(lpszFileName)) {}
-    ~documentLock() {
+    explicit documentLock(const char* lpszFileName) : m_pDocument(registry().LockDocument(lpszFileName)) {
         if (m_pDocument != NULL)
-            registry().Unlock();
+            m_lock.emplace(std::adopt_lock);
     }
     documentLock(const documentLock&) = delete;
     documentLock& operator=(const documentLock&) = delete;
 
     regDocument* const m_pDocument;
+
+private:
+    std::optional<registryLock> m_lock;
 };
 
 // ---- files

@@ -38,16 +38,21 @@ TEST(LostLock, NobodyTouchesTheSegmentWithoutItsMutex) {
     EXPECT_EXIT(loseLock([](HTHREAD hThread) { msgUnregistMainThread(hThread); }), dies, lpszText);
 }
 
-// Opens the registry, removes its mutex and opens another section.
-void loseRegistryLock() {
-    registryOpen("/tmp/lost.ini", "first");
+// Opens a section, removes the registry's mutex and uses the registry.
+void loseRegistryLock(const std::function<void(HREGISTRY)>& fnUse) {
+    HREGISTRY h = registryOpen("/tmp/lost.ini", "first");
     removeMutex("/tmp/qor_ipc_registry");
-    registryOpen("/tmp/lost.ini", "second");
+    fnUse(h);
     _exit(0);
 }
 
-TEST(LostLock, NobodyOpensADocumentWithoutTheRegistrysMutex) {
-    EXPECT_EXIT(loseRegistryLock(), testing::KilledBySignal(SIGABRT), "\\[QORRegistry:[0-9]+\\] broken share lock ");
+TEST(LostLock, NobodyUsesTheRegistryWithoutItsMutex) {
+    const char* lpszText = "\\[QORRegistry:[0-9]+\\] broken share lock ";
+    const auto dies = testing::KilledBySignal(SIGABRT);
+    EXPECT_EXIT(loseRegistryLock([](HREGISTRY) { registryOpen("/tmp/lost.ini", "second"); }), dies, lpszText);
+    EXPECT_EXIT(loseRegistryLock([](HREGISTRY h) { registryGetInt(h, "k", 0); }), dies, lpszText);
+    EXPECT_EXIT(loseRegistryLock([](HREGISTRY h) { registrySetInt(h, "k", 1); }), dies, lpszText);
+    EXPECT_EXIT(loseRegistryLock([](HREGISTRY h) { registryFlush(h); }), dies, lpszText);
 }
 
 void loseNamedLock(const std::function<void()>& fnUse) {

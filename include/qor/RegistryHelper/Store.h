@@ -144,7 +144,7 @@ public:
 
 class regDocument;
 
-/// A section: its keys, and who is told of their changes.
+/// A section: its keys, and the monitors of their changes.
 class QOR_API regSection {
 public:
     /// Without name, keys and pool.
@@ -179,7 +179,7 @@ public:
     void SetHostDocument(const regDocument* pDocument) { m_pHostDocument.set_pData(pDocument); }
 
     /// Removes the monitors of dead tasks, then adds one: each flush of a change of the section posts the task a
-    /// message for the method of a processor of its process. The processor may be null. Added twice, it is told twice.
+    /// message for the method of a processor of its process. The processor may be null. Added twice, it gets two.
     /// Fatal: no room.
     QOR_MsgQueueHelper::msgEntryPair* AddMonitorTask(int idTask, const QOR_MsgQueueHelper::chMsgProcesser* pProcesser,
                                                      QOR_MsgQueueHelper::msgMethod pMethod);
@@ -193,7 +193,7 @@ public:
 
     regObjList<regKey> m_lstKey;                                ///< in the order in which they were made
     QOR_StringHelper::chShareStringA m_strName;                 ///< the name; it never changes
-    regObjList<QOR_MsgQueueHelper::msgEntryPair> m_lstMonitor;  ///< who is told of changes
+    regObjList<QOR_MsgQueueHelper::msgEntryPair> m_lstMonitor;  ///< the monitors
     int32_t m_bChanged;                                         ///< 1 from a change until the next flush
     int32_t m_nChagedCount;                                     ///< changes not yet in the file, of all keys
     offset_pointer<regDocument> m_pHostDocument;                ///< the document
@@ -284,8 +284,8 @@ public:
 
     /// The handle of an object of the store: its distance from the store's begin. 0 for null and anything outside.
     uintptr_t GetHandle(const void* pObject) const;
-    /// The section of a handle; null unless it is that of a section. O(1) after the first call for
-    /// it in the process.
+    /// The section of a handle; null unless it is that of a section. Handles that this process has looked up lately are
+    /// found without a search.
     regSection* GetSection(uintptr_t uHandle);
     /// The document of a handle; null unless it is that of a document.
     regDocument* GetDocument(uintptr_t uHandle);
@@ -305,7 +305,7 @@ private:
     regSection* FindSection(const regSection* pSection) const;
 
     QOR_BaseHelper::chMutex m_mtxSave;
-    std::atomic<uintptr_t> m_arrSection[64];  // handles known to be those of sections, which never go
+    std::atomic<uintptr_t> m_arrSection[64];  // handles that are known to be those of sections, which are never freed
 };
 
 /// The process's uCRegistryHelper, constructed on first use and never destructed, since threads may still use it while
