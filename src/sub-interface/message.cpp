@@ -1,5 +1,5 @@
-// The flat functions over threads, messages and timers. Each checks its arguments and calls the classes; a handle is
-// checked against the table of queues before anything behind it is read.
+// The flat functions over threads, messages and timers. Each checks its arguments and calls the classes. A handle is
+// checked against the table of queues before the queue is read.
 #include <float.h>
 #include <string.h>
 
@@ -26,7 +26,7 @@ const double doubleMIN = DBL_MIN;
 
 namespace {
 
-// What msgRegistWorkThread() makes and msgUnregistWorkThread() deletes. Any other thread object has an owner.
+// The thread objects that msgRegistWorkThread() makes and msgUnregistWorkThread() deletes. All others have owners.
 class flatThread : public chThreadLocal {
 public:
     using chThreadLocal::chThreadLocal;
@@ -37,7 +37,7 @@ chThreadLocal* ownThread(const chMsgQueue* pQueue) {
     return process().GetLocalThreadByQueue(pQueue, QOR_MiscHelper::qorGetCurrentTaskId());
 }
 
-// A queue whose task has died does not count: the registration that follows sweeps it.
+// A name whose task has died is free: the registration that follows sweeps its queue.
 bool isNameFree(const char* lpszThreadName) {
     return QOR_ASSERT_TEXT(msgGetThreadByName(lpszThreadName) == NULL,
                            "g_uCSystemShareHelper.FindMessageQueueByName(lpszThreadName) == NULL");
@@ -91,7 +91,7 @@ BOOL msgLaunchWorkThread(void* (*lpMeth)(void*), const char* lpszThreadName, voi
 
 namespace {
 
-// Lives on the launcher's stack: the launcher waits until the new thread has registered, after it has read this.
+// On the launcher's stack: the launcher waits until the new thread has registered, by which time it has copied this.
 struct launchBlock {
     const char* lpszThreadName;
     msgCallbackEx pMsgCallbackEx;

@@ -1,4 +1,4 @@
-// The flat functions of named blocks and counters: straight calls of the classes, which check and lock.
+// The flat functions over named blocks and counters: they call the classes, which check the arguments and lock.
 #include "internal/scope_lock.h"
 #include "qor/MsgQueueHelper/Named.h"
 #include "qor/flat.h"
