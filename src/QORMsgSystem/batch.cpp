@@ -1,13 +1,13 @@
 // Posting to many threads at once.
 //
-// Who posts to one thread after the other meets, at each hold of the segment's mutex, the threads that it has woken
-// before: the mutex then passes from thread to thread in the order in which they have come, at the price of a switch of
-// threads each time. So all messages are put into their queues first, many in one hold, and then the threads are woken;
-// waking after each hold would bring most of that back. Between two holds others come to their turn.
+// A thread that posts to one target after the other competes for the segment's lock with the targets that it has just
+// woken: the lock then passes from thread to thread, with a context switch each time. So all messages are enqueued
+// first, many of them in each hold of the lock, and then the targets are woken; waking them after each hold would bring
+// back most of this cost. Between two holds other threads get the lock.
 //
-// A poster may be killed anywhere. In a hold, each message is linked completely or not at all, those before it are, and
-// those behind it are not. Behind a hold there may be threads with a message and without a signal, which look into
-// their queues at the end of the wait they are in, as behind a single post whose poster dies before it signals.
+// A poster may be killed at any instruction. Within a hold, messages are linked one after the other, each completely or
+// not at all. After a hold, threads may have a message without a signal. They find it when their current wait ends, as
+// they find a single post whose poster dies before it signals.
 #include <string.h>
 
 #include <algorithm>
@@ -24,15 +24,15 @@ namespace QOR_MsgQueueHelper {
 
 namespace {
 
-constexpr size_t maxInHold = 32;  // messages, which take about as long as one passing of the mutex
+constexpr size_t maxInHold = 32;  // messages, which take about as long as handing the lock over once
 
 // More than the pool adds to a record and its extra data.
 constexpr int sizeCellHeaders = 32;
 
 typedef std::vector<batchPost>::iterator postIterator;
 
-// Asked before the mutex is taken, which nobody has to wait for then; once for a row of posts to one task.
-void askForLife(postIterator itFirst, postIterator itEnd) {
+// Asks the kernel before the lock is taken, so that nobody waits for the answer; once for a run of posts to one task.
+void checkLiveness(postIterator itFirst, postIterator itEnd) {
     for (postIterator it = itFirst; it != itEnd; ++it)
         it->bAlive = it != itFirst && (it - 1)->idTask == it->idTask ? (it - 1)->bAlive : qorIsValidTaskID(it->idTask);
 }
@@ -79,16 +79,17 @@ bool isUnread(const msgObject& objMessage, const msgDraft& draft) {
            (draft.nExtraSize == 0 || memcmp(objMessage.GetExtraData(), draft.pExtraData, draft.nExtraSize) == 0);
 }
 
-// A thread that does not read its messages must not fill the pool for everybody: more of the same tells it nothing.
+// A thread that does not read its messages must not fill the pool that all share: a second equal message would tell it
+// nothing new.
 bool isCoalesced(const segmentHold& hold, const batchPost& post, const chMsgQueue& objQueue, poolBudget& budget) {
     return post.bCoalesce && budget.IsShortAfter(hold, post.draft) &&
            objQueue.FindMessage([&post](msgObject& objMessage) { return isUnread(objMessage, post.draft); }) != NULL;
 }
 
-// One hold. Returns the first post that was not tried: a full pool ends the process, so a message that may not fit is
-// left for later while there is somebody to wake.
-postIterator putInHold(postIterator itFirst, postIterator itEnd, bool bWake) {
-    askForLife(itFirst, itEnd);
+// Enqueues messages in one hold. Returns the first post that was not tried: a full pool ends the process, so a message
+// that may not fit is left until the threads have been woken that have a message already (bWake).
+postIterator enqueueSome(postIterator itFirst, postIterator itEnd, bool bWake) {
+    checkLiveness(itFirst, itEnd);
     const segmentLock lock;
     poolBudget budget;
     for (postIterator it = itFirst; it != itEnd; ++it) {
@@ -105,12 +106,13 @@ postIterator putInHold(postIterator itFirst, postIterator itEnd, bool bWake) {
     return itEnd;
 }
 
-// A queue of the own task id that is not the caller's was left by a dead predecessor: nobody will ever read it.
+// A queue of the caller's task id that is not the caller's was left by a dead task of the same id: nobody will ever
+// read it.
 bool isInLiveQueue(const batchPost& post) {
     return post.pMessage != NULL && (post.idTask != qorGetCurrentTaskId() || process().MarkSelfPosted());
 }
 
-// The messages are all in their queues by now: one signal does for those to one task.
+// All messages are in their queues by now, so each task needs one signal.
 void wakeAll(postIterator itFirst, postIterator itEnd) {
     std::vector<int> listWoken;
     const auto fnWake = [&listWoken](int idTask) {
@@ -137,7 +139,7 @@ void postBatch(std::vector<batchPost>& listPost) {
     for (postIterator it = listPost.begin(); it != listPost.end();) {
         const size_t nLeft = static_cast<size_t>(listPost.end() - it);
         const postIterator itEnd = it + static_cast<std::ptrdiff_t>(nLeft < maxInHold ? nLeft : maxInHold);
-        it = putInHold(it, itEnd, it != itWake);
+        it = enqueueSome(it, itEnd, it != itWake);
         if (it != itEnd) {
             wakeAll(itWake, it);
             itWake = it;

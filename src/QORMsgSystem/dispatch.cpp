@@ -44,7 +44,7 @@ int chThreadLocal::DefaultProcessMessage(msgObject& objMessage) {
     return nHandled;
 }
 
-// A hooker may go away while it handles the message, and take others with it: what is still listed is asked, each once.
+// A hooker may destroy itself and others while it handles the message: each hooker that is still listed is asked once.
 int chThreadLocal::ProcessHookMessage(msgObject& objMessage) {
     if (m_listHooker.empty())
         return 0;
@@ -84,7 +84,7 @@ int chThreadLocal::CallProxy(msgObject& objMessage) {
     BOOL bKnown = 0;
     chMsgProcesser* pProcesser = decodeMessageProcesser(proxy.m_uProcesser);
     const msgMethod pMethod = decodeMessageMethod(proxy.m_objMethod, &bKnown);
-    // Words that this process never made are as dead as an object that has gone.
+    // Words that this process never made are treated like those of a destroyed object.
     if ((proxy.m_uProcesser != 0 && pProcesser == NULL) || !bKnown) {
         void* pGone = reinterpret_cast<void*>(static_cast<uintptr_t>(proxy.m_uProcesser));
         QOR_TraceHelper::qorOutputWarningString("Skip %p TM_MESSAGE_PROXY:%x while object pass away", pGone,
@@ -94,7 +94,7 @@ int chThreadLocal::CallProxy(msgObject& objMessage) {
     return CallMessageMeth(pProcesser, pMethod, objMessage);
 }
 
-// Lists the timer of a message that is no longer pending for its next expiry; null when the message is of no timer.
+// Starts the next period of the timer whose message is handled now, and returns the timer; null when there is none.
 chThreadTimer* chThreadLocal::RearmTimer(const msgObject& objMessage) {
     chThreadTimer* pTimer = m_objTimerQueue.FindTimerByWord(loadShareWord(objMessage.wParam));
     if (pTimer == NULL || pTimer->m_pEmitedMessage != &objMessage)
@@ -154,7 +154,7 @@ BOOL chThreadLocal::DeliverThreadMsgEx(UINT uMsg, UINT wParam, int lParam, int n
     return bHandled;
 }
 
-// The record never shows as emitted, so the loop does not read it when the handler runs a pass of its own.
+// The record is never in the state "emitted", so a loop that the handler runs does not read it.
 int chThreadLocal::HandleOwnMessage(msgDraft draft, int nTimeout, int* pbReplied) {
     if (pbReplied != NULL)
         *pbReplied = 0;
@@ -187,7 +187,7 @@ msgProxy makeProxy(UINT uMsg, const chMsgProcesser* pProcesser, msgMethod pMetho
     proxy.m_uMsg = uMsg;
     proxy.m_uProcesser = encodeMessageProcesser(pProcesser);
     if (proxy.m_uProcesser == 0 && pProcesser != NULL)
-        proxy.m_uProcesser = wordOfGone;
+        proxy.m_uProcesser = staleHandle;
     proxy.m_objMethod = encodeMessageMethod(pMethod);
     return proxy;
 }

@@ -1,9 +1,10 @@
-// The wake-up events that this process has opened: its own threads' and those of every task it has woken.
+// The wake-up events that this process has opened: those of its own threads and of every task that it has woken.
 //
-// A cached event is signalled while the process lock is held, because another thread may sweep it otherwise.
+// A cached event is signalled while the process lock is held, because another thread could close it otherwise.
 //
-// The event of a thread that sends without being registered goes with the thread, and that of a main thread with its
-// process. What is killed leaves its event to the next process: the first registration of each looks for them.
+// The event of a thread that sends without being registered is destroyed when the thread ends, and that of a main
+// thread when its process ends. A killed task leaves its event; the first registration of each process destroys such
+// events.
 #include <vector>
 
 #include "internal/share.h"
@@ -23,7 +24,7 @@ namespace {
 
 constexpr unsigned long long sweepPause = 1000;  // us between two sweeps of the event cache
 
-// What this process created goes with its task; the event of another process is only let go.
+// Destroys an event that this process created, and only closes that of another process.
 void dropEvent(chEvent& objEvent) {
     if (objEvent.IsCreateHere())
         objEvent.DestroyEvent();
@@ -119,8 +120,8 @@ void chProcessLocal::ForgetCurrentTaskEvent() {
     ForgetEvent(lock, qorGetCurrentTaskId());
 }
 
-// A registered thread that ends without unregistering keeps its event as long as its queue: until the next
-// registration. Otherwise nobody else has a use for the event, whoever made it.
+// A registered thread that ends without unregistering keeps its event as long as its queue, until the next
+// registration. Otherwise nobody needs the event any more.
 void chProcessLocal::LeaveTask() {
     if (GetCurrentThreadObject() != NULL)
         return;
@@ -133,7 +134,7 @@ void chProcessLocal::LeaveTask() {
     m_mapTaskEvent.erase(it);
 }
 
-// Whatever stands under this task id, here or in the kernel, belongs to a dead predecessor.
+// Any event of this task id, in the cache or in the kernel, belongs to a dead task of the same id.
 chEvent* chProcessLocal::CreateOwnTaskEvent() {
     const int idTask = qorGetCurrentTaskId();
     const processHold lock(m_csLocal);
@@ -166,9 +167,8 @@ BOOL chProcessLocal::AwakeTask(int idTask) {
     return SignalTask(idTask);
 }
 
-// Under the event's name may by now stand another one than the one in the cache: that of a successor of the task with
-// the same id. It is never created here: a task that is waiting has made its event, and one that has not does not need
-// it.
+// The event's name may by now lead to another event than the cached one: that of a new task with the same id. It is
+// never created here: a task that is waiting has created its event, and any other does not need it.
 static bool signalByName(int idTask) {
     chEvent event;
     if (!event.OpenExistEvent(taskEventName(idTask).szName))
@@ -178,8 +178,8 @@ static bool signalByName(int idTask) {
     return bSignalled;
 }
 
-// An event that failed is opened anew next time; but one that a thread of this process has
-// made for itself is left to that thread, which may be waiting on it.
+// An event that cannot be signalled is opened again next time, unless a thread of this process created it, which may be
+// waiting on it.
 BOOL chProcessLocal::SignalEvent(const processHold& hold, int idTask) {
     chEvent* pEvent = FindOrOpenEvent(hold, idTask, true);
     if (pEvent == NULL)

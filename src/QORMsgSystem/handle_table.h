@@ -1,5 +1,6 @@
-// 32-bit words for live objects of this process, to be kept in shared records. Where an address has 32 bits, it is the
-// word; elsewhere the object gets a number that no other live object has. Only this process decodes its words.
+// Handles: 32-bit words that stand for live objects of this process in shared records. A handle is the object's address
+// where addresses have 32 bits, and elsewhere a number that no other live object has. Only this process decodes its
+// handles.
 #ifndef QOR_MSG_SYSTEM_HANDLE_TABLE_H
 #define QOR_MSG_SYSTEM_HANDLE_TABLE_H
 
@@ -12,8 +13,8 @@
 
 namespace QOR_MsgQueueHelper {
 
-// The word of an object that has gone already when it is put into a record: never that of a live one.
-constexpr uint32_t wordOfGone = 0xFFFFFFFFu;
+// The handle of an object that has been destroyed before it is put into a record: never that of a live one.
+constexpr uint32_t staleHandle = 0xFFFFFFFFu;
 
 template <typename T>
 class HandleTable {
@@ -33,19 +34,19 @@ public:
         m_mapObject.erase(it->second);
         m_mapWord.erase(it);
     }
-    // The word of a live object; 0 for null and for objects that are not listed.
+    // The handle of a live object; 0 for null and for objects that are not listed.
     uint32_t Encode(const T* p) {
         scopeLock<QOR_BaseHelper::chCriticalSection> lock(m_csTable);
         auto it = m_mapWord.find(p);
         return it == m_mapWord.end() ? 0 : it->second;
     }
-    // The live object of a word, or null.
+    // The live object of a handle, or null.
     T* Decode(uint32_t uWord) {
         scopeLock<QOR_BaseHelper::chCriticalSection> lock(m_csTable);
         auto it = m_mapObject.find(uWord);
         return it == m_mapObject.end() ? NULL : it->second;
     }
-    // Around fork, so that the child never finds the table half changed.
+    // Before and after fork, so that the child never finds the table half changed.
     void fork_prepare() { m_csTable.Lock(); }
     void fork_done() { m_csTable.Unlock(); }
 
@@ -54,7 +55,7 @@ private:
     uint32_t freeNumber() {
         do
             m_uLast = (m_uLast + 1) | numberBase;
-        while (m_uLast == wordOfGone || m_mapObject.count(m_uLast) != 0);
+        while (m_uLast == staleHandle || m_mapObject.count(m_uLast) != 0);
         return m_uLast;
     }
 

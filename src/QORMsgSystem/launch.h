@@ -10,7 +10,7 @@
 namespace QOR_MsgQueueHelper {
 
 // Waits for a registration in this process, of a thread object or under a name. It is made before the thread is
-// started: the thread may have come and gone before its launcher looks.
+// started, since the thread may have registered and ended before its launcher looks.
 class launchWait {
 public:
     launchWait(const chThreadLocal* pThread, const char* lpszThreadName);

@@ -1,8 +1,8 @@
 // The loop of a registered thread: timers, one message, or the idle message and a wait.
 //
-// A handler may unregister its own thread, and even delete the thread object, or come back as another process after a
-// fork. So a LifetimeGuard is asked after every handler, and when the registration is gone, neither the object nor the
-// message is touched again.
+// A handler may unregister its own thread, and even delete the thread object, or fork and return in the child. So a
+// LifetimeGuard is asked after every handler; when the thread is no longer registered, neither the object nor the
+// message is accessed again.
 #include <limits.h>
 
 #include <algorithm>
@@ -63,15 +63,15 @@ UINT chThreadLocal::ProcessPass(int nMaxWait) {
     return 0;
 }
 
-// The event is reset in the hold that finds nothing unread: who emits later signals later, so no signal is dropped that
-// is still needed. While that holds, a look at the event spares the look into the queue.
+// The event is reset in the hold that finds nothing unread: a message that is emitted later is signalled later, so no
+// signal is lost that is still needed. As long as the event is not signalled, the queue need not be looked at.
 msgObject* chThreadLocal::TakeMessage() {
     const bool bUnchanged = taskEvent::OfThread().TakeEmpty(*this) && !m_pTaskEvent->WaitEvent(0);
     return bUnchanged ? NULL : FinishAndTake(NULL);
 }
 
-// A queue that somebody has freed, taking this thread for dead, belongs to no task any more or to another one: then the
-// thread ends instead of reading what is there now.
+// The queue may have been freed by a process that took this thread for dead, and its memory may be another queue by
+// now: then the process ends instead of reading it.
 chMsgQueue* chThreadLocal::LockedQueue(const segmentHold&) {
     if (m_pMsgQueue != NULL && m_pMsgQueue->GetTaskId() != m_idTask)
         m_pMsgQueue = NULL;
@@ -129,9 +129,8 @@ bool chThreadLocal::HasWork() {
     return pQueue != NULL && pQueue->HasMessage();
 }
 
-// The signal of a poster that dies at once is taken back with it; so a long wait looks into the queue now and then.
-// Somebody may have removed the event from the device: a new one takes its place.
-// Whether there may be something to do.
+// The kernel takes back the signal of a poster that dies at once, so a long wait looks into the queue from time to
+// time. If the event was removed from the device, it is replaced by a new one. Whether there may be something to do.
 bool chThreadLocal::WaitForWork(int nTime) {
     waitDeadline deadline(nTime);
     while (!m_pTaskEvent->WaitEventFor(deadline.GetSlice(sliceForWork))) {
@@ -208,8 +207,8 @@ int chThreadLocal::FinishLocked(const segmentHold& hold, msgObject& objMessage) 
     return FinishRecord(hold, objMessage);
 }
 
-// Nobody closes the record of a sender that has died. Asking for each sender would cost a kernel call per message, so
-// this is left to the first pass that slept through.
+// Nobody closes the record of a sender that has died. Checking each sender would cost a kernel call per message, so
+// this is done after the first wait that ends without a signal.
 void chThreadLocal::FreeOrphans() {
     m_bLeftOrphan = 0;
     const segmentLock lock;

@@ -1,12 +1,12 @@
-// What the calling thread knows of the signals for its own messages.
+// Which messages of the calling thread have been signalled.
 //
-// The owner of a queue does not sleep before it has read every message that it was signalled for. So a post behind such
-// a message, while that is unread, needs no signal. Only the poster itself knows when its signal is out: between
-// putting a message and signalling it may be stopped, or killed, and the kernel takes back the signals of a process
-// that ends. Behind anybody else's message there is no telling.
+// The owner of a queue does not sleep before it has read every message that it was signalled for. So a post that
+// directly follows such a message, while that is unread, needs no signal. Only the poster itself knows that its signal
+// is out: between enqueueing a message and signalling it may be stopped or killed, and the kernel takes back the
+// signals of a process that ends. So a post that follows another thread's message is always signalled.
 //
-// Everything is kept by thread. Of the messages that carry this thread's id, only its own can be in a queue after its
-// last one there: task ids and addresses that come back are told apart without asking anybody.
+// Each thread keeps its own account. In each queue it remembers its last message, and the messages with its task id
+// that follow it there can only be its own; so reused task ids and addresses cause no confusion.
 #ifndef QOR_MSG_SYSTEM_OWN_POSTS_H
 #define QOR_MSG_SYSTEM_OWN_POSTS_H
 
@@ -35,12 +35,12 @@ private:
         const msgObject* pMessage;
         bool bSignalled;
     };
-    // Who posts to more queues than this signals more often.
+    // A thread that posts to more queues than this signals more often than necessary.
     static constexpr size_t maxQueue = 64;
 
     lastPost* Find(const chMsgQueue* pQueue);
 
-    int m_idOwner = 0;     // in a child after fork, this is somebody else's
+    int m_idOwner = 0;     // in a child after fork, still the parent's
     size_t m_nUsed = 0;    // how many entries have ever been used
     size_t m_iOldest = 0;  // the next one to be used again
     lastPost m_aPost[maxQueue] = {};

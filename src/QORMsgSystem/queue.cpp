@@ -82,8 +82,8 @@ chMsgQueue::~chMsgQueue() {
 
 namespace {
 
-// The record and its extra data. Where the data find no room, the record is given back before the pool's assertion ends
-// the process: nobody would ever free what is in no queue.
+// The record and its extra data. If there is no room for the data, the record is freed before the pool's assertion ends
+// the process, since nobody would free a record that is in no queue.
 msgObject* allocRecord(QOR_AllocHelper::baseStaticPoolAlloc& pool, const msgDraft& draft) {
     void* pCell = pool.alloc(sizeMessageRecord);
     if (pCell == NULL)
@@ -211,7 +211,7 @@ chMsgQueue* chMsgQueueManager::FindMessageQueue(const char* lpszName) const {
     int nOrder = 1;
     chMsgQueue* pQueue = queueOf(queuesOf(this).Find([lpszName, &nOrder](list_chain_offset* p) {
         nOrder = compareName(lpszName, queueOf(p));
-        return nOrder >= 0;  // the names descend: behind here stand smaller ones only
+        return nOrder >= 0;  // the names descend: only smaller ones follow
     }));
     return nOrder == 0 ? pQueue : NULL;
 }

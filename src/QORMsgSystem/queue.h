@@ -15,11 +15,12 @@ namespace QOR_MsgQueueHelper {
 constexpr size_t sizeMessageRecord = sizeof(QOR_ChainHelper::list_chain_offset) + sizeof(msgObject);
 
 // Puts a complete message into a queue; null after a fatal assertion. *pbWake (may be null) tells whether the owner has
-// to be woken for a post: not when the message stands behind an unread one of the calling thread whose signal is out,
-// since the owner does not sleep before it has read both.
+// to be woken for a post: not when the message directly follows an unread one of the calling thread that has been
+// signalled, since the owner does not sleep before it has read both.
 msgObject* enqueueMessage(const segmentHold& hold, chMsgQueue& objQueue, const msgDraft& draft, bool* pbWake = NULL);
 
-// Frees what dead senders have left in a queue: records that were finished and never closed, or never emitted.
+// Frees the records that dead senders have left in a queue: those that were finished and never closed, or never
+// emitted.
 void freeOrphanMessages(const segmentHold& hold, chMsgQueue& objQueue);
 
 // A queue that was swept, for the trace line that is written after the lock is released.
@@ -28,8 +29,8 @@ struct ghostQueue {
     std::string strName;
 };
 
-// Frees the queues of dead tasks (and that of idOwn, when it is not 0: a dead predecessor's), their events, and the
-// finished messages of dead senders.
+// Frees the queues of dead tasks with their events, and the finished messages of dead senders. idOwn, when it is not 0,
+// is the task id of the caller, which has no queue yet: a queue of this id is a dead task's, too.
 std::vector<ghostQueue> sweepGhostQueues(const segmentHold& hold, int idOwn);
 void traceGhostQueues(const std::vector<ghostQueue>& listGhost);
 

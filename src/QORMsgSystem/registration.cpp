@@ -3,9 +3,9 @@
 // Lock order: the share segment's mutex, then the process lock m_csLocal, then the locks on key files, under which
 // events are opened.
 //
-// A registering task renews its own event inside the hold in which it takes its queue. Events of dead tasks are
-// destroyed under the lock on their key file, under which it is asked once more whether the task is dead; so no sweep
-// that has seen the dead predecessor of a task id can take its successor's event.
+// A registering task creates its event in the same hold of the segment's lock as its queue. Events of dead tasks are
+// destroyed under the lock on their key file, after another check that the task is dead; so a sweep that has seen a
+// dead task never destroys the event of a new task with the same id.
 #include <algorithm>
 #include <atomic>
 
@@ -29,14 +29,14 @@ namespace QOR_MsgQueueHelper {
 
 namespace {
 
-constexpr int priorityStart = 0x7FFFFFFF;  // the start-up message stands first
+constexpr int priorityStart = 0x7FFFFFFF;  // the start-up message is the first one
 constexpr int answerGrace = 100;           // ms for senders to fetch their answers
 
 // The calling thread's number among those of its process that have registered; 0 before it does.
 thread_local unsigned long long t_uThread = 0;
 
-// Whether a thread of this process that has registered is still running. What stands under the caller's own task id and
-// another number was a predecessor's.
+// Whether a thread of this process that has registered is still running. A registration with the caller's task id and
+// another number is that of a dead thread with the same task id.
 bool isRunning(int idTask, unsigned long long uThread) {
     return idTask == qorGetCurrentTaskId() ? uThread == t_uThread : QOR_Platform::isTaskOfThisProcess(idTask);
 }
@@ -93,8 +93,8 @@ bool chProcessLocal::IsValidLocalThread(const chThreadLocal* pThread) {
     return pThread != NULL && FindThread([pThread](const registration& r) { return r.pThread == pThread; }) != NULL;
 }
 
-// Threads that ended without unregistering leave the list here, and so does whatever else this registration proves to
-// be over: its object, queue and name are nobody else's.
+// Removes the registrations of threads that ended without unregistering, among them those that the new registration
+// proves to be stale, since it has the same object, queue or name.
 void chProcessLocal::RegisterLocalThread(chThreadLocal& objThread) {
     if (!QOR_ASSERT(objThread.IsCalledByThisThread()))
         return;
@@ -202,8 +202,8 @@ BOOL uCSystemShareHelper::CreateLocalThread(chThreadLocal& objThread) {
     if (!QOR_ASSERT(!objThread.m_strThreadName.IsEmpty()))
         return 0;
     objThread.m_idThread = QOR_MiscHelper::qorGetCurrentThreadId();
-    // A task with a live registration of its own may take a second name; anyone else's queue or event under its id is
-    // a dead predecessor's.
+    // A task that is registered may register under a second name. Otherwise a queue or event of its id is that of a
+    // dead task with the same id.
     const bool bFirst = m_objProcessLocal.GetCurrentThreadObject() == NULL;
     std::vector<ghostQueue> listGhost;
     bool bExists = false;
@@ -228,7 +228,7 @@ BOOL uCSystemShareHelper::CreateLocalThread(chThreadLocal& objThread) {
     }
     taskEvent::OfThread().Restart();
     m_objProcessLocal.RegisterLocalThread(objThread);
-    sweepEventsOnce();  // the queues of dead tasks went in the hold, their events with them
+    sweepEventsOnce();  // the events of dead tasks that had a queue are destroyed already
     return 1;
 }
 
@@ -244,7 +244,7 @@ void uCSystemShareHelper::PutNewQueue(const segmentHold& hold, chThreadLocal& ob
 
 namespace {
 
-// A sender that this thread itself is cannot look while it waits here.
+// Answers to this thread itself do not count: it cannot fetch them while it waits here.
 bool hasUnseenAnswer(const segmentHold&, const chMsgQueue& objQueue) {
     using QOR_ChainHelper::loadShareWord;
     return objQueue.FindMessage([](const msgObject& objMessage) {
@@ -257,7 +257,7 @@ bool hasUnseenAnswer(const segmentHold&, const chMsgQueue& objQueue) {
 
 }  // namespace
 
-// An answer goes with the queue: who was answered gets the time to fetch it.
+// Answers are freed with the queue: their senders get the time to fetch them.
 void uCSystemShareHelper::WaitForAnswered(const chThreadLocal& objThread) {
     waitDeadline deadline(answerGrace);
     for (;;) {
@@ -273,7 +273,7 @@ void uCSystemShareHelper::WaitForAnswered(const chThreadLocal& objThread) {
     }
 }
 
-// Whoever shuts the thread down may delete the object once it is no longer listed, so that is the last step.
+// A thread that shuts this one down may delete the object as soon as it is no longer listed, so this is the last step.
 void uCSystemShareHelper::DestroyLocalThread(chThreadLocal& objThread) {
     if (!QOR_ASSERT_TEXT(m_objProcessLocal.IsValidLocalThread(&objThread) && objThread.IsCalledByThisThread(),
                          "IsValidLocalThread(&objThread) && objThread.IsCalledByThisThread()"))

@@ -5,8 +5,9 @@
 // the hold in which it reads the record, that the queue and the record still exist. The record is closed in the hold
 // that finds the reply.
 //
-// Waiting is always on the own task event, in slices: a wake-up that is undone with its dying sender, or that came for
-// another reason, delays and never blocks. Nothing is traced or signalled while the mutex is held.
+// A thread waits on its own task event, in slices: a signal that the kernel has undone since its sender died, or that
+// was meant for another message, delays a wait but never blocks it. Nothing is traced or signalled while the lock is
+// held.
 #include <stdio.h>
 
 #include "QORMsgSystem/own_posts.h"
@@ -32,7 +33,7 @@ constexpr int sliceReceived = 10;  // ms between two looks at an untaken record
 
 bool isExtraSizeValid(const msgDraft& draft) { return draft.nExtraSize >= 0 && draft.nExtraSize <= maxExtraSize; }
 
-// Ids whose handlers expect that the poster waits for them.
+// Some ids are sent or delivered when they are posted, since their handlers expect the poster to wait.
 enum class postForm { post, send, deliver };
 postForm formOfPost(UINT uMsg) {
     switch (uMsg) {
@@ -88,8 +89,7 @@ void traceEmit(const msgDraft& draft, int idTask) {
 
 // ---- steps
 
-// A target that is gone takes nothing, whatever the size: only for one that is there is a wrong size fatal, so a send
-// with a wrong size waits for the lock without limit.
+// A wrong size is fatal only if the target exists, so a send with a wrong size waits for the lock without limit.
 msgObject* chThreadBase::Enqueue(const msgDraft& draft, bool* pbWake, int nLockTimeout) {
     const int idLive = FindLiveOwner();
     msgObject* pMessage = NULL;
@@ -107,7 +107,8 @@ msgObject* chThreadBase::Enqueue(const msgDraft& draft, bool* pbWake, int nLockT
     }
     if (!QOR_ASSERT_TEXT(isExtraSizeValid(draft), "nExtraSize >= 0 && nExtraSize <= 1024"))
         return NULL;
-    // A queue of the own task id that is not the caller's was left by a dead predecessor: nobody will ever read it.
+    // A queue of the caller's task id that is not the caller's was left by a dead task of the same id: nobody will ever
+    // read it.
     if (IsCalledByThisThread() && !process().MarkSelfPosted()) {
         m_pMsgQueue = NULL;
         return NULL;
@@ -185,8 +186,8 @@ int chThreadBase::FinishRecord(const segmentHold&, msgObject& objMessage) {
 
 // ---- waiting
 
-// Whether the record that the calling task has allocated is still there: when its target unregisters and comes back,
-// queue and record of another sender may stand at the same addresses.
+// Whether the record that the calling task has allocated still exists: if its target has unregistered and registered
+// again, the addresses may be those of another queue and of another sender's record.
 bool chThreadBase::HasOwnRecord(const segmentHold& hold, const msgObject& objMessage) {
     return IsQueueBound(hold) && m_pMsgQueue->IsQueuedMessage(&objMessage) &&
            loadShareWord(objMessage.m_idSender) == qorGetCurrentTaskId();
@@ -215,13 +216,13 @@ BOOL chThreadBase::GiveUpRecord(msgObject& objMessage, const recordWait& wait) {
     return look.state == waitState::done;
 }
 
-// Waits on the caller's own event. Somebody may have removed it from the device: a new one takes its place.
+// Waits on the caller's own event. If the event was removed from the device, it is replaced by a new one.
 void chThreadBase::WaitOwnEvent(recordWait& wait, int nTime) {
     if (!wait.pEvent->WaitEventFor(nTime) && !wait.pEvent->IsSemaphoreAlive())
         wait.pEvent = process().RenewOwnTaskEvent();
 }
 
-// Wakes the target, whatever is queued in front of the record: nobody else's signal is certain to come in time.
+// Wakes the target, whatever is queued before the record: the signals of other messages may be delayed or lost.
 BOOL chThreadBase::WaitRecord(msgObject& objMessage, recordWait wait, waitDeadline deadline) {
     if (!process().SignalTask(m_idTask)) {
         LookAtRecord(objMessage, wait, true);
@@ -290,8 +291,8 @@ BOOL chThreadBase::PostThreadMsgEx(UINT uMsg, UINT wParam, int lParam, int nExtr
     return 1;
 }
 
-// The own event exists before the target can want to signal it. A wait that was answered has taken the answer's signal;
-// one that was not drops what may come late. Resets also end the kernel's account of what to undo, which is limited.
+// The own event is created before the target can signal it. A wait that was answered has taken the signal of the
+// answer; otherwise a signal that may come late is dropped.
 BOOL chThreadBase::EmitAndWait(const msgDraft& draft, bool bReceipt, int nTimeout, int* pnResult) {
     waitDeadline deadline(nTimeout);
     QOR_BaseHelper::chEvent* pCurrentTaskEvent = process().GetCurrentTaskEvent();

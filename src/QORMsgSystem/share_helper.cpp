@@ -21,7 +21,7 @@ uCSystemShareHelper::uCSystemShareHelper() {
                              []() { share().m_objProcessLocal.fork_parent(); }, NULL);
 }
 
-// A thread that exits the process does not end as a thread before.
+// The thread that exits the process runs no function for the end of a thread.
 void uCSystemShareHelper::AtExit() { m_objProcessLocal.LeaveTask(); }
 
 void uCSystemShareHelper::fork_reset() {
@@ -57,7 +57,7 @@ void chProcessLocal::fork_parent() {
     m_csLocal.Unlock();
 }
 
-// The events stay those of the parent's tasks: they are let go, never destroyed.
+// The events still belong to the parent's tasks: they are closed, never destroyed.
 void chProcessLocal::fork_reset() {
     if (!m_bForking)
         m_csLocal.Lock();

@@ -8,9 +8,9 @@
 // - after every 256 messages, idle passes or replies: the kernel keeps an account of signals, to be undone when their
 //   sender dies, and neither this account nor the event's value may grow without limit.
 //
-// A reset drops the signals of messages that are still unread. So whoever resets the event, or waits for anything but
-// messages, makes sure that the thread looks into its queue before it sleeps: in the same hold of the segment's mutex,
-// or through MarkSelfPosted().
+// A reset drops the signals of messages that are still unread. So after a reset, or after a wait for anything but
+// messages, the thread looks into its queue before it sleeps: in the same hold of the segment's lock, or because of
+// MarkSelfPosted().
 #ifndef QOR_MSG_SYSTEM_TASK_EVENT_H
 #define QOR_MSG_SYSTEM_TASK_EVENT_H
 
@@ -33,7 +33,7 @@ public:
     // Drops all signals. 0 when the event was removed from the device.
     bool Reset(QOR_BaseHelper::chEvent& objEvent);
 
-    // After a message was taken, an empty queue was found, or a reply has come: whether the event has to be reset.
+    // After a message was taken, the queue was found empty, or a reply was received: whether the event has to be reset.
     bool IsDueAfterMessage() { return ++m_nMessages >= maxUnreset; }
     bool IsDueWhenEmpty() { return m_nMessages > 1 || ++m_nIdlePasses >= maxUnreset; }
     bool IsDueAfterReply() { return ++m_nReplies >= maxUnreset; }

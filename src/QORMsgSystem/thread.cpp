@@ -1,6 +1,6 @@
-// The thread objects: handles onto any thread, and the registered thread as it is made and given up.
+// The thread objects: handles of any thread, and construction and destruction of the registered thread.
 //
-// What they do stands in send.cpp (both sides of a message), loop.cpp, dispatch.cpp and registration.cpp.
+// Their operations are in send.cpp (both sides of a message), loop.cpp, dispatch.cpp and registration.cpp.
 #include "internal/share.h"
 #include "internal/report.h"
 #include "qor/MiscHelper.h"
@@ -67,8 +67,8 @@ bool chThreadBase::IsThreadAlive() {
 
 bool chThreadBase::IsCalledByThisThread() const { return m_idTask == qorGetCurrentTaskId(); }
 
-// Asks for the owner's life before the mutex is taken, which nobody has to wait for then. Behind a handle that nobody
-// has checked yet the id is a guess; under the mutex it is compared.
+// Asks the kernel whether the owner lives before the lock is taken, so that nobody waits for the answer. For a handle
+// that has not been checked yet the id is a guess, which is compared under the lock.
 int chThreadBase::FindLiveOwner() const {
     int idTask = m_idTask;
     if (idTask == idTaskUnknown && findShareRange(share().getObject()).holds(m_pMsgQueue, sizeof(*m_pMsgQueue)))
@@ -119,7 +119,7 @@ void chThreadLocal::AfterThreadLaunched() {}
 
 void chThreadLocal::BeforeThreadShutdown() { QOR_ASSERT(IsCalledByThisThread()); }
 
-// The child of a fork finds the threads of its parent: they do not run here, and their queues are not theirs.
+// In the child of a fork: the threads of the parent do not run here, and their queues belong to the parent.
 void chThreadLocal::Abandon() {
     m_objTimerQueue.AbandonTimers();
     m_bRuning = 0;

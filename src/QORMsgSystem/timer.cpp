@@ -1,7 +1,7 @@
 // Timers of a thread.
 //
-// A listed timer has a period of at least 0; one with a pending message keeps its place in the list, where walks pass
-// it over. The list is in order of next expiry among the timers without a pending message.
+// Invariants: a listed timer has a period of at least 0. The timers without a pending message are in order of their
+// next expiry; one with a pending message keeps its position, and walks skip it.
 
 #include "QORMsgSystem/handle_table.h"
 #include "internal/message.h"
@@ -19,7 +19,7 @@ namespace {
 
 constexpr long long notRuning = -1;
 
-// Every live timer of the process, made on first use and never torn down.
+// The live timers of the process, made on first use and never destroyed.
 class timerTable : public HandleTable<chThreadTimer> {
 public:
     timerTable() {
@@ -55,7 +55,7 @@ chThreadTimer::~chThreadTimer() {
     timerTable::instance().Remove(this);
 }
 
-// The 32-bit word that names a live timer in its message: its address, or on 64-bit a number of its own.
+// The handle by which a timer's message names the timer.
 static uint32_t encodeThreadTimer(const chThreadTimer* pTimer) { return timerTable::instance().Encode(pTimer); }
 
 BOOL chThreadTimer::SetTimer(long long nElapse, chMsgProcesser* pProcesser) {
@@ -85,7 +85,7 @@ void chThreadTimer::KillTimer() {
 }
 
 chThreadLocal* chThreadTimer::hostThread() {
-    // A host that has unregistered may be gone: such a timer starts afresh.
+    // A host that has unregistered may be destroyed: such a timer is bound to the calling thread.
     if (!process().IsValidLocalThread(m_pHostThread)) {
         m_pHostThread = process().GetCurrentThreadObject();
         QOR_ASSERT(m_pHostThread != NULL);
@@ -97,7 +97,7 @@ chThreadLocal* chThreadTimer::hostThread() {
 
 namespace {
 
-// A record whose words were damaged has been handled as something else, and may be another message by now.
+// A record whose words were damaged has been handled as another message, and its memory may have been reused.
 bool isTimerMessage(const segmentHold&, const chMsgQueue& objQueue, const msgObject* pMessage, uint32_t uTimer) {
     using QOR_ChainHelper::loadShareWord;
     return objQueue.IsQueuedMessage(pMessage) && loadShareWord(pMessage->uMsg) == TM_MESSAGE_TIMER &&
@@ -113,7 +113,7 @@ void chThreadTimer::FreeExistMessageBody() {
     if (pQueue == NULL)
         return;
     const segmentLock lock;
-    // Taken already, it is before a hooker: the loop frees it afterwards.
+    // A message that has been taken is being handled by a hooker; the loop frees it afterwards.
     if (QOR_WARN_TEXT(isTimerMessage(lock, *pQueue, m_pEmitedMessage, encodeThreadTimer(this)),
                       "timer without its message") &&
         m_pEmitedMessage->GetStatus() != MT_READ)
@@ -167,7 +167,7 @@ BOOL chTimerQueue::InstallTimerToQueue(chThreadTimer* pTimer) {
     return 1;
 }
 
-// The handler may have destroyed or set the timer, or have handled it again in a loop of its own.
+// The handler may have destroyed or set the timer, or have run the loop, which handled the timer again.
 void chTimerQueue::RestartTimer(uint32_t uTimer, unsigned long long uNextTick) {
     chThreadTimer* pTimer = FindTimerByWord(uTimer);
     if (pTimer != NULL && pTimer->m_pEmitedMessage == NULL && pTimer->m_uNextTick == uNextTick)
@@ -224,7 +224,7 @@ void chTimerQueue::EmitTimersOnTime() {
     }
 }
 
-// One that was listed by hand, without a period or for another host, is not taken out by its own stop.
+// KillTimer() does not remove a timer that was installed directly, without a period or for another host.
 void chTimerQueue::DestoryTimerOnExit() {
     while (!m_listTimer.empty()) {
         chThreadTimer* pTimer = *m_listTimer.begin();

@@ -41,7 +41,7 @@ struct batchPost {
     const msgObject* pMessage = NULL;  // what was put into the queue
 };
 
-// Whether a message is posted to any thread, whoever posts it: some ids are sent or delivered instead.
+// Whether messages of this id are really posted: some ids are sent or delivered instead.
 bool isAlwaysPosted(UINT uMsg);
 
 // Posts to each thread what chThreadBase::PostThreadMsgEx() would, in the order of the list: messages that are always

@@ -16,8 +16,9 @@
 // - What needs the lock takes a hold as an argument and reaches the segment through it. Nobody stores a hold, returns
 // it
 //   or passes it to another thread: it is valid until the lock object goes out of scope.
-// - Whoever has a hold calls nothing that takes the same lock (fatal at once), nothing that can block and, where it can
-//   be done afterwards, nothing that traces or wakes a thread.
+// - With a hold, nothing is called that takes the same lock (fatal at once) or can block. Tracing and waking threads
+// are
+//   left until the lock is released, wherever possible.
 // - From before the lock is taken until after it is released the thread is not cancelled (segments locked by chMutex).
 // - Locking costs one kernel call without contention, and so does unlocking; a hold costs none.
 #ifndef QOR_INTERNAL_SCOPE_LOCK_H
@@ -69,7 +70,7 @@ protected:
     T& m_objFrame;
 };
 
-// The lock of a segment, without time-out. It cannot be had only when somebody has removed it from the device: that is
+// The lock of a segment, without time-out. Taking it fails only if the lock was removed from the device: that is
 // fatal ("broken share lock", in the name of lpszModule), since going on without it would damage the segment for
 // everybody. Hold is shareHold<T> or a class derived from it, where a segment gives its proof a name of its own.
 template <typename T, typename Hold = shareHold<T>>

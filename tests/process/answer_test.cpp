@@ -1,4 +1,4 @@
-// Answers of a thread that is about to go.
+// Answers of a thread that unregisters, and how long it waits until they are fetched.
 #include <unistd.h>
 
 #include <thread>

@@ -1,5 +1,5 @@
-// Waits end when their time is over: whatever signals arrive, whatever timers are set, and whoever holds the mutex. A
-// wait that does not end is told by the watchdog.
+// Waits end when their time is over: whatever signals arrive, whatever timers are set, and even while another thread
+// holds the lock. The watchdog reports a wait that does not end.
 #include <thread>
 
 #include "qor/BaseHelper/Tick.h"

@@ -1,5 +1,5 @@
-// What a device does to the message system in years of uptime: reused task ids, forks in the middle of things,
-// targets that come and go under full load.
+// What happens to the message system in years of uptime: reused task ids, forks at any time, targets that register and
+// unregister under full load.
 #include <fcntl.h>
 #include <signal.h>
 #include <sys/wait.h>

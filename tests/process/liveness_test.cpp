@@ -1,5 +1,5 @@
-// Who counts as alive: only a task that the kernel does not know is dead. A kernel that does not answer for another
-// reason must never make one process sweep the queues of all the others.
+// Which tasks count as alive: a task is dead only if the kernel says that there is no such task. Any other error of
+// this question must never make a process sweep the queues of all the others.
 #include <errno.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>

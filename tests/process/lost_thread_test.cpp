@@ -1,5 +1,5 @@
-// Threads that end without unregistering: what they leave in their process is in nobody's way, and their objects, which
-// may have lain on their stacks, are not touched again.
+// Threads that end without unregistering: what they leave in their process does not disturb later registrations, and
+// their objects, which may have lain on their stacks, are not accessed again.
 #include <sys/mman.h>
 #include <sys/wait.h>
 

@@ -1,4 +1,4 @@
-// Who signals whom: nobody relies on a signal that another one owes.
+// Which posts and sends signal their target: none relies on the signal of another thread.
 #include <sys/ipc.h>
 #include <sys/sem.h>
 

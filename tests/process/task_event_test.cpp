@@ -1,5 +1,5 @@
-// What tasks leave of their wake-up events: nothing when they end, and what is killed leaves nothing behind the next
-// process that registers, wherever it was killed.
+// What tasks leave of their wake-up events: nothing when they end; and what killed tasks leave, wherever they were
+// killed, is removed by the next process that registers.
 #include <pthread.h>
 #include <signal.h>
 #include <stdlib.h>

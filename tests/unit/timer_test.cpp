@@ -1,4 +1,4 @@
-// Thread timers: order, periods, pending messages and the ends of their lives.
+// Thread timers: order, periods, pending messages, and what ends them.
 #include <unistd.h>
 
 #include "qor/BaseHelper/Tick.h"

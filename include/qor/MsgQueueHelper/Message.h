@@ -3,7 +3,7 @@
 ///
 /// A message is a 40-byte record in the share segment plus an optional block of extra data of at most 1,024
 /// bytes. Nothing is copied between processes: the receiver reads in place what the sender wrote. The record
-/// belongs to one side at a time, as its status says; every status change is made under the segment's mutex.
+/// belongs to one side at a time, as its status says; every status change is made under the segment's lock.
 ///
 /// A handler sees the record as msgObject& (classes) or, from its id field on, as simpMSG* (callbacks).
 ///
@@ -83,12 +83,12 @@ public:
     /// Fatal: a null pointer with a size, a pointer without one, or a block more than 2 GiB away.
     void set_pExtraData(int nExtraSize, void* pData);
     /// Replaces the extra data: a block of the same size is reused, size 0 frees it. pData may be a part of the old
-    /// data, or null, which leaves new bytes undefined. Takes the segment's mutex.
+    /// data, or null, which leaves new bytes undefined. Not under the share lock (see Thread.h).
     /// Fatal: a size outside 0 to 1,024; on 64-bit, a message outside the segment.
     void ResetExtraData(int nExtraSize, const void* pData);
 
-    /// Replies to a waiting sender and wakes it; nothing happens for a posted message or a second reply. Takes the
-    /// segment's mutex. The handler may go on; it should return the same value.
+    /// Replies to a waiting sender and wakes it. Does nothing for a posted message or a second reply. The handler may
+    /// go on; it should return the same value. Not under the share lock (see Thread.h).
     void ReplyMessage(int nResult);
     /// ReplyMessage(), waking the sender only when bWake is not 0.
     void ReplyMessageEx(int nResult, BOOL bWake);
@@ -99,7 +99,7 @@ public:
     void SetResult(int nResult) { QOR_ChainHelper::storeShareWord(m_nResult, nResult); }
     /// The state, one of msgStatus.
     int GetStatus() const { return QOR_ChainHelper::loadShareWord(m_nStatus); }
-    /// Sets the state. The caller holds the segment's mutex.
+    /// Sets the state. The caller holds the segment's lock.
     void SetStatus(msgStatus nStatus) { QOR_ChainHelper::storeShareWord(m_nStatus, nStatus); }
     /// Writes id and parameters. The record is not yet visible, or belongs to the calling handler.
     void SetMessage(UINT uNewMsg, UINT wNewParam, int lNewParam);
@@ -150,7 +150,7 @@ QOR_API msgMethod decodeMessageMethod(const msgMethodWords& objWords, BOOL* pbKn
 /// The word by which shared records name a live processor object of this process; 0 for null. It is never that of
 /// another live object.
 QOR_API uint32_t encodeMessageProcesser(const chMsgProcesser* pProcesser);
-/// The live processor object of a word, or null when it is gone.
+/// The live processor object of a word, or null when there is none any more.
 QOR_API chMsgProcesser* decodeMessageProcesser(uint32_t uProcesser);
 
 /// The extra data of a TM_MESSAGE_PROXY message.

@@ -3,8 +3,8 @@
 ///
 /// Two segments beside that of the messages hold blocks that every process of the device finds by name: the segment
 /// "ipc_system_named" lives until the device restarts; the file "ipc_system_storage" in the home directory keeps
-/// its counters for ever. A name is looked up in an ordered chain inside the segment's pool; whoever looks up, and
-/// whoever uses what was found, holds the segment's lock.
+/// its counters for ever. A name is looked up in an ordered chain inside the segment's pool. Callers hold the segment's
+/// lock while they look up a name and while they use what they found.
 ///
 /// @code
 /// using namespace QOR_MsgQueueHelper;
@@ -13,10 +13,16 @@
 /// unsigned int uTicket = pStorage->ExcuteAccumulater("ticket", 5);   // 3: 100 is followed by 1
 /// @endcode
 ///
-/// A record is complete before it is linked, so a process that is killed meanwhile leaves at most an unused cell
-/// behind. Links and sizes found in a segment are checked before they are followed; a broken chain is a fatal
-/// assertion. Running out of pool is the pool's fatal assertion: the blocks of one segment share 8156 bytes (the
-/// counters 4060), of which each takes 20 bytes, its name twice (rounded) and its size.
+/// **Locks.** With the named blocks locked, by Lock() or nameHelperLock(), everything that reads the tick, measures a
+/// time-out by it or traces a line ends the process at once with the assertion
+/// "[/tmp/qor_ipc_system_named] is held by the calling thread already". The operations of uCSystemStorageHelper lock
+/// the file; called while the calling thread holds that lock, they end the process with the same assertion, which then
+/// names the file.
+///
+/// A record is complete before it is linked, so a process that is killed meanwhile leaves at most an unused cell. Links
+/// and sizes found in a segment are checked before they are followed; a broken chain is a fatal assertion. Running out
+/// of pool is the pool's fatal assertion: the blocks of one segment share 8156 bytes (the counters 4060), of which each
+/// takes 20 bytes, its name twice (rounded) and its size.
 ///
 /// The flat functions over these stand in `flat.h`.
 #ifndef QOR_MSGQUEUEHELPER_NAMED_H
@@ -82,8 +88,8 @@ static_assert(sizeof(chNamedObjectManager) == 12, "the shared layout is the same
 static_assert(sizeof(chSystemNamedObject) == 8192, "the shared layout is the same on every ABI");
 static_assert(sizeof(chSystemStorageObject) == 4096, "the shared layout is the same on every ABI");
 
-/// The process's view of the named blocks. As the frame it is also the segment's lock: Lock() and Unlock() bracket
-/// each use of getObject()->m_objManager. Get it by uCSystemNamedObjectHelpergetGlobalObject().
+/// The process's view of the named blocks. The frame is also the segment's lock: Lock() is called before, and Unlock()
+/// after, each use of getObject()->m_objManager. Get it by uCSystemNamedObjectHelpergetGlobalObject().
 class QOR_API uCSystemNamedObjectHelper
     : public QOR_BaseHelper::ipcObjectFrame<chSystemNamedObject, QOR_BaseHelper::chMapFile, QOR_BaseHelper::chMutex> {
 public:
@@ -98,13 +104,15 @@ class QOR_API uCSystemStorageHelper
 public:
     uCSystemStorageHelper();
 
-    /// Makes the counter, or sets the one that exists; it is on the medium when the call returns.
-    /// Fatal: "uMax > uMin" does not hold.
+    /// Makes the counter, or sets the one that exists; it is on the medium when the call returns. Not while the calling
+    /// thread holds the lock of the file. Fatal: "uMax > uMin" does not hold.
     void CreateAccumulater(const char* lpszName, uint32_t uValue, uint32_t uMin, uint32_t uMax);
-    /// Removes the counter; an unknown name does nothing. The next create or step brings this to the medium.
+    /// Removes the counter; an unknown name does nothing. The next create or step brings this to the medium. Not while
+    /// the calling thread holds the lock of the file.
     void DestoryAccumulater(const char* lpszName);
-    /// Steps the counter and returns its new value; it is on the medium when the call returns.
-    /// Fatal: a step outside 1 to maximum - minimum - 1; so is every step of a counter that nobody created.
+    /// Steps the counter and returns its new value; it is on the medium when the call returns. Not while the calling
+    /// thread holds the lock of the file. Fatal: a step outside 1 to maximum - minimum - 1; so is every step of a
+    /// counter that nobody created.
     uint32_t ExcuteAccumulater(const char* lpszName, int nStep);
 };
 

@@ -1,14 +1,19 @@
 /// @file
 /// Queues, the table of queues and the share segment that holds them.
 ///
-/// Every registered thread of every process owns one queue, and all of them lie in the 65,536-byte segment
+/// Every registered thread of every process owns one queue, and all queues lie in the 65,536-byte segment
 /// "ipc_system_share". A queue or message is one cell of the segment's pool; links are self-relative, so they
 /// hold in every process. There is no limit but the pool, whose exhaustion is a fatal assertion.
 ///
-/// Every operation here runs with the segment's mutex held by the caller. Links are checked before they are
-/// followed: damage in the segment is the fatal assertion "broken share chain", never a wild access. Somebody who
-/// removes the segment's mutex from the device ends every process at its next operation ("broken share lock"): without
-/// it, they would damage the segment for each other.
+/// Every operation here expects that its caller holds the segment's lock, as the frame uCSystemShareHelper
+/// (ShareHelper.h), and takes none itself; ClearGhostMessageQueue() alone also traces, which takes the lock of the
+/// named blocks, so it is not called under nameHelperLock(). Whoever holds the segment's lock may call these operations
+/// only: what takes the lock itself (ShareHelper.h, and whatever Message.h, Thread.h and Timer.h mark so) ends the
+/// process at once with the assertion "[/tmp/qor_ipc_system_share] is held by the calling thread already".
+///
+/// Links are checked before they are followed: damage in the segment is the fatal assertion "broken share chain", never
+/// a wild access. If somebody removes the segment's lock from the device, every process ends at its next operation
+/// ("broken share lock"): without the lock, they would damage the segment for each other.
 ///
 /// Read on in Processer.h (who handles messages) and Thread.h (who owns queues).
 #ifndef QOR_MSGQUEUEHELPER_QUEUE_H
@@ -24,7 +29,8 @@
 
 namespace QOR_MsgQueueHelper {
 
-/// The message queue of one thread, behind its link in the table of queues. A queue's handle is its address.
+/// The message queue of one thread. In memory it follows its link in the table of queues. A queue's handle is its
+/// address.
 class QOR_API chMsgQueue {
 public:
     /// An empty queue of no task.
@@ -33,7 +39,7 @@ public:
     ~chMsgQueue();
 
     /// Makes an unread message of status MT_ALLOCATED with nExtraSize bytes of undefined extra data and links it
-    /// behind all messages of the same or a higher priority. Fatal: a size outside 0 to 1,024, no room in the pool.
+    /// after all messages of the same or a higher priority. Fatal: a size outside 0 to 1,024, no room in the pool.
     msgObject* AllocMessage(int nPriority, int nExtraSize);
     /// Unlinks a message and returns its record and extra data to the pool.
     void FreeMessage(msgObject* pMessage);
@@ -43,7 +49,7 @@ public:
     msgObject* read_message();
     /// Whether a message of status MT_EMITTED waits.
     bool HasMessage() const;
-    /// The first message for which fnMatch answers true, or null.
+    /// The first message for which fnMatch returns true, or null.
     msgObject* FindMessage(const std::function<bool(msgObject&)>& fnMatch) const;
     /// Whether the record is one of this queue's messages. It is compared, never followed.
     bool IsQueuedMessage(const msgObject* pMessage) const;
@@ -79,7 +85,8 @@ public:
     chMsgQueue* FindMessageQueue(int idTask) const;
     /// Whether the address is that of a queue in the table. It is compared, never followed.
     bool IsValidMessageQueue(const chMsgQueue* pMsgQueue) const;
-    /// Frees the queues of dead tasks and their wake-up events, and traces one line for each.
+    /// Frees the queues of dead tasks and their wake-up events, and traces one line for each queue. Not under
+    /// nameHelperLock().
     void ClearGhostMessageQueue();
 
     /// Every queue, in the table's order.

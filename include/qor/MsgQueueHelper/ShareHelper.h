@@ -1,8 +1,13 @@
 /// @file
 /// The share helper: this process's mapping of the share segment and its registered threads.
 ///
-/// One instance per process, made on first use by any caller and never torn down under running threads. Its
-/// frame's mutex guards the whole segment: the table of queues, every queue and message, and the pool.
+/// One instance per process, made on first use by any caller and never destroyed while threads may run. The lock of its
+/// frame guards the whole segment: the table of queues, every queue and message, and the pool.
+///
+/// **Locks.** All its operations but GetProcessLocal() take this lock. A thread that holds it already, by Lock(), and
+/// calls one of them ends the process at once with the assertion
+/// "[/tmp/qor_ipc_system_share] is held by the calling thread already". Under nameHelperLock() the same happens with
+/// "[/tmp/qor_ipc_system_named] ..." as soon as an operation traces a line.
 ///
 /// @code
 /// QOR_MsgQueueHelper::chThreadLocal objThread("worker", onMessage);
@@ -26,18 +31,19 @@ public:
     /// Opens the segment. Fatal: a second instance, a segment of another build.
     uCSystemShareHelper();
 
-    /// The queue of that name, or null. Fatal: an empty name.
+    /// The queue of that name, or null. Not under the share lock. Fatal: an empty name.
     chMsgQueue* FindMessageQueueByName(const char* lpszThreadName);
-    /// The queue of that task, or null.
+    /// The queue of that task, or null. Not under the share lock.
     chMsgQueue* FindMessageQueueByTaskID(int idTask);
-    /// Whether the address is that of a queue; false for null.
+    /// Whether the address is that of a queue; false for null. Not under the share lock.
     bool IsValidMessageQueue(const chMsgQueue* pMsgQueue);
 
-    /// Registers the calling thread: sweeps the queues of dead threads, makes its queue and its event. Returns 1.
-    /// Fatal: an empty name, a name in use on the device.
+    /// Registers the calling thread: frees the queues of dead threads, creates its queue and its event. Returns 1.
+    /// Not under the share lock. Fatal: an empty name, a name in use on the device.
     BOOL CreateLocalThread(chThreadLocal& objThread);
-    /// Unregisters the calling thread. Waits at most 100 ms while a sender that lives has not fetched its answer; a
-    /// message that is not yet answered is answered with -1. Fatal: not registered, or called by another thread.
+    /// Unregisters the calling thread. Waits at most 100 ms for living senders to fetch their answers; a sender whose
+    /// message is not yet answered gets -1. Not under the share lock. Fatal: not registered, or called by another
+    /// thread.
     void DestroyLocalThread(chThreadLocal& objThread);
 
     /// The threads and events of this process.
@@ -45,7 +51,7 @@ public:
 
     /// In a child after fork. Runs by itself.
     void fork_reset();
-    /// When main returns, beside running threads. Runs by itself.
+    /// When main returns, while other threads may run. Runs by itself.
     void AtExit();
 
 private:

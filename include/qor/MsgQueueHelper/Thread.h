@@ -1,12 +1,12 @@
 /// @file
-/// Threads of the message system: handles onto any thread, the registered thread itself, and the registry of a
-/// process's threads and wake-up events.
+/// Threads of the message system: handles of any thread, the registered thread itself, and the list of a process's
+/// threads and wake-up events.
 ///
 /// A thread takes part by registering under a name that is free on the whole device. It then owns a queue in the
 /// share segment and a wake-up event named after its task id, and runs a loop that handles messages and timers.
 ///
-/// - chThreadBase sends and posts to the thread behind a queue. It is cheap, made for one use, and never touches a
-///   queue that has gone.
+/// - chThreadBase sends and posts to the thread that owns a queue. It is cheap, made for one use, and never touches a
+///   queue that no longer exists.
 /// - chThreadRemote finds its queue by thread name or task id.
 /// - chThreadLocal is a thread of this process: derive from it (or give it a callback), register it with
 ///   uCSystemShareHelper::CreateLocalThread() on its own thread, run it, unregister it there.
@@ -18,7 +18,15 @@
 /// @endcode
 ///
 /// A time-out is in milliseconds, -1 means no limit. Extra data are 0 to 1,024 bytes, copied; a size outside that
-/// range is a fatal assertion. Read on in ShareHelper.h.
+/// range is a fatal assertion.
+///
+/// **Locks.** Functions marked "Not under the share lock" take the lock of the share segment. A thread that holds this
+/// lock, as the frame uCSystemShareHelper, and calls one of them ends the process at once with the assertion
+/// "[/tmp/qor_ipc_system_share] is held by the calling thread already". Most of them also read the tick or may trace a
+/// line, which needs the lock of the named blocks: under nameHelperLock() the same happens with
+/// "[/tmp/qor_ipc_system_named] ...".
+///
+/// Read on in ShareHelper.h.
 #ifndef QOR_MSGQUEUEHELPER_THREAD_H
 #define QOR_MSGQUEUEHELPER_THREAD_H
 
@@ -42,7 +50,7 @@ class launchedThread;
 class segmentHold;
 class processHold;
 
-/// The sending side of any thread. One thread may use it at a time.
+/// The sending side of any thread. One thread may use an object at a time.
 class QOR_API chThreadBase {
 public:
     /// Bound to a queue, or to none.
@@ -54,55 +62,60 @@ public:
     chMsgQueue* getMsgQueue() const;
     /// The task id of the thread, 0 when unbound.
     int getTaskId() const { return m_idTask; }
-    /// Whether the queue still exists and its task still runs; otherwise unbinds and answers false.
+    /// Whether the queue still exists and its task still runs; otherwise unbinds and returns false. Not under the share
+    /// lock.
     bool IsThreadAlive();
     /// Whether the caller is this thread.
     bool IsCalledByThisThread() const;
 
     /// Posts a message without extra data; see PostThreadMsgEx().
     BOOL PostThreadMsg(UINT uMsg, UINT wParam, int lParam);
-    /// Posts a message: 1, or 0 when the thread is gone. Ids 0x70001, 0xA0006, 0x70006, 0x70007 and 0x70002 are
-    /// never posted to another thread but sent or delivered, which blocks.
+    /// Posts a message. Returns 1, or 0 when the thread no longer exists. Ids 0x70001, 0xA0006, 0x70006, 0x70007 and
+    /// 0x70002 are never posted to another thread but sent or delivered, which blocks. Not under the share lock.
     BOOL PostThreadMsgEx(UINT uMsg, UINT wParam, int lParam, int nExtraSize, const void* pExtraData);
-    /// Sends a message to another thread and waits for its reply. Returns the result, -1 when the thread is gone
-    /// or the time-out passed; *pbReplied (may be null) tells whether it replied. A message closed by a time-out
-    /// before the thread took it is never handled. The time-out also bounds the wait for the segment's mutex until the
-    /// message is queued; after that, the mutex is waited for however long that takes. Signals neither prolong nor end
-    /// the wait. Fatal: called by the thread itself.
+    /// Sends a message to another thread and waits for its reply. Returns the result, or -1 when the thread no longer
+    /// exists or the time-out has passed; *pbReplied (may be null) tells whether it replied. A message closed by a
+    /// time-out before the thread took it is never handled. The time-out also limits the wait for the segment's lock
+    /// until the message is queued; later waits for the lock have no limit. Signals neither prolong nor end the wait.
+    /// Not under the share lock. Fatal: called by the thread itself.
     int SendThreadMsgEx(UINT uMsg, UINT wParam, int lParam, int nExtraSize, const void* pExtraData, int nTimeout,
                         int* pbReplied);
-    /// Delivers a message to another thread and waits until that thread has taken it: 1, or 0 when the thread is
-    /// gone or the time-out passed. Fatal: called by the thread itself, extra data without size or the reverse.
+    /// Delivers a message to another thread and waits until that thread has taken it. Returns 1, or 0 when the thread
+    /// no longer exists or the time-out has passed. Not under the share lock. Fatal: called by the thread itself, extra
+    /// data without size or the reverse.
     BOOL DeliverThreadMsgEx(UINT uMsg, UINT wParam, int lParam, int nExtraSize, const void* pExtraData, int nTimeout);
 
-    /// A step of its own: allocates a message of status MT_ALLOCATED in the thread's queue; null when the thread is
-    /// gone. The sends and posts above do all their steps under one hold of the mutex instead.
+    /// A low-level step: allocates a message of status MT_ALLOCATED in the thread's queue; null when the thread no
+    /// longer exists. The sends and posts above do all their steps while they hold the lock once. Not under the share
+    /// lock, nor are the other steps.
     msgObject* AllocThreadMessage(int nPriority, bool bWaitingReply, int nExtraSize, const void* pExtraData);
-    /// A step of its own, by the thread that allocated the message: shows it to the target, without waking that.
-    /// Returns 1, or 0 when the target is gone and the message with it.
+    /// A low-level step, by the thread that allocated the message: makes it visible to the target, without waking the
+    /// target. Returns 1, or 0 when the target no longer exists, nor the message with it.
     BOOL EmitThreadMessage(msgObject& objMessage);
-    /// A step of its own: wakes the thread and waits for its reply. Fatal: a posted message.
+    /// A low-level step: wakes the thread and waits for its reply; whether it has replied. Fatal: a posted message.
     BOOL WaitThreadMessageReply(msgObject& objMessage, int nTimeout);
-    /// A step of its own: wakes the thread and waits until it has taken the message. Fatal: a posted message.
+    /// A low-level step: wakes the thread and waits until it has taken the message; whether it has. Fatal: a posted
+    /// message.
     BOOL WaitThreadMessageReceived(msgObject& objMessage, int nTimeout);
-    /// A step of its own: ends a send and returns the result; the record is freed when the thread has finished
-    /// with it. Returns -1 and leaves the record alone when the thread is gone. Fatal: an impossible status.
+    /// A low-level step: ends a send and returns the result; the record is freed when the thread has finished with it.
+    /// Returns -1 and leaves the record alone when the thread no longer exists. Fatal: an impossible status.
     int CloseSendMessage(msgObject& objMessage);
-    /// A step of its own, by the receiving thread: ends the handling of a message. Fatal: an impossible status.
+    /// A low-level step, by the receiving thread: ends the handling of a message. Fatal: an impossible status.
     void AfterProcessMessage(msgObject& objMessage);
 
-    /// Binds to the queue at this address if it is one, under the mutex; whether it is.
+    /// Binds to the queue at this address; whether there is one. Not under the share lock.
     bool BindIfValid(chMsgQueue* pMsgQueue);
     /// Binds to an address that may be no queue: it is checked, and its task read, at the first use.
     void BindHandle(chMsgQueue* pMsgQueue);
 
 protected:
-    /// Allocates, fills and emits in one hold of the segment's mutex; null when the thread is gone, or when the mutex
-    /// was not free within nLockTimeout. *pbWake (may be null) tells whether the thread has to be woken for a post.
+    /// Allocates, fills and emits while it holds the segment's lock once; null when the thread no longer exists, or
+    /// when the lock was not free within nLockTimeout. *pbWake (may be null) tells whether the thread has to be woken
+    /// for a post.
     msgObject* EmitDraft(const msgDraft& draft, bool* pbWake = NULL, int nLockTimeout = -1);
     /// EmitDraft() without the trace line.
     msgObject* Enqueue(const msgDraft& draft, bool* pbWake = NULL, int nLockTimeout = -1);
-    /// Ends the handling of a message; the task to wake after the mutex is released, or 0.
+    /// Ends the handling of a message. Returns the task to wake after the lock is released, or 0.
     int FinishRecord(const segmentHold& hold, msgObject& objMessage);
 
     int32_t m_idTask;         ///< the task that owns the queue
@@ -132,7 +145,7 @@ private:
     BOOL EmitAndWait(const msgDraft& draft, bool bReceipt, int nTimeout, int* pnResult);
 };
 
-/// A handle onto the thread behind a name or a task id.
+/// A handle of the thread of a name or task id. Constructors and CreateRemoteThread(): not under the share lock.
 class QOR_API chThreadRemote : public chThreadBase {
 public:
     chThreadRemote() {}
@@ -149,11 +162,14 @@ public:
     BOOL CreateRemoteThread(int idTask);
     /// Unbinds.
     void DestroyRemoteThread() { setMsgQueue(NULL); }
-    /// Sends without extra data and time-out.
+    /// Sends without extra data and time-out; see SendThreadMsgEx().
     int SendThreadMsg(UINT uMsg, UINT wParam, int lParam);
 };
 
 /// A thread of this process. Derive to handle messages in TryThreadMessage(), or give a callback.
+///
+/// Whatever runs the loop, handles a message, sends or posts takes the lock of the share segment: it is not called
+/// under the share lock.
 class QOR_API chThreadLocal : public chMsgProcesser, public chThreadBase {
 public:
     /// A thread not yet registered. An empty name becomes the caller's task id in hexadecimal and ":tid#".
@@ -164,7 +180,7 @@ public:
     int TryThreadMessage(msgObject& objMessage) override;
     /// Fatal: still registered.
     ~chThreadLocal() override;
-    /// Called on a launched thread after it has registered; does nothing here.
+    /// Called on a launched thread after it has registered. This default does nothing.
     virtual void AfterThreadLaunched();
     /// Called on a launched thread before it unregisters. Fatal: called by another thread.
     virtual void BeforeThreadShutdown();
@@ -172,14 +188,14 @@ public:
     /// Returns the handler's value. Fatal: called by another thread.
     virtual int DefaultProcessMessage(msgObject& objMessage);
 
-    /// Runs the loop until the quit message; returns its wParam, or -1 when a handler has unregistered the thread.
+    /// Runs the loop until the quit message. Returns the wParam of that message, or -1 when a handler has unregistered
+    /// the thread.
     int Run();
     /// One pass: timers, one message, or the idle message and a wait. Returns the id handled, 0 when idle, 0x8002
     /// when not running. Fatal: called by another thread.
     UINT ProcessThreadMessageOnce();
-    /// Handles messages for nTime ms, for a handler that has to wait; whether the thread still runs. Idle waits are no
-    /// longer than what is left; only a handler, or the wait for the segment's mutex, can take longer. Fatal: nTime not
-    /// above 0.
+    /// Handles messages for nTime ms, for a handler that has to wait; whether the thread still runs. Idle waits end
+    /// with this time; only a handler, or the wait for the segment's lock, can take longer. Fatal: nTime not above 0.
     BOOL Dogsleep(int nTime);
     /// Takes and handles one message; its id as read, 0 when none waits.
     UINT ProcessOneMessageFromQueue();
@@ -197,10 +213,11 @@ public:
                         int* pbReplied);
     /// As chThreadBase::DeliverThreadMsgEx(); called by the thread itself, handles the message at once.
     BOOL DeliverThreadMsgEx(UINT uMsg, UINT wParam, int lParam, int nExtraSize, const void* pExtraData, int nTimeout);
-    /// Has a method of an object of this process run on this thread; whether it was posted. Any thread may call it. An
-    /// object that has gone when its turn comes is skipped with a warning.
+    /// Posts a call of a method of an object of this process to this thread; whether it was posted. Any thread may call
+    /// it. If the object has been destroyed when the message is handled, the call is skipped with a warning.
     BOOL PostProxyMessage(UINT uMsg, UINT wParam, int lParam, chMsgProcesser* pProcesser, msgMethod pMethod);
-    /// Has a method run on this thread and waits for its result, without time-out; on this thread, at once.
+    /// Sends a call of a method to this thread and waits for its result, without time-out. Called by the thread itself,
+    /// runs the method at once.
     int SendProxyMessage(UINT uMsg, UINT wParam, int lParam, chMsgProcesser* pProcesser, msgMethod pMethod);
 
     /// The thread's name.
@@ -271,61 +288,63 @@ public:
     /// Whether the object is registered. It is compared, never followed.
     bool IsValidLocalThread(const chThreadLocal* pThread);
 
-    /// Lists a thread and sets it running. Fatal: called by another thread.
+    /// Adds a thread to the list and sets it running. Fatal: called by another thread.
     void RegisterLocalThread(chThreadLocal& objThread);
     /// Removes a thread's wake-up event and takes the thread from the list. Fatal: null.
     void UnregisterLocalThread(chThreadLocal* pLocalThread);
     /// Starts a thread that registers the object, runs it and unregisters it; blocks until it has registered,
-    /// warning every 3,000 ms. Returns 1. A launched thread that ends while nobody shuts it down is detached. Fatal:
-    /// already registered.
+    /// with a warning every 3,000 ms. Returns 1. A launched thread that ends while nobody shuts it down is detached: do
+    /// not join it. Under the share lock it blocks for ever, since the new thread waits for the lock. Fatal: already
+    /// registered.
     BOOL LaunchLocalThread(chThreadLocal& objThread);
-    /// Posts quit to a registered thread and joins it; anything else does nothing, also a thread that has ended without
-    /// unregistering. Fatal: the caller's own thread.
+    /// Posts the quit message to a registered thread and joins it. Does nothing for other objects, among them that of a
+    /// thread that has ended without unregistering. Not under the share lock. Fatal: the caller's own thread.
     void ShutdownLocalThread(chThreadLocal* pThread);
 
-    /// The wake-up event of a task, opened on first use; null with a warning when the task does not exist.
-    /// The pointer is valid until the task ends or the event is removed.
+    /// The wake-up event of a task, opened on first use; null with a warning when the task does not exist. The pointer
+    /// is valid until the task ends or the event is removed.
     QOR_BaseHelper::chEvent* GetTaskEventObject(int idTask);
-    /// Forgets the event of a task, and destroys it when this process created it.
+    /// Closes the event of a task, or destroys it when this process created it.
     void RemoveTaskEventObject(int idTask);
-    /// Forgets the calling task's own event.
+    /// Destroys the calling task's own event.
     void ForgetCurrentTaskEvent();
-    /// When the calling task ends: destroys its event, unless the task is registered. Runs by itself at the end of a
-    /// thread and, in the thread that exits the process, at its exit.
+    /// Destroys the event of the calling task, which ends, unless the task is registered. Runs by itself at the end of
+    /// a thread and, in the thread that exits the process, at its exit.
     void LeaveTask();
-    /// Forgets the events of tasks that no longer exist.
+    /// Closes the events of tasks that no longer exist, or destroys those that this process created.
     void ClearGhostEventObject();
-    /// Signals a task's wake-up event; 1 also for the caller's own task, which is not signalled, and 0 when the task
-    /// is gone.
+    /// Signals a task's wake-up event. Returns 1, also for the caller's own task, which is not signalled, and 0 when
+    /// the task no longer exists.
     BOOL AwakeTask(int idTask);
     /// AwakeTask() for a task that the caller has just found alive: it does not ask the kernel again.
     BOOL SignalTask(int idTask);
-    /// The calling task's own wake-up event, made when there is none.
+    /// The calling task's own wake-up event, created when there is none.
     QOR_BaseHelper::chEvent* GetCurrentTaskEvent();
-    /// Tells the calling thread's loop to look into its queue: it has posted itself a message, for which there is no
-    /// signal, or has taken signals of its event elsewhere. Also the end of what the task did with its event: it may be
-    /// destroyed by whoever finds the task dead. Whether the calling thread is registered.
+    /// Makes the calling thread's loop look into its queue before it sleeps: the thread has posted itself a message,
+    /// for which there is no signal, or has taken signals of its event elsewhere. Also the last access of the task to
+    /// its event, which another thread may destroy when it finds the task dead. Whether the calling thread is
+    /// registered.
     bool MarkSelfPosted();
-    /// Makes the calling task's own event anew, whatever a dead predecessor of the same task id left behind.
+    /// Creates the calling task's own event anew. What a dead task of the same id has left is destroyed first.
     QOR_BaseHelper::chEvent* CreateOwnTaskEvent();
 
     /// CreateOwnTaskEvent() for a registered thread whose event was removed from the device.
     QOR_BaseHelper::chEvent* RenewOwnTaskEvent();
 
-    /// In a child after fork: no thread is registered and no event is open. Runs by itself.
+    /// In a child after fork: forgets all threads and events. Runs by itself.
     void fork_reset();
-    /// Around fork: holds the lock, so that the child finds the lists whole.
+    /// Before fork: takes the lock, so that the child finds the lists consistent.
     void fork_prepare();
     /// In the parent after fork.
     void fork_parent();
 
 private:
-    // A registration keeps itself what others ask for: the object of a thread that ended without unregistering may have
-    // lain on its stack, and is not touched.
+    // A copy of whatever others ask about the thread: the object of a thread that ended without unregistering may have
+    // lain on its stack, and is not accessed.
     struct registration {
         chThreadLocal* pThread;
         int idTask;
-        unsigned long long uThread;  // which thread it is, also when task ids come back
+        unsigned long long uThread;  // tells threads apart whose task ids are equal, since these are reused
         unsigned long idThread;      // 0 when the thread is detached
         const chMsgQueue* pMsgQueue;
         std::string strName;
@@ -364,8 +383,8 @@ private:
     BOOL m_bForking;  // the forking thread holds m_csLocal
 };
 
-/// Starts a POSIX thread; 0 on failure, with a warning. nPriority is a SCHED_FIFO priority or -1; a refused priority
-/// warns and the thread starts all the same if it can.
+/// Starts a POSIX thread. Returns its id, or 0 after a warning. nPriority is a SCHED_FIFO priority or -1; when it is
+/// refused, the thread starts with default scheduling after a warning.
 QOR_API unsigned long chCreateThread(void* (*lpEntry)(void*), const void* pArg, int nPriority);
 /// Waits for the end of a thread. Fatal: the calling thread itself.
 QOR_API void chJoinThread(unsigned long idThreadID);

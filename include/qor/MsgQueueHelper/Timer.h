@@ -12,7 +12,13 @@
 /// timer.SetTimer(100, NULL);      // the host's handler gets 0x8113 with wParam 7 every 100 ms
 /// @endcode
 ///
-/// All operations are for the host thread; from another thread they warn.
+/// All operations are for the host thread; called by another thread they warn.
+///
+/// Setting and killing timers and emitting their messages takes the lock of the share segment, and whatever compares
+/// expiry times reads the tick under the lock of the named blocks. A thread that holds such a lock and calls an
+/// operation marked "Not under the share lock" ends the process at once with the assertion
+/// "[/tmp/qor_ipc_system_share] is held by the calling thread already", and under nameHelperLock() with
+/// "[/tmp/qor_ipc_system_named] ...".
 #ifndef QOR_MSGQUEUEHELPER_TIMER_H
 #define QOR_MSGQUEUEHELPER_TIMER_H
 
@@ -31,16 +37,16 @@ public:
     explicit chThreadTimer(UINT nTimerID);
     chThreadTimer(const chThreadTimer&) = delete;
     chThreadTimer& operator=(const chThreadTimer&) = delete;
-    /// Stops the timer.
+    /// Stops the timer. Not under the share lock while it runs.
     ~chThreadTimer();
 
     /// Starts or restarts the timer: the processor (null for the host thread itself) gets 0x8113 every nElapse ms; with
-    /// 0, in every pass of the loop. The processor has to stay until the timer is stopped. Returns 1. Fatal: a negative
-    /// period, a thread that is not registered.
+    /// 0, in every pass of the loop. The processor has to exist until the timer is stopped. Returns 1. Not under the
+    /// share lock or nameHelperLock(). Fatal: a negative period, a thread that is not registered.
     BOOL SetTimer(long long nElapse, chMsgProcesser* pProcesser);
     /// As above with a method (null for TryThreadMessage) and a value whose low 32 bits become lParam.
     BOOL SetTimer(long long nElapse, void* pData, chMsgProcesser* pProcesser, msgMethod pMethod);
-    /// Stops the timer and drops its pending message.
+    /// Stops the timer and frees its pending message. Not under the share lock.
     void KillTimer();
     /// Whether the timer has a period.
     BOOL IsTimerRuning() const { return m_nElapse >= 0; }
@@ -48,9 +54,9 @@ public:
     operator unsigned int() const { return m_nTimerID; }
     /// The thread on which the timer fires, bound to the calling thread on first use.
     chThreadLocal* hostThread();
-    /// Drops the pending message, if any.
+    /// Frees the pending message, if any. Not under the share lock.
     void FreeExistMessageBody();
-    /// Queues the timer's message.
+    /// Queues the timer's message. Not under the share lock.
     void PushTimerMessageToQueue();
 
 private:
@@ -76,24 +82,26 @@ public:
     /// Marks every listed timer as stopped.
     ~chTimerQueue();
 
-    /// Lists the timer for now plus its period, behind timers of the same expiry. Returns 1.
+    /// Adds the timer with an expiry of now plus its period, after timers of the same expiry. Returns 1. Not under
+    /// nameHelperLock().
     BOOL InstallTimerToQueue(chThreadTimer* pTimer);
-    /// Takes the timer out.
+    /// Removes the timer.
     void UninstallTimerFromQueue(chThreadTimer* pTimer);
     /// Whether the timer is listed. It is compared, never followed.
     bool IsValidTimer(const chThreadTimer* pTimer) const;
     /// The listed timer of that id, or null.
     chThreadTimer* FindTimerByID(UINT nTimerID) const;
-    /// Milliseconds until the next timer without a pending message is due, 0 when overdue, -1 when there is none.
+    /// Milliseconds until the next timer without a pending message is due, 0 when overdue, -1 when there is none. Not
+    /// under nameHelperLock().
     int GetNextTimerTicks() const;
-    /// Queues a message for every due timer that has none pending.
+    /// Queues a message for every due timer that has none pending. Not under the share lock or nameHelperLock().
     void EmitTimersOnTime();
-    /// Stops every timer, for a thread that unregisters.
+    /// Stops every timer, for a thread that unregisters. Not under the share lock.
     void DestoryTimerOnExit();
     /// Forgets every timer without touching the thread's queue.
     void AbandonTimers();
-    /// Lists the timer of a word once more, its handler having returned, unless it is no longer as it was listed before
-    /// the handler was called: for uNextTick, without a pending message.
+    /// Starts the timer's period anew after its handler has returned, unless the handler has changed the timer: its
+    /// expiry is no longer uNextTick, or a message is pending.
     void RestartTimer(uint32_t uTimer, unsigned long long uNextTick);
     /// The listed timer that wrote this word into its message, or null.
     chThreadTimer* FindTimerByWord(uint32_t uTimer) const;
