@@ -37,7 +37,7 @@ struct namedRecord {
     void* data() { return this + 1; }
 };
 
-static_assert(sizeof(namedRecord) == 16, "the data of a record begins 16 bytes behind its start on every ABI");
+static_assert(sizeof(namedRecord) == 16, "the data of a record begin 16 bytes after its start on every ABI");
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Winvalid-offsetof"
 static_assert(offsetof(namedRecord, m_vChain) == 0 && offsetof(namedRecord, m_strName) == 8, "shared layout");
@@ -52,14 +52,14 @@ static_assert(offsetof(chSystemStorageObject, m_objPool) == 8 && offsetof(chSyst
 // More than any segment has, and small enough to calculate with: the pool refuses it.
 constexpr int64_t maxBlockSize = 0x01000000;
 
-const char lpszBroken[] = "broken chain of named objects";
+const char szBroken[] = "broken chain of named objects";
 
 namedRecord* namedOf(list_chain_offset* pNode) { return reinterpret_cast<namedRecord*>(pNode); }
 
 class recordChain : public checkedChain<segmentChecks> {
 public:
     explicit recordChain(const list_chain_offset& vRoot)
-        : checkedChain(&vRoot, segmentChecks(&vRoot, sizeof(namedRecord), QOR_MODULE, lpszBroken)) {}
+        : checkedChain(&vRoot, segmentChecks(&vRoot, sizeof(namedRecord), QOR_MODULE, szBroken)) {}
 
     // The record of that name, or null; then *ppRight is the record that it would stand before, null at the end.
     namedRecord* FindName(const char* lpszName, list_chain_offset** ppRight = NULL) const {
@@ -183,7 +183,7 @@ chAccumulater* findAccumulater(const storageHold& hold, const char* lpszName) {
     void* const pData = hold.getObject()->m_objManager.GetNamedObject(lpszName, sizeof(chAccumulater), NULL);
     // A link into the last bytes of the file leads to a name, but not to a whole counter.
     const QOR_ChainHelper::shareRange range = QOR_ChainHelper::findShareRange(hold.getObject());
-    if (pData == NULL || !QOR_ASSERT_TEXT(range.holds(pData, sizeof(chAccumulater)), lpszBroken))
+    if (pData == NULL || !QOR_ASSERT_TEXT(range.holds(pData, sizeof(chAccumulater)), szBroken))
         return NULL;
     return static_cast<chAccumulater*>(pData);
 }

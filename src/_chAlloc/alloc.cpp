@@ -101,18 +101,16 @@ public:
     bool AreValid() const { return m_bValid; }
     const cellArea& GetArea() const { return m_area; }
 
-    // The first cell from pCell to the right for which fn returns true, or null.
+    // Calls fn for the cells from pCell to the right until it returns true. False after the report of a damaged cell.
     template <typename Fn>
-    poll_chain* Find(poll_chain* pCell, Fn fn) const {
+    bool Walk(poll_chain* pCell, Fn fn) const {
         for (; addressOf(pCell) < m_area.uEnd; pCell = pCell->get_pRight()) {
-            if (!m_area.holds(pCell)) {
-                failBroken();
-                return NULL;
-            }
+            if (!m_area.holds(pCell))
+                return failBroken();
             if (fn(pCell))
-                return pCell;
+                break;
         }
-        return NULL;
+        return true;
     }
     // The first free cell with nNeed bytes, or null. Free cells that are too small are merged with their free right
     // neighbours.
@@ -157,10 +155,12 @@ public:
     // left outside the chain are skipped.
     void Push(poll_chain* pCell) const {
         list_chain_offset* pLeft = NULL;
-        Find(pCell->get_pRight(), [this, &pLeft](poll_chain* p) {
+        const auto fnLinked = [this, &pLeft](poll_chain* p) {
             pLeft = p->is_free_cell() ? m_chain.Left(linkOf(p)) : NULL;
             return pLeft != NULL;
-        });
+        };
+        if (!Walk(pCell->get_pRight(), fnLinked))
+            return;
         if (pLeft == NULL)
             pLeft = m_chain.Left(m_pFreeHead);
         if (pLeft != NULL)
@@ -404,12 +404,11 @@ void baseStaticPoolAlloc::cleanup_pool() {
 int baseStaticPoolAlloc::free_size() const {
     const checkedCells cells(*this, const_cast<type_chain&>(m_FreeCellChain));
     uint32_t uFree = 0;
-    if (cells.AreValid())
-        cells.Find(begin_cell(), [&uFree](const poll_chain* pCell) {
-            uFree += pCell->is_free_cell() ? pCell->get_iOffsetRightCell() : 0;
-            return false;
-        });
-    return static_cast<int>(uFree);
+    const auto fnAdd = [&uFree](const poll_chain* pCell) {
+        uFree += pCell->is_free_cell() ? pCell->get_iOffsetRightCell() : 0;
+        return false;
+    };
+    return cells.AreValid() && cells.Walk(begin_cell(), fnAdd) ? static_cast<int>(uFree) : 0;
 }
 
 // ---- baseSharePoolAlloc

@@ -137,6 +137,7 @@ TEST(AfterAReport, AWalkOverCellsEndsAtADamagedOne) {
     poll_chain::get_pCell(pDamaged)->set_iOffsetRightCell(0);
     EXPECT_NULL(szBroken, 0, v.pool.free_size());
     EXPECT_REPORT(szBroken, v.pool.free(pBlock));
+    EXPECT_FALSE(poll_chain::get_pCell(pBlock)->is_free_cell());
     EXPECT_REPORT(szBroken, v.pool.free(pDamaged));
     EXPECT_NULL(szBroken, false, v.pool.try_join_right_cell(poll_chain::get_pCell(pBlock)));
     poll_chain::get_pCell(pDamaged)->set_iOffsetRightCell(20);

@@ -91,14 +91,14 @@ public:
     /// that it is given.
     template <typename Fn>
     chain_type* Find(Fn fnStop) const {
-        return walk(
-            First(), [this](const chain_type* p) { return Next(p); }, fnStop);
+        const auto fnNext = [this](const chain_type* p) { return Next(p); };
+        return walk(First(), fnNext, fnStop);
     }
     /// The last record for which fnStop returns true, or null.
     template <typename Fn>
     chain_type* FindLast(Fn fnStop) const {
-        return walk(
-            Last(), [this](const chain_type* p) { return Prev(p); }, fnStop);
+        const auto fnNext = [this](const chain_type* p) { return Prev(p); };
+        return walk(Last(), fnNext, fnStop);
     }
     /// Whether p is a record of the chain. The address is compared, never followed.
     bool Holds(const chain_type* p) const {
