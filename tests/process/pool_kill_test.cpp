@@ -1,11 +1,11 @@
 // A process is killed while it changes a pool, a list, a string, a chain or the named blocks in shared memory; another
-// one goes on with whatever has been stored.
+// one continues with what has been stored.
 //
-// On x86 a child is single-stepped, and whenever an instruction has changed the shared image, a survivor takes over a
-// copy of it: every state that a kill can leave is met. Everywhere, children are killed at random times as well. The
-// survivor must find every walk ending, every block and element that was in use whole and not handed out again, and a
-// list's change either done or not done; a string is whole or empty. What may remain is memory that nobody owns, and
-// links backwards and flags one store behind; both are counted.
+// On x86 a child is single-stepped. Whenever an instruction has changed the shared image, a survivor takes over a copy
+// of it, so every state that a kill can leave is tested. On all platforms, children are also killed at random times.
+// For the survivor, every walk must end; every block and element in use must be intact and not allocated again; a
+// change of a list must be either complete or absent; and a string must be intact or empty. Memory that nobody owns,
+// and backward links and flags that are one store late, may remain; both are counted.
 #include <sys/mman.h>
 #include <sys/ptrace.h>
 #include <sys/wait.h>
@@ -38,21 +38,21 @@ struct operation {
 
 struct tally {
     int nStates = 0;      // states that a survivor has met
-    int nHalfMade = 0;    // links backwards and flags that were behind
+    int nHalfMade = 0;    // stale backward links and flags
     int nLeaked = 0;      // states with memory that nobody owns
-    int nLeakedMost = 0;  // the most bytes of it
+    int nLeakedMost = 0;  // the largest number of its bytes
 };
 
 class scenario {
 public:
     virtual ~scenario() = default;
-    // Makes the initial state in zeroed memory.
+    // Builds the initial state in zeroed memory.
     virtual void Build(char* pImage) = 0;
-    // One change, in the process that is killed.
+    // Makes one change, in the process that is killed.
     virtual void Act(char* pImage, const operation& op) = 0;
-    // What must be as before the change or as after it.
+    // The state that must be the one before the change or the one after it.
     virtual values Describe(char* pImage) = 0;
-    // Uses everything up and checks what it meets.
+    // Checks everything, and uses all of it.
     virtual void Survive(char* pImage, tally& result) = 0;
 };
 
@@ -60,7 +60,7 @@ public:
 
 struct ledgerRow {
     int32_t nUsed;
-    int32_t iOffset;  // from the image's begin
+    int32_t iOffset;  // from the beginning of the image
     int32_t nSize;
     int32_t nFill;
 };
@@ -72,7 +72,7 @@ struct poolImage {
 };
 static_assert(sizeof(poolImage) <= sizeImage, "room");
 
-// What is left when everybody has given back everything.
+// The pool after everything has been freed.
 void countLeaks(baseStaticPoolAlloc& pool, tally& result) {
     EXPECT_EQ(nullptr, pool.find_big_enough_cell(100000));
     const poolReading reading(&pool);
@@ -84,7 +84,7 @@ void countLeaks(baseStaticPoolAlloc& pool, tally& result) {
     result.nLeakedMost = std::max(result.nLeakedMost, nBytes);
 }
 
-// Takes all there is in the pool, block by block, and overwrites it.
+// Allocates all of the pool, block by block, and overwrites it.
 std::vector<void*> takeAll(baseStaticPoolAlloc& pool) {
     std::vector<void*> listTaken;
     for (int nSize : {40, 8})
@@ -95,7 +95,7 @@ std::vector<void*> takeAll(baseStaticPoolAlloc& pool) {
     return listTaken;
 }
 
-// A block that somebody uses is a used cell.
+// Every block in use is a used cell.
 void expectOwned(const poolReading& reading, char* pImage, const void* pBlock) {
     const qorTest::poolCell* pCell = reading.find(static_cast<int>(static_cast<const char*>(pBlock) - pImage));
     ASSERT_NE(nullptr, pCell) << "what is in use is no cell";
@@ -103,7 +103,7 @@ void expectOwned(const poolReading& reading, char* pImage, const void* pBlock) {
     EXPECT_FALSE(reading.isChained(pCell->nAt)) << "what is in use is in the free chain";
 }
 
-// All there is in the pool is taken, overwritten and given back.
+// Allocates all of the pool, overwrites it and frees it.
 void useUp(baseStaticPoolAlloc& pool) {
     for (void* pBlock : takeAll(pool))
         pool.free(pBlock);
@@ -280,7 +280,7 @@ public:
         if (p->pool.find_big_enough_cell(60) != NULL)
             p->aText[op.uA % 4] = QOR_StringHelper::chConstTextT<char>(strText.c_str(), -1);
     }
-    // Between the old text and the new one a string is empty.
+    // Between the old text and the new one, a string is empty.
     values Describe(char*) override { return values(); }
     void Survive(char* pImage, tally& result) override {
         stringImage* p = imageOf(pImage);
@@ -302,7 +302,7 @@ public:
 
 private:
     static stringImage* imageOf(char* pImage) { return reinterpret_cast<stringImage*>(pImage); }
-    // Its letter tells its length.
+    // Its character implies its length.
     static std::string textOf(unsigned nLength) { return std::string(nLength, static_cast<char>('a' + nLength % 26)); }
 };
 
@@ -330,7 +330,7 @@ public:
         else if (p->pool.find_big_enough_cell(100) != NULL)  // for the record and its name
             p->manager.GetNamedObject(lpszName, static_cast<int>(4 + op.uB % 12), NULL);
     }
-    // Which names there are.
+    // The existing names.
     values Describe(char* pImage) override {
         values list;
         for (int i = 0; i < nNames; ++i)
@@ -453,7 +453,7 @@ protected:
                 {static_cast<unsigned>(random()), static_cast<unsigned>(random()), static_cast<unsigned>(random())});
         return list;
     }
-    // A survivor takes over a copy of the image as it stands; at another address, as another process would map it.
+    // A survivor takes over a copy of the current image, at another address, as another process would map it.
     void takeOver(scenario& s) {
         ++m_tally.nStates;
         memcpy(m_copy.begin(), m_pImage, sizeImage);
@@ -464,11 +464,11 @@ protected:
         return s.Describe(m_copy.begin());
     }
     void print(const char* lpszHow) const {
-        printf("%s: %d states, %d links or flags behind, %d states with memory that nobody owns (at most %d bytes)\n",
+        printf("%s: %d states, %d stale links or flags, %d states with memory that nobody owns (at most %d bytes)\n",
                lpszHow, m_tally.nStates, m_tally.nHalfMade, m_tally.nLeaked, m_tally.nLeakedMost);
     }
 
-    // Lets the child do one instruction; whether it is still there.
+    // Lets the child execute one instruction; whether it is still alive.
     static bool stepOnce(pid_t idChild) {
         int nStatus = 0;
         return ptrace(PTRACE_SINGLESTEP, idChild, 0, 0) == 0 && waitpid(idChild, &nStatus, 0) == idChild &&
@@ -494,7 +494,7 @@ protected:
         return WIFSTOPPED(nStatus) ? idChild : -1;
     }
 
-    // Every state between two stores of a sequence of changes.
+    // Tests every state between two stores of a sequence of changes.
     void KillAtEveryStore(scenario& s, unsigned uSeed, int nOperations) {
         start(s);
         const std::vector<operation> listPlan = plan(uSeed, nOperations);
@@ -513,7 +513,7 @@ protected:
             }
             if (*m_pnProgress == nProgress)
                 continue;
-            // One change is over: all that was met on the way is what was before it or what is after it.
+            // One change is complete: every state in between was the one before it or the one after it.
             const values listBefore = listMet.front(), listAfter = listMet.back();
             for (const values& list : listMet)
                 EXPECT_TRUE(list == listBefore || list == listAfter) << "change " << nProgress;
@@ -525,7 +525,7 @@ protected:
         waitpid(idChild, NULL, 0);
     }
 
-    // Kills children at random times. A few in a row go on with the same image.
+    // Kills children at random times. A few of them in a row continue with the same image.
     void KillAtRandomTimes(scenario& s, unsigned uSeed, int nRounds) {
         std::mt19937 random(uSeed);
         for (int i = 0; i < nRounds && !HasFailure(); ++i) {

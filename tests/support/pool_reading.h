@@ -1,8 +1,9 @@
-// A pool as another program would read it: from its bytes alone, without the library.
+// Reads a pool from its bytes, without the library, as another program would.
 //
 // Word 0 of the control record is the area's size, word 1 the distance to it, words 2 and 3 the head of the
-// chain of free cells. A cell is one header word, bit 31 set while it is free, the others its length, and its
-// data; a free cell's data begin with its links. Places are given as distances from the control record.
+// chain of free cells. A cell consists of one header word and its data. Bit 31 of the header is set while the cell is
+// free; the other bits are its length. The data of a free cell begin with its links. Positions are distances from the
+// control record.
 #ifndef TESTS_SUPPORT_POOL_READING_H
 #define TESTS_SUPPORT_POOL_READING_H
 
@@ -35,15 +36,15 @@ public:
             readChain();
     }
 
-    // What makes the pool unusable; empty when nothing does.
+    // Why the pool is unusable; empty if it is usable.
     const std::string& broken() const { return m_strBroken; }
-    // What a change that was not finished has left; 0 in a pool at rest.
+    // The number of traces of unfinished changes; 0 in a pool at rest.
     int halfMade() const { return m_nHalfMade; }
     // All cells in order of addresses.
     const std::vector<poolCell>& cells() const { return m_listCell; }
     // The headers of the chained cells, in chain order.
     const std::vector<int>& chain() const { return m_listChain; }
-    // Nothing broken and nothing half made.
+    // Whether the pool is usable and no change is unfinished.
     bool atRest() const { return m_strBroken.empty() && m_nHalfMade == 0; }
 
     const poolCell* find(int nData) const {
@@ -77,7 +78,7 @@ private:
         }
     }
 
-    // The way forward must be whole; the way back, and the flags, may be one change behind.
+    // Forward links must be complete; backward links and flags may be one change late.
     void readChain() {
         int nLink = 8;
         for (size_t nLeft = m_listCell.size() + 1;; --nLeft) {

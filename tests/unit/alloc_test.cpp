@@ -1,4 +1,5 @@
-// Node and pool allocators: the layouts, the order in which cells are chosen, cut and merged, and damaged pools.
+// Node and pool allocators: their layouts, the order in which cells are chosen, split and merged, random changes
+// compared with a model, damaged pools, and distances beyond 2 GiB.
 #include <map>
 #include <random>
 
@@ -48,7 +49,7 @@ TEST(DynamicNodes, ANewAllocatorIsAllZero) {
     pAlloc->~baseDynamicNodeAlloc();
 }
 
-TEST(DynamicNodes, ABlockIsHandedOutInOrderOfAddressesAndThenTheNextIsMade) {
+TEST(DynamicNodes, TheNodesOfABlockAreBorrowedInOrderOfAddressesThenANewBlockIsAllocated) {
     baseDynamicNodeAlloc alloc;
     char* aNode[6];
     for (char*& pNode : aNode)
@@ -81,7 +82,7 @@ TEST(DynamicNodes, TheLastReturnedIsTheNextBorrowedWithItsPayloadAsItWas) {
     alloc.return_node(pB);
 }
 
-TEST(DynamicNodes, CleanupFreesEverythingAndTheAllocatorStartsAnew) {
+TEST(DynamicNodes, CleanupFreesEverythingAndTheAllocatorCanBeUsedAgain) {
     baseDynamicNodeAlloc alloc;
     alloc.return_node(alloc.borrow_node(sizeNode, 2));
     alloc.cleanup_nodes();
@@ -114,7 +115,7 @@ protected:
     alignas(4) char m_aArea[8 + 12 * 3];
 };
 
-TEST_F(StaticNodes, LieBehindTheRecordLinkedInAscendingOrder) {
+TEST_F(StaticNodes, FollowTheRecordLinkedInAscendingOrder) {
     make(12, 3);
     EXPECT_EQ(0, wordAt(m_aArea, 0));
     EXPECT_EQ(8, wordAt(m_aArea, 1));
@@ -150,7 +151,7 @@ TEST_F(StaticNodes, AreBorrowedInOrderAndReturnedToTheFront) {
     EXPECT_FATAL(pAlloc->return_node(pA), "m_nBorrowedCount > 0");
 }
 
-TEST_F(StaticNodes, KeepTheirMeaningAtAnotherAddress) {
+TEST_F(StaticNodes, AreValidAtAnotherAddress) {
     make(12, 3)->borrow_node();
     alignas(4) char aCopy[sizeof(m_aArea)];
     memcpy(aCopy, m_aArea, sizeof(aCopy));
@@ -216,7 +217,7 @@ protected:
     Pool() { m_block.pool.init_pool(m_block.aArea, nArea); }
     ~Pool() override { memset(static_cast<void*>(&m_block.pool), 0, sizeof(m_block.pool)); }  // no check of leaks
 
-    // What the tests compare: the lengths of the cells, negative when free.
+    // The lengths of all cells, negative for free ones.
     std::vector<int> lengths() const {
         const poolReading reading(&m_block.pool);
         EXPECT_TRUE(reading.atRest()) << reading.broken() << " " << reading.halfMade();
@@ -306,7 +307,7 @@ TEST_F(Pool, TheFirstCellThatFitsIsTaken) {
     EXPECT_EQ(a[3], pool().alloc(20));
 }
 
-TEST_F(Pool, FreeingAloneLeavesNeighboursSeparateInOrderOfAddresses) {
+TEST_F(Pool, FreeingDoesNotMergeNeighbours) {
     void* a[4];
     for (void*& p : a)
         p = pool().alloc(20);
@@ -344,7 +345,7 @@ TEST_F(Pool, TryJoinMergesWithAFreeRightNeighbourOnly) {
     EXPECT_FALSE(pool().try_join_right_cell(poll_chain::get_pCell(pC))) << "there is nothing beyond the end";
 }
 
-TEST_F(Pool, DisjoinCutsWhenThereAreTwelveBytesMore) {
+TEST_F(Pool, DisjoinSplitsACellThatHasTwelveBytesMore) {
     pool().disjoin_big_cell(pool().begin_cell(), nArea - 4 - 12 + 4);
     EXPECT_EQ(cells{-nArea}, lengths());
     pool().disjoin_big_cell(pool().begin_cell(), nArea - 4 - 12);
@@ -353,7 +354,7 @@ TEST_F(Pool, DisjoinCutsWhenThereAreTwelveBytesMore) {
     EXPECT_EQ((cells{-12, -(nArea - 24), -12}), lengths());
 }
 
-TEST_F(Pool, DisjoinWarnsAboutAUsedCellAndAssertsASoundAndLargeOne) {
+TEST_F(Pool, DisjoinWarnsAboutAUsedCellAndAssertsAValidAndLargeOne) {
     pool().alloc(100);
     testing::internal::CaptureStderr();
     pool().disjoin_big_cell(pool().begin_cell(), 96);
@@ -363,7 +364,7 @@ TEST_F(Pool, DisjoinWarnsAboutAUsedCellAndAssertsASoundAndLargeOne) {
     EXPECT_FATAL(pool().disjoin_big_cell(pool().end_cell(), 8), szSound);
 }
 
-TEST_F(Pool, IsValidCellSaysWhatIsWrong) {
+TEST_F(Pool, IsValidCellWarnsOfWhatIsWrong) {
     poll_chain* pCell = pool().begin_cell();
     EXPECT_TRUE(pool().is_valid_cell(pCell));
     const auto warningOf = [&](const poll_chain* p) {
@@ -409,7 +410,7 @@ TEST_F(Pool, FreeingTwiceIsFatal) {
     EXPECT_FATAL(pool().free(pB), "!pFreeCell->is_free_cell\\(\\)") << "also when it has been merged";
 }
 
-TEST_F(Pool, FreeingWhatIsNoBlockIsFatal) {
+TEST_F(Pool, FreeingAnAddressThatIsNotABlockIsFatal) {
     char ch[64];
     EXPECT_FATAL(pool().free(ch), "broken share pool");
     EXPECT_FATAL(pool().free(NULL), "broken share pool");
@@ -424,7 +425,7 @@ TEST_F(Pool, ExhaustionIsFatal) {
     EXPECT_FATAL(pool().alloc(1), "pResultCell != NULL");
 }
 
-TEST_F(Pool, CleanupIsFatalWhileABlockIsOut) {
+TEST_F(Pool, CleanupIsFatalWhileABlockIsAllocated) {
     void* p = pool().alloc(8);
     EXPECT_FATAL(pool().cleanup_pool(), "begin_cell\\(\\)->get_pRight\\(\\) == end_cell\\(\\)");
     EXPECT_FATAL(pool().~baseStaticPoolAlloc(), "begin_cell\\(\\)->get_pRight\\(\\) == end_cell\\(\\)");
@@ -440,7 +441,7 @@ TEST_F(Pool, CleanupIsFatalWhenAFreeCellIsLargerThanThePool) {
     EXPECT_FATAL(pool().cleanup_pool(), "broken share pool");
 }
 
-TEST_F(Pool, KeepsItsMeaningAtAnotherAddress) {
+TEST_F(Pool, IsValidAtAnotherAddress) {
     void* pA = pool().alloc(20);
     void* pB = pool().alloc(30);
     pool().alloc(40);
@@ -609,7 +610,7 @@ protected:
         m_block.handle.free(m_block.aArea + nPlace + 4);
         m_mapHeld.erase(nPlace);
     }
-    // Every cell is where the model has it, and every block holds what was written.
+    // Every cell has its length in the model, and every block the bytes that were written.
     void check() {
         const poolReading reading(&m_block.pool);
         ASSERT_TRUE(reading.atRest()) << reading.broken() << " " << reading.halfMade();
@@ -705,7 +706,7 @@ TEST_F(DamagedPool, EveryOperationEndsInAResultOrAnAssertion) {
                                        [this](std::mt19937& random) { return damageAndUse(random); });
 }
 
-TEST_F(DamagedPool, AWildAreaIsFatalForEveryOperation) {
+TEST_F(DamagedPool, AnAreaOutsideTheSegmentIsFatalForEveryOperation) {
     void* p = m_pBlock->handle.alloc(8);
     const auto expectBroken = [&](int iWord, int32_t nValue) {
         SCOPED_TRACE(nValue);
@@ -775,7 +776,7 @@ TEST(FarMemory, ANodeMoreThanTwoGibibytesAwayIsFatal) {
 
 // ---- the steps that the operations are made of
 
-TEST(NodeSteps, TheFirstFreeNodeIsTheOneThatIsHandedOutNext) {
+TEST(NodeSteps, TheFirstFreeNodeIsTheNextOneToBeBorrowed) {
     static_assert(std::is_same<baseStaticNodeAlloc::type_chain, list_chain_offset>::value, "");
     struct {
         baseStaticNodeAlloc alloc{8, 2};
@@ -804,7 +805,7 @@ TEST(NodeSteps, FreeNodesAreLinkedAsListsOfOneProcess) {
               static_cast<baseDynamicNodeAlloc::type_chain*>(pFirst)->get_pNext());
 }
 
-TEST(PoolSteps, ACellLeavesTheFreeOnesAndComesBackInOrderOfAddresses) {
+TEST(PoolSteps, ACellIsRemovedFromTheFreeOnesAndInsertedInOrderOfAddresses) {
     static_assert(std::is_same<baseStaticPoolAlloc::type_chain, list_chain_offset>::value, "");
     struct {
         baseStaticPoolAlloc pool;

@@ -1,4 +1,5 @@
-// Arrays: steps of growth, what is constructed and destroyed, removal, and a comparison with std::vector.
+// Arrays: growth in steps, construction and destruction of elements, removal, violated preconditions, and random
+// changes compared with std::vector.
 #include <random>
 
 #include "qor/ArrayHelper.h"
@@ -13,7 +14,7 @@ namespace {
 #define EXPECT_FATAL(statement, text) \
     EXPECT_EXIT(statement, testing::KilledBySignal(SIGABRT), "\\[_chArray:[0-9]+\\] " text " \\([0-9]")
 
-// A number on the heap, so that what is not constructed, or destroyed twice, is noticed.
+// A number on the heap, so that a missing construction and a double destruction are noticed.
 class counted {
 public:
     counted() : m_p(new int(0)) { ++s_nAlive; }
@@ -91,7 +92,7 @@ TEST(Array, GrowsToTheNextMultipleAndNeverShrinks) {
     EXPECT_EQ(8, arrFive.GetAllocCount());
 }
 
-TEST(Array, OtherStepsAreKeptAsWell) {
+TEST(Array, GrowsInStepsOfAnySize) {
     chObjArray<unsigned char, false, 256> arrBytes;
     arrBytes.SetArraySize(257);
     EXPECT_EQ(512, arrBytes.GetAllocCount());
@@ -155,7 +156,7 @@ TEST(Array, AppendsOtherArraysAndBuffers) {
     EXPECT_EQ(6, arrOther.GetSize());
 }
 
-TEST(Array, RemovesInTheMiddleToTheEndAndNothing) {
+TEST(Array, RemovesInTheMiddleOrToTheEndOrNothing) {
     const auto removed = [](int iIndex, int nCount) {
         countedArray arr;
         for (int i = 0; i < 5; ++i)
@@ -193,7 +194,7 @@ TEST(Array, ConstructsAndDestroysObjectsOnly) {
     }
     EXPECT_EQ(0, counted::s_nAlive);
 
-    // Raw storage keeps its bytes when it shrinks and grows again.
+    // Without construction, elements keep their bytes while the array shrinks and grows again.
     intArray arr;
     arr.Add(77);
     arr.SetArraySize(0);
@@ -201,7 +202,7 @@ TEST(Array, ConstructsAndDestroysObjectsOnly) {
     EXPECT_EQ(77, arr[0]);
 }
 
-TEST(Array, CopiesAreDeepAndCutsTakeTheBuffer) {
+TEST(Array, CopiesAreDeepAndCuttingMovesTheBuffer) {
     countedArray arr;
     for (int i = 0; i < 6; ++i)
         arr.Add(i);
@@ -293,7 +294,7 @@ TEST(Buffer, ABufferOfAnArrayIsAllocatedAndFreed) {
     EXPECT_EQ(nullptr, buffer.GetBuffer());
 }
 
-// Random changes beside a vector.
+// An array and a vector that undergo the same random changes.
 template <class Array>
 void followsAVector(unsigned uSeed) {
     std::mt19937 random(qorTest::seed(uSeed));

@@ -1,4 +1,5 @@
-// Links: their two encodings, the asymmetry of lists, and walks over chains that may be damaged.
+// Links: their two encodings, the asymmetry of list links, the words and ranges of shared memory, and walks over chains
+// that may be damaged.
 #include <list>
 #include <random>
 
@@ -68,7 +69,7 @@ TEST(Chain, AnEmptyHeadLinksToItselfWithDistanceZeroInBothWords) {
     EXPECT_EQ(&vHead, vHead.get_pPrevNode());
 }
 
-TEST(Chain, NextLeadsToTheBeginAndPrevToTheSecondWord) {
+TEST(Chain, NextPointsToTheBeginningAndPrevToTheSecondWord) {
     list_chain_offset aLink[2];
     static_assert(sizeof(aLink) == 16, "shared layout");
     link_list_node(&aLink[0], &aLink[1]);
@@ -84,7 +85,7 @@ TEST(Chain, NextLeadsToTheBeginAndPrevToTheSecondWord) {
     EXPECT_EQ(&aPointer[0], aPointer[1].get_pPrevNode());
 }
 
-TEST(Chain, LinkingTouchesTheTwoFacingWordsOnly) {
+TEST(Chain, LinkingStoresTheTwoFacingWordsOnly) {
     list_chain_offset aLink[2];
     memset(static_cast<void*>(aLink), 0x55, sizeof(aLink));
     link_list_node(&aLink[0], &aLink[1]);
@@ -178,7 +179,7 @@ TYPED_TEST(ChainOf, FollowsAListThroughRandomChanges) {
     }
 }
 
-TEST(Chain, OffsetLinksKeepTheirMeaningAtAnotherAddress) {
+TEST(Chain, OffsetLinksAreValidAtAnotherAddress) {
     struct block {
         list_chain_offset vHead;
         list_node_offset<int> aNode[3];
@@ -222,7 +223,7 @@ TEST(ShareWord, IsStoredAndRead) {
     EXPECT_STREQ("abc", sz);
 }
 
-TEST(ShareRange, IsThatOfTheSegmentThatHoldsAPlace) {
+TEST(ShareRange, IsThatOfTheSegmentThatContainsAnAddress) {
     alignas(4) char aFirst[64] = "", aSecond[32] = "";
     const shareRange unknown = findShareRange(aFirst);
     EXPECT_TRUE(unknown.holds(aFirst, sizeof(aFirst)));
@@ -251,7 +252,7 @@ TEST(ShareRange, HoldsWhatLiesInsideOnAWordBoundary) {
     EXPECT_FALSE(range.holds(~static_cast<uintptr_t>(3), 8));
 }
 
-TEST(ShareRange, SixtyFourSegmentsAreKnownAndFurtherOnesUnchecked) {
+TEST(ShareRange, SixtyFourSegmentsAreRegisteredAndFurtherOnesUnchecked) {
     static char aSegment[65][16];
     for (auto& segment : aSegment)
         registShareRange(segment, sizeof(segment));
@@ -332,7 +333,7 @@ TEST_F(ShareChain, InsertsAtTheFrontInTheMiddleAndAtTheEnd) {
     EXPECT_EQ(nullptr, chain().Prev(link(0)));
 }
 
-TEST_F(ShareChain, UnlinkingNullsTheRecordsLinks) {
+TEST_F(ShareChain, UnlinkingSetsTheLinksOfTheRecordToNull) {
     fill(3);
     chain().Unlink(link(1));
     EXPECT_EQ((std::vector<int>{0, 2}), numbers());
@@ -340,7 +341,7 @@ TEST_F(ShareChain, UnlinkingNullsTheRecordsLinks) {
     EXPECT_EQ(-1, wordAt(link(1), 1));
 }
 
-TEST_F(ShareChain, StaleLinksBackwardsAreSeenThrough) {
+TEST_F(ShareChain, StaleBackwardLinksAreIgnored) {
     fill(4);
     link(3)->set_pPrev(link(0));         // as if killed after 2 was inserted between
     m_pBlock->vHead.set_pPrev(link(2));  // as if killed after 3 was appended
@@ -349,7 +350,7 @@ TEST_F(ShareChain, StaleLinksBackwardsAreSeenThrough) {
     EXPECT_EQ((std::vector<int>{2, 1, 0}), numbersBackwards());
 }
 
-TEST_F(ShareChain, ARecordThatIsOutAlreadyLeavesTheOthersAlone) {
+TEST_F(ShareChain, UnlinkingARecordTwiceLeavesTheOthersAlone) {
     fill(3);
     list_chain_offset* pHead = &m_pBlock->vHead;
     link(1)->set_pPrev(pHead);
@@ -422,7 +423,7 @@ TEST_F(ShareChain, AStepLeadsToTheNeighbourOfAPlace) {
                 "\\[_chTest:[0-9]+\\] broken share chain ");
 }
 
-TEST_F(ShareChain, ARecordIsCompleteButOutOfReachWhenItsInserterIsTold) {
+TEST_F(ShareChain, ANewRecordIsCompleteButUnreachableWhenTheCallerIsTold) {
     fill(2);
     bool bTold = false;
     chain().InsertAfter(link(0), link(5), [&] {
@@ -506,7 +507,7 @@ TEST(Chain, EachDirectionIsATypeOfItsOwn) {
     static_assert(!std::is_convertible<pointer_chain_pParent*, pointer_chain_pChild*>::value, "not to be mixed up");
 }
 
-TEST(Chain, ADoubleLinkIsMadeOfTheTwoLinksOfItsKind) {
+TEST(Chain, ADoubleLinkConsistsOfTheTwoLinksOfItsKind) {
     static_assert(std::is_same<list_chain_offset::chain_pNext, offset_chain_pNext>::value, "the first word");
     static_assert(std::is_same<list_chain_offset::chain_pPrev, offset_chain_pPrev>::value, "the second word");
     static_assert(std::is_same<list_chain_pointer, list_chain<pointer_chain_pNext, pointer_chain_pPrev>>::value, "");
@@ -518,7 +519,7 @@ TEST(Chain, ADoubleLinkIsMadeOfTheTwoLinksOfItsKind) {
     EXPECT_EQ(reinterpret_cast<char*>(&vNode) + sizeof(node::chain_type), reinterpret_cast<char*>(&vNode.m_value));
 }
 
-TEST(RelativePointer, LeadsAnywhereInReachOfItsBaseAndToNothing) {
+TEST(RelativePointer, PointsAnywhereWithinTwoGibibytesOfItsBaseOrIsNull) {
     struct {
         char szBefore[4];
         int32_t nBase;
@@ -542,7 +543,7 @@ TEST(RelativePointer, LeadsAnywhereInReachOfItsBaseAndToNothing) {
 #define EXPECT_TOO_FAR(statement) \
     EXPECT_EXIT(statement, testing::KilledBySignal(SIGABRT), "\\[_chChain:[0-9]+\\] the distance fits into 32 bits ")
 
-TEST(RelativePointer, TheDistanceThatStandsForNothingIsFatalAsADistance) {
+TEST(RelativePointer, TheDistanceThatMeansNullIsFatal) {
     relativePointer aPointer[2];
     EXPECT_TOO_FAR(aPointer[1].set(&aPointer[1], reinterpret_cast<char*>(&aPointer[1]) - 1));
 }

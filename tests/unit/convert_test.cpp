@@ -1,4 +1,5 @@
-// Conversions between values and text.
+// Conversions between values and their texts: numbers in both directions, texts, limits of range and of buffers,
+// locales.
 #include <limits>
 
 #include "support/comma_locale.h"
@@ -55,7 +56,7 @@ TEST(ToString, CopiesSixteenBitTexts) {
     EXPECT_EQ(strText.getStringData(), toString(strText).getStringData());
 }
 
-TEST(FromString, ALeadingHexadecimalMarkSelectsTheBase) {
+TEST(FromString, ALeading0xSelectsHexadecimalDigits) {
     EXPECT_EQ(31, read<int>("0x1F"));
     EXPECT_EQ(31, read<int>("0X1f"));
     EXPECT_EQ(31u, read<unsigned>("0x1F"));
@@ -70,7 +71,7 @@ TEST(FromString, OtherTextsAreDecimal) {
     EXPECT_EQ(-12, read<int>(" \t-12abc"));
     EXPECT_EQ(12, read<int>("+12"));
     EXPECT_EQ(17, read<int>("017"));
-    // The mark counts at the very begin only.
+    // "0x" counts only at the beginning.
     EXPECT_EQ(0, read<int>(" 0x1F", 5));
     EXPECT_EQ(0, read<int>("-0x1F", 5));
 }
@@ -81,7 +82,7 @@ TEST(FromString, AnUnsignedNumberIsReadLikeASignedOne) {
     EXPECT_EQ(2147483647u, read<unsigned>("4294967295"));
 }
 
-TEST(FromString, ANumberOutOfRangeBecomesTheNearest) {
+TEST(FromString, ANumberOutOfRangeIsClamped) {
     EXPECT_EQ(std::numeric_limits<int>::max(), read<int>("2147483648"));
     EXPECT_EQ(std::numeric_limits<int>::min(), read<int>("-2147483649"));
     EXPECT_EQ(std::numeric_limits<int>::max(), read<int>("99999999999999999999999"));
@@ -89,7 +90,7 @@ TEST(FromString, ANumberOutOfRangeBecomesTheNearest) {
     EXPECT_EQ(4294967295u, read<unsigned>("0xFFFFFFFFFFFFFFFFFFFF"));
 }
 
-TEST(FromString, WithoutANumberTheValueIsNotTouched) {
+TEST(FromString, WithoutANumberTheValueIsUnchanged) {
     for (const char* lpszText : {"abc", "", "-", "x1F", static_cast<const char*>(nullptr)}) {
         expectUnread<int>(lpszText);
         expectUnread<unsigned>(lpszText);
@@ -112,7 +113,7 @@ TEST(FromString, NumbersAreTheSameInEveryLocale) {
     EXPECT_EQ("1.500000", narrow(toString(1.5)));
     EXPECT_EQ(1.5, read<double>("1.5"));
     EXPECT_EQ(1, read<double>("1,5"));
-    snprintf(sz, sizeof(sz), "%.1f", 1.5);  // the caller's locale is left as it was
+    snprintf(sz, sizeof(sz), "%.1f", 1.5);  // the caller's locale is unchanged
     EXPECT_STREQ("1,5", sz);
 }
 
@@ -127,7 +128,7 @@ TEST(FromString, AStringGetsTheTextItself) {
     EXPECT_TRUE(strTo.IsEmpty());
 }
 
-TEST(FromString, ABufferGetsAsMuchAsHasRoom) {
+TEST(FromString, ABufferGetsAsMuchAsFits) {
     char szBuffer[4] = {'z', 'z', 'z', 'z'};
     EXPECT_TRUE(text("abc") >> szBuffer);
     EXPECT_STREQ("abc", szBuffer);
@@ -148,7 +149,7 @@ TEST(FromString, ABufferOfNoSizeIsFatal) {
     EXPECT_STRING_FATAL(chReadBuffer(text("a"), nullptr, 4), "lpszBuffer != NULL && nSize > 0");
 }
 
-TEST(FromString, AViewEndsWhereItEnds) {
+TEST(FromString, AViewIsNotReadBeyondItsEnd) {
     int nValue = 0;
     EXPECT_TRUE(chConstTextT<char>("1234", 2) >> nValue);
     EXPECT_EQ(12, nValue);

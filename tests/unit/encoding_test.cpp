@@ -1,4 +1,4 @@
-// Bytes as text and back, and their order.
+// Encoding and decoding of bytes as hexadecimal digits and as Base64, and the order of bytes and bits.
 #include "qor/MiscHelper/Encoding.h"
 #include "support/scale.h"
 
@@ -53,7 +53,7 @@ TEST(Base16, EveryByteIsTwoUpperCaseDigits) {
     EXPECT_EQ("", base16(""));
 }
 
-TEST(Base16, TextHasABlankBehindEveryByte) {
+TEST(Base16, TextHasABlankAfterEveryByte) {
     EXPECT_EQ("00 FF 0A ", spaced(std::string("\0\xFF\x0A", 3)));
     EXPECT_EQ("", spaced(""));
 }
@@ -75,7 +75,7 @@ TEST(Base16, DecodingSkipsEveryOtherCharacterAlsoInsideAPair) {
     EXPECT_EQ("\xAB", bytesOf(qorBase162Bin("A B")));
 }
 
-TEST(Base16, AnOddLastDigitIsAByteOfItsOwnValue) {
+TEST(Base16, ASingleLastDigitIsAByteWithItsValue) {
     EXPECT_EQ("\xAB\x0C", bytesOf(qorBase162Bin("ABC")));
     EXPECT_EQ("\x07", bytesOf(qorBase162Bin("7")));
     EXPECT_EQ("\xAB\x0C", bytesOf(qorText2Bin("ABC")));
@@ -88,14 +88,14 @@ TEST(Base16, InTextAnotherCharacterEndsASingleDigit) {
     EXPECT_EQ("\x01\x23\x04", bytesOf(qorText2Bin("1 23 4")));
 }
 
-TEST(Base16, NothingDecodesToNothing) {
+TEST(Base16, AnEmptyTextDecodesToNothing) {
     EXPECT_EQ(0, qorBase162Bin("").GetSize());
     EXPECT_EQ(0, qorBase162Bin("xyz \xFF").GetSize());
     EXPECT_EQ(0, qorText2Bin("").GetSize());
     EXPECT_EQ(0, qorText2Bin("xyz").GetSize());
 }
 
-TEST(Base16, AllBytesComeBack) {
+TEST(Base16, EncodedBytesAreDecodedUnchanged) {
     forRandomBytes([](const std::string& str) {
         EXPECT_EQ(str, bytesOf(qorBase162Bin(base16(str).c_str())));
         EXPECT_EQ(str, bytesOf(qorText2Bin(base16(str).c_str())));
@@ -151,7 +151,7 @@ TEST(Base64, ALastGroupWithoutPaddingGivesItsWholeBytes) {
     EXPECT_EQ("", bytesOf(qorBase642Bin("Z")));
 }
 
-TEST(Base64, AllBytesComeBackPaddedToGroupsOfFour) {
+TEST(Base64, EncodedBytesAreDecodedUnchangedAndTextsArePaddedToGroupsOfFour) {
     forRandomBytes([](const std::string& str) {
         const std::string strText = base64(str);
         EXPECT_EQ(str, bytesOf(qorBase642Bin(strText.c_str())));
@@ -164,7 +164,7 @@ TEST(Base64, AllBytesComeBackPaddedToGroupsOfFour) {
 
 // ---- preconditions and memory
 
-TEST(Encoding, DecodedBytesLieInABufferOf256) {
+TEST(Encoding, TheArrayOfDecodedBytesGrowsBy256) {
     EXPECT_EQ(256, qorBase642Bin("Zm9v").GetAllocCount());
     EXPECT_EQ(0, qorBase642Bin("").GetAllocCount());
 }
@@ -219,7 +219,7 @@ TEST(Order, BigEndianNumbersHaveTheirBytesReversed) {
     EXPECT_EQ(0x3412, chHost2BE(static_cast<unsigned short>(0x1234)));
 }
 
-TEST(Order, LittleEndianNumbersStayAsTheyAre) {
+TEST(Order, LittleEndianNumbersAreUnchanged) {
     EXPECT_EQ(0x12345678u, chHost2LE(0x12345678u));
     EXPECT_EQ(0x1234, chHost2LE(static_cast<unsigned short>(0x1234)));
 }

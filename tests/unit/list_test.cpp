@@ -1,5 +1,5 @@
-// Lists in the memory of one process and in a shared pool: every operation in both forms, the layout of the
-// shared form, what a killed process leaves behind, and damage.
+// Lists in the memory of one process and in a shared pool: every operation of both forms, the layout of the shared
+// form, what a killed process leaves, and damage.
 #include <list>
 #include <random>
 
@@ -21,7 +21,7 @@ int32_t wordAt(const void* p, int iWord) {
     return n;
 }
 
-// Counts what a list constructs and destroys.
+// Counts the elements that a list constructs and destroys.
 struct counted {
     counted(int n = 0) : nValue(n) { ++s_nAlive; }
     counted(const counted& r) : nValue(r.nValue) { ++s_nAlive; }
@@ -131,7 +131,7 @@ TYPED_TEST(ListOf, PopsAtBothEndsAndNothingFromAnEmptyOne) {
     this->expect({});
 }
 
-TYPED_TEST(ListOf, InsertsInFrontOfAPlace) {
+TYPED_TEST(ListOf, InsertsBeforeAPlace) {
     this->fill(3);
     auto it = this->list().insert(this->list().begin() + 1, 50);
     EXPECT_EQ(50, *it);
@@ -181,7 +181,7 @@ TYPED_TEST(ListOf, FindsAndErasesValuesAndAddresses) {
     EXPECT_EQ((values{0, 2}), valuesOf(this->list()));
 }
 
-TYPED_TEST(ListOf, FindsByAQuestion) {
+TYPED_TEST(ListOf, FindsByAFunction) {
     this->fill(6);
     EXPECT_EQ(4, *this->list().find_if([](const counted& r) { return r > 3; }));
     EXPECT_EQ(this->list().end(), this->list().find_if([](const counted&) { return false; }));
@@ -373,7 +373,7 @@ TEST_F(ShareList, ANodeIsOneCellWithItsExtraBytes) {
     m_pBlock->pool.cleanup_pool();
 }
 
-TEST_F(ShareList, StaysIntactAtAnotherAddress) {
+TEST_F(ShareList, IsValidAtAnotherAddress) {
     fill(5);
     list().erase(list().begin() + 2);
     qorTest::guardedSegment other(1);
@@ -390,7 +390,7 @@ TEST_F(ShareList, StaysIntactAtAnotherAddress) {
     pOther->pool.cleanup_pool();
 }
 
-TEST_F(ShareList, GivesItsNodesBackToThePool) {
+TEST_F(ShareList, FreesItsNodes) {
     fill(20);
     list().~chObjList_pool_share<int>();
     m_pBlock->pool.cleanup_pool();
@@ -404,9 +404,9 @@ TEST_F(ShareList, ViolatedPreconditionsAreFatal) {
                 "\\[_chAlloc:[0-9]+\\] pResultCell != NULL ");
 }
 
-TEST_F(ShareList, AStaleLinkBackwardsIsSeenThrough) {
+TEST_F(ShareList, AStaleBackwardLinkIsIgnored) {
     fill(4);
-    // As if killed after 1 was inserted, and after 3 was appended: the way back is one node behind.
+    // As if a process was killed while it inserted 1, and while it appended 3: two backward links are stale.
     link(2)->set_pPrev(link(0));
     head()->set_pPrev(link(2));
     EXPECT_EQ(3, *list().tail());
@@ -418,7 +418,7 @@ TEST_F(ShareList, AStaleLinkBackwardsIsSeenThrough) {
     EXPECT_EQ((values{4, 3, 1, 0}), valuesBackwards(list()));
 }
 
-TEST_F(ShareList, TheLastElementIsFoundWhenTheOneThatTheHeadNamesHasBeenFreed) {
+TEST_F(ShareList, TheLastElementIsFoundIfTheHeadsBackwardLinkLeadsToAFreedNode) {
     fill(3);
     head()->set_pPrev(link(1));  // as if killed after 2 was appended
     list().erase(list().begin() + 1);
@@ -430,7 +430,7 @@ TEST_F(ShareList, TheLastElementIsFoundWhenTheOneThatTheHeadNamesHasBeenFreed) {
     m_pBlock->pool.cleanup_pool();
 }
 
-TEST_F(ShareList, TheLinksSayWhetherItIsEmpty) {
+TEST_F(ShareList, TheLinksTellWhetherItIsEmpty) {
     fill(1);
     const int32_t nCount = 0;
     memcpy(reinterpret_cast<char*>(&list()) + 4, &nCount,
@@ -523,7 +523,7 @@ TEST(ListParts, TheTypesOfAListAreThoseOfItsNodes) {
     EXPECT_EQ(5, *decltype(lst)::iterator(lst.begin().m_pThisNode));
 }
 
-TEST(ListParts, ANodeAllocatorMakesNodesWithADefaultPayload) {
+TEST(ListParts, ANodeAllocatorConstructsADefaultPayload) {
     chAlloc_Node_dynamic<list_node_pointer<counted>, 2> alloc;
     auto* const pFirst = alloc.BorrowNode();
     auto* const pSecond = alloc.BorrowNode();
@@ -541,7 +541,7 @@ TEST(ListParts, ANodeAllocatorMakesNodesWithADefaultPayload) {
     EXPECT_EQ(0, counted::s_nAlive);
 }
 
-TEST(ListParts, APoolsNodeHasTheBytesThatWereAskedForBehindIt) {
+TEST(ListParts, ANodeOfAPoolIsFollowedByTheExtraBytes) {
     struct {
         baseStaticPoolAlloc pool;
         chAlloc_Pool_share<shareNode> alloc;
@@ -558,7 +558,7 @@ TEST(ListParts, APoolsNodeHasTheBytesThatWereAskedForBehindIt) {
     block.pool.cleanup_pool();
 }
 
-TEST(ListParts, ACompleteNodeIsLinkedInFrontOfAPlace) {
+TEST(ListParts, ACompleteNodeIsLinkedBeforeAPlace) {
     struct open : chObjList_dynamic<int, 4> {
         using chObjList_dynamic<int, 4>::link_node;
     } lst;
@@ -603,7 +603,7 @@ TEST(ListParts, TheChainOfAListIsWalkedLikeAnyOther) {
                 "\\[_chList:[0-9]+\\] broken share chain ");
 }
 
-TYPED_TEST(ListOf, ErasesTheElementsThatAQuestionPicks) {
+TYPED_TEST(ListOf, ErasesTheElementsForWhichAFunctionReturnsTrue) {
     this->fill(7);
     this->list().erase_if([](const counted& r) { return r % 3 == 0; });
     this->expect({1, 2, 4, 5});

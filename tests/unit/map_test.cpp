@@ -1,4 +1,5 @@
-// Maps, pair lists and lists of records, in the memory of one process and in a shared pool.
+// Maps, pair lists and lists of records, in the memory of one process and in a shared pool: order, layout, random
+// changes and damage.
 #include <map>
 #include <random>
 
@@ -177,12 +178,12 @@ TEST_F(ShareMap, ANodeIsTwoLinksAKeyAndAValue) {
     static_assert(sizeof(list_node_offset<pair_type<int, int>>) == 16, "shared layout");
     map()[3] = 33;
     map()[1] = 11;
-    // The first node stands behind the second, in front of the head 28 bytes before it.
+    // The first node lies after the second, and the head 28 bytes before it.
     const int32_t aNode[] = {20, -28, 20, 3, 33, 20, -20, -48, 1, 11};
     EXPECT_EQ(0, memcmp(aNode, m_pBlock->aArea, sizeof(aNode)));
 }
 
-TEST_F(ShareMap, StaysIntactAtAnotherAddress) {
+TEST_F(ShareMap, IsValidAtAnotherAddress) {
     for (int i : {4, 2, 8, 6})
         map()[i] = i * i;
     qorTest::guardedSegment other(1);
@@ -214,7 +215,7 @@ TEST_F(ShareMap, DamageEndsInAResultOrAnAssertion) {
 
 // ---- records of any size
 
-TEST_F(ShareMap, ARecordIsAnIntAndItsBytesBehindIt) {
+TEST_F(ShareMap, ARecordIsAnIntFollowedByItsBytes) {
     int* pn = cabin().alloc_insert(cabin().end(), 10);
     EXPECT_EQ(0, *pn);
     *pn = 10;
@@ -225,7 +226,7 @@ TEST_F(ShareMap, ARecordIsAnIntAndItsBytesBehindIt) {
     EXPECT_EQ((std::vector<std::string>{"0123456789"}), records());
 }
 
-TEST_F(ShareMap, RecordsAreInsertedInFrontOfAPlace) {
+TEST_F(ShareMap, RecordsAreInsertedBeforeAPlace) {
     cabin().alloc_insert_filled(cabin().end(), 3, "two");
     cabin().alloc_insert_filled(cabin().begin(), 0, "");
     int* pn = cabin().alloc_insert_filled(cabin().begin(), 3, "one");

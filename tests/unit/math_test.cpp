@@ -1,4 +1,5 @@
-// Rounding.
+// Rounding: to multiples of a step and to integers, at the limits of int, for infinities and NaN, and with violated
+// preconditions.
 #include "qor/MiscHelper/Math.h"
 
 #include <limits.h>
@@ -55,7 +56,7 @@ TEST(Math, FloorAndCeilAgreeWithTheStandardInsideTheRange) {
     }
 }
 
-TEST(Math, IntegersSaturate) {
+TEST(Math, IntegersAreClamped) {
     EXPECT_EQ(INT_MAX, mathFloor(2147483647.0));
     EXPECT_EQ(INT_MAX, mathFloor(2147483647.5));
     EXPECT_EQ(INT_MAX, mathCeil(2147483646.5));
@@ -82,7 +83,7 @@ TEST(Math, WhatIsNotANumberIsTheInteger0) {
     EXPECT_EQ(0, mathRound(s_dNotANumber, 0.5));
 }
 
-TEST(Math, HostileNumbersFollowTheArithmeticOfMultiples) {
+TEST(Math, InfinitiesAndNaNFollowTheRulesOfFloatingPointNumbers) {
     EXPECT_TRUE(isnan(mathFloor(s_dNotANumber, 1.0)));
     EXPECT_TRUE(isnan(mathCeil(s_dInfinity, 1.0)));
     EXPECT_TRUE(isnan(mathNear(s_dNotANumber, 1.0, 0.5)));

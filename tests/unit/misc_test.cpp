@@ -1,4 +1,4 @@
-// Ids, times, directories, errors and counters.
+// Ids of processes, threads and tasks; the local time; sleeping; directories; error numbers; counters.
 #include <errno.h>
 #include <limits.h>
 #include <pthread.h>
@@ -97,7 +97,7 @@ TEST(Id, NoTaskHasAnIdBelow1) {
 
 TEST(LocalTime, TheFieldsAreThoseOfTheClockInTheirOrder) {
     static_assert(sizeof(SYSTEMTIME) == 16, "eight 16-bit fields");
-    // The clock may tick between two readings, so the time lies between two others.
+    // The clock may advance between two readings, so the time must lie between two others.
     const time_t tBefore = qorTest::secondsOfDayClock();
     unsigned short arrField[8];
     qorGetLocalTime(reinterpret_cast<SYSTEMTIME*>(arrField));
@@ -129,10 +129,10 @@ void expectZone(int nEast) {
                 (nSecond > secondOfDay(tBefore) && nSecond < secondOfDay(tAfter)));
 }
 
-TEST(LocalTime, ItIsTheTimeOfTheZoneThatHoldsNow) {
+TEST(LocalTime, ItFollowsAChangeOfTheTimeZone) {
     setenv("TZ", "TST-5:30", 1);
     expectZone(19800);
-    setenv("TZ", "TST4", 1);  // nobody but the call itself looks at the zone
+    setenv("TZ", "TST4", 1);  // no other call reads the time zone in between
     expectZone(-14400);
     unsetenv("TZ");
     tzset();
@@ -242,12 +242,12 @@ TEST_F(Home, WithoutOneInTheEnvironmentItIsThatOfTheUserDatabase) {
     EXPECT_NE("", textOf(qorGetHomeDirectory()));
 }
 
-TEST_F(Home, AnEmptyOneInTheEnvironmentIsNone) {
+TEST_F(Home, AnEmptyOneInTheEnvironmentCountsAsUnset) {
     setenv("HOME", "", 1);
     EXPECT_EQ(ofUserDatabase(), textOf(qorGetHomeDirectory()));
 }
 
-TEST(Directory, TemporaryFilesHaveTheirs) { EXPECT_EQ("/tmp", textOf(qorGetTempDirectory())); }
+TEST(Directory, TheDirectoryOfTemporaryFilesIsTmp) { EXPECT_EQ("/tmp", textOf(qorGetTempDirectory())); }
 
 // ---- errors and counters
 

@@ -1,4 +1,4 @@
-// Path texts, and the file-system calls on them.
+// Path texts: names, extensions, joining, absolute paths; and the file-system calls on paths.
 #include <fcntl.h>
 #include <stdlib.h>
 #include <sys/stat.h>
@@ -10,7 +10,7 @@ using namespace QOR_MiscHelper;
 
 namespace {
 
-// What a function that works in place makes of a path.
+// The result of a function that changes a path in place.
 template <class F>
 std::string changed(const char* lpszPath, F change) {
     char szPath[512];
@@ -35,7 +35,7 @@ TEST(Path, TheExampleOfTheHeaderHolds) {
     EXPECT_STREQ("/var/log/device.old", szPath);
 }
 
-TEST(Path, TheFileNameStandsBehindTheLastSeparatorOfEitherKind) {
+TEST(Path, TheFileNameBeginsAfterTheLastSeparatorOfEitherKind) {
     EXPECT_STREQ("file", pathGetFileNamePos("/a/b/file"));
     EXPECT_STREQ("file", pathGetFileNamePos("a\\b\\file"));
     EXPECT_STREQ("c", pathGetFileNamePos("a/b\\c"));
@@ -66,7 +66,7 @@ TEST(Path, TheExtensionIsTheLastDotOfTheFileName) {
     EXPECT_STREQ(".profile", pathGetFileExtensionPos("/home/.profile"));
 }
 
-TEST(Path, AFileWithoutAnExtensionHasItAtTheNul) {
+TEST(Path, WithoutAnExtensionItsPositionIsTheNul) {
     const char szPath[] = "dir.d/file";
     EXPECT_EQ(szPath + 10, pathGetFileExtensionPos(szPath));
     EXPECT_STREQ("", pathGetFileExtensionPos("dir.d\\file"));
@@ -239,7 +239,7 @@ TEST(AbsolutePath, AResultThatDoesNotBeginAtTheRootIsFatal) {
     EXPECT_EXIT(absolute("x", "c:/"), testing::KilledBySignal(SIGABRT), szText);
 }
 
-TEST(AbsolutePath, NoRelativePathIsMade) {
+TEST(AbsolutePath, ARelativePathIsAlwaysEmpty) {
     EXPECT_TRUE(pathGetRelativePath("/a/b/c", "/a").IsEmpty());
     EXPECT_TRUE(pathGetRelativePath("x", NULL).IsEmpty());
     EXPECT_EXIT(pathGetRelativePath("/a", "c:/x"), testing::KilledBySignal(SIGABRT), "\\*lpszPathName == '/' ");
@@ -271,7 +271,7 @@ protected:
     std::string m_strFolder;
 };
 
-TEST_F(PathFile, EveryMissingDirectoryIsMade) {
+TEST_F(PathFile, EveryMissingDirectoryIsCreated) {
     EXPECT_EQ(1, pathCreateDirectory(in("a/b/c").c_str()));
     EXPECT_TRUE(isFolder(in("a/b/c")));
     EXPECT_EQ(1, pathCreateDirectory(in("a/b/c").c_str()));
@@ -281,19 +281,19 @@ TEST_F(PathFile, EveryMissingDirectoryIsMade) {
     EXPECT_TRUE(isFolder(in("e/f")));
 }
 
-TEST_F(PathFile, ADirectoryPathWithBackslashesCanBeUsedAsItStands) {
+TEST_F(PathFile, ADirectoryPathWithBackslashesCanBeUsedUnchanged) {
     EXPECT_EQ(1, pathCreateDirectory("a\\b"));
     EXPECT_TRUE(isFolder("a\\b"));
     EXPECT_TRUE(isFolder("a"));
 }
 
-TEST_F(PathFile, AFileInTheWayKeepsADirectoryFromBeingMade) {
+TEST_F(PathFile, NoDirectoryIsCreatedInPlaceOfAFile) {
     makeFile(in("file"), "");
     EXPECT_EQ(0, pathCreateDirectory(in("file").c_str()));
     EXPECT_EQ(0, pathCreateDirectory(in("file/a").c_str()));
 }
 
-TEST_F(PathFile, OneDirectoryIsMadeOnce) {
+TEST_F(PathFile, ADirectoryIsCreatedOnce) {
     const mode_t nMask = umask(027);
     EXPECT_EQ(1, pathMkdir(in("a").c_str()));
     umask(nMask);
@@ -325,7 +325,7 @@ TEST_F(PathFile, TheStateOfAFileIsRead) {
     EXPECT_EQ(0, pathStat(in("file").c_str(), NULL));
 }
 
-TEST_F(PathFile, TheSizeOfAFileMayPass4GB) {
+TEST_F(PathFile, TheSizeOfAFileMayExceed4GB) {
     makeFile(in("file"), "12345");
     EXPECT_EQ(5, pathFileSize(in("file").c_str()));
     ASSERT_EQ(0, truncate(in("file").c_str(), 5000000000ll));

@@ -1,4 +1,5 @@
-// Sound samples.
+// Sound samples: mu-law codes compared with the table of their recommendation, linear samples, invalid values, and
+// large buffers.
 #include <limits.h>
 #include <math.h>
 
@@ -25,7 +26,7 @@ int linearOf(double dSample) {
     return sample[0];
 }
 
-// The value of a code by the table of the G.711 recommendation, on a scale of 14 bits.
+// The value of a code in the table of ITU-T Recommendation G.711, on its 14-bit scale.
 int expanded(int nCode) {
     const int nInverted = ~nCode & 0xFF;
     const int nMagnitude = ((2 * (nInverted & 15) + 33) << (nInverted >> 4 & 7)) - 33;
@@ -74,7 +75,7 @@ TEST(ULawSample, ExpandedCodesAreWithinHalfAStepOfTheSample) {
     for (int nSample = -32600; nSample <= 32600; nSample += 7) {
         const double d = (nSample + (nSample < 0 ? -0.5 : 0.5)) / 32767.0;
         const int nError = abs(expanded(codeOf(d)) * 4 - nSample);
-        // A step doubles from segment to segment.
+        // The step is twice as large in each segment as in the one before.
         int nStep = 8;
         while (abs(nSample) + 132 >= nStep * 32)
             nStep *= 2;
@@ -93,7 +94,7 @@ TEST(ULawSample, TheCodesOfLouderSamplesNeverRise) {
     EXPECT_EQ(0x80, nLast);
 }
 
-TEST(ULawSample, HostileSamplesAreSilentOrLoud) {
+TEST(ULawSample, InvalidSamplesAreSilentOrTheLoudest) {
     EXPECT_EQ(0xFF, codeOf(s_dNotANumber));
     EXPECT_EQ(0x80, codeOf(s_dInfinity));
     EXPECT_EQ(0x00, codeOf(-s_dInfinity));
@@ -115,7 +116,7 @@ TEST(ULawSample, MuteSamplesAreBytesOfValue0) {
     EXPECT_EQ(5001, sample.GetSize());
 }
 
-TEST(ALawSample, SamplesAreLinearAndCutTowards0) {
+TEST(ALawSample, SamplesAreLinearAndTruncatedTowards0) {
     EXPECT_EQ(0, linearOf(0.0));
     EXPECT_EQ(32767, linearOf(1.0));
     EXPECT_EQ(-32767, linearOf(-1.0));
@@ -123,7 +124,7 @@ TEST(ALawSample, SamplesAreLinearAndCutTowards0) {
     EXPECT_EQ(-16383, linearOf(-0.5));
 }
 
-TEST(ALawSample, HostileSamplesAreSilentOrLoud) {
+TEST(ALawSample, InvalidSamplesAreSilentOrTheLoudest) {
     EXPECT_EQ(0, linearOf(s_dNotANumber));
     EXPECT_EQ(32767, linearOf(s_dInfinity));
     EXPECT_EQ(-32768, linearOf(-s_dInfinity));
@@ -191,7 +192,7 @@ TYPED_TEST(AnySample, MoreSamplesThanAnIntCountsAreFatal) {
                 "\\[_chArray:[0-9]+\\] nNewCount >= 0 ");
 }
 
-// The address sanitizer's allocator reports such a size itself.
+// The allocator of the address sanitizer reports such a size itself.
 TEST(Array, ABufferLargerThanTheAddressSpaceIsFatal) {
     void* pBuffer = NULL;
     int nAllocCount = 0;

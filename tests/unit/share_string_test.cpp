@@ -1,4 +1,4 @@
-// Shared strings: their layout, their pool, and what damage does.
+// Strings in a shared pool: their layout, their use of the pool, access by several processes, and damage.
 #include "qor/BaseHelper.h"
 #include "support/child.h"
 #include "support/far_memory.h"
@@ -11,7 +11,7 @@ namespace {
 
 typedef chConstTextT<char> view;
 
-// A pool with its area and some strings of it, as they lie in a segment.
+// A pool, its area and some strings in it, laid out as in a segment.
 struct record {
     baseStaticPoolAlloc m_pool;
     chShareStringA m_arrText[3];
@@ -22,7 +22,7 @@ struct record {
         for (chShareStringA& str : m_arrText)
             str.InitPool(&m_pool);
     }
-    // Whether the pool is one free cell again, once a search without success has merged free neighbours.
+    // Whether the pool is one free cell again, after an unsuccessful search has merged all free neighbours.
     bool isWhole() {
         return m_pool.find_big_enough_cell(sizeof(m_aPool) + 1) == nullptr && m_pool.begin_cell()->is_free_cell() &&
                m_pool.begin_cell()->get_pRight() == m_pool.end_cell();
@@ -72,7 +72,7 @@ TEST_F(ShareString, WithoutABlockItIsTheEmptyText) {
     EXPECT_EQ(0, str.GetLength());
 }
 
-TEST_F(ShareString, TakesAViewAsLongAsItIs) {
+TEST_F(ShareString, CopiesAllOfAViewAndNoMore) {
     chShareStringA& str = m_pRecord->m_arrText[0];
     str = view("sampler", 4);
     EXPECT_STREQ("samp", str);
@@ -99,7 +99,7 @@ TEST_F(ShareString, AnEmptyTextNeedsNoPool) {
                 qorTest::reportOf("_chAlloc", "get_pPool() != NULL"));
 }
 
-TEST_F(ShareString, EveryAssignmentGivesTheOldBlockBack) {
+TEST_F(ShareString, EveryAssignmentFreesTheOldBlock) {
     EXPECT_TRUE(m_pRecord->isWhole());
     for (int i = 0; i < 200; ++i)
         m_pRecord->m_arrText[i % 3] = view(std::string(static_cast<size_t>(i * 7 % 400), 'x').c_str());
@@ -109,7 +109,7 @@ TEST_F(ShareString, EveryAssignmentGivesTheOldBlockBack) {
     EXPECT_TRUE(m_pRecord->isWhole());
 }
 
-TEST_F(ShareString, DestructionGivesTheBlockBack) {
+TEST_F(ShareString, DestructionFreesTheBlock) {
     chShareStringA& str = m_pRecord->m_arrText[1];
     str = view("abc");
     str.~chShareStringA();
@@ -129,7 +129,7 @@ TEST_F(ShareString, PartOfItsOwnTextMayBeAssigned) {
     EXPECT_TRUE(m_pRecord->isWhole());
 }
 
-TEST_F(ShareString, ABlockMayBeHandedFromOneToAnother) {
+TEST_F(ShareString, ABlockCanBeMovedToAnotherString) {
     chShareStringA* arrText = m_pRecord->m_arrText;
     arrText[0] = view("abc");
     chShareTextA* pText = arrText[0].get_Text();
@@ -151,7 +151,7 @@ TEST_F(ShareString, IsComparedByItsCharacters) {
     EXPECT_TRUE(str == chReferenceStringT<char>("abc"));
 }
 
-TEST_F(ShareString, ALengthBeyondAllSizesIsFatal) {
+TEST_F(ShareString, ALengthBeyondTheLargestSizeIsFatal) {
     EXPECT_EXIT(m_pRecord->m_arrText[0] = view("abc", 0x7FFFFFFF), testing::KilledBySignal(SIGABRT),
                 qorTest::reportOf("_chAlloc", "nAllocSize > 0"));
 }
@@ -183,7 +183,7 @@ TEST_F(ShareString, IsReadAndWrittenInEveryProcessThatMapsTheSegment) {
 TEST_F(ShareString, ADamagedLinkOrLengthIsFatalAndNotFollowed) {
     const chShareStringA& str = m_pRecord->m_arrText[0];
     m_pRecord->m_arrText[0] = view("abc");
-    // A process that dies of the damage shares it with this one, which mends it.
+    // The child process that the damage ends shares the memory with this one, which repairs it.
     const auto expectBroken = [&str](int32_t& nWord, int32_t nValue) {
         const int32_t nSound = nWord;
         nWord = nValue;

@@ -1,5 +1,5 @@
-// The guarded per-process object: made once under concurrent first use, never torn down under running
-// threads.
+// Objects of which a process has one: created once under concurrent first use, also across fork(), and never destroyed
+// while threads run.
 #include "internal/singleton.h"
 
 #include <signal.h>
@@ -22,7 +22,7 @@ void spinUntil(const std::atomic<bool>& bFlag) {
         sched_yield();
 }
 
-// Its constructor stays inside until the test opens the gate.
+// Its constructor waits until the test opens the gate.
 struct slowObject {
     slowObject() {
         s_bEntered = true;
@@ -46,7 +46,7 @@ TEST(Singleton, ConcurrentFirstCallersGetOneObjectAndAreWarned) {
     spinUntil(slowObject::s_bEntered);
     for (int i = 1; i < 4; ++i)
         arrThread.emplace_back([&, i] { arrObject[i] = single::get("module"); });
-    // The construction ends only once every other caller has warned, each once.
+    // The construction ends only after every other caller has warned once.
     std::string strOut;
     char ch;
     for (int nLine = 0; nLine < 3 && read(fd[0], &ch, 1) == 1; nLine += ch == '\n')
@@ -88,7 +88,7 @@ struct forkedObject {
     static inline std::atomic<int> s_nMade{0}, s_nReset{0};
 };
 
-TEST(Singleton, AChildForkedInTheMiddleOfTheConstructionMakesItsOwn) {
+TEST(Singleton, AChildForkedDuringTheConstructionCreatesItsOwn) {
     using single = processSingleton<forkedObject>;
     std::thread maker([] { single::get("module"); });
     spinUntil(forkedObject::s_bEntered);
@@ -116,7 +116,7 @@ struct forkingObject {
     static inline pid_t s_idChild = -1;
 };
 
-TEST(Singleton, AConstructorThatForksGoesOnInTheChild) {
+TEST(Singleton, AConstructorThatForksContinuesInTheChild) {
     forkingObject* pObject = processSingleton<forkingObject>::get("module");
     if (forkingObject::s_idChild == 0) {
         alarm(30);

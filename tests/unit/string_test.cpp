@@ -1,4 +1,5 @@
-// The owning string, in both widths: sharing, preparing a block, editing, formatting; and against a plain model.
+// The owning string in both widths: layout, sharing of blocks, buffers, editing, comparing, formatting, and random
+// changes compared with a simple model.
 #include <algorithm>
 #include <random>
 
@@ -349,7 +350,7 @@ TYPED_TEST(String, ABrokenCountIsFatal) {
 }
 
 TEST(StringMemory, NoMemoryIsFatal) {
-    // A sanitizer's allocator says so in its own words.
+    // The allocator of a sanitizer reports this with a text of its own.
     EXPECT_DEATH(dynamicAlloc::realloc(nullptr, SIZE_MAX / 2 + 1), "pNewStringData != NULL|allocation-size-too-big");
 }
 
@@ -388,7 +389,7 @@ TYPED_TEST(String, ComparesByCharacters) {
     EXPECT_STRING_FATAL(str.Compare(nullptr), "lpszText != NULL");
 }
 
-// Compares two texts of which the first comes first, on either side and each with itself.
+// Compares two texts in both orders, and each with itself. The first one is less.
 template <class L, class R>
 void expectOrder(const L& textLow, const R& textHigh) {
     EXPECT_TRUE(textLow < textHigh && textLow <= textHigh && textLow != textHigh);
@@ -473,7 +474,7 @@ TYPED_TEST(String, AppendsViewsByTheirLength) {
     EXPECT_EQ("abcbcabcbc", narrow(str + str));
     str += chConstTextT<TypeParam>(str, 2);
     EXPECT_EQ("abcbcab", narrow(str));
-    EXPECT_EQ("bcbcab", narrow(chReferenceStringT<TypeParam>(str + 1)));  // an address and a number are an address
+    EXPECT_EQ("bcbcab", narrow(chReferenceStringT<TypeParam>(str + 1)));  // a pointer plus a number is a pointer
 }
 
 TYPED_TEST(String, AppendingNothingChangesNothing) {
@@ -700,7 +701,7 @@ TEST(StringFormat, TheExampleOfItsHeaderWorks) {
 
 // ---- against a model
 
-// Strings that share and are edited at random, each beside a plain one that is edited alike.
+// Strings that share blocks and are edited at random, each with a std::string that is edited in the same way.
 template <class T>
 class editor {
 public:

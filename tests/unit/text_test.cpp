@@ -1,4 +1,5 @@
-// Characters, primitives, views, fixed buffers, UTF-8 steps and formatted printing.
+// Characters, text primitives, views, fixed buffers, steps over UTF-8 characters and formatted printing, in both
+// widths.
 #include "support/text.h"
 
 using namespace QOR_StringHelper;
@@ -13,7 +14,7 @@ protected:
     typedef uCTextHelper<T, true> exact;
     typedef uCTextHelper<T, false> noCase;
 
-    // Where b stands in a, by the distance from its begin; -1: nowhere.
+    // The index of the first occurrence of b in a; -1 if there is none.
     template <class F>
     static long placeIn(const char* a, const char* b, F find) {
         const letters<T> text(a), other(b);
@@ -103,7 +104,7 @@ TYPED_TEST(Text, ComparesExactlyOrWithoutCase) {
     EXPECT_GT(0, this->template compare<exact>("a", "\xC4"));
     EXPECT_EQ(0, this->template compare<noCase>("aBc", "AbC"));
     EXPECT_GT(0, this->template compare<noCase>("ABC", "abd"));
-    // A letter counts as its lower-case form, which stands behind "_".
+    // A letter counts as its lower-case form, which comes after "_".
     EXPECT_GT(0, this->template compare<noCase>("_", "A"));
     EXPECT_NE(0, this->template compare<noCase>("\xC4", "\xE4"));
     EXPECT_EQ(0, this->template compare<exact>("abX", "abY", 2));
@@ -230,7 +231,7 @@ TEST(StaticText, ANullOrEmptyTextMakesItEmpty) {
     EXPECT_EQ(0, text.GetLength());
 }
 
-TEST(StaticText, ALongerTextIsCutWithAWarning) {
+TEST(StaticText, ALongerTextIsTruncatedWithAWarning) {
     const std::string strLong(300, 'x');
     chStaticTextT<char, 256> text;
     testing::internal::CaptureStderr();
@@ -268,7 +269,7 @@ TEST(Utf8, OtherLeadBytesAreNotSteppedOver) {
     EXPECT_EQ(nullptr, chUTF8Inc("\xFF"));
 }
 
-TEST(Utf8, NoStepPassesTheNul) {
+TEST(Utf8, NoStepGoesBeyondTheNul) {
     const char szTwo[] = "\xC3", szThree[] = "\xE2\x82";
     EXPECT_EQ(szTwo + 1, chUTF8Inc(szTwo));
     EXPECT_EQ(szThree + 2, chUTF8Inc(szThree));
@@ -277,7 +278,7 @@ TEST(Utf8, NoStepPassesTheNul) {
     EXPECT_EQ(szThree + 1, lpsz);
 }
 
-// Decodes one character; how many bytes it took is appended.
+// Decodes one character; returns it with the number of its bytes.
 std::pair<int, int> decode(const char* lpszText) {
     const char* lpsz = lpszText;
     const int nWord = chUTF8Word(lpsz);
@@ -292,7 +293,7 @@ TEST(Utf8, DecodesCharactersOfOneToThreeBytes) {
     EXPECT_EQ(word(0x7FF, 2), decode("\xDF\xBF"));
     EXPECT_EQ(word(0x20AC, 3), decode("\xE2\x82\xAC"));
     EXPECT_EQ(word(0xFFFF, 3), decode("\xEF\xBF\xBF"));
-    // Bytes behind the first are not checked.
+    // Bytes after the first are not checked.
     EXPECT_EQ(word(0xC0 | ('A' & 0x3F), 2), decode("\xC3"
                                                    "A"));
 }
@@ -316,7 +317,7 @@ TEST(Utf8, StepsBackToThePreviousLeadByte) {
 
 // ---- formatted printing
 
-// What a 16-bit format prints.
+// The result of a 16-bit format.
 std::string print(const char* lpszFormat, ...) {
     const letters<unsigned short> format(lpszFormat);
     unsigned short szOut[600];
@@ -347,7 +348,7 @@ int printWide(unsigned short* lpszTo, int nSize, const unsigned short* lpszForma
     return nLength;
 }
 
-TEST(Print, IsCutToTheBufferAndSaysTheFullLength) {
+TEST(Print, IsTruncatedToTheBufferAndReturnsTheFullLength) {
     char szOut[4];
     EXPECT_EQ(6, printNarrow(szOut, 4, "%s", "abcdef"));
     EXPECT_STREQ("abc", szOut);
@@ -369,7 +370,7 @@ TEST(Print, WithoutRoomNothingIsStored) {
     EXPECT_EQ("z", narrow(szWide));
 }
 
-TEST(Print, SixteenBitFormatsPrintNumbersAsOthersDo) {
+TEST(Print, SixteenBitFormatsPrintNumbersAsEightBitOnesDo) {
     EXPECT_EQ("-7|007|7  |  7|+7", print("%d|%.3d|%-3d|%3d|%+d", -7, 7, 7, 7, 7));
     EXPECT_EQ("0x1f|1F|17|42", print("%#x|%X|%o|%u", 31, 31, 15, 42u));
     EXPECT_EQ("-1|255|-1|65535", print("%hhd|%hhu|%hd|%hu", 255, 255, 65535, 65535));
@@ -389,7 +390,7 @@ TEST(Print, SixteenBitFormatsTakeTextsOfBothWidths) {
     EXPECT_EQ("x|  x", print("%c|%3c", 'x', 'x'));
 }
 
-TEST(Print, WhatIsNoConversionIsPrintedAsItStands) {
+TEST(Print, AnInvalidConversionIsPrintedUnchanged) {
     EXPECT_EQ("100%|%|%y", print("100%%|%|%y"));
     EXPECT_EQ("a%", print("a%"));
     EXPECT_EQ("%\xE4", print("%\xE4"));

@@ -1,4 +1,4 @@
-// Words, tokens and phrases, in both widths.
+// Splitting a text into parts and words, finding tokens, and reading phrases, in both widths.
 #include <memory>
 
 #include "support/text.h"
@@ -12,7 +12,7 @@ namespace {
 template <class T>
 class Token : public testing::Test {
 protected:
-    // A text to read from, and the place that is reached.
+    // A text, and how far it has been read.
     void read(const std::string& str) {
         m_text = std::make_unique<letters<T>>(str);
         m_lpsz = *m_text;
@@ -29,7 +29,7 @@ protected:
 typedef testing::Types<char, unsigned short> widths;
 TYPED_TEST_SUITE(Token, widths);
 
-// ---- pieces of a text
+// ---- parts and words
 
 TYPED_TEST(Token, ATextBreaksAtEveryBreakCharacter) {
     chConstTextT<TypeParam> arrPart[4];
@@ -151,7 +151,7 @@ TYPED_TEST(Token, TokensMayBeArguments) {
     this->read("x <a");
     EXPECT_EQ(1, qorFindTokens(this->m_lpsz, longer.get(), shorter.get(), nullptr));
     EXPECT_EQ("<a", this->rest());
-    // An empty token closes the list like a null.
+    // An empty token ends the list as a null does.
     this->read("x <a");
     EXPECT_EQ(-1, qorFindTokens(this->m_lpsz, longer.get(), empty.get(), shorter.get(), nullptr));
     EXPECT_EQ(0, this->place());
@@ -179,7 +179,7 @@ TYPED_TEST(Token, ThirtyOneArgumentsFitAndThirtyTwoAreFatal) {
     EXPECT_STRING_FATAL(
         qorPeekPhraseByStringTokens(this->m_lpsz, this->m_phrase, TEN(y), TEN(y), TEN(y), TEN(y), y, nullptr),
         "nTokenCount < chLENOF(arrTokenLen)");
-    // Too many are not looked at where there is nothing to find.
+    // In an empty text, too many tokens are not noticed.
     this->read("");
     EXPECT_EQ(-1, qorFindTokens(this->m_lpsz, TEN(y), TEN(y), TEN(y), y, y, nullptr));
 }
@@ -297,7 +297,7 @@ TYPED_TEST(Token, OfASetTheFirstCharacterThatStandsStopsAndIsNamedByItsIndex) {
     EXPECT_EQ("b", narrow(this->m_strPhrase));
     EXPECT_EQ(2, qorPeekPhraseByCharTokens(this->m_lpsz, this->m_phrase, set.get()));
     EXPECT_EQ("c", narrow(this->m_phrase));
-    // The end of the text counts as one more than the set has.
+    // The end of the text has the index after the last one of the set.
     EXPECT_EQ(3, qorPeekPhraseByCharTokens(this->m_lpsz, this->m_phrase, set.get()));
     EXPECT_EQ("d", narrow(this->m_phrase));
     EXPECT_EQ(-1, qorPeekPhraseByCharTokens(this->m_lpsz, this->m_phrase, set.get()));

@@ -1,4 +1,5 @@
-// 16-bit text: conversions, and the standard routines compared with those of the C library on the same text.
+// 16-bit text: its conversions, and the standard functions, which are compared with those of the C library on the same
+// text.
 #include "qor/MiscHelper/Wide.h"
 #include "support/scale.h"
 
@@ -17,7 +18,7 @@ namespace {
 
 typedef std::basic_string<unsigned short> wideText;
 
-// 16-bit text as literals are written.
+// A 16-bit text from a literal.
 wideText units(const char16_t* lpsz) {
     wideText str;
     for (; *lpsz != 0; ++lpsz)
@@ -43,7 +44,7 @@ wideText fromUTF8(const std::string& str) { return textOf(qor::chUTF82W(str.c_st
 
 std::string toUTF8(const wideText& str) { return textOf(qor::chW2UTF8(str.c_str())); }
 
-// A buffer that ends where its text does, without a terminator: a read behind it is seen by the sanitizer.
+// A text without terminator in a heap block of its size: the sanitizer reports any access after its end.
 template <class T>
 std::vector<T> exactly(const std::basic_string<T>& str) {
     return std::vector<T>(str.begin(), str.end());
@@ -89,7 +90,7 @@ TEST(Utf8, EveryCharacterComesBack) {
     }
 }
 
-TEST(Utf8, HalfAPairOfUnitsIsReplaced) {
+TEST(Utf8, AnUnpairedSurrogateIsReplaced) {
     const std::string strReplaced = "\xEF\xBF\xBD";
     EXPECT_EQ("a" + strReplaced + "b", toUTF8({'a', 0xD800, 'b'}));
     EXPECT_EQ("a" + strReplaced + "b", toUTF8({'a', 0xDC00, 'b'}));
@@ -98,7 +99,7 @@ TEST(Utf8, HalfAPairOfUnitsIsReplaced) {
     EXPECT_EQ(strReplaced, toUTF8({0xDBFF}));
 }
 
-TEST(Utf8, AByteThatBeginsNoCharacterIsReplaced) {
+TEST(Utf8, AnInvalidLeadByteIsReplaced) {
     EXPECT_EQ(units(u"a\uFFFDb"), fromUTF8("a\x80"
                                            "b"));
     EXPECT_EQ(units(u"\uFFFD\uFFFD\uFFFD"), fromUTF8("\xF5\xFE\xFF"));
@@ -106,7 +107,7 @@ TEST(Utf8, AByteThatBeginsNoCharacterIsReplaced) {
     EXPECT_EQ(units(u"\uFFFD\uFFFD"), fromUTF8("\xC1\xBF"));
 }
 
-TEST(Utf8, OverlongFormsAndHalvesOfPairsAreNoCharacters) {
+TEST(Utf8, OverlongFormsAndSurrogatesAreReplaced) {
     EXPECT_EQ(units(u"\uFFFD\uFFFD\uFFFD"), fromUTF8("\xE0\x80\xAF"));
     EXPECT_EQ(units(u"\uFFFD\uFFFD\uFFFD"), fromUTF8("\xE0\x9F\xBF"));
     EXPECT_EQ(units(u"\uFFFD\uFFFD\uFFFD\uFFFD"), fromUTF8("\xF0\x80\x80\xAF"));
@@ -116,7 +117,7 @@ TEST(Utf8, OverlongFormsAndHalvesOfPairsAreNoCharacters) {
     EXPECT_EQ(units(u"\uFFFD\uFFFD\uFFFD\uFFFD"), fromUTF8("\xF4\x90\x80\x80"));
 }
 
-TEST(Utf8, ABrokenCharacterIsReplacedOnceAndTheNextOneStands) {
+TEST(Utf8, AnIncompleteCharacterIsReplacedOnceAndTheNextOneIsKept) {
     EXPECT_EQ(units(u"\uFFFDA"), fromUTF8("\xC3"
                                           "A"));
     EXPECT_EQ(units(u"\uFFFDA"), fromUTF8("\xE4\xB8"
@@ -130,7 +131,7 @@ TEST(Utf8, ABrokenCharacterIsReplacedOnceAndTheNextOneStands) {
                                                                            "d"));
 }
 
-TEST(Utf8, ACutCharacterAtTheEndIsReplacedAndNothingReadBehindIt) {
+TEST(Utf8, ATruncatedCharacterAtTheEndIsReplacedAndNothingIsReadAfterIt) {
     for (const std::string strCut : {"\xC3", "\xE4", "\xE4\xB8", "\xF0", "\xF0\x9F", "\xF0\x9F\x98"}) {
         EXPECT_EQ(units(u"\uFFFD"), fromUTF8(strCut));
         const std::vector<char> arr = exactly(strCut);
@@ -170,7 +171,7 @@ TEST(Utf8, AnyBytesAndUnitsBecomeTextThatComesBackUnchanged) {
     }
 }
 
-// ---- characters that keep their value
+// ---- characters of the same value
 
 TEST(Simple, CharactersAreWidenedByValue) {
     EXPECT_EQ(units(u"aZ\u0080\u00FF"), textOf(qor::simpA2W("aZ\x80\xFF")));
@@ -243,7 +244,7 @@ TEST(MultiByte, NullIsFatal) {
     EXPECT_EXIT(qor::qorMultiByteToWideChar(NULL, 1, arrUnit, 4), testing::KilledBySignal(SIGABRT), szA);
 }
 
-TEST(MultiByte, ANegativeRoomIsFatal) {
+TEST(MultiByte, ANegativeBufferSizeIsFatal) {
     char sz[4];
     unsigned short arrUnit[4];
     EXPECT_EXIT(qor::qorWideCharToMultiByte(units(u"a").c_str(), 1, sz, -1), testing::KilledBySignal(SIGABRT),
@@ -252,7 +253,7 @@ TEST(MultiByte, ANegativeRoomIsFatal) {
                 "\\[_chMisc:[0-9]+\\] lpszTextW == NULL \\|\\| nTextW >= 0 ");
 }
 
-// ---- the standard's conversions
+// ---- standard conversions
 
 void expectSameAsWcstombs(const std::wstring& strWide, size_t nSize) {
     char szStandard[64], sz[64];
@@ -284,7 +285,7 @@ TEST_F(Utf8Locale, StringsAreConvertedAsByTheStandard) {
     EXPECT_EQ(4u, qor::mbstowcs(NULL, "a\xC3\xB6\xE4\xB8\xADz", 0));
 }
 
-TEST_F(Utf8Locale, WhatStandsBehindAFullBufferIsNotLookedAt) {
+TEST_F(Utf8Locale, TextAfterAFullBufferIsNotExamined) {
     char sz[2] = {};
     unsigned short arrUnit[2] = {};
     EXPECT_EQ(2u, qor::wcstombs(sz, wideText({'a', 'b', 0xD800}).c_str(), 2));
@@ -292,7 +293,7 @@ TEST_F(Utf8Locale, WhatStandsBehindAFullBufferIsNotLookedAt) {
     EXPECT_EQ(0u, qor::mbstowcs(arrUnit, "\xFF", 0));
 }
 
-TEST_F(Utf8Locale, PairsOfUnitsAreOneCharacter) {
+TEST_F(Utf8Locale, ASurrogatePairIsOneCharacter) {
     char sz[8] = {};
     EXPECT_EQ(4u, qor::wcstombs(sz, units(u"\U0001F600").c_str(), sizeof(sz)));
     EXPECT_STREQ("\xF0\x9F\x98\x80", sz);
@@ -301,7 +302,7 @@ TEST_F(Utf8Locale, PairsOfUnitsAreOneCharacter) {
     EXPECT_EQ(units(u"\U0001F600"), arrUnit);
 }
 
-TEST_F(Utf8Locale, WhatIsNoCharacterIsAnError) {
+TEST_F(Utf8Locale, AnInvalidCharacterIsAnError) {
     char sz[8];
     unsigned short arrUnit[4];
     errno = 0;
@@ -473,7 +474,7 @@ TEST(WideFormat, SixteenBitTextHasTheLengthModifier) {
     EXPECT_EQ(units(u"\u4E2D\u6587|  \u4E2D\u6587|\u4E2D\u6587|x"), arrUnit);
 }
 
-TEST(WideFormat, WhatDoesNotFitIsMinus1AsByTheStandard) {
+TEST(WideFormat, ATextThatDoesNotFitIsMinus1AsByTheStandard) {
     for (size_t nSize = 0; nSize < 8; ++nSize) {
         wchar_t arrStandard[16] = {};
         unsigned short arrUnit[16] = {};
@@ -486,7 +487,7 @@ TEST(WideFormat, WhatDoesNotFitIsMinus1AsByTheStandard) {
     }
 }
 
-TEST(WideFormat, AnUnfinishedConversionIsNoWildRead) {
+TEST(WideFormat, AnUnfinishedConversionReadsNothingAfterTheFormat) {
     unsigned short arrUnit[16];
     EXPECT_EQ(2, printUnits(arrUnit, 16, units(u"a%").c_str()));
     EXPECT_EQ(units(u"a%"), arrUnit);
@@ -532,7 +533,7 @@ TEST(WideScan, WhatDoesNotMatchEndsTheReadingAsByTheStandard) {
     expectSameScan(L"x", L"x", 0);
 }
 
-TEST(WideScan, CharactersTakenAreCountedFromTheBegin) {
+TEST(WideScan, CharactersReadAreCountedFromTheBeginning) {
     expectSameScan(L"12 34 56", L"%d%n %d%n", 2);
     int nTaken = -1;
     EXPECT_EQ(0, qor::x_swscanf(units(u"abc").c_str(), units(u"ab%n").c_str(), &nTaken));
@@ -590,7 +591,7 @@ TEST_F(Utf8Locale, TextIsReadNarrowAndWide) {
     EXPECT_EQ('1', arrCharacter[0]);
 }
 
-TEST(WideScan, AConversionThatIsNotTakenEndsTheReading) {
+TEST(WideScan, AnUnsupportedConversionEndsTheReading) {
     int n = -7;
     EXPECT_EQ(1, qor::x_swscanf(units(u"1 2").c_str(), units(u"%d %y").c_str(), &n));
     EXPECT_EQ(1, n);
