@@ -81,7 +81,7 @@ T* appendOrFail(regObjList<T>& lst, Fn fnFill) {
 }
 
 // A count stays at the highest number.
-void raise(int32_t& nCount) {
+void increment(int32_t& nCount) {
     const int32_t n = loadShareWord(nCount);
     if (n < INT_MAX)
         storeShareWord(nCount, n + 1);
@@ -201,14 +201,14 @@ BOOL regSection::SetKeyValue(const phraseConstTextA& name, const phraseConstText
     if (pKey != NULL && !pKey->IsChangedBy(text))
         return 0;
     if (regDocument* pDocument = GetHostDocument()) {
-        raise(pDocument->m_nChagedCount);
+        increment(pDocument->m_nChagedCount);
         storeShareWord(pDocument->m_bChanged, 1);
     }
-    raise(m_nChagedCount);
+    increment(m_nChagedCount);
     storeShareWord(m_bChanged, 1);
     if (pKey == NULL)
         return AppendKey(name, text, 1) != NULL;
-    raise(pKey->m_nChagedCount);
+    increment(pKey->m_nChagedCount);
     return pKey->SetValue(text);
 }
 

@@ -56,14 +56,14 @@ std::string shortened(const std::string& strPath, size_t nName) {
 }
 
 // The name of a document, shortened if need be, to which a suffix can be appended.
-std::string suffixable(const std::string& strPath) {
+std::string nameForSuffix(const std::string& strPath) {
     const size_t nName = strPath.rfind('/') + 1;  // 0 without a slash
     const size_t nLength = strPath.size() - nName;
     return nLength > NAME_MAX - sizeSuffix && nLength <= NAME_MAX ? shortened(strPath, nName) : strPath;
 }
 
 struct savedName {
-    explicit savedName(const char* lpszFileName) : strName(lpszFileName), strNew(suffixable(strName)) {
+    explicit savedName(const char* lpszFileName) : strName(lpszFileName), strNew(nameForSuffix(strName)) {
         strOld = strNew + ".old";
         strNew += ".new";
     }
@@ -97,13 +97,15 @@ presence presenceOf(const std::string& strPath) {
 
 // Whether there is something at a path and, when that is a link, where it leads. True also when that cannot be found
 // out.
-bool maybeAt(const std::string& strPath) {
+bool mayExist(const std::string& strPath) {
     fileState state;
     return !lookThrough(strPath.c_str(), state) || state.eKind != kindNone;
 }
 
 // Called after nothing was found at the name: a saver may have been between its renames then, or is now.
-bool isNowhere(const savedName& name) { return presenceOf(name.strOld) == presence::missing && !maybeAt(name.strName); }
+bool isMissingEverywhere(const savedName& name) {
+    return presenceOf(name.strOld) == presence::missing && !mayExist(name.strName);
+}
 
 // ---- low-level operations
 
@@ -112,9 +114,7 @@ bool move(const std::string& strFrom, const std::string& strTo) { return renameF
 bool remove(const std::string& strPath) { return removeFile(strPath.c_str()); }
 
 // Whether the locked file is at a path. True when it could not be opened, since that cannot be found out then.
-bool standsAt(const fileLock& lock, const std::string& strPath) {
-    return lock.fd() == -1 || lock.isAt(strPath.c_str());
-}
+bool mayBeAt(const fileLock& lock, const std::string& strPath) { return lock.fd() == -1 || lock.isAt(strPath.c_str()); }
 
 // ---- recovery
 
@@ -124,7 +124,7 @@ bool deleteOld(const savedName& name, const fileLock& lock) {
     const presence ePresence = lock.fd() != -1 ? presence::there : presenceOf(name.strName);
     if (ePresence == presence::unknown)
         return false;
-    if (ePresence == presence::there && standsAt(lock, name.strName) && !remove(name.strOld))
+    if (ePresence == presence::there && mayBeAt(lock, name.strName) && !remove(name.strOld))
         return false;
     syncDirectoryOf(name.strName.c_str());  // before a .new is begun
     return true;
@@ -132,7 +132,7 @@ bool deleteOld(const savedName& name, const fileLock& lock) {
 
 // The one of the three names at which the document is: the first that exists, in the order in which a saver's file has
 // them. Null: that cannot be found out.
-const std::string* standingName(const savedName& name) {
+const std::string* documentPath(const savedName& name) {
     fileState stateNew;
     if (!look(name.strNew, stateNew))
         return NULL;
@@ -144,9 +144,9 @@ const std::string* standingName(const savedName& name) {
 
 // Locks the document's file, after waiting for a saver that lives; the file may have been renamed meanwhile. A file
 // that this process may not open stays unlocked, which is true as well.
-bool holdDocument(const savedName& name, fileLock& lock) {
+bool lockDocument(const savedName& name, fileLock& lock) {
     for (int i = 0; i < maxTries; ++i) {
-        const std::string* const pPath = standingName(name);
+        const std::string* const pPath = documentPath(name);
         if (pPath == NULL)
             return false;
         if (lock.openAt(pPath->c_str())) {
@@ -169,7 +169,7 @@ bool finishExchange(const savedName& name, const fileLock& lock) {
         return true;
     if (isWholeNew(stateNew)) {
         // A .new that is not the locked file belongs to another saver.
-        if (!standsAt(lock, name.strNew))
+        if (!mayBeAt(lock, name.strNew))
             return true;
         if (!move(name.strNew, name.strName))
             return isMissing(errno);
@@ -213,7 +213,7 @@ bool recover(const savedName& name, bool bOvertake) {
     presence ePresence = presenceOf(name.strOld);
     for (int i = 0; i < maxTries && ePresence == presence::there; ++i) {
         fileLock lock;
-        if (!holdDocument(name, lock) || !finishExchange(name, lock))
+        if (!lockDocument(name, lock) || !finishExchange(name, lock))
             return false;
         ePresence = presenceOf(name.strOld);
     }
@@ -230,7 +230,7 @@ bool isNoDocument(int nError) { return nError == EISDIR || nError == EOPNOTSUPP;
 
 // Reads the document of an interrupted exchange without completing it: a .new that is whole, or else the .old. -1 with
 // ENOENT: another process is completing the exchange.
-int readAside(const savedName& name, fileText& text) {
+int readInterrupted(const savedName& name, fileText& text) {
     for (const std::string* pPath : {&name.strNew, &name.strOld}) {
         fileLock held;
         if (!held.openAt(pPath->c_str())) {
@@ -275,7 +275,7 @@ bool isTolerable(bool bDone) {
     return bDone || errno == EPERM || errno == EINVAL || errno == ENOSYS || errno == EOPNOTSUPP;
 }
 
-bool takeOverOwner(int fd, const fileState& stateNew, const fileState& stateOld, bool& bOwned) {
+bool keepOwner(int fd, const fileState& stateNew, const fileState& stateOld, bool& bOwned) {
     const bool bSameGroup = stateOld.idGroup == stateNew.idGroup;
     bOwned = bSameGroup && stateOld.idOwner == stateNew.idOwner;
     if (!bOwned) {
@@ -288,11 +288,11 @@ bool takeOverOwner(int fd, const fileState& stateNew, const fileState& stateOld,
 }
 
 // Sets mode and owner of the file to be replaced, as far as this process may.
-bool takeOverState(int fd, const fileState& stateOld) {
+bool keepModeAndOwner(int fd, const fileState& stateOld) {
     fileState stateNew;
     bool bOwned;
     // The owner comes first: changing it clears the set-id bits, which are set for the old owner only.
-    if (!lookAtOpen(fd, stateNew) || !takeOverOwner(fd, stateNew, stateOld, bOwned))
+    if (!lookAtOpen(fd, stateNew) || !keepOwner(fd, stateNew, stateOld, bOwned))
         return false;
     const unsigned uMode = (stateOld.uMode & (bOwned ? 07777 : 0777)) | bitUnfinished;
     return stateNew.uMode == uMode || isTolerable(setMode(fd, uMode));
@@ -306,7 +306,7 @@ bool markFinished(int fd) {
 }
 
 // Removes this saver's .new.
-void dropNew(const savedName& name, const fileLock& lock) {
+void removeOwnNew(const savedName& name, const fileLock& lock) {
     const errnoGuard guard;
     if (lock.isAt(name.strNew.c_str()))
         remove(name.strNew);
@@ -354,7 +354,7 @@ attempt tryToBegin(const savedName& name, fileLock& lock) {
     if (ePresence == presence::unknown || !lookAtReplaced(name, stateOld))
         return attempt::failed;
     bReplaces = bReplaces || stateOld.eKind != kindNone;
-    return !bReplaces || takeOverState(lock.fd(), stateOld) ? attempt::done : attempt::failed;
+    return !bReplaces || keepModeAndOwner(lock.fd(), stateOld) ? attempt::done : attempt::failed;
 }
 
 bool beginNew(const savedName& name, fileLock& lock) {
@@ -362,7 +362,7 @@ bool beginNew(const savedName& name, fileLock& lock) {
         const attempt eAttempt = tryToBegin(name, lock);
         if (eAttempt == attempt::done)
             return true;
-        dropNew(name, lock);
+        removeOwnNew(name, lock);
         lock.release();  // otherwise the next recovery would wait for this saver
         if (eAttempt == attempt::failed)
             return false;
@@ -453,10 +453,10 @@ void recoverSavedFile(const char* lpszFileName) { recover(savedName(lpszFileName
 bool hasSavedFile(const char* lpszFileName) {
     const savedName name(lpszFileName);
     for (int i = 0; i < maxTries; ++i) {
-        if (maybeAt(name.strName))
+        if (mayExist(name.strName))
             return true;
         const bool bSettled = recover(name, false);
-        if (isNowhere(name))
+        if (isMissingEverywhere(name))
             return false;
         if (!bSettled)
             return true;
@@ -469,10 +469,10 @@ int readSavedText(const char* lpszFileName, fileText& text) {
     for (int i = 0; i < maxTries; ++i) {
         const bool bSettled = recover(name, false);
         int nRead = readWholeText(lpszFileName, text);
-        if (nRead >= 0 || !isMissing(errno) || isNowhere(name))
+        if (nRead >= 0 || !isMissing(errno) || isMissingEverywhere(name))
             return nRead;
         if (!bSettled)
-            nRead = readAside(name, text);
+            nRead = readInterrupted(name, text);
         // When nothing is found, another process is completing the exchange, and the next try finds it.
         if (nRead >= 0 || !isMissing(errno))
             return nRead;
@@ -490,7 +490,7 @@ BOOL saveFileSafely(const char* lpszFileName, const std::function<BOOL(chFileStd
         return 1;
     const errnoGuard guard;
     const int nError = errno;
-    dropNew(name, lock);
+    removeOwnNew(name, lock);
     lock.release();
     QOR_TraceHelper::qorOutputWarningString("Save %s fail: %s", lpszFileName, reasonOf(name, nError).c_str());
     return 0;

@@ -33,7 +33,7 @@ void reportCall(const char* lpszFunction, std::initializer_list<std::string> lis
 }
 
 // The absolute path, with the present place of the telephony settings.
-refString presentFile(const char* lpszFileName) {
+refString currentPath(const char* lpszFileName) {
     refString strFile = QOR_MiscHelper::pathGetAbsolutePath(lpszFileName, NULL);
     strFile.Replace("/vantrel/config/voip/", "/rundata/config/user/voip/");
     return strFile;
@@ -56,7 +56,7 @@ HINIFILE profileOpen(const char* lpszFileName) {
     reportCall("profileOpen", {textOf(lpszFileName)});
     if (!QOR_ASSERT(lpszFileName != NULL) || isText(lpszFileName, "/tmp/vantrel_dhcp_options"))
         return NULL;
-    refString strFile = presentFile(lpszFileName);
+    refString strFile = currentPath(lpszFileName);
     strFile.Replace("/vantrel/config/Setting/AdvSetting.cfg", systemFile);
     if (!QOR_FileHelper::hasSavedFile(strFile))
         return NULL;
@@ -95,7 +95,7 @@ BOOL qorGetProfileString(const char* lpszFileName, const char* lpszSection, cons
                {textOf(lpszFileName), textOf(lpszSection), textOf(lpszKey), textOf(lpszDefault)});
     if (!QOR_ASSERT(lpszFileName != NULL))
         return 0;
-    const refString strFile = presentFile(lpszFileName);
+    const refString strFile = currentPath(lpszFileName);
     if (!QOR_FileHelper::hasSavedFile(strFile))
         return 0;
     return qorGetRegistryString(strFile, lpszSection, lpszKey, lpszBuffer, lpszDefault);
@@ -114,7 +114,7 @@ int qorGetProfileInt(const char* lpszFileName, const char* lpszSection, const ch
         lpszSection = "CallOption";
         lpszKey = "eCallMode";
     } else if (QOR_ASSERT(lpszFileName != NULL)) {
-        strFile = presentFile(lpszFileName);
+        strFile = currentPath(lpszFileName);
     }
     return QOR_FileHelper::hasSavedFile(strFile) ? qorGetRegistryInt(strFile, lpszSection, lpszKey, nDefault)
                                                  : nDefault;
