@@ -13,6 +13,7 @@
 #include "support/message_thread.h"
 #include "support/share_object.h"
 #include "support/system_call.h"
+#include "support/leavings.h"
 
 using namespace QOR_MsgQueueHelper;
 using QOR_BaseHelper::chCancelGuard;
@@ -21,6 +22,9 @@ using qorTest::meeting;
 using qorTest::share;
 
 namespace {
+
+// Segments stay.
+const bool s_bLeaves = qorTest::leaveObjects("lock_");
 
 std::atomic<bool> s_bCancelInFlush{false};
 

@@ -10,10 +10,15 @@
 #include "peers/pattern.h"
 #include "support/peer.h"
 #include "support/traceline.h"
+#include "support/leavings.h"
 
 using namespace qorTest;
 
 namespace {
+
+// What peers opened by name stays with the device.
+const bool s_bLeaves = qorTest::leaveObjects("bell");
+const bool s_bLeavesToo = qorTest::leaveObjects("own_lock");
 
 std::vector<peerBuild> listBuilds() {
     std::vector<peerBuild> listBuild = {findPeerBuild(QOR_PEER_BUILD)};

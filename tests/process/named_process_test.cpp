@@ -9,11 +9,15 @@
 #include "support/child.h"
 #include "qor/MsgQueueHelper/Named.h"
 #include "qor/flat.h"
+#include "support/leavings.h"
 
 using qorTest::childProcess;
 using qorTest::meeting;
 
 namespace {
+
+// The counters' file is removed before each test, and its lock goes with no file.
+const bool s_bLeaves = qorTest::leaveObjects("a semaphore with the key ");
 
 class NamedProcess : public testing::Test {
 protected:

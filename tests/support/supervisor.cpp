@@ -16,6 +16,7 @@
 #include <fstream>
 #include <string>
 
+#include "support/leavings.h"
 #include "support/scale.h"
 
 namespace qorTest {
@@ -55,18 +56,26 @@ public:
     void OnTestStart(const testing::TestInfo& info) override {
         snprintf(m_now.szTest, sizeof(m_now.szTest), "%s.%s", info.test_suite_name(), info.name());
         ++m_now.nBegun;
+        m_leaks.Begin();
     }
     void OnTestEnd(const testing::TestInfo&) override {
-        if (getpid() != m_idProcess || !hasChild())
+        if (getpid() != m_idProcess)
             return;
-        report("leaves a child process", m_now);
-        ADD_FAILURE() << "a child process is left";
-        endChildren();
+        if (hasChild()) {
+            report("leaves a child process", m_now);
+            ADD_FAILURE() << "a child process is left";
+            endChildren();
+        }
+        for (const std::string& strObject : m_leaks.End()) {
+            report(("leaves " + strObject).c_str(), m_now);
+            ADD_FAILURE() << strObject << " is left";
+        }
     }
 
 private:
     progress& m_now;
     const pid_t m_idProcess;
+    leakWatch m_leaks;
 };
 
 int runTold(const std::function<int()>& runTests, progress& now) {
