@@ -123,8 +123,4 @@ inline bool has(const std::string& strWhole, const std::string& str) { return st
 
 }  // namespace qorTest
 
-// The statement ends the process with that assertion of the sockets.
-#define EXPECT_SOCKET_FATAL(statement, text) \
-    EXPECT_EXIT(statement, testing::KilledBySignal(SIGABRT), qorTest::reportOf("QORSocket", text))
-
 #endif

@@ -1,4 +1,4 @@
-// Texts of both widths, and fatal assertions by their exact texts.
+// Texts of both widths.
 #ifndef QOR_TESTS_SUPPORT_TEXT_H
 #define QOR_TESTS_SUPPORT_TEXT_H
 
@@ -46,18 +46,6 @@ std::string narrow(const QOR_StringHelper::chReferenceStringT<T>& str) {
     return narrow(static_cast<const T*>(str), str.GetLength());
 }
 
-// A pattern for the line of a report: the module and the fixed text between the brackets and the ids.
-inline std::string reportOf(const char* lpszModule, const char* lpszText) {
-    std::string strPattern = "\\[" + std::string(lpszModule) + ":[0-9]+\\] ";
-    for (; *lpszText != 0; ++lpszText)
-        strPattern += (strchr("\\^$.|?*+()[]{}", *lpszText) != nullptr ? "\\" : "") + std::string(1, *lpszText);
-    return strPattern + " \\(";
-}
-
 }  // namespace qorTest
-
-// The statement ends the process with that assertion of the strings.
-#define EXPECT_STRING_FATAL(statement, text) \
-    EXPECT_EXIT(statement, testing::KilledBySignal(SIGABRT), qorTest::reportOf("_chString", text))
 
 #endif

@@ -7,6 +7,7 @@
 
 #include "support/socket_peer.h"
 #include "support/text.h"
+#include "support/fatal.h"
 
 using namespace QOR_SocketHelper;
 using namespace qorTest;
@@ -117,8 +118,8 @@ TEST(Address, EqualityIsOfFamilyPortAndAddress) {
 
 TEST(Address, ANullTextIsFatal) {
     chSocketAddr addr;
-    EXPECT_SOCKET_FATAL(addr.CreateSocketAddr(nullptr, 80), "lpszIPv4 != NULL");
-    EXPECT_SOCKET_FATAL(sockIsValidIPv4(nullptr), "lpszIPv4 != NULL");
+    EXPECT_FATAL("QORSocket", addr.CreateSocketAddr(nullptr, 80), "lpszIPv4 != NULL");
+    EXPECT_FATAL("QORSocket", sockIsValidIPv4(nullptr), "lpszIPv4 != NULL");
 }
 
 TEST(Address, FourNumbersWithDotsAreValid) {

@@ -9,6 +9,7 @@
 #include "support/far_memory.h"
 #include "support/pool_reading.h"
 #include "support/scale.h"
+#include "support/fatal.h"
 
 using namespace QOR_AllocHelper;
 using namespace QOR_ChainHelper;
@@ -17,9 +18,6 @@ using qorTest::poolReading;
 using qorTest::scaled;
 
 namespace {
-
-#define EXPECT_FATAL(statement, text) \
-    EXPECT_EXIT(statement, testing::KilledBySignal(SIGABRT), "\\[_chAlloc:[0-9]+\\] " + std::string(text) + " \\([0-9]")
 
 int32_t wordAt(const void* p, int iWord) {
     int32_t n;
@@ -93,15 +91,15 @@ TEST(DynamicNodes, CleanupFreesEverythingAndTheAllocatorCanBeUsedAgain) {
 
 TEST(DynamicNodes, ViolatedPreconditionsAreFatal) {
     baseDynamicNodeAlloc alloc;
-    const char* const szSize = "nNodeSize >= \\(int\\)sizeof\\(type_chain\\) && nRowCount > 0";
-    EXPECT_FATAL(alloc.borrow_node(2 * sizePointer - 1, 1), szSize);
-    EXPECT_FATAL(alloc.borrow_node(sizeNode, 0), szSize);
-    EXPECT_FATAL(alloc.return_node(&alloc), "m_nBorrowedCount > 0");
-    EXPECT_FATAL(alloc.borrow_node(0x7FFFFFF0, 0x7FFFFFFF), "pNewBlock != NULL");
+    const char* const szSize = "nNodeSize >= (int)sizeof(type_chain) && nRowCount > 0";
+    EXPECT_FATAL("_chAlloc", alloc.borrow_node(2 * sizePointer - 1, 1), szSize);
+    EXPECT_FATAL("_chAlloc", alloc.borrow_node(sizeNode, 0), szSize);
+    EXPECT_FATAL("_chAlloc", alloc.return_node(&alloc), "m_nBorrowedCount > 0");
+    EXPECT_FATAL("_chAlloc", alloc.borrow_node(0x7FFFFFF0, 0x7FFFFFFF), "pNewBlock != NULL");
     void* p = alloc.borrow_node(2 * sizePointer, 2);
-    EXPECT_FATAL(alloc.AllocHashBlock(sizeNode, 1), "m_pFirstFreeNode == NULL");
-    EXPECT_FATAL(alloc.cleanup_nodes(), "m_nBorrowedCount == 0");
-    EXPECT_FATAL(baseDynamicNodeAlloc().borrow_node(sizeNode, 1), "m_nBorrowedCount == 0");
+    EXPECT_FATAL("_chAlloc", alloc.AllocHashBlock(sizeNode, 1), "m_pFirstFreeNode == NULL");
+    EXPECT_FATAL("_chAlloc", alloc.cleanup_nodes(), "m_nBorrowedCount == 0");
+    EXPECT_FATAL("_chAlloc", baseDynamicNodeAlloc().borrow_node(sizeNode, 1), "m_nBorrowedCount == 0");
     alloc.return_node(p);
 }
 
@@ -138,9 +136,9 @@ TEST_F(StaticNodes, AreBorrowedInOrderAndReturnedToTheFront) {
     EXPECT_EQ(3, wordAt(m_aArea, 0));
     EXPECT_EQ(-1, wordAt(m_aArea, 1));
     EXPECT_EQ(nullptr, pAlloc->get_FirstFreeNode());
-    EXPECT_FATAL(pAlloc->borrow_node(), "get_FirstFreeNode\\(\\) != NULL");
-    EXPECT_FATAL(pAlloc->cleanup_nodes(), "m_nBorrowedCount == 0");
-    EXPECT_FATAL(pAlloc->~baseStaticNodeAlloc(), "m_nBorrowedCount == 0");
+    EXPECT_FATAL("_chAlloc", pAlloc->borrow_node(), "get_FirstFreeNode() != NULL");
+    EXPECT_FATAL("_chAlloc", pAlloc->cleanup_nodes(), "m_nBorrowedCount == 0");
+    EXPECT_FATAL("_chAlloc", pAlloc->~baseStaticNodeAlloc(), "m_nBorrowedCount == 0");
     pAlloc->return_node(pA);
     pAlloc->return_node(pC);
     EXPECT_EQ(pC, pAlloc->borrow_node());
@@ -148,7 +146,7 @@ TEST_F(StaticNodes, AreBorrowedInOrderAndReturnedToTheFront) {
     for (void* p : {pA, pB, pC})
         pAlloc->return_node(p);
     pAlloc->cleanup_nodes();
-    EXPECT_FATAL(pAlloc->return_node(pA), "m_nBorrowedCount > 0");
+    EXPECT_FATAL("_chAlloc", pAlloc->return_node(pA), "m_nBorrowedCount > 0");
 }
 
 TEST_F(StaticNodes, AreValidAtAnotherAddress) {
@@ -162,9 +160,9 @@ TEST_F(StaticNodes, AreValidAtAnotherAddress) {
 }
 
 TEST_F(StaticNodes, ViolatedPreconditionsAreFatal) {
-    const char* const szSize = "sizeNode >= \\(int\\)sizeof\\(type_chain\\) && nNodeCount > 0";
-    EXPECT_FATAL(make(7, 1), szSize);
-    EXPECT_FATAL(make(8, 0), szSize);
+    const char* const szSize = "sizeNode >= (int)sizeof(type_chain) && nNodeCount > 0";
+    EXPECT_FATAL("_chAlloc", make(7, 1), szSize);
+    EXPECT_FATAL("_chAlloc", make(8, 0), szSize);
 }
 
 TEST_F(StaticNodes, ADamagedLinkIsFatal) {
@@ -173,7 +171,7 @@ TEST_F(StaticNodes, ADamagedLinkIsFatal) {
     const int32_t nWild = 0x1000;
     memcpy(m_aArea + 8, &nWild, sizeof(nWild));
     pAlloc->borrow_node();
-    EXPECT_FATAL(pAlloc->borrow_node(), "broken share pool");
+    EXPECT_FATAL("_chAlloc", pAlloc->borrow_node(), "broken share pool");
     unregistShareRange(m_aArea);
 }
 
@@ -238,7 +236,7 @@ TEST_F(Pool, ANewOneIsEmptyAndItsFreeChainLeadsToItself) {
     for (int i = 0; i < 4; ++i)
         EXPECT_EQ(0, wordAt(&pool, i)) << i;
     EXPECT_EQ(nullptr, pool.find_big_enough_cell(1));
-    EXPECT_FATAL(pool.alloc(1), "pResultCell != NULL");
+    EXPECT_FATAL("_chAlloc", pool.alloc(1), "pResultCell != NULL");
     pool.cleanup_pool();
 }
 
@@ -259,7 +257,7 @@ TEST_F(Pool, IsInitialisedOnce) {
     baseStaticPoolAlloc other;
     alignas(4) char aArea[64];
     EXPECT_TRUE(other.init_pool(aArea, 64));
-    EXPECT_FATAL(other.init_pool(aArea, 64), "m_nPoolSize == 0");
+    EXPECT_FATAL("_chAlloc", other.init_pool(aArea, 64), "m_nPoolSize == 0");
 }
 
 TEST_F(Pool, SizesAreAtLeastEightAndMultiplesOfFour) {
@@ -359,9 +357,9 @@ TEST_F(Pool, DisjoinWarnsAboutAUsedCellAndAssertsAValidAndLargeOne) {
     testing::internal::CaptureStderr();
     pool().disjoin_big_cell(pool().begin_cell(), 96);
     EXPECT_NE(std::string::npos, testing::internal::GetCapturedStderr().find("] pCell->is_free_cell() ("));
-    const char* const szSound = "is_valid_cell\\(pCell\\) && pCell->get_nPoolSize\\(\\) >= nAllocSize";
-    EXPECT_FATAL(pool().disjoin_big_cell(pool().begin_cell(), 104), szSound);
-    EXPECT_FATAL(pool().disjoin_big_cell(pool().end_cell(), 8), szSound);
+    const char* const szSound = "is_valid_cell(pCell) && pCell->get_nPoolSize() >= nAllocSize";
+    EXPECT_FATAL("_chAlloc", pool().disjoin_big_cell(pool().begin_cell(), 104), szSound);
+    EXPECT_FATAL("_chAlloc", pool().disjoin_big_cell(pool().end_cell(), 8), szSound);
 }
 
 TEST_F(Pool, IsValidCellWarnsOfWhatIsWrong) {
@@ -403,32 +401,32 @@ TEST_F(Pool, FreeingTwiceIsFatal) {
     void* pA = pool().alloc(20);
     void* pB = pool().alloc(20);
     pool().free(pA);
-    EXPECT_FATAL(pool().free(pA), "!pFreeCell->is_free_cell\\(\\)");
+    EXPECT_FATAL("_chAlloc", pool().free(pA), "!pFreeCell->is_free_cell()");
     pool().free(pB);
     EXPECT_EQ(nullptr, pool().find_big_enough_cell(nArea));
     EXPECT_EQ(cells{-nArea}, lengths());
-    EXPECT_FATAL(pool().free(pB), "!pFreeCell->is_free_cell\\(\\)") << "also when it has been merged";
+    EXPECT_FATAL("_chAlloc", pool().free(pB), "!pFreeCell->is_free_cell()") << "also when it has been merged";
 }
 
 TEST_F(Pool, FreeingAnAddressThatIsNotABlockIsFatal) {
     char ch[64];
-    EXPECT_FATAL(pool().free(ch), "broken share pool");
-    EXPECT_FATAL(pool().free(NULL), "broken share pool");
-    EXPECT_FATAL(pool().free(static_cast<char*>(pool().alloc(20)) + 1), "broken share pool");
-    EXPECT_FATAL(pool().free(m_block.aArea + nArea), "broken share pool");
+    EXPECT_FATAL("_chAlloc", pool().free(ch), "broken share pool");
+    EXPECT_FATAL("_chAlloc", pool().free(NULL), "broken share pool");
+    EXPECT_FATAL("_chAlloc", pool().free(static_cast<char*>(pool().alloc(20)) + 1), "broken share pool");
+    EXPECT_FATAL("_chAlloc", pool().free(m_block.aArea + nArea), "broken share pool");
 }
 
 TEST_F(Pool, ExhaustionIsFatal) {
-    EXPECT_FATAL(pool().alloc(nArea - 3), "pResultCell != NULL");
-    EXPECT_FATAL(pool().alloc(0x7FFFFFFF), "pResultCell != NULL");
+    EXPECT_FATAL("_chAlloc", pool().alloc(nArea - 3), "pResultCell != NULL");
+    EXPECT_FATAL("_chAlloc", pool().alloc(0x7FFFFFFF), "pResultCell != NULL");
     EXPECT_NE(nullptr, pool().alloc(nArea - 4));
-    EXPECT_FATAL(pool().alloc(1), "pResultCell != NULL");
+    EXPECT_FATAL("_chAlloc", pool().alloc(1), "pResultCell != NULL");
 }
 
 TEST_F(Pool, CleanupIsFatalWhileABlockIsAllocated) {
     void* p = pool().alloc(8);
-    EXPECT_FATAL(pool().cleanup_pool(), "begin_cell\\(\\)->get_pRight\\(\\) == end_cell\\(\\)");
-    EXPECT_FATAL(pool().~baseStaticPoolAlloc(), "begin_cell\\(\\)->get_pRight\\(\\) == end_cell\\(\\)");
+    EXPECT_FATAL("_chAlloc", pool().cleanup_pool(), "begin_cell()->get_pRight() == end_cell()");
+    EXPECT_FATAL("_chAlloc", pool().~baseStaticPoolAlloc(), "begin_cell()->get_pRight() == end_cell()");
     pool().free(p);
     pool().cleanup_pool();
 }
@@ -437,8 +435,8 @@ TEST_F(Pool, CleanupIsFatalWhenAFreeCellIsLargerThanThePool) {
     pool().alloc(8);
     const poolCell cell = poolReading(&pool()).cells().back();
     reinterpret_cast<poll_chain*>(reinterpret_cast<char*>(&pool()) + cell.nAt)->set_iOffsetRightCell(0x7FFFFFF0);
-    EXPECT_FATAL(pool().alloc(20), "broken share pool");
-    EXPECT_FATAL(pool().cleanup_pool(), "broken share pool");
+    EXPECT_FATAL("_chAlloc", pool().alloc(20), "broken share pool");
+    EXPECT_FATAL("_chAlloc", pool().cleanup_pool(), "broken share pool");
 }
 
 TEST_F(Pool, IsValidAtAnotherAddress) {
@@ -492,7 +490,7 @@ TEST_F(Pool, HandlesShareOnePool) {
     void* pA = handle.alloc(1);
     void* pB = other.alloc(9);
     EXPECT_EQ((cells{12, 16, -(nArea - 28)}), lengths());
-    EXPECT_FATAL(handle.cleanup_pool(), "begin_cell\\(\\)->get_pRight\\(\\) == end_cell\\(\\)");
+    EXPECT_FATAL("_chAlloc", handle.cleanup_pool(), "begin_cell()->get_pRight() == end_cell()");
     other.free(pA);
     handle.free(pB);
     handle.cleanup_pool();
@@ -507,14 +505,14 @@ TEST_F(Pool, AHandleWithoutAPoolHasNothingToFree) {
 
 TEST_F(Pool, AHandlesViolatedPreconditionsAreFatal) {
     baseSharePoolAlloc& handle = m_block.handle;
-    const char* const szSet = "get_pPool\\(\\) == NULL && pPool != NULL";
-    EXPECT_FATAL(handle.InitPool(NULL), szSet);
-    EXPECT_FATAL(handle.alloc(1), "get_pPool\\(\\) != NULL");
+    const char* const szSet = "get_pPool() == NULL && pPool != NULL";
+    EXPECT_FATAL("_chAlloc", handle.InitPool(NULL), szSet);
+    EXPECT_FATAL("_chAlloc", handle.alloc(1), "get_pPool() != NULL");
     handle.InitPool(&pool());
-    EXPECT_FATAL(handle.InitPool(&pool()), szSet);
-    EXPECT_FATAL(handle.alloc(0), "nAllocSize > 0");
-    EXPECT_FATAL(handle.alloc(-1), "nAllocSize > 0");
-    EXPECT_FATAL(handle.alloc(nArea), "pResultCell != NULL");
+    EXPECT_FATAL("_chAlloc", handle.InitPool(&pool()), szSet);
+    EXPECT_FATAL("_chAlloc", handle.alloc(0), "nAllocSize > 0");
+    EXPECT_FATAL("_chAlloc", handle.alloc(-1), "nAllocSize > 0");
+    EXPECT_FATAL("_chAlloc", handle.alloc(nArea), "pResultCell != NULL");
 }
 
 TEST(HeapPool, IsTheHeap) {
@@ -711,10 +709,10 @@ TEST_F(DamagedPool, AnAreaOutsideTheSegmentIsFatalForEveryOperation) {
     const auto expectBroken = [&](int iWord, int32_t nValue) {
         SCOPED_TRACE(nValue);
         memcpy(m_segment.begin() + 4 * iWord, &nValue, sizeof(nValue));
-        EXPECT_FATAL(m_pBlock->pool.alloc(8), "broken share pool");
-        EXPECT_FATAL(m_pBlock->pool.free(p), "broken share pool");
-        EXPECT_FATAL(m_pBlock->pool.cleanup_pool(), "broken share pool");
-        EXPECT_FATAL(m_pBlock->pool.find_big_enough_cell(8), "broken share pool");
+        EXPECT_FATAL("_chAlloc", m_pBlock->pool.alloc(8), "broken share pool");
+        EXPECT_FATAL("_chAlloc", m_pBlock->pool.free(p), "broken share pool");
+        EXPECT_FATAL("_chAlloc", m_pBlock->pool.cleanup_pool(), "broken share pool");
+        EXPECT_FATAL("_chAlloc", m_pBlock->pool.find_big_enough_cell(8), "broken share pool");
     };
     for (int32_t nSize : {-1, 0x7FFFFFFF, 0x7FFFFFFE, 5000})
         expectBroken(0, nSize);
@@ -726,8 +724,8 @@ TEST_F(DamagedPool, AnAreaOutsideTheSegmentIsFatalForEveryOperation) {
 
 TEST_F(DamagedPool, ALinkedCellThatIsMarkedAsUsedIsFatal) {
     m_pBlock->pool.begin_cell()->set_cell_free(false);
-    EXPECT_FATAL(m_pBlock->pool.alloc(8), "broken share pool");
-    EXPECT_FATAL(m_pBlock->pool.find_big_enough_cell(8), "broken share pool");
+    EXPECT_FATAL("_chAlloc", m_pBlock->pool.alloc(8), "broken share pool");
+    EXPECT_FATAL("_chAlloc", m_pBlock->pool.find_big_enough_cell(8), "broken share pool");
     m_pBlock->pool.begin_cell()->set_cell_free(true);
     m_pBlock->handle.free(m_pBlock->handle.alloc(8));
 }
@@ -735,16 +733,13 @@ TEST_F(DamagedPool, ALinkedCellThatIsMarkedAsUsedIsFatal) {
 TEST_F(DamagedPool, AHandleThatLeadsOutOfTheSegmentIsFatal) {
     const int32_t nOffset = static_cast<int32_t>(m_segment.size()) - 16 - 12;
     memcpy(m_segment.begin() + 16, &nOffset, sizeof(nOffset));
-    EXPECT_FATAL(m_pBlock->handle.alloc(8), "broken share pool");
-    EXPECT_FATAL(m_pBlock->handle.free(m_pBlock->aArea), "broken share pool");
+    EXPECT_FATAL("_chAlloc", m_pBlock->handle.alloc(8), "broken share pool");
+    EXPECT_FATAL("_chAlloc", m_pBlock->handle.free(m_pBlock->aArea), "broken share pool");
 }
 
 // ---- distances
 
 #ifdef QOR_TEST_FAR_MEMORY
-#define EXPECT_TOO_FAR(statement) \
-    EXPECT_EXIT(statement, testing::KilledBySignal(SIGABRT), "\\[_chChain:[0-9]+\\] the distance fits into 32 bits ")
-
 TEST(FarMemory, APoolWhoseAreaIsMoreThanTwoGibibytesAwayIsFatal) {
     const qorTest::farMemory memory;
     const auto usePool = [](char* pRecord, char* pArea) {
@@ -753,24 +748,25 @@ TEST(FarMemory, APoolWhoseAreaIsMoreThanTwoGibibytesAwayIsFatal) {
         pPool->alloc(20);
         return 0;
     };
-    EXPECT_TOO_FAR(usePool(memory.low(), memory.high()));
-    EXPECT_TOO_FAR(usePool(memory.high(), memory.low()));
+    EXPECT_FATAL("_chChain", usePool(memory.low(), memory.high()), "the distance fits into 32 bits");
+    EXPECT_FATAL("_chChain", usePool(memory.high(), memory.low()), "the distance fits into 32 bits");
 }
 
 TEST(FarMemory, AHandleOntoAPoolMoreThanTwoGibibytesAwayIsFatal) {
     const qorTest::farMemory memory;
     auto* pPool = new (memory.high()) baseStaticPoolAlloc;
     auto* pHandle = new (memory.low()) baseSharePoolAlloc;
-    EXPECT_TOO_FAR(pHandle->InitPool(pPool));
+    EXPECT_FATAL("_chChain", pHandle->InitPool(pPool), "the distance fits into 32 bits");
     EXPECT_EQ(nullptr, pHandle->get_pPool());
 }
 
 TEST(FarMemory, ANodeMoreThanTwoGibibytesAwayIsFatal) {
     const qorTest::farMemory memory;
     auto* pNodes = new (memory.low()) baseStaticNodeAlloc(8, 2);
-    EXPECT_TOO_FAR(pNodes->set_FirstFreeNode(reinterpret_cast<list_chain_offset*>(memory.high())));
+    EXPECT_FATAL("_chChain", pNodes->set_FirstFreeNode(reinterpret_cast<list_chain_offset*>(memory.high())),
+                 "the distance fits into 32 bits");
     pNodes->borrow_node();
-    EXPECT_TOO_FAR(pNodes->return_node(memory.high()));
+    EXPECT_FATAL("_chChain", pNodes->return_node(memory.high()), "the distance fits into 32 bits");
 }
 #endif
 

@@ -5,14 +5,12 @@
 #include "qor/ArrayHelper.h"
 #include "support/huge_request.h"
 #include "support/scale.h"
+#include "support/fatal.h"
 
 using namespace QOR_ArrayHelper;
 using qorTest::scaled;
 
 namespace {
-
-#define EXPECT_FATAL(statement, text) \
-    EXPECT_EXIT(statement, testing::KilledBySignal(SIGABRT), "\\[_chArray:[0-9]+\\] " text " \\([0-9]")
 
 // A number on the heap, so that a missing construction and a double destruction are noticed.
 class counted {
@@ -233,13 +231,14 @@ TEST(Array, ViolatedPreconditionsAreFatal) {
     const char* const szIndex = "this->m_aT != NULL && iIndex >= 0 && iIndex < m_nElementCount";
     EXPECT_EXIT(arr[0], testing::KilledBySignal(SIGABRT), szIndex);
     arr.Add(1);
-    EXPECT_FATAL(arr[-1], "this->m_aT != NULL && iIndex >= 0 && iIndex < m_nElementCount");
-    EXPECT_FATAL(arr[1], "this->m_aT != NULL && iIndex >= 0 && iIndex < m_nElementCount");
-    EXPECT_FATAL(const_cast<const intArray&>(arr)[1], "this->m_aT != NULL && iIndex >= 0 && iIndex < m_nElementCount");
-    EXPECT_FATAL(arr.SetArraySize(-1), "nNewCount >= 0");
-    EXPECT_FATAL(arr.RemoveAt(-1, 1), "iIndex >= 0 && iIndex <= m_nElementCount");
-    EXPECT_FATAL(arr.RemoveAt(2, 1), "iIndex >= 0 && iIndex <= m_nElementCount");
-    EXPECT_FATAL(arr.AppendAllocSize(0x7FFFFFFF), "nNewCount >= 0") << "one more than an int counts";
+    EXPECT_FATAL("_chArray", arr[-1], "this->m_aT != NULL && iIndex >= 0 && iIndex < m_nElementCount");
+    EXPECT_FATAL("_chArray", arr[1], "this->m_aT != NULL && iIndex >= 0 && iIndex < m_nElementCount");
+    EXPECT_FATAL("_chArray", const_cast<const intArray&>(arr)[1],
+                 "this->m_aT != NULL && iIndex >= 0 && iIndex < m_nElementCount");
+    EXPECT_FATAL("_chArray", arr.SetArraySize(-1), "nNewCount >= 0");
+    EXPECT_FATAL("_chArray", arr.RemoveAt(-1, 1), "iIndex >= 0 && iIndex <= m_nElementCount");
+    EXPECT_FATAL("_chArray", arr.RemoveAt(2, 1), "iIndex >= 0 && iIndex <= m_nElementCount");
+    EXPECT_FATAL("_chArray", arr.AppendAllocSize(0x7FFFFFFF), "nNewCount >= 0") << "one more than an int counts";
 }
 
 struct large {
@@ -248,10 +247,11 @@ struct large {
 
 TEST(Array, MoreThanTheHeapHasIsFatal) {
     chObjArray<large, false, 1> arr;
-    EXPECT_FATAL(arr.SetArraySize(0x7FFFFFFF), "pObj != NULL");
+    EXPECT_FATAL("_chArray", arr.SetArraySize(0x7FFFFFFF), "pObj != NULL");
     chObjArray<int, false, 4> arrInt;
     if (sizeof(void*) == 4) {
-        EXPECT_FATAL(arrInt.SetArraySize(0x40000001), "pObj != NULL") << "whose size in bytes passes 32 bits";
+        EXPECT_FATAL("_chArray", arrInt.SetArraySize(0x40000001), "pObj != NULL")
+            << "whose size in bytes passes 32 bits";
     }
 }
 
@@ -274,14 +274,14 @@ TEST(Buffer, IsAllocatedResizedAndFreed) {
 TEST(Buffer, ViolatedPreconditionsAreFatal) {
     void* pBuffer = NULL;
     int nCount = 0;
-    EXPECT_FATAL(base_alloc_buffer(pBuffer, nCount, 0, 4), "nNewCount > 0");
-    EXPECT_FATAL(base_alloc_buffer(pBuffer, nCount, -1, 4), "nNewCount > 0");
+    EXPECT_FATAL("_chArray", base_alloc_buffer(pBuffer, nCount, 0, 4), "nNewCount > 0");
+    EXPECT_FATAL("_chArray", base_alloc_buffer(pBuffer, nCount, -1, 4), "nNewCount > 0");
     nCount = 5;
-    EXPECT_FATAL(base_free_buffer(pBuffer, nCount), "m_aT == NULL && m_nAllocCount == 0");
+    EXPECT_FATAL("_chArray", base_free_buffer(pBuffer, nCount), "m_aT == NULL && m_nAllocCount == 0");
     char ch;
     pBuffer = &ch;
     nCount = 0;
-    EXPECT_FATAL(base_free_buffer(pBuffer, nCount), "m_aT == NULL && m_nAllocCount == 0");
+    EXPECT_FATAL("_chArray", base_free_buffer(pBuffer, nCount), "m_aT == NULL && m_nAllocCount == 0");
 }
 
 TEST(Buffer, ABufferOfAnArrayIsAllocatedAndFreed) {

@@ -7,6 +7,7 @@
 #include "support/damage.h"
 #include "support/far_memory.h"
 #include "support/scale.h"
+#include "support/fatal.h"
 
 using namespace QOR_ChainHelper;
 using qorTest::scaled;
@@ -540,12 +541,10 @@ TEST(RelativePointer, PointsAnywhereWithinTwoGibibytesOfItsBaseOrIsNull) {
     EXPECT_EQ(-1, wordAt(&v.pointer));
 }
 
-#define EXPECT_TOO_FAR(statement) \
-    EXPECT_EXIT(statement, testing::KilledBySignal(SIGABRT), "\\[_chChain:[0-9]+\\] the distance fits into 32 bits ")
-
 TEST(RelativePointer, TheDistanceThatMeansNullIsFatal) {
     relativePointer aPointer[2];
-    EXPECT_TOO_FAR(aPointer[1].set(&aPointer[1], reinterpret_cast<char*>(&aPointer[1]) - 1));
+    EXPECT_FATAL("_chChain", aPointer[1].set(&aPointer[1], reinterpret_cast<char*>(&aPointer[1]) - 1),
+                 "the distance fits into 32 bits");
 }
 
 #ifdef QOR_TEST_FAR_MEMORY
@@ -553,8 +552,8 @@ TEST(RelativePointer, ATargetMoreThanTwoGibibytesAwayIsFatal) {
     const qorTest::farMemory memory;
     auto* pLow = reinterpret_cast<relativePointer*>(memory.low());
     auto* pHigh = reinterpret_cast<relativePointer*>(memory.high());
-    EXPECT_TOO_FAR(pLow->set(pLow, pHigh));
-    EXPECT_TOO_FAR(pHigh->set(pHigh, pLow));
+    EXPECT_FATAL("_chChain", pLow->set(pLow, pHigh), "the distance fits into 32 bits");
+    EXPECT_FATAL("_chChain", pHigh->set(pHigh, pLow), "the distance fits into 32 bits");
     pLow->set(pLow, memory.low() + 0x7FFFFFFF);
     EXPECT_EQ(memory.low() + 0x7FFFFFFF, pLow->get(pLow));
     pHigh->set(pHigh, memory.high() - 0x80000000u);
@@ -565,9 +564,9 @@ TEST(Chain, AnOffsetLinkOverMoreThanTwoGibibytesIsFatal) {
     const qorTest::farMemory memory;
     auto* pLow = reinterpret_cast<list_chain_offset*>(memory.low());
     auto* pHigh = reinterpret_cast<list_chain_offset*>(memory.high());
-    EXPECT_TOO_FAR(pLow->set_pNext(pHigh));
-    EXPECT_TOO_FAR(pHigh->set_pPrev(pLow));
-    EXPECT_TOO_FAR(link_list_node(pLow, pHigh));
+    EXPECT_FATAL("_chChain", pLow->set_pNext(pHigh), "the distance fits into 32 bits");
+    EXPECT_FATAL("_chChain", pHigh->set_pPrev(pLow), "the distance fits into 32 bits");
+    EXPECT_FATAL("_chChain", link_list_node(pLow, pHigh), "the distance fits into 32 bits");
 }
 #endif
 

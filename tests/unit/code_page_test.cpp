@@ -9,6 +9,7 @@
 #include "support/filebytes.h"
 #include "support/text.h"
 #include "support/scale.h"
+#include "support/fatal.h"
 
 using QOR_CodePage::chCodePage;
 using qorTest::letters;

@@ -4,6 +4,7 @@
 
 #include "support/comma_locale.h"
 #include "support/text.h"
+#include "support/fatal.h"
 
 using namespace QOR_StringHelper;
 using qorTest::narrow;
@@ -145,8 +146,8 @@ TEST(FromString, ABufferGetsAsMuchAsFits) {
 
 TEST(FromString, ABufferOfNoSizeIsFatal) {
     char ch = 'z';
-    EXPECT_STRING_FATAL(chReadBuffer(text("a"), &ch, 0), "lpszBuffer != NULL && nSize > 0");
-    EXPECT_STRING_FATAL(chReadBuffer(text("a"), nullptr, 4), "lpszBuffer != NULL && nSize > 0");
+    EXPECT_FATAL("_chString", chReadBuffer(text("a"), &ch, 0), "lpszBuffer != NULL && nSize > 0");
+    EXPECT_FATAL("_chString", chReadBuffer(text("a"), nullptr, 4), "lpszBuffer != NULL && nSize > 0");
 }
 
 TEST(FromString, AViewIsNotReadBeyondItsEnd) {

@@ -4,6 +4,7 @@
 #include <limits.h>
 
 #include "support/text.h"
+#include "support/fatal.h"
 
 using namespace QOR_BaseHelper;
 using namespace QOR_SubClass;

@@ -9,6 +9,7 @@
 #include "support/scale.h"
 #include "support/text.h"
 #include "support/traceline.h"
+#include "support/fatal.h"
 
 using namespace QOR_SubClass;
 

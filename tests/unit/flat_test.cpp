@@ -9,6 +9,7 @@
 #include "qor/MiscHelper.h"
 #include "support/child.h"
 #include "support/message_thread.h"
+#include "support/fatal.h"
 
 using QOR_MsgQueueHelper::chMsgQueue;
 
@@ -222,33 +223,31 @@ TEST(Flat, AnUnregisteredThreadHasNoObject) {
     EXPECT_EQ(0u, msgProcessThreadMsgOnce(&nSomething));
 }
 
-#define EXPECT_FLAT_DEATH(statement, text) \
-    EXPECT_EXIT(statement, testing::KilledBySignal(SIGABRT), "\\[sub-interface:[0-9]+\\] " text " ")
-
 TEST(FlatDeath, RegistrationChecksItsArguments) {
     const char* lpszRegist = "\\[sub-interface:[0-9]+\\] !textEMPTY\\(lpszThreadName\\) && pMsgCallbackEx != NULL ";
     EXPECT_EXIT(msgRegistWorkThread(NULL, onEcho), testing::KilledBySignal(SIGABRT), lpszRegist);
     EXPECT_EXIT(msgRegistMainThread("", onEcho), testing::KilledBySignal(SIGABRT), lpszRegist);
     EXPECT_EXIT(msgRegistMainThread("x", NULL), testing::KilledBySignal(SIGABRT), lpszRegist);
-    EXPECT_FLAT_DEATH(msgUnregistWorkThread(NULL), "g_uCSystemShareHelper.IsValidMessageQueue\\(pMsgQueue\\)");
-    EXPECT_FLAT_DEATH(msgUnregistMainThread(reinterpret_cast<HTHREAD>(64)),
-                      "g_uCSystemShareHelper.IsValidMessageQueue\\(pMsgQueue\\)");
-    EXPECT_FLAT_DEATH(msgDefaultThreadRun(), "pLocalThread != NULL");
+    EXPECT_FATAL("sub-interface", msgUnregistWorkThread(NULL), "g_uCSystemShareHelper.IsValidMessageQueue(pMsgQueue)");
+    EXPECT_FATAL("sub-interface", msgUnregistMainThread(reinterpret_cast<HTHREAD>(64)),
+                 "g_uCSystemShareHelper.IsValidMessageQueue(pMsgQueue)");
+    EXPECT_FATAL("sub-interface", msgDefaultThreadRun(), "pLocalThread != NULL");
 }
 
 TEST(FlatDeath, AThreadOfAnotherProcessIsNotUnregistered) {
     HTHREAD hThread = msgRegistMainThread("main", onEcho);
-    EXPECT_FLAT_DEATH(msgUnregistMainThread(hThread), "pLocalThread != NULL");  // the death runs in a child
+    EXPECT_FATAL("sub-interface", msgUnregistMainThread(hThread), "pLocalThread != NULL");  // the death runs in a child
     msgUnregistMainThread(hThread);
 }
 
 TEST(FlatDeath, LaunchingChecksItsArguments) {
-    EXPECT_FLAT_DEATH(msgLaunchWorkThread(NULL, "x", NULL), "lpMeth != NULL && !textEMPTY\\(lpszThreadName\\)");
-    EXPECT_FLAT_DEATH(msgLaunchWorkThread(runWorker, "", NULL), "lpMeth != NULL && !textEMPTY\\(lpszThreadName\\)");
-    EXPECT_FLAT_DEATH(msgLaunchCallbackWorkThread("x", NULL, -1),
-                      "pMsgCallbackEx != NULL && !textEMPTY\\(lpszThreadName\\)");
-    EXPECT_FLAT_DEATH(msgLaunchCallbackWorkThread(NULL, onEcho, -1),
-                      "pMsgCallbackEx != NULL && !textEMPTY\\(lpszThreadName\\)");
+    EXPECT_FATAL("sub-interface", msgLaunchWorkThread(NULL, "x", NULL), "lpMeth != NULL && !textEMPTY(lpszThreadName)");
+    EXPECT_FATAL("sub-interface", msgLaunchWorkThread(runWorker, "", NULL),
+                 "lpMeth != NULL && !textEMPTY(lpszThreadName)");
+    EXPECT_FATAL("sub-interface", msgLaunchCallbackWorkThread("x", NULL, -1),
+                 "pMsgCallbackEx != NULL && !textEMPTY(lpszThreadName)");
+    EXPECT_FATAL("sub-interface", msgLaunchCallbackWorkThread(NULL, onEcho, -1),
+                 "pMsgCallbackEx != NULL && !textEMPTY(lpszThreadName)");
     HTHREAD hThread = msgRegistMainThread("taken", onEcho);
     const char* lpszTaken =
         "\\[sub-interface:[0-9]+\\] "
@@ -256,22 +255,22 @@ TEST(FlatDeath, LaunchingChecksItsArguments) {
     EXPECT_EXIT(msgLaunchWorkThread(runWorker, "taken", NULL), testing::KilledBySignal(SIGABRT), lpszTaken);
     EXPECT_EXIT(msgLaunchCallbackWorkThread("taken", onEcho, -1), testing::KilledBySignal(SIGABRT), lpszTaken);
     msgUnregistMainThread(hThread);
-    EXPECT_FLAT_DEATH(msgUnlaunchWorkThread(NULL), "!textEMPTY\\(lpszThreadName\\)");
-    EXPECT_FLAT_DEATH(msgGetThreadByName(""), "!textEMPTY\\(lpszThreadName\\)");
+    EXPECT_FATAL("sub-interface", msgUnlaunchWorkThread(NULL), "!textEMPTY(lpszThreadName)");
+    EXPECT_FATAL("sub-interface", msgGetThreadByName(""), "!textEMPTY(lpszThreadName)");
 }
 
 TEST(FlatDeath, MessageFunctionsInsistOnAMessage) {
-    EXPECT_FLAT_DEATH(msgReplyThreadMessage(NULL, 0), "pMsg != NULL");
-    EXPECT_FLAT_DEATH(msgGetMessageExtraData(NULL), "pMsg != NULL");
-    EXPECT_FLAT_DEATH(msgGetMessageExtraSize(NULL), "pMsg != NULL");
-    EXPECT_FLAT_DEATH(msgResetMessageExtraData(NULL, 0, NULL), "pMsg != NULL");
+    EXPECT_FATAL("sub-interface", msgReplyThreadMessage(NULL, 0), "pMsg != NULL");
+    EXPECT_FATAL("sub-interface", msgGetMessageExtraData(NULL), "pMsg != NULL");
+    EXPECT_FATAL("sub-interface", msgGetMessageExtraSize(NULL), "pMsg != NULL");
+    EXPECT_FATAL("sub-interface", msgResetMessageExtraData(NULL, 0, NULL), "pMsg != NULL");
 }
 
 TEST(FlatDeath, TimersInsistOnIdPeriodAndARegisteredThread) {
-    EXPECT_FLAT_DEATH(timerSetThreadTimer(0, 5), "nTimerID != 0 && uTimerOut != 0");
-    EXPECT_FLAT_DEATH(timerSetThreadTimer(5, 0), "nTimerID != 0 && uTimerOut != 0");
-    EXPECT_FLAT_DEATH(timerSetThreadTimer(5, 5), "pLocalThread != NULL");
-    EXPECT_FLAT_DEATH(timerKillThreadTimer(5), "pLocalThread != NULL");
+    EXPECT_FATAL("sub-interface", timerSetThreadTimer(0, 5), "nTimerID != 0 && uTimerOut != 0");
+    EXPECT_FATAL("sub-interface", timerSetThreadTimer(5, 0), "nTimerID != 0 && uTimerOut != 0");
+    EXPECT_FATAL("sub-interface", timerSetThreadTimer(5, 5), "pLocalThread != NULL");
+    EXPECT_FATAL("sub-interface", timerKillThreadTimer(5), "pLocalThread != NULL");
 }
 
 }  // namespace

@@ -5,6 +5,7 @@
 #include "support/child.h"
 #include "support/socket_peer.h"
 #include "support/text.h"
+#include "support/fatal.h"
 
 using namespace QOR_SocketHelper;
 using namespace qorTest;
@@ -142,7 +143,7 @@ TEST_F(PacketTest, ALengthOfNothingOrOfTenMegabytesIsFatal) {
         plainPeer peer;
         join(socket, peer);
         ASSERT_TRUE(peer.say(headOf(uSize)));
-        EXPECT_SOCKET_FATAL(socket.ReceiveOnePacket(m_arr, -1), lpsz) << uSize;
+        EXPECT_FATAL("QORSocket", socket.ReceiveOnePacket(m_arr, -1), lpsz) << uSize;
     }
 }
 
@@ -201,9 +202,9 @@ TEST_F(PacketTest, SendingAfterTheEndOfTheConnectionRaisesNoSignal) {
 }
 
 TEST_F(PacketTest, SendingNeedsBytes) {
-    EXPECT_SOCKET_FATAL(m_socket.SendOnePacket(nullptr, 1), "pBuffer != NULL && nSize > 0");
-    EXPECT_SOCKET_FATAL(m_socket.SendOnePacket("x", 0), "pBuffer != NULL && nSize > 0");
-    EXPECT_SOCKET_FATAL(m_socket.SendOnePacket("x", -1), "pBuffer != NULL && nSize > 0");
+    EXPECT_FATAL("QORSocket", m_socket.SendOnePacket(nullptr, 1), "pBuffer != NULL && nSize > 0");
+    EXPECT_FATAL("QORSocket", m_socket.SendOnePacket("x", 0), "pBuffer != NULL && nSize > 0");
+    EXPECT_FATAL("QORSocket", m_socket.SendOnePacket("x", -1), "pBuffer != NULL && nSize > 0");
 }
 
 TEST_F(PacketTest, LargeOnesToASlowPeerArriveInOrder) {

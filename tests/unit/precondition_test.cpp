@@ -11,6 +11,7 @@
 #include "support/message_thread.h"
 #include "support/socket_peer.h"
 #include "support/text.h"
+#include "support/fatal.h"
 
 namespace {
 

@@ -3,6 +3,7 @@
 #include "support/child.h"
 #include "support/far_memory.h"
 #include "support/text.h"
+#include "support/fatal.h"
 
 using namespace QOR_AllocHelper;
 using namespace QOR_StringHelper;
@@ -187,7 +188,7 @@ TEST_F(ShareString, ADamagedLinkOrLengthIsFatalAndNotFollowed) {
     const auto expectBroken = [&str](int32_t& nWord, int32_t nValue) {
         const int32_t nSound = nWord;
         nWord = nValue;
-        EXPECT_STRING_FATAL(str.GetLength(), "broken share string");
+        EXPECT_FATAL("_chString", str.GetLength(), "broken share string");
         nWord = nSound;
         EXPECT_STREQ("abc", str);
     };

@@ -4,6 +4,7 @@
 #include <random>
 
 #include "support/text.h"
+#include "support/fatal.h"
 
 using namespace QOR_StringHelper;
 using qorTest::letters;
@@ -333,14 +334,15 @@ TYPED_TEST(String, ABufferOfSetLengthIsZero) {
 
 TYPED_TEST(String, BuffersOfWrongLengthsAreFatal) {
     auto str = this->make("abc");
-    EXPECT_STRING_FATAL(str.GetBuffer(-2), "nMinLength >= 0 || nMinLength == -1");
-    EXPECT_STRING_FATAL(str.GetBufferSetLength(-1), "nLength >= 0");
-    EXPECT_STRING_FATAL(str.GetBuffer(0x7FFFFFFF), "nLength < maxLength");
-    EXPECT_STRING_FATAL(str.AppendTextFrom(letters<TypeParam>("x"), 0x7FFFFFFF), "nLength < maxLength");
+    EXPECT_FATAL("_chString", str.GetBuffer(-2), "nMinLength >= 0 || nMinLength == -1");
+    EXPECT_FATAL("_chString", str.GetBufferSetLength(-1), "nLength >= 0");
+    EXPECT_FATAL("_chString", str.GetBuffer(0x7FFFFFFF), "nLength < maxLength");
+    EXPECT_FATAL("_chString", str.AppendTextFrom(letters<TypeParam>("x"), 0x7FFFFFFF), "nLength < maxLength");
 }
 
 TYPED_TEST(String, ABrokenCountIsFatal) {
-    EXPECT_STRING_FATAL(
+    EXPECT_FATAL(
+        "_chString",
         {
             auto str = this->make("abc");
             str.getStringData()->m_nReferenceCount = 0;
@@ -360,7 +362,7 @@ TYPED_TEST(String, ItsCharactersAreRead) {
     const auto str = this->make("abc");
     EXPECT_EQ('a', str[0]);
     EXPECT_EQ('c', str[2]);
-    EXPECT_STRING_FATAL(str[3], "iIndex < GetLength()");
+    EXPECT_FATAL("_chString", str[3], "iIndex < GetLength()");
 }
 
 template <class T>
@@ -386,7 +388,7 @@ TYPED_TEST(String, ComparesByCharacters) {
     EXPECT_TRUE(str != this->make(""));
     EXPECT_TRUE(str < this->make("abd"));
     EXPECT_FALSE(str < str);
-    EXPECT_STRING_FATAL(str.Compare(nullptr), "lpszText != NULL");
+    EXPECT_FATAL("_chString", str.Compare(nullptr), "lpszText != NULL");
 }
 
 // Compares two texts in both orders, and each with itself. The first one is less.
@@ -443,7 +445,7 @@ TYPED_TEST(String, AViewIsComparedWithItsLength) {
     expectSame(part, this->make("abc"));
     expectOrder(part, text.get());
     expectOrder(static_cast<const T*>(nullptr), part);
-    EXPECT_STRING_FATAL((void)(static_cast<const T*>(nullptr) == this->make("abc")), "s1 != NULL && s2 != NULL");
+    EXPECT_FATAL("_chString", (void)(static_cast<const T*>(nullptr) == this->make("abc")), "s1 != NULL && s2 != NULL");
 }
 
 // ---- appending
@@ -524,8 +526,8 @@ TYPED_TEST(String, RemovesCharacters) {
 
 TYPED_TEST(String, RemovingOutsideIsFatal) {
     auto str = this->make("abc");
-    EXPECT_STRING_FATAL(str.RemoveAt(-1, 1), "iIndex >= 0 && iIndex <= GetLength()");
-    EXPECT_STRING_FATAL(str.RemoveAt(4, 1), "iIndex >= 0 && iIndex <= GetLength()");
+    EXPECT_FATAL("_chString", str.RemoveAt(-1, 1), "iIndex >= 0 && iIndex <= GetLength()");
+    EXPECT_FATAL("_chString", str.RemoveAt(4, 1), "iIndex >= 0 && iIndex <= GetLength()");
 }
 
 TYPED_TEST(String, DeletesLettersFromTheEnd) {
@@ -567,9 +569,9 @@ TYPED_TEST(String, ReplacingLeavesCopiesAlone) {
 TYPED_TEST(String, ReplacingNothingIsFatal) {
     auto str = this->make("abc");
     const letters<TypeParam> empty(""), text("a");
-    EXPECT_STRING_FATAL(str.Replace(nullptr, text), "lpszOldText != NULL && lpszNewText != NULL");
-    EXPECT_STRING_FATAL(str.Replace(text, nullptr), "lpszOldText != NULL && lpszNewText != NULL");
-    EXPECT_STRING_FATAL(str.Replace(empty, text), "nOldTextLen > 0");
+    EXPECT_FATAL("_chString", str.Replace(nullptr, text), "lpszOldText != NULL && lpszNewText != NULL");
+    EXPECT_FATAL("_chString", str.Replace(text, nullptr), "lpszOldText != NULL && lpszNewText != NULL");
+    EXPECT_FATAL("_chString", str.Replace(empty, text), "nOldTextLen > 0");
 }
 
 TYPED_TEST(String, TrimsWhiteSpaceAtItsEnd) {
@@ -686,7 +688,7 @@ TYPED_TEST(String, FormattingASharedStringLeavesTheOtherAlone) {
 
 TEST(StringFormat, AFormatThatCannotBePrintedIsFatal) {
     chReferenceStringT<char> str;
-    EXPECT_STRING_FATAL(str.Format("%lc", 0x7FFFFFFF), "nActualSize <= nMaxLen && nActualSize >= 0");
+    EXPECT_FATAL("_chString", str.Format("%lc", 0x7FFFFFFF), "nActualSize <= nMaxLen && nActualSize >= 0");
 }
 
 TEST(StringFormat, TheExampleOfItsHeaderWorks) {

@@ -13,6 +13,7 @@
 #include "support/child.h"
 #include "support/socket_peer.h"
 #include "support/text.h"
+#include "support/fatal.h"
 
 using namespace QOR_SocketHelper;
 using namespace qorTest;
@@ -65,7 +66,7 @@ TEST(Tcp, ANewSocketDoesNotBlockAndIsClosedOnExec) {
     EXPECT_EQ(O_NONBLOCK, fcntl(socket, F_GETFL) & O_NONBLOCK);
     EXPECT_EQ(FD_CLOEXEC, fcntl(socket, F_GETFD));
     EXPECT_EQ(0, socket.IsTCPConnected());
-    EXPECT_SOCKET_FATAL(socket.CreateSocket(), "m_hSocket == INVALID_SOCKET");
+    EXPECT_FATAL("QORSocket", socket.CreateSocket(), "m_hSocket == INVALID_SOCKET");
 }
 
 TEST(Tcp, ABoundSocketReusesItsAddress) {
@@ -148,12 +149,12 @@ TEST(Tcp, ItConnectsToAServer) {
     EXPECT_TRUE(addrFrom == chSocketAddr("127.0.0.1", portOf(socket)));
     EXPECT_EQ(O_NONBLOCK, fcntl(accepted, F_GETFL) & O_NONBLOCK);
     EXPECT_EQ(FD_CLOEXEC, fcntl(accepted, F_GETFD));
-    EXPECT_SOCKET_FATAL(socket.ConnectTo("127.0.0.1", 9, 0), "!m_bIsConnected && m_hSocket != INVALID_SOCKET");
+    EXPECT_FATAL("QORSocket", socket.ConnectTo("127.0.0.1", 9, 0), "!m_bIsConnected && m_hSocket != INVALID_SOCKET");
 }
 
 TEST(Tcp, ConnectingWithoutASocketIsFatal) {
     chSocketTCP socket;
-    EXPECT_SOCKET_FATAL(socket.ConnectTo("127.0.0.1", 9, 0), "!m_bIsConnected && m_hSocket != INVALID_SOCKET");
+    EXPECT_FATAL("QORSocket", socket.ConnectTo("127.0.0.1", 9, 0), "!m_bIsConnected && m_hSocket != INVALID_SOCKET");
 }
 
 TEST(Tcp, ARefusedConnectionIsNone) {
@@ -212,11 +213,11 @@ TEST(TcpServer, NobodyToAcceptIsATimeOut) {
 TEST(TcpServer, ItNeedsASocketAndAClosedClient) {
     chSocketTCPServer server;
     chSocketTCP socket;
-    EXPECT_SOCKET_FATAL(server.SocketListen(1), "m_hSocket != INVALID_SOCKET");
-    EXPECT_SOCKET_FATAL(server.AcceptOnSocket(socket, nullptr, 0), "m_hSocket != INVALID_SOCKET");
+    EXPECT_FATAL("QORSocket", server.SocketListen(1), "m_hSocket != INVALID_SOCKET");
+    EXPECT_FATAL("QORSocket", server.AcceptOnSocket(socket, nullptr, 0), "m_hSocket != INVALID_SOCKET");
     ASSERT_TRUE(listenAnywhere(server));
     ASSERT_EQ(1, socket.CreateSocket());
-    EXPECT_SOCKET_FATAL(server.AcceptOnSocket(socket, nullptr, 0), "sockClient.m_hSocket == INVALID_SOCKET");
+    EXPECT_FATAL("QORSocket", server.AcceptOnSocket(socket, nullptr, 0), "sockClient.m_hSocket == INVALID_SOCKET");
 }
 
 TEST(TcpServer, AWaitThatFailsIsWarnedOf) {
@@ -345,12 +346,12 @@ TEST_F(TcpTest, ASizeAbove65536IsPeekedAs65536) {
 
 TEST_F(TcpTest, APeekHasABeginningAndASize) {
     const char* lpsz = "iOffset >= 0 && nPacketSize > 0";
-    EXPECT_SOCKET_FATAL(m_socket.PeekPacket(nullptr, -1, 1, 0), lpsz);
-    EXPECT_SOCKET_FATAL(m_socket.PeekPacket(nullptr, 0, 0, 0), lpsz);
-    EXPECT_SOCKET_FATAL(m_socket.PeekPacket(nullptr, 0, -1, 0), lpsz);
-    EXPECT_SOCKET_FATAL(m_socket.ReceivePacket(nullptr, 0, 0), lpsz);
-    EXPECT_SOCKET_FATAL(m_socket.Receive(nullptr, 0, 1, 0), lpsz);
-    EXPECT_SOCKET_FATAL(m_socket.Receive(nullptr, -1, -1, 0), lpsz);
+    EXPECT_FATAL("QORSocket", m_socket.PeekPacket(nullptr, -1, 1, 0), lpsz);
+    EXPECT_FATAL("QORSocket", m_socket.PeekPacket(nullptr, 0, 0, 0), lpsz);
+    EXPECT_FATAL("QORSocket", m_socket.PeekPacket(nullptr, 0, -1, 0), lpsz);
+    EXPECT_FATAL("QORSocket", m_socket.ReceivePacket(nullptr, 0, 0), lpsz);
+    EXPECT_FATAL("QORSocket", m_socket.Receive(nullptr, 0, 1, 0), lpsz);
+    EXPECT_FATAL("QORSocket", m_socket.Receive(nullptr, -1, -1, 0), lpsz);
     EXPECT_EQ(0, m_socket.PeekPacket(nullptr, 0x7FFFFFFF, 65536, 0));
 }
 
@@ -445,8 +446,8 @@ TEST_F(TcpTest, OneReceiveTakesAtMost65536Bytes) {
 
 TEST_F(TcpTest, AReceiveHasASize) {
     arrive("abc");
-    EXPECT_SOCKET_FATAL(m_socket.socketReceive(0), "nReceiveSize > 0 || nReceiveSize == -1");
-    EXPECT_SOCKET_FATAL(m_socket.SelectAndReceive(-2, 0), "nReceiveSize > 0 || nReceiveSize == -1");
+    EXPECT_FATAL("QORSocket", m_socket.socketReceive(0), "nReceiveSize > 0 || nReceiveSize == -1");
+    EXPECT_FATAL("QORSocket", m_socket.SelectAndReceive(-2, 0), "nReceiveSize > 0 || nReceiveSize == -1");
     EXPECT_EQ(2, m_socket.socketReceive(2));
     EXPECT_EQ(1, m_socket.socketReceive(-1));
 }
@@ -599,8 +600,8 @@ TEST_F(TcpTest, AllBytesAreSentToASlowPeer) {
 }
 
 TEST_F(TcpTest, SendingNeedsBytes) {
-    EXPECT_SOCKET_FATAL(m_socket.Send(nullptr, 1), "pBuffer != NULL && nSize > 0");
-    EXPECT_SOCKET_FATAL(m_socket.Send("x", 0), "pBuffer != NULL && nSize > 0");
+    EXPECT_FATAL("QORSocket", m_socket.Send(nullptr, 1), "pBuffer != NULL && nSize > 0");
+    EXPECT_FATAL("QORSocket", m_socket.Send("x", 0), "pBuffer != NULL && nSize > 0");
 }
 
 TEST(Tcp, AClosedSocketSendsNothing) {

@@ -1,6 +1,7 @@
 // Characters, text primitives, views, fixed buffers, steps over UTF-8 characters and formatted printing, in both
 // widths.
 #include "support/text.h"
+#include "support/fatal.h"
 
 using namespace QOR_StringHelper;
 using qorTest::letters;
@@ -66,10 +67,10 @@ TYPED_TEST(Text, NoCharacterIsPartOfAMultibyteOne) {
     EXPECT_FALSE(chIsLeadbyte(text.get()));
     EXPECT_FALSE(chIsTrailbyte(text.get(), text + 1));
     const char* const lpszTrail = "szThis != NULL && szHead != NULL && szThis >= szHead";
-    EXPECT_STRING_FATAL(chIsLeadbyte(lpszNull), "szThis != NULL");
-    EXPECT_STRING_FATAL(chIsTrailbyte(text.get(), lpszNull), lpszTrail);
-    EXPECT_STRING_FATAL(chIsTrailbyte(lpszNull, text.get()), lpszTrail);
-    EXPECT_STRING_FATAL(chIsTrailbyte(text + 1, text.get()), lpszTrail);
+    EXPECT_FATAL("_chString", chIsLeadbyte(lpszNull), "szThis != NULL");
+    EXPECT_FATAL("_chString", chIsTrailbyte(text.get(), lpszNull), lpszTrail);
+    EXPECT_FATAL("_chString", chIsTrailbyte(lpszNull, text.get()), lpszTrail);
+    EXPECT_FATAL("_chString", chIsTrailbyte(text + 1, text.get()), lpszTrail);
 }
 
 // ---- primitives
@@ -78,7 +79,7 @@ TYPED_TEST(Text, LengthsAreMeasured) {
     const TypeParam* lpszNull = nullptr;
     EXPECT_EQ(0, chStrlen(letters<TypeParam>("").get()));
     EXPECT_EQ(3, chStrlen(letters<TypeParam>("abc").get()));
-    EXPECT_STRING_FATAL(chStrlen(lpszNull), "lpszText != NULL");
+    EXPECT_FATAL("_chString", chStrlen(lpszNull), "lpszText != NULL");
     EXPECT_TRUE(textEMPTY(lpszNull));
     EXPECT_TRUE(textEMPTY(letters<TypeParam>("").get()));
     EXPECT_FALSE(textEMPTY(letters<TypeParam>("a").get()));
@@ -155,15 +156,15 @@ TYPED_TEST(Text, KnowsWhatATextBeginsWith) {
 TYPED_TEST(Text, ANullTextIsFatal) {
     typedef typename TestFixture::exact exact;
     const letters<TypeParam> text("a");
-    EXPECT_STRING_FATAL(exact::chStrcmp(text, nullptr), "s1 != NULL && s2 != NULL");
-    EXPECT_STRING_FATAL(exact::chStrcmp(nullptr, text), "s1 != NULL && s2 != NULL");
-    EXPECT_STRING_FATAL(exact::chStrncmp(nullptr, text, 0), "s1 != NULL && s2 != NULL && nCount >= 0");
-    EXPECT_STRING_FATAL(exact::chStrncmp(text, nullptr, 0), "s1 != NULL && s2 != NULL && nCount >= 0");
-    EXPECT_STRING_FATAL(exact::chStrncmp(text, text, -1), "s1 != NULL && s2 != NULL && nCount >= 0");
-    EXPECT_STRING_FATAL(exact::chFind(text, nullptr), "lpszText != NULL && lpszFind != NULL");
-    EXPECT_STRING_FATAL(exact::chFindOneOf(nullptr, text), "lpszText != NULL && lpszSet != NULL");
-    EXPECT_STRING_FATAL(exact::chSkipOneOf(text, nullptr), "lpszText != NULL && lpszSet != NULL");
-    EXPECT_STRING_FATAL(exact::chIsBeginText(nullptr, text), "lpszText != NULL && lpszBegin != NULL");
+    EXPECT_FATAL("_chString", exact::chStrcmp(text, nullptr), "s1 != NULL && s2 != NULL");
+    EXPECT_FATAL("_chString", exact::chStrcmp(nullptr, text), "s1 != NULL && s2 != NULL");
+    EXPECT_FATAL("_chString", exact::chStrncmp(nullptr, text, 0), "s1 != NULL && s2 != NULL && nCount >= 0");
+    EXPECT_FATAL("_chString", exact::chStrncmp(text, nullptr, 0), "s1 != NULL && s2 != NULL && nCount >= 0");
+    EXPECT_FATAL("_chString", exact::chStrncmp(text, text, -1), "s1 != NULL && s2 != NULL && nCount >= 0");
+    EXPECT_FATAL("_chString", exact::chFind(text, nullptr), "lpszText != NULL && lpszFind != NULL");
+    EXPECT_FATAL("_chString", exact::chFindOneOf(nullptr, text), "lpszText != NULL && lpszSet != NULL");
+    EXPECT_FATAL("_chString", exact::chSkipOneOf(text, nullptr), "lpszText != NULL && lpszSet != NULL");
+    EXPECT_FATAL("_chString", exact::chIsBeginText(nullptr, text), "lpszText != NULL && lpszBegin != NULL");
 }
 
 // ---- views

@@ -2,6 +2,7 @@
 #include <memory>
 
 #include "support/text.h"
+#include "support/fatal.h"
 
 using namespace QOR_StringHelper;
 using qorTest::letters;
@@ -174,11 +175,11 @@ TYPED_TEST(Token, ThirtyOneArgumentsFitAndThirtyTwoAreFatal) {
     EXPECT_EQ(30,
               qorPeekPhraseByStringTokens(this->m_lpsz, this->m_phrase, TEN(y), TEN(y), TEN(y), token.get(), nullptr));
     this->read("x");
-    EXPECT_STRING_FATAL(qorFindTokens(this->m_lpsz, TEN(y), TEN(y), TEN(y), y, token.get(), nullptr),
-                        "nTokenCount < chLENOF(arrTokenLen)");
-    EXPECT_STRING_FATAL(
-        qorPeekPhraseByStringTokens(this->m_lpsz, this->m_phrase, TEN(y), TEN(y), TEN(y), TEN(y), y, nullptr),
-        "nTokenCount < chLENOF(arrTokenLen)");
+    EXPECT_FATAL("_chString", qorFindTokens(this->m_lpsz, TEN(y), TEN(y), TEN(y), y, token.get(), nullptr),
+                 "nTokenCount < chLENOF(arrTokenLen)");
+    EXPECT_FATAL("_chString",
+                 qorPeekPhraseByStringTokens(this->m_lpsz, this->m_phrase, TEN(y), TEN(y), TEN(y), TEN(y), y, nullptr),
+                 "nTokenCount < chLENOF(arrTokenLen)");
     // In an empty text, too many tokens are not noticed.
     this->read("");
     EXPECT_EQ(-1, qorFindTokens(this->m_lpsz, TEN(y), TEN(y), TEN(y), y, y, nullptr));
@@ -191,15 +192,17 @@ TYPED_TEST(Token, ANullTextOrNoTokenIsFatal) {
     const int arrLen[] = {1};
     const char* const lpszBoth = "lpszText != NULL && !textEMPTY(lpszToken)";
     this->read("x");
-    EXPECT_STRING_FATAL(qorFindTokens(lpszNull, token.get(), nullptr), lpszBoth);
-    EXPECT_STRING_FATAL(qorFindTokens(this->m_lpsz, empty.get(), nullptr), lpszBoth);
-    EXPECT_STRING_FATAL(qorFindTokens(this->m_lpsz, lpszNull, nullptr), lpszBoth);
-    EXPECT_STRING_FATAL(qorPeekPhraseByStringTokens(lpszNull, this->m_phrase, token.get(), nullptr), lpszBoth);
-    EXPECT_STRING_FATAL(qorPeekPhraseByStringTokens(this->m_lpsz, this->m_strPhrase, empty.get(), nullptr), lpszBoth);
-    EXPECT_STRING_FATAL(qorFindTokens(lpszNull, arrToken, arrLen), "lpszText != NULL");
-    EXPECT_STRING_FATAL(qorGetMatchedToken(lpszNull, arrToken, arrLen), "s1 != NULL && s2 != NULL && nCount >= 0");
-    EXPECT_STRING_FATAL(qorTextBreak(lpszNull, ',', &this->m_phrase, 1), "lpszText != NULL");
-    EXPECT_STRING_FATAL(qorGetWords(lpszNull, &this->m_phrase, 1), "lpszText != NULL");
+    EXPECT_FATAL("_chString", qorFindTokens(lpszNull, token.get(), nullptr), lpszBoth);
+    EXPECT_FATAL("_chString", qorFindTokens(this->m_lpsz, empty.get(), nullptr), lpszBoth);
+    EXPECT_FATAL("_chString", qorFindTokens(this->m_lpsz, lpszNull, nullptr), lpszBoth);
+    EXPECT_FATAL("_chString", qorPeekPhraseByStringTokens(lpszNull, this->m_phrase, token.get(), nullptr), lpszBoth);
+    EXPECT_FATAL("_chString", qorPeekPhraseByStringTokens(this->m_lpsz, this->m_strPhrase, empty.get(), nullptr),
+                 lpszBoth);
+    EXPECT_FATAL("_chString", qorFindTokens(lpszNull, arrToken, arrLen), "lpszText != NULL");
+    EXPECT_FATAL("_chString", qorGetMatchedToken(lpszNull, arrToken, arrLen),
+                 "s1 != NULL && s2 != NULL && nCount >= 0");
+    EXPECT_FATAL("_chString", qorTextBreak(lpszNull, ',', &this->m_phrase, 1), "lpszText != NULL");
+    EXPECT_FATAL("_chString", qorGetWords(lpszNull, &this->m_phrase, 1), "lpszText != NULL");
 }
 
 // ---- phrases
@@ -210,7 +213,7 @@ TYPED_TEST(Token, APhraseHasNoWhiteSpaceAroundIt) {
     EXPECT_TRUE(qorGetPhraseString(letters<TypeParam>(" \v\f ").get()).IsEmpty());
     EXPECT_TRUE(qorGetPhraseString(letters<TypeParam>("").get()).IsEmpty());
     const TypeParam* lpszNull = nullptr;
-    EXPECT_STRING_FATAL(qorGetPhraseString(lpszNull), "lpszText != NULL");
+    EXPECT_FATAL("_chString", qorGetPhraseString(lpszNull), "lpszText != NULL");
 }
 
 TYPED_TEST(Token, APhraseIsAViewIntoItsText) {
@@ -346,12 +349,13 @@ TYPED_TEST(Token, APhraseOfANullTextIsFatal) {
     const TypeParam* arrToken[] = {token, nullptr};
     const TypeParam* lpszNull = nullptr;
     const int arrLen[] = {1};
-    EXPECT_STRING_FATAL(qorPeekPhraseByCharToken(lpszNull, this->m_phrase, 'x'), "lpszText != NULL");
-    EXPECT_STRING_FATAL(qorPeekPhraseByCharToken(lpszNull, this->m_strPhrase, 'x'), "lpszText != NULL");
-    EXPECT_STRING_FATAL(qorPeekPhraseByCharTokens(lpszNull, this->m_phrase, token.get()), "lpszText != NULL");
-    EXPECT_STRING_FATAL(qorPeekPhraseByStringTokens(lpszNull, this->m_phrase, arrToken, arrLen), "lpszText != NULL");
+    EXPECT_FATAL("_chString", qorPeekPhraseByCharToken(lpszNull, this->m_phrase, 'x'), "lpszText != NULL");
+    EXPECT_FATAL("_chString", qorPeekPhraseByCharToken(lpszNull, this->m_strPhrase, 'x'), "lpszText != NULL");
+    EXPECT_FATAL("_chString", qorPeekPhraseByCharTokens(lpszNull, this->m_phrase, token.get()), "lpszText != NULL");
+    EXPECT_FATAL("_chString", qorPeekPhraseByStringTokens(lpszNull, this->m_phrase, arrToken, arrLen),
+                 "lpszText != NULL");
     this->read("x");
-    EXPECT_STRING_FATAL(qorPeekPhraseByCharTokens(this->m_lpsz, this->m_phrase, lpszNull), "lpszTokens != NULL");
+    EXPECT_FATAL("_chString", qorPeekPhraseByCharTokens(this->m_lpsz, this->m_phrase, lpszNull), "lpszTokens != NULL");
 }
 
 TEST(TokenExample, TheExampleOfItsHeaderWorks) {

@@ -4,6 +4,7 @@
 
 #include "support/socket_peer.h"
 #include "support/text.h"
+#include "support/fatal.h"
 
 using namespace QOR_SocketHelper;
 using namespace qorTest;
@@ -37,7 +38,7 @@ TEST(Socket, ItIsMadeOnceAndClosedOnExec) {
     ASSERT_EQ(1, socket.CreateSocket(AF_INET, SOCK_DGRAM, 0));
     EXPECT_TRUE(socket.IsValidSocket());
     EXPECT_EQ(FD_CLOEXEC, fcntl(socket, F_GETFD));
-    EXPECT_SOCKET_FATAL(socket.CreateSocket(AF_INET, SOCK_DGRAM, 0), "m_hSocket == INVALID_SOCKET");
+    EXPECT_FATAL("QORSocket", socket.CreateSocket(AF_INET, SOCK_DGRAM, 0), "m_hSocket == INVALID_SOCKET");
     socket.DestroySocket();
     EXPECT_EQ(1, socket.CreateSocket(AF_INET, SOCK_STREAM, 0));
 }
@@ -188,8 +189,8 @@ TEST(Udp, ASenderOfAnotherFamilyIsFatal) {
     // Each process that ends takes one datagram.
     for (int i = 0; i < 2; ++i)
         ASSERT_EQ(3, sockSendTo(socket, "abc", 3, 0, pAddr, sizeof(addr)));
-    EXPECT_SOCKET_FATAL(socket.socketReceive(), "nAddrSize == sizeof(sockaddr)");
-    EXPECT_SOCKET_FATAL(socket.SelectAndReceive(0), "nAddrSize == sizeof(sockaddr)");
+    EXPECT_FATAL("QORSocket", socket.socketReceive(), "nAddrSize == sizeof(sockaddr)");
+    EXPECT_FATAL("QORSocket", socket.SelectAndReceive(0), "nAddrSize == sizeof(sockaddr)");
     unlink(addr.sun_path);
 }
 
@@ -208,7 +209,7 @@ TEST(Udp, AnAddressThatCannotBeBoundLeavesNoSocket) {
     EXPECT_EQ(0, socket.CreateSocket("no address", 0));
     EXPECT_EQ(0, socket.CreateSocket("127.0.0.1", 65536));
     EXPECT_FALSE(socket.IsValidSocket());
-    EXPECT_SOCKET_FATAL(socket.CreateSocket(nullptr, 1), "lpszIPv4 != NULL");
+    EXPECT_FATAL("QORSocket", socket.CreateSocket(nullptr, 1), "lpszIPv4 != NULL");
 }
 
 TEST(Udp, AnErrorThatThePeerCausedIsNoDatagram) {

@@ -6,15 +6,13 @@
 #include "support/filebytes.h"
 #include "support/filelimit.h"
 #include "support/text.h"
+#include "support/fatal.h"
 
 using namespace QOR_FileHelper;
 using qorTest::getFile;
 using qorTest::putFile;
 
 namespace {
-
-#define EXPECT_FILE_FATAL(statement, text) \
-    EXPECT_EXIT(statement, testing::KilledBySignal(SIGABRT), qorTest::reportOf("QORFile", text))
 
 const std::string s_strName = "/tmp/net.xml";
 
@@ -109,8 +107,8 @@ TEST_F(XmlLoad, AFileIsTextUpToItsFirstNul) {
 }
 
 TEST_F(XmlLoad, ANullOrEmptyNameIsFatal) {
-    EXPECT_FILE_FATAL(xmlFile().LoadFromFile(nullptr), "!textEMPTY(lpszFileName)");
-    EXPECT_FILE_FATAL(xmlFile().LoadFromFile(""), "!textEMPTY(lpszFileName)");
+    EXPECT_FATAL("QORFile", xmlFile().LoadFromFile(nullptr), "!textEMPTY(lpszFileName)");
+    EXPECT_FATAL("QORFile", xmlFile().LoadFromFile(""), "!textEMPTY(lpszFileName)");
 }
 
 TEST_F(XmlLoad, AFileOfTenMillionBytesIsRead) {
@@ -190,8 +188,8 @@ TEST_F(XmlSave, ATextThatNoStringCanHoldLeavesTheOldFileAsItWas) {
 }
 
 TEST_F(XmlSave, AnEmptyNameIsFatal) {
-    EXPECT_FILE_FATAL(xmlFile().SaveToFile(""), "!textEMPTY(lpszFileName)");
-    EXPECT_FILE_FATAL(xmlFile().SaveToFile(nullptr), "!textEMPTY(lpszFileName)");
+    EXPECT_FATAL("QORFile", xmlFile().SaveToFile(""), "!textEMPTY(lpszFileName)");
+    EXPECT_FATAL("QORFile", xmlFile().SaveToFile(nullptr), "!textEMPTY(lpszFileName)");
 }
 
 // ---- saves that were interrupted

@@ -8,13 +8,11 @@
 #include "qor/FileHelper.h"
 #include "support/scale.h"
 #include "support/text.h"
+#include "support/fatal.h"
 
 using namespace QOR_FileHelper;
 
 namespace {
-
-#define EXPECT_FILE_FATAL(statement, text) \
-    EXPECT_EXIT(statement, testing::KilledBySignal(SIGABRT), qorTest::reportOf("QORFile", text))
 
 std::string exported(const xmlBaseNode& node) { return qorTest::narrow(node.ExportToText()); }
 
@@ -186,8 +184,8 @@ TEST(XmlStop, AtATagWhoseAttributesDoNotParseWhichIsANode) {
 
 TEST(XmlStop, ANullTextIsFatal) {
     xmlDocument document;
-    EXPECT_FILE_FATAL(document.ParseDocument(nullptr), "lpszXMLText != NULL");
-    EXPECT_FILE_FATAL(xmlParseElementFromText(nullptr), "lpszXMLText != NULL");
+    EXPECT_FATAL("QORFile", document.ParseDocument(nullptr), "lpszXMLText != NULL");
+    EXPECT_FATAL("QORFile", xmlParseElementFromText(nullptr), "lpszXMLText != NULL");
 }
 
 // ---- attributes

@@ -6,15 +6,13 @@
 #include "qor/FileHelper.h"
 #include "support/slot.h"
 #include "support/text.h"
+#include "support/fatal.h"
 
 using namespace QOR_FileHelper;
 using QOR_StringHelper::chReferenceStringT;
 using qorTest::slotOf;
 
 namespace {
-
-#define EXPECT_FILE_FATAL(statement, text) \
-    EXPECT_EXIT(statement, testing::KilledBySignal(SIGABRT), qorTest::reportOf("QORFile", text))
 
 std::string encoded(const char* lpszText) { return qorTest::narrow(xmlEncodeText(lpszText)); }
 
@@ -149,10 +147,10 @@ TEST(XmlTree, ANodeTakenOutBelongsToTheCaller) {
 TEST(XmlTree, ANodeCannotStandBelowItselfOrBeNull) {
     xmlElement root("root");
     xmlElement* pBelow = root.AddChildElement("a")->AddChildElement("b");
-    EXPECT_FILE_FATAL(root.push_back_child_branch(nullptr), "pNode != NULL");
-    EXPECT_FILE_FATAL(root.push_back_child_branch(&root), "a node is not its own ancestor");
-    EXPECT_FILE_FATAL(pBelow->push_back_child_branch(&root), "a node is not its own ancestor");
-    EXPECT_FILE_FATAL(pBelow->push_back_child_branch(pBelow), "a node is not its own ancestor");
+    EXPECT_FATAL("QORFile", root.push_back_child_branch(nullptr), "pNode != NULL");
+    EXPECT_FATAL("QORFile", root.push_back_child_branch(&root), "a node is not its own ancestor");
+    EXPECT_FATAL("QORFile", pBelow->push_back_child_branch(&root), "a node is not its own ancestor");
+    EXPECT_FATAL("QORFile", pBelow->push_back_child_branch(pBelow), "a node is not its own ancestor");
 }
 
 // ---- nodes
@@ -179,9 +177,9 @@ TEST(XmlNode, AChildOfEachTypeIsMadeWithItsNameOrText) {
 
 TEST(XmlNode, AnotherTypeIsFatal) {
     xmlDocument document;
-    EXPECT_FILE_FATAL(document.AddChildXMLNode(xmlTypeDocument, "x"), "Unkonw XML Type");
-    EXPECT_FILE_FATAL(document.AddChildXMLNode(static_cast<xmlType>(6), "x"), "Unkonw XML Type");
-    EXPECT_FILE_FATAL(document.AddChildXMLNode(static_cast<xmlType>(-1), "x"), "Unkonw XML Type");
+    EXPECT_FATAL("QORFile", document.AddChildXMLNode(xmlTypeDocument, "x"), "Unkonw XML Type");
+    EXPECT_FATAL("QORFile", document.AddChildXMLNode(static_cast<xmlType>(6), "x"), "Unkonw XML Type");
+    EXPECT_FATAL("QORFile", document.AddChildXMLNode(static_cast<xmlType>(-1), "x"), "Unkonw XML Type");
 }
 
 TEST(XmlNode, ANameCanBeChanged) {
@@ -281,9 +279,9 @@ TEST(XmlFind, APathLeadsFromTheRootDown) {
 TEST(XmlFind, APathWithoutARootOrANameIsFatal) {
     xmlElement root("root");
     constexpr const char* lpszText = "pRootNode != NULL && !textEMPTY(lpszChildName)";
-    EXPECT_FILE_FATAL(xmlFindElementFromRoot(nullptr, "a", nullptr), lpszText);
-    EXPECT_FILE_FATAL(xmlFindElementFromRoot(&root, nullptr, nullptr), lpszText);
-    EXPECT_FILE_FATAL(xmlFindElementFromRoot(&root, "", nullptr), lpszText);
+    EXPECT_FATAL("QORFile", xmlFindElementFromRoot(nullptr, "a", nullptr), lpszText);
+    EXPECT_FATAL("QORFile", xmlFindElementFromRoot(&root, nullptr, nullptr), lpszText);
+    EXPECT_FATAL("QORFile", xmlFindElementFromRoot(&root, "", nullptr), lpszText);
 }
 
 // ---- attributes
@@ -403,8 +401,8 @@ TEST(XmlWrite, ADocumentBelowANodeIsFatal) {
     xmlElement element("a");
     xmlDocument* pDocument = new xmlDocument;
     element.push_back_child_branch(pDocument);
-    EXPECT_FILE_FATAL(pDocument->ExportToText(), "get_pParent() == NULL");
-    EXPECT_FILE_FATAL(element.ExportToText(), "get_pParent() == NULL");
+    EXPECT_FATAL("QORFile", pDocument->ExportToText(), "get_pParent() == NULL");
+    EXPECT_FATAL("QORFile", element.ExportToText(), "get_pParent() == NULL");
 }
 
 TEST(XmlWrite, ATextThatNoStringCanHoldIsAWarningAndEmpty) {
