@@ -113,6 +113,16 @@ TEST_F(SaveFault, AnOwnerThatMayNotBeSetDoesNotFailTheSave) {
     EXPECT_EQ((fileMap{{"", s_strOld}}), files());
 }
 
+TEST_F(SaveFault, ALinkWhoseTargetCannotBeLookedAtFailsTheSave) {
+    const std::string strTarget = m_strFolder + "/target";
+    qorTest::putFile(strTarget, s_strOld);
+    ASSERT_EQ(0, symlink(strTarget.c_str(), m_strName.c_str()));
+    EXPECT_EQ(0, saveWhileFailing("stat", EIO));
+    EXPECT_EQ(EIO, errno);
+    EXPECT_EQ((fileMap{{"", s_strOld}}), files());
+    EXPECT_TRUE(S_ISLNK(stateOf(m_strName).st_mode));
+}
+
 TEST_F(SaveFault, WhatIsAsItShouldBeIsNotSet) {
     for (const fileMap& mapFile : {fileMap{{"", s_strOld}}, fileMap{}}) {
         set(mapFile);

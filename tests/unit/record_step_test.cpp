@@ -168,6 +168,14 @@ TEST(EndingThread, ADogsleepEndsWithTheRegistration) {
     EXPECT_FALSE(thread.IsRuning());
 }
 
+TEST(EndingThread, AMessageToOneselfWhoseHandlerUnregistersIsNotAnswered) {
+    endingThread thread(0x100);
+    int bReplied = 0;
+    EXPECT_EQ(-1, thread.SendThreadMsgEx(0x100, 0, 0, 0, NULL, -1, &bReplied));
+    EXPECT_TRUE(bReplied);
+    EXPECT_FALSE(thread.IsRuning());
+}
+
 TEST(EndingThread, AHookerMayOutliveItsThread) {
     std::unique_ptr<chMsgHooker> pHooker;
     {

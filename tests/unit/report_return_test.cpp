@@ -1,10 +1,14 @@
 // What follows a fatal assertion when the report returns, as it may in a program that replaces the report function: the
 // call answers its null result and changes nothing. This program replaces it.
 #include <gtest/gtest.h>
+#include <errno.h>
 #include <string.h>
+#include <sys/sem.h>
+#include <unistd.h>
 
 #include <functional>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "internal/safe_save.h"
@@ -13,6 +17,7 @@
 #include "support/damage.h"
 #include "support/huge_request.h"
 #include "support/message_thread.h"
+#include "support/system_call.h"
 
 using namespace QOR_AllocHelper;
 using namespace QOR_MsgQueueHelper;
@@ -26,6 +31,17 @@ int QOR_TraceHelper::qorErrorMessage(int nCondition, const char* lpszFile, int, 
     if (nCondition == 0)
         s_listReport.push_back(std::string(lpszFile) + ": " + lpszExpression);
     return nCondition;
+}
+
+static bool s_bNoSemaphore = false;
+
+// No more semaphores can be had.
+extern "C" int semget(key_t key, int nCount, int nFlags) noexcept {
+    static auto* const fn = qorTest::systemCall<int(key_t, int, int)>("semget");
+    if (!s_bNoSemaphore)
+        return fn(key, nCount, nFlags);
+    errno = ENOSPC;
+    return -1;
 }
 
 namespace {
@@ -97,6 +113,12 @@ TEST(AfterAReport, AFullPoolIsAsItWas) {
     EXPECT_EQ(nFree, v.pool.free_size());
 }
 
+TEST(AfterAReport, APoolOfNoMemoryHasNoRoom) {
+    baseStaticPoolAlloc pool;
+    EXPECT_TRUE(pool.init_pool(NULL, 64));
+    EXPECT_NULL(szBroken, 0, pool.free_size());
+}
+
 TEST(AfterAReport, APoolIsMadeOnceAndABlockIsFreedOnce) {
     testPool v;
     void* const pBlock = v.pool.alloc(16);
@@ -150,6 +172,9 @@ TEST(AfterAReport, ACellIsOnlyCutWhereItIsLargeEnough) {
     poll_chain* const pCell = v.pool.begin_cell();
     EXPECT_REPORT("_chAlloc: is_valid_cell(pCell) && pCell->get_nPoolSize() >= nAllocSize",
                   v.pool.disjoin_big_cell(pCell, 1000));
+    typedef QOR_ChainHelper::list_chain_offset link;
+    static_cast<link*>(pCell->get_pData())->set_pNext(reinterpret_cast<link*>(v.aArea + sizeof(v.aArea)));
+    EXPECT_REPORT(szBroken, v.pool.disjoin_big_cell(pCell, 16));
     EXPECT_EQ(v.pool.end_cell(), pCell->get_pRight());
 }
 
@@ -292,6 +317,64 @@ TEST(AfterAReport, AThreadIsRegisteredAndUnregisteredByItselfAndOnce) {
     EXPECT_FALSE(again.IsRuning());
 }
 
+// In a child, whose registration is not undone.
+TEST(AfterAReport, AThreadIsNotRegisteredWithoutAnEventOfItsOwn) {
+    qorTest::childProcess child("registers twice", [] {
+        chThreadLocal first("first", NULL), second("second", NULL);
+        qorTest::share().CreateLocalThread(first);
+        qorTest::process().ForgetCurrentTaskEvent();
+        const std::string strEvent = "task_event_" + std::to_string(getpid());
+        std::thread([&strEvent] {
+            QOR_BaseHelper::chEvent event;
+            event.OpenEvent(strEvent.c_str());
+            event.CloseEvent();
+        }).join();
+        s_listReport.clear();
+        const bool bRefused = qorTest::share().CreateLocalThread(second) == 0 && !second.IsRuning();
+        const char szEvent[] = "QORMsgSystem: objThread.m_pTaskEvent != NULL && objThread.m_pTaskEvent->IsCreateByMe()";
+        _exit(bRefused && s_listReport == texts{szEvent} ? 0 : 1);
+        return 1;
+    });
+    EXPECT_EQ(0, child.wait());
+}
+
+TEST(AfterAReport, AThreadWithoutRoomForItsQueueHasNone) {
+    qorTest::childProcess child("registers", [] {
+        auto& pool = qorTest::share().getObject()->m_objPool;
+        qorTest::share().getObject()->m_objManager.ClearGhostMessageQueue();  // a registration does, and makes room
+        std::vector<void*> listBlock;
+        for (const int nSize : {1000, 12})
+            while (pool.find_big_enough_cell(nSize) != NULL)
+                listBlock.push_back(pool.alloc(nSize));
+        s_listReport.clear();
+        chThreadLocal thread("no room", NULL);
+        qorTest::share().CreateLocalThread(thread);
+        for (void* const pBlock : listBlock)
+            pool.free(pBlock);
+        _exit(!s_listReport.empty() && s_listReport.front() == szNoRoom && thread.getTaskId() == 0 ? 0 : 1);
+        return 1;
+    });
+    EXPECT_EQ(0, child.wait());
+}
+
+TEST(AfterAReport, NobodyWaitsWithoutAnEvent) {
+    qorTest::messageThread target("target", [](msgObject&) { return 1; });
+    static const char szEvent[] = "QORMsgSystem: pCurrentTaskEvent != NULL";
+    std::thread([] {
+        chThreadRemote remote("target");
+        msgObject* const pMessage = remote.AllocThreadMessage(0, true, 0, NULL);
+        s_bNoSemaphore = true;
+        s_listReport.clear();
+        EXPECT_EQ(-1, remote.SendThreadMsg(0x100, 0, 0));
+        EXPECT_EQ(szEvent, s_listReport.back());
+        s_listReport.clear();
+        EXPECT_EQ(0, remote.WaitThreadMessageReply(*pMessage, -1));
+        EXPECT_EQ(szEvent, s_listReport.back());
+        s_bNoSemaphore = false;
+        EXPECT_EQ(-1, remote.CloseSendMessage(*pMessage));
+    }).join();
+}
+
 TEST(AfterAReport, NoThreadIsFoundWithoutAName) {
     static const char szEmpty[] = "QORMsgSystem: !textEMPTY(lpszThreadName)";
     EXPECT_NULL(szEmpty, nullptr, qorTest::process().GetLocalThreadByName(""));
@@ -398,8 +481,6 @@ TEST_F(ThreadWithoutAQueue, LeavesTheMessageOfATimer) {
 
 // ---- named objects and counters
 
-const char szBrokenNames[] = "QORMsgSystem: broken chain of named objects";
-
 TEST(AfterAReport, NoNamedObjectIsMade) {
     const auto hold = [] { nameHelperLock(); };
     const auto release = [] { nameHelperUnlock(); };
@@ -411,16 +492,6 @@ TEST(AfterAReport, NoNamedObjectIsMade) {
     int nOwn = 0;
     EXPECT_REPORT("QORMsgSystem: pData is a named object", manager.FreeObject(&nOwn));
     EXPECT_EQ(nullptr, manager.FindNamedObject("large"));
-
-    // Its link, 16 bytes in front of its data, leads out of the segment.
-    char* const pData = static_cast<char*>(manager.GetNamedObject("a name after all others", 4, NULL));
-    int32_t* const pnLink = reinterpret_cast<int32_t*>(pData - 16);
-    const int32_t nLink = *pnLink;
-    *pnLink = 0x10000000;
-    EXPECT_REPORT(szBrokenNames, manager.FreeObject(pData));
-    *pnLink = nLink;
-    EXPECT_EQ(pData, manager.FindNamedObject("a name after all others"));
-    manager.FreeObject(pData);
     release();
 }
 
