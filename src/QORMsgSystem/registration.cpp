@@ -72,6 +72,17 @@ void chProcessLocal::DropRegistrations(const processHold&, Fn fnMatch) {
     }
 }
 
+// Removes the registrations of threads that ended without unregistering, and remembers their objects.
+template <typename Fn>
+void chProcessLocal::DropLost(const processHold& hold, Fn fnLost) {
+    DropRegistrations(hold, [this, &fnLost](const registration& r) {
+        if (!fnLost(r))
+            return false;
+        m_listLost.push_back(r.pThread);
+        return true;
+    });
+}
+
 chThreadLocal* chProcessLocal::GetLocalThreadByName(const char* lpszThreadName) {
     if (!QOR_ASSERT_TEXT(!QOR_StringHelper::textEMPTY(lpszThreadName), "!textEMPTY(lpszThreadName)"))
         return NULL;
@@ -101,13 +112,10 @@ void chProcessLocal::RegisterLocalThread(chThreadLocal& objThread) {
     const processHold lock(m_csLocal);
     if (t_uThread == 0)
         t_uThread = ++m_uLastThread;
-    DropRegistrations(lock, [this, &objThread](const registration& r) {
+    DropLost(lock, [&objThread](const registration& r) {
         const bool bTaken =
             r.pThread == &objThread || r.pMsgQueue == objThread.m_pMsgQueue || r.strName == objThread.GetThreadName();
-        const bool bLost = !isRunning(r.idTask, r.uThread) || (r.uThread != t_uThread && bTaken);
-        if (bLost)
-            m_listLost.push_back(r.pThread);
-        return bLost;
+        return !isRunning(r.idTask, r.uThread) || (r.uThread != t_uThread && bTaken);
     });
     m_listLost.erase(std::remove(m_listLost.begin(), m_listLost.end(), &objThread), m_listLost.end());
     const bool bNew =
@@ -163,7 +171,7 @@ void chProcessLocal::fork_prepare() {
     processHold lock(m_csLocal);
     lock.KeepLocked();
     m_bForking = 1;
-    DropRegistrations(lock, [](const registration& r) { return !isRunning(r.idTask, r.uThread); });
+    DropLost(lock, [](const registration& r) { return !isRunning(r.idTask, r.uThread); });
 }
 
 bool chProcessLocal::IsLost(const chThreadLocal* pThread) {

@@ -111,6 +111,13 @@ TEST_F(LostThread, ItsHookersDoNotTouchItsObject) {
     const goneObject gone;
     { qorTest::currentThread next("next"); }  // drops what the process knows of it
     delete gone.hooker();
+    const goneObject goneBeforeFork;
+    qorTest::childProcess child("child", [&] {
+        delete goneBeforeFork.hooker();
+        return 0;
+    });
+    EXPECT_EQ(0, child.wait());
+    delete goneBeforeFork.hooker();
 }
 
 TEST_F(LostThread, AChildOfAForkDoesNotTouchItsObjectEither) {

@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <thread>
 
 #include "qor/BaseHelper/Tick.h"
 #include "qor/MiscHelper.h"
@@ -35,6 +36,22 @@ TEST(Thread, AFreshThreadHasItsStatedState) {
     EXPECT_FALSE(thread.IsThreadAlive());
     EXPECT_EXIT(thread.getMsgQueue(), testing::KilledBySignal(SIGABRT),
                 "\\[QORMsgSystem:[0-9]+\\] m_pMsgQueue != NULL ");
+}
+
+// They share the event of their task, so handling the messages of one drops the signals of the other.
+TEST(Thread, ATaskThatIsRegisteredTwiceReadsBothQueues) {
+    const auto handler = [](msgObject&) { return 0; };
+    currentThread first("first", handler), second("second", handler);
+    for (chThreadLocal* pThread : {&first, &second}) {
+        pThread->PostThreadMsg(0x100, 0, 0);
+        EXPECT_EQ(0x100u, pThread->ProcessThreadMessageOnce());
+    }
+    std::thread([&] {
+        EXPECT_EQ(1, chThreadRemote("second").PostThreadMsg(0x102, 0, 0));
+        EXPECT_EQ(1, chThreadRemote("first").PostThreadMsg(0x101, 0, 0));
+    }).join();
+    EXPECT_EQ(0x101u, first.ProcessThreadMessageOnce());
+    EXPECT_EQ(0x102u, second.ProcessThreadMessageOnce());
 }
 
 TEST(Thread, RegistrationMakesQueueEventAndStartMessage) {

@@ -364,6 +364,8 @@ private:
     chThreadLocal* FindThread(Fn fnMatch);
     template <typename Fn>
     void DropRegistrations(const processHold& hold, Fn fnMatch);
+    template <typename Fn>
+    void DropLost(const processHold& hold, Fn fnLost);
     bool IsLost(const chThreadLocal* pThread);
     const registration* FindRunning(const processHold& hold, const chThreadLocal* pThread);
     void ForgetOwnThreadId(const processHold& hold);
