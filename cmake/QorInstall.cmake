@@ -1,7 +1,7 @@
-# What `cmake --install` puts where: headers, both libraries, qor.pc and the CMake package.
+# What `cmake --install` puts where: headers, the libraries, qor.pc and the CMake package.
 include(CMakePackageConfigHelpers)
 
-install(TARGETS qor qor_static EXPORT qorTargets
+install(TARGETS qor qor_static qorinspect EXPORT qorTargets
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
   ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR})
 install(DIRECTORY include/qor DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} FILES_MATCHING PATTERN "*.h")

@@ -45,6 +45,7 @@ int layerOf(const std::string& strFile) {
         {"MiscHelper|_chMisc|xMisc", 5},
         {"BaseHelper|_chBaseClass|xBaseClass|xInc/(keyfile|file_lock|tick)|internal/(scope_lock|singleton)\\.h", 6},
         {"TraceHelper|QORTrace", 7},
+        {"InspectHelper|QORInspect|xInspect", 11},
         {"FileHelper|QORFile|internal/(safe_save|whole_file|byte_string|ini_text)\\.", 8},
         {"RegularExpress", 8},
         {"CodePage", 8},
@@ -368,7 +369,7 @@ TEST(Tree, EveryTestSaysFirstWhatItIsAbout) {
 }
 
 TEST(Tree, NoFileIsLongerThanAThousandLines) {
-    for (const char* lpszFolder : {"include", "src", "tests", "examples", "bench", "fuzz"})
+    for (const char* lpszFolder : {"include", "src", "tests", "examples", "bench", "fuzz", "tools"})
         for (const std::string& strFile : filesBelow(lpszFolder)) {
             const std::string strText = textOf(s_pathTree / strFile);
             EXPECT_LE(std::count(strText.begin(), strText.end(), '\n'), 1000) << strFile;

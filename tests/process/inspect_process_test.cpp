@@ -1,0 +1,87 @@
+// The reader of a device's state beside the processes of the device.
+#include <filesystem>
+#include <fstream>
+
+#include "gtest/gtest.h"
+#include "qor/InspectHelper.h"
+#include "qor/flat.h"
+#include "support/child.h"
+#include "support/scale.h"
+
+using namespace QOR_InspectHelper;
+
+namespace {
+
+int countRows(const char* lpszTable) {
+    std::ifstream in(lpszTable);
+    int nRows = -1;
+    for (std::string strLine; std::getline(in, strLine);)
+        ++nRows;
+    return nRows;
+}
+
+// First: nothing of the library has been used in this program.
+TEST(InspectEmpty, AMachineWithoutSegmentsStaysWithoutThem) {
+    deviceImage device;
+    takeOptions options;
+    options.nExactMs = 10;
+    takeImage(device, options);
+    EXPECT_FALSE(device.hasSegment());
+    for (const segmentKind kind : {segmentShare, segmentNamed, segmentStorage, segmentTrace, segmentRegistry})
+        EXPECT_FALSE(readSegment(device.segment(kind), kind).bFound);
+    for (const auto& entry : std::filesystem::directory_iterator("/tmp"))
+        EXPECT_NE("qor_", entry.path().filename().string().substr(0, 4));
+    EXPECT_TRUE(std::filesystem::is_empty("/tmp/home"));
+    EXPECT_EQ(0, countRows("/proc/sysvipc/shm"));
+    EXPECT_EQ(0, countRows("/proc/sysvipc/sem"));
+}
+
+int onMessage(simpMSG* pMsg) { return pMsg->uMsg == 0x8121 ? -1 : static_cast<int>(pMsg->wParam); }
+
+// A thread that sends to its partner, and answers it, for ever.
+int exchange(int iSelf, qorTest::meeting& ready) {
+    setenv("trace", "0", 1);
+    const std::string strName = "t" + std::to_string(iSelf), strPartner = "t" + std::to_string(iSelf ^ 1);
+    msgRegistMainThread(strName.c_str(), onMessage);
+    ready.say();
+    for (unsigned int u = 0;; ++u) {
+        if ((iSelf & 1) == 0)
+            msgSendMsgToThreadTimeoutEx(msgGetThreadByName(strPartner.c_str()), 0x100, u, 0, 16, "0123456789abcdef",
+                                        1000);
+        else
+            msgProcessThreadMsgOnce(msgGetCurrentThreadObject());
+    }
+}
+
+// What is shown of a segment in motion is either right or called changing.
+TEST(InspectLive, NoReadingOfABusyDeviceIsWrong) {
+    qorTest::meeting ready;
+    std::vector<std::unique_ptr<qorTest::childProcess>> arrChild;
+    for (int i = 0; i < 4; ++i) {
+        arrChild.emplace_back(new qorTest::childProcess("exchange", [i, &ready] { return exchange(i, ready); }));
+        ready.hear();
+    }
+    size_t nSound = 0;
+    const int nRounds = qorTest::scaled(300);
+    for (int i = 0; i < nRounds; ++i) {
+        deviceImage device;
+        takeImage(device, takeOptions());
+        const shareView share = readShare(device.segment(segmentShare));
+        EXPECT_NE(viewDamaged, share.state) << share.strProblem;
+        for (const queueView& queue : share.queues) {
+            if (queue.state != viewSound)
+                continue;
+            ++nSound;
+            EXPECT_TRUE(queue.strName.size() == 2 && queue.strName[0] == 't' && queue.strName[1] >= '0' &&
+                        queue.strName[1] < '4')
+                << queue.strName;
+            EXPECT_LE(queue.messages.size(), 3u);
+            for (const messageView& message : queue.messages)
+                EXPECT_TRUE(message.uMsg == 0x8001 || (message.uMsg == 0x100 && message.extra.size() == 16))
+                    << message.uMsg;
+        }
+    }
+    EXPECT_GT(nSound, static_cast<size_t>(nRounds / 10));
+}
+
+}  // namespace
