@@ -1,0 +1,359 @@
+// The commands of qorctl one by one: what they print, what they change, how they end.
+#include <nlohmann/json.hpp>
+
+#include <stdlib.h>
+#include <sys/prctl.h>
+#include <sys/stat.h>
+
+#include <fstream>
+#include <map>
+#include <regex>
+#include <set>
+#include <sstream>
+
+#include "gtest/gtest.h"
+#include "qor/TraceHelper/Trace.h"
+#include "qor/flat.h"
+#include "support/ctl.h"
+#include "support/peer.h"
+#include "support/scale.h"
+
+using namespace qorTest;
+using nlohmann::json;
+
+namespace {
+
+// A thread "main" that answers 0x100 with wParam + 1 and the number of extra bytes.
+int onMain(simpMSG* pMsg) {
+    return pMsg->uMsg == 0x100 ? static_cast<int>(pMsg->wParam) + 1 + 100 * msgGetMessageExtraSize(pMsg) : -1;
+}
+
+void fillDevice() {
+    accCreateAccumulater("ticket", 98, 1, 100);
+    nameHelperLock();
+    memcpy(nameGetSystemObject("block", 20, NULL), "twenty bytes of text", 20);
+    nameHelperUnlock();
+    const HREGISTRY hSection = registryOpen("/tmp/home/net.ini", "Net");
+    registrySetString(hSection, "port", "5060");
+    registrySetString(hSection, "host", "panel");
+    regMonitorSection(hSection);
+    QOR_StringHelper::chReferenceStringT<char> strLine("[TRC+0123:0x0001] 00000001.000 error: first");
+    QOR_StringHelper::chReferenceStringT<char> strOther("[TRC+0456:0x0001] 00000002.000 second");
+    QOR_TraceHelper::uCTraceHelpergetGlobalObject()->TraceToSystemTrace(strLine);
+    QOR_TraceHelper::uCTraceHelpergetGlobalObject()->TraceToSystemTrace(strOther);
+}
+
+class CtlCommand : public testing::Test {
+protected:
+    void SetUp() override {
+        prctl(PR_SET_NAME, "tester");
+        unlink("/tmp/home/net.ini");
+        meeting full;
+        device.start("first", [&full] {
+            msgUnregistMainThread(msgGetThreadByName("first"));
+            msgRegistMainThread("main", onMain);
+            fillDevice();
+            full.say();
+            msgDefaultThreadRun();
+        });
+        full.hear();
+    }
+    void TearDown() override {
+        device.killAll();
+        clearDevice();
+    }
+    std::string run(int nStatus, const std::vector<std::string>& listArgument, const std::string& strInput = "") {
+        const ctlResult result = ctl(listArgument, strInput);
+        EXPECT_EQ(nStatus, result.nStatus) << result.strOutput << result.strError;
+        strError = result.strError;
+        return device.normal(result.strOutput);
+    }
+
+    ctlDevice device;
+    std::string strError;
+};
+
+TEST_F(CtlCommand, ASendPrintsTheAnswer) {
+    EXPECT_EQ("8\n", run(0, {"send", "main", "0x100", "7"}));
+    EXPECT_EQ("{\n\"result\": 8\n}\n", run(0, {"send", "main", "256", "7", "-1", "--json"}));
+    EXPECT_EQ("201\n", run(0, {"send", "main", "0x100", "-d", "00ff"}));
+    EXPECT_EQ("501\n", run(0, {"send", "main", "0x100", "-d", "-"}, "hello"));
+    std::ofstream("/tmp/home/data") << "abc";
+    EXPECT_EQ("301\n", run(0, {"send", "main", "0x100", "-d", "@/tmp/home/data"}));
+    EXPECT_EQ("", run(1, {"send", "nobody", "0x100"}));
+    EXPECT_EQ("qorctl: there is no living thread \"nobody\"\n", strError);
+    EXPECT_EQ("", run(0, {"post", "main", "0x100", "1", "-2"}));
+}
+
+TEST_F(CtlCommand, ASendThatIsNotAnsweredEndsWithStatusFive) {
+    device.start("deaf", [] {});
+    EXPECT_EQ("", run(5, {"send", "deaf", "0x100", "-t", "1"}));
+    EXPECT_EQ("qorctl: no answer in time\n", strError);
+}
+
+TEST_F(CtlCommand, WrongArgumentsEndWithStatusTwo) {
+    for (const std::vector<std::string>& listArgument :
+         std::vector<std::vector<std::string>>{{},
+                                               {"nothing"},
+                                               {"--unknown", "ps"},
+                                               {"queue"},
+                                               {"post", "main"},
+                                               {"post", "main", "1x"},
+                                               {"post", "main", "0x100000000"},
+                                               {"post", "main", "1", "-d", "0"},
+                                               {"post", "main", "1", "-d", "0g"},
+                                               {"graph", "--format=png"},
+                                               {"--color=blue", "ps"},
+                                               {"trace", "--grep", "("},
+                                               {"reg"},
+                                               {"reg", "get", "a"},
+                                               {"acc", "step", "ticket", "0"},
+                                               {"acc", "step", "ticket", "99"},
+                                               {"--from", "/dev/null", "clean"}})
+        run(2, listArgument);
+    std::string strData(1025, 'x');
+    run(2, {"post", "main", "1", "-d", "-"}, strData);
+    EXPECT_EQ("qorctl: a message carries at most 1024 bytes\n", strError);
+}
+
+TEST_F(CtlCommand, EachCommandHasHelpWithAnExample) {
+    EXPECT_NE(std::string::npos, run(0, {"--help"}).find("Status: 0 good"));
+    EXPECT_EQ(0u, run(0, {"--version"}).find("qorctl 2."));
+    for (const char* lpszCommand : {"ps", "top", "report", "queue", "graph", "segments", "named", "acc", "reg", "trace",
+                                    "post", "send", "wait-for", "snapshot", "doctor", "metrics", "clean"}) {
+        const std::string strText = run(0, {lpszCommand, "--help"});
+        EXPECT_NE(std::string::npos, strText.find(std::string("Examples:\nqorctl "))) << strText;
+    }
+}
+
+TEST_F(CtlCommand, ManPageAndCompletionsKnowEachCommand) {
+    const auto textOf = [](const std::string& strFile) {
+        std::stringstream content;
+        content << std::ifstream(QOR_SOURCE_DIR "/" + strFile).rdbuf();
+        return content.str();
+    };
+    const std::string strHelp = ctl({"--help"}).strOutput;
+    const std::string strPage = textOf("docs/qorctl.1.scd");
+    const std::string strBash = textOf("tools/qorctl/completion/qorctl.bash");
+    const std::string strZsh = textOf("tools/qorctl/completion/_qorctl");
+    std::istringstream in(strHelp.substr(strHelp.find("Subcommands:\n")));
+    std::string strLine, strCommand;
+    std::getline(in, strLine);
+    int nCommands = 0;
+    for (; std::getline(in, strLine) && strLine.find("  ") == 0; ++nCommands) {
+        std::istringstream(strLine) >> strCommand;
+        EXPECT_TRUE(std::regex_search(strPage, std::regex("\n\\*" + strCommand + "[ *]"))) << strCommand;
+        EXPECT_TRUE(std::regex_search(strBash, std::regex("commands=\".*\\b" + strCommand + "\\b"))) << strCommand;
+        EXPECT_NE(std::string::npos, strZsh.find("'" + strCommand + ":")) << strCommand;
+    }
+    EXPECT_EQ(17, nCommands);
+}
+
+TEST_F(CtlCommand, WaitForWaitsUntilAllAreThere) {
+    EXPECT_EQ("", run(0, {"wait-for", "main"}));
+    EXPECT_EQ("", run(5, {"wait-for", "main", "late", "-t", "30"}));
+    EXPECT_EQ("qorctl: there is no thread \"late\"\n", strError);
+    childProcess waiting("wait-for", [] { return ctl({"wait-for", "main", "late", "-t", "80000"}).nStatus; });
+    device.start("late", [] {});
+    EXPECT_EQ(0, waiting.wait());
+}
+
+TEST_F(CtlCommand, CountersAndBlocksAreShown) {
+    EXPECT_EQ("NAME VALUE MIN MAX\nticket 98 1 100\n", run(0, {"acc"}));
+    EXPECT_EQ("3\n", run(0, {"acc", "step", "ticket", "5"}));
+    EXPECT_EQ("4\n", run(0, {"acc", "step", "ticket"}));
+    EXPECT_EQ("ticket 4 1 100\n", run(0, {"acc", "--no-header"}));
+    run(1, {"acc", "step", "unknown"});
+    EXPECT_EQ(1u, json::parse(run(0, {"acc", "--json"})).size());
+    EXPECT_EQ(0u,
+              run(0, {"named", "block"}).find("0000 74 77 65 6e 74 79 20 62 79 74 65 73 20 6f 66 20 twenty bytes of"));
+    run(1, {"named", "unknown"});
+}
+
+TEST_F(CtlCommand, TopShowsTheThreadsAgainAndAgain) {
+    const std::string strText = run(0, {"top", "-n", "2", "-i", "1"});
+    EXPECT_EQ(0u, strText.find("1 threads, 0 wait for answers, pool ")) << strText;
+    EXPECT_NE(std::string::npos, strText.find("\nNAME TASK PROGRAM STATE QUEUED +/S BYTES\nmain <first> device "))
+        << strText;
+    std::istringstream in(ctl({"top", "-n", "2", "-i", "1", "--json"}).strOutput);
+    int nLooks = 0;
+    for (std::string strLine; std::getline(in, strLine); ++nLooks)
+        EXPECT_EQ("main", json::parse(strLine)[0]["name"]);
+    EXPECT_EQ(2, nLooks);
+}
+
+TEST_F(CtlCommand, AReportIsOnePageThatNeedsNoNetwork) {
+    device.startSender("a<b>&", "deaf", 0x123);
+    device.start("deaf", [] {});
+    device.go();
+    ctlDevice::waitForEdges(1, 0);
+    const auto pageWith = [this](std::vector<std::string> listArgument) {
+        listArgument.insert(listArgument.begin(), {"report", "/tmp/home/device.html"});
+        EXPECT_EQ("", run(0, listArgument));
+        std::stringstream content;
+        content << std::ifstream("/tmp/home/device.html").rdbuf();
+        return content.str();
+    };
+    const std::string strPage = pageWith({});
+    EXPECT_EQ(0u, strPage.find("<!DOCTYPE html>"));
+    for (const char* lpszText : {"a&lt;b&gt;&amp;", ">deaf</text>", "<title>0x123</title>", "ipc_system_share",
+                                 "error: first", "send-blocked on deaf", "<h2>Findings</h2>", "</html>"})
+        EXPECT_NE(std::string::npos, strPage.find(lpszText)) << lpszText;
+    for (const char* lpszText : {"src=", "href=", "a<b>", "port=5060"})
+        EXPECT_EQ(std::string::npos, strPage.find(lpszText)) << lpszText;
+    EXPECT_NE(std::string::npos, pageWith({"--registry"}).find("port=5060"));
+    run(1, {"report", "/nowhere/device.html"});
+}
+
+TEST_F(CtlCommand, SegmentsShowTheirPoolsAndLocks) {
+    const json segments = json::parse(run(0, {"segments", "--json"}));
+    std::map<std::string, json> mapSegment;
+    for (const json& segment : segments)
+        mapSegment[segment["name"]] = segment;
+    ASSERT_EQ(5u, mapSegment.size());
+    for (const auto& entry : mapSegment) {
+        EXPECT_EQ("sound", entry.second["reading"]) << entry.first;
+        EXPECT_EQ("free", entry.second["lock"]) << entry.first;
+        EXPECT_EQ(0, entry.second["leaked"]) << entry.first;
+        EXPECT_EQ(true, entry.second["keyFile"]) << entry.first;
+    }
+    EXPECT_EQ(65536, mapSegment["ipc_system_share"]["size"]);
+    EXPECT_EQ(1006, mapSegment["ipc_system_share"]["type"]);
+    const std::string strText = run(0, {"segments"});
+    EXPECT_EQ(0u, strText.find("SEGMENT KEY ID SIZE ATTACHED OWNER MODE TYPE\nipc_system_share 0x")) << strText;
+    EXPECT_NE(std::string::npos, strText.find("\n\nPOOL USED FREE LARGEST LEAKED CELLS LOCK\nipc_system_share "));
+}
+
+TEST_F(CtlCommand, TheRegistryIsShownAndChanged) {
+    const std::string strFile = "/tmp/home/net.ini";
+    EXPECT_EQ("DOCUMENT SECTIONS KEYS UNSAVED\n" + strFile + " 1 2 2\n", run(0, {"reg", "ls"}));
+    EXPECT_EQ("SECTION KEYS UNSAVED UNFLUSHED MONITORS\nNet 2 2 yes main\n", run(0, {"reg", "ls", strFile}));
+    EXPECT_EQ("KEY UNSAVED VALUE\nport 1 5060\nhost 1 panel\n", run(0, {"reg", "ls", strFile, "net"}));
+    EXPECT_EQ("5060\n", run(0, {"reg", "get", strFile, "Net", "PORT"}));
+    EXPECT_EQ("", run(1, {"reg", "get", strFile, "Net", "unknown"}));
+    EXPECT_EQ("", run(1, {"reg", "get", "/tmp/home/other.ini", "Net", "port"}));
+    EXPECT_EQ("", run(0, {"reg", "set", strFile, "Net", "port", "5061"}));
+    EXPECT_EQ("; " + strFile + "\n[Net]\nport=5061 ; unsaved\nhost=panel ; unsaved\n", run(0, {"reg", "dump"}));
+    EXPECT_NE(0, access(strFile.c_str(), F_OK));
+    EXPECT_EQ("", run(0, {"reg", "flush", strFile}));
+    std::stringstream content;
+    content << std::ifstream(strFile).rdbuf();
+    EXPECT_EQ("[ Net ]\nport = 5061\nhost = panel\n", content.str());
+    EXPECT_EQ("5061", json::parse(run(0, {"reg", "dump", "--json"}))[0]["sections"]["Net"]["port"]);
+    EXPECT_EQ("", run(2, {"reg", "set", strFile, "Net", "port", "two\nlines"}));
+}
+
+TEST_F(CtlCommand, AWatchPrintsWhatFlushesTell) {
+    int afd[2];
+    ASSERT_EQ(0, pipe(afd));
+    childProcess watching("reg watch", [&afd] {
+        return execCtl({"reg", "watch", "/tmp/home/net.ini", "Net"}, afd[1]);
+    });
+    close(afd[1]);
+    for (std::string strText; strText.find(", qorctl:") == std::string::npos;)
+        strText = run(0, {"reg", "ls", "/tmp/home/net.ini"});
+    run(0, {"reg", "set", "/tmp/home/net.ini", "Net", "port", "5062"});
+    run(0, {"reg", "flush"});
+    std::string strLine;
+    for (char ch; read(afd[0], &ch, 1) == 1 && ch != '\n';)
+        strLine += ch;
+    close(afd[0]);
+    EXPECT_EQ("[Net] port=5062", strLine);
+}
+
+TEST_F(CtlCommand, TraceLinesStayUnlessTheyAreTaken) {
+    const std::string strFirst = "[TRC+0123:0x0001] 00000001.000 error: first\n";
+    const std::string strSecond = "[TRC+0456:0x0001] 00000002.000 second\n";
+    for (int i = 0; i < 2; ++i)
+        EXPECT_EQ(strFirst + strSecond, run(0, {"trace"}));
+    EXPECT_EQ(strSecond, run(0, {"trace", "-n", "1"}));
+    EXPECT_EQ(strFirst, run(0, {"trace", "--grep", "err(or|no)"}));
+    EXPECT_EQ(strSecond, run(0, {"trace", "--pid", "456"}));
+    EXPECT_EQ("second", json::parse(run(0, {"trace", "--pid", "456", "--json"}))["line"].get<std::string>().substr(31));
+    EXPECT_EQ(strFirst + strSecond, run(0, {"trace", "--take"}));
+    EXPECT_EQ("", run(0, {"trace"}));
+    EXPECT_NE(std::string::npos, strError.find("trace=2:system"));
+}
+
+// Grammar of the text format: families in one piece, each with its type; samples that belong to one; an end.
+TEST_F(CtlCommand, MetricsAreOpenMetricsText) {
+    const std::string strText = ctl({"metrics"}).strOutput;
+    const std::regex type("# TYPE ([a-z_]+) gauge"), help("# HELP ([a-z_]+) .+");
+    const std::regex sample(R"(([a-z_]+)(\{[a-z]+="([^"\\]|\\["\\n])*"\})? -?[0-9]+)");
+    std::set<std::string> setFamily;
+    std::string strFamily, strLine;
+    std::istringstream in(strText);
+    std::smatch match;
+    bool bEnd = false;
+    while (std::getline(in, strLine)) {
+        EXPECT_FALSE(bEnd);
+        if (strLine == "# EOF") {
+            bEnd = true;
+        } else if (std::regex_match(strLine, match, type)) {
+            strFamily = match[1];
+            EXPECT_TRUE(setFamily.insert(strFamily).second) << strLine;
+        } else if (std::regex_match(strLine, match, help) || std::regex_match(strLine, match, sample)) {
+            EXPECT_EQ(strFamily, match[1]) << strLine;
+        } else {
+            ADD_FAILURE() << strLine;
+        }
+    }
+    EXPECT_TRUE(bEnd);
+    EXPECT_NE(std::string::npos, strText.find("\nqor_threads 1\n"));
+    // The start message may still be there.
+    EXPECT_TRUE(std::regex_search(strText, std::regex("\nqor_queue_messages\\{thread=\"main\"\\} [01]\n")));
+    EXPECT_NE(std::string::npos, strText.find("\nqor_accumulator{name=\"ticket\"} 98\n"));
+}
+
+TEST_F(CtlCommand, AllIsRemovedWhenNobodyIsAttached) {
+    run(4, {"clean", "--all"});
+    EXPECT_NE(std::string::npos, strError.find("nothing is removed"));
+    device.killAll();
+    EXPECT_NE(std::string::npos, run(0, {"clean", "--all"}).find("removed segment /tmp/qor_ipc_system_share\n"));
+    EXPECT_EQ("", run(3, {"ps"}));
+    EXPECT_EQ(0, access("/tmp/home/ipc_system_storage", F_OK));
+}
+
+TEST_F(CtlCommand, ColoursAreUsedOnlyWhereTheyAreWanted) {
+    device.startSender("waiting", "main", 0x100);
+    device.killAll();
+    EXPECT_EQ(std::string::npos, run(0, {"ps"}).find('\033'));
+    EXPECT_EQ(std::string::npos, run(0, {"ps", "--color=never"}).find('\033'));
+    EXPECT_NE(std::string::npos, run(0, {"ps", "--color=always"}).find("\033[33mmain"));
+}
+
+TEST_F(CtlCommand, AReaderThatGoesEndsAStreamQuietly) {
+    int afd[2];
+    ASSERT_EQ(0, pipe(afd));
+    close(afd[0]);
+    childProcess looking("ps", [&afd] { return execCtl({"ps"}, afd[1]); });
+    close(afd[1]);
+    EXPECT_EQ(0, looking.wait());
+}
+
+// ---- hostile bytes
+
+// Each looking command on a snapshot whose segments hold any bytes ends with one of three statuses.
+TEST_F(CtlCommand, AnyBytesInTheSegmentsGiveAStatus) {
+    using namespace QOR_InspectHelper;
+    deviceImage device;
+    takeImage(device, takeOptions());
+    uint32_t uState = seed(12345);
+    const int nRounds = scaled(6);
+    for (int i = 0; i < nRounds; ++i) {
+        for (segmentImage& image : device.segments)
+            for (size_t n = i % 2 == 0 ? 8 : 0; n < image.bytes.size(); ++n)
+                image.bytes[n] = static_cast<uint8_t>((uState = uState * 1664525 + 1013904223) >> 24);
+        std::string strReason;
+        ASSERT_TRUE(saveSnapshot(device, "/tmp/home/any.snap", strReason)) << strReason;
+        for (const char* lpszCommand : {"ps", "graph", "segments", "named", "acc", "trace", "doctor", "metrics"}) {
+            const int nStatus = ctl({"--from", "/tmp/home/any.snap", lpszCommand}).nStatus;
+            EXPECT_TRUE(nStatus == 0 || nStatus == 3 || nStatus == 4) << lpszCommand << " " << nStatus;
+        }
+    }
+    std::ofstream("/tmp/home/bad.snap") << "QORSNAP1 and no more";
+    EXPECT_EQ("", run(4, {"--from", "/tmp/home/bad.snap", "ps"}));
+    EXPECT_EQ("qorctl: /tmp/home/bad.snap: a damaged or cut off snapshot\n", strError);
+}
+
+}  // namespace

@@ -1,0 +1,123 @@
+#include "device.h"
+
+#include <algorithm>
+
+#include "qor/MsgQueueHelper/Message.h"
+
+namespace qorctl {
+
+bool device::open(program& prog) {
+    if (prog.strFrom.empty()) {
+        takeOptions options;
+        options.nExactMs = prog.nExactMs;
+        takeImage(m_image, options);
+    } else {
+        std::string strError;
+        if (!loadSnapshot(prog.strFrom, m_image, strError)) {
+            prog.fail(exitUnhealthy, strError);
+            return false;
+        }
+    }
+    if (!m_image.hasSegment()) {
+        prog.fail(exitNoSegment, "there is no segment: nothing has run yet");
+        return false;
+    }
+    m_share = readShare(m_image.segment(segmentShare));
+    m_edges = findEdges(m_share, m_image);
+    for (size_t i = 0; i < m_share.queues.size(); ++i)
+        m_mapQueue.emplace(m_share.queues[i].idTask, i);
+    std::stable_sort(m_edges.begin(), m_edges.end(),
+                     [this](const sendEdge& a, const sendEdge& b) { return nameOf(a.idFrom) < nameOf(b.idFrom); });
+    for (size_t i = 0; i < m_edges.size(); ++i)
+        m_mapEdge.emplace(m_edges[i].idFrom, i);
+    return true;
+}
+
+bool device::open(program& prog, segmentKind kind) {
+    if (!open(prog))
+        return false;
+    const segmentView view = readSegment(segment(kind), kind);
+    if (!view.bFound) {
+        prog.fail(exitNoSegment, std::string("there is no ") + segmentTypeOf(kind).lpszName);
+        return false;
+    }
+    judge(prog, view, kind);
+    return true;
+}
+
+std::vector<std::vector<size_t>> device::rings() const {
+    std::vector<std::vector<size_t>> all = findRings(m_edges);
+    for (std::vector<size_t>& ring : all)  // edges stand in the order of names
+        std::rotate(ring.begin(), std::min_element(ring.begin(), ring.end()), ring.end());
+    std::sort(all.begin(), all.end());
+    return all;
+}
+
+std::string device::ringText(const std::vector<size_t>& ring) const {
+    std::string str;
+    for (const size_t iEdge : ring)
+        str += nameOf(m_edges[iEdge].idFrom) + " -> ";
+    return str + nameOf(m_edges[ring[0]].idFrom);
+}
+
+void judge(program& prog, const segmentView& view, segmentKind kind) {
+    if (view.state == viewSound)
+        return;
+    prog.note(std::string(segmentTypeOf(kind).lpszName) + ": " + view.strProblem);
+    if (view.state == viewDamaged)
+        prog.worsen(exitUnhealthy);
+}
+
+const queueView* device::findQueue(const std::string& strName) const {
+    for (const queueView& queue : m_share.queues)
+        if (queue.strName == strName)
+            return &queue;
+    return nullptr;
+}
+
+const queueView* device::findQueue(int32_t idTask) const {
+    const auto it = m_mapQueue.find(idTask);
+    return it != m_mapQueue.end() ? &m_share.queues[it->second] : nullptr;
+}
+
+const taskImage* device::findTask(int32_t idTask) const {
+    const auto it = m_image.tasks.find(idTask);
+    return it != m_image.tasks.end() ? &it->second : nullptr;
+}
+
+std::string device::nameOf(int32_t idTask) const {
+    if (const queueView* pQueue = findQueue(idTask))
+        return pQueue->strName;
+    const taskImage* pTask = findTask(idTask);
+    const std::string strProgram = pTask != nullptr && !pTask->strProgram.empty() ? " (" + pTask->strProgram + ")" : "";
+    return "task " + std::to_string(idTask) + strProgram;
+}
+
+threadState device::stateOf(const queueView& queue) const {
+    threadState state;
+    for (const messageView& message : queue.messages)
+        if (message.nStatus == QOR_MsgQueueHelper::MT_READ || message.nStatus == QOR_MsgQueueHelper::MT_REPLIED)
+            state.pHandling = &message;
+    const taskImage* pTask = findTask(queue.idTask);
+    const auto it = m_mapEdge.find(queue.idTask);
+    if (pTask == nullptr || !pTask->bAlive) {
+        state.lpszState = "ghost";
+    } else if (it != m_mapEdge.end()) {
+        state.lpszReason = m_edges[it->second].bTaken ? "reply-blocked" : "send-blocked";
+        state.lpszState = state.lpszReason;
+        state.idOn = m_edges[it->second].idTo;
+    } else if (state.pHandling != nullptr) {
+        state.lpszState = "handling";
+    } else if (pTask->nEventWaiters > 0) {
+        state.lpszState = "asleep";
+    }
+    return state;
+}
+
+const char* statusName(int32_t nStatus) {
+    static const char* const arrName[] = {"constructed", "allocated", "queued", "handling",
+                                          "replied",     "processed", "closed", "freed"};
+    return nStatus >= -2 && nStatus <= 5 ? arrName[nStatus + 2] : nullptr;
+}
+
+}  // namespace qorctl

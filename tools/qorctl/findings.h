@@ -1,0 +1,23 @@
+// What is wrong with a device, or will be.
+#ifndef QORCTL_FINDINGS_H
+#define QORCTL_FINDINGS_H
+
+#include <string>
+#include <vector>
+
+#include "device.h"
+
+namespace qorctl {
+
+struct finding {
+    bool bUnhealthy;        // a cycle of sends, or damage; else something to look after
+    const char* lpszKind;   // one word, for programs
+    std::string strWhat;    // what there is
+    std::string strAdvice;  // what to do
+};
+
+std::vector<finding> findTroubles(const device& dev);
+
+}  // namespace qorctl
+
+#endif

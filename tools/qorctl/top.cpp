@@ -1,0 +1,161 @@
+// top: the threads, live.
+#include <CLI/CLI.hpp>
+
+#include <poll.h>
+#include <termios.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <map>
+
+#include "views.h"
+
+namespace qorctl {
+
+namespace {
+
+// Keys without echo and without line feed, as long as it lives; nothing where input is no terminal.
+class keyInput {
+public:
+    keyInput() : m_bTerminal(tcgetattr(STDIN_FILENO, &m_before) == 0) {
+        if (!m_bTerminal)
+            return;
+        termios raw = m_before;
+        raw.c_lflag &= ~static_cast<tcflag_t>(ICANON | ECHO);
+        tcsetattr(STDIN_FILENO, TCSANOW, &raw);
+    }
+    keyInput(const keyInput&) = delete;
+    keyInput& operator=(const keyInput&) = delete;
+    ~keyInput() {
+        if (m_bTerminal)
+            tcsetattr(STDIN_FILENO, TCSANOW, &m_before);
+    }
+
+    // A key, or 0 when none is pressed in that time.
+    char wait(int nMs) const {
+        pollfd fd = {STDIN_FILENO, POLLIN, 0};
+        char ch = 0;
+        if (poll(&fd, m_bTerminal ? 1 : 0, nMs) > 0 && read(STDIN_FILENO, &ch, 1) != 1)
+            return 'q';
+        return ch;
+    }
+
+private:
+    termios m_before = {};
+    const bool m_bTerminal;
+};
+
+enum sortOrder { sortByName, sortByQueued, sortByBytes, countSortOrder };
+constexpr const char* arrSortName[] = {"name", "queued", "bytes"};
+
+// What changes from one look to the next.
+class topView {
+public:
+    // The rows of the device, with the growth of each queue since the last ones.
+    json rows(const device& dev) {
+        const clock::time_point now = clock::now();
+        const double fSeconds = std::chrono::duration<double>(now - m_time).count();
+        json all = threadTable(dev).rows();
+        std::map<int32_t, int64_t> mapQueued;
+        for (json& row : all) {
+            const int32_t idTask = row["task"].get<int32_t>();
+            const auto it = m_mapQueued.find(idTask);
+            row["rate"] = json();
+            if (row["queued"].is_null())
+                continue;
+            const int64_t nQueued = mapQueued[idTask] = row["queued"].get<int64_t>();
+            if (it != m_mapQueued.end() && fSeconds > 0)
+                row["rate"] = static_cast<int64_t>(static_cast<double>(nQueued - it->second) / fSeconds);
+        }
+        m_mapQueued = mapQueued;
+        m_time = now;
+        return all;
+    }
+
+private:
+    typedef std::chrono::steady_clock clock;
+    clock::time_point m_time;
+    std::map<int32_t, int64_t> m_mapQueued;
+};
+
+void sortRows(json& rows, sortOrder order) {
+    if (order == sortByName)
+        return;
+    const char* lpszKey = arrSortName[order];
+    std::vector<json> list(rows.begin(), rows.end());
+    const auto valueOf = [lpszKey](const json& row) {
+        return row[lpszKey].is_null() ? 0 : row[lpszKey].get<int64_t>();
+    };
+    std::stable_sort(list.begin(), list.end(), [&](const json& a, const json& b) { return valueOf(a) > valueOf(b); });
+    rows = list;
+}
+
+void putScreen(const program& prog, const device& dev, const json& rows, sortOrder order) {
+    table tab({{"name", "NAME", false, true},
+               {"task", "TASK", true},
+               {"program", "PROGRAM", false, true},
+               {"stateText", "STATE", false, true},
+               {"queued", "QUEUED", true},
+               {"rate", "+/S", true},
+               {"bytes", "BYTES", true}});
+    for (const json& row : rows)
+        tab.add(row, row["on"].is_null() ? styleNone : styleBad);
+    const poolView pool = dev.share().pool;
+    if (isatty(STDOUT_FILENO))
+        put("\033[H\033[2J");
+    put(std::to_string(rows.size()) + " threads, " + std::to_string(dev.edges().size()) + " wait for answers, pool " +
+        std::to_string(pool.uUsed) + " of " + std::to_string(pool.uSize) + " bytes\nq quit, s sort (by " +
+        arrSortName[order] + "), p pause\n");
+    tab.print(prog);
+    flushOutput();
+}
+
+void runTop(program& prog, int nLooks, int nIntervalMs) {
+    const keyInput keys;
+    topView view;
+    sortOrder order = sortByName;
+    bool bPaused = false;
+    for (int n = 0; nLooks <= 0 || n < nLooks;) {
+        device dev;
+        if (!bPaused) {
+            if (!dev.open(prog, segmentShare))
+                return;
+            json rows = view.rows(dev);
+            sortRows(rows, order);
+            if (prog.bJson)
+                printJsonLine(rows);
+            else
+                putScreen(prog, dev, rows, order);
+            flushOutput();
+            ++n;
+        }
+        if (nLooks > 0 && n >= nLooks)
+            return;
+        const char ch = keys.wait(nIntervalMs);
+        if (ch == 'q')
+            return;
+        if (ch == 's')
+            order = static_cast<sortOrder>((order + 1) % countSortOrder);
+        if (ch == 'p') {
+            bPaused = !bPaused;
+            put(bPaused ? "paused\n" : "");
+            flushOutput();
+        }
+    }
+}
+
+}  // namespace
+
+void addTopCommand(CLI::App& app, program& prog) {
+    CLI::App* pTop = addCommand(app, "top", "The threads, live; keys: q quit, s sort, p pause",
+                                "  qorctl top\n  qorctl top -n 10 --json");
+    static int s_nLooks = 0, s_nIntervalMs = 1000;
+    pTop->add_option("-n,--looks", s_nLooks, "End after N looks")->type_name("N");
+    pTop->add_option("-i,--interval", s_nIntervalMs, "Milliseconds between looks (1000)")
+        ->check(CLI::PositiveNumber)
+        ->type_name("MS");
+    pTop->callback([&prog] { runTop(prog, s_nLooks, s_nIntervalMs); });
+}
+
+}  // namespace qorctl

@@ -1,0 +1,167 @@
+// trace: the shared trace buffer.
+#include <CLI/CLI.hpp>
+
+#include <time.h>
+
+#include <algorithm>
+#include <regex>
+
+#include "device.h"
+#include "qor/TraceHelper/Trace.h"
+#include "table.h"
+
+namespace qorctl {
+
+namespace {
+
+struct traceArguments {
+    bool bFollow = false;
+    bool bTake = false;
+    int nLines = -1;
+    int idProcess = 0;
+    std::string strGrep;
+};
+
+constexpr int nPollMs = 200;
+
+void pauseFor(int nMs) {
+    timespec ts = {};
+    ts.tv_sec = nMs / 1000;
+    ts.tv_nsec = nMs % 1000 * 1000000L;
+    nanosleep(&ts, nullptr);
+}
+
+class traceFilter {
+public:
+    explicit traceFilter(const traceArguments& arguments)
+        : m_idProcess(arguments.idProcess), m_bGrep(!arguments.strGrep.empty()) {
+        if (m_bGrep)
+            m_regex = std::regex(arguments.strGrep, std::regex::extended);
+    }
+    bool passes(const std::string& strLine) const {
+        return (m_idProcess == 0 || processOf(strLine) == m_idProcess) &&
+               (!m_bGrep || std::regex_search(strLine, m_regex));
+    }
+    // A line begins with "[TRC+1234:0x...] ".
+    static int processOf(const std::string& strLine) {
+        const size_t nPlus = strLine.find('+');
+        return strLine.empty() || strLine[0] != '[' || nPlus == std::string::npos ? 0
+                                                                                  : atoi(strLine.c_str() + nPlus + 1);
+    }
+
+private:
+    int m_idProcess;
+    bool m_bGrep;
+    std::regex m_regex;
+};
+
+void putLine(const program& prog, const std::string& strLine) {
+    if (!prog.bJson) {
+        put(printable(strLine) + "\n");
+        return;
+    }
+    const int idProcess = traceFilter::processOf(strLine);
+    printJsonLine({{"process", idProcess != 0 ? json(idProcess) : json()}, {"line", strLine}});
+}
+
+void putLast(const program& prog, const std::vector<std::string>& lines, const traceFilter& filter, int nLines) {
+    std::vector<const std::string*> passed;
+    for (const std::string& strLine : lines)
+        if (filter.passes(strLine))
+            passed.push_back(&strLine);
+    const size_t nSkip =
+        nLines >= 0 && passed.size() > static_cast<size_t>(nLines) ? passed.size() - static_cast<size_t>(nLines) : 0;
+    for (size_t i = nSkip; i < passed.size(); ++i)
+        putLine(prog, *passed[i]);
+    flushOutput();
+}
+
+// The lines of now that were not there before: the buffer loses lines at its begin and gets them at its end.
+std::vector<std::string> newLines(const std::vector<std::string>& before, const std::vector<std::string>& now) {
+    for (size_t nGone = 0; nGone < before.size(); ++nGone) {
+        const size_t nKept = before.size() - nGone;
+        if (nKept <= now.size() &&
+            std::equal(before.begin() + static_cast<ptrdiff_t>(nGone), before.end(), now.begin()))
+            return std::vector<std::string>(now.begin() + static_cast<ptrdiff_t>(nKept), now.end());
+    }
+    return now;
+}
+
+void follow(const program& prog, std::vector<std::string> lines, const traceFilter& filter) {
+    for (;;) {
+        pauseFor(nPollMs);
+        deviceImage image;
+        takeImage(image, takeOptions());
+        const traceView view = readTrace(image.segment(segmentTrace));
+        if (view.state != viewSound)
+            continue;  // the next look shows it
+        putLast(prog, newLines(lines, view.lines), filter, -1);
+        lines = view.lines;
+    }
+}
+
+void take(const program& prog, const traceArguments& arguments, const traceFilter& filter) {
+    QOR_TraceHelper::uCTraceHelper* pTrace = QOR_TraceHelper::uCTraceHelpergetGlobalObject();
+    QOR_StringHelper::chReferenceStringT<char> strLine;
+    for (int nLeft = arguments.nLines; nLeft != 0 || arguments.nLines < 0;) {
+        if (pTrace->ReadSystemTraceString(strLine)) {
+            const std::string str(static_cast<const char*>(strLine), static_cast<size_t>(strLine.GetLength()));
+            if (filter.passes(str)) {
+                putLine(prog, str);
+                nLeft -= nLeft > 0;
+            }
+        } else if (arguments.bFollow) {
+            flushOutput();
+            pauseFor(nPollMs);
+        } else {
+            return;
+        }
+    }
+}
+
+void runTrace(program& prog, const traceArguments& arguments) {
+    device dev;
+    if (!dev.open(prog, segmentTrace))
+        return;
+    const traceFilter filter(arguments);
+    const traceView view = readTrace(dev.segment(segmentTrace));
+    if (view.lines.empty())
+        prog.note(
+            "the trace buffer is empty: start a process with trace=2:system in its environment\n"
+            "        to make it write its lines up to level 2 there");
+    if (arguments.bTake && prog.strFrom.empty()) {
+        take(prog, arguments, filter);
+        return;
+    }
+    putLast(prog, view.lines, filter, arguments.nLines);
+    if (arguments.bFollow && prog.strFrom.empty())
+        follow(prog, view.lines, filter);
+}
+
+}  // namespace
+
+void addTraceCommand(CLI::App& app, program& prog) {
+    CLI::App* pTrace = addCommand(app, "trace", "The lines of the shared trace buffer, which stay there",
+                                  "  qorctl trace -n 20\n  qorctl trace -f --grep 'error|fail'\n"
+                                  "  qorctl trace --take >>/var/log/device.log");
+    static traceArguments s_arguments;
+    pTrace->add_flag("-f,--follow", s_arguments.bFollow, "Go on with the lines that are added");
+    pTrace->add_option("-n,--lines", s_arguments.nLines, "The last N lines only")
+        ->check(CLI::NonNegativeNumber)
+        ->type_name("N");
+    pTrace->add_option("--pid", s_arguments.idProcess, "Lines of a process")->type_name("P");
+    pTrace->add_option("--grep", s_arguments.strGrep, "Lines that match an extended regular expression")
+        ->type_name("RE")
+        ->check([](const std::string& str) {
+            try {
+                std::regex(str, std::regex::extended);
+                return std::string();
+            } catch (const std::regex_error& error) {
+                return std::string(error.what());
+            }
+        });
+    pTrace->add_flag("--take", s_arguments.bTake, "Take the lines out of the buffer, as its reader does");
+    pTrace->callback([&prog] { runTrace(prog, s_arguments); });
+}
+
+}  // namespace qorctl
