@@ -7,6 +7,7 @@
 #include <stdlib.h>
 #include <unistd.h>
 
+#include "qor/InspectHelper.h"
 #include "qor/qor.h"
 
 // What a program does with what it has got.
@@ -38,6 +39,8 @@ extern int idTask;
 extern int nCount;
 extern int nClient;
 extern QOR_StringHelper::chReferenceStringT<char> strLine;
+extern QOR_InspectHelper::deviceImage device;
+extern QOR_InspectHelper::shareView share;
 
 struct record {
     int32_t m_iFirst;

@@ -9,7 +9,8 @@
 /// so that what could not be read may be in order; *damaged* when it cannot be read although nothing was changing.
 ///
 /// @code
-/// const QOR_InspectHelper::shareView share = QOR_InspectHelper::readShare(device.segment(segmentShare));
+/// const QOR_InspectHelper::shareView share = QOR_InspectHelper::readShare(
+///     device.segment(QOR_InspectHelper::segmentShare));
 /// if (share.state == QOR_InspectHelper::viewDamaged)
 ///     printf("%s\n", share.strProblem.c_str());
 /// @endcode
