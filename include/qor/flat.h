@@ -27,8 +27,8 @@
  * function would wait for itself; so the process ends at once with the assertion
  * "[/tmp/qor_ipc_system_named] is held by the calling thread already". "Not under nameHelperLock()" marks these
  * functions. Whether some of them need the lock depends on the trace level and the arguments: do not rely on a call
- * that happened to pass. Launching a thread then blocks for ever instead: it is the new thread that waits for the lock.
- * All other functions may be called.
+ * that happened to pass. Sending, launching and unlaunching end the process in any case, because the thread that they
+ * wait for may need the lock. All other functions may be called.
  */
 #ifndef QOR_FLAT_H
 #define QOR_FLAT_H

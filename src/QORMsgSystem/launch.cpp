@@ -73,7 +73,7 @@ void* runThreadObject(void* pData) {
 
 // Starts a thread and blocks until the registration; whether it was started.
 bool startAndWait(const launchWait& wait, threadEntry entry, int nPriority, bool bWarn) {
-    if (chCreateThread(runEntry, &entry, nPriority) == 0)
+    if (!QOR_BaseHelper::chMutex::AssertNoneHeldHere() || chCreateThread(runEntry, &entry, nPriority) == 0)
         return false;
     unsigned long long uStart = bWarn ? qorGetTickCount() : 0;
     while (!wait.IsRegistered()) {
@@ -116,6 +116,8 @@ BOOL chProcessLocal::LaunchLocalThread(chThreadLocal& objThread) {
 // ---- shutting down
 
 void chProcessLocal::ShutdownLocalThread(chThreadLocal* pThread) {
+    if (!QOR_BaseHelper::chMutex::AssertNoneHeldHere())
+        return;
     registration found = {};
     {
         const processHold lock(m_csLocal);

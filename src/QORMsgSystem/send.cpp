@@ -294,6 +294,8 @@ BOOL chThreadBase::PostThreadMsgEx(UINT uMsg, UINT wParam, int lParam, int nExtr
 // The own event is created before the target can signal it. A wait that was answered has taken the signal of the
 // answer; otherwise a signal that may come late is dropped.
 BOOL chThreadBase::EmitAndWait(const msgDraft& draft, bool bReceipt, int nTimeout, int* pnResult) {
+    if (!QOR_BaseHelper::chMutex::AssertNoneHeldHere())
+        return 0;
     waitDeadline deadline(nTimeout);
     QOR_BaseHelper::chEvent* pCurrentTaskEvent = process().GetCurrentTaskEvent();
     if (!QOR_ASSERT(pCurrentTaskEvent != NULL))

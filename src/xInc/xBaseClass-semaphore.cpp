@@ -411,11 +411,13 @@ void chMutex::DestroyMutex() {
         DestroySemaphore();
 }
 
-bool chMutex::AssertNotHeldHere() const {
-    if (!t_held.holds(m_fdSemaphore))
-        return true;
+bool chMutex::FailHeldHere() const {
     return assertAboutLock("[%s] is held by the calling thread already", m_strKeyFile);
 }
+
+bool chMutex::AssertNotHeldHere() const { return !t_held.holds(m_fdSemaphore) || FailHeldHere(); }
+
+bool chMutex::AssertNoneHeldHere() { return t_held.nCount == 0 || t_held.arrHeld[0].pMutex->FailHeldHere(); }
 
 BOOL chMutex::TakeMutex(int nTimeout, lockReport report) {
     if (!QOR_ASSERT(m_fdSemaphore != -1))

@@ -143,6 +143,28 @@ TEST(SegmentLock, CallsThatTakeAHeldLockAreFatal) {
     EXPECT_EXIT(inNameHold(waitOnSocket), dies, strNamed);
 }
 
+// The other thread may need the lock, for a trace line at the least.
+TEST(SegmentLock, MustNotBeHeldWhileAnotherThreadIsWaitedFor) {
+    const std::string strNamed = strTwice + "ipc_system_named" + strHeld;
+    const auto inNameHold = [](const std::function<void()>& fnCall) {
+        QOR_TraceHelper::uCTraceHelpergetGlobalObject()->RedirectToNull();
+        nameHelperLock();
+        fnCall();
+    };
+    EXPECT_EXIT(inNameHold([] { chThreadRemote("nobody").SendThreadMsg(0x100, 0, 0); }), dies, strNamed);
+    EXPECT_EXIT(inNameHold([] { chThreadRemote().DeliverThreadMsgEx(0x100, 0, 0, 0, NULL, -1); }), dies, strNamed);
+    EXPECT_EXIT(inNameHold([] {
+                    msgLaunchCallbackWorkThread(
+                        "new", [](simpMSG*) { return -1; }, -1);
+                }),
+                dies, strNamed);
+    EXPECT_EXIT(inNameHold([] { msgUnlaunchWorkThread("nobody"); }), dies, strNamed);
+    nameHelperLock();
+    msgPostMsgToThread(NULL, 0x100, 0, 0);  // waits for nobody
+    nameHelperUnlock();
+    EXPECT_TRUE(QOR_BaseHelper::chMutex::AssertNoneHeldHere());
+}
+
 TEST(SegmentLock, OfTheTraceBufferMustNotBeHeldWhileTheBufferIsUsed) {
     const auto inTraceHold = [](const std::function<void(QOR_TraceHelper::uCTraceHelper&)>& fnCall) {
         auto& trace = *QOR_TraceHelper::uCTraceHelpergetGlobalObject();

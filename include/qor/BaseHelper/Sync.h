@@ -183,6 +183,10 @@ public:
     /// In the child of a fork: forgets that a thread of the parent held the mutex.
     void fork_reset();
 
+    /// For functions that wait for another thread, which may need the lock of a segment: fatal when the calling thread
+    /// holds one ("[%s] is held by the calling thread already", the key file). True when it holds none. No kernel call.
+    static bool AssertNoneHeldHere();
+
 protected:
     /// Which failures to lock are warned of: all; only that the mutex was removed; none.
     enum lockReport { tellAll, tellRemoval, tellNothing };
@@ -201,6 +205,7 @@ protected:
 
 private:
     bool AssertNotHeldHere() const;
+    bool FailHeldHere() const;
     BOOL TakeMutex(int nTimeout, lockReport report);
 };
 

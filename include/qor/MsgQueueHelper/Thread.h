@@ -24,7 +24,8 @@
 /// lock, as the frame uCSystemShareHelper, and calls one of them ends the process at once with the assertion
 /// "[/tmp/qor_ipc_system_share] is held by the calling thread already". Most of them also read the tick or may trace a
 /// line, which needs the lock of the named blocks: under nameHelperLock() the same happens with
-/// "[/tmp/qor_ipc_system_named] ...".
+/// "[/tmp/qor_ipc_system_named] ...". Sending, delivering, launching and shutting down wait for another thread, which may
+/// need the lock of any segment: a thread that holds one ends the process in any case.
 ///
 /// Read on in ShareHelper.h.
 #ifndef QOR_MSGQUEUEHELPER_THREAD_H
