@@ -124,8 +124,7 @@ msgObject* putMessage(chMsgQueue& objQueue, const msgDraft& draft, bool* pbWake)
     posts.Put(objQueue, *pMessage, bSignalled && draft.nStatus == MT_EMITTED);
     if (pbWake != NULL)
         *pbWake = !bSignalled;
-    chain.InsertAfter(pLeft, nodeOf(pMessage));
-    return pMessage;
+    return chain.InsertAfter(pLeft, nodeOf(pMessage)) ? pMessage : NULL;
 }
 
 }  // namespace
@@ -193,8 +192,7 @@ chMsgQueue* chMsgQueueManager::AllocMessageQueue(const char* lpszName) {
     const shareChain chain = queuesOf(this);
     list_chain_offset* pRight =
         chain.Find([lpszName](list_chain_offset* p) { return compareName(lpszName, queueOf(p)) >= 0; });
-    chain.InsertBefore(pRight, nodeOf(pQueue));
-    return pQueue;
+    return chain.InsertBefore(pRight, nodeOf(pQueue)) ? pQueue : NULL;
 }
 
 void chMsgQueueManager::FreeMessageQueue(chMsgQueue* pMsgQueue) {
