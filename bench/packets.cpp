@@ -3,7 +3,7 @@
 // usage: qor_bench_packets [--quick]
 //
 // The contenders stand connected all the time and take turns, each with a server of its own. All send without delay:
-// else the last packet of a stream waits for the peer's late acknowledgement, 40 ms, whoever sends it; a table of its
+// else the last packet of a stream waits for the peer's late acknowledgement, 40 ms, whichever side sends it; a table of its
 // own shows that. Beside the time stands what the processors spent on both processes, which does not count what else is
 // running.
 #include <arpa/inet.h>

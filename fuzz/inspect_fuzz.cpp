@@ -1,7 +1,7 @@
 // Snapshots of any bytes, and segments of any bytes inside a well-formed one: each gives views or an error, and what
 // was read can be written and read again.
 //
-// The first byte chooses: 0 a snapshot file as it stands; 1 to 5 the content of the segment of that kind, behind a
+// The first byte chooses: 0 a snapshot file as it stands; 1 to 5 the content of the segment of that kind, after a
 // header that is right. Bit 7 of it says that words changed while the segment was copied.
 #include <stdint.h>
 #include <stdlib.h>

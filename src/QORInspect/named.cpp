@@ -9,7 +9,7 @@ namespace QOR_InspectHelper {
 
 namespace {
 
-constexpr uint32_t offsetRoot = 28;  // behind header, pool and the handle to it
+constexpr uint32_t offsetRoot = 28;  // after header, pool and the handle to it
 constexpr uint32_t offsetData = sizeLink + sizeof(QOR_StringHelper::chShareStringA);
 constexpr uint32_t sizeCounter = sizeof(QOR_BaseHelper::chAccumulater);
 constexpr uint32_t maxSlack = 12;  // what an allocation may get beyond its size

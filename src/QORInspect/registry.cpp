@@ -14,7 +14,7 @@ using QOR_RegistryHelper::regSection;
 
 namespace {
 
-constexpr uint32_t offsetHead = 8;  // of a list: behind its handle and count
+constexpr uint32_t offsetHead = 8;  // of a list: after its handle and count
 
 // The classes have members that their bases lack, for which the macro is only conditionally supported.
 #pragma GCC diagnostic push

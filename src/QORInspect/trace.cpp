@@ -7,7 +7,7 @@ namespace QOR_InspectHelper {
 
 namespace {
 
-constexpr uint32_t offsetLevels = 32;  // the head of the map, behind its handle and count
+constexpr uint32_t offsetLevels = 32;  // the head of the map, after its handle and count
 constexpr uint32_t offsetLines = 48;   // the head of the list, likewise
 constexpr uint32_t sizeLevel = sizeLink + 8;
 constexpr uint32_t sizeLine = sizeLink + 4;

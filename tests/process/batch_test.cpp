@@ -365,7 +365,7 @@ TEST(Batch, ThoseWhoHaveGotTheirMessageAreWokenBeforeAFullPoolEndsTheProcess) {
     void* pShared = mmap(NULL, sizeof(callRecord), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
     ASSERT_NE(MAP_FAILED, pShared);
     callRecord* pRecord = new (pShared) callRecord{};
-    // Where the pool ends behind a whole hold, and inside one.
+    // Where the pool ends after a whole hold, and inside one.
     for (const int nRoom : {32, 34, 6}) {
         pRecord->nSignalled = 0;
         busyRow threads;
@@ -405,7 +405,7 @@ bool runUntilCall(int nCall, const std::function<void()>& fnAction) {
 TEST(Batch, ABroadcastKilledAtAnyCallHasReachedTheFirstAndNotTheOthers) {
     quiet();
     row threads(5);
-    threads.settledCounts(0);  // behind the start-up messages
+    threads.settledCounts(0);  // after the start-up messages
     const int nFree = freeBytes();
     int nLast = 0, nNumber = 0;
     for (bool bDone = false; !bDone; ++nNumber) {

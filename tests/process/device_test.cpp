@@ -121,7 +121,7 @@ void reapAll() {
     }
 }
 
-// How many objects a list of the kernel shows, behind its line of titles.
+// How many objects a list of the kernel shows, after its line of titles.
 int countObjects(const char* lpszList) {
     std::ifstream file(lpszList);
     std::string strLine;

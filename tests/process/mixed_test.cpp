@@ -244,7 +244,7 @@ TEST_P(Mixed, AHookerSeesTheOthersMessagesFirst) {
 }
 
 TEST_P(Mixed, ANamedBlockHoldsTheSameBytesForBoth) {
-    // Names and sizes that need rounding, some before and some behind the first in the chain's order.
+    // Names and sizes that need rounding, some before and some after the first in the chain's order.
     for (const char* lpszBlock : {"middle 100", "a 1", "zulu_longer_name 513", "beta7 64"}) {
         const std::string strBlock = lpszBlock;
         const std::string strMade = A().ask("block " + strBlock), strFound = B().ask("block " + strBlock);

@@ -153,7 +153,7 @@ TEST_F(Signal, AStreamSignalsAgainWhenItsMessagesWereRead) {
     one.tell('p');
     EXPECT_EQ(0x100u, m_thread.ProcessOneMessageFromQueue());
     one.tell('p');
-    EXPECT_EQ(1, newSignals());  // behind one that is unread
+    EXPECT_EQ(1, newSignals());  // after one that is unread
     readAll();
     one.tell('p');
     EXPECT_EQ(1, newSignals());

@@ -28,7 +28,7 @@ using qorTest::systemCall;
 
 namespace {
 
-// Ends the process at a step of its own choice; below 0: at none.
+// Ends the process at a step that it chooses; below 0: at none.
 std::atomic<int> s_nStepsToLive{-1};
 
 void countStep() {

@@ -52,7 +52,7 @@ struct caughtProcess {
         nStatus = child.wait();
     }
 
-    // The texts behind their prefixes.
+    // The texts after their prefixes.
     std::string texts() const { return qorTest::traceTexts(strOutput); }
 };
 

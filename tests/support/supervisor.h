@@ -9,7 +9,7 @@
 
 namespace qorTest {
 
-// Runs the tests and returns their exit status; 1 when they were ended or left something behind. One test may take as
+// Runs the tests and returns their exit status; 1 when they were ended or left something. One test may take as
 // many seconds as QOR_TEST_LIMIT says, 300 by default, ten times as many in the long form.
 int supervise(const std::function<int()>& runTests);
 

@@ -7,7 +7,7 @@
 
 namespace qorTest {
 
-// Where the text behind the prefix "[author+dddd:0xhhhh] dddddddd.ddd " begins, or npos.
+// Where the text after the prefix "[author+dddd:0xhhhh] dddddddd.ddd " begins, or npos.
 inline size_t traceTextAt(const std::string& strLine, const std::string& strAuthor) {
     static const char szDigits[] = "0123456789";
     size_t nAt = 0;

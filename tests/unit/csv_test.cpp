@@ -24,7 +24,7 @@ std::vector<strings> recordsOf(const std::string& strText) {
     return list;
 }
 
-// A field, and what is left of the text behind it.
+// A field, and what is left of the text after it.
 std::pair<std::string, std::string> fieldOf(const char* lpszText) {
     text str("before");
     const char* lpszRest = qorPeekCSVField(lpszText, str);

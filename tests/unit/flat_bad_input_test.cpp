@@ -137,7 +137,7 @@ bool refusesStrangers(const std::function<bool(HTHREAD)>& fnRefuses) {
     });
 }
 
-// Bytes that end where a page ends that nobody may touch behind.
+// Bytes whose end is the end of a page; the next page cannot be read.
 const char* guarded(size_t nSize, int ch) {
     const size_t nPage = static_cast<size_t>(sysconf(_SC_PAGESIZE));
     const size_t nWhole = (nSize + nPage - 1) / nPage * nPage;
@@ -147,7 +147,7 @@ const char* guarded(size_t nSize, int ch) {
     return static_cast<char*>(memset(p + nWhole - nSize, ch, nSize));
 }
 
-// A name of nLength bytes, without anything readable behind its end.
+// A name of nLength bytes, without anything readable after its end.
 const char* guardedName(size_t nLength, int ch) {
     char* lpszName = const_cast<char*>(guarded(nLength + 1, ch));
     lpszName[nLength] = 0;

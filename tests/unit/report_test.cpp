@@ -111,7 +111,7 @@ TEST(Report, ANullFormatIsAFatalAssertion) {
                 "\\[QORTrace:[0-9]+\\] lpszFormat != NULL ");
 }
 
-// What a function of a header does behind its checks.
+// What a function of a header does after its checks.
 bool passes(int n) { return QOR_ASSERT_IN("mod", n > 0, "n > 0") && QOR_WARN_IN("mod", n < 10, "n < 10"); }
 
 TEST(Report, AHeadersAssertionNamesItsModuleAndText) {

@@ -136,7 +136,7 @@ TEST_F(WText, AnEndUnitMayBeAnyOne) {
 
 TEST_F(WText, TextIsWrittenInTheOrderOfTheFile) {
     ASSERT_EQ(1, open(big(u"abc"), openReadWrite));
-    EXPECT_EQ(1, m_file.WriteString(wide(u"X\u1234")));  // right behind the mark
+    EXPECT_EQ(1, m_file.WriteString(wide(u"X\u1234")));  // right after the mark
     EXPECT_EQ(1, m_file.WriteString(wide(u"")));
     m_file.Close();
     EXPECT_EQ(big(u"X\u1234c"), getFile(szName));
@@ -223,7 +223,7 @@ TEST_F(UTF8Text, AFileWithoutMarkIsRefused) {
 TEST_F(UTF8Text, AFileOfLessThanThreeBytesIsTakenAsItIs) {
     for (const char* lpszBytes : {"", "a", "ab", "\xEF\xBB"}) {
         EXPECT_EQ(1, open(lpszBytes));
-        EXPECT_EQ(0, m_file.ReadString(m_str, '\n'));  // behind what was looked at
+        EXPECT_EQ(0, m_file.ReadString(m_str, '\n'));  // after what was looked at
         m_file.Close();
         EXPECT_EQ(lpszBytes, getFile(szName));
     }

@@ -222,7 +222,7 @@ TEST_F(XmlLoad, AFileThatCanBeOpenedIsToldFromOneThatCannot) {
     EXPECT_EQ("", testing::internal::GetCapturedStderr());
 }
 
-// Nobody ever opens the other end of the pipe: whoever waited for that would hang.
+// Nobody ever opens the other end of the pipe: waiting for it would hang.
 TEST_F(XmlLoad, APipeIsNoDocumentAndBlocksNobody) {
     unlink("/tmp/pipe.xml");
     ASSERT_EQ(0, mkfifo("/tmp/pipe.xml", 0666));

@@ -16,7 +16,7 @@ namespace {
 
 std::string exported(const xmlBaseNode& node) { return qorTest::narrow(node.ExportToText()); }
 
-// What a text becomes by being parsed and written; behind a '|' what was not understood of it.
+// What a text becomes by being parsed and written; after a '|' what was not understood of it.
 std::string parsed(const std::string& strText) {
     xmlDocument document;
     const std::string strRest = document.ParseDocument(strText.c_str());

@@ -86,7 +86,7 @@ void findPoolTroubles(const device& dev, segmentKind kind, const segmentView& vi
         all.push_back({false, "pool",
                        strName + ": " + std::to_string(view.pool.uUsed) + " of " + std::to_string(view.pool.uSize) +
                            " bytes are in use" + (kind == segmentShare ? largestHolder(dev) : ""),
-                       "Whoever asks for more than there is ends with \"pResultCell != NULL\"."});
+                       "A process that asks for more than there is ends with \"pResultCell != NULL\"."});
     if (view.pool.uLeaked > 0)
         all.push_back(
             {false, "leak",

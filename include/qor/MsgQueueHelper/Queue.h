@@ -7,9 +7,9 @@
 ///
 /// Every operation here expects that its caller holds the segment's lock, as the frame uCSystemShareHelper
 /// (ShareHelper.h), and takes none itself; ClearGhostMessageQueue() alone also traces, which takes the lock of the
-/// named blocks, so it is not called under nameHelperLock(). Whoever holds the segment's lock may call these operations
-/// only: what takes the lock itself (ShareHelper.h, and whatever Message.h, Thread.h and Timer.h mark so) ends the
-/// process at once with the assertion "[/tmp/qor_ipc_system_share] is held by the calling thread already".
+/// named blocks, so it is not called under nameHelperLock(). A thread that holds the segment's lock may call only
+/// these operations: what takes the lock itself (ShareHelper.h, and whatever Message.h, Thread.h and Timer.h mark so)
+/// ends the process at once with the assertion "[/tmp/qor_ipc_system_share] is held by the calling thread already".
 ///
 /// Links are checked before they are followed: damage in the segment is the fatal assertion "broken share chain", never
 /// a wild access. If somebody removes the segment's lock from the device, every process ends at its next operation

@@ -55,7 +55,7 @@ class offset_pointer : private QOR_ChainHelper::relativePointer {
 public:
     /// Null.
     offset_pointer() { set(this, NULL); }
-    /// The object, or null. The distance is not checked: whoever follows the link checks it.
+    /// The object, or null. The distance is not checked here; the function that follows the link checks it.
     T* get_pData() const { return static_cast<T*>(get(this)); }
     /// Points at an object, or at none. Fatal: it is too far away to be of the same segment.
     void set_pData(const T* p) { set(this, p); }
@@ -295,7 +295,7 @@ public:
     /// name; the calling thread holds the registry's lock.
     regDocument* LockDocument(const char* lpszFileName);
 
-    /// The save lock, which whoever writes a document to its file holds. It is taken before the registry's.
+    /// The save lock, held while a document is written to its file. It is taken before the registry's.
     QOR_BaseHelper::chMutex& GetSaveLock() { return m_mtxSave; }
 
     /// In a child after fork. Runs by itself.

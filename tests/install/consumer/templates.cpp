@@ -1,4 +1,4 @@
-// Every template of the installed headers, instantiated from them alone: whoever uses one has its definition, or finds
+// Every template of the installed headers, instantiated from them alone: a program that uses one has its definition, or finds
 // it in the library.
 #include <stdio.h>
 #include <string.h>
