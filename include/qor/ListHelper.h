@@ -373,7 +373,7 @@ public:
             return NULL;
         if (pData != NULL) {
             QOR_ChainHelper::storeShareWord(pNode->m_value, nExtraSize);
-            QOR_ChainHelper::copyShareBytes(get_value_pointer(&pNode->m_value), pData, static_cast<size_t>(nExtraSize));
+            QOR_ChainHelper::fillShareBytes(get_value_pointer(&pNode->m_value), pData, static_cast<size_t>(nExtraSize));
         }
         return &*this->link_node(it, pNode);
     }

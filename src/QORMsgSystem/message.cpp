@@ -68,7 +68,7 @@ void msgObject::ResetExtraData(int nExtraSize, const void* pData) {
         pOld = nExtraSize > 0 ? pObject->m_objPool.alloc(nExtraSize) : NULL;
     }
     if (pOld != NULL && pData != NULL && nExtraSize > 0)
-        copyShareBytes(pOld, aData, nExtraSize);
+        storeShareBytes(pOld, aData, nExtraSize);
     if (pOld != NULL && nExtraSize > 0)
         set_pExtraData(nExtraSize, pOld);
 }

@@ -101,7 +101,7 @@ msgObject* allocRecord(QOR_AllocHelper::baseStaticPoolAlloc& pool, const msgDraf
     if (pExtra == NULL)
         return NULL;
     if (draft.pExtraData != NULL)
-        copyShareBytes(pExtra, draft.pExtraData, draft.nExtraSize);
+        fillShareBytes(pExtra, draft.pExtraData, draft.nExtraSize);
     pMessage->set_pExtraData(draft.nExtraSize, pExtra);
     return pMessage;
 }
@@ -186,7 +186,7 @@ chMsgQueue* chMsgQueueManager::AllocMessageQueue(const char* lpszName) {
     if (pCell == NULL)
         return NULL;
     chMsgQueue* pQueue = new (static_cast<char*>(pCell) + sizeChainNode) chMsgQueue;
-    copyShareBytes(pQueue->m_szName, lpszName, nLength + 1);
+    fillShareBytes(pQueue->m_szName, lpszName, nLength + 1);
     storeShareWord(pQueue->m_idTask, QOR_MiscHelper::qorGetCurrentTaskId());
 
     const shareChain chain = queuesOf(this);

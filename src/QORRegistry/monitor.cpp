@@ -18,7 +18,7 @@ msgEntryPair* regSection::AddMonitorTask(int idTask, const chMsgProcesser* pProc
     ClearGhostTask();
     const msgEntryPair entry = {idTask, encodeMessageProcesser(pProcesser), encodeMessageMethod(pMethod)};
     return m_lstMonitor.AppendObject([&](msgEntryPair& added) {
-        copyShareBytes(&added, &entry, sizeof(entry));
+        fillShareBytes(&added, &entry, sizeof(entry));
         return true;
     });
 }

@@ -59,7 +59,7 @@ bool replaceText(chShareStringA& str, const constText& text) {
         if (pNew == NULL)
             return false;
         storeShareWord(pNew->m_nLength, nLength);
-        copyShareBytes(pNew->m_szText, text, static_cast<size_t>(nLength));
+        fillShareBytes(pNew->m_szText, text, static_cast<size_t>(nLength));
         pNew->m_szText[nLength] = 0;
     }
     str.set_Text(pNew);

@@ -12,6 +12,7 @@
 
 #include <stdlib.h>
 
+#include "internal/journal.h"
 #include "internal/report.h"
 #include "qor/ChainHelper/CheckedChain.h"
 
@@ -132,6 +133,7 @@ public:
             return failBroken();
         if (!pRight->is_free_cell() || !m_chain.Unlink(linkOf(pRight)))
             return false;
+        saveShareWord(pRight);
         pCell->set_pRight(pRight->get_pRight());
         return true;
     }
@@ -376,6 +378,7 @@ void* baseStaticPoolAlloc::alloc(int nAllocSize) {
     if (!QOR_ASSERT(pResultCell != NULL))
         return NULL;
     pop_free_cell(pResultCell);
+    noteShareAlloc(pResultCell->get_pData(), static_cast<uint32_t>(pResultCell->get_nPoolSize()));
     return pResultCell->get_pData();
 }
 
@@ -388,8 +391,10 @@ void baseStaticPoolAlloc::free(void* p) {
         failBroken();
         return;
     }
-    if (QOR_ASSERT(!pFreeCell->is_free_cell()))
-        cells.Push(pFreeCell);
+    if (!QOR_ASSERT(!pFreeCell->is_free_cell()))
+        return;
+    noteShareFree(p);
+    cells.Push(pFreeCell);
 }
 
 void baseStaticPoolAlloc::cleanup_pool() {

@@ -7,6 +7,10 @@
 
 namespace QOR_ChainHelper {
 
+#if defined(QOR_CHECK_STORES)
+void (*g_pfnStoreHook)(const void* pWord, bool bStored) = NULL;
+#endif
+
 namespace {
 
 constexpr int maxRange = 64;

@@ -59,7 +59,7 @@ chShareStringA& chShareStringA::operator=(const chConstTextT<char>& text) {
         return *this;
     storeShareWord(pNew->m_nLength, nLength);
     char* lpszNew = pNew->m_szText;
-    copyShareBytes(lpszNew, lpszText, static_cast<size_t>(nLength));
+    fillShareBytes(lpszNew, lpszText, static_cast<size_t>(nLength));
     lpszNew[nLength] = 0;
     set_Text(pNew);
     return *this;

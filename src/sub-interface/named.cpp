@@ -1,4 +1,5 @@
 // The flat functions over named blocks and counters: they call the classes, which check the arguments and lock.
+#include "internal/journal.h"
 #include "internal/scope_lock.h"
 #include "qor/MsgQueueHelper/Named.h"
 #include "qor/flat.h"
@@ -31,8 +32,12 @@ BOOL nameHelperUnlock(void) {
 }
 
 void* nameGetSystemObject(const char* lpszName, int nSize, int* pbCreated) {
-    return uCSystemNamedObjectHelpergetGlobalObject()->getObject()->m_objManager.GetNamedObject(lpszName, nSize,
-                                                                                                pbCreated);
+    void* const pData = uCSystemNamedObjectHelpergetGlobalObject()->getObject()->m_objManager.GetNamedObject(
+        lpszName, nSize, pbCreated);
+    // What the application does with its block is not the library's to undo.
+    if (pData != NULL)
+        QOR_ChainHelper::noteUnlocked(pData, static_cast<size_t>(nSize));
+    return pData;
 }
 
 }  // extern "C"

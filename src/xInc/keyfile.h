@@ -22,6 +22,7 @@ namespace QOR_BaseHelper {
 
 constexpr unsigned char idProjectSemaphore = 'm';
 constexpr unsigned char idProjectSegment = 'S';
+constexpr unsigned char idProjectJournal = 'J';
 
 // Makes the key file unless it exists. True when it exists now; else errno says why not.
 bool createKeyFile(const char* lpszPath);

@@ -98,6 +98,23 @@ long readFile(int fd, void* pBuffer, size_t nSize) {
     return static_cast<long>(retryOnEintr([&] { return read(fd, pBuffer, nSize); }));
 }
 
+// A file system that cannot reserve blocks can at least set the length.
+bool reserveFile(int fd, long long nSize) {
+    fileState state;
+    if (!lookAtOpen(fd, state))
+        return false;
+    if (state.nSize >= nSize)
+        return true;
+    int nError;
+    do
+        nError = posix_fallocate(fd, static_cast<off_t>(state.nSize), static_cast<off_t>(nSize - state.nSize));
+    while (nError == EINTR);
+    if (nError == EOPNOTSUPP || nError == EINVAL)
+        return ftruncate(fd, static_cast<off_t>(nSize)) == 0;
+    errno = nError;
+    return nError == 0;
+}
+
 bool setMode(int fd, unsigned uMode) { return fchmod(fd, uMode) == 0; }
 
 bool setOwner(int fd, unsigned idOwner, unsigned idGroup) { return fchown(fd, idOwner, idGroup) == 0; }

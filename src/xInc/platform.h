@@ -8,6 +8,7 @@
 
 #include <errno.h>
 #include <stddef.h>
+#include <stdint.h>
 #include <stdio.h>
 
 namespace QOR_Platform {
@@ -45,6 +46,10 @@ int processId();
 
 // The calling thread as reports print it.
 unsigned threadNumber();
+
+// What tells a living process from all others that have had its id, also before a reboot. False: there is no such
+// process, or it is ending and has no memory any more.
+bool birthOfProcess(int idProcess, uint32_t& uBirth);
 
 // Whether the task is a living thread of this process. A thread that was joined may count as one for an instant more.
 bool isTaskOfThisProcess(int idTask);
@@ -131,6 +136,9 @@ private:
 
 // Reads at most nSize bytes. The number of bytes read, 0 at the end of the file.
 long readFile(int fd, void* pBuffer, size_t nSize);
+
+// Makes a file at least nSize bytes long, with its blocks where the file system can reserve them. What it holds stays.
+bool reserveFile(int fd, long long nSize);
 
 bool setMode(int fd, unsigned uMode);
 

@@ -81,7 +81,8 @@ bool isUniqueFile(const std::string& strPath, const std::set<key_t>& setTaken) {
     if (keySemaphore == -1)
         return true;
     return setTaken.count(keySemaphore) == 0 && !isLiveSemaphore(keySemaphore) &&
-           !isLiveSegment(ftok(strPath.c_str(), idProjectSegment));
+           !isLiveSegment(ftok(strPath.c_str(), idProjectSegment)) &&
+           !isLiveSegment(ftok(strPath.c_str(), idProjectJournal));
 }
 
 bool makeFile(int fdDirectory, const char* lpszName) {

@@ -15,6 +15,7 @@
 
 #include "qor/BaseHelper/Sync.h"
 #include "qor/MiscHelper.h"
+#include "xInc/journal.h"
 #include "xInc/keyfile.h"
 #include "xInc/platform.h"
 
@@ -230,6 +231,7 @@ thread_local heldSegments t_held;
 
 // The thread of the child does not hold the locks of the thread that called fork().
 void heldSegments::releaseAfterFork() {
+    forgetSections();
     while (t_held.nCount > 0)
         t_held.arrHeld[t_held.nCount - 1].pMutex->fork_reset();
 }
@@ -439,11 +441,23 @@ BOOL chMutex::TakeMutex(int nTimeout, lockReport report) {
     return TRUE;
 }
 
-BOOL chMutex::Lock(int nTimeout) { return TakeMutex(nTimeout, tellAll); }
+// A mutex on the semaphore of a segment locks the segment, whatever object it is.
+BOOL chMutex::Lock(int nTimeout) {
+    return hasJournal(m_fdSemaphore) ? LockSegment(nTimeout, tellAll) : TakeMutex(nTimeout, tellAll);
+}
 
-BOOL chMutex::LockFor(int nTimeout) { return TakeMutex(nTimeout, tellRemoval); }
+BOOL chMutex::LockFor(int nTimeout) {
+    return hasJournal(m_fdSemaphore) ? LockSegment(nTimeout, tellRemoval) : TakeMutex(nTimeout, tellRemoval);
+}
 
 void chMutex::Unlock() {
+    if (hasJournal(m_fdSemaphore))
+        UnlockSegment();
+    else
+        ReleaseMutex();
+}
+
+void chMutex::ReleaseMutex() {
     if (!m_bIsLocked) {
         qorOutputWarningString("Try to unlock a NOLOCKED Mutex.");
         return;
@@ -464,6 +478,7 @@ BOOL chMutex::LockSegment(int nTimeout, lockReport report) {
     const int nCancel = disableCancel();
     if (TakeMutex(nTimeout, report)) {
         t_held.add(this, m_fdSemaphore, nCancel);
+        beginSection(m_fdSemaphore, m_strKeyFile);
         return TRUE;
     }
     const QOR_Platform::errnoGuard guard;
@@ -473,10 +488,13 @@ BOOL chMutex::LockSegment(int nTimeout, lockReport report) {
 
 // Unlocking for another thread would leave that one unprotected in the middle of a change.
 void chMutex::UnlockSegment() {
-    if (m_bIsLocked && !t_held.holds(this))
+    if (m_bIsLocked && !t_held.holds(this)) {
         assertAboutLock("[%s] is held by another thread", m_strKeyFile);
-    else
-        Unlock();
+        return;
+    }
+    if (m_bIsLocked)
+        endSection(m_fdSemaphore);
+    ReleaseMutex();
 }
 
 BOOL chEvent::OpenEvent(const char* lpszName) { return OpenSemaphore(lpszName); }

@@ -10,9 +10,11 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "xInc/keyfile.h"
 #include "qor/BaseHelper/Share.h"
 #include "qor/MiscHelper.h"
+#include "xInc/journal.h"
+#include "xInc/keyfile.h"
+#include "xInc/platform.h"
 
 #define QOR_MODULE "xInc/xBaseClass"
 #include "internal/report.h"
@@ -69,16 +71,27 @@ void* chMapFile::OpenMapFile(const char* lpszName, int nSize) {
     return m_pMapData;
 }
 
+bool chMapFile::OpenJournal(int fdSemaphore) {
+    shmid_ds state;
+    if (!QOR_ASSERT(m_pMapData != NULL) || shmctl(m_fdMapFile, IPC_STAT, &state) != 0)
+        return false;
+    m_fdJournalGuard = fdSemaphore;
+    return openJournal({fdSemaphore, m_strKeyFile, m_pMapData, static_cast<uint32_t>(state.shm_segsz),
+                        static_cast<uint32_t>(m_fdMapFile), false});
+}
+
 void chMapFile::Flush() { QOR_ASSERT(m_pMapData != NULL); }
 
 void chMapFile::unmap() {
     if (m_pMapData != nullptr) {
+        closeJournal(m_fdJournalGuard, m_pMapData);
         unregistShareRange(m_pMapData);
         shmdt(m_pMapData);
     }
     m_pMapData = nullptr;
     m_fdMapFile = -1;
     m_idCreator = -1;
+    m_fdJournalGuard = -1;
 }
 
 void chMapFile::CloseMapFile() {
@@ -94,6 +107,9 @@ void chMapFile::DestroyMapFile() {
     keyFileLock lock;
     // The path may by now belong to a successor of the same name, whose key file has to stay.
     const bool bKeyIsOurs = lock.lockExisting(m_strKeyFile) && isKeyOf(m_fdMapFile, m_strKeyFile);
+    // The journal first: a segment that is used has one.
+    if (bKeyIsOurs)
+        removeJournal(m_strKeyFile);
     // Without permission to remove the segment, its key file stays, too.
     const bool bRemoved = shmctl(m_fdMapFile, IPC_RMID, nullptr) == 0;
     unmap();
@@ -131,19 +147,11 @@ bool chRawMapFile::openFile(const char* lpszPath) {
 
 // Gives the file the length of the mapping, with its blocks. Existing bytes are not touched: another
 // process may be writing them.
-bool chRawMapFile::growFile(long long nLength) {
-    const off_t nMissing = static_cast<off_t>(m_nMapSize - nLength);
-    int nError;
-    do
-        nError = posix_fallocate(m_fdMapFile, static_cast<off_t>(nLength), nMissing);
-    while (nError == EINTR);
-    // A file system that cannot reserve blocks can at least set the length.
-    if ((nError == EOPNOTSUPP || nError == EINVAL) && ftruncate(m_fdMapFile, m_nMapSize) == 0)
-        nError = 0;
-    if (nError == 0)
+bool chRawMapFile::growFile() {
+    if (QOR_Platform::reserveFile(m_fdMapFile, m_nMapSize))
         return true;
     qorOutputWarningString("extend file [%s] to %d bytes fail: %s", static_cast<char*>(m_strPath), m_nMapSize,
-                           strerror(nError));
+                           strerror(errno));
     return QOR_ASSERT(FALSE);
 }
 
@@ -161,7 +169,7 @@ bool chRawMapFile::sizeFile() {
     }
     if (m_nMapSize == -1 && state.st_size > 0)
         m_nMapSize = static_cast<int32_t>(state.st_size);
-    if (state.st_size < m_nMapSize && !growFile(state.st_size))
+    if (state.st_size < m_nMapSize && !growFile())
         return false;
     if (state.st_size == 0 && m_nMapSize != -1)
         m_idCreator = qorGetCurrentTaskId();
@@ -189,19 +197,36 @@ void* chRawMapFile::OpenMapFile(const char* lpszPath, int nSize) {
     return m_pMapData;
 }
 
+bool chRawMapFile::OpenJournal(int fdSemaphore) {
+    struct stat state;
+    if (!QOR_ASSERT(m_pMapData != NULL) || fstat(m_fdMapFile, &state) != 0)
+        return false;
+    m_fdJournalGuard = fdSemaphore;
+    return openFileJournal({fdSemaphore, m_strPath, m_pMapData, static_cast<uint32_t>(m_nMapSize),
+                            static_cast<uint32_t>(state.st_ino), true});
+}
+
+static bool flushMemory(const void* pData, uint32_t uSize) {
+    const bool bDone = msync(const_cast<void*>(pData), uSize, MS_SYNC) == 0;
+    if (!bDone)
+        qorOutputWarningString("msync fail: %s", strerror(errno));
+    return bDone;
+}
+
 void chRawMapFile::Flush() {
     if (!QOR_ASSERT(m_pMapData != NULL))
         return;
-    if (msync(m_pMapData, static_cast<size_t>(m_nMapSize), MS_SYNC) != 0)
-        qorOutputWarningString("msync fail: %s", strerror(errno));
+    flushSection(m_fdJournalGuard, m_pMapData, &flushMemory, static_cast<uint32_t>(m_nMapSize));
 }
 
 void chRawMapFile::CloseMapFile() {
     if (m_pMapData != nullptr) {
+        closeJournal(m_fdJournalGuard, m_pMapData);
         unregistShareRange(m_pMapData);
         munmap(m_pMapData, static_cast<size_t>(m_nMapSize));
     }
     m_pMapData = nullptr;
+    m_fdJournalGuard = -1;
     m_nMapSize = -1;
     if (m_fdMapFile != -1)
         close(m_fdMapFile);

@@ -90,7 +90,7 @@ std::string doFill(std::istringstream& in) {
     const int nSize = static_cast<int>(number(in));
     const std::vector<uint8_t> arrByte = patternBytes(nSize, static_cast<unsigned>(number(in)));
     nameHelperLock();
-    QOR_ChainHelper::copyShareBytes(nameGetSystemObject(strName.c_str(), nSize, NULL), arrByte.data(), arrByte.size());
+    QOR_ChainHelper::fillShareBytes(nameGetSystemObject(strName.c_str(), nSize, NULL), arrByte.data(), arrByte.size());
     nameHelperUnlock();
     return "ok";
 }

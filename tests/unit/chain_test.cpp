@@ -220,7 +220,7 @@ TEST(ShareWord, IsStoredAndRead) {
     storeShareWord(n, -5);
     EXPECT_EQ(-5, loadShareWord(n));
     char sz[4] = "";
-    copyShareBytes(sz, "abc", 4);
+    fillShareBytes(sz, "abc", 4);
     EXPECT_STREQ("abc", sz);
 }
 

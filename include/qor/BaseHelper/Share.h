@@ -53,6 +53,11 @@ public:
     ///         a warning and a fatal assertion (null). Fatal when already open.
     void* OpenMapFile(const char* lpszName, int nSize);
 
+    /// Opens the journal of the segment, which is mapped and guarded by a semaphore that the calling thread has taken,
+    /// and undoes what a killed process has left unfinished. For ipcObjectFrame. @return false after a failure. Fatal:
+    /// processes use the segment and its journal is missing; something else has the key of the journal.
+    bool OpenJournal(int fdSemaphore);
+
     /// Only checks that the segment is mapped (fatal otherwise): there is nothing to write back.
     void Flush();
 
@@ -75,6 +80,7 @@ private:
     int32_t m_idCreator = -1;
     void* m_pMapData = nullptr;
     int32_t m_fdMapFile = -1;
+    int32_t m_fdJournalGuard = -1;  ///< the semaphore under which the journal is open
 };
 
 /// An ordinary file, mapped. What is written to it outlives a restart of the device.
@@ -96,7 +102,12 @@ public:
     /// @return the address; a failure is a warning and a fatal assertion (null). Fatal when already open.
     void* OpenMapFile(const char* lpszPath, int nSize);
 
-    /// Writes the memory back to the file and waits for the device; warns on failure. Fatal when not mapped.
+    /// Opens the journal of the file, the file of the same name with ".journal" after it; otherwise as
+    /// chMapFile::OpenJournal(). For ipcObjectFrame.
+    bool OpenJournal(int fdSemaphore);
+
+    /// Writes the memory back to the file, with its journal, and waits for the device; warns on failure. What was
+    /// changed until then stays, also after a power cut. Fatal when not mapped.
     void Flush();
 
     /// Unmaps and closes the file; the path is kept. Harmless when closed.
@@ -116,13 +127,14 @@ private:
 
     bool openFile(const char* lpszPath);
     bool sizeFile();
-    bool growFile(long long nLength);
+    bool growFile();
 
     QOR_StringHelper::chStaticTextT<char, maxPath> m_strPath;
     int32_t m_fdMapFile = -1;
     void* m_pMapData = nullptr;
     int32_t m_nMapSize = -1;  ///< bytes mapped, -1 when unknown
     int32_t m_idCreator = -1;
+    int32_t m_fdJournalGuard = -1;  ///< the semaphore under which the journal is open
 };
 
 /// The in-process variant of a map file: zeroed heap memory.
@@ -292,6 +304,12 @@ protected:
         if (!assertSize(QOR_ChainHelper::findShareRange(pData).holds(pData, sizeof(T)))) {
             m_mapFile.CloseMapFile();
             return FALSE;
+        }
+        if constexpr (guardsSegment && !std::is_same<MapFile, chMapFile_Local>::value) {
+            if (!m_mapFile.OpenJournal(this->m_fdSemaphore)) {
+                m_mapFile.CloseMapFile();
+                return FALSE;
+            }
         }
         m_pIPCObject = static_cast<T*>(pData);
         if (m_mapFile.IsCreateByMe()) {

@@ -169,7 +169,8 @@ public:
     /// Removes the mutex from the device. Fatal while locked.
     void DestroyMutex();
 
-    /// Waits until the mutex is free and takes it.
+    /// Waits until the mutex is free and takes it. The mutex of a segment that this process has open is locked as
+    /// ipcObjectFrame::Lock() does (Share.h).
     /// @return 1; 0 with a warning on time-out or when the mutex was removed. Fatal when not open.
     BOOL Lock(int nTimeout);
 
@@ -207,6 +208,7 @@ private:
     bool AssertNotHeldHere() const;
     bool FailHeldHere() const;
     BOOL TakeMutex(int nTimeout, lockReport report);
+    void ReleaseMutex();
 };
 
 /// A counting event across processes: each SetEvent() lets one WaitEvent() through; sets accumulate.

@@ -1,21 +1,25 @@
 /// @file
 /// Stores and loads of the 32-bit words of shared memory, and the address ranges of mapped segments.
 ///
-/// A process may be killed between any two instructions while it changes a shared structure; other processes then
-/// continue with what it has stored. So every 32-bit word of a shared structure is stored by storeShareWord() and by
-/// nothing else: one aligned store that the compiler can neither split, merge, drop nor move. Payload is written first,
-/// by copyShareBytes(); the store that makes it reachable comes last.
+/// A process may be killed between any two instructions while it changes a shared structure. What a thread changes
+/// while it holds the lock of a segment is therefore a *section*: the frame of the segment (`BaseHelper/Share.h`) keeps
+/// a journal beside it, and whoever takes the lock after a death takes back what the dead holder had changed. So every
+/// word of a shared structure is stored by storeShareWord() and by nothing else: it logs the word before it stores it,
+/// by one aligned store that the compiler can neither split, merge, drop nor move. Bytes that other processes can reach
+/// already are changed by storeShareBytes(). A block that was allocated in the same section is free memory again if the
+/// section is taken back, so it is filled without being logged: by fillShareBytes(), or however it is convenient.
 ///
 /// Words that are loaded may be damaged. A distance that is found in shared memory is followed only if its target lies,
 /// on a 4-byte boundary, in the shareRange of the segment that contains the word.
 ///
 /// @code
-/// QOR_ChainHelper::copyShareBytes(pRecord->szName, lpszName, nLength + 1);
-/// QOR_ChainHelper::storeShareWord(pHead->m_iFirst, iRecord);   // published
+/// QOR_ChainHelper::fillShareBytes(pRecord->szName, lpszName, nLength + 1);   // a new block
+/// QOR_ChainHelper::storeShareWord(pHead->m_iFirst, iRecord);                 // published
 /// @endcode
 #ifndef QOR_CHAINHELPER_SHAREWORD_H
 #define QOR_CHAINHELPER_SHAREWORD_H
 
+#include <stddef.h>
 #include <string.h>
 
 #include <atomic>
@@ -24,19 +28,56 @@
 
 namespace QOR_ChainHelper {
 
-/// Stores one word of a shared structure.
-inline void storeShareWord(uint32_t& uWord, uint32_t uValue) {
+#if defined(QOR_CHECK_STORES)
+/// internal: only in checking builds (CMake option QOR_CHECK_STORES): called before and after each store of a shared
+/// word, unless it is null.
+extern QOR_API void (*g_pfnStoreHook)(const void* pWord, bool bStored);
+#define QOR_STORE_HOOK(pWord, bStored) \
+    if (g_pfnStoreHook != NULL)        \
+    g_pfnStoreHook(pWord, bStored)
+// They also want to know of stores outside of sections.
+#define QOR_IS_LOGGED true
+#else
+#define QOR_STORE_HOOK(pWord, bStored) (void)0
+#define QOR_IS_LOGGED (t_pShareSection != NULL)
+#endif
+
+/// What the calling thread changes in one segment while it holds its lock.
+struct shareSection;
+
+/// The innermost section of the calling thread, or null. For storeShareWord() alone.
+extern QOR_API __thread shareSection* t_pShareSection __attribute__((tls_model("initial-exec")));
+
+/// Logs that a word of a segment is about to become uNew, if the calling thread has a section there. For
+/// storeShareWord() alone.
+QOR_API void logShareStore(const void* pWord, uint32_t uNew);
+
+/// Stores one word of shared memory without logging it: for the journal itself.
+inline void putShareWord(uint32_t& uWord, uint32_t uValue) {
+    QOR_STORE_HOOK(&uWord, false);
     std::atomic_signal_fence(std::memory_order_seq_cst);
     __atomic_store_n(&uWord, uValue, __ATOMIC_RELAXED);
     std::atomic_signal_fence(std::memory_order_seq_cst);
+    QOR_STORE_HOOK(&uWord, true);
+}
+
+/// Stores one word of a shared structure.
+inline void storeShareWord(uint32_t& uWord, uint32_t uValue) {
+    if (QOR_IS_LOGGED)
+        logShareStore(&uWord, uValue);
+    putShareWord(uWord, uValue);
 }
 
 /// Stores one word of a shared structure.
 inline void storeShareWord(int32_t& nWord, int32_t nValue) {
-    std::atomic_signal_fence(std::memory_order_seq_cst);
-    __atomic_store_n(&nWord, nValue, __ATOMIC_RELAXED);
-    std::atomic_signal_fence(std::memory_order_seq_cst);
+    storeShareWord(reinterpret_cast<uint32_t&>(nWord), static_cast<uint32_t>(nValue));
 }
+
+#undef QOR_STORE_HOOK
+#undef QOR_IS_LOGGED
+
+/// Copies nSize bytes over bytes of a segment that other processes can reach. pTo is a multiple of 4.
+QOR_API void storeShareBytes(void* pTo, const void* pFrom, size_t nSize);
 
 /// Loads one word of a shared structure, exactly once: whatever other processes store meanwhile, all uses of the result
 /// see the same value.
@@ -45,8 +86,8 @@ inline uint32_t loadShareWord(const uint32_t& uWord) { return __atomic_load_n(&u
 /// Loads one word of a shared structure, exactly once.
 inline int32_t loadShareWord(const int32_t& nWord) { return __atomic_load_n(&nWord, __ATOMIC_RELAXED); }
 
-/// Copies nSize payload bytes into shared memory that no other process can reach yet.
-inline void copyShareBytes(void* pTo, const void* pFrom, size_t nSize) { memcpy(pTo, pFrom, nSize); }
+/// Copies nSize bytes into a block that was allocated in the same section, so that no other process can reach it yet.
+inline void fillShareBytes(void* pTo, const void* pFrom, size_t nSize) { memcpy(pTo, pFrom, nSize); }
 
 /// The address range of one mapped segment.
 struct shareRange {
