@@ -155,12 +155,6 @@ void takeSegment(segmentImage& image, segmentKind kind, const std::vector<kernel
 
 // ---- the file of the counters
 
-std::string defaultStorageFile() {
-    const std::string strHome(static_cast<const char*>(QOR_MiscHelper::qorGetHomeDirectory()));
-    const char* lpszName = segmentTypeOf(segmentStorage).lpszName;
-    return strHome + (!strHome.empty() && strHome.back() == '/' ? "" : "/") + lpszName;
-}
-
 void takeStorage(segmentImage& image, const std::string& strFile, int nExactMs) {
     const inspectedFile file(strFile);
     image.lock = findSemaphore(strFile);
@@ -275,6 +269,12 @@ void takeLimits(deviceImage& device, size_t nSegments) {
 }
 
 }  // namespace
+
+std::string defaultStorageFile() {
+    const std::string strHome(static_cast<const char*>(QOR_MiscHelper::qorGetHomeDirectory()));
+    const char* lpszName = segmentTypeOf(segmentStorage).lpszName;
+    return strHome + (!strHome.empty() && strHome.back() == '/' ? "" : "/") + lpszName;
+}
 
 void takeImage(deviceImage& device, const takeOptions& options) {
     device = deviceImage();

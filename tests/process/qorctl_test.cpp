@@ -309,7 +309,7 @@ TEST_F(CtlCommand, AllIsRemovedWhenNobodyIsAttached) {
     run(4, {"clean", "--all"});
     EXPECT_NE(std::string::npos, strError.find("nothing is removed"));
     device.killAll();
-    EXPECT_NE(std::string::npos, run(0, {"clean", "--all"}).find("removed segment /tmp/qor_ipc_system_share\n"));
+    EXPECT_NE(std::string::npos, run(0, {"clean", "--all"}).find("removed segment ipc_system_share\n"));
     EXPECT_EQ("", run(3, {"ps"}));
     EXPECT_EQ(0, access("/tmp/home/ipc_system_storage", F_OK));
 }

@@ -251,6 +251,8 @@ TEST_F(Inspect, ALockThatIsHeldIsSeenAndNotWaitedFor) {
     EXPECT_EQ(1, takeNow().segment(segmentShare).lock.nValue);
 }
 
+TEST_F(Inspect, TheCountersAreInTheHomeDirectory) { EXPECT_EQ("/tmp/home/ipc_system_storage", defaultStorageFile()); }
+
 TEST_F(Inspect, ASegmentWithoutKeyFileIsFoundAndNoKeyFileIsMade) {
     const std::string strFile = "/tmp/qor_ipc_system_share";
     ASSERT_EQ(0, rename(strFile.c_str(), "/tmp/kept"));

@@ -3,14 +3,9 @@
 
 #include <errno.h>
 #include <string.h>
-#include <sys/ipc.h>
-#include <sys/sem.h>
-#include <sys/shm.h>
-#include <unistd.h>
-
-#include <filesystem>
 
 #include "device.h"
+#include "leftovers.h"
 #include "qor/BaseHelper/Sync.h"
 #include "qor/MsgQueueHelper/ShareHelper.h"
 #include "table.h"
@@ -18,8 +13,6 @@
 namespace qorctl {
 
 namespace {
-
-constexpr const char* szKeyPrefix = "/tmp/qor_";
 
 // Does, or only tells, what is to be done.
 class cleaner {
@@ -77,56 +70,45 @@ void cleanDead(const device& dev, cleaner& work) {
         if (!dev.image().isAlive(idTask))
             work.remove("event", strName, [&strName] { return removeEvent(strName); });
     }
+    work.finish();
 }
 
 // ---- everything
 
-bool isUsed(program& prog, const device& dev) {
-    for (const segmentImage& image : dev.image().segments)
-        if (image.bFound && image.nAttached > 0) {
-            prog.fail(exitUnhealthy, "segment " + std::to_string(image.nId) + " is attached " +
-                                         std::to_string(image.nAttached) + " times: nothing is removed");
-            return true;
-        }
-    return false;
+bool isUsed(program& prog, const std::string& strName, unsigned long uUsers) {
+    if (uUsers > 0)
+        prog.fail(exitUnhealthy,
+                  "segment " + strName + " is attached " + std::to_string(uUsers) + " times: nothing is removed");
+    return uUsers > 0;
 }
 
-bool removeSegment(int32_t nId) { return shmctl(nId, IPC_RMID, nullptr) == 0; }
-
-// The semaphore and the segment of a key file, and then the file: as long as there is something, it leads there.
-void cleanKeyFile(const std::string& strFile, cleaner& work) {
-    const int idSemaphore = semget(ftok(strFile.c_str(), 'm'), 0, 0);
-    if (idSemaphore != -1)
-        work.remove("semaphore", strFile, [idSemaphore] { return semctl(idSemaphore, 0, IPC_RMID) == 0; });
-    const int idSegment = shmget(ftok(strFile.c_str(), 'S'), 0, 0);
-    if (idSegment != -1)
-        work.remove("segment", strFile, [idSegment] { return removeSegment(idSegment); });
-    work.remove("key file", strFile, [&strFile] { return unlink(strFile.c_str()) == 0; });
-}
-
-bool isKeyFile(const std::filesystem::directory_entry& entry) {
-    std::error_code error;
-    return entry.path().string().compare(0, strlen(szKeyPrefix), szKeyPrefix) == 0 && !entry.is_symlink(error) &&
-           entry.is_regular_file(error) && entry.file_size(error) == 0;
-}
-
-void cleanAll(const device& dev, cleaner& work) {
-    std::vector<std::string> files;
-    std::error_code error;
-    for (const auto& entry : std::filesystem::directory_iterator("/tmp", error))
-        if (isKeyFile(entry))
-            files.push_back(entry.path().string());
-    std::sort(files.begin(), files.end());
-    for (const std::string& strFile : files)
-        cleanKeyFile(strFile, work);
-    for (int i = 0; i < countSegmentKind; ++i) {
-        const segmentImage& image = dev.image().segments[static_cast<size_t>(i)];
-        std::vector<int32_t> ids = image.others;
+// Segments of the library to which no key file leads any more.
+std::vector<int32_t> lostSegments(const device& dev) {
+    std::vector<int32_t> ids;
+    for (const segmentImage& image : dev.image().segments) {
+        ids.insert(ids.end(), image.others.begin(), image.others.end());
         if (image.bFound && !image.bKeyFile && image.nId != -1)
             ids.push_back(image.nId);
-        for (const int32_t nId : ids)
-            work.remove("segment", std::to_string(nId) + " without key file", [nId] { return removeSegment(nId); });
     }
+    return ids;
+}
+
+void cleanAll(program& prog, const device& dev, cleaner& work) {
+    const std::vector<qorLeftovers::leftover> all = qorLeftovers::findLeftovers(defaultStorageFile());
+    const std::vector<int32_t> lost = lostSegments(dev);
+    for (const qorLeftovers::leftover& left : all)
+        if (isUsed(prog, left.strName, qorLeftovers::countUsers(left)))
+            return;
+    for (const int32_t nId : lost)
+        if (isUsed(prog, std::to_string(nId), qorLeftovers::countUsers(nId)))
+            return;
+    for (const qorLeftovers::leftover& left : all)
+        qorLeftovers::forEachObject(left, [&work](const char* lpszKind, const std::string& strName,
+                                                  const auto& fnRemove) { work.remove(lpszKind, strName, fnRemove); });
+    for (const int32_t nId : lost)
+        work.remove("segment", std::to_string(nId) + " without key file",
+                    [nId] { return qorLeftovers::removeSegment(nId); });
+    work.finish();
 }
 
 void runClean(program& prog, bool bAll, bool bDryRun) {
@@ -135,14 +117,13 @@ void runClean(program& prog, bool bAll, bool bDryRun) {
         prog.fail(exitUsage, "a snapshot cannot be cleaned");
         return;
     }
-    if (!dev.open(prog) || (bAll && isUsed(prog, dev)))
+    if (!dev.open(prog))
         return;
     cleaner work(prog, bDryRun);
     if (bAll)
-        cleanAll(dev, work);
+        cleanAll(prog, dev, work);
     else
         cleanDead(dev, work);
-    work.finish();
 }
 
 }  // namespace

@@ -122,6 +122,9 @@ struct takeOptions {
 /// that time is done without. What cannot be read says so in its strError.
 void takeImage(deviceImage& device, const takeOptions& options);
 
+/// The file of the counters in the home directory of the calling process's user.
+std::string defaultStorageFile();
+
 /// The image in the form of a snapshot file: the same on every ABI.
 std::vector<uint8_t> encodeSnapshot(const deviceImage& device);
 /// Reads a snapshot. Any bytes give an image, or false and a reason.
