@@ -39,9 +39,9 @@ void tell(bool bDone, const char* lpszKind, const std::string& strName, int& nDo
 void removeObjects(const leftover& left, counts& objCounts) {
     qorLeftovers::forEachObject(left, [&](const char* lpszKind, const std::string& strName, const auto& fnRemove) {
         const std::string strKind = lpszKind;
-        int& nDone = strKind == "segment"     ? objCounts.m_nSegment
-                     : strKind == "semaphore" ? objCounts.m_nSemaphore
-                                              : objCounts.m_nFile;
+        int& nDone = strKind == "segment" || strKind == "journal" ? objCounts.m_nSegment
+                     : strKind == "semaphore"                     ? objCounts.m_nSemaphore
+                                                                  : objCounts.m_nFile;
         tell(fnRemove(), lpszKind, strName, nDone, objCounts);
     });
 }
@@ -91,6 +91,8 @@ int clean(bool bStorageToo) {
         removeObjects(left, objCounts);
     removeTable(objCounts);
     endKept(bStorageToo, "counters", storageFile(), objCounts);
+    if (bStorageToo)
+        endKept(true, "journal", storageFile() + ".journal", objCounts);
     endKept(bStorageToo, "settings", settingsFile(), objCounts);
     printf("cleaned: %d segments, %d semaphores, %d files, %d directories\n", objCounts.m_nSegment,
            objCounts.m_nSemaphore, objCounts.m_nFile, objCounts.m_nDirectory);

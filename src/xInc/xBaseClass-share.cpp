@@ -80,6 +80,8 @@ bool chMapFile::OpenJournal(int fdSemaphore) {
                         static_cast<uint32_t>(m_fdMapFile), false});
 }
 
+void* chMapFile::getNotes() const { return journalNotes(m_fdJournalGuard); }
+
 void chMapFile::Flush() { QOR_ASSERT(m_pMapData != NULL); }
 
 void chMapFile::unmap() {

@@ -386,6 +386,7 @@ TEST_F(Device, CleaningListsAndRemovesEveryObjectAndKeepsTheCounters) {
     EXPECT_EQ(0, objClean.Wait());
     for (const char* lpszName : {"ipc_system_trace", "ipc_system_share", "ipc_system_named", "ipc_registry"}) {
         const std::string strName = lpszName;
+        EXPECT_EQ(1, countMatches(objClean.Output(), "removed  journal   " + strName + "\n")) << objClean.Output();
         EXPECT_EQ(1, countMatches(objClean.Output(), "removed  segment   " + strName + "\n")) << objClean.Output();
         EXPECT_EQ(1, countMatches(objClean.Output(), "removed  semaphore " + strName + "\n")) << objClean.Output();
         EXPECT_EQ(1, countMatches(objClean.Output(), "removed  key file  /tmp/qor_" + strName + "\n"));
@@ -399,7 +400,7 @@ TEST_F(Device, CleaningListsAndRemovesEveryObjectAndKeepsTheCounters) {
     EXPECT_EQ(0, countAllObjects()) << objClean.Output();
     EXPECT_TRUE(isThere(storageFile()));
     EXPECT_TRUE(isThere(settingsFile()));
-    EXPECT_EQ(0u, objClean.LastLine().find("cleaned: 4 segments, 6 semaphores, 7 files, 1 directories"))
+    EXPECT_EQ(0u, objClean.LastLine().find("cleaned: 8 segments, 6 semaphores, 7 files, 1 directories"))
         << objClean.Output();
 }
 

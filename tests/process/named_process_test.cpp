@@ -75,7 +75,7 @@ TEST_F(NamedProcess, OnlyTheFirstOfTwoProcessesMakesABlock) {
     EXPECT_EQ(0, second.wait());
 }
 
-TEST_F(NamedProcess, AProcessKilledUnderTheLockLeavesItFree) {
+TEST_F(NamedProcess, AProcessKilledUnderTheLockLeavesItFreeAndNothingOfItsSection) {
     meeting meetingLocked;
     childProcess victim("victim", [&]() -> int {
         nameHelperLock();
@@ -88,13 +88,13 @@ TEST_F(NamedProcess, AProcessKilledUnderTheLockLeavesItFree) {
     victim.kill();
     EXPECT_EQ(-SIGKILL, victim.wait());
     childProcess next("next", [] {
-        int bCreated = 1;
+        int bCreated = 0;
         nameHelperLock();
         nameGetSystemObject("left_behind", 8, &bCreated);
         nameHelperUnlock();
         return bCreated;
     });
-    EXPECT_EQ(0, next.wait());
+    EXPECT_EQ(1, next.wait());
 }
 
 TEST_F(NamedProcess, AForkedChildUsesTheLockThatAThreadOfTheParentHeld) {

@@ -20,6 +20,7 @@ namespace {
 
 constexpr char projectSemaphore = 'm';
 constexpr char projectSegment = 'S';
+constexpr char projectJournal = 'J';
 const std::string s_strEvent = "task_event_";
 
 std::vector<std::string>& listLeft() {
@@ -101,6 +102,7 @@ std::set<std::string> objectsNow() {
         const std::string strPath = "/tmp/qor_" + strName;
         setSemaphore.insert(ftok(strPath.c_str(), projectSemaphore));
         setSegment.insert(ftok(strPath.c_str(), projectSegment));
+        setSegment.insert(ftok(strPath.c_str(), projectJournal));
         if (!isPermanent(strName) && !isEventOfLiveTask(strName) && !isLeftOnPurpose(strName))
             setObject.insert(strName);
     }

@@ -357,9 +357,11 @@ private:
         for (worker& w : m_aWorker)
             if (w.pid > 0)
                 end(w, SIGKILL);
-        const int id = shmget(ftok("/tmp/qor_ipc_system_share", 'S'), 0, 0);
-        if (id != -1)
-            shmctl(id, IPC_RMID, NULL);
+        for (const char chProject : {'J', 'S'}) {
+            const int id = shmget(ftok("/tmp/qor_ipc_system_share", chProject), 0, 0);
+            if (id != -1)
+                shmctl(id, IPC_RMID, NULL);
+        }
         for (int i = 0; i < nWorker; ++i)
             if (!s_pBoard->bStop && m_aWorker[i].pid <= 0)
                 start(i);

@@ -457,6 +457,7 @@ TEST(Frame, AnUnfinishedObjectIsConstructedAnewFromZero) {
     char* pData = static_cast<char*>(file.OpenMapFile("share_unfinished", 4096));
     memset(pData + 8, 0x5A, 4088);
     pData[0] = 1;
+    file.CloseMapFile();
     s_nConstructed = 0;
     sampleFrame frame;
     ASSERT_EQ(1, frame.OpenShareObject("share_unfinished", 4096));
@@ -464,7 +465,6 @@ TEST(Frame, AnUnfinishedObjectIsConstructedAnewFromZero) {
     EXPECT_EQ(1, frame.getObject()->m_bWasZero);
     EXPECT_EQ(1, frame.getObject()->AssertHeader("share_unfinished", 4096, 2001));
     frame.CloseShareObject();
-    file.CloseMapFile();
     qorTest::removeShareObject("share_unfinished");
 }
 

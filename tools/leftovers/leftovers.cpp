@@ -23,6 +23,8 @@ constexpr char szPrefix[] = "qor_";
 constexpr char szNewPrefix[] = ".qor_new.";  // a key file whose maker was killed before it was complete
 constexpr int projectSemaphore = 'm';
 constexpr int projectSegment = 'S';
+constexpr int projectJournal = 'J';
+constexpr uint32_t magicJournal = 0x4A726F71u;  // a journal's first word, once it is complete
 constexpr unsigned int modeObject = 0666;
 
 bool beginsWith(const char* lpszText, const char* lpszPrefix) {
@@ -58,31 +60,45 @@ const segmentType* findType(const std::string& strName) {
     return nullptr;
 }
 
+// The first two words of a segment; null when it cannot be read.
+const uint32_t* firstWords(int idSegment, size_t nSize, uint32_t (&auWord)[2]) {
+    const void* pData = nSize >= sizeof(auWord) ? shmat(idSegment, nullptr, SHM_RDONLY) : nullptr;
+    if (pData == nullptr || pData == reinterpret_cast<void*>(-1))
+        return nullptr;
+    memcpy(auWord, pData, sizeof(auWord));
+    shmdt(pData);
+    return auWord;
+}
+
+bool isJournal(const std::string&, int idSegment, size_t nSize) {
+    uint32_t auWord[2];
+    const uint32_t* const pWord = firstWords(idSegment, nSize, auWord);
+    return pWord != nullptr && (pWord[0] == magicJournal || pWord[0] == 0);
+}
+
 // Whether a segment of that name holds what the library puts into it. All zero: its maker was killed before it was
 // complete.
 bool hasItsHeader(const std::string& strName, int idSegment, size_t nSize) {
     const segmentType* pType = findType(strName);
     if (pType == nullptr)
         return true;
-    int32_t anHeader[2] = {};
-    const void* pData = shmat(idSegment, nullptr, SHM_RDONLY);
-    if (pData == reinterpret_cast<void*>(-1))
+    uint32_t auWord[2];
+    const uint32_t* const pWord = firstWords(idSegment, nSize, auWord);
+    if (pWord == nullptr || nSize != pType->uSize)
         return false;
-    if (nSize >= sizeof(anHeader))
-        memcpy(anHeader, pData, sizeof(anHeader));
-    shmdt(pData);
-    const bool bEmpty = anHeader[0] == 0 && anHeader[1] == 0;
-    return nSize == pType->uSize &&
-           (bEmpty || (anHeader[0] == static_cast<int32_t>(pType->uSize) && anHeader[1] == pType->nType));
+    const bool bEmpty = pWord[0] == 0 && pWord[1] == 0;
+    return bEmpty || (pWord[0] == pType->uSize && pWord[1] == static_cast<uint32_t>(pType->nType));
 }
 
-void addSegment(leftover& left) {
-    const key_t key = ftok(left.strFile.c_str(), projectSegment);
+typedef bool (*segmentCheck)(const std::string& strName, int idSegment, size_t nSize);
+
+void addSegment(leftover& left, int nProject, const char* lpszKind, segmentCheck fnIsOurs) {
+    const key_t key = ftok(left.strFile.c_str(), nProject);
     const int idSegment = key != -1 ? shmget(key, 0, 0) : -1;
     struct shmid_ds state;
     if (idSegment != -1 && shmctl(idSegment, IPC_STAT, &state) == 0 && (state.shm_perm.mode & 0777) == modeObject &&
-        hasItsHeader(left.strName, idSegment, state.shm_segsz))
-        left.segments.push_back({idSegment, static_cast<unsigned long>(state.shm_nattch)});
+        fnIsOurs(left.strName, idSegment, state.shm_segsz))
+        left.segments.push_back({idSegment, static_cast<unsigned long>(state.shm_nattch), lpszKind});
 }
 
 leftover findObjects(const std::string& strName, const std::string& strFile) {
@@ -90,7 +106,8 @@ leftover findObjects(const std::string& strName, const std::string& strFile) {
     left.strName = strName;
     left.strFile = strFile;
     left.idSemaphore = findSemaphore(strFile);
-    addSegment(left);
+    addSegment(left, projectJournal, "journal", isJournal);
+    addSegment(left, projectSegment, "segment", hasItsHeader);
     return left;
 }
 
@@ -126,7 +143,7 @@ std::vector<leftover> findLeftovers(const std::string& strStorageFile) {
 unsigned long countUsers(const leftover& left) {
     unsigned long uUsers = 0;
     for (const leftSegment& segment : left.segments)
-        uUsers += segment.uUsers;
+        uUsers = std::max(uUsers, segment.uUsers);
     return uUsers;
 }
 
@@ -141,7 +158,7 @@ void forEachObject(
     const leftover& left,
     const std::function<void(const char* lpszKind, const std::string& strName, const removal&)>& fnObject) {
     for (const leftSegment& segment : left.segments)
-        fnObject("segment", left.strName, [&segment] { return removeSegment(segment.nId); });
+        fnObject(segment.lpszKind, left.strName, [&segment] { return removeSegment(segment.nId); });
     if (left.idSemaphore != -1)
         fnObject("semaphore", left.strName, [&left] { return semctl(left.idSemaphore, 0, IPC_RMID) == 0; });
     if (left.bKeyFile)

@@ -17,6 +17,7 @@ namespace qorLeftovers {
 struct leftSegment {
     int nId;
     unsigned long uUsers;  // how often it is attached
+    const char* lpszKind;  // "segment", or "journal"
 };
 
 // A name with its objects.
@@ -31,15 +32,15 @@ struct leftover {
 // Everything that key files lead to, and those files, in the order of their names; and the lock of the counters.
 std::vector<leftover> findLeftovers(const std::string& strStorageFile);
 
-// How often its segments are attached in all; how often one segment is.
+// How often its segments are attached; how often one segment is.
 unsigned long countUsers(const leftover& left);
 unsigned long countUsers(int nId);
 
 // Removes one object when it is called; whether that went well, with errno.
 typedef std::function<bool()> removal;
 
-// Calls fnObject for each object of a leftover, with its kind ("segment", "semaphore" or "key file") and name. The key
-// file is the last: until then it leads to what is left.
+// Calls fnObject for each object of a leftover, with its kind ("journal", "segment", "semaphore" or "key file") and
+// name. The key file is the last: until then it leads to what is left.
 void forEachObject(
     const leftover& left,
     const std::function<void(const char* lpszKind, const std::string& strName, const removal&)>& fnObject);

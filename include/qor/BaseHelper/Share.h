@@ -74,6 +74,10 @@ public:
     /// The address of the memory, null while closed.
     void* getData() const { return m_pMapData; }
 
+    /// Room for notes beside the segment, 131,072 bytes that are zero at first: for what processes tell about
+    /// themselves and what need not survive them. No section undoes them. Null without a journal.
+    void* getNotes() const;
+
 private:
     void unmap();
 
