@@ -139,6 +139,15 @@ private:
 
 static_assert(sizeof(poll_chain) == 4, "shared layout");
 
+/// What baseStaticPoolAlloc::check_pool() finds.
+struct poolCheck {
+    bool m_bTiled = false;    ///< the cells tile the area; otherwise the numbers count only those up to the damage
+    bool m_bChained = false;  ///< the chain holds every free cell once, in order of addresses, in both directions
+    int m_nCells = 0;         ///< the cells
+    int m_nFree = 0;          ///< the bytes of all free cells, headers included
+    int m_nLargestFree = 0;   ///< the largest block that can be allocated, free neighbours merged
+};
+
 /// A first-fit pool in one area. This record and the area may lie in shared memory, in the same segment.
 class QOR_API baseStaticPoolAlloc {
 public:
@@ -164,6 +173,11 @@ public:
     void cleanup_pool();
     /// The bytes of all free cells, headers included. O(n) in the number of cells. They may be fragmented.
     int free_size() const;
+    /// Checks the pool and changes nothing, not even a damaged pool. O(n) in the number of cells. Only cells within
+    /// `range` are read, by default within the segment that holds this record. Not fatal.
+    poolCheck check_pool(const QOR_ChainHelper::shareRange& range) const;
+    /// As above.
+    poolCheck check_pool() const { return check_pool(QOR_ChainHelper::findShareRange(this)); }
 
     /// Internal: unlinks a cell from the chain of free cells and marks it as used.
     void pop_free_cell(poll_chain* pCell);

@@ -153,13 +153,13 @@ bool segmentReader::readCells(uint32_t uBegin) {
 // Free neighbours count as one block: the next search merges them.
 void segmentReader::sumCells() {
     poolView& pool = m_view.pool;
-    uint32_t uRun = 0;
-    for (const cellView& cell : pool.cells) {
-        (cell.bFree ? pool.uFree : pool.uUsed) += cell.uSize;
-        uRun = cell.bFree ? uRun + cell.uSize : 0;
-        if (uRun > sizeCellHeader)
-            pool.uLargestFree = std::max(pool.uLargestFree, uRun - sizeCellHeader);
-    }
+    const uintptr_t uBegin = reinterpret_cast<uintptr_t>(m_image.bytes.data());
+    const auto* const pPool = reinterpret_cast<const QOR_AllocHelper::baseStaticPoolAlloc*>(uBegin + offsetPool);
+    const QOR_AllocHelper::poolCheck check = pPool->check_pool({uBegin, uBegin + m_image.bytes.size()});
+    pool.bChained = check.m_bChained;
+    pool.uFree = static_cast<uint32_t>(check.m_nFree);
+    pool.uUsed = pool.uSize - pool.uFree;
+    pool.uLargestFree = static_cast<uint32_t>(check.m_nLargestFree);
 }
 
 cellView* segmentReader::findCell(uint32_t uData) {

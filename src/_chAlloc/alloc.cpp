@@ -12,6 +12,8 @@
 
 #include <stdlib.h>
 
+#include <algorithm>
+
 #include "internal/journal.h"
 #include "internal/report.h"
 #include "qor/ChainHelper/CheckedChain.h"
@@ -57,8 +59,8 @@ struct cellArea {
         : uBegin(addressOf(pool.begin_cell())), uEnd(addressOf(pool.end_cell())) {}
 
     // Whether the area lies in the same segment as the pool's record.
-    bool isInSegmentOf(const baseStaticPoolAlloc& pool) const {
-        const shareRange range = findShareRange(&pool);
+    bool isInSegmentOf(const baseStaticPoolAlloc& pool) const { return isIn(findShareRange(&pool)); }
+    bool isIn(const shareRange& range) const {
         const int32_t nSize = static_cast<int32_t>(uEnd - uBegin);
         return nSize >= 0 && (uBegin & 3u) == 0 && uBegin >= range.m_uBegin && uEnd >= uBegin && uEnd <= range.m_uEnd;
     }
@@ -414,6 +416,51 @@ int baseStaticPoolAlloc::free_size() const {
         return false;
     };
     return cells.AreValid() && cells.Walk(begin_cell(), fnAdd) ? static_cast<int>(uFree) : 0;
+}
+
+namespace {
+
+// The free cells in order of addresses, compared with the chain. No link is followed: each is compared with where it
+// has to lead.
+class chainComparison {
+public:
+    explicit chainComparison(const list_chain_offset& vHead) : m_pHead(&vHead), m_pLast(&vHead) {}
+
+    void Add(const list_chain_offset* pLink) {
+        m_bSame = m_bSame && m_pLast->get_pNext() == pLink && pLink->get_pPrevNode() == m_pLast;
+        m_pLast = pLink;
+    }
+    bool IsSame() const { return m_bSame && m_pLast->get_pNext() == m_pHead && m_pHead->get_pPrevNode() == m_pLast; }
+
+private:
+    const list_chain_offset* const m_pHead;
+    const list_chain_offset* m_pLast;
+    bool m_bSame = true;
+};
+
+}  // namespace
+
+poolCheck baseStaticPoolAlloc::check_pool(const shareRange& range) const {
+    poolCheck result;
+    const cellArea area(*this);
+    if (!area.isIn(range))
+        return result;
+    chainComparison chain(m_FreeCellChain);
+    int nRun = 0;
+    const poll_chain* pCell = begin_cell();
+    for (; addressOf(pCell) < area.uEnd && area.holds(pCell); pCell = pCell->get_pRight()) {
+        const int nLength = static_cast<int>(pCell->get_iOffsetRightCell());
+        ++result.m_nCells;
+        nRun = pCell->is_free_cell() ? nRun + nLength : 0;
+        if (nRun == 0)
+            continue;
+        chain.Add(linkOf(pCell));
+        result.m_nFree += nLength;
+        result.m_nLargestFree = std::max(result.m_nLargestFree, nRun - sizeHeader);
+    }
+    result.m_bTiled = addressOf(pCell) == area.uEnd;
+    result.m_bChained = result.m_bTiled && chain.IsSame();
+    return result;
 }
 
 // ---- baseSharePoolAlloc

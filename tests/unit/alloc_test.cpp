@@ -397,6 +397,48 @@ TEST_F(Pool, ItsFreeSizeIsThatOfAllFreeCells) {
     EXPECT_EQ(nAll, m_block.pool.free_size());
 }
 
+TEST_F(Pool, ACheckTellsTheFreeBytesAndTheLargestBlockAndChangesNothing) {
+    void* a[5];
+    for (void*& p : a)
+        p = pool().alloc(20);
+    for (int i : {1, 2, 4})
+        pool().free(a[i]);
+    const cells listBefore = lengths();
+    const poolCheck check = pool().check_pool();
+    EXPECT_TRUE(check.m_bTiled);
+    EXPECT_TRUE(check.m_bChained);
+    EXPECT_EQ(6, check.m_nCells);
+    EXPECT_EQ(pool().free_size(), check.m_nFree);
+    EXPECT_EQ(nArea - 96 - 4, check.m_nLargestFree) << "the last two cells merged";
+    EXPECT_EQ(listBefore, lengths());
+    pool().alloc(check.m_nLargestFree);
+    EXPECT_EQ(44, pool().check_pool().m_nLargestFree);
+}
+
+TEST_F(Pool, ACheckFindsDamagedCellsAndLinksWithoutFollowingThem) {
+    void* pA = pool().alloc(20);
+    pool().alloc(20);
+    pool().free(pA);
+    int32_t* const pnNext = static_cast<int32_t*>(pA);
+    for (int i : {0, 1}) {
+        const int32_t nGood = pnNext[i];
+        for (int32_t nBad : {0, -1, 4, 0x7FFFFFF0}) {
+            pnNext[i] = nBad;
+            EXPECT_TRUE(pool().check_pool().m_bTiled);
+            EXPECT_FALSE(pool().check_pool().m_bChained) << i << ": " << nBad;
+        }
+        pnNext[i] = nGood;
+    }
+    EXPECT_TRUE(pool().check_pool().m_bChained);
+    pool().begin_cell()->set_cell_free(false);
+    EXPECT_FALSE(pool().check_pool().m_bChained) << "a used cell is in the chain";
+    for (uint32_t uLength : {0u, 8u, 0x7FFFFFF0u}) {
+        pool().begin_cell()->set_iOffsetRightCell(uLength);
+        EXPECT_FALSE(pool().check_pool().m_bTiled);
+        EXPECT_FALSE(pool().check_pool().m_bChained);
+    }
+}
+
 TEST_F(Pool, FreeingTwiceIsFatal) {
     void* pA = pool().alloc(20);
     void* pB = pool().alloc(20);

@@ -111,9 +111,21 @@ TEST_F(Inspect, ThePoolTilesAndNothingOfItLeaks) {
         EXPECT_EQ(viewSound, view.state) << view.strProblem;
         EXPECT_EQ(view.pool.uSize, view.pool.uUsed + view.pool.uFree);
         EXPECT_EQ(0u, view.pool.uLeaked) << segmentTypeOf(kind).lpszName;
+        EXPECT_TRUE(view.pool.bChained) << segmentTypeOf(kind).lpszName;
         EXPECT_GT(view.pool.uLargestFree, 0u);
         EXPECT_EQ(1, device.segment(kind).lock.nValue) << segmentTypeOf(kind).lpszName;
     }
+}
+
+TEST_F(Inspect, AFreeCellOutsideTheChainShows) {
+    deviceImage device = takeNow();
+    std::vector<uint8_t>& bytes = device.segment(segmentShare).bytes;
+    const poolView pool = readShare(device.segment(segmentShare)).pool;
+    for (const cellView& cell : pool.cells)
+        if (cell.bFree)
+            memset(bytes.data() + cell.uOffset + 8, 0, 4);  // the link backwards
+    EXPECT_FALSE(readShare(device.segment(segmentShare)).pool.bChained);
+    EXPECT_EQ(pool.uFree, readShare(device.segment(segmentShare)).pool.uFree);
 }
 
 TEST_F(Inspect, TheKernelsRowOfASegmentIsKept) {

@@ -32,14 +32,6 @@ namespace QOR_ChainHelper {
 /// internal: only in checking builds (CMake option QOR_CHECK_STORES): called before and after each store of a shared
 /// word, unless it is null.
 extern QOR_API void (*g_pfnStoreHook)(const void* pWord, bool bStored);
-#define QOR_STORE_HOOK(pWord, bStored) \
-    if (g_pfnStoreHook != NULL)        \
-    g_pfnStoreHook(pWord, bStored)
-// They also want to know of stores outside of sections.
-#define QOR_IS_LOGGED true
-#else
-#define QOR_STORE_HOOK(pWord, bStored) (void)0
-#define QOR_IS_LOGGED (t_pShareSection != NULL)
 #endif
 
 /// What the calling thread changes in one segment while it holds its lock.
@@ -54,16 +46,24 @@ QOR_API void logShareStore(const void* pWord, uint32_t uNew);
 
 /// Stores one word of shared memory without logging it: for the journal itself.
 inline void putShareWord(uint32_t& uWord, uint32_t uValue) {
-    QOR_STORE_HOOK(&uWord, false);
+#if defined(QOR_CHECK_STORES)
+    if (g_pfnStoreHook != NULL)
+        g_pfnStoreHook(&uWord, false);
+#endif
     std::atomic_signal_fence(std::memory_order_seq_cst);
     __atomic_store_n(&uWord, uValue, __ATOMIC_RELAXED);
     std::atomic_signal_fence(std::memory_order_seq_cst);
-    QOR_STORE_HOOK(&uWord, true);
+#if defined(QOR_CHECK_STORES)
+    if (g_pfnStoreHook != NULL)
+        g_pfnStoreHook(&uWord, true);
+#endif
 }
 
 /// Stores one word of a shared structure.
 inline void storeShareWord(uint32_t& uWord, uint32_t uValue) {
-    if (QOR_IS_LOGGED)
+#if !defined(QOR_CHECK_STORES)  // which also wants to know of stores outside of sections
+    if (t_pShareSection != NULL)
+#endif
         logShareStore(&uWord, uValue);
     putShareWord(uWord, uValue);
 }
@@ -72,9 +72,6 @@ inline void storeShareWord(uint32_t& uWord, uint32_t uValue) {
 inline void storeShareWord(int32_t& nWord, int32_t nValue) {
     storeShareWord(reinterpret_cast<uint32_t&>(nWord), static_cast<uint32_t>(nValue));
 }
-
-#undef QOR_STORE_HOOK
-#undef QOR_IS_LOGGED
 
 /// Copies nSize bytes over bytes of a segment that other processes can reach. pTo is a multiple of 4.
 QOR_API void storeShareBytes(void* pTo, const void* pFrom, size_t nSize);

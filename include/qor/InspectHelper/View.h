@@ -38,6 +38,7 @@ struct cellView {
 struct poolView {
     viewState state = viewSound;  ///< whether the cells tile the pool
     std::string strProblem;       ///< why not
+    bool bChained = false;        ///< whether the chain holds every free cell, in both directions
     uint32_t uSize = 0;           ///< bytes of the area, headers of cells included
     uint32_t uUsed = 0;           ///< bytes of cells in use
     uint32_t uFree = 0;           ///< bytes of free cells
