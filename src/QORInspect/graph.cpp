@@ -1,17 +1,12 @@
 #include <algorithm>
 #include <map>
 
+#include "internal/message.h"
 #include "qor/InspectHelper/Graph.h"
-#include "qor/MsgQueueHelper/Message.h"
 
 namespace QOR_InspectHelper {
 
 namespace {
-
-bool isUnanswered(const messageView& message) {
-    return message.bWaiting &&
-           (message.nStatus == QOR_MsgQueueHelper::MT_EMITTED || message.nStatus == QOR_MsgQueueHelper::MT_READ);
-}
 
 // A depth-first search without recursion: a device may have as many edges as its pool has records.
 class ringSearch {
@@ -90,7 +85,8 @@ std::vector<sendEdge> findEdges(const shareView& share, const deviceImage& devic
     std::vector<sendEdge> edges;
     for (const queueView& queue : share.queues)
         for (const messageView& message : queue.messages)
-            if (isUnanswered(message) && message.idSender != queue.idTask && device.isAlive(message.idSender))
+            if (QOR_MsgQueueHelper::isUnanswered(message.bWaiting, message.nStatus) &&
+                message.idSender != queue.idTask && device.isAlive(message.idSender))
                 edges.push_back(
                     {message.idSender, queue.idTask, message.uMsg, message.nStatus == QOR_MsgQueueHelper::MT_READ});
     return edges;

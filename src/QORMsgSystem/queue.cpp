@@ -57,16 +57,15 @@ int compareName(const char* lpszName, const chMsgQueue* pQueue) {
     return strncmp(lpszName, pQueue->m_szName, range.m_uEnd - reinterpret_cast<uintptr_t>(pQueue->m_szName));
 }
 
-// The name of a queue, also when it has lost its end.
+void initRoot(list_chain_offset& vRoot) { link_list_node(&vRoot, &vRoot); }
+
+}  // namespace
+
 std::string queueName(const chMsgQueue* pQueue) {
     const shareRange range = findShareRange(pQueue);
     return std::string(pQueue->m_szName,
                        strnlen(pQueue->m_szName, range.m_uEnd - reinterpret_cast<uintptr_t>(pQueue->m_szName)));
 }
-
-void initRoot(list_chain_offset& vRoot) { link_list_node(&vRoot, &vRoot); }
-
-}  // namespace
 
 // ---- chMsgQueue
 

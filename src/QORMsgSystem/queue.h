@@ -19,6 +19,9 @@ constexpr size_t sizeMessageRecord = sizeof(QOR_ChainHelper::list_chain_offset) 
 // signalled, since the owner does not sleep before it has read both.
 msgObject* enqueueMessage(const segmentHold& hold, chMsgQueue& objQueue, const msgDraft& draft, bool* pbWake = NULL);
 
+// The name of a queue, also when it has lost its end.
+std::string queueName(const chMsgQueue* pQueue);
+
 // Frees the records that dead senders have left in a queue: those that were finished and never closed, or never
 // emitted.
 void freeOrphanMessages(const segmentHold& hold, chMsgQueue& objQueue);

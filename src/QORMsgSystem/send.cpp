@@ -10,6 +10,7 @@
 // held.
 #include <stdio.h>
 
+#include "QORMsgSystem/long_wait.h"
 #include "QORMsgSystem/own_posts.h"
 #include "QORMsgSystem/queue.h"
 #include "QORMsgSystem/send.h"
@@ -232,7 +233,7 @@ BOOL chThreadBase::WaitRecord(msgObject& objMessage, recordWait wait, waitDeadli
     deadline.IsOver();  // time has passed until here
     if (!wait.bReceipt)
         WaitOwnEvent(wait, deadline.GetSlice(nSlice));
-    for (;;) {
+    for (longWait lasting;;) {
         const recordLook look = LookAtRecord(objMessage, wait, false);
         if (look.state != waitState::waiting)
             return look.state == waitState::done;
@@ -240,6 +241,7 @@ BOOL chThreadBase::WaitRecord(msgObject& objMessage, recordWait wait, waitDeadli
             return GiveUpRecord(objMessage, wait);
         if (!qorIsValidTaskID(m_idTask))
             return 0;
+        lasting.LookAgain(deadline.GetLeft() < 0);
         WaitOwnEvent(wait, deadline.GetSlice(nSlice));
     }
 }

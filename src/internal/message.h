@@ -28,6 +28,11 @@ inline msgDraft makeDraft(UINT uMsg, UINT wParam, int lParam, int nExtraSize, co
     return {uMsg, wParam, lParam, pExtraData != NULL ? nExtraSize : 0, pExtraData, bWaitingReply, 0, MT_EMITTED};
 }
 
+// Whether the sender of a record waits for an answer that the receiver has not given yet.
+inline bool isUnanswered(bool bWaitingReply, int nStatus) {
+    return bWaitingReply && (nStatus == MT_EMITTED || nStatus == MT_READ);
+}
+
 // A message to post to one of many threads.
 struct batchPost {
     int idTask;             // the thread's task
