@@ -87,11 +87,22 @@ std::vector<sendEdge> findEdges(const shareView& share, const deviceImage& devic
         for (const messageView& message : queue.messages)
             if (QOR_MsgQueueHelper::isUnanswered(message.bWaiting, message.nStatus) &&
                 message.idSender != queue.idTask && device.isAlive(message.idSender))
-                edges.push_back(
-                    {message.idSender, queue.idTask, message.uMsg, message.nStatus == QOR_MsgQueueHelper::MT_READ});
+                edges.push_back({message.idSender, queue.idTask, message.uMsg,
+                                 message.nStatus == QOR_MsgQueueHelper::MT_READ, message.wait});
     return edges;
 }
 
 std::vector<std::vector<size_t>> findRings(const std::vector<sendEdge>& edges) { return ringSearch(edges).Search(); }
+
+ringKind judgeRing(const std::vector<sendEdge>& edges, const std::vector<size_t>& ring) {
+    bool bAllKnown = true;
+    for (const size_t iEdge : ring) {
+        const waitView& wait = edges[iEdge].wait;
+        if (wait.bKnown && wait.nLimit >= 0)
+            return ringTimed;
+        bAllKnown &= wait.bKnown;
+    }
+    return bAllKnown ? ringDeadlock : ringUnknown;
+}
 
 }  // namespace QOR_InspectHelper

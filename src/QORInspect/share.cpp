@@ -1,8 +1,10 @@
 // The segment of the messages: the table of queues, each with its messages.
 #include <algorithm>
 #include <cstddef>
+#include <cstring>
 
 #include "QORInspect/reader.h"
+#include "internal/notes.h"
 #include "qor/MsgQueueHelper/Message.h"
 #include "qor/MsgQueueHelper/Queue.h"
 
@@ -78,6 +80,61 @@ queueView readQueue(segmentReader& reader, uint32_t uAt, uint32_t uRoom) {
     return queue;
 }
 
+// ---- the notes beside the segment
+
+using QOR_MsgQueueHelper::senderNote;
+using QOR_MsgQueueHelper::shareNotes;
+using QOR_MsgQueueHelper::threadNote;
+
+// The words of one note; all zero outside the copy of the notes.
+template <class T>
+T noteAt(const segmentImage& image, size_t nOffset) {
+    uint32_t aWord[sizeof(T) / 4] = {};
+    for (uint32_t& uWord : aWord) {
+        if (nOffset + 4 > image.notes.size())
+            return T();
+        for (int i = 3; i >= 0; --i)
+            uWord = uWord << 8 | image.notes[nOffset + static_cast<size_t>(i)];
+        nOffset += 4;
+    }
+    T note;
+    memcpy(&note, aWord, sizeof(T));
+    return note;
+}
+
+// A note may be newer than the time at which its copy began.
+uint32_t elapsed(const segmentImage& image, uint32_t uSince) {
+    const uint32_t uMs = image.uNotesTime - uSince;
+    return uMs > static_cast<uint32_t>(INT32_MAX) ? 0 : uMs;
+}
+
+void readWait(const segmentImage& image, messageView& message) {
+    const senderNote note =
+        noteAt<senderNote>(image, offsetof(shareNotes, m_aSender) +
+                                      QOR_MsgQueueHelper::placeOfRecord(message.uOffset) * sizeof(senderNote));
+    if (!message.bWaiting || note.m_uRecord != message.uOffset || note.m_idTask != message.idSender)
+        return;
+    message.wait.bKnown = true;
+    message.wait.uMs = elapsed(image, note.m_uStart);
+    message.wait.nLimit = note.m_nLimit < 0 ? -1 : note.m_nLimit;
+}
+
+void readNotes(const segmentImage& image, queueView& queue) {
+    for (messageView& message : queue.messages)
+        readWait(image, message);
+    const threadNote note = noteAt<threadNote>(
+        image, offsetof(shareNotes, m_aThread) + QOR_MsgQueueHelper::placeOfQueue(queue.uHandle) * sizeof(threadNote));
+    if (note.m_idTask != queue.idTask || note.m_idTask == 0)
+        return;
+    queue.bNoted = true;
+    queue.uHandled = note.m_uHandled;
+    for (const messageView& message : queue.messages)
+        if (note.m_uRecord == message.uOffset && message.nStatus != QOR_MsgQueueHelper::MT_EMITTED) {
+            queue.uHandling = note.m_uRecord;
+            queue.uHandlingMs = elapsed(image, note.m_uSince);
+        }
+}
+
 }  // namespace
 
 int queueView::count(int nStatus) const {
@@ -93,6 +150,8 @@ shareView readShare(const segmentImage& image) {
             view.queues.push_back(readQueue(reader, uAt, uRoom));
         }))
         reader.fail(reader.failure(), problemText(reader.failure(), "table of queues"));
+    for (queueView& queue : view.queues)
+        readNotes(image, queue);
     static_cast<segmentView&>(view) = reader.finish();
     return view;
 }

@@ -94,6 +94,14 @@ encoder encodeSegment(const segmentImage& image, uint32_t uKind) {
     return out;
 }
 
+encoder encodeNotes(const segmentImage& image, uint32_t uKind) {
+    encoder out;
+    out.U32(uKind);
+    out.U32(image.uNotesTime);
+    out.Bytes(image.notes);
+    return out;
+}
+
 encoder encodeTasks(const deviceImage& device) {
     encoder out;
     out.U32(static_cast<uint32_t>(device.tasks.size()));
@@ -228,6 +236,15 @@ bool decodeSegment(decoder& in, deviceImage& device) {
     return true;
 }
 
+void decodeNotes(decoder& in, deviceImage& device) {
+    const uint32_t uKind = in.U32();
+    if (uKind >= countSegmentKind)
+        return;
+    segmentImage& image = device.segment(static_cast<segmentKind>(uKind));
+    image.uNotesTime = in.U32();
+    image.notes = in.Bytes();
+}
+
 void decodeTasks(decoder& in, deviceImage& device) {
     for (uint32_t uLeft = in.Count(24); uLeft > 0; --uLeft) {
         taskImage& task = device.tasks[in.I32()];
@@ -245,6 +262,8 @@ bool decodeBlock(const std::string& strTag, decoder in, deviceImage& device) {
         decodeDevice(in, device);
     else if (strTag == "SEG ")
         bGood = decodeSegment(in, device);
+    else if (strTag == "NOTE")
+        decodeNotes(in, device);
     else if (strTag == "TASK")
         decodeTasks(in, device);
     return bGood && in.IsGood();
@@ -265,6 +284,9 @@ std::vector<uint8_t> encodeSnapshot(const deviceImage& device) {
     out.Block("DEV ", encodeDevice(device));
     for (uint32_t uKind = 0; uKind < countSegmentKind; ++uKind)
         out.Block("SEG ", encodeSegment(device.segments[uKind], uKind));
+    for (uint32_t uKind = 0; uKind < countSegmentKind; ++uKind)
+        if (!device.segments[uKind].notes.empty())
+            out.Block("NOTE", encodeNotes(device.segments[uKind], uKind));
     out.Block("TASK", encodeTasks(device));
     out.Block("END ", encoder());
     return out.m_bytes;

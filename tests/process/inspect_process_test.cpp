@@ -4,8 +4,7 @@
 
 #include "gtest/gtest.h"
 #include "qor/InspectHelper.h"
-#include "qor/flat.h"
-#include "support/child.h"
+#include "support/exchange.h"
 #include "support/scale.h"
 
 using namespace QOR_InspectHelper;
@@ -36,31 +35,9 @@ TEST(InspectEmpty, AMachineWithoutSegmentsStaysWithoutThem) {
     EXPECT_EQ(0, countRows("/proc/sysvipc/sem"));
 }
 
-int onMessage(simpMSG* pMsg) { return pMsg->uMsg == 0x8121 ? -1 : static_cast<int>(pMsg->wParam); }
-
-// A thread that sends to its partner, and answers it, for ever.
-int exchange(int iSelf, qorTest::meeting& ready) {
-    setenv("trace", "0", 1);
-    const std::string strName = "t" + std::to_string(iSelf), strPartner = "t" + std::to_string(iSelf ^ 1);
-    msgRegistMainThread(strName.c_str(), onMessage);
-    ready.say();
-    for (unsigned int u = 0;; ++u) {
-        if ((iSelf & 1) == 0)
-            msgSendMsgToThreadTimeoutEx(msgGetThreadByName(strPartner.c_str()), 0x100, u, 0, 16, "0123456789abcdef",
-                                        1000);
-        else
-            msgProcessThreadMsgOnce(msgGetCurrentThreadObject());
-    }
-}
-
 // What is shown of a segment in motion is either right or called changing.
 TEST(InspectLive, NoReadingOfABusyDeviceIsWrong) {
-    qorTest::meeting ready;
-    std::vector<std::unique_ptr<qorTest::childProcess>> arrChild;
-    for (int i = 0; i < 4; ++i) {
-        arrChild.emplace_back(new qorTest::childProcess("exchange", [i, &ready] { return exchange(i, ready); }));
-        ready.hear();
-    }
+    const qorTest::exchangers four(4);
     size_t nSound = 0;
     const int nRounds = qorTest::scaled(300);
     for (int i = 0; i < nRounds; ++i) {

@@ -1,6 +1,7 @@
 // The reader of a device's state: what it shows of segments that real operations have filled, and of hostile ones.
 #include "qor/InspectHelper.h"
 
+#include <string.h>
 #include <sys/ipc.h>
 #include <sys/shm.h>
 #include <sys/stat.h>
@@ -11,6 +12,7 @@
 #include <fstream>
 
 #include "gtest/gtest.h"
+#include "internal/notes.h"
 #include "qor/MiscHelper/Process.h"
 #include "qor/MsgQueueHelper.h"
 #include "qor/TraceHelper/Trace.h"
@@ -441,6 +443,109 @@ TEST_F(Inspect, AnEdgeIsASendThatIsNotAnswered) {
     message.nStatus = QOR_MsgQueueHelper::MT_READ;
     message.idSender = share.queues[0].idTask;
     EXPECT_TRUE(findEdges(share, device).empty());
+}
+
+// ---- what threads note beside the segment
+
+using QOR_MsgQueueHelper::senderNote;
+using QOR_MsgQueueHelper::shareNotes;
+using QOR_MsgQueueHelper::threadNote;
+
+constexpr uint32_t uNow = 5000;
+
+// The image of a device with notes of the thread "sampler" and of the sender of its second message, which is waited
+// for.
+deviceImage takeNoted(const threadNote& thread, const senderNote& sender) {
+    deviceImage device = takeNow();
+    segmentImage& image = device.segment(segmentShare);
+    const queueView queue = *findQueue(readShare(image), "sampler");
+    const uint32_t uRecord = queue.messages[1].uOffset;
+    putWord(image, uRecord, 1);
+    putWord(image, uRecord + 4, QOR_MsgQueueHelper::MT_READ);
+    std::vector<shareNotes> notes(1);
+    notes[0].m_aThread[QOR_MsgQueueHelper::placeOfQueue(queue.uHandle)] = thread;
+    notes[0].m_aSender[QOR_MsgQueueHelper::placeOfRecord(uRecord)] = sender;
+    image.notes.resize(sizeof(shareNotes));
+    memcpy(image.notes.data(), notes.data(), sizeof(shareNotes));
+    image.uNotesTime = uNow;
+    return device;
+}
+
+class InspectNotes : public Inspect {
+protected:
+    void SetUp() override {
+        Inspect::SetUp();
+        m_idTask = QOR_MiscHelper::qorGetCurrentTaskId();
+        m_uRecord = findQueue(readShare(takeNow().segment(segmentShare)), "sampler")->messages[1].uOffset;
+    }
+    queueView read(const threadNote& thread, const senderNote& sender) const {
+        return *findQueue(readShare(takeNoted(thread, sender).segment(segmentShare)), "sampler");
+    }
+
+    int32_t m_idTask = 0;
+    uint32_t m_uRecord = 0;
+};
+
+TEST_F(InspectNotes, ShowWhatAThreadHasHandledAndHandles) {
+    const queueView queue = read({m_idTask, 17, m_uRecord, uNow - 1200}, {});
+    EXPECT_TRUE(queue.bNoted);
+    EXPECT_EQ(17u, queue.uHandled);
+    EXPECT_EQ(m_uRecord, queue.uHandling);
+    EXPECT_EQ(1200u, queue.uHandlingMs);
+    EXPECT_EQ(0u, read({m_idTask, 17, m_uRecord, uNow + 3}, {}).uHandlingMs);           // newer than the copy's time
+    EXPECT_EQ(uNow + 100, read({m_idTask, 17, m_uRecord, 0u - 100u}, {}).uHandlingMs);  // the clock went round
+    EXPECT_EQ(0u, read({m_idTask, 17, 0, uNow}, {}).uHandling);
+}
+
+TEST_F(InspectNotes, OfAnotherTaskOrRecordDoNotCount) {
+    EXPECT_FALSE(read({m_idTask + 1, 17, m_uRecord, uNow}, {}).bNoted);
+    EXPECT_FALSE(read({}, {}).bNoted);
+    EXPECT_EQ(0u, read({m_idTask, 17, m_uRecord + 4, uNow}, {}).uHandling);
+    EXPECT_FALSE(read({}, {m_uRecord + 4, m_idTask, uNow, -1}).messages[1].wait.bKnown);
+    EXPECT_FALSE(read({}, {m_uRecord, m_idTask + 1, uNow, -1}).messages[1].wait.bKnown);
+    EXPECT_FALSE(read({}, {}).messages[1].wait.bKnown);
+}
+
+TEST_F(InspectNotes, ShowHowASenderWaits) {
+    waitView wait = read({}, {m_uRecord, m_idTask, uNow - 2500, -1}).messages[1].wait;
+    EXPECT_TRUE(wait.bKnown);
+    EXPECT_EQ(2500u, wait.uMs);
+    EXPECT_EQ(-1, wait.nLimit);
+    wait = read({}, {m_uRecord, m_idTask, uNow - 2500, 3000}).messages[1].wait;
+    EXPECT_EQ(3000, wait.nLimit);
+}
+
+TEST_F(InspectNotes, AreKeptInASnapshotAndMayBeMissingOrCutOff) {
+    deviceImage device = takeNoted({m_idTask, 17, m_uRecord, uNow - 1}, {m_uRecord, m_idTask, uNow - 2, 3});
+    const std::vector<uint8_t> bytes = encodeSnapshot(device);
+    deviceImage again;
+    std::string strError;
+    ASSERT_TRUE(decodeSnapshot(bytes.data(), bytes.size(), again, strError)) << strError;
+    const queueView queue = *findQueue(readShare(again.segment(segmentShare)), "sampler");
+    EXPECT_EQ(17u, queue.uHandled);
+    EXPECT_EQ(1u, queue.uHandlingMs);
+    EXPECT_EQ(2u, queue.messages[1].wait.uMs);
+    for (size_t nSize : {size_t(0), size_t(10), sizeof(shareNotes::m_aThread), sizeof(shareNotes) - 1}) {
+        again.segment(segmentShare).notes.resize(nSize);
+        EXPECT_LE(findQueue(readShare(again.segment(segmentShare)), "sampler")->uHandled, 17u) << nSize;
+    }
+    again.segment(segmentShare).notes.clear();
+    EXPECT_FALSE(findQueue(readShare(again.segment(segmentShare)), "sampler")->bNoted);
+}
+
+TEST(InspectGraph, ARingIsADeadlockOnlyWhenAllAreKnownToWaitWithoutLimit) {
+    const auto edge = [](int32_t idFrom, int32_t idTo, bool bKnown, int32_t nLimit) {
+        sendEdge e{idFrom, idTo, 1, false};
+        e.wait.bKnown = bKnown;
+        e.wait.nLimit = nLimit;
+        return e;
+    };
+    const std::vector<size_t> ring = {0, 1};
+    EXPECT_EQ(ringDeadlock, judgeRing({edge(1, 2, true, -1), edge(2, 1, true, -1)}, ring));
+    EXPECT_EQ(ringTimed, judgeRing({edge(1, 2, true, -1), edge(2, 1, true, 0)}, ring));
+    EXPECT_EQ(ringTimed, judgeRing({edge(1, 2, false, -1), edge(2, 1, true, 500)}, ring));
+    EXPECT_EQ(ringUnknown, judgeRing({edge(1, 2, true, -1), edge(2, 1, false, -1)}, ring));
+    EXPECT_EQ(ringUnknown, judgeRing({edge(1, 2, false, 500), edge(2, 1, false, 500)}, ring));
 }
 
 TEST(InspectGraph, ALongChainNeedsNoDeepStack) {

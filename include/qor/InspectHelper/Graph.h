@@ -18,10 +18,11 @@ namespace QOR_InspectHelper {
 
 /// A sender that waits.
 struct sendEdge {
-    int32_t idFrom;  ///< the sender's task
-    int32_t idTo;    ///< the task whose answer it waits for
-    uint32_t uMsg;   ///< the message's id
-    bool bTaken;     ///< the receiver has taken the message; else it is still queued
+    int32_t idFrom;              ///< the sender's task
+    int32_t idTo;                ///< the task whose answer it waits for
+    uint32_t uMsg;               ///< the message's id
+    bool bTaken;                 ///< the receiver has taken the message; else it is still queued
+    waitView wait = waitView();  ///< how the sender waits
 };
 
 /// The edges of a device, in the order of its queues and messages.
@@ -31,6 +32,16 @@ std::vector<sendEdge> findEdges(const shareView& share, const deviceImage& devic
 /// where the last ends. Every ring begins at its smallest task id; rings stand in ascending order of it. Takes time in
 /// proportion to the number of edges; of rings that share members at least one is found.
 std::vector<std::vector<size_t>> findRings(const std::vector<sendEdge>& edges);
+
+/// How a ring of senders ends.
+enum ringKind {
+    ringDeadlock,  ///< never: every member is known to wait without limit
+    ringTimed,     ///< by a time-out: at least one member is known to have one
+    ringUnknown    ///< not known: no member is known to have a time-out, and not all are known to have none
+};
+
+/// How a ring of findRings() ends.
+ringKind judgeRing(const std::vector<sendEdge>& edges, const std::vector<size_t>& ring);
 
 }  // namespace QOR_InspectHelper
 

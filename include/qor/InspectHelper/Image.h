@@ -73,6 +73,8 @@ struct segmentImage {
     std::vector<changedRange> changed;  ///< what changed while it was copied, in ascending order
     std::vector<int32_t> others;        ///< kernel ids of further segments of this kind: a replaced key file's
     lockImage lock;                     ///< its lock
+    std::vector<uint8_t> notes;         ///< what threads note beside it about themselves; empty when there is nothing
+    uint32_t uNotesTime = 0;            ///< when the notes were copied, in milliseconds of the clock that they use
 };
 
 /// What is known of a task that owns a queue or has sent a message.

@@ -56,6 +56,13 @@ struct segmentView {
     poolView pool;                ///< its pool
 };
 
+/// The wait of a sender, as far as it is known: a sender notes it when it has waited for 50 ms.
+struct waitView {
+    bool bKnown = false;  ///< whether the sender has noted it
+    uint32_t uMs = 0;     ///< for how long it has waited, in milliseconds
+    int32_t nLimit = -1;  ///< its time-out in milliseconds; -1 when it waits without limit
+};
+
 /// A message.
 struct messageView {
     uint32_t uOffset = 0;        ///< of its record
@@ -68,6 +75,7 @@ struct messageView {
     int32_t nPriority = 0;       ///< the priority
     int32_t idSender = 0;        ///< the task that sent it
     std::vector<uint8_t> extra;  ///< the extra data
+    waitView wait;               ///< how its sender waits
 };
 
 /// A thread's queue.
@@ -79,6 +87,10 @@ struct queueView {
     int32_t idTask = 0;                 ///< its task
     uint32_t uBytes = 0;                ///< what the queue takes of the pool: cells of record, messages and extra data
     std::vector<messageView> messages;  ///< in the queue's order
+    bool bNoted = false;                ///< whether its thread notes what follows
+    uint32_t uHandled = 0;              ///< messages that the thread has handled since it registered, modulo 2^32
+    uint32_t uHandling = 0;             ///< offset of the message that it handles, the innermost one; 0 for none
+    uint32_t uHandlingMs = 0;           ///< for how long it has handled that message, in milliseconds
 
     /// How many messages have a status.
     int count(int nStatus) const;

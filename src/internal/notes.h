@@ -1,0 +1,53 @@
+// What threads note about themselves beside the segment of the messages, for those who look at the device. Nothing of
+// the message system depends on it.
+//
+// Every queue and every record of a message is a cell of the segment's pool, and cells of a kind have a least size. So
+// the offset of a cell, divided by that size, is a place that no other living cell of the kind has: places need no
+// allocation and no lock. Only the owner of a queue writes its queue's note, and only the sender that waits for a
+// record writes the record's. A note counts when it names the task and the offset of what stands in the segment; others
+// are what earlier cells left.
+//
+// Times are milliseconds of the machine's monotonic clock, modulo 2^32.
+#ifndef QOR_INTERNAL_NOTES_H
+#define QOR_INTERNAL_NOTES_H
+
+#include <stddef.h>
+#include <stdint.h>
+
+namespace QOR_MsgQueueHelper {
+
+constexpr uint32_t sizeNotedSegment = 65536;
+constexpr uint32_t leastQueueCell = 28;   // a queue without a name
+constexpr uint32_t leastRecordCell = 52;  // a message without extra data
+
+// Of a registered thread. The time is stored before the record that it belongs to.
+struct threadNote {
+    int32_t m_idTask;
+    uint32_t m_uHandled;  // messages handled since it registered, modulo 2^32
+    uint32_t m_uRecord;   // offset of the message that it handles, the innermost one; 0 for none
+    uint32_t m_uSince;    // when it took that message
+};
+
+// Of a sender that has waited for 50 ms. The offset is stored last, and taken back first when the wait ends.
+struct senderNote {
+    uint32_t m_uRecord;  // offset of the record; 0 for none
+    int32_t m_idTask;
+    uint32_t m_uStart;  // when the wait began
+    int32_t m_nLimit;   // its time-out in milliseconds; -1 for none
+};
+
+struct shareNotes {
+    threadNote m_aThread[sizeNotedSegment / leastQueueCell + 1];
+    senderNote m_aSender[sizeNotedSegment / leastRecordCell + 1];
+};
+
+static_assert(sizeof(threadNote) == 16 && sizeof(senderNote) == 16, "shared layout");
+static_assert(sizeof(shareNotes) == 57632, "shared layout");
+
+// The places of the notes of a queue and of a record, by their offsets from the segment's begin.
+inline size_t placeOfQueue(uint32_t uOffset) { return uOffset / leastQueueCell; }
+inline size_t placeOfRecord(uint32_t uOffset) { return uOffset / leastRecordCell; }
+
+}  // namespace QOR_MsgQueueHelper
+
+#endif
