@@ -4,8 +4,11 @@
 #include <fcntl.h>
 #include <stdlib.h>
 #include <sys/mman.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
 
 #include <algorithm>
+#include <fstream>
 
 #include "qor/flat.h"
 #include "support/isolation.h"
@@ -79,8 +82,10 @@ ctlResult ctl(const std::vector<std::string>& listArgument, const std::string& s
     return ctlOf(ownProgram(), listArgument, strInput);
 }
 
-ctlResult ctlOf(const std::vector<std::string>& listProgram, const std::vector<std::string>& listArgument,
-                const std::string& strInput) {
+namespace {
+
+// What a child process prints that becomes another program by fnExec(standard output).
+ctlResult collect(const std::string& strInput, const std::function<int(int)>& fnExec) {
     const int fdIn = memfd_create("in", MFD_CLOEXEC), fdOut = memfd_create("out", MFD_CLOEXEC),
               fdError = memfd_create("error", MFD_CLOEXEC);
     if (write(fdIn, strInput.data(), strInput.size()) != static_cast<ssize_t>(strInput.size()) ||
@@ -89,7 +94,7 @@ ctlResult ctlOf(const std::vector<std::string>& listProgram, const std::vector<s
     childProcess run("qorctl", [&] {
         dup2(fdIn, STDIN_FILENO);
         dup2(fdError, STDERR_FILENO);
-        return execWords(listProgram, listArgument, fdOut);
+        return fnExec(fdOut);
     });
     ctlResult result;
     result.nStatus = run.wait();
@@ -97,6 +102,37 @@ ctlResult ctlOf(const std::vector<std::string>& listProgram, const std::vector<s
     result.strError = contentOf(fdError);
     close(fdIn);
     return result;
+}
+
+}  // namespace
+
+ctlResult ctlOf(const std::vector<std::string>& listProgram, const std::vector<std::string>& listArgument,
+                const std::string& strInput) {
+    return collect(strInput, [&](int fdOut) { return execWords(listProgram, listArgument, fdOut); });
+}
+
+ctlResult ctlWithin(int nSeconds, const std::vector<std::string>& listArgument) {
+    return collect("", [&](int fdOut) {
+        const rlim_t nLimit = static_cast<rlim_t>(nSeconds);
+        const rlimit limit = {nLimit, nLimit + 1};
+        setrlimit(RLIMIT_CPU, &limit);
+        return execWords(ownProgram(), listArgument, fdOut);
+    });
+}
+
+ctlResult shell(const std::string& strCommand) {
+    return collect("", [&](int fdOut) { return execWords({"/bin/sh", "-c"}, {strCommand}, fdOut); });
+}
+
+std::string makeCtlDirectory() {
+    const std::string strDirectory = "/tmp/home/bin", strFile = strDirectory + "/qorctl";
+    std::string strText = "#!/bin/sh\nexec";
+    for (const std::string& strWord : ownProgram())
+        strText += " '" + strWord + "'";
+    mkdir(strDirectory.c_str(), 0755);
+    std::ofstream(strFile) << strText << " \"$@\"\n";
+    chmod(strFile.c_str(), 0755);
+    return strDirectory;
 }
 
 void ctlDevice::start(const std::string& strName, const std::function<void()>& fnRun) {

@@ -22,6 +22,15 @@ struct ctlResult {
 // Runs qorctl of this build with these arguments, and this text as its standard input.
 ctlResult ctl(const std::vector<std::string>& listArgument, const std::string& strInput = "");
 
+// The same; a run that takes more processor time than it should ends with minus SIGXCPU.
+ctlResult ctlWithin(int nSeconds, const std::vector<std::string>& listArgument);
+
+// A directory with an executable file "qorctl" that runs qorctl of this build, for shells.
+std::string makeCtlDirectory();
+
+// What a shell command prints, and its status.
+ctlResult shell(const std::string& strCommand);
+
 // Runs the qorctl of another build, whose words stand in front of the arguments.
 ctlResult ctlOf(const std::vector<std::string>& listProgram, const std::vector<std::string>& listArgument,
                 const std::string& strInput = "");

@@ -1,6 +1,7 @@
 #include "device.h"
 
 #include <algorithm>
+#include <cstdio>
 
 #include "qor/MsgQueueHelper/Message.h"
 
@@ -95,9 +96,13 @@ std::string device::nameOf(int32_t idTask) const {
 
 threadState device::stateOf(const queueView& queue) const {
     threadState state;
-    for (const messageView& message : queue.messages)
-        if (message.nStatus == QOR_MsgQueueHelper::MT_READ || message.nStatus == QOR_MsgQueueHelper::MT_REPLIED)
+    for (const messageView& message : queue.messages) {
+        const bool bTaken =
+            message.nStatus == QOR_MsgQueueHelper::MT_READ || message.nStatus == QOR_MsgQueueHelper::MT_REPLIED;
+        // What the thread notes is the innermost of several, and also knows a message whose sender has given up.
+        if (queue.uHandling != 0 ? message.uOffset == queue.uHandling : bTaken)
             state.pHandling = &message;
+    }
     const taskImage* pTask = findTask(queue.idTask);
     const auto it = m_mapEdge.find(queue.idTask);
     if (pTask == nullptr || !pTask->bAlive) {
@@ -106,12 +111,45 @@ threadState device::stateOf(const queueView& queue) const {
         state.lpszReason = m_edges[it->second].bTaken ? "reply-blocked" : "send-blocked";
         state.lpszState = state.lpszReason;
         state.idOn = m_edges[it->second].idTo;
+        if (m_edges[it->second].wait.bKnown)
+            state.nSinceMs = m_edges[it->second].wait.uMs;
     } else if (state.pHandling != nullptr) {
         state.lpszState = "handling";
+        if (queue.uHandling != 0)
+            state.nSinceMs = queue.uHandlingMs;
     } else if (pTask->nEventWaiters > 0) {
         state.lpszState = "asleep";
     }
     return state;
+}
+
+std::string durationText(int64_t nMs) {
+    char sz[32];
+    if (nMs < 60000)
+        snprintf(sz, sizeof(sz), "%lld.%lld s", static_cast<long long>(nMs / 1000),
+                 static_cast<long long>(nMs % 1000 / 100));
+    else if (nMs < 6000000)
+        snprintf(sz, sizeof(sz), "%lld min", static_cast<long long>(nMs / 60000));
+    else
+        snprintf(sz, sizeof(sz), "%lld h", static_cast<long long>(nMs / 3600000));
+    return sz;
+}
+
+std::string waitText(const waitView& wait) {
+    if (!wait.bKnown)
+        return "";
+    return durationText(wait.uMs) + (wait.nLimit < 0 ? ", no limit" : " of " + durationText(wait.nLimit));
+}
+
+const char* ringKindText(ringKind kind) {
+    switch (kind) {
+        case ringDeadlock:
+            return "DEADLOCK";
+        case ringTimed:
+            return "cycle, ends by time-out";
+        default:
+            return "cycle, a deadlock unless one of them has a time-out";
+    }
 }
 
 const char* statusName(int32_t nStatus) {

@@ -18,6 +18,7 @@ struct threadState {
     const char* lpszReason = nullptr;  // "send-blocked" or "reply-blocked"
     int32_t idOn = 0;                  // the task it is blocked on
     const messageView* pHandling = nullptr;
+    int64_t nSinceMs = -1;  // for how long it has been in that state; -1 when not known
 };
 
 class device {
@@ -54,6 +55,13 @@ private:
 
 // Tells of damage, and sets the status.
 void judge(program& prog, const segmentView& view, segmentKind kind);
+
+// A time: "0.2 s", "59.9 s", "3 min", "7 h".
+std::string durationText(int64_t nMs);
+// For how long somebody waits, and his limit; empty when that is not known.
+std::string waitText(const waitView& wait);
+// How a ring of senders ends.
+const char* ringKindText(ringKind kind);
 
 // A status of a message in a word.
 const char* statusName(int32_t nStatus);

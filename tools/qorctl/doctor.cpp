@@ -26,11 +26,26 @@ std::string wrapped(const std::string& strText, const std::string& strFirst, con
     return strResult + strLine + "\n";
 }
 
-void runDoctor(program& prog) {
-    device dev;
-    if (!dev.open(prog))
+constexpr int countLooks = 3;
+
+// A running device is looked at several times: one look does not tell whether a queue grows.
+bool look(program& prog, int nIntervalMs, std::vector<finding>& all) {
+    std::vector<device> looks(prog.strFrom.empty() ? countLooks : 1);
+    for (size_t i = 0; i < looks.size(); ++i) {
+        if (i > 0)
+            pauseFor(nIntervalMs);
+        if (!looks[i].open(prog))
+            return false;
+    }
+    all = findTroubles(looks.back());
+    findGrowingQueues(looks, nIntervalMs, all);
+    return true;
+}
+
+void runDoctor(program& prog, int nIntervalMs) {
+    std::vector<finding> all;
+    if (!look(prog, nIntervalMs, all))
         return;
-    const std::vector<finding> all = findTroubles(dev);
     json list = json::array();
     for (const finding& item : all) {
         list.push_back({{"kind", item.lpszKind},
@@ -54,9 +69,14 @@ void runDoctor(program& prog) {
 }  // namespace
 
 void addDoctorCommand(CLI::App& app, program& prog) {
-    addCommand(app, "doctor", "What is wrong or will be, and what to do (status 4: a cycle of sends, damage)",
-               "  qorctl doctor\n  qorctl --from hang.snap doctor --json")
-        ->callback([&prog] { runDoctor(prog); });
+    CLI::App* pDoctor =
+        addCommand(app, "doctor", "What is wrong or will be, and what to do (status 4: a deadlock, damage)",
+                   "  qorctl doctor\n  qorctl --from hang.snap doctor --json");
+    static int s_nIntervalMs = 100;
+    pDoctor->add_option("-i,--interval", s_nIntervalMs, "Milliseconds between three looks for queues that grow (100)")
+        ->check(CLI::PositiveNumber)
+        ->type_name("MS");
+    pDoctor->callback([&prog] { runDoctor(prog, s_nIntervalMs); });
 }
 
 }  // namespace qorctl

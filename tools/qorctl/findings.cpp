@@ -27,20 +27,36 @@ void findGhosts(const device& dev, findings& all) {
                  "The next thread that registers sweeps it, or \"qorctl clean\". Find out why its process died."});
 }
 
+const char* adviceOn(ringKind kind) {
+    switch (kind) {
+        case ringDeadlock:
+            return "They wait for ever. End one of the processes; let one of the sends be a post, or give it a "
+                   "time-out.";
+        case ringTimed:
+            return "One of these sends has a time-out, which ends it. Let one of them be a post.";
+        default:
+            return "Unless one of these sends has a time-out they wait for ever. End one of the processes; let one of "
+                   "the sends be a post, or give it a time-out.";
+    }
+}
+
 void findCycles(const device& dev, findings& all) {
-    for (const auto& ring : dev.rings())
-        all.push_back(
-            {true, "cycle", "threads wait for each other: " + dev.ringText(ring),
-             "Unless one of these sends has a time-out they wait for ever. End one of the processes; let one of "
-             "the sends be a post, or give it a time-out."});
+    for (const auto& ring : dev.rings()) {
+        const ringKind kind = judgeRing(dev.edges(), ring);
+        all.push_back({kind != ringTimed, kind == ringDeadlock ? "deadlock" : "cycle",
+                       std::string(kind == ringDeadlock ? "DEADLOCK: " : "") +
+                           "threads wait for each other: " + dev.ringText(ring),
+                       adviceOn(kind)});
+    }
 }
 
 std::string stateOf(const device& dev, const queueView& queue) {
     const threadState state = dev.stateOf(queue);
+    const std::string strSince = state.nSinceMs >= 0 ? " for " + durationText(state.nSinceMs) : "";
     if (state.lpszReason != nullptr)
-        return ", which is " + std::string(state.lpszReason) + " on \"" + dev.nameOf(state.idOn) + "\"";
+        return ", which is " + std::string(state.lpszReason) + " on \"" + dev.nameOf(state.idOn) + "\"" + strSince;
     if (state.pHandling != nullptr)
-        return ", which is handling message " + hexNumber(state.pHandling->uMsg);
+        return ", which is handling message " + hexNumber(state.pHandling->uMsg) + strSince;
     return "";
 }
 
@@ -149,6 +165,32 @@ void findFullLimit(const char* lpszWhat, const char* lpszSetting, int64_t nUsed,
 }
 
 }  // namespace
+
+void findGrowingQueues(const std::vector<device>& looks, int nIntervalMs, std::vector<finding>& all) {
+    if (looks.size() < 2)
+        return;
+    for (const queueView& last : looks.back().share().queues) {
+        std::string strCounts;
+        int nBefore = -1;
+        for (const device& dev : looks) {
+            const queueView* pQueue = dev.findQueue(last.idTask);
+            if (pQueue == nullptr || pQueue->state != viewSound || pQueue->strName != last.strName)
+                break;
+            const int nQueued = pQueue->count(QOR_MsgQueueHelper::MT_EMITTED);
+            if (nQueued <= nBefore)
+                break;
+            strCounts += (nBefore < 0 ? "" : ", ") + std::to_string(nQueued);
+            nBefore = nQueued;
+            if (&dev == &looks.back())
+                all.push_back(
+                    {false, "growing",
+                     "the queue of thread \"" + last.strName + "\" grows: " + strCounts + " messages in looks " +
+                         std::to_string(nIntervalMs) + " ms apart" + stateOf(dev, last),
+                     "More is posted to it than it handles. When the pool is full, the processes that post to "
+                     "it end."});
+        }
+    }
+}
 
 std::vector<finding> findTroubles(const device& dev) {
     findings all;

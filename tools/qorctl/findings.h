@@ -18,6 +18,9 @@ struct finding {
 
 std::vector<finding> findTroubles(const device& dev);
 
+// Adds the queues that had more messages in each look than in the one before.
+void findGrowingQueues(const std::vector<device>& looks, int nIntervalMs, std::vector<finding>& all);
+
 }  // namespace qorctl
 
 #endif

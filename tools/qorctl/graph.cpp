@@ -11,15 +11,14 @@ namespace qorctl {
 
 namespace {
 
-// Nobody records how long a sender will wait, so a ring may still end by a time-out.
-constexpr const char* szCycle = "cycle, a deadlock unless one of them has a time-out";
-
 void putText(const device& dev, const std::vector<std::vector<size_t>>& rings) {
-    for (const sendEdge& edge : dev.edges())
+    for (const sendEdge& edge : dev.edges()) {
+        const std::string strWait = waitText(edge.wait);
         put(printable(dev.nameOf(edge.idFrom) + " -> " + dev.nameOf(edge.idTo)) + ": " + hexNumber(edge.uMsg) +
-            (edge.bTaken ? " being handled\n" : " queued\n"));
+            (edge.bTaken ? " being handled" : " queued") + (strWait.empty() ? "" : ", " + strWait) + "\n");
+    }
     for (const auto& ring : rings)
-        put("ring: " + printable(dev.ringText(ring)) + ": " + szCycle + "\n");
+        put("ring: " + printable(dev.ringText(ring)) + ": " + ringKindText(judgeRing(dev.edges(), ring)) + "\n");
     if (dev.edges().empty())
         put("nobody waits for an answer\n");
 }
@@ -94,7 +93,8 @@ void putGraphJson(const device& dev, const std::vector<std::vector<size_t>>& rin
         row["toTask"] = edge.idTo;
         row["id"] = edge.uMsg;
         row["state"] = edge.bTaken ? "reply-blocked" : "send-blocked";
-        row["limit"] = json();
+        row["waitedMs"] = edge.wait.bKnown ? json(edge.wait.uMs) : json();
+        row["limitMs"] = edge.wait.bKnown ? json(edge.wait.nLimit) : json();
         all["edges"].push_back(row);
     }
     all["rings"] = json::array();
@@ -102,7 +102,8 @@ void putGraphJson(const device& dev, const std::vector<std::vector<size_t>>& rin
         json members = json::array();
         for (const size_t iEdge : ring)
             members.push_back(dev.nameOf(dev.edges()[iEdge].idFrom));
-        all["rings"].push_back({{"members", members}, {"kind", "cycle"}});
+        static const char* const arrKind[] = {"deadlock", "timed", "unknown"};
+        all["rings"].push_back({{"members", members}, {"kind", arrKind[judgeRing(dev.edges(), ring)]}});
     }
     printJson(all);
 }
@@ -120,14 +121,15 @@ void runGraph(program& prog, const std::string& strFormat) {
         putMermaid(dev, rings);
     else
         putText(dev, rings);
-    if (!rings.empty())
-        prog.worsen(exitUnhealthy);
+    for (const auto& ring : rings)
+        if (judgeRing(dev.edges(), ring) != ringTimed)
+            prog.worsen(exitUnhealthy);
 }
 
 }  // namespace
 
 void addGraphCommand(CLI::App& app, program& prog) {
-    CLI::App* pGraph = addCommand(app, "graph", "Who waits for whose answer; rings of senders (status 4)",
+    CLI::App* pGraph = addCommand(app, "graph", "Who waits for whose answer; rings of senders (a deadlock: status 4)",
                                   "  qorctl graph\n  qorctl graph --format=dot | dot -Tsvg >sends.svg");
     static std::string s_strFormat = "text";
     pGraph->add_option("--format", s_strFormat, "text, dot, mermaid or json")

@@ -4,12 +4,20 @@
 #include <signal.h>
 #include <stdio.h>
 #include <stdlib.h>
+#include <time.h>
 #include <unistd.h>
 
 #include "program.h"
 #include "qor/flat.h"
 
 namespace qorctl {
+
+void pauseFor(int nMs) {
+    timespec ts = {};
+    ts.tv_sec = nMs / 1000;
+    ts.tv_nsec = nMs % 1000 * 1000000L;
+    nanosleep(&ts, nullptr);
+}
 
 // ---- output
 
@@ -88,7 +96,7 @@ static int run(int argc, char** argv) {
     app.require_subcommand(1);
     app.footer(
         "\nStatus: 0 good, 1 not found, 2 usage, 3 no segment (nothing has run yet),\n"
-        "4 unhealthy (a cycle of sends, damage), 5 time-out.\n\n"
+        "4 unhealthy (a deadlock, damage), 5 time-out.\n\n"
         "Examples:\n  qorctl ps\n  qorctl graph\n  qorctl snapshot hang.snap\n  qorctl --from hang.snap doctor");
     try {
         app.parse(argc, argv);

@@ -4,7 +4,6 @@
 #include <errno.h>
 #include <stdio.h>
 #include <string.h>
-#include <time.h>
 
 #include <chrono>
 #include <memory>
@@ -153,8 +152,7 @@ void runWaitFor(program& prog, const std::vector<std::string>& names) {
             prog.fail(exitTimeout, "there is no thread \"" + strMissing + "\"");
             return;
         }
-        const timespec ts = {0, 20000000};
-        nanosleep(&ts, nullptr);
+        pauseFor(20);
     }
 }
 

@@ -17,8 +17,8 @@ std::string labelValue(const std::string& strText) {
     return "\"" + str + "\"";
 }
 
-void putFamily(const char* lpszName, const char* lpszHelp) {
-    put(std::string("# TYPE ") + lpszName + " gauge\n# HELP " + lpszName + " " + lpszHelp + "\n");
+void putFamily(const char* lpszName, const char* lpszHelp, const char* lpszType = "gauge") {
+    put(std::string("# TYPE ") + lpszName + " " + lpszType + "\n# HELP " + lpszName + " " + lpszHelp + "\n");
 }
 
 void putSample(const char* lpszName, const std::string& strLabels, int64_t nValue) {
@@ -48,6 +48,11 @@ void putThreads(const device& dev) {
     for (const queueView& queue : queues)
         if (queue.state == viewSound)
             putSample("qor_queue_bytes", "thread=" + labelValue(queue.strName), queue.uBytes);
+    putFamily("qor_messages_handled", "Messages that a thread has handled since it registered, modulo 2^32.",
+              "counter");
+    for (const queueView& queue : queues)
+        if (queue.bNoted)
+            putSample("qor_messages_handled_total", "thread=" + labelValue(queue.strName), queue.uHandled);
 }
 
 struct poolFigure {

@@ -58,6 +58,9 @@ void addCleanCommand(CLI::App& app, program& prog);
 void addTopCommand(CLI::App& app, program& prog);
 void addReportCommand(CLI::App& app, program& prog);
 
+// Sleeps.
+void pauseFor(int nMs);
+
 // Writes to standard output; a reader that has gone ends the program quietly.
 void put(const std::string& strText);
 void flushOutput();

@@ -16,7 +16,7 @@ std::string stateText(const device& dev, const threadState& state) {
         strText += " on " + dev.nameOf(state.idOn);
     else if (strText == "handling")
         strText += " " + hexNumber(state.pHandling->uMsg);
-    return strText;
+    return strText + (state.nSinceMs >= 0 ? " for " + durationText(state.nSinceMs) : "");
 }
 
 json threadRow(const device& dev, const queueView& queue) {
@@ -33,9 +33,9 @@ json threadRow(const device& dev, const queueView& queue) {
     row["stateText"] = state.lpszState != nullptr ? json(stateText(dev, state)) : json();
     row["on"] = state.lpszReason != nullptr ? json(dev.nameOf(state.idOn)) : json();
     row["handling"] = state.pHandling != nullptr ? json(state.pHandling->uMsg) : json();
-    row["since"] = json();
+    row["sinceMs"] = state.nSinceMs >= 0 ? json(state.nSinceMs) : json();
     row["queued"] = queue.count(QOR_MsgQueueHelper::MT_EMITTED);
-    row["handled"] = json();
+    row["handled"] = queue.bNoted ? json(queue.uHandled) : json();
     row["bytes"] = queue.uBytes;
     row["reading"] = queue.state == viewSound ? "sound" : queue.state == viewChanging ? "changing" : "damaged";
     // Numbers that may be wrong are not shown.
@@ -65,6 +65,8 @@ json messageRow(const device& dev, const messageView& message, size_t iPlace) {
     row["sender"] = dev.nameOf(message.idSender);
     row["senderTask"] = message.idSender;
     row["kind"] = message.bWaiting ? "send" : "post";
+    row["waitedMs"] = message.wait.bKnown ? json(message.wait.uMs) : json();
+    row["limitMs"] = message.wait.bKnown ? json(message.wait.nLimit) : json();
     row["status"] = lpszStatus != nullptr ? json(lpszStatus) : json(message.nStatus);
     row["size"] = message.extra.size();
     row["hex"] = hexBytes(message.extra);

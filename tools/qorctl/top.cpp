@@ -46,43 +46,58 @@ private:
     const bool m_bTerminal;
 };
 
-enum sortOrder { sortByName, sortByQueued, sortByBytes, countSortOrder };
-constexpr const char* arrSortName[] = {"name", "queued", "bytes"};
+enum sortOrder { sortByName, sortByQueued, sortByHandled, sortByBytes, countSortOrder };
+constexpr const char* arrSortKey[] = {"name", "queued", "handledRate", "bytes"};
+constexpr const char* arrSortName[] = {"name", "queued", "msg/s", "bytes"};
 
 // What changes from one look to the next.
 class topView {
 public:
-    // The rows of the device, with the growth of each queue since the last ones.
+    // The rows of the device, with the growth of each queue and the messages that each thread has handled, per second,
+    // since the last ones.
     json rows(const device& dev) {
         const clock::time_point now = clock::now();
-        const double fSeconds = std::chrono::duration<double>(now - m_time).count();
+        m_fSeconds = std::chrono::duration<double>(now - m_time).count();
         json all = threadTable(dev).rows();
-        std::map<int32_t, int64_t> mapQueued;
+        std::map<int32_t, figures> mapNow;
         for (json& row : all) {
             const int32_t idTask = row["task"].get<int32_t>();
-            const auto it = m_mapQueued.find(idTask);
-            row["rate"] = json();
-            if (row["queued"].is_null())
-                continue;
-            const int64_t nQueued = mapQueued[idTask] = row["queued"].get<int64_t>();
-            if (it != m_mapQueued.end() && fSeconds > 0)
-                row["rate"] = static_cast<int64_t>(static_cast<double>(nQueued - it->second) / fSeconds);
+            const auto it = m_mapBefore.find(idTask);
+            const figures before = it != m_mapBefore.end() ? it->second : figures();
+            figures& current = mapNow[idTask];
+            current = {row["queued"], row["handled"]};
+            row["rate"] = rate(before.queued, current.queued, false);
+            row["handledRate"] = rate(before.handled, current.handled, true);
         }
-        m_mapQueued = mapQueued;
+        m_mapBefore = mapNow;
         m_time = now;
         return all;
     }
 
 private:
     typedef std::chrono::steady_clock clock;
+    struct figures {
+        json queued, handled;
+    };
+
+    // Null when one of them is not known. A count that only grows does so modulo 2^32.
+    json rate(const json& before, const json& now, bool bCount) const {
+        if (before.is_null() || now.is_null() || m_fSeconds <= 0)
+            return json();
+        const int64_t nDifference = now.get<int64_t>() - before.get<int64_t>();
+        const int64_t nChange = bCount ? static_cast<int64_t>(static_cast<uint32_t>(nDifference)) : nDifference;
+        return static_cast<int64_t>(static_cast<double>(nChange) / m_fSeconds);
+    }
+
     clock::time_point m_time;
-    std::map<int32_t, int64_t> m_mapQueued;
+    double m_fSeconds = 0;
+    std::map<int32_t, figures> m_mapBefore;
 };
 
 void sortRows(json& rows, sortOrder order) {
     if (order == sortByName)
         return;
-    const char* lpszKey = arrSortName[order];
+    const char* lpszKey = arrSortKey[order];
     std::vector<json> list(rows.begin(), rows.end());
     const auto valueOf = [lpszKey](const json& row) {
         return row[lpszKey].is_null() ? 0 : row[lpszKey].get<int64_t>();
@@ -98,6 +113,7 @@ void putScreen(const program& prog, const device& dev, const json& rows, sortOrd
                {"stateText", "STATE", false, true},
                {"queued", "QUEUED", true},
                {"rate", "+/S", true},
+               {"handledRate", "MSG/S", true},
                {"bytes", "BYTES", true}});
     for (const json& row : rows)
         tab.add(row, row["on"].is_null() ? styleNone : styleBad);

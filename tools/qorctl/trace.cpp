@@ -1,7 +1,7 @@
 // trace: the shared trace buffer.
 #include <CLI/CLI.hpp>
 
-#include <time.h>
+#include <limits.h>
 
 #include <algorithm>
 #include <regex>
@@ -20,26 +20,30 @@ struct traceArguments {
     int nLines = -1;
     int idProcess = 0;
     std::string strGrep;
+    int nLevel = INT_MAX;
 };
 
 constexpr int nPollMs = 200;
 
-void pauseFor(int nMs) {
-    timespec ts = {};
-    ts.tv_sec = nMs / 1000;
-    ts.tv_nsec = nMs % 1000 * 1000000L;
-    nanosleep(&ts, nullptr);
+// A line does not say its level. Known is that of the lines that the library writes for each message, which are most of
+// what there is at level 3; 0 for all others.
+int levelOf(const std::string& strLine) {
+    static const std::regex message(
+        R"(^\[[^ ]* [0-9]+\.[0-9]+ ((Send|Post) message 0x[0-9a-f]+ (to -?[0-9]+|return)|)"
+        R"(Processing message 0x[0-9a-f]+ \.\.\.|(Post|Send)ProxyMessage message 0x[0-9a-f]+ .*)$)");
+    return std::regex_search(strLine, message) ? 3 : 0;
 }
 
 class traceFilter {
 public:
     explicit traceFilter(const traceArguments& arguments)
-        : m_idProcess(arguments.idProcess), m_bGrep(!arguments.strGrep.empty()) {
+        : m_idProcess(arguments.idProcess), m_nLevel(arguments.nLevel), m_bGrep(!arguments.strGrep.empty()) {
         if (m_bGrep)
             m_regex = std::regex(arguments.strGrep, std::regex::extended);
     }
     bool passes(const std::string& strLine) const {
         return (m_idProcess == 0 || processOf(strLine) == m_idProcess) &&
+               (m_nLevel == INT_MAX || levelOf(strLine) <= m_nLevel) &&
                (!m_bGrep || std::regex_search(strLine, m_regex));
     }
     // A line begins with "[TRC+1234:0x...] ".
@@ -51,6 +55,7 @@ public:
 
 private:
     int m_idProcess;
+    int m_nLevel;
     bool m_bGrep;
     std::regex m_regex;
 };
@@ -61,7 +66,10 @@ void putLine(const program& prog, const std::string& strLine) {
         return;
     }
     const int idProcess = traceFilter::processOf(strLine);
-    printJsonLine({{"process", idProcess != 0 ? json(idProcess) : json()}, {"line", strLine}});
+    const int nLevel = levelOf(strLine);
+    printJsonLine({{"process", idProcess != 0 ? json(idProcess) : json()},
+                   {"level", nLevel != 0 ? json(nLevel) : json()},
+                   {"line", strLine}});
 }
 
 void putLast(const program& prog, const std::vector<std::string>& lines, const traceFilter& filter, int nLines) {
@@ -160,6 +168,11 @@ void addTraceCommand(CLI::App& app, program& prog) {
                 return std::string(error.what());
             }
         });
+    pTrace
+        ->add_option("--level", s_arguments.nLevel,
+                     "Without lines known to be above level L: below 3, those that the library writes for each message")
+        ->check(CLI::NonNegativeNumber)
+        ->type_name("L");
     pTrace->add_flag("--take", s_arguments.bTake, "Take the lines out of the buffer, as its reader does");
     pTrace->callback([&prog] { runTrace(prog, s_arguments); });
 }

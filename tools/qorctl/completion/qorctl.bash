@@ -24,8 +24,11 @@ _qorctl() {
     case "$command" in
         "") options="$commands $options" ;;
         graph) options="--format $options" ;;
-        trace) options="--follow --lines --pid --grep --take $options" ;;
+        trace) options="--follow --lines --pid --grep --level --take $options" ;;
         post|send) options="--data $options" ;;
+        top) options="--looks --interval $options" ;;
+        doctor) options="--interval $options" ;;
+        report) options="--registry $options" ;;
         clean) options="--all --dry-run $options" ;;
         wait-for) options="$(_qorctl_threads) $options" ;;
     esac
