@@ -50,21 +50,17 @@ int onWorker(simpMSG* pMsg) {
 
 // ---- the main thread
 
-int answerQuery(unsigned int uField) {
+// The asker gets the message's extra data as this leaves them.
+template <typename T>
+void setAnswer(simpMSG* pMsg, const T& objRecord) {
+    msgResetMessageExtraData(pMsg, sizeof(objRecord), &objRecord);
+}
+
+int answerQuery(simpMSG* pMsg) {
     if (g_main.m_arrReading.empty())
         return -1;
-    const reading& objLast = g_main.m_arrReading.back();
-    switch (uField) {
-        case fieldNumber:
-            return static_cast<int>(objLast.m_uNumber);
-        case fieldCpu:
-            return static_cast<int>(objLast.m_uCpu);
-        case fieldMemory:
-            return static_cast<int>(objLast.m_uMemory);
-        case fieldLoad:
-            return static_cast<int>(objLast.m_uLoad);
-    }
-    return -1;
+    setAnswer(pMsg, g_main.m_arrReading.back());
+    return 0;
 }
 
 // Broadcasts only when the alarm changes.
@@ -123,11 +119,14 @@ void makeSummary() {
 }
 
 int answerSurvey(simpMSG* pMsg) {
+    if (g_main.m_arrReading.empty())
+        return -1;
+    setAnswer(pMsg, span{g_main.m_arrReading.front().m_uNumber, g_main.m_arrReading.back().m_uNumber});
+    // The panel gets its reply here and goes on while this handler still works. From now on the extra data are left
+    // alone: the panel is copying them.
     const int nCount = static_cast<int>(g_main.m_arrReading.size());
-    // The panel gets its reply here and goes on while this handler still works.
     msgReplyThreadMessage(pMsg, nCount);
-    if (nCount > 0)
-        makeSummary();
+    makeSummary();
     return nCount;  // the same value, which is the message's result again
 }
 
@@ -158,7 +157,7 @@ int onMain(simpMSG* pMsg) {
             readThreshold();
             return 0;
         case MSG_QUERY:
-            return answerQuery(pMsg->wParam);
+            return answerQuery(pMsg);
         case MSG_SURVEY:
             return answerSurvey(pMsg);
         case MSG_TALLY:

@@ -68,12 +68,18 @@ bool ask(const char* lpszName, unsigned int uMsg, unsigned int wParam, int nTime
         return false;
     int bReplied = 0;
     const int nReply = msgSendMsgToThreadRaw(hThread, uMsg, wParam, 0, 0, nullptr, nTimeout, &bReplied);
-    ++g_count.m_uSend;
-    if (!bReplied)
-        ++g_count.m_uTimeout;
-    else if (pnReply != nullptr)
+    if (countSend(bReplied) && pnReply != nullptr)
         *pnReply = nReply;
     return bReplied != 0;
+}
+
+bool askData(const char* lpszName, unsigned int uMsg, int nTimeout, void* pData, int nSize) {
+    HTHREAD hThread = msgGetThreadByName(lpszName);
+    if (hThread == nullptr)
+        return false;
+    int bReplied = 0, nLength = 0;
+    msgSendMsgToThreadReply(hThread, uMsg, 0, 0, 0, nullptr, nTimeout, &bReplied, pData, nSize, &nLength);
+    return countSend(bReplied) && nLength == nSize;
 }
 
 void broadcast(unsigned int uMsg, unsigned int wParam, int lParam) {
@@ -81,7 +87,11 @@ void broadcast(unsigned int uMsg, unsigned int wParam, int lParam) {
     ++g_count.m_uBroadcast;
 }
 
-void countSend() { ++g_count.m_uSend; }
+bool countSend(int bReplied) {
+    ++g_count.m_uSend;
+    g_count.m_uTimeout += bReplied == 0;
+    return bReplied != 0;
+}
 
 void countTimer() { ++g_count.m_uTimer; }
 

@@ -34,8 +34,8 @@ enum : unsigned int {
     MSG_HEARTBEAT = 0x101,  // the monitor is alive
     MSG_TALLY = 0x102,      // carries a tally
     // Sent to the controller.
-    MSG_QUERY = 0x110,   // wParam is a queryField, the reply its value
-    MSG_SURVEY = 0x111,  // replies the number of readings at once, posts a summary later
+    MSG_QUERY = 0x110,   // answers with the last reading
+    MSG_SURVEY = 0x111,  // answers with the span of readings at once, posts a summary later
     // Posted to the panel, and by the panel's main thread to its painter.
     MSG_SUMMARY = 0x120,    // carries a summary
     MSG_PAINT_ROW = 0x121,  // a proxy; wParam is the row's number
@@ -49,7 +49,8 @@ enum : unsigned int {
     MSG_REPORT = 0x141,  // sent: stop, and post the tally to the controller
 };
 
-enum queryField : unsigned int { fieldNumber, fieldCpu, fieldMemory, fieldLoad, fieldCount };
+// The values of a reading, in the order of its members.
+enum readingField : unsigned int { fieldNumber, fieldCpu, fieldMemory, fieldLoad, fieldCount };
 
 // Memory use never reaches this threshold.
 constexpr uint32_t thresholdNever = 1001;
@@ -60,6 +61,11 @@ struct reading {
     uint32_t m_uCpu;     // busy processors, permille of all
     uint32_t m_uMemory;  // memory in use, permille
     uint32_t m_uLoad;    // load average over a minute, hundredths
+};
+
+struct span {
+    uint32_t m_uFirst;  // number of the first reading
+    uint32_t m_uLast;   // and of the last
 };
 
 struct summary {
@@ -126,11 +132,18 @@ bool getRecord(simpMSG* pMsg, T& objRecord) {
 }
 // Sends and waits at most nTimeout milliseconds; false when there was no reply.
 bool ask(const char* lpszName, unsigned int uMsg, unsigned int wParam, int nTimeout, int* pnReply);
+// Asks for a record, which is the answer's extra data; false when there was no reply, or one without the record.
+bool askData(const char* lpszName, unsigned int uMsg, int nTimeout, void* pData, int nSize);
+template <typename T>
+bool askRecord(const char* lpszName, unsigned int uMsg, int nTimeout, T& objRecord) {
+    return askData(lpszName, uMsg, nTimeout, &objRecord, sizeof(T));
+}
 // Posts to every thread of the machine.
 void broadcast(unsigned int uMsg, unsigned int wParam, int lParam);
 
-// Count what is exchanged without the functions above.
-void countSend();
+// Count what is exchanged without the functions above. countSend() also counts a time-out, and returns whether there
+// was a reply.
+bool countSend(int bReplied = 1);
 void countTimer();
 void countPacket();
 // What this process has exchanged so far.

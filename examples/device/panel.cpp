@@ -200,18 +200,19 @@ void panel::ChangePeriod() {
 
 // Half of what is in use now: the next reading exceeds it, on any machine.
 void panel::LowerThreshold() {
-    int nMemory = 0;
-    ask(nameController, MSG_QUERY, fieldMemory, timeoutQuery, &nMemory);
+    reading objReading;
+    const bool bAnswered = askRecord(nameController, MSG_QUERY, timeoutQuery, objReading);
+    const int nMemory = bAnswered ? static_cast<int>(objReading.m_uMemory) : 0;
     say("panel", "the operator lowers the alarm threshold to %.1f %% memory", nMemory / 20.0);
     change(openSettings("Alarm"), "threshold", nMemory > 0 ? nMemory / 2 : 0);
 }
 
 void panel::AskSurvey() {
-    int nCount = 0;
+    span objSpan;
     const double dStart = now();
-    if (ask(nameController, MSG_SURVEY, 0, noTimeout, &nCount))
-        say("panel", "survey of %d readings: early reply after %.2f ms, the controller works on", nCount,
-            now() - dStart);
+    if (askRecord(nameController, MSG_SURVEY, noTimeout, objSpan))
+        say("panel", "survey of readings %u to %u: early reply after %.2f ms, the controller works on",
+            objSpan.m_uFirst, objSpan.m_uLast, now() - dStart);
 }
 
 void panel::ShowSummary(msgObject& objMessage) {

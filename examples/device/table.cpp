@@ -41,10 +41,12 @@ std::string lineOf(const rowText& arrText) {
 }
 
 void askValues(row& objRow) {
-    for (unsigned int uField = 0; uField < fieldCount; ++uField) {
-        objRow.m_anValue[uField] = -1;
-        ask(nameController, MSG_QUERY, uField, timeoutQuery, &objRow.m_anValue[uField]);
-    }
+    reading objReading = {};
+    const bool bAnswered = askRecord(nameController, MSG_QUERY, timeoutQuery, objReading);
+    const uint32_t auValue[fieldCount] = {objReading.m_uNumber, objReading.m_uCpu, objReading.m_uMemory,
+                                          objReading.m_uLoad};
+    for (unsigned int uField = 0; uField < fieldCount; ++uField)
+        objRow.m_anValue[uField] = bAnswered ? static_cast<int>(auValue[uField]) : -1;
 }
 
 packet packRow(const row& objRow) {

@@ -35,7 +35,7 @@ rowText textOf(const row& objRow);
 // A line in which the columns are aligned, as the panel prints it.
 std::string lineOf(const rowText& arrText);
 
-// Asks the controller for the values of a row; each query may take timeoutQuery milliseconds.
+// Asks the controller for the values of a row, for timeoutQuery milliseconds at most.
 constexpr int timeoutQuery = 1000;
 void askValues(row& objRow);
 

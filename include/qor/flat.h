@@ -150,6 +150,26 @@ QOR_API unsigned int msgProcessThreadMsgOnce(void* pThreadObject);
  *  Fatal: nExtraSize outside 0 to 1024, no room left in the share segment. Not under nameHelperLock(). */
 QOR_API int msgSendMsgToThreadRaw(HTHREAD hThread, unsigned int uMsg, unsigned int wParam, int lParam, int nExtraSize,
                                   const void* pExtraData, int nTimeout, int* pbReplied);
+/** msgSendMsgToThreadRaw() with an answer that has data: the message's extra data as its handler has left them.
+ *
+ *  The handler sets them by msgResetMessageExtraData() or changes them in place, before it returns or replies; what it
+ *  leaves alone is what was sent. nReplySize bytes at pReply (may be null with 0) receive as much as fits. *pnLength
+ *  (may be null) is the whole size, and 0 for a message without extra data, and whenever there was no reply.
+ *
+ *      case MSG_QUERY:                                                   // in the handler
+ *          msgResetMessageExtraData(pMsg, (int)sizeof(state), &state);
+ *          return 1;
+ *      case MSG_SURVEY:
+ *          msgResetMessageExtraData(pMsg, (int)sizeof(state), &state);
+ *          msgReplyThreadMessage(pMsg, 1);                               // the sender copies them from here on:
+ *          survey();                                                     // the handler leaves them alone
+ *          return 1;
+ *
+ *  Fatal: as msgSendMsgToThreadRaw(); a negative nReplySize, or one above 0 with a null pReply.
+ *  Not under nameHelperLock(). */
+QOR_API int msgSendMsgToThreadReply(HTHREAD hThread, unsigned int uMsg, unsigned int wParam, int lParam, int nExtraSize,
+                                    const void* pExtraData, int nTimeout, int* pbReplied, void* pReply, int nReplySize,
+                                    int* pnLength);
 /** msgSendMsgToThreadRaw() without pbReplied. Not under nameHelperLock(). */
 QOR_API int msgSendMsgToThreadTimeoutEx(HTHREAD hThread, unsigned int uMsg, unsigned int wParam, int lParam,
                                         int nExtraSize, const void* pExtraData, int nTimeout);

@@ -138,9 +138,18 @@ BOOL chThreadLocal::DeliverThreadMsg(UINT uMsg, UINT wParam, int lParam) {
 
 int chThreadLocal::SendThreadMsgEx(UINT uMsg, UINT wParam, int lParam, int nExtraSize, const void* pExtraData,
                                    int nTimeout, int* pbReplied) {
+    return SendThreadMsgReply(uMsg, wParam, lParam, nExtraSize, pExtraData, nTimeout, pbReplied, NULL, 0, NULL);
+}
+
+int chThreadLocal::SendThreadMsgReply(UINT uMsg, UINT wParam, int lParam, int nExtraSize, const void* pExtraData,
+                                      int nTimeout, int* pbReplied, void* pReply, int nReplySize, int* pnLength) {
     if (!IsCalledByThisThread())
-        return chThreadBase::SendThreadMsgEx(uMsg, wParam, lParam, nExtraSize, pExtraData, nTimeout, pbReplied);
-    return HandleOwnMessage(makeDraft(uMsg, wParam, lParam, nExtraSize, pExtraData, true), nTimeout, pbReplied);
+        return chThreadBase::SendThreadMsgReply(uMsg, wParam, lParam, nExtraSize, pExtraData, nTimeout, pbReplied,
+                                                pReply, nReplySize, pnLength);
+    sendOutcome outcome(pReply, nReplySize);
+    if (outcome.HasReplyBuffer())
+        HandleOwnMessage(makeDraft(uMsg, wParam, lParam, nExtraSize, pExtraData, true), nTimeout, outcome);
+    return outcome.Tell(pbReplied, pnLength);
 }
 
 BOOL chThreadLocal::DeliverThreadMsgEx(UINT uMsg, UINT wParam, int lParam, int nExtraSize, const void* pExtraData,
@@ -149,33 +158,30 @@ BOOL chThreadLocal::DeliverThreadMsgEx(UINT uMsg, UINT wParam, int lParam, int n
         return chThreadBase::DeliverThreadMsgEx(uMsg, wParam, lParam, nExtraSize, pExtraData, nTimeout);
     if (!QOR_ASSERT((nExtraSize > 0 && pExtraData != NULL) || (pExtraData == NULL && nExtraSize == 0)))
         return 0;
-    BOOL bHandled = 0;
-    HandleOwnMessage(makeDraft(uMsg, wParam, lParam, nExtraSize, pExtraData, true), nTimeout, &bHandled);
-    return bHandled;
+    sendOutcome outcome;
+    HandleOwnMessage(makeDraft(uMsg, wParam, lParam, nExtraSize, pExtraData, true), nTimeout, outcome);
+    return outcome.bReplied;
 }
 
 // The record is never in the state "emitted", so a loop that the handler runs does not read it.
-int chThreadLocal::HandleOwnMessage(msgDraft draft, int nTimeout, int* pbReplied) {
-    if (pbReplied != NULL)
-        *pbReplied = 0;
+void chThreadLocal::HandleOwnMessage(msgDraft draft, int nTimeout, sendOutcome& outcome) {
     draft.nStatus = MT_READ;
     msgObject* pMessage = Enqueue(draft, NULL, waitDeadline(nTimeout).GetLeft());
     if (pMessage == NULL)
-        return -1;
+        return;
     const LifetimeGuard guard(this);
     DefaultProcessMessage(*pMessage);
-    if (pbReplied != NULL)
-        *pbReplied = 1;
+    outcome.bReplied = 1;
     if (guard.IsGone())
-        return -1;
+        return;
     const segmentLock lock;
     chMsgQueue* pQueue = LockedQueue(lock);
     if (pQueue == NULL)
-        return -1;
-    const int nResult = pMessage->GetResult();
+        return;
+    outcome.nResult = pMessage->GetResult();
+    outcome.TakeExtraData(lock, *pMessage);
     pMessage->SetStatus(MT_PROCESSED);
     pQueue->FreeMessage(pMessage);
-    return nResult;
 }
 
 // ---- proxies

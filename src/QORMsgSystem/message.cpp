@@ -1,8 +1,9 @@
 // The message record: its fields, its extra data and the reply to a waiting sender.
 #include <string.h>
 
-#include "internal/share.h"
+#include "internal/message.h"
 #include "internal/report.h"
+#include "internal/share.h"
 
 using namespace QOR_ChainHelper;
 
@@ -71,6 +72,23 @@ void msgObject::ResetExtraData(int nExtraSize, const void* pData) {
         storeShareBytes(pOld, aData, nExtraSize);
     if (pOld != NULL && nExtraSize > 0)
         set_pExtraData(nExtraSize, pOld);
+}
+
+bool sendOutcome::HasReplyBuffer() const { return QOR_ASSERT(nReplySize >= 0 && (pReply != NULL || nReplySize == 0)); }
+
+int sendOutcome::Tell(int* pbReplied, int* pnLength) const {
+    if (pbReplied != NULL)
+        *pbReplied = bReplied;
+    if (pnLength != NULL)
+        *pnLength = nLength;
+    return nResult;
+}
+
+void sendOutcome::TakeExtraData(const segmentHold&, const msgObject& objMessage) {
+    nLength = objMessage.GetExtraSize();
+    const int nCopy = nLength < nReplySize ? nLength : nReplySize;
+    if (nCopy > 0)
+        memcpy(pReply, objMessage.GetExtraData(), static_cast<size_t>(nCopy));
 }
 
 void msgObject::ReplyMessage(int nResult) { ReplyMessageEx(nResult, 1); }

@@ -204,8 +204,11 @@ chThreadBase::recordLook chThreadBase::LookAtRecord(msgObject& objMessage, const
         look.state = waitState::done;
     else if (look.nStatus == MT_DAMAGED)
         look.state = waitState::gone;
-    if (wait.pnResult != NULL && (look.state == waitState::done || bGiveUp))
-        *wait.pnResult = closeRecord(lock, *m_pMsgQueue, objMessage);
+    if (wait.pOutcome == NULL || (look.state != waitState::done && !bGiveUp))
+        return look;
+    if (look.state == waitState::done)
+        wait.pOutcome->TakeExtraData(lock, objMessage);
+    wait.pOutcome->nResult = closeRecord(lock, *m_pMsgQueue, objMessage);
     return look;
 }
 
@@ -295,7 +298,7 @@ BOOL chThreadBase::PostThreadMsgEx(UINT uMsg, UINT wParam, int lParam, int nExtr
 
 // The own event is created before the target can signal it. A wait that was answered has taken the signal of the
 // answer; otherwise a signal that may come late is dropped.
-BOOL chThreadBase::EmitAndWait(const msgDraft& draft, bool bReceipt, int nTimeout, int* pnResult) {
+BOOL chThreadBase::EmitAndWait(const msgDraft& draft, bool bReceipt, int nTimeout, sendOutcome& outcome) {
     if (!QOR_BaseHelper::chMutex::AssertNoneHeldHere())
         return 0;
     waitDeadline deadline(nTimeout);
@@ -305,7 +308,7 @@ BOOL chThreadBase::EmitAndWait(const msgDraft& draft, bool bReceipt, int nTimeou
     msgObject* pMessage = EmitDraft(draft, NULL, deadline.GetLeft());
     if (pMessage == NULL)
         return 0;
-    const BOOL bDone = WaitRecord(*pMessage, {bReceipt, draft.uMsg, pCurrentTaskEvent, pnResult}, deadline);
+    const BOOL bDone = WaitRecord(*pMessage, {bReceipt, draft.uMsg, pCurrentTaskEvent, &outcome}, deadline);
     if (!bReceipt && draft.uMsg > maxUntracedMsg)
         qorTrace(3, "Send message 0x%x return", draft.uMsg);
     if (!bDone || taskEvent::OfThread().IsDueAfterReply())
@@ -316,16 +319,16 @@ BOOL chThreadBase::EmitAndWait(const msgDraft& draft, bool bReceipt, int nTimeou
 
 int chThreadBase::SendThreadMsgEx(UINT uMsg, UINT wParam, int lParam, int nExtraSize, const void* pExtraData,
                                   int nTimeout, int* pbReplied) {
-    if (pbReplied != NULL)
-        *pbReplied = 0;
-    if (!QOR_ASSERT(!IsCalledByThisThread()))
-        return -1;
-    int nResult = -1;
-    const BOOL bReplied =
-        EmitAndWait(makeDraft(uMsg, wParam, lParam, nExtraSize, pExtraData, true), false, nTimeout, &nResult);
-    if (pbReplied != NULL)
-        *pbReplied = bReplied;
-    return nResult;
+    return SendThreadMsgReply(uMsg, wParam, lParam, nExtraSize, pExtraData, nTimeout, pbReplied, NULL, 0, NULL);
+}
+
+int chThreadBase::SendThreadMsgReply(UINT uMsg, UINT wParam, int lParam, int nExtraSize, const void* pExtraData,
+                                     int nTimeout, int* pbReplied, void* pReply, int nReplySize, int* pnLength) {
+    sendOutcome outcome(pReply, nReplySize);
+    if (QOR_ASSERT(!IsCalledByThisThread()) && outcome.HasReplyBuffer())
+        outcome.bReplied =
+            EmitAndWait(makeDraft(uMsg, wParam, lParam, nExtraSize, pExtraData, true), false, nTimeout, outcome);
+    return outcome.Tell(pbReplied, pnLength);
 }
 
 BOOL chThreadBase::DeliverThreadMsgEx(UINT uMsg, UINT wParam, int lParam, int nExtraSize, const void* pExtraData,
@@ -334,8 +337,8 @@ BOOL chThreadBase::DeliverThreadMsgEx(UINT uMsg, UINT wParam, int lParam, int nE
         return 0;
     if (!QOR_ASSERT(!IsCalledByThisThread()))
         return 0;
-    int nResult = -1;
-    return EmitAndWait(makeDraft(uMsg, wParam, lParam, nExtraSize, pExtraData, true), true, nTimeout, &nResult);
+    sendOutcome outcome;
+    return EmitAndWait(makeDraft(uMsg, wParam, lParam, nExtraSize, pExtraData, true), true, nTimeout, outcome);
 }
 
 int chThreadRemote::SendThreadMsg(UINT uMsg, UINT wParam, int lParam) {

@@ -10,6 +10,8 @@
 
 namespace QOR_MsgQueueHelper {
 
+class segmentHold;
+
 // A message before it is in a queue.
 struct msgDraft {
     UINT uMsg;
@@ -32,6 +34,25 @@ inline msgDraft makeDraft(UINT uMsg, UINT wParam, int lParam, int nExtraSize, co
 inline bool isUnanswered(bool bWaitingReply, int nStatus) {
     return bWaitingReply && (nStatus == MT_EMITTED || nStatus == MT_READ);
 }
+
+// What a send gives back.
+struct sendOutcome {
+    sendOutcome() {}
+    sendOutcome(void* pNewReply, int nNewSize) : pReply(pNewReply), nReplySize(nNewSize) {}
+
+    // Fatal: a size without a buffer.
+    bool HasReplyBuffer() const;
+    // In the hold that closes the record.
+    void TakeExtraData(const segmentHold& hold, const msgObject& objMessage);
+    // Stores what the caller wants to know (null: nothing), and returns the result.
+    int Tell(int* pbReplied, int* pnLength) const;
+
+    BOOL bReplied = 0;
+    int nResult = -1;
+    void* pReply = NULL;  // receives the extra data of the reply, as much as fits
+    int nReplySize = 0;
+    int nLength = 0;  // the size of the extra data
+};
 
 // A message to post to one of many threads.
 struct batchPost {

@@ -140,16 +140,23 @@ unsigned int msgProcessThreadMsgOnce(void* pThreadObject) {
 
 int msgSendMsgToThreadRaw(HTHREAD hThread, unsigned int uMsg, unsigned int wParam, int lParam, int nExtraSize,
                           const void* pExtraData, int nTimeout, int* pbReplied) {
-    if (pbReplied != NULL)
-        *pbReplied = 0;
+    return msgSendMsgToThreadReply(hThread, uMsg, wParam, lParam, nExtraSize, pExtraData, nTimeout, pbReplied, NULL, 0,
+                                   NULL);
+}
+
+int msgSendMsgToThreadReply(HTHREAD hThread, unsigned int uMsg, unsigned int wParam, int lParam, int nExtraSize,
+                            const void* pExtraData, int nTimeout, int* pbReplied, void* pReply, int nReplySize,
+                            int* pnLength) {
     chMsgQueue* pQueue = msgHTHREAD2chMsgQueue(hThread);
     if (pQueue == NULL)
-        return -1;
+        return sendOutcome().Tell(pbReplied, pnLength);
     if (chThreadLocal* pOwn = ownThread(pQueue))
-        return pOwn->SendThreadMsgEx(uMsg, wParam, lParam, nExtraSize, pExtraData, nTimeout, pbReplied);
+        return pOwn->SendThreadMsgReply(uMsg, wParam, lParam, nExtraSize, pExtraData, nTimeout, pbReplied, pReply,
+                                        nReplySize, pnLength);
     chThreadBase thread;
     thread.BindHandle(pQueue);
-    return thread.SendThreadMsgEx(uMsg, wParam, lParam, nExtraSize, pExtraData, nTimeout, pbReplied);
+    return thread.SendThreadMsgReply(uMsg, wParam, lParam, nExtraSize, pExtraData, nTimeout, pbReplied, pReply,
+                                     nReplySize, pnLength);
 }
 
 int msgSendMsgToThreadTimeoutEx(HTHREAD hThread, unsigned int uMsg, unsigned int wParam, int lParam, int nExtraSize,

@@ -1,5 +1,6 @@
 // Commands over threads, messages, processors and timers. The peer's one thread runs its loop by hand: a
 // command that waits for a message passes through it until the message has come.
+#include <algorithm>
 #include <memory>
 
 #include "pattern.h"
@@ -24,6 +25,7 @@ struct {
     int nAnswer = 0;                    // what handlers answer
     bool bEarly = false;                // whether they reply before they return
     bool bEcho = false;                 // whether they answer with a value made of wParam
+    std::vector<uint8_t> arrReply;      // what they leave as extra data, unless it is empty
 } s_peer;
 
 std::string textOf(const char* lpszWho, const msgObject& objMessage) {
@@ -39,6 +41,8 @@ int echoOf(uint32_t wParam) { return static_cast<int>(wParam ^ 0x5a5a); }
 int handle(const char* lpszWho, msgObject& objMessage) {
     s_peer.listSeen.push_back(textOf(lpszWho, objMessage));
     const int nAnswer = s_peer.bEcho ? echoOf(objMessage.wParam) : s_peer.nAnswer;
+    if (!s_peer.arrReply.empty())
+        objMessage.ResetExtraData(static_cast<int>(s_peer.arrReply.size()), s_peer.arrReply.data());
     if (s_peer.bEarly)
         objMessage.ReplyMessage(nAnswer);
     objMessage.SetResult(nAnswer);
@@ -159,6 +163,32 @@ std::string doTake(std::istringstream& in) {
     s_peer.bEarly = word(in) == "early";
     const std::string strSeen = nextSeen();
     s_peer.bEarly = false;
+    return strSeen;
+}
+
+// ask THREAD ID WPARAM LPARAM SIZE SEED BUFFER: the result, whether a reply came, and its extra data
+std::string doAsk(std::istringstream& in) {
+    const message m(in);
+    std::vector<uint8_t> arrReply(static_cast<size_t>(number(in)));
+    int bReplied = -1, nLength = -1;
+    const int nResult =
+        msgSendMsgToThreadReply(m.hThread, m.uMsg, m.wParam, m.lParam, m.nSize, m.extra(), -1, &bReplied,
+                                arrReply.data(), static_cast<int>(arrReply.size()), &nLength);
+    char sz[80];
+    snprintf(sz, sizeof(sz), "%d %d %d %08x", nResult, bReplied, nLength,
+             checksumOf(arrReply.data(), std::min(nLength, static_cast<int>(arrReply.size()))));
+    return sz;
+}
+
+// answer ANSWER SIZE SEED ["early"]: as take, with extra data for the sender
+std::string doAnswer(std::istringstream& in) {
+    s_peer.nAnswer = static_cast<int>(number(in));
+    const int nSize = static_cast<int>(number(in));
+    s_peer.arrReply = patternBytes(nSize, static_cast<unsigned>(number(in)));
+    s_peer.bEarly = word(in) == "early";
+    const std::string strSeen = nextSeen();
+    s_peer.bEarly = false;
+    s_peer.arrReply.clear();
     return strSeen;
 }
 
@@ -338,6 +368,8 @@ const peerCommands& messageCommands() {
         {"deliver", doDeliver},
         {"broadcast", doBroadcast},
         {"take", doTake},
+        {"ask", doAsk},
+        {"answer", doAnswer},
         {"drain", doDrain},
         {"peek", doPeek},
         {"exchange", doExchange},

@@ -199,7 +199,7 @@ TEST_F(Device, ARunShowsEverythingAndEndsWithWhatWasExchanged) {
     for (const char* lpszPattern :
          {"panel      \\| +11 +[0-9]+ +[0-9.]+ +[0-9.]+ +[0-9.]+  -\n", "panel      \\| TIME-OUT: the busy worker",
           "panel      \\| ALARM: memory use", "panel      \\| alarm over: memory use",
-          "panel      \\| survey of [0-9]+ readings: early reply",
+          "panel      \\| survey of readings [0-9]+ to [0-9]+: early reply",
           "panel      \\| summary of readings [0-9]+ to [0-9]+",
           "panel      \\| asked again: the worker has finished 1 self-test", "panel      \\| [0-9]+ messages came by",
           "controller \\| [0-9]+ readings, [1-9][0-9]* heartbeats"})

@@ -141,6 +141,24 @@ TEST_P(Mixed, ASentMessageIsAnsweredByTheOther) {
     EXPECT_EQ("", A().ask("peek bee"));
 }
 
+TEST_P(Mixed, TheDataOfAnAnswerComeFromTheOther) {
+    registerBoth();
+    char sz[80];
+    for (int nSize : {1, 64, 1024})
+        for (const char* lpszHow : {"", " early"}) {
+            A().start("ask bee 0x200 7 -8 64 9 1024");
+            EXPECT_EQ(seen("thread", 0x200, 7, -8, 64, 9),
+                      B().ask("answer -77 " + std::to_string(nSize) + " 3" + lpszHow));
+            snprintf(sz, sizeof(sz), "-77 1 %d %08x", nSize, patternSum(nSize, 3));
+            EXPECT_EQ(sz, A().finish());
+        }
+    A().start("ask bee 0x200 7 -8 64 9 1024");
+    B().ask("take 5");
+    snprintf(sz, sizeof(sz), "5 1 64 %08x", patternSum(64, 9));
+    EXPECT_EQ(sz, A().finish());
+    EXPECT_EQ("0", B().ask("drain"));
+}
+
 TEST_P(Mixed, ADeliveredMessageIsTakenByTheOther) {
     registerBoth();
     A().start("deliver bee 0x201 3 4");

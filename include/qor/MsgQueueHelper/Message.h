@@ -20,6 +20,9 @@
 #define QOR_MSGQUEUEHELPER_MESSAGE_H
 
 #include <stddef.h>
+#include <string.h>
+
+#include <type_traits>
 
 #include "qor/ChainHelper.h"
 #include "qor/Types.h"
@@ -68,6 +71,11 @@ enum msgStatus : int32_t {
 /// The largest size of a message's extra data, in bytes.
 constexpr int maxExtraSize = 1024;
 
+/// Whether a type can be a message's extra data as it is.
+template <class T>
+constexpr bool isMessageStruct =
+    std::is_trivially_copyable<T>::value && !std::is_pointer<T>::value && sizeof(T) <= maxExtraSize;
+
 /// One message. Usable by the thread that handles it, from read until its handler returns.
 /// The layout is shared by all processes.
 class QOR_API msgObject {
@@ -86,6 +94,24 @@ public:
     /// data, or null, which leaves new bytes undefined. Not under the share lock (see Thread.h).
     /// Fatal: a size outside 0 to 1,024; on 64-bit, a message outside the segment.
     void ResetExtraData(int nExtraSize, const void* pData);
+
+    /// Makes a plain structure the extra data, as the answer of a handler; see sendMessageStruct(). Before the reply
+    /// only: after an early one the sender may be copying them. As ResetExtraData().
+    template <class T>
+    void SetExtraStruct(const T& objStruct) {
+        static_assert(isMessageStruct<T>, "a plain structure of at most 1,024 bytes");
+        ResetExtraData(static_cast<int>(sizeof(T)), &objStruct);
+    }
+    /// Copies the extra data when they have the size of the structure; whether they have.
+    template <class T>
+    bool GetExtraStruct(T& objStruct) const {
+        static_assert(isMessageStruct<T>, "a plain structure of at most 1,024 bytes");
+        const void* const pExtra = GetExtraData();
+        if (pExtra == NULL || GetExtraSize() != static_cast<int>(sizeof(T)))
+            return false;
+        memcpy(&objStruct, pExtra, sizeof(T));
+        return true;
+    }
 
     /// Replies to a waiting sender and wakes it. Does nothing for a posted message or a second reply. The handler may
     /// go on; it should return the same value. Not under the share lock (see Thread.h).

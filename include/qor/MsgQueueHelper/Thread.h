@@ -15,6 +15,10 @@
 /// QOR_MsgQueueHelper::chThreadRemote panel("panel");
 /// BOOL bReplied = 0;
 /// int nLevel = panel.SendThreadMsgEx(0x200, 0, 0, 0, NULL, 100, &bReplied);
+/// struct { uint32_t uFirst; } question = {10};
+/// struct { uint32_t uMean, uPeak; } answer;
+/// if (QOR_MsgQueueHelper::sendMessageStruct(panel, 0x201, question, answer, 100))
+///     store(answer.uPeak);
 /// @endcode
 ///
 /// A time-out is in milliseconds, -1 means no limit. Extra data are 0 to 1,024 bytes, copied; a size outside that
@@ -24,8 +28,8 @@
 /// lock, as the frame uCSystemShareHelper, and calls one of them ends the process at once with the assertion
 /// "[/tmp/qor_ipc_system_share] is held by the calling thread already". Most of them also read the tick or may trace a
 /// line, which needs the lock of the named blocks: under nameHelperLock() the same happens with
-/// "[/tmp/qor_ipc_system_named] ...". Sending, delivering, launching and shutting down wait for another thread, which may
-/// need the lock of any segment: a thread that holds one ends the process in any case.
+/// "[/tmp/qor_ipc_system_named] ...". Sending, delivering, launching and shutting down wait for another thread, which
+/// may need the lock of any segment: a thread that holds one ends the process in any case.
 ///
 /// Read on in ShareHelper.h.
 #ifndef QOR_MSGQUEUEHELPER_THREAD_H
@@ -44,6 +48,7 @@ namespace QOR_MsgQueueHelper {
 
 // Within the library: a message that is in no queue yet, what is left of a wait, and the two sides of a launch.
 struct msgDraft;
+struct sendOutcome;
 class waitDeadline;
 class launchWait;
 class launchedThread;
@@ -81,6 +86,14 @@ public:
     /// Not under the share lock. Fatal: called by the thread itself.
     int SendThreadMsgEx(UINT uMsg, UINT wParam, int lParam, int nExtraSize, const void* pExtraData, int nTimeout,
                         int* pbReplied);
+    /// SendThreadMsgEx() with an answer that has data: the extra data of the message as its handler has left them; see
+    /// msgObject::ResetExtraData(). What the handler did not replace is what was sent.
+    ///
+    /// nReplySize bytes at pReply (may be null) receive as much as fits; *pnLength (may be null) the whole size, and 0
+    /// without a reply. They are copied when the reply is taken: after an early reply (msgObject::ReplyMessage()) the
+    /// handler leaves its extra data alone. Fatal: also a negative nReplySize, or a size without pReply.
+    int SendThreadMsgReply(UINT uMsg, UINT wParam, int lParam, int nExtraSize, const void* pExtraData, int nTimeout,
+                           int* pbReplied, void* pReply, int nReplySize, int* pnLength);
     /// Delivers a message to another thread and waits until that thread has taken it. Returns 1, or 0 when the thread
     /// no longer exists or the time-out has passed. Not under the share lock. Fatal: called by the thread itself, extra
     /// data without size or the reverse.
@@ -132,7 +145,7 @@ private:
         bool bReceipt;  // wait until the message is taken, not until it is answered
         UINT uMsg;
         QOR_BaseHelper::chEvent* pEvent;  // the caller's own
-        int* pnResult;                    // not null: close the record at the end and store its result
+        sendOutcome* pOutcome;            // not null: close the record at the end and store what it holds
     };
 
     bool IsQueueBound(const segmentHold& hold);
@@ -143,8 +156,31 @@ private:
     void WaitOwnEvent(recordWait& wait, int nTime);
     BOOL WaitRecord(msgObject& objMessage, recordWait wait, waitDeadline deadline);
     BOOL WaitAlone(msgObject& objMessage, bool bReceipt, int nTimeout);
-    BOOL EmitAndWait(const msgDraft& draft, bool bReceipt, int nTimeout, int* pnResult);
+    BOOL EmitAndWait(const msgDraft& draft, bool bReceipt, int nTimeout, sendOutcome& outcome);
 };
+
+/// Sends a plain structure to a thread (chThreadBase, chThreadRemote or chThreadLocal) and receives another one, which
+/// the handler gives by msgObject::SetExtraStruct(). Returns 1 when the thread has replied and its answer has the size
+/// of objReply; otherwise 0, and objReply stays as it is. *pnResult (may be null) is the result of the send.
+///
+/// Processes of all ABIs share messages: the structures consist of fixed-width words and bytes, no pointers, and have
+/// at most 1,024 bytes. See SendThreadMsgReply().
+template <class Thread, class Request, class Reply>
+BOOL sendMessageStruct(Thread& objThread, UINT uMsg, const Request& objRequest, Reply& objReply, int nTimeout = -1,
+                       int* pnResult = NULL) {
+    static_assert(isMessageStruct<Request> && isMessageStruct<Reply>, "plain structures of at most 1,024 bytes");
+    Reply objTaken;
+    int bReplied = 0, nLength = 0;
+    const int nResult =
+        objThread.SendThreadMsgReply(uMsg, 0, 0, static_cast<int>(sizeof(objRequest)), &objRequest, nTimeout, &bReplied,
+                                     &objTaken, static_cast<int>(sizeof(objTaken)), &nLength);
+    if (pnResult != NULL)
+        *pnResult = nResult;
+    if (bReplied == 0 || nLength != static_cast<int>(sizeof(objTaken)))
+        return 0;
+    objReply = objTaken;
+    return 1;
+}
 
 /// A handle of the thread of a name or task id. Constructors and CreateRemoteThread(): not under the share lock.
 class QOR_API chThreadRemote : public chThreadBase {
@@ -212,6 +248,9 @@ public:
     /// As chThreadBase::SendThreadMsgEx(); called by the thread itself, handles the message at once.
     int SendThreadMsgEx(UINT uMsg, UINT wParam, int lParam, int nExtraSize, const void* pExtraData, int nTimeout,
                         int* pbReplied);
+    /// As chThreadBase::SendThreadMsgReply(); called by the thread itself, handles the message at once.
+    int SendThreadMsgReply(UINT uMsg, UINT wParam, int lParam, int nExtraSize, const void* pExtraData, int nTimeout,
+                           int* pbReplied, void* pReply, int nReplySize, int* pnLength);
     /// As chThreadBase::DeliverThreadMsgEx(); called by the thread itself, handles the message at once.
     BOOL DeliverThreadMsgEx(UINT uMsg, UINT wParam, int lParam, int nExtraSize, const void* pExtraData, int nTimeout);
     /// Posts a call of a method of an object of this process to this thread; whether it was posted. Any thread may call
@@ -248,7 +287,7 @@ private:
     void ProcessIdle(int nMaxWait);
     bool HasWork();
     bool WaitForWork(int nTime);
-    int HandleOwnMessage(msgDraft draft, int nTimeout, int* pbReplied);
+    void HandleOwnMessage(msgDraft draft, int nTimeout, sendOutcome& outcome);
     chMsgQueue* LockedQueue(const segmentHold& hold);
     msgObject* TakeMessage();
     msgObject* FinishAndTake(msgObject* pHandled);
