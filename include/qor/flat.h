@@ -407,6 +407,35 @@ QOR_API void tracePrintfV(const char* lpszFormat, va_list args);
 
 /** @} */
 
+/** @name The end of a process */
+/** @{ */
+
+/** Has pHook(lpszText, pArg) called once before a fatal assertion aborts this process, to bring what the process
+ *  controls into a safe state. lpszText is the line of the report without its colour and "error:". Another call
+ *  replaces the hook, and a null pHook removes it. A child of a fork has the same hook.
+ *
+ *  The failing thread calls it, after the report has been written, or before when nobody reads standard error. The
+ *  thread may hold the locks of segments and anything else, so the hook **calls no function of the library**, allocates
+ *  no memory and waits for no other thread; it stores to registers or memory, or writes to a descriptor. Other processes
+ *  that need a lock of the thread wait meanwhile. A thread that fails in another assertion meanwhile waits for the end.
+ *  The process is aborted when the hook returns, when an assertion fails in it, or after two seconds, which are measured
+ *  by the alarm of the process (SIGALRM). A crash or abort() by the program itself does not call it. */
+QOR_API void qorSetFatalHook(void (*pHook)(const char* lpszText, void* pArg), void* pArg);
+/** Has a signal end the calling thread's loop: when this process gets the signal nSignal for the first time, the quit
+ *  message 0x8002 is posted to the thread, with wParam 0, and the number of the signal in lParam. A second signal of the
+ *  same number has its default action, so a process that hangs can be ended.
+ *
+ *  No code of the program runs in a signal handler, and no wait of the library is disturbed; other calls that the signal
+ *  interrupts are restarted, where the system does that. One thread of a process is asked to end by a signal: the last
+ *  one that has called this for it. When the thread unregisters, a signal that has not come gets back its former action.
+ *  So it does in the child of a fork. A helper thread that blocks all signals waits for the signal meanwhile.
+ *
+ *  Returns 1; 0, with the reason in errno, for a number that is no signal or cannot be caught (SIGKILL, SIGSTOP), and
+ *  with a warning when the helper thread could not be started. Fatal: the calling thread is not registered. */
+QOR_API BOOL msgQuitOnSignal(int nSignal);
+
+/** @} */
+
 /** @name Version and constants */
 /** @{ */
 

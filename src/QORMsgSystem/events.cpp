@@ -7,8 +7,9 @@
 // events.
 #include <vector>
 
-#include "internal/share.h"
+#include "QORMsgSystem/quit_signal.h"
 #include "internal/report.h"
+#include "internal/share.h"
 #include "qor/MiscHelper.h"
 #include "qor/TraceHelper.h"
 #include "xInc/xMsgSystem.h"
@@ -123,6 +124,7 @@ void chProcessLocal::ForgetCurrentTaskEvent() {
 // A registered thread that ends without unregistering keeps its event as long as its queue, until the next
 // registration. Otherwise nobody needs the event any more.
 void chProcessLocal::LeaveTask() {
+    forgetQuitSignals(NULL);
     if (GetCurrentThreadObject() != NULL)
         return;
     const int idTask = qorGetCurrentTaskId();

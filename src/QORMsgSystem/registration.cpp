@@ -12,6 +12,7 @@
 #include "QORMsgSystem/launch.h"
 #include "QORMsgSystem/lifetime_guard.h"
 #include "QORMsgSystem/queue.h"
+#include "QORMsgSystem/quit_signal.h"
 #include "QORMsgSystem/task_event.h"
 #include "QORMsgSystem/wait_deadline.h"
 #include "internal/report.h"
@@ -286,6 +287,7 @@ void uCSystemShareHelper::DestroyLocalThread(chThreadLocal& objThread) {
     if (!QOR_ASSERT_TEXT(m_objProcessLocal.IsValidLocalThread(&objThread) && objThread.IsCalledByThisThread(),
                          "IsValidLocalThread(&objThread) && objThread.IsCalledByThisThread()"))
         return;
+    forgetQuitSignals(&objThread);
     LifetimeGuard::TellGone(&objThread);
     objThread.m_objTimerQueue.DestoryTimerOnExit();
     WaitForAnswered(objThread);

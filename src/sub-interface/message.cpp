@@ -136,6 +136,11 @@ unsigned int msgProcessThreadMsgOnce(void* pThreadObject) {
     return process().IsValidLocalThread(pThread) ? pThread->ProcessThreadMessageOnce() : 0;
 }
 
+BOOL msgQuitOnSignal(int nSignal) {
+    chThreadLocal* pLocalThread = process().GetCurrentThreadObject();
+    return QOR_ASSERT(pLocalThread != NULL) ? pLocalThread->QuitOnSignal(nSignal) : 0;
+}
+
 // ---- messages
 
 int msgSendMsgToThreadRaw(HTHREAD hThread, unsigned int uMsg, unsigned int wParam, int lParam, int nExtraSize,

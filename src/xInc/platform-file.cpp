@@ -1,5 +1,6 @@
 // Files and streams.
 #include <fcntl.h>
+#include <poll.h>
 #include <string.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -92,6 +93,11 @@ void closeFile(int fd) {
     const errnoGuard guard;
     if (fd != -1)
         close(fd);
+}
+
+bool isWritable(int fd) {
+    pollfd look = {fd, POLLOUT, 0};
+    return poll(&look, 1, 0) == 1 && (look.revents & POLLOUT) != 0;
 }
 
 long readFile(int fd, void* pBuffer, size_t nSize) {

@@ -1,8 +1,8 @@
 // The system calls that modules of every layer share. This header and its sources depend on nothing else of the
 // library, and only the sources of this folder call the system.
 //
-// Nothing here keeps state, reports or locks. A call that fails returns false or -1 and leaves the reason in errno. A
-// call that a signal interrupted is repeated.
+// Nothing here reports or locks, or keeps state, but for the signals that are caught. A call that fails returns false
+// or -1 and leaves the reason in errno. A call that a signal interrupted is repeated.
 #ifndef QOR_XINC_PLATFORM_H
 #define QOR_XINC_PLATFORM_H
 
@@ -59,6 +59,35 @@ typedef void (*forkStep)();
 // Has the steps called at every fork from now on: one before it, and one after it in the parent and in the child. Each
 // may be null. Steps before a fork run in the opposite order of their registration.
 void callAtFork(forkStep fnBefore, forkStep fnInParent, forkStep fnInChild);
+
+// ---- signals
+
+// Catches a signal of the process once: then it has its default action again. In the child of a fork it has its default
+// action from the start. The waits that it interrupts are repeated.
+bool catchSignalOnce(int nSignal);
+
+// Gives a signal that catchSignalOnce() has caught, or would, the action back that it had before.
+void releaseSignal(int nSignal);
+
+// Blocks until a signal is caught, or wakeSignalWaiter() is called, since the last return. For one thread at a time.
+void waitForCaughtSignal();
+void wakeSignalWaiter();
+
+// Whether the signal was caught. The answer is given once.
+bool takeCaughtSignal(int nSignal);
+
+// Whether a call of the calling thread was interrupted by a signal that catchSignalOnce() has caught. The answer is
+// given once.
+bool takeCaughtInterrupt();
+
+// In the child of a fork: all signals that the parent would have caught get back the action that they had before.
+void releaseSignalsAfterFork();
+
+// Aborts the process after that many seconds, whatever it does meanwhile. Uses the alarm of the process.
+void abortAfter(unsigned uSecond);
+
+// Blocks the calling thread until the process ends.
+[[noreturn]] void waitForEnd();
 
 // ---- paths
 
@@ -139,6 +168,8 @@ long readFile(int fd, void* pBuffer, size_t nSize);
 
 // Makes a file at least nSize bytes long, with its blocks where the file system can reserve them. What it holds stays.
 bool reserveFile(int fd, long long nSize);
+// Whether a write would not block.
+bool isWritable(int fd);
 
 bool setMode(int fd, unsigned uMode);
 

@@ -115,7 +115,8 @@ bool mayRepeatStep(int fdSemaphore, int nDelta, int& nUndo, const stepSilence& s
     const int nError = errno;
     if (nError == EAGAIN)
         return false;
-    if (!silence.covers(nError) && (nError != ERANGE || isFirstAtRange(fdSemaphore)))
+    const bool bSilent = silence.covers(nError) || (nError == EINTR && QOR_Platform::takeCaughtInterrupt());
+    if (!bSilent && (nError != ERANGE || isFirstAtRange(fdSemaphore)))
         reportStep(nDelta, nError);
     errno = nError;
     if (nError == ERANGE && nUndo != 0) {

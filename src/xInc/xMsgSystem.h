@@ -27,6 +27,10 @@ void detachCurrentThread();
 // A clock in microseconds that costs no kernel call where the platform offers one.
 unsigned long long getMonotonicMicrosecond();
 
+// Starts a thread of the library's own, to be joined with chJoinThread(). It blocks all signals, so none is handled
+// there. Its id; 0 after a warning.
+unsigned long startHelperThread(void* (*fnEntry)(void*), void* pArg, const char* lpszName);
+
 }  // namespace QOR_MsgQueueHelper
 
 #endif

@@ -260,6 +260,10 @@ public:
     /// runs the method at once.
     int SendProxyMessage(UINT uMsg, UINT wParam, int lParam, chMsgProcesser* pProcesser, msgMethod pMethod);
 
+    /// Has the first signal nSignal that this process gets post quit to the thread; see msgQuitOnSignal(). Fatal: not
+    /// registered, called by another thread.
+    BOOL QuitOnSignal(int nSignal);
+
     /// The thread's name.
     const char* GetThreadName() const { return m_strThreadName; }
     /// The real-time priority to launch with; -1, as before the call, for default scheduling.

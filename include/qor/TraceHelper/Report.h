@@ -1,8 +1,8 @@
 /// @file
 /// Console reports: assertions, warnings and plain debug output, the lowest module of the library.
 ///
-/// The functions write straight to the console. They keep no state, need no set-up and no shared memory, and
-/// any thread may call them at any time, also while the process is shutting down.
+/// The functions write straight to the console. Apart from the hook of fatal assertions they keep no state; they need
+/// no set-up and no shared memory, and any thread may call them at any time, also while the process is shutting down.
 ///
 /// @code
 /// if (!QOR_TraceHelper::qorWarningMessage(nCount > 0, "app", __LINE__, "nCount > 0"))
@@ -17,6 +17,12 @@
 
 #include "qor/Types.h"
 
+extern "C" {
+
+/// The function that a fatal assertion calls before it aborts the process; see flat.h.
+QOR_API void qorSetFatalHook(void (*pHook)(const char* lpszText, void* pArg), void* pArg);
+}
+
 /// Console reports and levelled trace.
 namespace QOR_TraceHelper {
 
@@ -26,7 +32,7 @@ namespace QOR_TraceHelper {
 /// @param nLine the line of the check
 /// @param lpszExpression the fixed text of the check
 /// @return nCondition when it is not 0. A zero condition writes one red "error:" line to standard error,
-///         flushes it and aborts the process.
+///         flushes it, calls the hook of qorSetFatalHook() if there is one, and aborts the process.
 QOR_API int qorErrorMessage(int nCondition, const char* lpszFile, int nLine, const char* lpszExpression);
 
 /// Warns about a failed check and goes on. Parameters as for qorErrorMessage().
