@@ -8,7 +8,7 @@ function(qor_sanitizers target)
   if(QOR_COVERAGE)
     # The counters of all processes of a program lie in one file that they map (%c; %m tells programs apart), so they are
     # whole however a process ends: by exit, by _exit, by an assertion or by a kill. Threads and processes add atomically.
-    set(profile -fprofile-instr-generate=${CMAKE_BINARY_DIR}/profile/%m%c.profraw)
+    set(profile -fprofile-instr-generate=${PROJECT_BINARY_DIR}/profile/%m%c.profraw)
     target_compile_options(${target} PRIVATE ${profile} -fcoverage-mapping -fprofile-update=atomic
       "SHELL:-mllvm -runtime-counter-relocation")
     target_link_options(${target} PRIVATE ${profile})
