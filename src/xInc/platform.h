@@ -168,6 +168,7 @@ long readFile(int fd, void* pBuffer, size_t nSize);
 
 // Makes a file at least nSize bytes long, with its blocks where the file system can reserve them. What it holds stays.
 bool reserveFile(int fd, long long nSize);
+
 // Whether a write would not block.
 bool isWritable(int fd);
 
