@@ -12,9 +12,9 @@
 /// the first eight bytes of the data link it into the chain of free cells, which is in ascending order of addresses.
 /// Free neighbours are merged when a search meets them, not when they are freed.
 ///
-/// Exhaustion is a fatal assertion, never a null result. Nothing here locks. A process that is killed inside an
-/// operation leaves a pool that works for all others; at most the block that it was allocating or freeing is lost. A
-/// damaged pool is the fatal assertion "broken share pool".
+/// Exhaustion is a fatal assertion, never a null result. Nothing here locks. In a framed segment
+/// (`BaseHelper/Share.h`) an operation whose process is killed has not happened. A damaged pool is the fatal assertion
+/// "broken share pool".
 ///
 /// @code
 /// struct area { QOR_AllocHelper::baseStaticPoolAlloc pool; alignas(4) char aPool[1024]; } a;

@@ -15,10 +15,10 @@
 ///     use((*it).key, (*it).value);
 /// @endcode
 ///
-/// An iterator is valid until its node is erased; end() is the list's head. No container locks. A process that is
-/// killed inside an operation leaves the list either unchanged or completely changed; only size() may be off by one. An
-/// iterator does not notice that a damaged chain never comes back to the head: a loop over iterators of a shared list
-/// has to count its steps, or use find_if() or erase_if(), which do.
+/// An iterator is valid until its node is erased; end() is the list's head. No container locks. In a framed segment
+/// (`BaseHelper/Share.h`) an operation whose process is killed has not happened. An iterator does not notice that a
+/// damaged chain never comes back to the head: a loop over iterators of a shared list has to count its steps, or use
+/// find_if() or erase_if(), which do.
 #ifndef QOR_LISTHELPER_H
 #define QOR_LISTHELPER_H
 
@@ -193,7 +193,7 @@ public:
 
     /// The number of elements. O(1).
     int size() const { return QOR_ChainHelper::loadShareWord(m_nCount); }
-    /// Whether there are no elements. Looks at the links, since size() may be off by one after a process was killed.
+    /// Whether there are no elements.
     bool empty() const { return begin() == end(); }
     /// The first element, or end().
     iterator begin() const { return ++end(); }

@@ -42,8 +42,6 @@ int msgObject::GetExtraSize() const { return GetExtraData() != NULL ? loadShareW
 void msgObject::set_pExtraData(int nExtraSize, void* pData) {
     if (!QOR_ASSERT((pData == NULL && nExtraSize == 0) || (pData != NULL && nExtraSize != 0)))
         return;
-    // Never a new block with an old size, should this process be killed in between.
-    m_iOffsetExtra.set(this, NULL);
     storeShareWord(m_nExtraSize, nExtraSize);
     m_iOffsetExtra.set(this, pData);
 }

@@ -92,7 +92,7 @@ savedCopy& ownCopy() {
     return *s_pCopy;
 }
 
-// Appends a section's counted keys. A section counts at least what its keys count; a killed process may have left more.
+// Appends a section's counted keys. A section counts at least what its keys count.
 void takeChangedKeys(const registryHold&, const regSection& section, std::vector<changedKey>& listKey) {
     int64_t nLeft = loadShareWord(section.m_nChagedCount);
     const bool bFull = nLeft == INT_MAX;

@@ -1,13 +1,11 @@
 // The registry's store: its records, and this process's mapping of it.
 //
-// Invariants, also after a process was killed:
+// Invariants:
 // - What can be reached is complete. A record is filled before it is linked; a text is linked before the old one is
 //   freed.
 // - Sections, keys and documents with a file name are never freed, so an address once found stays valid.
-// - At most the last document has no file name: the process that made it died holding the lock. It is freed piece by
-//   piece from its end, each piece unlinked first, so that a kill meanwhile leaks one piece at most.
-// - A document's count is at least the sum of its sections', a section's at least the sum of its keys': counts are
-//   raised from the document down, before the value changes, and lowered from the keys up.
+// - At most the last document has no file name: it is being filled. A document that is found so is freed.
+// - A document's count is at least the sum of its sections', a section's at least the sum of its keys'.
 #include <errno.h>
 #include <limits.h>
 #include <string.h>

@@ -65,8 +65,7 @@ int chSystemTracerManager::GetLineRoom(const int* pnLength) {
     return nRoom <= reinterpret_cast<const char*>(m_arrPool + poolSize) - pBytes ? nRoom : -1;
 }
 
-// By the count and by the chain: a process that was killed between the two stores leaves them apart.
-bool chSystemTracerManager::HasLine() { return !m_lstLog.empty() && m_lstLog.begin() != m_lstLog.end(); }
+bool chSystemTracerManager::HasLine() { return !m_lstLog.empty(); }
 
 // Drops the oldest lines until the pool has a free cell of nSize bytes.
 bool chSystemTracerManager::MakeRoom(int nSize) {

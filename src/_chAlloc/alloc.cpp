@@ -1,10 +1,13 @@
 // Node and pool allocators.
 //
 // Invariants of a pool: its cells tile the area; the free ones are linked, by their data, in order of addresses into a
-// circular chain whose head is m_FreeCellChain. Its forward links are complete at every instant: a cell's own links are
-// complete before it is marked free and linked, and it leaves the chain before it is marked used. So a process that is
-// killed between two stores may leave a stale backward link, a used cell that nobody owns, or a free cell outside the
-// chain, which the next merge with its left neighbour absorbs; but no block is ever handed out twice.
+// circular chain whose head is m_FreeCellChain.
+//
+// In a segment, a change is undone as a whole if its process dies (internal/journal.h). A mapped file may also lose the
+// last stores of a change in a power cut. So its forward links are complete at every instant: a cell's own links are
+// complete before it is marked free and linked, and it leaves the chain before it is marked used. A power cut may
+// leave a stale backward link, a used cell that nobody owns, or a free cell outside the chain, which the next merge
+// with its left neighbour absorbs; but no block is ever handed out twice.
 //
 // Shared memory may be damaged. Every operation first checks the area's bounds against the segment that holds the
 // record; then it reads only cells that have been checked, and follows the links of free cells as CheckedChain.h does.
@@ -155,8 +158,8 @@ public:
         m_chain.Unlink(linkOf(pCell));
         pCell->set_cell_free(false);
     }
-    // Marks a cell as free, then links it before the next free cell to the right. Free cells that a killed process has
-    // left outside the chain are skipped.
+    // Marks a cell as free, then links it before the next free cell to the right. Free cells outside the chain, as a
+    // power cut may leave them in a mapped file, are skipped.
     void Push(poll_chain* pCell) const {
         list_chain_offset* pLeft = NULL;
         const auto fnLinked = [this, &pLeft](poll_chain* p) {

@@ -1,8 +1,7 @@
 // The calibration record of the tick and the arithmetic on it, without the clocks that feed it.
 //
 // The record lies in the segment of the named blocks and is read and changed under the lock of that segment.
-// m_tickLastDay is stored last: while it is (0, 0) the record has not been calibrated yet, and a process that was
-// killed between two stores leaves a record that the next reading calibrates again.
+// While m_tickLastDay is (0, 0) the record has not been calibrated yet.
 #ifndef QOR_XINC_TICK_H
 #define QOR_XINC_TICK_H
 

@@ -8,8 +8,9 @@
 /// its null result.
 ///
 /// Changes keep the forward links complete at every instant: a record is complete before the one store that makes it
-/// reachable, and one store bypasses a record that is removed. A killed process can therefore leave a stale backward
-/// link, but never a stale forward one. So the forward links are authoritative; a backward link is used only if its
+/// reachable, and one store bypasses a record that is removed. In a segment a change is undone as a whole if its process
+/// dies; in a mapped file a power cut may keep a part of the stores, and so leave a stale backward link, but never a
+/// stale forward one. So the forward links are authoritative; a backward link is used only if its
 /// target leads forwards to the record that it came from.
 ///
 /// @code
@@ -142,7 +143,7 @@ public:
         pRight = pRight != NULL ? pRight : m_pHead;
         return insert(searchLeft(pRight), pNew, pRight, [] {});
     }
-    /// Unlinks a record, unless a killed process has done so already. Its own links become null. False after damage:
+    /// Unlinks a record, unless that has been done already. Its own links become null. False after damage:
     /// the record is left as it is.
     bool Unlink(chain_type* p) const {
         if (chain_type* const pLeft = Left(p)) {

@@ -19,10 +19,10 @@
 /// the file; called while the calling thread holds that lock, they end the process with the same assertion, which then
 /// names the file.
 ///
-/// A record is complete before it is linked, so a process that is killed meanwhile leaves at most an unused cell. Links
-/// and sizes found in a segment are checked before they are followed; a broken chain is a fatal assertion. Running out
-/// of pool is the pool's fatal assertion: the blocks of one segment share 8156 bytes (the counters 4060), of which each
-/// takes 20 bytes, its name twice (rounded) and its size.
+/// A process that is killed while it holds the lock has changed nothing. What an application writes into its block is
+/// its own: that is not undone. Links and sizes found in a segment are checked before they are followed; a broken chain
+/// is a fatal assertion. Running out of pool is the pool's fatal assertion: the blocks of one segment share 8156 bytes
+/// (the counters 4060), of which each takes 20 bytes, its name twice (rounded) and its size.
 ///
 /// The flat functions over these stand in `flat.h`.
 #ifndef QOR_MSGQUEUEHELPER_NAMED_H

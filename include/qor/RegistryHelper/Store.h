@@ -24,11 +24,10 @@
 /// that holds the lock is a fatal assertion that names it ("[/tmp/qor_ipc_registry] is held by the calling thread
 /// already"). All others are called with the lock held.
 ///
-/// A process may be killed at any instruction. The others find the store as it was before or after the change: a record
-/// is complete before it is linked, and a new text is linked before the old one is freed. A document under construction
-/// has no file name; one that a dead process left is freed before anything is added. Links are checked before they are
-/// followed; damage is a fatal assertion. Where there is no room, the pool's fatal assertion ends the process, and the
-/// others go on with the store as it was. Read on in Monitor.h.
+/// A process may be killed at any instruction: the others find the store as it was before the change or after it. A
+/// document under construction has no file name; one that is found so is freed before anything is added. Links are
+/// checked before they are followed; damage is a fatal assertion. Where there is no room, the pool's fatal assertion
+/// ends the process, and the others go on with the store as it was. Read on in Monitor.h.
 #ifndef QOR_REGISTRYHELPER_STORE_H
 #define QOR_REGISTRYHELPER_STORE_H
 
@@ -256,7 +255,7 @@ public:
     regDocument* GetDocumentObject(const char* lpszFileName);
     /// The same without the warnings, from a file that is already read.
     regDocument* GetDocumentObject(const char* lpszFileName, const QOR_FileHelper::iniFile& file);
-    /// Frees the document that a process was making when it died. Call it before anything is added to the store.
+    /// Frees a last document that has no file name. Call it before anything is added to the store.
     void ClearLostDocument();
 
     QOR_AllocHelper::baseStaticPoolAlloc m_objPool;  ///< for everything in the store

@@ -1,8 +1,7 @@
 /// @file
 /// A string in a shared pool, which every process that maps the segment can read.
 ///
-/// The object, its pool and its text lie in the same segment; the caller of every operation holds the segment's lock. A
-/// process that is killed while it assigns leaves the old text, the new one, or an empty string.
+/// The object, its pool and its text lie in the same segment; the caller of every operation holds the segment's lock.
 ///
 /// @code
 /// pRecord->strName.InitPool(pPool);                                    // once, after construction in place
