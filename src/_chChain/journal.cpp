@@ -110,9 +110,13 @@ bool shareJournal::Undo(void* pSegment) const {
 shareSection* shareSection::ofThread(const void* pWord, uint32_t& uOffset) {
     const uintptr_t u = reinterpret_cast<uintptr_t>(pWord);
     for (shareSection* p = t_pShareSection; p != NULL; p = p->pOuter) {
+        if (__builtin_expect(u - p->uFirst < p->uSize, 1)) {
+            uOffset = static_cast<uint32_t>(u - p->uFirst);
+            return p;
+        }
         const std::atomic<uintptr_t>* pMapping = p->pBegin;
         while (const uintptr_t uBegin = (pMapping++)->load(std::memory_order_relaxed)) {
-            if (u - uBegin >= p->pJournal->GetSegmentSize())
+            if (u - uBegin >= p->uSize)
                 continue;
             uOffset = static_cast<uint32_t>(u - uBegin);
             return p;
@@ -121,15 +125,20 @@ shareSection* shareSection::ofThread(const void* pWord, uint32_t& uOffset) {
     return NULL;
 }
 
-void* shareSection::segment() const { return reinterpret_cast<void*>(pBegin[0].load(std::memory_order_relaxed)); }
-
 void shareSection::Begin(const shareJournal& journal, const std::atomic<uintptr_t>* pMapping) {
-    *this = {};
+    // Other processors have written the first entries last.
+    for (int i = 0; i < 3; ++i)
+        __builtin_prefetch(journal.begin() + i * 5, 1);
     // What a section that ended has left; with no entries it means nothing.
     if (journal.GetHeader().uFlags != 0)
         putShareWord(journal.GetHeader().uFlags, 0);
     pJournal = &journal;
     pBegin = pMapping;
+    uFirst = pMapping[0].load(std::memory_order_relaxed);
+    uSize = journal.GetSegmentSize();
+    aBlock[0] = aBlock[1] = {};
+    pLogged = NULL;
+    bFreed = false;
     pOuter = t_pShareSection;
     pCheck = sectionCheck::Begin(journal, segment());
     t_pShareSection = this;
@@ -205,16 +214,14 @@ void shareSection::AddBlock(uintptr_t uBlock, uint32_t uOffset, uint32_t uSize) 
 }
 
 void logShareStore(const void* pWord, uint32_t uNew) {
-    const uintptr_t u = reinterpret_cast<uintptr_t>(pWord);
     uint32_t uOffset;
     shareSection* const pSection = shareSection::ofThread(pWord, uOffset);
     if (pSection == NULL) {
         noteUnlocked(pWord, 4);
         return;
     }
-    for (const shareSection::block& block : pSection->aBlock)
-        if (u - block.uBegin < block.uSize)
-            return;
+    if (pSection->isNew(pWord))
+        return;
     const uint32_t uOld = loadShareWord(*static_cast<const uint32_t*>(pWord));
     if (uOld != uNew)
         pSection->Log(uOffset, uOld, uNew, kindStore);

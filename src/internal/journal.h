@@ -161,12 +161,18 @@ struct shareSection {
     shareSection* pOuter;
     const shareJournal* pJournal;
     const std::atomic<uintptr_t>* pBegin;  // the addresses of the segment, up to one that is 0
+    uintptr_t uFirst;                      // the first of them
+    uintptr_t uSize;                       // bytes of the segment
     block aBlock[2];                       // the latest new blocks, whose words need no entries
     uint32_t* pLogged;                     // a bit for each word that is logged; null while the section is short
     bool bFreed;                           // a block was freed in the section
     sectionCheck* pCheck;                  // checking builds: null if this section is not checked
 
-    void* segment() const;
+    void* segment() const { return reinterpret_cast<void*>(uFirst); }
+    bool isNew(const void* pWord) const {
+        const uintptr_t u = reinterpret_cast<uintptr_t>(pWord);
+        return u - aBlock[0].uBegin < aBlock[0].uSize || u - aBlock[1].uBegin < aBlock[1].uSize;
+    }
 
     // The section in which the calling thread may change the word; null: none.
     static shareSection* ofThread(const void* pWord, uint32_t& uOffset);

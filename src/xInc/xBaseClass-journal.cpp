@@ -84,6 +84,7 @@ void removeMapping(openJournalRow& row, const void* pData) {
         ++i;
     for (; i < maxMapping; ++i)
         row.aBegin[i].store(row.aBegin[i + 1].load(std::memory_order_relaxed), std::memory_order_relaxed);
+    row.section.uFirst = row.aBegin[0].load(std::memory_order_relaxed);
 }
 
 // ---- the memory of a journal
