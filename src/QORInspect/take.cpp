@@ -1,7 +1,8 @@
 // Taking the image of the running device.
 //
 // A segment is copied twice, and the words that differ are noted: what was read of them is changing. A copy whose pool
-// cannot be walked, or that has a queue in motion, is taken again, and the best of the tries is kept.
+// cannot be walked, or that has a queue in motion, is taken again, and the best of the tries is kept. What a killed
+// process has left unfinished, and the next one to take the lock would undo, is undone in the copy.
 #include <errno.h>
 #include <stdlib.h>
 #include <string.h>
@@ -10,13 +11,21 @@
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
+#include <memory>
 
+#include "internal/journal.h"
+#include "internal/notes.h"
 #include "qor/ChainHelper/ShareWord.h"
 #include "qor/InspectHelper/View.h"
 #include "qor/MiscHelper/Process.h"
 #include "xInc/xInspect.h"
 
 namespace QOR_InspectHelper {
+
+using QOR_ChainHelper::journalEntry;
+using QOR_ChainHelper::journalHeader;
+using QOR_ChainHelper::loadShareWord;
+using QOR_ChainHelper::shareJournal;
 
 namespace {
 
@@ -32,7 +41,7 @@ std::string keyFileOf(segmentKind kind) { return std::string(szKeyPrefix) + segm
 std::vector<uint8_t> copyWords(const uint32_t* pWords, size_t nSize) {
     std::vector<uint32_t> words(nSize / 4);
     for (size_t i = 0; i < words.size(); ++i)
-        words[i] = QOR_ChainHelper::loadShareWord(pWords[i]);
+        words[i] = loadShareWord(pWords[i]);
     std::vector<uint8_t> bytes(words.size() * 4);
     if (!bytes.empty())
         memcpy(bytes.data(), words.data(), bytes.size());
@@ -99,8 +108,8 @@ bool hasHeader(int32_t nId, const segmentType& type) {
     const attachedSegment attached(nId);
     if (attached.words() == nullptr)
         return false;
-    const uint32_t uSize = QOR_ChainHelper::loadShareWord(attached.words()[0]);
-    const uint32_t uType = QOR_ChainHelper::loadShareWord(attached.words()[1]);
+    const uint32_t uSize = loadShareWord(attached.words()[0]);
+    const uint32_t uType = loadShareWord(attached.words()[1]);
     return uSize == type.uSize && uType == static_cast<uint32_t>(type.nType);
 }
 
@@ -139,6 +148,55 @@ void findSegment(segmentImage& image, segmentKind kind, const std::vector<kernel
             image.others.push_back(pSegment->nId);
 }
 
+// ---- journals
+
+const journalHeader& headerOf(const attachedSegment& journal) {
+    return *reinterpret_cast<const journalHeader*>(journal.words());
+}
+
+// The journal beside a segment, which names it in its header; null when there is none.
+std::unique_ptr<attachedSegment> findJournal(const segmentImage& image, const std::vector<kernelSegment>& all) {
+    for (const kernelSegment& segment : all) {
+        if (segment.uSize != shareJournal::sizeFor(image.uSize) + shareJournal::sizeNotes)
+            continue;
+        auto pJournal = std::make_unique<attachedSegment>(segment.nId);
+        if (pJournal->words() != nullptr && loadShareWord(headerOf(*pJournal).uMagic) == journalHeader::magic &&
+            loadShareWord(headerOf(*pJournal).idSegment) == static_cast<uint32_t>(image.nId))
+            return pJournal;
+    }
+    return nullptr;
+}
+
+// The words of the entries that a killed process has left, which the next one to take the lock undoes. None while
+// somebody holds the lock.
+std::vector<uint8_t> unfinished(const segmentImage& image, segmentKind kind, const attachedSegment& journal) {
+    const journalHeader& header = headerOf(journal);
+    const size_t nEntries = loadShareWord(header.nEntry);
+    const bool bComplete = (loadShareWord(header.uFlags) & journalHeader::flagComplete) != 0;
+    const size_t nMost = (shareJournal::sizeFor(image.uSize) - sizeof(header)) / sizeof(journalEntry);
+    if (nEntries == 0 || nEntries > nMost || bComplete || findSemaphore(keyFileOf(kind)).nValue != 1)
+        return {};
+    return copyWords(journal.words() + sizeof(header) / 4, nEntries * sizeof(journalEntry));
+}
+
+// Undoes entries in the copy of their segment, the latest first.
+void undo(segmentImage& image, const std::vector<uint8_t>& entries) {
+    for (size_t n = entries.size(); n >= sizeof(journalEntry); n -= sizeof(journalEntry)) {
+        journalEntry entry;
+        memcpy(&entry, entries.data() + n - sizeof(entry), sizeof(entry));
+        const size_t nOffset = entry.uOffset & ~3u;
+        if ((entry.uOffset & 3u) != QOR_ChainHelper::kindBlock && nOffset + 4 <= image.bytes.size())
+            memcpy(image.bytes.data() + nOffset, &entry.uOld, 4);
+    }
+}
+
+// The notes are written without a lock, word by word.
+void takeNotes(segmentImage& image, const attachedSegment& journal) {
+    const size_t nOffset = shareJournal::sizeFor(image.uSize);
+    image.notes = copyWords(journal.words() + nOffset / 4, sizeof(QOR_MsgQueueHelper::shareNotes));
+    image.uNotesTime = monotonicMilliseconds();
+}
+
 void takeSegment(segmentImage& image, segmentKind kind, const std::vector<kernelSegment>& all, int nExactMs) {
     findSegment(image, kind, all);
     image.lock = findSemaphore(keyFileOf(kind));
@@ -149,8 +207,14 @@ void takeSegment(segmentImage& image, segmentKind kind, const std::vector<kernel
         image.strError = std::string("cannot be attached: ") + strerror(errno);
         return;
     }
+    const auto pJournal = findJournal(image, all);
+    const std::vector<uint8_t> left = pJournal ? unfinished(image, kind, *pJournal) : std::vector<uint8_t>();
     const uint32_t uSize = std::min(image.uSize, segmentTypeOf(kind).uSize);
     copySegment(image, kind, keyFileOf(kind), nExactMs, [&] { return copyWords(attached.words(), uSize); });
+    if (pJournal && !left.empty() && left == unfinished(image, kind, *pJournal))
+        undo(image, left);
+    if (pJournal && kind == segmentShare)
+        takeNotes(image, *pJournal);
 }
 
 // ---- the file of the counters

@@ -1,4 +1,5 @@
-// Looking for a cycle of sends: threads each of which waits for the answer of the next one.
+// Waits for an answer that last, and looking for a cycle of sends: threads each of which waits for the answer of the
+// next one.
 //
 // The edges are copied once under the segment's lock; who lives is asked after it is released. Two threads that close a
 // cycle at the same time may both find it, and so may every member that waits without a limit: each of them warns once.
@@ -19,6 +20,7 @@ namespace QOR_MsgQueueHelper {
 
 namespace {
 
+constexpr unsigned long long untilNote = 50000;     // us
 constexpr unsigned long long untilCheck = 1000000;  // us
 constexpr size_t maxRecords = chSystemShareObject::sizeObject / sizeMessageRecord;
 
@@ -94,15 +96,21 @@ void warnOfCycle() {
 
 }  // namespace
 
-void longWait::LookAgain(bool bUnlimited) {
-    if (m_bChecked || !bUnlimited)
+void longWait::LookAgain(const waitDeadline& deadline) {
+    const bool bLimited = deadline.GetTotal() >= 0;
+    if (m_bNoted && (m_bChecked || bLimited))
         return;
     const unsigned long long uNow = getMonotonicMicrosecond();
     if (m_uBegin == 0)
-        m_uBegin = uNow;
-    m_bChecked = uNow - m_uBegin >= untilCheck;
-    if (m_bChecked)
-        warnOfCycle();
+        m_uBegin = uNow - static_cast<unsigned>(m_nWaited) * 1000ull;
+    if (!m_bNoted && uNow - m_uBegin >= untilNote) {
+        m_bNoted = true;
+        m_pNote = noteWait(m_objMessage, static_cast<uint32_t>(m_uBegin / 1000), deadline.GetTotal());
+    }
+    if (bLimited || m_bChecked || uNow - m_uBegin < untilCheck)
+        return;
+    m_bChecked = true;
+    warnOfCycle();
 }
 
 }  // namespace QOR_MsgQueueHelper

@@ -8,6 +8,7 @@
 #include <algorithm>
 
 #include "QORMsgSystem/lifetime_guard.h"
+#include "QORMsgSystem/notes.h"
 #include "QORMsgSystem/queue.h"
 #include "QORMsgSystem/send.h"
 #include "QORMsgSystem/task_event.h"
@@ -181,7 +182,11 @@ void chThreadLocal::ProcessTaken(msgObject& objMessage) {
     const UINT uMsg = loadShareWord(objMessage.uMsg);
     if (uMsg > maxUntracedMsg)
         qorTrace(3, "Processing message 0x%x ...", uMsg);
+    const LifetimeGuard guard(this);
+    const handlingNote note(*m_pMsgQueue, objMessage);
     DefaultProcessMessage(objMessage);
+    if (!guard.IsGone())
+        note.Finish();
 }
 
 void chThreadLocal::FinishTaken(msgObject& objMessage) {

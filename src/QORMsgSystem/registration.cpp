@@ -11,6 +11,7 @@
 
 #include "QORMsgSystem/launch.h"
 #include "QORMsgSystem/lifetime_guard.h"
+#include "QORMsgSystem/notes.h"
 #include "QORMsgSystem/queue.h"
 #include "QORMsgSystem/quit_signal.h"
 #include "QORMsgSystem/task_event.h"
@@ -246,6 +247,7 @@ void uCSystemShareHelper::PutNewQueue(const segmentHold& hold, chThreadLocal& ob
     objThread.setMsgQueue(pQueue);
     if (pQueue == NULL)
         return;
+    noteNewQueue(*pQueue);
     msgDraft draft = makeDraft(TM_THREAD_START, 0, 0, 0, NULL, false);
     draft.nPriority = priorityStart;
     enqueueMessage(hold, *pQueue, draft);

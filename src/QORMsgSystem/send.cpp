@@ -236,7 +236,7 @@ BOOL chThreadBase::WaitRecord(msgObject& objMessage, recordWait wait, waitDeadli
     deadline.IsOver();  // time has passed until here
     if (!wait.bReceipt)
         WaitOwnEvent(wait, deadline.GetSlice(nSlice));
-    for (longWait lasting;;) {
+    for (longWait lasting(objMessage, wait.bReceipt ? 0 : nSlice);;) {
         const recordLook look = LookAtRecord(objMessage, wait, false);
         if (look.state != waitState::waiting)
             return look.state == waitState::done;
@@ -244,7 +244,7 @@ BOOL chThreadBase::WaitRecord(msgObject& objMessage, recordWait wait, waitDeadli
             return GiveUpRecord(objMessage, wait);
         if (!qorIsValidTaskID(m_idTask))
             return 0;
-        lasting.LookAgain(deadline.GetLeft() < 0);
+        lasting.LookAgain(deadline);
         WaitOwnEvent(wait, deadline.GetSlice(nSlice));
     }
 }

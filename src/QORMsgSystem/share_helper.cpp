@@ -4,6 +4,7 @@
 #include "internal/report.h"
 #include "internal/singleton.h"
 #include "qor/StringHelper.h"
+#include "xInc/journal.h"
 #include "xInc/platform.h"
 
 namespace QOR_MsgQueueHelper {
@@ -28,6 +29,8 @@ void uCSystemShareHelper::fork_reset() {
     chSystemShareFrame::fork_reset();
     m_objProcessLocal.fork_reset();
 }
+
+void* uCSystemShareHelper::GetNotes() const { return QOR_BaseHelper::journalNotes(m_fdSemaphore); }
 
 chMsgQueue* uCSystemShareHelper::FindMessageQueueByName(const char* lpszThreadName) {
     if (!QOR_ASSERT_TEXT(!QOR_StringHelper::textEMPTY(lpszThreadName), "!textEMPTY(lpszThreadName)"))

@@ -13,7 +13,8 @@ namespace QOR_MsgQueueHelper {
 class waitDeadline {
 public:
     explicit waitDeadline(int nTimeout)
-        : m_nLeft(nTimeout < -1 ? 0 : nTimeout),
+        : m_nTotal(nTimeout < -1 ? 0 : nTimeout),
+          m_nLeft(m_nTotal),
           m_uDeadline(m_nLeft > 0 ? getMonotonicMicrosecond() + static_cast<unsigned>(m_nLeft) * 1000ull : 0) {}
 
     // Whether the time is over; reads the clock.
@@ -24,12 +25,15 @@ public:
         }
         return m_nLeft == 0;
     }
+    // The whole time-out; -1 without a limit.
+    int GetTotal() const { return m_nTotal; }
     // Milliseconds, rounded up, that were left when the clock was last read; -1 without a limit.
     int GetLeft() const { return m_nLeft; }
     // The next wait, no longer than a slice.
     int GetSlice(int nSlice) const { return m_nLeft >= 0 && m_nLeft < nSlice ? m_nLeft : nSlice; }
 
 private:
+    const int m_nTotal;
     int m_nLeft;
     const unsigned long long m_uDeadline;
 };

@@ -167,6 +167,12 @@ FILE* createPrivateFile(const std::string& strFile) {
     return pFile;
 }
 
+uint32_t monotonicMilliseconds() {
+    timespec ts = {};
+    clock_gettime(CLOCK_MONOTONIC, &ts);
+    return static_cast<uint32_t>(ts.tv_sec) * 1000u + static_cast<uint32_t>(ts.tv_nsec / 1000000);
+}
+
 std::string machineName() {
     char szName[256] = {};
     gethostname(szName, sizeof(szName) - 1);

@@ -91,6 +91,9 @@ private:
 // A new file of mode 0600, in the place of one that is there. Null when it cannot be made; then errno says why.
 FILE* createPrivateFile(const std::string& strFile);
 
+// The machine's monotonic clock in milliseconds, modulo 2^32.
+uint32_t monotonicMilliseconds();
+
 // The name of the machine.
 std::string machineName();
 

@@ -134,4 +134,10 @@ unsigned long long getMonotonicMicrosecond() {
     return static_cast<unsigned long long>(ts.tv_sec) * 1000000u + static_cast<unsigned long long>(ts.tv_nsec / 1000);
 }
 
+unsigned int getCoarseMillisecond() {
+    timespec ts = {};
+    clock_gettime(CLOCK_MONOTONIC_COARSE, &ts);
+    return static_cast<unsigned int>(ts.tv_sec) * 1000u + static_cast<unsigned int>(ts.tv_nsec / 1000000);
+}
+
 }  // namespace QOR_MsgQueueHelper

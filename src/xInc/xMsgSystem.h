@@ -20,12 +20,15 @@ void sweepDeadTaskEvents();
 // has one such function; asking again changes nothing. No kernel call.
 void callAtThreadExit(void (*fnAtExit)());
 
-// Has the thread library free the calling thread when it ends, since nobody will join it. Does nothing for a thread that
-// is detached already.
+// Has the thread library free the calling thread when it ends, since nobody will join it. Does nothing for a thread
+// that is detached already.
 void detachCurrentThread();
 
 // A clock in microseconds that costs no kernel call where the platform offers one.
 unsigned long long getMonotonicMicrosecond();
+
+// The same clock in milliseconds modulo 2^32, some milliseconds late: cheaper still.
+unsigned int getCoarseMillisecond();
 
 // Starts a thread of the library's own, to be joined with chJoinThread(). It blocks all signals, so none is handled
 // there. Its id; 0 after a warning.

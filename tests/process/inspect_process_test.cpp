@@ -4,6 +4,7 @@
 
 #include "gtest/gtest.h"
 #include "qor/InspectHelper.h"
+#include "qor/MsgQueueHelper.h"
 #include "support/exchange.h"
 #include "support/scale.h"
 
@@ -33,6 +34,26 @@ TEST(InspectEmpty, AMachineWithoutSegmentsStaysWithoutThem) {
     EXPECT_TRUE(std::filesystem::is_empty("/tmp/home"));
     EXPECT_EQ(0, countRows("/proc/sysvipc/shm"));
     EXPECT_EQ(0, countRows("/proc/sysvipc/sem"));
+}
+
+// The next process to take the lock would undo it; looking shows the device as that one will find it.
+TEST(InspectDead, WhatAKilledProcessHasLeftUnfinishedIsNotShown) {
+    using QOR_ChainHelper::storeShareWord;
+    qorTest::childProcess killed("killed", [] {
+        auto* pShare = QOR_MsgQueueHelper::uCSystemShareHelpergetGlobalObject();
+        pShare->Lock(-1);
+        pShare->getObject()->m_objPool.alloc(100);
+        storeShareWord(reinterpret_cast<uint32_t&>(pShare->getObject()->m_objManager.m_vRootQueueChain), 3);
+        raise(SIGKILL);
+        return 0;
+    });
+    EXPECT_EQ(-SIGKILL, killed.wait());
+    deviceImage device;
+    takeImage(device, takeOptions());
+    const shareView share = readShare(device.segment(segmentShare));
+    EXPECT_EQ(viewSound, share.state) << share.strProblem;
+    EXPECT_EQ(0u, share.pool.uUsed);
+    EXPECT_EQ(0u, share.pool.uLeaked);
 }
 
 // What is shown of a segment in motion is either right or called changing.

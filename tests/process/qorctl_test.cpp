@@ -206,6 +206,23 @@ TEST_F(CtlCommand, AReportIsOnePageThatNeedsNoNetwork) {
     run(1, {"report", "/nowhere/device.html"});
 }
 
+// Takes seconds.
+TEST_F(CtlCommand, ABrowserTakesTheReport) {
+    if (!isLong() || shell("command -v chromium").nStatus != 0)
+        GTEST_SKIP() << "only in the long form, where chromium is installed";
+    device.startSender("a<b>&", "deaf", 0x123);
+    device.start("deaf", [] {});
+    device.go();
+    ctlDevice::waitForEdges(1, 0);
+    run(0, {"report", "/tmp/home/device.html"});
+    const ctlResult result = shell(
+        "chromium --headless --no-sandbox --disable-gpu --disable-dev-shm-usage --user-data-dir=/tmp/home/browser "
+        "--dump-dom file:///tmp/home/device.html");
+    for (const char* lpszText : {"a&lt;b&gt;&amp;</text>", ">deaf</text>", "<title>0x123</title></line>",
+                                 "send-blocked on deaf", "<h2>Findings</h2>", "error: first"})
+        EXPECT_NE(std::string::npos, result.strOutput.find(lpszText)) << lpszText << "\n" << result.strError;
+}
+
 TEST_F(CtlCommand, SegmentsShowTheirPoolsAndLocks) {
     const json segments = json::parse(run(0, {"segments", "--json"}));
     std::map<std::string, json> mapSegment;

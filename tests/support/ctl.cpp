@@ -9,9 +9,11 @@
 
 #include <algorithm>
 #include <fstream>
+#include <regex>
 
 #include "qor/flat.h"
 #include "support/isolation.h"
+#include "support/peer.h"
 
 namespace qorTest {
 
@@ -73,6 +75,22 @@ int execWords(std::vector<std::string> listWord, const std::vector<std::string>&
 }
 
 }  // namespace
+
+std::vector<ctlWords> ctlTools() {
+    std::vector<ctlWords> listTool = {ownProgram()};
+    const char* const lpszPeers = getenv("QOR_PEERS");
+    std::string strPeers = lpszPeers != nullptr ? lpszPeers : "";
+    while (!strPeers.empty()) {
+        const size_t nEnd = std::min(strPeers.find(':'), strPeers.size());
+        const std::string strDirectory = strPeers.substr(0, nEnd);
+        strPeers.erase(0, nEnd + 1);
+        ctlWords tool = findPeerBuild(strDirectory).listWord;
+        tool.back() = strDirectory + "/tools/qorctl/qorctl";
+        if (access(tool.back().c_str(), X_OK) == 0)
+            listTool.push_back(tool);
+    }
+    return listTool;
+}
 
 int execCtl(const std::vector<std::string>& listArgument, int fdOut) {
     return execWords(ownProgram(), listArgument, fdOut);
@@ -186,14 +204,16 @@ void ctlDevice::waitForEdges(size_t nEdges, size_t nTaken) {
         takeImage(device, QOR_InspectHelper::takeOptions());
         const auto edges = findEdges(readShare(device.segment(QOR_InspectHelper::segmentShare)), device);
         const auto nHave = std::count_if(edges.begin(), edges.end(), [](const auto& edge) { return edge.bTaken; });
-        if (edges.size() == nEdges && static_cast<size_t>(nHave) == nTaken)
+        const bool bNoted = std::all_of(edges.begin(), edges.end(), [](const auto& edge) { return edge.wait.bKnown; });
+        if (edges.size() == nEdges && static_cast<size_t>(nHave) == nTaken && bNoted)
             return;
         usleep(1000);
     }
 }
 
 std::string ctlDevice::normal(const std::string& strText) const {
-    std::string str = strText;
+    std::string str = std::regex_replace(strText, std::regex("\\b[0-9]+(\\.[0-9] s| min| h)\\b"), "<time>");
+    str = std::regex_replace(str, std::regex("Ms\": [0-9]+"), "Ms\": <time>");
     for (const auto& task : m_listTask)
         replaceNumber(str, std::to_string(task.second), "<" + task.first + ">");
     const auto it = std::unique(str.begin(), str.end(), [](char a, char b) { return a == ' ' && b == ' '; });

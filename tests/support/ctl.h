@@ -35,6 +35,13 @@ ctlResult shell(const std::string& strCommand);
 ctlResult ctlOf(const std::vector<std::string>& listProgram, const std::vector<std::string>& listArgument,
                 const std::string& strInput = "");
 
+// How the qorctl of a build is started.
+typedef std::vector<std::string> ctlWords;
+
+// The tools of this build, which is the first, and of those that the environment variable QOR_PEERS names (build
+// directories with colons between). A build that only gives a peer has none.
+std::vector<ctlWords> ctlTools();
+
 // Becomes qorctl, in a child process: only a failure returns, with its exit status.
 int execCtl(const std::vector<std::string>& listArgument, int fdOut);
 
@@ -56,12 +63,13 @@ public:
     // Kills all of them, and returns when they are gone. Their names still stand in normal().
     void killAll();
 
-    // Waits until so many senders wait for an answer, so many of which are being handled.
+    // Waits until so many senders wait for an answer, so many of which are being handled, and all have noted that.
     static void waitForEdges(size_t nEdges, size_t nTaken);
     // Waits until something holds of the device's queues.
     static void waitUntil(const std::function<bool(const QOR_InspectHelper::shareView&)>& fnHolds);
 
-    // A text with the names of threads in angle brackets for their task ids, and one blank for several.
+    // A text with the names of threads in angle brackets for their task ids, "<time>" for how long something lasts, and
+    // one blank for several.
     std::string normal(const std::string& strText) const;
     int taskOf(const std::string& strName) const;
 

@@ -107,7 +107,8 @@ void findPoolTroubles(const device& dev, segmentKind kind, const segmentView& vi
         all.push_back(
             {false, "leak",
              strName + ": " + std::to_string(view.pool.uLeaked) + " bytes are in use and nothing leads to them",
-             "A killed process leaves a cell at most; if it grows, something is wrong."});
+             "The library leaves no such bytes, whoever is killed: a program that allocates there itself has forgotten "
+             "them, or something is wrong."});
 }
 
 void findKeyTroubles(const device& dev, segmentKind kind, findings& all) {

@@ -49,6 +49,9 @@ public:
     /// The threads and events of this process.
     chProcessLocal& GetProcessLocal() { return m_objProcessLocal; }
 
+    /// internal: the room for notes beside the segment; null when there is none.
+    void* GetNotes() const;
+
     /// In a child after fork. Runs by itself.
     void fork_reset();
     /// When main returns, while other threads may run. Runs by itself.

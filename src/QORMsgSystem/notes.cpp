@@ -1,0 +1,81 @@
+#include "QORMsgSystem/notes.h"
+
+#include "internal/share.h"
+#include "qor/ChainHelper/ShareWord.h"
+#include "qor/MiscHelper.h"
+#include "xInc/journal.h"
+#include "xInc/xMsgSystem.h"
+
+using namespace QOR_ChainHelper;
+using QOR_MiscHelper::qorGetCurrentTaskId;
+
+namespace QOR_MsgQueueHelper {
+
+namespace {
+
+shareNotes* notes() { return static_cast<shareNotes*>(share().GetNotes()); }
+
+uint32_t offsetOf(const void* p) {
+    return static_cast<uint32_t>(reinterpret_cast<uintptr_t>(p) - reinterpret_cast<uintptr_t>(share().getObject()));
+}
+
+threadNote* noteOf(const chMsgQueue& objQueue) {
+    const uint32_t uOffset = offsetOf(&objQueue);
+    shareNotes* const pNotes = uOffset < sizeNotedSegment ? notes() : NULL;
+    return pNotes != NULL ? &pNotes->m_aThread[placeOfQueue(uOffset)] : NULL;
+}
+
+void put(uint32_t& uWord, uint32_t uValue) { putShareWord(uWord, uValue); }
+void put(int32_t& nWord, int32_t nValue) {
+    putShareWord(reinterpret_cast<uint32_t&>(nWord), static_cast<uint32_t>(nValue));
+}
+
+}  // namespace
+
+void noteNewQueue(const chMsgQueue& objQueue) {
+    threadNote* const pNote = noteOf(objQueue);
+    if (pNote == NULL)
+        return;
+    put(pNote->m_uRecord, 0);
+    put(pNote->m_uHandled, 0);
+    put(pNote->m_idTask, qorGetCurrentTaskId());
+}
+
+handlingNote::handlingNote(const chMsgQueue& objQueue, const msgObject& objMessage) : m_pNote(noteOf(objQueue)) {
+    if (m_pNote == NULL)
+        return;
+    m_uRecordBefore = loadShareWord(m_pNote->m_uRecord);
+    m_uSinceBefore = loadShareWord(m_pNote->m_uSince);
+    put(m_pNote->m_uSince, getCoarseMillisecond());
+    put(m_pNote->m_uRecord, offsetOf(&objMessage));
+}
+
+void handlingNote::Finish() const {
+    if (m_pNote == NULL)
+        return;
+    put(m_pNote->m_uRecord, m_uRecordBefore);
+    put(m_pNote->m_uSince, m_uSinceBefore);
+    put(m_pNote->m_uHandled, loadShareWord(m_pNote->m_uHandled) + 1);
+}
+
+senderNote* noteWait(const msgObject& objMessage, uint32_t uStart, int nLimit) {
+    const uint32_t uOffset = offsetOf(&objMessage);
+    shareNotes* const pNotes = uOffset < sizeNotedSegment ? notes() : NULL;
+    if (pNotes == NULL)
+        return NULL;
+    senderNote* const pNote = &pNotes->m_aSender[placeOfRecord(uOffset)];
+    put(pNote->m_idTask, qorGetCurrentTaskId());
+    put(pNote->m_uStart, uStart);
+    put(pNote->m_nLimit, nLimit);
+    put(pNote->m_uRecord, uOffset);
+    return pNote;
+}
+
+// By now the place may be that of another sender's record.
+void endWait(senderNote* pNote, const msgObject& objMessage) {
+    if (pNote != NULL && loadShareWord(pNote->m_uRecord) == offsetOf(&objMessage) &&
+        loadShareWord(pNote->m_idTask) == qorGetCurrentTaskId())
+        put(pNote->m_uRecord, 0);
+}
+
+}  // namespace QOR_MsgQueueHelper

@@ -1,0 +1,33 @@
+// Writing what threads note about themselves, see internal/notes.h: plain stores without lock and without kernel call.
+#ifndef QOR_MSG_SYSTEM_NOTES_H
+#define QOR_MSG_SYSTEM_NOTES_H
+
+#include "internal/notes.h"
+#include "qor/MsgQueueHelper/Queue.h"
+
+namespace QOR_MsgQueueHelper {
+
+// A queue of the calling thread that is new: nothing has been handled.
+void noteNewQueue(const chMsgQueue& objQueue);
+
+// What the calling thread handles, from its construction to Finish(). A handler may handle further messages, so these
+// lie within each other. Without Finish(), when the handler has ended the registration, nothing more is written.
+class handlingNote {
+public:
+    handlingNote(const chMsgQueue& objQueue, const msgObject& objMessage);
+    void Finish() const;
+
+private:
+    threadNote* m_pNote;  // null: there is no room for notes
+    uint32_t m_uRecordBefore = 0;
+    uint32_t m_uSinceBefore = 0;
+};
+
+// That the calling thread has waited for an answer since a time, with a time-out or -1. Null when there is no room.
+senderNote* noteWait(const msgObject& objMessage, uint32_t uStart, int nLimit);
+// Takes the note of noteWait() back; null is allowed.
+void endWait(senderNote* pNote, const msgObject& objMessage);
+
+}  // namespace QOR_MsgQueueHelper
+
+#endif
