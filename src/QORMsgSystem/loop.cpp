@@ -131,9 +131,11 @@ bool chThreadLocal::HasWork() {
 }
 
 // The kernel takes back the signal of a poster that dies at once, so a long wait looks into the queue from time to
-// time. If the event was removed from the device, it is replaced by a new one. Whether there may be something to do.
+// time, and after the process's key files. If the event was removed from the device, it is replaced by a new one.
+// Whether there may be something to do.
 bool chThreadLocal::WaitForWork(int nTime) {
     waitDeadline deadline(nTime);
+    lookAfterKeyFiles();
     while (!m_pTaskEvent->WaitEventFor(deadline.GetSlice(sliceForWork))) {
         if (deadline.IsOver())
             return false;
@@ -143,6 +145,7 @@ bool chThreadLocal::WaitForWork(int nTime) {
         }
         if (HasWork())
             return true;
+        lookAfterKeyFiles();
     }
     taskEvent::OfThread().NoteWaited();
     return true;

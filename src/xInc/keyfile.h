@@ -12,6 +12,7 @@
 
 #include <sys/types.h>
 
+#include <set>
 #include <string>
 #include <vector>
 
@@ -30,8 +31,29 @@ bool createKeyFile(const char* lpszPath);
 // The path of the key file of a plain name.
 std::string keyFilePath(const std::string& strName);
 
+// Whether a path is that of the key file of a plain name.
+bool isPlainKeyFile(const char* lpszPath);
+
+// The keys that the key files of plain names have for a project.
+std::set<key_t> takenKeys(unsigned char idProject);
+
 // The plain names that begin with a prefix and have a key file.
 std::vector<std::string> listKeyFiles(const char* lpszPrefix);
+
+// ---- the key files that this process uses
+
+// Adds the key file of an object that is opened to the list of those in use, and removes it again. Counted.
+void noteKeyFile(const char* lpszPath);
+void forgetKeyFile(const char* lpszPath);
+
+// Sets the times of a key file to now when they are older than an hour, so that no cleaner of /tmp removes it.
+void refreshKeyFile(const char* lpszPath);
+
+// Refresh all key files in use, if an hour has passed since this process looked at them; at use: five minutes more, so
+// that in a process with an idle thread no other thread has to. Until then each costs a look at a clock, and no kernel
+// call. Both keep errno.
+void refreshKeyFilesWhenIdle();
+void refreshKeyFilesAtUse();
 
 // A key file, held locked. Its holder is not cancelled.
 class keyFileLock {

@@ -32,6 +32,8 @@ bool take(int nResult, const struct stat& status, fileState& state) {
     state.idGroup = status.st_gid;
     state.uDevice = status.st_dev;
     state.uInode = status.st_ino;
+    state.nAccessed = status.st_atime;
+    state.nModified = status.st_mtime;
     return true;
 }
 
@@ -61,6 +63,9 @@ bool lookAtOpen(int fd, fileState& state) {
 bool renameFile(const char* lpszFrom, const char* lpszTo) { return rename(lpszFrom, lpszTo) == 0; }
 
 bool removeFile(const char* lpszPath) { return unlink(lpszPath) == 0 || isMissing(errno); }
+
+// Without times of its own the call is allowed to everybody who may write to the file.
+bool refreshFile(const char* lpszPath) { return utimensat(AT_FDCWD, lpszPath, nullptr, AT_SYMLINK_NOFOLLOW) == 0; }
 
 void syncDirectoryOf(const char* lpszPath) {
     const char* const lpszSlash = strrchr(lpszPath, '/');

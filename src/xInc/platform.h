@@ -102,6 +102,8 @@ struct fileState {
     unsigned idGroup = 0;
     unsigned long long uDevice = 0;
     unsigned long long uInode = 0;
+    long long nAccessed = 0;  // seconds of the day clock, like the next one
+    long long nModified = 0;
 
     bool isSameFile(const fileState& other) const { return uInode == other.uInode && uDevice == other.uDevice; }
 };
@@ -121,6 +123,9 @@ bool renameFile(const char* lpszFrom, const char* lpszTo);
 
 // Removes a name. True also when it is missing.
 bool removeFile(const char* lpszPath);
+
+// Sets the times of a file to now; of a symbolic link its own.
+bool refreshFile(const char* lpszPath);
 
 // Brings the names in a file's directory to the device, as far as the system does that.
 void syncDirectoryOf(const char* lpszPath);

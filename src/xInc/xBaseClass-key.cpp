@@ -63,14 +63,6 @@ void removeStaleFiles(const std::string& strDirectory, int fdDirectory) {
         unlinkat(fdDirectory, strName.c_str(), 0);
 }
 
-// The semaphore keys of all key files; the segment keys differ wherever these do.
-std::set<key_t> takenKeys() {
-    std::set<key_t> setKey;
-    for (const std::string& strName : listNames(szKeyDirectory, szKeyPrefix))
-        setKey.insert(ftok((std::string(szKeyDirectory) + "/" + strName).c_str(), idProjectSemaphore));
-    return setKey;
-}
-
 bool isLiveSemaphore(key_t key) { return semget(key, 0, 0) != -1 || errno != ENOENT; }
 
 bool isLiveSegment(key_t key) { return shmget(key, 0, 0) != -1 || errno != ENOENT; }
@@ -97,7 +89,8 @@ bool makeFile(int fdDirectory, const char* lpszName) {
 
 // Makes private files until one has unique keys. arrName gets all their names; that one is the last.
 bool makeUniqueFile(const std::string& strDirectory, int fdDirectory, std::vector<std::string>& arrName) {
-    const std::set<key_t> setTaken = takenKeys();
+    // The segment keys differ wherever these do.
+    const std::set<key_t> setTaken = takenKeys(idProjectSemaphore);
     for (int i = 0; i < maxNewFile; ++i) {
         const std::string strName = szNewPrefix + std::to_string(i);
         if (!makeFile(fdDirectory, strName.c_str())) {
@@ -127,6 +120,18 @@ bool publishFile(int fdDirectory, const char* lpszName, const char* lpszPath) {
 
 std::string keyFilePath(const std::string& strName) {
     return std::string(szKeyDirectory) + "/" + szKeyPrefix + strName;
+}
+
+std::set<key_t> takenKeys(unsigned char idProject) {
+    std::set<key_t> setKey;
+    for (const std::string& strName : listNames(szKeyDirectory, szKeyPrefix))
+        setKey.insert(ftok((std::string(szKeyDirectory) + "/" + strName).c_str(), idProject));
+    return setKey;
+}
+
+bool isPlainKeyFile(const char* lpszPath) {
+    const std::string strStart = keyFilePath("");
+    return strncmp(lpszPath, strStart.c_str(), strStart.size()) == 0;
 }
 
 std::vector<std::string> listKeyFiles(const char* lpszPrefix) {
@@ -199,8 +204,9 @@ bool keyFileLock::tryExisting(const char* lpszPath) { return openAndLock(lpszPat
 void keyFileLock::release() { m_file.release(); }
 
 void xFileKey::SetKeyFile(const char* lpszName) {
-    m_strKeyFile.Clear();
+    CloseFileKey();
     m_strKeyFile += strpbrk(lpszName, "/\\") == nullptr ? keyFilePath(lpszName).c_str() : lpszName;
+    noteKeyFile(m_strKeyFile);
 }
 
 key_t xFileKey::OpenLockedFileKey(const char* lpszName, unsigned char idProject, keyFileLock& lock) {
@@ -218,6 +224,7 @@ key_t xFileKey::OpenLockedFileKey(const char* lpszName, unsigned char idProject,
         QOR_TraceHelper::qorOutputWarningString("ftok [%s] fail: %s", lpszPath, strerror(errno));
         QOR_ASSERT(FALSE);
     }
+    refreshKeyFile(lpszPath);
     return key;
 }
 
@@ -227,7 +234,7 @@ key_t xFileKey::FindLockedFileKey(const char* lpszName, unsigned char idProject,
     SetKeyFile(lpszName);
     const key_t key = lock.lockExisting(m_strKeyFile) ? ftok(m_strKeyFile, idProject) : -1;
     if (key == -1)
-        m_strKeyFile.Clear();
+        CloseFileKey();
     return key;
 }
 
@@ -236,13 +243,17 @@ key_t xFileKey::OpenFileKey(const char* lpszName, unsigned char idProject) {
     return OpenLockedFileKey(lpszName, idProject, lock);
 }
 
-void xFileKey::CloseFileKey() { m_strKeyFile.Clear(); }
+void xFileKey::CloseFileKey() {
+    if (!m_strKeyFile.IsEmpty())
+        forgetKeyFile(m_strKeyFile);
+    m_strKeyFile.Clear();
+}
 
 void xFileKey::DestroyFileKey() {
     if (m_strKeyFile.IsEmpty())
         return;
     unlink(m_strKeyFile);
-    m_strKeyFile.Clear();
+    CloseFileKey();
 }
 
 }  // namespace QOR_BaseHelper

@@ -496,6 +496,8 @@ void chMutex::UnlockSegment() {
     if (m_bIsLocked)
         endSection(m_fdSemaphore);
     ReleaseMutex();
+    if (t_held.nCount == 0)
+        refreshKeyFilesAtUse();
 }
 
 BOOL chEvent::OpenEvent(const char* lpszName) { return OpenSemaphore(lpszName); }

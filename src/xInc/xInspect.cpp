@@ -11,7 +11,6 @@
 
 #include <algorithm>
 #include <fstream>
-#include <sstream>
 
 #include "xInc/xInspect.h"
 #include "qor/BaseHelper/Sync.h"
@@ -21,20 +20,7 @@ namespace QOR_InspectHelper {
 
 namespace {
 
-constexpr const char* szSegments = "/proc/sysvipc/shm";
 constexpr const char* szSemaphores = "/proc/sysvipc/sem";
-
-// The permissions stand in octal.
-bool parseRow(const std::string& strLine, kernelSegment& segment) {
-    std::istringstream in(strLine);
-    int32_t nKey = 0;
-    int64_t nCreator = 0, nLast = 0;
-    in >> nKey >> segment.nId >> std::oct >> segment.uMode >> std::dec >> segment.uSize >> nCreator >> nLast >>
-        segment.nAttached >> segment.idOwner;
-    segment.uKey = static_cast<uint32_t>(nKey);
-    segment.uMode &= 0777;
-    return !in.fail();
-}
 
 int semaphoreOf(const std::string& strKeyFile) {
     uint32_t uKey = 0;
@@ -54,19 +40,6 @@ bool addToSemaphore(int nId, short nDelta, int nMilliseconds) {
 }
 
 }  // namespace
-
-std::vector<kernelSegment> listSegments() {
-    std::vector<kernelSegment> segments;
-    std::ifstream in(szSegments);
-    std::string strLine;
-    std::getline(in, strLine);
-    while (std::getline(in, strLine)) {
-        kernelSegment segment = {};
-        if (parseRow(strLine, segment))
-            segments.push_back(segment);
-    }
-    return segments;
-}
 
 int64_t countSemaphores() {
     std::ifstream in(szSemaphores);

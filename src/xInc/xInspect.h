@@ -8,21 +8,13 @@
 #include <vector>
 
 #include "qor/InspectHelper/Image.h"
+#include "xInc/segment_table.h"
 
 namespace QOR_InspectHelper {
 
-// A row of the kernel's table of segments.
-struct kernelSegment {
-    uint32_t uKey;
-    int32_t nId;
-    uint64_t uSize;
-    int32_t nAttached;
-    int32_t idOwner;
-    uint32_t uMode;
-};
+using QOR_BaseHelper::kernelSegment;
+using QOR_BaseHelper::listSegments;
 
-// All segments of the machine.
-std::vector<kernelSegment> listSegments();
 // How many semaphore sets the machine has; -1 when the kernel does not tell.
 int64_t countSemaphores();
 

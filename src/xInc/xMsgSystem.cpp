@@ -128,6 +128,8 @@ void sweepDeadTaskEvents() {
     }
 }
 
+void lookAfterKeyFiles() { QOR_BaseHelper::refreshKeyFilesWhenIdle(); }
+
 unsigned long long getMonotonicMicrosecond() {
     timespec ts = {};
     clock_gettime(CLOCK_MONOTONIC, &ts);

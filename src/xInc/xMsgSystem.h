@@ -16,6 +16,9 @@ void destroyDeadTaskEvent(int idTask);
 // destroyDeadTaskEvent() for every dead task: one look through the key files.
 void sweepDeadTaskEvents();
 
+// What an idle thread does for its process: once an hour it refreshes the key files in use. Otherwise no kernel call.
+void lookAfterKeyFiles();
+
 // Has a function called when the calling thread ends, also when it is cancelled; not when the process exits. A thread
 // has one such function; asking again changes nothing. No kernel call.
 void callAtThreadExit(void (*fnAtExit)());

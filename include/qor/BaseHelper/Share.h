@@ -71,6 +71,11 @@ public:
     /// Whether the calling task created the segment with this object. Fatal when not open.
     BOOL IsCreateByMe();
 
+    /// Warns when living processes use another segment of the same size, that begins with the same ipcObjectHeader and
+    /// that no key file leads to: a second device has come into being beside the first. For a segment that was just
+    /// created and has its header. Reads the kernel's table of segments.
+    void WarnOfTwin() const;
+
     /// The address of the memory, null while closed.
     void* getData() const { return m_pMapData; }
 
@@ -273,6 +278,9 @@ public:
         }
         if (!bOpen)
             Mutex::CloseMutex();
+        if constexpr (std::is_same<MapFile, chMapFile>::value)
+            if (bOpen && m_mapFile.IsCreateByMe())
+                m_mapFile.WarnOfTwin();
         return bOpen;
     }
 
