@@ -217,6 +217,8 @@ BOOL uCSystemShareHelper::CreateLocalThread(chThreadLocal& objThread) {
     const bool bFirst = m_objProcessLocal.GetCurrentThreadObject() == NULL;
     std::vector<ghostQueue> listGhost;
     bool bExists = false;
+    // Under the segment's lock, a stranger who has locked /tmp would stop the device and not only this thread.
+    prepareTaskEvent(qorGetCurrentTaskId());
     {
         const segmentLock lock;
         listGhost = sweepGhostQueues(lock, bFirst ? qorGetCurrentTaskId() : 0);

@@ -3,6 +3,8 @@
 #ifndef QOR_XINC_FILE_LOCK_H
 #define QOR_XINC_FILE_LOCK_H
 
+#include <string>
+
 namespace QOR_BaseHelper {
 
 class fileLock {
@@ -21,15 +23,18 @@ public:
     // Opens a directory in the same way.
     bool openDirectory(const char* lpszPath);
 
-    // Locks the file, waiting without limit. False on an error (errno).
-    bool lock();
-
     // Locks the file unless another holder has locked it, which is the error EWOULDBLOCK. False on any error (errno).
     bool tryLock();
 
-    // Locks the file, waiting at most nTimeout milliseconds. False when another holder still has it locked. On a
-    // file system without locks there is none.
+    // Locks the file, waiting at most nTimeout milliseconds for another holder, which then is the error EWOULDBLOCK.
+    // False on any error (errno). Whoever waits tries again after pauses of up to 10 ms.
+    bool lockFor(int nTimeout);
+
+    // The same. False only when another holder still has it locked: on a file system without locks there is none.
     bool wait(int nTimeout);
+
+    // Who has the file locked, in words for an error: "process 4711 (backup)". Reads the kernel's table of locks.
+    std::string describeHolder() const;
 
     // Whether the path names the file. False with errno ENOENT: nothing or another file is there. False with another
     // errno: it cannot be found out.

@@ -4,6 +4,12 @@
 // - A key file appears at its path complete, with mode 0666, by one link(); it never changes afterwards.
 // - A process creates or removes a kernel object of a key file only while it holds the file's lock, and after it has
 //   checked that the path still names the locked file. The kernel drops the lock of a process that dies.
+// - Nobody waits without limit for a lock that somebody else's program may hold, and nobody goes on without one: after
+// 10 s
+//   the call fails with an assertion that names the file and its holder.
+// - A kernel object is looked up without a lock: it belongs to the key file if the path has the same key afterwards,
+// since
+//   the keys of living objects and of key files are unique at every instant.
 // - Creators of key files are serialised by a lock on the directory "/tmp", then on the file's directory; so
 //   whatever lies there under a creator's private name belongs to a dead creator.
 // Lock order: "/tmp", the file's directory. The lock of a key file is never held while those are taken.
@@ -25,7 +31,8 @@ constexpr unsigned char idProjectSemaphore = 'm';
 constexpr unsigned char idProjectSegment = 'S';
 constexpr unsigned char idProjectJournal = 'J';
 
-// Makes the key file unless it exists. True when it exists now; else errno says why not.
+// Makes the key file unless it exists. True when it exists now; else errno says why not. Fatal: somebody else holds the
+// lock of its directory or of "/tmp" for too long.
 bool createKeyFile(const char* lpszPath);
 
 // The path of the key file of a plain name.
@@ -62,10 +69,11 @@ public:
     keyFileLock(const keyFileLock&) = delete;
     keyFileLock& operator=(const keyFileLock&) = delete;
 
-    // Locks the file at the path, which is made when it is missing. On failure errno says why.
+    // Locks the file at the path, which is made when it is missing. On failure errno says why. Fatal: somebody else
+    // holds its lock for too long.
     bool lockOrCreate(const char* lpszPath);
 
-    // Locks the file at the path when there is one.
+    // Locks the file at the path when there is one; if somebody else holds its lock for too long, warns and gives up.
     bool lockExisting(const char* lpszPath);
 
     // Locks the file at the path when there is one that is not locked.
@@ -74,7 +82,7 @@ public:
     void release();
 
 private:
-    bool openAndLock(const char* lpszPath, bool bWait);
+    bool openAndLock(const char* lpszPath, int nTimeout);
 
     const chCancelGuard m_guard;
     fileLock m_file;

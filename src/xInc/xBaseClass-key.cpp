@@ -33,6 +33,9 @@ constexpr char szKeyDirectory[] = "/tmp";
 constexpr char szKeyPrefix[] = "qor_";
 constexpr char szNewPrefix[] = ".qor_new.";
 
+// Milliseconds. Holders that use the library need far less than a second, also on a machine that is busy.
+constexpr int maxWait = 10000;
+
 // After as many files as the 16 bits have values, another one cannot help.
 constexpr int maxNewFile = 0x10000;
 
@@ -143,6 +146,21 @@ std::vector<std::string> listKeyFiles(const char* lpszPrefix) {
 
 namespace {
 
+std::string describeWait(const fileLock& lock, const char* lpszPath) {
+    return std::string("[") + lpszPath + "] has been locked for 10 s by " + lock.describeHolder();
+}
+
+// After a wait that was too long.
+bool failLocked(const fileLock& lock, const char* lpszPath) {
+    QOR_ASSERT_TEXT(FALSE, describeWait(lock, lpszPath).c_str());
+    errno = EWOULDBLOCK;
+    return false;
+}
+
+bool lockOrFail(fileLock& lock, const char* lpszPath) {
+    return lock.lockFor(maxWait) || (errno == EWOULDBLOCK && failLocked(lock, lpszPath));
+}
+
 // Makes the key file, which is missing, in a directory that is held locked.
 bool makeKeyFile(const char* lpszPath, const std::string& strDirectory, int fdDirectory) {
     removeStaleFiles(strDirectory, fdDirectory);
@@ -162,13 +180,15 @@ bool createKeyFile(const char* lpszPath) {
     const std::string strDirectory = directoryOf(lpszPath);
     fileLock lockKeys, lockOwn;
     fileState state, stateOwn;
+    if (!lookAt(lpszPath, state) || state.eKind != kindNone)
+        return state.eKind != kindNone;
     if (!lockOwn.openDirectory(strDirectory.c_str()) || !lookAtOpen(lockOwn.fd(), stateOwn))
         return false;
     const bool bKeys = lockKeys.openDirectory(szKeyDirectory) && lookAtOpen(lockKeys.fd(), state);
-    if (bKeys && !lockKeys.lock())
+    if (bKeys && !lockOrFail(lockKeys, szKeyDirectory))
         return false;
     // Locking one directory twice would wait for itself.
-    if (!(bKeys && state.isSameFile(stateOwn)) && !lockOwn.lock())
+    if (!(bKeys && state.isSameFile(stateOwn)) && !lockOrFail(lockOwn, strDirectory.c_str()))
         return false;
     // A path that cannot be looked at is not replaced.
     if (!lookAt(lpszPath, state))
@@ -177,29 +197,37 @@ bool createKeyFile(const char* lpszPath) {
 }
 
 // The file may be removed, and another one made, while this one waits for its lock: then the next one is tried. When
-// the path cannot be looked at, trying again would not end.
-bool keyFileLock::openAndLock(const char* lpszPath, bool bWait) {
-    while (m_file.openAt(lpszPath) && (bWait ? m_file.lock() : m_file.tryLock())) {
+// the path cannot be looked at, trying again would not end. A file that somebody else has locked stays open.
+bool keyFileLock::openAndLock(const char* lpszPath, int nTimeout) {
+    while (m_file.openAt(lpszPath) && m_file.lockFor(nTimeout)) {
         if (m_file.isAt(lpszPath))
             return true;
         if (errno != ENOENT)
             break;
     }
-    m_file.release();
+    if (errno != EWOULDBLOCK)
+        m_file.release();
     return false;
 }
 
 bool keyFileLock::lockOrCreate(const char* lpszPath) {
-    while (!openAndLock(lpszPath, true)) {
+    while (!openAndLock(lpszPath, maxWait)) {
+        if (errno == EWOULDBLOCK)
+            return failLocked(m_file, lpszPath);
         if (errno != ENOENT || !createKeyFile(lpszPath))
             return false;
     }
     return true;
 }
 
-bool keyFileLock::lockExisting(const char* lpszPath) { return openAndLock(lpszPath, true); }
+bool keyFileLock::lockExisting(const char* lpszPath) {
+    const bool bLocked = openAndLock(lpszPath, maxWait);
+    if (!bLocked && m_file.fd() != -1)
+        QOR_TraceHelper::qorOutputWarningString("%s", describeWait(m_file, lpszPath).c_str());
+    return bLocked;
+}
 
-bool keyFileLock::tryExisting(const char* lpszPath) { return openAndLock(lpszPath, false); }
+bool keyFileLock::tryExisting(const char* lpszPath) { return openAndLock(lpszPath, 0); }
 
 void keyFileLock::release() { m_file.release(); }
 
@@ -233,6 +261,18 @@ key_t xFileKey::FindLockedFileKey(const char* lpszName, unsigned char idProject,
         return -1;
     SetKeyFile(lpszName);
     const key_t key = lock.lockExisting(m_strKeyFile) ? ftok(m_strKeyFile, idProject) : -1;
+    if (key == -1)
+        CloseFileKey();
+    return key;
+}
+
+key_t xFileKey::FindFileKey(const char* lpszName, unsigned char idProject) {
+    if (!QOR_ASSERT(lpszName != NULL))
+        return -1;
+    SetKeyFile(lpszName);
+    fileState state;
+    const bool bThere = lookAt(m_strKeyFile, state) && state.eKind != kindNone && state.eKind != kindLink;
+    const key_t key = bThere ? ftok(m_strKeyFile, idProject) : -1;
     if (key == -1)
         CloseFileKey();
     return key;

@@ -1,5 +1,6 @@
 // Semaphores, and the mutexes and events on them. A semaphore is created, given its first value and removed
-// under the lock of its key file; all other operations use the kernel's semaphore alone.
+// under the lock of its key file; one that exists is also found without; all other operations use the kernel's
+// semaphore alone.
 #include <errno.h>
 #include <pthread.h>
 #include <sched.h>
@@ -311,9 +312,12 @@ BOOL xSemaphore::OpenSemaphoreValue(const char* lpszName, int nFirstValue) {
 BOOL xSemaphore::OpenExistSemaphore(const char* lpszName) {
     if (!QOR_ASSERT(m_fdSemaphore == -1))
         return FALSE;
-    keyFileLock lock;
-    const key_t key = FindLockedFileKey(lpszName, idProjectSemaphore, lock);
+    const key_t key = FindFileKey(lpszName, idProjectSemaphore);
     m_fdSemaphore = key != -1 ? semget(key, 1, 0666) : -1;
+    // Without a lock, the key may have been that of a file that was removed meanwhile, and the semaphore another
+    // object's.
+    if (m_fdSemaphore != -1 && !isKeyOf(m_fdSemaphore, m_strKeyFile))
+        m_fdSemaphore = -1;
     if (m_fdSemaphore == -1)
         CloseFileKey();
     return m_fdSemaphore != -1;

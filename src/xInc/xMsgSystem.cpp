@@ -105,6 +105,11 @@ void callAtThreadExit(exitFunction fnAtExit) {
 
 taskEventName::taskEventName(int idTask) { snprintf(szName, sizeof(szName), "task_event_%d", idTask); }
 
+// A failure is reported where the event is opened.
+void prepareTaskEvent(int idTask) {
+    QOR_BaseHelper::createKeyFile(QOR_BaseHelper::keyFilePath(taskEventName(idTask).szName).c_str());
+}
+
 // The id may by now belong to a new task. That one opens its event under the lock on the key file, so under this lock
 // it is certain whose the event is. A process that has the file locked does the same, or is stopped: it is not waited
 // for.

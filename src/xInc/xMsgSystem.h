@@ -10,6 +10,10 @@ struct taskEventName {
     char szName[32];
 };
 
+// Makes the key file of a task's wake-up event, unless it exists. Waits for the locks of the directory, so it is called
+// before other locks are taken; opening the event then only needs that of the file.
+void prepareTaskEvent(int idTask);
+
 // Removes a dead task's wake-up event from the device, with its key file; leaves that of a live one alone.
 void destroyDeadTaskEvent(int idTask);
 

@@ -4,10 +4,13 @@
 #include <fcntl.h>
 #include <signal.h>
 #include <string.h>
+#include <sys/file.h>
 #include <sys/ipc.h>
+#include <sys/mman.h>
 #include <sys/sem.h>
 #include <sys/shm.h>
 #include <sys/stat.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <set>
@@ -15,12 +18,13 @@
 #include "support/child.h"
 #include "support/system_call.h"
 #include "qor/BaseHelper/Share.h"
+#include "qor/flat.h"
 
 using namespace QOR_BaseHelper;
 using namespace qorTest;
 
 // The library's ftok() and linkat() come through here: runs of neighbouring inodes are made to share a key,
-// and a creator is made to die around the step that publishes its file.
+// and a creator is made to die around the step that publishes its file. Where pauses are counted, they take no time.
 namespace {
 int s_nInodesPerKey = 1;
 int s_nDifferentKeys = 0x10000;
@@ -28,9 +32,21 @@ int s_nFtokError = 0;
 enum linkDeath { neverDie, dieBeforeLink, dieAfterLink };
 linkDeath s_linkDeath = neverDie;
 int s_nLinkError = 0;
-int s_nDirectoryError = 0;  // why the kernel tells nothing about a directory that is open
-int s_nPathError = 0;       // why the kernel tells nothing about a path
+int s_nDirectoryError = 0;    // why the kernel tells nothing about a directory that is open
+int s_nPathError = 0;         // why the kernel tells nothing about a path
+long long* s_pPaused = NULL;  // microseconds of all pauses, also of children
+void (*s_fnAtPause)() = NULL;
 }  // namespace
+
+extern "C" int nanosleep(const timespec* pTime, timespec* pLeft) {
+    static auto* const next = systemCall<int(const timespec*, timespec*)>({"__nanosleep64", "nanosleep"});
+    if (s_pPaused == NULL)
+        return next(pTime, pLeft);
+    *s_pPaused += pTime->tv_sec * 1000000LL + pTime->tv_nsec / 1000;
+    if (s_fnAtPause != NULL)
+        s_fnAtPause();
+    return 0;
+}
 
 extern "C" int fstat(int fd, struct stat* pState) noexcept {
     static auto* const next = systemCall<int(int, struct stat*)>({"__fstat64_time64", "fstat64", "fstat"});
@@ -284,6 +300,183 @@ TEST_F(KeyFile, RacingCreatorsOfOneNameAgreeAndOfManyNamesDiffer) {
         for (const std::string& strName : names("/tmp"))
             unlink(("/tmp/" + strName).c_str());
     }
+}
+
+// ---- a lock that another program holds
+
+// Locks a file or directory as any program may do, until it is told to end.
+class stranger {
+public:
+    stranger(const char* lpszPath, int nHow)
+        : m_child("stranger", [this, lpszPath, nHow] {
+              const int fd = ::open(lpszPath, O_RDONLY);
+              const bool bLocked = flock(fd, nHow) == 0;
+              m_locked.say();
+              m_end.hear();
+              flock(fd, LOCK_UN);
+              m_ended.say();
+              return bLocked ? 0 : 1;
+          }) {
+        m_locked.hear();
+    }
+    void End() {
+        m_end.say();
+        m_ended.hear();
+    }
+    ~stranger() {
+        m_end.say();
+        EXPECT_EQ(0, m_child.wait());
+    }
+    // How an error names it.
+    std::string name() const { return "process " + std::to_string(m_child.id()) + " \\(.+\\) "; }
+
+private:
+    meeting m_locked, m_end, m_ended;
+    childProcess m_child;
+};
+
+stranger* s_pStranger = NULL;
+
+class StrangersLock : public KeyFile {
+protected:
+    void SetUp() override {
+        KeyFile::SetUp();
+        s_pPaused = static_cast<long long*>(
+            mmap(NULL, sizeof(*s_pPaused), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
+    }
+    void TearDown() override {
+        munmap(s_pPaused, sizeof(*s_pPaused));
+        s_pPaused = NULL;
+        s_fnAtPause = NULL;
+        KeyFile::TearDown();
+    }
+};
+
+const std::string strLocked = "\\[xInc/xBaseClass:[0-9]+\\] \\[/tmp";
+
+TEST_F(StrangersLock, OnTmpIsAwaitedFor10SecondsAndThenFatalWithTheNameOfItsHolder) {
+    for (const int nHow : {LOCK_EX, LOCK_SH}) {
+        *s_pPaused = 0;
+        stranger holder("/tmp", nHow);
+        EXPECT_EXIT(open("key_wait", 'm'), testing::KilledBySignal(SIGABRT),
+                    strLocked + "\\] has been locked for 10 s by " + holder.name());
+        EXPECT_GE(*s_pPaused, 10000000);
+        EXPECT_LE(*s_pPaused, 10100000);
+        EXPECT_TRUE(names("/tmp").empty());
+    }
+}
+
+TEST_F(StrangersLock, OnTheFilesOwnDirectoryIsFatalTheSameWay) {
+    ASSERT_EQ(0, mkdir("/tmp/key_dir", 0777));
+    {
+        stranger holder("/tmp/key_dir", LOCK_EX);
+        EXPECT_EXIT(open("/tmp/key_dir/file", 'm'), testing::KilledBySignal(SIGABRT),
+                    strLocked + "/key_dir\\] has been locked for 10 s by " + holder.name());
+    }
+    rmdir("/tmp/key_dir");
+}
+
+TEST_F(StrangersLock, OnAKeyFileIsFatalForWhoeverOpensItsObject) {
+    chMutex mutex;
+    mutex.OpenMutex("key_locked");
+    {
+        stranger holder("/tmp/qor_key_locked", LOCK_SH);
+        EXPECT_EXIT(chMutex().OpenMutex("key_locked"), testing::KilledBySignal(SIGABRT),
+                    strLocked + "/qor_key_locked\\] has been locked for 10 s by " + holder.name());
+    }
+    mutex.DestroyMutex();
+}
+
+TEST_F(StrangersLock, ThatIsReleasedInTimeOnlyCostsTheWait) {
+    stranger holder("/tmp", LOCK_EX);
+    s_pStranger = &holder;
+    s_fnAtPause = [] {
+        static int s_nPauses = 0;
+        if (++s_nPauses == 20)
+            s_pStranger->End();
+    };
+    EXPECT_NE(-1, open("key_wait", 'm'));
+    EXPECT_GT(*s_pPaused, 0);
+}
+
+TEST_F(StrangersLock, OfAProcessThatHasEndedIsThatOfTheChildrenItHasLeft) {
+    meeting locked, end, ended;
+    childProcess holder("holder", [&] {
+        const int fd = ::open("/tmp", O_RDONLY);
+        flock(fd, LOCK_EX);
+        if (fork() == 0) {
+            locked.say();
+            end.hear();
+            flock(fd, LOCK_UN);
+            ended.say();
+            _exit(0);
+        }
+        return 0;
+    });
+    const std::string strHolder = std::to_string(holder.id());
+    EXPECT_EQ(0, holder.wait());
+    locked.hear();
+    EXPECT_EXIT(open("key_wait", 'm'), testing::KilledBySignal(SIGABRT),
+                strLocked + "\\] has been locked for 10 s by process " + strHolder +
+                    " \\(which has ended; a child of it has the file open\\)");
+    end.say();
+    ended.hear();
+}
+
+TEST_F(StrangersLock, OnAKeyFileDoesNotKeepAnybodyFromFindingItsObject) {
+    chEvent event, other;
+    event.OpenEvent("key_found");
+    {
+        stranger holder("/tmp/qor_key_found", LOCK_EX);
+        EXPECT_EQ(1, other.OpenExistEvent("key_found"));
+        EXPECT_EQ(1, other.SetEvent());
+        EXPECT_EQ(0, *s_pPaused);
+    }
+    EXPECT_EQ(1, event.WaitEvent(0));
+    other.CloseEvent();
+    event.DestroyEvent();
+}
+
+TEST_F(StrangersLock, OnAKeyFileLeavesItBehindWhenItsObjectIsRemoved) {
+    chEvent event;
+    event.OpenEvent("key_stays");
+    stranger holder("/tmp/qor_key_stays", LOCK_EX);
+    testing::internal::CaptureStderr();
+    event.DestroyEvent();
+    const std::string strText = testing::internal::GetCapturedStderr();
+    EXPECT_NE(std::string::npos, strText.find("[/tmp/qor_key_stays] has been locked for 10 s by process ")) << strText;
+    EXPECT_EQ(-1, semget(ftok("/tmp/qor_key_stays", 'm'), 0, 0));
+    EXPECT_EQ(std::vector<std::string>{"qor_key_stays"}, names("/tmp"));
+}
+
+meeting* s_pWaits = NULL;
+meeting* s_pGoOn = NULL;
+
+// Whoever registers waits without the lock of the messages.
+TEST_F(StrangersLock, OnTmpEndsARegistrationAndNobodyElse) {
+    const HTHREAD hThread = msgRegistMainThread("key_going_on", [](simpMSG* pMsg) { return (int)pMsg->wParam * 2; });
+    meeting waits, goOn;
+    s_pWaits = &waits;
+    s_pGoOn = &goOn;
+    {
+        stranger holder("/tmp", LOCK_EX);
+        childProcess newcomer("newcomer", [] {
+            s_fnAtPause = [] {
+                s_fnAtPause = NULL;
+                s_pWaits->say();
+                s_pGoOn->hear();
+            };
+            msgRegistMainThread("key_newcomer", [](simpMSG*) { return -1; });
+            return 0;
+        });
+        waits.hear();
+        EXPECT_EQ(42, msgSendMsgToThread(hThread, 0x100, 21, 0));
+        EXPECT_EQ(1, msgPostMsgToThread(hThread, 0x100, 21, 0));
+        goOn.say();
+        EXPECT_EQ(-SIGABRT, newcomer.wait());
+        EXPECT_EQ(0, msgGetThreadByName("key_newcomer") != NULL);
+    }
+    msgUnregistMainThread(hThread);
 }
 
 TEST_F(KeyFile, NoDescriptorStaysOpen) {

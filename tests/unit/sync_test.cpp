@@ -800,6 +800,7 @@ TEST(ReadWriteLock, ReadersShareAndAWriterIsAlone) {
 // ---- what the classes on top of these use
 
 struct openKey : xFileKey {
+    using xFileKey::FindFileKey;
     using xFileKey::FindLockedFileKey;
     using xFileKey::OpenLockedFileKey;
     using xFileKey::SetKeyFile;
@@ -851,11 +852,12 @@ TEST(FileKey, OneThatIsOnlyLookedForIsNotMade) {
     EXPECT_EXIT(
         {
             openKey key;
-            const bool bNone = key.FindLockedFileKey("sync_find", 'S', keptLock()) == -1 && *key.path() == '\0';
+            const bool bNone = key.FindFileKey("sync_find", 'S') == -1 && *key.path() == '\0';
             const bool bMade = isThere("/tmp/qor_sync_find");
             const key_t idKey = key.OpenFileKey("sync_find", 'S');
-            const bool bFound = key.FindLockedFileKey("sync_find", 'S', keptLock()) == idKey;
-            _exit(bNone && !bMade && bFound && isLocked(key.path()) ? 7 : 1);
+            const bool bFound = key.FindFileKey("sync_find", 'S') == idKey && !isLocked(key.path());
+            const bool bLocked = key.FindLockedFileKey("sync_find", 'S', keptLock()) == idKey && isLocked(key.path());
+            _exit(bNone && !bMade && bFound && bLocked ? 7 : 1);
         },
         testing::ExitedWithCode(7), "");
     unlink("/tmp/qor_sync_find");

@@ -66,7 +66,9 @@ public:
 
     /// Makes the key file when it is missing and remembers its path.
     /// @param idProject distinguishes the kinds of object that share one key file: 'm' semaphores, 'S' segments
-    /// @return the key. A file that can be neither opened nor made is a warning and a fatal assertion (-1).
+    /// @return the key. A file that can be neither opened nor made is a warning and a fatal assertion (-1). Fatal as
+    /// well:
+    ///         another program has locked it, its directory or /tmp for 10 s; the text names the file and the holder.
     key_t OpenFileKey(const char* lpszName, unsigned char idProject);
 
     /// Forgets the path; the file stays.
@@ -79,8 +81,9 @@ protected:
     /// OpenFileKey() that leaves the key file locked, so that the caller can create its kernel object alone.
     key_t OpenLockedFileKey(const char* lpszName, unsigned char idProject, keyFileLock& lock);
 
-    /// OpenLockedFileKey() for a key file that exists already; -1 when there is none.
-    key_t FindLockedFileKey(const char* lpszName, unsigned char idProject, keyFileLock& lock);
+    /// The key of a key file that exists already; -1 when there is none. Takes no lock: until the caller has found its
+    /// kernel object, the file may have been replaced.
+    key_t FindFileKey(const char* lpszName, unsigned char idProject);
 
     /// Remembers the path of the key file of that name.
     void SetKeyFile(const char* lpszName);
