@@ -135,6 +135,52 @@ QOR_API unsigned int msgProcessThreadMsgOnce(void* pThreadObject);
 
 /** @} */
 
+/** @name Descriptors and other loops
+ *  A thread either runs its own loop, msgDefaultThreadRun(), and has descriptors tell it by messages, or it runs the
+ *  loop of another library and handles its messages when the descriptor of msgGetPollFd() is readable:
+ *
+ *      struct pollfd look = {msgGetPollFd(), POLLIN, 0};
+ *      while (msgProcessPending(100) >= 0)
+ *          poll(&look, 1, -1);
+ *      int nExit = msgDefaultThreadRun();
+ *
+ *  Each of the two starts a helper thread for the calling thread when it is first called. It blocks all signals,
+ *  ends when the calling thread unregisters or ends, and is not there in the child of a fork, where the descriptors
+ *  are closed. */
+/** @{ */
+
+/** Has the message uMsg posted to the calling thread when the descriptor is ready: wParam is fd, lParam the events
+ *  as poll() reports them. nEvents says which events make it ready: POLLIN, POLLOUT, POLLPRI, POLLRDHUP; POLLERR and
+ *  POLLHUP always do. The message comes **once, until the descriptor is armed again** by another call, usually when
+ *  its handler has read or written what there was; a descriptor that is ready then makes the next message at once. A
+ *  call before the message came replaces events and message.
+ *
+ *  nEvents 0 ends the watch; a message that is under way is still handled. End it before you close the descriptor: a
+ *  copy in another process may keep it ready. The end of the thread's registration ends its watches. Messages are
+ *  hints: let reads and writes not block.
+ *
+ *  Returns 1; 0, with the reason in errno, for a descriptor that is not open, that is always ready (EPERM: a file)
+ *  or whose watch is to end and was not there (ENOENT), and when the system has no descriptor or thread left. Fatal:
+ *  the calling thread is not registered; an id that a post sends or delivers (see msgPostMsgToThreadEx()). */
+QOR_API BOOL msgWatchDescriptor(int fd, short nEvents, UINT uMsg);
+/** A descriptor that is readable whenever msgProcessPending() has something to do: an unread message, a due timer,
+ *  the quit message, also when that has been handled. It may be readable without cause, and never misses one; a
+ *  message whose sender is killed before it could wake the thread may take a second. It stays readable until
+ *  msgProcessPending() has found nothing, so level-triggered waits are meant. It belongs to the library: wait for
+ *  it, and do not read or close it; it is closed when the thread unregisters. Every call returns the same one.
+ *  Returns -1, with the reason in errno, when the system has no descriptor or thread left. Fatal: the calling thread
+ *  is not registered. */
+QOR_API int msgGetPollFd(void);
+/** Handles what the calling thread has to do, messages and due timers, nMax of them at most, as msgDefaultThreadRun()
+ *  would, but never waits and gives no idle message. Returns how many there were; less than nMax means that nothing is
+ *  left. Returns -1 when the thread has handled its quit message, then msgDefaultThreadRun() returns the exit code at
+ *  once; and when a handler has unregistered the thread. A handler may call it again, and may send.
+ *  Of a thread that is registered twice it serves the first registration.
+ *  Fatal: the calling thread is not registered, nMax not above 0. Not under nameHelperLock(). */
+QOR_API int msgProcessPending(int nMax);
+
+/** @} */
+
 /** @name Messages */
 /** @{ */
 
@@ -415,23 +461,25 @@ QOR_API void tracePrintfV(const char* lpszFormat, va_list args);
  *  replaces the hook, and a null pHook removes it. A child of a fork has the same hook.
  *
  *  The failing thread calls it, after the report has been written, or before when nobody reads standard error. The
- *  thread may hold the locks of segments and anything else, so the hook **calls no function of the library**, allocates
- *  no memory and waits for no other thread; it stores to registers or memory, or writes to a descriptor. Other processes
- *  that need a lock of the thread wait meanwhile. A thread that fails in another assertion meanwhile waits for the end.
- *  The process is aborted when the hook returns, when an assertion fails in it, or after two seconds, which are measured
- *  by the alarm of the process (SIGALRM). A crash or abort() by the program itself does not call it. */
+ *  thread may hold the locks of segments and anything else, so the hook **calls no function of the library**,
+ *  allocates no memory and waits for no other thread; it stores to registers or memory, or writes to a descriptor.
+ *  Other processes that need a lock of the thread wait meanwhile. A thread that fails in another assertion meanwhile
+ *  waits for the end. The process is aborted when the hook returns, when an assertion fails in it, or after two
+ *  seconds, which are measured by the alarm of the process (SIGALRM). A crash or abort() by the program itself does
+ *  not call it. */
 QOR_API void qorSetFatalHook(void (*pHook)(const char* lpszText, void* pArg), void* pArg);
-/** Has a signal end the calling thread's loop: when this process gets the signal nSignal for the first time, the quit
- *  message 0x8002 is posted to the thread, with wParam 0, and the number of the signal in lParam. A second signal of the
- *  same number has its default action, so a process that hangs can be ended.
+/** Has a signal end the calling thread's loop: when this process gets the signal nSignal for the first time, the
+ *  quit message 0x8002 is posted to the thread, with wParam 0, and the number of the signal in lParam. A second
+ *  signal of the same number has its default action, so a process that hangs can be ended.
  *
- *  No code of the program runs in a signal handler, and no wait of the library is disturbed; other calls that the signal
- *  interrupts are restarted, where the system does that. One thread of a process is asked to end by a signal: the last
- *  one that has called this for it. When the thread unregisters, a signal that has not come gets back its former action.
- *  So it does in the child of a fork. A helper thread that blocks all signals waits for the signal meanwhile.
+ *  No code of the program runs in a signal handler, and no wait of the library is disturbed; other calls that the
+ *  signal interrupts are restarted, where the system does that. One thread of a process is asked to end by a signal:
+ *  the last one that has called this for it. When the thread unregisters, a signal that has not come gets back its
+ *  former action. So it does in the child of a fork. A helper thread that blocks all signals waits for the signal
+ *  meanwhile.
  *
- *  Returns 1; 0, with the reason in errno, for a number that is no signal or cannot be caught (SIGKILL, SIGSTOP), and
- *  with a warning when the helper thread could not be started. Fatal: the calling thread is not registered. */
+ *  Returns 1; 0, with the reason in errno, for a number that is no signal or cannot be caught (SIGKILL, SIGSTOP),
+ *  and with a warning when the helper thread could not be started. Fatal: the calling thread is not registered. */
 QOR_API BOOL msgQuitOnSignal(int nSignal);
 
 /** @} */

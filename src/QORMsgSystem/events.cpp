@@ -7,7 +7,7 @@
 // events.
 #include <vector>
 
-#include "QORMsgSystem/quit_signal.h"
+#include "QORMsgSystem/thread_helper.h"
 #include "internal/report.h"
 #include "internal/share.h"
 #include "qor/MiscHelper.h"
@@ -124,7 +124,7 @@ void chProcessLocal::ForgetCurrentTaskEvent() {
 // A registered thread that ends without unregistering keeps its event as long as its queue, until the next
 // registration. Otherwise nobody needs the event any more.
 void chProcessLocal::LeaveTask() {
-    forgetQuitSignals(NULL);
+    endThreadHelpers(NULL);
     if (GetCurrentThreadObject() != NULL)
         return;
     const int idTask = qorGetCurrentTaskId();

@@ -9,6 +9,7 @@
 
 #include "QORMsgSystem/lifetime_guard.h"
 #include "QORMsgSystem/notes.h"
+#include "QORMsgSystem/poll_source.h"
 #include "QORMsgSystem/queue.h"
 #include "QORMsgSystem/send.h"
 #include "QORMsgSystem/task_event.h"
@@ -45,10 +46,54 @@ int chThreadLocal::Run() {
     }
     if (pMessage != NULL)
         FinishTaken(*pMessage);
+    pollSource::NoteWork();
     return m_nExitCode;
 }
 
-UINT chThreadLocal::ProcessThreadMessageOnce() { return ProcessPass(INT_MAX); }
+UINT chThreadLocal::ProcessThreadMessageOnce() {
+    const UINT uMsg = ProcessPass(INT_MAX);
+    pollSource::NoteWork();
+    return uMsg;
+}
+
+int chThreadLocal::GetPollFd() {
+    return QOR_ASSERT(IsCalledByThisThread()) && getMsgQueue() != NULL ? pollSource::OpenOfThread(*this) : -1;
+}
+
+// Run() without waits and idle messages. As nothing is waited for, a signal may be left of every message, so the event
+// is reset whenever the queue is found empty.
+int chThreadLocal::ProcessPending(int nMax) {
+    if (!QOR_ASSERT(IsCalledByThisThread()) || !QOR_ASSERT(nMax > 0))
+        return -1;
+    const LifetimeGuard guard(this);
+    const pollSource::pass pass;
+    int nHandled = 0;
+    msgObject* pMessage = NULL;
+    while (m_bRuning && nHandled < nMax) {
+        m_objTimerQueue.EmitTimersOnTime();
+        taskEvent::OfThread().NoteSignalsLeft();
+        pMessage = FinishAndTake(pMessage);
+        if (pMessage == NULL) {
+            RestPolled(nHandled);
+            return nHandled;
+        }
+        ProcessTaken(*pMessage);
+        if (guard.IsGone())
+            return -1;
+        ++nHandled;
+    }
+    if (pMessage != NULL)
+        FinishTaken(*pMessage);
+    return m_bRuning ? nHandled : -1;
+}
+
+// Records of dead senders are freed in a pass that the helper has asked for after a second without a message.
+void chThreadLocal::RestPolled(int nHandled) {
+    if (nHandled == 0 && m_bLeftOrphan)
+        FreeOrphans();
+    if (m_pTaskEvent != NULL)
+        pollSource::RestOfThread(*m_pTaskEvent, m_objTimerQueue.GetNextTimerTicks(), m_bLeftOrphan != 0);
+}
 
 // One pass of the loop, whose idle wait is no longer than nMaxWait.
 UINT chThreadLocal::ProcessPass(int nMaxWait) {
@@ -164,12 +209,15 @@ BOOL chThreadLocal::Dogsleep(int nTime) {
         if (guard.IsGone())
             return 0;
     }
+    pollSource::NoteWork();
     return m_bRuning;
 }
 
 UINT chThreadLocal::ProcessOneMessageFromQueue() {
     msgObject* pMessage = FinishAndTake(NULL);
-    return pMessage != NULL ? HandleMessage(*pMessage) : 0;
+    const UINT uMsg = pMessage != NULL ? HandleMessage(*pMessage) : 0;
+    pollSource::NoteWork();
+    return uMsg;
 }
 
 UINT chThreadLocal::HandleMessage(msgObject& objMessage) {

@@ -9,6 +9,7 @@
 
 #include <vector>
 
+#include "QORMsgSystem/thread_helper.h"
 #include "internal/report.h"
 #include "internal/share.h"
 #include "qor/MiscHelper.h"
@@ -23,12 +24,10 @@ namespace {
 
 typedef scopeLock<chCriticalSection> tableLock;
 
-// A signal, and the thread that it ends. The addresses are compared, never followed.
+// A signal, and the thread that it ends.
 struct quitSignal {
     int nSignal;
-    const chThreadLocal* pThread;
-    chMsgQueue* pMsgQueue;
-    int idTask;
+    queueOwner objOwner;
 };
 
 // Made on first use and never destroyed.
@@ -66,13 +65,6 @@ void forgetAfterFork() {
 
 quitSignals::quitSignals() { QOR_Platform::callAtFork(lockForFork, unlockAfterFork, forgetAfterFork); }
 
-// The queue may be gone by now, or be another thread's.
-void postQuit(const quitSignal& objSignal) {
-    chThreadRemote remote;
-    if (remote.BindIfValid(objSignal.pMsgQueue) && remote.getTaskId() == objSignal.idTask)
-        remote.PostThreadMsg(TM_THREAD_QUIT, 0, objSignal.nSignal);
-}
-
 // What has been caught since the last call; false when the helper is to end.
 bool takeCaught(std::vector<quitSignal>& listCaught) {
     quitSignals& signals = quitSignals::instance();
@@ -90,7 +82,7 @@ void* runHelper(void*) {
         if (!takeCaught(listCaught))
             return NULL;
         for (const quitSignal& objSignal : listCaught)
-            postQuit(objSignal);
+            objSignal.objOwner.Post(TM_THREAD_QUIT, 0, objSignal.nSignal);
     }
 }
 
@@ -119,7 +111,7 @@ bool dropThread(const chThreadLocal* pThread) {
     quitSignals& signals = quitSignals::instance();
     const tableLock lock(signals.csTable);
     dropSignals(lock, [pThread, idTask](const quitSignal& s) {
-        if (s.idTask != idTask || (pThread != NULL && s.pThread != pThread))
+        if (s.objOwner.idTask != idTask || (pThread != NULL && s.objOwner.pThread != pThread))
             return false;
         QOR_Platform::releaseSignal(s.nSignal);
         return true;
@@ -147,7 +139,7 @@ BOOL chThreadLocal::QuitOnSignal(int nSignal) {
         return 0;
     t_bAsked = true;
     const tableLock lock(quitSignals::instance().csHelper);
-    return startHelper(lock) && addSignal({nSignal, this, getMsgQueue(), getTaskId()});
+    return startHelper(lock) && addSignal({nSignal, queueOwner(*this)});
 }
 
 void forgetQuitSignals(const chThreadLocal* pThread) {

@@ -13,8 +13,8 @@
 #include "QORMsgSystem/lifetime_guard.h"
 #include "QORMsgSystem/notes.h"
 #include "QORMsgSystem/queue.h"
-#include "QORMsgSystem/quit_signal.h"
 #include "QORMsgSystem/task_event.h"
+#include "QORMsgSystem/thread_helper.h"
 #include "QORMsgSystem/wait_deadline.h"
 #include "internal/report.h"
 #include "qor/MiscHelper.h"
@@ -291,7 +291,7 @@ void uCSystemShareHelper::DestroyLocalThread(chThreadLocal& objThread) {
     if (!QOR_ASSERT_TEXT(m_objProcessLocal.IsValidLocalThread(&objThread) && objThread.IsCalledByThisThread(),
                          "IsValidLocalThread(&objThread) && objThread.IsCalledByThisThread()"))
         return;
-    forgetQuitSignals(&objThread);
+    endThreadHelpers(&objThread);
     LifetimeGuard::TellGone(&objThread);
     objThread.m_objTimerQueue.DestoryTimerOnExit();
     WaitForAnswered(objThread);

@@ -1,5 +1,7 @@
 #include "QORMsgSystem/task_event.h"
 
+#include "QORMsgSystem/poll_source.h"
+
 namespace QOR_MsgQueueHelper {
 
 namespace {
@@ -16,6 +18,11 @@ bool taskEvent::Reset(QOR_BaseHelper::chEvent& objEvent) {
     m_nMessages = m_nIdlePasses = m_nReplies = 0;
     m_pEmpty = NULL;
     return objEvent.ResetEvent() != 0;
+}
+
+void taskEvent::MarkSelfPosted() {
+    m_pEmpty = NULL;
+    pollSource::NoteWork();
 }
 
 bool taskEvent::TakeEmpty(const chThreadLocal& objThread) {

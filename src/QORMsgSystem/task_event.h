@@ -41,10 +41,13 @@ public:
     // A wait for messages has ended with a signal.
     void NoteWaited() { m_nMessages = 0; }
 
+    // The thread takes messages without waiting for their signals.
+    void NoteSignalsLeft() { m_nMessages = m_nMessages > 2 ? m_nMessages : 2; }
+
     // The thread's queue was found empty: whatever is put into it from now on signals the event.
     void MarkEmpty(const chThreadLocal& objThread) { m_pEmpty = &objThread; }
     // The thread has posted itself a message, for which there is no signal, or may have taken one of another message.
-    void MarkSelfPosted() { m_pEmpty = NULL; }
+    void MarkSelfPosted();
     // Whether the queue can hold something new only if the event is signalled. The answer is given once.
     bool TakeEmpty(const chThreadLocal& objThread);
 

@@ -4,6 +4,7 @@
 // next expiry; one with a pending message keeps its position, and walks skip it.
 
 #include "QORMsgSystem/handle_table.h"
+#include "QORMsgSystem/poll_source.h"
 #include "internal/message.h"
 #include "internal/report.h"
 #include "internal/share.h"
@@ -164,6 +165,7 @@ BOOL chTimerQueue::InstallTimerToQueue(chThreadTimer* pTimer) {
     while (it != m_listTimer.end() && ((*it)->m_pEmitedMessage != NULL || (*it)->m_uNextTick <= pTimer->m_uNextTick))
         ++it;
     m_listTimer.insert(it, pTimer);
+    pollSource::NoteWork();
     return 1;
 }
 

@@ -136,6 +136,23 @@ unsigned int msgProcessThreadMsgOnce(void* pThreadObject) {
     return process().IsValidLocalThread(pThread) ? pThread->ProcessThreadMessageOnce() : 0;
 }
 
+// ---- loops of others
+
+int msgGetPollFd(void) {
+    chThreadLocal* pLocalThread = process().GetCurrentThreadObject();
+    return QOR_ASSERT(pLocalThread != NULL) ? pLocalThread->GetPollFd() : -1;
+}
+
+int msgProcessPending(int nMax) {
+    chThreadLocal* pLocalThread = process().GetCurrentThreadObject();
+    return QOR_ASSERT(pLocalThread != NULL) ? pLocalThread->ProcessPending(nMax) : -1;
+}
+
+BOOL msgWatchDescriptor(int fd, short nEvents, UINT uMsg) {
+    chThreadLocal* pLocalThread = process().GetCurrentThreadObject();
+    return QOR_ASSERT(pLocalThread != NULL) ? pLocalThread->WatchDescriptor(fd, nEvents, uMsg) : 0;
+}
+
 BOOL msgQuitOnSignal(int nSignal) {
     chThreadLocal* pLocalThread = process().GetCurrentThreadObject();
     return QOR_ASSERT(pLocalThread != NULL) ? pLocalThread->QuitOnSignal(nSignal) : 0;

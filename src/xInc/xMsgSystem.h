@@ -2,6 +2,8 @@
 #ifndef QOR_XINC_MSG_SYSTEM_H
 #define QOR_XINC_MSG_SYSTEM_H
 
+#include <semaphore.h>
+
 namespace QOR_MsgQueueHelper {
 
 // The name of a task's wake-up event.
@@ -40,6 +42,78 @@ unsigned int getCoarseMillisecond();
 // Starts a thread of the library's own, to be joined with chJoinThread(). It blocks all signals, so none is handled
 // there. Its id; 0 after a warning.
 unsigned long startHelperThread(void* (*fnEntry)(void*), void* pArg, const char* lpszName);
+
+// Holds one thread until another one lets it go on. A post before the wait lets it through.
+class helperLatch {
+public:
+    helperLatch();
+    ~helperLatch();
+    helperLatch(const helperLatch&) = delete;
+    helperLatch& operator=(const helperLatch&) = delete;
+
+    void Post();
+    void Wait();
+
+private:
+    sem_t m_sem;
+};
+
+enum class semaphorePeek { above, timeout, gone };
+
+// Waits until a semaphore is above 0, and leaves its value as it is. Completes at the instant when it is raised, also
+// if it is lowered again before this thread runs. nTimeout is in milliseconds.
+semaphorePeek peekSemaphore(int idSemaphore, int nTimeout);
+
+// Raises a semaphore by one, if it is there.
+void raiseSemaphore(int idSemaphore);
+
+// A descriptor that is readable while it is raised, and from the time of its timer on.
+class pollDescriptor {
+public:
+    // Not raised, without a time. -1 is its descriptor, with the reason in errno, when the system has no other.
+    pollDescriptor();
+    ~pollDescriptor();
+    pollDescriptor(const pollDescriptor&) = delete;
+    pollDescriptor& operator=(const pollDescriptor&) = delete;
+
+    int fd() const { return m_fdPoll; }
+    void Raise();
+    void Lower();
+    // Sets the timer to nTime ms from now; -1 for none.
+    void SetTimer(int nTime);
+
+private:
+    int m_fdPoll, m_fdEvent, m_fdTimer;
+    bool m_bTimer = false;
+};
+
+// A descriptor that is ready, as poll() reports it, and the number that was given with it.
+struct readyDescriptor {
+    int fd;
+    short nEvents;
+    unsigned uNumber;
+};
+
+// Descriptors that one thread waits for.
+class descriptorSet {
+public:
+    descriptorSet();
+    ~descriptorSet();
+    descriptorSet(const descriptorSet&) = delete;
+    descriptorSet& operator=(const descriptorSet&) = delete;
+
+    bool IsOpen() const { return m_fdPoll != -1 && m_fdStop != -1; }
+    // Arms a descriptor, anew if it is in the set: Wait() tells of it once. False, with the reason in errno, for a
+    // descriptor that is not open or always ready.
+    bool Arm(int fd, short nEvents, unsigned uNumber);
+    bool Remove(int fd);
+    // Waits for the next one; false after Stop().
+    bool Wait(readyDescriptor& ready);
+    void Stop();
+
+private:
+    int m_fdPoll, m_fdStop;
+};
 
 }  // namespace QOR_MsgQueueHelper
 

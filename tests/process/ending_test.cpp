@@ -300,11 +300,13 @@ TEST(QuitOnSignal, AChildOfAForkHasTheFormerActionAndMayAskItself) {
                                 kill(getpid(), SIGTERM);
                                 return 1;
                             }).wait());
+#if !defined(__SANITIZE_THREAD__)  // whose runtime does not allow threads in such a child
         meeting childReady;
         childProcess child("child", [&childReady] { return runUntil({SIGTERM}, SIGTERM, childReady); });
         childReady.hear();
         child.signal(SIGTERM);
         EXPECT_EQ(0, child.wait());
+#endif
         kill(getpid(), SIGTERM);
         EXPECT_EQ(0, msgDefaultThreadRun());
         msgUnregistMainThread(hThread);

@@ -123,6 +123,9 @@ public:
     /// Whether the semaphore still exists on the device. Fatal when not open.
     BOOL IsSemaphoreAlive();
 
+    /// The kernel's number of the semaphore set, -1 while closed.
+    int GetSemaphoreId() const { return m_fdSemaphore; }
+
     /// Adds nDelta, waiting while the value would fall below 0. The kernel takes the change back when the
     /// process ends.
     ///

@@ -260,6 +260,15 @@ public:
     /// runs the method at once.
     int SendProxyMessage(UINT uMsg, UINT wParam, int lParam, chMsgProcesser* pProcesser, msgMethod pMethod);
 
+    /// A descriptor that is readable whenever ProcessPending() has something to do; see msgGetPollFd(). Fatal: not
+    /// registered, called by another thread.
+    int GetPollFd();
+    /// Handles due timers and unread messages, at most nMax, without waiting and without idle messages; see
+    /// msgProcessPending(). Fatal: called by another thread, nMax not above 0.
+    int ProcessPending(int nMax);
+    /// Has a message posted to the thread when a descriptor is ready; see msgWatchDescriptor(). Fatal: not registered,
+    /// called by another thread, an id that is not always posted.
+    BOOL WatchDescriptor(int fd, short nEvents, UINT uMsg);
     /// Has the first signal nSignal that this process gets post quit to the thread; see msgQuitOnSignal(). Fatal: not
     /// registered, called by another thread.
     BOOL QuitOnSignal(int nSignal);
@@ -289,6 +298,7 @@ private:
     chThreadTimer* RearmTimer(const msgObject& objMessage);
     UINT ProcessPass(int nMaxWait);
     void ProcessIdle(int nMaxWait);
+    void RestPolled(int nHandled);
     bool HasWork();
     bool WaitForWork(int nTime);
     void HandleOwnMessage(msgDraft draft, int nTimeout, sendOutcome& outcome);
