@@ -3,7 +3,6 @@
 #include "internal/share.h"
 #include "qor/ChainHelper/ShareWord.h"
 #include "qor/MiscHelper.h"
-#include "xInc/journal.h"
 #include "xInc/xMsgSystem.h"
 
 using namespace QOR_ChainHelper;

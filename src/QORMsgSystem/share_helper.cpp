@@ -4,7 +4,6 @@
 #include "internal/report.h"
 #include "internal/singleton.h"
 #include "qor/StringHelper.h"
-#include "xInc/journal.h"
 #include "xInc/platform.h"
 
 namespace QOR_MsgQueueHelper {
@@ -30,7 +29,7 @@ void uCSystemShareHelper::fork_reset() {
     m_objProcessLocal.fork_reset();
 }
 
-void* uCSystemShareHelper::GetNotes() const { return QOR_BaseHelper::journalNotes(m_fdSemaphore); }
+void* uCSystemShareHelper::GetNotes() const { return m_mapFile.getNotes(); }
 
 chMsgQueue* uCSystemShareHelper::FindMessageQueueByName(const char* lpszThreadName) {
     if (!QOR_ASSERT_TEXT(!QOR_StringHelper::textEMPTY(lpszThreadName), "!textEMPTY(lpszThreadName)"))
