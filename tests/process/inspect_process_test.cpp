@@ -3,6 +3,7 @@
 #include <fstream>
 
 #include "gtest/gtest.h"
+#include "internal/notes.h"
 #include "qor/InspectHelper.h"
 #include "qor/MsgQueueHelper.h"
 #include "support/exchange.h"
@@ -54,6 +55,29 @@ TEST(InspectDead, WhatAKilledProcessHasLeftUnfinishedIsNotShown) {
     EXPECT_EQ(viewSound, share.state) << share.strProblem;
     EXPECT_EQ(0u, share.pool.uUsed);
     EXPECT_EQ(0u, share.pool.uLeaked);
+}
+
+TEST(InspectNotes, AThreadNotesEachMessageThatItHasHandled) {
+    setenv("trace", "0", 1);
+    const HTHREAD hThread = msgRegistMainThread("noted", [](simpMSG*) { return 7; });
+    for (int i = 0; i < 3; ++i)
+        msgPostMsgToThread(hThread, 0x100, 0, 0);
+    for (int i = 0; i < 3; ++i)
+        msgProcessThreadMsgOnce(msgGetCurrentThreadObject());
+    using namespace QOR_MsgQueueHelper;
+    const auto* pNotes = static_cast<const shareNotes*>(uCSystemShareHelpergetGlobalObject()->GetNotes());
+    const threadNote note =
+        pNotes->m_aThread[placeOfQueue(static_cast<uint32_t>(reinterpret_cast<uintptr_t>(hThread)))];
+    EXPECT_EQ(getpid(), note.m_idTask);
+    EXPECT_EQ(3u, note.m_uHandled);
+    EXPECT_EQ(0u, note.m_uRecord);
+    deviceImage device;
+    takeImage(device, takeOptions());
+    const shareView share = readShare(device.segment(segmentShare));
+    ASSERT_EQ(1u, share.queues.size());
+    EXPECT_TRUE(share.queues[0].bNoted);
+    EXPECT_EQ(3u, share.queues[0].uHandled);
+    msgUnregistMainThread(hThread);
 }
 
 // What is shown of a segment in motion is either right or called changing.

@@ -49,7 +49,8 @@ public:
     /// The threads and events of this process.
     chProcessLocal& GetProcessLocal() { return m_objProcessLocal; }
 
-    /// internal: the room for notes beside the segment; null when there is none.
+    /// The room for notes beside the segment, in which the library keeps what threads tell about themselves; null when
+    /// there is none.
     void* GetNotes() const;
 
     /// In a child after fork. Runs by itself.
