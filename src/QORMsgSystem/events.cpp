@@ -146,6 +146,9 @@ chEvent* chProcessLocal::CreateOwnTaskEvent() {
         pEvent->DestroyEvent();
         m_mapTaskEvent.erase(m_mapTaskEvent.find_key(idTask));
         pEvent = FindOrOpenEvent(lock, idTask, false);
+        // Still there: it is another user's, which this task may use, but not remove.
+        if (pEvent != NULL && !pEvent->IsCreateByMe())
+            pEvent->AdoptSemaphore();
     }
     return pEvent;
 }

@@ -1,7 +1,8 @@
 // Key files: how they are made, locked and told apart.
 //
 // Invariants:
-// - A key file appears at its path complete, with mode 0666, by one link(); it never changes afterwards.
+// - A key file appears at its path complete, with the rights of the device (rights.h), by one link(); it never changes
+//   afterwards.
 // - A process creates or removes a kernel object of a key file only while it holds the file's lock, and after it has
 //   checked that the path still names the locked file. The kernel drops the lock of a process that dies.
 // - Nobody waits without limit for a lock that somebody else's program may hold, and nobody goes on without one: after
@@ -37,6 +38,13 @@ bool createKeyFile(const char* lpszPath);
 
 // The path of the key file of a plain name.
 std::string keyFilePath(const std::string& strName);
+
+// The path of the key file of the share segment, which says what rights the device's objects have.
+std::string shareKeyFile();
+
+// Whether there is a semaphore or a segment with a key.
+bool isLiveSemaphore(key_t key);
+bool isLiveSegment(key_t key);
 
 // Whether a path is that of the key file of a plain name.
 bool isPlainKeyFile(const char* lpszPath);

@@ -16,6 +16,7 @@
 #include "qor/MiscHelper.h"
 #include "xInc/keyfile.h"
 #include "xInc/platform.h"
+#include "xInc/rights.h"
 
 #define QOR_MODULE "xInc/xBaseClass"
 #include "internal/report.h"
@@ -108,14 +109,13 @@ bool isInUse(int idSegment) {
 
 void* attachJournal(const journaledSegment& segment, key_t key) {
     const size_t nSize = shareJournal::sizeFor(segment.uSize) + shareJournal::sizeNotes;
-    int id = shmget(key, 0, 0);
-    if (id == -1 && errno == ENOENT) {
-        if (isInUse(static_cast<int>(segment.idSegment))) {
-            reportJournal("the journal of [%s] is missing while processes use the segment", segment.lpszName);
-            return NULL;
-        }
-        id = shmget(key, nSize, IPC_CREAT | IPC_EXCL | 0666);
+    const bool bThere = isLiveSegment(key);
+    if (!bThere && isInUse(static_cast<int>(segment.idSegment))) {
+        reportJournal("the journal of [%s] is missing while processes use the segment", segment.lpszName);
+        return NULL;
     }
+    // One that is too small is told from one that cannot be opened.
+    const int id = openOrCreateSegment(key, bThere ? 0 : nSize).id;
     shmid_ds state;
     if (id == -1 || shmctl(id, IPC_STAT, &state) != 0)
         return failJournal(segment.lpszName);

@@ -19,6 +19,7 @@
 #include "qor/BaseHelper/Sync.h"
 #include "xInc/keyfile.h"
 #include "xInc/platform.h"
+#include "xInc/rights.h"
 
 #define QOR_MODULE "xInc/xBaseClass"
 #include "internal/report.h"
@@ -66,9 +67,15 @@ void removeStaleFiles(const std::string& strDirectory, int fdDirectory) {
         unlinkat(fdDirectory, strName.c_str(), 0);
 }
 
+}  // namespace
+
 bool isLiveSemaphore(key_t key) { return semget(key, 0, 0) != -1 || errno != ENOENT; }
 
 bool isLiveSegment(key_t key) { return shmget(key, 0, 0) != -1 || errno != ENOENT; }
+
+std::string shareKeyFile() { return keyFilePath("ipc_system_share"); }
+
+namespace {
 
 bool isUniqueFile(const std::string& strPath, const std::set<key_t>& setTaken) {
     const key_t keySemaphore = ftok(strPath.c_str(), idProjectSemaphore);
@@ -80,23 +87,24 @@ bool isUniqueFile(const std::string& strPath, const std::set<key_t>& setTaken) {
            !isLiveSegment(ftok(strPath.c_str(), idProjectJournal));
 }
 
-bool makeFile(int fdDirectory, const char* lpszName) {
-    const int fd = openat(fdDirectory, lpszName, O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0666);
-    if (fd == -1)
-        return false;
-    // The umask belongs to all threads of the process; it is left alone.
-    const bool bResult = fchmod(fd, 0666) == 0;
-    close(fd);
-    return bResult;
+bool makeFile(int fdDirectory, const char* lpszName, const deviceRights& rights) {
+    const openFile file(openat(fdDirectory, lpszName, O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW,
+                               static_cast<mode_t>(rights.firstMode())));
+    if (file.fd() == -1 || giveRights(file.fd(), rights))
+        return file.fd() != -1;
+    const errnoGuard guard;
+    unlinkat(fdDirectory, lpszName, 0);
+    return false;
 }
 
 // Makes private files until one has unique keys. arrName gets all their names; that one is the last.
 bool makeUniqueFile(const std::string& strDirectory, int fdDirectory, std::vector<std::string>& arrName) {
     // The segment keys differ wherever these do.
     const std::set<key_t> setTaken = takenKeys(idProjectSemaphore);
+    const deviceRights rights = findRights();
     for (int i = 0; i < maxNewFile; ++i) {
         const std::string strName = szNewPrefix + std::to_string(i);
-        if (!makeFile(fdDirectory, strName.c_str())) {
+        if (!makeFile(fdDirectory, strName.c_str(), rights)) {
             // A file that another user left, which could not be removed.
             if (errno == EEXIST)
                 continue;
@@ -175,7 +183,18 @@ bool makeKeyFile(const char* lpszPath, const std::string& strDirectory, int fdDi
 
 }  // namespace
 
+// The first process of a device that shall have a group makes the file that says so to all before any other one.
+static bool prepareGroup(const char* lpszPath) {
+    const std::string strShare = shareKeyFile();
+    if (!asksForGroup() || strShare == lpszPath)
+        return true;
+    keyFileLock lock;
+    return lock.lockOrCreate(strShare.c_str());
+}
+
 bool createKeyFile(const char* lpszPath) {
+    if (!prepareGroup(lpszPath))
+        return false;
     const chCancelGuard guard;
     const std::string strDirectory = directoryOf(lpszPath);
     fileLock lockKeys, lockOwn;
@@ -201,7 +220,7 @@ bool createKeyFile(const char* lpszPath) {
 bool keyFileLock::openAndLock(const char* lpszPath, int nTimeout) {
     while (m_file.openAt(lpszPath) && m_file.lockFor(nTimeout)) {
         if (m_file.isAt(lpszPath))
-            return true;
+            return admitKeyFile(lpszPath, m_file.fd());
         if (errno != ENOENT)
             break;
     }
@@ -243,6 +262,10 @@ key_t xFileKey::OpenLockedFileKey(const char* lpszName, unsigned char idProject,
     SetKeyFile(lpszName);
     const char* lpszPath = m_strKeyFile;
     if (!lock.lockOrCreate(lpszPath)) {
+        const int nError = errno;
+        if (nError == EACCES || nError == EPERM)
+            failWithoutRight(lpszPath);
+        errno = nError;
         QOR_TraceHelper::qorOutputWarningString("Create file[%s] fail: %s", lpszPath, strerror(errno));
         QOR_ASSERT(FALSE);
         return -1;
@@ -271,7 +294,8 @@ key_t xFileKey::FindFileKey(const char* lpszName, unsigned char idProject) {
         return -1;
     SetKeyFile(lpszName);
     fileState state;
-    const bool bThere = lookAt(m_strKeyFile, state) && state.eKind != kindNone && state.eKind != kindLink;
+    const bool bThere =
+        lookAt(m_strKeyFile, state) && state.eKind != kindNone && state.eKind != kindLink && !isForeign(state);
     const key_t key = bThere ? ftok(m_strKeyFile, idProject) : -1;
     if (key == -1)
         CloseFileKey();

@@ -19,6 +19,7 @@
 #include "xInc/journal.h"
 #include "xInc/keyfile.h"
 #include "xInc/platform.h"
+#include "xInc/rights.h"
 
 #if defined(__SANITIZE_THREAD__)
 #include <sanitizer/tsan_interface.h>
@@ -285,26 +286,18 @@ BOOL xSemaphore::OpenSemaphoreValue(const char* lpszName, int nFirstValue) {
     const key_t key = OpenLockedFileKey(lpszName, idProjectSemaphore, lock);
     if (key == -1)
         return FALSE;
-    m_fdSemaphore = semget(key, 1, IPC_CREAT | IPC_EXCL | 0666);
-    if (m_fdSemaphore != -1) {
-        m_idCreator = qorGetCurrentTaskId();
-        if (nFirstValue != -1)
-            SemaphoreSetValue(nFirstValue);
-        return TRUE;
-    }
-    const int nError = errno;
-    m_fdSemaphore = semget(key, 1, 0666);
+    const ipcObject object = openOrCreateSemaphore(key);
+    m_fdSemaphore = object.id;
     if (m_fdSemaphore == -1) {
-        // ENOENT would hide why it could not be created.
-        if (errno == ENOENT)
-            errno = nError;
         qorOutputWarningString("Try Create Semaphore [%s:%x] fail (%s)! ", lpszName, static_cast<unsigned>(key),
                                strerror(errno));
         QOR_ASSERT(m_fdSemaphore != -1);
         return FALSE;
     }
-    // The creator sets the first value under this same lock: it died before it did.
-    if (nFirstValue != -1 && isUntouched(m_fdSemaphore))
+    if (object.bCreated)
+        m_idCreator = qorGetCurrentTaskId();
+    // The creator sets the first value under this same lock: one that is untouched was left by a creator that died.
+    if (nFirstValue != -1 && (object.bCreated || isUntouched(m_fdSemaphore)))
         SemaphoreSetValue(nFirstValue);
     return TRUE;
 }
@@ -313,7 +306,7 @@ BOOL xSemaphore::OpenExistSemaphore(const char* lpszName) {
     if (!QOR_ASSERT(m_fdSemaphore == -1))
         return FALSE;
     const key_t key = FindFileKey(lpszName, idProjectSemaphore);
-    m_fdSemaphore = key != -1 ? semget(key, 1, 0666) : -1;
+    m_fdSemaphore = key != -1 ? openSemaphore(key) : -1;
     // Without a lock, the key may have been that of a file that was removed meanwhile, and the semaphore another
     // object's.
     if (m_fdSemaphore != -1 && !isKeyOf(m_fdSemaphore, m_strKeyFile))
@@ -350,6 +343,11 @@ BOOL xSemaphore::IsCreateByMe() {
     if (!QOR_ASSERT(m_fdSemaphore != -1))
         return FALSE;
     return m_idCreator == static_cast<int>(qorGetCurrentTaskId());
+}
+
+void xSemaphore::AdoptSemaphore() {
+    if (SemaphoreSetValue(0))
+        m_idCreator = qorGetCurrentTaskId();
 }
 
 BOOL xSemaphore::IsSemaphoreAlive() {

@@ -15,6 +15,7 @@
 #include "xInc/journal.h"
 #include "xInc/keyfile.h"
 #include "xInc/platform.h"
+#include "xInc/rights.h"
 
 #define QOR_MODULE "xInc/xBaseClass"
 #include "internal/report.h"
@@ -44,16 +45,10 @@ void* chMapFile::OpenMapFile(const char* lpszName, int nSize) {
     const key_t key = OpenLockedFileKey(lpszName, idProjectSegment, lock);
     if (key == -1)
         return nullptr;
-    m_fdMapFile = shmget(key, static_cast<size_t>(nSize), IPC_CREAT | IPC_EXCL | 0666);
-    if (m_fdMapFile != -1) {
+    const ipcObject object = openOrCreateSegment(key, static_cast<size_t>(nSize));
+    m_fdMapFile = object.id;
+    if (object.bCreated)
         m_idCreator = qorGetCurrentTaskId();
-    } else {
-        const int nError = errno;
-        m_fdMapFile = shmget(key, static_cast<size_t>(nSize), 0666);
-        // ENOENT would hide why it could not be created.
-        if (m_fdMapFile == -1 && errno == ENOENT)
-            errno = nError;
-    }
     if (m_fdMapFile == -1) {
         qorOutputWarningString("Try Create mapfile[%s] fail (%s)! key=%X ", lpszName, strerror(errno),
                                static_cast<unsigned>(key));

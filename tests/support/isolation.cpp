@@ -14,6 +14,7 @@ namespace qorTest {
 namespace {
 
 constexpr const char* szMark = "QOR_TEST_ISOLATED";
+bool s_bUsers = false;
 
 bool asksForList(int argc, char** argv) {
     for (int i = 1; i < argc; ++i)
@@ -53,6 +54,11 @@ std::vector<std::string> wordsOfProgram() {
     return listWord;
 }
 
+bool needUsers() {
+    s_bUsers = true;
+    return true;
+}
+
 void isolate(int argc, char** argv) {
     if (asksForList(argc, argv))
         return;
@@ -62,6 +68,10 @@ void isolate(int argc, char** argv) {
         return;
     }
     setenv(szMark, "1", 1);
+    if (s_bUsers)
+        setenv("QOR_ISOLATE_USERS", "1", 1);
+    else
+        unsetenv("QOR_ISOLATE_USERS");
     std::vector<std::string> listWord = {"sh", QOR_TEST_SOURCES "/scripts/lib/isolate", QOR_TEST_SOURCES,
                                          QOR_TEST_BUILD};
     for (const std::string& strWord : wordsOfProgram())

@@ -17,6 +17,10 @@ namespace qorTest {
 // Where the kernel refuses, the program ends with a line that says so.
 void isolate(int argc, char** argv);
 
+// For a program whose processes belong to several users: lets it run as root of the machine, without a user namespace,
+// where it is started as such. To be called while the program is loaded: const bool b = needUsers();
+bool needUsers();
+
 // The words that start this program again: its path, with the emulator in front where there is one.
 std::vector<std::string> wordsOfProgram();
 

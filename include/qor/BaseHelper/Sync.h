@@ -117,6 +117,10 @@ public:
     /// Whether the calling task created the semaphore with this object. Fatal when not open.
     BOOL IsCreateByMe();
 
+    /// Makes the calling task count as the creator of the semaphore, whose value becomes 0: for one that another user's
+    /// process has left, which only that user may remove. Fatal when not open.
+    void AdoptSemaphore();
+
     /// Whether some task of this process created the semaphore with this object.
     BOOL IsCreateHere() const { return m_idCreator != -1; }
 
