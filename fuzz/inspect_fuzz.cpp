@@ -1,8 +1,9 @@
-// Snapshots of any bytes, and segments of any bytes inside a well-formed one: each gives views or an error, and what
-// was read can be written and read again.
+// Snapshots of any bytes, and segments of any bytes: each gives views or an error, and a snapshot that was read can be
+// written and read again.
 //
 // The first byte chooses: 0 a snapshot file as it stands; 1 to 5 the content of the segment of that kind, after a
-// header that is right. Bit 7 of it says that words changed while the segment was copied.
+// header that is right. Bit 7 of it says that words changed while the segment was copied, bit 6 that the same bytes
+// stand beside it as the notes of threads.
 #include <stdint.h>
 #include <stdlib.h>
 
@@ -41,7 +42,7 @@ void putWord(std::vector<uint8_t>& bytes, size_t nOffset, uint32_t u) {
         bytes[nOffset + i] = static_cast<uint8_t>(u);
 }
 
-deviceImage deviceOf(segmentKind kind, bool bChanged, const uint8_t* pData, size_t nSize) {
+deviceImage deviceOf(segmentKind kind, unsigned uFlags, const uint8_t* pData, size_t nSize) {
     const segmentType& type = segmentTypeOf(kind);
     deviceImage device;
     segmentImage& image = device.segment(kind);
@@ -52,8 +53,10 @@ deviceImage deviceOf(segmentKind kind, bool bChanged, const uint8_t* pData, size
     putWord(image.bytes, 4, static_cast<uint32_t>(type.nType));
     for (size_t i = 0; i < nSize && i + 8 < image.bytes.size(); ++i)
         image.bytes[i + 8] = pData[i];
-    if (bChanged)
+    if ((uFlags & 0x80) != 0)
         image.changed = {{64, 128}, {4000, 4004}};
+    if ((uFlags & 0x40) != 0)
+        image.notes.assign(pData, pData + nSize);
     for (int32_t id = 0; id < 8; ++id)
         device.tasks[id].bAlive = true;
     return device;
@@ -64,12 +67,14 @@ deviceImage deviceOf(segmentKind kind, bool bChanged, const uint8_t* pData, size
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* pData, size_t nSize) {
     if (nSize == 0)
         return 0;
-    deviceImage device;
-    std::string strError;
     const unsigned uKind = pData[0] & 7u;
     if (uKind >= 1 && uKind <= countSegmentKind) {
-        device = deviceOf(static_cast<segmentKind>(uKind - 1), (pData[0] & 0x80) != 0, pData + 1, nSize - 1);
-    } else if (!decodeSnapshot(pData + 1, nSize - 1, device, strError)) {
+        look(deviceOf(static_cast<segmentKind>(uKind - 1), pData[0], pData + 1, nSize - 1));
+        return 0;
+    }
+    deviceImage device;
+    std::string strError;
+    if (!decodeSnapshot(pData + 1, nSize - 1, device, strError)) {
         expect(!strError.empty());
         return 0;
     }
