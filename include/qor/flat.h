@@ -181,6 +181,28 @@ QOR_API int msgProcessPending(int nMax);
 
 /** @} */
 
+/** @name The service manager
+ *  For a process that runs as a service of systemd, or of another manager that speaks the protocol of sd_notify.
+ *  Without one, both functions do nothing, so the same program runs in a shell. docs/operations.md has a unit. */
+/** @{ */
+
+/** Tells the service manager that the process is ready ("READY=1"), for a unit with Type=notify. Call it when the threads
+ *  are registered that others wait for. Waits until the manager has room for the message. Returns 1; 0 when there is no
+ *  manager, and, with a warning, when it cannot be told. */
+QOR_API BOOL msgNotifyReady(void);
+/** Has the calling thread's loop watched by the service manager, for a unit with WatchdogSec=, until the thread
+ *  unregisters. From then on the process reports to the manager ("WATCHDOG=1") as long as **every** thread that has
+ *  called this goes on passing its loop: one handler that hangs ends the reports, and the manager restarts the process.
+ *  A handler must return, or call the loop itself, within a quarter of WatchdogSec. Idle waits are cut into halves of
+ *  it, without a message to the callback. Under the loop of another library, call msgProcessPending() as often.
+ *
+ *  Returns 1; 0 when the manager watches nothing (WATCHDOG_USEC is not set, or WATCHDOG_PID names another process).
+ *  A child after fork is not watched. A watched thread that ends without unregistering counts as hanging.
+ *  Fatal: a thread that is not registered. */
+QOR_API BOOL msgEnableWatchdog(void);
+
+/** @} */
+
 /** @name Messages */
 /** @{ */
 

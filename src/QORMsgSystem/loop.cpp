@@ -14,6 +14,7 @@
 #include "QORMsgSystem/send.h"
 #include "QORMsgSystem/task_event.h"
 #include "QORMsgSystem/wait_deadline.h"
+#include "internal/loop_watch.h"
 #include "internal/report.h"
 #include "qor/BaseHelper/Tick.h"
 #include "qor/TraceHelper.h"
@@ -35,6 +36,7 @@ int chThreadLocal::Run() {
     const LifetimeGuard guard(this);
     msgObject* pMessage = NULL;
     while (m_bRuning) {
+        loopWatch::NotePass();
         m_objTimerQueue.EmitTimersOnTime();
         pMessage = FinishAndTake(pMessage);
         if (pMessage != NULL)
@@ -70,6 +72,7 @@ int chThreadLocal::ProcessPending(int nMax) {
     int nHandled = 0;
     msgObject* pMessage = NULL;
     while (m_bRuning && nHandled < nMax) {
+        loopWatch::NotePass();
         m_objTimerQueue.EmitTimersOnTime();
         taskEvent::OfThread().NoteSignalsLeft();
         pMessage = FinishAndTake(pMessage);
@@ -101,6 +104,7 @@ UINT chThreadLocal::ProcessPass(int nMaxWait) {
         return 0;
     if (!m_bRuning)
         return TM_THREAD_QUIT;
+    loopWatch::NotePass();
     m_objTimerQueue.EmitTimersOnTime();
     msgObject* pMessage = TakeMessage();
     if (pMessage != NULL)
@@ -181,7 +185,7 @@ bool chThreadLocal::HasWork() {
 bool chThreadLocal::WaitForWork(int nTime) {
     waitDeadline deadline(nTime);
     lookAfterKeyFiles();
-    while (!m_pTaskEvent->WaitEventFor(deadline.GetSlice(sliceForWork))) {
+    while (!m_pTaskEvent->WaitEventFor(deadline.GetSlice(loopWatch::GetSlice(sliceForWork)))) {
         if (deadline.IsOver())
             return false;
         if (!m_pTaskEvent->IsSemaphoreAlive()) {
@@ -191,6 +195,7 @@ bool chThreadLocal::WaitForWork(int nTime) {
         if (HasWork())
             return true;
         lookAfterKeyFiles();
+        loopWatch::NotePass();
     }
     taskEvent::OfThread().NoteWaited();
     return true;

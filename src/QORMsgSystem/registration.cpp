@@ -16,6 +16,7 @@
 #include "QORMsgSystem/task_event.h"
 #include "QORMsgSystem/thread_helper.h"
 #include "QORMsgSystem/wait_deadline.h"
+#include "internal/loop_watch.h"
 #include "internal/report.h"
 #include "qor/MiscHelper.h"
 #include "qor/TraceHelper.h"
@@ -286,7 +287,8 @@ void uCSystemShareHelper::WaitForAnswered(const chThreadLocal& objThread) {
     }
 }
 
-// A thread that shuts this one down may delete the object as soon as it is no longer listed, so this is the last step.
+// A thread that shuts this one down may delete the object as soon as it is no longer listed, so this is the last step with
+// it.
 void uCSystemShareHelper::DestroyLocalThread(chThreadLocal& objThread) {
     if (!QOR_ASSERT_TEXT(m_objProcessLocal.IsValidLocalThread(&objThread) && objThread.IsCalledByThisThread(),
                          "IsValidLocalThread(&objThread) && objThread.IsCalledByThisThread()"))
@@ -304,6 +306,8 @@ void uCSystemShareHelper::DestroyLocalThread(chThreadLocal& objThread) {
     }
     objThread.m_idThread = 0;
     m_objProcessLocal.UnregisterLocalThread(&objThread);
+    if (m_objProcessLocal.GetCurrentThreadObject() == NULL)
+        loopWatch::Leave();
 }
 
 }  // namespace QOR_MsgQueueHelper

@@ -6,6 +6,7 @@
 #include <limits>
 
 #include "internal/launch.h"
+#include "internal/loop_watch.h"
 #include "internal/message.h"
 #include "internal/report.h"
 #include "internal/share.h"
@@ -156,6 +157,15 @@ BOOL msgWatchDescriptor(int fd, short nEvents, UINT uMsg) {
 BOOL msgQuitOnSignal(int nSignal) {
     chThreadLocal* pLocalThread = process().GetCurrentThreadObject();
     return QOR_ASSERT(pLocalThread != NULL) ? pLocalThread->QuitOnSignal(nSignal) : 0;
+}
+
+// ---- the service manager
+
+BOOL msgNotifyReady(void) { return loopWatch::TellReady(); }
+
+BOOL msgEnableWatchdog(void) {
+    return QOR_ASSERT_TEXT(process().GetCurrentThreadObject() != NULL, "the calling thread is registered") &&
+           loopWatch::Enrol();
 }
 
 // ---- messages

@@ -3,6 +3,7 @@
 #define QOR_XINC_MSG_SYSTEM_H
 
 #include <semaphore.h>
+#include <stdint.h>
 
 namespace QOR_MsgQueueHelper {
 
@@ -32,6 +33,16 @@ void callAtThreadExit(void (*fnAtExit)());
 // Has the thread library free the calling thread when it ends, since nobody will join it. Does nothing for a thread
 // that is detached already.
 void detachCurrentThread();
+
+// ---- the service manager, for those that speak the protocol of sd_notify
+
+// The interval of its watchdog for this process in milliseconds, from WATCHDOG_USEC and WATCHDOG_PID in the environment; 0
+// when it watches nothing.
+uint32_t getWatchdogInterval();
+
+// Sends it a state, to the socket that NOTIFY_SOCKET names; with bWait also when it has to be waited for. False when there
+// is no manager, and when it could not be told: errno is 0, or says why.
+bool tellManager(const char* lpszState, bool bWait);
 
 // A clock in microseconds that costs no kernel call where the platform offers one.
 unsigned long long getMonotonicMicrosecond();

@@ -238,6 +238,9 @@ void addThreads(table& listRow) {
                 return everyName([](const char* lpszName) { return msgGetThreadByName(lpszName) == NULL; });
             });
         });
+    rowsOf(listRow, "msgEnableWatchdog")
+        .fatal("an unregistered thread", szFlat, "the calling thread is registered", []() { msgEnableWatchdog(); });
+    rowsOf(listRow, "msgNotifyReady").good("no manager", []() { return msgNotifyReady() == 0; });
     rowsOf(listRow, "msgGetCurrentThreadObject").good("an unregistered thread", []() {
         return msgGetCurrentThreadObject() == NULL;
     });
