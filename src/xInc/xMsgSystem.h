@@ -36,12 +36,12 @@ void detachCurrentThread();
 
 // ---- the service manager, for those that speak the protocol of sd_notify
 
-// The interval of its watchdog for this process in milliseconds, from WATCHDOG_USEC and WATCHDOG_PID in the environment; 0
-// when it watches nothing.
+// The interval of its watchdog for this process in milliseconds, from WATCHDOG_USEC and WATCHDOG_PID in the
+// environment; 0 when it watches nothing.
 uint32_t getWatchdogInterval();
 
-// Sends it a state, to the socket that NOTIFY_SOCKET names; with bWait also when it has to be waited for. False when there
-// is no manager, and when it could not be told: errno is 0, or says why.
+// Sends it a state, to the socket that NOTIFY_SOCKET names; with bWait also when it has to be waited for. False when
+// there is no manager, and when it could not be told: errno is 0, or says why.
 bool tellManager(const char* lpszState, bool bWait);
 
 // A clock in microseconds that costs no kernel call where the platform offers one.

@@ -1,25 +1,37 @@
 // Devices that run for long: key files that grow old, and clocks that are set. This program replaces the system's clock
 // of the day, so it is a program of its own.
+#include <dirent.h>
 #include <fcntl.h>
+#include <malloc.h>
 #include <sys/ipc.h>
 #include <sys/sem.h>
 #include <sys/shm.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/time.h>
+#include <sys/times.h>
 #include <time.h>
 #include <unistd.h>
 
+#include <fstream>
+#include <random>
+
 #include "support/child.h"
+#include "support/message_thread.h"
+#include "support/pool_reading.h"
+#include "support/scale.h"
 #include "support/share_object.h"
 #include "qor/BaseHelper/Share.h"
+#include "qor/BaseHelper/Tick.h"
+#include "qor/MsgQueueHelper.h"
 #include "qor/flat.h"
 
 using namespace QOR_BaseHelper;
 using namespace qorTest;
 
 namespace {
-long long s_nShift = 0;  // seconds by which the day clock is ahead of the machine's
+long long s_nShift = 0;      // seconds by which the day clock is ahead of the machine's
+uint32_t s_uClockTicks = 0;  // hundredths of a second by which the clock-tick counter is
 }  // namespace
 
 // The sanitizers ask before they are ready themselves.
@@ -40,6 +52,13 @@ extern "C" QOR_UNCHECKED time_t time(time_t* pNow) noexcept {
     if (pNow != NULL)
         *pNow = tNow;
     return tNow;
+}
+
+extern "C" QOR_UNCHECKED clock_t times(tms*) noexcept {
+    timespec ts;
+    clock_gettime(CLOCK_MONOTONIC, &ts);
+    const uint32_t uTicks = static_cast<uint32_t>(ts.tv_sec * 100 + ts.tv_nsec / 10000000) + s_uClockTicks;
+    return static_cast<clock_t>(static_cast<int32_t>(uTicks));
 }
 
 namespace {
@@ -290,6 +309,171 @@ TEST(SecondDevice, IsNoneWhenTheOtherObjectHasItsKeyFile) {
     EXPECT_EQ("", openAndHear<thingFrame>("twin"));
     removeShareObject("twin");
     unlink("/tmp/qor_sister");
+    alarm(0);
+}
+
+TEST(SecondDevice, IsNotLookedForBeforeASegmentIsOpen) {
+    testing::internal::CaptureStderr();
+    chMapFile().WarnOfTwin();
+    EXPECT_EQ("", testing::internal::GetCapturedStderr());
+}
+
+// ---- years of use
+
+// What must not grow.
+struct inventory {
+    size_t nSemaphores, nSegments, nDescriptors, nKeyFiles, nThreads;
+    int nPoolUsed;  // bytes
+    size_t nHeap;   // bytes; 0 where the heap does not tell
+
+    bool operator==(const inventory& r) const {
+        return nSemaphores == r.nSemaphores && nSegments == r.nSegments && nDescriptors == r.nDescriptors &&
+               nKeyFiles == r.nKeyFiles && nThreads == r.nThreads && nPoolUsed == r.nPoolUsed;
+    }
+};
+
+std::ostream& operator<<(std::ostream& out, const inventory& now) {
+    return out << now.nSemaphores << " semaphores, " << now.nSegments << " segments, " << now.nDescriptors
+               << " descriptors, " << now.nKeyFiles << " key files, " << now.nThreads << " threads, " << now.nPoolUsed
+               << " bytes of the pool, " << now.nHeap << " of the heap";
+}
+
+size_t countLines(const char* lpszFile) {
+    std::ifstream in(lpszFile);
+    size_t nLines = 0;
+    for (std::string strLine; std::getline(in, strLine);)
+        ++nLines;
+    return nLines;
+}
+
+size_t countNames(const char* lpszDirectory, const char* lpszPrefix) {
+    size_t nNames = 0;
+    DIR* const pDirectory = opendir(lpszDirectory);
+    while (const dirent* const pEntry = readdir(pDirectory))
+        nNames += strncmp(pEntry->d_name, lpszPrefix, strlen(lpszPrefix)) == 0;
+    closedir(pDirectory);
+    return nNames;
+}
+
+inventory takeInventory() {
+    inventory now = {};
+    now.nSemaphores = countLines("/proc/sysvipc/sem");
+    now.nSegments = countLines("/proc/sysvipc/shm");
+    now.nDescriptors = countNames("/proc/self/fd", "");
+    now.nKeyFiles = countNames("/tmp", "qor_");
+    now.nThreads = countNames("/proc/self/task", "");
+    const poolReading reading(&share().getObject()->m_objPool);
+    EXPECT_EQ("", reading.broken());
+    for (const poolCell& cell : reading.cells())
+        now.nPoolUsed += cell.bFree ? 0 : cell.nLength;
+    now.nHeap = mallinfo2().uordblks;
+    return now;
+}
+
+constexpr uint32_t ticksOfRound = 0xFFFFFFFFu / 5;  // the counter wraps in every fifth round
+
+// Sets the day clock to any time of the next sixty years, or of the last twenty, as it is set on boards without a
+// battery.
+void setClocks(std::mt19937& random) {
+    const long long nYear = 365LL * 24 * secondsOfHour;
+    s_nShift = std::uniform_int_distribution<long long>(-20 * nYear, 60 * nYear)(random);
+    s_uClockTicks += ticksOfRound;
+}
+
+void expectTickOfRound(uint32_t& uLast) {
+    const uint32_t uNow = static_cast<uint32_t>(chTimer::GetTickFromBoot().m_nSecond);
+    EXPECT_GE(uNow - uLast, ticksOfRound / 100 - 1);
+    EXPECT_LE(uNow - uLast, ticksOfRound / 100 + secondsOfHour);
+    uLast = uNow;
+}
+
+int s_nTimers = 0;
+
+int answerTwice(simpMSG* pMsg) {
+    s_nTimers += pMsg->uMsg == TM_THREAD_TIMER;
+    return pMsg->uMsg == 0x100 ? static_cast<int>(pMsg->wParam) * 2 : -1;
+}
+
+// A thread registers, talks with another one, waits for a timer, and goes.
+void useMessages() {
+    const HTHREAD hThread = msgRegistMainThread("uptime_main", answerTwice);
+    const HTHREAD hWorker = msgLaunchCallbackWorkThread("uptime_worker", answerTwice, -1);
+    EXPECT_EQ(42, msgSendMsgToThread(hWorker, 0x100, 21, 0));
+    EXPECT_EQ(1, msgPostMsgToThread(hThread, 0x100, 1, 0));
+    timerSetThreadTimer(1, 1);
+    s_nTimers = 0;
+    while (s_nTimers == 0)
+        msgProcessThreadMsgOnce(msgGetCurrentThreadObject());
+    msgUnlaunchWorkThread("uptime_worker");
+    msgUnregistMainThread(hThread);
+}
+
+void useTheRest() {
+    accCreateAccumulater("uptime", 0xFFFFFFFDu, 3, 0xFFFFFFFEu);
+    EXPECT_EQ(0xFFFFFFFEu, accExcuteAccumulater("uptime", 1));
+    EXPECT_EQ(3u, accExcuteAccumulater("uptime", 1));
+    const HREGISTRY hSection = registryOpen("/tmp/uptime.ini", "uptime");
+    registrySetInt(hSection, "value", s_nTimers);
+    registryFlush(hSection);
+}
+
+void killRegisteredChild() {
+    childProcess child("killed", [] {
+        msgRegistMainThread("uptime_killed", answerTwice);
+        raise(SIGKILL);
+        return 0;
+    });
+    EXPECT_EQ(-SIGKILL, child.wait());
+}
+
+// Whatever was done, the key files of the device stay young.
+void expectYoungFiles() {
+    for (const char* lpszName : {"ipc_system_share", "ipc_system_named", "ipc_registry", "ipc_registry_save"})
+        EXPECT_FALSE(isOld(std::string("/tmp/qor_") + lpszName)) << lpszName;
+}
+
+void ageFiles() {
+    for (const char* lpszName : {"ipc_system_share", "ipc_system_named", "ipc_registry", "ipc_registry_save"})
+        setAge(std::string("/tmp/qor_") + lpszName, 50 * 365 * 24 * secondsOfHour);
+}
+
+void runRound(int iRound, std::mt19937& random, uint32_t& uLastTick) {
+    alarm(90);
+    ageFiles();
+    setClocks(random);
+    useMessages();
+    useTheRest();
+    expectYoungFiles();
+    expectTickOfRound(uLastTick);
+    if (iRound % 8 == 0) {
+        killRegisteredChild();
+        useMessages();
+    }
+}
+
+long long secondsToRun() {
+    const char* const lpsz = getenv("QOR_SOAK_SECONDS");
+    return lpsz != NULL ? atoi(lpsz) : isLong() ? 600 : 0;
+}
+
+TEST(Uptime, YearsOfUseWithClocksThatAreSetLetNothingGrow) {
+    watch("uptime");
+    setenv("trace", "0", 1);
+    std::mt19937 random(seed(13));
+    useMessages();
+    useTheRest();
+    uint32_t uLastTick = static_cast<uint32_t>(chTimer::GetTickFromBoot().m_nSecond);
+    int nRounds = 0;
+    while (nRounds < 12)
+        runRound(nRounds++, random, uLastTick);
+    const inventory before = takeInventory();
+    const int nFewest = 12 + scaled(60) + 10;
+    for (const long long nEnd = machineSecond() + secondsToRun(); nRounds < nFewest || machineSecond() < nEnd;)
+        runRound(nRounds++, random, uLastTick);
+    const inventory after = takeInventory();
+    EXPECT_EQ(before, after);
+    EXPECT_LE(after.nHeap, before.nHeap + 32768) << "after " << nRounds << " rounds";
+    accDestoryAccumulater("uptime");
     alarm(0);
 }
 
