@@ -75,7 +75,10 @@ void chProcessLocal::ClearGhostEventObject() {
 // Null when the event could not be opened; with bExisting also when nobody has created it.
 chEvent* chProcessLocal::FindOrOpenEvent(const processHold&, int idTask, bool bExisting) {
     if (idTask == qorGetCurrentTaskId())
-        callAtThreadExit([]() { process().LeaveTask(); });
+        callAtThreadExit([]() {
+            endThreadHelpers(NULL);
+            process().LeaveTask();
+        });
     auto it = m_mapTaskEvent.find_key(idTask);
     if (it != m_mapTaskEvent.end())
         return &(*it).value;
@@ -124,7 +127,6 @@ void chProcessLocal::ForgetCurrentTaskEvent() {
 // A registered thread that ends without unregistering keeps its event as long as its queue, until the next
 // registration. Otherwise nobody needs the event any more.
 void chProcessLocal::LeaveTask() {
-    endThreadHelpers(NULL);
     if (GetCurrentThreadObject() != NULL)
         return;
     const int idTask = qorGetCurrentTaskId();

@@ -3,7 +3,9 @@
 // A helper thread looks into the queue once a second, since a poster may die before it wakes the thread. This would
 // hide a wake-up that was missed, so the tests do without it, except where it is what they are about: then a thread
 // that misses one hangs.
-#include "loops.h"
+#define main loopsMain
+#include "../../examples/loops/main.cpp"
+#undef main
 
 #include <dirent.h>
 #include <fcntl.h>
@@ -176,6 +178,51 @@ TEST(Loops, AnIdleThreadTakesNoProcessorTime) {
             msgUnregistMainThread(hLoop);
         });
     }
+}
+
+// Reads until the text has appeared.
+bool readUntil(int fd, const std::string& strText) {
+    std::string strRead;
+    char ch;
+    while (strRead.find(strText) == std::string::npos && read(fd, &ch, 1) == 1)
+        strRead += ch;
+    return strRead.find(strText) != std::string::npos;
+}
+
+TEST(Loops, TheExampleReadsItsInputAndEndsOnASignal) {
+    for (const loops::loop& objLoop : loops::allLoops()) {
+        SCOPED_TRACE(objLoop.lpszName);
+        int afdInput[2], afdOutput[2];
+        ASSERT_EQ(0, pipe(afdInput));
+        ASSERT_EQ(0, pipe(afdOutput));
+        childProcess example("example", [&] {
+            QOR_TraceHelper::uCTraceHelpergetGlobalObject()->RedirectToNull();
+            dup2(afdInput[0], STDIN_FILENO);
+            dup2(afdOutput[1], STDOUT_FILENO);
+            std::string strName = objLoop.lpszName;
+            char* aArgument[] = {nullptr, &strName[0]};
+            return loopsMain(2, aArgument);
+        });
+        close(afdInput[0]);
+        close(afdOutput[1]);
+        EXPECT_EQ(3, write(afdInput[1], "one", 3));
+        EXPECT_TRUE(readUntil(afdOutput[0], "read 3 bytes\n"));
+        EXPECT_EQ(4, write(afdInput[1], "more", 4));
+        EXPECT_TRUE(readUntil(afdOutput[0], "read 4 bytes\n"));
+        example.signal(SIGTERM);
+        EXPECT_TRUE(readUntil(afdOutput[0], "ended by signal 15\n"));
+        EXPECT_EQ(0, example.wait());
+        close(afdInput[1]);
+        close(afdOutput[0]);
+    }
+}
+
+TEST(Loops, TheExampleRefusesALoopThatItDoesNotHave) {
+    char szName[] = "none";
+    char* aArgument[] = {nullptr, szName};
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(2, loopsMain(2, aArgument));
+    EXPECT_EQ("qor-loops: this was built without such a loop\n", testing::internal::GetCapturedStderr());
 }
 
 // ---- the descriptor
