@@ -44,6 +44,8 @@ enum : unsigned int {
     MSG_TESTS_DONE = 0x131,  // replies how many self-tests it has finished
     // Sent to the server.
     MSG_PORT = 0x138,  // replies the TCP port on which it serves the table, 0 when it no longer does
+    // Posted to the recorder by the library.
+    MSG_PACKET = 0x13C,  // something has arrived from the server
     // For all.
     MSG_ALARM = 0x140,   // broadcast: wParam is 1 for raised, 0 for over; lParam the memory use
     MSG_REPORT = 0x141,  // sent: stop, and post the tally to the controller

@@ -1,7 +1,10 @@
 // The recorder: a client of the server. It keeps every row that it receives in two files, and confirms a packet when
 // its row is kept.
 //
-// It asks the server for its port before each attempt to connect, because a restarted server has another one.
+// It asks the server for its port before each attempt to connect, because a restarted server has another one. While it
+// is connected, a message tells it when something has arrived; a timer runs only while it is not.
+#include <poll.h>
+
 #include "device.h"
 #include "qor/SocketHelper.h"
 #include "qor/TraceHelper.h"
@@ -13,8 +16,8 @@ namespace {
 
 using namespace QOR_SocketHelper;
 
-constexpr unsigned int timerReceive = 1;
-constexpr unsigned int periodReceive = 50;
+constexpr unsigned int timerConnect = 1;
+constexpr unsigned int periodConnect = 50;
 constexpr int timeoutPort = 1000;
 constexpr int timeoutConnect = 500;
 constexpr int periodSave = 10;  // rows
@@ -27,16 +30,26 @@ struct recorder {
 };
 recorder* g_pRecorder = nullptr;  // made in its own process; the launcher needs none
 
-// Ends what is left of an earlier connection first.
-void connectToServer() {
+// Has the next packet told by a message. It is told at once when it is there already.
+void awaitPacket() { msgWatchDescriptor(g_pRecorder->m_objSocket, POLLIN, MSG_PACKET); }
+
+// The watch ends before its descriptor is closed.
+void disconnect() {
+    msgWatchDescriptor(g_pRecorder->m_objSocket, 0, 0);
     g_pRecorder->m_objSocket.DestroySocket();
+}
+
+// Ends what is left of an earlier connection first. Whether there is one now.
+bool connectToServer() {
+    disconnect();
     int nPort = 0;
     if (!ask(nameServer, MSG_PORT, 0, timeoutPort, &nPort) || nPort <= 0 || !g_pRecorder->m_objSocket.CreateSocket())
-        return;
+        return false;
     if (!g_pRecorder->m_objSocket.ConnectTo("127.0.0.1", nPort, timeoutConnect))
-        return;
+        return false;
     say("recorder", "connected %sto port %d", g_pRecorder->m_bConnected ? "again " : "", nPort);
     g_pRecorder->m_bConnected = true;
+    return true;
 }
 
 void saveTable() {
@@ -64,30 +77,42 @@ bool takePacket(const QOR_MiscHelper::binaryArray& arrData) {
     return g_pRecorder->m_objSocket.Send("+", 1) != 0;
 }
 
-void receive() {
-    if (g_pRecorder->m_bOver)
+void connect() {
+    if (!connectToServer())
         return;
-    if (!g_pRecorder->m_objSocket.IsTCPConnected())
-        connectToServer();
+    timerKillThreadTimer(timerConnect);
+    awaitPacket();
+}
+
+void receive() {
     QOR_MiscHelper::binaryArray arrData;
     while (!g_pRecorder->m_bOver && g_pRecorder->m_objSocket.ReceiveOnePacket(arrData, 0)) {
         if (!takePacket(arrData))
-            return g_pRecorder->m_objSocket.DestroySocket();
+            disconnect();
     }
+    if (g_pRecorder->m_bOver)
+        return;
+    if (g_pRecorder->m_objSocket.IsTCPConnected())
+        awaitPacket();
+    else
+        timerSetThreadTimer(timerConnect, periodConnect);
 }
 
 int onMessage(simpMSG* pMsg) {
     switch (pMsg->uMsg) {
         case TM_THREAD_START:
-            timerSetThreadTimer(timerReceive, periodReceive);
+            timerSetThreadTimer(timerConnect, periodConnect);
             return 0;
         case TM_THREAD_TIMER:
             countTimer();
+            connect();
+            return 0;
+        case MSG_PACKET:
             receive();
             return 0;
         case MSG_REPORT:
-            timerKillThreadTimer(timerReceive);
-            g_pRecorder->m_objSocket.DestroySocket();
+            timerKillThreadTimer(timerConnect);
+            disconnect();
             saveTable();
             say("recorder", "%d rows are kept", g_pRecorder->m_objWriter.Count());
             return reportTally();
