@@ -74,7 +74,7 @@ bool takePacket(const QOR_MiscHelper::binaryArray& arrData) {
         g_pRecorder->m_bOver = true;
     else
         keepRow(objRow);
-    return g_pRecorder->m_objSocket.Send("+", 1) != 0;
+    return g_pRecorder->m_objSocket.SendOnePacket("+", 1) != 0;
 }
 
 void connect() {

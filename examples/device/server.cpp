@@ -1,13 +1,11 @@
 // The server: sends the live table to every client that connects, as packets over TCP.
 //
 // It listens on this machine only, on a port that the system picks; MSG_PORT tells which. Its one thread must answer at
-// once, also at the end, so it never waits for a client. Sending would wait for a client that does not read; so a
-// client confirms every packet, and gets no more while windowPacket of them are unconfirmed: these few bytes fit into
-// any connection's buffer. A client that is too slow misses rows; one that confirms nothing for timeoutClient, breaks
-// the protocol or disconnects is dropped.
+// once, also at the end, so it never waits for a client: chSocketPacketServer keeps what a client does not take at
+// once, and drops a client that breaks the protocol, takes too long or disconnects. A client confirms every packet, and
+// gets no more while windowPacket of them are unconfirmed: a client that is too slow misses rows.
 #include <algorithm>
-#include <iterator>
-#include <list>
+#include <map>
 
 #include "device.h"
 #include "qor/SocketHelper.h"
@@ -23,117 +21,88 @@ using namespace QOR_SocketHelper;
 constexpr unsigned int timerServe = 1;
 constexpr int countRow = 30;  // while the panel paints 12
 
-constexpr int maxWaiting = 5;
-constexpr size_t maxClient = 8;
+constexpr int maxClient = 8;
 constexpr int windowPacket = 8;
 constexpr int timeoutClient = 2500;
 constexpr int timeoutLast = 1000;  // for all clients together: the closer waits meanwhile
 
-struct client {
-    chSocketPacketTCP m_objSocket;
-    int m_nPort = 0;      // the client's, which identifies it
-    int m_nOpen = 0;      // packets that it has not confirmed
-    double m_dHeard = 0;  // when it last had confirmed everything, or something
-};
+class server : public chSocketPacketServer {
+public:
+    bool Start() {
+        packetServerLimits limits;
+        limits.nMaxClient = maxClient;
+        limits.nMaxPacket = sizeof(packet);
+        // A client has something to confirm for each row.
+        limits.nMaxSilence = std::max(timeoutClient, 3 * nPanelTime / countRow);
+        return StartServer(chSocketAddr(in_addr{htonl(INADDR_LOOPBACK)}, 0), limits);
+    }
+    void Serve();
+    void End();
 
-struct server {
-    chSocketTCPServer m_objListen;
-    std::list<client> m_lstClient;
     row m_objRow;  // the last one
+
+private:
+    struct client {
+        int m_nPort;  // the client's, which identifies it
+        int m_nOpen;  // packets that it has not confirmed
+    };
+
+    void OnClientConnected(uint32_t idClient, const chSocketAddr& addr) override {
+        m_mapClient[idClient] = {addr.GetPort(), 0};
+        say("server", "client %d is connected", addr.GetPort());
+    }
+
+    // Each packet of a client confirms one of the server's.
+    void OnClientPacket(uint32_t idClient, const void*, int) override {
+        if (--m_mapClient[idClient].m_nOpen < 0)
+            DropClient(idClient);
+    }
+
+    void OnClientDropped(uint32_t idClient, clientEnd eEnd) override {
+        const bool bSlow = eEnd == clientSilent || eEnd == clientStalled;
+        say("server", bSlow ? "client %d does not take its packets: dropped" : "client %d has gone",
+            m_mapClient[idClient].m_nPort);
+        m_mapClient.erase(idClient);
+        ++m_nDropped;
+    }
+
+    void SendRow(const row& objRow, int nWindow);
+    bool IsAllConfirmed() const {
+        return std::all_of(m_mapClient.begin(), m_mapClient.end(),
+                           [](auto& entry) { return entry.second.m_nOpen == 0; });
+    }
+
+    std::map<uint32_t, client> m_mapClient;
     int m_nDropped = 0;
 };
 server* g_pServer = nullptr;  // made in its own process; the launcher needs none
 
-// 0 while the table is not served.
-int getPort() {
-    chSocketAddr addr;
-    socklen_t nSize = sizeof(sockaddr_in);
-    if (getsockname(g_pServer->m_objListen, reinterpret_cast<sockaddr*>(&addr), &nSize) != 0)
-        return 0;
-    return addr.GetPort();
-}
-
-bool startListening() {
-    return g_pServer->m_objListen.CreateSocket("127.0.0.1", 0) && g_pServer->m_objListen.SocketListen(maxWaiting);
-}
-
-// ---- clients
-
-void acceptClients() {
-    while (g_pServer->m_lstClient.size() < maxClient) {
-        client& objClient = *g_pServer->m_lstClient.emplace(g_pServer->m_lstClient.end());
-        chSocketAddr addr;
-        if (!g_pServer->m_objListen.AcceptOnSocket(objClient.m_objSocket, &addr, 0))
-            return g_pServer->m_lstClient.pop_back();
-        objClient.m_nPort = addr.GetPort();
-        objClient.m_dHeard = now();
-        say("server", "client %d is connected", objClient.m_nPort);
-    }
-}
-
-// False when none arrives within that time.
-bool takeConfirmation(client& objClient, int nTimeout) {
-    if (!objClient.m_objSocket.ReceivePacket(nullptr, 1, nTimeout))
-        return false;
-    --objClient.m_nOpen;
-    objClient.m_dHeard = now();
-    return true;
-}
-
-// False for a client that has disconnected, or confirms what it was never sent.
-bool listenTo(client& objClient) {
-    while (objClient.m_nOpen > 0 && takeConfirmation(objClient, 0)) {
-    }
-    if (objClient.m_nOpen > 0)
-        return objClient.m_objSocket.IsTCPConnected();
-    objClient.m_dHeard = now();
-    return objClient.m_objSocket.PeekPacket(nullptr, 0, 1, 0) == 0 && objClient.m_objSocket.IsTCPConnected();
-}
-
-bool sendRow(client& objClient, const row& objRow) {
+void server::SendRow(const row& objRow, int nWindow) {
     const packet objPacket = packRow(objRow);
-    ++objClient.m_nOpen;
-    return objClient.m_objSocket.SendOnePacket(&objPacket, sizeof(objPacket));
+    for (auto& entry : m_mapClient) {
+        if (entry.second.m_nOpen < nWindow && SendToClient(entry.first, &objPacket, sizeof(objPacket)))
+            ++entry.second.m_nOpen;
+    }
 }
 
-// False when the client is to be dropped.
-bool serveClient(client& objClient) {
-    if (!listenTo(objClient)) {
-        say("server", "client %d has gone", objClient.m_nPort);
-        return false;
-    }
-    if (now() - objClient.m_dHeard > timeoutClient) {
-        say("server", "client %d does not take its packets: dropped", objClient.m_nPort);
-        return false;
-    }
-    return objClient.m_nOpen >= windowPacket || sendRow(objClient, g_pServer->m_objRow);
-}
-
-void serve() {
-    ++g_pServer->m_objRow.m_nNumber;
-    askValues(g_pServer->m_objRow);
-    acceptClients();
-    for (auto it = g_pServer->m_lstClient.begin(); it != g_pServer->m_lstClient.end();) {
-        const bool bServed = serveClient(*it);
-        g_pServer->m_nDropped += !bServed;
-        it = bServed ? std::next(it) : g_pServer->m_lstClient.erase(it);
-    }
+void server::Serve() {
+    ++m_objRow.m_nNumber;
+    askValues(m_objRow);
+    ServeClients(0);
+    SendRow(m_objRow, windowPacket);
 }
 
 // Sends the last packet to all clients, and waits until they have confirmed it: closing a connection with unread bytes
 // can lose what was sent last.
-void endClients() {
-    row objEnd;
-    for (client& objClient : g_pServer->m_lstClient)
-        sendRow(objClient, objEnd);
+void server::End() {
+    SendRow(row(), windowPacket + 1);
+    const size_t nClients = m_mapClient.size();
+    const int nDropped = m_nDropped;
     const double dEnd = now() + timeoutLast;
-    for (client& objClient : g_pServer->m_lstClient) {
-        while (objClient.m_nOpen > 0 && takeConfirmation(objClient, std::max(0, static_cast<int>(dEnd - now())))) {
-        }
-    }
-    say("server", "%d rows; clients at the end: %zu, dropped: %d", g_pServer->m_objRow.m_nNumber,
-        g_pServer->m_lstClient.size(), g_pServer->m_nDropped);
-    g_pServer->m_lstClient.clear();
+    while (!IsAllConfirmed() && now() < dEnd)
+        ServeClients(std::max(1, static_cast<int>(dEnd - now())));
+    say("server", "%d rows; clients at the end: %zu, dropped: %d", m_objRow.m_nNumber, nClients, nDropped);
+    StopServer();
 }
 
 // ---- messages
@@ -145,17 +114,16 @@ int onMessage(simpMSG* pMsg) {
             return 0;
         case TM_THREAD_TIMER:
             countTimer();
-            serve();
+            g_pServer->Serve();
             return 0;
         case MSG_ALARM:
             g_pServer->m_objRow.m_bAlarm = pMsg->wParam != 0;
             return 0;
         case MSG_PORT:
-            return getPort();
+            return g_pServer->GetPort();
         case MSG_REPORT:
             timerKillThreadTimer(timerServe);
-            g_pServer->m_objListen.DestroySocket();
-            endClients();
+            g_pServer->End();
             return reportTally();
     }
     return -1;
@@ -167,11 +135,11 @@ int runServer(const news& objNews) {
     szTraceAuthor = "SRV";
     server objServer;
     g_pServer = &objServer;
-    if (!startListening()) {
+    if (!objServer.Start()) {
         say("server", "cannot listen on this machine's own address");
         return 1;
     }
-    say("server", "the table is served on port %d", getPort());
+    say("server", "the table is served on port %d", objServer.GetPort());
     return runThread(nameServer, onMessage, objNews);
 }
 

@@ -1,7 +1,7 @@
 // The live table: its rows, the packets in which the server sends them, and the files in which the recorder keeps them.
 //
-// A packet has the six numbers of a row, each as 4 bytes in big-endian order. A client confirms each packet with one
-// byte. A packet of row 0 is the last one.
+// A packet has the six numbers of a row, each as 4 bytes in big-endian order. A client confirms each packet with
+// a packet of one byte. A packet of row 0 is the last one.
 #ifndef EXAMPLES_DEVICE_TABLE_H
 #define EXAMPLES_DEVICE_TABLE_H
 

@@ -12,15 +12,20 @@
 /// @endcode
 ///
 /// Connections are never blocking: an operation waits for as long as its time-out says, in milliseconds, where -1 is
-/// without limit, and a smaller number is as 0. Sending has no time-out: it waits until the peer takes the bytes or the
-/// connection is lost. A signal does not end a wait. Descriptors are closed on exec. Waits go through a descriptor
-/// set: a socket whose descriptor is beyond 1023 is a fatal assertion. Nothing raises SIGPIPE.
+/// without limit, and a smaller number is as 0. Sending has no time-out, except TrySendOnePacket(): it waits until the
+/// peer takes the bytes or the connection is lost. A signal does not end a wait. Descriptors are closed on exec. Waits
+/// go through a descriptor set: a socket whose descriptor is beyond 1023 is a fatal assertion, except for the functions
+/// that say otherwise. Nothing raises SIGPIPE.
+///
+/// Peers that are not trusted are served by chSocketPacketServer (PacketServer.h), or by the functions of Tcp.h that
+/// return a packetResult.
 ///
 /// A socket object belongs to one thread; nothing here locks.
 #ifndef QOR_SOCKETHELPER_H
 #define QOR_SOCKETHELPER_H
 
 #include "qor/SocketHelper/Address.h"
+#include "qor/SocketHelper/PacketServer.h"
 #include "qor/SocketHelper/Socket.h"
 #include "qor/SocketHelper/System.h"
 #include "qor/SocketHelper/Tcp.h"

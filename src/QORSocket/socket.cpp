@@ -30,7 +30,16 @@ int readOctet(const char*& lpsz) {
     return nValue <= 255 ? nValue : -1;
 }
 
-int waitFor(int hSocket, waitLimit& limit, int (QOR_BaseHelper::chFD_SET::*select)(int)) {
+int waitOnce(int hSocket, const waitLimit& limit, bool bRead, int nTimeout) {
+    if (limit.isForAnyDescriptor()) {
+        std::vector<watchedSocket> listWatched = {{hSocket, bRead, !bRead, false, false}};
+        return waitForSockets(listWatched, nTimeout);
+    }
+    QOR_BaseHelper::chFD_SET set(hSocket);
+    return bRead ? set.readSelect(nTimeout) : set.writeSelect(nTimeout);
+}
+
+int waitFor(int hSocket, waitLimit& limit, bool bRead) {
     if (hSocket < 0) {
         errno = EBADF;
         return -1;
@@ -41,21 +50,16 @@ int waitFor(int hSocket, waitLimit& limit, int (QOR_BaseHelper::chFD_SET::*selec
         // A peer that keeps the socket busy does not hold the caller beyond its time.
         if (nLeft == 0 && limit.isStarted())
             return 0;
-        QOR_BaseHelper::chFD_SET set(hSocket);
-        nResult = (set.*select)(nLeft);
+        nResult = waitOnce(hSocket, limit, bRead, nLeft);
     } while (nResult == -1 && errno == EINTR);
     return nResult;
 }
 
 }  // namespace
 
-int waitReadable(int hSocket, waitLimit& limit) {
-    return waitFor(hSocket, limit, &QOR_BaseHelper::chFD_SET::readSelect);
-}
+int waitReadable(int hSocket, waitLimit& limit) { return waitFor(hSocket, limit, true); }
 
-int waitWritable(int hSocket, waitLimit& limit) {
-    return waitFor(hSocket, limit, &QOR_BaseHelper::chFD_SET::writeSelect);
-}
+int waitWritable(int hSocket, waitLimit& limit) { return waitFor(hSocket, limit, false); }
 
 void warnLastError(const char* lpszFormat) {
     const int nError = errno;

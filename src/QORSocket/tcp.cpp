@@ -15,9 +15,10 @@ namespace QOR_SocketHelper {
 
 namespace {
 
-constexpr int maxReceive = 65536;    // bytes that one operation waits for
-constexpr int maxDisconnect = 2000;  // milliseconds
-constexpr int headSize = 4;          // of a packet
+constexpr int maxReceive = 65536;               // bytes that one operation waits for
+constexpr int maxDisconnect = 2000;             // milliseconds
+constexpr int headSize = 4;                     // of a packet
+constexpr int noPacketSize = 10 * 1024 * 1024;  // no packet carries that many bytes
 
 int atMost(long long nWanted) { return nWanted < maxReceive ? static_cast<int>(nWanted) : maxReceive; }
 
@@ -85,6 +86,13 @@ void chSocketTCP::Disconnect() {
     m_bIsConnected = FALSE;
 }
 
+void chSocketTCP::EndConnection() {
+    if (m_bIsConnected)
+        endBothDirections(m_hSocket);
+    m_bIsConnected = FALSE;
+    m_arrInput.RemoveAll();
+}
+
 // ---- receiving
 
 void chSocketTCP::LoseConnection(const char* lpszWarning) {
@@ -95,7 +103,7 @@ void chSocketTCP::LoseConnection(const char* lpszWarning) {
 }
 
 // The bytes taken, 0 when the connection has ended, -1 when nothing has arrived and the flags forbid waiting.
-int chSocketTCP::ReceiveBytes(int nMaxSize, int nFlags) {
+int chSocketTCP::ReceiveBytes(int nMaxSize, int nFlags, bool bWarn) {
     const int nOld = m_arrInput.GetSize();
     unsigned char* pBuffer = m_arrInput.AppendAllocSize(nMaxSize);
     if (pBuffer == NULL)
@@ -106,9 +114,11 @@ int chSocketTCP::ReceiveBytes(int nMaxSize, int nFlags) {
         return nSize;
     if (nSize == -1 && wouldBlock() && (nFlags & MSG_DONTWAIT) != 0)
         return -1;
-    LoseConnection(nSize == -1 ? "sockRecv error : [%s]" : NULL);
+    LoseConnection(nSize == -1 && bWarn ? "sockRecv error : [%s]" : NULL);
     return 0;
 }
+
+int chSocketTCP::ReceiveBytes(int nMaxSize, int nFlags) { return ReceiveBytes(nMaxSize, nFlags, true); }
 
 int chSocketTCP::socketReceive(int nReceiveSize) {
     QOR_WARN(m_hSocket != INVALID_SOCKET);
@@ -140,7 +150,7 @@ int chSocketTCP::PeekWithin(void* pBuffer, int iOffset, int nPacketSize, waitLim
         if (nResult <= 0)
             return 0;
         const int nAsked = atMost(nNeed);
-        const int nGot = ReceiveBytes(nAsked, MSG_DONTWAIT);
+        const int nGot = ReceiveBytes(nAsked, MSG_DONTWAIT, !limit.isForAnyDescriptor());
         nNeed -= nGot > 0 ? nGot : 0;
         bWait = nGot < nAsked;
     }
@@ -199,35 +209,57 @@ BOOL chSocketTCP::Send(const void* pBuffer, int nSize) {
 }
 
 BOOL chSocketTCP::SendPieces(const void* pHead, int nHead, const void* pBuffer, int nSize) {
+    waitLimit limit(-1);
+    return SendWithin(pHead, nHead, pBuffer, nSize, limit) == static_cast<long long>(nHead) + nSize;
+}
+
+bool chSocketTCP::WaitToSend(waitLimit& limit) {
+    const int retSelect = waitWritable(m_hSocket, limit);
+    if (retSelect == -1)
+        warnLastError("select error : [%s]");
+    QOR_WARN_TEXT(retSelect != -1, "retSelect > 0");
+    return retSelect > 0;
+}
+
+long long chSocketTCP::SendWithin(const void* pHead, int nHead, const void* pBuffer, int nSize, waitLimit& limit) {
     QOR_WARN(m_hSocket != INVALID_SOCKET);
     const char* pFirst = static_cast<const char*>(pHead);
     const char* pSecond = static_cast<const char*>(pBuffer);
+    long long nDone = 0;
     while (m_bIsConnected && nSize > 0) {
         const int nSent = sendPieces(m_hSocket, pFirst, nHead, pSecond, nSize);
         if (nSent >= 0) {
             const int nOfHead = nSent < nHead ? nSent : nHead;
+            nDone += nSent;
             pFirst += nOfHead;
             nHead -= nOfHead;
             pSecond += nSent - nOfHead;
             nSize -= nSent - nOfHead;
         } else if (!wouldBlock()) {
-            LoseConnection("sockSend error : [%s]");
-        } else {
-            waitLimit limit(-1);
-            const int retSelect = waitWritable(m_hSocket, limit);
-            if (retSelect == -1)
-                warnLastError("select error : [%s]");
-            if (!QOR_WARN(retSelect > 0))
-                return FALSE;
+            if (limit.isForAnyDescriptor())
+                LoseConnection(NULL);
+            else
+                LoseConnection("sockSend error : [%s]");
+        } else if (!WaitToSend(limit)) {
+            break;
         }
     }
-    return nSize == 0;
+    return nDone;
 }
 
 // ---- the listening side
 
 BOOL chSocketTCPServer::SocketListen(int nBacklog) {
     return QOR_ASSERT(m_hSocket != INVALID_SOCKET) && sockListen(m_hSocket, nBacklog);
+}
+
+int acceptWaiting(int hListen, chSocketAddr& addr) {
+    int nAddrSize = sizeof(sockaddr);
+    const int hClient = sockAccept(hListen, reinterpret_cast<sockaddr*>(&addr), &nAddrSize);
+    if (hClient == INVALID_SOCKET || sockSetBlocking(hClient, FALSE))
+        return hClient;
+    sockClose(hClient);
+    return INVALID_SOCKET;
 }
 
 BOOL chSocketTCPServer::AcceptOnSocket(chSocketTCP& sockClient, chSocketAddr* pFrom, int nTimeout) {
@@ -243,14 +275,9 @@ BOOL chSocketTCPServer::AcceptOnSocket(chSocketTCP& sockClient, chSocketAddr* pF
             warnLastError("accpetSelect error : [%s]");
         if (nResult <= 0)
             return FALSE;
-        int nAddrSize = sizeof(sockaddr);
-        hClient = sockAccept(m_hSocket, reinterpret_cast<sockaddr*>(&addr), &nAddrSize);
+        hClient = acceptWaiting(m_hSocket, addr);
         if (hClient == INVALID_SOCKET && !isPeerGone())
             return FALSE;
-    }
-    if (!sockSetBlocking(hClient, FALSE)) {
-        sockClose(hClient);
-        return FALSE;
     }
     sockClient.TakeConnection(hClient);
     if (pFrom != NULL)
@@ -271,17 +298,63 @@ BOOL chSocketPacketTCP::ReceiveOnePacket(binaryArray& arrData, int nTimeout) {
     // The array grows only with the bytes that arrive: a length alone costs the receiver nothing.
     if (PeekWithin(NULL, headSize, nPacketSize, limit) != nPacketSize)
         return FALSE;
+    TakePacket(arrData, nPacketSize);
+    return TRUE;
+}
+
+void chSocketPacketTCP::TakePacket(binaryArray& arrData, int nPacketSize) {
     arrData.SetArraySize(nPacketSize);
     memcpy(arrData.GetBuffer(), m_arrInput.GetBuffer() + headSize, static_cast<size_t>(nPacketSize));
     DropPacket(nPacketSize + headSize);
-    return TRUE;
+}
+
+int chSocketPacketTCP::TryReceiveOnePacket(binaryArray& arrData, int nMaxSize, int nTimeout) {
+    if (!QOR_ASSERT_TEXT(nMaxSize > 0 && nMaxSize < noPacketSize, "nMaxSize > 0 && nMaxSize < 10 * 1024 * 1024"))
+        return packetNothing;
+    waitLimit limit(nTimeout, waitLimit::anyDescriptor);
+    unsigned int uHead = 0;
+    if (PeekWithin(&uHead, 0, headSize, limit) != headSize)
+        return m_bIsConnected ? packetNothing : packetClosed;
+    const unsigned int uSize = QOR_MiscHelper::chHost2BE(uHead);
+    if (uSize == 0 || uSize > static_cast<unsigned int>(nMaxSize)) {
+        EndConnection();
+        return uSize == 0 || uSize >= noPacketSize ? packetMalformed : packetTooLarge;
+    }
+    // One wait is for 65536 bytes at most: the last ones of the packet come after all others.
+    const int nPacketSize = static_cast<int>(uSize);
+    const int nLast = atMost(nPacketSize);
+    if (PeekWithin(NULL, headSize + nPacketSize - nLast, nLast, limit) != nLast)
+        return m_bIsConnected ? packetNothing : packetClosed;
+    TakePacket(arrData, nPacketSize);
+    return packetDone;
+}
+
+int chSocketPacketTCP::TrySendOnePacket(const void* pBuffer, int nSize, int nTimeout) {
+    if (!QOR_ASSERT(pBuffer != NULL && nSize > 0))
+        return packetClosed;
+    if (!m_bIsConnected)
+        return packetClosed;
+    waitLimit limit(nTimeout, waitLimit::anyDescriptor);
+    const long long nSent = SendPacketWithin(pBuffer, nSize, limit);
+    if (nSent == static_cast<long long>(headSize) + nSize)
+        return packetDone;
+    if (m_bIsConnected && nSent == 0)
+        return packetNothing;
+    // What follows a part of a packet would be taken for its rest.
+    EndConnection();
+    return packetClosed;
+}
+
+long long chSocketPacketTCP::SendPacketWithin(const void* pBuffer, int nSize, waitLimit& limit) {
+    const unsigned int uHead = QOR_MiscHelper::chHost2BE(static_cast<unsigned int>(nSize));
+    return SendWithin(&uHead, headSize, pBuffer, nSize, limit);
 }
 
 BOOL chSocketPacketTCP::SendOnePacket(const void* pBuffer, int nSize) {
     if (!QOR_ASSERT(pBuffer != NULL && nSize > 0))
         return FALSE;
-    const unsigned int uHead = QOR_MiscHelper::chHost2BE(static_cast<unsigned int>(nSize));
-    const BOOL bOK = SendPieces(&uHead, headSize, pBuffer, nSize);
+    waitLimit limit(-1);
+    const BOOL bOK = SendPacketWithin(pBuffer, nSize, limit) == static_cast<long long>(headSize) + nSize;
     QOR_WARN(bOK);
     return bOK;
 }

@@ -2,6 +2,8 @@
 #ifndef QOR_INTERNAL_SOCKET_H
 #define QOR_INTERNAL_SOCKET_H
 
+#include <vector>
+
 #include "qor/BaseHelper/Tick.h"
 #include "qor/SocketHelper/Address.h"
 
@@ -15,8 +17,27 @@ QOR_StringHelper::chReferenceStringT<char> dottedText(const in_addr& addr);
 int openSocket(int nDomain, int nType, int nProtocol);
 BOOL bindSocket(int hSocket, const chSocketAddr& addr);
 BOOL reuseAddress(int hSocket);
+// The port that a socket is bound to, or 0.
+int boundPort(int hSocket);
 // Sends the first piece, which may be empty, and the second one with one call. The bytes sent, -1 on error.
 int sendPieces(int hSocket, const void* pHead, int nHead, const void* pBody, int nBody);
+// Ends a connection in both directions at once. The descriptor stays open.
+void endBothDirections(int hSocket);
+// Accepts a connection that waits; its descriptor does not block and is closed on exec. -1 on error.
+int acceptWaiting(int hListen, chSocketAddr& addr);
+
+// A descriptor that waitForSockets() waits for: what for, and what was found.
+struct watchedSocket {
+    int hSocket;
+    bool bRead;
+    bool bWrite;
+    bool bReadable;  // there is input, or the connection has ended or failed
+    bool bWritable;
+};
+// Waits with poll(), which takes any descriptor. The number of those that are ready, 0 on time-out, -1 on error, also
+// when a signal interrupts.
+int waitForSockets(std::vector<watchedSocket>& listWatched, int nTimeout);
+
 // Whether the last call failed only because it would have had to wait.
 bool wouldBlock();
 // Whether the last accept failed because of the one connection that it took, not because of the socket.
@@ -26,7 +47,12 @@ bool isPeerGone();
 // the clock, which takes the lock of the named blocks.
 class waitLimit {
 public:
-    explicit waitLimit(int nTimeout) : m_nTimeout(nTimeout < -1 ? 0 : nTimeout), m_timeout(-1) {}
+    // A descriptor set has no room for a descriptor above 1023; a wait for any descriptor uses poll(). It belongs to
+    // an operation whose result tells what happened: a peer that is not trusted cannot fill a log with warnings.
+    enum waitKind { smallDescriptor, anyDescriptor };
+
+    explicit waitLimit(int nTimeout, waitKind eKind = smallDescriptor)
+        : m_nTimeout(nTimeout < -1 ? 0 : nTimeout), m_eKind(eKind), m_timeout(-1) {}
 
     int leftMillisecond() {
         if (m_nTimeout <= 0)
@@ -41,8 +67,11 @@ public:
     // Whether a wait with a time-out has begun.
     bool isStarted() const { return m_bStarted; }
 
+    bool isForAnyDescriptor() const { return m_eKind == anyDescriptor; }
+
 private:
     int m_nTimeout;
+    waitKind m_eKind;
     bool m_bStarted = false;
     QOR_BaseHelper::chTimeout m_timeout;
 };

@@ -5,6 +5,7 @@
 #include <fcntl.h>
 #include <net/if.h>
 #include <netdb.h>
+#include <poll.h>
 #include <string.h>
 #include <sys/ioctl.h>
 #include <sys/uio.h>
@@ -161,6 +162,12 @@ BOOL reuseAddress(int hSocket) {
     return setsockopt(hSocket, SOL_SOCKET, SO_REUSEADDR, &nOn, sizeof(nOn)) == 0;
 }
 
+int boundPort(int hSocket) {
+    sockaddr_in addr = {};
+    socklen_t nSize = sizeof(addr);
+    return getsockname(hSocket, reinterpret_cast<sockaddr*>(&addr), &nSize) == 0 ? ntohs(addr.sin_port) : 0;
+}
+
 int sendPieces(int hSocket, const void* pHead, int nHead, const void* pBody, int nBody) {
     if (nHead == 0)
         return sockSend(hSocket, pBody, nBody, 0);
@@ -170,6 +177,24 @@ int sendPieces(int hSocket, const void* pHead, int nHead, const void* pBody, int
     message.msg_iov = arrPiece;
     message.msg_iovlen = 2;
     return static_cast<int>(retryOnEintr([&] { return sendmsg(hSocket, &message, MSG_NOSIGNAL); }));
+}
+
+void endBothDirections(int hSocket) { shutdown(hSocket, SHUT_RDWR); }
+
+int waitForSockets(std::vector<watchedSocket>& listWatched, int nTimeout) {
+    std::vector<pollfd> listPoll;
+    listPoll.reserve(listWatched.size());
+    for (const watchedSocket& watched : listWatched) {
+        const int nEvents = (watched.bRead ? POLLIN : 0) | (watched.bWrite ? POLLOUT : 0);
+        listPoll.push_back({watched.hSocket, static_cast<short>(nEvents), 0});
+    }
+    const int nResult = poll(listPoll.data(), listPoll.size(), nTimeout);
+    for (size_t i = 0; nResult > 0 && i < listPoll.size(); ++i) {
+        const int nFound = listPoll[i].revents;
+        listWatched[i].bReadable = (nFound & ~POLLOUT) != 0;
+        listWatched[i].bWritable = (nFound & POLLOUT) != 0;
+    }
+    return nResult;
 }
 
 bool wouldBlock() { return errno == EAGAIN || errno == EWOULDBLOCK; }

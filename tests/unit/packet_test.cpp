@@ -1,7 +1,12 @@
 // Packets on a connection, framed by their length: whole, split, too long, damaged.
+#include <fcntl.h>
+#include <sys/resource.h>
+
+#include <algorithm>
 #include <atomic>
 #include <thread>
 
+#include "internal/socket.h"
 #include "support/child.h"
 #include "support/socket_peer.h"
 #include "support/text.h"
@@ -237,6 +242,126 @@ TEST_F(PacketTest, ManySizesGoThereAndBack) {
     }
     m_socket.DestroySocket();
     echo.join();
+}
+
+// ---- packets from peers that are not trusted
+
+TEST_F(PacketTest, AResultTellsAPacketFromNothingYetAndFromTheEnd) {
+    ASSERT_TRUE(m_peer.say(packetOf("one") + packetOf("two").substr(0, 6)));
+    EXPECT_EQ(packetDone, m_socket.TryReceiveOnePacket(m_arr, 100, -1));
+    EXPECT_EQ("one", textOf(m_arr));
+    EXPECT_EQ(packetNothing, m_socket.TryReceiveOnePacket(m_arr, 100, 0));
+    EXPECT_EQ(packetNothing, m_socket.TryReceiveOnePacket(m_arr, 100, 5));
+    EXPECT_EQ("one", textOf(m_arr));
+    ASSERT_TRUE(m_peer.say("o" + packetOf("half").substr(0, 6)));
+    m_peer.end();
+    EXPECT_EQ(packetDone, m_socket.TryReceiveOnePacket(m_arr, 100, -1));
+    EXPECT_EQ("two", textOf(m_arr));
+    EXPECT_EQ(packetClosed, m_socket.TryReceiveOnePacket(m_arr, 100, -1));
+    EXPECT_EQ(packetClosed, m_socket.TryReceiveOnePacket(m_arr, 100, -1));
+}
+
+TEST_F(PacketTest, ALengthThatNoPacketHasEndsTheConnectionAndNotTheProcess) {
+    for (const unsigned uSize : {0u, 10u << 20, 0x80000000u, ~0u}) {
+        plainPeer peer;
+        chSocketPacketTCP socket;
+        join(socket, peer);
+        ASSERT_TRUE(peer.say(headOf(uSize) + "more"));
+        EXPECT_EQ(packetMalformed, socket.TryReceiveOnePacket(m_arr, 100, -1)) << uSize;
+        EXPECT_EQ(0, socket.IsTCPConnected());
+        EXPECT_EQ(packetClosed, socket.TryReceiveOnePacket(m_arr, 100, -1));
+        socket.DestroySocket();
+        EXPECT_EQ("", peer.hear(1));
+    }
+}
+
+TEST_F(PacketTest, APacketAboveOnesOwnLimitEndsTheConnection) {
+    ASSERT_TRUE(m_peer.say(packetOf(pattern(100)) + headOf(101)));
+    EXPECT_EQ(packetDone, m_socket.TryReceiveOnePacket(m_arr, 100, -1));
+    EXPECT_EQ(packetTooLarge, m_socket.TryReceiveOnePacket(m_arr, 100, -1));
+    EXPECT_EQ("", m_peer.hear(1));
+    EXPECT_EQ(0, m_socket.IsTCPConnected());
+}
+
+TEST_F(PacketTest, ALargePacketIsReceivedWhenTheLimitAllowsIt) {
+    const std::string str = pattern(300000);
+    std::thread sender([&] { EXPECT_TRUE(m_peer.say(packetOf(str) + packetOf("next"))); });
+    EXPECT_EQ(packetDone, m_socket.TryReceiveOnePacket(m_arr, 300000, -1));
+    EXPECT_TRUE(str == textOf(m_arr));
+    EXPECT_EQ(packetDone, m_socket.TryReceiveOnePacket(m_arr, 300000, -1));
+    EXPECT_EQ("next", textOf(m_arr));
+    sender.join();
+}
+
+TEST_F(PacketTest, TheLimitIsThatOfAPacket) {
+    for (const int nLimit : {0, -1, 10 << 20})
+        EXPECT_FATAL("QORSocket", m_socket.TryReceiveOnePacket(m_arr, nLimit, 0),
+                     "nMaxSize > 0 && nMaxSize < 10 * 1024 * 1024");
+}
+
+TEST_F(PacketTest, AnEndedConnectionIsDestroyedWithoutWaitingForThePeer) {
+    ASSERT_TRUE(m_peer.say(pattern(60000)));
+    m_socket.EndConnection();
+    EXPECT_EQ("", warningsOf([&] { m_socket.DestroySocket(); }));
+    EXPECT_EQ("", m_peer.hear(1));
+    m_socket.EndConnection();
+}
+
+// Fills the connection until the peer, who does not read, takes no more.
+void fill(chSocketPacketTCP& socket) {
+    const std::string str(60000, 'x');
+    while (send(socket, str.data(), str.size(), MSG_DONTWAIT) > 0) {
+    }
+}
+
+TEST_F(PacketTest, ASendHasATimeOut) {
+    EXPECT_EQ(packetDone, m_socket.TrySendOnePacket("hello", 5, 0));
+    EXPECT_EQ(packetOf("hello"), m_peer.hear(9));
+    fill(m_socket);
+    EXPECT_EQ(packetNothing, m_socket.TrySendOnePacket("hello", 5, 0));
+    EXPECT_EQ(packetNothing, m_socket.TrySendOnePacket("hello", 5, 5));
+    EXPECT_EQ(1, m_socket.IsTCPConnected());
+    m_socket.EndConnection();
+    EXPECT_EQ(packetClosed, m_socket.TrySendOnePacket("hello", 5, 0));
+}
+
+TEST_F(PacketTest, APeerThatResetsTheConnectionIsAResultAndNoWarning) {
+    m_peer.reset();
+    ASSERT_EQ(1, m_socket.socketSelect(-1));
+    EXPECT_EQ("", warningsOf([&] { EXPECT_EQ(packetClosed, m_socket.TryReceiveOnePacket(m_arr, 100, -1)); }));
+    plainPeer peer;
+    chSocketPacketTCP socket;
+    join(socket, peer);
+    peer.reset();
+    ASSERT_EQ(1, socket.socketSelect(-1));
+    EXPECT_EQ("", warningsOf([&] { EXPECT_EQ(packetClosed, socket.TrySendOnePacket("x", 1, -1)); }));
+}
+
+TEST_F(PacketTest, APacketThatIsSentInPartEndsTheConnection) {
+    const std::string str = pattern(9000000);
+    EXPECT_EQ(packetClosed, m_socket.TrySendOnePacket(str.data(), 9000000, 5));
+    EXPECT_EQ(0, m_socket.IsTCPConnected());
+    EXPECT_FATAL("QORSocket", m_socket.TrySendOnePacket(nullptr, 1, 0), "pBuffer != NULL && nSize > 0");
+}
+
+TEST_F(PacketTest, AnyDescriptorWillDo) {
+    rlimit limit;
+    ASSERT_EQ(0, getrlimit(RLIMIT_NOFILE, &limit));
+    limit.rlim_cur = std::max<rlim_t>(limit.rlim_cur, std::min<rlim_t>(limit.rlim_max, 2000));
+    setrlimit(RLIMIT_NOFILE, &limit);
+    if (limit.rlim_cur < 1100)
+        GTEST_SKIP() << "descriptors above 1023 are not allowed here";
+    struct highSocket : chSocketPacketTCP {
+        using chSocketPacketTCP::SendPacketWithin;
+        explicit highSocket(int hSocket) { TakeConnection(hSocket); }
+    } socket(fcntl(m_socket, F_DUPFD_CLOEXEC, 1050));
+    ASSERT_GE(static_cast<int>(socket), 1050);
+    EXPECT_EQ(packetNothing, socket.TryReceiveOnePacket(m_arr, 100, 5));
+    waitLimit none(0, waitLimit::anyDescriptor);
+    EXPECT_EQ(9, socket.SendPacketWithin("hello", 5, none));
+    fill(socket);
+    EXPECT_EQ(packetNothing, socket.TrySendOnePacket("hello", 5, 5));
+    socket.EndConnection();
 }
 
 }  // namespace

@@ -668,6 +668,7 @@ TEST_F(TcpTest, ASocketMadeBlockingStillKeepsItsTimeOuts) {
 struct openSocket : chSocketTCP {
     using chSocketTCP::PeekWithin;
     using chSocketTCP::SendPieces;
+    using chSocketTCP::SendWithin;
 };
 
 TEST(TcpSteps, TwoPiecesAreSentAsOne) {
@@ -682,6 +683,20 @@ TEST(TcpSteps, TwoPiecesAreSentAsOne) {
         [&] { EXPECT_EQ(1, socket.SendPieces(strLarge.data(), 1000000, strLarge.data() + 1000000, 2000000)); });
     EXPECT_EQ(strLarge, peer.hear(strLarge.size()));
     sender.join();
+}
+
+TEST(TcpSteps, ASendTellsHowMuchItSentWithinItsTime) {
+    openSocket socket;
+    plainPeer peer;
+    join(socket, peer);
+    waitLimit none(0, waitLimit::anyDescriptor);
+    EXPECT_EQ(8, socket.SendWithin("head", 4, "body", 4, none));
+    const std::string strLarge = pattern(9000000);
+    const long long nSent = socket.SendWithin(NULL, 0, strLarge.data(), 9000000, none);
+    EXPECT_GT(nSent, 0);
+    EXPECT_LT(nSent, 9000000);
+    EXPECT_EQ(1, socket.IsTCPConnected());
+    EXPECT_EQ("headbody" + strLarge.substr(0, static_cast<size_t>(nSent)), peer.hear(static_cast<size_t>(nSent) + 8));
 }
 
 TEST(TcpSteps, SeveralLooksShareOneTimeLimit) {

@@ -15,8 +15,26 @@
 /// }
 /// @endcode
 ///
-/// A packet on the wire is its length, 4 bytes with the highest first, and that many bytes. Lengths of 0 and of 10 MiB
-/// and more are fatal to the receiver; packets of more than 65536 bytes are never received.
+/// A packet on the wire is its length, 4 bytes with the highest first, and that many bytes.
+///
+/// **Packets from peers that are not trusted.** ReceiveOnePacket() ends the process with a fatal assertion when a
+/// length is 0 or 10 MiB and more: four bytes from the network are enough. SendOnePacket() waits without limit for a
+/// peer that does not read, and DestroySocket() may wait two seconds for one that keeps sending. They are for peers of
+/// the same product. With any other peer, use the functions that return a result, with a limit and a time-out of one's
+/// own:
+///
+/// ~~~
+/// chSocketPacketTCP socket;                                    // connected
+/// binaryArray arrData;
+/// int nResult;
+/// while ((nResult = socket.TryReceiveOnePacket(arrData, 4096, 1000)) == packetDone)
+///     if (!answer(arrData) || socket.TrySendOnePacket(pAnswer, nAnswer, 1000) != packetDone)
+///         break;
+/// if (nResult != packetNothing)
+///     socket.EndConnection();                                  // never waits, unlike DestroySocket() alone
+/// ~~~
+///
+/// A server of many such clients derives from chSocketPacketServer (PacketServer.h), which does all of this.
 #ifndef QOR_SOCKETHELPER_TCP_H
 #define QOR_SOCKETHELPER_TCP_H
 
@@ -63,6 +81,10 @@ public:
     /// hold it up that long, which is warned of. The peer learns of it when the socket is destroyed.
     void Disconnect();
 
+    /// Ends the connection at once and in both directions; the peer learns of it. Nothing is waited for, and what has
+    /// arrived is dropped. DestroySocket() does not wait afterwards.
+    void EndConnection();
+
     /// Waits until nSize bytes have arrived after the first nOffset ones, and copies them; null does not copy. Nothing
     /// is removed. More than 65536 bytes are not waited for: a larger size is taken as 65536.
     /// @return the size, or 0 on time-out or a lost connection. Fatal: a negative offset, a size below 1.
@@ -95,16 +117,22 @@ public:
 protected:
     /// Send() of two pieces, the first of which may be empty, with as few system calls as one.
     BOOL SendPieces(const void* pHead, int nHead, const void* pBuffer, int nSize);
+    /// The same with a time-out.
+    /// @return the bytes that were sent before the time was over or the connection lost
+    long long SendWithin(const void* pHead, int nHead, const void* pBuffer, int nSize, waitLimit& limit);
     /// PeekPacket() with a time-out that it shares with other waits.
     int PeekWithin(void* pBuffer, int nOffset, int nSize, waitLimit& limit);
+    /// Becomes the connection of a descriptor, which it owns from now on.
+    void TakeConnection(int hSocket);
 
     BOOL m_bIsConnected;     ///< whether there is a connection
     binaryArray m_arrInput;  ///< received and not yet dropped, oldest first
 
 private:
     friend class chSocketTCPServer;
-    void TakeConnection(int hSocket);
+    bool WaitToSend(waitLimit& limit);
     int ReceiveBytes(int nMaxSize, int nFlags);
+    int ReceiveBytes(int nMaxSize, int nFlags, bool bWarn);
     void LoseConnection(const char* lpszWarning);
 };
 
@@ -119,17 +147,47 @@ public:
     BOOL AcceptOnSocket(chSocketTCP& sockClient, chSocketAddr* pFrom, int nTimeout);
 };
 
+/// What TryReceiveOnePacket() and TrySendOnePacket() return.
+enum packetResult {
+    packetDone = 1,        ///< a packet was received or sent whole
+    packetNothing = 0,     ///< not within the time; it may be tried again
+    packetClosed = -1,     ///< the connection is lost or was ended
+    packetMalformed = -2,  ///< the length was 0, or 10 MiB and more: no packet; the connection was ended
+    packetTooLarge = -3    ///< the packet is larger than the limit; the connection was ended
+};
+
 /// A connection that carries packets.
 class QOR_API chSocketPacketTCP : public chSocketTCP {
 public:
     /// Waits for a whole packet and copies what it carries. Until the packet is whole it stays in the input buffer and
     /// arrData as it is.
     /// @return 1, or 0 on time-out or a lost connection, and for a packet of more than 65536 bytes, which stays there.
-    ///         Fatal: a packet of 0 or of 10 MiB or more.
+    ///         Fatal: a packet of 0 or of 10 MiB or more, which is the peer's choice: see TryReceiveOnePacket().
     BOOL ReceiveOnePacket(binaryArray& arrData, int nTimeout);
     /// Sends one packet; see Send().
     /// @return 1, or 0 when the connection is lost, which is warned of. Fatal: null, a size below 1.
     BOOL SendOnePacket(const void* pBuffer, int nSize);
+
+    /// Waits for a whole packet of at most nMaxSize bytes and copies what it carries; also more than 65536 bytes. The
+    /// peer cannot end the process, and memory grows only with the bytes that arrive, by no more than a packet. Until
+    /// the packet is whole it stays in the input buffer and arrData as it is. Any descriptor will do, also one above
+    /// 1023.
+    /// @return a packetResult. After packetMalformed and packetTooLarge the connection has ended, and what had arrived
+    ///         is dropped. Fatal: nMaxSize below 1 or not below 10 MiB.
+    int TryReceiveOnePacket(binaryArray& arrData, int nMaxSize, int nTimeout);
+    /// Sends one packet, and waits while the peer does not take it. Any descriptor will do.
+    /// @return packetDone; packetNothing when the time has passed and no byte of the packet was sent; packetClosed when
+    ///         the connection is lost, or was ended because part of the packet was not taken in time.
+    ///         Fatal: null, a size below 1.
+    int TrySendOnePacket(const void* pBuffer, int nSize, int nTimeout);
+
+protected:
+    /// Sends a packet with its head.
+    /// @return the bytes that were sent, as SendWithin()
+    long long SendPacketWithin(const void* pBuffer, int nSize, waitLimit& limit);
+
+private:
+    void TakePacket(binaryArray& arrData, int nPacketSize);
 };
 
 }  // namespace QOR_SocketHelper
