@@ -5,6 +5,7 @@
 /// - `FileHelper/PathName.h`: paths as strings.
 /// - `FileHelper/Dump.h`: whole files in memory.
 /// - `FileHelper/Csv.h`: comma-separated values.
+/// - `FileHelper/Record.h`: lines that survive a power cut, in files that rotate.
 /// - `FileHelper/Phrase.h`: the texts that name and fill the entries of documents.
 /// - `FileHelper/Ini.h`: INI documents.
 /// - `FileHelper/Xml.h`: XML documents.
@@ -17,6 +18,7 @@
 #include "qor/FileHelper/Ini.h"
 #include "qor/FileHelper/PathName.h"
 #include "qor/FileHelper/Phrase.h"
+#include "qor/FileHelper/Record.h"
 #include "qor/FileHelper/TextFile.h"
 #include "qor/FileHelper/Xml.h"
 

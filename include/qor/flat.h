@@ -52,8 +52,11 @@ typedef unsigned int UINT;
 /** A registered thread of any process: the offset of its queue in the share segment, 0 for none. */
 typedef struct _HTHREAD_* HTHREAD;
 /** A section of the registry: its offset in the registry's segment, the same in every process, 0 for none. Sections
- *  are never removed while the device runs. Where a function says so, the handle is that of a document. */
+ *  are never removed while the device runs: one that is deleted is empty, and its handle stays valid. Where a function
+ * says so, the handle is that of a document. */
 typedef struct _HREGISTRY_* HREGISTRY;
+/** A writer of records, which belongs to its process. */
+typedef struct _HRECORD_* HRECORD;
 /** A document of the registry: its offset in the registry's segment, 0 for none. */
 typedef struct _HINIFILE_* HINIFILE;
 
@@ -126,6 +129,10 @@ QOR_API void msgUnlaunchWorkThread(const char* lpszThreadName);
 /** The handle of the thread of that name in any process; 0 when there is none or it has died.
  *  Fatal: an empty name. */
 QOR_API HTHREAD msgGetThreadByName(const char* lpszThreadName);
+/** The names of all registered threads of the device that are alive, in ascending order, each with a line feed after
+ *  it. Copies as many whole names as fit into nSize bytes with the terminating NUL, and returns the length of all. With
+ *  a null buffer or a size of 0 it only returns the length. */
+QOR_API int msgListThreadNames(char* lpszBuffer, int nSize);
 /** The calling thread's object, for msgProcessThreadMsgOnce(); null when the thread is not registered. */
 QOR_API void* msgGetCurrentThreadObject(void);
 /** Runs one pass of the calling thread's loop. Returns the id of the message that was handled; 0 when there was none,
@@ -303,6 +310,12 @@ QOR_API int accDestoryAccumulater(const char* lpszName);
 /** Adds nStep to a counter and returns the new value, which is on the medium when the call returns.
  *  Fatal: a null name, a step outside 1 to max - min - 1, a counter that was never created. */
 QOR_API unsigned int accExcuteAccumulater(const char* lpszName, int nStep);
+/** Creates a counter unless there is one. Returns 1 when it was created, 0 when there is one, which stays as it is.
+ *  Fatal: a null name, uMax not above uMin, no room left in the file. */
+QOR_API int accCreateAccumulaterOnce(const char* lpszName, unsigned int uValue, unsigned int uMin, unsigned int uMax);
+/** Reads a counter without stepping it: the value that it was created with or that was handed out last. Returns 1; 0,
+ *  and *puValue as it was, when nobody has created it. puValue may be null. Fatal: a null name. */
+QOR_API int accReadAccumulater(const char* lpszName, unsigned int* puValue);
 
 /** @} */
 
@@ -362,6 +375,45 @@ QOR_API BOOL registrySetString(HREGISTRY hRegistry, const char* lpszKey, const c
 QOR_API BOOL registrySetInt(HREGISTRY hRegistry, const char* lpszKey, int nValue);
 /** registrySetString() with the number as "%lf" prints it, with six decimals, in any locale with a point. */
 QOR_API BOOL registrySetFloat(HREGISTRY hRegistry, const char* lpszKey, double fValue);
+/** registrySetString() with the shortest text from which registryGetFloat() reads exactly this number again, in any
+ *  locale with a point. */
+QOR_API BOOL registrySetFloatExact(HREGISTRY hRegistry, const char* lpszKey, double fValue);
+
+/** What registryTrySetString() returns. */
+enum {
+    REGISTRY_SET_CHANGED = 1,  /**< the value changed, or is the first of a new key */
+    REGISTRY_SET_SAME = 0,     /**< the key has that value already */
+    REGISTRY_NO_SECTION = -1,  /**< the handle is not that of a section */
+    REGISTRY_BAD_SECTION = -2, /**< an INI file cannot represent the section's name */
+    REGISTRY_BAD_KEY = -3,     /**< an INI file cannot represent the key's name */
+    REGISTRY_BAD_VALUE = -4,   /**< an INI file cannot represent the value */
+    REGISTRY_NO_ROOM = -5      /**< the registry has no free piece of memory that is large enough */
+};
+/** registrySetString() that tells why nothing was set, for texts that come from outside. Nothing is warned of, and a
+ *  full registry is a result. */
+QOR_API int registryTrySetString(HREGISTRY hRegistry, const char* lpszKey, const char* lpszValue);
+/** The meaning of such a result in English, never null. The text is a constant. */
+QOR_API const char* registryGetErrorText(int nResult);
+
+/** Whether a section has that key; without a warning. 0 for no section. */
+QOR_API BOOL registryHasKey(HREGISTRY hRegistry, const char* lpszKey);
+/** The names of a section's keys, in the order in which they were made, each with a line feed after it. Copies as many
+ *  whole names as fit into nSize bytes with the terminating NUL, and returns the length of all, 0 for no section. With
+ * a null buffer or a size of 0 it only returns the length. */
+QOR_API int registryListKeys(HREGISTRY hRegistry, char* lpszBuffer, int nSize);
+/** Deletes a key, in memory only; the next flush notifies the section's monitors and removes it from the file. Returns
+ *  1; 0 when there is no such section or key. */
+QOR_API BOOL registryDeleteKey(HREGISTRY hRegistry, const char* lpszKey);
+/** Whether a file has that section with at least one key. Nothing is created; a missing file has no sections. A name
+ *  that is not absolute is a warning. Fatal: a null or empty file name. */
+QOR_API BOOL registryHasSection(const char* lpszFileName, const char* lpszSectionName);
+/** The names of a file's sections that have at least one key, as registryListKeys() does it. Nothing is created; a
+ *  missing file has no sections. Fatal: a null or empty file name. */
+QOR_API int registryListSections(const char* lpszFileName, char* lpszBuffer, int nSize);
+/** Deletes all keys of a section, in memory only, as registryDeleteKey() does. The section, its monitors and its handle
+ *  stay valid, and keys can be set again; in the file, the section is removed with its last key unless it has comments.
+ *  Other processes may see some keys deleted and others not yet. Returns 1; 0 when there was no key. */
+QOR_API BOOL registryDeleteSection(HREGISTRY hRegistry);
 /** Notifies the monitors of each changed section of the section's document once, then writes the changes to the file
  *  or asks the saver to. Returns 1, also when nothing has changed; 0 for no section. What cannot be written now is
  *  written by a later flush. Not under nameHelperLock(). */
@@ -441,6 +493,18 @@ QOR_API int profileGetStringN(HINIFILE hIniFile, const char* lpszSection, const 
 /** registryGetInt() for a section of the document, which is created when it is missing; 0 for no document. The key
  *  "UseOutBoundInDialog" becomes "bUseOutBoundInDialog" of section "sipServerOptions". */
 QOR_API int profileGetInt(HINIFILE hIniFile, const char* lpszSection, const char* lpszKey, int nDefault);
+/** Whether a document has that section with at least one key. Like the next five, it creates nothing. */
+QOR_API BOOL profileHasSection(HINIFILE hIniFile, const char* lpszSection);
+/** Whether a section of the document has that key. */
+QOR_API BOOL profileHasKey(HINIFILE hIniFile, const char* lpszSection, const char* lpszKey);
+/** The names of the document's sections that have at least one key, as registryListKeys() does it. */
+QOR_API int profileListSections(HINIFILE hIniFile, char* lpszBuffer, int nSize);
+/** registryListKeys() for a section of the document. */
+QOR_API int profileListKeys(HINIFILE hIniFile, const char* lpszSection, char* lpszBuffer, int nSize);
+/** registryDeleteKey() for a section of the document, and registryFlush(). Not under nameHelperLock(). */
+QOR_API BOOL profileDeleteKey(HINIFILE hIniFile, const char* lpszSection, const char* lpszKey);
+/** registryDeleteSection() for a section of the document, and registryFlush(). Not under nameHelperLock(). */
+QOR_API BOOL profileDeleteSection(HINIFILE hIniFile, const char* lpszSection);
 /** qorGetRegistryString() for an existing file; 0, and nothing is copied, when there is no such file. */
 QOR_API BOOL qorGetProfileString(const char* lpszFileName, const char* lpszSection, const char* lpszKey,
                                  char* lpszBuffer, const char* lpszDefault);
@@ -472,6 +536,31 @@ extern QOR_API const char* szTraceAuthor;
 QOR_API void tracePrintf(const char* lpszFormat, ...) __attribute__((format(printf, 1, 2)));
 /** tracePrintf() with an argument list. Not under nameHelperLock(). */
 QOR_API void tracePrintfV(const char* lpszFormat, va_list args);
+/** Whether date and local time stand in front of each line of this process's log files, as in
+ *  "2026-11-22 07:05:09.042 [APP...". They do not unless asked for, here or by a last field "clock" of the environment
+ *  variable "trace". */
+QOR_API void traceSetFileClock(BOOL bOn);
+
+/** @} */
+
+/** @name Records: lines that survive a power cut, in files that rotate
+ *  A file never holds part of a record, whatever ends the writer. A handle is used by one thread at a time. */
+/** @{ */
+
+/** Opens a file of records, which is made when it is missing, and removes what is no whole record from its end. A
+ * record that would make the file longer than nMaxSize bytes begins a new one: the file gets the name with ".1" after
+ * it, ".1" becomes ".2", and so on, with nMaxCount files at most. Returns 0 when it cannot be opened, is no regular
+ * file, or another writer has it open (errno). Fatal: a null or empty name, a size or count below 1. */
+QOR_API HRECORD recordOpen(const char* lpszFileName, int nMaxSize, int nMaxCount);
+/** Appends a record and a line feed; with bSync it and all before it are on the device when the call returns. Returns
+ *  1; 0 when it was not written (errno), as on a full disk: the file is as it was, and the next call tries again. A
+ *  record with a line feed is refused. Only when the device failed may the record be there in spite of a 0.
+ *  Fatal: a null handle or record. */
+QOR_API BOOL recordWrite(HRECORD hRecord, const char* lpszRecord, BOOL bSync);
+/** Brings all records to the device. Returns 1, or 0 on failure (errno). Fatal: a null handle. */
+QOR_API BOOL recordSync(HRECORD hRecord);
+/** Closes the file. Does nothing for a null handle. */
+QOR_API void recordClose(HRECORD hRecord);
 
 /** @} */
 

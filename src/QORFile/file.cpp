@@ -142,6 +142,8 @@ long long chFileStdio::GetPosition() const {
 
 BOOL chFileStdio::Flush() { return !QOR_ASSERT(m_pFile != NULL) || fflush(m_pFile) != 0; }
 
+BOOL chFileStdio::Sync() { return QOR_ASSERT(m_pFile != NULL) && QOR_Platform::syncStream(m_pFile); }
+
 // ---- text
 
 BOOL chFileStdio::ReadString(chReferenceStringT<char>& str, char endChar) {

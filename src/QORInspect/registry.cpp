@@ -42,6 +42,7 @@ struct keyAt {
     static constexpr uint32_t name = sizeLink + offsetof(regKey, m_strName);
     static constexpr uint32_t value = sizeLink + offsetof(regKey, m_strValue);
     static constexpr uint32_t changes = sizeLink + offsetof(regKey, m_nChagedCount);
+    static constexpr uint32_t state = sizeLink + offsetof(regKey, m_bFresh);
     static constexpr uint32_t size = sizeLink + sizeof(regKey);
 };
 
@@ -59,7 +60,9 @@ bool readKey(segmentReader& reader, uint32_t uAt, sectionView& section) {
     const bool bTexts =
         reader.sharedText(uAt + keyAt::name, key.strName) && reader.sharedText(uAt + keyAt::value, key.strValue);
     key.nChanges = reader.number(uAt + keyAt::changes);
-    section.keys.push_back(key);
+    // The record of a deleted key stays until the next save.
+    if (reader.number(uAt + keyAt::state) != regKey::stateDeleted)
+        section.keys.push_back(key);
     return bTexts;
 }
 

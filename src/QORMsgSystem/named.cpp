@@ -188,7 +188,40 @@ chAccumulater* findAccumulater(const storageHold& hold, const char* lpszName) {
     return static_cast<chAccumulater*>(pData);
 }
 
+// The counter of that name if somebody has created it: with a range.
+const chAccumulater* createdAccumulater(const storageHold& hold, const char* lpszName) {
+    void* const pData = hold.getObject()->m_objManager.FindNamedObject(lpszName);
+    const QOR_ChainHelper::shareRange range = QOR_ChainHelper::findShareRange(hold.getObject());
+    if (pData == NULL || !QOR_ASSERT_TEXT(range.holds(pData, sizeof(chAccumulater)), szBroken))
+        return NULL;
+    const chAccumulater* const pAccumulater = static_cast<const chAccumulater*>(pData);
+    const bool bCreated = QOR_ChainHelper::loadShareWord(pAccumulater->m_uMaxValue) >
+                          QOR_ChainHelper::loadShareWord(pAccumulater->m_uMinValue);
+    return bCreated ? pAccumulater : NULL;
+}
+
 }  // namespace
+
+bool uCSystemStorageHelper::CreateAccumulaterOnce(const char* lpszName, uint32_t uValue, uint32_t uMin, uint32_t uMax) {
+    if (!QOR_ASSERT(uMax > uMin))
+        return false;
+    const storageHold hold(*this);
+    chAccumulater* const pAccumulater =
+        createdAccumulater(hold, lpszName) == NULL ? findAccumulater(hold, lpszName) : NULL;
+    if (pAccumulater == NULL)
+        return false;
+    pAccumulater->InitAccumulater(uValue, uMin, uMax);
+    m_mapFile.Flush();
+    return true;
+}
+
+bool uCSystemStorageHelper::ReadAccumulater(const char* lpszName, uint32_t& uValue) {
+    const storageHold hold(*this);
+    const chAccumulater* const pAccumulater = createdAccumulater(hold, lpszName);
+    if (pAccumulater != NULL)
+        uValue = QOR_ChainHelper::loadShareWord(pAccumulater->m_uValue);
+    return pAccumulater != NULL;
+}
 
 void uCSystemStorageHelper::CreateAccumulater(const char* lpszName, uint32_t uValue, uint32_t uMin, uint32_t uMax) {
     const storageHold hold(*this);

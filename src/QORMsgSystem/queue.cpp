@@ -230,6 +230,13 @@ std::vector<chMsgQueue*> chMsgQueueManager::ListQueues() const {
     return listQueue;
 }
 
+std::vector<std::pair<int, std::string>> chMsgQueueManager::ListNames() const {
+    std::vector<std::pair<int, std::string>> listName;
+    for (const chMsgQueue* pQueue : ListQueues())
+        listName.emplace_back(pQueue->GetTaskId(), queueName(pQueue));
+    return listName;
+}
+
 // ---- ghosts
 
 namespace {

@@ -71,6 +71,7 @@ struct changedKey {
     std::string strSection;
     std::string strKey;
     std::string strValue;
+    bool bDeleted;
 };
 
 // The file's document as this process has last saved it. Guarded by the save lock.
@@ -101,7 +102,7 @@ void takeChangedKeys(const registryHold&, const regSection& section, std::vector
         if (nCount <= 0)
             return;
         listKey.push_back({&key, nCount, static_cast<const char*>(section.m_strName),
-                           static_cast<const char*>(key.m_strName), key.GetValue()});
+                           static_cast<const char*>(key.m_strName), key.GetValue(), key.IsDeleted()});
         nLeft -= nCount;
     });
     QOR_ASSERT_TEXT(bFull || nLeft >= 0, "objSection.m_nChagedCount == 0");
@@ -139,6 +140,17 @@ void settleCounts(const registryHold&, regDocument& document, const std::vector<
     storeShareWord(document.m_nChagedCount, static_cast<int32_t>(nDocument < INT_MAX ? nDocument : INT_MAX));
 }
 
+// Frees the keys that were deleted and are not in the file any more, a few in one hold.
+void freeDeletedKeys(regDocument& document) {
+    constexpr int keysAtOnce = 16;
+    int nLeft = 0;
+    while (nLeft == 0) {
+        const registryLock hold;
+        nLeft = keysAtOnce;
+        document.m_lstSection.ForEach([&](regSection& section) { nLeft -= section.FreeDeletedKeys(nLeft); });
+    }
+}
+
 // Reads the file unless the copy is what was last written to it through the registry. False, with a warning: the file
 // is there and cannot be read, so it must not be written either.
 bool refreshCopy(savedCopy& copy, const regDocument& document, uint32_t uGeneration, const std::string& strFileName) {
@@ -162,12 +174,25 @@ void startGeneration(savedCopy& copy, regDocument& document) {
     storeShareWord(document.m_uSaveGeneration, ++copy.uGeneration);
 }
 
+// Removes a key, and its section when nothing but blank lines is left in it. False: there is no such key.
+bool removeKey(QOR_FileHelper::iniFile& file, const std::string& strSection, const std::string& strKey) {
+    QOR_FileHelper::iniSection* const pSection = file.FindSection(strSection.c_str());
+    if (pSection == NULL || !pSection->list_erase_object(pSection->FindKey(strKey.c_str())))
+        return false;
+    for (auto it = pSection->begin(); it != pSection->end(); ++it)
+        if ((*it)->type() != QOR_FileHelper::iniLineEmpty)
+            return true;
+    file.list_erase_object(pSection);
+    return true;
+}
+
 // Brings the changes to the file, which is not touched when it has them already.
 bool writeChanges(savedCopy& copy, regDocument& document, const std::vector<changedKey>& listKey) {
     int nChanged = 0;
     for (const changedKey& changed : listKey)
-        nChanged +=
-            copy.file.SetTextValue(changed.strSection.c_str(), changed.strKey.c_str(), changed.strValue.c_str());
+        nChanged += changed.bDeleted ? removeKey(copy.file, changed.strSection, changed.strKey)
+                                     : copy.file.SetTextValue(changed.strSection.c_str(), changed.strKey.c_str(),
+                                                              changed.strValue.c_str());
     if (nChanged == 0)
         return true;
     startGeneration(copy, document);
@@ -198,8 +223,13 @@ BOOL saveDocument(regDocument& document) {
     savedCopy& copy = ownCopy();
     if (!refreshCopy(copy, document, uGeneration, strFileName) || !writeChanges(copy, document, listKey))
         return 0;
-    const registryLock hold;
-    settleCounts(hold, document, listKey);
+    {
+        const registryLock hold;
+        settleCounts(hold, document, listKey);
+    }
+    for (const changedKey& changed : listKey)
+        if (changed.bDeleted)
+            return freeDeletedKeys(document), 1;
     return 1;
 }
 

@@ -3,7 +3,9 @@
 // Invariants:
 // - What can be reached is complete. A record is filled before it is linked; a text is linked before the old one is
 //   freed.
-// - Sections, keys and documents with a file name are never freed, so an address once found stays valid.
+// - Sections and documents with a file name are never freed, so an address once found stays valid. A key that was
+//   deleted is freed under the save lock as well, because a save keeps the addresses of keys while the registry's lock
+//   is free.
 // - At most the last document has no file name: it is being filled. A document that is found so is freed.
 // - A document's count is at least the sum of its sections', a section's at least the sum of its keys'.
 #include <errno.h>
@@ -141,6 +143,11 @@ BOOL regKey::SetValue(const phraseConstTextA& text) {
     return 1;
 }
 
+void regKey::Delete() {
+    storeShareWord(m_bFresh, stateDeleted);
+    replaceText(m_strValue, constText());
+}
+
 // ---- sections
 
 regSection::regSection() {
@@ -167,14 +174,22 @@ bool regSection::IsNamed(const phraseConstTextA& name, uint32_t uHash) const {
     return loadShareWord(m_uNameHash) == uHash && QOR_FileHelper::stringSameNC(viewOf(m_strName), name);
 }
 
-regKey* regSection::FindKeyObject(const phraseConstTextA& name) const {
+regKey* regSection::FindKeyRecord(const phraseConstTextA& name) const {
     const uint32_t uHash = regNameHash(name);
     return m_lstKey.FindObject([&](const regKey& key) { return key.IsNamed(name, uHash); });
 }
 
+regKey* regSection::FindKeyObject(const phraseConstTextA& name) const {
+    regKey* pKey = FindKeyRecord(name);
+    return pKey != NULL && !pKey->IsDeleted() ? pKey : NULL;
+}
+
 regKey* regSection::GetKeyObject(const phraseConstTextA& name) {
-    if (regKey* pKey = FindKeyObject(name))
+    if (regKey* pKey = FindKeyRecord(name)) {
+        if (pKey->IsDeleted())
+            storeShareWord(pKey->m_bFresh, 1);
         return pKey;
+    }
     return appendOrFail(m_lstKey,
                         [&](regKey& key) { return key.InitKey(m_lstKey.get_pPool(), name, phraseConstTextA()); });
 }
@@ -193,21 +208,91 @@ BOOL regSection::SetKeyValue(const phraseConstTextA& name, const phraseConstText
         strWarning = QOR_FileHelper::refusal(viewOf(m_strName), name, lpszWhy);
         return 0;
     }
-    regKey* pKey = FindKeyObject(name);
-    if (pKey == NULL)
+    regKey* pKey = FindKeyRecord(name);
+    if (pKey == NULL || pKey->IsDeleted())
         strWarning = "Write: " + std::string(name, static_cast<size_t>(name.GetLength()));
     if (pKey != NULL && !pKey->IsChangedBy(text))
         return 0;
+    CountChange();
+    if (pKey == NULL)
+        return AppendKey(name, text, 1) != NULL;
+    increment(pKey->m_nChagedCount);
+    return pKey->SetValue(text);
+}
+
+void regSection::CountChange() {
     if (regDocument* pDocument = GetHostDocument()) {
         increment(pDocument->m_nChagedCount);
         storeShareWord(pDocument->m_bChanged, 1);
     }
     increment(m_nChagedCount);
     storeShareWord(m_bChanged, 1);
+}
+
+// A new key takes three blocks: what one free piece holds, with a margin for the heads, is enough for them.
+bool regSection::HasRoomFor(const phraseConstTextA& name, const phraseConstTextA& text) const {
+    constexpr int sizeHead = 32;
+    const regKey* pKey = FindKeyRecord(name);
+    if (pKey != NULL && !pKey->IsChangedBy(text))
+        return true;
+    const int64_t nText = text.GetLength() + 8 + sizeHead;
+    const int64_t nKey = static_cast<int64_t>(sizeof(QOR_ChainHelper::list_node_offset<regKey>)) + sizeHead;
+    const int64_t nNeed = pKey != NULL ? nText : nText + nKey + name.GetLength() + 8 + sizeHead;
+    baseStaticPoolAlloc* const pPool = m_lstKey.get_pPool();
+    return pPool != NULL && nNeed < regDocumentManager::poolSize &&
+           pPool->find_big_enough_cell(static_cast<int>(nNeed)) != NULL;
+}
+
+regSetResult regSection::TrySetKeyValue(const phraseConstTextA& name, const phraseConstTextA& text) {
+    if (QOR_FileHelper::whyNoSectionName(viewOf(m_strName)) != NULL)
+        return regSetBadSection;
+    if (QOR_FileHelper::whyNoKeyName(name) != NULL)
+        return regSetBadKey;
+    if (QOR_FileHelper::whyNoValue(text) != NULL)
+        return regSetBadValue;
+    if (!HasRoomFor(name, text))
+        return regSetNoRoom;
+    std::string strWarning;
+    return SetKeyValue(name, text, strWarning) ? regSetChanged : regSetSame;
+}
+
+bool regSection::DeleteKey(const phraseConstTextA& name) {
+    regKey* pKey = FindKeyObject(name);
     if (pKey == NULL)
-        return AppendKey(name, text, 1) != NULL;
+        return false;
+    CountChange();
     increment(pKey->m_nChagedCount);
-    return pKey->SetValue(text);
+    pKey->Delete();
+    return true;
+}
+
+int regSection::DeleteKeys(int nMost) {
+    int nDeleted = 0;
+    for (; nDeleted < nMost; ++nDeleted) {
+        regKey* pKey = m_lstKey.FindObject([](const regKey& key) { return !key.IsDeleted(); });
+        if (pKey == NULL)
+            break;
+        CountChange();
+        increment(pKey->m_nChagedCount);
+        pKey->Delete();
+    }
+    return nDeleted;
+}
+
+bool regSection::HasKeys() const {
+    return m_lstKey.FindObject([](const regKey& key) { return !key.IsDeleted(); }) != NULL;
+}
+
+int regSection::FreeDeletedKeys(int nMost) {
+    const auto isDone = [](const regKey& key) { return key.IsDeleted() && loadShareWord(key.m_nChagedCount) <= 0; };
+    int nFreed = 0;
+    for (; nFreed < nMost; ++nFreed) {
+        regKey* pKey = m_lstKey.FindObject(isDone);
+        if (pKey == NULL)
+            break;
+        m_lstKey.EraseObject(pKey);
+    }
+    return nFreed;
 }
 
 regDocument* regSection::GetHostDocument() const {

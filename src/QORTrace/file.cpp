@@ -4,6 +4,8 @@
 #include <limits.h>
 #include <stdio.h>
 
+#include <atomic>
+
 #include "internal/report.h"
 #include "internal/scope_lock.h"
 #include "qor/MiscHelper.h"
@@ -27,6 +29,19 @@ bool maybeExists(const char* lpszName, bool& bUnknown) {
     return bUnknown || state.eKind != kindNone;
 }
 
+// Of the process, because a member would change the size of objects that programs have.
+std::atomic<bool> s_bWallClock{false};
+
+// The local time as it stands in front of a line.
+chReferenceStringT<char> wallClock() {
+    QOR_MiscHelper::SYSTEMTIME time;
+    QOR_MiscHelper::qorGetLocalTime(&time);
+    chReferenceStringT<char> str;
+    str.Format("%04d-%02d-%02d %02d:%02d:%02d.%03d ", time.wYear, time.wMonth, time.wDay, time.wHour, time.wMinute,
+               time.wSecond, time.wMilliseconds);
+    return str;
+}
+
 }  // namespace
 
 chFileTrace::chFileTrace()
@@ -47,6 +62,8 @@ chReferenceStringT<char> chFileTrace::GetFileName(int nIndex) {
     traceLock lock(m_lock);
     return fileName(nIndex);
 }
+
+void chFileTrace::SetWallClock(BOOL bOn) { s_bWallClock.store(bOn != 0, std::memory_order_relaxed); }
 
 BOOL chFileTrace::OpenFileTrace(const char* lpszFileName, int nMaxSizeKB, int nMaxCount) {
     traceLock lock(m_lock);
@@ -116,7 +133,11 @@ void chFileTrace::rollFile() {
 }
 
 BOOL chFileTrace::WriteLogLine(chReferenceStringT<char>& strLine) {
-    chReferenceStringT<char> strText(strLine);
+    chReferenceStringT<char> strText;
+    if (s_bWallClock.load(std::memory_order_relaxed))
+        strText = wallClock();
+    const int nLine = strText.GetLength() + strLine.GetLength();
+    strText += strLine;
     strText += "\n";
     traceLock lock(m_lock);
     if (m_pFile == NULL)
@@ -130,7 +151,6 @@ BOOL chFileTrace::WriteLogLine(chReferenceStringT<char>& strLine) {
     // not free in the child of a fork.
     const bool bGood = fwrite(static_cast<const char*>(strText), 1, nLength, m_pFile) == nLength;
     clearerr(m_pFile);
-    const int nLine = strLine.GetLength();
     m_nFileSize = nLine > INT_MAX - m_nFileSize ? INT_MAX : m_nFileSize + nLine;
     return bGood;
 }

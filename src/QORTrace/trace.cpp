@@ -77,9 +77,9 @@ int decimalField(const std::string& strField) {
     return static_cast<int>(nValue < INT_MIN ? INT_MIN : nValue > INT_MAX ? INT_MAX : nValue);
 }
 
-// The ':' separated fields; the five that are known, empty where there is none.
+// The ':' separated fields; the six that are known, empty where there is none.
 struct descriptFields {
-    static constexpr int maxField = 5;
+    static constexpr int maxField = 6;
     std::string arrField[maxField];
     int nCount = 0;
 
@@ -159,6 +159,8 @@ void uCTraceHelper::SetupTraceFromDescript(const char* lpszDescript) {
     else if (fields.arrField[1] == "log")
         RedirectToFileTrace(fields.arrField[2].c_str(), decimalField(fields.arrField[3]),
                             decimalField(fields.arrField[4]));
+    if (fields.arrField[1] == "log" && fields.arrField[5] == "clock")
+        SetFileClock(TRUE);
 }
 
 void uCTraceHelper::WriteTraceString(int nLevel, const char* lpszFormat, ...) {
@@ -258,6 +260,8 @@ void tracePrintf(const char* lpszFormat, ...) {
     tracePrintfV(lpszFormat, args);
     va_end(args);
 }
+
+void traceSetFileClock(BOOL bOn) { QOR_TraceHelper::uCTraceHelpergetGlobalObject()->SetFileClock(bOn); }
 
 void tracePrintfV(const char* lpszFormat, va_list args) { QOR_TraceHelper::qorTraceV(2, lpszFormat, args); }
 

@@ -12,6 +12,7 @@
 #include "internal/share.h"
 #include "qor/MiscHelper.h"
 #include "qor/flat.h"
+#include "sub-interface/name_lines.h"
 
 using namespace QOR_MsgQueueHelper;
 using QOR_StringHelper::textEMPTY;
@@ -128,6 +129,20 @@ HTHREAD msgGetThreadByName(const char* lpszThreadName) {
     if (remote.getTaskId() == 0 || !QOR_MiscHelper::qorIsValidTaskID(remote.getTaskId()))
         return NULL;
     return msgMsgQueue2HTHREAD(remote.getMsgQueue());
+}
+
+int msgListThreadNames(char* lpszBuffer, int nSize) {
+    std::vector<std::pair<int, std::string>> listName;
+    {
+        const segmentLock lock;
+        listName = lock.getObject()->m_objManager.ListNames();
+    }
+    nameLines lines(lpszBuffer, nSize);
+    // The table is in descending order of names.
+    for (auto it = listName.rbegin(); it != listName.rend(); ++it)
+        if (QOR_MiscHelper::qorIsValidTaskID(it->first))
+            lines.Add(it->second);
+    return lines.Length();
 }
 
 void* msgGetCurrentThreadObject(void) { return process().GetCurrentThreadObject(); }

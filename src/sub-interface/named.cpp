@@ -24,6 +24,18 @@ unsigned int accExcuteAccumulater(const char* lpszName, int nStep) {
     return uCSystemStorageHelpergetGlobalObject()->ExcuteAccumulater(lpszName, nStep);
 }
 
+int accCreateAccumulaterOnce(const char* lpszName, unsigned int uValue, unsigned int uMin, unsigned int uMax) {
+    return uCSystemStorageHelpergetGlobalObject()->CreateAccumulaterOnce(lpszName, uValue, uMin, uMax);
+}
+
+int accReadAccumulater(const char* lpszName, unsigned int* puValue) {
+    uint32_t uValue = 0;
+    const bool bFound = uCSystemStorageHelpergetGlobalObject()->ReadAccumulater(lpszName, uValue);
+    if (bFound && puValue != NULL)
+        *puValue = uValue;
+    return bFound;
+}
+
 BOOL nameHelperLock(void) { return namedLock(*uCSystemNamedObjectHelpergetGlobalObject()).KeepLocked(); }
 
 BOOL nameHelperUnlock(void) {

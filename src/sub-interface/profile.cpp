@@ -6,6 +6,7 @@
 #include "internal/safe_save.h"
 #include "qor/MiscHelper.h"
 #include "qor/flat.h"
+#include "sub-interface/name_lines.h"
 
 using namespace QOR_RegistryHelper;
 
@@ -48,6 +49,19 @@ HREGISTRY sectionOf(HINIFILE hIniFile, const char* lpszSection) {
                              : NULL;
 }
 
+// The section of a document, or null.
+const regSection* findSection(const registryHold& hold, HINIFILE hIniFile, const phraseConstTextA& name) {
+    const regDocument* pDocument = hold.GetDocument(reinterpret_cast<uintptr_t>(hIniFile));
+    return pDocument != NULL ? pDocument->FindSectionObject(name) : NULL;
+}
+
+// Its handle, or 0.
+HREGISTRY existingSection(HINIFILE hIniFile, const char* lpszSection) {
+    const phraseConstTextA name(lpszSection);
+    const registryLock hold;
+    return reinterpret_cast<HREGISTRY>(registry().GetHandle(findSection(hold, hIniFile, name)));
+}
+
 }  // namespace
 
 extern "C" {
@@ -87,6 +101,47 @@ int profileGetInt(HINIFILE hIniFile, const char* lpszSection, const char* lpszKe
     }
     const HREGISTRY hRegistry = sectionOf(hIniFile, lpszSection);
     return hRegistry != NULL ? registryGetInt(hRegistry, lpszKey, nDefault) : 0;
+}
+
+BOOL profileHasSection(HINIFILE hIniFile, const char* lpszSection) {
+    reportCall("profileHasSection", {textOf(lpszSection)});
+    const phraseConstTextA name(lpszSection);
+    const registryLock hold;
+    const regSection* pSection = findSection(hold, hIniFile, name);
+    return pSection != NULL && pSection->HasKeys();
+}
+
+BOOL profileHasKey(HINIFILE hIniFile, const char* lpszSection, const char* lpszKey) {
+    reportCall("profileHasKey", {textOf(lpszSection), textOf(lpszKey)});
+    return registryHasKey(existingSection(hIniFile, lpszSection), lpszKey);
+}
+
+int profileListSections(HINIFILE hIniFile, char* lpszBuffer, int nSize) {
+    reportCall("profileListSections", {std::to_string(nSize)});
+    std::vector<std::string> listName;
+    {
+        const registryLock hold;
+        if (const regDocument* pDocument = hold.GetDocument(reinterpret_cast<uintptr_t>(hIniFile)))
+            listName = sectionNames(*pDocument);
+    }
+    return listNames(listName, lpszBuffer, nSize);
+}
+
+int profileListKeys(HINIFILE hIniFile, const char* lpszSection, char* lpszBuffer, int nSize) {
+    reportCall("profileListKeys", {textOf(lpszSection), std::to_string(nSize)});
+    return registryListKeys(existingSection(hIniFile, lpszSection), lpszBuffer, nSize);
+}
+
+BOOL profileDeleteKey(HINIFILE hIniFile, const char* lpszSection, const char* lpszKey) {
+    reportCall("profileDeleteKey", {textOf(lpszSection), textOf(lpszKey)});
+    const HREGISTRY hRegistry = existingSection(hIniFile, lpszSection);
+    return registryDeleteKey(hRegistry, lpszKey) && registryFlush(hRegistry);
+}
+
+BOOL profileDeleteSection(HINIFILE hIniFile, const char* lpszSection) {
+    reportCall("profileDeleteSection", {textOf(lpszSection)});
+    const HREGISTRY hRegistry = existingSection(hIniFile, lpszSection);
+    return registryDeleteSection(hRegistry) && registryFlush(hRegistry);
 }
 
 BOOL qorGetProfileString(const char* lpszFileName, const char* lpszSection, const char* lpszKey, char* lpszBuffer,

@@ -1,6 +1,7 @@
 // The flat functions over the registry. A handle is looked up before what it refers to is read; sections and documents
 // are never freed. Each function holds the registry's lock for one look-up or change; texts are prepared before and
 // warnings are printed after that.
+#include <charconv>
 #include <limits.h>
 #include <stdlib.h>
 #include <string.h>
@@ -8,9 +9,11 @@
 #include "internal/ini_text.h"
 #include "internal/registry.h"
 #include "internal/report.h"
+#include "internal/safe_save.h"
 #include "qor/MiscHelper.h"
 #include "qor/MsgQueueHelper/ShareHelper.h"
 #include "qor/flat.h"
+#include "sub-interface/name_lines.h"
 
 using namespace QOR_RegistryHelper;
 using QOR_FileHelper::constText;
@@ -61,7 +64,41 @@ int numberIn(const char* lpszText) {
     return nValue > INT_MAX ? INT_MAX : nValue < INT_MIN ? INT_MIN : static_cast<int>(nValue);
 }
 
+// The document of a file with the registry's lock; null when there is neither a document nor a file. A name that no
+// file has makes no document, which would stay for good.
+class existingDocument {
+public:
+    explicit existingDocument(const char* lpszFileName) {
+        if (isThere(lpszFileName))
+            m_lock.emplace(lpszFileName);
+    }
+    const regDocument* get() const { return m_lock ? m_lock->m_pDocument : NULL; }
+
+private:
+    static bool isThere(const char* lpszFileName) {
+        if (!QOR_ASSERT_TEXT(!QOR_StringHelper::textEMPTY(lpszFileName), "!textEMPTY(lpszFileName)"))
+            return false;
+        {
+            const registryLock hold;
+            if (hold.getObject()->FindDocumentObject(lpszFileName) != NULL)
+                return true;
+        }
+        return QOR_FileHelper::hasSavedFile(lpszFileName);
+    }
+
+    std::optional<documentLock> m_lock;
+};
+
 }  // namespace
+
+std::vector<std::string> sectionNames(const regDocument& document) {
+    std::vector<std::string> listName;
+    document.m_lstSection.ForEach([&](const regSection& section) {
+        if (section.HasKeys())
+            listName.push_back(static_cast<const char*>(section.m_strName));
+    });
+    return listName;
+}
 
 extern "C" {
 
@@ -134,6 +171,98 @@ BOOL registrySetInt(HREGISTRY hRegistry, const char* lpszKey, int nValue) {
 
 BOOL registrySetFloat(HREGISTRY hRegistry, const char* lpszKey, double fValue) {
     return registrySetString(hRegistry, lpszKey, QOR_StringHelper::toString(fValue));
+}
+
+BOOL registrySetFloatExact(HREGISTRY hRegistry, const char* lpszKey, double fValue) {
+    char szValue[64];
+    *std::to_chars(szValue, szValue + sizeof(szValue) - 1, fValue).ptr = 0;
+    return registrySetString(hRegistry, lpszKey, szValue);
+}
+
+int registryTrySetString(HREGISTRY hRegistry, const char* lpszKey, const char* lpszValue) {
+    const phraseConstTextA name(lpszKey), text(lpszValue);
+    const additionLock hold;
+    regSection* pSection = hold.GetSection(numberOf(hRegistry));
+    return pSection != NULL ? pSection->TrySetKeyValue(name, text) : regSetNoSection;
+}
+
+const char* registryGetErrorText(int nResult) {
+    switch (nResult) {
+        case REGISTRY_SET_CHANGED:
+            return "changed";
+        case REGISTRY_SET_SAME:
+            return "the key has that value already";
+        case REGISTRY_NO_SECTION:
+            return "there is no such section";
+        case REGISTRY_BAD_SECTION:
+            return QOR_FileHelper::whyNoSectionName(constText("]"));
+        case REGISTRY_BAD_KEY:
+            return "the name of a key has no line feed, NUL or '=' and does not begin with ';', '#' or '['";
+        case REGISTRY_BAD_VALUE:
+            return QOR_FileHelper::whyNoValue(constText("\n"));
+        case REGISTRY_NO_ROOM:
+            return "the registry has no room left";
+        default:
+            return "unknown result";
+    }
+}
+
+// ---- what there is, and removing it
+
+BOOL registryHasKey(HREGISTRY hRegistry, const char* lpszKey) {
+    const phraseConstTextA name(lpszKey);
+    const registryLock hold;
+    const regSection* pSection = hold.GetSection(numberOf(hRegistry));
+    return pSection != NULL && pSection->FindKeyObject(name) != NULL;
+}
+
+int registryListKeys(HREGISTRY hRegistry, char* lpszBuffer, int nSize) {
+    std::vector<std::string> listName;
+    {
+        const registryLock hold;
+        if (const regSection* pSection = hold.GetSection(numberOf(hRegistry)))
+            pSection->m_lstKey.ForEach([&](const regKey& key) {
+                if (!key.IsDeleted())
+                    listName.push_back(static_cast<const char*>(key.m_strName));
+            });
+    }
+    return listNames(listName, lpszBuffer, nSize);
+}
+
+BOOL registryDeleteKey(HREGISTRY hRegistry, const char* lpszKey) {
+    const phraseConstTextA name(lpszKey);
+    const registryLock hold;
+    regSection* pSection = hold.GetSection(numberOf(hRegistry));
+    return pSection != NULL && pSection->DeleteKey(name);
+}
+
+BOOL registryHasSection(const char* lpszFileName, const char* lpszSectionName) {
+    const phraseConstTextA name(lpszSectionName);
+    const existingDocument document(lpszFileName);
+    const regSection* pSection = document.get() != NULL ? document.get()->FindSectionObject(name) : NULL;
+    return pSection != NULL && pSection->HasKeys();
+}
+
+int registryListSections(const char* lpszFileName, char* lpszBuffer, int nSize) {
+    std::vector<std::string> listName;
+    {
+        const existingDocument document(lpszFileName);
+        if (document.get() != NULL)
+            listName = sectionNames(*document.get());
+    }
+    return listNames(listName, lpszBuffer, nSize);
+}
+
+// Each key is a few stores, and a hold is to be short.
+BOOL registryDeleteSection(HREGISTRY hRegistry) {
+    constexpr int keysAtOnce = 16;
+    int nDeleted = 0;
+    for (int nNow = keysAtOnce; nNow == keysAtOnce; nDeleted += nNow) {
+        const registryLock hold;
+        regSection* pSection = hold.GetSection(numberOf(hRegistry));
+        nNow = pSection != NULL ? pSection->DeleteKeys(keysAtOnce) : 0;
+    }
+    return nDeleted > 0;
 }
 
 // ---- flushing and saving

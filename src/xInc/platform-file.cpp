@@ -126,6 +126,22 @@ bool reserveFile(int fd, long long nSize) {
     return nError == 0;
 }
 
+long writeFile(int fd, const void* pBuffer, size_t nSize) {
+    size_t nDone = 0;
+    while (nDone < nSize) {
+        const ssize_t n =
+            retryOnEintr([&] { return write(fd, static_cast<const char*>(pBuffer) + nDone, nSize - nDone); });
+        if (n <= 0)
+            break;
+        nDone += static_cast<size_t>(n);
+    }
+    return static_cast<long>(nDone);
+}
+
+bool setFileLength(int fd, long long nLength) { return ftruncate(fd, static_cast<off_t>(nLength)) == 0; }
+
+bool syncFile(int fd) { return fsync(fd) == 0; }
+
 bool setMode(int fd, unsigned uMode) { return fchmod(fd, uMode) == 0; }
 
 bool setOwner(int fd, unsigned idOwner, unsigned idGroup) { return fchown(fd, idOwner, idGroup) == 0; }

@@ -177,6 +177,15 @@ bool reserveFile(int fd, long long nSize);
 // Whether a write would not block.
 bool isWritable(int fd);
 
+// Writes at most nSize bytes. The number of bytes written, which is below nSize only when the system took no more.
+long writeFile(int fd, const void* pBuffer, size_t nSize);
+
+// Cuts or extends an open file.
+bool setFileLength(int fd, long long nLength);
+
+// Brings what is written to a file to the device.
+bool syncFile(int fd);
+
 bool setMode(int fd, unsigned uMode);
 
 bool setOwner(int fd, unsigned idOwner, unsigned idGroup);

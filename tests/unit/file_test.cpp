@@ -539,4 +539,21 @@ TEST_F(File, EveryStreamIsBinaryWhetherItIsAskedForOrNot) {
     unlink(lpszFile);
 }
 
+TEST_F(File, ASyncBringsWhatWasWrittenToTheFile) {
+    chFileStdio file;
+    EXPECT_EXIT(file.Sync(), testing::KilledBySignal(SIGABRT), "m_pFile != NULL");
+    ASSERT_EQ(1, file.Open("/tmp/file_sync", openWrite | openCreate));
+    EXPECT_EQ(1, file.WriteString("text"));
+    EXPECT_EQ("", qorTest::getFile("/tmp/file_sync"));
+    EXPECT_EQ(1, file.Sync());
+    EXPECT_EQ("text", qorTest::getFile("/tmp/file_sync"));
+    file.Close();
+    unlink("/tmp/file_sync");
+    if (file.Open("/dev/full", openWrite)) {
+        EXPECT_EQ(1, file.WriteString("text"));
+        EXPECT_EQ(0, file.Sync());
+        EXPECT_EQ(ENOSPC, errno);
+    }
+}
+
 }  // namespace

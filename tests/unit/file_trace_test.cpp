@@ -11,6 +11,7 @@
 #include <atomic>
 #include <fstream>
 #include <map>
+#include <regex>
 #include <set>
 #include <sstream>
 #include <thread>
@@ -308,6 +309,45 @@ TEST_F(FileTrace, AChildOfAForkGoesOnWhereAThreadOfTheParentWasWriting) {
     bEnd = true;
     writer.join();
     EXPECT_FALSE(files().empty());
+}
+
+TEST_F(FileTrace, DateAndTimeStandInFrontOfALineWhenAskedFor) {
+    const std::string strClock = "[0-9]{4}-[0-9]{2}-[0-9]{2} [0-9]{2}:[0-9]{2}:[0-9]{2}\\.[0-9]{3} ";
+    chFileTrace trace;
+    trace.OpenFileTrace(m_strBase.c_str(), 1, 3);
+    writeLine(trace, "before");
+    trace.SetWallClock(1);
+    writeLine(trace, "line");
+    trace.SetWallClock(0);
+    writeLine(trace, "after");
+    EXPECT_TRUE(std::regex_match(files()[0], std::regex("before\n" + strClock + "line\nafter\n"))) << files()[0];
+}
+
+// The clock counts for the size of the file.
+TEST_F(FileTrace, ALineWithItsClockIsAsLongAsItIs) {
+    chFileTrace trace;
+    trace.OpenFileTrace(m_strBase.c_str(), 1, 3);
+    trace.SetWallClock(1);
+    writeLine(trace, std::string(1000, 'x'));  // and 24 characters of the clock: the file is full
+    writeLine(trace, "next");
+    trace.SetWallClock(0);  // it is the process's
+    EXPECT_EQ(2u, files().size());
+}
+
+TEST_F(FileTrace, TheClockIsAskedForByTheEnvironmentOrTheProgram) {
+    QOR_TraceHelper::uCTraceHelper& helper = *QOR_TraceHelper::uCTraceHelpergetGlobalObject();
+    helper.SetupTraceFromDescript(("3:log:" + m_strBase + ":100:2").c_str());
+    QOR_TraceHelper::qorTrace(1, "plain");
+    helper.SetupTraceFromDescript(("3:log:" + m_strBase + ":100:2:clock").c_str());
+    QOR_TraceHelper::qorTrace(1, "clock");
+    traceSetFileClock(0);
+    QOR_TraceHelper::qorTrace(1, "off");
+    helper.SetFileClock(1);
+    QOR_TraceHelper::qorTrace(1, "on");
+    helper.SetFileClock(0);
+    helper.RedirectToNull();
+    EXPECT_TRUE(std::regex_match(files()[0], std::regex("\\[.*plain\n[0-9]{4}-.*clock\n\\[.*off\n[0-9]{4}-.*on\n")))
+        << files()[0];
 }
 
 }  // namespace

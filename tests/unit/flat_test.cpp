@@ -273,4 +273,32 @@ TEST(FlatDeath, TimersInsistOnIdPeriodAndARegisteredThread) {
     EXPECT_FATAL("sub-interface", timerKillThreadTimer(5), "pLocalThread != NULL");
 }
 
+TEST(Flat, TheNamesOfLivingThreadsAreListedInOrder) {
+    EXPECT_EQ(0, msgListThreadNames(NULL, 0));
+    const HTHREAD hMain = msgRegistMainThread("list.main", onEcho);
+    qorTest::meeting ready;
+    qorTest::childProcess child("child", [&] {
+        msgRegistMainThread("list.dead", onEcho);
+        ready.say();
+        pause();
+        return 0;
+    });
+    ready.hear();
+    msgLaunchCallbackWorkThread("a worker", onEcho, -1);
+    char sz[100];
+    EXPECT_EQ(29, msgListThreadNames(sz, sizeof(sz)));
+    EXPECT_STREQ("a worker\nlist.dead\nlist.main\n", sz);
+    QOR_MsgQueueHelper::uCSystemShareHelper& share = *QOR_MsgQueueHelper::uCSystemShareHelpergetGlobalObject();
+    share.Lock(-1);
+    const auto listName = share.getObject()->m_objManager.ListNames();
+    share.Unlock();
+    EXPECT_EQ(std::make_pair(static_cast<int>(child.id()), std::string("list.dead")), listName[1]);
+    child.kill();
+    child.wait();
+    EXPECT_EQ(19, msgListThreadNames(sz, 12));
+    EXPECT_STREQ("a worker\n", sz);
+    msgUnlaunchWorkThread("a worker");
+    msgUnregistMainThread(hMain);
+}
+
 }  // namespace

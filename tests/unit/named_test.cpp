@@ -256,4 +256,38 @@ TEST(Storage, ACounterIsStoredSteppedAndRemoved) {
     storage.Unlock();
 }
 
+TEST(Storage, ACounterIsMadeOnceAndReadWithoutAStep) {
+    unsigned int uValue = 5;
+    EXPECT_EQ(0, accReadAccumulater("named_once", &uValue));
+    EXPECT_EQ(5u, uValue);
+    EXPECT_EQ(1, accCreateAccumulaterOnce("named_once", 98, 1, 100));
+    EXPECT_EQ(0, accCreateAccumulaterOnce("named_once", 7, 1, 10));
+    EXPECT_EQ(1, accReadAccumulater("named_once", &uValue));
+    EXPECT_EQ(98u, uValue);
+    EXPECT_EQ(99u, accExcuteAccumulater("named_once", 1));
+    EXPECT_EQ(1, accReadAccumulater("named_once", &uValue));
+    EXPECT_EQ(1, accReadAccumulater("named_once", NULL));
+    EXPECT_EQ(99u, uValue);
+    accDestoryAccumulater("named_once");
+    EXPECT_EQ(0, accReadAccumulater("named_once", &uValue));
+    uint32_t uRead = 0;
+    uCSystemStorageHelper& storage = *uCSystemStorageHelpergetGlobalObject();
+    EXPECT_FALSE(storage.ReadAccumulater("named_once", uRead));
+    EXPECT_TRUE(storage.CreateAccumulaterOnce("named_once", 3, 1, 100));
+    EXPECT_TRUE(storage.ReadAccumulater("named_once", uRead));
+    EXPECT_EQ(3u, uRead);
+    storage.DestoryAccumulater("named_once");
+    EXPECT_EXIT(accCreateAccumulaterOnce("named_once", 0, 5, 5), testing::KilledBySignal(SIGABRT), "uMax > uMin ");
+    EXPECT_EXIT(accReadAccumulater(NULL, &uValue), testing::KilledBySignal(SIGABRT), "lpszName != NULL ");
+}
+
+// A step of a counter that nobody has created leaves a record without a range when it ends the process.
+TEST(Storage, ARecordWithoutARangeIsNoCounter) {
+    EXPECT_EXIT(accExcuteAccumulater("named_bare", 1), testing::KilledBySignal(SIGABRT), "");
+    EXPECT_EQ(0, accReadAccumulater("named_bare", NULL));
+    EXPECT_EQ(1, accCreateAccumulaterOnce("named_bare", 1, 1, 9));
+    EXPECT_EQ(2u, accExcuteAccumulater("named_bare", 1));
+    accDestoryAccumulater("named_bare");
+}
+
 }  // namespace

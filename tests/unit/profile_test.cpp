@@ -202,4 +202,34 @@ TEST_F(Profile, NullTextsAreEmptyButAFileNameIsNeeded) {
     EXPECT_EXIT(qorGetProfileInt(NULL, "s", "k", 0), testing::KilledBySignal(SIGABRT), lpszText);
 }
 
+TEST_F(Profile, WhatADocumentHasIsListedAndDeleted) {
+    const char* lpszFile = "/tmp/profile_delete.ini";
+    putFile(lpszFile, "[s]\nk = v\nn = 3\n[t]\nx = 1\n");
+    const HINIFILE hFile = profileOpen(lpszFile);
+    EXPECT_EQ((texts{"sub-interface: profileHasSection(s)!!!!", "sub-interface: profileHasKey(s, k)!!!!",
+                     "sub-interface: profileListSections(200)!!!!", "sub-interface: profileListKeys(s, 200)!!!!"}),
+              reportsOf([&] {
+                  EXPECT_EQ(1, profileHasSection(hFile, "s"));
+                  EXPECT_EQ(1, profileHasKey(hFile, "s", "k"));
+                  EXPECT_EQ(4, profileListSections(hFile, buffer(), 200));
+                  EXPECT_STREQ("s\nt\n", text());
+                  EXPECT_EQ(4, profileListKeys(hFile, "s", buffer(), 200));
+                  EXPECT_STREQ("k\nn\n", text());
+              }));
+    EXPECT_EQ((texts{"sub-interface: profileDeleteKey(s, k)!!!!", "sub-interface: profileDeleteSection(t)!!!!"}),
+              reportsOf([&] {
+                  EXPECT_EQ(1, profileDeleteKey(hFile, "s", "k"));
+                  EXPECT_EQ(1, profileDeleteSection(hFile, "t"));
+              }));
+    EXPECT_EQ("[ s ]\nn = 3\n", getFile(lpszFile));
+    EXPECT_EQ(0, profileHasSection(hFile, "t"));
+    EXPECT_EQ(0, profileHasKey(hFile, "none", "k"));
+    EXPECT_EQ(0, profileDeleteKey(hFile, "s", "k"));
+    EXPECT_EQ(0, profileDeleteSection(hFile, "none"));
+    EXPECT_EQ(0, profileListKeys(hFile, "none", buffer(), 200));
+    EXPECT_EQ(2, profileListSections(hFile, buffer(), 200));
+    EXPECT_EQ(0, profileHasSection(NULL, "s"));
+    EXPECT_EQ(0, profileListSections(NULL, buffer(), 200));
+}
+
 }  // namespace

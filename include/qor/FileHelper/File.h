@@ -11,8 +11,9 @@
 /// @endcode
 ///
 /// A file is used by one thread at a time. It passes through standard streams, so what was written is certain to have
-/// reached the system only after a Flush() that returned 0. Files that must survive a power cut are written as
-/// documents are, not through this class alone. Read on in `FileHelper/TextFile.h`.
+/// reached the system only after a Flush() that returned 0. Sync() brings it to
+/// the device. Files that must survive a power cut whole are written as documents are, and records by chRecordFile
+/// (`FileHelper/Record.h`), not through this class alone. Read on in `FileHelper/TextFile.h`.
 #ifndef QOR_FILEHELPER_FILE_H
 #define QOR_FILEHELPER_FILE_H
 
@@ -87,6 +88,9 @@ public:
     /// Gives what was written to the system. Note the sense.
     /// @return 1 when that FAILED, 0 when it succeeded.
     BOOL Flush();
+    /// Brings what was written to the device, so that it survives a power cut. Waits for the device.
+    /// @return 1 when it is there, 0 on failure (errno).
+    BOOL Sync();
 
     /// Reads up to and with the byte endChar, or to the end of the file. NUL bytes are not kept: a string has none.
     /// @return 1 when the string is not empty.

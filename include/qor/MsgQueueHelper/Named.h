@@ -114,6 +114,12 @@ public:
     /// thread holds the lock of the file. Fatal: a step outside 1 to maximum - minimum - 1; so is every step of a
     /// counter that nobody created.
     uint32_t ExcuteAccumulater(const char* lpszName, int nStep);
+    /// Makes the counter unless there is one. True: it was made, and is on the medium when the call returns. Not while
+    /// the calling thread holds the lock of the file. Fatal: "uMax > uMin" does not hold.
+    bool CreateAccumulaterOnce(const char* lpszName, uint32_t uValue, uint32_t uMin, uint32_t uMax);
+    /// Reads the counter without stepping it: the value that it was made with or handed out last. False, and uValue as
+    /// it was: nobody created it. Not while the calling thread holds the lock of the file.
+    bool ReadAccumulater(const char* lpszName, uint32_t& uValue);
 };
 
 /// The process's uCSystemNamedObjectHelper, made on first use and never torn down under running threads.

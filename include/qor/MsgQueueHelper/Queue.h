@@ -20,6 +20,8 @@
 #define QOR_MSGQUEUEHELPER_QUEUE_H
 
 #include <functional>
+#include <string>
+#include <utility>
 #include <vector>
 
 #include "qor/AllocHelper.h"
@@ -91,6 +93,8 @@ public:
 
     /// Every queue, in the table's order.
     std::vector<chMsgQueue*> ListQueues() const;
+    /// The task and the thread name of every queue, in the table's order, also of dead tasks.
+    std::vector<std::pair<int, std::string>> ListNames() const;
 
     QOR_ChainHelper::list_chain_offset m_vRootQueueChain;  ///< the queues; linked to itself when empty
 };

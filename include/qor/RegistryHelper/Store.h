@@ -133,15 +133,32 @@ public:
     BOOL SetValue(const phraseConstTextA& text);
     /// Whether SetValue() would store the value or return 1.
     bool IsChangedBy(const phraseConstTextA& text) const;
+    /// Whether the key was deleted, and its record stays until the file does not have it any more.
+    bool IsDeleted() const { return QOR_ChainHelper::loadShareWord(m_bFresh) == stateDeleted; }
+    /// Deletes the key and its value, and counts nothing. The next SetValue() makes it a key again.
+    void Delete();
+
+    static constexpr int32_t stateDeleted = 2;  ///< m_bFresh of a deleted key
 
     QOR_StringHelper::chShareStringA m_strName;   ///< the name; it never changes
     QOR_StringHelper::chShareStringA m_strValue;  ///< the value
     int32_t m_nChagedCount;                       ///< changes not yet in the file
-    int32_t m_bFresh;                             ///< 1 until the first SetValue()
+    int32_t m_bFresh;                             ///< 1 until the first SetValue(), stateDeleted after Delete()
     uint32_t m_uNameHash;                         ///< regNameHash() of the name
 };
 
 class regDocument;
+
+/// What regSection::TrySetKeyValue() returns.
+enum regSetResult {
+    regSetChanged = 1,      ///< the value changed, or is the first of a new key
+    regSetSame = 0,         ///< the key has that value already
+    regSetNoSection = -1,   ///< there is no such section
+    regSetBadSection = -2,  ///< an INI file cannot hold the section's name
+    regSetBadKey = -3,      ///< an INI file cannot hold the key's name
+    regSetBadValue = -4,    ///< an INI file cannot hold the value
+    regSetNoRoom = -5       ///< the registry has no room for it
+};
 
 /// A section: its keys, and the monitors of their changes.
 class QOR_API regSection {
@@ -156,7 +173,7 @@ public:
     /// Whether the section has that name; uHash is regNameHash() of it.
     bool IsNamed(const phraseConstTextA& name, uint32_t uHash) const;
 
-    /// The key of a name, or null.
+    /// The key of a name, or null when there is none or it was deleted.
     regKey* FindKeyObject(const phraseConstTextA& name) const;
     /// The key of a name, appended without a value when there is none. Fatal: no room.
     regKey* GetKeyObject(const phraseConstTextA& name);
@@ -166,6 +183,18 @@ public:
     /// key was made ("Write: %s") or that the value was refused ("Refused: ..."); else it becomes empty. Fatal: no
     /// room.
     BOOL SetKeyValue(const phraseConstTextA& name, const phraseConstTextA& text, std::string& strWarning);
+    /// SetKeyValue() that tells why it failed, without a warning, and for which a registry without room is no fatal
+    /// assertion. A new key needs its room in one piece.
+    regSetResult TrySetKeyValue(const phraseConstTextA& name, const phraseConstTextA& text);
+    /// Deletes a key, which is counted as a change. The next save removes it from the file and frees it. False: there
+    /// is no such key.
+    bool DeleteKey(const phraseConstTextA& name);
+    /// Deletes at most nMost keys. Returns how many.
+    int DeleteKeys(int nMost);
+    /// Whether the section has a key.
+    bool HasKeys() const;
+    /// Frees at most nMost deleted keys of which the file knows. Returns how many. The caller holds the save lock, too.
+    int FreeDeletedKeys(int nMost);
     /// Appends a key with its value as read from the file, which is not counted. No key has that name yet. Fatal: no
     /// room.
     regKey* AppendKey(const phraseConstTextA& name, const phraseConstTextA& text) { return AppendKey(name, text, 0); }
@@ -200,6 +229,9 @@ public:
 
 private:
     regKey* AppendKey(const phraseConstTextA& name, const phraseConstTextA& text, int nChanges);
+    regKey* FindKeyRecord(const phraseConstTextA& name) const;
+    bool HasRoomFor(const phraseConstTextA& name, const phraseConstTextA& text) const;
+    void CountChange();
     template <class Fn>
     void RemoveMonitorsIf(Fn fnRemove);
 };

@@ -12,6 +12,7 @@
 ///     trace=3                           level 3; lines go to standard output, as they do by default
 ///     trace=2:system                    level 2, the shared trace buffer
 ///     trace=5:log:/tmp/app:200:3        level 5, files /tmp/app-0.log to /tmp/app-2.log of 200 KiB each
+///     trace=5:log:/tmp/app:200:3:clock  the same, with date and local time in front of each line
 ///
 /// @code
 /// QOR_TraceHelper::szTraceAuthor = "APP";
@@ -53,6 +54,8 @@ extern QOR_API const char* szTraceAuthor;
 QOR_API void tracePrintf(const char* lpszFormat, ...) __attribute__((format(printf, 1, 2)));
 /// tracePrintf() with an argument list.
 QOR_API void tracePrintfV(const char* lpszFormat, va_list args);
+/// Whether date and local time stand in front of each line of this process's log files.
+QOR_API void traceSetFileClock(BOOL bOn);
 }
 
 namespace QOR_TraceHelper {
@@ -97,6 +100,9 @@ public:
     /// Appends the line and a line feed and gives them to the kernel. Returns 1, or 0 when the line was lost: the file
     /// could not be opened or written.
     BOOL WriteLogLine(QOR_StringHelper::chReferenceStringT<char>& strLine);
+    /// Whether date and local time stand in front of each line of the process's log files from now on:
+    /// "2026-11-22 07:05:09.042 ". They do not unless asked for.
+    static void SetWallClock(BOOL bOn);
     /// The name of the file of that number.
     QOR_StringHelper::chReferenceStringT<char> GetFileName(int nIndex);
 
@@ -170,6 +176,8 @@ public:
     BOOL ResetTraceLevel(int nLevel);
     /// Sends lines to log files; the arguments are those of chFileTrace::OpenFileTrace().
     BOOL RedirectToFileTrace(const char* lpszFileName, int nMaxSizeKB, int nMaxCount);
+    /// chFileTrace::SetWallClock() of the log files.
+    void SetFileClock(BOOL bOn) { chFileTrace::SetWallClock(bOn); }
     /// Sends lines to the shared trace buffer.
     BOOL RedirectToSystemTrace();
     /// Sends lines to standard output.
