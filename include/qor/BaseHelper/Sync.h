@@ -81,7 +81,8 @@ protected:
     /// OpenFileKey() that leaves the key file locked, so that the caller can create its kernel object alone.
     key_t OpenLockedFileKey(const char* lpszName, unsigned char idProject, keyFileLock& lock);
 
-    /// OpenLockedFileKey() for a key file that exists already; -1 when there is none. The library itself calls FindFileKey().
+    /// OpenLockedFileKey() for a key file that exists already; -1 when there is none. The library itself calls
+    /// FindFileKey().
     key_t FindLockedFileKey(const char* lpszName, unsigned char idProject, keyFileLock& lock);
 
     /// The key of a key file that exists already; -1 when there is none. Takes no lock: until the caller has found its
