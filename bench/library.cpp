@@ -190,4 +190,45 @@ void printLibraryScaling() {
     msgUnregistMainThread(hOwn);
 }
 
+namespace {
+
+// A post to oneself, and what takes it out again.
+void postAndTake(HTHREAD hOwn) {
+    msgPostMsgToThread(hOwn, 0x200, 0, 0);
+    msgProcessThreadMsgOnce(msgGetCurrentThreadObject());
+}
+
+// Fills the memory of messages with bare ones, and frees all: the free blocks stay apart until a search merges them.
+void scatterFreeBlocks(HTHREAD hOwn) {
+    while (msgTryPostMsgToThread(hOwn, 0x200, 0, 0, 0, NULL, -1) == 1) {
+    }
+    while (msgGetQueueLength(hOwn) > 0)
+        msgProcessThreadMsgOnce(msgGetCurrentThreadObject());
+}
+
+}  // namespace
+
+void printReserve() {
+    printf("a post and its handling with a reserve of 8,192 bytes, ns\n");
+    quiet();
+    pin(0);
+    constexpr int nPosts = 500;
+    HTHREAD hOwn = msgRegistMainThread("poster", ignore);
+    for (const char* lpszMemory : {"fresh memory", "memory that was full once"}) {
+        const auto fnRun = [hOwn](int nReserve) {
+            return [hOwn, nReserve]() {
+                msgSetPostReserve(nReserve);
+                for (int i = 0; i < nPosts; ++i)
+                    postAndTake(hOwn);
+            };
+        };
+        const std::vector<double> listMedian = mediansSpent(nPosts, 1, {fnRun(0), fnRun(8192)});
+        printf("  %-32s without %6.0f, with %6.0f\n", lpszMemory, listMedian[0] / nPosts, listMedian[1] / nPosts);
+        msgSetPostReserve(0);
+        scatterFreeBlocks(hOwn);
+    }
+    printf("\n");
+    msgUnregistMainThread(hOwn);
+}
+
 }  // namespace bench

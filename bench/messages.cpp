@@ -100,6 +100,7 @@ int main(int argc, char** argv) {
     }
     printLibraryCalls();
     printLibraryScaling();
+    printReserve();
     printf("goals, 64 bytes\n");
     printGoal("send and reply / two semaphores, 1 CPU", aAsk[1]["qor"] / aAsk[1]["two semaphores"], 2.0);
     printGoal("send and reply / two semaphores, 2 CPUs", aAsk[2]["qor"] / aAsk[2]["two semaphores"], 1.3);

@@ -82,6 +82,7 @@ std::vector<transportMaker> busTransports();  // none where D-Bus is not install
 // Kernel calls of the library's operations, and its cost against size; printed.
 void printLibraryCalls();
 void printLibraryScaling();
+void printReserve();
 
 }  // namespace bench
 

@@ -95,7 +95,7 @@ void sample() {
 // The operator may change it while the sampler runs. Returns the period in milliseconds, within its limits.
 int setPeriod() {
     const int nPeriod = std::clamp(registryGetInt(openSettings("Sampler"), "period", 100), 10, 1000);
-    timerSetThreadTimer(timerSample, static_cast<unsigned int>(nPeriod));
+    timerSetRateTimer(timerSample, static_cast<unsigned int>(nPeriod));
     return nPeriod;
 }
 

@@ -12,7 +12,7 @@
 /// the first eight bytes of the data link it into the chain of free cells, which is in ascending order of addresses.
 /// Free neighbours are merged when a search meets them, not when they are freed.
 ///
-/// Exhaustion is a fatal assertion, never a null result. Nothing here locks. In a framed segment
+/// Exhaustion is a fatal assertion, never a null result; only try_alloc() returns null. Nothing here locks. In a framed segment
 /// (`BaseHelper/Share.h`) an operation whose process is killed has not happened. A damaged pool is the fatal assertion
 /// "broken share pool".
 ///
@@ -166,6 +166,8 @@ public:
     /// Allocates a block of nAllocSize bytes with undefined content, at a multiple of 4. O(n) in the number of free
     /// cells. Fatal: no free cell is large enough, or the pool is damaged.
     void* alloc(int nAllocSize);
+    /// As alloc(), but null if no free cell is large enough. Fatal: the pool is damaged.
+    void* try_alloc(int nAllocSize);
     /// Frees a block. O(n) in the number of used cells up to the next free one. Fatal: it is free already, it is not a
     /// block of this pool, or the pool is damaged.
     void free(void* p);
@@ -178,6 +180,10 @@ public:
     poolCheck check_pool(const QOR_ChainHelper::shareRange& range) const;
     /// As above.
     poolCheck check_pool() const { return check_pool(QOR_ChainHelper::findShareRange(this)); }
+    /// Whether the chained free cells have nSize bytes or more, headers included. Changes nothing. O(1) as long as the
+    /// last free cell alone has them, which is the part of the area that was not used yet; otherwise O(n) in the number
+    /// of free cells until the sum is reached.
+    bool has_free_size(int nSize) const;
 
     /// Internal: unlinks a cell from the chain of free cells and marks it as used.
     void pop_free_cell(poll_chain* pCell);

@@ -103,6 +103,15 @@ typedef int (*msgCallbackEx)(simpMSG* pMsg);
 QOR_API HTHREAD msgRegistWorkThread(const char* lpszThreadName, msgCallbackEx pMsgCallbackEx);
 /** The same as msgRegistWorkThread(). */
 QOR_API HTHREAD msgRegistMainThread(const char* lpszThreadName, msgCallbackEx pMsgCallbackEx);
+/** msgRegistWorkThread() that may fail. Returns 1 and the handle in *phThread (may be null), or what was missing, and
+ *  then nothing is left of the attempt:
+ *  - -1: the name is in use;
+ *  - -2: no room in the share segment;
+ *  - -3: an empty name or one of 65,536 bytes or more, or a null callback.
+ *  Fatal: the kernel has no semaphore for the thread's wake-up event. Not under nameHelperLock(). */
+QOR_API int msgTryRegistWorkThread(const char* lpszThreadName, msgCallbackEx pMsgCallbackEx, HTHREAD* phThread);
+/** The same as msgTryRegistWorkThread(). */
+QOR_API int msgTryRegistMainThread(const char* lpszThreadName, msgCallbackEx pMsgCallbackEx, HTHREAD* phThread);
 /** Unregisters the calling thread, also from inside its callback. Its timers stop, its queue and all pending messages
  *  are freed, and senders that wait for a reply get -1. Waits at most 100 ms for living senders to fetch answers that
  *  they have been given. Fatal: a handle that is stale or belongs to another thread. */
@@ -268,6 +277,45 @@ QOR_API void msgBroadpostThreadMsgEx(unsigned int uMsg, unsigned int wParam, int
                                      const void* pExtraData);
 /** msgBroadpostThreadMsgEx() without extra data. Not under nameHelperLock(). */
 QOR_API void msgBroadpostThreadMsg(unsigned int uMsg, unsigned int wParam, int lParam);
+/** Posts a message if there is room for it, and says why not:
+ *  - 1: posted;
+ *  - 0: a stale handle or a dead target;
+ *  - -1: nMaxQueued messages or more wait unread in the target's queue; -1 for no limit;
+ *  - -2: no room in the share segment, or only what msgSetPostReserve() keeps;
+ *  - -3: nExtraSize outside 0 to 1024, or one of the ids that are sent or delivered instead of posted, also to oneself.
+ *
+ *  No result but 1 leaves anything in the segment, and none is fatal. Counting costs O(n) in the number of messages in
+ *  the queue, up to nMaxQueued. Not under nameHelperLock(). */
+QOR_API int msgTryPostMsgToThread(HTHREAD hThread, unsigned int uMsg, unsigned int wParam, int lParam, int nExtraSize,
+                                  const void* pExtraData, int nMaxQueued);
+/** msgSendMsgToThreadReply() that may fail. Returns 1 when the target has replied, with the reply in *pnResult (may be
+ *  null; otherwise -1) and its data as msgSendMsgToThreadReply() gives them; 0, also when the target dies or
+ * unregisters meanwhile, -1 and -2 as msgTryPostMsgToThread(); and
+ *  - -3: nExtraSize outside 0 to 1024, a negative nReplySize, or one above 0 with a null pReply;
+ *  - -4: the time-out has passed.
+ *
+ *  It may use what msgSetPostReserve() keeps. Fatal only for what makes every send fatal: a held lock, a kernel without
+ *  a semaphore for the wake-up event of a thread that is not registered. Not under nameHelperLock(). */
+QOR_API int msgTrySendMsgToThread(HTHREAD hThread, unsigned int uMsg, unsigned int wParam, int lParam, int nExtraSize,
+                                  const void* pExtraData, int nTimeout, int nMaxQueued, int* pnResult, void* pReply,
+                                  int nReplySize, int* pnLength);
+/** How many messages wait unread in a thread's queue; -1 for a stale handle or a dead thread. O(n) in the number of
+ *  messages in the queue. */
+QOR_API int msgGetQueueLength(HTHREAD hThread);
+/** The share segment's memory for messages, in bytes: what is free, the largest single block of it, and all there is.
+ *  Each pointer may be null. A message takes 52 bytes, and 4 more than its extra data, rounded up to a multiple of 4.
+ *  O(n) in the number of all messages, under the segment's lock: not for every message. */
+QOR_API void qorGetMessageMemory(int* pnFree, int* pnLargest, int* pnTotal);
+/** Makes ordinary posts of this process leave nBytes of the messages' memory free: a post, also of a broadcast or of
+ * the notifications of a flush, that would take them answers 0 instead, with one warning per target and second. So a
+ * thread that no longer reads its queue ends nobody: sends, replies, registrations and timers still have room. With a
+ * reserve, no post is fatal for lack of room. 0, as before the call, is no reserve. The environment variable
+ * qor_reserve sets the same before the first message. Returns what it was.
+ *
+ *  The reserve holds only as far as all processes of the device have one. It adds a look at one free block to a post;
+ *  while no message was ever stored in the last part of the memory, that is all, otherwise it may add looks at as many
+ *  free blocks as make up the reserve. */
+QOR_API int msgSetPostReserve(int nBytes);
 /** Gives the sender of the message that is being handled its result at once, while the handler goes on; the handler
  *  should return the same value. Does nothing for a posted message. Fatal: a null message. */
 QOR_API void msgReplyThreadMessage(simpMSG* pMsg, int nResult);
@@ -290,8 +338,12 @@ QOR_API void msgResetMessageExtraData(simpMSG* pMsg, int nSize, const void* pDat
  *  unregisters.
  *  Fatal: an id or a period of 0, a thread that is not registered. Not under nameHelperLock(). */
 QOR_API unsigned int timerSetThreadTimer(unsigned int nTimerID, unsigned int uTimerOut);
-/** Stops and deletes a timer that timerSetThreadTimer() has made for the calling thread. Does nothing for an unknown
- *  id.
+/** timerSetThreadTimer() at a fixed rate: the timer is due uTimerOut, 2 * uTimerOut, 3 * uTimerOut, ... ms after this
+ *  call, however long its handler takes. lParam is the number of periods that were missed because the thread was busy;
+ *  they are not made up for. Not under nameHelperLock(). Fatal: as timerSetThreadTimer(). */
+QOR_API unsigned int timerSetRateTimer(unsigned int nTimerID, unsigned int uTimerOut);
+/** Stops and deletes a timer that timerSetThreadTimer() or timerSetRateTimer() has made for the calling thread. Does
+ *  nothing for an unknown id.
  *  Fatal: a thread that is not registered. */
 QOR_API void timerKillThreadTimer(unsigned int nTimerID);
 

@@ -26,9 +26,6 @@ namespace {
 
 constexpr size_t maxInHold = 32;  // messages, which take about as long as handing the lock over once
 
-// More than the pool adds to a record and its extra data.
-constexpr int sizeCellHeaders = 32;
-
 typedef std::vector<batchPost>::iterator postIterator;
 
 // Asks the kernel before the lock is taken, so that nobody waits for the answer; once for a run of posts to one task.
@@ -47,8 +44,7 @@ chMsgQueue* findQueue(const segmentHold& hold, const batchPost& post) {
 }
 
 bool hasRoom(const segmentHold& hold, const msgDraft& draft) {
-    const int nNeed = static_cast<int>(sizeMessageRecord) + draft.nExtraSize + sizeCellHeaders;
-    return hold.getObject()->m_objPool.find_big_enough_cell(nNeed) != NULL;
+    return hold.getObject()->m_objPool.find_big_enough_cell(sizeInPool(draft)) != NULL;
 }
 
 // Whether a message would leave less than a quarter of the pool free. Lives within one hold. Counting the free bytes
@@ -86,20 +82,24 @@ bool isCoalesced(const segmentHold& hold, const batchPost& post, const chMsgQueu
            objQueue.FindMessage([&post](msgObject& objMessage) { return isUnread(objMessage, post.draft); }) != NULL;
 }
 
-// Enqueues messages in one hold. Returns the first post that was not tried: a full pool ends the process, so a message
-// that may not fit is left until the threads have been woken that have a message already (bWake).
+// Enqueues messages in one hold. Returns the first post that was not tried: a full pool ends a process without a
+// reserve, so a message that may not fit is left until the threads have been woken that have a message already (bWake).
 postIterator enqueueSome(postIterator itFirst, postIterator itEnd, bool bWake) {
     checkLiveness(itFirst, itEnd);
+    const bool bReserve = postReserve() > 0;
     const segmentLock lock;
     poolBudget budget;
     for (postIterator it = itFirst; it != itEnd; ++it) {
         chMsgQueue* pQueue = it->bAlive ? findQueue(lock, *it) : NULL;
         if (pQueue == NULL || isCoalesced(lock, *it, *pQueue, budget))
             continue;
-        if (bWake && !hasRoom(lock, it->draft))
+        if (bWake && !bReserve && !hasRoom(lock, it->draft))
             return it;
         it->pMsgQueue = pQueue;
         it->pMessage = enqueueMessage(lock, *pQueue, it->draft, &it->bWake);
+        it->bRefused = it->pMessage == NULL;
+        if (it->bRefused)
+            continue;
         budget.NotePut(it->draft);
         bWake = true;
     }
@@ -124,6 +124,8 @@ void wakeAll(postIterator itFirst, postIterator itEnd) {
         return true;
     };
     for (postIterator it = itFirst; it != itEnd; ++it) {
+        if (it->bRefused)
+            warnRefusedPost(it->idTask, it->draft.uMsg);
         if (!isInLiveQueue(*it))
             continue;
         traceEmit(it->draft, it->idTask);
@@ -135,6 +137,8 @@ void wakeAll(postIterator itFirst, postIterator itEnd) {
 }  // namespace
 
 void postBatch(std::vector<batchPost>& listPost) {
+    for (batchPost& post : listPost)
+        post.draft.bKeepReserve = true;
     postIterator itWake = listPost.begin();
     for (postIterator it = listPost.begin(); it != listPost.end();) {
         const size_t nLeft = static_cast<size_t>(listPost.end() - it);

@@ -100,7 +100,7 @@ chThreadTimer* chThreadLocal::RearmTimer(const msgObject& objMessage) {
     if (pTimer == NULL || pTimer->m_pEmitedMessage != &objMessage)
         return NULL;
     pTimer->m_pEmitedMessage = NULL;
-    m_objTimerQueue.InstallTimerToQueue(pTimer);
+    m_objTimerQueue.RearmTimer(pTimer);
     return pTimer;
 }
 
@@ -109,7 +109,9 @@ int chThreadLocal::CallTimer(msgObject& objMessage) {
     chThreadTimer* pTimer = RearmTimer(objMessage);
     if (!QOR_WARN_TEXT(pTimer != NULL, "timer message without its timer"))
         return 0;
-    objMessage.SetMessage(TM_THREAD_TIMER, pTimer->m_nTimerID, loadShareWord(objMessage.lParam));
+    const int nMissed = static_cast<int>(reinterpret_cast<intptr_t>(pTimer->m_pData));
+    const int nData = pTimer->HasFixedRate() ? nMissed : loadShareWord(objMessage.lParam);
+    objMessage.SetMessage(TM_THREAD_TIMER, pTimer->m_nTimerID, nData);
     const unsigned long long uNextTick = pTimer->m_uNextTick;
     const LifetimeGuard guard(this);
     const int nHandled = CallMessageMeth(pTimer->m_pProcesser, pTimer->m_pMethod, objMessage);
@@ -148,8 +150,24 @@ int chThreadLocal::SendThreadMsgReply(UINT uMsg, UINT wParam, int lParam, int nE
                                                 pReply, nReplySize, pnLength);
     sendOutcome outcome(pReply, nReplySize);
     if (outcome.HasReplyBuffer())
-        HandleOwnMessage(makeDraft(uMsg, wParam, lParam, nExtraSize, pExtraData, true), nTimeout, outcome);
+        HandleOwnMessage(makeDraft(uMsg, wParam, lParam, nExtraSize, pExtraData, true), nTimeout, &outcome.nResult);
     return outcome.Tell(pbReplied, pnLength);
+}
+
+int chThreadLocal::TrySendThreadMsg(UINT uMsg, UINT wParam, int lParam, int nExtraSize, const void* pExtraData,
+                                    int nTimeout, int nMaxQueued, int* pnResult, void* pReply, int nReplySize,
+                                    int* pnLength) {
+    if (!IsCalledByThisThread())
+        return chThreadBase::TrySendThreadMsg(uMsg, wParam, lParam, nExtraSize, pExtraData, nTimeout, nMaxQueued,
+                                              pnResult, pReply, nReplySize, pnLength);
+    sendOutcome outcome(pReply, nReplySize);
+    msgDraft draft = makeTrySend(uMsg, wParam, lParam, nExtraSize, pExtraData, nMaxQueued);
+    draft.pnAttempt = &outcome.nAttempt;
+    if (isExtraSizeValid(draft) && outcome.IsBufferValid())
+        HandleOwnMessage(draft, nTimeout, &outcome.nResult);
+    else
+        outcome.nAttempt = attemptRefused;
+    return outcome.TellAttempt(pnResult, pnLength);
 }
 
 BOOL chThreadLocal::DeliverThreadMsgEx(UINT uMsg, UINT wParam, int lParam, int nExtraSize, const void* pExtraData,
@@ -159,29 +177,31 @@ BOOL chThreadLocal::DeliverThreadMsgEx(UINT uMsg, UINT wParam, int lParam, int n
     if (!QOR_ASSERT((nExtraSize > 0 && pExtraData != NULL) || (pExtraData == NULL && nExtraSize == 0)))
         return 0;
     sendOutcome outcome;
-    HandleOwnMessage(makeDraft(uMsg, wParam, lParam, nExtraSize, pExtraData, true), nTimeout, outcome);
+    HandleOwnMessage(makeDraft(uMsg, wParam, lParam, nExtraSize, pExtraData, true), nTimeout, &outcome.nResult);
     return outcome.bReplied;
 }
 
 // The record is never in the state "emitted", so a loop that the handler runs does not read it.
-void chThreadLocal::HandleOwnMessage(msgDraft draft, int nTimeout, sendOutcome& outcome) {
+int chThreadLocal::HandleOwnMessage(msgDraft draft, int nTimeout, int* pnResult) {
+    sendOutcome& outcome = sendOutcome::Of(pnResult);
     draft.nStatus = MT_READ;
     msgObject* pMessage = Enqueue(draft, NULL, waitDeadline(nTimeout).GetLeft());
     if (pMessage == NULL)
-        return;
+        return -1;
     const LifetimeGuard guard(this);
     DefaultProcessMessage(*pMessage);
     outcome.bReplied = 1;
     if (guard.IsGone())
-        return;
+        return -1;
     const segmentLock lock;
     chMsgQueue* pQueue = LockedQueue(lock);
     if (pQueue == NULL)
-        return;
+        return -1;
     outcome.nResult = pMessage->GetResult();
     outcome.TakeExtraData(lock, *pMessage);
     pMessage->SetStatus(MT_PROCESSED);
     pQueue->FreeMessage(pMessage);
+    return outcome.nResult;
 }
 
 // ---- proxies

@@ -133,7 +133,7 @@ void chProcessLocal::ShutdownLocalThread(chThreadLocal* pThread) {
     // Not just any queue of the task: it may have registered under another name as well.
     chThreadRemote remote;
     if (remote.BindIfValid(const_cast<chMsgQueue*>(found.pMsgQueue)) && remote.getTaskId() == found.idTask)
-        remote.PostThreadMsg(TM_THREAD_QUIT, 0, 0);
+        postFromLibrary(remote, TM_THREAD_QUIT, 0, 0);
     chJoinThread(found.idThread);
     const processHold lock(m_csLocal);
     m_listJoining.erase(std::find(m_listJoining.begin(), m_listJoining.end(), found.idThread));

@@ -74,11 +74,18 @@ void msgObject::ResetExtraData(int nExtraSize, const void* pData) {
 
 bool sendOutcome::HasReplyBuffer() const { return QOR_ASSERT(nReplySize >= 0 && (pReply != NULL || nReplySize == 0)); }
 
+int sendOutcome::TellAttempt(int* pnResult, int* pnLength) const {
+    if (pnResult != NULL)
+        *pnResult = nResult;
+    Tell(NULL, pnLength);
+    return nAttempt;
+}
+
 int sendOutcome::Tell(int* pbReplied, int* pnLength) const {
     if (pbReplied != NULL)
         *pbReplied = bReplied;
     if (pnLength != NULL)
-        *pnLength = nLength;
+        *pnLength = bReplied ? nLength : 0;
     return nResult;
 }
 

@@ -81,32 +81,45 @@ chMsgQueue::~chMsgQueue() {
 
 namespace {
 
-// The record and its extra data. If there is no room for the data, the record is freed before the pool's assertion ends
-// the process, since nobody would free a record that is in no queue.
+// Two blocks, or none. Nobody would free a block that is in no queue, so the first is freed before the pool's assertion
+// ends a process that has no room for the second.
+struct messageBlocks {
+    messageBlocks(QOR_AllocHelper::baseStaticPoolAlloc& pool, const msgDraft& draft) {
+        if (draft.nExtraSize > 0 && (pExtra = pool.try_alloc(draft.nExtraSize)) == NULL)
+            return;
+        pRecord = pool.try_alloc(sizeMessageRecord);
+        if (pRecord == NULL && pExtra != NULL)
+            pool.free(pExtra);
+    }
+    void* pRecord = NULL;  // null: there is no room
+    void* pExtra = NULL;
+};
+
 msgObject* allocRecord(QOR_AllocHelper::baseStaticPoolAlloc& pool, const msgDraft& draft) {
-    void* pCell = pool.alloc(sizeMessageRecord);
-    if (pCell == NULL)
+    const int nReserve = draft.bKeepReserve ? postReserve() : 0;
+    if (nReserve > 0 && !pool.has_free_size(nReserve + sizeInPool(draft)))
         return NULL;
-    if (draft.nExtraSize > 0 && pool.find_big_enough_cell(draft.nExtraSize) == NULL) {
-        pool.free(pCell);
-        pool.alloc(chSystemShareObject::sizeObject);
+    const messageBlocks blocks(pool, draft);
+    if (blocks.pRecord == NULL) {
+        if (!draft.bMayFail && nReserve == 0)
+            pool.alloc(chSystemShareObject::sizeObject);  // the pool's own assertion
         return NULL;
     }
     msgObject* pMessage =
-        new (static_cast<char*>(pCell) + sizeChainNode) msgObject(draft.uMsg, draft.wParam, draft.lParam);
-    if (draft.nExtraSize <= 0)
+        new (static_cast<char*>(blocks.pRecord) + sizeChainNode) msgObject(draft.uMsg, draft.wParam, draft.lParam);
+    if (blocks.pExtra == NULL)
         return pMessage;
-    void* pExtra = pool.alloc(draft.nExtraSize);
-    if (pExtra == NULL)
-        return NULL;
     if (draft.pExtraData != NULL)
-        fillShareBytes(pExtra, draft.pExtraData, draft.nExtraSize);
-    pMessage->set_pExtraData(draft.nExtraSize, pExtra);
+        fillShareBytes(blocks.pExtra, draft.pExtraData, draft.nExtraSize);
+    pMessage->set_pExtraData(draft.nExtraSize, blocks.pExtra);
     return pMessage;
 }
 
 msgObject* putMessage(chMsgQueue& objQueue, const msgDraft& draft, bool* pbWake) {
-    msgObject* pMessage = allocRecord(poolOf(&objQueue), draft);
+    const bool bFull = draft.nMaxQueued >= 0 && objQueue.GetLength(draft.nMaxQueued) >= draft.nMaxQueued;
+    msgObject* pMessage = bFull ? NULL : allocRecord(poolOf(&objQueue), draft);
+    if (draft.pnAttempt != NULL)
+        *draft.pnAttempt = bFull ? attemptFull : pMessage != NULL ? attemptDone : attemptNoRoom;
     if (pMessage == NULL)
         return NULL;
     storeShareWord(pMessage->m_bIsWaitingReply, draft.bWaitingReply ? 1u : 0u);
@@ -167,6 +180,15 @@ bool chMsgQueue::HasMessage() const {
     return messagesOf(this).Find([](list_chain_offset* p) { return messageOf(p)->GetStatus() == MT_EMITTED; }) != NULL;
 }
 
+int chMsgQueue::GetLength(int nMost) const {
+    int nLength = 0;
+    messagesOf(this).Find([&nLength, nMost](list_chain_offset* p) {
+        nLength += messageOf(p)->GetStatus() == MT_EMITTED;
+        return nLength >= nMost;
+    });
+    return nLength;
+}
+
 msgObject* chMsgQueue::FindMessage(const std::function<bool(msgObject&)>& fnMatch) const {
     return messageOf(messagesOf(this).Find([&fnMatch](list_chain_offset* p) { return fnMatch(*messageOf(p)); }));
 }
@@ -177,21 +199,44 @@ bool chMsgQueue::IsQueuedMessage(const msgObject* pMessage) const { return messa
 
 chMsgQueueManager::chMsgQueueManager() { initRoot(m_vRootQueueChain); }
 
+namespace {
+
+chMsgQueue* putQueue(const chMsgQueueManager& objManager, void* pCell, const char* lpszName) {
+    chMsgQueue* pQueue = new (static_cast<char*>(pCell) + sizeChainNode) chMsgQueue;
+    fillShareBytes(pQueue->m_szName, lpszName, strlen(lpszName) + 1);
+    storeShareWord(pQueue->m_idTask, QOR_MiscHelper::qorGetCurrentTaskId());
+
+    const shareChain chain = queuesOf(&objManager);
+    list_chain_offset* pRight =
+        chain.Find([lpszName](list_chain_offset* p) { return compareName(lpszName, queueOf(p)) >= 0; });
+    return chain.InsertBefore(pRight, nodeOf(pQueue)) ? pQueue : NULL;
+}
+
+}  // namespace
+
 chMsgQueue* chMsgQueueManager::AllocMessageQueue(const char* lpszName) {
     const size_t nLength = strlen(lpszName);
     if (!QOR_ASSERT(nLength < chSystemShareObject::sizeObject))
         return NULL;
     void* pCell = poolOf(this).alloc(static_cast<int>(sizeQueueRecord + nLength));
+    return pCell != NULL ? putQueue(*this, pCell, lpszName) : NULL;
+}
+
+// The room for the start-up message is found before anything is stored.
+chMsgQueue* tryAllocQueue(const segmentHold& hold, const char* lpszName, const msgDraft& draftStart) {
+    chMsgQueueManager& objManager = hold.getObject()->m_objManager;
+    QOR_AllocHelper::baseStaticPoolAlloc& pool = hold.getObject()->m_objPool;
+    void* pCell = pool.try_alloc(static_cast<int>(sizeQueueRecord + strlen(lpszName)));
     if (pCell == NULL)
         return NULL;
-    chMsgQueue* pQueue = new (static_cast<char*>(pCell) + sizeChainNode) chMsgQueue;
-    fillShareBytes(pQueue->m_szName, lpszName, nLength + 1);
-    storeShareWord(pQueue->m_idTask, QOR_MiscHelper::qorGetCurrentTaskId());
-
-    const shareChain chain = queuesOf(this);
-    list_chain_offset* pRight =
-        chain.Find([lpszName](list_chain_offset* p) { return compareName(lpszName, queueOf(p)) >= 0; });
-    return chain.InsertBefore(pRight, nodeOf(pQueue)) ? pQueue : NULL;
+    const messageBlocks blocks(pool, draftStart);
+    if (blocks.pRecord == NULL) {
+        pool.free(pCell);
+        return NULL;
+    }
+    pool.free(blocks.pRecord);
+    chMsgQueue* pQueue = putQueue(objManager, pCell, lpszName);
+    return pQueue != NULL && enqueueMessage(hold, *pQueue, draftStart) != NULL ? pQueue : NULL;
 }
 
 void chMsgQueueManager::FreeMessageQueue(chMsgQueue* pMsgQueue) {

@@ -14,10 +14,20 @@ namespace QOR_MsgQueueHelper {
 // A message's record in the pool: the node that links it into its queue, and the message.
 constexpr size_t sizeMessageRecord = sizeof(QOR_ChainHelper::list_chain_offset) + sizeof(msgObject);
 
-// Puts a complete message into a queue; null after a fatal assertion. *pbWake (may be null) tells whether the owner has
-// to be woken for a post: not when the message directly follows an unread one of the calling thread that has been
-// signalled, since the owner does not sleep before it has read both.
+// Puts a complete message into a queue; null after a fatal assertion, and when a message that may fail has no room or
+// finds the queue full: then nothing was changed, and the draft's *pnAttempt says which. *pbWake (may be null) tells
+// whether the owner has to be woken for a post: not when the message directly follows an unread one of the calling
+// thread that has been signalled, since the owner does not sleep before it has read both.
 msgObject* enqueueMessage(const segmentHold& hold, chMsgQueue& objQueue, const msgDraft& draft, bool* pbWake = NULL);
+
+// More than a message takes of the pool, whatever the allocator adds to its record and its extra data.
+constexpr int sizeCellHeaders = 40;
+inline int sizeInPool(const msgDraft& draft) {
+    return static_cast<int>(sizeMessageRecord) + draft.nExtraSize + sizeCellHeaders;
+}
+
+// Makes a queue of that name, with its start-up message, for the calling thread; null when there is no room for both.
+chMsgQueue* tryAllocQueue(const segmentHold& hold, const char* lpszName, const msgDraft& draftStart);
 
 // The name of a queue, also when it has lost its end.
 std::string queueName(const chMsgQueue* pQueue);

@@ -6,6 +6,8 @@
 // A registering task creates its event in the same hold of the segment's lock as its queue. Events of dead tasks are
 // destroyed under the lock on their key file, after another check that the task is dead; so a sweep that has seen a
 // dead task never destroys the event of a new task with the same id.
+#include <string.h>
+
 #include <algorithm>
 #include <atomic>
 
@@ -201,6 +203,12 @@ void chProcessLocal::ForgetOwnThreadId(const processHold& hold) {
 
 // ---- registering and unregistering
 
+static msgDraft makeStart() {
+    msgDraft draft = makeDraft(TM_THREAD_START, 0, 0, 0, NULL, false);
+    draft.nPriority = priorityStart;
+    return draft;
+}
+
 // Once in a process; a child of a fork is another one.
 static void sweepEventsOnce() {
     static std::atomic<int> s_idSwept{0};
@@ -212,48 +220,78 @@ static void sweepEventsOnce() {
 BOOL uCSystemShareHelper::CreateLocalThread(chThreadLocal& objThread) {
     if (!QOR_ASSERT(!objThread.m_strThreadName.IsEmpty()))
         return 0;
-    objThread.m_idThread = QOR_MiscHelper::qorGetCurrentThreadId();
+    const int nAttempt = RegisterThread(objThread, false);
+    if (nAttempt == attemptFull) {
+        QOR_StringHelper::chReferenceStringT<char> strText;
+        strText.Format("Thread \"%s\" alread exist.", objThread.GetThreadName());
+        QOR_ASSERT_TEXT(nAttempt != attemptFull, strText);
+    }
+    return nAttempt == attemptDone;
+}
+
+int uCSystemShareHelper::TryCreateLocalThread(chThreadLocal& objThread) {
+    if (objThread.m_strThreadName.IsEmpty() || strlen(objThread.GetThreadName()) >= chSystemShareObject::sizeObject)
+        return attemptRefused;
+    return RegisterThread(objThread, true);
+}
+
+int uCSystemShareHelper::RegisterThread(chThreadLocal& objThread, bool bMayFail) {
     // A task that is registered may register under a second name. Otherwise a queue or event of its id is that of a
     // dead task with the same id.
     const bool bFirst = m_objProcessLocal.GetCurrentThreadObject() == NULL;
     std::vector<ghostQueue> listGhost;
-    bool bExists = false;
+    int nAttempt = attemptFull;
     // Under the segment's lock, a stranger who has locked /tmp would stop the device and not only this thread.
     prepareTaskEvent(qorGetCurrentTaskId());
     {
         const segmentLock lock;
         listGhost = sweepGhostQueues(lock, bFirst ? qorGetCurrentTaskId() : 0);
-        objThread.m_pTaskEvent =
-            bFirst ? m_objProcessLocal.CreateOwnTaskEvent() : m_objProcessLocal.GetCurrentTaskEvent();
-        if (!QOR_ASSERT(objThread.m_pTaskEvent != NULL && objThread.m_pTaskEvent->IsCreateByMe()))
-            return 0;
-        bExists = lock.getObject()->m_objManager.FindMessageQueue(objThread.GetThreadName()) != NULL;
-        if (!bExists)
-            PutNewQueue(lock, objThread);
+        if (lock.getObject()->m_objManager.FindMessageQueue(objThread.GetThreadName()) == NULL) {
+            if (bMayFail)
+                objThread.setMsgQueue(tryAllocQueue(lock, objThread.GetThreadName(), makeStart()));
+            else
+                PutNewQueue(lock, objThread);
+            nAttempt = objThread.m_pMsgQueue != NULL ? attemptDone : attemptNoRoom;
+        }
+        if (nAttempt == attemptDone && !OpenOwnEvent(lock, objThread, bFirst))
+            return attemptNoRoom;
+        if (nAttempt == attemptDone)
+            noteNewQueue(*objThread.m_pMsgQueue);
     }
     traceGhostQueues(listGhost);
     qorTrace(2, "Registing thread \"%s\" ...", objThread.GetThreadName());
-    if (bExists) {
-        QOR_StringHelper::chReferenceStringT<char> strText;
-        strText.Format("Thread \"%s\" alread exist.", objThread.GetThreadName());
-        QOR_ASSERT_TEXT(!bExists, strText);
-        return 0;
+    if (nAttempt != attemptDone) {
+        if (bFirst && bMayFail)
+            DropOwnEvent();
+        return nAttempt;
     }
+    objThread.m_idThread = QOR_MiscHelper::qorGetCurrentThreadId();
     taskEvent::OfThread().Restart();
     m_objProcessLocal.RegisterLocalThread(objThread);
     sweepEventsOnce();  // the events of dead tasks that had a queue are destroyed already
-    return 1;
+    return attemptDone;
 }
 
 void uCSystemShareHelper::PutNewQueue(const segmentHold& hold, chThreadLocal& objThread) {
     chMsgQueue* pQueue = hold.getObject()->m_objManager.AllocMessageQueue(objThread.GetThreadName());
     objThread.setMsgQueue(pQueue);
-    if (pQueue == NULL)
-        return;
-    noteNewQueue(*pQueue);
-    msgDraft draft = makeDraft(TM_THREAD_START, 0, 0, 0, NULL, false);
-    draft.nPriority = priorityStart;
-    enqueueMessage(hold, *pQueue, draft);
+    if (pQueue != NULL)
+        enqueueMessage(hold, *pQueue, makeStart());
+}
+
+// The key file of the event was made before the lock was taken. Only an event removes its key file.
+void uCSystemShareHelper::DropOwnEvent() {
+    m_objProcessLocal.CreateOwnTaskEvent();
+    m_objProcessLocal.ForgetCurrentTaskEvent();
+}
+
+bool uCSystemShareHelper::OpenOwnEvent(const segmentHold& hold, chThreadLocal& objThread, bool bFirst) {
+    objThread.m_pTaskEvent = bFirst ? m_objProcessLocal.CreateOwnTaskEvent() : m_objProcessLocal.GetCurrentTaskEvent();
+    if (QOR_ASSERT(objThread.m_pTaskEvent != NULL && objThread.m_pTaskEvent->IsCreateByMe()))
+        return true;
+    hold.getObject()->m_objManager.FreeMessageQueue(objThread.m_pMsgQueue);
+    objThread.setMsgQueue(NULL);
+    return false;
 }
 
 namespace {

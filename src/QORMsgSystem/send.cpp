@@ -32,8 +32,6 @@ namespace {
 constexpr int sliceReply = 50;     // ms between two looks at an unanswered record
 constexpr int sliceReceived = 10;  // ms between two looks at an untaken record
 
-bool isExtraSizeValid(const msgDraft& draft) { return draft.nExtraSize >= 0 && draft.nExtraSize <= maxExtraSize; }
-
 // Some ids are sent or delivered when they are posted, since their handlers expect the poster to wait.
 enum class postForm { post, send, deliver };
 postForm formOfPost(UINT uMsg) {
@@ -81,6 +79,8 @@ int closeRecord(const segmentHold&, chMsgQueue& objQueue, msgObject& objMessage)
 
 }  // namespace
 
+bool isExtraSizeValid(const msgDraft& draft) { return draft.nExtraSize >= 0 && draft.nExtraSize <= maxExtraSize; }
+
 bool isAlwaysPosted(UINT uMsg) { return formOfPost(uMsg) == postForm::post; }
 
 void traceEmit(const msgDraft& draft, int idTask) {
@@ -97,8 +97,11 @@ msgObject* chThreadBase::Enqueue(const msgDraft& draft, bool* pbWake, int nLockT
     {
         const timedSegmentLock lock(isExtraSizeValid(draft) ? nLockTimeout : -1);
         const segmentHold* const pHold = lock.GetHold();
-        if (pHold == NULL)
+        if (pHold == NULL) {
+            if (draft.pnAttempt != NULL)
+                *draft.pnAttempt = attemptTimeout;
             return NULL;
+        }
         if (!IsQueueBound(*pHold) || (m_idTask != idLive && !qorIsValidTaskID(m_idTask))) {
             m_pMsgQueue = NULL;
             return NULL;
@@ -204,11 +207,11 @@ chThreadBase::recordLook chThreadBase::LookAtRecord(msgObject& objMessage, const
         look.state = waitState::done;
     else if (look.nStatus == MT_DAMAGED)
         look.state = waitState::gone;
-    if (wait.pOutcome == NULL || (look.state != waitState::done && !bGiveUp))
+    if (wait.pnResult == NULL || (look.state != waitState::done && !bGiveUp))
         return look;
     if (look.state == waitState::done)
-        wait.pOutcome->TakeExtraData(lock, objMessage);
-    wait.pOutcome->nResult = closeRecord(lock, *m_pMsgQueue, objMessage);
+        sendOutcome::Of(wait.pnResult).TakeExtraData(lock, objMessage);
+    *wait.pnResult = closeRecord(lock, *m_pMsgQueue, objMessage);
     return look;
 }
 
@@ -284,21 +287,54 @@ BOOL chThreadBase::PostThreadMsgEx(UINT uMsg, UINT wParam, int lParam, int nExtr
         SendThreadMsgEx(uMsg, wParam, lParam, nExtraSize, pExtraData, -1, NULL);
         return 1;
     }
+    msgDraft draft = makeDraft(uMsg, wParam, lParam, nExtraSize, pExtraData, false);
+    draft.bKeepReserve = true;
+    const int nAttempt = PostDraft(draft);
+    if (nAttempt == attemptNoRoom)
+        warnRefusedPost(m_idTask, uMsg);
+    return nAttempt == attemptDone;
+}
+
+int chThreadBase::TryPostThreadMsg(UINT uMsg, UINT wParam, int lParam, int nExtraSize, const void* pExtraData,
+                                   int nMaxQueued) {
+    msgDraft draft = makeDraft(uMsg, wParam, lParam, nExtraSize, pExtraData, false);
+    if (!isAlwaysPosted(uMsg) || !isExtraSizeValid(draft))
+        return attemptRefused;
+    draft.bKeepReserve = true;
+    draft.bMayFail = true;
+    draft.nMaxQueued = nMaxQueued;
+    return PostDraft(draft);
+}
+
+int chThreadBase::PostDraft(msgDraft draft) {
     bool bWake = false;
-    const msgObject* pMessage = EmitDraft(makeDraft(uMsg, wParam, lParam, nExtraSize, pExtraData, false), &bWake);
+    int nAttempt = attemptGone;
+    draft.pnAttempt = &nAttempt;
+    const msgObject* pMessage = EmitDraft(draft, &bWake);
     if (pMessage == NULL)
-        return 0;
+        return nAttempt == attemptDone ? static_cast<int>(attemptGone) : nAttempt;
     if (!bWake)
-        return 1;
+        return attemptDone;
     if (!process().SignalTask(m_idTask))
-        return 0;
+        return attemptGone;
     ownPosts::OfThread().SetSignalled(m_pMsgQueue, pMessage);
-    return 1;
+    return attemptDone;
+}
+
+BOOL postFromLibrary(chThreadBase& objThread, UINT uMsg, UINT wParam, int lParam) {
+    return objThread.PostDraft(makeDraft(uMsg, wParam, lParam, 0, NULL, false)) == attemptDone;
+}
+
+int chThreadBase::GetQueueLength() {
+    if (!IsThreadAlive())
+        return -1;
+    const segmentLock lock;
+    return IsQueueBound(lock) ? m_pMsgQueue->GetLength() : -1;
 }
 
 // The own event is created before the target can signal it. A wait that was answered has taken the signal of the
 // answer; otherwise a signal that may come late is dropped.
-BOOL chThreadBase::EmitAndWait(const msgDraft& draft, bool bReceipt, int nTimeout, sendOutcome& outcome) {
+BOOL chThreadBase::EmitAndWait(const msgDraft& draft, bool bReceipt, int nTimeout, int* pnResult) {
     if (!QOR_BaseHelper::chMutex::AssertNoneHeldHere())
         return 0;
     waitDeadline deadline(nTimeout);
@@ -308,7 +344,7 @@ BOOL chThreadBase::EmitAndWait(const msgDraft& draft, bool bReceipt, int nTimeou
     msgObject* pMessage = EmitDraft(draft, NULL, deadline.GetLeft());
     if (pMessage == NULL)
         return 0;
-    const BOOL bDone = WaitRecord(*pMessage, {bReceipt, draft.uMsg, pCurrentTaskEvent, &outcome}, deadline);
+    const BOOL bDone = WaitRecord(*pMessage, {bReceipt, draft.uMsg, pCurrentTaskEvent, pnResult}, deadline);
     if (!bReceipt && draft.uMsg > maxUntracedMsg)
         qorTrace(3, "Send message 0x%x return", draft.uMsg);
     if (!bDone || taskEvent::OfThread().IsDueAfterReply())
@@ -326,9 +362,24 @@ int chThreadBase::SendThreadMsgReply(UINT uMsg, UINT wParam, int lParam, int nEx
                                      int nTimeout, int* pbReplied, void* pReply, int nReplySize, int* pnLength) {
     sendOutcome outcome(pReply, nReplySize);
     if (QOR_ASSERT(!IsCalledByThisThread()) && outcome.HasReplyBuffer())
-        outcome.bReplied =
-            EmitAndWait(makeDraft(uMsg, wParam, lParam, nExtraSize, pExtraData, true), false, nTimeout, outcome);
+        outcome.bReplied = EmitAndWait(makeDraft(uMsg, wParam, lParam, nExtraSize, pExtraData, true), false, nTimeout,
+                                       &outcome.nResult);
     return outcome.Tell(pbReplied, pnLength);
+}
+
+int chThreadBase::TrySendThreadMsg(UINT uMsg, UINT wParam, int lParam, int nExtraSize, const void* pExtraData,
+                                   int nTimeout, int nMaxQueued, int* pnResult, void* pReply, int nReplySize,
+                                   int* pnLength) {
+    sendOutcome outcome(pReply, nReplySize);
+    msgDraft draft = makeTrySend(uMsg, wParam, lParam, nExtraSize, pExtraData, nMaxQueued);
+    draft.pnAttempt = &outcome.nAttempt;
+    if (IsCalledByThisThread() || !isExtraSizeValid(draft) || !outcome.IsBufferValid())
+        outcome.nAttempt = attemptRefused;
+    else if (EmitAndWait(draft, false, nTimeout, &outcome.nResult))
+        outcome.bReplied = 1;
+    else if (outcome.nAttempt == attemptDone)
+        outcome.nAttempt = IsThreadAlive() ? attemptTimeout : attemptGone;
+    return outcome.TellAttempt(pnResult, pnLength);
 }
 
 BOOL chThreadBase::DeliverThreadMsgEx(UINT uMsg, UINT wParam, int lParam, int nExtraSize, const void* pExtraData,
@@ -338,7 +389,7 @@ BOOL chThreadBase::DeliverThreadMsgEx(UINT uMsg, UINT wParam, int lParam, int nE
     if (!QOR_ASSERT(!IsCalledByThisThread()))
         return 0;
     sendOutcome outcome;
-    return EmitAndWait(makeDraft(uMsg, wParam, lParam, nExtraSize, pExtraData, true), true, nTimeout, outcome);
+    return EmitAndWait(makeDraft(uMsg, wParam, lParam, nExtraSize, pExtraData, true), true, nTimeout, &outcome.nResult);
 }
 
 int chThreadRemote::SendThreadMsg(UINT uMsg, UINT wParam, int lParam) {

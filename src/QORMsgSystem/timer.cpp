@@ -2,6 +2,7 @@
 //
 // Invariants: a listed timer has a period of at least 0. The timers without a pending message are in order of their
 // next expiry; one with a pending message keeps its position, and walks skip it.
+#include <algorithm>
 
 #include "QORMsgSystem/handle_table.h"
 #include "QORMsgSystem/poll_source.h"
@@ -19,6 +20,7 @@ namespace QOR_MsgQueueHelper {
 namespace {
 
 constexpr long long notRuning = -1;
+constexpr long long bitRate = 1ll << 62;  // set in the period of a timer at a fixed rate
 
 // The live timers of the process, made on first use and never destroyed.
 class timerTable : public HandleTable<chThreadTimer> {
@@ -64,8 +66,14 @@ BOOL chThreadTimer::SetTimer(long long nElapse, chMsgProcesser* pProcesser) {
 }
 
 BOOL chThreadTimer::SetTimer(long long nElapse, void* pData, chMsgProcesser* pProcesser, msgMethod pMethod) {
-    if (!QOR_ASSERT(nElapse >= 0))
-        return 0;
+    return QOR_ASSERT(nElapse >= 0) && Start(std::min(nElapse, bitRate - 1), pData, pProcesser, pMethod);
+}
+
+BOOL chThreadTimer::SetRateTimer(long long nElapse, chMsgProcesser* pProcesser, msgMethod pMethod) {
+    return QOR_ASSERT(nElapse > 0) && Start(std::min(nElapse, bitRate - 1) | bitRate, NULL, pProcesser, pMethod);
+}
+
+BOOL chThreadTimer::Start(long long nElapse, void* pData, chMsgProcesser* pProcesser, msgMethod pMethod) {
     chThreadLocal* pHost = hostThread();
     if (pHost == NULL)
         return 0;
@@ -75,6 +83,12 @@ BOOL chThreadTimer::SetTimer(long long nElapse, void* pData, chMsgProcesser* pPr
     m_pProcesser = pProcesser != NULL ? pProcesser : pHost;
     m_pMethod = pMethod != NULL ? pMethod : &chMsgProcesser::TryThreadMessage;
     return pHost->GetTimerQueue().InstallTimerToQueue(this);
+}
+
+bool chThreadTimer::HasFixedRate() const { return m_nElapse >= 0 && (m_nElapse & bitRate) != 0; }
+
+unsigned long long chThreadTimer::GetPeriod() const {
+    return static_cast<unsigned long long>(HasFixedRate() ? m_nElapse & ~bitRate : m_nElapse);
 }
 
 void chThreadTimer::KillTimer() {
@@ -154,7 +168,24 @@ void chTimerQueue::AbandonTimers() {
 }
 
 BOOL chTimerQueue::InstallTimerToQueue(chThreadTimer* pTimer) {
-    pTimer->m_uNextTick = qorGetTickCount() + static_cast<unsigned long long>(pTimer->m_nElapse);
+    InsertTimer(pTimer, qorGetTickCount() + pTimer->GetPeriod());
+    return 1;
+}
+
+// Adds the timer whose message is handled now with its next expiry.
+void chTimerQueue::RearmTimer(chThreadTimer* pTimer) {
+    if (!pTimer->HasFixedRate()) {
+        InstallTimerToQueue(pTimer);
+        return;
+    }
+    const unsigned long long uNow = qorGetTickCount(), uPeriod = pTimer->GetPeriod();
+    const unsigned long long uMissed = uNow > pTimer->m_uNextTick ? (uNow - pTimer->m_uNextTick) / uPeriod : 0;
+    pTimer->m_pData = reinterpret_cast<void*>(static_cast<uintptr_t>(std::min(uMissed, 0x7FFFFFFFull)));
+    InsertTimer(pTimer, pTimer->m_uNextTick + (uMissed + 1) * uPeriod);
+}
+
+void chTimerQueue::InsertTimer(chThreadTimer* pTimer, unsigned long long uNextTick) {
+    pTimer->m_uNextTick = uNextTick;
     auto itExist = m_listTimer.find(pTimer);
     if (itExist != m_listTimer.end()) {
         chThreadTimer* pExistTimer = *itExist;
@@ -166,13 +197,13 @@ BOOL chTimerQueue::InstallTimerToQueue(chThreadTimer* pTimer) {
         ++it;
     m_listTimer.insert(it, pTimer);
     pollSource::NoteWork();
-    return 1;
 }
 
 // The handler may have destroyed or set the timer, or have run the loop, which handled the timer again.
 void chTimerQueue::RestartTimer(uint32_t uTimer, unsigned long long uNextTick) {
     chThreadTimer* pTimer = FindTimerByWord(uTimer);
-    if (pTimer != NULL && pTimer->m_pEmitedMessage == NULL && pTimer->m_uNextTick == uNextTick)
+    if (pTimer != NULL && !pTimer->HasFixedRate() && pTimer->m_pEmitedMessage == NULL &&
+        pTimer->m_uNextTick == uNextTick)
         InstallTimerToQueue(pTimer);
 }
 

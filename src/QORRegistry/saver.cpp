@@ -54,7 +54,7 @@ bool askSaver(int idSaver, const regDocument& document) {
     if (QOR_MiscHelper::qorIsValidTaskID(idSaver)) {
         QOR_MsgQueueHelper::chThreadRemote thread(idSaver);
         const UINT uDocument = static_cast<UINT>(registry().GetHandle(&document));
-        if (thread.getTaskId() != 0 && thread.PostThreadMsg(TM_REGISTRY_CHANGE, uDocument, 0))
+        if (thread.getTaskId() != 0 && postFromLibrary(thread, TM_REGISTRY_CHANGE, uDocument, 0))
             return true;
     }
     forgetSaver(idSaver);

@@ -128,6 +128,14 @@ public:
         });
         return pLink != NULL ? cellOf(pLink) : NULL;
     }
+    // Whether the chained free cells have that many bytes.
+    bool HasFreeSize(int nSize) const {
+        const list_chain_offset* const pLast = m_chain.Last();
+        if (pLast != NULL && lengthOf(pLast) >= nSize)
+            return true;
+        int nLeft = nSize;
+        return m_chain.Find([&nLeft](const list_chain_offset* p) { return (nLeft -= lengthOf(p)) <= 0; }) != NULL;
+    }
     // Merges a cell with its right neighbour if that is free; whether it did. The header inside the merged cell stays
     // marked free, so that a block that is freed twice is noticed.
     bool JoinRight(poll_chain* pCell) const {
@@ -175,6 +183,10 @@ public:
     }
 
 private:
+    static int lengthOf(const list_chain_offset* pLink) {
+        return static_cast<int>(cellOf(pLink)->get_iOffsetRightCell());
+    }
+
     const cellArea m_area;
     const bool m_bValid;
     list_chain_offset* const m_pFreeHead;
@@ -378,13 +390,18 @@ void baseStaticPoolAlloc::disjoin_big_cell(poll_chain* pCell, int nAllocSize) {
         cells.Split(pCell, nAllocSize);
 }
 
-void* baseStaticPoolAlloc::alloc(int nAllocSize) {
+void* baseStaticPoolAlloc::try_alloc(int nAllocSize) {
     poll_chain* pResultCell = find_big_enough_cell(nAllocSize);
-    if (!QOR_ASSERT(pResultCell != NULL))
+    if (pResultCell == NULL)
         return NULL;
     pop_free_cell(pResultCell);
     noteShareAlloc(pResultCell->get_pData(), static_cast<uint32_t>(pResultCell->get_nPoolSize()));
     return pResultCell->get_pData();
+}
+
+void* baseStaticPoolAlloc::alloc(int nAllocSize) {
+    void* p = try_alloc(nAllocSize);
+    return QOR_ASSERT_TEXT(p != NULL, "pResultCell != NULL") ? p : NULL;
 }
 
 void baseStaticPoolAlloc::free(void* p) {
@@ -464,6 +481,11 @@ poolCheck baseStaticPoolAlloc::check_pool(const shareRange& range) const {
     result.m_bTiled = addressOf(pCell) == area.uEnd;
     result.m_bChained = result.m_bTiled && chain.IsSame();
     return result;
+}
+
+bool baseStaticPoolAlloc::has_free_size(int nSize) const {
+    const checkedCells cells(*this, const_cast<type_chain&>(m_FreeCellChain));
+    return cells.AreValid() && cells.HasFreeSize(nSize);
 }
 
 // ---- baseSharePoolAlloc

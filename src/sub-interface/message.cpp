@@ -4,6 +4,7 @@
 #include <string.h>
 
 #include <limits>
+#include <memory>
 
 #include "internal/launch.h"
 #include "internal/loop_watch.h"
@@ -60,6 +61,25 @@ HTHREAD msgRegistWorkThread(const char* lpszThreadName, msgCallbackEx pMsgCallba
         return NULL;
     }
     return msgMsgQueue2HTHREAD(pThread->getMsgQueue());
+}
+
+int msgTryRegistWorkThread(const char* lpszThreadName, msgCallbackEx pMsgCallbackEx, HTHREAD* phThread) {
+    if (phThread != NULL)
+        *phThread = NULL;
+    if (textEMPTY(lpszThreadName) || pMsgCallbackEx == NULL)
+        return attemptRefused;
+    std::unique_ptr<flatThread> pThread(new flatThread(lpszThreadName, pMsgCallbackEx));
+    const int nAttempt = share().TryCreateLocalThread(*pThread);
+    if (nAttempt != attemptDone)
+        return nAttempt;
+    if (phThread != NULL)
+        *phThread = msgMsgQueue2HTHREAD(pThread->getMsgQueue());
+    pThread.release();
+    return nAttempt;
+}
+
+int msgTryRegistMainThread(const char* lpszThreadName, msgCallbackEx pMsgCallbackEx, HTHREAD* phThread) {
+    return msgTryRegistWorkThread(lpszThreadName, pMsgCallbackEx, phThread);
 }
 
 HTHREAD msgRegistMainThread(const char* lpszThreadName, msgCallbackEx pMsgCallbackEx) {
@@ -258,6 +278,52 @@ void msgBroadpostThreadMsg(unsigned int uMsg, unsigned int wParam, int lParam) {
     msgBroadpostThreadMsgEx(uMsg, wParam, lParam, 0, NULL);
 }
 
+// ---- what may fail, and the room for it
+
+int msgTryPostMsgToThread(HTHREAD hThread, unsigned int uMsg, unsigned int wParam, int lParam, int nExtraSize,
+                          const void* pExtraData, int nMaxQueued) {
+    chThreadBase thread;
+    thread.BindHandle(msgHTHREAD2chMsgQueue(hThread));
+    return thread.TryPostThreadMsg(uMsg, wParam, lParam, nExtraSize, pExtraData, nMaxQueued);
+}
+
+int msgTrySendMsgToThread(HTHREAD hThread, unsigned int uMsg, unsigned int wParam, int lParam, int nExtraSize,
+                          const void* pExtraData, int nTimeout, int nMaxQueued, int* pnResult, void* pReply,
+                          int nReplySize, int* pnLength) {
+    chMsgQueue* pQueue = msgHTHREAD2chMsgQueue(hThread);
+    if (pQueue == NULL)
+        return sendOutcome().TellAttempt(pnResult, pnLength);
+    if (chThreadLocal* pOwn = ownThread(pQueue))
+        return pOwn->TrySendThreadMsg(uMsg, wParam, lParam, nExtraSize, pExtraData, nTimeout, nMaxQueued, pnResult,
+                                      pReply, nReplySize, pnLength);
+    chThreadBase thread;
+    thread.BindHandle(pQueue);
+    return thread.TrySendThreadMsg(uMsg, wParam, lParam, nExtraSize, pExtraData, nTimeout, nMaxQueued, pnResult, pReply,
+                                   nReplySize, pnLength);
+}
+
+int msgGetQueueLength(HTHREAD hThread) {
+    chThreadBase thread;
+    thread.BindHandle(msgHTHREAD2chMsgQueue(hThread));
+    return thread.GetQueueLength();
+}
+
+void qorGetMessageMemory(int* pnFree, int* pnLargest, int* pnTotal) {
+    QOR_AllocHelper::poolCheck check;
+    {
+        const segmentLock lock;
+        check = lock.getObject()->m_objPool.check_pool();
+    }
+    if (pnFree != NULL)
+        *pnFree = check.m_nFree;
+    if (pnLargest != NULL)
+        *pnLargest = check.m_nLargestFree;
+    if (pnTotal != NULL)
+        *pnTotal = static_cast<int>(sizeof(chSystemShareObject::m_aPool));
+}
+
+int msgSetPostReserve(int nBytes) { return setPostReserve(nBytes); }
+
 void msgReplyThreadMessage(simpMSG* pMsg, int nResult) {
     if (QOR_ASSERT(pMsg != NULL))
         msgObject::FromSimpMSG(pMsg)->ReplyMessage(nResult);
@@ -278,16 +344,38 @@ void msgResetMessageExtraData(simpMSG* pMsg, int nSize, const void* pData) {
 
 // ---- timers
 
-unsigned int timerSetThreadTimer(unsigned int nTimerID, unsigned int uTimerOut) {
+}  // extern "C"
+
+namespace {
+
+// The calling thread's timer of that id, made if there is none; null after a fatal assertion.
+chThreadTimer* ownTimer(unsigned int nTimerID, unsigned int uTimerOut) {
     if (!QOR_ASSERT(nTimerID != 0 && uTimerOut != 0))
-        return 0;
+        return NULL;
     chThreadLocal* pLocalThread = process().GetCurrentThreadObject();
     if (!QOR_ASSERT(pLocalThread != NULL))
-        return 0;
+        return NULL;
     chThreadTimer* pTimer = pLocalThread->GetTimerQueue().FindTimerByID(nTimerID);
+    return pTimer != NULL ? pTimer : new chThreadTimer(nTimerID);
+}
+
+}  // namespace
+
+extern "C" {
+
+unsigned int timerSetThreadTimer(unsigned int nTimerID, unsigned int uTimerOut) {
+    chThreadTimer* pTimer = ownTimer(nTimerID, uTimerOut);
     if (pTimer == NULL)
-        pTimer = new chThreadTimer(nTimerID);
+        return 0;
     pTimer->SetTimer(uTimerOut, NULL);
+    return nTimerID;
+}
+
+unsigned int timerSetRateTimer(unsigned int nTimerID, unsigned int uTimerOut) {
+    chThreadTimer* pTimer = ownTimer(nTimerID, uTimerOut);
+    if (pTimer == NULL)
+        return 0;
+    pTimer->SetRateTimer(uTimerOut, NULL);
     return nTimerID;
 }
 

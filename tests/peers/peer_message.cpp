@@ -192,6 +192,56 @@ std::string doAnswer(std::istringstream& in) {
     return strSeen;
 }
 
+// trypost THREAD ID WPARAM LPARAM SIZE SEED MOST
+std::string doTryPost(std::istringstream& in) {
+    const message m(in);
+    return std::to_string(
+        msgTryPostMsgToThread(m.hThread, m.uMsg, m.wParam, m.lParam, m.nSize, m.extra(), static_cast<int>(number(in))));
+}
+
+// fill THREAD ID: posts until there is no room; says how many messages found some
+std::string doFill(std::istringstream& in) {
+    const HTHREAD hThread = msgGetThreadByName(word(in).c_str());
+    const UINT uMsg = static_cast<UINT>(number(in));
+    int nPosted = 0;
+    while (msgTryPostMsgToThread(hThread, uMsg, 0, 0, 0, NULL, -1) == 1)
+        ++nPosted;
+    return std::to_string(nPosted);
+}
+
+// trysend THREAD ID WPARAM LPARAM SIZE SEED TIMEOUT: what came of it, and the result
+std::string doTrySend(std::istringstream& in) {
+    const message m(in);
+    int nResult = 0;
+    const int nAttempt = msgTrySendMsgToThread(m.hThread, m.uMsg, m.wParam, m.lParam, m.nSize, m.extra(),
+                                               static_cast<int>(number(in)), -1, &nResult, NULL, 0, NULL);
+    return std::to_string(nAttempt) + " " + std::to_string(nResult);
+}
+
+// tryregister NAME: and gives the name back at once
+std::string doTryRegister(std::istringstream& in) {
+    HTHREAD hThread = NULL;
+    const int nAttempt = msgTryRegistWorkThread(
+        word(in).c_str(), [](simpMSG*) { return -1; }, &hThread);
+    if (hThread != NULL)
+        msgUnregistWorkThread(hThread);
+    return std::to_string(nAttempt);
+}
+
+std::string doReserve(std::istringstream& in) {
+    return std::to_string(msgSetPostReserve(static_cast<int>(number(in))));
+}
+
+std::string doLength(std::istringstream& in) {
+    return std::to_string(msgGetQueueLength(msgGetThreadByName(word(in).c_str())));
+}
+
+std::string doMemory(std::istringstream&) {
+    int nFree = 0, nLargest = 0, nTotal = 0;
+    qorGetMessageMemory(&nFree, &nLargest, &nTotal);
+    return std::to_string(nFree) + " " + std::to_string(nLargest) + " " + std::to_string(nTotal);
+}
+
 // Handles what is queued and says how many messages a handler saw.
 std::string doDrain(std::istringstream&) {
     while (s_peer.pThread->ProcessOneMessageFromQueue() != 0) {
@@ -369,6 +419,13 @@ const peerCommands& messageCommands() {
         {"broadcast", doBroadcast},
         {"take", doTake},
         {"ask", doAsk},
+        {"trypost", doTryPost},
+        {"fill", doFill},
+        {"trysend", doTrySend},
+        {"tryregister", doTryRegister},
+        {"reserve", doReserve},
+        {"length", doLength},
+        {"memory", doMemory},
         {"answer", doAnswer},
         {"drain", doDrain},
         {"peek", doPeek},

@@ -159,6 +159,49 @@ TEST_P(Mixed, TheDataOfAnAnswerComeFromTheOther) {
     EXPECT_EQ("0", B().ask("drain"));
 }
 
+TEST_P(Mixed, AttemptsFindTheQueuesAndTheMemoryOfTheOther) {
+    registerBoth();
+    for (const char* lpszExpected : {"1", "1", "1", "-1"})
+        EXPECT_EQ(lpszExpected, A().ask("trypost bee 0x250 1 2 40 5 3"));
+    EXPECT_EQ("3", A().ask("length bee"));
+    EXPECT_EQ("3", B().ask("length bee"));
+    EXPECT_EQ(seen("thread", 0x250, 1, 2, 40, 5), B().ask("take 0"));
+    EXPECT_EQ("-1", A().ask("tryregister bee"));
+    EXPECT_EQ("2", B().ask("drain"));
+
+    EXPECT_EQ("0", A().ask("reserve 4096"));
+    EXPECT_GT(atoi(A().ask("fill bee 0x250").c_str()), 1000);
+    const std::string strMemory = A().ask("memory");
+    EXPECT_EQ(strMemory, B().ask("memory"));
+    EXPECT_GE(atoi(strMemory.c_str()), 4096);
+    EXPECT_LT(atoi(strMemory.c_str()), 4096 + 200);
+    EXPECT_EQ("-4 -1", A().ask("trysend bee 0x251 3 4 8 6 20"));  // the reserve has room for it
+    EXPECT_GT(atoi(B().ask("drain").c_str()), 1000);
+    A().start("trysend bee 0x251 3 4 8 6 -1");
+    EXPECT_EQ(seen("thread", 0x251, 3, 4, 8, 6), B().ask("take 7"));
+    EXPECT_EQ("1 7", A().finish());
+
+    EXPECT_EQ("4096", A().ask("reserve 0"));
+    EXPECT_GT(atoi(B().ask("fill ay 0x250").c_str()), 1000);
+    EXPECT_EQ("-2", A().ask("trypost bee 0x250 1 2 0 0 -1"));
+    EXPECT_EQ("-2 -1", A().ask("trysend bee 0x250 1 2 0 0 -1"));
+    EXPECT_EQ("-2", A().ask("tryregister more"));
+    EXPECT_GT(atoi(A().ask("drain").c_str()), 1000);
+}
+
+TEST_P(Mixed, TheReserveOfTheEnvironmentIsThatOfTheProcess) {
+    setenv("qor_reserve", "12345", 1);
+    peer third(GetParam().first, "C");
+    setenv("qor_reserve", "12k", 1);
+    peer fourth(GetParam().second, "D");
+    unsetenv("qor_reserve");
+    EXPECT_EQ("12345", third.ask("reserve 1"));
+    EXPECT_EQ("1", third.ask("reserve 1"));
+    EXPECT_EQ("0", fourth.ask("reserve 1"));
+    EXPECT_NE(std::string::npos, fourth.errors().find("qor_reserve is not a number of bytes: \"12k\""));
+    EXPECT_EQ("0", A().ask("reserve 0"));
+}
+
 TEST_P(Mixed, ADeliveredMessageIsTakenByTheOther) {
     registerBoth();
     A().start("deliver bee 0x201 3 4");

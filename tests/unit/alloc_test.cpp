@@ -439,6 +439,36 @@ TEST_F(Pool, ACheckFindsDamagedCellsAndLinksWithoutFollowingThem) {
     }
 }
 
+TEST_F(Pool, AnAttemptToAllocateIsNullWithoutRoom) {
+    EXPECT_EQ(nullptr, pool().try_alloc(nArea - 3));
+    EXPECT_EQ(nullptr, pool().try_alloc(0x7FFFFFFF));
+    EXPECT_EQ(cells{-nArea}, lengths());
+    void* p = pool().try_alloc(nArea - 4);
+    EXPECT_EQ(m_block.aArea + 4, p);
+    EXPECT_EQ(nullptr, pool().try_alloc(1));
+    pool().free(p);
+    EXPECT_EQ(pool().begin_cell()->get_pData(), pool().try_alloc(20));
+    EXPECT_EQ((cells{24, -(nArea - 24)}), lengths());
+}
+
+TEST_F(Pool, KnowsWhetherItsFreeCellsAddUpToASize) {
+    EXPECT_TRUE(pool().has_free_size(nArea));
+    EXPECT_FALSE(pool().has_free_size(nArea + 1));
+    std::vector<void*> listBlock;
+    while (void* p = pool().try_alloc(28))
+        listBlock.push_back(p);
+    ASSERT_EQ(8u, listBlock.size());
+    EXPECT_TRUE(pool().has_free_size(0));
+    EXPECT_FALSE(pool().has_free_size(1));
+    for (size_t i = 0; i < 8; i += 2)
+        pool().free(listBlock[i]);
+    const std::vector<int> listBefore = lengths();
+    EXPECT_TRUE(pool().has_free_size(32));
+    EXPECT_TRUE(pool().has_free_size(128));
+    EXPECT_FALSE(pool().has_free_size(129));
+    EXPECT_EQ(listBefore, lengths());
+}
+
 TEST_F(Pool, FreeingTwiceIsFatal) {
     void* pA = pool().alloc(20);
     void* pB = pool().alloc(20);
@@ -755,6 +785,7 @@ TEST_F(DamagedPool, AnAreaOutsideTheSegmentIsFatalForEveryOperation) {
         EXPECT_FATAL("_chAlloc", m_pBlock->pool.free(p), "broken share pool");
         EXPECT_FATAL("_chAlloc", m_pBlock->pool.cleanup_pool(), "broken share pool");
         EXPECT_FATAL("_chAlloc", m_pBlock->pool.find_big_enough_cell(8), "broken share pool");
+        EXPECT_FATAL("_chAlloc", m_pBlock->pool.has_free_size(8), "broken share pool");
     };
     for (int32_t nSize : {-1, 0x7FFFFFFF, 0x7FFFFFFE, 5000})
         expectBroken(0, nSize);

@@ -198,6 +198,16 @@ void addRegistration(table& listRow, const char* lpszFunction, HTHREAD (*pRegist
         });
 }
 
+void addTryRegistration(table& listRow, const char* lpszFunction,
+                        int (*pRegist)(const char*, msgCallbackEx, HTHREAD*)) {
+    rowsOf(listRow, lpszFunction).good("names that cannot be registered", [=]() {
+        return pRegist(NULL, onMessage, NULL) == -3 && pRegist("", onMessage, NULL) == -3 &&
+               pRegist("x", NULL, NULL) == -3 && pRegist(strTooLong.c_str(), onMessage, NULL) == -3 &&
+               pRegist(strTooLong.c_str() + 4500, onMessage, NULL) == -2 &&
+               registered([=](HTHREAD) { return pRegist("me", onMessage, NULL) == -1; });
+    });
+}
+
 void addUnregistration(table& listRow, const char* lpszFunction, void (*pUnregist)(HTHREAD)) {
     const char* lpszText = "g_uCSystemShareHelper.IsValidMessageQueue(pMsgQueue)";
     rowsOf rows(listRow, lpszFunction);
@@ -224,6 +234,8 @@ void addUnregistration(table& listRow, const char* lpszFunction, void (*pUnregis
 void addThreads(table& listRow) {
     addRegistration(listRow, "msgRegistWorkThread", msgRegistWorkThread, msgUnregistWorkThread);
     addRegistration(listRow, "msgRegistMainThread", msgRegistMainThread, msgUnregistMainThread);
+    addTryRegistration(listRow, "msgTryRegistWorkThread", msgTryRegistWorkThread);
+    addTryRegistration(listRow, "msgTryRegistMainThread", msgTryRegistMainThread);
     addUnregistration(listRow, "msgUnregistWorkThread", msgUnregistWorkThread);
     addUnregistration(listRow, "msgUnregistMainThread", msgUnregistMainThread);
     rowsOf(listRow, "msgDefaultThreadRun").fatal("an unregistered thread", szFlat, "pLocalThread != NULL", []() {
@@ -325,6 +337,13 @@ std::vector<sender> senders() {
                  return bReplied == (nResult != -1) ? nResult : 12345;
              },
              true},
+            {"msgSendMsgToThreadReply", -1,
+             [](HTHREAD h, int n, const void* p) {
+                 int nLength = 7;
+                 const int nResult = msgSendMsgToThreadReply(h, 0x100, 1, 2, n, p, 0, NULL, NULL, 0, &nLength);
+                 return nLength == (nResult != -1 ? nResult : 0) ? nResult : 12345;
+             },
+             true},
             {"msgSendMsgToThreadTimeoutEx", -1,
              [](HTHREAD h, int n, const void* p) { return msgSendMsgToThreadTimeoutEx(h, 0x100, 1, 2, n, p, INT_MIN); },
              true},
@@ -397,6 +416,62 @@ void addTimeouts(table& listRow) {
     raw.good("no place for the reply flag", []() {
         return registered(
             [](HTHREAD h) { return msgSendMsgToThreadRaw(h, 0x100, 0, 0, 4, "abc", INT_MAX, NULL) == 4; });
+    });
+}
+
+// Nothing that these find wrong is fatal.
+void addAttempts(table& listRow) {
+    const auto fnPost = [](HTHREAD h, int n, const void* p) { return msgTryPostMsgToThread(h, 0x100, 1, 2, n, p, -1); };
+    const auto fnSend = [](HTHREAD h, int n, const void* p, void* pReply = NULL, int nReplySize = 0) {
+        return msgTrySendMsgToThread(h, 0x100, 1, 2, n, p, 0, -1, NULL, pReply, nReplySize, NULL);
+    };
+    rowsOf post(listRow, "msgTryPostMsgToThread"), send(listRow, "msgTrySendMsgToThread");
+    post.good("handles of no thread",
+              [=]() { return refusesStrangers([=](HTHREAD h) { return fnPost(h, 4, "abc") == 0; }); });
+    send.good("handles of no thread",
+              [=]() { return refusesStrangers([=](HTHREAD h) { return fnSend(h, 4, "abc") == 0; }); });
+    for (const int nSize : {-1, 1025, INT_MAX, INT_MIN})
+        post.good("size " + std::to_string(nSize), [=]() {
+            return registered([=](HTHREAD h) {
+                return fnPost(h, nSize, "x") == -3 && fnPost(h, nSize, NULL) == 1 && fnSend(h, nSize, "x") == -3 &&
+                       msgTryPostMsgToThread(h, 0x100, 0, 0, 0, NULL, nSize) == 1;
+            });
+        });
+    send.good("a buffer without its size, a size without its buffer", [=]() {
+        return registered([=](HTHREAD h) {
+            return fnSend(h, 1, "x", NULL, 1) == -3 && fnSend(h, 1, "x", &strTooLong[0], -1) == -3 &&
+                   fnSend(h, 1, "x", &strTooLong[0], 0) == 1;
+        });
+    });
+}
+
+void addMemory(table& listRow) {
+    rowsOf(listRow, "msgGetQueueLength").good("handles of no thread", []() {
+        return refusesStrangers([](HTHREAD h) { return msgGetQueueLength(h) == -1; });
+    });
+    rowsOf(listRow, "qorGetMessageMemory").good("nothing to store", []() {
+        return qorGetMessageMemory(NULL, NULL, NULL), true;
+    });
+    rowsOf(listRow, "msgSetPostReserve").good("sizes that are none", []() {
+        msgSetPostReserve(INT_MIN);
+        const bool bNone = msgSetPostReserve(INT_MAX) == 0;
+        return bNone && registered([](HTHREAD h) {
+                   const bool bRefused = msgPostMsgToThread(h, 0x100, 0, 0) == 0;
+                   return msgSetPostReserve(0) == 65536 && bRefused;
+               });
+    });
+}
+
+void addReplyBuffers(table& listRow) {
+    rowsOf rows(listRow, "msgSendMsgToThreadReply");
+    const char* lpszText = "nReplySize >= 0 && (pReply != NULL || nReplySize == 0)";
+    const auto fnAsk = [](HTHREAD h, void* pReply, int nReplySize) {
+        return msgSendMsgToThreadReply(h, 0x100, 0, 0, 1, "x", -1, NULL, pReply, nReplySize, NULL) == 1;
+    };
+    rows.fatal("a size without its buffer", szMessages, lpszText,
+               [=]() { registered([=](HTHREAD h) { return fnAsk(h, NULL, 1); }); });
+    rows.good("buffers of no size, or larger than any message", [=]() {
+        return registered([=](HTHREAD h) { return fnAsk(h, &strTooLong[0], 0) && fnAsk(h, &strTooLong[0], 70000); });
     });
 }
 
@@ -514,20 +589,25 @@ void addMessageView(table& listRow) {
 
 // ---- timers, counters, named blocks, trace
 
-void addTimers(table& listRow) {
-    rowsOf rows(listRow, "timerSetThreadTimer");
-    rows.fatal("id 0", szFlat, "nTimerID != 0 && uTimerOut != 0", []() { timerSetThreadTimer(0, 1); })
-        .fatal("period 0", szFlat, "nTimerID != 0 && uTimerOut != 0", []() { timerSetThreadTimer(1, 0); })
-        .fatal("an unregistered thread", szFlat, "pLocalThread != NULL", []() { timerSetThreadTimer(1, 1); });
+void addTimer(table& listRow, const char* lpszFunction, unsigned int (*pSet)(unsigned int, unsigned int)) {
+    rowsOf rows(listRow, lpszFunction);
+    rows.fatal("id 0", szFlat, "nTimerID != 0 && uTimerOut != 0", [=]() { pSet(0, 1); })
+        .fatal("period 0", szFlat, "nTimerID != 0 && uTimerOut != 0", [=]() { pSet(1, 0); })
+        .fatal("an unregistered thread", szFlat, "pLocalThread != NULL", [=]() { pSet(1, 1); });
     for (const UINT uValue : {1u, 0x7FFFFFFFu, 0x80000000u, 0xFFFFFFFFu})
-        rows.good("id and period " + std::to_string(uValue), [uValue]() {
-            return registered([uValue](HTHREAD) {
-                const bool bSame = timerSetThreadTimer(uValue, uValue) == uValue;
+        rows.good("id and period " + std::to_string(uValue), [=]() {
+            return registered([=](HTHREAD) {
+                const bool bSame = pSet(uValue, uValue) == uValue;
                 msgProcessThreadMsgOnce(msgGetCurrentThreadObject());
                 timerKillThreadTimer(uValue);
                 return bSame;
             });
         });
+}
+
+void addTimers(table& listRow) {
+    addTimer(listRow, "timerSetThreadTimer", timerSetThreadTimer);
+    addTimer(listRow, "timerSetRateTimer", timerSetRateTimer);
     rowsOf(listRow, "timerKillThreadTimer")
         .fatal("an unregistered thread", szFlat, "pLocalThread != NULL", []() { timerKillThreadTimer(1); })
         .good("ids that never were", []() {
@@ -840,6 +920,9 @@ table allRows() {
     addLaunching(listRow);
     addSending(listRow);
     addTimeouts(listRow);
+    addAttempts(listRow);
+    addMemory(listRow);
+    addReplyBuffers(listRow);
     addPosting(listRow);
     addForgedMessages(listRow);
     addBroadcast(listRow);

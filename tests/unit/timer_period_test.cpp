@@ -3,6 +3,7 @@
 
 #include "qor/BaseHelper/Tick.h"
 #include "qor/TraceHelper.h"
+#include "support/fatal.h"
 #include "support/message_thread.h"
 
 using namespace QOR_MsgQueueHelper;
@@ -126,6 +127,96 @@ TEST(TimerPeriod, TheLibrarysOwnMessagesAreNotTraced) {
     EXPECT_FALSE(thread.getMsgQueue()->HasMessage());
     fflush(stdout);
     EXPECT_EQ("", testing::internal::GetCapturedStdout());
+}
+
+// ---- at a fixed rate
+
+// Handles messages of a rate timer until it has come nCount times, spending uWork ms on each, and checks that it comes
+// on its grid: at no time before an expiry, and with every period that has passed either fired or told as missed.
+void checkGrid(UINT uPeriod, unsigned uWork, int nCount, const std::function<void()>& fnStart, int* pnMissed) {
+    unsigned long long uStart = 0, uStarted = 0, uLast = 0;  // the start lies between the first two
+    unsigned long long uGrid = 1;  // the period whose end is due next
+    int nFired = 0;
+    currentThread thread("me", [&](msgObject& m) {
+        if (m.uMsg != TM_THREAD_TIMER)
+            return -1;
+        EXPECT_EQ(7u, m.wParam);
+        EXPECT_GE(m.lParam, 0);
+        const unsigned long long uMissed = static_cast<unsigned>(m.lParam);
+        EXPECT_GE(qorGetTickCount(), uStart + (uGrid + uMissed) * uPeriod);
+        EXPECT_LT(uLast, uStarted + (uGrid + uMissed + 1) * uPeriod);
+        uGrid += uMissed + 1;
+        *pnMissed += m.lParam;
+        uLast = qorGetTickCount();
+        work(uWork);
+        return ++nFired;
+    });
+    uStart = qorGetTickCount();
+    fnStart();
+    uStarted = qorGetTickCount();
+    while (nFired < nCount)
+        thread.ProcessThreadMessageOnce();
+}
+
+TEST(RateTimer, IsDueAtMultiplesOfItsPeriodWhateverItsHandlerTakes) {
+    int nMissed = 0;
+    chThreadTimer timer(7);
+    checkGrid(
+        20, 12, 8, [&] { timer.SetRateTimer(20, NULL); }, &nMissed);
+}
+
+TEST(RateTimer, TellsWhatItMissedAndReplaysNothing) {
+    int nMissed = 0;
+    checkGrid(
+        10, 35, 4, [&] { EXPECT_EQ(7u, timerSetRateTimer(7, 10)); }, &nMissed);
+    EXPECT_GE(nMissed, 3 * 2);
+}
+
+TEST(RateTimer, ChangesIntoAnOrdinaryTimerAndBack) {
+    std::vector<int> listParam;
+    currentThread thread("me", [&](msgObject& m) {
+        if (m.uMsg != TM_THREAD_TIMER)
+            return -1;
+        listParam.push_back(m.lParam);
+        work(5);
+        return 0;
+    });
+    const auto fnRun = [&](size_t nCount) {
+        listParam.clear();
+        while (listParam.size() < nCount)
+            thread.ProcessThreadMessageOnce();
+    };
+    timerSetRateTimer(7, 1);
+    fnRun(3);
+    EXPECT_GE(listParam[2], 4);
+    timerSetThreadTimer(7, 1);
+    fnRun(3);
+    EXPECT_EQ((std::vector<int>{0, 0, 0}), listParam);
+    timerSetRateTimer(7, 1);
+    fnRun(3);
+    EXPECT_GE(listParam[2], 4);
+    timerKillThreadTimer(7);
+    EXPECT_EQ(-1, thread.GetTimerQueue().GetNextTimerTicks());
+}
+
+TEST(RateTimer, CallsAMethodOfAProcessor) {
+    struct counter : chMsgProcesser {
+        int OnTimer(msgObject&) { return ++m_nFired; }
+        int m_nFired = 0;
+    } objCounter;
+    currentThread thread("me");
+    chThreadTimer timer(7);
+    timer.SetRateTimer(1, &objCounter, static_cast<msgMethod>(&counter::OnTimer));
+    while (objCounter.m_nFired < 3)
+        thread.ProcessThreadMessageOnce();
+}
+
+TEST(RateTimer, NeedsAPeriod) {
+    chThreadTimer timer(7);
+    EXPECT_FATAL("QORMsgSystem", timer.SetRateTimer(0, NULL), "nElapse > 0");
+    EXPECT_FATAL("sub-interface", timerSetRateTimer(7, 0), "nTimerID != 0 && uTimerOut != 0");
+    EXPECT_FATAL("sub-interface", timerSetRateTimer(0, 7), "nTimerID != 0 && uTimerOut != 0");
+    EXPECT_FATAL("sub-interface", timerSetRateTimer(7, 7), "pLocalThread != NULL");
 }
 
 }  // namespace

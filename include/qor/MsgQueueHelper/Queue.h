@@ -51,6 +51,8 @@ public:
     msgObject* read_message();
     /// Whether a message of status MT_EMITTED waits.
     bool HasMessage() const;
+    /// How many messages of status MT_EMITTED wait; counts no further than nMost. O(n) in the number of messages.
+    int GetLength(int nMost = 0x7FFFFFFF) const;
     /// The first message for which fnMatch returns true, or null.
     msgObject* FindMessage(const std::function<bool(msgObject&)>& fnMatch) const;
     /// Whether the record is one of this queue's messages. It is compared, never followed.

@@ -41,6 +41,10 @@ public:
     /// Registers the calling thread: frees the queues of dead threads, creates its queue and its event. Returns 1.
     /// Not under the share lock. Fatal: an empty name, a name in use on the device.
     BOOL CreateLocalThread(chThreadLocal& objThread);
+    /// Registers the calling thread if its name is free and there is room; otherwise nothing is left. Returns 1; -1:
+    /// the name is in use; -2: no room in the segment; -3: an empty name, or one of 65,536 bytes or more. Not under the
+    /// share lock. Fatal: the kernel has no semaphore for the thread's event.
+    int TryCreateLocalThread(chThreadLocal& objThread);
     /// Unregisters the calling thread. Waits at most 100 ms for living senders to fetch their answers; a sender whose
     /// message is not yet answered gets -1. Not under the share lock. Fatal: not registered, or called by another
     /// thread.
@@ -59,7 +63,10 @@ public:
     void AtExit();
 
 private:
+    int RegisterThread(chThreadLocal& objThread, bool bMayFail);
     void PutNewQueue(const segmentHold& hold, chThreadLocal& objThread);
+    void DropOwnEvent();
+    bool OpenOwnEvent(const segmentHold& hold, chThreadLocal& objThread, bool bFirst);
     void WaitForAnswered(const chThreadLocal& objThread);
 
     chProcessLocal m_objProcessLocal;

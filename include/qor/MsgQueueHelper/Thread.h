@@ -48,7 +48,6 @@ namespace QOR_MsgQueueHelper {
 
 // Within the library: a message that is in no queue yet, what is left of a wait, and the two sides of a launch.
 struct msgDraft;
-struct sendOutcome;
 class waitDeadline;
 class launchWait;
 class launchedThread;
@@ -79,6 +78,16 @@ public:
     /// Posts a message. Returns 1, or 0 when the thread no longer exists. Ids 0x70001, 0xA0006, 0x70006, 0x70007 and
     /// 0x70002 are never posted to another thread but sent or delivered, which blocks. Not under the share lock.
     BOOL PostThreadMsgEx(UINT uMsg, UINT wParam, int lParam, int nExtraSize, const void* pExtraData);
+    /// Posts a message if there is room for it; see msgTryPostMsgToThread() for the results. Not under the share lock.
+    int TryPostThreadMsg(UINT uMsg, UINT wParam, int lParam, int nExtraSize, const void* pExtraData, int nMaxQueued);
+    /// Sends a message if there is room for it; see msgTrySendMsgToThread() for the results. Called by the thread
+    /// itself, returns -3. Not under the share lock.
+    int TrySendThreadMsg(UINT uMsg, UINT wParam, int lParam, int nExtraSize, const void* pExtraData, int nTimeout,
+                         int nMaxQueued, int* pnResult = NULL, void* pReply = NULL, int nReplySize = 0,
+                         int* pnLength = NULL);
+    /// How many messages wait unread in the thread's queue; -1 when the thread no longer exists. O(n) in the number of
+    /// messages. Not under the share lock.
+    int GetQueueLength();
     /// Sends a message to another thread and waits for its reply. Returns the result, or -1 when the thread no longer
     /// exists or the time-out has passed; *pbReplied (may be null) tells whether it replied. A message closed by a
     /// time-out before the thread took it is never handled. The time-out also limits the wait for the segment's lock
@@ -145,18 +154,21 @@ private:
         bool bReceipt;  // wait until the message is taken, not until it is answered
         UINT uMsg;
         QOR_BaseHelper::chEvent* pEvent;  // the caller's own
-        sendOutcome* pOutcome;            // not null: close the record at the end and store what it holds
+        int* pnResult;                    // not null, that of a sendOutcome: close the record and store what it holds
     };
+
+    friend BOOL postFromLibrary(chThreadBase& objThread, UINT uMsg, UINT wParam, int lParam);
 
     bool IsQueueBound(const segmentHold& hold);
     int FindLiveOwner() const;
+    int PostDraft(msgDraft draft);
     bool HasOwnRecord(const segmentHold& hold, const msgObject& objMessage);
     recordLook LookAtRecord(msgObject& objMessage, const recordWait& wait, bool bGiveUp);
     BOOL GiveUpRecord(msgObject& objMessage, const recordWait& wait);
     void WaitOwnEvent(recordWait& wait, int nTime);
     BOOL WaitRecord(msgObject& objMessage, recordWait wait, waitDeadline deadline);
     BOOL WaitAlone(msgObject& objMessage, bool bReceipt, int nTimeout);
-    BOOL EmitAndWait(const msgDraft& draft, bool bReceipt, int nTimeout, sendOutcome& outcome);
+    BOOL EmitAndWait(const msgDraft& draft, bool bReceipt, int nTimeout, int* pnResult);
 };
 
 /// Sends a plain structure to a thread (chThreadBase, chThreadRemote or chThreadLocal) and receives another one, which
@@ -251,6 +263,10 @@ public:
     /// As chThreadBase::SendThreadMsgReply(); called by the thread itself, handles the message at once.
     int SendThreadMsgReply(UINT uMsg, UINT wParam, int lParam, int nExtraSize, const void* pExtraData, int nTimeout,
                            int* pbReplied, void* pReply, int nReplySize, int* pnLength);
+    /// As chThreadBase::TrySendThreadMsg(); called by the thread itself, handles the message at once.
+    int TrySendThreadMsg(UINT uMsg, UINT wParam, int lParam, int nExtraSize, const void* pExtraData, int nTimeout,
+                         int nMaxQueued, int* pnResult = NULL, void* pReply = NULL, int nReplySize = 0,
+                         int* pnLength = NULL);
     /// As chThreadBase::DeliverThreadMsgEx(); called by the thread itself, handles the message at once.
     BOOL DeliverThreadMsgEx(UINT uMsg, UINT wParam, int lParam, int nExtraSize, const void* pExtraData, int nTimeout);
     /// Posts a call of a method of an object of this process to this thread; whether it was posted. Any thread may call
@@ -301,7 +317,7 @@ private:
     void RestPolled(int nHandled);
     bool HasWork();
     bool WaitForWork(int nTime);
-    void HandleOwnMessage(msgDraft draft, int nTimeout, sendOutcome& outcome);
+    int HandleOwnMessage(msgDraft draft, int nTimeout, int* pnResult);
     chMsgQueue* LockedQueue(const segmentHold& hold);
     msgObject* TakeMessage();
     msgObject* FinishAndTake(msgObject* pHandled);

@@ -1,11 +1,15 @@
 /// @file
-/// Periodic timers of a registered thread.
+/// Periodic timers of a registered thread: after each other, or at a fixed rate.
 ///
 /// A timer lives in the memory of its process and fires on its host thread only: when it is due, the host's loop
 /// queues one message for it, and when that message has been handled the timer is set again from that moment. So
 /// a busy thread gets at most one pending message per timer, and missed periods are not caught up: a timer of 100 ms
 /// whose handler takes 30 ms fires about every 130 ms. A handler that runs its thread's loop (Dogsleep()) may meet its
 /// timer again meanwhile.
+///
+/// A timer at a fixed rate (chThreadTimer::SetRateTimer()) is due at its start plus 1, 2, 3, ... periods, however long
+/// its handler takes. It also has at most one pending message; when it is handled late, lParam tells how many periods
+/// were missed, and none of them is made up for.
 ///
 /// @code
 /// QOR_MsgQueueHelper::chThreadTimer timer(7);
@@ -46,6 +50,10 @@ public:
     BOOL SetTimer(long long nElapse, chMsgProcesser* pProcesser);
     /// As above with a method (null for TryThreadMessage) and a value whose low 32 bits become lParam.
     BOOL SetTimer(long long nElapse, void* pData, chMsgProcesser* pProcesser, msgMethod pMethod);
+    /// Starts or restarts the timer at a fixed rate: as above, but its expiries do not move with the time that handlers
+    /// take, and lParam is the number of periods that were missed since the last message. Fatal: a period not above 0,
+    /// a thread that is not registered.
+    BOOL SetRateTimer(long long nElapse, chMsgProcesser* pProcesser, msgMethod pMethod = NULL);
     /// Stops the timer and frees its pending message. Not under the share lock.
     void KillTimer();
     /// Whether the timer has a period.
@@ -63,13 +71,19 @@ private:
     friend class chTimerQueue;
     friend class chThreadLocal;
 
+    BOOL Start(long long nElapse, void* pData, chMsgProcesser* pProcesser, msgMethod pMethod);
+
+    bool HasFixedRate() const;
+    unsigned long long GetPeriod() const;
+
+    // Programs contain timers, also those that were built with earlier headers: these members stay as they are.
     UINT m_nTimerID;
-    long long m_nElapse;
+    long long m_nElapse;  // the period, with a bit for a fixed rate
     chMsgProcesser* m_pProcesser;
     msgMethod m_pMethod;
     chThreadLocal* m_pHostThread;
     msgObject* m_pEmitedMessage;
-    void* m_pData;
+    void* m_pData;  // of a timer at a fixed rate: how many periods had passed when its message was taken
     unsigned long long m_uNextTick;
 };
 
@@ -100,15 +114,19 @@ public:
     void DestoryTimerOnExit();
     /// Forgets every timer without touching the thread's queue.
     void AbandonTimers();
-    /// Starts the timer's period anew after its handler has returned, unless the handler has changed the timer: its
-    /// expiry is no longer uNextTick, or a message is pending.
+    /// Starts the timer's period anew after its handler has returned, unless it has a fixed rate, or the handler has
+    /// changed the timer: its expiry is no longer uNextTick, or a message is pending.
     void RestartTimer(uint32_t uTimer, unsigned long long uNextTick);
     /// The listed timer that wrote this word into its message, or null.
     chThreadTimer* FindTimerByWord(uint32_t uTimer) const;
 
 private:
+    friend class chThreadLocal;
+
     template <typename Fn>
     chThreadTimer* FindTimer(Fn fnMatch) const;
+    void RearmTimer(chThreadTimer* pTimer);
+    void InsertTimer(chThreadTimer* pTimer, unsigned long long uNextTick);
 
     QOR_ListHelper::chObjList_dynamic<chThreadTimer*, 16> m_listTimer;
 };
