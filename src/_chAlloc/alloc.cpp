@@ -131,8 +131,8 @@ public:
     // Whether the chained free cells have that many bytes.
     bool HasFreeSize(int nSize) const {
         const list_chain_offset* const pLast = m_chain.Last();
-        if (pLast != NULL && lengthOf(pLast) >= nSize)
-            return true;
+        if (pLast == NULL || lengthOf(pLast) >= nSize)
+            return pLast != NULL || nSize <= 0;
         int nLeft = nSize;
         return m_chain.Find([&nLeft](const list_chain_offset* p) { return (nLeft -= lengthOf(p)) <= 0; }) != NULL;
     }

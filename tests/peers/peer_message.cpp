@@ -199,8 +199,8 @@ std::string doTryPost(std::istringstream& in) {
         msgTryPostMsgToThread(m.hThread, m.uMsg, m.wParam, m.lParam, m.nSize, m.extra(), static_cast<int>(number(in))));
 }
 
-// fill THREAD ID: posts until there is no room; says how many messages found some
-std::string doFill(std::istringstream& in) {
+// flood THREAD ID: posts until there is no room; says how many messages found some
+std::string doFlood(std::istringstream& in) {
     const HTHREAD hThread = msgGetThreadByName(word(in).c_str());
     const UINT uMsg = static_cast<UINT>(number(in));
     int nPosted = 0;
@@ -420,7 +420,7 @@ const peerCommands& messageCommands() {
         {"take", doTake},
         {"ask", doAsk},
         {"trypost", doTryPost},
-        {"fill", doFill},
+        {"flood", doFlood},
         {"trysend", doTrySend},
         {"tryregister", doTryRegister},
         {"reserve", doReserve},

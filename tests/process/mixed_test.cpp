@@ -170,7 +170,7 @@ TEST_P(Mixed, AttemptsFindTheQueuesAndTheMemoryOfTheOther) {
     EXPECT_EQ("2", B().ask("drain"));
 
     EXPECT_EQ("0", A().ask("reserve 4096"));
-    EXPECT_GT(atoi(A().ask("fill bee 0x250").c_str()), 1000);
+    EXPECT_GT(atoi(A().ask("flood bee 0x250").c_str()), 1000);
     const std::string strMemory = A().ask("memory");
     EXPECT_EQ(strMemory, B().ask("memory"));
     EXPECT_GE(atoi(strMemory.c_str()), 4096);
@@ -182,7 +182,7 @@ TEST_P(Mixed, AttemptsFindTheQueuesAndTheMemoryOfTheOther) {
     EXPECT_EQ("1 7", A().finish());
 
     EXPECT_EQ("4096", A().ask("reserve 0"));
-    EXPECT_GT(atoi(B().ask("fill ay 0x250").c_str()), 1000);
+    EXPECT_GT(atoi(B().ask("flood ay 0x250").c_str()), 1000);
     EXPECT_EQ("-2", A().ask("trypost bee 0x250 1 2 0 0 -1"));
     EXPECT_EQ("-2 -1", A().ask("trysend bee 0x250 1 2 0 0 -1"));
     EXPECT_EQ("-2", A().ask("tryregister more"));
