@@ -5,9 +5,9 @@
 // first, many of them in each hold of the lock, and then the targets are woken; waking them after each hold would bring
 // back most of this cost. Between two holds other threads get the lock.
 //
-// The messages of a hold are a section: a poster that is killed in it has posted none of them. If it is killed after the
-// hold, threads may have a message without a signal. They find it when their current wait ends, as they find a single
-// post whose poster dies before it signals.
+// The messages of a hold are a section: a poster that is killed in it has posted none of them. If it is killed after
+// the hold, threads may have a message without a signal. They find it when their current wait ends, as they find a
+// single post whose poster dies before it signals.
 #include <string.h>
 
 #include <algorithm>

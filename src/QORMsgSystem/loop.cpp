@@ -140,6 +140,8 @@ msgObject* chThreadLocal::FinishAndTake(msgObject* pHandled) {
         if (pHandled != NULL)
             idWake = FinishLocked(lock, *pHandled);
         pMessage = pQueue->read_message();
+        if (pMessage != NULL && loadShareWord(pMessage->m_bIsWaitingReply) != 0)
+            noteTaken(*pMessage, true);
         taskEvent& own = taskEvent::OfThread();
         if (pMessage != NULL ? own.IsDueAfterMessage() : own.IsDueWhenEmpty())
             bReset = own.Reset(*m_pTaskEvent);

@@ -3,6 +3,7 @@
 
 #include "internal/message.h"
 #include "internal/report.h"
+#include "QORMsgSystem/relief.h"
 #include "internal/share.h"
 
 using namespace QOR_ChainHelper;
@@ -64,7 +65,7 @@ void msgObject::ResetExtraData(int nExtraSize, const void* pData) {
         set_pExtraData(0, NULL);
         if (pOld != NULL)
             pObject->m_objPool.free(pOld);
-        pOld = nExtraSize > 0 ? pObject->m_objPool.alloc(nExtraSize) : NULL;
+        pOld = nExtraSize > 0 ? allocInSegment(*pObject, nExtraSize, NULL) : NULL;
     }
     if (pOld != NULL && pData != NULL && nExtraSize > 0)
         storeShareBytes(pOld, aData, nExtraSize);

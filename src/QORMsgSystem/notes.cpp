@@ -57,6 +57,26 @@ void handlingNote::Finish() const {
     put(m_pNote->m_uHandled, loadShareWord(m_pNote->m_uHandled) + 1);
 }
 
+namespace {
+
+uint32_t* takenWord(const msgObject& objMessage) {
+    const uint32_t uOffset = offsetOf(&objMessage);
+    shareNotes* const pNotes = uOffset < sizeNotedSegment ? notes() : NULL;
+    return pNotes != NULL ? &pNotes->m_aTaken[placeOfRecord(uOffset)] : NULL;
+}
+
+}  // namespace
+
+void noteTaken(const msgObject& objMessage, bool bTaken) {
+    if (uint32_t* const pWord = takenWord(objMessage))
+        put(*pWord, bTaken ? 1 : 0);
+}
+
+bool isTaken(const msgObject& objMessage) {
+    const uint32_t* const pWord = takenWord(objMessage);
+    return pWord == NULL || loadShareWord(*pWord) != 0;
+}
+
 senderNote* noteWait(const msgObject& objMessage, uint32_t uStart, int nLimit) {
     const uint32_t uOffset = offsetOf(&objMessage);
     shareNotes* const pNotes = uOffset < sizeNotedSegment ? notes() : NULL;

@@ -23,6 +23,12 @@ private:
     uint32_t m_uSinceBefore = 0;
 };
 
+// That the owner of the queue handles a message whose sender waits, or no longer does; in the hold in which it takes or
+// finishes the message.
+void noteTaken(const msgObject& objMessage, bool bTaken);
+// Whether somebody handles it; true also when that is not known.
+bool isTaken(const msgObject& objMessage);
+
 // That the calling thread has waited for an answer since a time, with a time-out or -1. Null when there is no room.
 senderNote* noteWait(const msgObject& objMessage, uint32_t uStart, int nLimit);
 // Takes the note of noteWait() back; null is allowed.

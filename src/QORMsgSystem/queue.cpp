@@ -11,7 +11,9 @@
 
 #include <new>
 
+#include "QORMsgSystem/notes.h"
 #include "QORMsgSystem/own_posts.h"
+#include "QORMsgSystem/relief.h"
 #include "internal/report.h"
 #include "qor/ChainHelper/CheckedChain.h"
 #include "qor/MiscHelper.h"
@@ -81,28 +83,37 @@ chMsgQueue::~chMsgQueue() {
 
 namespace {
 
-// Two blocks, or none. Nobody would free a block that is in no queue, so the first is freed before the pool's assertion
-// ends a process that has no room for the second.
+// Two blocks, or none: nobody would free a block that is in no queue.
 struct messageBlocks {
+    messageBlocks() {}
     messageBlocks(QOR_AllocHelper::baseStaticPoolAlloc& pool, const msgDraft& draft) {
-        if (draft.nExtraSize > 0 && (pExtra = pool.try_alloc(draft.nExtraSize)) == NULL)
-            return;
         pRecord = pool.try_alloc(sizeMessageRecord);
-        if (pRecord == NULL && pExtra != NULL)
-            pool.free(pExtra);
+        if (pRecord == NULL || draft.nExtraSize <= 0 || (pExtra = pool.try_alloc(draft.nExtraSize)) != NULL)
+            return;
+        pool.free(pRecord);
+        pRecord = NULL;
     }
     void* pRecord = NULL;  // null: there is no room
     void* pExtra = NULL;
 };
 
-msgObject* allocRecord(QOR_AllocHelper::baseStaticPoolAlloc& pool, const msgDraft& draft) {
+// The blocks of a message, or none where they would leave less than nReserve bytes.
+messageBlocks takeBlocks(QOR_AllocHelper::baseStaticPoolAlloc& pool, const msgDraft& draft, int nReserve) {
+    const bool bLeavesReserve = nReserve <= 0 || pool.has_free_size(nReserve + sizeInPool(draft));
+    return bLeavesReserve ? messageBlocks(pool, draft) : messageBlocks();
+}
+
+msgObject* allocRecord(const chMsgQueue& objQueue, const msgDraft& draft) {
+    chSystemShareObject& object = *chSystemShareObject::FromAddress(&objQueue);
     const int nReserve = draft.bKeepReserve ? postReserve() : 0;
-    if (nReserve > 0 && !pool.has_free_size(nReserve + sizeInPool(draft)))
-        return NULL;
-    const messageBlocks blocks(pool, draft);
+    messageBlocks blocks = takeBlocks(object.m_objPool, draft, nReserve);
+    if (blocks.pRecord == NULL) {
+        relieveSegment(object, &objQueue);
+        blocks = takeBlocks(object.m_objPool, draft, nReserve);
+    }
     if (blocks.pRecord == NULL) {
         if (!draft.bMayFail && nReserve == 0)
-            pool.alloc(chSystemShareObject::sizeObject);  // the pool's own assertion
+            failNoRoom(object, sizeInPool(draft));
         return NULL;
     }
     msgObject* pMessage =
@@ -117,11 +128,13 @@ msgObject* allocRecord(QOR_AllocHelper::baseStaticPoolAlloc& pool, const msgDraf
 
 msgObject* putMessage(chMsgQueue& objQueue, const msgDraft& draft, bool* pbWake) {
     const bool bFull = draft.nMaxQueued >= 0 && objQueue.GetLength(draft.nMaxQueued) >= draft.nMaxQueued;
-    msgObject* pMessage = bFull ? NULL : allocRecord(poolOf(&objQueue), draft);
+    msgObject* pMessage = bFull ? NULL : allocRecord(objQueue, draft);
     if (draft.pnAttempt != NULL)
         *draft.pnAttempt = bFull ? attemptFull : pMessage != NULL ? attemptDone : attemptNoRoom;
     if (pMessage == NULL)
         return NULL;
+    if (draft.bWaitingReply)
+        noteTaken(*pMessage, false);
     storeShareWord(pMessage->m_bIsWaitingReply, draft.bWaitingReply ? 1u : 0u);
     storeShareWord(pMessage->m_nPriority, draft.nPriority);
     storeShareWord(pMessage->m_idSender, QOR_MiscHelper::qorGetCurrentTaskId());
@@ -218,7 +231,8 @@ chMsgQueue* chMsgQueueManager::AllocMessageQueue(const char* lpszName) {
     const size_t nLength = strlen(lpszName);
     if (!QOR_ASSERT(nLength < chSystemShareObject::sizeObject))
         return NULL;
-    void* pCell = poolOf(this).alloc(static_cast<int>(sizeQueueRecord + nLength));
+    void* pCell =
+        allocInSegment(*chSystemShareObject::FromAddress(this), static_cast<int>(sizeQueueRecord + nLength), NULL);
     return pCell != NULL ? putQueue(*this, pCell, lpszName) : NULL;
 }
 
@@ -226,7 +240,7 @@ chMsgQueue* chMsgQueueManager::AllocMessageQueue(const char* lpszName) {
 chMsgQueue* tryAllocQueue(const segmentHold& hold, const char* lpszName, const msgDraft& draftStart) {
     chMsgQueueManager& objManager = hold.getObject()->m_objManager;
     QOR_AllocHelper::baseStaticPoolAlloc& pool = hold.getObject()->m_objPool;
-    void* pCell = pool.try_alloc(static_cast<int>(sizeQueueRecord + strlen(lpszName)));
+    void* pCell = tryAllocInSegment(*hold.getObject(), static_cast<int>(sizeQueueRecord + strlen(lpszName)), NULL);
     if (pCell == NULL)
         return NULL;
     const messageBlocks blocks(pool, draftStart);
@@ -298,11 +312,11 @@ void freeOrphans(chMsgQueue& objQueue) {
     messagesOf(&objQueue).Drain(fnOrphan, [&objQueue](list_chain_offset* p) { objQueue.FreeMessage(messageOf(p)); });
 }
 
-std::vector<ghostQueue> sweepTable(chMsgQueueManager& objManager, int idOwn) {
+std::vector<ghostQueue> sweepTable(chMsgQueueManager& objManager, int idOwn, const chMsgQueue* pKeep) {
     std::vector<ghostQueue> listGhost;
     for (chMsgQueue* pQueue : objManager.ListQueues()) {
         const int idTask = pQueue->GetTaskId();
-        if (idTask != idOwn && QOR_MiscHelper::qorIsValidTaskID(idTask)) {
+        if (pQueue == pKeep || (idTask != idOwn && QOR_MiscHelper::qorIsValidTaskID(idTask))) {
             freeOrphans(*pQueue);
             continue;
         }
@@ -316,10 +330,14 @@ std::vector<ghostQueue> sweepTable(chMsgQueueManager& objManager, int idOwn) {
 
 }  // namespace
 
+std::vector<ghostQueue> sweepQueues(chSystemShareObject& object, const chMsgQueue* pKeep) {
+    return sweepTable(object.m_objManager, 0, pKeep);
+}
+
 void freeOrphanMessages(const segmentHold&, chMsgQueue& objQueue) { freeOrphans(objQueue); }
 
 std::vector<ghostQueue> sweepGhostQueues(const segmentHold& hold, int idOwn) {
-    return sweepTable(hold.getObject()->m_objManager, idOwn);
+    return sweepTable(hold.getObject()->m_objManager, idOwn, NULL);
 }
 
 void traceGhostQueues(const std::vector<ghostQueue>& listGhost) {
@@ -327,7 +345,7 @@ void traceGhostQueues(const std::vector<ghostQueue>& listGhost) {
         QOR_TraceHelper::qorTrace(2, "Clear ghost process %.4d \"%s\"", ghost.idTask, ghost.strName.c_str());
 }
 
-void chMsgQueueManager::ClearGhostMessageQueue() { traceGhostQueues(sweepTable(*this, 0)); }
+void chMsgQueueManager::ClearGhostMessageQueue() { traceGhostQueues(sweepTable(*this, 0, NULL)); }
 
 // ---- chSystemShareObject
 

@@ -45,6 +45,10 @@ struct ghostQueue {
 // Frees the queues of dead tasks with their events, and the finished messages of dead senders. idOwn, when it is not 0,
 // is the task id of the caller, which has no queue yet: a queue of this id is a dead task's, too.
 std::vector<ghostQueue> sweepGhostQueues(const segmentHold& hold, int idOwn);
+
+// The same for a caller that holds the lock of another frame; pKeep stays in any case.
+std::vector<ghostQueue> sweepQueues(chSystemShareObject& object, const chMsgQueue* pKeep);
+
 void traceGhostQueues(const std::vector<ghostQueue>& listGhost);
 
 }  // namespace QOR_MsgQueueHelper

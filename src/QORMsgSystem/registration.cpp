@@ -325,8 +325,8 @@ void uCSystemShareHelper::WaitForAnswered(const chThreadLocal& objThread) {
     }
 }
 
-// A thread that shuts this one down may delete the object as soon as it is no longer listed, so this is the last step with
-// it.
+// A thread that shuts this one down may delete the object as soon as it is no longer listed, so this is the last step
+// with it.
 void uCSystemShareHelper::DestroyLocalThread(chThreadLocal& objThread) {
     if (!QOR_ASSERT_TEXT(m_objProcessLocal.IsValidLocalThread(&objThread) && objThread.IsCalledByThisThread(),
                          "IsValidLocalThread(&objThread) && objThread.IsCalledByThisThread()"))

@@ -11,6 +11,7 @@
 #include <stdio.h>
 
 #include "QORMsgSystem/long_wait.h"
+#include "QORMsgSystem/notes.h"
 #include "QORMsgSystem/own_posts.h"
 #include "QORMsgSystem/queue.h"
 #include "QORMsgSystem/send.h"
@@ -178,6 +179,7 @@ int chThreadBase::FinishRecord(const segmentHold&, msgObject& objMessage) {
         objMessage.SetStatus(MT_PROCESSED);
         pQueue->FreeMessage(&objMessage);
     } else if (nStatus == MT_READ || nStatus == MT_REPLIED) {
+        noteTaken(objMessage, false);
         objMessage.SetStatus(MT_PROCESSED);
         return nStatus == MT_READ ? loadShareWord(objMessage.m_idSender) : 0;
     } else if (nStatus == MT_CLOSED) {

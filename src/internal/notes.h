@@ -39,10 +39,13 @@ struct senderNote {
 struct shareNotes {
     threadNote m_aThread[sizeNotedSegment / leastQueueCell + 1];
     senderNote m_aSender[sizeNotedSegment / leastRecordCell + 1];
+    // 1 while the owner of the queue handles the message, whose sender waits. Changed under the segment's lock. When
+    // the segment has no room, a message whose sender has given up is freed if nobody handles it.
+    uint32_t m_aTaken[sizeNotedSegment / leastRecordCell + 1];
 };
 
 static_assert(sizeof(threadNote) == 16 && sizeof(senderNote) == 16, "shared layout");
-static_assert(sizeof(shareNotes) == 57632, "shared layout");
+static_assert(sizeof(shareNotes) == 62676, "shared layout");
 
 // The places of the notes of a queue and of a record, by their offsets from the segment's begin.
 inline size_t placeOfQueue(uint32_t uOffset) { return uOffset / leastQueueCell; }

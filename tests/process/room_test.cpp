@@ -1,5 +1,6 @@
 // Senders that may fail, the room that they find, and the reserve that keeps a thread that does not read from ending
 // every process of the device.
+#include <poll.h>
 #include <stdlib.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -132,12 +133,12 @@ TEST_F(Room, AFullPoolIsAnAnswerAndKeepsEveryByte) {
     EXPECT_EQ(1, tryPost(hSelf, 1024));
 }
 
-// The data find room, the record does not.
-TEST_F(Room, TheDataAreGivenBackWhenTheRecordFindsNoRoom) {
+// The record finds room, its data do not.
+TEST_F(Room, TheRecordIsGivenBackWhenItsDataFindNoRoom) {
     currentThread thread("me");
     const HTHREAD hSelf = msgGetThreadByName("me");
     fillPool(hSelf);
-    // Two gaps that hold 40 bytes each, and no record.
+    // A gap that holds a record and little more.
     share().Lock(-1);
     auto& pool = share().getObject()->m_objPool;
     std::vector<void*> listBlock;
@@ -147,12 +148,12 @@ TEST_F(Room, TheDataAreGivenBackWhenTheRecordFindsNoRoom) {
     ASSERT_EQ(0x100u, thread.ProcessOneMessageFromQueue());
     share().Lock(-1);
     listBlock.push_back(pool.try_alloc(1024));
-    while (pool.check_pool().m_nLargestFree > 40)
+    while (pool.check_pool().m_nLargestFree > 64)
         listBlock.push_back(pool.try_alloc(8));
     share().Unlock();
     const int nFree = freeBytes();
-    ASSERT_GE(nFree, 16);
-    EXPECT_EQ(-2, tryPost(hSelf, 8));
+    ASSERT_GE(nFree, 52);
+    EXPECT_EQ(-2, tryPost(hSelf, 100));
     EXPECT_EQ(nFree, freeBytes());
     share().Lock(-1);
     for (void* const p : listBlock)
@@ -335,6 +336,60 @@ TEST_F(Room, TheMemoryOfMessagesIsCountedInBytes) {
     }
     // Nothing has merged the free blocks, but they are one.
     EXPECT_EQ(65500, largestBlock());
+}
+
+// ---- closed records
+
+bool isReadable(int fd) {
+    pollfd look = {fd, POLLIN, 0};
+    return poll(&look, 1, 0) == 1;
+}
+
+TEST_F(Room, SendsThatTimeOutToABusyTargetLeaveRoomForOthers) {
+    meeting ready, taken, go;
+    const std::string strHandled(1000, 'h'), strLost(1000, 'l');
+    childProcess busy("busy", [&] {
+        bool bKept = false;
+        currentThread thread("busy", [&](msgObject& objMessage) {
+            if (objMessage.uMsg == 0x101) {
+                taken.say();
+                go.hear();
+                bKept = std::string(static_cast<const char*>(objMessage.GetExtraData()), 1000) == strHandled;
+            }
+            return 5;
+        });
+        ready.say();
+        while (thread.ProcessThreadMessageOnce() != 0x102) {
+        }
+        return bKept ? 0 : 1;
+    });
+    ready.hear();
+    chThreadRemote remote("busy");
+    int bReplied = 1;
+    do {
+        remote.SendThreadMsgEx(0x101, 0, 0, 1000, strHandled.data(), 100, &bReplied);
+        EXPECT_EQ(0, bReplied);
+    } while (!isReadable(taken.readEnd()));
+    // Ten times as many bytes as there are. The message that is handled stays, though its sender has given up, too.
+    for (int i = 0; i < 650; ++i)
+        EXPECT_EQ(-1, remote.SendThreadMsgEx(0x100, 0, 0, 1000, strLost.data(), 1, &bReplied));
+    go.say();
+    EXPECT_EQ(5, remote.SendThreadMsgEx(0x100, 0, 0, 1000, strLost.data(), -1, &bReplied));
+    EXPECT_EQ(1, bReplied);
+    remote.PostThreadMsg(0x102, 0, 0);
+    EXPECT_EQ(0, busy.wait());
+}
+
+TEST_F(Room, BeforeThePoolGivesUpItsUsersAreNamed) {
+    EXPECT_EXIT(
+        {
+            currentThread thread("hoarder");
+            for (;;)
+                msgPostMsgToThreadEx(msgGetThreadByName("hoarder"), 0x100, 0, 0, 0, NULL);
+        },
+        testing::KilledBySignal(SIGABRT),
+        "no room for 88 bytes in the share segment: [0-9]+ bytes are free; the fullest queue is \"hoarder\" with "
+        "1[0-9]+ messages(.|\n)*pResultCell != NULL");
 }
 
 // ---- the reserve

@@ -1,0 +1,66 @@
+#include "QORMsgSystem/relief.h"
+
+#include "QORMsgSystem/notes.h"
+#include "QORMsgSystem/queue.h"
+#include "internal/report.h"
+
+namespace QOR_MsgQueueHelper {
+
+namespace {
+
+void freeClosed(chMsgQueue& objQueue) {
+    const auto fnIdle = [](msgObject& objMessage) {
+        return objMessage.GetStatus() == MT_CLOSED && !isTaken(objMessage);
+    };
+    while (msgObject* const pMessage = objQueue.FindMessage(fnIdle))
+        objQueue.FreeMessage(pMessage);
+}
+
+int countMessages(const chMsgQueue& objQueue) {
+    int nCount = 0;
+    objQueue.FindMessage([&nCount](msgObject&) {
+        ++nCount;
+        return false;
+    });
+    return nCount;
+}
+
+}  // namespace
+
+void relieveSegment(chSystemShareObject& object, const chMsgQueue* pKeep) {
+    for (chMsgQueue* pQueue : object.m_objManager.ListQueues())
+        freeClosed(*pQueue);
+    traceGhostQueues(sweepQueues(object, pKeep));
+}
+
+void* tryAllocInSegment(chSystemShareObject& object, int nSize, const chMsgQueue* pKeep) {
+    if (void* const p = object.m_objPool.try_alloc(nSize))
+        return p;
+    relieveSegment(object, pKeep);
+    return object.m_objPool.try_alloc(nSize);
+}
+
+void* allocInSegment(chSystemShareObject& object, int nSize, const chMsgQueue* pKeep) {
+    void* const p = tryAllocInSegment(object, nSize, pKeep);
+    if (p == NULL)
+        failNoRoom(object, nSize);
+    return p;
+}
+
+void failNoRoom(chSystemShareObject& object, int nSize) {
+    const chMsgQueue* pFullest = NULL;
+    int nMost = -1;
+    for (const chMsgQueue* pQueue : object.m_objManager.ListQueues()) {
+        const int nCount = countMessages(*pQueue);
+        if (nCount > nMost) {
+            nMost = nCount;
+            pFullest = pQueue;
+        }
+    }
+    QOR_TraceHelper::qorOutputWarningString(
+        "no room for %d bytes in the share segment: %d bytes are free; the fullest queue is \"%s\" with %d messages",
+        nSize, object.m_objPool.free_size(), pFullest != NULL ? queueName(pFullest).c_str() : "", nMost);
+    object.m_objPool.alloc(nSize > 0 ? chSystemShareObject::sizeObject : nSize);
+}
+
+}  // namespace QOR_MsgQueueHelper

@@ -1,0 +1,26 @@
+// What is freed before the pool of the share segment gives up.
+#ifndef QOR_MSG_SYSTEM_RELIEF_H
+#define QOR_MSG_SYSTEM_RELIEF_H
+
+#include "qor/MsgQueueHelper/Queue.h"
+
+namespace QOR_MsgQueueHelper {
+
+// Frees what nobody will miss, for a caller that holds the segment's lock and finds no room:
+// - closed records that nobody handles: the time-outs of their senders have passed, and otherwise they stay until their
+//   queue goes;
+// - what dead senders have left;
+// - the queues of dead tasks, with their events; each is traced. pKeep, the queue that the room is for, stays.
+void relieveSegment(chSystemShareObject& object, const chMsgQueue* pKeep);
+
+// Allocates from the segment's pool; frees what it can and tries once more before it gives up. Null: there is no room.
+void* tryAllocInSegment(chSystemShareObject& object, int nSize, const chMsgQueue* pKeep);
+
+// The same, but no room is the fatal assertion of the pool, after a warning that names the fullest queue and the free
+// bytes.
+void* allocInSegment(chSystemShareObject& object, int nSize, const chMsgQueue* pKeep);
+void failNoRoom(chSystemShareObject& object, int nSize);
+
+}  // namespace QOR_MsgQueueHelper
+
+#endif
