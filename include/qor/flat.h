@@ -312,9 +312,8 @@ QOR_API void qorGetMessageMemory(int* pnFree, int* pnLargest, int* pnTotal);
  * reserve, no post is fatal for lack of room. 0, as before the call, is no reserve. The environment variable
  * qor_reserve sets the same before the first message. Returns what it was.
  *
- *  The reserve holds only as far as all processes of the device have one. It adds a look at one free block to a post;
- *  while no message was ever stored in the last part of the memory, that is all, otherwise it may add looks at as many
- *  free blocks as make up the reserve. */
+ *  The reserve holds only as far as all processes of the device have one. It adds a look at one free block to a post,
+ *  and after the memory was full once, at as many as make up the reserve: about 0.3 us for 8,192 bytes. */
 QOR_API int msgSetPostReserve(int nBytes);
 /** Gives the sender of the message that is being handled its result at once, while the handler goes on; the handler
  *  should return the same value. Does nothing for a posted message. Fatal: a null message. */

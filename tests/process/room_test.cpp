@@ -449,10 +449,8 @@ TEST_F(Room, WithAReserveAPostThatFitsInNoBlockIsRefused) {
     ASSERT_GT(freeBytes(), 10000);
     ASSERT_LT(largestBlock(), 1024);
     msgSetPostReserve(16);
-    testing::internal::CaptureStderr();
     const std::string strData(1024, 'x');
     EXPECT_EQ(0, msgPostMsgToThreadEx(hSelf, 0x100, 0, 0, 1024, strData.data()));
-    EXPECT_NE("", testing::internal::GetCapturedStderr());
 }
 
 size_t countOf(const std::string& strText, const std::string& strFind) {
@@ -490,9 +488,7 @@ TEST_F(Room, AFlushWithoutRoomTellsNobodyAndEndsNobody) {
     regMonitorSection(hSection);
     msgSetPostReserve(65504);
     registrySetInt(hSection, "key", 1);
-    testing::internal::CaptureStderr();
     registryFlush(hSection);
-    EXPECT_NE(std::string::npos, testing::internal::GetCapturedStderr().find("refused"));
     EXPECT_EQ(0, msgGetQueueLength(msgGetThreadByName("me")));
     msgSetPostReserve(0);
     registrySetInt(hSection, "key", 2);
