@@ -414,6 +414,8 @@ int deviceMain(int nCount, char** lpszArguments) {
         return clean(objOptions.m_bStorageToo);
     // Level 2 keeps the lines about threads and dead processes, and drops the two or three for every message.
     setenv("trace", "2:system", 0);
+    // A process that hangs must not take the memory of all messages.
+    setenv("qor_reserve", "8192", 0);
     uRun = static_cast<uint32_t>(getpid());
     if (!makeSettings()) {
         fprintf(stderr, "qor-device: cannot use %s\n", settingsFile().c_str());
