@@ -49,7 +49,8 @@ pid_t startCtl(const std::vector<const char*>& listArgument) {
 
 // ---- the time of a look
 
-// A process with many threads, each of which has read its first message. It lives until the object goes.
+// A process with many threads, each of which has read its first message before the next one registers: the pool has no
+// room for so many first messages. It lives until the object goes.
 class crowd {
 public:
     explicit crowd(int nThreads) {
@@ -58,18 +59,23 @@ public:
             return;
         m_pPeer.reset(new peer(0, [&] {
             quiet();
-            for (int i = 0; i < nThreads; ++i)
-                std::thread([i, &fd] {
+            std::atomic<int> nReady{0};
+            for (int i = 0; i < nThreads; ++i) {
+                std::thread([i, &nReady] {
                     msgRegistMainThread(("t" + std::to_string(i)).c_str(), onMessage);
                     msgProcessThreadMsgOnce(msgGetCurrentThreadObject());
-                    if (write(fd[1], "x", 1) == 1)
-                        pause();
+                    ++nReady;
+                    pause();
                 }).detach();
-            pause();
+                while (nReady <= i)
+                    usleep(50);
+            }
+            if (write(fd[1], "x", 1) == 1)
+                pause();
         }));
         char ch;
-        for (int i = 0; i < nThreads && read(fd[0], &ch, 1) == 1; ++i) {
-        }
+        if (read(fd[0], &ch, 1) != 1)
+            perror("crowd");
     }
 
 private:
