@@ -390,7 +390,8 @@ void expectTickOfRound(uint32_t& uLast) {
 int s_nTimers = 0;
 
 int answerTwice(simpMSG* pMsg) {
-    s_nTimers += pMsg->uMsg == TM_THREAD_TIMER;
+    if (pMsg->uMsg == TM_THREAD_TIMER)  // only the main thread sets one
+        ++s_nTimers;
     return pMsg->uMsg == 0x100 ? static_cast<int>(pMsg->wParam) * 2 : -1;
 }
 

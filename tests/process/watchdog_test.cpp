@@ -6,6 +6,8 @@
 #include <time.h>
 #include <unistd.h>
 
+#include <atomic>
+
 #include "support/child.h"
 #include "qor/flat.h"
 
@@ -71,13 +73,14 @@ protected:
 
 meeting* s_pHangs = NULL;
 meeting* s_pGoOn = NULL;
-int s_nIdleMessages = 0;
+std::atomic<int> s_nIdleMessages{0};
 
 // Sleeps for a minute when it has nothing to do. A message makes it hang until it is let go.
 int onMessage(simpMSG* pMsg) {
-    s_nIdleMessages += pMsg->uMsg == TM_THREAD_IDLE;
-    if (pMsg->uMsg == TM_THREAD_IDLE)
+    if (pMsg->uMsg == TM_THREAD_IDLE) {
+        ++s_nIdleMessages;
         return 60000;
+    }
     if (pMsg->uMsg == msgHang) {
         s_pHangs->say();
         s_pGoOn->hear();
