@@ -83,15 +83,22 @@ chMsgQueue::~chMsgQueue() {
 
 namespace {
 
-// Two blocks, or none: nobody would free a block that is in no queue.
+// Two blocks, or none: nobody would free a block that is in no queue. What may fail takes the larger one first.
 struct messageBlocks {
     messageBlocks() {}
     messageBlocks(QOR_AllocHelper::baseStaticPoolAlloc& pool, const msgDraft& draft) {
+        const bool bExtra = draft.nExtraSize > 0;
+        if (bExtra && draft.bMayFail)
+            pExtra = pool.try_alloc(draft.nExtraSize);
         pRecord = pool.try_alloc(sizeMessageRecord);
-        if (pRecord == NULL || draft.nExtraSize <= 0 || (pExtra = pool.try_alloc(draft.nExtraSize)) != NULL)
+        if (bExtra && !draft.bMayFail)
+            pExtra = pool.try_alloc(draft.nExtraSize);
+        if (pRecord != NULL && (pExtra != NULL || !bExtra))
             return;
-        pool.free(pRecord);
-        pRecord = NULL;
+        for (void* const p : {pRecord, pExtra})
+            if (p != NULL)
+                pool.free(p);
+        pRecord = pExtra = NULL;
     }
     void* pRecord = NULL;  // null: there is no room
     void* pExtra = NULL;
@@ -107,7 +114,7 @@ msgObject* allocRecord(const chMsgQueue& objQueue, const msgDraft& draft) {
     chSystemShareObject& object = *chSystemShareObject::FromAddress(&objQueue);
     const int nReserve = draft.bKeepReserve ? postReserve() : 0;
     messageBlocks blocks = takeBlocks(object.m_objPool, draft, nReserve);
-    if (blocks.pRecord == NULL) {
+    if (blocks.pRecord == NULL && isReliefDue(nReserve > 0)) {
         relieveSegment(object, &objQueue);
         blocks = takeBlocks(object.m_objPool, draft, nReserve);
     }

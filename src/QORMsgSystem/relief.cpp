@@ -1,8 +1,11 @@
 #include "QORMsgSystem/relief.h"
 
+#include <atomic>
+
 #include "QORMsgSystem/notes.h"
 #include "QORMsgSystem/queue.h"
 #include "internal/report.h"
+#include "xInc/xMsgSystem.h"
 
 namespace QOR_MsgQueueHelper {
 
@@ -31,6 +34,16 @@ void relieveSegment(chSystemShareObject& object, const chMsgQueue* pKeep) {
     for (chMsgQueue* pQueue : object.m_objManager.ListQueues())
         freeClosed(*pQueue);
     traceGhostQueues(sweepQueues(object, pKeep));
+}
+
+bool isReliefDue(bool bForReserve) {
+    static std::atomic<unsigned> s_uLast{0};
+    const unsigned uNow = getCoarseMillisecond() | 1u;
+    const unsigned uLast = s_uLast.load(std::memory_order_relaxed);
+    if (bForReserve && uLast != 0 && uNow - uLast < 1000)
+        return false;
+    s_uLast.store(uNow, std::memory_order_relaxed);
+    return true;
 }
 
 void* tryAllocInSegment(chSystemShareObject& object, int nSize, const chMsgQueue* pKeep) {

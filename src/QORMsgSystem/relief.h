@@ -13,6 +13,10 @@ namespace QOR_MsgQueueHelper {
 // - the queues of dead tasks, with their events; each is traced. pKeep, the queue that the room is for, stays.
 void relieveSegment(chSystemShareObject& object, const chMsgQueue* pKeep);
 
+// Whether to relieve the segment now. Posts that are refused because of a reserve may come by the thousand: for them it
+// is done once a second.
+bool isReliefDue(bool bForReserve);
+
 // Allocates from the segment's pool; frees what it can and tries once more before it gives up. Null: there is no room.
 void* tryAllocInSegment(chSystemShareObject& object, int nSize, const chMsgQueue* pKeep);
 

@@ -356,6 +356,56 @@ TEST_F(Journal, RemovingASegmentRemovesItsJournal) {
     ASSERT_EQ(1, m_frame.OpenShareObject(szName, sampleObject::sizeObject));
 }
 
+TEST_F(Journal, OutsideOfASectionNothingIsLogged) {
+    journalHeader* const pHeader = attachHeader();
+    EXPECT_EQ(nullptr, t_pShareSection);
+    logShareStore(&m_frame.getObject()->aWord[0], 1);
+    EXPECT_EQ(0u, pHeader->nEntry);
+    m_frame.Lock(-1);
+    EXPECT_NE(nullptr, t_pShareSection);
+    int32_t nElsewhere = 0;
+    storeShareWord(nElsewhere, 1);
+    EXPECT_EQ(0u, pHeader->nEntry);
+    storeShareWord(m_frame.getObject()->aWord[0], 0);  // nothing changes
+    EXPECT_EQ(0u, pHeader->nEntry);
+    storeShareWord(m_frame.getObject()->aWord[0], 1);
+    EXPECT_EQ(1u, pHeader->nEntry);
+    m_frame.Unlock();
+    EXPECT_EQ(0u, pHeader->nEntry);
+    EXPECT_EQ(nullptr, t_pShareSection);
+    shmdt(pHeader);
+}
+
+// A mutex whose semaphore the test names to a map file, as the frame does.
+struct openMutex : chMutex {
+    using chMutex::m_fdSemaphore;
+};
+
+TEST_F(Journal, AMapFileOpensItsJournalWithRoomForNotes) {
+    openMutex mutex;
+    mutex.OpenMutex("journal_raw");
+    mutex.Lock(-1);
+    chMapFile file;
+    uint32_t* const pWord = static_cast<uint32_t*>(file.OpenMapFile("journal_raw", 4096));
+    EXPECT_EQ(nullptr, file.getNotes());
+    ASSERT_TRUE(file.OpenJournal(mutex.m_fdSemaphore));
+    ASSERT_NE(nullptr, file.getNotes());
+    static_cast<char*>(file.getNotes())[131071] = 'x';
+    mutex.Unlock();
+    childProcess child("holder", [&] {
+        mutex.Lock(-1);
+        storeShareWord(*pWord, 5u);
+        return raise(SIGKILL);
+    });
+    EXPECT_EQ(-SIGKILL, child.wait());
+    mutex.Lock(-1);
+    EXPECT_EQ(0u, *pWord);
+    EXPECT_EQ('x', static_cast<char*>(file.getNotes())[131071]);
+    mutex.Unlock();
+    file.DestroyMapFile();
+    mutex.DestroyMutex();
+}
+
 class FileJournal : public testing::Test {
 protected:
     static constexpr char szPath[] = "/tmp/journal_file";
@@ -403,6 +453,21 @@ TEST_F(FileJournal, ACopyOfAFileAndItsJournalIsTakenBackToo) {
     copyFile(std::string(szPath) + ".journal", std::string(szCopy) + ".journal");
     EXPECT_EQ("10", words(szCopy));
     EXPECT_EQ("10", words(szPath));
+}
+
+TEST_F(FileJournal, ARawMapFileOpensItsJournal) {
+    struct openMutex : chMutex {
+        using chMutex::m_fdSemaphore;
+    } mutex;
+    mutex.OpenMutex(szPath);
+    mutex.Lock(-1);
+    chRawMapFile file;
+    ASSERT_NE(nullptr, file.OpenMapFile(szPath, 4096));
+    EXPECT_TRUE(file.OpenJournal(mutex.m_fdSemaphore));
+    EXPECT_EQ(0, access((std::string(szPath) + ".journal").c_str(), F_OK));
+    mutex.Unlock();
+    file.CloseMapFile();
+    mutex.CloseMutex();
 }
 
 // As a power cut leaves it between the flush and the end of the section.

@@ -133,12 +133,12 @@ TEST_F(Room, AFullPoolIsAnAnswerAndKeepsEveryByte) {
     EXPECT_EQ(1, tryPost(hSelf, 1024));
 }
 
-// The record finds room, its data do not.
-TEST_F(Room, TheRecordIsGivenBackWhenItsDataFindNoRoom) {
+// The data find room, the record does not.
+TEST_F(Room, TheDataAreGivenBackWhenTheRecordFindsNoRoom) {
     currentThread thread("me");
     const HTHREAD hSelf = msgGetThreadByName("me");
     fillPool(hSelf);
-    // A gap that holds a record and little more.
+    // Two gaps that hold 40 bytes each, and no record.
     share().Lock(-1);
     auto& pool = share().getObject()->m_objPool;
     std::vector<void*> listBlock;
@@ -148,12 +148,12 @@ TEST_F(Room, TheRecordIsGivenBackWhenItsDataFindNoRoom) {
     ASSERT_EQ(0x100u, thread.ProcessOneMessageFromQueue());
     share().Lock(-1);
     listBlock.push_back(pool.try_alloc(1024));
-    while (pool.check_pool().m_nLargestFree > 64)
+    while (pool.check_pool().m_nLargestFree > 40)
         listBlock.push_back(pool.try_alloc(8));
     share().Unlock();
     const int nFree = freeBytes();
-    ASSERT_GE(nFree, 52);
-    EXPECT_EQ(-2, tryPost(hSelf, 100));
+    ASSERT_GE(nFree, 16);
+    EXPECT_EQ(-2, tryPost(hSelf, 8));
     EXPECT_EQ(nFree, freeBytes());
     share().Lock(-1);
     for (void* const p : listBlock)
@@ -336,6 +336,16 @@ TEST_F(Room, TheMemoryOfMessagesIsCountedInBytes) {
     }
     // Nothing has merged the free blocks, but they are one.
     EXPECT_EQ(65500, largestBlock());
+}
+
+TEST_F(Room, TheNamesOfThreadsAreListedWithTheirTasks) {
+    currentThread thread("me");
+    share().Lock(-1);
+    const auto listName = share().getObject()->m_objManager.ListNames();
+    share().Unlock();
+    ASSERT_EQ(1u, listName.size());
+    EXPECT_EQ(thread.getTaskId(), listName[0].first);
+    EXPECT_EQ("me", listName[0].second);
 }
 
 // ---- closed records

@@ -12,55 +12,18 @@
 #include <sstream>
 
 #include "qor/MiscHelper.h"
+#include "support/bad_input.h"
 #include "support/child.h"
 #include "support/message_thread.h"
 
 using QOR_MsgQueueHelper::chMsgQueue;
 
+using qorTest::addLaterFunctions;
+using qorTest::badInput;
+using qorTest::rowsOf;
+using qorTest::table;
+
 namespace {
-
-// ---- rows
-
-struct badInput {
-    const char* lpszFunction;
-    std::string strCase;
-    std::function<bool()> fnCall;  // whether the result is the promised one
-    std::string strDeath;          // the assertion line as a pattern; empty when the call returns
-};
-
-typedef std::vector<badInput> table;
-
-// The pattern of a fixed text.
-std::string patternOf(const std::string& strText) {
-    std::string strPattern;
-    for (const char ch : strText) {
-        if (strchr("\\^$.|?*+()[]{}", ch) != NULL)
-            strPattern += '\\';
-        strPattern += ch;
-    }
-    return strPattern;
-}
-
-// The rows of one function.
-class rowsOf {
-public:
-    rowsOf(table& listRow, const char* lpszFunction) : m_listRow(listRow), m_lpszFunction(lpszFunction) {}
-
-    rowsOf& good(const std::string& strCase, std::function<bool()> fnCall) {
-        m_listRow.push_back({m_lpszFunction, strCase, fnCall, ""});
-        return *this;
-    }
-    rowsOf& fatal(const std::string& strCase, const char* lpszModule, const char* lpszText,
-                  std::function<void()> fnCall) {
-        const std::string strDeath = "\\[" + patternOf(lpszModule) + ":[0-9]+\\] " + patternOf(lpszText) + " \\(";
-        m_listRow.push_back({m_lpszFunction, strCase, [fnCall]() { return fnCall(), false; }, strDeath});
-        return *this;
-    }
-
-private:
-    table& m_listRow;
-    const char* m_lpszFunction;
-};
 
 constexpr const char* szFlat = "sub-interface";
 constexpr const char* szMessages = "QORMsgSystem";
@@ -936,6 +899,7 @@ table allRows() {
     addRegistryValues(listRow);
     addRegistryHandles(listRow);
     addProfiles(listRow);
+    addLaterFunctions(listRow);
     return listRow;
 }
 

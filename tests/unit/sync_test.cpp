@@ -922,4 +922,19 @@ TEST(Event, OneThatDoesNotExistIsNotMadeByLookingForIt) {
     maker.DestroyEvent();
 }
 
+TEST(Event, OneThatAnotherTaskHasMadeIsAdoptedEmpty) {
+    chEvent maker, heir;
+    ASSERT_EQ(1, maker.OpenEvent("sync_adopted_event"));
+    maker.SetEvent();
+    std::thread([&heir] {
+        ASSERT_EQ(1, heir.OpenEvent("sync_adopted_event"));
+        EXPECT_EQ(0, heir.IsCreateByMe());
+        heir.AdoptSemaphore();
+        EXPECT_EQ(1, heir.IsCreateByMe());
+        EXPECT_EQ(0, heir.WaitEvent(0));
+    }).join();
+    heir.CloseEvent();
+    maker.DestroyEvent();
+}
+
 }  // namespace
