@@ -104,6 +104,8 @@ int main(int argc, char** argv) {
     printf("goals, 64 bytes\n");
     printGoal("send and reply / two semaphores, 1 CPU", aAsk[1]["qor"] / aAsk[1]["two semaphores"], 2.0);
     printGoal("send and reply / two semaphores, 2 CPUs", aAsk[2]["qor"] / aAsk[2]["two semaphores"], 1.3);
+    printGoal("under poll() / own loop, 1 CPU", aAsk[1]["qor under poll()"] / aAsk[1]["qor"], 2.0);
+    printGoal("under poll() / own loop, 2 CPUs", aAsk[2]["qor under poll()"] / aAsk[2]["qor"], 2.0);
     printGoal("streamed post / packet socket, 1 CPU", aStream[1]["qor"] / aStream[1]["packet socket"], 2.0);
     printGoal("streamed post / packet socket, 2 CPUs", aStream[2]["qor"] / aStream[2]["packet socket"], 2.0);
     return 0;

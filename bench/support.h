@@ -77,6 +77,7 @@ typedef std::function<std::unique_ptr<transport>()> transportMaker;
 // All that this build knows: the floor first, then the library, then the others.
 std::vector<transportMaker> allTransports();
 transportMaker libraryTransport();
+transportMaker polledLibraryTransport();
 std::vector<transportMaker> busTransports();  // none where D-Bus is not installed
 
 // Kernel calls of the library's operations, and its cost against size; printed.

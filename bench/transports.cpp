@@ -255,7 +255,8 @@ transportMaker maker() {
 
 std::vector<transportMaker> allTransports() {
     std::vector<transportMaker> listTransport = {
-        maker<semaphorePair>(), libraryTransport(), maker<systemQueue>(), maker<posixQueue>(), maker<socketPair>(),
+        maker<semaphorePair>(), libraryTransport(),  polledLibraryTransport(),
+        maker<systemQueue>(),   maker<posixQueue>(), maker<socketPair>(),
 #ifdef QOR_BENCH_ZMQ
         maker<zeroQueue>(),
 #endif
