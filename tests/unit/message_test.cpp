@@ -207,6 +207,10 @@ TEST_F(Message, TheTableStandsInDescendingOrderOfNames) {
     for (chMsgQueue* pQueue : manager().ListQueues())
         strOrder += std::string(pQueue->GetName()) + " ";
     EXPECT_EQ("d c bb b a ", strOrder);
+    const auto listName = manager().ListNames();
+    ASSERT_EQ(5u, listName.size());
+    EXPECT_EQ(std::make_pair(QOR_MiscHelper::qorGetCurrentTaskId(), std::string("d")), listName[0]);
+    EXPECT_EQ("a", listName[4].second);
     for (const char* lpszName : {"b", "d", "a", "c", "bb"}) {
         ASSERT_NE(nullptr, manager().FindMessageQueue(lpszName));
         EXPECT_STREQ(lpszName, manager().FindMessageQueue(lpszName)->GetName());
