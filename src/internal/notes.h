@@ -1,5 +1,5 @@
-// What threads note about themselves beside the segment of the messages, for those who look at the device. Nothing of
-// the message system depends on it.
+// What threads note about themselves beside the segment of the messages, for those who look at the device. The message
+// system itself asks only whether a message is handled, before it frees one that nobody waits for (relief.h).
 //
 // Every queue and every record of a message is a cell of the segment's pool, and cells of a kind have a least size. So
 // the offset of a cell, divided by that size, is a place that no other living cell of the kind has: places need no
