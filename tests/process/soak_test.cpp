@@ -4,6 +4,7 @@
 
 #include <stdio.h>
 #include <stdlib.h>
+#include <string.h>
 
 #include "qor/InspectHelper.h"
 #include "qor/flat.h"
@@ -49,6 +50,62 @@ TEST(Soak, NoSurvivorOfRandomKillsCrashesHangsOrReadsWhatWasNeverSent) {
     EXPECT_EQ(0, result.nHalfMade);
     qorTest::childProcess last("last", [] { return lookAtLeavings(); });
     EXPECT_EQ(0, last.wait()) << "what killed processes allocated is lost, or a free cell is";
+}
+
+// ---- sends that time out
+
+constexpr int sizeFlood = 1000;
+
+int onBusy(simpMSG* pMsg) {
+    if (pMsg->uMsg == TM_THREAD_IDLE)
+        return 0;
+    return pMsg->uMsg == 0x500 ? static_cast<int>(pMsg->wParam) + 1 : -1;
+}
+
+// Handles what there is whenever it is told to; in between it is busy.
+int beBusy(qorTest::meeting& toBusy, qorTest::meeting& toSender) {
+    HTHREAD hThread = msgRegistMainThread("busy", onBusy);
+    do {
+        while (msgProcessThreadMsgOnce(msgGetCurrentThreadObject()) != 0) {
+        }
+        toSender.say();
+    } while (toBusy.hear() == 'x');
+    // Messages are handled again as they come.
+    while (msgProcessThreadMsgOnce(msgGetCurrentThreadObject()) != 0x500) {
+    }
+    msgUnregistMainThread(hThread);
+    return 0;
+}
+
+int sendInVain(qorTest::meeting& toBusy, qorTest::meeting& toSender, int nSends) {
+    toSender.hear();
+    HTHREAD hBusy = msgGetThreadByName("busy");
+    char aData[sizeFlood];
+    memset(aData, 'd', sizeof(aData));
+    for (int i = 0; i < nSends; ++i) {
+        int bReplied = 0;
+        msgSendMsgToThreadRaw(hBusy, 0x400, 1, 2, sizeof(aData), aData, i % 100 == 0 ? 1 : 0, &bReplied);
+        if (bReplied)
+            return 2;
+        if (i % 500 == 499) {
+            toBusy.say();
+            toSender.hear();
+        }
+    }
+    toBusy.say('.');
+    return msgSendMsgToThread(hBusy, 0x500, 41, 0) == 42 ? 0 : 3;
+}
+
+TEST(Flood, SendsThatTimeOutToABusyThreadEndNobody) {
+    qorTest::meeting toBusy, toSender;
+    qorTest::childProcess busy("busy", [&] { return beBusy(toBusy, toSender); });
+    qorTest::childProcess sender("sender",
+                                 [&] { return sendInVain(toBusy, toSender, qorTest::isSlow() ? 300 : 3000); });
+    const int nSender = sender.wait();
+    EXPECT_EQ(0, nSender);
+    if (nSender != 0)
+        busy.kill();
+    EXPECT_EQ(nSender != 0 ? -SIGKILL : 0, busy.wait());
 }
 
 }  // namespace
