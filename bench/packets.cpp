@@ -3,9 +3,9 @@
 // usage: qor_bench_packets [--quick]
 //
 // The contenders stand connected all the time and take turns, each with a server of its own. All send without delay:
-// else the last packet of a stream waits for the peer's late acknowledgement, 40 ms, whichever side sends it; a table of its
-// own shows that. Beside the time stands what the processors spent on both processes, which does not count what else is
-// running.
+// else the last packet of a stream waits for the peer's late acknowledgement, 40 ms, whichever side sends it; a table
+// of its own shows that. Beside the time stands what the processors spent on both processes, which does not count what
+// else is running.
 #include <arpa/inet.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>

@@ -12,7 +12,8 @@
 /// the first eight bytes of the data link it into the chain of free cells, which is in ascending order of addresses.
 /// Free neighbours are merged when a search meets them, not when they are freed.
 ///
-/// Exhaustion is a fatal assertion, never a null result; only try_alloc() returns null. Nothing here locks. In a framed segment
+/// Exhaustion is a fatal assertion, never a null result; only try_alloc() returns null. Nothing here locks. In a framed
+/// segment
 /// (`BaseHelper/Share.h`) an operation whose process is killed has not happened. A damaged pool is the fatal assertion
 /// "broken share pool".
 ///

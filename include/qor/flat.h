@@ -202,9 +202,9 @@ QOR_API int msgProcessPending(int nMax);
  *  Without one, both functions do nothing, so the same program runs in a shell. docs/operations.md has a unit. */
 /** @{ */
 
-/** Tells the service manager that the process is ready ("READY=1"), for a unit with Type=notify. Call it when the threads
- *  are registered that others wait for. Waits until the manager has room for the message. Returns 1; 0 when there is no
- *  manager, and, with a warning, when it cannot be told. */
+/** Tells the service manager that the process is ready ("READY=1"), for a unit with Type=notify. Call it when the
+ * threads are registered that others wait for. Waits until the manager has room for the message. Returns 1; 0 when
+ * there is no manager, and, with a warning, when it cannot be told. */
 QOR_API BOOL msgNotifyReady(void);
 /** Has the calling thread's loop watched by the service manager, for a unit with WatchdogSec=, until the thread
  *  unregisters. From then on the process reports to the manager ("WATCHDOG=1") as long as **every** thread that has

@@ -36,6 +36,11 @@ constexpr unsigned char idProjectJournal = 'J';
 // lock of its directory or of "/tmp" for too long.
 bool createKeyFile(const char* lpszPath);
 
+// Removes the private files that creators in the directory of the path have left when they were killed. The next
+// creator there does so, too, but in the directory of the counters there may be none. Creators that are at work are not
+// awaited.
+void removeStaleKeyFiles(const char* lpszPath);
+
 // The path of the key file of a plain name.
 std::string keyFilePath(const std::string& strName);
 

@@ -132,6 +132,7 @@ void* mapJournal(const journaledSegment& segment) {
     const size_t nSize = shareJournal::sizeFor(segment.uSize);
     if (!createKeyFile(strPath.c_str()))
         return failJournal(segment.lpszName);
+    removeStaleKeyFiles(strPath.c_str());
     const QOR_Platform::openFile file(open(strPath.c_str(), O_RDWR | O_CLOEXEC | O_NOFOLLOW));
     // With its blocks, so that a full disk is met now and not by a store.
     if (file.fd() == -1 || !QOR_Platform::reserveFile(file.fd(), static_cast<long long>(nSize)))

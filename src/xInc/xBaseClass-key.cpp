@@ -215,6 +215,13 @@ bool createKeyFile(const char* lpszPath) {
     return state.eKind != kindNone || makeKeyFile(lpszPath, strDirectory, lockOwn.fd());
 }
 
+void removeStaleKeyFiles(const char* lpszPath) {
+    const std::string strDirectory = directoryOf(lpszPath);
+    fileLock lock;
+    if (lock.openDirectory(strDirectory.c_str()) && lock.tryLock())
+        removeStaleFiles(strDirectory, lock.fd());
+}
+
 // The file may be removed, and another one made, while this one waits for its lock: then the next one is tried. When
 // the path cannot be looked at, trying again would not end. A file that somebody else has locked stays open.
 bool keyFileLock::openAndLock(const char* lpszPath, int nTimeout) {

@@ -26,6 +26,13 @@ using namespace qorTest;
 
 namespace {
 
+// A mutex with which the test opens journals as the frame does.
+struct openMutex : chMutex {
+    using chMutex::LockSegment;
+    using chMutex::m_fdSemaphore;
+    using chMutex::tellAll;
+};
+
 constexpr char szName[] = "journal_test";
 constexpr char szKeyFile[] = "/tmp/qor_journal_test";
 
@@ -376,15 +383,10 @@ TEST_F(Journal, OutsideOfASectionNothingIsLogged) {
     shmdt(pHeader);
 }
 
-// A mutex whose semaphore the test names to a map file, as the frame does.
-struct openMutex : chMutex {
-    using chMutex::m_fdSemaphore;
-};
-
 TEST_F(Journal, AMapFileOpensItsJournalWithRoomForNotes) {
     openMutex mutex;
     mutex.OpenMutex("journal_raw");
-    mutex.Lock(-1);
+    mutex.LockSegment(-1, openMutex::tellAll);
     chMapFile file;
     uint32_t* const pWord = static_cast<uint32_t*>(file.OpenMapFile("journal_raw", 4096));
     EXPECT_EQ(nullptr, file.getNotes());
@@ -456,11 +458,9 @@ TEST_F(FileJournal, ACopyOfAFileAndItsJournalIsTakenBackToo) {
 }
 
 TEST_F(FileJournal, ARawMapFileOpensItsJournal) {
-    struct openMutex : chMutex {
-        using chMutex::m_fdSemaphore;
-    } mutex;
+    openMutex mutex;
     mutex.OpenMutex(szPath);
-    mutex.Lock(-1);
+    mutex.LockSegment(-1, openMutex::tellAll);
     chRawMapFile file;
     ASSERT_NE(nullptr, file.OpenMapFile(szPath, 4096));
     EXPECT_TRUE(file.OpenJournal(mutex.m_fdSemaphore));

@@ -88,7 +88,7 @@ void addCounters(table& listRow) {
 
 void addRecords(table& listRow) {
     rowsOf(listRow, "recordOpen")
-        .fatal("no name", szFile, "!IsOpen() && !textEMPTY(lpszFileName)", [] { recordOpen(NULL, 100, 1); })
+        .fatal("no name", szFile, "m_pFile == NULL && !textEMPTY(lpszFileName)", [] { recordOpen(NULL, 100, 1); })
         .fatal("no size", szFile, "nMaxSize > 0 && nMaxCount > 0", [] { recordOpen("/tmp/record", 0, 1); })
         .good("a directory", [] { return recordOpen("/tmp", 100, 1) == NULL; });
     rowsOf(listRow, "recordWrite").fatal("no handle", szFlat, "hRecord != NULL", [] { recordWrite(NULL, "r", 0); });

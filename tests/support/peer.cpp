@@ -137,7 +137,8 @@ void clearDevice() {
         shmctl(nId, IPC_RMID, NULL);
     for (int nId : listObjects("/proc/sysvipc/sem"))
         semctl(nId, 0, IPC_RMID);
-    std::vector<std::filesystem::path> listFile = {"/tmp/home/ipc_system_storage", "/tmp/home/ipc_system_storage.journal"};
+    std::vector<std::filesystem::path> listFile = {"/tmp/home/ipc_system_storage",
+                                                   "/tmp/home/ipc_system_storage.journal"};
     for (const auto& entry : std::filesystem::directory_iterator("/tmp"))
         if (entry.path().filename().string().rfind("qor_", 0) == 0)
             listFile.push_back(entry.path());

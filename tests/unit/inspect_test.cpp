@@ -149,7 +149,7 @@ TEST_F(Inspect, TheMachineAndItsLimitsAreKept) {
     gethostname(szMachine, sizeof(szMachine) - 1);
     EXPECT_EQ(szMachine, device.strMachine);
     EXPECT_EQ(std::vector<int32_t>{QOR_MiscHelper::qorGetCurrentTaskId()}, device.events);
-    EXPECT_EQ(8, device.limits.nSegmentUsed);  // each with its journal
+    EXPECT_EQ(8, device.limits.nSegmentUsed);    // each with its journal
     EXPECT_GE(device.limits.nSemaphoreUsed, 6);  // four segments, the counters, the event
     EXPECT_GT(device.limits.nSemaphoreMax, device.limits.nSemaphoreUsed);
     EXPECT_NE(0, device.limits.nSegmentSizeMax);

@@ -135,7 +135,7 @@ TEST(TimerPeriod, TheLibrarysOwnMessagesAreNotTraced) {
 // on its grid: at no time before an expiry, and with every period that has passed either fired or told as missed.
 void checkGrid(UINT uPeriod, unsigned uWork, int nCount, const std::function<void()>& fnStart, int* pnMissed) {
     unsigned long long uStart = 0, uStarted = 0, uLast = 0;  // the start lies between the first two
-    unsigned long long uGrid = 1;  // the period whose end is due next
+    unsigned long long uGrid = 1;                            // the period whose end is due next
     int nFired = 0;
     currentThread thread("me", [&](msgObject& m) {
         if (m.uMsg != TM_THREAD_TIMER)

@@ -43,7 +43,9 @@ int layerOf(const std::string& strFile) {
         {"StringHelper|_chString|internal/string_block\\.h", 3},
         {"ArrayHelper|_chArray|ListHelper|_chList", 4},
         {"MiscHelper|_chMisc|xMisc", 5},
-        {"BaseHelper|_chBaseClass|xBaseClass|xInc/(keyfile|file_lock|journal|rights|segment_table|tick)|internal/(scope_lock|singleton)\\.h", 6},
+        {"BaseHelper|_chBaseClass|xBaseClass|xInc/(keyfile|file_lock|journal|rights|segment_table|tick)|internal/"
+         "(scope_lock|singleton)\\.h",
+         6},
         {"TraceHelper|QORTrace", 7},
         {"InspectHelper|QORInspect|xInspect", 11},
         {"FileHelper|QORFile|internal/(safe_save|whole_file|byte_string|ini_text)\\.", 8},

@@ -8,10 +8,10 @@
 /// its null result.
 ///
 /// Changes keep the forward links complete at every instant: a record is complete before the one store that makes it
-/// reachable, and one store bypasses a record that is removed. In a segment a change is undone as a whole if its process
-/// dies; in a mapped file a power cut may keep a part of the stores, and so leave a stale backward link, but never a
-/// stale forward one. So the forward links are authoritative; a backward link is used only if its
-/// target leads forwards to the record that it came from.
+/// reachable, and one store bypasses a record that is removed. In a segment a change is undone as a whole if its
+/// process dies; in a mapped file a power cut may keep a part of the stores, and so leave a stale backward link, but
+/// never a stale forward one. So the forward links are authoritative; a backward link is used only if its target leads
+/// forwards to the record that it came from.
 ///
 /// @code
 /// QOR_ChainHelper::list_chain_offset* const pRoot = &pSegment->vRoot;

@@ -1,5 +1,5 @@
-// Every template of the installed headers, instantiated from them alone: a program that uses one has its definition, or finds
-// it in the library.
+// Every template of the installed headers, instantiated from them alone: a program that uses one has its definition, or
+// finds it in the library.
 #include <stdio.h>
 #include <string.h>
 
