@@ -127,7 +127,7 @@ TEST_F(Heating, AProcessThatHangsIsKilledAndStartedAgain) {
     const HTHREAD hOld = msgGetThreadByName(HEATING_HISTORY);
     // It stops in its own handler, as far as anybody can tell.
     const int idTask = msgHTHREAD2chMsgQueue(hOld)->GetTaskId();
-    ASSERT_EQ(0, kill(idTask, SIGSTOP));
+    ASSERT_EQ(0, stopAsleep(idTask));
     while (output().find("heating.history hangs: killed\n") == std::string::npos)
         usleep(1000);
     ask(HEATING_HISTORY, MSG_PING);
