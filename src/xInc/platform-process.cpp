@@ -44,12 +44,13 @@ char* fieldOf(char* lpszLine, int nField) {
 
 }  // namespace
 
-// The fields of /proc/ID/stat (proc(5)) after the program's name, which may itself hold blanks and brackets: state, 18
+// An emulator answers for the file of its own process itself, and differently; with two slashes it does not recognise
+// the path. The fields of /proc/ID/stat (proc(5)) after the program's name, which may itself hold blanks and brackets: state, 18
 // others, the start time since boot, the size of the memory.
 bool birthOfProcess(int idProcess, uint32_t& uBirth) {
     const errnoGuard guard;
     char szPath[32], szBoot[64], szStat[1024];
-    snprintf(szPath, sizeof(szPath), "/proc/%d/stat", idProcess);
+    snprintf(szPath, sizeof(szPath), "/proc//%d/stat", idProcess);
     readStart(szPath, szStat);
     readStart("/proc/sys/kernel/random/boot_id", szBoot);
     char* const lpszEnd = strrchr(szStat, ')');

@@ -36,14 +36,14 @@ public:
         if (ftruncate(Descriptor(), 0) != 0 || lseek(Descriptor(), 0, SEEK_SET) != 0)
             abort();
     }
-    // The last line that is no warning.
+    // The last line that is no warning, and not an emulator's own.
     std::string LastError() const {
         std::string strAll(65536, '\0'), strLast;
         const ssize_t nSize = pread(Descriptor(), &strAll[0], strAll.size(), 0);
         strAll.resize(nSize > 0 ? static_cast<size_t>(nSize) : 0);
         std::istringstream in(strAll);
         for (std::string strLine; std::getline(in, strLine);)
-            if (strLine.find("warning: ") == std::string::npos)
+            if (strLine.find("warning: ") == std::string::npos && strLine.find("qemu: ") != 0)
                 strLast = strLine;
         return strLast;
     }

@@ -205,20 +205,22 @@ TEST_F(Room, AnAttemptToSendGivesTheAnswerAndItsData) {
 }
 
 TEST_F(Room, AnAttemptToSendTellsATimeOutFromATargetThatGoes) {
-    qorTest::signal entered, go;
-    messageThread busy("busy", [&](msgObject& m) {
-        if (m.uMsg == 0x200) {
-            entered.Set();
-            go.Wait();
-        }
-        return 1;
-    });
-    const HTHREAD hBusy = msgGetThreadByName("busy");
-    msgPostMsgToThread(hBusy, 0x200, 0, 0);
-    entered.Wait();
-    EXPECT_EQ(-4, trySend(hBusy, 0, 30));
-    go.Set();
-    meeting ready;
+    {
+        qorTest::signal entered, go;
+        messageThread busy("busy", [&](msgObject& m) {
+            if (m.uMsg == 0x200) {
+                entered.Set();
+                go.Wait();
+            }
+            return 1;
+        });
+        const HTHREAD hBusy = msgGetThreadByName("busy");
+        msgPostMsgToThread(hBusy, 0x200, 0, 0);
+        entered.Wait();
+        EXPECT_EQ(-4, trySend(hBusy, 0, 30));
+        go.Set();
+    }
+    meeting ready;  // an emulator carries no threads over a fork: there are none by now
     childProcess child("child", [&] {
         messageThread* const pDying = new messageThread("dying", [](msgObject&) {
             _exit(0);
