@@ -239,6 +239,7 @@ TEST_F(Room, AnAttemptToSendTellsATimeOutFromATargetThatGoes) {
 
 TEST_F(Room, ANameInUseIsAnAnswer) {
     messageThread worker("taken", [](msgObject&) { return 4; });
+    msgSendMsgToThread(msgGetThreadByName("taken"), 0x100, 0, 0);  // by now it has handled its start message
     const int nFree = freeBytes();
     HTHREAD hThread = reinterpret_cast<HTHREAD>(&worker);
     EXPECT_EQ(-1, msgTryRegistMainThread(
