@@ -55,9 +55,11 @@ void awaitQueued() {
     }
 }
 
-// The victim has registered, and the peer has sent it something and waits.
+// The victim has registered, and the peer has sent it something and waits. From then on the peer obeys nobody: a victim
+// that commanded it whenever the segment's lock was taken would wait for ever.
 void beAsked(const killPeer& peer, char chHow) {
     registerVictim();
+    actWhileWaiting(nullptr);
     peer.Begin(chHow);
     awaitQueued();
 }
