@@ -3,8 +3,7 @@
 // A cached event is signalled while the process lock is held, because another thread could close it otherwise.
 //
 // The event of a thread that sends without being registered is destroyed when the thread ends, and that of a main
-// thread when its process ends. A killed task leaves its event; the first registration of each process destroys such
-// events.
+// thread when its process ends. A killed task leaves its event; the next task that registers destroys it.
 #include <vector>
 
 #include "QORMsgSystem/thread_helper.h"

@@ -9,7 +9,6 @@
 #include <string.h>
 
 #include <algorithm>
-#include <atomic>
 
 #include "QORMsgSystem/launch.h"
 #include "QORMsgSystem/lifetime_guard.h"
@@ -209,14 +208,6 @@ static msgDraft makeStart() {
     return draft;
 }
 
-// Once in a process; a child of a fork is another one.
-static void sweepEventsOnce() {
-    static std::atomic<int> s_idSwept{0};
-    const int idProcess = QOR_MiscHelper::qorGetCurrentProcessId();
-    if (s_idSwept.exchange(idProcess, std::memory_order_relaxed) != idProcess)
-        sweepDeadTaskEvents();
-}
-
 BOOL uCSystemShareHelper::CreateLocalThread(chThreadLocal& objThread) {
     if (!QOR_ASSERT(!objThread.m_strThreadName.IsEmpty()))
         return 0;
@@ -268,7 +259,10 @@ int uCSystemShareHelper::RegisterThread(chThreadLocal& objThread, bool bMayFail)
     objThread.m_idThread = QOR_MiscHelper::qorGetCurrentThreadId();
     taskEvent::OfThread().Restart();
     m_objProcessLocal.RegisterLocalThread(objThread);
-    sweepEventsOnce();  // the events of dead tasks that had a queue are destroyed already
+    // Whoever has made an event also clears those of the dead. The events of tasks that had a queue are destroyed
+    // already.
+    if (bFirst)
+        sweepDeadTaskEvents();
     return attemptDone;
 }
 

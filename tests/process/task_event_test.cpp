@@ -200,6 +200,22 @@ TEST(TaskEvent, OfAKilledSenderGoesWithTheNextProcessThatRegisters) {
     EXPECT_EQ(nSemaphores, countSemaphores());
 }
 
+TEST(TaskEvent, OfAKilledSenderGoesWithTheNextThreadOfAnOldProcess) {
+    messageThread old("old", [](msgObject&) { return -1; });
+    const size_t nFiles = eventFiles().size();
+    childProcess sender("sender", [] {
+        process().GetCurrentTaskEvent();
+        raise(SIGKILL);
+        return 0;
+    });
+    EXPECT_EQ(-SIGKILL, sender.wait());
+    EXPECT_EQ(nFiles + 1, eventFiles().size());
+    {
+        messageThread young("young", [](msgObject&) { return -1; });
+    }
+    EXPECT_EQ(nFiles, eventFiles().size());
+}
+
 TEST(TaskEvent, OfALiveTaskAndWhatOnlyLooksLikeOneAreLeftAlone) {
     qorTest::meeting ready, end;
     childProcess sender("sender", [&] {
