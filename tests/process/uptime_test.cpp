@@ -384,10 +384,11 @@ inventory takeInventory() {
 constexpr uint32_t ticksOfRound = 0xFFFFFFFFu / 5;  // the counter wraps in every fifth round
 
 // Sets the day clock to any time of the next sixty years, or of the last twenty, as it is set on boards without a
-// battery.
+// battery. Key files are looked at again when an hour seems to have passed: not when the clock is set less far.
 void setClocks(std::mt19937& random) {
-    const long long nYear = 365LL * 24 * secondsOfHour;
-    s_nShift = std::uniform_int_distribution<long long>(-20 * nYear, 60 * nYear)(random);
+    const long long nYear = 365LL * 24 * secondsOfHour, nLast = s_nShift;
+    while (llabs(s_nShift - nLast) < 2 * secondsOfHour)
+        s_nShift = std::uniform_int_distribution<long long>(-20 * nYear, 60 * nYear)(random);
     s_uClockTicks += ticksOfRound;
 }
 
@@ -416,6 +417,7 @@ void useMessages() {
     s_nTimers = 0;
     while (s_nTimers == 0)
         msgProcessThreadMsgOnce(msgGetCurrentThreadObject());
+    timerKillThreadTimer(1);
     msgUnlaunchWorkThread("uptime_worker");
     msgUnregistMainThread(hThread);
 }
