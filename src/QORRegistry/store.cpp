@@ -47,21 +47,45 @@ constText viewOf(const chShareStringA& str) {
     return pText != NULL ? constText(pText->m_szText, loadShareWord(pText->m_nLength)) : constText();
 }
 
-// Replaces a text by a copy of another, with one store. False: there is no room for it.
+// A block with a copy of a text that is not empty; null when there is no room for it.
+chShareTextA* copyText(chShareStringA& str, const constText& text) {
+    const int nLength = text.GetLength();
+    baseStaticPoolAlloc* const pPool = str.get_pPool();
+    if (pPool == NULL || pPool->find_big_enough_cell(nLength + 8) == NULL)
+        return NULL;
+    chShareTextA* const pNew = static_cast<chShareTextA*>(str.alloc(nLength + 8));
+    if (pNew == NULL)
+        return NULL;
+    storeShareWord(pNew->m_nLength, nLength);
+    fillShareBytes(pNew->m_szText, text, static_cast<size_t>(nLength));
+    pNew->m_szText[nLength] = 0;
+    return pNew;
+}
+
+// Whether the pool has blocks of one size for texts of both lengths.
+bool takeEqualBlocks(int nLength1, int nLength2) { return (nLength1 + 3) / 4 == (nLength2 + 3) / 4; }
+
+void overwriteText(chShareTextA& objText, const constText& text) {
+    const int nLength = text.GetLength();
+    storeShareBytes(objText.m_szText, text, static_cast<size_t>(nLength));
+    if (nLength % 4 != 0)
+        objText.m_szText[nLength] = 0;
+    else
+        storeShareWord(reinterpret_cast<uint32_t&>(objText.m_szText[nLength]), 0);
+    storeShareWord(objText.m_nLength, nLength);
+}
+
+// Replaces a text by a copy of another. False: there is no room for it.
 bool replaceText(chShareStringA& str, const constText& text) {
-    chShareTextA* pOld = str.get_Text();
-    chShareTextA* pNew = NULL;
-    if (const int nLength = text.GetLength()) {
-        baseStaticPoolAlloc* const pPool = str.get_pPool();
-        if (pPool == NULL || pPool->find_big_enough_cell(nLength + 8) == NULL)
-            return false;
-        pNew = static_cast<chShareTextA*>(str.alloc(nLength + 8));
-        if (pNew == NULL)
-            return false;
-        storeShareWord(pNew->m_nLength, nLength);
-        fillShareBytes(pNew->m_szText, text, static_cast<size_t>(nLength));
-        pNew->m_szText[nLength] = 0;
+    chShareTextA* const pOld = str.get_Text();
+    const int nLength = text.GetLength();
+    if (pOld != NULL && nLength != 0 && takeEqualBlocks(loadShareWord(pOld->m_nLength), nLength)) {
+        overwriteText(*pOld, text);
+        return true;
     }
+    chShareTextA* const pNew = nLength != 0 ? copyText(str, text) : NULL;
+    if (nLength != 0 && pNew == NULL)
+        return false;
     str.set_Text(pNew);
     if (pOld != NULL)
         str.free(pOld);

@@ -53,15 +53,15 @@ void shareJournal::Append(uint32_t uOffset, uint32_t uOld, uint32_t uNew) const 
     const uint32_t n = m_pHeader->nEntry;
     if (!QOR_ASSERT_TEXT(n < maxEntries(m_uSize), "the journal has room for every word"))
         return;
-    m_pEntry[n] = {uOffset, uOld, uNew};
-    putShareWord(m_pHeader->nEntry, n + 1);
+    Put(n, {uOffset, uOld, uNew});
 }
 
 void shareJournal::Commit() const {
     if (IsEmpty())
         return;
     putShareWord(m_pHeader->nEntry, 0);
-    putShareWord(m_pHeader->uFlags, 0);
+    if (m_pHeader->uFlags != 0)
+        putShareWord(m_pHeader->uFlags, 0);
 }
 
 const journalEntry* shareJournal::end() const { return m_pEntry + loadShareWord(m_pHeader->nEntry); }
@@ -151,7 +151,8 @@ void shareSection::Commit() {
         pCheck = NULL;
     }
     pJournal->Commit();
-    free(pLogged);
+    if (pLogged != NULL)
+        free(pLogged);
     pLogged = NULL;
     bFreed = false;
     aBlock[0] = aBlock[1] = {};
@@ -191,9 +192,18 @@ uint32_t* mapLogged(const shareJournal& journal) {
 
 }  // namespace
 
-void shareSection::Log(uint32_t uOffset, uint32_t uOld, uint32_t uNew, journalKind kind) {
-    journalHeader& header = pJournal->GetHeader();
-    if (pLogged == NULL && header.nEntry >= shareJournal::maxPlain) {
+// Every store of a section comes through here; nearly all sections are short.
+inline void shareSection::Log(uint32_t uOffset, uint32_t uOld, uint32_t uNew, journalKind kind) {
+    const uint32_t n = pJournal->GetHeader().nEntry;
+    if (__builtin_expect(n < shareJournal::maxPlain, 1))
+        pJournal->Put(n, {uOffset | kind, uOld, uNew});
+    else
+        LogOnce(uOffset, uOld, uNew, kind);
+}
+
+void shareSection::LogOnce(uint32_t uOffset, uint32_t uOld, uint32_t uNew, journalKind kind) {
+    if (pLogged == NULL) {
+        journalHeader& header = pJournal->GetHeader();
         putShareWord(header.uFlags, header.uFlags | journalHeader::flagLogOnce);
         pLogged = mapLogged(*pJournal);
     }
@@ -237,7 +247,7 @@ void storeShareBytes(void* pTo, const void* pFrom, size_t nSize) {
     if (t_pShareSection != NULL)
         for (size_t n = 0; n < nSize; n += 4)
             saveShareWord(static_cast<const char*>(pTo) + n);
-    memcpy(pTo, pFrom, nSize);
+    memmove(pTo, pFrom, nSize);
 }
 
 void noteShareAlloc(const void* pBlock, uint32_t nSize) {

@@ -90,6 +90,11 @@ public:
 
     // Adds an entry, which counts from the second store on.
     void Append(uint32_t uOffset, uint32_t uOld, uint32_t uNew) const;
+    // The same where the journal is known to hold n entries and to have room.
+    void Put(uint32_t n, const journalEntry& entry) const {
+        m_pEntry[n] = entry;
+        putShareWord(m_pHeader->nEntry, n + 1);
+    }
     // Forgets the entries: what they log stays.
     void Commit() const;
     // Takes back what the entries log. False: they do not fit the segment, which is left as it is. Either way the
@@ -183,6 +188,8 @@ struct shareSection {
     void End();
 
     void Log(uint32_t uOffset, uint32_t uOld, uint32_t uNew, journalKind kind);
+    // Once the section is long: each word only once.
+    void LogOnce(uint32_t uOffset, uint32_t uOld, uint32_t uNew, journalKind kind);
     // Makes every word of the block free to be changed without an entry.
     void AddBlock(uintptr_t uBegin, uint32_t uOffset, uint32_t uSize);
 };

@@ -246,6 +246,25 @@ TEST_F(RegistryLayout, AListThatIsClearedInARingEndsInAnAssertion) {
                 "broken share chain|!pFreeCell->is_free_cell\\(\\)");
 }
 
+// Sizes of blocks are multiples of 4: texts of 5 to 8 bytes take equal ones.
+TEST_F(RegistryLayout, AValueThatTakesABlockOfTheSameSizeStaysInIt) {
+    regSection* pSection = m_pRoot->GetDocumentObject("/tmp/layout.ini")->GetSectionObject("s");
+    regKey* pKey = pSection->GetKeyObject("k");
+    pKey->SetValue("12345");
+    const char* const pBlock = pKey->GetValue();
+    for (const char* lpszValue : {"54321", "12345678", "8765432", "123456"}) {
+        EXPECT_EQ(1, pKey->SetValue(lpszValue));
+        EXPECT_STREQ(lpszValue, pKey->GetValue());
+        EXPECT_EQ(static_cast<int>(strlen(lpszValue)), *wordOf(offsetOf(pKey->GetValue()) - 4));
+        EXPECT_EQ(pBlock, pKey->GetValue());
+    }
+    EXPECT_EQ(1, pKey->SetValue(pKey->GetValue() + 1)) << "a part of itself";
+    EXPECT_STREQ("23456", pKey->GetValue());
+    EXPECT_EQ(1, pKey->SetValue("1234"));
+    EXPECT_NE(pBlock, pKey->GetValue()) << "a block of another size";
+    EXPECT_STREQ("1234", pKey->GetValue());
+}
+
 TEST_F(RegistryLayout, AHandleThatLostItsPoolIsFatalWhenSomethingIsAdded) {
     regDocument* pDocument = m_pRoot->GetDocumentObject("/tmp/layout.ini");
     regSection* pSection = pDocument->GetSectionObject("s");
@@ -257,8 +276,8 @@ TEST_F(RegistryLayout, AHandleThatLostItsPoolIsFatalWhenSomethingIsAdded) {
             << nOffset;
         *wordOf(nOffset) = nOld;
     };
-    dies(offsetOf(pKey) + 8, [&] { pKey->SetValue("value"); });
-    dies(offsetOf(pDocument) + 16, [&] { pDocument->CreateFromFile("/tmp/layout.ini"); });
+    dies(offsetOf(pKey) + 8, [&] { pKey->SetValue("a value that takes a block of another size"); });
+    dies(offsetOf(pDocument) + 16, [&] { pDocument->CreateFromFile("/tmp/a_longer_name.ini"); });
     dies(offsetOf(pSection), [&] {
         std::string strWarning;
         pSection->SetKeyValue("new", "value", strWarning);

@@ -73,7 +73,8 @@ inline void storeShareWord(int32_t& nWord, int32_t nValue) {
     storeShareWord(reinterpret_cast<uint32_t&>(nWord), static_cast<uint32_t>(nValue));
 }
 
-/// Copies nSize bytes over bytes of a segment that other processes can reach. pTo is a multiple of 4.
+/// Copies nSize bytes over bytes of a segment that other processes can reach. pTo is a multiple of 4; the bytes at pFrom
+/// may overlap them.
 QOR_API void storeShareBytes(void* pTo, const void* pFrom, size_t nSize);
 
 /// Loads one word of a shared structure, exactly once: whatever other processes store meanwhile, all uses of the result
