@@ -132,35 +132,17 @@ namespace {
 
 class peerProcess {
 public:
-    // Does not return before the peer has registered.
-    peerProcess() {
-        int aTo[2], aFrom[2];
-        if (pipe(aTo) != 0 || pipe(aFrom) != 0)
-            abort();
-        m_pid = fork();
-        if (m_pid == 0) {
-            prctl(PR_SET_PDEATHSIG, SIGKILL);
-            close(aTo[1]);
-            close(aFrom[0]);
-            dup2(reports().Descriptor(), STDERR_FILENO);
-            runPeer(aTo[0], aFrom[1]);
-            _exit(0);
-        }
-        close(aTo[0]);
-        close(aFrom[1]);
-        m_peer.fdToPeer = aTo[1];
-        m_peer.fdFromPeer = aFrom[0];
-    }
-    peerProcess(const peerProcess&) = delete;
-    peerProcess& operator=(const peerProcess&) = delete;
-    ~peerProcess() {
-        kill(m_pid, SIGKILL);
-        waitpid(m_pid, NULL, 0);
-        close(m_peer.fdToPeer);
-        close(m_peer.fdFromPeer);
+    // Returns at once; Finish() tells when the peer has registered.
+    peerProcess()
+        : m_child([](const killChannel& channel) {
+              alarm(0);  // it lives as long as the device
+              runPeer(channel.fdFromDriver, channel.fdToDriver);
+          }) {
+        m_peer.fdToPeer = m_child.Channel().fdToDriver;
+        m_peer.fdFromPeer = m_child.Channel().fdFromDriver;
     }
 
-    pid_t Id() const { return m_pid; }
+    pid_t Id() const { return m_child.m_pid; }
     const killPeer& Peer() const { return m_peer; }
 
     // Waits until it has done all that it was told to, and one thing more. False: it has ended, or hangs.
@@ -183,7 +165,7 @@ public:
     }
 
 private:
-    pid_t m_pid;
+    child m_child;
     killPeer m_peer;
 };
 
