@@ -53,8 +53,7 @@ void control(unsigned int uNumber, int nTemperature) {
     heatingLockState()->nPower = nPower;
     nameHelperUnlock();
     g_objSample = {uNumber, nTemperature, static_cast<int32_t>(g_objTuning.fTarget * 1000), nPower};
-    if (HTHREAD hHistory = msgGetThreadByName(HEATING_HISTORY))
-        msgPostMsgToThreadEx(hHistory, MSG_SAMPLE, 0, 0, sizeof(g_objSample), &g_objSample);
+    heatingPostData(HEATING_HISTORY, MSG_SAMPLE, 0, 0, sizeof(g_objSample), &g_objSample);
 }
 
 // The new controller begins with the power that the old one had, without a jump.

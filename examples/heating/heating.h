@@ -40,6 +40,8 @@ enum {
     timeoutPing = 2000
 };
 
+enum { maxUnread = 100 }; /* messages: two seconds of samples */
+
 typedef struct heatingSample {
     uint32_t uNumber;
     int32_t nTemperature;
@@ -68,31 +70,29 @@ static inline heatingState heatingCopyState(void) {
 }
 
 /* A process may be restarted at any time, and then has another handle: a name is looked up for each message. Answers 0
- * when nobody has that name; what is lost then is sent again with the next period. */
+ * when nobody has that name, or when its owner has not read the last messages; what is lost then is sent again with the
+ * next period. So a process that hangs does not fill the memory of the messages, which is the device's. */
+static inline BOOL heatingPostData(const char* lpszName, unsigned int uMsg, unsigned int wParam, int lParam, int nSize,
+                                   const void* pData) {
+    return msgTryPostMsgToThread(msgGetThreadByName(lpszName), uMsg, wParam, lParam, nSize, pData, maxUnread) == 1;
+}
+
 static inline BOOL heatingPost(const char* lpszName, unsigned int uMsg, unsigned int wParam, int lParam) {
-    HTHREAD hThread = msgGetThreadByName(lpszName);
-    return hThread != NULL && msgPostMsgToThread(hThread, uMsg, wParam, lParam);
+    return heatingPostData(lpszName, uMsg, wParam, lParam, 0, NULL);
 }
 
-/* Answers 0, and leaves the result alone, when there is no answer in time. A send without a time-out could wait for
- * ever. */
+/* Answers 0 when there is no answer in time. A send without a time-out could wait for ever. */
 static inline BOOL heatingAsk(const char* lpszName, unsigned int uMsg, int nTimeout, int* pnResult) {
-    HTHREAD hThread = msgGetThreadByName(lpszName);
-    int bReplied = 0;
-    const int nResult = hThread != NULL ? msgSendMsgToThreadRaw(hThread, uMsg, 0, 0, 0, NULL, nTimeout, &bReplied) : 0;
-    if (bReplied)
-        *pnResult = nResult;
-    return bReplied;
+    return msgTrySendMsgToThread(msgGetThreadByName(lpszName), uMsg, 0, 0, 0, NULL, nTimeout, -1, pnResult, NULL, 0,
+                                 NULL) == 1;
 }
 
-/* The same for an answer that carries a sample. */
+/* The same for an answer that carries a sample; without one, *pSample stays as it was. */
 static inline BOOL heatingAskSample(const char* lpszName, unsigned int uMsg, int nTimeout, heatingSample* pSample) {
-    HTHREAD hThread = msgGetThreadByName(lpszName);
     heatingSample sample;
     int nLength = 0;
-    if (hThread == NULL)
-        return 0;
-    msgSendMsgToThreadReply(hThread, uMsg, 0, 0, 0, NULL, nTimeout, NULL, &sample, sizeof(sample), &nLength);
+    msgTrySendMsgToThread(msgGetThreadByName(lpszName), uMsg, 0, 0, 0, NULL, nTimeout, -1, NULL, &sample,
+                          (int)sizeof(sample), &nLength);
     if (nLength != (int)sizeof(sample))
         return 0;
     *pSample = sample;

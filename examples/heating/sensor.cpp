@@ -39,7 +39,7 @@ void readSensor() {
 int onMessage(simpMSG* pMsg) {
     switch (pMsg->uMsg) {
         case TM_THREAD_START:
-            timerSetThreadTimer(timerRead, periodSensor);
+            timerSetRateTimer(timerRead, periodSensor);  // the controller counts on equal periods
             return 0;
         case TM_THREAD_TIMER:
             readSensor();
