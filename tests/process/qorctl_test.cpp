@@ -185,9 +185,10 @@ TEST_F(CtlCommand, TopShowsTheThreadsAgainAndAgain) {
 
 TEST_F(CtlCommand, AReportIsOnePageThatNeedsNoNetwork) {
     device.startSender("a<b>&", "deaf", 0x123);
+    device.startSender("sixteen letters,\xC3\xA4\xC3\xB6\xC3\xBC", "deaf", 0x124);
     device.start("deaf", [] {});
     device.go();
-    ctlDevice::waitForEdges(1, 0);
+    ctlDevice::waitForEdges(2, 0);
     const auto pageWith = [this](std::vector<std::string> listArgument) {
         listArgument.insert(listArgument.begin(), {"report", "/tmp/home/device.html"});
         EXPECT_EQ("", run(0, listArgument));
@@ -197,8 +198,9 @@ TEST_F(CtlCommand, AReportIsOnePageThatNeedsNoNetwork) {
     };
     const std::string strPage = pageWith({});
     EXPECT_EQ(0u, strPage.find("<!DOCTYPE html>"));
-    for (const char* lpszText : {"a&lt;b&gt;&amp;", ">deaf</text>", "<title>0x123</title>", "ipc_system_share",
-                                 "error: first", "send-blocked on deaf", "<h2>Findings</h2>", "</html>"})
+    for (const char* lpszText :
+         {"a&lt;b&gt;&amp;", ">deaf</text>", "<title>0x123</title>", ">0x123</text>", ">sixteen letters,...</text>",
+          "ipc_system_share", "error: first", "send-blocked on deaf", "<h2>Findings</h2>", "</html>"})
         EXPECT_NE(std::string::npos, strPage.find(lpszText)) << lpszText;
     for (const char* lpszText : {"src=", "href=", "a<b>", "port=5060"})
         EXPECT_EQ(std::string::npos, strPage.find(lpszText)) << lpszText;

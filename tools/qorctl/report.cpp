@@ -38,8 +38,8 @@ public:
         m_fRadius = std::max(120.0, 26.0 * static_cast<double>(names.size()));
         double fAngle = -1.5707963;
         for (const auto& name : names) {
-            m_mapPlace[name.second] = {centre() + m_fRadius * std::cos(fAngle),
-                                       centre() + m_fRadius * std::sin(fAngle)};
+            m_mapPlace[name.second] = {m_fRadius * (1 + std::cos(fAngle)) + marginX,
+                                       m_fRadius * (1 + std::sin(fAngle)) + marginY};
             fAngle += fTurn;
         }
         for (const auto& ring : dev.rings())
@@ -47,26 +47,48 @@ public:
     }
 
     std::string svg() const {
-        const std::string strSize = number(2 * centre());
-        std::string str = "<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"" + strSize + "\" height=\"" + strSize +
+        std::string str = "<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"" + number(2 * (m_fRadius + marginX)) +
+                          "\" height=\"" + number(2 * (m_fRadius + marginY)) +
                           "\" font-family=\"sans-serif\" font-size=\"13\"><defs>" + marker("a", "#444") +
                           marker("r", "#b00020") + "</defs>\n";
         for (size_t i = 0; i < m_dev.edges().size(); ++i)
             str += arrow(i);
         for (const auto& entry : m_mapPlace)
             str += box(entry.first, entry.second);
-        return str + "</svg>\n";
+        return str +
+               "</svg>\n<p>An arrow is a send that is not answered, with its message id; dashed: not taken from the "
+               "queue yet; red: in a ring.</p>\n";
     }
 
 private:
     typedef std::pair<double, double> place;
 
-    double centre() const { return m_fRadius + 90; }
+    static constexpr double marginX = 110, marginY = 30;  // for half a box, and what stands beside an arrow
+    static constexpr double halfHeight = 14;
+
     static std::string marker(const char* lpszName, const char* lpszColor) {
         return std::string("<marker id=\"") + lpszName +
                "\" markerWidth=\"9\" markerHeight=\"9\" refX=\"8\" refY=\"4\" orient=\"auto\"><path "
                "d=\"M0,0L9,4L0,8z\" fill=\"" +
                lpszColor + "\"/></marker>";
+    }
+    // A name as far as it fits into a box; characters stay whole.
+    static std::string label(const std::string& strName) {
+        if (strName.size() <= 20)
+            return strName;
+        size_t nSize = 17;
+        while (nSize > 0 && (static_cast<unsigned char>(strName[nSize]) & 0xC0) == 0x80)
+            --nSize;
+        return strName.substr(0, nSize) + "...";
+    }
+    double halfWidth(int32_t idTask) const { return 4.0 * static_cast<double>(label(m_dev.nameOf(idTask)).size()) + 8; }
+    // The part of a line that lies in the box where it begins, and a small gap. The line has been moved to the side of
+    // the box's centre.
+    double partInBox(int32_t idTask, double fX, double fY, double fSideX, double fSideY) const {
+        const auto part = [](double fHalf, double f, double fSide) {
+            return (fHalf + 2 - std::copysign(fSide, f * fSide)) / std::max(0.01, std::fabs(f));
+        };
+        return std::min({0.45, part(halfWidth(idTask), fX, fSideX), part(halfHeight, fY, fSideY)});
     }
     std::string arrow(size_t iEdge) const {
         const sendEdge& edge = m_dev.edges()[iEdge];
@@ -74,21 +96,33 @@ private:
         const double fX = to.first - from.first, fY = to.second - from.second;
         const double fLength = std::max(1.0, std::hypot(fX, fY));
         // Beside the straight line, so that two arrows between the same threads stay apart.
-        const double fSideX = -fY / fLength * 8, fSideY = fX / fLength * 8, fGap = std::min(0.45, 34 / fLength);
+        const double fSideX = -fY / fLength * 8, fSideY = fX / fLength * 8;
+        const double fBegin = partInBox(edge.idFrom, fX, fY, fSideX, fSideY);
+        const double fEnd = 1 - partInBox(edge.idTo, -fX, -fY, fSideX, fSideY);
         const bool bRing = m_setRing.count(iEdge) != 0;
-        return "<line x1=\"" + number(from.first + fX * fGap + fSideX) + "\" y1=\"" +
-               number(from.second + fY * fGap + fSideY) + "\" x2=\"" + number(to.first - fX * fGap + fSideX) +
-               "\" y2=\"" + number(to.second - fY * fGap + fSideY) + "\" stroke=\"" + (bRing ? "#b00020" : "#444") +
+        const std::string strId = hexNumber(edge.uMsg);
+        return "<line x1=\"" + number(from.first + fX * fBegin + fSideX) + "\" y1=\"" +
+               number(from.second + fY * fBegin + fSideY) + "\" x2=\"" + number(from.first + fX * fEnd + fSideX) +
+               "\" y2=\"" + number(from.second + fY * fEnd + fSideY) + "\" stroke=\"" + (bRing ? "#b00020" : "#444") +
                "\"" + (edge.bTaken ? "" : " stroke-dasharray=\"5 3\"") + " marker-end=\"url(#" + (bRing ? "r" : "a") +
-               ")\"><title>" + hexNumber(edge.uMsg) + "</title></line>\n";
+               ")\"><title>" + strId + "</title></line>\n" +
+               besideLine(strId, from.first + fX / 2, from.second + fY / 2, -fY / fLength, fX / fLength);
+    }
+    // A short text beside an arrow, whose middle and direction to the side are given.
+    static std::string besideLine(const std::string& strText, double fX, double fY, double fSideX, double fSideY) {
+        const double fHalf = 3.2 * static_cast<double>(strText.size());
+        const double fAway = 12 + fHalf * std::fabs(fSideX) + 6 * std::fabs(fSideY);
+        return "<text x=\"" + number(fX + fSideX * fAway) + "\" y=\"" + number(fY + fSideY * fAway + 4) +
+               "\" text-anchor=\"middle\" font-size=\"11\" fill=\"#666\">" + strText + "</text>\n";
     }
     std::string box(int32_t idTask, const place& at) const {
         const std::string strName = m_dev.nameOf(idTask);
-        const double fWidth = 8.0 * static_cast<double>(std::min<size_t>(strName.size(), 20)) + 16;
-        return "<rect x=\"" + number(at.first - fWidth / 2) + "\" y=\"" + number(at.second - 14) + "\" width=\"" +
-               number(fWidth) + "\" height=\"28\" rx=\"5\" fill=\"#eef3fb\" stroke=\"#456\"/><text x=\"" +
-               number(at.first) + "\" y=\"" + number(at.second + 5) + "\" text-anchor=\"middle\">" +
-               escapeHtml(strName.substr(0, 20)) + "</text>\n";
+        const double fHalf = halfWidth(idTask);
+        return "<rect x=\"" + number(at.first - fHalf) + "\" y=\"" + number(at.second - halfHeight) + "\" width=\"" +
+               number(2 * fHalf) + "\" height=\"" + number(2 * halfHeight) +
+               "\" rx=\"5\" fill=\"#eef3fb\" stroke=\"#456\"><title>" + escapeHtml(strName) +
+               "</title></rect><text x=\"" + number(at.first) + "\" y=\"" + number(at.second + 5) +
+               "\" text-anchor=\"middle\">" + escapeHtml(label(strName)) + "</text>\n";
     }
 
     const device& m_dev;
@@ -156,6 +190,8 @@ std::string poolsHtml(const device& dev) {
 
 std::string traceHtml(const device& dev) {
     const traceView view = readTrace(dev.segment(segmentTrace));
+    if (view.lines.empty())
+        return "<p>the trace buffer is empty</p>\n";
     std::string str = "<pre>";
     for (size_t i = view.lines.size() > maxTraceLines ? view.lines.size() - maxTraceLines : 0; i < view.lines.size();
          ++i)
