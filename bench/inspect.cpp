@@ -8,10 +8,13 @@
 #include <stdio.h>
 #include <string.h>
 #include <sys/mman.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
+#include <functional>
 #include <string>
 #include <thread>
 
@@ -42,9 +45,19 @@ pid_t startCtl(const std::vector<const char*>& listArgument) {
     for (const char* lpszArgument : listArgument)
         listWord.push_back(const_cast<char*>(lpszArgument));
     listWord.push_back(NULL);
-    dup2(open("/dev/null", O_WRONLY), STDOUT_FILENO);
+    const int fd = open("/dev/null", O_WRONLY);
+    dup2(fd, STDOUT_FILENO);
+    dup2(fd, STDERR_FILENO);  // "changing": what is looked at is busy
     execv(listWord[0], listWord.data());
     _exit(127);
+}
+
+// The processor time of children that have ended, in nanoseconds.
+long long endedTime() {
+    rusage usage;
+    getrusage(RUSAGE_CHILDREN, &usage);
+    return (usage.ru_utime.tv_sec + usage.ru_stime.tv_sec) * 1000000000LL +
+           (usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) * 1000LL;
 }
 
 // ---- the time of a look
@@ -82,29 +95,44 @@ private:
     std::unique_ptr<peer> m_pPeer;
 };
 
+// How long something took, and what the processor spent on it.
+struct cost {
+    std::vector<long long> listTime, listSpent;
+    void Add(long long nTime, long long nSpent) {
+        listTime.push_back(nTime);
+        listSpent.push_back(nSpent);
+    }
+    void Print(const char* lpszWhat) const {
+        const figures time = figuresOf(listTime), spent = figuresOf(listSpent);
+        printf("  %-30s median %6.1f  99 %% %6.1f  processor time %6.1f\n", lpszWhat, time.nMedian / 1e6,
+               time.nHigh / 1e6, spent.nMedian / 1e6);
+    }
+};
+
+// The goal is for the processor time: a look waits for nobody, and what else runs on the machine does not count.
 void printLook(const char* lpszTitle, int nRounds) {
     using namespace QOR_InspectHelper;
-    std::vector<long long> listLook, listProgram;
+    cost look, program;
     size_t nQueues = 0, nMessages = 0;
     for (int i = 0; i < nRounds; ++i) {
-        long long nStart = now();
+        long long nStart = now(), nSpent = spent();
         deviceImage device;
         takeImage(device, takeOptions());
         const shareView share = readShare(device.segment(segmentShare));
         findRings(findEdges(share, device));
-        listLook.push_back(now() - nStart);
+        look.Add(now() - nStart, spent() - nSpent);
         nQueues = share.queues.size();
         nMessages = share.queues[0].messages.size();
         nStart = now();
+        nSpent = endedTime();
         waitpid(startCtl({"ps"}), NULL, 0);
-        listProgram.push_back(now() - nStart);
+        program.Add(now() - nStart, endedTime() - nSpent);
     }
-    const figures look = figuresOf(listLook), program = figuresOf(listProgram);
     printf("%s: %zu threads, %zu messages in a queue (ms)\n", lpszTitle, nQueues, nMessages);
-    printf("  %-30s median %6.1f  99 %% %6.1f\n", "a look", look.nMedian / 1e6, look.nHigh / 1e6);
-    printf("  %-30s median %6.1f  99 %% %6.1f\n", "qorctl ps, from start to end", program.nMedian / 1e6,
-           program.nHigh / 1e6);
-    printGoal("a look in milliseconds", look.nMedian / 1e6, 50);
+    look.Print("a look");
+    program.Print("qorctl ps, from start to end");
+    printGoal("a look, in milliseconds of the processor", figuresOf(look.listSpent).nMedian / 1e6, 50);
+    printGoal("qorctl ps, in milliseconds of the processor", figuresOf(program.listSpent).nMedian / 1e6, 50);
     printf("\n");
 }
 
@@ -151,44 +179,130 @@ long long sumOf(const counters& all) {
     return nSum;
 }
 
-// Exchanges in a slice of half a second, in which somebody looks or not.
-double exchangesIn(const counters& all, bool bLook) {
-    const long long nBegin = now(), nBefore = sumOf(all);
+// What a slice of time brought: exchanges, and the processor time that went to the exchangers, to nobody and to the
+// lookers; per second.
+struct slice {
+    double fExchanges, fBusy, fIdle, fLook;
+};
+
+// What all processors have been idle, in nanoseconds.
+long long idleTime() {
+    long long anTick[5] = {};
+    if (FILE* pFile = fopen("/proc/stat", "r")) {
+        if (fscanf(pFile, "cpu %lld %lld %lld %lld %lld", &anTick[0], &anTick[1], &anTick[2], &anTick[3], &anTick[4]) !=
+            5)
+            anTick[3] = anTick[4] = 0;
+        fclose(pFile);
+    }
+    return (anTick[3] + anTick[4]) * (1000000000LL / sysconf(_SC_CLK_TCK));
+}
+
+// Four pairs of processes that exchange messages as fast as they can, and those who look at them.
+class busyDevice {
+public:
+    busyDevice();
+    ~busyDevice() {
+        kill(m_pidTop, SIGKILL);
+        waitpid(m_pidTop, NULL, 0);
+    }
+    // Half a second, in which top looks once a second and ps ten times, or nobody.
+    slice Run(bool bLook);
+
+private:
+    struct reading {
+        long long nTime, nExchanges, nBusy, nIdle, nLook;
+    };
+    reading Read() const;
+
+    counters& m_all;
+    std::vector<std::unique_ptr<peer>> m_listPeer;
+    pid_t m_pidTop;
+};
+
+busyDevice::busyDevice()
+    : m_all(*static_cast<counters*>(
+          mmap(NULL, sizeof(counters), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0))) {
+    const int nProcessors = static_cast<int>(sysconf(_SC_NPROCESSORS_ONLN));
+    for (int i = 0; i < countPair; ++i) {
+        m_listPeer.emplace_back(new peer(i % nProcessors, [i] { serve(i); }));
+        m_listPeer.emplace_back(new peer(i % nProcessors, [this, i] { ask(i, m_all.anExchange[i]); }));
+    }
+    m_pidTop = startCtl({"top", "--json"});
+    while (sumOf(m_all) < 1000)
+        usleep(1000);
+}
+
+busyDevice::reading busyDevice::Read() const {
+    reading current = {now(), sumOf(m_all), 0, idleTime(), endedTime() + spentBy(m_pidTop)};
+    for (const auto& pPeer : m_listPeer)
+        current.nBusy += pPeer->spent();
+    return current;
+}
+
+slice busyDevice::Run(bool bLook) {
+    kill(m_pidTop, bLook ? SIGCONT : SIGSTOP);
+    const reading before = Read();
     for (int i = 0; i < 5; ++i) {
         const pid_t pid = bLook ? startCtl({"ps"}) : 0;
         if (pid > 0)
             waitpid(pid, NULL, 0);
-        while (now() < nBegin + (i + 1) * 100000000LL)
+        while (now() < before.nTime + (i + 1) * 100000000LL)
             usleep(500);
     }
-    return static_cast<double>(sumOf(all) - nBefore) / static_cast<double>(now() - nBegin) * 1e9;
+    const reading after = Read();
+    const double fTime = static_cast<double>(after.nTime - before.nTime);
+    return {static_cast<double>(after.nExchanges - before.nExchanges) / fTime * 1e9,
+            static_cast<double>(after.nBusy - before.nBusy) / fTime,
+            static_cast<double>(after.nIdle - before.nIdle) / fTime,
+            static_cast<double>(after.nLook - before.nLook) / fTime};
 }
 
+double medianOf(const std::vector<slice>& list, const std::function<double(const slice&)>& fnValue) {
+    std::vector<double> listValue;
+    for (const slice& one : list)
+        listValue.push_back(fnValue(one));
+    std::sort(listValue.begin(), listValue.end());
+    return listValue[listValue.size() / 2];
+}
+
+// The median of what a slice with lookers has, as a multiple of the slice before it.
+double ratioOf(const std::vector<slice>& listWith, const std::vector<slice>& listWithout,
+               const std::function<double(const slice&)>& fnValue) {
+    size_t i = 0;
+    return medianOf(listWith, [&](const slice& with) { return fnValue(with) / fnValue(listWithout[i++]); });
+}
+
+// Lookers take processor time, and on busy processors the others have that much less. What matters is whether they take
+// more from them than that: an exchange would then need more processor time (caches that are emptied), or processors
+// would be idle while somebody waits (locks that are held).
 void benchThroughput(int nSlices) {
-    counters& all = *static_cast<counters*>(
-        mmap(NULL, sizeof(counters), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
-    const int nProcessors = static_cast<int>(sysconf(_SC_NPROCESSORS_ONLN));
-    std::vector<std::unique_ptr<peer>> listPeer;
-    for (int i = 0; i < countPair; ++i) {
-        listPeer.emplace_back(new peer(i % nProcessors, [i] { serve(i); }));
-        listPeer.emplace_back(new peer(i % nProcessors, [i, &all] { ask(i, all.anExchange[i]); }));
-    }
-    const pid_t pidTop = startCtl({"top", "--json"});
-    while (sumOf(all) < 1000)
-        usleep(1000);
-    double nWith = 0, nWithout = 0;
+    busyDevice device;
+    std::vector<slice> listWith, listWithout;
     for (int i = 0; i < nSlices; ++i) {
-        kill(pidTop, SIGSTOP);
-        nWithout += exchangesIn(all, false);
-        kill(pidTop, SIGCONT);
-        nWith += exchangesIn(all, true);
+        listWithout.push_back(device.Run(false));
+        listWith.push_back(device.Run(true));
     }
-    kill(pidTop, SIGKILL);
-    waitpid(pidTop, NULL, 0);
-    printf("eight processes that exchange messages, %d s with and without top, and ps ten times a second\n",
-           nSlices / 2);
-    printf("  without %.0f exchanges/s, with %.0f\n", nWithout / nSlices, nWith / nSlices);
-    printGoal("exchanges without, over exchanges with", nWithout / nWith, 1.03);
+    const auto fnExchanges = [](const slice& one) { return one.fExchanges; };
+    const auto fnUsed = [](const slice& one) { return one.fBusy / one.fExchanges; };
+    const auto fnHad = [](const slice& one) { return (one.fBusy + one.fIdle) / one.fExchanges; };
+    printf(
+        "eight processes that exchange messages: %d times half a second without, and with top and ps ten times a "
+        "second\n",
+        nSlices);
+    const struct {
+        const char* lpszWhat;
+        std::function<double(const slice&)> fnValue;
+        double fScale;
+    } arrRow[] = {{"exchanges a second", fnExchanges, 1},
+                  {"processor time of an exchange, us", fnUsed, 1e6},
+                  {"the same with idle time, us", fnHad, 1e6},
+                  {"processors that the lookers use", [](const slice& one) { return one.fLook; }, 1}};
+    for (const auto& row : arrRow)
+        printf("  %-36s without %9.2f  with %9.2f\n", row.lpszWhat, medianOf(listWithout, row.fnValue) * row.fScale,
+               medianOf(listWith, row.fnValue) * row.fScale);
+    printf("  %-58s %6.3f\n", "exchanges with, over exchanges without", ratioOf(listWith, listWithout, fnExchanges));
+    printGoal("processor time of an exchange with, over without", ratioOf(listWith, listWithout, fnUsed), 1.03);
+    printGoal("the same with idle time", ratioOf(listWith, listWithout, fnHad), 1.03);
 }
 
 }  // namespace

@@ -84,9 +84,11 @@ peer::~peer() {
     waitpid(m_pid, NULL, 0);
 }
 
-long long peer::spent() const {
+long long peer::spent() const { return spentBy(m_pid); }
+
+long long spentBy(pid_t pid) {
     clockid_t idClock;
-    return clock_getcpuclockid(m_pid, &idClock) == 0 ? timeOf(idClock) : 0;
+    return clock_getcpuclockid(pid, &idClock) == 0 ? timeOf(idClock) : 0;
 }
 
 // The child stops the count with two calls that nothing else makes: setpriority is the mark.

@@ -28,6 +28,8 @@ void printGoal(const char* lpszWhat, double nValue, double nGoal);
 
 // What the processor spent on this process, in nanoseconds: what else runs on the machine does not count.
 long long spent();
+// The same of another process; 0 when it has ended.
+long long spentBy(pid_t pid);
 
 // The medians of what runs over nSize bytes cost, in nanoseconds. They take turns, so that what else is going on, and
 // what it does to the caches, strikes all alike.
