@@ -1,8 +1,9 @@
 // The levelled trace: which lines pass, how a line looks, where it goes.
 //
-// A line that the level drops costs one load of the level: no time is read and nothing is formatted. A line that
-// passes is formatted before any lock of its target is taken, because its time needs the lock of the named blocks,
-// and no lock is taken under another here. Level and target are atomics; the target of a line is read once.
+// A line that the level drops costs one load of the level: its arguments are not even collected, no time is read and
+// nothing is formatted. A line that passes is formatted before any lock of its target is taken, because its time needs
+// the lock of the named blocks, and no lock is taken under another here. Level and target are atomics; the target of a
+// line is read once.
 //
 // The instance is never torn down: worker threads may trace while the process exits. The step at exit only sets the
 // level to -1, which sends later lines to the console.
@@ -32,6 +33,8 @@ typedef chReferenceStringT<char> lineText;
 
 // The level after the process has begun to exit.
 constexpr int levelAfterExit = -1;
+
+constexpr int levelOfPrintf = 2;
 
 int formatPrefix(char* lpszBuffer, size_t nSize, const char* lpszAuthor, const chTick& tick) {
     const uint32_t uMillisecond =
@@ -70,6 +73,15 @@ lineText formatLine(const chTick& tick, const char* lpszFormat, va_list args) {
         strLine = formatLongLine(lpszAuthor, tick, nPrefix, nText, lpszFormat, argsAgain);
     va_end(argsAgain);
     return strLine;
+}
+
+// Whether a line ends here: the level drops it. One without a format does not, because that is fatal at any level.
+bool isDropped(int nLevel, const char* lpszFormat) {
+    const uCTraceHelper* const pTrace = QOR_BaseHelper::processSingleton<uCTraceHelper>::pData();
+    if (pTrace == NULL || lpszFormat == NULL)
+        return false;
+    const int nTraceLevel = pTrace->GetTraceLevel();
+    return nTraceLevel < nLevel && nTraceLevel != levelAfterExit;
 }
 
 int decimalField(const std::string& strField) {
@@ -164,6 +176,8 @@ void uCTraceHelper::SetupTraceFromDescript(const char* lpszDescript) {
 }
 
 void uCTraceHelper::WriteTraceString(int nLevel, const char* lpszFormat, ...) {
+    if (isDropped(nLevel, lpszFormat))
+        return;
     va_list args;
     va_start(args, lpszFormat);
     WriteTraceStringV(nLevel, lpszFormat, args);
@@ -221,6 +235,8 @@ void uCTraceHelper::TraceToStdPipe(lineText& strLine) {
 void uCTraceHelper::TraceToFileTrace(lineText& strLine) { m_objFileTrace.WriteLogLine(strLine); }
 
 void qorTrace(int nLevel, const char* lpszFormat, ...) {
+    if (isDropped(nLevel, lpszFormat))
+        return;
     va_list args;
     va_start(args, lpszFormat);
     qorTraceV(nLevel, lpszFormat, args);
@@ -255,6 +271,8 @@ void qorTraceObject(const char* lpszName, const void* pValue) { traceObject("%s 
 extern "C" {
 
 void tracePrintf(const char* lpszFormat, ...) {
+    if (QOR_TraceHelper::isDropped(QOR_TraceHelper::levelOfPrintf, lpszFormat))
+        return;
     va_list args;
     va_start(args, lpszFormat);
     tracePrintfV(lpszFormat, args);
@@ -263,6 +281,8 @@ void tracePrintf(const char* lpszFormat, ...) {
 
 void traceSetFileClock(BOOL bOn) { QOR_TraceHelper::uCTraceHelpergetGlobalObject()->SetFileClock(bOn); }
 
-void tracePrintfV(const char* lpszFormat, va_list args) { QOR_TraceHelper::qorTraceV(2, lpszFormat, args); }
+void tracePrintfV(const char* lpszFormat, va_list args) {
+    QOR_TraceHelper::qorTraceV(QOR_TraceHelper::levelOfPrintf, lpszFormat, args);
+}
 
 }  // extern "C"

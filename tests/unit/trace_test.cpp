@@ -126,6 +126,9 @@ TEST_F(Trace, ANullFormatIsAFatalAssertion) {
     EXPECT_EXIT(tracePrintfV(lpszNull, args), testing::KilledBySignal(SIGABRT), lpszText);
     m_pTrace->ResetTraceLevel(0);
     EXPECT_EXIT(qorTraceV(1, lpszNull, args), testing::KilledBySignal(SIGABRT), lpszText);
+    EXPECT_EXIT(qorTrace(1, lpszNull, 0), testing::KilledBySignal(SIGABRT), lpszText);
+    EXPECT_EXIT(tracePrintf(lpszNull, 0), testing::KilledBySignal(SIGABRT), lpszText);
+    EXPECT_EXIT(m_pTrace->WriteTraceString(1, lpszNull, 0), testing::KilledBySignal(SIGABRT), lpszText);
 }
 
 TEST_F(Trace, TracingKeepsTheErrorNumber) {
