@@ -8,8 +8,6 @@
 #include "qor/FileHelper/File.h"
 #include "qor/FileHelper/Ini.h"
 
-using QOR_AllocHelper::arena;
-
 namespace QOR_FileHelper {
 
 namespace {
@@ -61,12 +59,7 @@ void* iniObject::operator new(size_t nSize) { return ::operator new(nSize); }
 
 void* iniObject::operator new(size_t nSize, const std::nothrow_t& r) noexcept { return ::operator new(nSize, r); }
 
-void iniObject::operator delete(void* p) {
-    if (arena::owns(p))
-        arena::free(p);
-    else
-        ::operator delete(p);
-}
+void iniObject::operator delete(void* p) { QOR_AllocHelper::arena::freeObject(p); }
 
 // ---- comments
 

@@ -3,6 +3,7 @@
 
 #include <stdarg.h>
 
+#include "internal/arena.h"
 #include "internal/report.h"
 
 using namespace QOR_StringHelper;
@@ -45,6 +46,12 @@ xmlBaseNode* newNode(xmlType eType, const phraseStringA& name) {
 }  // namespace
 
 // ---- nodes
+
+void* xmlBaseNode::operator new(size_t nSize) { return ::operator new(nSize); }
+
+void* xmlBaseNode::operator new(size_t nSize, const std::nothrow_t& r) noexcept { return ::operator new(nSize, r); }
+
+void xmlBaseNode::operator delete(void* p) { QOR_AllocHelper::arena::freeObject(p); }
 
 xmlBaseNode* xmlBaseNode::FindChildXMLNode(xmlType eType, const phraseConstTextA& name) const {
     xmlBaseNode* pNode = get_pFirstChild();

@@ -19,14 +19,15 @@ namespace QOR_AllocHelper {
 // Allocates for one thread at a time. Its blocks may outlive it.
 class arena {
 public:
-    arena() {}
+    // What does not fill a page is better left to the heap: then bPaged is false, and alloc() answers null.
+    explicit arena(bool bPaged = true) : m_bPaged(bPaged) {}
     ~arena() { leavePage(); }
     arena(const arena&) = delete;
     arena& operator=(const arena&) = delete;
 
     // A block of nSize bytes with undefined content, aligned to a pointer; it cannot be resized. Null if it is larger
-    // than 1,024 bytes and does not fit into the rest of the page, or if there is no memory: then the
-    // caller takes it from the heap.
+    // than 1,024 bytes and does not fit into the rest of the page, or if there is no page: then the caller takes it
+    // from the heap.
     void* alloc(size_t nSize) {
         nSize = (nSize + alignment - 1) / alignment * alignment;
         if (nSize > m_nLeft && !enterPage(nSize))
@@ -43,6 +44,13 @@ public:
     static void free(void* p) {
         const uintptr_t uInPage = reinterpret_cast<uintptr_t>(p) % alignPage;
         release(reinterpret_cast<page*>(static_cast<char*>(p) - uInPage), 1);
+    }
+    // Frees the memory of an object that is a block of any arena or was made with new.
+    static void freeObject(void* p) {
+        if (owns(p))
+            free(p);
+        else
+            ::operator delete(p);
     }
 
 private:
@@ -63,7 +71,7 @@ private:
 
     bool enterPage(size_t nSize) {
         void* p = NULL;
-        if (nSize > maxSize || posix_memalign(&p, alignPage, sizePage) != 0)
+        if (!m_bPaged || nSize > maxSize || posix_memalign(&p, alignPage, sizePage) != 0)
             return false;
         leavePage();
         m_pPage = new (p) page(maxBlocks);
@@ -77,6 +85,7 @@ private:
             release(m_pPage, maxBlocks - m_nBlocks);
     }
 
+    const bool m_bPaged;
     page* m_pPage = NULL;
     size_t m_nLeft = 0;      // bytes after the last block
     uint32_t m_nBlocks = 0;  // allocated in this page

@@ -5,6 +5,7 @@
 #include <memory>
 #include <random>
 
+#include "internal/arena.h"
 #include "qor/FileHelper.h"
 #include "support/scale.h"
 #include "support/text.h"
@@ -134,6 +135,78 @@ TEST(XmlParse, ManyNamesAreToldApart) {
         strExpected += "<" + strName + " " + strName + "=\"v\"/>\n";
     }
     EXPECT_EQ(strExpected, parsed(strText));
+}
+
+// ---- what shares pages of memory
+
+// A text that is long enough for pages: elements of three attributes, as many as asked for.
+std::string pagedText(int nCount) {
+    std::string strText;
+    for (int i = 0; i < nCount; ++i)
+        strText += "<key id='" + std::to_string(i) + "' kind='plain' note='a &amp; b'><!-- c -->text &lt; x</key>";
+    return strText;
+}
+
+const char pagedElement[] = "<key id=\"7\" kind=\"plain\" note=\"a &amp; b\">\n  <!-- c -->\n  text &lt; x\n</key>\n";
+
+TEST(XmlPages, ANodeOutlivesItsDocument) {
+    std::unique_ptr<xmlDocument> pDocument(new xmlDocument);
+    pDocument->ParseDocument(pagedText(300).c_str());
+    xmlBaseNode* const pNode = pDocument->FindChildElementByAttribute("id", "7");
+    pNode->pop_branch();
+    const std::unique_ptr<xmlBaseNode> pOwner(pNode);
+    const phraseStringA strName = pDocument->get_pFirstChild()->name();
+    pDocument.reset();
+    EXPECT_EQ(pagedElement, qorTest::narrow(pNode->ExportToText()));
+    EXPECT_STREQ("key", strName);
+}
+
+TEST(XmlPages, AnElementGetsMoreAttributes) {
+    xmlDocument document;
+    document.ParseDocument(pagedText(20).c_str());
+    auto* const pElement = static_cast<xmlElement*>(document.get_pFirstChild());
+    for (int i = 0; i < 200; ++i)
+        EXPECT_EQ(1, pElement->SetAttribute(("n" + std::to_string(i)).c_str(), std::to_string(i).c_str()));
+    EXPECT_STREQ("plain", *pElement->FindAttributeValue("kind"));
+    EXPECT_STREQ("a & b", *pElement->FindAttributeValue("note"));
+    EXPECT_STREQ("199", *pElement->FindAttributeValue("n199"));
+    EXPECT_EQ(203, pElement->attributes().GetSize());
+}
+
+TEST(XmlPages, AnElementMayHaveMoreAttributesThanAPageHolds) {
+    std::string strText = "<a";
+    for (int i = 0; i < 5000; ++i)
+        strText += " n" + std::to_string(i) + "=\"" + std::to_string(i) + "\"";
+    EXPECT_EQ(strText + "/>\n", parsed(strText + "/>"));
+}
+
+TEST(XmlPages, NodesOfAProgramAndOfATextAreDeletedAlike) {
+    xmlDocument document;
+    document.ParseDocument(pagedText(100).c_str());
+    document.push_back_child_branch(new xmlElement("own"))->AddChildElement("below");
+    delete document.get_pFirstChild();
+    delete document.get_pLastChild();
+    xmlBaseNode* const pNode = new (std::nothrow) xmlComment("c");
+    delete pNode;
+    alignas(xmlText) char arrRoom[sizeof(xmlText)];
+    xmlText* const pPlaced = new (arrRoom) xmlText("t");
+    EXPECT_EQ(static_cast<void*>(arrRoom), static_cast<void*>(pPlaced));
+    pPlaced->~xmlText();
+    const std::string strText = exported(document);
+    EXPECT_EQ(99, std::count(strText.begin(), strText.end(), '!'));
+}
+
+TEST(XmlPages, AShortTextTakesNoPage) {
+    const auto isPaged = [](int nCount) {
+        xmlDocument document;
+        document.ParseDocument(pagedText(nCount).c_str());
+        return QOR_AllocHelper::arena::owns(document.get_pFirstChild());
+    };
+    EXPECT_FALSE(isPaged(1));
+    EXPECT_TRUE(isPaged(10));
+    xmlElement element;
+    EXPECT_EQ(1, element.ParseXMLAttribute("name a='1'"));
+    EXPECT_FALSE(QOR_AllocHelper::arena::owns(element.attributes().GetBuffer()));
 }
 
 // ---- where it stops

@@ -32,7 +32,9 @@
 ///         file.SaveToFile(NULL);
 /// @endcode
 ///
-/// Names are compared exactly. A tree is used by one thread at a time, also for reading: nodes share strings.
+/// Names are compared exactly. A tree is used by one thread at a time, also for reading: nodes share strings. What is
+/// read from a text shares pages of memory: a node that is taken out of the tree, or a copy of a string, keeps its page
+/// allocated.
 #ifndef QOR_FILEHELPER_XML_H
 #define QOR_FILEHELPER_XML_H
 
@@ -144,6 +146,19 @@ public:
     /// Deletes all below the node and takes it out of its parent.
     virtual ~xmlBaseNode() { destroy_branch(); }
 
+    /// Nodes that a program makes are allocated on the heap.
+    static void* operator new(size_t nSize);
+    /// The same; null when there is no memory.
+    static void* operator new(size_t nSize, const std::nothrow_t& r) noexcept;
+    /// Constructs a node in memory of the caller, who keeps it.
+    static void* operator new(size_t, void* p) noexcept { return p; }
+    /// Frees a node, whether a program made it or it was read from a text.
+    static void operator delete(void* p);
+    /// The same.
+    static void operator delete(void* p, const std::nothrow_t&) { operator delete(p); }
+    /// Frees nothing: the memory is the caller's.
+    static void operator delete(void*, void*) {}
+
     /// What the node is.
     xmlType type() const { return m_eType; }
     /// The name of an element or declaration, the text of a comment, text or CDATA.
@@ -172,6 +187,8 @@ protected:
     xmlBaseNode(xmlType eType, const phraseStringA& name) : m_eType(eType), m_strName(name) {}
 
 private:
+    friend class xmlParser;
+
     const xmlType m_eType;
     phraseStringA m_strName;
 };
