@@ -123,7 +123,7 @@ int xmlDecodeText(char* lpszText, int nLength) {
 // One pass over a text, or over the inside of one tag. The text lasts as long as the parser.
 class xmlParser {
 public:
-    // nLength: of the text. A tree takes about eight times the memory of its text.
+    // nLength: of the text. A tree takes several times the memory of its text, so most that are longer fill a page.
     explicit xmlParser(int nLength) : m_memory(nLength >= minPaged), m_cache(m_memory) {}
 
     // Appends what a text holds to a document. Where parsing stopped.
