@@ -17,18 +17,16 @@ namespace QOR_FileHelper {
 
 namespace {
 
-// Whether one of the word's bytes is 0; may also be true when none is.
-bool hasZero(size_t nWord) {
-    constexpr size_t ones = static_cast<size_t>(-1) / 255;
-    return ((nWord - ones) & ~nWord & ones << 7) != 0;
-}
+constexpr size_t ones = static_cast<size_t>(-1) / 255;
+
+// Not 0 if one of the word's bytes is 0; may also be so when none is.
+size_t zeroBits(size_t nWord) { return (nWord - ones) & ~nWord & ones << 7; }
 
 // Whether one of the word's bytes may have to be encoded. The five characters are three patterns: two pairs differ in
-// one bit.
+// one bit. One branch for all three is faster than one for each.
 bool hasSpecial(size_t nWord) {
-    constexpr size_t ones = static_cast<size_t>(-1) / 255;
-    return hasZero(nWord ^ ones * '"') || hasZero((nWord | ones) ^ ones * ('&' | 1)) ||
-           hasZero((nWord | ones << 1) ^ ones * ('<' | 2));
+    return (zeroBits(nWord ^ ones * '"') | zeroBits((nWord | ones) ^ ones * ('&' | 1)) |
+            zeroBits((nWord | ones << 1) ^ ones * ('<' | 2))) != 0;
 }
 static_assert(('&' | 1) == '\'' && ('<' | 2) == '>', "pairs differ in one bit");
 
