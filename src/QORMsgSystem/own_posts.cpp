@@ -11,6 +11,8 @@ namespace {
 
 thread_local ownPosts t_objOwnPosts;
 
+uint32_t lowHalf(const void* p) { return static_cast<uint32_t>(reinterpret_cast<uintptr_t>(p)); }
+
 }  // namespace
 
 ownPosts& ownPosts::OfThread() {
@@ -23,15 +25,16 @@ ownPosts& ownPosts::OfThread() {
 }
 
 ownPosts::lastPost* ownPosts::Find(const chMsgQueue* pQueue) {
+    const uint32_t uQueue = lowHalf(pQueue);
     lastPost* const pEnd = m_aPost + m_nUsed;
     lastPost* const pPost =
-        std::find_if(m_aPost, pEnd, [pQueue](const lastPost& post) { return post.pQueue == pQueue; });
+        std::find_if(m_aPost, pEnd, [uQueue](const lastPost& post) { return post.uQueue == uQueue; });
     return pPost != pEnd ? pPost : NULL;
 }
 
 bool ownPosts::IsSignalled(const chMsgQueue& objQueue, const msgObject& objMessage) const {
     const lastPost* pPost = const_cast<ownPosts*>(this)->Find(&objQueue);
-    return pPost != NULL && pPost->bSignalled && pPost->pMessage == &objMessage &&
+    return pPost != NULL && pPost->uSignalled == lowHalf(&objMessage) &&
            QOR_ChainHelper::loadShareWord(objMessage.m_idSender) == m_idOwner;
 }
 
@@ -43,13 +46,12 @@ void ownPosts::Put(const chMsgQueue& objQueue, const msgObject& objMessage, bool
         pPost = &m_aPost[m_iOldest];
         m_iOldest = (m_iOldest + 1) % maxQueue;
     }
-    *pPost = {&objQueue, &objMessage, bSignalled};
+    *pPost = {lowHalf(&objQueue), bSignalled ? lowHalf(&objMessage) : 0};
 }
 
 void ownPosts::SetSignalled(const chMsgQueue* pQueue, const msgObject* pMessage) {
-    lastPost* pPost = Find(pQueue);
-    if (pPost != NULL && pPost->pMessage == pMessage)
-        pPost->bSignalled = true;
+    if (lastPost* const pPost = Find(pQueue))
+        pPost->uSignalled = lowHalf(pMessage);
 }
 
 }  // namespace QOR_MsgQueueHelper

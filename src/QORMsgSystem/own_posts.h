@@ -11,6 +11,7 @@
 #define QOR_MSG_SYSTEM_OWN_POSTS_H
 
 #include <stddef.h>
+#include <stdint.h>
 
 namespace QOR_MsgQueueHelper {
 
@@ -26,23 +27,24 @@ public:
     bool IsSignalled(const chMsgQueue& objQueue, const msgObject& objMessage) const;
     // The thread has put a message into the queue, in the hold in which it is linked.
     void Put(const chMsgQueue& objQueue, const msgObject& objMessage, bool bSignalled);
-    // The signal for a message is out. It may have been read, and freed: it is compared, never followed.
+    // The signal for a message is out.
     void SetSignalled(const chMsgQueue* pQueue, const msgObject* pMessage);
 
 private:
+    // Both are told by the low halves of their addresses: they lie in one segment, and are compared, never followed.
     struct lastPost {
-        const chMsgQueue* pQueue;
-        const msgObject* pMessage;
-        bool bSignalled;
+        uint32_t uQueue;
+        uint32_t uSignalled;  // the message; 0: its signal is not out yet
     };
-    // A thread that posts to more queues than this signals more often than necessary.
-    static constexpr size_t maxQueue = 64;
+    // A thread that posts to more queues than this signals more often than necessary. Every thread has this in its
+    // static block, of which a library that is loaded late gets only a few hundred bytes.
+    static constexpr size_t maxQueue = 32;
 
     lastPost* Find(const chMsgQueue* pQueue);
 
-    int m_idOwner = 0;     // in a child after fork, still the parent's
-    size_t m_nUsed = 0;    // how many entries have ever been used
-    size_t m_iOldest = 0;  // the next one to be used again
+    int m_idOwner = 0;       // in a child after fork, still the parent's
+    uint32_t m_nUsed = 0;    // how many entries have ever been used
+    uint32_t m_iOldest = 0;  // the next one to be used again
     lastPost m_aPost[maxQueue] = {};
 };
 
