@@ -190,7 +190,7 @@ class Thread:
     # ---- loops
 
     def run(self) -> int:
-        """Handle messages until the quit message; returns its code.
+        """Handle messages until the quit message; returns its code, and from then on at once until it is entered again.
 
         Signals are handled by Python while it waits, so Ctrl-C raises KeyboardInterrupt here, or in the handler that it
         meets.

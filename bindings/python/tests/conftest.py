@@ -59,7 +59,8 @@ class Child:
     def __init__(self, program: str) -> None:
         self.process = subprocess.Popen(
             [sys.executable, "-u", "-c", "import os, sys, qor\n" + textwrap.dedent(program)],
-            stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True,
+            stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.PIPE,
+            encoding="utf-8", errors="surrogateescape",
         )
 
     def read(self) -> str:

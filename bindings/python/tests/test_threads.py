@@ -99,6 +99,17 @@ def test_only_the_thread_that_has_entered_may_run_it(name: str, start: START) ->
     assert worker.join() == 3
 
 
+def test_a_thread_that_has_quit_runs_again_when_it_is_entered_again(name: str) -> None:
+    thread = qor.Thread(name)
+    with thread:
+        thread.quit(3)
+        assert thread.run() == 3
+        assert thread.run() == 3
+    with thread:
+        thread.quit(4)
+        assert thread.run() == 4
+
+
 def test_a_thread_that_was_not_entered_does_not_run(name: str) -> None:
     thread = qor.Thread(name)
     for use in (thread.run, lambda: thread.peer, thread.quit):
