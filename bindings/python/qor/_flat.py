@@ -1,15 +1,17 @@
 """The functions of libqor.so that the package calls, with their C types as qor/flat.h declares them.
 
-Importing this module loads the library. Everything here is as in C: nothing is checked, handles are plain numbers, and a
-wrong argument can end the process. The other modules of the package are the Python side.
+Importing this module loads the library. Everything here is as in C: nothing is checked, handles are plain numbers, and
+a wrong argument can end the process. The other modules of the package are the Python side.
 """
 
 from __future__ import annotations
 
+import contextlib
 import ctypes
 import os
+import threading
 from ctypes import POINTER, Structure, c_char_p, c_double, c_int, c_int32, c_uint, c_uint32, c_uint64, c_void_p
-from typing import Any
+from typing import Any, Iterator
 
 SIZE_EXTRA_MAX = 1024
 
@@ -121,7 +123,8 @@ UNBOUND: dict[str, str] = {
     **dict.fromkeys(("regSection2HANDLE", "regHANDLE2Section"), "addresses of C++ objects"),
     **dict.fromkeys(("qorGetRegistryString", "qorGetRegistryInt", "qorGetRegistryFloat"), _SHORT_FORM),
     **dict.fromkeys(("qorSetRegistryString", "qorSetRegistryInt", "qorSetRegistryFloat"), _SHORT_FORM),
-    **dict.fromkeys(("profileOpen", "profileClose", "profileGetString", "profileGetStringN", "profileGetInt"), _PROFILE),
+    **dict.fromkeys(("profileOpen", "profileClose", "profileGetString", "profileGetStringN"), _PROFILE),
+    "profileGetInt": _PROFILE,
     **dict.fromkeys(("profileHasSection", "profileHasKey", "profileListSections", "profileListKeys"), _PROFILE),
     **dict.fromkeys(("profileDeleteKey", "profileDeleteSection"), _PROFILE),
     **dict.fromkeys(("qorGetProfileString", "qorGetProfileInt"), _PROFILE),
@@ -166,3 +169,30 @@ def library_version() -> str:
     """The version text of the library."""
     first = ctypes.c_char.in_dll(lib, "_szVersion_VER_QOR_LIB")
     return ctypes.string_at(ctypes.addressof(first)).decode("ascii")
+
+
+_first_use = threading.RLock()
+_used: set[str] = set()
+
+
+@contextlib.contextmanager
+def one_by_one_at_first(what: str) -> Iterator[None]:
+    """Keep OS threads that begin at the same moment apart, until one of them has been through here.
+
+    The first use of a part of the library makes its object; another thread that comes meanwhile would be warned.
+    """
+    if what in _used:
+        yield
+        return
+    with _first_use:
+        yield
+        _used.add(what)
+
+
+def _forget_after_fork() -> None:
+    global _first_use
+    _first_use = threading.RLock()
+    _used.clear()
+
+
+os.register_at_fork(after_in_child=_forget_after_fork)

@@ -162,7 +162,8 @@ def find(name: str, timeout: float = 0.0) -> Peer:
     raw = text("the name", name, empty=False)
     end = time.monotonic() + timeout
     while True:
-        handle = lib.msgGetThreadByName(raw)
+        with _flat.one_by_one_at_first("look"):
+            handle = lib.msgGetThreadByName(raw)
         if handle:
             return Peer(name, handle)
         if time.monotonic() >= end:
@@ -172,7 +173,8 @@ def find(name: str, timeout: float = 0.0) -> Peer:
 
 def threads() -> list[str]:
     """The names of all registered threads of the device that are alive, in ascending order."""
-    return copied_lines(lib.msgListThreadNames)
+    with _flat.one_by_one_at_first("look"):
+        return copied_lines(lib.msgListThreadNames)
 
 
 def broadcast(

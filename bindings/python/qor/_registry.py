@@ -31,8 +31,9 @@ class Watch:
 
 
 class Section(MutableMapping[str, str]):
-    """A section: a mapping from keys to texts. Names are compared without regard to case; white space at the ends of names
-    and values is lost.
+    """A section: a mapping from keys to texts.
+
+    Names are compared without regard to case; white space at the ends of names and values is lost.
 
     Changes are seen by all processes at once. flush() notifies those who watch the section and has the file written.
     """

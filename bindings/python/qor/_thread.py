@@ -75,7 +75,7 @@ class Thread:
         self._guard = InterruptGuard()
         self._raised: BaseException | None = None
         self._wait = _WAIT_SECONDS
-        self._watched = False
+        self._is_served = False
 
     def __repr__(self) -> str:
         return f"<qor.Thread {self.name!r} {'entered' if self._handle else 'not entered'}>"
@@ -88,7 +88,8 @@ class Thread:
         if _local.thread is not None:
             raise MisuseError(f"this OS thread has entered {_local.thread!r}")
         handle = ctypes.c_void_p()
-        result = lib.msgTryRegistWorkThread(self._raw_name, _callback, handle)
+        with _flat.one_by_one_at_first("look"), _flat.one_by_one_at_first("register"):
+            result = lib.msgTryRegistWorkThread(self._raw_name, _callback, handle)
         if result == -1:
             raise NameInUseError(f'another thread of the device has the name "{self.name}"')
         if result == -2:
@@ -120,7 +121,7 @@ class Thread:
 
     def _forget(self) -> None:
         self._handle = None
-        self._is_saver = self._watched = False
+        self._is_saver = False
         self._wait = _WAIT_SECONDS
         self._watches.clear()
         _open.discard(self)
@@ -146,9 +147,9 @@ class Thread:
     def on(self, *messages: SupportsIndex) -> Callable[[HandlerT], HandlerT]:
         """Make the decorated function the handler of these message ids.
 
-        What it returns is the answer: None (0), a number, bytes (with the number 0), or a tuple of both. An exception is
-        logged, and the answer is -1. A coroutine function is started as a task of the loop under serve(); its sender has
-        0 at once.
+        What it returns is the answer: None (0), a number, bytes (with the number 0), or a tuple of both. An exception
+        is logged, and the answer is -1. A coroutine function is started as a task of the loop under serve(); its sender
+        has 0 at once.
         """
         ids = [uint("message", message) for message in messages]
         if not ids:
@@ -206,9 +207,12 @@ class Thread:
     async def serve(self) -> int:
         """run() under asyncio: a coroutine that handles messages in the loop of the calling OS thread.
 
-        When its task is cancelled, messages wait in the queue until serve() or run() is called again.
+        When its task is cancelled, messages wait in the queue until serve() or run() is called again. It has to end
+        before the thread is left.
         """
         self._check()
+        if self._is_served:
+            raise MisuseError(f"{self!r} is served already")
         loop = asyncio.get_running_loop()
         done: asyncio.Future[int] = loop.create_future()
         beat: asyncio.Handle | None = None
@@ -229,10 +233,12 @@ class Thread:
 
         fd = self._poll_fd()
         loop.add_reader(fd, pump)
+        self._is_served = True
         pass_by()
         try:
             return await done
         finally:
+            self._is_served = False
             if beat is not None:
                 beat.cancel()
             loop.remove_reader(fd)
@@ -242,8 +248,9 @@ class Thread:
         self.peer.quit(code)
 
     def quit_on_signal(self, *signals: signal.Signals) -> None:
-        """Have the first such signal to the process post this thread the quit message; the second has its default action.
+        """Have the first such signal to the process post this thread the quit message.
 
+        The second one has its default action.
         The library handles these signals from then on, and Python's signal module does not see them.
         """
         self._check()
@@ -256,7 +263,6 @@ class Thread:
         self._check()
         if not lib.msgEnableWatchdog():
             return False
-        self._watched = True
         self._wait = min(self._wait, int(os.environ["WATCHDOG_USEC"]) / 4e6)
         return True
 
@@ -273,7 +279,7 @@ class Thread:
         return fd
 
     def _process(self) -> bool:
-        """Handles some of what there is; the descriptor stays readable when there is more. False when the loop has to end."""
+        """Handles some of what there is; the descriptor stays readable when there is more. False ends the loop."""
         if self._handle is None:
             return False
         guard = self._guard

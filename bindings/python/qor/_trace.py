@@ -20,8 +20,9 @@ class TraceHandler(logging.Handler):
     def emit(self, record: logging.LogRecord) -> None:
         """Trace one record."""
         try:
-            for line in self.format(record).replace("\0", "\\0").splitlines():
-                lib.tracePrintf(b"%s", ctypes.c_char_p(text("the line", line)))
+            text_of_all = self.format(record).replace("\0", "\\0")
+            for line in text_of_all.encode("utf-8", "backslashreplace").splitlines():
+                lib.tracePrintf(b"%s", ctypes.c_char_p(line))
         except Exception:
             self.handleError(record)
 

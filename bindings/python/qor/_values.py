@@ -49,7 +49,10 @@ def text(what: str, value: str, empty: bool = True) -> bytes:
     """A text for C. Bytes that are not UTF-8 travel as os.fsencode() would have them."""
     if not isinstance(value, str):
         raise TypeError(f"{what} is a str, not {type(value).__name__}")
-    raw = value.encode("utf-8", "surrogateescape")
+    try:
+        raw = value.encode("utf-8", "surrogateescape")
+    except UnicodeEncodeError as error:
+        raise ArgumentError(f"{what} cannot be encoded: {error}") from error
     if b"\0" in raw:
         raise ArgumentError(f"{what} contains a NUL character")
     if not raw and not empty:

@@ -54,11 +54,15 @@ class Worker:
 
 
 class Child:
-    """A Python process that runs a program with "qor" imported; its lines are read and written over pipes."""
+    """A Python process that runs a program with "qor" imported; its lines are read and written over pipes.
+
+    Under an emulator, QOR_TEST_PYTHON names what starts Python.
+    """
 
     def __init__(self, program: str) -> None:
+        python = os.environ.get("QOR_TEST_PYTHON") or sys.executable
         self.process = subprocess.Popen(
-            [sys.executable, "-u", "-c", "import os, sys, qor\n" + textwrap.dedent(program)],
+            [python, "-u", "-c", "import os, sys, qor\n" + textwrap.dedent(program)],
             stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.PIPE,
             encoding="utf-8", errors="surrogateescape",
         )

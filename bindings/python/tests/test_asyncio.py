@@ -166,3 +166,16 @@ def test_a_timed_out_send_raises_in_the_task(name: str) -> None:
                 await thread.peer.send_async(0x100, timeout=0.02)
 
     asyncio.run(main())
+
+
+def test_a_thread_is_served_once_at_a_time(name: str) -> None:
+    async def main() -> None:
+        with qor.Thread(name) as thread:
+            server = asyncio.create_task(thread.serve())
+            await asyncio.sleep(0)
+            with pytest.raises(qor.MisuseError):
+                await thread.serve()
+            thread.quit(2)
+            assert await server == 2
+
+    asyncio.run(main())

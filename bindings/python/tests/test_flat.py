@@ -19,7 +19,7 @@ NUMBERS = {
     "int": ctypes.c_int, "BOOL": ctypes.c_int, "UINT": ctypes.c_uint, "unsigned int": ctypes.c_uint,
     "unsigned": ctypes.c_uint, "double": ctypes.c_double, "uint64_t": ctypes.c_uint64, "void": None,
     "uint32_t": ctypes.c_uint32, "int32_t": ctypes.c_int32, "short": ctypes.c_short,
-}  # fmt: skip
+}
 HANDLES = {"HTHREAD", "HREGISTRY", "HRECORD", "HINIFILE"}
 
 
@@ -44,7 +44,8 @@ def split_parameters(text: str) -> list[str]:
 def functions() -> dict[str, tuple[str, list[str]]]:
     """name: (type of the result, parameters)"""
     found = {}
-    for result, name, rest in re.findall(r"QOR_API ([\w ]+?[ *]+)(\w+)\((.*?)\)(?: __attribute__ ?\(\(.*?\)\))?;", header()):
+    declaration = r"QOR_API ([\w ]+?[ *]+)(\w+)\((.*?)\)(?: __attribute__ ?\(\(.*?\)\))?;"
+    for result, name, rest in re.findall(declaration, header()):
         found[name] = (result.strip(), split_parameters(rest))
     return found
 

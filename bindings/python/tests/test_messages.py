@@ -74,7 +74,7 @@ def test_posts_arrive_in_order(name: str, start: START) -> None:
         ((3, b"longer than before"), (3, b"longer than before")), ((4, b"four"), (4, b"four")),
         (bytearray(b"x"), (0, b"x")),
     ],
-)  # fmt: skip
+)
 def test_what_a_handler_returns_is_the_answer(name: str, start: START, answer: Any, reply: Any) -> None:
     thread = qor.Thread(name)
     thread.on(0x300)(lambda message: answer)

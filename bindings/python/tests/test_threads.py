@@ -3,7 +3,7 @@
 from __future__ import annotations
 
 import gc
-import os
+import socket
 import threading
 from collections.abc import Callable
 from typing import Any
@@ -67,6 +67,25 @@ def test_many_threads_that_take_one_name_at_once_get_it_one_by_one(name: str) ->
     for thread in threads:
         thread.join()
     assert sorted(results) == ["entered"] + ["in use"] * 7
+
+
+def test_threads_that_begin_at_the_same_moment_are_not_warned_of_one_another(
+    name: str, run: Callable[[str], Any]
+) -> None:
+    child = run(
+        f"""
+        import threading
+        def enter(number):
+            barrier.wait()
+            with qor.Thread(f"{name}.{{number}}") as thread:
+                thread.quit()
+                thread.run()
+        barrier = threading.Barrier(8)
+        threads = [threading.Thread(target=enter, args=(number,)) for number in range(8)]
+        [thread.start() for thread in threads]
+        """
+    )
+    assert child.wait() == (0, "", "")
 
 
 def test_names_may_have_any_character_but_nul() -> None:
@@ -158,7 +177,7 @@ def test_callbacks_survive_the_garbage_collector(name: str, start: START) -> Non
         return start(thread).peer
 
     peer = make()
-    for number in range(50):
+    for number in range(5):
         gc.collect()
         assert peer.send(0x100, number).result == number + 1
 
@@ -182,31 +201,28 @@ def test_threads_run_side_by_side(name: str, start: START) -> None:
     assert answers == [[10 + number for number in range(5) for _ in range(20)]] * 4
 
 
-def test_the_child_of_a_fork_has_no_thread_and_may_have_its_own(name: str) -> None:
-    inside, outside = os.pipe()
-    with qor.Thread(name) as thread:
-        child = os.fork()
-        if child == 0:
-            told = b"failed"
-            try:
-                with pytest.raises(qor.MisuseError):
+def test_the_child_of_a_fork_has_no_thread_and_may_have_its_own(name: str, run: Callable[[str], Any]) -> None:
+    child = run(
+        f"""
+        with qor.Thread("{name}") as thread:
+            if os.fork() == 0:
+                try:
                     thread.run()
-                thread.__exit__(None, None, None)  # as the end of the block would: leaves the parent's name alone
-                assert qor.find(name).send(0x100).result == 8
-                with qor.Thread(name + ".child") as own:
+                except qor.MisuseError:
+                    print("not entered")
+                thread.__exit__(None, None, None)  # as the end of the block would
+                print("answer", qor.find("{name}").send(0x100).result)
+                with qor.Thread("{name}.child") as own:
                     own.on(0x100)(lambda message: own.quit(6))
                     own.peer.post(0x100)
-                    told = b"%d" % own.run()
-            finally:
-                os.write(outside, told)
-                os._exit(0)
-        thread.on(0x100)(lambda message: thread.quit() or 8)
-        assert thread.run() == 0
-        os.waitpid(child, 0)
-        assert os.read(inside, 10) == b"6"
-        assert qor.find(name) == thread.peer
-    os.close(inside)
-    os.close(outside)
+                    print("own", own.run())
+                os._exit(9)
+            thread.on(0x100)(lambda message: thread.quit() or 8)
+            thread.run()
+            print("child", os.waitstatus_to_exitcode(os.wait()[1]), qor.find("{name}") == thread.peer)
+        """
+    )
+    assert child.wait() == (0, "not entered\nanswer 8\nown 6\nchild 9 True\n", "")
 
 
 def test_a_program_that_forgets_to_leave_ends_well(name: str, run: Callable[[str], Any]) -> None:
@@ -244,3 +260,25 @@ def test_no_service_manager_is_no_error(name: str) -> None:
     assert qor.notify_ready() is False
     with qor.Thread(name) as thread:
         assert thread.enable_watchdog() is False
+
+
+def test_the_service_manager_is_told_and_watches_the_loop(name: str, run: Callable[[str], Any]) -> None:
+    address = f"/tmp/home/{name}.notify"
+    with socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as manager:
+        manager.bind(address)
+        manager.settimeout(60)
+        child = run(
+            f"""
+            os.environ.update(NOTIFY_SOCKET="{address}", WATCHDOG_USEC="200000")
+            with qor.Thread("{name}") as thread:
+                assert thread.enable_watchdog() and qor.notify_ready()
+                thread.run()
+            """
+        )
+        told = set()
+        while told != {"READY=1", "WATCHDOG=1"}:
+            told.add(manager.recv(100).decode().strip())
+        for _ in range(5):
+            assert manager.recv(100).decode().strip() == "WATCHDOG=1"
+        qor.find(name).quit()
+        assert child.wait() == (0, "", "")
