@@ -241,7 +241,8 @@ public:
         if (choice.plan == killPlan::instructions)
             stepSample(nMost, random);
         else if (choice.plan == killPlan::recovery)
-            killRecoveries(choose(m_nStores, nMost, random));
+            // Who takes the locks after a first use makes all segments himself, with hundreds of stores.
+            killRecoveries(choose(m_nStores, m_operation.bFirstUse ? nMost / 5 : nMost, random));
         else if (choice.plan == killPlan::someRecovery)
             for (const int nPoint : choose(m_nStores, nMost, random))
                 killRecoveryAt(nPoint, 1 + static_cast<int>(random() % 12));
