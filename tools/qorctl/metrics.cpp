@@ -1,6 +1,9 @@
 // metrics: the device's figures as OpenMetrics text.
+#include <string.h>
+
 #include <CLI/CLI.hpp>
 
+#include "../mqtt/counters.h"
 #include "device.h"
 #include "qor/MsgQueueHelper/Message.h"
 #include "table.h"
@@ -106,6 +109,30 @@ void putCounters(const device& dev) {
         putSample("qor_registry_unsaved", "document=" + labelValue(document.strFile), document.nChanges);
 }
 
+// The bridge to MQTT keeps its counters in a named block, which is there when it has ever run.
+void putBridge(const device& dev) {
+    for (const namedView& block : readNamed(dev.segment(segmentNamed), segmentNamed).blocks) {
+        uint32_t arrHead[2] = {};
+        if (block.strName != qormqtt::szCounterBlock || block.bytes.size() < sizeof(arrHead))
+            continue;
+        memcpy(arrHead, block.bytes.data(), sizeof(arrHead));
+        if (arrHead[0] != qormqtt::counterMagic)
+            return;
+        for (size_t i = 0; i < arrHead[1] && i < qormqtt::countKinds; ++i) {
+            const size_t nAt = sizeof(arrHead) + i * sizeof(uint32_t);
+            if (nAt + sizeof(uint32_t) > block.bytes.size())
+                return;
+            uint32_t uValue = 0;
+            memcpy(&uValue, block.bytes.data() + nAt, sizeof(uValue));
+            const qormqtt::counterName& name = qormqtt::nameOfCounter(i);
+            const std::string strFamily = std::string("qor_mqtt_") + name.lpszName;
+            putFamily(strFamily.c_str(), name.lpszHelp, "counter");
+            putSample((strFamily + "_total").c_str(), "", uValue);
+        }
+        return;
+    }
+}
+
 void runMetrics(program& prog) {
     device dev;
     if (!dev.open(prog))
@@ -114,6 +141,7 @@ void runMetrics(program& prog) {
     putPools(dev);
     putSegments(dev);
     putCounters(dev);
+    putBridge(dev);
     put("# EOF\n");
 }
 
