@@ -23,7 +23,7 @@ constexpr int maxPacket = 65536;
 constexpr int firstDelayMs = 50;
 constexpr int passMs = 1000;
 constexpr int drainMs = 1000;
-constexpr int64_t takingMs = 200;
+constexpr int64_t takingMs = 2000;
 
 int64_t nowMs() {
     return std::chrono::duration_cast<std::chrono::milliseconds>(steadyClock::now().time_since_epoch()).count();
