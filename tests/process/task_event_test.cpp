@@ -183,16 +183,21 @@ TEST(TaskEvent, OfARegisteredThreadStaysUntilItUnregisters) {
 
 // ---- processes that are killed
 
-TEST(TaskEvent, OfAKilledSenderGoesWithTheNextProcessThatRegisters) {
-    makeSegments();
-    const int nSemaphores = countSemaphores();
-    const size_t nFiles = eventFiles().size();
+// A process that waits for an answer, without being registered, is killed.
+void killSender() {
     childProcess sender("sender", [] {
         process().GetCurrentTaskEvent();
         raise(SIGKILL);
         return 0;
     });
     EXPECT_EQ(-SIGKILL, sender.wait());
+}
+
+TEST(TaskEvent, OfAKilledSenderGoesWithTheNextProcessThatRegisters) {
+    makeSegments();
+    const int nSemaphores = countSemaphores();
+    const size_t nFiles = eventFiles().size();
+    killSender();
     EXPECT_EQ(nFiles + 1, eventFiles().size());
     EXPECT_EQ(nSemaphores + 1, countSemaphores());
     registerOnce();
@@ -203,12 +208,7 @@ TEST(TaskEvent, OfAKilledSenderGoesWithTheNextProcessThatRegisters) {
 TEST(TaskEvent, OfAKilledSenderGoesWithTheNextThreadOfAnOldProcess) {
     messageThread old("old", [](msgObject&) { return -1; });
     const size_t nFiles = eventFiles().size();
-    childProcess sender("sender", [] {
-        process().GetCurrentTaskEvent();
-        raise(SIGKILL);
-        return 0;
-    });
-    EXPECT_EQ(-SIGKILL, sender.wait());
+    killSender();
     EXPECT_EQ(nFiles + 1, eventFiles().size());
     {
         messageThread young("young", [](msgObject&) { return -1; });
