@@ -34,7 +34,7 @@ ownPosts::lastPost* ownPosts::Find(const chMsgQueue* pQueue) {
 
 bool ownPosts::IsSignalled(const chMsgQueue& objQueue, const msgObject& objMessage) const {
     const lastPost* pPost = const_cast<ownPosts*>(this)->Find(&objQueue);
-    return pPost != NULL && pPost->uSignalled == lowHalf(&objMessage) &&
+    return pPost != NULL && pPost->uSignalled != 0 && pPost->uSignalled == lowHalf(&objMessage) &&
            QOR_ChainHelper::loadShareWord(objMessage.m_idSender) == m_idOwner;
 }
 
