@@ -36,6 +36,13 @@ bool failBroken() { return QOR_ASSERT_TEXT(false, "broken share pool"); }
 
 int roundUp4(int n) { return static_cast<int>((static_cast<unsigned>(n) + 3u) & ~3u); }
 
+// The bytes that a cell needs for a block of nSize bytes; more than any cell has if nSize is too large.
+int needOf(int nSize) {
+    if (nSize > 0x7FFFFFF0)
+        return 0x7FFFFFFF;
+    return roundUp4(std::max(nSize, sizeSmallestData));
+}
+
 poll_chain* cellOf(const list_chain_offset* pLink) { return poll_chain::get_pCell(pLink); }
 
 list_chain_offset* linkOf(const poll_chain* pCell) { return static_cast<list_chain_offset*>(pCell->get_pData()); }
@@ -150,39 +157,70 @@ public:
         pCell->set_pRight(pRight->get_pRight());
         return true;
     }
+    // Whether a cell has so much beyond nNeed bytes that it is split off.
+    static bool HasSurplus(const poll_chain* pCell, int nNeed) { return pCell->get_nPoolSize() > nNeed + slack; }
     // Splits off what a free cell has beyond nSize bytes as another free cell, which is complete, with its links,
     // before it is cut off.
     void Split(poll_chain* pCell, int nSize) const {
-        list_chain_offset* const pRightLink = m_chain.Right(linkOf(pCell));
-        if (pRightLink == NULL)
-            return;
-        poll_chain* const pNew =
-            reinterpret_cast<poll_chain*>(addressOf(pCell->get_pData()) + static_cast<unsigned>(nSize));
-        pNew->init_cell(static_cast<uint32_t>(addressOf(pCell->get_pRight()) - addressOf(pNew)), true);
-        m_chain.InsertAfter(linkOf(pCell), linkOf(pNew), [pCell, pNew] { pCell->set_pRight(pNew); });
+        poll_chain* const pRest = beginRest(pCell, nSize);
+        m_chain.InsertAfter(linkOf(pCell), linkOf(pRest), [pCell, pRest] { pCell->set_pRight(pRest); });
+    }
+    // Takes a free cell for a block of nNeed bytes, without its surplus. Header and links of the rest count as a part
+    // of the new block: they lie in what was free memory, too.
+    void* Take(poll_chain* pCell, int nNeed) const {
+        noteShareAlloc(linkOf(pCell), static_cast<uint32_t>(std::min(pCell->get_nPoolSize(), nNeed + slack)));
+        if (!HasSurplus(pCell, nNeed)) {
+            Pop(pCell);
+            return pCell->get_pData();
+        }
+        poll_chain* const pRest = beginRest(pCell, nNeed);
+        if (!m_chain.Replace(linkOf(pCell), linkOf(pRest), [pCell, pRest] { pCell->set_pRight(pRest); }))
+            return NULL;
+        pCell->set_cell_free(false);
+        return pCell->get_pData();
     }
     // Unlinks a cell from the chain of free cells, then marks it as used.
     void Pop(poll_chain* pCell) const {
         m_chain.Unlink(linkOf(pCell));
         pCell->set_cell_free(false);
     }
-    // Marks a cell as free, then links it before the next free cell to the right. Free cells outside the chain, as a
-    // power cut may leave them in a mapped file, are skipped.
+    // Marks a cell as free, then links it before the next free cell to the right.
     void Push(poll_chain* pCell) const {
-        list_chain_offset* pLeft = NULL;
-        const auto fnLinked = [this, &pLeft](poll_chain* p) {
-            pLeft = p->is_free_cell() ? m_chain.Left(linkOf(p)) : NULL;
-            return pLeft != NULL;
-        };
-        if (!Walk(pCell->get_pRight(), fnLinked))
-            return;
-        if (pLeft == NULL)
-            pLeft = m_chain.Left(m_pFreeHead);
+        const list_chain_offset* const pRight = FindRightLink(pCell);
+        list_chain_offset* const pLeft = pRight != NULL ? m_chain.Left(pRight) : NULL;
         if (pLeft != NULL)
             m_chain.InsertAfter(pLeft, linkOf(pCell), [pCell] { pCell->set_cell_free(true); });
     }
 
 private:
+    // The link of the next free cell to the right, or the head of the chain; null after damage. Two searches take
+    // turns, one through the cells to the right and one through the chain from its beginning, so that neither a long
+    // run of used cells nor a long chain makes it slow. Free cells outside the chain, as a power cut may leave them in
+    // a mapped file, are skipped.
+    list_chain_offset* FindRightLink(const poll_chain* pCell) const {
+        const poll_chain* pRight = pCell->get_pRight();
+        list_chain_offset* pLink = m_chain.Right(m_pFreeHead);
+        while (pLink != NULL && pLink != m_pFreeHead && addressOf(pLink) < addressOf(pCell)) {
+            if (addressOf(pRight) >= m_area.uEnd)
+                return m_pFreeHead;
+            if (!m_area.holds(pRight)) {
+                failBroken();
+                return NULL;
+            }
+            if (pRight->is_free_cell() && m_chain.Left(linkOf(pRight)) != NULL)
+                return linkOf(pRight);
+            pRight = pRight->get_pRight();
+            pLink = m_chain.Right(pLink);
+        }
+        return pLink;
+    }
+    // The header of the free cell that is about to begin nSize bytes into the data of pCell.
+    static poll_chain* beginRest(const poll_chain* pCell, int nSize) {
+        poll_chain* const pRest =
+            reinterpret_cast<poll_chain*>(addressOf(pCell->get_pData()) + static_cast<unsigned>(nSize));
+        pRest->init_cell(static_cast<uint32_t>(addressOf(pCell->get_pRight()) - addressOf(pRest)), true);
+        return pRest;
+    }
     static int lengthOf(const list_chain_offset* pLink) {
         return static_cast<int>(cellOf(pLink)->get_iOffsetRightCell());
     }
@@ -372,11 +410,9 @@ bool baseStaticPoolAlloc::try_join_right_cell(poll_chain* pCell) {
 
 poll_chain* baseStaticPoolAlloc::find_big_enough_cell(int nAllocSize) {
     const checkedCells cells(*this, m_FreeCellChain);
-    if (nAllocSize > 0x7FFFFFF0 || !cells.AreValid())
-        return NULL;
-    const int nNeed = roundUp4(nAllocSize > sizeSmallestData ? nAllocSize : sizeSmallestData);
-    poll_chain* const pCell = cells.FindFree(nNeed);
-    if (pCell != NULL && pCell->get_nPoolSize() > nNeed + slack)
+    const int nNeed = needOf(nAllocSize);
+    poll_chain* const pCell = cells.AreValid() ? cells.FindFree(nNeed) : NULL;
+    if (pCell != NULL && cells.HasSurplus(pCell, nNeed))
         cells.Split(pCell, nNeed);
     return pCell;
 }
@@ -391,12 +427,10 @@ void baseStaticPoolAlloc::disjoin_big_cell(poll_chain* pCell, int nAllocSize) {
 }
 
 void* baseStaticPoolAlloc::try_alloc(int nAllocSize) {
-    poll_chain* pResultCell = find_big_enough_cell(nAllocSize);
-    if (pResultCell == NULL)
-        return NULL;
-    pop_free_cell(pResultCell);
-    noteShareAlloc(pResultCell->get_pData(), static_cast<uint32_t>(pResultCell->get_nPoolSize()));
-    return pResultCell->get_pData();
+    const checkedCells cells(*this, m_FreeCellChain);
+    const int nNeed = needOf(nAllocSize);
+    poll_chain* const pCell = cells.AreValid() ? cells.FindFree(nNeed) : NULL;
+    return pCell != NULL ? cells.Take(pCell, nNeed) : NULL;
 }
 
 void* baseStaticPoolAlloc::alloc(int nAllocSize) {
@@ -415,7 +449,7 @@ void baseStaticPoolAlloc::free(void* p) {
     }
     if (!QOR_ASSERT(!pFreeCell->is_free_cell()))
         return;
-    noteShareFree(p);
+    noteShareFree(pFreeCell, pFreeCell->get_iOffsetRightCell());
     cells.Push(pFreeCell);
 }
 

@@ -6,6 +6,7 @@
 
 #include <stdlib.h>
 
+#include <algorithm>
 #include <set>
 #include <vector>
 
@@ -137,8 +138,8 @@ void shareSection::Begin(const shareJournal& journal, const std::atomic<uintptr_
     uFirst = pMapping[0].load(std::memory_order_relaxed);
     uSize = journal.GetSegmentSize();
     aBlock[0] = aBlock[1] = {};
+    hullFreed = {};
     pLogged = NULL;
-    bFreed = false;
     pOuter = t_pShareSection;
     pCheck = sectionCheck::Begin(journal, segment());
     t_pShareSection = this;
@@ -154,7 +155,7 @@ void shareSection::Commit() {
     if (pLogged != NULL)
         free(pLogged);
     pLogged = NULL;
-    bFreed = false;
+    hullFreed = {};
     aBlock[0] = aBlock[1] = {};
 }
 
@@ -192,13 +193,21 @@ uint32_t* mapLogged(const shareJournal& journal) {
 
 }  // namespace
 
-// Every store of a section comes through here; nearly all sections are short.
+// Nearly all sections are short.
 inline void shareSection::Log(uint32_t uOffset, uint32_t uOld, uint32_t uNew, journalKind kind) {
     const uint32_t n = pJournal->GetHeader().nEntry;
     if (__builtin_expect(n < shareJournal::maxPlain, 1))
         pJournal->Put(n, {uOffset | kind, uOld, uNew});
     else
         LogOnce(uOffset, uOld, uNew, kind);
+}
+
+inline void shareSection::LogStore(const void* pWord, uint32_t uOffset, uint32_t uNew) {
+    if (isNew(pWord))
+        return;
+    const uint32_t uOld = loadShareWord(*static_cast<const uint32_t*>(pWord));
+    if (uOld != uNew)
+        Log(uOffset, uOld, uNew, kindStore);
 }
 
 void shareSection::LogOnce(uint32_t uOffset, uint32_t uOld, uint32_t uNew, journalKind kind) {
@@ -211,10 +220,11 @@ void shareSection::LogOnce(uint32_t uOffset, uint32_t uOld, uint32_t uNew, journ
         pJournal->Append(uOffset | kind, uOld, uNew);
 }
 
+// Of a free cell the links are logged, of what the section has freed every word.
 void shareSection::AddBlock(uintptr_t uBlock, uint32_t uOffset, uint32_t uSize) {
-    if (bFreed)
-        for (uint32_t u = 0; u < uSize; u += 4)
-            Log(uOffset + u, loadShareWord(*reinterpret_cast<const uint32_t*>(uBlock + u)), 0, kindSaved);
+    const uint32_t uLogged = mayHaveFreed(uBlock, uSize) ? uSize : sizeof(list_chain_offset);
+    for (uint32_t u = 0; u < uLogged; u += 4)
+        Log(uOffset + u, loadShareWord(*reinterpret_cast<const uint32_t*>(uBlock + u)), 0, kindSaved);
     if (pLogged == NULL)
         pJournal->Append(uOffset | kindBlock, 0, uSize);
     if (pCheck != NULL)
@@ -223,18 +233,34 @@ void shareSection::AddBlock(uintptr_t uBlock, uint32_t uOffset, uint32_t uSize) 
     aBlock[0] = {uBlock, uSize};
 }
 
-void logShareStore(const void* pWord, uint32_t uNew) {
+void shareSection::AddFreed(uintptr_t uBegin, uint32_t uSize) {
+    const uintptr_t uEnd = std::max(uBegin + uSize, hullFreed.uBegin + hullFreed.uSize);
+    hullFreed.uBegin = hullFreed.uSize == 0 ? uBegin : std::min(uBegin, hullFreed.uBegin);
+    hullFreed.uSize = uEnd - hullFreed.uBegin;
+}
+
+namespace {
+
+// Not in the first mapping of the innermost section, or not in a section at all.
+[[gnu::noinline]] void logElsewhere(const void* pWord, uint32_t uNew) {
     uint32_t uOffset;
     shareSection* const pSection = shareSection::ofThread(pWord, uOffset);
-    if (pSection == NULL) {
+    if (pSection == NULL)
         noteUnlocked(pWord, 4);
-        return;
-    }
-    if (pSection->isNew(pWord))
-        return;
-    const uint32_t uOld = loadShareWord(*static_cast<const uint32_t*>(pWord));
-    if (uOld != uNew)
-        pSection->Log(uOffset, uOld, uNew, kindStore);
+    else
+        pSection->LogStore(pWord, uOffset, uNew);
+}
+
+}  // namespace
+
+// Every store of a section comes through here.
+void logShareStore(const void* pWord, uint32_t uNew) {
+    shareSection* const pSection = t_pShareSection;
+    const uintptr_t u = reinterpret_cast<uintptr_t>(pWord);
+    if (__builtin_expect(pSection != NULL && u - pSection->uFirst < pSection->uSize, 1))
+        pSection->LogStore(pWord, static_cast<uint32_t>(u - pSection->uFirst), uNew);
+    else
+        logElsewhere(pWord, uNew);
 }
 
 void saveShareWord(const void* pWord) {
@@ -250,16 +276,16 @@ void storeShareBytes(void* pTo, const void* pFrom, size_t nSize) {
     memmove(pTo, pFrom, nSize);
 }
 
-void noteShareAlloc(const void* pBlock, uint32_t nSize) {
+void noteShareAlloc(const list_chain_offset* pLink, uint32_t nSize) {
     uint32_t uOffset;
-    if (shareSection* const pSection = shareSection::ofThread(pBlock, uOffset))
-        pSection->AddBlock(reinterpret_cast<uintptr_t>(pBlock), uOffset, nSize);
+    if (shareSection* const pSection = shareSection::ofThread(pLink, uOffset))
+        pSection->AddBlock(reinterpret_cast<uintptr_t>(pLink), uOffset, nSize);
 }
 
-void noteShareFree(const void* pBlock) {
+void noteShareFree(const void* pCell, uint32_t nSize) {
     uint32_t uOffset;
-    if (shareSection* const pSection = shareSection::ofThread(pBlock, uOffset))
-        pSection->bFreed = true;
+    if (shareSection* const pSection = shareSection::ofThread(pCell, uOffset))
+        pSection->AddFreed(reinterpret_cast<uintptr_t>(pCell), nSize);
 }
 
 }  // namespace QOR_ChainHelper

@@ -7,9 +7,9 @@
 //
 // What is in a block that was allocated in the section means nothing once the section is undone: the block is free
 // memory again, and of free memory only the header and the links of a cell count. These are logged when the cell leaves
-// the chain of free cells or is merged with its neighbour. So a new block is filled without being logged. After the
-// section has freed something this no longer holds, since the block may be one whose contents somebody owned when the
-// section began: then every word of a new block is logged as it is handed out.
+// the chain of free cells or is merged with its neighbour. So a new block is filled without being logged. This does not
+// hold for what the section itself has freed, whose contents somebody owned when the section began: then every word of
+// the new block is logged as it is handed out.
 //
 // A journal has room for every word of its segment. A long section logs each word once: its first entries are kept as
 // they come, and from then on a map of the words that are logged tells which need no further entry. So a section may be
@@ -22,7 +22,7 @@
 #include <atomic>
 #include <vector>
 
-#include "qor/ChainHelper/ShareWord.h"
+#include "qor/ChainHelper.h"
 
 namespace QOR_ChainHelper {
 
@@ -170,7 +170,7 @@ struct shareSection {
     uintptr_t uSize;                       // bytes of the segment
     block aBlock[2];                       // the latest new blocks, whose words need no entries
     uint32_t* pLogged;                     // a bit for each word that is logged; null while the section is short
-    bool bFreed;                           // a block was freed in the section
+    block hullFreed;                       // the range in which the section has freed cells; empty: none
     sectionCheck* pCheck;                  // checking builds: null if this section is not checked
 
     void* segment() const { return reinterpret_cast<void*>(uFirst); }
@@ -187,11 +187,18 @@ struct shareSection {
     void Commit();
     void End();
 
+    // The word becomes uNew.
+    void LogStore(const void* pWord, uint32_t uOffset, uint32_t uNew);
     void Log(uint32_t uOffset, uint32_t uOld, uint32_t uNew, journalKind kind);
     // Once the section is long: each word only once.
     void LogOnce(uint32_t uOffset, uint32_t uOld, uint32_t uNew, journalKind kind);
     // Makes every word of the block free to be changed without an entry.
     void AddBlock(uintptr_t uBegin, uint32_t uOffset, uint32_t uSize);
+    void AddFreed(uintptr_t uBegin, uint32_t uSize);
+    // Whether the section has freed a part of the range, or may have.
+    bool mayHaveFreed(uintptr_t uBegin, uint32_t uSize) const {
+        return uBegin < hullFreed.uBegin + hullFreed.uSize && hullFreed.uBegin < uBegin + uSize;
+    }
 };
 
 // ---- for allocators
@@ -199,11 +206,11 @@ struct shareSection {
 // The word is about to be lost, since its cell is merged with another one.
 void saveShareWord(const void* pWord);
 
-// nSize bytes, a multiple of 4, are handed out.
-void noteShareAlloc(const void* pBlock, uint32_t nSize);
+// A free cell is about to be taken from the chain: nSize bytes from its links on, a multiple of 4, become a new block.
+void noteShareAlloc(const list_chain_offset* pLink, uint32_t nSize);
 
-// A block is freed.
-void noteShareFree(const void* pBlock);
+// A cell of nSize bytes is about to be freed.
+void noteShareFree(const void* pCell, uint32_t nSize);
 
 }  // namespace QOR_ChainHelper
 

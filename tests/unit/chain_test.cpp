@@ -437,6 +437,44 @@ TEST_F(ShareChain, ANewRecordIsCompleteButUnreachableWhenTheCallerIsTold) {
     EXPECT_EQ((std::vector<int>{0, 5, 1}), numbers());
 }
 
+TEST_F(ShareChain, ANewRecordTakesThePlaceOfAnother) {
+    fill(3);
+    for (int i : {0, 1, 2})
+        EXPECT_TRUE(chain().Replace(link(i), link(5 + i), [] {}));
+    EXPECT_EQ((std::vector<int>{5, 6, 7}), numbers());
+    EXPECT_EQ((std::vector<int>{7, 6, 5}), numbersBackwards());
+    EXPECT_EQ(-1, wordAt(link(1), 0));
+    EXPECT_EQ(-1, wordAt(link(1), 1));
+}
+
+TEST_F(ShareChain, ARecordOutsideTheChainCannotBeReplaced) {
+    fill(2);
+    chain().Unlink(link(1));
+    EXPECT_EXIT(chain().Replace(link(1), link(5), [] {}), testing::KilledBySignal(SIGABRT),
+                "\\[_chTest:[0-9]+\\] broken share chain ");
+}
+
+#if defined(QOR_CHECK_STORES)
+// A power cut may keep any of these states of a mapped file.
+TEST_F(ShareChain, AfterEachStoreOfAReplacementBothDirectionsAgree) {
+    fill(3);
+    static decltype(this) s_pThis;
+    static std::vector<std::vector<int>> s_listState;
+    s_pThis = this;
+    s_listState = {{0, 1, 2}};
+    QOR_ChainHelper::g_pfnStoreHook = [](const void*, bool bStored) {
+        std::vector<int> listNow = s_pThis->numbers();
+        if (bStored && listNow != s_listState.back())
+            s_listState.push_back(listNow);
+        std::reverse(listNow.begin(), listNow.end());
+        EXPECT_EQ(listNow, s_pThis->numbersBackwards());
+    };
+    chain().Replace(link(1), link(5), [] {});
+    QOR_ChainHelper::g_pfnStoreHook = NULL;
+    EXPECT_EQ((std::vector<std::vector<int>>{{0, 1, 2}, {0, 1, 5, 2}, {0, 5, 2}}), s_listState);
+}
+#endif
+
 TEST_F(ShareChain, ItsChecksAcceptRecordsOfTheSegmentOnly) {
     const segmentChecks checks(&m_pBlock->vHead, sizeof(record), "_chTest", "a text");
     static_assert(std::is_same<checkedChain<segmentChecks>::chain_type, list_chain_offset>::value, "");

@@ -143,6 +143,24 @@ public:
         pRight = pRight != NULL ? pRight : m_pHead;
         return insert(searchLeft(pRight), pNew, pRight, [] {});
     }
+    /// Links a new record in place of p. fnComplete is called when the record's own links are complete, before the
+    /// store that makes it reachable. The links of p are left as they are when it is out of the chain. False after
+    /// damage: nothing is changed.
+    template <typename Fn>
+    bool Replace(chain_type* p, chain_type* pNew, Fn fnComplete) const {
+        chain_type* const pLeft = CheckedLeft(p);
+        chain_type* const pRight = pLeft != NULL ? Right(p) : NULL;
+        if (pRight == NULL)
+            return false;
+        pNew->set_pNext(pRight);
+        pNew->set_pPrev(pLeft);
+        fnComplete();
+        p->set_pNext(pNew);  // so that no backward link leads to p and from there to the right
+        pRight->set_pPrev(pNew);
+        pLeft->set_pNext(pNew);
+        clear(p);
+        return true;
+    }
     /// Unlinks a record, unless that has been done already. Its own links become null. False after damage:
     /// the record is left as it is.
     bool Unlink(chain_type* p) const {
@@ -153,12 +171,15 @@ public:
             pRight->set_pPrev(pLeft);
             pLeft->set_pNext(pRight);
         }
-        p->set_pNext(NULL);
-        p->set_pPrev(NULL);
+        clear(p);
         return true;
     }
 
 private:
+    static void clear(chain_type* p) {
+        p->set_pNext(NULL);
+        p->set_pPrev(NULL);
+    }
     chain_type* recordOf(chain_type* p) const { return p != m_pHead ? p : NULL; }
     chain_type* broken() const {
         m_checks.fail();
