@@ -133,7 +133,8 @@ QOR_API BOOL msgLaunchWorkThread(void* (*lpMeth)(void*), const char* lpszThreadN
  *  Not under nameHelperLock(). */
 QOR_API HTHREAD msgLaunchCallbackWorkThread(const char* lpszThreadName, msgCallbackEx pMsgCallbackEx, int nPriority);
 /** Posts the quit message to the thread of that name in this process and blocks until it has ended. Does nothing when
- *  this process has no such thread. Fatal: an empty name, the caller's own name. Not under nameHelperLock(). */
+ *  this process has no such thread; so it does not wait for one that has unregistered and has not ended yet.
+ *  Fatal: an empty name, the caller's own name. Not under nameHelperLock(). */
 QOR_API void msgUnlaunchWorkThread(const char* lpszThreadName);
 /** The handle of the thread of that name in any process; 0 when there is none or it has died.
  *  Fatal: an empty name. */
@@ -272,7 +273,8 @@ QOR_API BOOL msgPostMsgToThreadEx(HTHREAD hThread, unsigned int uMsg, unsigned i
 /** msgPostMsgToThreadEx() without extra data. Not under nameHelperLock(). */
 QOR_API BOOL msgPostMsgToThread(HTHREAD hThread, unsigned int uMsg, unsigned int wParam, int lParam);
 /** Posts a message to every registered thread of the device, including the caller's own, as msgPostMsgToThreadEx()
- *  would. Fatal: nExtraSize outside 0 to 1024, no room left in the share segment. Not under nameHelperLock(). */
+ *  would. Fatal, where there is one: nExtraSize outside 0 to 1024, no room left in the share segment.
+ *  Not under nameHelperLock(). */
 QOR_API void msgBroadpostThreadMsgEx(unsigned int uMsg, unsigned int wParam, int lParam, int nExtraSize,
                                      const void* pExtraData);
 /** msgBroadpostThreadMsgEx() without extra data. Not under nameHelperLock(). */
