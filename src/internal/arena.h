@@ -42,8 +42,7 @@ public:
     static bool owns(const void* p) { return reinterpret_cast<uintptr_t>(p) % alignment != 0; }
     // Frees a block of any arena.
     static void free(void* p) {
-        const uintptr_t uInPage = reinterpret_cast<uintptr_t>(p) % alignPage;
-        release(reinterpret_cast<page*>(static_cast<char*>(p) - uInPage), 1);
+        release(reinterpret_cast<page*>(reinterpret_cast<uintptr_t>(p) / alignPage * alignPage), 1);
     }
     // Frees the memory of an object that is a block of any arena or was made with new.
     static void freeObject(void* p) {
