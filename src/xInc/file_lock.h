@@ -5,6 +5,8 @@
 
 #include <string>
 
+#include "xInc/platform.h"
+
 namespace QOR_BaseHelper {
 
 class fileLock {
@@ -37,7 +39,8 @@ public:
     std::string describeHolder() const;
 
     // Whether the path names the file. False with errno ENOENT: nothing or another file is there. False with another
-    // errno: it cannot be found out.
+    // errno: it cannot be found out. state receives that of the file.
+    bool isAt(const char* lpszPath, QOR_Platform::fileState& state) const;
     bool isAt(const char* lpszPath) const;
 
     // Unlocks and closes the file, and keeps errno.

@@ -25,6 +25,7 @@
 
 #include "qor/BaseHelper/Sync.h"
 #include "xInc/file_lock.h"
+#include "xInc/rights.h"
 
 namespace QOR_BaseHelper {
 
@@ -45,7 +46,7 @@ void removeStaleKeyFiles(const char* lpszPath);
 std::string keyFilePath(const std::string& strName);
 
 // The path of the key file of the share segment, which says what rights the device's objects have.
-std::string shareKeyFile();
+const char* shareKeyFile();
 
 // Whether there is a semaphore or a segment with a key.
 bool isLiveSemaphore(key_t key);
@@ -67,7 +68,8 @@ void noteKeyFile(const char* lpszPath);
 void forgetKeyFile(const char* lpszPath);
 
 // Sets the times of a key file to now when they are older than an hour, so that no cleaner of /tmp removes it.
-void refreshKeyFile(const char* lpszPath);
+// state is that of the file.
+void refreshKeyFile(const char* lpszPath, const QOR_Platform::fileState& state);
 
 // Refresh all key files in use, if an hour has passed since this process looked at them; at use: five minutes more, so
 // that in a process with an idle thread no other thread has to. Until then each costs a look at a clock, and no kernel
@@ -94,11 +96,17 @@ public:
 
     void release();
 
+    // The file as it was found when it was locked, and the rights of the device at that time.
+    const QOR_Platform::fileState& state() const { return m_state; }
+    const deviceRights& rights() const { return m_rights; }
+
 private:
     bool openAndLock(const char* lpszPath, int nTimeout);
 
     const chCancelGuard m_guard;
     fileLock m_file;
+    QOR_Platform::fileState m_state;
+    deviceRights m_rights;
 };
 
 }  // namespace QOR_BaseHelper

@@ -3,9 +3,11 @@
 #include <poll.h>
 #include <string.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <string>
+#include <vector>
 
 #include "xInc/platform.h"
 
@@ -36,6 +38,15 @@ bool take(int nResult, const struct stat& status, fileState& state) {
     state.nModified = status.st_mtime;
     return true;
 }
+
+// An entry of a directory as the kernel gives it; the same on all ABIs.
+struct directoryEntry {
+    uint64_t uInode;
+    int64_t nNext;
+    uint16_t uLength;
+    uint8_t uKind;
+    char szName[1];
+};
 
 int openRetried(const char* lpszPath, int nFlags, unsigned uMode = 0) {
     return retryOnEintr([&] { return open(lpszPath, nFlags | O_CLOEXEC, uMode); });
@@ -84,6 +95,24 @@ int openWithoutWaiting(const char* lpszPath) { return openRetried(lpszPath, O_RD
 int openUnlinked(const char* lpszPath) { return openRetried(lpszPath, O_RDONLY | O_NONBLOCK | O_NOFOLLOW); }
 
 int openDirectory(const char* lpszPath) { return openRetried(lpszPath, O_RDONLY | O_DIRECTORY); }
+
+std::vector<std::string> listNames(int fdDirectory, const char* lpszPrefix) {
+    std::vector<std::string> arrName;
+    const size_t nPrefix = strlen(lpszPrefix);
+    alignas(long long) char aBuffer[4096];  // the stack of a thread may be small
+    lseek(fdDirectory, 0, SEEK_SET);
+    for (;;) {
+        const long nRead = syscall(SYS_getdents64, fdDirectory, aBuffer, sizeof(aBuffer));
+        if (nRead <= 0)
+            return arrName;
+        for (long i = 0; i < nRead;) {
+            const directoryEntry* const pEntry = reinterpret_cast<const directoryEntry*>(aBuffer + i);
+            if (strncmp(pEntry->szName, lpszPrefix, nPrefix) == 0)
+                arrName.push_back(pEntry->szName);
+            i += pEntry->uLength;
+        }
+    }
+}
 
 int createFile(const char* lpszPath, unsigned uMode) {
     return openRetried(lpszPath, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, uMode);

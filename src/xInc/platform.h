@@ -11,6 +11,9 @@
 #include <stdint.h>
 #include <stdio.h>
 
+#include <string>
+#include <vector>
+
 namespace QOR_Platform {
 
 // ---- errors
@@ -143,6 +146,10 @@ int openUnlinked(const char* lpszPath);
 
 // Opens a directory for reading.
 int openDirectory(const char* lpszPath);
+
+// The names in an open directory that begin with a prefix, read from its start. Nothing else is asked about its files,
+// and no memory is allocated for the others.
+std::vector<std::string> listNames(int fdDirectory, const char* lpszPrefix);
 
 // Makes a file, to be written; one that is there already is the error EEXIST. The umask applies to the mode.
 int createFile(const char* lpszPath, unsigned uMode);

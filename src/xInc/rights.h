@@ -34,6 +34,10 @@ struct deviceRights {
 // the name of a group.
 deviceRights findRights();
 
+// The same for a caller that has just looked at a key file: if that is the share segment's, nothing else has to be
+// looked at.
+deviceRights findRights(const char* lpszPath, const QOR_Platform::fileState& state);
+
 // Whether qor_group says that the device has a group.
 bool asksForGroup();
 
@@ -41,11 +45,12 @@ bool asksForGroup();
 bool giveRights(int fd, const deviceRights& rights);
 
 // Whether somebody outside the device's group could have made or changed a key file.
-bool isForeign(const QOR_Platform::fileState& state);
+bool isForeign(const QOR_Platform::fileState& state, const deviceRights& rights);
 
-// Whether a key file may be used. It is given the rights of the device if it is the caller's own and has no objects
-// yet; any other one that others could have made or changed is fatal, as is one that the caller has no right to.
-bool admitKeyFile(const char* lpszPath, int fd);
+// Whether an open key file may be used. It is given the rights of the device if it is the caller's own and has no
+// objects yet; any other one that others could have made or changed is fatal, as is one that the caller has no right
+// to.
+bool admitKeyFile(const char* lpszPath, int fd, const QOR_Platform::fileState& state, const deviceRights& rights);
 
 // After a key file could not be opened for lack of rights on a device with a group: fatal, with the reason.
 void failWithoutRight(const char* lpszPath);
@@ -56,9 +61,10 @@ struct ipcObject {
     bool bCreated;
 };
 
-// Open the set of one semaphore, or the segment, of a key, or make it. The caller holds the lock of the key file.
-ipcObject openOrCreateSemaphore(key_t key);
-ipcObject openOrCreateSegment(key_t key, size_t nSize);
+// Open the set of one semaphore, or the segment, of a key, or make it with the rights of the device. The caller holds
+// the lock of the key file.
+ipcObject openOrCreateSemaphore(key_t key, const deviceRights& rights);
+ipcObject openOrCreateSegment(key_t key, size_t nSize, const deviceRights& rights);
 
 // Opens the set of one semaphore of a key when there is one; -1 on failure.
 int openSemaphore(key_t key);

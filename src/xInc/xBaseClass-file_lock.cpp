@@ -119,12 +119,17 @@ std::string fileLock::describeHolder() const {
                         : "a process that /proc/locks does not show here";
 }
 
-bool fileLock::isAt(const char* lpszPath) const {
-    fileState stateHeld, statePath;
-    if (!lookAtOpen(m_fd, stateHeld) || !lookAt(lpszPath, statePath))
+bool fileLock::isAt(const char* lpszPath, fileState& state) const {
+    fileState statePath;
+    if (!lookAtOpen(m_fd, state) || !lookAt(lpszPath, statePath))
         return false;
     errno = ENOENT;
-    return statePath.eKind != kindNone && statePath.isSameFile(stateHeld);
+    return statePath.eKind != kindNone && statePath.isSameFile(state);
+}
+
+bool fileLock::isAt(const char* lpszPath) const {
+    fileState state;
+    return isAt(lpszPath, state);
 }
 
 // A forked child may hold a copy of the descriptor: closing this one alone would not unlock the file.

@@ -107,7 +107,7 @@ bool isInUse(int idSegment) {
     return shmctl(idSegment, IPC_STAT, &state) == 0 && state.shm_nattch > 1;
 }
 
-void* attachJournal(const journaledSegment& segment, key_t key) {
+void* attachJournal(const journaledSegment& segment, key_t key, const deviceRights& rights) {
     const size_t nSize = shareJournal::sizeFor(segment.uSize) + shareJournal::sizeNotes;
     const bool bThere = isLiveSegment(key);
     if (!bThere && isInUse(static_cast<int>(segment.idSegment))) {
@@ -115,7 +115,7 @@ void* attachJournal(const journaledSegment& segment, key_t key) {
         return NULL;
     }
     // One that is too small is told from one that cannot be opened.
-    const int id = openOrCreateSegment(key, bThere ? 0 : nSize).id;
+    const int id = openOrCreateSegment(key, bThere ? 0 : nSize, rights).id;
     shmid_ds state;
     if (id == -1 || shmctl(id, IPC_STAT, &state) != 0)
         return failJournal(segment.lpszName);
@@ -251,7 +251,7 @@ bool openJournal(const journaledSegment& segment) {
     if (!lock.lockExisting(segment.lpszName))
         return failJournal(segment.lpszName) != NULL;
     const key_t key = ftok(segment.lpszName, idProjectJournal);
-    void* const pMemory = key != -1 ? attachJournal(segment, key) : failJournal(segment.lpszName);
+    void* const pMemory = key != -1 ? attachJournal(segment, key, lock.rights()) : failJournal(segment.lpszName);
     return pMemory != NULL && openRow(segment, pMemory);
 }
 

@@ -66,8 +66,11 @@ void lookWhenDue(uint32_t uPause) {
         return;
     const chCancelGuard guardCancel;
     const errnoGuard guardError;
-    for (const std::string& strPath : pathsInUse())
-        refreshKeyFile(strPath.c_str());
+    for (const std::string& strPath : pathsInUse()) {
+        fileState state;
+        if (lookAt(strPath.c_str(), state))
+            refreshKeyFile(strPath.c_str(), state);
+    }
 }
 
 }  // namespace
@@ -88,11 +91,9 @@ void forgetKeyFile(const char* lpszPath) {
         list().mapCount.erase(it);
 }
 
-void refreshKeyFile(const char* lpszPath) {
+void refreshKeyFile(const char* lpszPath, const fileState& state) {
     const long long nOldest = time(nullptr) - maxAge;
-    fileState state;
-    if (lookAt(lpszPath, state) && state.eKind == kindRegular &&
-        (state.nAccessed < nOldest || state.nModified < nOldest))
+    if (state.eKind == kindRegular && (state.nAccessed < nOldest || state.nModified < nOldest))
         refreshFile(lpszPath);
 }
 

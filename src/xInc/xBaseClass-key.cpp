@@ -1,7 +1,6 @@
 // Key files. A key keeps only 16 bits of an inode number and 8 of a device, so two files can yield one key;
 // a new file is therefore compared with all that exist before it becomes visible, and replaced by one with
 // another inode until its keys are unique. See keyfile.h for the locking.
-#include <dirent.h>
 #include <errno.h>
 #include <fcntl.h>
 #include <stdio.h>
@@ -47,24 +46,22 @@ std::string directoryOf(const std::string& strPath) {
     return nPos == 0 ? "/" : strPath.substr(0, nPos);
 }
 
-// The names in a directory that begin with a prefix.
-std::vector<std::string> listNames(const char* lpszDirectory, const char* lpszPrefix) {
-    std::vector<std::string> arrName;
-    DIR* pDir = opendir(lpszDirectory);
-    if (pDir == nullptr)
-        return arrName;
-    const size_t nPrefix = strlen(lpszPrefix);
-    while (const dirent* pEntry = readdir(pDir)) {
-        if (strncmp(pEntry->d_name, lpszPrefix, nPrefix) == 0)
-            arrName.push_back(pEntry->d_name);
-    }
-    closedir(pDir);
-    return arrName;
+// The names of key files in "/tmp" that begin with a prefix.
+std::vector<std::string> listInTmp(const char* lpszPrefix) {
+    const openFile directory(openDirectory(szKeyDirectory));
+    return directory.fd() != -1 ? listNames(directory.fd(), lpszPrefix) : std::vector<std::string>();
 }
 
-void removeStaleFiles(const std::string& strDirectory, int fdDirectory) {
-    for (const std::string& strName : listNames(strDirectory.c_str(), szNewPrefix))
-        unlinkat(fdDirectory, strName.c_str(), 0);
+// The name of a maker's private file.
+std::string newName(int i) { return szNewPrefix + std::to_string(i); }
+
+// Makers number their private files from 0 and remove the last one first, so those of a dead maker have the first
+// numbers and need no reading of the directory. Another user's file, which cannot be removed, may be among them.
+void removeStaleFiles(int fdDirectory) {
+    const errnoGuard guard;
+    for (int i = 0; i < maxNewFile; ++i)
+        if (unlinkat(fdDirectory, newName(i).c_str(), 0) != 0 && errno != EPERM && errno != EACCES)
+            return;
 }
 
 }  // namespace
@@ -73,7 +70,7 @@ bool isLiveSemaphore(key_t key) { return semget(key, 0, 0) != -1 || errno != ENO
 
 bool isLiveSegment(key_t key) { return shmget(key, 0, 0) != -1 || errno != ENOENT; }
 
-std::string shareKeyFile() { return keyFilePath("ipc_system_share"); }
+const char* shareKeyFile() { return "/tmp/qor_ipc_system_share"; }
 
 namespace {
 
@@ -103,7 +100,7 @@ bool makeUniqueFile(const std::string& strDirectory, int fdDirectory, std::vecto
     const std::set<key_t> setTaken = takenKeys(idProjectSemaphore);
     const deviceRights rights = findRights();
     for (int i = 0; i < maxNewFile; ++i) {
-        const std::string strName = szNewPrefix + std::to_string(i);
+        const std::string strName = newName(i);
         if (!makeFile(fdDirectory, strName.c_str(), rights)) {
             // A file that another user left, which could not be removed.
             if (errno == EEXIST)
@@ -135,7 +132,7 @@ std::string keyFilePath(const std::string& strName) {
 
 std::set<key_t> takenKeys(unsigned char idProject) {
     std::set<key_t> setKey;
-    for (const std::string& strName : listNames(szKeyDirectory, szKeyPrefix))
+    for (const std::string& strName : listInTmp(szKeyPrefix))
         setKey.insert(ftok((std::string(szKeyDirectory) + "/" + strName).c_str(), idProject));
     return setKey;
 }
@@ -146,7 +143,7 @@ bool isPlainKeyFile(const char* lpszPath) {
 }
 
 std::vector<std::string> listKeyFiles(const char* lpszPrefix) {
-    std::vector<std::string> arrName = listNames(szKeyDirectory, (std::string(szKeyPrefix) + lpszPrefix).c_str());
+    std::vector<std::string> arrName = listInTmp((std::string(szKeyPrefix) + lpszPrefix).c_str());
     for (std::string& strName : arrName)
         strName.erase(0, strlen(szKeyPrefix));
     return arrName;
@@ -171,13 +168,13 @@ bool lockOrFail(fileLock& lock, const char* lpszPath) {
 
 // Makes the key file, which is missing, in a directory that is held locked.
 bool makeKeyFile(const char* lpszPath, const std::string& strDirectory, int fdDirectory) {
-    removeStaleFiles(strDirectory, fdDirectory);
+    removeStaleFiles(fdDirectory);
     std::vector<std::string> arrName;
     const bool bResult = makeUniqueFile(strDirectory, fdDirectory, arrName) &&
                          publishFile(fdDirectory, arrName.back().c_str(), lpszPath);
     const errnoGuard guard;
-    for (const std::string& strName : arrName)
-        unlinkat(fdDirectory, strName.c_str(), 0);
+    for (auto it = arrName.rbegin(); it != arrName.rend(); ++it)
+        unlinkat(fdDirectory, it->c_str(), 0);
     return bResult;
 }
 
@@ -185,49 +182,66 @@ bool makeKeyFile(const char* lpszPath, const std::string& strDirectory, int fdDi
 
 // The first process of a device that shall have a group makes the file that says so to all before any other one.
 static bool prepareGroup(const char* lpszPath) {
-    const std::string strShare = shareKeyFile();
-    if (!asksForGroup() || strShare == lpszPath)
+    if (!asksForGroup() || strcmp(lpszPath, shareKeyFile()) == 0)
         return true;
     keyFileLock lock;
-    return lock.lockOrCreate(strShare.c_str());
+    return lock.lockOrCreate(shareKeyFile());
 }
+
+// The directories that the maker of a key file holds locked: "/tmp", and that of the file if it is another one.
+class makerLocks {
+public:
+    // False with a reason in errno.
+    bool take(const std::string& strDirectory) {
+        if (strDirectory == szKeyDirectory)
+            return m_lockKeys.openDirectory(szKeyDirectory) && lockOrFail(m_lockKeys, szKeyDirectory);
+        fileState stateKeys, stateOwn;
+        if (!m_lockOwn.openDirectory(strDirectory.c_str()) || !lookAtOpen(m_lockOwn.fd(), stateOwn))
+            return false;
+        const bool bKeys = m_lockKeys.openDirectory(szKeyDirectory) && lookAtOpen(m_lockKeys.fd(), stateKeys);
+        if (bKeys && !lockOrFail(m_lockKeys, szKeyDirectory))
+            return false;
+        // Locking one directory twice would wait for itself.
+        return (bKeys && stateKeys.isSameFile(stateOwn)) || lockOrFail(m_lockOwn, strDirectory.c_str());
+    }
+
+    // The directory of the file.
+    int fd() const { return m_lockOwn.fd() != -1 ? m_lockOwn.fd() : m_lockKeys.fd(); }
+
+private:
+    fileLock m_lockKeys, m_lockOwn;
+};
 
 bool createKeyFile(const char* lpszPath) {
     if (!prepareGroup(lpszPath))
         return false;
     const chCancelGuard guard;
     const std::string strDirectory = directoryOf(lpszPath);
-    fileLock lockKeys, lockOwn;
-    fileState state, stateOwn;
+    makerLocks locks;
+    fileState state;
     if (!lookAt(lpszPath, state) || state.eKind != kindNone)
         return state.eKind != kindNone;
-    if (!lockOwn.openDirectory(strDirectory.c_str()) || !lookAtOpen(lockOwn.fd(), stateOwn))
-        return false;
-    const bool bKeys = lockKeys.openDirectory(szKeyDirectory) && lookAtOpen(lockKeys.fd(), state);
-    if (bKeys && !lockOrFail(lockKeys, szKeyDirectory))
-        return false;
-    // Locking one directory twice would wait for itself.
-    if (!(bKeys && state.isSameFile(stateOwn)) && !lockOrFail(lockOwn, strDirectory.c_str()))
-        return false;
     // A path that cannot be looked at is not replaced.
-    if (!lookAt(lpszPath, state))
+    if (!locks.take(strDirectory) || !lookAt(lpszPath, state))
         return false;
-    return state.eKind != kindNone || makeKeyFile(lpszPath, strDirectory, lockOwn.fd());
+    return state.eKind != kindNone || makeKeyFile(lpszPath, strDirectory, locks.fd());
 }
 
 void removeStaleKeyFiles(const char* lpszPath) {
     const std::string strDirectory = directoryOf(lpszPath);
     fileLock lock;
     if (lock.openDirectory(strDirectory.c_str()) && lock.tryLock())
-        removeStaleFiles(strDirectory, lock.fd());
+        removeStaleFiles(lock.fd());
 }
 
 // The file may be removed, and another one made, while this one waits for its lock: then the next one is tried. When
 // the path cannot be looked at, trying again would not end. A file that somebody else has locked stays open.
 bool keyFileLock::openAndLock(const char* lpszPath, int nTimeout) {
     while (m_file.openAt(lpszPath) && m_file.lockFor(nTimeout)) {
-        if (m_file.isAt(lpszPath))
-            return admitKeyFile(lpszPath, m_file.fd());
+        if (m_file.isAt(lpszPath, m_state)) {
+            m_rights = findRights(lpszPath, m_state);
+            return admitKeyFile(lpszPath, m_file.fd(), m_state, m_rights);
+        }
         if (errno != ENOENT)
             break;
     }
@@ -282,7 +296,7 @@ key_t xFileKey::OpenLockedFileKey(const char* lpszName, unsigned char idProject,
         QOR_TraceHelper::qorOutputWarningString("ftok [%s] fail: %s", lpszPath, strerror(errno));
         QOR_ASSERT(FALSE);
     }
-    refreshKeyFile(lpszPath);
+    refreshKeyFile(lpszPath, lock.state());
     return key;
 }
 
@@ -301,8 +315,8 @@ key_t xFileKey::FindFileKey(const char* lpszName, unsigned char idProject) {
         return -1;
     SetKeyFile(lpszName);
     fileState state;
-    const bool bThere =
-        lookAt(m_strKeyFile, state) && state.eKind != kindNone && state.eKind != kindLink && !isForeign(state);
+    const bool bThere = lookAt(m_strKeyFile, state) && state.eKind != kindNone && state.eKind != kindLink &&
+                        !isForeign(state, findRights(m_strKeyFile, state));
     const key_t key = bThere ? ftok(m_strKeyFile, idProject) : -1;
     if (key == -1)
         CloseFileKey();

@@ -58,6 +58,16 @@ bool isOfGroup(const fileState& state, unsigned idGroup) {
     return state.idGroup == idGroup && (state.uMode & maskOthers) == 0;
 }
 
+// What the key file of the share segment says.
+deviceRights rightsBy(const fileState& state) {
+    deviceRights rights;
+    if (state.eKind != kindRegular)
+        return rights;
+    rights.bGroup = (state.uMode & maskOthers) == 0;
+    rights.idGroup = state.idGroup;
+    return rights;
+}
+
 std::string describe(const fileState& state) {
     char szText[80];
     snprintf(szText, sizeof(szText), "owner %u, group %u, mode %.4o", state.idOwner, state.idGroup, state.uMode);
@@ -106,8 +116,7 @@ bool openToGroup(int id, const deviceRights& rights) {
 
 // fnGet takes the flags of semget() and shmget(), the mode among them.
 template <class Kind, class Get>
-ipcObject openOrCreate(Get fnGet) {
-    const deviceRights rights = findRights();
+ipcObject openOrCreate(const deviceRights& rights, Get fnGet) {
     const int id = fnGet(IPC_CREAT | IPC_EXCL | static_cast<int>(rights.firstMode()));
     if (id != -1 && rights.bGroup && !openToGroup<Kind>(id, rights)) {
         const errnoGuard guard;
@@ -136,17 +145,18 @@ bool hasObjects(const char* lpszPath) {
 bool asksForGroup() { return groupName() != nullptr; }
 
 deviceRights findRights() {
+    fileState state;
+    if (groupName() == nullptr)
+        lookAt(shareKeyFile(), state);
+    return findRights(shareKeyFile(), state);
+}
+
+deviceRights findRights(const char* lpszPath, const fileState& state) {
     if (const char* const lpszName = groupName()) {
         static const deviceRights s_rights = rightsOfGroup(lpszName);
         return s_rights;
     }
-    deviceRights rights;
-    fileState state;
-    if (!lookAt(shareKeyFile().c_str(), state) || state.eKind != kindRegular)
-        return rights;
-    rights.bGroup = (state.uMode & maskOthers) == 0;
-    rights.idGroup = state.idGroup;
-    return rights;
+    return strcmp(lpszPath, shareKeyFile()) == 0 ? rightsBy(state) : findRights();
 }
 
 // The umask belongs to all threads of the process; it is left alone.
@@ -154,16 +164,14 @@ bool giveRights(int fd, const deviceRights& rights) {
     return (!rights.bGroup || setGroup(fd, rights.idGroup)) && setMode(fd, rights.mode());
 }
 
-bool isForeign(const fileState& state) {
-    const deviceRights rights = findRights();
+bool isForeign(const fileState& state, const deviceRights& rights) {
     return rights.bGroup && !isOfGroup(state, rights.idGroup);
 }
 
-bool admitKeyFile(const char* lpszPath, int fd) {
-    fileState state;
-    if (!lookAtOpen(fd, state) || !isForeign(state))
+bool admitKeyFile(const char* lpszPath, int fd, const fileState& state, const deviceRights& rights) {
+    if (!isForeign(state, rights))
         return true;
-    if (state.idOwner == geteuid() && !hasObjects(lpszPath) && giveRights(fd, findRights()))
+    if (state.idOwner == geteuid() && !hasObjects(lpszPath) && giveRights(fd, rights))
         return true;
     failWithText("[%s] is no key file of this device's group: %s", lpszPath, describe(state).c_str());
     errno = EPERM;
@@ -174,7 +182,7 @@ bool admitKeyFile(const char* lpszPath, int fd) {
 void failWithoutRight(const char* lpszPath) {
     if (!findRights().bGroup)
         return;
-    for (const std::string& strPath : {std::string(lpszPath), shareKeyFile()}) {
+    for (const std::string& strPath : {std::string(lpszPath), std::string(shareKeyFile())}) {
         fileState state;
         if (!lookAt(strPath.c_str(), state) || state.eKind != kindRegular)
             continue;
@@ -184,12 +192,12 @@ void failWithoutRight(const char* lpszPath) {
     failWithText("qor_group: no right to give files to the group [%s]%s", groupName(), "");
 }
 
-ipcObject openOrCreateSemaphore(key_t key) {
-    return openOrCreate<semaphoreKind>([key](int nFlags) { return semget(key, 1, nFlags); });
+ipcObject openOrCreateSemaphore(key_t key, const deviceRights& rights) {
+    return openOrCreate<semaphoreKind>(rights, [key](int nFlags) { return semget(key, 1, nFlags); });
 }
 
-ipcObject openOrCreateSegment(key_t key, size_t nSize) {
-    return openOrCreate<segmentKind>([key, nSize](int nFlags) { return shmget(key, nSize, nFlags); });
+ipcObject openOrCreateSegment(key_t key, size_t nSize, const deviceRights& rights) {
+    return openOrCreate<segmentKind>(rights, [key, nSize](int nFlags) { return shmget(key, nSize, nFlags); });
 }
 
 int openSemaphore(key_t key) { return semget(key, 1, static_cast<int>(findRights().mode())); }

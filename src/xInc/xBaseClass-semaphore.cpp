@@ -255,6 +255,9 @@ bool takeQuickly(int fdSemaphore) {
     static std::atomic<int> s_nPatience{maxAttempt};
     const int nPatience = s_nPatience.load(std::memory_order_relaxed);
     for (int i = 0; i < nPatience; ++i) {
+        // How many processors there are is asked when it matters: the system opens a file for the answer.
+        if (i > 0 && !hasOtherProcessor())
+            return false;
         if (i > 0)
             pauseProcessor();
         if (stepSemaphore(fdSemaphore, -1, SEM_UNDO | IPC_NOWAIT, nullptr)) {
@@ -286,7 +289,7 @@ BOOL xSemaphore::OpenSemaphoreValue(const char* lpszName, int nFirstValue) {
     const key_t key = OpenLockedFileKey(lpszName, idProjectSemaphore, lock);
     if (key == -1)
         return FALSE;
-    const ipcObject object = openOrCreateSemaphore(key);
+    const ipcObject object = openOrCreateSemaphore(key, lock.rights());
     m_fdSemaphore = object.id;
     if (m_fdSemaphore == -1) {
         qorOutputWarningString("Try Create Semaphore [%s:%x] fail (%s)! ", lpszName, static_cast<unsigned>(key),
@@ -430,7 +433,7 @@ BOOL chMutex::TakeMutex(int nTimeout, lockReport report) {
     const bool bMayWait = nTimeout > 0 || nTimeout == -1;
     if (bMayWait && !AssertNotHeldHere())
         return FALSE;
-    const bool bQuick = bMayWait && hasOtherProcessor() && takeQuickly(m_fdSemaphore);
+    const bool bQuick = bMayWait && takeQuickly(m_fdSemaphore);
     if (!bQuick && report == tellAll && SemaphoreAddValue(-1, nTimeout) != -1) {
         qorOutputWarningString("Lock Mutex fail for %s [%d:%.4X]", strerror(errno),
                                static_cast<int>(qorGetCurrentProcessId()),

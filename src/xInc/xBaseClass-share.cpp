@@ -45,7 +45,7 @@ void* chMapFile::OpenMapFile(const char* lpszName, int nSize) {
     const key_t key = OpenLockedFileKey(lpszName, idProjectSegment, lock);
     if (key == -1)
         return nullptr;
-    const ipcObject object = openOrCreateSegment(key, static_cast<size_t>(nSize));
+    const ipcObject object = openOrCreateSegment(key, static_cast<size_t>(nSize), lock.rights());
     m_fdMapFile = object.id;
     if (object.bCreated)
         m_idCreator = qorGetCurrentTaskId();

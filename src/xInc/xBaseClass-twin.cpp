@@ -36,10 +36,9 @@ bool beginsWith(const kernelSegment& segment, const uint32_t* pHeader) {
 }
 
 // Objects of one class have segments of one size and type; those have key files, too.
-bool isTwin(const kernelSegment& segment, const kernelSegment& own, const uint32_t* pHeader,
-            const std::set<key_t>& setKey) {
+bool mayBeTwin(const kernelSegment& segment, const kernelSegment& own, const uint32_t* pHeader) {
     return segment.nId != own.nId && segment.nAttached > 0 && segment.uSize == own.uSize &&
-           setKey.count(static_cast<key_t>(segment.uKey)) == 0 && beginsWith(segment, pHeader);
+           beginsWith(segment, pHeader);
 }
 
 }  // namespace
@@ -55,9 +54,14 @@ void chMapFile::WarnOfTwin() const {
             pOwn = &segment;
     if (pOwn == nullptr)
         return;
-    const std::set<key_t> setKey = takenKeys(idProjectSegment);
+    std::set<key_t> setKey;
     for (const kernelSegment& segment : segments) {
-        if (!isTwin(segment, *pOwn, static_cast<const uint32_t*>(m_pMapData), setKey))
+        if (!mayBeTwin(segment, *pOwn, static_cast<const uint32_t*>(m_pMapData)))
+            continue;
+        // There is a segment like this one: whether a key file leads to it.
+        if (setKey.empty())
+            setKey = takenKeys(idProjectSegment);
+        if (setKey.count(static_cast<key_t>(segment.uKey)) != 0)
             continue;
         QOR_TraceHelper::qorOutputWarningString(
             "[%s] is a new segment (%d), but living processes use segment %d of the same size and type, which has no "

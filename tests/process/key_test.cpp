@@ -236,14 +236,27 @@ TEST_F(KeyFile, AFileOfWhichNobodyCanTellWhereItStandsIsFatalAndNotTriedForEver)
     EXPECT_EQ(std::vector<std::string>{"qor_key_unseen"}, names("/tmp"));
 }
 
-TEST_F(KeyFile, ADirectoryThatCannotBeToldFromAnotherIsFatalAndNotWaitedFor) {
+TEST_F(KeyFile, ADirectoryThatCannotBeToldFromTmpIsFatalAndNotWaitedFor) {
+    ASSERT_EQ(0, mkdir("/tmp/key_dir", 0777));
     EXPECT_EXIT(
         {
             s_nDirectoryError = EIO;
-            open("key_directory", 'm');
+            open("/tmp/key_dir/file", 'm');
         },
-        testing::KilledBySignal(SIGABRT), "Create file\\[/tmp/qor_key_directory\\] fail: Input/output error\n");
-    EXPECT_TRUE(names("/tmp").empty());
+        testing::KilledBySignal(SIGABRT), "Create file\\[/tmp/key_dir/file\\] fail: Input/output error\n");
+    EXPECT_TRUE(names("/tmp/key_dir").empty());
+    rmdir("/tmp/key_dir");
+}
+
+// The same directory by another path has another name and one lock.
+TEST_F(KeyFile, TmpByAnotherPathIsLockedOnce) {
+    EXPECT_EXIT(
+        {
+            watch("opener");
+            _exit(open("/tmp/../tmp/qor_key_other_path", 'm') != -1 ? 0 : 1);
+        },
+        testing::ExitedWithCode(0), "");
+    EXPECT_EQ(std::vector<std::string>{"qor_key_other_path"}, names("/tmp"));
 }
 
 class KilledCreator : public KeyFile, public testing::WithParamInterface<linkDeath> {};
