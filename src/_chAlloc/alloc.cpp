@@ -198,21 +198,19 @@ private:
     // run of used cells nor a long chain makes it slow. Free cells outside the chain, as a power cut may leave them in
     // a mapped file, are skipped.
     list_chain_offset* FindRightLink(const poll_chain* pCell) const {
-        const poll_chain* pRight = pCell->get_pRight();
-        list_chain_offset* pLink = m_chain.Right(m_pFreeHead);
-        while (pLink != NULL && pLink != m_pFreeHead && addressOf(pLink) < addressOf(pCell)) {
-            if (addressOf(pRight) >= m_area.uEnd)
-                return m_pFreeHead;
-            if (!m_area.holds(pRight)) {
+        list_chain_offset* pLink = m_pFreeHead;
+        for (const poll_chain* p = pCell->get_pRight(); addressOf(p) < m_area.uEnd; p = p->get_pRight()) {
+            if (!m_area.holds(p)) {
                 failBroken();
                 return NULL;
             }
-            if (pRight->is_free_cell() && m_chain.Left(linkOf(pRight)) != NULL)
-                return linkOf(pRight);
-            pRight = pRight->get_pRight();
+            if (p->is_free_cell() && m_chain.Left(linkOf(p)) != NULL)
+                return linkOf(p);
             pLink = m_chain.Right(pLink);
+            if (pLink == NULL || pLink == m_pFreeHead || addressOf(pLink) > addressOf(pCell))
+                return pLink;
         }
-        return pLink;
+        return m_pFreeHead;
     }
     // The header of the free cell that is about to begin nSize bytes into the data of pCell.
     static poll_chain* beginRest(const poll_chain* pCell, int nSize) {

@@ -1,21 +1,23 @@
-// The timer that is asked for the tick while it is being made. This program brings its own named blocks, which
-// read the tick when they are locked; so it is a program of its own.
+// The timer that is asked for the tick while it is being made: by a call of the kernel that its maker needs, and that
+// this program replaces.
+#include <sys/sem.h>
+#include <time.h>
 #include <unistd.h>
 
 #include "qor/BaseHelper/Tick.h"
+#include "support/system_call.h"
 
-extern "C" {
-
-QOR_API BOOL nameHelperLock(void) {
-    QOR_BaseHelper::chTimer::GetTickFromBoot();
-    return 1;
+// The lock under which the timer is made is taken here.
+extern "C" int semtimedop(int fdSemaphore, sembuf* pStep, size_t nStep, const timespec* pLimit) noexcept {
+    static auto* const fn =
+        qorTest::systemCall<int(int, sembuf*, size_t, const timespec*)>({"__semtimedop64", "semtimedop"});
+    static bool s_bAsked = false;
+    if (!s_bAsked) {
+        s_bAsked = true;
+        QOR_BaseHelper::chTimer::GetTickFromBoot();
+    }
+    return fn(fdSemaphore, pStep, nStep, pLimit);
 }
-
-QOR_API BOOL nameHelperUnlock(void) { return 1; }
-
-QOR_API void* nameGetSystemObject(const char*, int, int*) { return nullptr; }
-
-}  // extern "C"
 
 namespace {
 
