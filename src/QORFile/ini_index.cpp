@@ -1,9 +1,5 @@
 // The index of a list of INI entries.
-//
-// Invariant of the table: from a hash's home to the next free slot, every node of that hash is met.
 #include "QORFile/ini_index.h"
-
-#include <stdlib.h>
 
 #include <new>
 
@@ -12,7 +8,6 @@ namespace QOR_FileHelper {
 namespace {
 
 constexpr int maxWalked = 32;  // a list up to this long is walked: that is as fast as a table, and needs none
-constexpr int minBits = 6;     // of the number of slots
 constexpr int nodesInBlock = 16;
 
 bool isEntry(const iniObject* pObject, iniLineType eType, const phraseConstTextA& name) {
@@ -105,8 +100,8 @@ void iniIndex::append(iniObjList& list, iniObject* pObject, const phraseConstTex
 
 void iniIndex::prefetch(const iniObjList& list, uint32_t uHash) {
     const iniIndex* pIndex = list.m_pIndex;
-    if (pIndex != NULL && pIndex->m_uSlots != 0)
-        __builtin_prefetch(pIndex->m_aSlot + pIndex->homeOf(uHash));
+    if (pIndex != NULL)
+        pIndex->m_slots.prefetch(uHash);
 }
 
 // ---- pending nodes
@@ -137,7 +132,7 @@ bool iniIndex::insertPending() {
         if (hashOfNode(pNode) == 0)
             continue;
         endPending(pNode);
-        if (pNode->m_value->type() != iniLineComment && !insert(pNode))
+        if (pNode->m_value->type() != iniLineComment && !m_slots.insert(pNode->m_uHash, pNode))
             return false;
     }
     return true;
@@ -145,80 +140,25 @@ bool iniIndex::insertPending() {
 
 // ---- the table
 
-iniIndex::~iniIndex() { free(m_aSlot); }
-
-bool iniIndex::insert(iniNode* pNode) {
-    // Up to three quarters are used, so that the next free slot is near.
-    if (4 * m_uUsed >= 3 * m_uSlots && !grow())
-        return false;
-    fillSlot({pNode, pNode->m_uHash});
-    ++m_uUsed;
-    return true;
-}
-
-void iniIndex::fillSlot(const slot& vSlot) {
-    uint32_t i = homeOf(vSlot.uHash);
-    while (m_aSlot[i].uHash != 0)
-        i = slotAfter(i);
-    m_aSlot[i] = vSlot;
-}
-
-bool iniIndex::grow() {
-    const uint32_t uOld = m_uSlots;
-    const uint32_t uNew = uOld == 0 ? 1u << minBits : 2 * uOld;
-    slot* const aNew = static_cast<slot*>(calloc(uNew, sizeof(slot)));
-    if (aNew == NULL)
-        return false;
-    slot* const aOld = m_aSlot;
-    m_aSlot = aNew;
-    m_uSlots = uNew;
-    m_nShift = uOld == 0 ? 32 - minBits : m_nShift - 1;
-    for (uint32_t i = 0; i < uOld; ++i)
-        if (aOld[i].uHash != 0)
-            fillSlot(aOld[i]);
-    free(aOld);
-    return true;
-}
-
 void iniIndex::remove(iniNode* pNode) {
     if (pNode->m_iPending >= 0)
         endPending(pNode);
-    else if (m_uSlots != 0)
-        for (uint32_t i = homeOf(pNode->m_uHash); m_aSlot[i].uHash != 0; i = slotAfter(i))
-            if (m_aSlot[i].pNode == pNode) {
-                freeSlot(i);
-                break;
-            }
-}
-
-// Closes the gap: a slot after it moves up, unless its home lies between the two.
-void iniIndex::freeSlot(uint32_t iHole) {
-    for (uint32_t i = slotAfter(iHole); m_aSlot[i].uHash != 0; i = slotAfter(i)) {
-        const uint32_t uFromHome = (i - homeOf(m_aSlot[i].uHash)) & (m_uSlots - 1);
-        const uint32_t uFromHole = (i - iHole) & (m_uSlots - 1);
-        if (uFromHome < uFromHole)
-            continue;
-        m_aSlot[iHole] = m_aSlot[i];
-        iHole = i;
-    }
-    m_aSlot[iHole].uHash = 0;
-    --m_uUsed;
+    else
+        m_slots.erase(pNode->m_uHash, pNode);
 }
 
 // False: there are several of that type and name. True: pFound is the only one, or null. A look-up that finds nothing
 // reads slots side by side, and no node.
 bool iniIndex::findUnique(iniLineType eType, const phraseConstTextA& name, uint32_t uHash, iniNode*& pFound) const {
     pFound = NULL;
-    if (m_uSlots == 0)
-        return true;
-    for (uint32_t i = homeOf(uHash); m_aSlot[i].uHash != 0; i = slotAfter(i)) {
-        if (m_aSlot[i].uHash != uHash || !isEntry(m_aSlot[i].pNode->m_value, eType, name))
-            continue;
-        if (pFound != NULL)
+    const auto isSecond = [&](iniNode* pNode) {
+        if (!isEntry(pNode->m_value, eType, name))
             return false;
-        pFound = m_aSlot[i].pNode;
-    }
-    return true;
+        const bool bSecond = pFound != NULL;
+        pFound = pNode;
+        return bSecond;
+    };
+    return m_slots.find(uHash, isSecond) == NULL;
 }
 
 }  // namespace QOR_FileHelper

@@ -10,6 +10,7 @@
 #define QOR_FILE_INI_INDEX_H
 
 #include "internal/byte_string.h"
+#include "internal/hash_slots.h"
 #include "qor/ArrayHelper.h"
 #include "qor/FileHelper/Ini.h"
 
@@ -26,7 +27,6 @@ public:
     typedef iniObjList::iterator iterator;
 
     iniIndex() {}
-    ~iniIndex();
     iniIndex(const iniIndex&) = delete;
     iniIndex& operator=(const iniIndex&) = delete;
 
@@ -57,30 +57,14 @@ public:
     void remove(iniNode* pNode);
 
 private:
-    struct slot {
-        iniNode* pNode;
-        uint32_t uHash;  // 0: the slot is free
-    };
-
     static iniIndex* of(const iniObjList& list);
     static void append(iniObjList& list, iniObject* pObject, const phraseConstTextA& name, uint32_t uHash);
 
     bool insertPending();
     void endPending(iniNode* pNode);
-
-    // By the upper bits, so that growing goes through both tables from begin to end.
-    uint32_t homeOf(uint32_t uHash) const { return uHash >> m_nShift; }
-    uint32_t slotAfter(uint32_t i) const { return (i + 1) & (m_uSlots - 1); }
-    bool insert(iniNode* pNode);
-    bool grow();
-    void fillSlot(const slot& vSlot);
-    void freeSlot(uint32_t iHole);
     bool findUnique(iniLineType eType, const phraseConstTextA& name, uint32_t uHash, iniNode*& pFound) const;
 
-    slot* m_aSlot = NULL;
-    uint32_t m_uSlots = 0;  // a power of two
-    uint32_t m_uUsed = 0;
-    int m_nShift = 32;
+    QOR_ArrayHelper::hashSlots<iniNode*> m_slots;
     QOR_ArrayHelper::chObjArray<iniNode*, false, 64> m_listPending;
 };
 
