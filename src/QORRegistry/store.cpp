@@ -14,6 +14,7 @@
 
 #include <new>
 
+#include "QORRegistry/index.h"
 #include "internal/ini_text.h"
 #include "internal/registry.h"
 #include "internal/report.h"
@@ -45,6 +46,14 @@ typedef chConstTextT<char> constText;
 constText viewOf(const chShareStringA& str) {
     const chShareTextA* pText = str.get_Text();
     return pText != NULL ? constText(pText->m_szText, loadShareWord(pText->m_nLength)) : constText();
+}
+
+uint32_t hashOf(const constText& name) {
+    uint32_t uHash = 2166136261u;
+    const char* lpszName = name;
+    for (int i = 0; i < name.GetLength(); ++i)
+        uHash = (uHash ^ static_cast<unsigned char>(chLower(lpszName[i]))) * 16777619u;
+    return uHash;
 }
 
 // A block with a copy of a text that is not empty; null when there is no room for it.
@@ -111,6 +120,37 @@ void increment(int32_t& nCount) {
         storeShareWord(nCount, n + 1);
 }
 
+// ---- look-ups
+
+bool hasName(const regDocument& document) { return !viewOf(document.m_strFileName).IsEmpty(); }
+
+// The hash of the record's name; false: it has none yet.
+template <class T>
+bool findHash(const T& record, uint32_t& uHash) {
+    uHash = loadShareWord(record.m_uNameHash);
+    return true;
+}
+template <>
+bool findHash(const regDocument& document, uint32_t& uHash) {
+    uHash = hashOf(viewOf(document.m_strFileName));
+    return hasName(document);
+}
+
+// The first object of a list for which fnIs returns true. fnHash() is the hash of the name that it is looked for by.
+template <class T, class Is, class Hash>
+T* findRecord(const regObjList<T>& list, Is fnIs, Hash fnHash) {
+    recordIndex* const pIndex = recordIndex::of(list);
+    return pIndex != NULL ? pIndex->Find(list, fnHash(), fnIs, &findHash<T>) : list.FindObject(fnIs);
+}
+
+// The first section or key of a name.
+template <class T>
+T* findNamed(const regObjList<T>& list, const phraseConstTextA& name) {
+    const uint32_t uHash = hashOf(name);
+    return findRecord(
+        list, [&](const T& record) { return record.IsNamed(name, uHash); }, [uHash] { return uHash; });
+}
+
 // Callers may chain look-ups, so `this` may be null, which the compiler takes for impossible.
 bool isNullKey(const regKey* pKey) {
     const regKey* volatile pAny = pKey;
@@ -119,13 +159,7 @@ bool isNullKey(const regKey* pKey) {
 
 }  // namespace
 
-uint32_t regNameHash(const phraseConstTextA& name) {
-    uint32_t uHash = 2166136261u;
-    const char* lpszName = name;
-    for (int i = 0; i < name.GetLength(); ++i)
-        uHash = (uHash ^ static_cast<unsigned char>(chLower(lpszName[i]))) * 16777619u;
-    return uHash;
-}
+uint32_t regNameHash(const phraseConstTextA& name) { return hashOf(name); }
 
 // ---- keys
 
@@ -134,6 +168,8 @@ regKey::regKey() {
     storeShareWord(m_bFresh, 1);
     storeShareWord(m_uNameHash, 0);
 }
+
+regKey::~regKey() { noteRecordGone(this); }
 
 bool regKey::InitKey(baseStaticPoolAlloc* pPool, const phraseConstTextA& name, const phraseConstTextA& text) {
     m_strName.InitPool(pPool);
@@ -180,7 +216,10 @@ regSection::regSection() {
     storeShareWord(m_uNameHash, 0);
 }
 
-regSection::~regSection() { ClearKeys(); }
+regSection::~regSection() {
+    ClearKeys();
+    noteRecordGone(this);
+}
 
 void regSection::ClearKeys() {
     m_lstKey.EraseLastWhile([](const regKey&) { return true; });
@@ -198,10 +237,7 @@ bool regSection::IsNamed(const phraseConstTextA& name, uint32_t uHash) const {
     return loadShareWord(m_uNameHash) == uHash && QOR_FileHelper::stringSameNC(viewOf(m_strName), name);
 }
 
-regKey* regSection::FindKeyRecord(const phraseConstTextA& name) const {
-    const uint32_t uHash = regNameHash(name);
-    return m_lstKey.FindObject([&](const regKey& key) { return key.IsNamed(name, uHash); });
-}
+regKey* regSection::FindKeyRecord(const phraseConstTextA& name) const { return findNamed(m_lstKey, name); }
 
 regKey* regSection::FindKeyObject(const phraseConstTextA& name) const {
     regKey* pKey = FindKeyRecord(name);
@@ -336,7 +372,10 @@ regDocument::regDocument() {
     storeShareWord(m_nSaveAsked, 0);
 }
 
-regDocument::~regDocument() { ClearSections(); }
+regDocument::~regDocument() {
+    ClearSections();
+    noteRecordGone(this);
+}
 
 void regDocument::ClearSections() {
     m_lstSection.EraseLastWhile([](regSection& section) {
@@ -350,10 +389,7 @@ void regDocument::InitDocument(baseStaticPoolAlloc* pPool) {
     m_strFileName.InitPool(pPool);
 }
 
-regSection* regDocument::FindSectionObject(const phraseConstTextA& name) const {
-    const uint32_t uHash = regNameHash(name);
-    return m_lstSection.FindObject([&](const regSection& section) { return section.IsNamed(name, uHash); });
-}
+regSection* regDocument::FindSectionObject(const phraseConstTextA& name) const { return findNamed(m_lstSection, name); }
 
 regSection* regDocument::AppendSection(const phraseConstTextA& name) {
     return appendOrFail(m_lstSection, [&](regSection& section) {
@@ -396,6 +432,8 @@ BOOL regDocument::CreateFromIni(const char* lpszFileName, const iniFile& file) {
                 pKey->SetValue(pIniKey->value());
         }
     }
+    if (hasName(*this))
+        noteRecordGone(this);
     if (!replaceText(m_strFileName, lpszFileName))
         failNoRoom(m_strFileName);
     return 1;
@@ -422,8 +460,10 @@ regDocument* regDocumentManager::FindDocumentObject(const char* lpszFileName) co
     const constText name(lpszFileName);
     if (name.IsEmpty())
         return NULL;
-    return m_lstDocument.FindObject(
-        [&](const regDocument& document) { return QOR_FileHelper::stringSame(viewOf(document.m_strFileName), name); });
+    return findRecord(
+        m_lstDocument,
+        [&](const regDocument& document) { return QOR_FileHelper::stringSame(viewOf(document.m_strFileName), name); },
+        [&] { return hashOf(name); });
 }
 
 regDocument* regDocumentManager::GetDocumentObject(const char* lpszFileName) {
@@ -452,7 +492,7 @@ regDocument* regDocumentManager::GetDocumentObject(const char* lpszFileName, con
 
 void regDocumentManager::ClearLostDocument() {
     m_lstDocument.EraseLastWhile([](regDocument& document) {
-        if (!viewOf(document.m_strFileName).IsEmpty())
+        if (hasName(document))
             return false;
         document.ClearSections();
         return true;
@@ -474,6 +514,12 @@ uCRegistryHelper* uCRegistryHelpergetGlobalObject() { return processSingleton<uC
 void uCRegistryHelper::fork_reset() {
     chMutex::fork_reset();
     m_mtxSave.fork_reset();
+    recordIndex::Forget();
+}
+
+void* uCRegistryHelper::GetNotes(const void* p) const {
+    const uintptr_t uDistance = reinterpret_cast<uintptr_t>(p) - reinterpret_cast<uintptr_t>(m_pIPCObject);
+    return m_pIPCObject != NULL && uDistance < sizeof(regDocumentManager) ? m_mapFile.getNotes() : NULL;
 }
 
 uintptr_t uCRegistryHelper::GetHandle(const void* pObject) const {
@@ -484,7 +530,7 @@ uintptr_t uCRegistryHelper::GetHandle(const void* pObject) const {
 regSection* uCRegistryHelper::FindSection(const regSection* pSection) const {
     regSection* pFound = NULL;
     getObject()->m_lstDocument.FindObject([&](const regDocument& document) {
-        if (!viewOf(document.m_strFileName).IsEmpty())
+        if (hasName(document))
             pFound = document.m_lstSection.FindObject([&](const regSection& section) { return &section == pSection; });
         return pFound != NULL;
     });
@@ -508,9 +554,8 @@ regDocument* uCRegistryHelper::GetDocument(uintptr_t uHandle) {
     if (uHandle == 0 || uHandle >= static_cast<uintptr_t>(regDocumentManager::segmentSize))
         return NULL;
     const uintptr_t u = reinterpret_cast<uintptr_t>(getObject()) + uHandle;
-    return getObject()->m_lstDocument.FindObject([u](const regDocument& document) {
-        return reinterpret_cast<uintptr_t>(&document) == u && !viewOf(document.m_strFileName).IsEmpty();
-    });
+    return getObject()->m_lstDocument.FindObject(
+        [u](const regDocument& document) { return reinterpret_cast<uintptr_t>(&document) == u && hasName(document); });
 }
 
 // The lock is free while the file is read. If another process opens it meanwhile, what was read here is dropped.

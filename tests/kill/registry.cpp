@@ -103,6 +103,27 @@ void addMonitors(std::vector<killOperation>& list) {
                     [](const killPeer&) { registryFlush(openSection()); }, expectValue("short|changed")});
 }
 
+// A section that is long enough for the index.
+void prepareLongSection() {
+    FILE* const f = fopen(szFile, "w");
+    fputs("[section]\nkey=first\n", f);
+    for (int i = 0; i < 20; ++i)
+        fprintf(f, "key%d=%d\n", i, i);
+    fclose(f);
+    registryFlush(openSection());
+}
+
+// What was freed is found by nobody, and what the kill brought back by all.
+void addDeletions(std::vector<killOperation>& list) {
+    list.push_back({"registry key, delete and free", [](const killPeer&) { prepareLongSection(); },
+                    [](const killPeer&) { registryDeleteKey(openSection(), "key"); },
+                    [](const killPeer&) {
+                        regSaveRegistryDocument(openSection());
+                        set("second");
+                    },
+                    expectValue("none|second")});
+}
+
 void addSaves(std::vector<killOperation>& list) {
     list.push_back({"registry save", [](const killPeer&) { prepareValue("short"); },
                     [](const killPeer&) { set("changed"); },
@@ -133,6 +154,7 @@ std::vector<killOperation> registryOperations() {
     std::vector<killOperation> list;
     addDocuments(list);
     addMonitors(list);
+    addDeletions(list);
     addSaves(list);
     return list;
 }

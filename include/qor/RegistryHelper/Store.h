@@ -119,6 +119,8 @@ class QOR_API regKey {
 public:
     /// Without name, value and pool.
     regKey();
+    /// Frees name and value.
+    ~regKey();
 
     /// Gives the key its name and a value; called once, before the key is linked. False: there was no room for both.
     bool InitKey(QOR_AllocHelper::baseStaticPoolAlloc* pPool, const phraseConstTextA& name,
@@ -328,6 +330,9 @@ public:
 
     /// The save lock, held while a document is written to its file. It is taken before the registry's.
     QOR_BaseHelper::chMutex& GetSaveLock() { return m_mtxSave; }
+
+    /// internal: the room for notes beside the store; null unless p points into this mapping of the store.
+    void* GetNotes(const void* p) const;
 
     /// In a child after fork. Runs by itself.
     void fork_reset();
