@@ -59,6 +59,28 @@ private:
     std::optional<registryLock> m_lock;
 };
 
+// The same with a section; null, and the lock may not be held: there is none.
+class sectionLock {
+public:
+    // The section of a handle.
+    explicit sectionLock(uintptr_t uSection) { m_pSection = m_lock.emplace().GetSection(uSection); }
+    // The section of a file, which is loaded if need be; a section that is missing is made.
+    sectionLock(const char* lpszFileName, const char* lpszSectionName)
+        : sectionLock(lpszFileName, phraseConstTextA(lpszSectionName)) {}
+
+    regSection* get() const { return m_pSection; }
+
+private:
+    sectionLock(const char* lpszFileName, const phraseConstTextA& name) {
+        if (m_document.emplace(lpszFileName).m_pDocument != NULL)
+            m_pSection = m_document->m_pDocument->GetSectionObject(name);
+    }
+
+    std::optional<registryLock> m_lock;
+    std::optional<documentLock> m_document;
+    regSection* m_pSection = NULL;
+};
+
 // ---- files
 
 // Reads a document. True: it was read, or there is no such file and the document is empty. False (errno): the file is
@@ -82,17 +104,17 @@ inline const char* textOf(const char* lpszText) { return lpszText != NULL ? lpsz
 
 // ---- keys
 
-// Calls fn with the value of a key while the lock is held. False: there is no such section or key. A missing key of a
-// section is a warning ("Read: %s"), printed after the lock is released in the name of module lpszModule.
-template <class Fn>
-bool readKey(const char* lpszModule, uintptr_t uSection, const char* lpszKey, Fn fn) {
+// Calls fn with the value of a key while the lock is held. The section is told as sectionLock is, by its handle or by
+// file and name. False: there is no such section or key. A missing key of a section is a warning ("Read: %s"), printed
+// after the lock is released in the name of module lpszModule.
+template <class Fn, class... Section>
+bool readKey(const char* lpszModule, const char* lpszKey, Fn fn, Section... section) {
     const phraseConstTextA name(lpszKey);
     {
-        const registryLock hold;
-        const regSection* pSection = hold.GetSection(uSection);
-        if (pSection == NULL)
+        const sectionLock lock(section...);
+        if (lock.get() == NULL)
             return false;
-        if (const regKey* pKey = pSection->FindKeyObject(name)) {
+        if (const regKey* pKey = lock.get()->FindKeyObject(name)) {
             fn(pKey->GetValue());
             return true;
         }

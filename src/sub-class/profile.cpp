@@ -12,6 +12,16 @@ namespace QOR_SubClass {
 
 typedef QOR_StringHelper::chReferenceStringT<char> refString;
 
+// The section is told as readKey() has it.
+template <class... Section>
+static refString readString(const char* lpszKey, const char* lpszDefault, Section... section) {
+    refString strValue;
+    const auto take = [&strValue](const char* lpszValue) { strValue = lpszValue; };
+    if (!QOR_RegistryHelper::readKey(QOR_MODULE, lpszKey, take, section...))
+        take(lpszDefault);
+    return strValue;
+}
+
 refString qorGetProfileString(const char* lpszFileName, const char* lpszSection, const char* lpszKey,
                               const char* lpszDefault) {
     iniFile file;
@@ -26,16 +36,12 @@ refString profileGetString(HINIFILE hIniFile, const char* lpszSection, const cha
 }
 
 refString registryGetString(HREGISTRY hRegistry, const char* lpszKey, const char* lpszDefault) {
-    refString strValue;
-    if (!QOR_RegistryHelper::readKey(QOR_MODULE, reinterpret_cast<uintptr_t>(hRegistry), lpszKey,
-                                     [&strValue](const char* lpszValue) { strValue = lpszValue; }))
-        strValue = lpszDefault;
-    return strValue;
+    return readString(lpszKey, lpszDefault, reinterpret_cast<uintptr_t>(hRegistry));
 }
 
 refString qorGetRegistryString(const char* lpszFileName, const char* lpszSection, const char* lpszKey,
                                const char* lpszDefault) {
-    return registryGetString(registryOpen(lpszFileName, lpszSection), lpszKey, lpszDefault);
+    return readString(lpszKey, lpszDefault, lpszFileName, lpszSection);
 }
 
 }  // namespace QOR_SubClass

@@ -64,6 +64,38 @@ int numberIn(const char* lpszText) {
     return nValue > INT_MAX ? INT_MAX : nValue < INT_MIN ? INT_MIN : static_cast<int>(nValue);
 }
 
+// ---- values, of the key of a section that is told as readKey() has it
+
+template <class... Section>
+BOOL readString(const char* lpszKey, char* lpszBuffer, const char* lpszDefault, Section... section) {
+    if (!QOR_ASSERT(lpszBuffer != NULL))
+        return 0;
+    const auto copy = [lpszBuffer](const char* lpszValue) { copyText(lpszBuffer, lpszValue); };
+    if (!readKey(QOR_MODULE, lpszKey, copy, section...))
+        copy(textOf(lpszDefault));
+    return 1;
+}
+
+template <class... Section>
+int readInt(const char* lpszKey, int nDefault, Section... section) {
+    int nValue = nDefault;
+    readKey(
+        QOR_MODULE, lpszKey, [&nValue](const char* lpszValue) { nValue = numberIn(lpszValue); }, section...);
+    return nValue;
+}
+
+template <class... Section>
+double readFloat(const char* lpszKey, double fDefault, Section... section) {
+    double fValue = fDefault;
+    readKey(
+        QOR_MODULE, lpszKey,
+        [&fValue](const char* lpszValue) { QOR_StringHelper::chReferenceStringT<char>(lpszValue) >> fValue; },
+        section...);
+    return fValue;
+}
+
+// ---- documents
+
 // The document of a file with the registry's lock; null when there is neither a document nor a file. A name that no
 // file has makes no document, which would stay for good.
 class existingDocument {
@@ -120,34 +152,23 @@ HREGISTRY registryOpen(const char* lpszFileName, const char* lpszSectionName) {
 }
 
 BOOL registryGetString(HREGISTRY hRegistry, const char* lpszKey, char* lpszBuffer, const char* lpszDefault) {
-    if (!QOR_ASSERT(lpszBuffer != NULL))
-        return 0;
-    if (!readKey(QOR_MODULE, numberOf(hRegistry), lpszKey,
-                 [lpszBuffer](const char* lpszValue) { copyText(lpszBuffer, lpszValue); }))
-        copyText(lpszBuffer, textOf(lpszDefault));
-    return 1;
+    return readString(lpszKey, lpszBuffer, lpszDefault, numberOf(hRegistry));
 }
 
 int registryGetStringN(HREGISTRY hRegistry, const char* lpszKey, char* lpszBuffer, int nSize, const char* lpszDefault) {
     int nLength = 0;
-    if (!readKey(QOR_MODULE, numberOf(hRegistry), lpszKey,
-                 [&](const char* lpszValue) { nLength = copyTextN(lpszBuffer, nSize, lpszValue); }))
+    const auto copy = [&](const char* lpszValue) { nLength = copyTextN(lpszBuffer, nSize, lpszValue); };
+    if (!readKey(QOR_MODULE, lpszKey, copy, numberOf(hRegistry)))
         nLength = copyTextN(lpszBuffer, nSize, textOf(lpszDefault));
     return nLength;
 }
 
 int registryGetInt(HREGISTRY hRegistry, const char* lpszKey, int nDefault) {
-    int nValue = nDefault;
-    readKey(QOR_MODULE, numberOf(hRegistry), lpszKey,
-            [&nValue](const char* lpszValue) { nValue = numberIn(lpszValue); });
-    return nValue;
+    return readInt(lpszKey, nDefault, numberOf(hRegistry));
 }
 
 double registryGetFloat(HREGISTRY hRegistry, const char* lpszKey, double fDefault) {
-    double fValue = fDefault;
-    readKey(QOR_MODULE, numberOf(hRegistry), lpszKey,
-            [&fValue](const char* lpszValue) { QOR_StringHelper::chReferenceStringT<char>(lpszValue) >> fValue; });
-    return fValue;
+    return readFloat(lpszKey, fDefault, numberOf(hRegistry));
 }
 
 BOOL registrySetString(HREGISTRY hRegistry, const char* lpszKey, const char* lpszValue) {
@@ -311,16 +332,16 @@ BOOL regUnmonitorSection(HREGISTRY hRegistry) {
 
 BOOL qorGetRegistryString(const char* lpszFileName, const char* lpszSectionName, const char* lpszKey, char* lpszBuffer,
                           const char* lpszDefault) {
-    return registryGetString(registryOpen(lpszFileName, lpszSectionName), lpszKey, lpszBuffer, lpszDefault);
+    return readString(lpszKey, lpszBuffer, lpszDefault, lpszFileName, lpszSectionName);
 }
 
 int qorGetRegistryInt(const char* lpszFileName, const char* lpszSectionName, const char* lpszKey, int nDefault) {
-    return registryGetInt(registryOpen(lpszFileName, lpszSectionName), lpszKey, nDefault);
+    return readInt(lpszKey, nDefault, lpszFileName, lpszSectionName);
 }
 
 double qorGetRegistryFloat(const char* lpszFileName, const char* lpszSectionName, const char* lpszKey,
                            double fDefault) {
-    return registryGetFloat(registryOpen(lpszFileName, lpszSectionName), lpszKey, fDefault);
+    return readFloat(lpszKey, fDefault, lpszFileName, lpszSectionName);
 }
 
 BOOL qorSetRegistryString(const char* lpszFileName, const char* lpszSectionName, const char* lpszKey,
