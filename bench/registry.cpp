@@ -64,10 +64,14 @@ double floorTime() {
 
 void printAccess(double nFloor, const char* lpszWhat, HREGISTRY hSection, int nKeys) {
     const std::string strFirst = keyName(0), strLast = keyName(nKeys - 1);
+    std::vector<std::string> listName;
+    for (int i = 0; i < nKeys; ++i)
+        listName.push_back(keyName(i * 389 % nKeys));
     char sz[64];
     const double aTime[] = {
         timeOf([&](int) { registryGetInt(hSection, strFirst.c_str(), 0); }),
         timeOf([&](int) { registryGetInt(hSection, strLast.c_str(), 0); }),
+        timeOf([&](int i) { registryGetInt(hSection, listName[static_cast<size_t>(i % nKeys)].c_str(), 0); }),
         timeOf([&](int) { registryGetString(hSection, strLast.c_str(), sz, ""); }),
         timeOf([&](int i) { registrySetInt(hSection, strLast.c_str(), i); }),
     };
@@ -77,12 +81,21 @@ void printAccess(double nFloor, const char* lpszWhat, HREGISTRY hSection, int nK
     printf("\n");
 }
 
+// The last key, by file, section and key name.
+void printNames(double nFloor, const std::string& strFile, int nKeys) {
+    const std::string strKey = keyName(nKeys - 1);
+    const double nTime = timeOf([&](int) { qorGetRegistryInt(strFile.c_str(), "section", strKey.c_str(), 0); });
+    printf("  %-34s  %6.0f %5.2f\n", "  by names: qorGetRegistryInt", nTime, nTime / nFloor);
+}
+
 void printSizes(double nFloor) {
-    printf("access, ns and against the lock alone (%.0f ns)\n  %-34s  %12s  %12s  %12s  %12s\n", nFloor, "",
-           "int, first", "int, last", "string, last", "set, last");
+    printf("access, ns and against the lock alone (%.0f ns)\n  %-34s  %12s  %12s  %12s  %12s  %12s\n", nFloor, "",
+           "int, first", "int, last", "int, any", "string, last", "set, last");
     for (const int nKeys : {10, 100, 1000}) {
-        HREGISTRY hSection = fillSection(documentName("keys", nKeys), nKeys);
-        printAccess(nFloor, (std::to_string(nKeys) + " keys in the section").c_str(), hSection, nKeys);
+        const std::string strFile = documentName("keys", nKeys);
+        printAccess(nFloor, (std::to_string(nKeys) + " keys in the section").c_str(), fillSection(strFile, nKeys),
+                    nKeys);
+        printNames(nFloor, strFile, nKeys);
     }
     int nStanding = 0;
     for (const int nDocuments : {10, 100}) {
@@ -90,10 +103,7 @@ void printSizes(double nFloor) {
         for (; nStanding < nDocuments; ++nStanding)
             hSection = fillSection(documentName("document", nStanding), 10);
         printAccess(nFloor, (std::to_string(nDocuments) + " documents of 10 keys").c_str(), hSection, 10);
-        const std::string strFile = documentName("document", nStanding - 1);
-        printf("  %-34s  %6.0f %5.2f\n", "  by names: qorGetRegistryInt",
-               timeOf([&](int) { qorGetRegistryInt(strFile.c_str(), "section", keyName(0).c_str(), 0); }),
-               timeOf([&](int) { qorGetRegistryInt(strFile.c_str(), "section", keyName(0).c_str(), 0); }) / nFloor);
+        printNames(nFloor, documentName("document", nStanding - 1), 10);
     }
     printf("\n");
 }
