@@ -38,7 +38,7 @@ int chThreadLocal::Run() {
     while (m_bRuning) {
         loopWatch::NotePass();
         m_objTimerQueue.EmitTimersOnTime();
-        pMessage = FinishAndTake(pMessage);
+        pMessage = pMessage != NULL ? FinishAndTake(pMessage) : TakeMessage();
         if (pMessage != NULL)
             ProcessTaken(*pMessage);
         else
@@ -114,10 +114,16 @@ UINT chThreadLocal::ProcessPass(int nMaxWait) {
 }
 
 // The event is reset in the hold that finds nothing unread: a message that is emitted later is signalled later, so no
-// signal is lost that is still needed. As long as the event is not signalled, the queue need not be looked at.
+// signal is lost that is still needed. From then on, as long as the queue holds no record at all, it need not be locked.
+// A queue with records, among them those that nobody waits for any more, is searched in a hold.
 msgObject* chThreadLocal::TakeMessage() {
-    const bool bUnchanged = taskEvent::OfThread().TakeEmpty(*this) && !m_pTaskEvent->WaitEvent(0);
-    return bUnchanged ? NULL : FinishAndTake(NULL);
+    const bool bKnownEmpty = taskEvent::OfThread().TakeEmpty(*this);
+    if (bKnownEmpty && m_pMsgQueue != NULL && hasNoRecord(*m_pMsgQueue, m_idTask))
+        return NULL;
+    msgObject* pMessage = FinishAndTake(NULL);
+    if (bKnownEmpty && pMessage != NULL)
+        taskEvent::OfThread().NoteSignalsLeft();
+    return pMessage;
 }
 
 // The queue may have been freed by a process that took this thread for dead, and its memory may be another queue by
@@ -166,12 +172,20 @@ void chThreadLocal::ProcessIdle(int nMaxWait) {
         objMessage.ResetExtraData(0, NULL);
     const int nResult = objMessage.GetResult();
     // The handler may have handled messages, the quit message too; its sends may have taken the signal of another one.
-    if (nResult == 0 || !m_bRuning || (!bUnchanged && HasWork()))
+    if (!m_bRuning || (nResult != 0 && !bUnchanged && HasWork()))
         return;
+    if (nResult == 0) {
+        if (bUnchanged)
+            taskEvent::OfThread().MarkEmpty(*this);
+        return;
+    }
     const int nTimer = m_objTimerQueue.GetNextTimerTicks();
     const int nWait =
         nResult < 0 ? (nTimer >= 0 ? nTimer : idleWait) : (nTimer >= 0 && nTimer < nResult ? nTimer : nResult);
-    if (!WaitForWork(std::min(nWait, nMaxWait)) && m_bLeftOrphan)
+    if (WaitForWork(std::min(nWait, nMaxWait)))
+        return;
+    taskEvent::OfThread().MarkEmpty(*this);
+    if (m_bLeftOrphan)
         FreeOrphans();
 }
 

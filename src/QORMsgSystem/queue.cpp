@@ -165,6 +165,10 @@ msgObject* enqueueMessage(const segmentHold&, chMsgQueue& objQueue, const msgDra
     return putMessage(objQueue, draft, pbWake);
 }
 
+bool hasNoRecord(const chMsgQueue& objQueue, int idTask) {
+    return objQueue.m_vRootMessageChain.get_pNext() == &objQueue.m_vRootMessageChain && objQueue.GetTaskId() == idTask;
+}
+
 msgObject* chMsgQueue::AllocMessage(int nPriority, int nExtraSize) {
     if (!QOR_ASSERT(nExtraSize >= 0 && nExtraSize <= 1024))
         return NULL;

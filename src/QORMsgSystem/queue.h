@@ -20,6 +20,10 @@ constexpr size_t sizeMessageRecord = sizeof(QOR_ChainHelper::list_chain_offset) 
 // thread that has been signalled, since the owner does not sleep before it has read both.
 msgObject* enqueueMessage(const segmentHold& hold, chMsgQueue& objQueue, const msgDraft& draft, bool* pbWake = NULL);
 
+// Whether the queue belongs to the task and holds no record, whatever its status. Asked without the lock: a record that
+// is linked before the call is seen, and one that is linked meanwhile may be.
+bool hasNoRecord(const chMsgQueue& objQueue, int idTask);
+
 // More than a message takes of the pool, whatever the allocator adds to its record and its extra data.
 constexpr int sizeCellHeaders = 40;
 inline int sizeInPool(const msgDraft& draft) {
