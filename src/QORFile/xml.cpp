@@ -53,6 +53,11 @@ void* xmlBaseNode::operator new(size_t nSize, const std::nothrow_t& r) noexcept 
 
 void xmlBaseNode::operator delete(void* p) { QOR_AllocHelper::arena::freeObject(p); }
 
+void xmlBaseNode::deleteChildren() {
+    const QOR_AllocHelper::arena::batch freedTogether;
+    delete_children();
+}
+
 xmlBaseNode* xmlBaseNode::FindChildXMLNode(xmlType eType, const phraseConstTextA& name) const {
     xmlBaseNode* pNode = get_pFirstChild();
     while (pNode != NULL && (pNode->type() != eType || !stringSame(pNode->name(), name)))

@@ -42,6 +42,42 @@ const char* findToken(const char* lpsz, const char* lpszEnd, const char* lpszTok
 
 bool hasEntity(const constText& text) { return memchr(text, '&', static_cast<size_t>(text.GetLength())) != NULL; }
 
+// Whether two names of one length are the same. They are short: a call would take longer than the loop.
+bool isSame(const char* lpsz1, const char* lpsz2, int nLength) {
+    int i = 0;
+    while (i < nLength && lpsz1[i] == lpsz2[i])
+        ++i;
+    return i == nLength;
+}
+
+// Whether a character ends the name in a tag.
+bool endsName(char ch) {
+    return static_cast<unsigned char>(ch) > ' ' ? ch == '=' : ch == ' ' || ch == '\t' || ch == '\r' || ch == '\n';
+}
+
+// Finds the pieces of a text that hold entities, asked in their order: the text is searched once for all of them.
+class entitySearch {
+public:
+    entitySearch(const char* lpszText, const char* lpszEnd) : m_lpszEnd(lpszEnd) { findFrom(lpszText); }
+
+    bool isIn(const constText& piece) {
+        const char* const lpsz = piece;
+        if (m_lpszNext < lpsz)
+            findFrom(lpsz);
+        return m_lpszNext < lpsz + piece.GetLength();
+    }
+
+private:
+    void findFrom(const char* lpsz) {
+        m_lpszNext = find(lpsz, m_lpszEnd, '&');
+        if (m_lpszNext == NULL)
+            m_lpszNext = m_lpszEnd;
+    }
+
+    const char* m_lpszNext;  // the next ampersand, or the end
+    const char* const m_lpszEnd;
+};
+
 // Replaces the entities of a string.
 void decode(phraseStringA& str) {
     const int nLength = str.GetLength();
@@ -61,14 +97,8 @@ public:
     const phraseStringA& nameOf(const constText& text) {
         const char* const lpsz = text;
         const int nLength = text.GetLength();
-        unsigned uHash = static_cast<unsigned>(nLength);
-        for (int i = 0; i < nLength; ++i)
-            uHash = uHash * 31 + static_cast<unsigned char>(lpsz[i]);
-        place& r = m_arrPlace[(uHash ^ uHash >> 6) % places];
-        int nSame = 0;
-        while (nSame < nLength && nSame < r.text.GetLength() && r.text[nSame] == lpsz[nSame])
-            ++nSame;
-        if (nSame != nLength || nSame != r.text.GetLength()) {
+        place& r = m_arrPlace[hashOf(lpsz, nLength) % places];
+        if (r.text.GetLength() != nLength || !isSame(r.text, lpsz, nLength)) {
             r.text = text;
             r.str = phraseStringA();
             fillString(r.str, m_memory, lpsz, nLength);
@@ -81,6 +111,12 @@ public:
 private:
     static constexpr unsigned places = 64;
 
+    // A name is not empty.
+    static unsigned hashOf(const char* lpsz, int nLength) {
+        const auto at = [&](int i) { return static_cast<unsigned char>(lpsz[i]); };
+        return static_cast<unsigned>(nLength) + 7u * at(0) + 11u * at(nLength / 2) + 13u * at(nLength - 1);
+    }
+
     struct place {
         constText text;
         phraseStringA str;
@@ -90,32 +126,40 @@ private:
     place m_arrPlace[places];
 };
 
-// A list of attributes whose buffer is a block of an arena.
+// Gives a list without a buffer a block of an arena.
 class attributeBlock : public xmlAttributeList {
 public:
-    attributeBlock(void* p, int nCount) {
-        m_aT = static_cast<xmlAttribute*>(p);
-        m_nAllocCount = nCount;
+    static void giveTo(xmlAttributeList& list, void* p, int nCount) {
+        list.*(&attributeBlock::m_aT) = static_cast<xmlAttribute*>(p);
+        list.*(&attributeBlock::m_nAllocCount) = nCount;
     }
 };
 
 }  // namespace
 
+// The character that an entity stands for; 0 if there is none. The position after the ampersand is moved after it.
+static char takeEntity(const char*& lpsz, const char* lpszEnd) {
+    for (const char ch : {'\'', '"', '<', '>', '&'}) {
+        const char* const lpszEntity = xmlEntityOf(ch) + 1;
+        const size_t nEntity = strlen(lpszEntity);
+        if (static_cast<size_t>(lpszEnd - lpsz) < nEntity || memcmp(lpsz, lpszEntity, nEntity) != 0)
+            continue;
+        lpsz += nEntity;
+        return ch;
+    }
+    return 0;
+}
+
 int xmlDecodeText(char* lpszText, int nLength) {
-    char* const lpszEnd = lpszText + nLength;
-    char* lpszTo = lpszText;
-    for (const char* lpsz = lpszText; lpsz < lpszEnd; ++lpsz) {
-        char ch = *lpsz;
-        for (const char* lpszSpecial = "'\"<>&"; *lpsz == '&' && *lpszSpecial != 0; ++lpszSpecial) {
-            const char* const lpszEntity = xmlEntityOf(*lpszSpecial);
-            const size_t nEntity = strlen(lpszEntity);
-            if (static_cast<size_t>(lpszEnd - lpsz) < nEntity || memcmp(lpsz, lpszEntity, nEntity) != 0)
-                continue;
-            ch = *lpszSpecial;
-            lpsz += nEntity - 1;
-            break;
-        }
-        *lpszTo++ = ch;
+    const char* const lpszEnd = lpszText + nLength;
+    const char* lpsz = find(lpszText, lpszEnd, '&');
+    if (lpsz == NULL)
+        return nLength;
+    char* lpszTo = lpszText + (lpsz - lpszText);
+    while (lpsz < lpszEnd) {
+        const char ch = *lpsz++;
+        const char chMeant = ch == '&' ? takeEntity(lpsz, lpszEnd) : ch;
+        *lpszTo++ = chMeant != 0 ? chMeant : ch;
     }
     return static_cast<int>(lpszTo - lpszText);
 }
@@ -123,49 +167,63 @@ int xmlDecodeText(char* lpszText, int nLength) {
 // One pass over a text, or over the inside of one tag. The text lasts as long as the parser.
 class xmlParser {
 public:
-    // nLength: of the text. A tree takes several times the memory of its text, so most that are longer fill a page.
-    explicit xmlParser(int nLength) : m_memory(nLength >= minPaged), m_cache(m_memory) {}
+    // A tree takes several times the memory of its text, so most that are longer fill a page.
+    xmlParser(const char* lpszText, int nLength)
+        : m_memory(nLength >= minPaged),
+          m_cache(m_memory),
+          m_lpszEnd(lpszText + nLength),
+          m_entities(lpszText, m_lpszEnd) {}
 
-    // Appends what a text holds to a document. Where parsing stopped.
-    const char* parse(xmlDocument& document, const char* lpsz, const char* lpszEnd);
+    // Appends what the text holds to a document. Where parsing stopped.
+    const char* parse(xmlDocument& document, const char* lpsz);
     bool parseAttributes(xmlAttributeNode& node, const char* lpsz, const char* lpszEnd);
 
 private:
     static constexpr int minPaged = 512;
 
-    // An attribute as it stands in a tag.
+    // An attribute as it stands in a tag. Copies of views would have to wait until these are stored.
     struct attributeText {
-        constText name, value;
+        attributeText(const constText& name, const constText& value)
+            : lpszName(name), lpszValue(value), nName(name.GetLength()), nValue(value.GetLength()) {}
+        const char *lpszName, *lpszValue;
+        int nName, nValue;
     };
 
+    // They are inline because most are called at one place.
     template <class Node>
-    Node* addNode();
+    inline Node* addNode(const phraseStringA& strName);
     template <class Node>
-    void addText(const constText& text, bool bDecode);
-    void fill(phraseStringA& str, const constText& text, bool bDecode);
+    inline void addText(const constText& text, bool bDecode);
+    inline void fill(phraseStringA& str, const constText& text, bool bDecode);
     template <class Node>
-    const char* takeMarked(const char* lpsz, int nMarker, const char* lpszToken, int nToken, bool bDecode);
-    const char* takeDeclaration(const char* lpsz);
-    const char* takeClosing(const char* lpsz);
-    const char* takeElement(const char* lpsz);
-    const char* takePiece(const char* lpsz);
-    const char* takeAttribute(const char* lpsz, const char* lpszEnd);
-    void storeAttributes(xmlAttributeNode& node);
+    inline const char* takeMarked(const char* lpsz, int nMarker, const char* lpszToken, int nToken, bool bDecode);
+    inline const char* takeDeclaration(const char* lpsz);
+    inline const char* takeClosing(const char* lpsz);
+    inline const char* takeElement(const char* lpsz);
+    inline const char* takePiece(const char* lpsz);
+    template <class Node>
+    inline bool takeTag(const char* lpsz, const char* lpszEnd);
+    inline const char* takeName(const char* lpsz, const char* lpszEnd, const phraseStringA*& pName);
+    inline const char* takeAttribute(const char* lpsz, const char* lpszEnd);
+    inline bool takeAttributes(xmlAttributeList& list, const char* lpsz, const char* lpszEnd);
+    inline void reserveAttributes(xmlAttributeList& list, int nCount);
+    inline void storeAttributes(xmlAttributeList& list);
 
     arena m_memory;
     nameCache m_cache;
     const phraseStringA m_strNone;
     std::vector<attributeText> m_listAttribute;  // of the tag that is being read
     xmlBaseNode* m_pCurrent = NULL;
-    const char* m_lpszEnd = NULL;
+    const char* const m_lpszEnd;
+    entitySearch m_entities;
 };
 
 // ---- nodes and texts
 
 template <class Node>
-Node* xmlParser::addNode() {
+Node* xmlParser::addNode(const phraseStringA& strName) {
     void* const p = m_memory.alloc(sizeof(Node));
-    Node* const pNode = p != NULL ? new (p) Node(m_strNone) : new Node(m_strNone);
+    Node* const pNode = p != NULL ? new (p) Node(strName) : new Node(strName);
     m_pCurrent->push_back_child_branch(pNode);
     return pNode;
 }
@@ -173,13 +231,13 @@ Node* xmlParser::addNode() {
 // Fills an empty string with a text, or with what its entities mean.
 void xmlParser::fill(phraseStringA& str, const constText& text, bool bDecode) {
     fillString(str, m_memory, text, text.GetLength());
-    if (bDecode && hasEntity(text))
+    if (bDecode && m_entities.isIn(text))
         decode(str);
 }
 
 template <class Node>
 void xmlParser::addText(const constText& text, bool bDecode) {
-    fill(addNode<Node>()->m_strName, text, bDecode);
+    fill(addNode<Node>(m_strNone)->m_strName, text, bDecode);
 }
 
 // ---- tags
@@ -196,40 +254,73 @@ const char* xmlParser::takeAttribute(const char* lpsz, const char* lpszEnd) {
     const char* const lpszClose = find(lpsz + 1, lpszEnd, *lpsz);
     if (lpszClose == NULL || (lpszClose + 1 < lpszEnd && !chIsWhiteSpace(lpszClose[1])))
         return NULL;
-    m_listAttribute.push_back({name, trimmed(lpsz + 1, lpszClose)});
+    m_listAttribute.emplace_back(name, trimmed(lpsz + 1, lpszClose));
     return lpszClose + 1;
 }
 
-// Appends the attributes that were read to those of a node, all in one block when it had none.
-void xmlParser::storeAttributes(xmlAttributeNode& node) {
-    const size_t nCount = m_listAttribute.size();
+// Makes room for more attributes of a node: all in one block when it had none.
+void xmlParser::reserveAttributes(xmlAttributeList& list, int nCount) {
+    const int nSize = list.GetSize();
     void* const p =
-        nCount > 0 && node.m_listAttribute.GetBuffer() == NULL ? m_memory.alloc(nCount * sizeof(xmlAttribute)) : NULL;
-    if (p != NULL) {
-        attributeBlock block(p, static_cast<int>(nCount));
-        node.m_listAttribute.CutFromObject(block);
-    }
+        list.GetBuffer() == NULL ? m_memory.alloc(static_cast<size_t>(nCount) * sizeof(xmlAttribute)) : NULL;
+    if (p != NULL)
+        attributeBlock::giveTo(list, p, nCount);
+    else if (nSize > 0 && nSize + nCount > list.GetAllocCount())
+        list.Alloc(2 * nSize + nCount);
+}
+
+// Appends the attributes that were read to those of a node.
+void xmlParser::storeAttributes(xmlAttributeList& list) {
+    const int nCount = static_cast<int>(m_listAttribute.size());
+    reserveAttributes(list, nCount);
+    xmlAttribute* pAttribute = list.AppendAllocSize(nCount);
     for (const attributeText& text : m_listAttribute) {
-        xmlAttribute* const pAttribute = node.addAttribute();
-        pAttribute->key.CopyFromObject(m_cache.nameOf(text.name));
-        fill(pAttribute->value, text.value, true);
+        pAttribute->key.CopyFromObject(m_cache.nameOf(constText(text.lpszName, text.nName)));
+        fill(pAttribute->value, constText(text.lpszValue, text.nValue), true);
+        ++pAttribute;
     }
     m_listAttribute.clear();
 }
 
-bool xmlParser::parseAttributes(xmlAttributeNode& node, const char* lpsz, const char* lpszEnd) {
+// Whether all that follows the name in a tag is understood.
+bool xmlParser::takeAttributes(xmlAttributeList& list, const char* lpsz, const char* lpszEnd) {
+    while (lpsz != NULL && (lpsz = skipWhiteSpace(lpsz, lpszEnd)) < lpszEnd)
+        lpsz = takeAttribute(lpsz, lpszEnd);
+    if (!m_listAttribute.empty())
+        storeAttributes(list);
+    return lpsz != NULL;
+}
+
+// The name at the beginning of a tag: the position after it, or null when there is none.
+const char* xmlParser::takeName(const char* lpsz, const char* lpszEnd, const phraseStringA*& pName) {
     lpsz = skipWhiteSpace(lpsz, lpszEnd);
-    const char* lpszName = lpsz;
-    while (lpsz < lpszEnd && *lpsz != '=' && *lpsz != ' ' && *lpsz != '\t' && *lpsz != '\r' && *lpsz != '\n')
+    const char* const lpszName = lpsz;
+    while (lpsz < lpszEnd && !endsName(*lpsz))
         ++lpsz;
     const constText name = trimmed(lpszName, lpsz);
     if (name.IsEmpty() || (lpsz < lpszEnd && *lpsz == '='))
+        return NULL;
+    pName = &m_cache.nameOf(name);
+    return lpsz;
+}
+
+// Takes name and attributes of a node from the inside of its tag.
+bool xmlParser::parseAttributes(xmlAttributeNode& node, const char* lpsz, const char* lpszEnd) {
+    const phraseStringA* pName = NULL;
+    lpsz = takeName(lpsz, lpszEnd, pName);
+    if (lpsz == NULL)
         return false;
-    node.SetName(m_cache.nameOf(name));
-    while (lpsz != NULL && (lpsz = skipWhiteSpace(lpsz, lpszEnd)) < lpszEnd)
-        lpsz = takeAttribute(lpsz, lpszEnd);
-    storeAttributes(node);
-    return lpsz != NULL;
+    node.SetName(*pName);
+    return takeAttributes(node.m_listAttribute, lpsz, lpszEnd);
+}
+
+// Appends the node that a tag describes. Whether the whole tag is understood; without a name, the node has none.
+template <class Node>
+bool xmlParser::takeTag(const char* lpsz, const char* lpszEnd) {
+    const phraseStringA* pName = &m_strNone;
+    lpsz = takeName(lpsz, lpszEnd, pName);
+    Node* const pNode = addNode<Node>(*pName);
+    return lpsz != NULL && (lpsz == lpszEnd || takeAttributes(pNode->m_listAttribute, lpsz, lpszEnd));
 }
 
 // ---- pieces: each function returns the position after its piece, or null when it is not understood
@@ -250,7 +341,7 @@ const char* xmlParser::takeDeclaration(const char* lpsz) {
     const char* const lpszStop = findToken(lpsz, m_lpszEnd, "?>", 2);
     if (lpszStop == NULL)
         return NULL;
-    return parseAttributes(*addNode<xmlDeclaration>(), lpsz, lpszStop) ? lpszStop + 2 : NULL;
+    return takeTag<xmlDeclaration>(lpsz, lpszStop) ? lpszStop + 2 : NULL;
 }
 
 const char* xmlParser::takeClosing(const char* lpsz) {
@@ -258,10 +349,12 @@ const char* xmlParser::takeClosing(const char* lpsz) {
     const char* const lpszStop = findNear(lpsz, m_lpszEnd, '>');
     if (lpszStop == NULL || m_pCurrent->get_pParent() == NULL)
         return NULL;
-    const phraseStringA& strName = m_cache.nameOf(trimmed(lpsz, lpszStop));
+    const constText name = trimmed(lpsz, lpszStop);
     const phraseStringA& strOpen = m_pCurrent->name();
-    // Mostly they share their text.
-    if (static_cast<const char*>(strName) != static_cast<const char*>(strOpen) && !stringSame(strOpen, viewOf(strName)))
+    const bool bSame = m_entities.isIn(name)
+                           ? stringSame(strOpen, viewOf(m_cache.nameOf(name)))
+                           : name.GetLength() == strOpen.GetLength() && isSame(strOpen, name, name.GetLength());
+    if (!bSame)
         return NULL;
     m_pCurrent = m_pCurrent->get_pParent();
     return lpszStop + 1;
@@ -273,35 +366,41 @@ const char* xmlParser::takeElement(const char* lpsz) {
     if (lpszStop == NULL)
         return NULL;
     const bool bEmpty = lpszStop > lpsz && lpszStop[-1] == '/';
-    xmlElement* const pElement = addNode<xmlElement>();
+    if (!takeTag<xmlElement>(lpsz, bEmpty ? lpszStop - 1 : lpszStop))
+        return NULL;
     if (!bEmpty)
-        m_pCurrent = pElement;
-    return parseAttributes(*pElement, lpsz, bEmpty ? lpszStop - 1 : lpszStop) ? lpszStop + 1 : NULL;
+        m_pCurrent = m_pCurrent->get_pLastChild();
+    return lpszStop + 1;
 }
 
 const char* xmlParser::takePiece(const char* lpsz) {
     const auto isAt = [&](const char* lpszMarker, int nMarker) {
         return m_lpszEnd - lpsz >= nMarker && memcmp(lpsz, lpszMarker, static_cast<size_t>(nMarker)) == 0;
     };
-    if (isAt("<!--", 4))
-        return takeMarked<xmlComment>(lpsz, 4, "-->", 3, true);
-    if (isAt("<![CDATA[", 9))
-        return takeMarked<xmlData>(lpsz, 9, "]]>", 3, false);
-    if (isAt("<?", 2))
-        return takeDeclaration(lpsz);
-    if (isAt("</", 2))
-        return takeClosing(lpsz);
-    return takeElement(lpsz);
+    switch (m_lpszEnd - lpsz >= 2 ? lpsz[1] : 0) {
+        case '/':
+            return takeClosing(lpsz);
+        case '?':
+            return takeDeclaration(lpsz);
+        case '!':
+            if (isAt("<!--", 4))
+                return takeMarked<xmlComment>(lpsz, 4, "-->", 3, true);
+            if (isAt("<![CDATA[", 9))
+                return takeMarked<xmlData>(lpsz, 9, "]]>", 3, false);
+            return takeElement(lpsz);
+        default:
+            return takeElement(lpsz);
+    }
 }
 
-const char* xmlParser::parse(xmlDocument& document, const char* lpsz, const char* lpszEnd) {
+const char* xmlParser::parse(xmlDocument& document, const char* lpsz) {
     m_pCurrent = &document;
-    m_lpszEnd = lpszEnd;
-    while (lpsz < lpszEnd) {
-        const char* const lpszText = skipWhiteSpace(lpsz, lpszEnd);
-        const char* const lpszMarker = lpszText < lpszEnd && *lpszText == '<' ? lpszText : find(lpszText, lpszEnd, '<');
+    while (lpsz < m_lpszEnd) {
+        const char* const lpszText = skipWhiteSpace(lpsz, m_lpszEnd);
+        const char* const lpszMarker =
+            lpszText < m_lpszEnd && *lpszText == '<' ? lpszText : find(lpszText, m_lpszEnd, '<');
         if (lpszMarker == NULL)
-            return lpszText == lpszEnd ? lpszEnd : lpsz;
+            return lpszText == m_lpszEnd ? m_lpszEnd : lpsz;
         const constText text = trimmed(lpszText, lpszMarker);
         if (!text.IsEmpty() && document.get_pFirstChild() != NULL)
             addText<xmlText>(text, true);
@@ -309,16 +408,16 @@ const char* xmlParser::parse(xmlDocument& document, const char* lpsz, const char
         if (lpsz == NULL)
             return lpszMarker;
     }
-    return lpszEnd;
+    return m_lpszEnd;
 }
 
 // ---- what is exported
 
 BOOL xmlAttributeNode::ParseXMLAttribute(const constText& text) {
-    xmlParser parser(text.GetLength());
+    const char* const lpszText = text;
+    xmlParser parser(lpszText, text.GetLength());
     // The text may be this node's own.
     const phraseStringA strName = name();
-    const char* lpszText = text;
     return parser.parseAttributes(*this, lpszText, lpszText + text.GetLength());
 }
 
@@ -330,8 +429,7 @@ const char* xmlDocument::ParseDocument(const char* lpszXMLText) {
     while (get_pFirstChild() != NULL)
         documentOld.push_back_child_branch(get_pFirstChild());
     const int nLength = chStrlen(lpszXMLText);
-    xmlParser parser(nLength);
-    return parser.parse(*this, lpszXMLText, lpszXMLText + nLength);
+    return xmlParser(lpszXMLText, nLength).parse(*this, lpszXMLText);
 }
 
 }  // namespace QOR_FileHelper

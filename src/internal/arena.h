@@ -42,7 +42,15 @@ public:
     static bool owns(const void* p) { return reinterpret_cast<uintptr_t>(p) % alignment != 0; }
     // Frees a block of any arena.
     static void free(void* p) {
-        release(reinterpret_cast<page*>(reinterpret_cast<uintptr_t>(p) / alignPage * alignPage), 1);
+        page* const pPage = reinterpret_cast<page*>(reinterpret_cast<uintptr_t>(p) / alignPage * alignPage);
+        if (t_freed.nBatches == 0) {
+            release(pPage, 1);
+            return;
+        }
+        if (pPage != t_freed.pPage)
+            countOff();
+        t_freed.pPage = pPage;
+        ++t_freed.nBlocks;
     }
     // Frees the memory of an object that is a block of any arena or was made with new.
     static void freeObject(void* p) {
@@ -51,6 +59,19 @@ public:
         else
             ::operator delete(p);
     }
+
+    // While a thread has one, the blocks of one page that it frees one after the other are counted off the page
+    // together: each for itself would take an atomic operation.
+    class batch {
+    public:
+        batch() { ++t_freed.nBatches; }
+        ~batch() {
+            if (--t_freed.nBatches == 0)
+                countOff();
+        }
+        batch(const batch&) = delete;
+        batch& operator=(const batch&) = delete;
+    };
 
 private:
     typedef std::atomic<uint32_t> page;  // counts the live blocks and those that can still be allocated
@@ -82,6 +103,21 @@ private:
     void leavePage() {
         if (m_pPage != NULL)
             release(m_pPage, maxBlocks - m_nBlocks);
+    }
+
+    // What a thread has freed, but not counted off yet.
+    struct freedBlocks {
+        int nBatches;
+        uint32_t nBlocks;
+        page* pPage;
+    };
+    static inline __thread freedBlocks t_freed = {0, 0, NULL};
+
+    static void countOff() {
+        if (t_freed.pPage != NULL)
+            release(t_freed.pPage, t_freed.nBlocks);
+        t_freed.pPage = NULL;
+        t_freed.nBlocks = 0;
     }
 
     const bool m_bPaged;

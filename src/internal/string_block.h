@@ -30,9 +30,13 @@ inline void initBlock(chStringDataT<T>* pData, int nCapacity, const T* lpszText,
     pData->m_nAllocLength = nCapacity;
     pData->m_nReferenceCount = 1;
     pData->m_nDataLength = nLength;
+    // For most texts the compiler needs no call for this.
+    if (nCapacity == capacityStep)
+        zeroText(pData, 0, capacityStep + 1);
+    else
+        zeroText(pData, nLength, nCapacity + 1);
     if (nLength > 0)
         memcpy(pData->m_szText, lpszText, static_cast<size_t>(nLength) * sizeof(T));
-    zeroText(pData, nLength, nCapacity + 1);
 }
 
 }  // namespace QOR_StringHelper

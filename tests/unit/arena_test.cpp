@@ -2,7 +2,10 @@
 // whose blocks an arena holds.
 #include "internal/arena.h"
 
+#include <malloc.h>
+
 #include <algorithm>
+#include <optional>
 #include <random>
 #include <thread>
 #include <vector>
@@ -100,19 +103,59 @@ TEST(Arena, BlocksOutliveTheirArena) {
     }
 }
 
-TEST(Arena, ThreadsFreeBlocksOfOnePageConcurrently) {
+// Each of two threads frees every other block of the same pages.
+void freeInTwoThreads(bool bBatch) {
     arena memory;
     std::vector<void*> arrBlock[2];
     for (int i = 0; i < 4000; ++i)
         arrBlock[static_cast<size_t>(i % 2)].push_back(memory.alloc(48));
     std::vector<std::thread> listThread;
     for (const std::vector<void*>& listBlock : arrBlock)
-        listThread.emplace_back([&listBlock]() {
+        listThread.emplace_back([&listBlock, bBatch]() {
+            std::optional<arena::batch> batch;
+            if (bBatch)
+                batch.emplace();
             for (void* p : listBlock)
                 arena::free(p);
         });
     for (std::thread& thread : listThread)
         thread.join();
+}
+
+TEST(Arena, ThreadsFreeBlocksOfOnePageConcurrently) {
+    freeInTwoThreads(false);
+    freeInTwoThreads(true);
+}
+
+// The bytes that the heap has handed out; with the heap of a sanitizer always 0.
+size_t usedBytes() { return mallinfo2().uordblks; }
+
+TEST(Arena, WhatABatchFreesIsGivenBackAtItsEnd) {
+    std::vector<void*> listBlock(20000);
+    const size_t nBefore = usedBytes();
+    {
+        arena memory;
+        for (void*& p : listBlock)
+            p = memory.alloc(48);
+    }
+    const size_t nHeld = usedBytes();
+    EXPECT_TRUE(nBefore == 0 || nHeld > nBefore + 900000);
+    std::shuffle(listBlock.begin() + 10000, listBlock.end(), std::mt19937(qorTest::seed(2)));
+    {
+        const arena::batch outer;
+        for (size_t i = 0; i < listBlock.size(); ++i) {
+            const arena::batch inner;
+            arena::free(listBlock[i]);
+        }
+    }
+    EXPECT_EQ(nBefore, usedBytes());
+    void* const pLast = arena().alloc(48);
+    {
+        const arena::batch batch;
+        arena::free(pLast);
+        EXPECT_TRUE(nBefore == 0 || usedBytes() > nBefore);
+    }
+    EXPECT_EQ(nBefore, usedBytes());
 }
 
 // ---- strings

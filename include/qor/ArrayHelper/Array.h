@@ -48,6 +48,8 @@ public:
     }
     /// Frees the buffer; no destructors run.
     void Free() {
+        if (m_aT == NULL && m_nAllocCount == 0)
+            return;
         void* pBuffer = m_aT;
         base_free_buffer(pBuffer, m_nAllocCount);
         m_aT = static_cast<T*>(pBuffer);

@@ -144,7 +144,10 @@ public:
     /// the text is too long", when that has more than maxLineLength bytes.
     virtual QOR_StringHelper::chReferenceStringT<char> ExportToText() const = 0;
     /// Deletes all below the node and takes it out of its parent.
-    virtual ~xmlBaseNode() { destroy_branch(); }
+    virtual ~xmlBaseNode() {
+        ClearChildren();
+        destroy_branch();
+    }
 
     /// Nodes that a program makes are allocated on the heap.
     static void* operator new(size_t nSize);
@@ -181,13 +184,18 @@ public:
     /// How deep the node is indented: the number of its ancestors, a document not counted.
     int getXMLLevel() const;
     /// Deletes all below the node.
-    void ClearChildren() { delete_children(); }
+    void ClearChildren() {
+        if (get_pFirstChild() != NULL)
+            deleteChildren();
+    }
 
 protected:
     xmlBaseNode(xmlType eType, const phraseStringA& name) : m_eType(eType), m_strName(name) {}
 
 private:
     friend class xmlParser;
+
+    void deleteChildren();
 
     const xmlType m_eType;
     phraseStringA m_strName;
