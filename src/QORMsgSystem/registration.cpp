@@ -233,7 +233,7 @@ int uCSystemShareHelper::RegisterThread(chThreadLocal& objThread, bool bMayFail)
     std::vector<ghostQueue> listGhost;
     int nAttempt = attemptFull;
     // Under the segment's lock, a stranger who has locked /tmp would stop the device and not only this thread.
-    prepareTaskEvent(qorGetCurrentTaskId());
+    const std::vector<std::string> arrKeyFile = prepareTaskEvent(qorGetCurrentTaskId());
     {
         const segmentLock lock;
         listGhost = sweepGhostQueues(lock, bFirst ? qorGetCurrentTaskId() : 0);
@@ -259,10 +259,9 @@ int uCSystemShareHelper::RegisterThread(chThreadLocal& objThread, bool bMayFail)
     objThread.m_idThread = QOR_MiscHelper::qorGetCurrentThreadId();
     taskEvent::OfThread().Restart();
     m_objProcessLocal.RegisterLocalThread(objThread);
-    // Whoever has made an event also clears those of the dead. The events of tasks that had a queue are destroyed
+    // Whoever has made a key file also clears the events of the dead. Those of tasks that had a queue are destroyed
     // already.
-    if (bFirst)
-        sweepDeadTaskEvents();
+    sweepDeadTaskEvents(arrKeyFile);
     return attemptDone;
 }
 

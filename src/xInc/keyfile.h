@@ -34,8 +34,9 @@ constexpr unsigned char idProjectSegment = 'S';
 constexpr unsigned char idProjectJournal = 'J';
 
 // Makes the key file unless it exists. True when it exists now; else errno says why not. Fatal: somebody else holds the
-// lock of its directory or of "/tmp" for too long.
-bool createKeyFile(const char* lpszPath);
+// lock of its directory or of "/tmp" for too long. *parrOther (may be null) receives the plain names that had key files
+// when it was made; nothing when it existed.
+bool createKeyFile(const char* lpszPath, std::vector<std::string>* parrOther = NULL);
 
 // Removes the private files that creators in the directory of the path have left when they were killed. The next
 // creator there does so, too, but in the directory of the counters there may be none. Creators that are at work are not
@@ -57,9 +58,6 @@ bool isPlainKeyFile(const char* lpszPath);
 
 // The keys that the key files of plain names have for a project.
 std::set<key_t> takenKeys(unsigned char idProject);
-
-// The plain names that begin with a prefix and have a key file.
-std::vector<std::string> listKeyFiles(const char* lpszPrefix);
 
 // ---- the key files that this process uses
 

@@ -46,10 +46,22 @@ std::string directoryOf(const std::string& strPath) {
     return nPos == 0 ? "/" : strPath.substr(0, nPos);
 }
 
-// The names of key files in "/tmp" that begin with a prefix.
-std::vector<std::string> listInTmp(const char* lpszPrefix) {
+// The plain names that have key files.
+std::vector<std::string> listKeyFiles() {
     const openFile directory(openDirectory(szKeyDirectory));
-    return directory.fd() != -1 ? listNames(directory.fd(), lpszPrefix) : std::vector<std::string>();
+    std::vector<std::string> arrName;
+    if (directory.fd() != -1)
+        arrName = listNames(directory.fd(), szKeyPrefix);
+    for (std::string& strName : arrName)
+        strName.erase(0, strlen(szKeyPrefix));
+    return arrName;
+}
+
+std::set<key_t> keysOf(const std::vector<std::string>& arrName, unsigned char idProject) {
+    std::set<key_t> setKey;
+    for (const std::string& strName : arrName)
+        setKey.insert(ftok(keyFilePath(strName).c_str(), idProject));
+    return setKey;
 }
 
 // The name of a maker's private file.
@@ -69,6 +81,10 @@ void removeStaleFiles(int fdDirectory) {
 bool isLiveSemaphore(key_t key) { return semget(key, 0, 0) != -1 || errno != ENOENT; }
 
 bool isLiveSegment(key_t key) { return shmget(key, 0, 0) != -1 || errno != ENOENT; }
+
+std::string keyFilePath(const std::string& strName) {
+    return std::string(szKeyDirectory) + "/" + szKeyPrefix + strName;
+}
 
 const char* shareKeyFile() { return "/tmp/qor_ipc_system_share"; }
 
@@ -95,9 +111,8 @@ bool makeFile(int fdDirectory, const char* lpszName, const deviceRights& rights)
 }
 
 // Makes private files until one has unique keys. arrName gets all their names; that one is the last.
-bool makeUniqueFile(const std::string& strDirectory, int fdDirectory, std::vector<std::string>& arrName) {
-    // The segment keys differ wherever these do.
-    const std::set<key_t> setTaken = takenKeys(idProjectSemaphore);
+bool makeUniqueFile(const std::string& strDirectory, int fdDirectory, const std::set<key_t>& setTaken,
+                    std::vector<std::string>& arrName) {
     const deviceRights rights = findRights();
     for (int i = 0; i < maxNewFile; ++i) {
         const std::string strName = newName(i);
@@ -126,27 +141,11 @@ bool publishFile(int fdDirectory, const char* lpszName, const char* lpszPath) {
 
 }  // namespace
 
-std::string keyFilePath(const std::string& strName) {
-    return std::string(szKeyDirectory) + "/" + szKeyPrefix + strName;
-}
-
-std::set<key_t> takenKeys(unsigned char idProject) {
-    std::set<key_t> setKey;
-    for (const std::string& strName : listInTmp(szKeyPrefix))
-        setKey.insert(ftok((std::string(szKeyDirectory) + "/" + strName).c_str(), idProject));
-    return setKey;
-}
+std::set<key_t> takenKeys(unsigned char idProject) { return keysOf(listKeyFiles(), idProject); }
 
 bool isPlainKeyFile(const char* lpszPath) {
     const std::string strStart = keyFilePath("");
     return strncmp(lpszPath, strStart.c_str(), strStart.size()) == 0;
-}
-
-std::vector<std::string> listKeyFiles(const char* lpszPrefix) {
-    std::vector<std::string> arrName = listInTmp((std::string(szKeyPrefix) + lpszPrefix).c_str());
-    for (std::string& strName : arrName)
-        strName.erase(0, strlen(szKeyPrefix));
-    return arrName;
 }
 
 namespace {
@@ -166,11 +165,15 @@ bool lockOrFail(fileLock& lock, const char* lpszPath) {
     return lock.lockFor(maxWait) || (errno == EWOULDBLOCK && failLocked(lock, lpszPath));
 }
 
-// Makes the key file, which is missing, in a directory that is held locked.
-bool makeKeyFile(const char* lpszPath, const std::string& strDirectory, int fdDirectory) {
+// Makes the key file, which is missing, in a directory that is held locked. arrOther receives the
+// plain names that have key files already.
+bool makeKeyFile(const char* lpszPath, const std::string& strDirectory, int fdDirectory,
+                 std::vector<std::string>& arrOther) {
     removeStaleFiles(fdDirectory);
+    arrOther = listKeyFiles();
     std::vector<std::string> arrName;
-    const bool bResult = makeUniqueFile(strDirectory, fdDirectory, arrName) &&
+    // The segment keys differ wherever those of the semaphores do.
+    const bool bResult = makeUniqueFile(strDirectory, fdDirectory, keysOf(arrOther, idProjectSemaphore), arrName) &&
                          publishFile(fdDirectory, arrName.back().c_str(), lpszPath);
     const errnoGuard guard;
     for (auto it = arrName.rbegin(); it != arrName.rend(); ++it)
@@ -212,7 +215,7 @@ private:
     fileLock m_lockKeys, m_lockOwn;
 };
 
-bool createKeyFile(const char* lpszPath) {
+bool createKeyFile(const char* lpszPath, std::vector<std::string>* parrOther) {
     if (!prepareGroup(lpszPath))
         return false;
     const chCancelGuard guard;
@@ -224,7 +227,12 @@ bool createKeyFile(const char* lpszPath) {
     // A path that cannot be looked at is not replaced.
     if (!locks.take(strDirectory) || !lookAt(lpszPath, state))
         return false;
-    return state.eKind != kindNone || makeKeyFile(lpszPath, strDirectory, locks.fd());
+    std::vector<std::string> arrOther;
+    if (state.eKind == kindNone && !makeKeyFile(lpszPath, strDirectory, locks.fd(), arrOther))
+        return false;
+    if (parrOther != NULL)
+        parrOther->swap(arrOther);
+    return true;
 }
 
 void removeStaleKeyFiles(const char* lpszPath) {

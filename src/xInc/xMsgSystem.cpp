@@ -106,8 +106,10 @@ void callAtThreadExit(exitFunction fnAtExit) {
 taskEventName::taskEventName(int idTask) { snprintf(szName, sizeof(szName), "task_event_%d", idTask); }
 
 // A failure is reported where the event is opened.
-void prepareTaskEvent(int idTask) {
-    QOR_BaseHelper::createKeyFile(QOR_BaseHelper::keyFilePath(taskEventName(idTask).szName).c_str());
+std::vector<std::string> prepareTaskEvent(int idTask) {
+    std::vector<std::string> arrOther;
+    QOR_BaseHelper::createKeyFile(QOR_BaseHelper::keyFilePath(taskEventName(idTask).szName).c_str(), &arrOther);
+    return arrOther;
 }
 
 // The id may by now belong to a new task. That one opens its event under the lock on the key file, so under this lock
@@ -124,9 +126,11 @@ void destroyDeadTaskEvent(int idTask) {
         unlink(strPath.c_str());
 }
 
-void sweepDeadTaskEvents() {
+void sweepDeadTaskEvents(const std::vector<std::string>& arrKeyFile) {
     static const char szPrefix[] = "task_event_";
-    for (const std::string& strName : QOR_BaseHelper::listKeyFiles(szPrefix)) {
+    for (const std::string& strName : arrKeyFile) {
+        if (strName.compare(0, strlen(szPrefix), szPrefix) != 0)
+            continue;
         const int idTask = atoi(strName.c_str() + strlen(szPrefix));
         if (strName == taskEventName(idTask).szName && !QOR_MiscHelper::qorIsValidTaskID(idTask))
             destroyDeadTaskEvent(idTask);

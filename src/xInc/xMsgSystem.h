@@ -5,6 +5,9 @@
 #include <semaphore.h>
 #include <stdint.h>
 
+#include <string>
+#include <vector>
+
 namespace QOR_MsgQueueHelper {
 
 // The name of a task's wake-up event.
@@ -14,14 +17,15 @@ struct taskEventName {
 };
 
 // Makes the key file of a task's wake-up event, unless it exists. Waits for the locks of the directory, so it is called
-// before other locks are taken; opening the event then only needs that of the file.
-void prepareTaskEvent(int idTask);
+// before other locks are taken; opening the event then only needs that of the file. The plain names that had key files
+// when it was made; none when it existed.
+std::vector<std::string> prepareTaskEvent(int idTask);
 
 // Removes a dead task's wake-up event from the device, with its key file; leaves that of a live one alone.
 void destroyDeadTaskEvent(int idTask);
 
-// destroyDeadTaskEvent() for every dead task: one look through the key files.
-void sweepDeadTaskEvents();
+// destroyDeadTaskEvent() for every dead task whose event is among the key files of these plain names.
+void sweepDeadTaskEvents(const std::vector<std::string>& arrKeyFile);
 
 // What an idle thread does for its process: once an hour it refreshes the key files in use. Otherwise no kernel call.
 void lookAfterKeyFiles();

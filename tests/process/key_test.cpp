@@ -3,6 +3,7 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <signal.h>
+#include <stdarg.h>
 #include <string.h>
 #include <sys/file.h>
 #include <sys/ipc.h>
@@ -10,6 +11,7 @@
 #include <sys/sem.h>
 #include <sys/shm.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -32,6 +34,7 @@ int s_nFtokError = 0;
 enum linkDeath { neverDie, dieBeforeLink, dieAfterLink };
 linkDeath s_linkDeath = neverDie;
 int s_nLinkError = 0;
+int s_nReadingsOfTmp = 0;
 int s_nDirectoryError = 0;    // why the kernel tells nothing about a directory that is open
 int s_nPathError = 0;         // why the kernel tells nothing about a path
 long long* s_pPaused = NULL;  // microseconds of all pauses, also of children
@@ -92,6 +95,22 @@ extern "C" int linkat(int fdOld, const char* lpszOld, int fdNew, const char* lps
     if (s_linkDeath == dieAfterLink)
         raise(SIGKILL);
     return nResult;
+}
+
+// Directories are read by this. A reading begins at the offset 0.
+extern "C" long syscall(long nNumber, ...) noexcept {
+    static auto* const next = systemCall<long(long, long, long, long, long, long, long)>("syscall");
+    va_list args;
+    va_start(args, nNumber);
+    long arrArg[6];
+    for (long& nArg : arrArg)
+        nArg = va_arg(args, long);
+    va_end(args);
+    struct stat state, stateTmp;
+    if (nNumber == SYS_getdents64 && lseek(static_cast<int>(arrArg[0]), 0, SEEK_CUR) == 0 &&
+        fstat(static_cast<int>(arrArg[0]), &state) == 0 && stat("/tmp", &stateTmp) == 0)
+        s_nReadingsOfTmp += state.st_ino == stateTmp.st_ino && state.st_dev == stateTmp.st_dev;
+    return next(nNumber, arrArg[0], arrArg[1], arrArg[2], arrArg[3], arrArg[4], arrArg[5]);
 }
 
 namespace {
@@ -489,6 +508,24 @@ TEST_F(StrangersLock, OnTmpEndsARegistrationAndNobodyElse) {
         EXPECT_EQ(-SIGABRT, newcomer.wait());
         EXPECT_EQ(0, msgGetThreadByName("key_newcomer") != NULL);
     }
+    msgUnregistMainThread(hThread);
+}
+
+// One reading compares the keys and finds the events of dead tasks.
+TEST_F(KeyFile, AFirstRegistrationReadsTmpOnceAndClearsTheEventsOfTheDead) {
+    const HTHREAD hThread = msgRegistMainThread("key_standing", [](simpMSG*) { return -1; });
+    childProcess dead("dead", [] { return 0; });
+    const std::string strEvent = "/tmp/qor_task_event_" + std::to_string(dead.id());
+    EXPECT_EQ(0, dead.wait());
+    close(::open(strEvent.c_str(), O_RDWR | O_CREAT, 0666));
+    childProcess newcomer("newcomer", [&strEvent] {
+        s_nReadingsOfTmp = 0;
+        const HTHREAD hOwn = msgRegistMainThread("key_newcomer", [](simpMSG*) { return -1; });
+        const int nReadings = s_nReadingsOfTmp;
+        msgUnregistMainThread(hOwn);
+        return access(strEvent.c_str(), F_OK) == -1 ? nReadings : -1;
+    });
+    EXPECT_EQ(1, newcomer.wait());
     msgUnregistMainThread(hThread);
 }
 
