@@ -6,6 +6,7 @@
 
 #include <vector>
 
+#include "internal/arena_array.h"
 #include "internal/byte_string.h"
 #include "internal/report.h"
 #include "QORFile/xml_code.h"
@@ -124,15 +125,6 @@ private:
 
     arena& m_memory;
     place m_arrPlace[places];
-};
-
-// Gives a list without a buffer a block of an arena.
-class attributeBlock : public xmlAttributeList {
-public:
-    static void giveTo(xmlAttributeList& list, void* p, int nCount) {
-        list.*(&attributeBlock::m_aT) = static_cast<xmlAttribute*>(p);
-        list.*(&attributeBlock::m_nAllocCount) = nCount;
-    }
 };
 
 }  // namespace
@@ -261,11 +253,7 @@ const char* xmlParser::takeAttribute(const char* lpsz, const char* lpszEnd) {
 // Makes room for more attributes of a node: all in one block when it had none.
 void xmlParser::reserveAttributes(xmlAttributeList& list, int nCount) {
     const int nSize = list.GetSize();
-    void* const p =
-        list.GetBuffer() == NULL ? m_memory.alloc(static_cast<size_t>(nCount) * sizeof(xmlAttribute)) : NULL;
-    if (p != NULL)
-        attributeBlock::giveTo(list, p, nCount);
-    else if (nSize > 0 && nSize + nCount > list.GetAllocCount())
+    if (!QOR_AllocHelper::giveBlock(list, m_memory, nCount) && nSize > 0 && nSize + nCount > list.GetAllocCount())
         list.Alloc(2 * nSize + nCount);
 }
 

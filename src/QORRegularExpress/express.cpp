@@ -85,9 +85,10 @@ const char* dialectHint(const reRegularExpress<char>& express, const reBuild& bu
 // Returns the position of the error, or null.
 template <class T>
 const T* reRegularExpress<T>::Compile(const T* lpszREText) {
-    if (strnlen(lpszREText, maxPatternLength + 1) > static_cast<size_t>(maxPatternLength))
+    const size_t nLength = strnlen(lpszREText, maxPatternLength + 1);
+    if (nLength > static_cast<size_t>(maxPatternLength))
         return lpszREText + maxPatternLength;
-    reBuild build;
+    reBuild build(nLength);
     this->m_pBuild = &build;
     const T* lpsz = lpszREText;
     const int nResult = this->ParseAndREFromTextByEnding(lpsz, 0);

@@ -111,7 +111,7 @@ const char* reGetAscii(re_Base<char>* pRE, const char* lpszText, int& nValue) {
     }
     nValue = -1;
     int nLength = 0;
-    if (*lpszText == 0 || reFind("^()[]{}?+*-", *lpszText) != NULL || reGetAlias(pRE, lpszText, &nLength) != NULL)
+    if (objOperators.has(*lpszText) || reGetAlias(pRE, lpszText, &nLength) != NULL)
         return NULL;
     if (*lpszText != '\\') {
         nValue = static_cast<int>(charValue(*lpszText));

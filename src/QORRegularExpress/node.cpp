@@ -1,14 +1,18 @@
 // The nodes of a tree: making and taking apart, results, and moving a node.
+#include "QORRegularExpress/build.h"
 #include "QORRegularExpress/plan.h"
+#include "internal/arena_array.h"
 #include "internal/report.h"
 #include "qor/TraceHelper/Trace.h"
 
 using namespace QOR_StringHelper;
+using QOR_AllocHelper::arena;
 
 namespace QOR_RegularExpressHelper {
 
 namespace {
 
+constexpr int firstChildren = 4;      // most groups have no more
 constexpr int maxTracedText = 16384;  // so that every line fits every trace target
 
 }  // namespace
@@ -32,6 +36,21 @@ re_Base<T>::re_Base()
 template <class T>
 re_Base<T>::~re_Base() {
     delete m_pPlan;
+}
+
+template <class T>
+void* re_Base<T>::operator new(size_t nSize) {
+    return ::operator new(nSize);
+}
+
+template <class T>
+void* re_Base<T>::operator new(size_t nSize, const std::nothrow_t& r) noexcept {
+    return ::operator new(nSize, r);
+}
+
+template <class T>
+void re_Base<T>::operator delete(void* p) {
+    arena::freeObject(p);
 }
 
 template <class T>
@@ -86,6 +105,7 @@ re_Group<T>::~re_Group() {
 
 template <class T>
 void re_Group<T>::ClearChildRE() {
+    const arena::batch freedTogether;
     for (int i = 0; i < m_arrTargetREs.GetSize(); ++i)
         delete m_arrTargetREs[i];
     m_arrTargetREs.Clear();
@@ -97,9 +117,11 @@ void re_Group<T>::AddChildRE(re_Base<T>* pChildRE) {
         return;
     if (m_pBuild == NULL)
         preparePlans(expressOf(this));
+    else
+        giveBlock(m_arrTargetREs, m_pBuild->m_memory, firstChildren);
     pChildRE->m_pParentRE = this;
     pChildRE->m_iIndexInParent = m_arrTargetREs.GetSize();
-    pChildRE->m_nFlags = this->GetRootRE()->m_nFlags;
+    pChildRE->m_nFlags = m_pBuild != NULL ? this->m_nFlags : this->GetRootRE()->m_nFlags;
     m_arrTargetREs.Add(pChildRE);
 }
 

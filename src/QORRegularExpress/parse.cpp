@@ -5,31 +5,49 @@
 // that failed may remain among the captures until the whole build is given up.
 #include <string.h>
 
-#include <new>
-
 #include "QORRegularExpress/build.h"
 #include "QORRegularExpress/plan.h"
+#include "internal/arena_array.h"
+#include "internal/byte_string.h"
 #include "internal/report.h"
 #include "qor/TraceHelper/Trace.h"
+
+using QOR_FileHelper::allocString;
+using QOR_FileHelper::refString;
 
 namespace QOR_RegularExpressHelper {
 
 namespace {
 
+constexpr int firstLetters = 8;  // most texts have no more
+
+// Groups know their build; leaves have that of their parent.
+reBuild* buildOf(const node* pRE) {
+    const node* const pGroup = (pRE->m_uTraits & traitGroup) != 0 ? pRE : pRE->m_pParentRE;
+    return pGroup != NULL ? static_cast<const group*>(pGroup)->m_pBuild : NULL;
+}
+
+// The memory of a node's source text, of which the caller stores nLength characters.
+char* sourceBuffer(node* pRE, int nLength) {
+    if (pRE->m_strREText.getStringData() != NULL)
+        pRE->m_strREText = refString();
+    QOR_AllocHelper::arena none(false);
+    reBuild* const pBuild = buildOf(pRE);
+    return allocString(pRE->m_strREText, pBuild != NULL ? pBuild->m_memory : none, nLength);
+}
+
 void setSource(node* pRE, const char* lpszFrom, const char* lpszTo) {
-    pRE->m_strREText.CopyTextFrom(lpszFrom, static_cast<int>(lpszTo - lpszFrom));
+    const size_t nLength = static_cast<size_t>(lpszTo - lpszFrom);
+    memcpy(sourceBuffer(pRE, static_cast<int>(nLength)), lpszFrom, nLength);
 }
 
 // The same in parentheses.
 void setSequenceSource(node* pRE, const char* lpszFrom, const char* lpszTo) {
     const size_t nLength = static_cast<size_t>(lpszTo - lpszFrom);
-    char* lpsz = pRE->m_strREText.GetBuffer(static_cast<int>(nLength) + 2);
-    if (lpsz == NULL)
-        return;
+    char* const lpsz = sourceBuffer(pRE, static_cast<int>(nLength) + 2);
     lpsz[0] = '(';
     memcpy(lpsz + 1, lpszFrom, nLength);
     lpsz[nLength + 1] = ')';
-    lpsz[nLength + 2] = 0;
 }
 
 // Whether the limits allow one more element, and the level inside it.
@@ -126,6 +144,7 @@ int re_Base<T>::PeekRepeatFromText(const T*& lpszREText) {
 
 template <class T>
 int re_Text<T>::tryParseREFromText(const T*& lpszREText) {
+    reBuild* const pBuild = buildOf(this);
     const T* lpsz = lpszREText;
     for (;;) {
         const T* lpszPlain = lpsz;
@@ -134,7 +153,10 @@ int re_Text<T>::tryParseREFromText(const T*& lpszREText) {
         // A literal before '-' begins a range.
         if (*lpsz == '-' && lpsz > lpszPlain)
             --lpsz;
-        m_arrText.Append(lpszPlain, static_cast<int>(lpsz - lpszPlain));
+        const int nPlain = static_cast<int>(lpsz - lpszPlain);
+        if (pBuild != NULL)
+            giveBlock(m_arrText, pBuild->m_memory, nPlain > firstLetters ? nPlain : firstLetters);
+        m_arrText.Append(lpszPlain, nPlain);
         int nValue = 0;
         const T* lpszNext = reGetAscii(this, lpsz, nValue);
         if (lpszNext == NULL || *lpszNext == '-')
@@ -212,7 +234,7 @@ template <class T>
 template <class X>
 int re_Group<T>::ParseNode(const T*& lpszREText) {
     const T* lpszFrom = lpszREText;
-    X* pNew = new (std::nothrow) X;
+    X* pNew = newNode<X>(m_pBuild);
     if (!QOR_ASSERT(pNew != NULL))
         return -1;
     AddChildRE(pNew);
@@ -315,7 +337,7 @@ int re_Group<T>::tryParseREFromText(const T*& lpszREText) {
 template <class T>
 template <class X>
 int re_Group<T>::ParseChild(const T*& lpszREText) {
-    X* pNew = new (std::nothrow) X;
+    X* pNew = newNode<X>(m_pBuild);
     if (!QOR_ASSERT(pNew != NULL))
         return -1;
     pNew->m_bNoCapture = m_bNoCapture;
@@ -330,7 +352,7 @@ int re_Group<T>::ParseChild(const T*& lpszREText) {
 
 template <class T>
 int re_Group<T>::ParseAlias(const T*& lpszREText, const T* lpszAlias, int nLength) {
-    re_RelationAnd<re_Group<T>, T>* pNew = new (std::nothrow) re_RelationAnd<re_Group<T>, T>;
+    re_RelationAnd<re_Group<T>, T>* pNew = newNode<re_RelationAnd<re_Group<T>, T>>(m_pBuild);
     if (!QOR_ASSERT(pNew != NULL))
         return -1;
     pNew->m_bNoCapture = 1;
@@ -361,7 +383,7 @@ int re_Group<T>::tryParseGroupREFromText(const T*& lpszREText) {
     const T* lpszAlias = bBracket ? NULL : reGetAlias(this, lpszREText, &nLength);
     if (!bBracket && lpszAlias == NULL)
         return 0;
-    reBuild objNone;
+    reBuild objNone(0);
     reBuild* pBuild = m_pBuild != NULL ? m_pBuild : &objNone;
     if (!mayAdd(m_pBuild, this) || (lpszAlias != NULL && !pBuild->takeAlias(lpszAlias)))
         return -1;

@@ -21,19 +21,27 @@ inline void fillString(refString& str, const char* lpszText, int nLength) {
     str.getStringData()->m_nDataLength = nLength;
 }
 
-// The same, with a block of an arena unless it is too large for that.
-inline void fillString(refString& str, QOR_AllocHelper::arena& memory, const char* lpszText, int nLength) {
+// Gives an empty string nLength bytes, at least one, in a block of an arena unless they are too many for that. The
+// caller stores all of them.
+inline char* allocString(refString& str, QOR_AllocHelper::arena& memory, int nLength) {
     using namespace QOR_StringHelper;
-    if (nLength <= 0)
-        return;
     const int nCapacity = roundUpCapacity(nLength);
     void* const p = memory.alloc(blockSize<char>(nCapacity));
     if (p == NULL) {
-        fillString(str, lpszText, nLength);
-        return;
+        char* const lpsz = str.GetBuffer(nLength);
+        str.getStringData()->m_nDataLength = nLength;
+        return lpsz;
     }
-    initBlock(static_cast<chStringDataT<char>*>(p), nCapacity, lpszText, nLength);
-    str.setStringData(static_cast<chStringDataT<char>*>(p));
+    chStringDataT<char>* const pData = static_cast<chStringDataT<char>*>(p);
+    initBlock(pData, nCapacity, nLength);
+    str.setStringData(pData);
+    return pData->m_szText;
+}
+
+// Stores nLength bytes of any value in an empty string, with a block of an arena.
+inline void fillString(refString& str, QOR_AllocHelper::arena& memory, const char* lpszText, int nLength) {
+    if (nLength > 0)
+        memcpy(allocString(str, memory, nLength), lpszText, static_cast<size_t>(nLength));
 }
 
 // A view of all of a string, NULs included.

@@ -24,9 +24,10 @@ inline void zeroText(chStringDataT<T>* pData, int nFrom, int nTo) {
         memset(pData->m_szText + nFrom, 0, static_cast<size_t>(nTo - nFrom) * sizeof(T));
 }
 
-// Initialises a block with room for nCapacity characters, nLength of them used, for one string; the rest is zero.
+// Initialises a block with room for nCapacity characters, for one string. The caller stores the first nLength of them;
+// the rest is zero.
 template <class T>
-inline void initBlock(chStringDataT<T>* pData, int nCapacity, const T* lpszText, int nLength) {
+inline void initBlock(chStringDataT<T>* pData, int nCapacity, int nLength) {
     pData->m_nAllocLength = nCapacity;
     pData->m_nReferenceCount = 1;
     pData->m_nDataLength = nLength;
@@ -35,6 +36,12 @@ inline void initBlock(chStringDataT<T>* pData, int nCapacity, const T* lpszText,
         zeroText(pData, 0, capacityStep + 1);
     else
         zeroText(pData, nLength, nCapacity + 1);
+}
+
+// The same, with these characters.
+template <class T>
+inline void initBlock(chStringDataT<T>* pData, int nCapacity, const T* lpszText, int nLength) {
+    initBlock(pData, nCapacity, nLength);
     if (nLength > 0)
         memcpy(pData->m_szText, lpszText, static_cast<size_t>(nLength) * sizeof(T));
 }

@@ -122,6 +122,30 @@ TEST_F(RegexBuild, AChildIsAppendedToATreeThatWasNeverMatched) {
     EXPECT_EQ(nullptr, static_cast<regexGroup*>(express.GetCaptureRE(1))->m_pBuild);
 }
 
+// What a long pattern is built of shares pages of memory.
+TEST_F(RegexBuild, ANodeOutlivesTheTreeThatItWasBuiltWith) {
+    const char* const lpszPattern = "x(ab+cdefghijklmnopqrstuvwxyz[0-9a-f]{2}\\w)";
+    const char* const lpszText = "ababcdefghijklmnopqrstuvwxyz7f_";
+    re_RelationAnd<re_Group<char>, char> kept;
+    {
+        regexTree express(lpszPattern, 0);
+        kept.CutFromObject(*static_cast<regexGroup*>(express.GetCaptureRE(1)));
+    }
+    EXPECT_EQ(lpszText + strlen(lpszText), kept.ApplyREOnText(lpszText, NULL));
+    EXPECT_STREQ(lpszPattern + 1, kept.m_strREText);
+    kept.m_arrTargetREs[0]->m_strREText += " and more than there was room for";
+    EXPECT_STREQ("ab and more than there was room for", kept.m_arrTargetREs[0]->m_strREText);
+    for (int i = 0; i < 20; ++i) {
+        const char* lpsz = "!";
+        auto* const pNode = new re_RelationAnd<re_Text<char>, char>;
+        kept.AddChildRE(pNode);
+        EXPECT_EQ(1, pNode->tryParseREFromText(lpsz));
+    }
+    kept.ClearResult();
+    const std::string strLonger = lpszText + std::string(20, '!');
+    EXPECT_EQ(strLonger.c_str() + strLonger.size(), kept.ApplyREOnText(strLonger.c_str(), NULL));
+}
+
 // ---- again and again
 
 TEST_F(RegexBuild, OneObjectIsBuiltManyTimes) {

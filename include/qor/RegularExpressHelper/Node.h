@@ -17,6 +17,8 @@
 #ifndef QOR_REGULAREXPRESSHELPER_NODE_H
 #define QOR_REGULAREXPRESSHELPER_NODE_H
 
+#include <new>
+
 #include "qor/ArrayHelper.h"
 #include "qor/RegularExpressHelper/Lexical.h"
 #include "qor/StringHelper/ReferenceString.h"
@@ -49,6 +51,19 @@ public:
     /// Traces the node and its match at level 2.
     virtual void TraceResult();
     virtual ~re_Base();
+
+    /// Nodes that a program makes are allocated on the heap.
+    static void* operator new(size_t nSize);
+    /// The same; null when there is no memory.
+    static void* operator new(size_t nSize, const std::nothrow_t& r) noexcept;
+    /// Constructs a node in memory of the caller, who keeps it.
+    static void* operator new(size_t, void* p) noexcept { return p; }
+    /// Frees a node, whether a program made it or it was built from a pattern.
+    static void operator delete(void* p);
+    /// The same.
+    static void operator delete(void* p, const std::nothrow_t&) { operator delete(p); }
+    /// Frees nothing: the memory is the caller's.
+    static void operator delete(void*, void*) {}
 
     /// Matches the node, with its quantifier, at that position. Returns the end of the match, or null. With a null
     /// ending the text ends at its NUL.
