@@ -8,6 +8,7 @@
 #include <algorithm>
 
 #include "QORMsgSystem/lifetime_guard.h"
+#include "QORMsgSystem/linger.h"
 #include "QORMsgSystem/notes.h"
 #include "QORMsgSystem/poll_source.h"
 #include "QORMsgSystem/queue.h"
@@ -31,17 +32,18 @@ constexpr int sliceForWork = 1000;  // ms after which a long idle wait looks int
 
 }  // namespace
 
-// A handled message is finished in the hold that takes the next one.
+// A handled message is finished in the hold that takes the next one. From the hold that takes a message to the one that
+// finds none, the thread is awake: it does not sleep before it has looked for messages again, so those need no signal.
 int chThreadLocal::Run() {
     const LifetimeGuard guard(this);
     msgObject* pMessage = NULL;
     while (m_bRuning) {
         loopWatch::NotePass();
         m_objTimerQueue.EmitTimersOnTime();
-        pMessage = pMessage != NULL ? FinishAndTake(pMessage) : TakeMessage();
+        pMessage = pMessage != NULL ? FinishAndTake(pMessage, true) : TakeMessage(true);
         if (pMessage != NULL)
             ProcessTaken(*pMessage);
-        else
+        else if (!FindsAnother())
             ProcessIdle(INT_MAX);
         if (guard.IsGone())
             return -1;
@@ -114,13 +116,15 @@ UINT chThreadLocal::ProcessPass(int nMaxWait) {
 }
 
 // The event is reset in the hold that finds nothing unread: a message that is emitted later is signalled later, so no
-// signal is lost that is still needed. From then on, as long as the queue holds no record at all, it need not be locked.
-// A queue with records, among them those that nobody waits for any more, is searched in a hold.
-msgObject* chThreadLocal::TakeMessage() {
+// signal is lost that is still needed. From then on, as long as the queue holds no record at all, it need not be
+// locked. A queue with records, among them those that nobody waits for any more, is searched in a hold.
+msgObject* chThreadLocal::TakeMessage() { return TakeMessage(false); }
+
+msgObject* chThreadLocal::TakeMessage(bool bLooksAgain) {
     const bool bKnownEmpty = taskEvent::OfThread().TakeEmpty(*this);
     if (bKnownEmpty && m_pMsgQueue != NULL && hasNoRecord(*m_pMsgQueue, m_idTask))
         return NULL;
-    msgObject* pMessage = FinishAndTake(NULL);
+    msgObject* pMessage = FinishAndTake(NULL, bLooksAgain);
     if (bKnownEmpty && pMessage != NULL)
         taskEvent::OfThread().NoteSignalsLeft();
     return pMessage;
@@ -134,7 +138,10 @@ chMsgQueue* chThreadLocal::LockedQueue(const segmentHold&) {
     return getMsgQueue();
 }
 
-msgObject* chThreadLocal::FinishAndTake(msgObject* pHandled) {
+msgObject* chThreadLocal::FinishAndTake(msgObject* pHandled) { return FinishAndTake(pHandled, false); }
+
+// bLooksAgain: the caller, Run(), always looks for messages again before it sleeps.
+msgObject* chThreadLocal::FinishAndTake(msgObject* pHandled, bool bLooksAgain) {
     int idWake = 0;
     bool bReset = true;
     msgObject* pMessage = NULL;
@@ -151,12 +158,35 @@ msgObject* chThreadLocal::FinishAndTake(msgObject* pHandled) {
         taskEvent& own = taskEvent::OfThread();
         if (pMessage != NULL ? own.IsDueAfterMessage() : own.IsDueWhenEmpty())
             bReset = own.Reset(*m_pTaskEvent);
+        NoteAwake(*pQueue, bLooksAgain, pMessage == NULL);
     }
     if (idWake != 0)
         process().SignalTask(idWake);
     if (!bReset)
         m_pTaskEvent = process().RenewOwnTaskEvent();
     return pMessage;
+}
+
+// With nothing to do, the thread stays awake only if a message may come soon. A descriptor for other loops needs the
+// signals.
+void chThreadLocal::NoteAwake(const chMsgQueue& objQueue, bool bLooksAgain, bool bEmpty) {
+    const bool bAwake = bLooksAgain && !pollSource::IsOpen() && (!bEmpty || linger::OfThread().IsDue());
+    taskEvent::OfThread().SetAwake(bAwake, bEmpty);
+    noteAwake(objQueue, bAwake);
+}
+
+// Before the thread sleeps: whether somebody has put a message in. Whoever does so later signals.
+bool chThreadLocal::FindsAnother() {
+    taskEvent& own = taskEvent::OfThread();
+    if (!own.IsAwake() || m_pMsgQueue == NULL)
+        return false;
+    if (!isCalled(*m_pMsgQueue, m_idTask))
+        linger::OfThread().Yield();
+    const bool bCalled = !noteAsleep(*m_pMsgQueue, m_idTask);
+    linger::OfThread().NoteOutcome(bCalled);
+    if (!bCalled)
+        own.SetAsleep();
+    return bCalled;
 }
 
 void chThreadLocal::ProcessIdle(int nMaxWait) {
@@ -269,6 +299,7 @@ void chThreadLocal::FinishTaken(msgObject& objMessage) {
         if (pQueue == NULL)
             return;
         idWake = FinishLocked(lock, objMessage);
+        NoteAwake(*pQueue, false, false);
         taskEvent& own = taskEvent::OfThread();
         if (!pQueue->HasMessage() && own.Reset(*m_pTaskEvent))
             own.MarkEmpty(*this);

@@ -29,12 +29,49 @@ void put(int32_t& nWord, int32_t nValue) {
     putShareWord(reinterpret_cast<uint32_t&>(nWord), static_cast<uint32_t>(nValue));
 }
 
+int32_t* awakeWord(const chMsgQueue& objQueue) {
+    const uint32_t uOffset = offsetOf(&objQueue);
+    shareNotes* const pNotes = uOffset < sizeNotedSegment ? notes() : NULL;
+    return pNotes != NULL ? &reinterpret_cast<awakeNotes*>(pNotes + 1)->m_aAwake[placeOfQueue(uOffset)] : NULL;
+}
+
+bool exchange(int32_t& nWord, int32_t nOld, int32_t nNew) {
+    return __atomic_compare_exchange_n(&nWord, &nOld, nNew, false, __ATOMIC_ACQ_REL, __ATOMIC_ACQUIRE);
+}
+
 }  // namespace
+
+void noteAwake(const chMsgQueue& objQueue, bool bAwake) {
+    int32_t* const pWord = awakeWord(objQueue);
+    const int32_t nValue = bAwake ? objQueue.GetTaskId() : 0;
+    if (pWord != NULL && loadShareWord(*pWord) != nValue)
+        put(*pWord, nValue);
+}
+
+bool isCalled(const chMsgQueue& objQueue, int idTask) {
+    const int32_t* const pWord = awakeWord(objQueue);
+    return pWord != NULL && loadShareWord(*pWord) != idTask;
+}
+
+bool noteAsleep(const chMsgQueue& objQueue, int idTask) {
+    int32_t* const pWord = awakeWord(objQueue);
+    return pWord == NULL || exchange(*pWord, idTask, 0);
+}
+
+bool callAwake(const chMsgQueue& objQueue) {
+    int32_t* const pWord = awakeWord(objQueue);
+    const int32_t idOwner = objQueue.GetTaskId();
+    if (pWord == NULL || idOwner == 0)
+        return false;
+    const int32_t nNote = loadShareWord(*pWord);
+    return nNote == ~idOwner || (nNote == idOwner && exchange(*pWord, idOwner, ~idOwner));
+}
 
 void noteNewQueue(const chMsgQueue& objQueue) {
     threadNote* const pNote = noteOf(objQueue);
     if (pNote == NULL)
         return;
+    noteAwake(objQueue, false);
     put(pNote->m_uRecord, 0);
     put(pNote->m_uHandled, 0);
     put(pNote->m_idTask, qorGetCurrentTaskId());

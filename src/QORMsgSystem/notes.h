@@ -10,6 +10,18 @@ namespace QOR_MsgQueueHelper {
 // A queue of the calling thread that is new: nothing has been handled.
 void noteNewQueue(const chMsgQueue& objQueue);
 
+// That the calling thread, which owns the queue, is awake and will look for messages before it sleeps, so that these
+// need no signal; or that it may sleep from now on. In the hold in which it has looked.
+void noteAwake(const chMsgQueue& objQueue, bool bAwake);
+// Asked by the owner, the task, without the lock: whether somebody has put a message in since noteAwake().
+bool isCalled(const chMsgQueue& objQueue, int idTask);
+// That the owner, the task, may sleep from now on. False: somebody has put a message in since noteAwake(), so the owner
+// has to look for it. Without the lock.
+bool noteAsleep(const chMsgQueue& objQueue, int idTask);
+// Tells the owner of a message that was put in. False: it may be asleep, so it has to be signalled. In the hold in
+// which the message was put in.
+bool callAwake(const chMsgQueue& objQueue);
+
 // What the calling thread handles, from its construction to Finish(). A handler may handle further messages, so these
 // lie within each other. Without Finish(), when the handler has ended the registration, nothing more is written.
 class handlingNote {

@@ -1,9 +1,10 @@
 // Which messages of the calling thread have been signalled.
 //
-// The owner of a queue does not sleep before it has read every message that it was signalled for. So a post that
-// directly follows such a message, while that is unread, needs no signal. Only the poster itself knows that its signal
-// is out: between enqueueing a message and signalling it may be stopped or killed, and the kernel takes back the
-// signals of a process that ends. So a post that follows another thread's message is always signalled.
+// The owner of a queue does not sleep before it has read every message that it was signalled for, or that was put in
+// while it was awake, which counts as signalled here. So a post that directly follows such a message, while that is
+// unread, needs no signal. Only the poster itself knows that its signal is out: between enqueueing a message and
+// signalling it may be stopped or killed, and the kernel takes back the signals of a process that ends. So a post that
+// follows another thread's message is always signalled, unless the owner is awake.
 //
 // Each thread keeps its own account. In each queue it remembers its last message, and the messages with its task id
 // that follow it there can only be its own; so reused task ids and addresses cause no confusion.

@@ -42,6 +42,8 @@ void pollSource::EndOfThread(const chThreadLocal* pThread) {
     t_pSource = NULL;
 }
 
+bool pollSource::IsOpen() { return t_pSource != NULL; }
+
 void pollSource::ForgetOfThread() { t_pSource = NULL; }
 
 void pollSource::NoteWork() {

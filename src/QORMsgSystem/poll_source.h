@@ -28,6 +28,8 @@ public:
     // The descriptor of the calling thread, made and raised on first use; -1 when it cannot be made.
     static int OpenOfThread(const chThreadLocal& objThread);
     static void EndOfThread(const chThreadLocal* pThread);
+    // Whether the calling thread has a descriptor.
+    static bool IsOpen();
     // In the child of a fork.
     static void ForgetOfThread();
 

@@ -151,12 +151,15 @@ msgObject* putMessage(chMsgQueue& objQueue, const msgDraft& draft, bool* pbWake)
     list_chain_offset* pLeft = chain.FindLast(
         [&draft](list_chain_offset* p) { return loadShareWord(messageOf(p)->m_nPriority) >= draft.nPriority; });
     ownPosts& posts = ownPosts::OfThread();
-    const bool bSignalled =
+    const bool bFollows =
         pLeft != NULL && messageOf(pLeft)->GetStatus() == MT_EMITTED && posts.IsSignalled(objQueue, *messageOf(pLeft));
-    posts.Put(objQueue, *pMessage, bSignalled && draft.nStatus == MT_EMITTED);
+    if (!chain.InsertAfter(pLeft, nodeOf(pMessage)))
+        return NULL;
+    const bool bAwake = draft.nStatus == MT_EMITTED && callAwake(objQueue);
+    posts.Put(objQueue, *pMessage, bAwake || (bFollows && draft.nStatus == MT_EMITTED));
     if (pbWake != NULL)
-        *pbWake = !bSignalled;
-    return chain.InsertAfter(pLeft, nodeOf(pMessage)) ? pMessage : NULL;
+        *pbWake = !bAwake && (draft.bWaitingReply || !bFollows);
+    return pMessage;
 }
 
 }  // namespace

@@ -16,8 +16,9 @@ constexpr size_t sizeMessageRecord = sizeof(QOR_ChainHelper::list_chain_offset) 
 
 // Puts a complete message into a queue; null after a fatal assertion, and when a message that may fail has no room or
 // finds the queue full: then nothing was changed, and the draft's *pnAttempt says which. *pbWake (may be null) tells
-// whether the owner has to be woken for a post: not when the message directly follows an unread one of the calling
-// thread that has been signalled, since the owner does not sleep before it has read both.
+// whether the owner has to be woken: not while it is awake and will look for messages before it sleeps; for a post also
+// not when the message directly follows an unread one of the calling thread that has been signalled, since the owner
+// does not sleep before it has read both.
 msgObject* enqueueMessage(const segmentHold& hold, chMsgQueue& objQueue, const msgDraft& draft, bool* pbWake = NULL);
 
 // Whether the queue belongs to the task and holds no record, whatever its status. Asked without the lock: a record that

@@ -233,10 +233,13 @@ void chThreadBase::WaitOwnEvent(recordWait& wait, int nTime) {
 
 // Wakes the target, whatever is queued before the record: the signals of other messages may be delayed or lost.
 BOOL chThreadBase::WaitRecord(msgObject& objMessage, recordWait wait, waitDeadline deadline) {
-    if (!process().SignalTask(m_idTask)) {
-        LookAtRecord(objMessage, wait, true);
-        return 0;
-    }
+    if (process().SignalTask(m_idTask))
+        return AwaitRecord(objMessage, wait, deadline);
+    LookAtRecord(objMessage, wait, true);
+    return 0;
+}
+
+BOOL chThreadBase::AwaitRecord(msgObject& objMessage, recordWait wait, waitDeadline deadline) {
     const int nSlice = wait.bReceipt ? sliceReceived : sliceReply;
     deadline.IsOver();  // time has passed until here
     if (!wait.bReceipt)
@@ -343,10 +346,12 @@ BOOL chThreadBase::EmitAndWait(const msgDraft& draft, bool bReceipt, int nTimeou
     QOR_BaseHelper::chEvent* pCurrentTaskEvent = process().GetCurrentTaskEvent();
     if (!QOR_ASSERT(pCurrentTaskEvent != NULL))
         return 0;
-    msgObject* pMessage = EmitDraft(draft, NULL, deadline.GetLeft());
+    bool bWake = true;
+    msgObject* pMessage = EmitDraft(draft, &bWake, deadline.GetLeft());
     if (pMessage == NULL)
         return 0;
-    const BOOL bDone = WaitRecord(*pMessage, {bReceipt, draft.uMsg, pCurrentTaskEvent, pnResult}, deadline);
+    const recordWait wait = {bReceipt, draft.uMsg, pCurrentTaskEvent, pnResult};
+    const BOOL bDone = bWake ? WaitRecord(*pMessage, wait, deadline) : AwaitRecord(*pMessage, wait, deadline);
     if (!bReceipt && draft.uMsg > maxUntracedMsg)
         qorTrace(3, "Send message 0x%x return", draft.uMsg);
     if (!bDone || taskEvent::OfThread().IsDueAfterReply())

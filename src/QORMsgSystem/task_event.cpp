@@ -25,6 +25,13 @@ void taskEvent::MarkSelfPosted() {
     pollSource::NoteWork();
 }
 
+void taskEvent::SetAwake(bool bAwake, bool bEmpty) {
+    m_bAwake = bAwake;
+    m_bUnsignalled = bAwake && (bEmpty || m_bUnsignalled);
+    if (bAwake)
+        m_pEmpty = NULL;
+}
+
 bool taskEvent::TakeEmpty(const chThreadLocal& objThread) {
     const bool bEmpty = m_pEmpty == &objThread;
     m_pEmpty = NULL;

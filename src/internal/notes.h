@@ -1,5 +1,6 @@
 // What threads note about themselves beside the segment of the messages, for those who look at the device. The message
-// system itself asks only whether a message is handled, before it frees one that nobody waits for (relief.h).
+// system itself asks whether a message is handled, before it frees one that nobody waits for (relief.h), and whether a
+// thread is awake, before it signals it.
 //
 // Every queue and every record of a message is a cell of the segment's pool, and cells of a kind have a least size. So
 // the offset of a cell, divided by that size, is a place that no other living cell of the kind has: places need no
@@ -44,8 +45,18 @@ struct shareNotes {
     uint32_t m_aTaken[sizeNotedSegment / leastRecordCell + 1];
 };
 
+// These follow the shareNotes.
+struct awakeNotes {
+    // The task id of a queue's owner while the owner is awake and will look for messages before it sleeps; the id with
+    // all bits inverted once a message was put in since the owner has looked. Anything else: the owner may sleep, and a
+    // message needs a signal. The owner stores it under the segment's lock. The id alone is also exchanged: by posters,
+    // which hold the lock, when they put a message in, and by the owner, without the lock, for 0 before it sleeps. One
+    // of the two exchanges fails; so either the owner looks again, or the poster signals.
+    int32_t m_aAwake[sizeNotedSegment / leastQueueCell + 1];
+};
+
 static_assert(sizeof(threadNote) == 16 && sizeof(senderNote) == 16, "shared layout");
-static_assert(sizeof(shareNotes) == 62676, "shared layout");
+static_assert(sizeof(shareNotes) == 62676 && sizeof(awakeNotes) == 9364, "shared layout");
 
 // The places of the notes of a queue and of a record, by their offsets from the segment's begin.
 inline size_t placeOfQueue(uint32_t uOffset) { return uOffset / leastQueueCell; }

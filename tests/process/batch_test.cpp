@@ -292,18 +292,24 @@ private:
     std::vector<void*> m_listBlock;
 };
 
-// Forty threads that read nothing until this goes, so that no record comes free.
+// Forty threads that read nothing until this goes, so that no record comes free. In their handlers they have looked for
+// messages themselves, so they do not count as awake and have to be signalled.
 class busyRow {
 public:
     busyRow() {
         for (int i = 0; i < 40; ++i)
             m_listThread.push_back(std::make_unique<messageThread>(nameOf(i).c_str(), [this, i](msgObject& m) {
-                if (m.uMsg == 0x300)
+                if (m.uMsg == 0x300) {
+                    m_listThread[i]->ProcessOneMessageFromQueue();
+                    m_looked[i].Set();
                     m_go[i].Wait();
+                }
                 return 0;
             }));
         for (auto& pThread : m_listThread)
             EXPECT_EQ(1, pThread->DeliverThreadMsg(0x300, 0, 0));
+        for (auto& looked : m_looked)
+            looked.Wait();
     }
     ~busyRow() {
         for (auto& go : m_go)
@@ -332,7 +338,7 @@ public:
     }
 
 private:
-    qorTest::signal m_go[40];
+    qorTest::signal m_looked[40], m_go[40];
     std::vector<std::unique_ptr<messageThread>> m_listThread;
 };
 

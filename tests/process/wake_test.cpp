@@ -4,10 +4,14 @@
 // A loop that waits long looks into its queue once a second, since a poster may die before it signals. This would hide
 // a signal that is missing, so here such a wait has no end: a thread that misses one hangs, and the watchdog tells.
 #include <poll.h>
+#include <sched.h>
+#include <stdlib.h>
 #include <sys/sem.h>
 #include <time.h>
+#include <unistd.h>
 
 #include <atomic>
+#include <functional>
 #include <thread>
 
 #include "qor/MiscHelper.h"
@@ -35,7 +39,35 @@ std::atomic<int> s_idWatched{-1};  // a semaphore
 std::atomic<int> s_nRaised{0};     // how often it was raised
 std::atomic<int> s_nWaits{0};      // how often somebody has begun to wait for it
 
+std::atomic<bool> s_bClockStands{false};
+std::atomic<int> s_nTick{1};            // s, of the clock of ticks
+std::atomic<int> s_nMicrosecond{1000};  // of the exact clock
+std::atomic<int> s_nYields{0};
+std::atomic<int> s_nTimeOfYield{0};  // us for which others run
+std::atomic<bool> s_bActInYield{false};
+std::function<void()> s_fnInYield;
+
 }  // namespace
+
+extern "C" int clock_gettime(clockid_t id, timespec* pTime) noexcept {
+    static auto* const next = systemCall<int(clockid_t, timespec*)>({"__clock_gettime64", "clock_gettime"});
+    if (!s_bClockStands || (id != CLOCK_MONOTONIC_COARSE && id != CLOCK_MONOTONIC))
+        return next(id, pTime);
+    const int nMicrosecond = s_nMicrosecond;
+    *pTime = {s_nTick, 0};
+    if (id == CLOCK_MONOTONIC)
+        *pTime = {nMicrosecond / 1000000, nMicrosecond % 1000000 * 1000};
+    return 0;
+}
+
+extern "C" int sched_yield() noexcept {
+    static auto* const next = systemCall<int()>("sched_yield");
+    ++s_nYields;
+    s_nMicrosecond += s_nTimeOfYield;
+    if (s_bActInYield)
+        s_fnInYield();
+    return next();
+}
 
 extern "C" int semtimedop(int idSet, sembuf* pStep, size_t nStep, const timespec* pTimeout) noexcept {
     static auto* const next = systemCall<int(int, sembuf*, size_t, const timespec*)>({"__semtimedop64", "semtimedop"});
@@ -151,6 +183,289 @@ TEST(IdlePass, FindsMessagesBesideARecordThatNobodyWaitsFor) {
             EXPECT_EQ(0x100u, thread.ProcessThreadMessageOnce());
         }
     });
+}
+
+// ---- posts to a thread that is awake
+
+// Threads of this process in whose handlers a test waits.
+class Wake : public testing::Test {
+protected:
+    Wake() { quiet(); }
+    ~Wake() override { s_idWatched = -1; }
+
+    // Counts the signals of a thread from now on.
+    static void watchEvent(const chThreadBase& thread) {
+        s_nRaised = s_nWaits = 0;
+        s_idWatched = qorTest::process().GetTaskEventObject(thread.getTaskId())->GetSemaphoreId();
+    }
+    // Until the watched event has been waited for again since nWaits was read: its thread sleeps, or is about to.
+    static void awaitSleepAfter(int nWaits) { await(s_nWaits, nWaits + 1); }
+    static void await(const std::atomic<int>& nValue, int nTarget) {
+        while (nValue < nTarget)
+            usleep(200);
+    }
+};
+
+// Handles 0x100 when it is told to.
+class slowThread {
+public:
+    explicit slowThread(const char* lpszName, const std::function<void()>& fnInHandler = nullptr)
+        : m_fnInHandler(fnInHandler),
+          m_thread(
+              lpszName, [this](msgObject& m) { return OnMessage(m); }, true) {}
+
+    void awaitHandler() { EXPECT_EQ('h', m_inHandler.hear()); }
+    void letGoOn() { m_goOn.say(); }
+    messageThread& thread() { return m_thread; }
+    std::atomic<int> m_nHandled{0};  // other messages
+
+private:
+    int OnMessage(msgObject& objMessage) {
+        if (objMessage.uMsg == TM_THREAD_IDLE)
+            return longWait;
+        if (objMessage.uMsg == 0x100) {
+            m_inHandler.say('h');
+            m_goOn.hear();
+            if (m_fnInHandler)
+                m_fnInHandler();
+        }
+        m_nHandled += objMessage.uMsg > 0x100 && objMessage.uMsg < 0x8000;
+        return static_cast<int>(objMessage.wParam);
+    }
+
+    std::function<void()> m_fnInHandler;
+    meeting m_inHandler, m_goOn;
+    messageThread m_thread;
+};
+
+TEST_F(Wake, AThreadThatHandlesAMessageIsNotSignalledForOthers) {
+    slowThread slow("slow");
+    chThreadRemote remote("slow");
+    EXPECT_TRUE(remote.PostThreadMsg(0x100, 0, 0));
+    slow.awaitHandler();
+    watchEvent(slow.thread());
+    EXPECT_TRUE(remote.PostThreadMsg(0x101, 0, 0));
+    std::thread([] { EXPECT_TRUE(chThreadRemote("slow").PostThreadMsg(0x102, 0, 0)); }).join();
+    EXPECT_EQ(0,
+              childProcess("poster", [] { return chThreadRemote("slow").PostThreadMsg(0x103, 0, 0) ? 0 : 1; }).wait());
+    std::thread sender([] { EXPECT_EQ(7, chThreadRemote("slow").SendThreadMsg(0x104, 7, 0)); });
+    while (remote.GetQueueLength() < 4)
+        usleep(200);
+    EXPECT_EQ(0, s_nRaised);
+    slow.letGoOn();
+    await(slow.m_nHandled, 4);
+    sender.join();
+}
+
+TEST_F(Wake, AThreadThatSleepsIsSignalled) {
+    slowThread slow("slow");
+    chThreadRemote remote("slow");
+    watchEvent(slow.thread());
+    for (int i = 0; i < 5; ++i) {
+        const int nWaits = s_nWaits, nRaised = s_nRaised;
+        EXPECT_TRUE(remote.PostThreadMsg(0x101, 0, 0));
+        await(slow.m_nHandled, i + 1);
+        awaitSleepAfter(nWaits);
+        if (i > 0) {
+            EXPECT_EQ(nRaised + 1, s_nRaised);
+        }
+    }
+}
+
+// It no longer looks before it sleeps: it sleeps in its handler.
+TEST_F(Wake, AThreadThatRunsItsLoopInAHandlerIsSignalled) {
+    std::atomic<int> nInner{0};
+    chThreadLocal* pSelf = nullptr;
+    slowThread slow("slow", [&] {
+        while (nInner < 3) {
+            pSelf->ProcessThreadMessageOnce();
+            ++nInner;
+        }
+    });
+    pSelf = &slow.thread();
+    chThreadRemote remote("slow");
+    EXPECT_TRUE(remote.PostThreadMsg(0x100, 0, 0));
+    slow.awaitHandler();
+    EXPECT_TRUE(remote.PostThreadMsg(0x101, 0, 0));
+    watchEvent(slow.thread());
+    slow.letGoOn();
+    awaitSleepAfter(0);
+    EXPECT_EQ(1, slow.m_nHandled);
+    const int nWaits = s_nWaits;
+    EXPECT_TRUE(remote.PostThreadMsg(0x102, 0, 0));
+    await(slow.m_nHandled, 2);
+    awaitSleepAfter(nWaits);
+    EXPECT_TRUE(remote.PostThreadMsg(0x103, 0, 0));
+    await(slow.m_nHandled, 3);
+}
+
+// Its helper waits for the event meanwhile.
+TEST_F(Wake, AThreadWithADescriptorIsSignalledInAHandler) {
+    bool bReadable = false;
+    slowThread slow("slow", [&] {
+        pollfd look = {msgGetPollFd(), POLLIN, 0};
+        while (msgProcessPending(10) == 0 && poll(&look, 1, 0) == 1) {
+        }
+        msgPostMsgToThread(msgGetThreadByName("posting"), 0x105, 0, 0);
+        bReadable = poll(&look, 1, -1) == 1;
+    });
+    messageThread posting("posting",
+                          [](msgObject&) { return msgPostMsgToThread(msgGetThreadByName("slow"), 0x101, 0, 0); });
+    chThreadRemote remote("slow");
+    for (int i = 1; i <= 2; ++i) {
+        EXPECT_TRUE(remote.PostThreadMsg(0x100, 0, 0));
+        slow.awaitHandler();
+        slow.letGoOn();
+        await(slow.m_nHandled, i);
+        EXPECT_TRUE(bReadable);
+        bReadable = false;
+    }
+}
+
+TEST_F(Wake, AThreadThatWasKilledWhileItWasAwakeIsNoTarget) {
+    meeting handling;
+    childProcess owner("owner", [&handling] {
+        currentThread thread("owner", [&handling](msgObject& objMessage) {
+            if (objMessage.uMsg == 0x100) {
+                handling.say();
+                pause();
+            }
+            return longWait;
+        });
+        return thread.Run();
+    });
+    HTHREAD hOwner = nullptr;
+    while ((hOwner = msgGetThreadByName("owner")) == nullptr)
+        usleep(200);
+    EXPECT_TRUE(msgPostMsgToThread(hOwner, 0x100, 0, 0));
+    handling.hear();
+    EXPECT_TRUE(msgPostMsgToThread(hOwner, 0x101, 0, 0));
+    owner.kill();
+    owner.wait();
+    EXPECT_FALSE(msgPostMsgToThread(hOwner, 0x102, 0, 0));
+    EXPECT_EQ(-1, msgSendMsgToThread(hOwner, 0x102, 0, 0));
+    // The next one has its queue in the same place, and sleeps.
+    slowThread next("owner");
+    for (int i = 0; i < 3; ++i)
+        EXPECT_EQ(i, chThreadRemote("owner").SendThreadMsg(0x101, static_cast<UINT>(i), 0));
+}
+
+// Posters and the receiver meet at every point of its way to sleep.
+TEST_F(Wake, NoMessageOfManyPostersIsLeftUnhandled) {
+    const int nRounds = qorTest::scaled(3000), nPosters = 3;
+    slowThread slow("slow");
+    std::atomic<int> nPosted{0};
+    const auto fnPost = [&](unsigned uSeed) {
+        chThreadRemote remote("slow");
+        for (int i = 0; i < nRounds; ++i) {
+            const int nBefore = slow.m_nHandled;
+            while (nPosted - slow.m_nHandled > 300)
+                usleep(200);  // there is room for a thousand
+            ++nPosted;
+            EXPECT_TRUE(remote.PostThreadMsg(0x101, 0, 0));
+            for (unsigned nPause = rand_r(&uSeed) % 4000; nPause > 0 && slow.m_nHandled == nBefore; --nPause) {
+            }
+        }
+    };
+    std::vector<std::thread> listPoster;
+    for (int i = 0; i < nPosters; ++i)
+        listPoster.emplace_back(fnPost, qorTest::seed(static_cast<unsigned>(i)));
+    for (std::thread& poster : listPoster)
+        poster.join();
+    await(slow.m_nHandled, nRounds * nPosters);
+}
+
+// Whoever is killed, wherever he is: what somebody else posts later is handled.
+TEST_F(Wake, APosterThatIsKilledLeavesTheOthersWoken) {
+    slowThread slow("slow");
+    const int nRounds = qorTest::scaled(120);
+    unsigned uSeed = qorTest::seed(5);
+    for (int i = 0; i < nRounds; ++i) {
+        meeting begun;
+        childProcess poster("poster", [&begun] {
+            chThreadRemote remote("slow");
+            begun.say();
+            for (int nPost = 0; nPost < 300; ++nPost)
+                remote.PostThreadMsg(0x101, 0, 0);
+            return pause();
+        });
+        begun.hear();
+        usleep(rand_r(&uSeed) % 300);
+        poster.kill();
+        poster.wait();
+        EXPECT_EQ(i, chThreadRemote("slow").SendThreadMsg(0x102, static_cast<UINT>(i), 0));
+    }
+}
+
+// ---- before a thread sleeps
+
+// Posts nCount messages, each when the thread sleeps; how often it has let others run before it went to sleep again.
+int yieldsOfSleeps(slowThread& slow, int nCount) {
+    const int nBefore = s_nYields;
+    for (int i = 0; i < nCount; ++i) {
+        const int nHandled = slow.m_nHandled, nWaits = s_nWaits;
+        EXPECT_TRUE(chThreadRemote("slow").PostThreadMsg(0x101, 0, 0));
+        while (slow.m_nHandled == nHandled || s_nWaits == nWaits)
+            usleep(200);
+    }
+    return s_nYields - nBefore;
+}
+
+TEST_F(Wake, AThreadThatFallsAsleepOftenLetsOthersRunBefore) {
+    s_bClockStands = true;
+    slowThread slow("slow");
+    watchEvent(slow.thread());
+    EXPECT_TRUE(chThreadRemote("slow").PostThreadMsg(0x101, 0, 0));
+    awaitSleepAfter(0);
+    ++s_nTick;
+    EXPECT_EQ(0, yieldsOfSleeps(slow, 3));
+    EXPECT_EQ(4, yieldsOfSleeps(slow, 4));
+    EXPECT_EQ(0, yieldsOfSleeps(slow, 4)) << "they were in vain";
+    ++s_nTick;
+    EXPECT_EQ(1, yieldsOfSleeps(slow, 4));
+    s_bClockStands = false;
+}
+
+TEST_F(Wake, AMessageThatComesWhileOthersRunIsTakenWithoutASignalAndASleep) {
+    s_bClockStands = true;
+    slowThread slow("slow");
+    watchEvent(slow.thread());
+    EXPECT_TRUE(chThreadRemote("slow").PostThreadMsg(0x101, 0, 0));
+    awaitSleepAfter(0);
+    ++s_nTick;
+    yieldsOfSleeps(slow, 3);
+    int nPosts = 20;
+    s_fnInYield = [&nPosts] {
+        if (nPosts-- > 0)
+            std::thread([] { EXPECT_TRUE(chThreadRemote("slow").PostThreadMsg(0x101, 0, 0)); }).join();
+    };
+    s_bActInYield = true;
+    const int nRaised = s_nRaised, nWaits = s_nWaits, nHandled = slow.m_nHandled;
+    EXPECT_TRUE(chThreadRemote("slow").PostThreadMsg(0x101, 0, 0));
+    await(slow.m_nHandled, nHandled + 21);
+    awaitSleepAfter(nWaits);
+    EXPECT_EQ(nRaised + 1, s_nRaised);
+    EXPECT_EQ(nWaits + 1, s_nWaits);
+    s_bActInYield = s_bClockStands = false;
+}
+
+TEST_F(Wake, AThreadThatGetsTheProcessorBackLateDoesNotGiveItAwayForAWhile) {
+    s_bClockStands = true;
+    slowThread slow("slow");
+    watchEvent(slow.thread());
+    EXPECT_TRUE(chThreadRemote("slow").PostThreadMsg(0x101, 0, 0));
+    awaitSleepAfter(0);
+    ++s_nTick;
+    s_nTimeOfYield = 1000;
+    EXPECT_EQ(1, yieldsOfSleeps(slow, 4));
+    s_nMicrosecond += 99999;
+    ++s_nTick;
+    EXPECT_EQ(0, yieldsOfSleeps(slow, 4));
+    ++s_nMicrosecond;
+    ++s_nTick;
+    EXPECT_EQ(1, yieldsOfSleeps(slow, 4));
+    s_nTimeOfYield = 0;
+    s_bClockStands = false;
 }
 
 }  // namespace

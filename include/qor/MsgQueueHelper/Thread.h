@@ -167,6 +167,7 @@ private:
     BOOL GiveUpRecord(msgObject& objMessage, const recordWait& wait);
     void WaitOwnEvent(recordWait& wait, int nTime);
     BOOL WaitRecord(msgObject& objMessage, recordWait wait, waitDeadline deadline);
+    BOOL AwaitRecord(msgObject& objMessage, recordWait wait, waitDeadline deadline);
     BOOL WaitAlone(msgObject& objMessage, bool bReceipt, int nTimeout);
     BOOL EmitAndWait(const msgDraft& draft, bool bReceipt, int nTimeout, int* pnResult);
 };
@@ -320,7 +321,11 @@ private:
     int HandleOwnMessage(msgDraft draft, int nTimeout, int* pnResult);
     chMsgQueue* LockedQueue(const segmentHold& hold);
     msgObject* TakeMessage();
+    msgObject* TakeMessage(bool bLooksAgain);
     msgObject* FinishAndTake(msgObject* pHandled);
+    msgObject* FinishAndTake(msgObject* pHandled, bool bLooksAgain);
+    void NoteAwake(const chMsgQueue& objQueue, bool bLooksAgain, bool bEmpty);
+    bool FindsAnother();
     UINT HandleMessage(msgObject& objMessage);
     void ProcessTaken(msgObject& objMessage);
     void FinishTaken(msgObject& objMessage);
