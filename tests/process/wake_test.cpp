@@ -3,6 +3,7 @@
 //
 // A loop that waits long looks into its queue once a second, since a poster may die before it signals. This would hide
 // a signal that is missing, so here such a wait has no end: a thread that misses one hangs, and the watchdog tells.
+#include <limits.h>
 #include <poll.h>
 #include <sched.h>
 #include <stdlib.h>
@@ -10,6 +11,7 @@
 #include <time.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <functional>
 #include <thread>
@@ -447,6 +449,49 @@ TEST_F(Wake, AMessageThatComesWhileOthersRunIsTakenWithoutASignalAndASleep) {
     EXPECT_EQ(nRaised + 1, s_nRaised);
     EXPECT_EQ(nWaits + 1, s_nWaits);
     s_bActInYield = s_bClockStands = false;
+}
+
+// Beside them there is one kernel call that asks whether the target lives. While a slow machine lets waits end without
+// an answer, there are more.
+TEST_F(Wake, ARoundTripWithAThreadThatIsAwakeMakesFiveSemaphoreCallsOnEachSide) {
+    std::atomic<int> nHandled{0};
+    std::atomic<bool> bDone{false};
+    std::vector<int> listReceiver, listSender;
+    messageThread receiver(
+        "receiver",
+        [&](msgObject& objMessage) {
+            if (objMessage.uMsg == 0x101) {
+                listReceiver.push_back(t_nCalls);
+                ++nHandled;
+            }
+            return longWait;
+        },
+        true);
+    s_fnInYield = [&] {
+        while (!bDone && s_nWaits <= nHandled)
+            usleep(200);
+    };
+    s_bActInYield = s_bClockStands = true;
+    std::thread([&] {
+        s_nWaits = 0;
+        s_idWatched = qorTest::process().GetCurrentTaskEvent()->GetSemaphoreId();
+        chThreadRemote remote("receiver");
+        for (int i = 0; i < 30; ++i) {
+            listSender.push_back(t_nCalls);
+            EXPECT_EQ(longWait, remote.SendThreadMsg(0x101, 0, 0));
+        }
+        bDone = true;
+    }).join();
+    receiver.Stop();
+    s_bActInYield = s_bClockStands = false;
+    const auto fnFewest = [](const std::vector<int>& listCalls) {
+        int nFewest = INT_MAX;
+        for (size_t i = 1; i < listCalls.size(); ++i)
+            nFewest = std::min(nFewest, listCalls[i] - listCalls[i - 1]);
+        return nFewest;
+    };
+    EXPECT_EQ(5, fnFewest(listSender));
+    EXPECT_EQ(5, fnFewest(listReceiver));
 }
 
 TEST_F(Wake, AThreadThatGetsTheProcessorBackLateDoesNotGiveItAwayForAWhile) {
