@@ -1,7 +1,5 @@
 #include "QORMsgSystem/linger.h"
 
-#include <sched.h>
-
 #include "xInc/xMsgSystem.h"
 
 namespace QOR_MsgQueueHelper {
@@ -32,7 +30,7 @@ void linger::Yield() {
     const unsigned long long uBefore = getMonotonicMicrosecond();
     if (uBefore < m_uYieldAgain)
         return;
-    sched_yield();
+    yieldProcessor();
     const unsigned long long uAfter = getMonotonicMicrosecond();
     if (uAfter - uBefore > slowYield)
         m_uYieldAgain = uAfter + yieldPause;

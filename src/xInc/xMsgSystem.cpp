@@ -139,6 +139,8 @@ void sweepDeadTaskEvents(const std::vector<std::string>& arrKeyFile) {
 
 void lookAfterKeyFiles() { QOR_BaseHelper::refreshKeyFilesWhenIdle(); }
 
+void yieldProcessor() { sched_yield(); }
+
 unsigned long long getMonotonicMicrosecond() {
     timespec ts = {};
     clock_gettime(CLOCK_MONOTONIC, &ts);

@@ -30,6 +30,9 @@ void sweepDeadTaskEvents(const std::vector<std::string>& arrKeyFile);
 // What an idle thread does for its process: once an hour it refreshes the key files in use. Otherwise no kernel call.
 void lookAfterKeyFiles();
 
+// Lets others run that are ready for this processor.
+void yieldProcessor();
+
 // Has a function called when the calling thread ends, also when it is cancelled; not when the process exits. A thread
 // has one such function; asking again changes nothing. No kernel call.
 void callAtThreadExit(void (*fnAtExit)());

@@ -41,7 +41,7 @@ int layerOf(const std::string& strFile) {
         {"ChainHelper|_chChain|internal/journal\\.h", 1},
         {"AllocHelper|_chAlloc|internal/arena\\.h", 2},
         {"StringHelper|_chString|internal/string_block\\.h", 3},
-        {"ArrayHelper|_chArray|ListHelper|_chList|internal/hash_slots\\.h", 4},
+        {"ArrayHelper|_chArray|ListHelper|_chList|internal/(hash_slots|arena_array)\\.h", 4},
         {"MiscHelper|_chMisc|xMisc", 5},
         {"BaseHelper|_chBaseClass|xBaseClass|xInc/(keyfile|file_lock|journal|rights|segment_table|tick)|internal/"
          "(scope_lock|singleton)\\.h",
