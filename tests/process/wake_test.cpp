@@ -274,17 +274,16 @@ TEST_F(Wake, AThreadThatSleepsIsSignalled) {
     }
 }
 
-// It no longer looks before it sleeps: it sleeps in its handler.
+// Its loop sleeps without the look, also when it has found its queue empty many times within a tick.
 TEST_F(Wake, AThreadThatRunsItsLoopInAHandlerIsSignalled) {
-    std::atomic<int> nInner{0};
-    chThreadLocal* pSelf = nullptr;
+    const int nMessages = 8;
+    s_bClockStands = true;
+    slowThread* pSlow = nullptr;
     slowThread slow("slow", [&] {
-        while (nInner < 3) {
-            pSelf->ProcessThreadMessageOnce();
-            ++nInner;
-        }
+        while (pSlow->m_nHandled < nMessages)
+            pSlow->thread().ProcessThreadMessageOnce();
     });
-    pSelf = &slow.thread();
+    pSlow = &slow;
     chThreadRemote remote("slow");
     EXPECT_TRUE(remote.PostThreadMsg(0x100, 0, 0));
     slow.awaitHandler();
@@ -292,13 +291,14 @@ TEST_F(Wake, AThreadThatRunsItsLoopInAHandlerIsSignalled) {
     watchEvent(slow.thread());
     slow.letGoOn();
     awaitSleepAfter(0);
-    EXPECT_EQ(1, slow.m_nHandled);
-    const int nWaits = s_nWaits;
-    EXPECT_TRUE(remote.PostThreadMsg(0x102, 0, 0));
-    await(slow.m_nHandled, 2);
-    awaitSleepAfter(nWaits);
-    EXPECT_TRUE(remote.PostThreadMsg(0x103, 0, 0));
-    await(slow.m_nHandled, 3);
+    for (int i = 1; i < nMessages; ++i) {
+        const int nWaits = s_nWaits;
+        EXPECT_EQ(i, slow.m_nHandled);
+        EXPECT_TRUE(remote.PostThreadMsg(0x102, 0, 0));
+        await(slow.m_nHandled, i + 1);
+        awaitSleepAfter(nWaits);
+    }
+    s_bClockStands = false;
 }
 
 // Its helper waits for the event meanwhile.
