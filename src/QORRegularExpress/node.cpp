@@ -169,6 +169,16 @@ void dropPlans(node* pRE) {
     }
 }
 
+void dropPlansOfChildren(group* pGroup) {
+    for (int i = 0; i < pGroup->m_arrTargetREs.GetSize(); ++i) {
+        node* const pChild = pGroup->m_arrTargetREs[i];
+        delete pChild->m_pPlan;
+        pChild->m_pPlan = NULL;
+        if ((pChild->m_uTraits & traitGroup) != 0)
+            dropPlansOfChildren(static_cast<group*>(pChild));
+    }
+}
+
 // Makes the back-references in a subtree that refer to one group refer to another.
 void renameGroup(node* pRE, const node* pOld, node* pNew) {
     if ((pRE->m_uTraits & traitGroup) == 0) {
@@ -214,6 +224,9 @@ void re_Group<T>::CutFromObject(re_Group& r) {
     for (int i = 0; i < m_arrTargetREs.GetSize(); ++i)
         m_arrTargetREs[i]->m_pParentRE = this;
     reRegularExpress<T>* pExpress = expressOf(&r);
+    // Plans refer to the state of their tree, which this node may outlive.
+    if (expressOf(this) != pExpress)
+        dropPlansOfChildren(this);
     if (pExpress == NULL || (r.m_uTraits & traitCapture) == 0)
         return;
     r.m_uTraits &= ~traitCapture;
