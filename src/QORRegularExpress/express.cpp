@@ -183,7 +183,7 @@ const T* reRegularExpress<T>::SearchREOnText(const T* lpszSrcText, const T* lpsz
 
 template <class T>
 re_Base<T>* reRegularExpress<T>::GetCaptureRE(int n) {
-    return n >= 1 && n <= m_arrCaptureREs.GetSize() ? m_arrCaptureREs[n - 1] : NULL;
+    return n >= 1 && n <= m_arrCaptureREs.GetSize() ? m_arrCaptureREs.GetBuffer()[n - 1] : NULL;
 }
 
 template <class T>

@@ -41,7 +41,7 @@ public:
 
 private:
     reStep& add(reStep::kind eKind, node* p) {
-        reStep& step = m_arrStep[m_nSteps++];
+        reStep& step = m_arrStep[m_nSteps++] = reStep();
         step.m_eKind = eKind;
         step.m_pRE = p;
         step.m_pPlan = p->m_pPlan;
@@ -108,11 +108,23 @@ private:
     }
 
     bool addGroup(group* pGroup) {
+        const int iOpen = m_nSteps;
         add(reStep::open, pGroup);
         if (!addMembers(pGroup))
             return false;
-        add(reStep::close, pGroup);
+        if (m_nSteps == iOpen + 2 && takesOne(m_arrStep[iOpen + 1])) {
+            m_arrStep[iOpen] = m_arrStep[iOpen + 1];
+            m_arrStep[iOpen].m_pGroup = pGroup;
+            --m_nSteps;
+        } else {
+            add(reStep::close, pGroup);
+        }
         return true;
+    }
+
+    // Whether a step can do the work of a group's two steps, too.
+    static bool takesOne(const reStep& step) {
+        return (step.m_eKind == reStep::single || step.m_eKind == reStep::run) && step.m_pGroup == NULL;
     }
 
     bool addOptional(group* p) {
@@ -148,7 +160,8 @@ private:
     // The characters that an optional group can begin with. False: its first member may take none.
     bool firstOf(int iStep, uint8_t (&arrFirst)[256]) const {
         const reStep& step = m_arrStep[iStep];
-        if (iStep >= m_nSteps || (step.m_eKind == reStep::run && step.m_nMin == 0) || step.m_eKind > reStep::run)
+        if (iStep >= m_nSteps || step.m_pGroup != NULL || (step.m_eKind == reStep::run && step.m_nMin == 0) ||
+            step.m_eKind > reStep::run)
             return false;
         for (int ch = 0; ch < 256; ++ch) {
             const char chText = static_cast<char>(ch);
@@ -248,6 +261,13 @@ private:
         step.m_pRE->m_lpszResultBegin = lpszBegin;
         step.m_pRE->m_lpszResultEnd = lpszEnd;
     }
+    static void keepBoth(const reStep& step, const char* lpszBegin, const char* lpszEnd) {
+        keep(step, lpszBegin, lpszEnd);
+        if (!bKeep || step.m_pGroup == NULL)
+            return;
+        step.m_pGroup->m_lpszResultBegin = lpszBegin;
+        step.m_pGroup->m_lpszResultEnd = lpszEnd;
+    }
     static void keepEnd(const reStep& step, const char* lpszEnd) {
         if (bKeep)
             step.m_pRE->m_lpszResultEnd = lpszEnd;
@@ -256,8 +276,9 @@ private:
     const char* text(const reStep& step, const char* lpszBegin) const {
         const char* lpsz = lpszBegin;
         const char* const pTo = step.m_lpszText + step.m_nMax;
+        const uint32_t nFlags = step.m_nFlags;
         for (const char* p = step.m_lpszText; p < pTo; ++p, ++lpsz) {
-            if (!ends(lpsz) && isEqualChar(step.m_nFlags, *p, *lpsz))
+            if (!ends(lpsz) && isEqualChar(nFlags, *p, *lpsz))
                 continue;
             lpsz = NULL;
             break;
@@ -268,7 +289,7 @@ private:
     const char* single(const reStep& step, const char* lpsz) const {
         const bool bTakes = !ends(lpsz) && (step.m_pPlan->m_arrChar[charValue(*lpsz)] & rePlan::bitTakes) != 0;
         const char* const lpszNext = bTakes ? lpsz + 1 : NULL;
-        keep(step, lpsz, lpszNext);
+        keepBoth(step, lpsz, lpszNext);
         if (bKeep)
             setInner(step.m_pPlan, lpsz, m_lpszEnding);
         return lpszNext;
@@ -280,10 +301,23 @@ private:
         const ptrdiff_t nTimes = lpsz - lpszBegin;
         const char* const lpszNext = nTimes >= step.m_nMin ? lpsz : NULL;
         m_bMayShorten = m_bMayShorten || (step.m_bMayShorten && nTimes > step.m_nMin);
-        keep(step, lpszBegin, lpszNext);
+        keepBoth(step, lpszBegin, lpszNext);
         if (bKeep && step.m_pPlan->m_nInner > 0)
-            setInnerOfRun(step.m_pPlan, lpszBegin, lpsz, nTimes != step.m_nMax, m_lpszEnding);
+            keepInner(*step.m_pPlan, lpszBegin, lpsz, nTimes != step.m_nMax);
         return lpszNext;
+    }
+    void keepInner(const rePlan& plan, const char* lpszBegin, const char* lpsz, bool bRefused) const {
+        if (!plan.m_bAlike) {
+            setInnerOfRun(&plan, lpszBegin, lpsz, bRefused, m_lpszEnding);
+            return;
+        }
+        // The last position at which the node was applied.
+        const char* const lpszLast = bRefused ? lpsz : lpsz - 1;
+        const reInner* const pTo = plan.m_arrInner + plan.m_nInner;
+        for (const reInner* p = plan.m_arrInner; p < pTo && lpszLast >= lpszBegin; ++p) {
+            p->m_pRE->m_lpszResultBegin = lpszLast;
+            p->m_pRE->m_lpszResultEnd = bRefused ? NULL : lpsz;
+        }
     }
 
     const char* const m_lpszEnding;

@@ -35,6 +35,7 @@ public:
             m_arrWord[i] = ~m_arrWord[i];
     }
     void copyTo(uint32_t (&arr)[8]) const { memcpy(arr, m_arrWord, sizeof(arr)); }
+    bool equals(const uint32_t (&arr)[8]) const { return memcmp(arr, m_arrWord, sizeof(arr)) == 0; }
     // Marks its members in a table of all characters.
     template <class B>
     void markIn(B (&arr)[256], B mark) const {
@@ -353,8 +354,13 @@ private:
             return;
         pPlan->m_arrInner = new (std::nothrow) reInner[static_cast<size_t>(nInner)];
         m_bMemory = m_bMemory && pPlan->m_arrInner != NULL;
-        if (pPlan->m_arrInner != NULL)
-            takenInner(pPlan, p, charSet(true));
+        if (pPlan->m_arrInner == NULL)
+            return;
+        takenInner(pPlan, p, charSet(true));
+        pPlan->m_bAlike = true;
+        for (int i = 0; i < nInner; ++i)
+            pPlan->m_bAlike = pPlan->m_bAlike && charSet(true).equals(pPlan->m_arrInner[i].m_arrReached) &&
+                              traits.setTakes.equals(pPlan->m_arrInner[i].m_arrTaken);
     }
 
     // ---- the descendants of a node that takes one character

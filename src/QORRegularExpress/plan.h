@@ -40,6 +40,7 @@ struct rePlan {
     bool m_bRun;           // each repetition takes one character
     bool m_bAll;           // whichever it is
     bool m_bEach;          // the descendants' results depend on all characters of a run, not only on the last two
+    bool m_bAlike;         // each descendant is applied at every character, and takes those that the node takes
     bool m_bPartial;       // the last character of a run may not reach all descendants, but the one before it does
     bool m_bInnerLook;     // descendants look ahead beyond this node, so no position is skipped
     bool m_bNothingAfter;  // looking ahead always succeeds and leaves no results
@@ -108,6 +109,7 @@ struct reStep {
     int m_nMax;  // of a text: its length
     uint32_t m_nFlags;
     node* m_pRE;
+    node* m_pGroup;  // of a single or a run: the group that contains nothing else, or null
     const rePlan* m_pPlan;
     const char* m_lpszText;
     const reStep* m_pElse;  // of an optional group: its closing step
