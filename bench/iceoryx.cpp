@@ -36,6 +36,7 @@ public:
             abort();
         fprintf(pFile, "[general]\nversion = 1\n[[segment]]\n[[segment.mempool]]\nsize = %d\ncount = 4096\n", maxSize);
         fclose(pFile);
+        fflush(NULL);
         m_id = fork();
         if (m_id == 0) {
             prctl(PR_SET_PDEATHSIG, SIGKILL);
