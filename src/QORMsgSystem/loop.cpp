@@ -118,8 +118,6 @@ UINT chThreadLocal::ProcessPass(int nMaxWait) {
 // The event is reset in the hold that finds nothing unread: a message that is emitted later is signalled later, so no
 // signal is lost that is still needed. From then on, as long as the queue holds no record at all, it need not be
 // locked. A queue with records, among them those that nobody waits for any more, is searched in a hold.
-msgObject* chThreadLocal::TakeMessage() { return TakeMessage(false); }
-
 msgObject* chThreadLocal::TakeMessage(bool bLooksAgain) {
     const bool bKnownEmpty = taskEvent::OfThread().TakeEmpty(*this);
     if (bKnownEmpty && m_pMsgQueue != NULL && hasNoRecord(*m_pMsgQueue, m_idTask))
@@ -130,6 +128,8 @@ msgObject* chThreadLocal::TakeMessage(bool bLooksAgain) {
     return pMessage;
 }
 
+msgObject* chThreadLocal::TakeMessage() { return TakeMessage(false); }
+
 // The queue may have been freed by a process that took this thread for dead, and its memory may be another queue by
 // now: then the process ends instead of reading it.
 chMsgQueue* chThreadLocal::LockedQueue(const segmentHold&) {
@@ -137,8 +137,6 @@ chMsgQueue* chThreadLocal::LockedQueue(const segmentHold&) {
         m_pMsgQueue = NULL;
     return getMsgQueue();
 }
-
-msgObject* chThreadLocal::FinishAndTake(msgObject* pHandled) { return FinishAndTake(pHandled, false); }
 
 // bLooksAgain: the caller, Run(), always looks for messages again before it sleeps.
 msgObject* chThreadLocal::FinishAndTake(msgObject* pHandled, bool bLooksAgain) {
@@ -166,6 +164,8 @@ msgObject* chThreadLocal::FinishAndTake(msgObject* pHandled, bool bLooksAgain) {
         m_pTaskEvent = process().RenewOwnTaskEvent();
     return pMessage;
 }
+
+msgObject* chThreadLocal::FinishAndTake(msgObject* pHandled) { return FinishAndTake(pHandled, false); }
 
 // With nothing to do, the thread stays awake only if a message may come soon. A descriptor for other loops needs the
 // signals.
