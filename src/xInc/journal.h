@@ -52,6 +52,10 @@ void beginSection(int fdSemaphore, const char* lpszName);
 // Before the lock is released: what was changed stays.
 void endSection(int fdSemaphore);
 
+// Whether a section of the segment has not ended yet. A hint, no kernel call: that of a killed thread has not ended,
+// either, until the next one ends.
+bool isInSection(int fdSemaphore);
+
 // In the child of a fork: no thread has a section.
 void forgetSections();
 

@@ -45,8 +45,8 @@ char* fieldOf(char* lpszLine, int nField) {
 }  // namespace
 
 // An emulator answers for the file of its own process itself, and differently; with two slashes it does not recognise
-// the path. The fields of /proc/ID/stat (proc(5)) after the program's name, which may itself hold blanks and brackets: state, 18
-// others, the start time since boot, the size of the memory.
+// the path. The fields of /proc/ID/stat (proc(5)) after the program's name, which may itself hold blanks and brackets:
+// state, 18 others, the start time since boot, the size of the memory.
 bool birthOfProcess(int idProcess, uint32_t& uBirth) {
     const errnoGuard guard;
     char szPath[32], szBoot[64], szStat[1024];

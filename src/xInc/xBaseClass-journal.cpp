@@ -298,12 +298,20 @@ void beginSection(int fdSemaphore, const char* lpszName) {
     recover(*pRow, lpszName, false);
     setOwner(pRow->journal.GetHeader());
     pRow->section.Begin(pRow->journal, pRow->aBegin);
+    putShareWord(pRow->journal.GetHeader().uOpen, 1);
 }
 
 void endSection(int fdSemaphore) {
     openJournalRow* const pRow = findRow(fdSemaphore);
-    if (pRow != NULL && pRow->section.pJournal != NULL)
-        pRow->section.End();
+    if (pRow == NULL || pRow->section.pJournal == NULL)
+        return;
+    pRow->section.End();
+    putShareWord(pRow->journal.GetHeader().uOpen, 0);
+}
+
+bool isInSection(int fdSemaphore) {
+    openJournalRow* const pRow = findRow(fdSemaphore);
+    return pRow != NULL && loadShareWord(pRow->journal.GetHeader().uOpen) != 0;
 }
 
 void forgetSections() {

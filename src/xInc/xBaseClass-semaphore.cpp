@@ -246,6 +246,7 @@ bool assertAboutLock(const char* lpszFormat, const char* lpszKeyFile) {
 }
 
 constexpr int maxAttempt = 30;
+constexpr int maxPause = 2;  // more before each, while the holder is in its section: asking delays its end
 
 // Takes one without sleeping. Sleeping and being woken costs more than most holders need, so a first failure
 // is followed by a few more attempts; a free semaphore is taken by one kernel call. Once others sleep for it, it passes
@@ -259,6 +260,8 @@ bool takeQuickly(int fdSemaphore) {
         if (i > 0 && !hasOtherProcessor())
             return false;
         if (i > 0)
+            pauseProcessor();
+        for (int n = 0; n < maxPause && isInSection(fdSemaphore); ++n)
             pauseProcessor();
         if (stepSemaphore(fdSemaphore, -1, SEM_UNDO | IPC_NOWAIT, nullptr)) {
             if (nPatience < maxAttempt)

@@ -123,6 +123,23 @@ TEST_F(Journal, WhatAReleasedSectionHasStoredStays) {
     EXPECT_EQ(0, m_frame.getObject()->aWord[1]);
 }
 
+// Those who await the lock look at this.
+TEST_F(Journal, ASectionIsMarkedAsOpenUntilItEndsOrTheNextOneDoes) {
+    void* const p = shmat(shmget(ftok(szKeyFile, 'J'), 0, 0), NULL, SHM_RDONLY);
+    ASSERT_NE(reinterpret_cast<void*>(-1), p);
+    const uint32_t& uOpen = static_cast<const journalHeader*>(p)->uOpen;
+    EXPECT_EQ(0u, loadShareWord(uOpen));
+    m_frame.Lock(-1);
+    EXPECT_EQ(1u, loadShareWord(uOpen));
+    m_frame.Unlock();
+    EXPECT_EQ(0u, loadShareWord(uOpen));
+    killIn([](sampleObject&) {});
+    EXPECT_EQ(1u, loadShareWord(uOpen));
+    stateAfterLock();
+    EXPECT_EQ(0u, loadShareWord(uOpen));
+    shmdt(p);
+}
+
 TEST_F(Journal, AnOpenerTakesBackWhatADeadHolderLeft) {
     const std::string strBefore = state();
     killIn([](sampleObject& object) { storeShareWord(object.aWord[7], 7); });
