@@ -27,7 +27,7 @@ public:
     bool run() {
         reState& state = *m_express.m_pState;
         // A group has two steps, and the end has one.
-        m_arrStep = new (std::nothrow) reStep[static_cast<size_t>(2 * state.m_nNodes + 1)]();
+        m_arrStep = new (std::nothrow) reStep[static_cast<size_t>(2 * state.m_nNodes + 1)];
         if (m_arrStep == NULL)
             return false;
         if (m_express.m_bNegative == 0 && addMembers(&m_express)) {

@@ -36,6 +36,7 @@ public:
     }
     void copyTo(uint32_t (&arr)[8]) const { memcpy(arr, m_arrWord, sizeof(arr)); }
     bool equals(const uint32_t (&arr)[8]) const { return memcmp(arr, m_arrWord, sizeof(arr)) == 0; }
+    bool operator==(const charSet& r) const { return equals(r.m_arrWord); }
     // Marks its members in a table of all characters.
     template <class B>
     void markIn(B (&arr)[256], B mark) const {
@@ -348,7 +349,7 @@ private:
     void fillTakes(node* p, const traitsOf& traits) {
         rePlan* pPlan = p->m_pPlan;
         traits.setTakes.markIn(pPlan->m_arrChar, rePlan::bitTakes);
-        pPlan->m_bAll = traits.setTakes.count() == 256;
+        pPlan->m_bAll = traits.setTakes == charSet(true);
         const int nInner = countInner(p);
         if (nInner == 0)
             return;
