@@ -46,8 +46,7 @@ struct journalHeader {
     uint32_t uBirth;  // tells a process from others that have had its id
     uint32_t uFlags;
     uint32_t nEntry;
-    uint32_t
-        uOpen;  // a section has begun and has not ended, unless its thread was killed; for those who await the lock
+    uint32_t uOpen;  // not 0: a section has begun and not ended, or its thread was killed; for those who await the lock
     uint32_t aReserved[6];
 };
 
