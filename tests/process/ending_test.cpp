@@ -1,12 +1,10 @@
 // The end of a process: by a signal that ends a thread's loop, and by a fatal assertion with a hook.
-#include <dirent.h>
 #include <fcntl.h>
 #include <sched.h>
 #include <sys/ipc.h>
 #include <sys/sem.h>
 #include <sys/syscall.h>
 
-#include <fstream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -17,35 +15,17 @@
 #include "support/fatal.h"
 #include "support/message_thread.h"
 #include "support/no_leak_check.h"
+#include "support/task.h"
 
+using qorTest::awaitNoTask;
 using qorTest::childProcess;
 using qorTest::meeting;
 using qorTest::share;
+using qorTest::tasksOfName;
 
 namespace {
 
 // ---- what the kernel knows
-
-std::string statusLine(const std::string& strTask, const std::string& strName) {
-    std::ifstream file("/proc/" + strTask + "/status");
-    for (std::string strLine; std::getline(file, strLine);)
-        if (strLine.compare(0, strName.size(), strName) == 0)
-            return strLine.substr(strName.size() + 1);
-    return "";
-}
-
-// The tasks of this process, "self/task/NUMBER", that have that name.
-std::vector<std::string> tasksOfName(const char* lpszName) {
-    std::vector<std::string> listTask;
-    DIR* pDirectory = opendir("/proc/self/task");
-    while (const dirent* pEntry = readdir(pDirectory)) {
-        const std::string strTask = std::string("self/task/") + pEntry->d_name;
-        if (statusLine(strTask, "Name").find(lpszName) != std::string::npos)
-            listTask.push_back(strTask);
-    }
-    closedir(pDirectory);
-    return listTask;
-}
 
 typedef void (*handler)(int);
 
@@ -251,7 +231,7 @@ TEST(QuitOnSignal, AThreadThatUnregistersGivesTheSignalBackAndLeavesNoHelper) {
             msgUnregistMainThread(hThread);
             EXPECT_EQ(SIG_IGN, actionOf(SIGUSR2));
             EXPECT_EQ(SIG_DFL, actionOf(SIGTERM));
-            EXPECT_EQ(0u, tasksOfName("qor-signal").size());
+            awaitNoTask("qor-signal");
         }
         return testing::Test::HasFailure() ? 1 : 0;
     });
@@ -265,7 +245,7 @@ TEST(QuitOnSignal, AThreadThatEndsWithoutUnregisteringLeavesNoHelper) {
             msgQuitOnSignal(SIGTERM);
         }).join();
         EXPECT_EQ(SIG_DFL, actionOf(SIGTERM));
-        EXPECT_EQ(0u, tasksOfName("qor-signal").size());
+        awaitNoTask("qor-signal");
         return testing::Test::HasFailure() ? 1 : 0;
     });
     EXPECT_EQ(0, process.wait());
@@ -276,7 +256,7 @@ TEST(QuitOnSignal, TheHelperBlocksAllSignals) {
     childProcess process("main", [] {
         HTHREAD hThread = msgRegistMainThread("main", ignoreAll);
         msgQuitOnSignal(SIGTERM);
-        const int idHelper = atoi(tasksOfName("qor-signal").at(0).substr(strlen("self/task/")).c_str());
+        const int idHelper = tasksOfName("qor-signal").at(0);
         for (int nSignal = 1; nSignal <= SIGRTMAX; ++nSignal) {
             const bool bReserved = nSignal >= 32 && nSignal < SIGRTMIN;  // by the C library
             if (nSignal != SIGKILL && nSignal != SIGSTOP && !bReserved)
@@ -296,7 +276,7 @@ TEST(QuitOnSignal, AChildOfAForkHasTheFormerActionAndMayAskItself) {
         HTHREAD hThread = msgRegistMainThread("parent", ignoreAll);
         msgQuitOnSignal(SIGTERM);
         EXPECT_EQ(-SIGTERM, childProcess("ended", [] {
-                                EXPECT_EQ(0u, tasksOfName("qor-signal").size());
+                                awaitNoTask("qor-signal");
                                 kill(getpid(), SIGTERM);
                                 return 1;
                             }).wait());

@@ -7,14 +7,12 @@
 #include "../../examples/loops/main.cpp"
 #undef main
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/resource.h>
 #include <sys/sem.h>
 
 #include <atomic>
-#include <fstream>
 #include <string>
 #include <thread>
 
@@ -25,12 +23,15 @@
 #include "support/message_thread.h"
 #include "support/scale.h"
 #include "support/system_call.h"
+#include "support/task.h"
 
 using namespace QOR_MsgQueueHelper;
+using qorTest::awaitNoTask;
 using qorTest::childProcess;
 using qorTest::currentThread;
 using qorTest::meeting;
 using qorTest::messageThread;
+using qorTest::tasksOfName;
 
 namespace {
 std::atomic<bool> g_bLooks{false};
@@ -52,18 +53,6 @@ bool isReadable(int fd, int nTimeout = 0) {
     return poll(&look, 1, nTimeout) == 1;
 }
 void awaitReadable(int fd) { ASSERT_TRUE(isReadable(fd, -1)); }
-
-int tasksOfName(const char* lpszName) {
-    int nTasks = 0;
-    DIR* pDirectory = opendir("/proc/self/task");
-    while (const dirent* pEntry = readdir(pDirectory)) {
-        std::ifstream file(std::string("/proc/self/task/") + pEntry->d_name + "/comm");
-        std::string strName;
-        nTasks += std::getline(file, strName) && strName == lpszName;
-    }
-    closedir(pDirectory);
-    return nTasks;
-}
 
 // Runs the test in a process of its own, whose failures count.
 void inChild(const std::function<void()>& fnRun) {
@@ -427,9 +416,9 @@ TEST_F(PollFd, AnEventThatWasRemovedFromTheDeviceIsMadeAnew) {
 TEST_F(PollFd, IsGoneInAChildOfAFork) {
     inChild([this] {
         EXPECT_EQ(-1, fcntl(m_fd, F_GETFD));
-        EXPECT_EQ(0, tasksOfName("qor-poll"));
+        awaitNoTask("qor-poll");
     });
-    EXPECT_EQ(1, tasksOfName("qor-poll"));
+    EXPECT_EQ(1u, tasksOfName("qor-poll").size());
     post(0x100);
     awaitReadable(m_fd);
     EXPECT_EQ(1, msgProcessPending(10));
@@ -439,10 +428,10 @@ TEST(PollFdEnd, GoesWithTheRegistrationOrTheThread) {
     inChild([] {
         HTHREAD hThread = msgRegistMainThread("main", [](simpMSG*) { return -1; });
         const int fd = msgGetPollFd();
-        EXPECT_EQ(1, tasksOfName("qor-poll"));
+        EXPECT_EQ(1u, tasksOfName("qor-poll").size());
         msgUnregistMainThread(hThread);
         EXPECT_EQ(-1, fcntl(fd, F_GETFD));
-        EXPECT_EQ(0, tasksOfName("qor-poll"));
+        awaitNoTask("qor-poll");
         int fdLost = -1;
         std::thread([&fdLost] {
             msgRegistWorkThread("lost", [](simpMSG*) { return -1; });
@@ -451,8 +440,8 @@ TEST(PollFdEnd, GoesWithTheRegistrationOrTheThread) {
             EXPECT_TRUE(msgWatchDescriptor(fdLost, POLLIN, 0x100));
         }).join();
         EXPECT_EQ(-1, fcntl(fdLost, F_GETFD));
-        EXPECT_EQ(0, tasksOfName("qor-poll"));
-        EXPECT_EQ(0, tasksOfName("qor-watch"));
+        awaitNoTask("qor-poll");
+        awaitNoTask("qor-watch");
     });
 }
 
@@ -483,7 +472,7 @@ TEST(PollFdEnd, AHandlerMayUnregisterItsThread) {
         msgPostMsgToThread(s_hThread, 0x100, 0, 0);
         EXPECT_EQ(-1, msgProcessPending(10));
         EXPECT_EQ(-1, fcntl(fd, F_GETFD));
-        EXPECT_EQ(0, tasksOfName("qor-poll"));
+        awaitNoTask("qor-poll");
     });
 }
 
@@ -649,8 +638,8 @@ TEST_F(Watch, ADescriptorThatCannotBeWatchedIsRefused) {
 
 TEST_F(Watch, TheHelperIsGoneInAChildOfAFork) {
     EXPECT_TRUE(msgWatchDescriptor(m_afd[0], POLLIN, msgReady));
-    inChild([] { EXPECT_EQ(0, tasksOfName("qor-watch")); });
-    EXPECT_EQ(1, tasksOfName("qor-watch"));
+    inChild([] { awaitNoTask("qor-watch"); });
+    EXPECT_EQ(1u, tasksOfName("qor-watch").size());
     putByte();
     EXPECT_EQ(POLLIN, nextEvents());
 }
