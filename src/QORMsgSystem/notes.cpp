@@ -1,5 +1,6 @@
 #include "QORMsgSystem/notes.h"
 
+#include "internal/journal.h"
 #include "internal/share.h"
 #include "qor/ChainHelper/ShareWord.h"
 #include "qor/MiscHelper.h"
@@ -11,6 +12,8 @@ using QOR_MiscHelper::qorGetCurrentTaskId;
 namespace QOR_MsgQueueHelper {
 
 namespace {
+
+static_assert(sizeof(shareNotes) + sizeof(awakeNotes) <= shareJournal::sizeNotes, "room for notes");
 
 shareNotes* notes() { return static_cast<shareNotes*>(share().GetNotes()); }
 
