@@ -31,6 +31,13 @@ constexpr int maxWait = 5000;
 // How often to try again while other processes exchange the files.
 constexpr int maxTries = 20;
 
+// How often to begin a save anew, because another one has come between. A slow process loses to a fast one many times
+// in a row.
+constexpr int maxBegins = 500;
+
+// How often a document must be found missing.
+constexpr int missingRounds = 5;
+
 // Bytes in one write.
 constexpr size_t streamBuffer = 16384;
 
@@ -102,9 +109,13 @@ bool mayExist(const std::string& strPath) {
     return !lookThrough(strPath.c_str(), state) || state.eKind != kindNone;
 }
 
-// Called after nothing was found at the name: a saver may have been between its renames then, or is now.
+// Called after nothing was found at the name: a saver may have been between its renames then, or is now. Between the
+// two looks of a round one saver may end and another one begin; each further round would have to meet two more of them.
 bool isMissingEverywhere(const savedName& name) {
-    return presenceOf(name.strOld) == presence::missing && !mayExist(name.strName);
+    for (int i = 0; i < missingRounds; ++i)
+        if (presenceOf(name.strOld) != presence::missing || mayExist(name.strName))
+            return false;
+    return true;
 }
 
 // ---- low-level operations
@@ -358,7 +369,7 @@ attempt tryToBegin(const savedName& name, fileLock& lock) {
 }
 
 bool beginNew(const savedName& name, fileLock& lock) {
-    for (int i = 0; i < maxTries; ++i) {
+    for (int i = 0; i < maxBegins; ++i) {
         const attempt eAttempt = tryToBegin(name, lock);
         if (eAttempt == attempt::done)
             return true;

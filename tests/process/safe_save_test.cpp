@@ -497,6 +497,21 @@ TEST_F(SafeSave, ALoadThatMeetsASaverBetweenItsRenamesFindsTheDocument) {
     EXPECT_EQ((fileMap{{"", s_strNew}}), files());
 }
 
+// One of them ends after the look at the name, and the other one begins after that at the .old.
+TEST_F(SafeSave, ALoadThatMeetsTwoSaversOneAfterTheOtherFindsTheDocument) {
+    const fileMap betweenRenames = {{".old", s_strOld}, {".new", s_strNew}};
+    set(betweenRenames);
+    int nLooksAtName = 0, nLooksAtOld = 0;
+    s_plan.fnAfterLook = [&](const std::string& strPath) {
+        if (strPath == m_strName && ++nLooksAtName == 1)
+            set({{"", s_strOld}});
+        if (strPath == m_strName + ".old" && ++nLooksAtOld == 2)
+            set(betweenRenames);
+    };
+    EXPECT_TRUE(hasSavedFile(m_strName.c_str()));
+    EXPECT_LT(2, nLooksAtOld);
+}
+
 TEST_F(SafeSave, SaversAndLoadersOfOneDocumentMeetWithoutLoss) {
     set({{"", s_strOld}});
     const auto fnSaver = [&](const std::string& strText) {

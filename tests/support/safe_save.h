@@ -37,8 +37,9 @@ struct cutPlan {
     uid_t idOwner = 12345;
     int nCalls = 0;
     std::string strCalls;
-    std::function<void()> fnBeforeRead;  // runs once, when a file is about to be opened for reading
-    std::function<void()> fnWhenBusy;    // runs once, when a lock is held by somebody else
+    std::function<void()> fnBeforeRead;                   // runs once, when a file is about to be opened for reading
+    std::function<void()> fnWhenBusy;                     // runs once, when a lock is held by somebody else
+    std::function<void(const std::string&)> fnAfterLook;  // runs after each look at a path, and makes none that count
 };
 cutPlan s_plan;
 bool s_bCounting = false;
@@ -64,8 +65,16 @@ bool cut(const char* lpszCall) {
     return bFail;
 }
 
-// What fstat() and lstat() report of a file.
+// What stat() and lstat() report of a file.
 int seen(int nResult, const char* lpszPath, struct stat* pState) {
+    if (s_plan.fnAfterLook) {
+        const int nError = errno;
+        std::function<void(const std::string&)> fnAfter;
+        fnAfter.swap(s_plan.fnAfterLook);
+        fnAfter(lpszPath);
+        fnAfter.swap(s_plan.fnAfterLook);
+        errno = nError;
+    }
     if (nResult == 0 && s_plan.strOwned == lpszPath)
         pState->st_uid = s_plan.idOwner;
     return nResult;
