@@ -28,12 +28,9 @@ namespace {
 // How long to wait for another saver, in milliseconds, before its save is overtaken.
 constexpr int maxWait = 5000;
 
-// How often to try again while other processes exchange the files.
-constexpr int maxTries = 20;
-
-// How often to begin a save anew, because another one has come between. A slow process loses to a fast one many times
-// in a row.
-constexpr int maxBegins = 500;
+// How often to try again while other processes exchange the files. A slow process loses to a fast one many times in a
+// row.
+constexpr int maxTries = 500;
 
 // How often a document must be found missing.
 constexpr int missingRounds = 5;
@@ -369,7 +366,7 @@ attempt tryToBegin(const savedName& name, fileLock& lock) {
 }
 
 bool beginNew(const savedName& name, fileLock& lock) {
-    for (int i = 0; i < maxBegins; ++i) {
+    for (int i = 0; i < maxTries; ++i) {
         const attempt eAttempt = tryToBegin(name, lock);
         if (eAttempt == attempt::done)
             return true;

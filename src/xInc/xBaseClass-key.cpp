@@ -165,8 +165,8 @@ bool lockOrFail(fileLock& lock, const char* lpszPath) {
     return lock.lockFor(maxWait) || (errno == EWOULDBLOCK && failLocked(lock, lpszPath));
 }
 
-// Makes the key file, which is missing, in a directory that is held locked. arrOther receives the
-// plain names that have key files already.
+// Makes the key file, which is missing, in a directory that is held locked. arrOther receives the plain names that have
+// key files already.
 bool makeKeyFile(const char* lpszPath, const std::string& strDirectory, int fdDirectory,
                  std::vector<std::string>& arrOther) {
     removeStaleFiles(fdDirectory);

@@ -189,6 +189,8 @@ TEST(IdlePass, FindsMessagesBesideARecordThatNobodyWaitsFor) {
 
 // ---- posts to a thread that is awake
 
+class slowThread;
+
 // Threads of this process in whose handlers a test waits.
 class Wake : public testing::Test {
 protected:
@@ -202,6 +204,7 @@ protected:
     }
     // Until the watched event has been waited for again since nWaits was read: its thread sleeps, or is about to.
     static void awaitSleepAfter(int nWaits) { await(s_nWaits, nWaits + 1); }
+    static void beginTickAsleep(slowThread& slow);
     static void await(const std::atomic<int>& nValue, int nTarget) {
         while (nValue < nTarget)
             usleep(200);
@@ -401,6 +404,14 @@ TEST_F(Wake, APosterThatIsKilledLeavesTheOthersWoken) {
 
 // ---- before a thread sleeps
 
+// The thread sleeps, and a new tick of the standing clock has begun.
+void Wake::beginTickAsleep(slowThread& slow) {
+    watchEvent(slow.thread());
+    EXPECT_TRUE(chThreadRemote("slow").PostThreadMsg(0x101, 0, 0));
+    awaitSleepAfter(0);
+    ++s_nTick;
+}
+
 // Posts nCount messages, each when the thread sleeps; how often it has let others run before it went to sleep again.
 int yieldsOfSleeps(slowThread& slow, int nCount) {
     const int nBefore = s_nYields;
@@ -416,10 +427,7 @@ int yieldsOfSleeps(slowThread& slow, int nCount) {
 TEST_F(Wake, AThreadThatFallsAsleepOftenLetsOthersRunBefore) {
     s_bClockStands = true;
     slowThread slow("slow");
-    watchEvent(slow.thread());
-    EXPECT_TRUE(chThreadRemote("slow").PostThreadMsg(0x101, 0, 0));
-    awaitSleepAfter(0);
-    ++s_nTick;
+    beginTickAsleep(slow);
     EXPECT_EQ(0, yieldsOfSleeps(slow, 3));
     EXPECT_EQ(4, yieldsOfSleeps(slow, 4));
     EXPECT_EQ(0, yieldsOfSleeps(slow, 4)) << "they were in vain";
@@ -431,10 +439,7 @@ TEST_F(Wake, AThreadThatFallsAsleepOftenLetsOthersRunBefore) {
 TEST_F(Wake, AMessageThatComesWhileOthersRunIsTakenWithoutASignalAndASleep) {
     s_bClockStands = true;
     slowThread slow("slow");
-    watchEvent(slow.thread());
-    EXPECT_TRUE(chThreadRemote("slow").PostThreadMsg(0x101, 0, 0));
-    awaitSleepAfter(0);
-    ++s_nTick;
+    beginTickAsleep(slow);
     yieldsOfSleeps(slow, 3);
     int nPosts = 20;
     s_fnInYield = [&nPosts] {
@@ -497,10 +502,7 @@ TEST_F(Wake, ARoundTripWithAThreadThatIsAwakeMakesFiveSemaphoreCallsOnEachSide) 
 TEST_F(Wake, AThreadThatGetsTheProcessorBackLateDoesNotGiveItAwayForAWhile) {
     s_bClockStands = true;
     slowThread slow("slow");
-    watchEvent(slow.thread());
-    EXPECT_TRUE(chThreadRemote("slow").PostThreadMsg(0x101, 0, 0));
-    awaitSleepAfter(0);
-    ++s_nTick;
+    beginTickAsleep(slow);
     s_nTimeOfYield = 1000;
     EXPECT_EQ(1, yieldsOfSleeps(slow, 4));
     s_nMicrosecond += 99999;
