@@ -13,9 +13,8 @@
 /// Free neighbours are merged when a search meets them, not when they are freed.
 ///
 /// Exhaustion is a fatal assertion, never a null result; only try_alloc() returns null. Nothing here locks. In a framed
-/// segment
-/// (`BaseHelper/Share.h`) an operation whose process is killed has not happened. A damaged pool is the fatal assertion
-/// "broken share pool".
+/// segment (`BaseHelper/Share.h`) an operation whose process is killed has not happened. A damaged pool is the fatal
+/// assertion "broken share pool".
 ///
 /// @code
 /// struct area { QOR_AllocHelper::baseStaticPoolAlloc pool; alignas(4) char aPool[1024]; } a;

@@ -1,5 +1,6 @@
 // Calendar time. Fields come in as local time and go out in UTC, which users rely on; the broken-down time never
 // passes through the C library's shared buffer, so threads do not see each other's.
+#include <limits.h>
 #include <stdio.h>
 #include <string.h>
 
@@ -113,7 +114,7 @@ struct tm* chTime::GetLocalTm(struct tm* pTime) const {
 
 int chTime::GetYear() const {
     struct tm tmFields;
-    return GetLocalTm(&tmFields) != NULL ? tmFields.tm_year + 1900 : 0;
+    return GetLocalTm(&tmFields) != NULL && tmFields.tm_year <= INT_MAX - 1900 ? tmFields.tm_year + 1900 : 0;
 }
 
 int chTime::GetMonth() const {

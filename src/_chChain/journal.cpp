@@ -203,7 +203,7 @@ inline void shareSection::Log(uint32_t uOffset, uint32_t uOld, uint32_t uNew, jo
 }
 
 inline void shareSection::LogStore(const void* pWord, uint32_t uOffset, uint32_t uNew) {
-    if (isNew(pWord))
+    if (isNew(uOffset))
         return;
     const uint32_t uOld = loadShareWord(*static_cast<const uint32_t*>(pWord));
     if (uOld != uNew)
@@ -221,22 +221,23 @@ void shareSection::LogOnce(uint32_t uOffset, uint32_t uOld, uint32_t uNew, journ
 }
 
 // Of a free cell the links are logged, of what the section has freed every word.
-void shareSection::AddBlock(uintptr_t uBlock, uint32_t uOffset, uint32_t uSize) {
-    const uint32_t uLogged = mayHaveFreed(uBlock, uSize) ? uSize : sizeof(list_chain_offset);
+void shareSection::AddBlock(const void* pBlock, uint32_t uOffset, uint32_t uSize) {
+    const uint32_t uLogged = mayHaveFreed(uOffset, uSize) ? uSize : sizeof(list_chain_offset);
+    const uint32_t* const pWord = static_cast<const uint32_t*>(pBlock);
     for (uint32_t u = 0; u < uLogged; u += 4)
-        Log(uOffset + u, loadShareWord(*reinterpret_cast<const uint32_t*>(uBlock + u)), 0, kindSaved);
+        Log(uOffset + u, loadShareWord(pWord[u / 4]), 0, kindSaved);
     if (pLogged == NULL)
         pJournal->Append(uOffset | kindBlock, 0, uSize);
     if (pCheck != NULL)
         pCheck->AddBlock(uOffset, uSize);
     aBlock[1] = aBlock[0];
-    aBlock[0] = {uBlock, uSize};
+    aBlock[0] = {uOffset, uSize};
 }
 
-void shareSection::AddFreed(uintptr_t uBegin, uint32_t uSize) {
-    const uintptr_t uEnd = std::max(uBegin + uSize, hullFreed.uBegin + hullFreed.uSize);
-    hullFreed.uBegin = hullFreed.uSize == 0 ? uBegin : std::min(uBegin, hullFreed.uBegin);
-    hullFreed.uSize = uEnd - hullFreed.uBegin;
+void shareSection::AddFreed(uint32_t uOffset, uint32_t uSize) {
+    const uint32_t uEnd = std::max(uOffset + uSize, hullFreed.uOffset + hullFreed.uSize);
+    hullFreed.uOffset = hullFreed.uSize == 0 ? uOffset : std::min(uOffset, hullFreed.uOffset);
+    hullFreed.uSize = uEnd - hullFreed.uOffset;
 }
 
 namespace {
@@ -279,13 +280,13 @@ void storeShareBytes(void* pTo, const void* pFrom, size_t nSize) {
 void noteShareAlloc(const list_chain_offset* pLink, uint32_t nSize) {
     uint32_t uOffset;
     if (shareSection* const pSection = shareSection::ofThread(pLink, uOffset))
-        pSection->AddBlock(reinterpret_cast<uintptr_t>(pLink), uOffset, nSize);
+        pSection->AddBlock(pLink, uOffset, nSize);
 }
 
 void noteShareFree(const void* pCell, uint32_t nSize) {
     uint32_t uOffset;
     if (shareSection* const pSection = shareSection::ofThread(pCell, uOffset))
-        pSection->AddFreed(reinterpret_cast<uintptr_t>(pCell), nSize);
+        pSection->AddFreed(uOffset, nSize);
 }
 
 }  // namespace QOR_ChainHelper

@@ -38,6 +38,10 @@ public:
         return p;
     }
 
+    // What the heap aligns its blocks to. Some allocators align smaller blocks to less; so nobody may ask for them
+    // whose blocks may also be those of an arena.
+    static constexpr size_t leastOfHeap = 2 * sizeof(void*);
+
     // Whether a block, which may also be one of the heap, was allocated by an arena.
     static bool owns(const void* p) { return reinterpret_cast<uintptr_t>(p) % alignment != 0; }
     // Frees a block of any arena.
@@ -76,7 +80,7 @@ public:
 private:
     typedef std::atomic<uint32_t> page;  // counts the live blocks and those that can still be allocated
 
-    static constexpr size_t alignment = 2 * sizeof(void*);  // the heap aligns its blocks to it
+    static constexpr size_t alignment = leastOfHeap;
     static constexpr size_t alignPage = 4096;
     static constexpr size_t sizePage = alignPage - sizeof(void*);  // the rest is for the heap's own header
     static constexpr size_t maxSize = alignPage / 4;               // a larger block would waste too much of a page

@@ -159,9 +159,10 @@ constexpr int maxMapping = 8;
 
 // A plain record without constructor, since it lies in the thread's storage.
 struct shareSection {
+    // A part of the segment, by its offset: the same through all mappings.
     struct block {
-        uintptr_t uBegin;
-        uintptr_t uSize;
+        uint32_t uOffset;
+        uint32_t uSize;
     };
 
     shareSection* pOuter;
@@ -175,9 +176,8 @@ struct shareSection {
     sectionCheck* pCheck;                  // checking builds: null if this section is not checked
 
     void* segment() const { return reinterpret_cast<void*>(uFirst); }
-    bool isNew(const void* pWord) const {
-        const uintptr_t u = reinterpret_cast<uintptr_t>(pWord);
-        return u - aBlock[0].uBegin < aBlock[0].uSize || u - aBlock[1].uBegin < aBlock[1].uSize;
+    bool isNew(uint32_t uOffset) const {
+        return uOffset - aBlock[0].uOffset < aBlock[0].uSize || uOffset - aBlock[1].uOffset < aBlock[1].uSize;
     }
 
     // The section in which the calling thread may change the word; null: none.
@@ -193,12 +193,12 @@ struct shareSection {
     void Log(uint32_t uOffset, uint32_t uOld, uint32_t uNew, journalKind kind);
     // Once the section is long: each word only once.
     void LogOnce(uint32_t uOffset, uint32_t uOld, uint32_t uNew, journalKind kind);
-    // Makes every word of the block free to be changed without an entry.
-    void AddBlock(uintptr_t uBegin, uint32_t uOffset, uint32_t uSize);
-    void AddFreed(uintptr_t uBegin, uint32_t uSize);
+    // Makes every word of the block at pBlock free to be changed without an entry.
+    void AddBlock(const void* pBlock, uint32_t uOffset, uint32_t uSize);
+    void AddFreed(uint32_t uOffset, uint32_t uSize);
     // Whether the section has freed a part of the range, or may have.
-    bool mayHaveFreed(uintptr_t uBegin, uint32_t uSize) const {
-        return uBegin < hullFreed.uBegin + hullFreed.uSize && hullFreed.uBegin < uBegin + uSize;
+    bool mayHaveFreed(uint32_t uOffset, uint32_t uSize) const {
+        return uOffset < hullFreed.uOffset + hullFreed.uSize && hullFreed.uOffset < uOffset + uSize;
     }
 };
 

@@ -13,12 +13,10 @@
 //     clear(lock);
 //
 // The contract of a hold:
-// - What needs the lock takes a hold as an argument and reaches the segment through it. Nobody stores a hold, returns
-// it
-//   or passes it to another thread: it is valid until the lock object goes out of scope.
+// - What needs the lock takes a hold as an argument and reaches the segment through it. Nobody stores a hold,
+//   returns it or passes it to another thread: it is valid until the lock object goes out of scope.
 // - With a hold, nothing is called that takes the same lock (fatal at once) or can block. Tracing and waking threads
-// are
-//   left until the lock is released, wherever possible.
+//   are left until the lock is released, wherever possible.
 // - From before the lock is taken until after it is released the thread is not cancelled (segments locked by chMutex).
 // - Locking costs one kernel call without contention, and so does unlocking; a hold costs none.
 #ifndef QOR_INTERNAL_SCOPE_LOCK_H

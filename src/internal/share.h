@@ -24,14 +24,20 @@ protected:
     using shareHold::shareHold;
 };
 
+// A base of the locks below, which ends after they have released the segment: traces what was swept to make room.
+class sweepReport {
+protected:
+    ~sweepReport();
+};
+
 // The segment's lock for a scope.
-class segmentLock : public scopeShareLock<chSystemShareFrame, segmentHold> {
+class segmentLock : private sweepReport, public scopeShareLock<chSystemShareFrame, segmentHold> {
 public:
     segmentLock() : scopeShareLock(share()) {}
 };
 
 // The same with a time-out.
-class timedSegmentLock : public timedShareLock<chSystemShareFrame, segmentHold> {
+class timedSegmentLock : private sweepReport, public timedShareLock<chSystemShareFrame, segmentHold> {
 public:
     explicit timedSegmentLock(int nTimeout) : timedShareLock(share(), nTimeout) {}
 };

@@ -6,7 +6,8 @@
 //
 // Invariants:
 // - A segment that processes use has its journal: two journals of one segment would undo each other's sections.
-// - A row of the table is changed only by the holder of the segment's lock; readers take no lock.
+// - A row of the table is changed only by the holder of the segment's lock; readers take no lock. Who reads a journal
+//   without the lock is counted in its row, and the journal is not unmapped before that is over.
 #ifndef QOR_XINC_JOURNAL_H
 #define QOR_XINC_JOURNAL_H
 

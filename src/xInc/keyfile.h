@@ -6,13 +6,12 @@
 // - A process creates or removes a kernel object of a key file only while it holds the file's lock, and after it has
 //   checked that the path still names the locked file. The kernel drops the lock of a process that dies.
 // - Nobody waits without limit for a lock that somebody else's program may hold, and nobody goes on without one: after
-// 10 s
-//   the call fails with an assertion that names the file and its holder.
+//   10 s the call fails with an assertion that names the file and its holder.
 // - A kernel object is looked up without a lock: it belongs to the key file if the path has the same key afterwards,
-// since
-//   the keys of living objects and of key files are unique at every instant.
+//   since the keys of living objects and of key files are unique at every instant.
 // - Creators of key files are serialised by a lock on the directory "/tmp", then on the file's directory; so
 //   whatever lies there under a creator's private name belongs to a dead creator.
+//
 // Lock order: "/tmp", the file's directory. The lock of a key file is never held while those are taken.
 #ifndef QOR_XINC_KEYFILE_H
 #define QOR_XINC_KEYFILE_H

@@ -6,6 +6,7 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -99,14 +100,16 @@ int openDirectory(const char* lpszPath) { return openRetried(lpszPath, O_RDONLY 
 std::vector<std::string> listNames(int fdDirectory, const char* lpszPrefix) {
     std::vector<std::string> arrName;
     const size_t nPrefix = strlen(lpszPrefix);
-    alignas(long long) char aBuffer[4096];  // the stack of a thread may be small
+    // Each call costs as much as many entries. The stack of a thread may be too small for the buffer.
+    constexpr size_t sizeBuffer = 16384;
+    const std::unique_ptr<char[]> pBuffer(new char[sizeBuffer]);
     lseek(fdDirectory, 0, SEEK_SET);
     for (;;) {
-        const long nRead = syscall(SYS_getdents64, fdDirectory, aBuffer, sizeof(aBuffer));
+        const long nRead = syscall(SYS_getdents64, fdDirectory, pBuffer.get(), sizeBuffer);
         if (nRead <= 0)
             return arrName;
         for (long i = 0; i < nRead;) {
-            const directoryEntry* const pEntry = reinterpret_cast<const directoryEntry*>(aBuffer + i);
+            const directoryEntry* const pEntry = reinterpret_cast<const directoryEntry*>(pBuffer.get() + i);
             if (strncmp(pEntry->szName, lpszPrefix, nPrefix) == 0)
                 arrName.push_back(pEntry->szName);
             i += pEntry->uLength;

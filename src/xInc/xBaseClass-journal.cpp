@@ -13,6 +13,7 @@
 #include <string>
 
 #include "internal/journal.h"
+#include "qor/BaseHelper/Share.h"
 #include "qor/MiscHelper.h"
 #include "xInc/keyfile.h"
 #include "xInc/platform.h"
@@ -31,9 +32,10 @@ namespace {
 // ---- the table
 
 struct openJournalRow {
-    static constexpr int filling = -1;
+    static constexpr int filling = -1;  // or being closed
 
-    std::atomic<int> nGuard;  // the semaphore's id and 1; 0: a free row
+    std::atomic<int> nGuard;    // the semaphore's id and 1; 0: a free row
+    std::atomic<int> nLooking;  // threads that look at the journal without the lock: it stays mapped meanwhile
     std::atomic<uintptr_t> aBegin[maxMapping + 1];
     shareJournal journal;
     shareSection section;  // of the thread that holds the lock
@@ -102,15 +104,17 @@ void* failJournal(const char* lpszName) {
     return NULL;
 }
 
-bool isInUse(int idSegment) {
+// Who is attached to a segment that was never constructed only looks at it, as those do who search for a second device.
+bool isInUse(const journaledSegment& segment) {
     shmid_ds state;
-    return shmctl(idSegment, IPC_STAT, &state) == 0 && state.shm_nattch > 1;
+    return static_cast<const ipcObjectHeader*>(segment.pData)->IsInit() &&
+           shmctl(static_cast<int>(segment.idSegment), IPC_STAT, &state) == 0 && state.shm_nattch > 1;
 }
 
 void* attachJournal(const journaledSegment& segment, key_t key, const deviceRights& rights) {
     const size_t nSize = shareJournal::sizeFor(segment.uSize) + shareJournal::sizeNotes;
     const bool bThere = isLiveSegment(key);
-    if (!bThere && isInUse(static_cast<int>(segment.idSegment))) {
+    if (!bThere && isInUse(segment)) {
         reportJournal("the journal of [%s] is missing while processes use the segment", segment.lpszName);
         return NULL;
     }
@@ -165,7 +169,6 @@ bool bindHeader(const shareJournal& journal, const journaledSegment& segment) {
     }
     storeShareWord(header.uVersion, journalHeader::version);
     storeShareWord(header.uSize, segment.uSize);
-    storeShareWord(header.idSegment, segment.idSegment);
     storeShareWord(header.uMagic, journalHeader::magic);
     return true;
 }
@@ -238,6 +241,8 @@ bool openRow(const journaledSegment& segment, void* pMemory) {
     pRow->bFile = segment.bFile;
     addMapping(*pRow, segment.pData);
     recover(*pRow, segment.lpszName, bCopy);
+    // Not before: until it is taken back, a copy has to be known as one.
+    storeShareWord(journal.GetHeader().idSegment, segment.idSegment);
     pRow->nGuard.store(segment.fdSemaphore + 1, std::memory_order_release);
     return true;
 }
@@ -273,6 +278,10 @@ void closeJournal(int fdSemaphore, const void* pData) {
     }
     endSection(fdSemaphore);
     removeMapping(*pRow, pData);
+    pRow->nGuard.store(openJournalRow::filling);
+    // They do not wait for anything, but one that has a lower priority may need the processor.
+    while (pRow->nLooking.load() != 0)
+        QOR_MiscHelper::qorSwitchToThread();
     unmapJournal(*pRow);
     pRow->nGuard.store(0, std::memory_order_release);
 }
@@ -311,13 +320,21 @@ void endSection(int fdSemaphore) {
 
 bool isInSection(int fdSemaphore) {
     openJournalRow* const pRow = findRow(fdSemaphore);
-    return pRow != NULL && loadShareWord(pRow->journal.GetHeader().uOpen) != 0;
+    if (pRow == NULL)
+        return false;
+    // A thread that closes the journal either sees this one, or has closed the row before it is looked at again.
+    pRow->nLooking.fetch_add(1);
+    const bool bOpen = pRow->nGuard.load() == fdSemaphore + 1 && loadShareWord(pRow->journal.GetHeader().uOpen) != 0;
+    pRow->nLooking.fetch_sub(1);
+    return bOpen;
 }
 
 void forgetSections() {
     t_pShareSection = NULL;
-    for (openJournalRow& row : s_arrRow)
+    for (openJournalRow& row : s_arrRow) {
         row.section.pJournal = NULL;
+        row.nLooking.store(0, std::memory_order_relaxed);
+    }
     s_self.idProcess.store(0, std::memory_order_relaxed);
 }
 

@@ -245,6 +245,23 @@ bool assertAboutLock(const char* lpszFormat, const char* lpszKeyFile) {
     return QOR_ASSERT_TEXT(FALSE, szText);
 }
 
+bool mayHoldAnother() {
+    return QOR_ASSERT_TEXT(t_held.nCount < heldSegments::maxHeld, "nHeldSegments < maxHeldSegments");
+}
+
+// The calling thread has taken the lock of a segment.
+void enterSegment(chMutex* pMutex, int fdSemaphore, const char* lpszKeyFile, int nCancel) {
+    t_held.add(pMutex, fdSemaphore, nCancel);
+    beginSection(fdSemaphore, lpszKeyFile);
+}
+
+// After a mutex was taken: another thread may have opened the segment that it guards during the wait. True.
+bool enterIfOpened(chMutex* pMutex, int fdSemaphore, const char* lpszKeyFile) {
+    if (hasJournal(fdSemaphore) && mayHoldAnother())
+        enterSegment(pMutex, fdSemaphore, lpszKeyFile, disableCancel());
+    return true;
+}
+
 constexpr int maxAttempt = 30;
 constexpr int maxPause = 2;  // more before each, while the holder is in its section: asking delays its end
 
@@ -452,11 +469,14 @@ BOOL chMutex::TakeMutex(int nTimeout, lockReport report) {
 
 // A mutex on the semaphore of a segment locks the segment, whatever object it is.
 BOOL chMutex::Lock(int nTimeout) {
-    return hasJournal(m_fdSemaphore) ? LockSegment(nTimeout, tellAll) : TakeMutex(nTimeout, tellAll);
+    return hasJournal(m_fdSemaphore) ? LockSegment(nTimeout, tellAll)
+                                     : TakeMutex(nTimeout, tellAll) && enterIfOpened(this, m_fdSemaphore, m_strKeyFile);
 }
 
 BOOL chMutex::LockFor(int nTimeout) {
-    return hasJournal(m_fdSemaphore) ? LockSegment(nTimeout, tellRemoval) : TakeMutex(nTimeout, tellRemoval);
+    return hasJournal(m_fdSemaphore)
+               ? LockSegment(nTimeout, tellRemoval)
+               : TakeMutex(nTimeout, tellRemoval) && enterIfOpened(this, m_fdSemaphore, m_strKeyFile);
 }
 
 void chMutex::Unlock() {
@@ -482,12 +502,11 @@ void chMutex::fork_reset() {
 }
 
 BOOL chMutex::LockSegment(int nTimeout, lockReport report) {
-    if (!QOR_ASSERT_TEXT(t_held.nCount < heldSegments::maxHeld, "nHeldSegments < maxHeldSegments"))
+    if (!mayHoldAnother())
         return FALSE;
     const int nCancel = disableCancel();
     if (TakeMutex(nTimeout, report)) {
-        t_held.add(this, m_fdSemaphore, nCancel);
-        beginSection(m_fdSemaphore, m_strKeyFile);
+        enterSegment(this, m_fdSemaphore, m_strKeyFile, nCancel);
         return TRUE;
     }
     const QOR_Platform::errnoGuard guard;

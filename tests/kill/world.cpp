@@ -140,10 +140,13 @@ bool isHeapAddress(uint32_t uWord) {
     return sizeof(void*) == 4 && uWord > uEnd - sizeNear && uWord < uEnd + sizeNear;
 }
 
+// A task is told by its id; in the flag of a section whose monitors it notifies, by the negative id.
 bool isSameTask(uint32_t uThen, uint32_t uNow, const taskPairs& pairs) {
     for (const auto& pair : pairs)
-        if (uThen == static_cast<uint32_t>(pair.first) && uNow == static_cast<uint32_t>(pair.second))
-            return true;
+        for (const int nSign : {1, -1})
+            if (uThen == static_cast<uint32_t>(nSign * pair.first) &&
+                uNow == static_cast<uint32_t>(nSign * pair.second))
+                return true;
     return false;
 }
 

@@ -255,6 +255,61 @@ TEST_F(Journal, AMutexOnTheSameLockAndASecondMappingAreSectionsToo) {
     EXPECT_EQ(strBefore, stateAfterLock());
 }
 
+TEST_F(Journal, AFrameThatAThreadClosesMayBeOpenedByAnotherMeanwhile) {
+    m_frame.CloseShareObject();
+    const auto fnOpenAndClose = [] {
+        for (int i = 0; i < 500; ++i) {
+            sampleFrame frame;
+            frame.OpenShareObject(szName, sampleObject::sizeObject);
+            frame.CloseShareObject();
+        }
+    };
+    std::thread other(fnOpenAndClose);
+    fnOpenAndClose();
+    other.join();
+}
+
+TEST_F(Journal, AMutexIsAwaitedWhileAnotherThreadOpensAndClosesItsSegment) {
+    m_frame.CloseShareObject();
+    chMutex mutex;
+    mutex.OpenMutex(szName);
+    std::atomic<bool> bEnd{false};
+    std::thread other([&] {
+        while (!bEnd) {
+            mutex.Lock(-1);
+            mutex.Unlock();
+        }
+    });
+    for (int i = 0; i < 500; ++i) {
+        sampleFrame frame;
+        frame.OpenShareObject(szName, sampleObject::sizeObject);
+        frame.CloseShareObject();
+    }
+    bEnd = true;
+    other.join();
+    mutex.CloseMutex();
+}
+
+// The block is freed at one address of the segment and handed out again at the other.
+TEST_F(Journal, ABlockThatIsFreedThroughOneMappingAndHandedOutThroughAnotherGetsItsContentsBack) {
+    m_frame.Lock(-1);
+    void* const pBlock = m_frame.getObject()->pool.alloc(100);
+    memset(pBlock, 'a', 100);
+    m_frame.Unlock();
+    const std::string strBefore = poolShape(*m_frame.getObject());
+    childProcess child("holder", [this, pBlock] {
+        sampleFrame frame;
+        frame.OpenShareObject(szName, sampleObject::sizeObject);
+        m_frame.Lock(-1);
+        m_frame.getObject()->pool.free(pBlock);
+        memset(frame.getObject()->pool.alloc(100), 0xAA, 100);
+        return raise(SIGKILL);
+    });
+    ASSERT_EQ(-SIGKILL, child.wait());
+    stateAfterLock();
+    EXPECT_EQ(strBefore, poolShape(*m_frame.getObject()));
+}
+
 TEST_F(Journal, AnInheritedMappingIsUsedUnderASectionOfItsOwn) {
     m_frame.Lock(-1);
     storeShareWord(m_frame.getObject()->aWord[0], 1);
@@ -371,6 +426,17 @@ TEST_F(Journal, AMissingJournalOfASegmentInUseIsFatal) {
     ASSERT_EQ(1, m_frame.OpenShareObject(szName, sampleObject::sizeObject));  // nobody uses it: a new journal
 }
 
+// As the maker of another segment does, which looks for a second device.
+TEST_F(Journal, ASegmentThatSomebodyLooksAtBeforeItIsConstructedGetsItsJournal) {
+    m_frame.CloseShareObject();
+    removeShareObject(szName);
+    chMapFile look;
+    ASSERT_NE(nullptr, look.OpenMapFile(szName, sampleObject::sizeObject));
+    ASSERT_EQ(1, m_frame.OpenShareObject(szName, sampleObject::sizeObject));
+    EXPECT_NE(-1, shmget(ftok(szKeyFile, 'J'), 0, 0));
+    look.CloseMapFile();
+}
+
 TEST_F(Journal, RemovingASegmentRemovesItsJournal) {
     const key_t keyJournal = ftok(szKeyFile, 'J');
     EXPECT_NE(-1, shmget(keyJournal, 0, 0));
@@ -473,6 +539,47 @@ TEST_F(FileJournal, ACopyOfAFileAndItsJournalIsTakenBackToo) {
     EXPECT_EQ("10", words(szCopy));
     EXPECT_EQ("10", words(szPath));
 }
+
+#if defined(QOR_CHECK_STORES)
+
+uint32_t s_uLastWord;
+
+// The owner that the journal of a copy names lives, but it has the original open.
+TEST_F(FileJournal, ACopyIsTakenBackAlsoAfterItsFirstOpenerWasKilledAtThat) {
+    meeting inside, done;
+    childProcess holder("holder", [&] {
+        fileFrame frame;
+        frame.OpenShareObject(szPath, sampleObject::sizeObject);
+        frame.Lock(-1);
+        storeShareWord(frame.getObject()->aWord[0], 1);
+        frame.m_mapFile.Flush();
+        storeShareWord(frame.getObject()->aWord[1], 1);
+        inside.say();
+        done.hear();
+        frame.Unlock();
+        return 0;
+    });
+    inside.hear();
+    copyFile(szPath, szCopy);
+    copyFile(std::string(szPath) + ".journal", std::string(szCopy) + ".journal");
+    childProcess opener("opener", [] {
+        struct stat state;
+        stat(szCopy, &state);
+        s_uLastWord = static_cast<uint32_t>(state.st_ino);
+        g_pfnStoreHook = [](const void* pWord, bool bStored) {
+            if (bStored && *static_cast<const uint32_t*>(pWord) == s_uLastWord)
+                raise(SIGKILL);
+        };
+        words(szCopy);
+        return 0;
+    });
+    EXPECT_EQ(-SIGKILL, opener.wait());
+    EXPECT_EQ("10", words(szCopy));
+    done.say();
+    EXPECT_EQ(0, holder.wait());
+}
+
+#endif
 
 TEST_F(FileJournal, ARawMapFileOpensItsJournal) {
     openMutex mutex;

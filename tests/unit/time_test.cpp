@@ -1,4 +1,5 @@
 // Calendar time: fields in local time, answers in UTC, 128 characters of text, years past 2038.
+#include <limits.h>
 #include <stdlib.h>
 
 #include "qor/BaseHelper/Time.h"
@@ -161,6 +162,14 @@ TEST(Time, ATimeWhoseYearDoesNotFitHasNoFieldsAndNoText) {
     EXPECT_EQ(nullptr, time.GetLocalTm(nullptr));
     EXPECT_EQ(0, time.GetYear());
     EXPECT_EQ("", text(time.Format("%Y")));
+}
+
+TEST(Time, AYearBeyondTheLargestNumberIsZero) {
+    const chTime timeLast(static_cast<time_t>(67767976233532799));
+    EXPECT_EQ(INT_MAX, timeLast.GetYear());
+    const chTime timeNext = timeLast + chTimeSpan(1);
+    EXPECT_EQ(0, timeNext.GetYear());
+    EXPECT_EQ(1, timeNext.GetMonth());
 }
 
 TEST(Time, ATextThatDoesNotFitIsEmpty) {

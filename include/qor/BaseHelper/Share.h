@@ -72,14 +72,14 @@ public:
     BOOL IsCreateByMe();
 
     /// Warns when living processes use another segment of the same size, that begins with the same ipcObjectHeader and
-    /// that no key file leads to: a second device has come into being beside the first. For a segment that was just
+    /// that no key file leads to: there is a second device next to the first. For a segment that was just
     /// created and has its header. Reads the kernel's table of segments.
     void WarnOfTwin() const;
 
     /// The address of the memory, null while closed.
     void* getData() const { return m_pMapData; }
 
-    /// Room for notes beside the segment, 131,072 bytes that are zero at first: for what processes tell about
+    /// Room for notes next to the segment, 131,072 bytes that are zero at first: for what processes tell about
     /// themselves and what need not survive them. No section undoes them. Null without a journal.
     void* getNotes() const;
 
@@ -115,7 +115,7 @@ public:
     /// chMapFile::OpenJournal(). For ipcObjectFrame.
     bool OpenJournal(int fdSemaphore);
 
-    /// Writes the memory back to the file, with its journal, and waits for the device; warns on failure. What was
+    /// Writes the memory back to the file, with its journal, and waits for the medium; warns on failure. What was
     /// changed until then stays, also after a power cut. Fatal when not mapped.
     void Flush();
 

@@ -21,7 +21,7 @@
 /// mutex.CloseMutex();
 /// @endcode
 ///
-/// See also `BaseHelper/Share.h`, which puts memory beside the mutex of the same name.
+/// See also `BaseHelper/Share.h`, which adds memory to the mutex of the same name.
 #ifndef QOR_BASEHELPER_SYNC_H
 #define QOR_BASEHELPER_SYNC_H
 
@@ -66,9 +66,8 @@ public:
 
     /// Makes the key file when it is missing and remembers its path.
     /// @param idProject distinguishes the kinds of object that share one key file: 'm' semaphores, 'S' segments
-    /// @return the key. A file that can be neither opened nor made is a warning and a fatal assertion (-1). Fatal as
-    /// well:
-    ///         another program has locked it, its directory or /tmp for 10 s; the text names the file and the holder.
+    /// @return the key. A file that can be neither opened nor made is a warning and a fatal assertion (-1). Also
+    ///         fatal: another program has locked it, its directory or /tmp for 10 s; the text names file and holder.
     key_t OpenFileKey(const char* lpszName, unsigned char idProject);
 
     /// Forgets the path; the file stays.

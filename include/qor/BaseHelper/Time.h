@@ -40,15 +40,15 @@ public:
     long GetDays() const { return m_nSpan / 86400; }
     /// Whole hours.
     long GetTotalHours() const { return m_nSpan / 3600; }
-    /// The hours beside the whole days.
+    /// The hours that remain after the whole days.
     int GetHours() const { return static_cast<int>(GetTotalHours() - GetDays() * 24); }
     /// Whole minutes.
     long GetTotalMinutes() const { return m_nSpan / 60; }
-    /// The minutes beside the whole hours.
+    /// The minutes that remain after the whole hours.
     int GetMinutes() const { return static_cast<int>(GetTotalMinutes() - GetTotalHours() * 60); }
     /// The whole span in seconds.
     long GetTotalSeconds() const { return m_nSpan; }
-    /// The seconds beside the whole minutes.
+    /// The seconds that remain after the whole minutes.
     int GetSeconds() const { return static_cast<int>(m_nSpan - GetTotalMinutes() * 60); }
 
     chTimeSpan operator+(chTimeSpan span) const { return fromWord(word() + span.word()); }
@@ -62,8 +62,8 @@ public:
     bool operator<=(chTimeSpan span) const { return m_nSpan <= span.m_nSpan; }
     bool operator>=(chTimeSpan span) const { return m_nSpan >= span.m_nSpan; }
 
-    /// The span as text: "%D" writes the whole days, "%H", "%M" and "%S" the hours, minutes and seconds beside them
-    /// with two digits, "%%" a per-cent sign; everything else is copied. A null format is empty.
+    /// The span as text: "%D" writes the whole days, "%H", "%M" and "%S" the remaining hours, minutes and seconds
+    /// with two digits, "%%" a percent sign; everything else is copied. A null format is empty.
     /// Fatal: "FALSE", another character after '%'; a text of more than maxTimeBufferSize characters.
     QOR_StringHelper::chReferenceStringT<char> Format(const char* lpszFormat) const;
 
@@ -134,7 +134,7 @@ public:
     chLocalTime();
 };
 
-/// What the library's operations could report beside their results: a number, 0 when it is made.
+/// What the library's operations could report in addition to their results: a number, 0 when it is made.
 class QOR_API chException {
 public:
     int32_t m_nException = 0;

@@ -3,11 +3,11 @@
 ///
 /// A process may be killed between any two instructions while it changes a shared structure. What a thread changes
 /// while it holds the lock of a segment is therefore a *section*: the frame of the segment (`BaseHelper/Share.h`) keeps
-/// a journal beside it, and whoever takes the lock after a death takes back what the dead holder had changed. So every
+/// a journal of it, and whoever takes the lock after a death undoes what the dead holder had changed. So every
 /// word of a shared structure is stored by storeShareWord() and by nothing else: it logs the word before it stores it,
 /// by one aligned store that the compiler can neither split, merge, drop nor move. Bytes that other processes can reach
 /// already are changed by storeShareBytes(). A block that was allocated in the same section is free memory again if the
-/// section is taken back, so it is filled without being logged: by fillShareBytes(), or however it is convenient.
+/// section is undone, so it is filled without being logged: by fillShareBytes(), or however it is convenient.
 ///
 /// Words that are loaded may be damaged. A distance that is found in shared memory is followed only if its target lies,
 /// on a 4-byte boundary, in the shareRange of the segment that contains the word.
@@ -73,8 +73,8 @@ inline void storeShareWord(int32_t& nWord, int32_t nValue) {
     storeShareWord(reinterpret_cast<uint32_t&>(nWord), static_cast<uint32_t>(nValue));
 }
 
-/// Copies nSize bytes over bytes of a segment that other processes can reach. pTo is a multiple of 4; the bytes at pFrom
-/// may overlap them.
+/// Copies nSize bytes over bytes of a segment that other processes can reach. pTo is a multiple of 4; the bytes at
+/// pFrom may overlap them.
 QOR_API void storeShareBytes(void* pTo, const void* pFrom, size_t nSize);
 
 /// Loads one word of a shared structure, exactly once: whatever other processes store meanwhile, all uses of the result
