@@ -1,7 +1,7 @@
 /// @file
 /// The message system: messages, queues, processors, threads, timers, named objects.
 ///
-/// Read Message.h, Queue.h, Processer.h, Timer.h, Thread.h and ShareHelper.h in this order; Named.h stands by itself.
+/// Read Message.h, Queue.h, Processer.h, Timer.h, Thread.h and ShareHelper.h in this order; Named.h is independent.
 /// Programs that need no classes use flat.h.
 #ifndef QOR_MSGQUEUEHELPER_H
 #define QOR_MSGQUEUEHELPER_H

@@ -4,6 +4,8 @@
 //
 // The event of a thread that sends without being registered is destroyed when the thread ends, and that of a main
 // thread when its process ends. A killed task leaves its event; the next task that registers destroys it.
+#include <errno.h>
+
 #include <vector>
 
 #include "QORMsgSystem/thread_helper.h"
@@ -173,13 +175,16 @@ BOOL chProcessLocal::AwakeTask(int idTask) {
     return SignalTask(idTask);
 }
 
+// An event at its highest value wakes its task without a further signal.
+static bool signalEvent(chEvent& objEvent) { return objEvent.SetEventIfThere() || errno == ERANGE; }
+
 // The event's name may by now lead to another event than the cached one: that of a new task with the same id. It is
 // never created here: a task that is waiting has created its event, and any other does not need it.
 static bool signalByName(int idTask) {
     chEvent event;
     if (!event.OpenExistEvent(taskEventName(idTask).szName))
         return false;
-    const bool bSignalled = event.SetEventIfThere();
+    const bool bSignalled = signalEvent(event);
     event.CloseEvent();
     return bSignalled;
 }
@@ -190,7 +195,7 @@ BOOL chProcessLocal::SignalEvent(const processHold& hold, int idTask) {
     chEvent* pEvent = FindOrOpenEvent(hold, idTask, true);
     if (pEvent == NULL)
         return 0;
-    if (pEvent->SetEventIfThere())
+    if (signalEvent(*pEvent))
         return 1;
     if (!pEvent->IsCreateHere())
         ForgetEvent(hold, idTask);

@@ -42,11 +42,23 @@ void launchWait::NoteRegistered(const processHold&, const chThreadLocal& objThre
 
 launchedThread::~launchedThread() {
     const processHold lock(process().m_csLocal);
-    const auto& listJoining = process().m_listJoining;
-    if (std::find(listJoining.begin(), listJoining.end(), QOR_MiscHelper::qorGetCurrentThreadId()) != listJoining.end())
+    if (IsAwaited(lock, QOR_MiscHelper::qorGetCurrentThreadId()))
         return;
     process().ForgetOwnThreadId(lock);
     detachCurrentThread();
+}
+
+bool launchedThread::IsAwaited(const processHold&, unsigned long idThread) {
+    const auto& listJoining = process().m_listJoining;
+    return std::find(listJoining.begin(), listJoining.end(), idThread) != listJoining.end();
+}
+
+void launchedThread::AwaitJoin(unsigned long idThread) {
+    for (bool bAwaited = true; bAwaited;) {
+        QOR_MiscHelper::qorSleep(1);
+        const processHold lock(process().m_csLocal);
+        bAwaited = IsAwaited(lock, idThread);
+    }
 }
 
 namespace {
@@ -118,14 +130,19 @@ BOOL chProcessLocal::LaunchLocalThread(chThreadLocal& objThread) {
 void chProcessLocal::ShutdownLocalThread(chThreadLocal* pThread) {
     if (!QOR_BaseHelper::chMutex::AssertNoneHeldHere())
         return;
+    // Others wait for this join, and would wait for ever if the caller were cancelled in it: a cancellation does not
+    // run destructors everywhere.
+    const QOR_BaseHelper::chCancelGuard guard;
     registration found = {};
+    bool bAwaited = false;
     {
         const processHold lock(m_csLocal);
         const registration* const pFound = FindRunning(lock, pThread);
         if (pFound == NULL || pFound->idThread == 0)
             return;
         found = *pFound;
-        if (found.idTask != QOR_MiscHelper::qorGetCurrentTaskId())
+        bAwaited = launchedThread::IsAwaited(lock, found.idThread);
+        if (!bAwaited && found.idTask != QOR_MiscHelper::qorGetCurrentTaskId())
             m_listJoining.push_back(found.idThread);
     }
     if (!QOR_ASSERT_TEXT(found.idTask != QOR_MiscHelper::qorGetCurrentTaskId(), "idTask != qorGetCurrentTaskId()"))
@@ -134,6 +151,10 @@ void chProcessLocal::ShutdownLocalThread(chThreadLocal* pThread) {
     chThreadRemote remote;
     if (remote.BindIfValid(const_cast<chMsgQueue*>(found.pMsgQueue)) && remote.getTaskId() == found.idTask)
         postFromLibrary(remote, TM_THREAD_QUIT, 0, 0);
+    if (bAwaited) {
+        launchedThread::AwaitJoin(found.idThread);
+        return;
+    }
     chJoinThread(found.idThread);
     const processHold lock(m_csLocal);
     m_listJoining.erase(std::find(m_listJoining.begin(), m_listJoining.end(), found.idThread));

@@ -40,6 +40,11 @@ public:
     ~launchedThread();
     launchedThread(const launchedThread&) = delete;
     launchedThread& operator=(const launchedThread&) = delete;
+
+    // Whether somebody is shutting the thread down, and joins it.
+    static bool IsAwaited(const processHold& hold, unsigned long idThread);
+    // Waits until that has happened: only one thread may join another.
+    static void AwaitJoin(unsigned long idThread);
 };
 
 }  // namespace QOR_MsgQueueHelper

@@ -70,7 +70,7 @@ int chThreadLocal::ProcessPending(int nMax) {
     if (!QOR_ASSERT(IsCalledByThisThread()) || !QOR_ASSERT(nMax > 0))
         return -1;
     const LifetimeGuard guard(this);
-    const pollSource::pass pass;
+    const pollSource::pass pass(*this);
     int nHandled = 0;
     msgObject* pMessage = NULL;
     while (m_bRuning && nHandled < nMax) {
@@ -97,7 +97,7 @@ void chThreadLocal::RestPolled(int nHandled) {
     if (nHandled == 0 && m_bLeftOrphan)
         FreeOrphans();
     if (m_pTaskEvent != NULL)
-        pollSource::RestOfThread(*m_pTaskEvent, m_objTimerQueue.GetNextTimerTicks(), m_bLeftOrphan != 0);
+        pollSource::RestOfThread(*this, *m_pTaskEvent, m_bLeftOrphan != 0);
 }
 
 // One pass of the loop, whose idle wait is no longer than nMaxWait.
@@ -151,8 +151,6 @@ msgObject* chThreadLocal::FinishAndTake(msgObject* pHandled, bool bLooksAgain) {
         if (pHandled != NULL)
             idWake = FinishLocked(lock, *pHandled);
         pMessage = pQueue->read_message();
-        if (pMessage != NULL && loadShareWord(pMessage->m_bIsWaitingReply) != 0)
-            noteTaken(*pMessage, true);
         taskEvent& own = taskEvent::OfThread();
         if (pMessage != NULL ? own.IsDueAfterMessage() : own.IsDueWhenEmpty())
             bReset = own.Reset(*m_pTaskEvent);

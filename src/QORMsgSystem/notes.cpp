@@ -74,7 +74,6 @@ void noteNewQueue(const chMsgQueue& objQueue) {
     threadNote* const pNote = noteOf(objQueue);
     if (pNote == NULL)
         return;
-    noteAwake(objQueue, false);
     put(pNote->m_uRecord, 0);
     put(pNote->m_uHandled, 0);
     put(pNote->m_idTask, qorGetCurrentTaskId());

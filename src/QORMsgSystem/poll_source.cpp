@@ -1,5 +1,7 @@
 #include "QORMsgSystem/poll_source.h"
 
+#include <algorithm>
+
 #include "xInc/platform.h"
 
 namespace QOR_MsgQueueHelper {
@@ -21,7 +23,7 @@ pollSource::pollSource(const chThreadLocal& objThread) : threadHelper(objThread)
 
 pollSource::~pollSource() { Stop(); }
 
-int pollSource::OpenOfThread(const chThreadLocal& objThread) {
+int pollSource::OpenOfThread(chThreadLocal& objThread) {
     if (t_pSource == NULL) {
         pollSource* pNew = new pollSource(objThread);
         if (pNew->m_objPoll.fd() == -1 || !pNew->Start("qor-poll")) {
@@ -32,12 +34,19 @@ int pollSource::OpenOfThread(const chThreadLocal& objThread) {
         t_pSource = pNew;
         t_pSource->Raise();
     }
+    t_pSource->NoteServed(objThread);
     return t_pSource->m_objPoll.fd();
 }
 
 void pollSource::EndOfThread(const chThreadLocal* pThread) {
-    if (t_pSource == NULL || (pThread != NULL && t_pSource->Owner().pThread != pThread))
+    if (t_pSource == NULL)
         return;
+    if (pThread != NULL && t_pSource->Owner().pThread != pThread) {
+        auto& listServed = t_pSource->m_listServed;
+        const auto fnThis = [pThread](const servedName& name) { return name.pThread == pThread; };
+        listServed.erase(std::remove_if(listServed.begin(), listServed.end(), fnThis), listServed.end());
+        return;
+    }
     delete t_pSource;
     t_pSource = NULL;
 }
@@ -71,9 +80,11 @@ void pollSource::Rest(int idEvent, int nTimer, bool bLookAgain) {
     m_objLatch.Post();
 }
 
-pollSource::pass::pass() {
+pollSource::pass::pass(chThreadLocal& objThread) {
     ++t_nPass;
     t_bRested = false;
+    if (t_pSource != NULL)
+        t_pSource->NoteServed(objThread);
 }
 
 pollSource::pass::~pass() {
@@ -83,11 +94,42 @@ pollSource::pass::~pass() {
 }
 
 // Inside another pass, that one goes on.
-void pollSource::RestOfThread(const QOR_BaseHelper::chEvent& objEvent, int nTimer, bool bLookAgain) {
+void pollSource::RestOfThread(chThreadLocal& objThread, const QOR_BaseHelper::chEvent& objEvent, bool bLookAgain) {
     if (t_pSource == NULL || t_nPass != 1)
+        return;
+    int nTimer = objThread.GetTimerQueue().GetNextTimerTicks();
+    if (!t_pSource->IsRestDue(objThread, nTimer, bLookAgain))
         return;
     t_pSource->Rest(objEvent.GetSemaphoreId(), nTimer, bLookAgain);
     t_bRested = true;
+}
+
+// Whether the queues of the thread's other names are empty: the reset has dropped the signals of their messages, too.
+// What is put into them from now on signals the event. Sets nTimer to the next timer of all names. The helper looks
+// into the queue of its owner only, so a thread with several names looks by itself once a second.
+bool pollSource::IsRestDue(const chThreadLocal& objThread, int& nTimer, bool& bLookAgain) const {
+    for (const servedName& name : m_listServed) {
+        if (name.pThread == &objThread || !name.IsRunning())
+            continue;
+        if (name.objOwner.HasMessage())
+            return false;
+        const int nNext = name.pThread->GetTimerQueue().GetNextTimerTicks();
+        nTimer = nTimer < 0 || (nNext >= 0 && nNext < nTimer) ? nNext : nTimer;
+        bLookAgain = true;
+    }
+    return true;
+}
+
+// One that has handled its quit message is not served any more.
+bool pollSource::servedName::IsRunning() const {
+    return process().GetLocalThreadByQueue(objOwner.pMsgQueue, objOwner.idTask) == pThread && pThread->IsRuning();
+}
+
+void pollSource::NoteServed(chThreadLocal& objThread) {
+    for (const servedName& name : m_listServed)
+        if (name.pThread == &objThread)
+            return;
+    m_listServed.push_back({&objThread, queueOwner(objThread)});
 }
 
 // ---- the helper's side

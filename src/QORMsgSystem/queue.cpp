@@ -198,8 +198,11 @@ void chMsgQueue::ClearQueue() {
 msgObject* chMsgQueue::read_message() {
     msgObject* pMessage =
         messageOf(messagesOf(this).Find([](list_chain_offset* p) { return messageOf(p)->GetStatus() == MT_EMITTED; }));
-    if (pMessage != NULL)
-        pMessage->SetStatus(MT_READ);
+    if (pMessage == NULL)
+        return NULL;
+    if (loadShareWord(pMessage->m_bIsWaitingReply) != 0)
+        noteTaken(*pMessage, true);
+    pMessage->SetStatus(MT_READ);
     return pMessage;
 }
 
@@ -232,6 +235,7 @@ chMsgQueue* putQueue(const chMsgQueueManager& objManager, void* pCell, const cha
     chMsgQueue* pQueue = new (static_cast<char*>(pCell) + sizeChainNode) chMsgQueue;
     fillShareBytes(pQueue->m_szName, lpszName, strlen(lpszName) + 1);
     storeShareWord(pQueue->m_idTask, QOR_MiscHelper::qorGetCurrentTaskId());
+    noteAwake(*pQueue, false);  // a former queue of the task in this place may have left the opposite
 
     const shareChain chain = queuesOf(&objManager);
     list_chain_offset* pRight =

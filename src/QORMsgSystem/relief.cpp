@@ -1,10 +1,14 @@
 #include "QORMsgSystem/relief.h"
 
 #include <atomic>
+#include <memory>
+#include <vector>
 
 #include "QORMsgSystem/notes.h"
 #include "QORMsgSystem/queue.h"
 #include "internal/report.h"
+#include "internal/share.h"
+#include "xInc/platform.h"
 #include "xInc/xMsgSystem.h"
 
 namespace QOR_MsgQueueHelper {
@@ -28,12 +32,37 @@ int countMessages(const chMsgQueue& objQueue) {
     return nCount;
 }
 
+// What this process has swept and not traced yet; null for nothing.
+std::atomic<std::vector<ghostQueue>*> s_pSwept{NULL};
+
+// Under the segment's lock, so one thread at a time adds to the list.
+void traceLater(const std::vector<ghostQueue>& listGhost) {
+    if (listGhost.empty())
+        return;
+    std::unique_ptr<std::vector<ghostQueue>> pSwept(s_pSwept.exchange(NULL));
+    if (pSwept == nullptr)
+        pSwept.reset(new std::vector<ghostQueue>);
+    pSwept->insert(pSwept->end(), listGhost.begin(), listGhost.end());
+    s_pSwept.store(pSwept.release());
+}
+
 }  // namespace
+
+// The thread is not cancelled here: a destructor must not end with an exception.
+sweepReport::~sweepReport() {
+    if (s_pSwept.load(std::memory_order_relaxed) == NULL)
+        return;
+    const QOR_BaseHelper::chCancelGuard guard;
+    const QOR_Platform::errnoGuard guardError;
+    const std::unique_ptr<std::vector<ghostQueue>> pSwept(s_pSwept.exchange(NULL));
+    if (pSwept != nullptr)
+        traceGhostQueues(*pSwept);
+}
 
 void relieveSegment(chSystemShareObject& object, const chMsgQueue* pKeep) {
     for (chMsgQueue* pQueue : object.m_objManager.ListQueues())
         freeClosed(*pQueue);
-    traceGhostQueues(sweepQueues(object, pKeep));
+    traceLater(sweepQueues(object, pKeep));
 }
 
 bool isReliefDue(bool bForReserve) {

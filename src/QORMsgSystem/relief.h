@@ -10,7 +10,8 @@ namespace QOR_MsgQueueHelper {
 // - closed records that nobody handles: the time-outs of their senders have passed, and otherwise they stay until their
 //   queue goes;
 // - what dead senders have left;
-// - the queues of dead tasks, with their events; each is traced. pKeep, the queue that the room is for, stays.
+// - the queues of dead tasks, with their events; each is traced when the lock has been released, or, where a program
+//   holds the lock itself, at the end of this process's next hold. pKeep, the queue that the room is for, stays.
 void relieveSegment(chSystemShareObject& object, const chMsgQueue* pKeep);
 
 // Whether to relieve the segment now. Posts that are refused because of a reserve may come by the thousand: for them it

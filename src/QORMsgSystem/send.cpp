@@ -220,6 +220,8 @@ chThreadBase::recordLook chThreadBase::LookAtRecord(msgObject& objMessage, const
 BOOL chThreadBase::GiveUpRecord(msgObject& objMessage, const recordWait& wait) {
     const UINT uAddress = static_cast<UINT>(reinterpret_cast<uintptr_t>(&objMessage));
     const recordLook look = LookAtRecord(objMessage, wait, true);
+    if (look.state == waitState::waiting && wait.pnResult != NULL && qorIsValidTaskID(m_idTask))
+        sendOutcome::Of(wait.pnResult).nAttempt = attemptTimeout;
     if (look.state == waitState::waiting && !wait.bReceipt)
         qorTrace(2, "WaitThreadMessageReply timeout [%x] type=%d sta=%d msg=%x", uAddress, 1, look.nStatus, wait.uMsg);
     return look.state == waitState::done;
@@ -385,7 +387,7 @@ int chThreadBase::TrySendThreadMsg(UINT uMsg, UINT wParam, int lParam, int nExtr
     else if (EmitAndWait(draft, false, nTimeout, &outcome.nResult))
         outcome.bReplied = 1;
     else if (outcome.nAttempt == attemptDone)
-        outcome.nAttempt = IsThreadAlive() ? attemptTimeout : attemptGone;
+        outcome.nAttempt = attemptGone;
     return outcome.TellAttempt(pnResult, pnLength);
 }
 

@@ -9,6 +9,7 @@
 #include "QORMsgSystem/descriptor_watch.h"
 #include "QORMsgSystem/poll_source.h"
 #include "QORMsgSystem/quit_signal.h"
+#include "internal/message.h"
 #include "xInc/platform.h"
 #include "xInc/xMsgSystem.h"
 
@@ -49,7 +50,8 @@ struct helperList {
 
 BOOL queueOwner::Post(UINT uMsg, UINT wParam, int lParam) const {
     chThreadRemote remote;
-    return remote.BindIfValid(pMsgQueue) && remote.getTaskId() == idTask && remote.PostThreadMsg(uMsg, wParam, lParam);
+    return remote.BindIfValid(pMsgQueue) && remote.getTaskId() == idTask &&
+           postFromLibrary(remote, uMsg, wParam, lParam);
 }
 
 bool queueOwner::HasMessage() const {

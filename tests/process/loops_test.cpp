@@ -365,6 +365,87 @@ TEST_F(PollFd, AMessageWhosePosterDiedBeforeItSignalledIsFound) {
     g_bLooks = false;
 }
 
+// ---- several names of one thread, which have one descriptor
+
+int processAll(chThreadLocal& objThread) {
+    int nHandled = 0;
+    for (int n = 1; n > 0; nHandled += n)
+        n = objThread.ProcessPending(10);
+    return nHandled;
+}
+
+// The pass under one name drops the signals of the other one's messages.
+TEST_F(PollFd, ThePassUnderAnotherNameLeavesItReadableForAMessageThatWaits) {
+    currentThread second("second");
+    EXPECT_EQ(m_fd, second.GetPollFd());
+    EXPECT_EQ(0, processAll(second));
+    EXPECT_EQ(0, processAll(m_thread));
+    EXPECT_FALSE(isReadable(m_fd));
+    post(0x100);
+    awaitReadable(m_fd);
+    EXPECT_EQ(0, processAll(second));
+    EXPECT_TRUE(isReadable(m_fd));
+    EXPECT_EQ(1, processAll(m_thread));
+    EXPECT_FALSE(isReadable(m_fd));
+
+    std::thread([] { chThreadRemote("second").PostThreadMsg(0x101, 0, 0); }).join();
+    awaitReadable(m_fd);
+    EXPECT_EQ(0, processAll(m_thread));
+    EXPECT_TRUE(isReadable(m_fd));
+    EXPECT_EQ(1, processAll(second));
+    EXPECT_FALSE(isReadable(m_fd));
+}
+
+TEST_F(PollFd, IsReadableWhenATimerOfAnotherNameIsDue) {
+    currentThread second("second");
+    timerSetThreadTimer(7, 30);  // of the first name
+    for (int nHandled = 0; nHandled == 0; nHandled = processAll(m_thread)) {
+        EXPECT_EQ(0, processAll(m_thread) + processAll(second));
+        awaitReadable(m_fd);
+    }
+    EXPECT_EQ(TM_THREAD_TIMER, m_listSeen.front());
+    timerKillThreadTimer(7);
+}
+
+// A name that has handled its quit message, is registered no more, or is not served in this way keeps nothing readable.
+TEST_F(PollFd, TheMessagesOfANameThatIsNotServedLeaveItAtRest) {
+    currentThread second("second");
+    second.PostThreadMsg(0x100, 0, 0);
+    EXPECT_EQ(0, processAll(m_thread));
+    EXPECT_FALSE(isReadable(m_fd));
+    {
+        currentThread third("third");
+        EXPECT_EQ(0, processAll(third));
+    }
+    second.PostThreadMsg(TM_THREAD_QUIT, 0, 0);
+    second.PostThreadMsg(0x101, 0, 0);
+    EXPECT_EQ(-1, second.ProcessPending(10));
+    EXPECT_EQ(0, processAll(m_thread));
+    EXPECT_FALSE(isReadable(m_fd));
+}
+
+TEST_F(PollFd, AMessageToAnotherNameWhosePosterDiedBeforeItSignalledIsFound) {
+    g_bLooks = true;
+    currentThread second("second");
+    EXPECT_EQ(0, processAll(second));
+    EXPECT_EQ(0, processAll(m_thread));
+    post(0x101);  // ends the wait of the helper, which began without a time-out
+    awaitReadable(m_fd);
+    EXPECT_EQ(1, processAll(m_thread));
+    EXPECT_EQ(0, processAll(second));
+    EXPECT_EQ(0, childProcess("poster", [] {
+                     chThreadRemote remote("second");
+                     msgObject* const pMessage = remote.AllocThreadMessage(0, false, 0, nullptr);
+                     pMessage->SetMessage(0x100, 0, 0);
+                     return remote.EmitThreadMessage(*pMessage) ? 0 : 1;
+                 }).wait());
+    awaitReadable(m_fd);
+    EXPECT_EQ(1, processAll(second));
+    g_bLooks = false;
+}
+
+// ---- dead senders
+
 // The sender's record is freed when it is found dead.
 TEST_F(PollFd, TheRecordOfADeadSenderIsFreed) {
     g_bLooks = true;

@@ -1,6 +1,8 @@
 // Senders that may fail, the room that they find, and the reserve that keeps a thread that does not read from ending
 // every process of the device.
+#include <fcntl.h>
 #include <poll.h>
+#include <signal.h>
 #include <stdlib.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -235,6 +237,35 @@ TEST_F(Room, AnAttemptToSendTellsATimeOutFromATargetThatGoes) {
     child.wait();
 }
 
+// Its queue lies where the former one was.
+TEST_F(Room, AnAttemptToSendFindsATargetGoneThatRegistersAgain) {
+    meeting ready, end;
+    std::thread target([&ready, &end] {
+        class restarting : public chThreadLocal {
+        public:
+            restarting() : chThreadLocal("target", NULL) {}
+            int TryThreadMessage(msgObject& objMessage) override {
+                if (objMessage.uMsg != 0x100)
+                    return 0;
+                share().DestroyLocalThread(*this);
+                share().CreateLocalThread(*this);
+                return 0;
+            }
+        } thread;
+        share().CreateLocalThread(thread);
+        ready.say();
+        thread.Run();
+        end.hear();
+        share().DestroyLocalThread(thread);
+    });
+    ready.hear();
+    const HTHREAD hTarget = msgGetThreadByName("target");
+    EXPECT_EQ(0, trySend(hTarget));
+    EXPECT_EQ(hTarget, msgGetThreadByName("target"));
+    end.say();
+    target.join();
+}
+
 // ---- registrations
 
 TEST_F(Room, ANameInUseIsAnAnswer) {
@@ -393,6 +424,78 @@ TEST_F(Room, SendsThatTimeOutToABusyTargetLeaveRoomForOthers) {
     EXPECT_EQ(0, busy.wait());
 }
 
+// Its reader finishes it by hand, too.
+TEST_F(Room, AMessageThatWasReadByHandStaysWhenItsSenderHasGivenUp) {
+    currentThread thread("me");
+    meeting emitted, read;
+    std::thread sender([&emitted, &read] {
+        chThreadRemote remote("me");
+        msgObject& objMessage = *remote.AllocThreadMessage(0, true, 0, NULL);
+        remote.EmitThreadMessage(objMessage);
+        emitted.say();
+        read.hear();
+        remote.CloseSendMessage(objMessage);
+    });
+    emitted.hear();
+    share().Lock(-1);
+    msgObject* const pMessage = thread.getMsgQueue()->read_message();
+    share().Unlock();
+    read.say();
+    sender.join();
+    fillPool(msgGetThreadByName("me"));
+    EXPECT_EQ(MT_CLOSED, pMessage->GetStatus());
+    thread.AfterProcessMessage(*pMessage);
+}
+
+// Nobody reads the trace, so its writer waits: with the lock, it would stop everybody.
+TEST_F(Room, AGhostThatIsSweptForItsRoomIsTracedWithoutTheLock) {
+    int afdTrace[2];
+    ASSERT_EQ(0, pipe(afdTrace));
+    meeting ready, go;
+    childProcess filler("filler", [&] {
+        currentThread thread("filler");
+        dup2(afdTrace[1], STDOUT_FILENO);
+        setvbuf(stdout, nullptr, _IONBF, 0);
+        ready.say();
+        go.hear();
+        QOR_TraceHelper::uCTraceHelpergetGlobalObject()->ResetTraceLevel(2);
+        QOR_TraceHelper::uCTraceHelpergetGlobalObject()->RedirectToStdPipe();
+        fillPool(msgGetThreadByName("filler"));
+        return 0;
+    });
+    ready.hear();
+    meeting registered;
+    childProcess ghost("ghost", [&registered] {
+        currentThread thread("ghost");
+        registered.say();
+        for (;;)
+            pause();
+        return 0;
+    });
+    registered.hear();
+    char szLine[64];
+    snprintf(szLine, sizeof(szLine), "Clear ghost process %.4d \"ghost\"\n", ghost.id());
+    ghost.kill();
+    ghost.wait();
+    EXPECT_EQ(0, fcntl(afdTrace[1], F_SETFL, O_NONBLOCK));
+    size_t nFilled = 0;
+    for (const std::string strFill(512, 'x'); write(afdTrace[1], strFill.data(), strFill.size()) > 0;)
+        nFilled += strFill.size();
+    EXPECT_EQ(0, fcntl(afdTrace[1], F_SETFL, 0));
+    close(afdTrace[1]);
+    go.say();
+    while (share().FindMessageQueueByName("ghost") != nullptr)
+        usleep(500);
+    std::string strTrace;
+    char aBlock[512];
+    for (ssize_t n = 0; (n = read(afdTrace[0], aBlock, sizeof(aBlock))) > 0;)
+        strTrace.append(aBlock, static_cast<size_t>(n));
+    close(afdTrace[0]);
+    EXPECT_NE(std::string::npos, strTrace.find(szLine, nFilled)) << strTrace.substr(nFilled);
+    EXPECT_EQ(strTrace.find(szLine), strTrace.rfind(szLine));
+    EXPECT_EQ(0, filler.wait());
+}
+
 TEST_F(Room, BeforeThePoolGivesUpItsUsersAreNamed) {
     EXPECT_EXIT(
         {
@@ -442,6 +545,25 @@ TEST_F(Room, OrdinaryPostsLeaveTheReserveAndTheOthersUseIt) {
     EXPECT_EQ(8192, msgSetPostReserve(-5));
     EXPECT_EQ(0, msgSetPostReserve(0));
     EXPECT_EQ(1, msgPostMsgToThread(hSelf, 0x100, 0, 0));
+}
+
+// A watched descriptor tells once, and a signal comes once: what is refused here would be lost for good.
+TEST_F(Room, WhatHelpersTellTheirThreadUsesTheReserve) {
+    UINT uSeen = 0;
+    currentThread thread("me", [&uSeen](msgObject& m) {
+        uSeen = m.uMsg == 0x200 ? m.uMsg : uSeen;
+        return -1;
+    });
+    meeting readable;
+    EXPECT_TRUE(msgWatchDescriptor(readable.readEnd(), POLLIN, 0x200));
+    EXPECT_TRUE(msgQuitOnSignal(SIGUSR1));
+    msgSetPostReserve(65504);
+    readable.say();
+    while (uSeen == 0)
+        thread.ProcessThreadMessageOnce();
+    raise(SIGUSR1);
+    EXPECT_EQ(0, thread.Run());
+    EXPECT_EQ(0, thread.GetExitCode());
 }
 
 // What is free lies in many blocks, none of which is large enough: no assertion either.

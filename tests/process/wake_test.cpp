@@ -355,6 +355,33 @@ TEST_F(Wake, AThreadThatWasKilledWhileItWasAwakeIsNoTarget) {
         EXPECT_EQ(i, chThreadRemote("owner").SendThreadMsg(0x101, static_cast<UINT>(i), 0));
 }
 
+class leavingThread : public chThreadLocal {
+public:
+    leavingThread() : chThreadLocal("slow", nullptr) {}
+    int TryThreadMessage(msgObject&) override {
+        m_pLeft = getMsgQueue();
+        qorTest::share().DestroyLocalThread(*this);
+        return 0;
+    }
+    const chMsgQueue* m_pLeft = nullptr;
+};
+
+// It lies where that of the thread was that has unregistered in its handler, and its owner runs no loop.
+TEST_F(Wake, AQueueThatIsMadeByHandIsSignalled) {
+    inChild([] {
+        leavingThread thread;
+        qorTest::share().CreateLocalThread(thread);
+        EXPECT_EQ(-1, thread.Run());
+        qorTest::share().Lock(-1);
+        EXPECT_EQ(thread.m_pLeft, qorTest::share().getObject()->m_objManager.AllocMessageQueue("slow"));
+        qorTest::share().Unlock();
+        QOR_BaseHelper::chEvent* const pEvent = qorTest::process().GetCurrentTaskEvent();
+        EXPECT_FALSE(pEvent->WaitEventFor(0));
+        std::thread([] { EXPECT_TRUE(chThreadRemote("slow").PostThreadMsg(0x101, 0, 0)); }).join();
+        EXPECT_TRUE(pEvent->WaitEventFor(0));
+    });
+}
+
 // Posters and the receiver meet at every point of its way to sleep.
 TEST_F(Wake, NoMessageOfManyPostersIsLeftUnhandled) {
     const int nRounds = qorTest::scaled(3000), nPosters = 3;

@@ -273,7 +273,7 @@ TEST(ThreadHandle, AFinishedRecordIsFreedOrTellsWhomToWake) {
     handle.setMsgQueue(thread.getMsgQueue());
     const auto finished = [&](bool bWaiting, msgStatus nStatus) {
         msgObject* const pMessage = handle.Enqueue(makeDraft(0x100, 0, 0, 0, NULL, bWaiting));
-        const segmentLock lock;
+        const scopeShareLock<chSystemShareFrame, segmentHold> lock(qorTest::share());
         pMessage->SetStatus(nStatus);
         return handle.FinishRecord(lock, *pMessage);
     };

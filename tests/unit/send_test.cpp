@@ -578,6 +578,23 @@ TEST_F(Send, ExtraDataCanBeReplacedInAHandler) {
     EXPECT_EQ(0x100u, thread.ProcessThreadMessageOnce());
 }
 
+// As that of a thread that does not read becomes after 32,767 sends that time out.
+TEST_F(Send, AThreadWhoseEventTakesNoMoreSignalsIsATargetLikeAnyOther) {
+    currentThread thread("me", [](msgObject&) { return 5; });
+    EXPECT_TRUE(process().GetTaskEventObject(thread.getTaskId())->SemaphoreSetValue(32767));
+    std::thread([&thread] {
+        chThreadRemote remote("me");
+        EXPECT_TRUE(remote.PostThreadMsg(0x100, 0, 0));
+        BOOL bReplied = 1;
+        QOR_BaseHelper::chTickTimer timer;
+        EXPECT_EQ(-1, remote.SendThreadMsgEx(0x101, 0, 0, 0, NULL, 60, &bReplied));
+        EXPECT_FALSE(bReplied);
+        EXPECT_GE(timer.GetMicrosecond(), 55000u);
+        EXPECT_TRUE(process().AwakeTask(thread.getTaskId()));
+    }).join();
+    EXPECT_EQ(0x100u, thread.ProcessThreadMessageOnce());
+}
+
 TEST_F(Send, ManyThreadsExchangeWithoutLosingMemory) {
     std::atomic<unsigned> uSum{0};
     messageThread worker("w", [&](msgObject& m) { return static_cast<int>(uSum += m.wParam); });

@@ -220,6 +220,54 @@ TEST(Thread, AThreadIsNotLaunchedTwice) {
         testing::KilledBySignal(SIGABRT), "\\[QORMsgSystem:[0-9]+\\] !IsValidLocalThread\\(&objThread\\) ");
 }
 
+TEST(Thread, SeveralMayShutAThreadDownAtOnceAndAllReturnWhenItHasEnded) {
+    for (int i = 0; i < 50; ++i) {
+        qorTest::signal entered, go;
+        qorTest::messageThread thread("t", [&](msgObject&) {
+            entered.Set();
+            go.Wait();
+            return 0;
+        });
+        thread.PostThreadMsg(0x100, 0, 0);
+        entered.Wait();
+        std::atomic<int> nBegun{0};
+        const auto fnStop = [&] {
+            ++nBegun;
+            thread.Stop();
+            EXPECT_FALSE(process().IsValidLocalThread(&thread));
+        };
+        std::thread first(fnStop), second(fnStop);
+        while (nBegun < 2)
+            QOR_MiscHelper::qorSwitchToThread();
+        go.Set();
+        first.join();
+        second.join();
+    }
+}
+
+TEST(Thread, WhoIsCancelledWhileItShutsAThreadDownDoesThatFirst) {
+    qorTest::signal entered, go;
+    qorTest::messageThread thread("t", [&](msgObject&) {
+        entered.Set();
+        go.Wait();
+        return 0;
+    });
+    thread.PostThreadMsg(0x100, 0, 0);
+    entered.Wait();
+    pthread_t idStopper;
+    const auto stop = [](void* p) -> void* {
+        static_cast<qorTest::messageThread*>(p)->Stop();
+        return p;
+    };
+    ASSERT_EQ(0, pthread_create(&idStopper, NULL, stop, &thread));
+    usleep(1000);
+    pthread_cancel(idStopper);
+    go.Set();
+    pthread_join(idStopper, NULL);
+    thread.Stop();
+    EXPECT_FALSE(process().IsValidLocalThread(&thread));
+}
+
 TEST(Thread, AThreadDoesNotShutItselfDown) {
     EXPECT_EXIT(
         {

@@ -27,7 +27,7 @@
 #include "qor/ChainHelper.h"
 #include "qor/Types.h"
 
-/* The message types stand here and, word for word, in flat.h, which needs no other header. */
+/* The message types are defined here and, word for word, in flat.h, which needs no other header. */
 #ifndef QOR_MESSAGE_TYPES
 #define QOR_MESSAGE_TYPES
 

@@ -1,7 +1,7 @@
 /// @file
 /// Named blocks of shared memory, and counters that survive restarts.
 ///
-/// Two segments beside that of the messages hold blocks that every process of the device finds by name: the segment
+/// Two segments besides that of the messages hold blocks that every process of the device finds by name: the segment
 /// "ipc_system_named" lives until the device restarts; the file "ipc_system_storage" in the home directory keeps
 /// its counters for ever. A name is looked up in an ordered chain inside the segment's pool. Callers hold the segment's
 /// lock while they look up a name and while they use what they found.
@@ -24,7 +24,7 @@
 /// is a fatal assertion. Running out of pool is the pool's fatal assertion: the blocks of one segment share 8156 bytes
 /// (the counters 4060), of which each takes 20 bytes, its name twice (rounded) and its size.
 ///
-/// The flat functions over these stand in `flat.h`.
+/// The flat functions for these are in `flat.h`.
 #ifndef QOR_MSGQUEUEHELPER_NAMED_H
 #define QOR_MSGQUEUEHELPER_NAMED_H
 
@@ -107,7 +107,7 @@ public:
     /// Makes the counter, or sets the one that exists; it is on the medium when the call returns. Not while the calling
     /// thread holds the lock of the file. Fatal: "uMax > uMin" does not hold.
     void CreateAccumulater(const char* lpszName, uint32_t uValue, uint32_t uMin, uint32_t uMax);
-    /// Removes the counter; an unknown name does nothing. The next create or step brings this to the medium. Not while
+    /// Removes the counter; an unknown name does nothing. The next create or step writes this to the medium. Not while
     /// the calling thread holds the lock of the file.
     void DestoryAccumulater(const char* lpszName);
     /// Steps the counter and returns its new value; it is on the medium when the call returns. Not while the calling

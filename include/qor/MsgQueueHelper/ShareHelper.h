@@ -53,7 +53,7 @@ public:
     /// The threads and events of this process.
     chProcessLocal& GetProcessLocal() { return m_objProcessLocal; }
 
-    /// The room for notes beside the segment, in which the library keeps what threads tell about themselves; null when
+    /// The room for notes next to the segment, in which the library keeps what threads tell about themselves; null when
     /// there is none.
     void* GetNotes() const;
 

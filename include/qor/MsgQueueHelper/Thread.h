@@ -372,8 +372,9 @@ public:
     /// not join it. Under the share lock it blocks for ever, since the new thread waits for the lock. Fatal: already
     /// registered.
     BOOL LaunchLocalThread(chThreadLocal& objThread);
-    /// Posts the quit message to a registered thread and joins it. Does nothing for other objects, among them that of a
-    /// thread that has ended without unregistering. Not under the share lock. Fatal: the caller's own thread.
+    /// Posts the quit message to a registered thread and joins it; while another thread does, waits until it has. Does
+    /// nothing for other objects, among them that of a thread that has ended without unregistering. A cancellation of
+    /// the caller takes effect afterwards. Not under the share lock. Fatal: the caller's own thread.
     void ShutdownLocalThread(chThreadLocal* pThread);
 
     /// The wake-up event of a task, opened on first use; null with a warning when the task does not exist. The pointer

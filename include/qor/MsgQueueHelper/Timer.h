@@ -37,7 +37,7 @@ class chTimerQueue;
 /// One timer. Stopped when made.
 class QOR_API chThreadTimer {
 public:
-    /// A stopped timer of that id; 0 gives it an id of its own (its address, where that has 32 bits).
+    /// A stopped timer of that id; 0 gives it a unique id (its address, where that has 32 bits).
     explicit chThreadTimer(UINT nTimerID);
     chThreadTimer(const chThreadTimer&) = delete;
     chThreadTimer& operator=(const chThreadTimer&) = delete;
