@@ -7,6 +7,7 @@
 #include "QORRegistry/saver.h"
 #include "internal/message.h"
 #include "internal/report.h"
+#include "qor/MiscHelper.h"
 
 using namespace QOR_ChainHelper;
 using namespace QOR_MsgQueueHelper;
@@ -19,35 +20,37 @@ struct notification {
     msgEntryPair entry;
 };
 
-// What the flag of a document or section becomes while its monitors are notified. Only then is it cleared, unless the
-// section was changed again: if this process dies first, the next flush notifies them.
-constexpr int32_t beingNotified = 2;
+// What the flag of a document or section becomes while this thread notifies its monitors. Only then is it cleared,
+// unless the section was changed again, or another thread notifies of a later change: if the one that notified last
+// dies first, the next flush notifies them.
+int32_t beingNotified() { return -QOR_MiscHelper::qorGetCurrentTaskId(); }
 
 // One notification for each monitor of each changed section.
 std::vector<notification> collectNotifications(const registryHold&, regDocument& document) {
     std::vector<notification> listNotification;
     if (loadShareWord(document.m_bChanged) == 0)
         return listNotification;
+    const int32_t nNotified = beingNotified();
     document.m_lstSection.ForEach([&](regSection& section) {
         if (loadShareWord(section.m_bChanged) == 0)
             return;
         const uintptr_t uSection = registry().GetHandle(&section);
         const size_t nBefore = listNotification.size();
         section.m_lstMonitor.ForEach([&](const msgEntryPair& entry) { listNotification.push_back({uSection, entry}); });
-        storeShareWord(section.m_bChanged, listNotification.size() != nBefore ? beingNotified : 0);
+        storeShareWord(section.m_bChanged, listNotification.size() != nBefore ? nNotified : 0);
     });
-    storeShareWord(document.m_bChanged, listNotification.empty() ? 0 : beingNotified);
+    storeShareWord(document.m_bChanged, listNotification.empty() ? 0 : nNotified);
     return listNotification;
 }
 
-void clearNotified(int32_t& nFlag) {
-    if (loadShareWord(nFlag) == beingNotified)
-        storeShareWord(nFlag, 0);
-}
-
 void clearNotified(const registryHold&, regDocument& document) {
-    document.m_lstSection.ForEach([](regSection& section) { clearNotified(section.m_bChanged); });
-    clearNotified(document.m_bChanged);
+    const int32_t nNotified = beingNotified();
+    const auto clear = [nNotified](int32_t& nFlag) {
+        if (loadShareWord(nFlag) == nNotified)
+            storeShareWord(nFlag, 0);
+    };
+    document.m_lstSection.ForEach([&clear](regSection& section) { clear(section.m_bChanged); });
+    clear(document.m_bChanged);
 }
 
 void postNotifications(const std::vector<notification>& listNotification) {

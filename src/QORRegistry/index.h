@@ -1,7 +1,7 @@
 // The index of the store, by which a process finds the documents, sections and keys of long lists.
 //
 // A short list is walked, comparing hashes first. The records of a longer one are entered in a table of this process:
-// the hash of list and name, and the offset of the record.
+// the hash of list and name, and the offset and the kind of the record.
 //
 // Invariants:
 // - The index is used under the registry's lock only, so it has no lock of its own.
@@ -12,6 +12,8 @@
 //   are entered. So adding a record needs no new generation; and a record whose process is killed before the end of the
 //   hold has been seen by nobody else.
 // - The name of a record is compared before the record is returned. The records of a list are compared in its order.
+// - Names can be chosen so that records of different lists have one hash. A record is never read as one of another
+//   kind, and records of one name in different lists have different hashes.
 // - In the child of a fork the index starts empty: the parent may have entered what is undone if the parent is killed.
 //
 // The table takes 11 to 21 bytes for each record that is entered, and the segment holds fewer than 30,000 records.
@@ -59,6 +61,10 @@ private:
         regDocumentManager::segmentSize / sizeof(QOR_ChainHelper::list_node_offset<regKey>);
     // Offsets are multiples of 4. An offset with this bit set is that of the last record of a list that is entered.
     static constexpr uint32_t isLast = 1;
+    static constexpr uint32_t isOffset = regDocumentManager::segmentSize - 4;
+    // The kind of a record stands above its offset. The sizes of the three kinds differ.
+    template <class T>
+    static constexpr uint32_t kindOf = static_cast<uint32_t>(sizeof(T)) * regDocumentManager::segmentSize;
 
     // What the entries are of: the two words of the generation, and the segment's id.
     typedef std::array<uint32_t, 3> state;
@@ -78,12 +84,12 @@ private:
 
     template <class T>
     T* recordAt(uint32_t u) const {
-        return reinterpret_cast<T*>(m_pStore + u);
+        return reinterpret_cast<T*>(m_pStore + (u & isOffset));
     }
     template <class T, class Is>
     T* find(uint32_t uHash, Is fnIs) const {
         const uint32_t uFound =
-            m_slots.find(uHash, [&](uint32_t u) { return (u & isLast) == 0 && fnIs(*recordAt<T>(u)); });
+            m_slots.find(uHash, [&](uint32_t u) { return (u & ~isOffset) == kindOf<T> && fnIs(*recordAt<T>(u)); });
         return uFound != 0 ? recordAt<T>(uFound) : NULL;
     }
     // The last record of a list that is entered, with the bit; 0: none is.
@@ -98,11 +104,12 @@ private:
     template <class T, class Hash>
     bool enter(const regObjList<T>& list, uint32_t uList, Hash fnHash) {
         const uint32_t uBefore = lastEntered(uList);
-        auto it = uBefore != 0 ? list.value_pointer_2_iterator(recordAt<T>(uBefore & ~isLast)) : list.end();
+        auto it = uBefore != 0 ? list.value_pointer_2_iterator(recordAt<T>(uBefore)) : list.end();
         uint32_t uLast = uBefore, uHash = 0;
         while (++it != list.end() && fnHash(*it, uHash)) {
-            uLast = offsetOf(&*it) | isLast;
-            if (!insert(slotHash(uList, uHash), uLast & ~isLast))
+            const uint32_t uOffset = offsetOf(&*it);
+            uLast = uOffset | isLast;
+            if (!insert(slotHash(uList, uHash), uOffset | kindOf<T>))
                 return false;
         }
         return setLastEntered(uList, uBefore, uLast) && it == list.end();

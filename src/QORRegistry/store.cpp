@@ -71,8 +71,11 @@ chShareTextA* copyText(chShareStringA& str, const constText& text) {
     return pNew;
 }
 
-// Whether the pool has blocks of one size for texts of both lengths.
-bool takeEqualBlocks(int nLength1, int nLength2) { return (nLength1 + 3) / 4 == (nLength2 + 3) / 4; }
+// Whether a text that replaces another needs a new block: the pool has blocks of one size for some lengths.
+bool needsBlock(const chShareTextA* pOld, const constText& text) {
+    const int nLength = text.GetLength();
+    return nLength != 0 && (pOld == NULL || (loadShareWord(pOld->m_nLength) + 3) / 4 != (nLength + 3) / 4);
+}
 
 void overwriteText(chShareTextA& objText, const constText& text) {
     const int nLength = text.GetLength();
@@ -88,12 +91,13 @@ void overwriteText(chShareTextA& objText, const constText& text) {
 bool replaceText(chShareStringA& str, const constText& text) {
     chShareTextA* const pOld = str.get_Text();
     const int nLength = text.GetLength();
-    if (pOld != NULL && nLength != 0 && takeEqualBlocks(loadShareWord(pOld->m_nLength), nLength)) {
+    const bool bNew = needsBlock(pOld, text);
+    if (!bNew && nLength != 0) {
         overwriteText(*pOld, text);
         return true;
     }
-    chShareTextA* const pNew = nLength != 0 ? copyText(str, text) : NULL;
-    if (nLength != 0 && pNew == NULL)
+    chShareTextA* const pNew = bNew ? copyText(str, text) : NULL;
+    if (bNew && pNew == NULL)
         return false;
     str.set_Text(pNew);
     if (pOld != NULL)
@@ -293,7 +297,7 @@ void regSection::CountChange() {
 bool regSection::HasRoomFor(const phraseConstTextA& name, const phraseConstTextA& text) const {
     constexpr int sizeHead = 32;
     const regKey* pKey = FindKeyRecord(name);
-    if (pKey != NULL && !pKey->IsChangedBy(text))
+    if (pKey != NULL && (!pKey->IsChangedBy(text) || !needsBlock(pKey->m_strValue.get_Text(), text)))
         return true;
     const int64_t nText = text.GetLength() + 8 + sizeHead;
     const int64_t nKey = static_cast<int64_t>(sizeof(QOR_ChainHelper::list_node_offset<regKey>)) + sizeHead;

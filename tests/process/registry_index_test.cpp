@@ -6,6 +6,7 @@
 
 #include <random>
 #include <thread>
+#include <unordered_map>
 
 #include "support/child.h"
 #include "support/registry.h"
@@ -112,6 +113,54 @@ TEST_F(RegistryIndex, NamesOfOneHashAreToldApart) {
             EXPECT_EQ(1, registrySetInt(h, aName[i], i));
         for (int i = 0; i < 6; ++i)
             EXPECT_EQ(i, registryGetInt(h, aName[i], -1));
+    });
+}
+
+// A name with that hash, which is FNV-1a: three characters forwards, and four backwards from the hash.
+std::string nameOfHash(uint32_t uHash) {
+    constexpr uint32_t uPrime = 16777619u, uInverse = 0x359C449Bu;
+    const std::string strLetters = "abcdefghijklmnopqrstuvwxyz0123456789";
+    std::unordered_map<uint32_t, std::string> mapBegin;
+    for (const char a : strLetters)
+        for (const char b : strLetters)
+            for (const char c : strLetters)
+                mapBegin.emplace(regNameHash(std::string{a, b, c}.c_str()), std::string{a, b, c});
+    static_assert(uPrime * uInverse == 1, "the inverse");
+    const auto before = [&](uint32_t u, char ch) { return (u * uInverse) ^ static_cast<unsigned char>(ch); };
+    for (const char d : strLetters)
+        for (const char c : strLetters)
+            for (const char b : strLetters)
+                for (const char a : strLetters) {
+                    const auto it = mapBegin.find(before(before(before(before(uHash, d), c), b), a));
+                    if (it != mapBegin.end())
+                        return it->second + std::string{a, b, c, d};
+                }
+    return "";
+}
+
+// The index spreads the name's hash, changed by the list's offset.
+TEST_F(RegistryIndex, AKeyWithTheHashOfADocumentIsNotReadAsADocument) {
+    const auto fileOf = [&](int i) { return m_strFile + std::to_string(i); };
+    runUser([&] {
+        for (int i = 0; i < 20; ++i)
+            registryOpen(fileOf(i).c_str(), "s");
+        const HREGISTRY h = registryOpen(fileOf(0).c_str(), "s");
+        for (int i = 0; i < 20; ++i)
+            registrySetInt(h, keyName(i).c_str(), i);
+        const auto spread = [](const void* pList) {
+            return static_cast<uint32_t>(registryHelper().GetHandle(pList)) * 0x9E3779B1u;
+        };
+        const std::string strKey =
+            nameOfHash(regNameHash(fileOf(20).c_str()) ^ spread(&registryHelper().getObject()->m_lstDocument) ^
+                       spread(&sectionOf(h)->m_lstKey));
+        ASSERT_NE("", strKey);
+        // Where a key counts its changes, a document has its name.
+        for (int i = 0; i < 8; ++i) {
+            registrySetInt(h, strKey.c_str(), i);
+            EXPECT_EQ(i, registryGetInt(h, strKey.c_str(), -1));
+            const hold locked;
+            EXPECT_EQ(nullptr, locked.root().FindDocumentObject(fileOf(20).c_str()));
+        }
     });
 }
 

@@ -10,6 +10,7 @@
 #include <map>
 #include <memory>
 #include <random>
+#include <thread>
 
 #include "qor/MiscHelper.h"
 #include "qor/SubClass.h"
@@ -318,6 +319,54 @@ TEST_F(RegistryProcess, AMonitorOfAKilledProcessIsSkippedAndRemoved) {
         return sectionOf(h)->m_lstMonitor.size() == 1 ? 0 : 2;
     });
     EXPECT_EQ(0, other.wait());
+}
+
+// The share segment's lock, which a post takes, stops both flushes after they have noted whom to notify.
+TEST_F(RegistryProcess, AFlushThatIsKilledWhileAnotherNotifiesLeavesItsChangeToTheNextOne) {
+    childProcess observer("observer", [&] {
+        int nTold = 0;
+        currentThread thread("observer", [&nTold](msgObject& objMessage) {
+            nTold += objMessage.uMsg == TM_REGISTRY_CHANGE;
+            return 0;
+        });
+        const auto told = [&] {
+            while (thread.ProcessOneMessageFromQueue() != 0) {
+            }
+            return nTold;
+        };
+        const HREGISTRY h = open("s");
+        regMonitorSection(h);
+        const int32_t& nFlag = sectionOf(h)->m_bChanged;
+        const auto flusher = [&](meeting& meetingGo, meeting& meetingSet) {
+            return childProcess("flusher", [&, h] {
+                meetingGo.hear();
+                registrySetInt(h, "k", getpid());
+                meetingSet.say();
+                return registryFlush(h) == 1 ? 0 : 1;
+            });
+        };
+        meeting arrGo[2], arrSet[2];
+        childProcess arrFlusher[] = {flusher(arrGo[0], arrSet[0]), flusher(arrGo[1], arrSet[1])};
+        share().Lock(-1);
+        for (int i = 0; i < 2; ++i) {
+            arrGo[i].say();
+            arrSet[i].hear();
+            while (QOR_ChainHelper::loadShareWord(nFlag) == 1)
+                std::this_thread::yield();
+        }
+        arrFlusher[1].kill();
+        EXPECT_EQ(-SIGKILL, arrFlusher[1].wait());
+        share().Unlock();
+        EXPECT_EQ(0, arrFlusher[0].wait());
+        const int nBefore = told();
+        EXPECT_EQ(1, nBefore);
+        registryFlush(h);
+        EXPECT_EQ(nBefore + 1, told());
+        registryFlush(h);
+        EXPECT_EQ(nBefore + 1, told());
+        return HasFailure() ? 1 : 0;
+    });
+    EXPECT_EQ(0, observer.wait());
 }
 
 int onSaverMessage(simpMSG* pMsg) {

@@ -255,6 +255,27 @@ TEST_F(RegistryDelete, AFullRegistryIsAResultAndGoesOn) {
     registryFlush(h);
 }
 
+TEST_F(RegistryDelete, AFullRegistryTakesAValueThatNeedsNoBlockOfItsOwn) {
+    const HREGISTRY h = openFile("s", "[s]\na = 1\n");
+    std::vector<void*> listTaken;
+    registryHelper().Lock(-1);
+    auto& pool = registryHelper().getObject()->m_objPool;
+    for (const int nSize : {65536, 1024, 4})
+        while (pool.find_big_enough_cell(nSize) != NULL)
+            listTaken.push_back(pool.alloc(nSize));
+    registryHelper().Unlock();
+    EXPECT_EQ(REGISTRY_SET_CHANGED, registryTrySetString(h, "a", "234"));
+    EXPECT_EQ(REGISTRY_NO_ROOM, registryTrySetString(h, "a", "23456"));
+    EXPECT_EQ(REGISTRY_NO_ROOM, registryTrySetString(h, "b", ""));
+    EXPECT_EQ("234", valueOf(h, "a"));
+    EXPECT_EQ(REGISTRY_SET_CHANGED, registryTrySetString(h, "a", ""));
+    EXPECT_EQ("", valueOf(h, "a"));
+    registryHelper().Lock(-1);
+    for (void* p : listTaken)
+        pool.free(p);
+    registryHelper().Unlock();
+}
+
 TEST(RegistryErrorText, EveryResultHasOne) {
     EXPECT_STREQ("changed", registryGetErrorText(REGISTRY_SET_CHANGED));
     EXPECT_STREQ("the key has that value already", registryGetErrorText(REGISTRY_SET_SAME));

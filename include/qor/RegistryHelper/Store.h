@@ -315,7 +315,8 @@ public:
     /// Opens the store. Fatal: a second instance ("pData == NULL"), a segment of another build.
     uCRegistryHelper();
 
-    /// The handle of an object of the store: its distance from the store's begin. 0 for null and anything outside.
+    /// The handle of an object of the store: its distance from the beginning of the store. 0 for null and anything
+    /// outside.
     uintptr_t GetHandle(const void* pObject) const;
     /// The section of a handle; null unless it is that of a section. Handles that this process has looked up lately are
     /// found without a search.
@@ -331,7 +332,7 @@ public:
     /// The save lock, held while a document is written to its file. It is taken before the registry's.
     QOR_BaseHelper::chMutex& GetSaveLock() { return m_mtxSave; }
 
-    /// internal: the room for notes beside the store; null unless p points into this mapping of the store.
+    /// internal: the room for notes next to the store; null unless p points into this mapping of the store.
     void* GetNotes(const void* p) const;
 
     /// In a child after fork. Runs by itself.
