@@ -10,8 +10,7 @@
 // - A group is not set from when it is applied until it has matched, also for what looks ahead from inside it. Each
 //   further repetition sets it again.
 // - A node that remembers its result is not applied again. That guarantees only the groups inside it, since nothing
-// else
-//   changes them.
+//   else changes them.
 // - An element that is not applied where its parent was first applied may fail without applying its own elements,
 //   because nothing matches after the end of the text.
 #include <stdint.h>

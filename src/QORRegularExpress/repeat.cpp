@@ -24,7 +24,7 @@ namespace {
 class lookAhead {
 public:
     lookAhead(node* pRE, const char* lpszSrcEnding)
-        : m_pRE(pRE), m_pPlan(pRE->m_pPlan), m_lpszEnding(lpszSrcEnding), m_lpszSkipped(NULL) {}
+        : m_pRE(pRE), m_pPlan(planOf(pRE)), m_lpszEnding(lpszSrcEnding), m_lpszSkipped(NULL) {}
     ~lookAhead() { applySkipped(); }
 
     // Skips a position at which the outcome is known.
@@ -48,6 +48,10 @@ public:
     }
 
 private:
+    // The plans of nodes whose quantifier leaves no choice say nothing about what follows. These look ahead only where
+    // a caller asks for more repetitions.
+    static const rePlan* planOf(const node* pRE) { return looksAhead(pRE) ? pRE->m_pPlan : NULL; }
+
     bool apply(const char* lpsz) {
         return applyAfter(m_pRE->m_pParentRE, m_pRE->m_iIndexInParent, lpsz, m_lpszEnding) != NULL;
     }

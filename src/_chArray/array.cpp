@@ -3,6 +3,8 @@
 
 #include <stdlib.h>
 
+#include <algorithm>
+
 #include "internal/arena.h"
 #include "internal/report.h"
 
@@ -30,6 +32,7 @@ void base_alloc_buffer(void*& pBuffer, int& nAllocCount, int nNewCount, int nEle
     size_t nBytes = 0;
     const bool bTooLarge = __builtin_mul_overflow(nNewCount, nElementSize, &nBytes);
     const size_t nOldBytes = static_cast<size_t>(nAllocCount) * static_cast<size_t>(nElementSize);
+    nBytes = std::max(nBytes, arena::leastOfHeap);
     void* pObj = NULL;
     if (!bTooLarge)
         pObj = arena::owns(pBuffer) ? moveFromArena(pBuffer, nOldBytes, nBytes) : realloc(pBuffer, nBytes);

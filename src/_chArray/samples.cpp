@@ -37,7 +37,9 @@ template <class T>
 void appendMute(chObjArray<T, false, 4096>& arr, int nCount) {
     if (!QOR_ASSERT_IN("_chMisc", nCount >= 0, "nCount >= 0") || nCount == 0)
         return;
-    memset(arr.AppendAllocSize(nCount), 0, static_cast<size_t>(nCount) * sizeof(T));
+    T* const pTo = arr.AppendAllocSize(nCount);
+    if (pTo != NULL)
+        memset(pTo, 0, static_cast<size_t>(nCount) * sizeof(T));
 }
 
 template <class T>

@@ -20,12 +20,8 @@ namespace {
 constexpr int unknownLength = -1;
 constexpr int maxLength = 0x7FFFFFFF / 4;  // the size of a larger block may exceed 32 bits
 
-// The capacity for a length.
-int capacityFor(int nLength) {
-    if (nLength <= 0)
-        return capacityStep;
-    return QOR_ASSERT(nLength < maxLength) ? roundUpCapacity(nLength) : capacityStep;
-}
+// The capacity for a length below maxLength.
+int capacityFor(int nLength) { return nLength <= 0 ? capacityStep : roundUpCapacity(nLength); }
 
 template <class T>
 int boundedLength(const T* lpszText, int nMax) {
@@ -117,9 +113,12 @@ chStringDataT<T>* chReferenceStringT<T>::CopyBlock(chStringDataT<T>* pOld, int n
     return pNew;
 }
 
-// Gives the string a block that is not shared and has room for nLength characters; -1 keeps the length.
+// Gives the string a block that is not shared and has room for nLength characters; -1 keeps the length. False after
+// the fatal assertion that there cannot be one: the string is as it was.
 template <class T>
-void chReferenceStringT<T>::PrepareTextBuffer(int nLength) {
+bool chReferenceStringT<T>::PrepareTextBuffer(int nLength) {
+    if (!QOR_ASSERT(nLength < maxLength))
+        return false;
     chStringDataT<T>* pStringData = getStringData();
     chStringDataT<T>* pNewStringData = pStringData;
     if (pStringData == NULL) {
@@ -127,7 +126,8 @@ void chReferenceStringT<T>::PrepareTextBuffer(int nLength) {
     } else if (pStringData->m_nReferenceCount != 1 ||
                (nLength > pStringData->m_nAllocLength && arena::owns(pStringData))) {
         pNewStringData = CopyBlock(pStringData, nLength);
-        ReleaseStringData();
+        if (pNewStringData != NULL)
+            ReleaseStringData();
     } else if (nLength > pStringData->m_nAllocLength) {
         const int nOld = pStringData->m_nAllocLength;
         const int nNew = capacityFor(nLength);
@@ -142,8 +142,10 @@ void chReferenceStringT<T>::PrepareTextBuffer(int nLength) {
         zeroText(pStringData, nLength, pStringData->m_nDataLength);
         pStringData->m_nDataLength = nLength;
     }
-    QOR_ASSERT(pNewStringData != NULL);
+    if (!QOR_ASSERT(pNewStringData != NULL))
+        return false;
     setStringData(pNewStringData);
+    return true;
 }
 
 // Whether a text is part of this string's block, which may move when it is written.
@@ -203,13 +205,15 @@ void chReferenceStringT<T>::CopyTextFrom(const T* lpszText, int nLength) {
     }
     if (lpszText == m_lpszStringData)
         return;
+    if (nLength < 0)
+        nLength = chStrlen(lpszText);
+    if (!QOR_ASSERT(nLength < maxLength))
+        return;
     if (IsInBlock(lpszText)) {
         const chReferenceStringT strCopy(lpszText, nLength);
         CopyFromObject(strCopy);
         return;
     }
-    if (nLength < 0)
-        nLength = chStrlen(lpszText);
     // Preparing a shared block would copy its text, of which nothing is needed.
     if (getStringData() != NULL && getStringData()->m_nReferenceCount != 1)
         ReleaseStringData();
@@ -217,8 +221,8 @@ void chReferenceStringT<T>::CopyTextFrom(const T* lpszText, int nLength) {
         setStringData(newBlock(capacityFor(nLength), lpszText, nLength));
         return;
     }
-    PrepareTextBuffer(nLength);
-    SetLength(copyText(m_lpszStringData, lpszText, nLength));
+    if (PrepareTextBuffer(nLength))
+        SetLength(copyText(m_lpszStringData, lpszText, nLength));
 }
 
 template <class T>
@@ -246,9 +250,8 @@ void chReferenceStringT<T>::Clear() {
 template <class T>
 void chReferenceStringT<T>::RepeatFill(T ch, int nCount) {
     Clear();
-    if (nCount <= 0 || ch == 0)
+    if (nCount <= 0 || ch == 0 || !PrepareTextBuffer(nCount))
         return;
-    PrepareTextBuffer(nCount);
     for (int i = 0; i < nCount; ++i)
         m_lpszStringData[i] = ch;
     m_lpszStringData[nCount] = 0;
@@ -271,8 +274,8 @@ void chReferenceStringT<T>::AppendTextFrom(const T* lpszText, int nLength) {
     const int nOld = GetLength();
     if (!QOR_ASSERT_TEXT(nLength < maxLength - nOld, "nLength < maxLength"))
         return;
-    PrepareTextBuffer(nOld + nLength);
-    SetLength(nOld + copyText(m_lpszStringData + nOld, lpszText, nLength));
+    if (PrepareTextBuffer(nOld + nLength))
+        SetLength(nOld + copyText(m_lpszStringData + nOld, lpszText, nLength));
 }
 
 template <class T>
@@ -295,9 +298,8 @@ void chReferenceStringT<T>::RemoveAt(int iIndex, int nCount) {
     if (!QOR_ASSERT(iIndex >= 0 && iIndex <= GetLength()))
         return;
     const int nLength = GetLength();
-    if (nLength == 0 || nCount == 0)
+    if (nLength == 0 || nCount == 0 || !PrepareTextBuffer(-1))
         return;
-    PrepareTextBuffer(-1);
     T* lpszRemoveFrom = m_lpszStringData + iIndex;
     if (!QOR_ASSERT(!chIsTrailbyte(m_lpszStringData, lpszRemoveFrom)))
         return;
@@ -362,7 +364,8 @@ void chReferenceStringT<T>::FormatV(const T* lpszFormat, va_list args) {
     va_end(argsLength);
     // The arguments may point into this string, so the text is formatted into another block first.
     chReferenceStringT strNew;
-    strNew.PrepareTextBuffer(nMaxLen < 0 ? 0 : nMaxLen);
+    if (!strNew.PrepareTextBuffer(nMaxLen < 0 ? 0 : nMaxLen))
+        return;
     const int nActualSize = chVsprintf(strNew.m_lpszStringData, nMaxLen + 1, lpszFormat, args);
     if (!QOR_ASSERT(nActualSize <= nMaxLen && nActualSize >= 0))
         return;
@@ -381,7 +384,8 @@ template <class T>
 T* chReferenceStringT<T>::GetBuffer(int nMinLength) {
     if (!QOR_ASSERT(nMinLength >= 0 || nMinLength == -1))
         return NULL;
-    PrepareTextBuffer(nMinLength);
+    if (!PrepareTextBuffer(nMinLength))
+        return NULL;
     SetLength(unknownLength);
     return m_lpszStringData;
 }
@@ -390,7 +394,8 @@ template <class T>
 T* chReferenceStringT<T>::GetBufferSetLength(int nLength) {
     if (!QOR_ASSERT(nLength >= 0))
         return NULL;
-    PrepareTextBuffer(nLength);
+    if (!PrepareTextBuffer(nLength))
+        return NULL;
     chStringDataT<T>* pStringData = getStringData();
     zeroText(pStringData, 0,
              pStringData->m_nDataLength == unknownLength ? pStringData->m_nAllocLength : pStringData->m_nDataLength);

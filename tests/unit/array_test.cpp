@@ -5,10 +5,20 @@
 #include "qor/ArrayHelper.h"
 #include "support/huge_request.h"
 #include "support/scale.h"
+#include "support/system_call.h"
 #include "support/fatal.h"
 
 using namespace QOR_ArrayHelper;
 using qorTest::scaled;
+
+static size_t s_nLeastRequest = SIZE_MAX;
+
+// Notes the smallest buffer that was asked for.
+extern "C" void* realloc(void* p, size_t nSize) noexcept {
+    static auto* const fn = qorTest::systemCall<void*(void*, size_t)>("realloc");
+    s_nLeastRequest = std::min(s_nLeastRequest, nSize);
+    return fn(p, nSize);
+}
 
 namespace {
 
@@ -54,6 +64,15 @@ TEST(Array, ANewOneIsAllZero) {
     EXPECT_EQ(0, pArray->GetSize());
     EXPECT_TRUE(pArray->IsEmpty());
     pArray->~intArray();
+}
+
+// Some allocators align smaller blocks to their size only, and would be taken for blocks of a document's page then.
+TEST(Array, NoBufferIsSmallerThanWhatEveryHeapAlignsToTwoPointers) {
+    s_nLeastRequest = SIZE_MAX;
+    chObjArray<char, false, 4> arr;
+    arr.Add('a');
+    EXPECT_EQ(4, arr.GetAllocCount());
+    EXPECT_EQ(2 * sizeof(void*), s_nLeastRequest);
 }
 
 TEST(Array, TheBufferThenTheCapacityThenTheCount) {

@@ -61,6 +61,35 @@ TEST(Precondition, PathNamesAreMadeOfTexts) {
     });
 }
 
+// A text of at least nSize digits. It consists of the same ones again and again, and so takes no memory.
+class repeatedText {
+public:
+    explicit repeatedText(size_t nSize)
+        : m_nSize((nSize + sizePiece - 1) / sizePiece * sizePiece + sizePiece),
+          m_pBegin(mmap(NULL, m_nSize, PROT_READ, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0)) {
+        const int fd = memfd_create("digits", 0);
+        const std::string strDigits(sizePiece, 'A');
+        m_bComplete = m_pBegin != MAP_FAILED && write(fd, strDigits.data(), sizePiece) == ssize_t{sizePiece};
+        for (size_t n = 0; m_bComplete && n < m_nSize - sizePiece; n += sizePiece)
+            m_bComplete = mmap(static_cast<char*>(m_pBegin) + n, sizePiece, PROT_READ, MAP_SHARED | MAP_FIXED, fd, 0) !=
+                          MAP_FAILED;
+        close(fd);
+    }
+    ~repeatedText() { munmap(m_pBegin, m_nSize); }
+    repeatedText(const repeatedText&) = delete;
+    repeatedText& operator=(const repeatedText&) = delete;
+
+    // Null: the system does not allow it.
+    const char* begin() const { return m_bComplete ? static_cast<const char*>(m_pBegin) : NULL; }
+
+private:
+    static constexpr size_t sizePiece = 1 << 20;
+
+    const size_t m_nSize;
+    void* const m_pBegin;
+    bool m_bComplete;
+};
+
 TEST(Precondition, EncodersTakeBytesAndDecodersAtMost128Megabytes) {
     using namespace QOR_MiscHelper;
     static const char szBytes[] = "(pData != NULL || nCount == 0) && nCount >= 0 && nCount <= maxEncodedSize";
@@ -68,26 +97,26 @@ TEST(Precondition, EncodersTakeBytesAndDecodersAtMost128Megabytes) {
         {"qorBin2Text(null)", "_chMisc", szBytes, [] { qorBin2Text(NULL, 1); }},
         {"qorBin2Base64(null)", "_chMisc", szBytes, [] { qorBin2Base64(NULL, 1); }},
     });
-    // One page of digits again and again, and an end, take no memory.
-    const size_t sizePiece = 1 << 20;
-    const size_t sizeText = static_cast<size_t>(maxEncodedSize) + sizePiece;
-    const int fd = memfd_create("digits", 0);
-    ASSERT_NE(-1, fd);
-    const std::string strDigits(sizePiece, 'A');
-    ASSERT_EQ(static_cast<ssize_t>(sizePiece), write(fd, strDigits.data(), sizePiece));
-    char* const lpszText = static_cast<char*>(
-        mmap(NULL, sizeText + sizePiece, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0));
-    ASSERT_NE(MAP_FAILED, static_cast<void*>(lpszText));
-    for (size_t n = 0; n < sizeText; n += sizePiece)
-        ASSERT_EQ(lpszText + n, mmap(lpszText + n, sizePiece, PROT_READ, MAP_SHARED | MAP_FIXED, fd, 0));
+    const repeatedText text(static_cast<size_t>(maxEncodedSize) + 1);
+    const char* const lpszText = text.begin();
+    ASSERT_NE(nullptr, lpszText);
     expectFatal({
         {"qorBase162Bin", "_chMisc", "nLength <= maxEncodedSize", [lpszText] { qorBase162Bin(lpszText); }},
         {"qorText2Bin", "_chMisc", "nLength <= maxEncodedSize", [lpszText] { qorText2Bin(lpszText); }},
         {"qorBase642Bin", "_chMisc", "nLength <= maxEncodedSize", [lpszText] { qorBase642Bin(lpszText); }},
     });
-    munmap(lpszText, sizeText + sizePiece);
-    close(fd);
 }
+
+#if UINTPTR_MAX > 0xFFFFFFFFu && !defined(__SANITIZE_THREAD__)  // which keeps notes of each byte
+TEST(Precondition, ALengthIsAtMostTheLargestInt) {
+    const repeatedText text(size_t{1} << 31);
+    const char* const lpszText = text.begin();
+    ASSERT_NE(nullptr, lpszText);
+    EXPECT_EQ(0x7FFFFFFF, QOR_StringHelper::chStrlen(lpszText));
+    expectFatal({{"chReferenceStringT", "_chString", "nLength < maxLength",
+                  [lpszText] { QOR_StringHelper::chReferenceStringT<char> str(lpszText); }}});
+}
+#endif
 
 TEST(Precondition, TextPrimitivesTakeTexts) {
     typedef QOR_StringHelper::uCTextHelper<char, false> text;

@@ -345,6 +345,16 @@ TEST(Regex, TheStepsOfMatchingMayBeTakenOneByOne) {
     EXPECT_EQ(-1, express.m_iIndexInParent);
 }
 
+TEST(Regex, ALazyExactNumberThatIsAskedForMoreLooksAhead) {
+    const char* lpszText = "xyz1";
+    for (const char* lpszPattern : {"\\D{1}?", "[^1]{1}?"}) {
+        regexTree express(lpszPattern, 0);
+        EXPECT_EQ(lpszText, express.ApplyChildForOptional(0, lpszText, NULL, 3)) << lpszPattern;
+    }
+    regexTree express("\\D{1}?\\d", 0);
+    EXPECT_EQ(lpszText + 3, express.ApplyChildForOptional(0, lpszText, NULL, -1));
+}
+
 TEST(Regex, TheStepsAssertTheirArguments) {
     regexTree express("ab", 0);
     const auto dies = testing::KilledBySignal(SIGABRT);

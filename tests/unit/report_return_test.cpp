@@ -243,6 +243,57 @@ TEST(AfterAReport, AnIteratorStaysWhereItIs) {
     EXPECT_EQ(0, list.size());
 }
 
+// ---- strings and arrays
+
+template <class T>
+class LongStringAfterAReport : public testing::Test {};
+
+using textTypes = testing::Types<char, unsigned short>;
+TYPED_TEST_SUITE(LongStringAfterAReport, textTypes);
+
+TYPED_TEST(LongStringAfterAReport, IsAsItWas) {
+    typedef QOR_StringHelper::chReferenceStringT<TypeParam> text;
+    static const char szTooLong[] = "_chString: nLength < maxLength";
+    const int nMost = 0x7FFFFFFF;
+    const TypeParam szText[] = {'a', 'b', 'c', 0};
+    text str(szText);
+    const text strShared = str;
+    text strOwn(szText);
+    strOwn += szText;
+    for (text* const pText : {&str, &strOwn}) {
+        const text strBefore(static_cast<const TypeParam*>(*pText));
+        EXPECT_NULL(szTooLong, nullptr, pText->GetBuffer(nMost));
+        EXPECT_NULL(szTooLong, nullptr, pText->GetBufferSetLength(nMost));
+        EXPECT_REPORT(szTooLong, pText->CopyTextFrom(szText + 1, nMost));
+        EXPECT_REPORT(szTooLong, pText->CopyTextFrom(static_cast<const TypeParam*>(*pText) + 1, nMost));
+        EXPECT_REPORT(szTooLong, pText->AppendTextFrom(szText + 1, nMost));
+        EXPECT_TRUE(*pText == strBefore);
+        EXPECT_REPORT(szTooLong, pText->RepeatFill('x', nMost));
+        EXPECT_TRUE(pText->IsEmpty());
+    }
+    EXPECT_TRUE(strShared == szText);
+}
+
+TEST(AfterAReport, AnArrayWithoutRoomIsAsItWas) {
+    struct large {
+        char szText[0x10000000];
+    };
+    QOR_ArrayHelper::chObjArray<large, false, 1> arrLarge;
+    const int nMost = 0x7FFFFFFF;
+    EXPECT_REPORT("_chArray: pObj != NULL", arrLarge.SetArraySize(nMost));
+    EXPECT_EQ(0, arrLarge.GetSize());
+    EXPECT_NULL("_chArray: pObj != NULL", nullptr, arrLarge.AppendAllocSize(nMost));
+    EXPECT_EQ(0, arrLarge.GetSize());
+    QOR_ArrayHelper::chObjArray<int, false, 4> arr;
+    arr.Add(7);
+    EXPECT_REPORT("_chArray: nNewCount >= 0", arr.SetArraySize(-1));
+    EXPECT_NULL("_chArray: nNewCount >= 0", nullptr, arr.AppendAllocSize(nMost));
+    const int aValue[] = {1, 2};
+    EXPECT_REPORT("_chArray: nNewCount >= 0", arr.Append(aValue, nMost));
+    ASSERT_EQ(1, arr.GetSize());
+    EXPECT_EQ(7, arr[0]);
+}
+
 // ---- messages
 
 TEST(AfterAReport, AMessageKeepsItsExtraData) {

@@ -98,6 +98,8 @@ public:
             return;
         if (nNewCount > this->m_nAllocCount)
             this->Alloc(nNewCount <= maxCount ? (nNewCount + N - 1) / N * N : nNewCount);
+        if (nNewCount > this->m_nAllocCount)
+            return;
         for (; m_nElementCount < nNewCount; ++m_nElementCount)
             Construct(this->m_aT + m_nElementCount);
         while (m_nElementCount > nNewCount)
@@ -106,7 +108,9 @@ public:
     /// Appends a copy of a value, which may be an element of this array.
     void Add(const T& value) {
         const T copy = value;
-        alloc_push_back() = copy;
+        T* const pTo = AppendAllocSize(1);
+        if (pTo != NULL)
+            *pTo = copy;
     }
     /// Appends copies of the elements of an array, which may be this one.
     void Append(const chMeth_ObjArray& r) { Append(r.m_aT, r.m_nElementCount); }
@@ -117,6 +121,8 @@ public:
         const bool bOwn = p >= this->m_aT && p < this->m_aT + m_nElementCount;
         const ptrdiff_t iOwn = bOwn ? p - this->m_aT : 0;
         T* pTo = AppendAllocSize(nCount);
+        if (pTo == NULL)
+            return;
         if (bOwn)
             p = this->m_aT + iOwn;
         for (int i = 0; i < nCount; ++i)
@@ -129,7 +135,7 @@ public:
         const int nOld = m_nElementCount;
         // A sum above the largest int wraps to a negative one, which is fatal.
         SetArraySize(static_cast<int>(static_cast<unsigned>(nOld) + static_cast<unsigned>(nCount)));
-        return this->m_aT + nOld;
+        return m_nElementCount > nOld ? this->m_aT + nOld : NULL;
     }
     /// Appends one element and returns it.
     T& alloc_push_back() { return *AppendAllocSize(1); }

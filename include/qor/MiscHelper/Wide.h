@@ -22,8 +22,7 @@
 
 namespace QOR_MiscHelper {
 
-// ---- conversion of whole texts; a length of -1 means up to the NUL, and a NUL before the given length also ends a
-// text
+// ---- conversion of whole texts; a length of -1 means up to the NUL, and an earlier NUL also ends a text
 
 /// Converts nTextW units of 16-bit text to at most nText bytes of multibyte text, only whole characters. Adds a NUL if
 /// there is room for it. A character that the locale does not have, and an unpaired surrogate, becomes '?'.

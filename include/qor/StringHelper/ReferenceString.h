@@ -163,7 +163,7 @@ private:
     static T* nullText() { return const_cast<T*>(getNullText<T>()); }
     void ReleaseStringData();
     bool IsInBlock(const T* lpszText) const;
-    void PrepareTextBuffer(int nLength);
+    bool PrepareTextBuffer(int nLength);
     chStringDataT<T>* CopyBlock(chStringDataT<T>* pOld, int nLength);
     void SetLength(int nLength) { getStringData()->m_nDataLength = nLength; }
 

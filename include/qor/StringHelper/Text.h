@@ -47,19 +47,22 @@ inline bool textEMPTY(const T* lpsz) {
     return lpsz == NULL || *lpsz == 0;
 }
 
-/// The length of a text in characters. Fatal: null ("lpszText != NULL").
+/// The length of a text in characters; that of a longer text is the largest int. Fatal: null ("lpszText != NULL").
 template <class T>
 inline int chStrlen(const T* lpszText) {
     if (!QOR_ASSERT_IN("_chString", lpszText != NULL, "lpszText != NULL"))
         return 0;
     int nLength = 0;
-    while (lpszText[nLength] != 0)
+    while (nLength < INT32_MAX && lpszText[nLength] != 0)
         ++nLength;
     return nLength;
 }
 template <>
 inline int chStrlen<char>(const char* lpszText) {
-    return QOR_ASSERT_IN("_chString", lpszText != NULL, "lpszText != NULL") ? static_cast<int>(strlen(lpszText)) : 0;
+    if (!QOR_ASSERT_IN("_chString", lpszText != NULL, "lpszText != NULL"))
+        return 0;
+    const size_t nLength = strlen(lpszText);
+    return nLength < INT32_MAX ? static_cast<int>(nLength) : INT32_MAX;
 }
 
 /// Copies at most nCount characters, up to the NUL, and fills the rest of them with NULs. Adds no terminator. Returns

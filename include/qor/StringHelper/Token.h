@@ -96,8 +96,7 @@ QOR_API int qorPeekPhraseByCharTokens(const unsigned short*& lpszText, chReferen
 /// Reads the phrase before the first token of a table, and advances the text past that token or to its end. If several
 /// tokens begin at the same place, the first of the table counts.
 /// @return the token's index; the number of tokens: the text ended first; -1: there was only white space, and the
-/// phrase
-///         is unchanged. Fatal: a null text.
+///         phrase is unchanged. Fatal: a null text.
 QOR_API int qorPeekPhraseByStringTokens(const char*& lpszText, chConstTextT<char>& phrase, const char* const* arrToken,
                                         const int* arrTokenLen);
 /// The same of 16-bit text.

@@ -7,7 +7,7 @@
 /// using namespace QOR_BaseHelper;
 /// unsigned char arrScreen[240][320], arrIcon[32][32];
 /// QOR_SubClass::qorMemcpy2D(arrScreen, chSize(320, 240), arrIcon, chSize(32, 32), chPoint(300, -8));
-/// // 20 columns of the icon's lower 24 rows stand at the upper right corner
+/// // 20 columns of the icon's lower 24 rows are at the upper right corner
 /// @endcode
 #ifndef QOR_SUBCLASS_COPY2D_H
 #define QOR_SUBCLASS_COPY2D_H
