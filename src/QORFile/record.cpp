@@ -28,7 +28,7 @@ public:
     void End();
     bool Write(const char* lpszRecord, bool bSync);
     bool Sync();
-    std::string FileName(int nAge) const {
+    std::string FileName(long long nAge) const {
         return nAge == 0 ? m_strFileName : m_strFileName + "." + std::to_string(nAge);
     }
 
@@ -38,6 +38,8 @@ private:
     bool Append(const std::string& strLine);
     void Rotate();
     bool MoveAside();
+    bool IsThere(long long nAge) const;
+    void RemoveSurplus();
 
     std::string m_strFileName;
     long long m_nMaxSize = 0;
@@ -136,6 +138,7 @@ bool recordFileState::Sync() {
 void recordFileState::Rotate() {
     if (!Sync() || !MoveAside())
         return;
+    RemoveSurplus();
     m_file.release();
     OpenNewest();
 }
@@ -152,6 +155,20 @@ bool recordFileState::MoveAside() {
         if (!renameFile(FileName(nFree - 1).c_str(), FileName(nFree).c_str()))
             return false;
     return true;
+}
+
+bool recordFileState::IsThere(long long nAge) const {
+    fileState found;
+    return lookAt(FileName(nAge).c_str(), found) && found.eKind != kindNone;
+}
+
+// Files that an opener with a larger count has left, the oldest first. A power cut may have left one number free.
+void recordFileState::RemoveSurplus() {
+    long long nEnd = m_nMaxCount;
+    while (IsThere(nEnd) || IsThere(nEnd + 1))
+        ++nEnd;
+    while (--nEnd >= m_nMaxCount)
+        removeFile(FileName(nEnd).c_str());
 }
 
 chRecordFile::chRecordFile() : m_pState(new recordFileState) {}

@@ -314,14 +314,17 @@ bool decodeSnapshot(const uint8_t* pData, size_t nSize, deviceImage& device, std
 
 bool saveSnapshot(const deviceImage& device, const std::string& strFile, std::string& strError) {
     const std::vector<uint8_t> bytes = encodeSnapshot(device);
+    const std::string strNew = strFile + ".new";
     // The content of messages and settings is nobody else's business.
-    fileHandle file(createPrivateFile(strFile), fclose);
+    fileHandle file(mayReplace(strFile) ? createPrivateFile(strNew) : nullptr, fclose);
     if (file == nullptr)
         return failWith(strError, strFile, errno);
     const bool bWritten = fwrite(bytes.data(), 1, bytes.size(), file.get()) == bytes.size();
-    if (fclose(file.release()) != 0 || !bWritten)
-        return failWith(strError, strFile, errno);
-    return true;
+    if (fclose(file.release()) == 0 && bWritten && rename(strNew.c_str(), strFile.c_str()) == 0)
+        return true;
+    const int nError = errno;
+    remove(strNew.c_str());
+    return failWith(strError, strFile, nError);
 }
 
 bool loadSnapshot(const std::string& strFile, deviceImage& device, std::string& strError) {

@@ -1,8 +1,8 @@
 // A server of packets for clients that are not trusted.
 //
 // Every operation on a client's socket is one that does not wait. A client is dropped in two steps: it is marked with
-// the reason wherever that is found out, also inside a method of the derived class, and removed at the end of
-// ServeClients(); so no client disappears while the list is walked.
+// the reason wherever that is found out, also inside a method of the derived class, and removed by ServeClients() when
+// it does not walk the list: before it waits, after it has served all, and before it accepts another client.
 #include "qor/SocketHelper/PacketServer.h"
 
 #include <errno.h>
@@ -194,7 +194,8 @@ void packetServerState::acceptClients(long long nNow) {
         waitLimit limit(0, waitLimit::anyDescriptor);
         if (waitReadable(m_objListen, limit) <= 0)
             break;
-        if (m_mapClient.size() >= static_cast<size_t>(m_limits.nMaxClient) && !makePlace())
+        // A client that was refused when it connected is still in the map, but takes no place.
+        if (m_objServer.GetClientCount() >= m_limits.nMaxClient && !makePlace())
             return pauseAccepting(nNow);
         removeDropped();
         chSocketAddr addr;

@@ -130,6 +130,14 @@ std::vector<uint8_t> inspectedFile::read(size_t nSize) const {
     return bytes;
 }
 
+bool mayReplace(const std::string& strFile) {
+    struct stat state = {};
+    if (stat(strFile.c_str(), &state) != 0 || S_ISREG(state.st_mode))
+        return true;
+    errno = S_ISDIR(state.st_mode) ? EISDIR : EEXIST;
+    return false;
+}
+
 // The mode has to hold from the first byte on.
 FILE* createPrivateFile(const std::string& strFile) {
     unlink(strFile.c_str());

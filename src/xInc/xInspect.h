@@ -80,6 +80,10 @@ private:
     uint32_t m_uMode = 0;
 };
 
+// Whether a name is free, or that of a regular file: a device such as /dev/null is not to become a file. Else errno
+// says why.
+bool mayReplace(const std::string& strFile);
+
 // A new file of mode 0600, in the place of one that is there. Null when it cannot be made; then errno says why.
 FILE* createPrivateFile(const std::string& strFile);
 

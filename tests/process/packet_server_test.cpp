@@ -40,6 +40,8 @@ public:
 
     void OnClientConnected(uint32_t idClient, const chSocketAddr& addr) override {
         m_mapPort[idClient] = addr.GetPort();
+        if (m_bRefuse)
+            DropClient(idClient);
     }
     void OnClientPacket(uint32_t idClient, const void* pData, int nSize) override {
         m_strLast.assign(static_cast<const char*>(pData), static_cast<size_t>(nSize));
@@ -58,6 +60,7 @@ public:
     std::vector<clientEnd> m_listEnd;
     std::string m_strLast;
     int m_nSent = 0;
+    bool m_bRefuse = false;
 };
 
 class PacketServer : public testing::Test {
@@ -123,6 +126,23 @@ TEST_F(PacketServer, AClientThatTheServerDropsIsDisconnected) {
     EXPECT_EQ(clientDropped, m_server.serveUntilDropped());
     EXPECT_EQ("", m_peer.hear(1));
     EXPECT_EQ(0, m_server.GetClientCount());
+}
+
+TEST_F(PacketServer, AClientThatIsDroppedBetweenTwoCallsIsReportedBeforeTheNextOneWaits) {
+    m_server.m_bRefuse = true;
+    ASSERT_TRUE(m_peer.connect(m_server.GetPort()));
+    while (m_server.m_mapPort.empty() && m_server.m_listEnd.empty())
+        m_server.ServeClients(-1);
+    EXPECT_EQ(0, m_server.GetClientCount());
+    m_server.ServeClients(0);
+    EXPECT_EQ(std::vector<clientEnd>{clientDropped}, m_server.m_listEnd);
+    m_server.m_bRefuse = false;
+    plainPeer second;
+    connect(second);
+    m_server.DropClient(m_server.m_mapPort.begin()->first);
+    EXPECT_EQ(1u, m_server.m_listEnd.size());
+    m_server.ServeClients(0);
+    EXPECT_EQ(2u, m_server.m_listEnd.size());
 }
 
 TEST_F(PacketServer, FourBytesFromTheNetworkDropTheirClientOnly) {
@@ -216,6 +236,24 @@ TEST_F(PacketServer, AClientThatHasSentNothingGivesItsPlaceToANewOne) {
     next.end();
     m_server.serve(1);
     EXPECT_EQ("third", m_server.m_strLast);
+}
+
+TEST_F(PacketServer, AClientThatIsRefusedTakesNoPlaceFromAnother) {
+    m_limits.nMaxClient = 2;
+    m_limits.nMaxSilence = -1;
+    restart();
+    connect(m_peer);
+    m_server.m_bRefuse = true;
+    plainPeer refused, refusedToo;
+    ASSERT_TRUE(refused.connect(m_server.GetPort()));
+    ASSERT_TRUE(refusedToo.connect(m_server.GetPort()));
+    while (m_server.m_listEnd.size() < 2)
+        m_server.ServeClients(10);
+    EXPECT_EQ(std::vector<clientEnd>({clientDropped, clientDropped}), m_server.m_listEnd);
+    EXPECT_EQ(1, m_server.GetClientCount());
+    ASSERT_TRUE(m_peer.say(packetOf("still here")));
+    m_server.serve(1);
+    EXPECT_EQ("still here", m_server.m_strLast);
 }
 
 TEST_F(PacketServer, WithoutDescriptorsItGoesOnServing) {

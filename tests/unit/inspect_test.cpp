@@ -17,6 +17,7 @@
 #include "qor/MsgQueueHelper.h"
 #include "qor/TraceHelper/Trace.h"
 #include "qor/flat.h"
+#include "support/filelimit.h"
 
 using namespace QOR_InspectHelper;
 
@@ -308,6 +309,28 @@ TEST_F(Inspect, ASnapshotHoldsAllOfIt) {
     EXPECT_EQ(device.limits.nSegmentMax, again.limits.nSegmentMax);
     EXPECT_FALSE(saveSnapshot(device, "/nowhere/device.snap", strError));
     EXPECT_EQ("/nowhere/device.snap: No such file or directory", strError);
+}
+
+TEST_F(Inspect, ASnapshotThatCannotBeWrittenLeavesWhatIsThere) {
+    const deviceImage device = takeNow();
+    std::string strError;
+    std::ofstream("/tmp/device.snap") << "precious";
+    {
+        const qorTest::fileLimit limit(4096);
+        ASSERT_TRUE(limit.isSet());
+        EXPECT_FALSE(saveSnapshot(device, "/tmp/device.snap", strError));
+        EXPECT_EQ("/tmp/device.snap: File too large", strError);
+    }
+    std::string strText;
+    std::ifstream("/tmp/device.snap") >> strText;
+    EXPECT_EQ("precious", strText);
+    EXPECT_NE(0, access("/tmp/device.snap.new", F_OK));
+    ASSERT_EQ(0, mkfifo("/tmp/pipe", 0600));
+    EXPECT_FALSE(saveSnapshot(device, "/tmp/pipe", strError));
+    EXPECT_EQ("/tmp/pipe: File exists", strError);
+    struct stat state = {};
+    ASSERT_EQ(0, stat("/tmp/pipe", &state));
+    EXPECT_TRUE(S_ISFIFO(state.st_mode));
 }
 
 TEST_F(Inspect, ASnapshotThatIsCutOffAnywhereIsRefused) {

@@ -111,6 +111,30 @@ TEST_F(RecordFile, OneFileIsBegunAnew) {
     EXPECT_FALSE(isThere(name(1)));
 }
 
+TEST_F(RecordFile, FilesOfALargerCountGoWhenTheNextFileBegins) {
+    for (const int nFree : {9, 4, 1}) {  // 9: a power cut has left no number free
+        TearDown();
+        SetUp();
+        for (int n = 0; n < 8; ++n)
+            if (n != nFree)
+                putFile(name(n), std::to_string(n) + "\n");
+        ASSERT_EQ(1, m_file.Open(m_strFile.c_str(), 4, 3));
+        EXPECT_EQ(1, m_file.Write(""));
+        EXPECT_TRUE(isThere(name(7)));
+        EXPECT_EQ(1, m_file.Write("new"));
+        EXPECT_EQ(nFree == 1 ? "2\n0\n\nnew\n" : "1\n0\n\nnew\n", all()) << nFree;
+        m_file.Close();
+    }
+}
+
+TEST_F(RecordFile, OneFileIsLeftOfSeveral) {
+    for (int n = 0; n < 4; ++n)
+        putFile(name(n), std::to_string(n) + "\n");
+    ASSERT_EQ(1, m_file.Open(m_strFile.c_str(), 1, 1));
+    EXPECT_EQ(1, m_file.Write("new"));
+    EXPECT_EQ("new\n", all());
+}
+
 TEST_F(RecordFile, APowerCutAtAnyByteLeavesWholeRecords) {
     const std::string strRecords = "first,1\n\nthird,3\nlast";
     for (size_t nCut = 0; nCut <= strRecords.size(); ++nCut) {

@@ -10,10 +10,10 @@
 ///         use(strLine);
 /// @endcode
 ///
-/// A file is used by one thread at a time. It passes through standard streams, so what was written is certain to have
-/// reached the system only after a Flush() that returned 0. Sync() brings it to
-/// the device. Files that must survive a power cut whole are written as documents are, and records by chRecordFile
-/// (`FileHelper/Record.h`), not through this class alone. Read on in `FileHelper/TextFile.h`.
+/// A file is used by one thread at a time. It is a standard stream, so what was written is certain to have reached the
+/// system only after a Flush() that returned 0. Sync() writes it to the medium. Files that must survive a power cut as
+/// a whole are written as documents are, and records by chRecordFile (`FileHelper/Record.h`), not through this class
+/// alone. Read on in `FileHelper/TextFile.h`.
 #ifndef QOR_FILEHELPER_FILE_H
 #define QOR_FILEHELPER_FILE_H
 
@@ -88,7 +88,7 @@ public:
     /// Gives what was written to the system. Note the sense.
     /// @return 1 when that FAILED, 0 when it succeeded.
     BOOL Flush();
-    /// Brings what was written to the device, so that it survives a power cut. Waits for the device.
+    /// Flushes what was written through to the medium, so that it survives a power cut. Waits for the medium.
     /// @return 1 when it is there, 0 on failure (errno).
     BOOL Sync();
 

@@ -229,7 +229,7 @@ public:
     /// file's name is remembered, whatever the result.
     /// Returns 1. 0, and the document is unchanged: the file cannot be read, is no regular file, or has 512 MB or more;
     /// `errno` says why, where only ENOENT and ENOTDIR mean that there is no such file. Keys that are dropped because
-    /// they stand before any section are a warning.
+    /// they come before any section are a warning.
     /// Waits, for some seconds at most, for a save that is just replacing the file.
     /// Fatal: a null or empty name ("!textEMPTY(lpszFileName)").
     BOOL LoadFromFile(const char* lpszFileName);

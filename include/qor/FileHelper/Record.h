@@ -36,8 +36,9 @@ public:
 
     /// Opens the newest file, which is made when it is missing, and removes what is no whole record from its end. A
     /// record that would make the file longer than nMaxSize bytes begins a new one: then this file gets the name with
-    /// ".1" after it, ".1" becomes ".2", and so on; there are nMaxCount files at most, and the oldest is removed.
-    /// Reads the file; waits for the device.
+    /// ".1" after it, ".1" becomes ".2", and so on; there are nMaxCount files at most, and what is older is removed.
+    /// Opening itself removes no file: those of an earlier, larger count go when the next file begins. Reads the file;
+    /// waits for the medium.
     /// @return 1; 0 when it cannot be opened, is no regular file, or another writer has it open (errno is EWOULDBLOCK).
     ///         Fatal: it is open, an empty name, a size or count below 1.
     BOOL Open(const char* lpszFileName, int nMaxSize, int nMaxCount);
@@ -46,15 +47,14 @@ public:
     /// Closes the file.
     void Close();
 
-    /// Appends a record and a line feed. With bSync it is on the device when the call returns, and so are all before
+    /// Appends a record and a line feed. With bSync it is on the medium when the call returns, and so are all before
     /// it; without, it survives the end of the process, but a power cut may take it. When the files cannot be renamed,
     /// the file grows beyond its size rather than to lose records.
     /// @return 1; 0 when the record was not written (errno), as on a full disk: the file is as it was, and the next
-    /// call
-    ///         tries again; and, with errno EINVAL, for a record with a line feed. Only when the device failed while
-    ///         the record was brought to it may the record be there in spite of a 0. Fatal: null, a closed file.
+    ///         call tries again; and, with errno EINVAL, for a record with a line feed. Only when the medium failed
+    ///         while the record was written may the record be there in spite of a 0. Fatal: null, a closed file.
     BOOL Write(const char* lpszRecord, BOOL bSync = TRUE);
-    /// Brings all records to the device.
+    /// Writes all records to the medium.
     /// @return 1, or 0 on failure (errno). Fatal: a closed file.
     BOOL Sync();
 

@@ -12,7 +12,7 @@
 /// - The parser goes through the text once and stops at the first piece that it cannot take; what it has read until
 ///   then stays. White space around names, values and texts is dropped, and so is text in front of the first node.
 ///   Elements that are still open at the end of the text count as closed.
-/// - The writer puts every node on a line of its own, two blanks deeper than its parent; an element whose only child is
+/// - The writer puts every node on a separate line, two blanks deeper than its parent; an element whose only child is
 ///   a text is one line, and so is an element without children.
 /// - A node owns its children. Trees of any depth are read, searched, written and deleted with the same small stack.
 ///   But mind the indentation: what n elements inside each other are written as has more than 2 n * n bytes.
@@ -22,7 +22,7 @@
 /// - names are neither empty nor hold white space, '=', '/', '?', '!' or one of the five characters that have entities
 ///   (in the first tag of an element, and in a declaration, the name is not encoded), and names of attributes are
 ///   neither empty nor hold '=';
-/// - no text is empty, no two texts are neighbours, and texts beside the outermost elements are between others;
+/// - no text is empty, no two texts are neighbours, and texts on the outermost level are between other nodes;
 /// - no CDATA holds "]]>".
 ///
 /// @code

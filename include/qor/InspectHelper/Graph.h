@@ -29,7 +29,7 @@ struct sendEdge {
 std::vector<sendEdge> findEdges(const shareView& share, const deviceImage& device);
 
 /// The rings among edges: lists of indices of edges, each of which begins where the one before it ends, and the first
-/// where the last ends. Every ring begins at its smallest task id; rings stand in ascending order of it. Takes time in
+/// where the last ends. Every ring begins at its smallest task id; rings are in ascending order of it. Takes time in
 /// proportion to the number of edges; of rings that share members at least one is found.
 std::vector<std::vector<size_t>> findRings(const std::vector<sendEdge>& edges);
 

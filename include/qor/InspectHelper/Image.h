@@ -131,7 +131,8 @@ std::string defaultStorageFile();
 std::vector<uint8_t> encodeSnapshot(const deviceImage& device);
 /// Reads a snapshot. Any bytes give an image, or false and a reason.
 bool decodeSnapshot(const uint8_t* pData, size_t nSize, deviceImage& device, std::string& strError);
-/// Writes a snapshot file of mode 0600, which must not exist or is replaced. False and a reason when that fails.
+/// Writes a snapshot file of mode 0600, in the place of a regular file that is there. False and a reason when that
+/// fails; then the file that was there stays as it was.
 bool saveSnapshot(const deviceImage& device, const std::string& strFile, std::string& strError);
 /// Reads a snapshot file. False and a reason when that fails.
 bool loadSnapshot(const std::string& strFile, deviceImage& device, std::string& strError);

@@ -1,5 +1,5 @@
 /// @file
-/// What stands in the copy of a segment, as plain structures.
+/// The contents of the copy of a segment, as plain structures.
 ///
 /// Each function takes any bytes: every offset is checked before it is followed, every walk is bounded by the number of
 /// cells of the segment's pool, and a record counts only once. What cannot be read is left out, and the view says why.

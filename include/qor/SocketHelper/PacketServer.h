@@ -19,7 +19,7 @@
 ///
 /// One thread serves all clients, with poll() and without a limit to descriptors but that of the process. No client can
 /// end the process, make it wait, or take more memory than the limits say. A thread that also has a message loop calls
-/// ServeClients(0) on a timer; or a thread of its own serves, and its methods post what arrives.
+/// ServeClients(0) on a timer; or a separate thread serves, and its methods post what arrives.
 #ifndef QOR_SOCKETHELPER_PACKETSERVER_H
 #define QOR_SOCKETHELPER_PACKETSERVER_H
 
@@ -93,7 +93,8 @@ protected:
     virtual void OnClientConnected(uint32_t idClient, const chSocketAddr& addr);
     /// A client has sent a packet; the bytes are valid until the method returns.
     virtual void OnClientPacket(uint32_t idClient, const void* pData, int nSize) = 0;
-    /// A client is not connected any more. Its number is not used again.
+    /// A client is not connected any more. Its number is not used again. Called by ServeClients(), for a client that is
+    /// dropped elsewhere or in OnClientConnected() at the latest by the next call, before it waits.
     virtual void OnClientDropped(uint32_t idClient, clientEnd eEnd);
 
 private:
