@@ -1,9 +1,13 @@
 // The commands of qorctl one by one: what they print, what they change, how they end.
 #include <nlohmann/json.hpp>
 
+#include <fcntl.h>
+#include <grp.h>
 #include <stdlib.h>
+#include <sys/file.h>
 #include <sys/prctl.h>
 #include <sys/stat.h>
+#include <termios.h>
 
 #include <fstream>
 #include <map>
@@ -44,6 +48,13 @@ void fillDevice() {
     QOR_TraceHelper::uCTraceHelpergetGlobalObject()->TraceToSystemTrace(strOther);
 }
 
+void expectNoSegment() {
+    std::ifstream in("/proc/sysvipc/shm");
+    std::string strLine;
+    std::getline(in, strLine);
+    EXPECT_FALSE(std::getline(in, strLine)) << strLine;
+}
+
 class CtlCommand : public testing::Test {
 protected:
     void SetUp() override {
@@ -77,6 +88,7 @@ protected:
 TEST_F(CtlCommand, ASendPrintsTheAnswer) {
     EXPECT_EQ("8\n", run(0, {"send", "main", "0x100", "7"}));
     EXPECT_EQ("{\n\"result\": 8\n}\n", run(0, {"send", "main", "256", "7", "-1", "--json"}));
+    EXPECT_EQ("11\n", run(0, {"send", "main", "0256", "010"}));
     EXPECT_EQ("201\n", run(0, {"send", "main", "0x100", "-d", "00ff"}));
     EXPECT_EQ("501\n", run(0, {"send", "main", "0x100", "-d", "-"}, "hello"));
     std::ofstream("/tmp/home/data") << "abc";
@@ -93,24 +105,37 @@ TEST_F(CtlCommand, ASendThatIsNotAnsweredEndsWithStatusFive) {
 }
 
 TEST_F(CtlCommand, WrongArgumentsEndWithStatusTwo) {
-    for (const std::vector<std::string>& listArgument :
-         std::vector<std::vector<std::string>>{{},
-                                               {"nothing"},
-                                               {"--unknown", "ps"},
-                                               {"queue"},
-                                               {"post", "main"},
-                                               {"post", "main", "1x"},
-                                               {"post", "main", "0x100000000"},
-                                               {"post", "main", "1", "-d", "0"},
-                                               {"post", "main", "1", "-d", "0g"},
-                                               {"graph", "--format=png"},
-                                               {"--color=blue", "ps"},
-                                               {"trace", "--grep", "("},
-                                               {"reg"},
-                                               {"reg", "get", "a"},
-                                               {"acc", "step", "ticket", "0"},
-                                               {"acc", "step", "ticket", "99"},
-                                               {"--from", "/dev/null", "clean"}})
+    for (const std::vector<std::string>& listArgument : std::vector<std::vector<std::string>>{
+             {},
+             {"nothing"},
+             {"--unknown", "ps"},
+             {"queue"},
+             {"post", "main"},
+             {"post", "main", "1x"},
+             {"post", "main", "0x100000000"},
+             {"post", "main", "1", "-d", "0"},
+             {"post", "main", "1", "-d", "0g"},
+             {"graph", "--format=png"},
+             {"--color=blue", "ps"},
+             {"trace", "--grep", "("},
+             {"reg"},
+             {"reg", "get", "a"},
+             {"reg", "get", "", "Net", "port"},
+             {"reg", "set", "", "Net", "port", "1"},
+             {"reg", "watch", ""},
+             {"--exact=x", "ps"},
+             {"--exact=-1", "ps"},
+             {"acc", "step", "ticket", "0"},
+             {"acc", "step", "ticket", "99"},
+             {"wait-for", ""},
+             {"--from", "/dev/null", "clean"},
+             {"--from", "/dev/null", "post", "main", "1"},
+             {"--from", "/dev/null", "send", "main", "1", "-t", "1"},
+             {"--from", "/dev/null", "wait-for", "main", "-t", "1"},
+             {"--from", "/dev/null", "acc", "step", "ticket"},
+             {"--from", "/dev/null", "reg", "set", "/tmp/home/net.ini", "a", "b", "c"},
+             {"--from", "/dev/null", "reg", "flush"},
+             {"--from", "/dev/null", "reg", "watch", "/tmp/home/net.ini"}})
         run(2, listArgument);
     std::string strData(1025, 'x');
     run(2, {"post", "main", "1", "-d", "-"}, strData);
@@ -183,6 +208,42 @@ TEST_F(CtlCommand, TopShowsTheThreadsAgainAndAgain) {
     EXPECT_EQ(2, nLooks);
 }
 
+TEST_F(CtlCommand, TopKnowsNoRateOfAThreadThatRegistersAgain) {
+    meeting handled, again, registered;
+    device.start("often", [&] {
+        for (int i = 0; i < 2; ++i) {
+            msgPostMsgToThread(msgGetThreadByName("often"), 0x100, 0, 0);
+            msgProcessThreadMsgOnce(msgGetCurrentThreadObject());
+        }
+        handled.say();
+        again.hear();
+        msgUnregistMainThread(msgGetThreadByName("often"));
+        msgRegistMainThread("often", onMain);
+        registered.say();
+        pause();
+    });
+    handled.hear();
+    int afd[2];
+    ASSERT_EQ(0, pipe(afd));
+    childProcess looking("top", [&] { return execCtl({"top", "--json", "-i", "20"}, afd[1]); });
+    close(afd[1]);
+    FILE* const pFile = fdopen(afd[0], "r");
+    char* lpszLine = nullptr;
+    size_t nSize = 0;
+    ASSERT_GT(getline(&lpszLine, &nSize, pFile), 0);
+    again.say();
+    registered.hear();
+    for (json row; row.is_null() || row["handled"] != 0;) {
+        ASSERT_GT(getline(&lpszLine, &nSize, pFile), 0);
+        for (const json& one : json::parse(lpszLine))
+            if (one["name"] == "often")
+                row = one;
+        EXPECT_TRUE(row.is_null() || row["handledRate"].is_null() || row["handledRate"] < 1000) << row;
+    }
+    free(lpszLine);
+    fclose(pFile);
+}
+
 TEST_F(CtlCommand, AReportIsOnePageThatNeedsNoNetwork) {
     device.startSender("a<b>&", "deaf", 0x123);
     device.startSender("sixteen letters,\xC3\xA4\xC3\xB6\xC3\xBC", "deaf", 0x124);
@@ -252,6 +313,8 @@ TEST_F(CtlCommand, TheRegistryIsShownAndChanged) {
     EXPECT_EQ("5060\n", run(0, {"reg", "get", strFile, "Net", "PORT"}));
     EXPECT_EQ("", run(1, {"reg", "get", strFile, "Net", "unknown"}));
     EXPECT_EQ("", run(1, {"reg", "get", "/tmp/home/other.ini", "Net", "port"}));
+    EXPECT_EQ("", run(1, {"reg", "get", strFile, "", "port"}));
+    EXPECT_EQ("", run(1, {"reg", "get", strFile, "Net", ""}));
     EXPECT_EQ("", run(0, {"reg", "set", strFile, "Net", "port", "5061"}));
     EXPECT_EQ("; " + strFile + "\n[Net]\nport=5061 ; unsaved\nhost=panel ; unsaved\n", run(0, {"reg", "dump"}));
     EXPECT_NE(0, access(strFile.c_str(), F_OK));
@@ -261,6 +324,8 @@ TEST_F(CtlCommand, TheRegistryIsShownAndChanged) {
     EXPECT_EQ("[ Net ]\nport = 5061\nhost = panel\n", content.str());
     EXPECT_EQ("5061", json::parse(run(0, {"reg", "dump", "--json"}))[0]["sections"]["Net"]["port"]);
     EXPECT_EQ("", run(2, {"reg", "set", strFile, "Net", "port", "two\nlines"}));
+    EXPECT_EQ("", run(0, {"reg", "set", strFile, "", "port", "5063"}));
+    EXPECT_EQ("5063\n", run(0, {"reg", "get", strFile, "", "port"}));
 }
 
 TEST_F(CtlCommand, AWatchPrintsWhatFlushesTell) {
@@ -441,6 +506,55 @@ TEST_F(CtlCommand, AllIsRemovedWhenNobodyIsAttached) {
     EXPECT_EQ(0, access("/tmp/home/ipc_system_storage", F_OK));
 }
 
+// An object of a device that is kept to a group has the mode 0660.
+TEST_F(CtlCommand, ADeviceOfAGroupIsRemovedWhenNobodyIsAttached) {
+    device.killAll();
+    clearDevice();
+    ASSERT_EQ(0, setenv("qor_group", getgrgid(getgid())->gr_name, 1));
+    device.start("main", [] {});
+    ASSERT_EQ(0, unsetenv("qor_group"));
+    run(4, {"clean", "--all"});
+    EXPECT_EQ(0, access("/tmp/qor_ipc_system_share", F_OK));
+    device.killAll();
+    EXPECT_NE(std::string::npos, run(0, {"clean", "--all"}).find("removed segment ipc_system_share\n"));
+    expectNoSegment();
+}
+
+// The key file of an event is the last to be removed, under its lock.
+TEST_F(CtlCommand, AKeyFileThatIsLeftOfAnEventIsRemovedUnlessItIsLocked) {
+    const std::string strFile = "/tmp/qor_task_event_99999999";
+    const int fd = open(strFile.c_str(), O_RDONLY | O_CREAT | O_CLOEXEC, 0666);
+    ASSERT_EQ(0, flock(fd, LOCK_EX));
+    EXPECT_EQ("", run(1, {"clean"}));
+    EXPECT_EQ("qorctl: event task_event_99999999: Device or resource busy\n", strError);
+    EXPECT_EQ(0, access(strFile.c_str(), F_OK));
+    close(fd);
+    EXPECT_EQ("removed event task_event_99999999\n", run(0, {"clean"}));
+    EXPECT_NE(0, access(strFile.c_str(), F_OK));
+}
+
+// A process that starts holds the lock of the key file while it attaches the segment.
+TEST_F(CtlCommand, NothingIsRemovedThatAProcessIsAboutToAttach) {
+    device.killAll();
+    const int fd = open("/tmp/qor_ipc_system_share", O_RDONLY | O_CLOEXEC);
+    ASSERT_EQ(0, flock(fd, LOCK_EX));
+    run(1, {"clean", "--all"});
+    EXPECT_NE(std::string::npos, strError.find("segment ipc_system_share: Device or resource busy")) << strError;
+    EXPECT_EQ(0, access("/tmp/qor_ipc_system_share", F_OK));
+    close(fd);
+    EXPECT_NE(std::string::npos, run(0, {"clean", "--all"}).find("removed segment ipc_system_share\n"));
+}
+
+TEST_F(CtlCommand, ASegmentWithoutKeyFileIsRemovedWithItsJournal) {
+    device.killAll();
+    ASSERT_EQ(0, unlink("/tmp/qor_ipc_system_share"));
+    const std::string strText = run(0, {"clean", "--all"});
+    EXPECT_TRUE(std::regex_search(strText, std::regex("removed journal [0-9]+ without key file\n"
+                                                      "removed segment [0-9]+ without key file\n")))
+        << strText;
+    expectNoSegment();
+}
+
 TEST_F(CtlCommand, ColoursAreUsedOnlyWhereTheyAreWanted) {
     device.startSender("waiting", "main", 0x100);
     device.killAll();
@@ -456,6 +570,129 @@ TEST_F(CtlCommand, AReaderThatGoesEndsAStreamQuietly) {
     childProcess looking("ps", [&afd] { return execCtl({"ps"}, afd[1]); });
     close(afd[1]);
     EXPECT_EQ(0, looking.wait());
+}
+
+TEST_F(CtlCommand, OutputThatCannotBeWrittenEndsWithStatusOne) {
+    const int fdFull = open("/dev/full", O_WRONLY | O_CLOEXEC);
+    ASSERT_NE(-1, fdFull);
+    for (const char* lpszCommand : {"ps", "metrics"}) {
+        childProcess looking("full", [&] { return execCtl({lpszCommand, "-q"}, fdFull); });
+        EXPECT_EQ(1, looking.wait()) << lpszCommand;
+    }
+    close(fdFull);
+}
+
+bool echoes(int fdTerminal) {
+    termios state = {};
+    return tcgetattr(fdTerminal, &state) == 0 && (state.c_lflag & (ECHO | ICANON)) == (ECHO | ICANON);
+}
+
+// Runs top on a terminal of its own, and ends it by a signal, or for 0 by closing what it writes to. Answers 0 when the
+// terminal then is as it was. To be called in a new process: the terminal is hung up when the session's leader ends.
+int endTop(int nSignal) {
+    int afd[2];
+    const int fdMaster = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
+    if (fdMaster == -1 || grantpt(fdMaster) != 0 || unlockpt(fdMaster) != 0 || pipe(afd) != 0 || setsid() == -1)
+        return 1;
+    const int fdTerminal = open(ptsname(fdMaster), O_RDWR | O_CLOEXEC);
+    childProcess top("top", [&] {
+        dup2(fdTerminal, STDIN_FILENO);
+        close(afd[0]);
+        return execCtl({"top", "-i", "1"}, afd[1]);
+    });
+    close(afd[1]);
+    char ch;  // of the first look, before which the terminal is set
+    if (read(afd[0], &ch, 1) != 1 || echoes(fdTerminal))
+        return 2;
+    if (nSignal != 0)
+        top.signal(nSignal);
+    else
+        close(afd[0]);
+    if (top.wait() != -nSignal)
+        return 3;
+    return echoes(fdTerminal) ? 0 : 4;
+}
+
+TEST_F(CtlCommand, TopLeavesTheTerminalAsItWas) {
+    for (const int nSignal : {0, SIGINT, SIGTERM, SIGHUP}) {
+        childProcess session("session", [nSignal] { return endTop(nSignal); });
+        EXPECT_EQ(0, session.wait()) << nSignal;
+    }
+}
+
+// A C1 control character, a surrogate, an overlong form, and a character.
+TEST_F(CtlCommand, NamesDoNotReachTheTerminalAsControls) {
+    device.start(
+        "\xC2\x9B"
+        "31m\xED\xA0\x80\xE0\x80\x80\xC3\xA4",
+        [] {});
+    const std::string strShown = "\\xc2\\x9b31m\\xed\\xa0\\x80\\xe0\\x80\\x80\xC3\xA4";
+    EXPECT_NE(std::string::npos, run(0, {"ps"}).find(strShown));
+    EXPECT_NE(std::string::npos, run(0, {"metrics"}).find("thread=\"\\" + strShown.substr(0, 4) + "\\\\x9b31m"));
+    using namespace QOR_InspectHelper;
+    deviceImage image;
+    takeImage(image, takeOptions());
+    for (const queueView& queue : readShare(image.segment(segmentShare)).queues)
+        image.segment(segmentShare).bytes[queue.uHandle] = 1;  // its first link leads nowhere
+    std::string strReason;
+    ASSERT_TRUE(saveSnapshot(image, "/tmp/home/damaged.snap", strReason)) << strReason;
+    run(4, {"--from", "/tmp/home/damaged.snap", "ps"});
+    EXPECT_EQ(std::string::npos, strError.find("\xC2\x9B")) << strError;
+    EXPECT_NE(std::string::npos, strError.find(": damaged")) << strError;
+}
+
+TEST_F(CtlCommand, ALongTraceLineIsSearched) {
+    const std::string strLine =
+        "[TRC+0789:0x0001] 00000003.000 PostProxyMessage message 0x1 " + std::string(60000, 'x');
+    meeting traced;
+    device.start("tracer", [&] {
+        QOR_StringHelper::chReferenceStringT<char> strLong(strLine.c_str());
+        QOR_TraceHelper::uCTraceHelpergetGlobalObject()->TraceToSystemTrace(strLong);
+        traced.say();
+        msgDefaultThreadRun();
+    });
+    traced.hear();
+    EXPECT_EQ(3, json::parse(run(0, {"trace", "-n", "1", "--json"}))["level"]);
+    EXPECT_EQ(std::string::npos, run(0, {"trace", "--level", "2"}).find("789"));
+    EXPECT_EQ(strLine + "\n", run(0, {"trace", "--grep", "Proxy.*x$"}));
+    EXPECT_EQ("", run(0, {"trace", "--grep", "Proxy.*y"}));
+}
+
+TEST_F(CtlCommand, ALimitIsReportedFromNinetyPercentOn) {
+    using namespace QOR_InspectHelper;
+    deviceImage image;
+    takeImage(image, takeOptions());
+    image.limits.nSegmentMax = 8;
+    image.limits.nSegmentUsed = 7;
+    image.limits.nSemaphoreMax = 128;
+    image.limits.nSemaphoreUsed = 116;
+    std::string strReason;
+    ASSERT_TRUE(saveSnapshot(image, "/tmp/home/limits.snap", strReason)) << strReason;
+    const std::string strText = run(0, {"--from", "/tmp/home/limits.snap", "doctor"});
+    EXPECT_EQ(std::string::npos, strText.find("7 of 8 segments")) << strText;
+    EXPECT_NE(std::string::npos, strText.find("116 of 128 semaphore sets are in use")) << strText;
+}
+
+// As of a device that is kept to a group, or of another user's home directory.
+TEST_F(CtlCommand, WhatThisUserMayNotReadIsNotDamaged) {
+    using namespace QOR_InspectHelper;
+    deviceImage image;
+    takeImage(image, takeOptions());
+    for (const segmentKind kind : {segmentShare, segmentStorage}) {
+        image.segment(kind).strError = "Permission denied";
+        image.segment(kind).bytes.clear();
+    }
+    image.segment(segmentStorage).bKeyFile = false;
+    std::string strReason;
+    ASSERT_TRUE(saveSnapshot(image, "/tmp/home/unread.snap", strReason)) << strReason;
+    run(1, {"--from", "/tmp/home/unread.snap", "ps"});
+    EXPECT_EQ("qorctl: ipc_system_share: Permission denied\n", strError);
+    const std::string strText = run(0, {"--from", "/tmp/home/unread.snap", "doctor"});
+    EXPECT_EQ(0u, strText.find("look ipc_system_share: Permission denied\nLook as root")) << strText;
+    for (const char* lpszText : {"clean --all", "key file"})
+        EXPECT_EQ(std::string::npos, strText.find(lpszText)) << strText;
+    const std::string strMetrics = run(0, {"--from", "/tmp/home/unread.snap", "metrics"});
+    EXPECT_EQ(std::string::npos, strMetrics.find("qor_segment_damaged{segment=\"ipc_system_share\"}"));
 }
 
 // ---- a busy device

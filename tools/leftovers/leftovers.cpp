@@ -1,7 +1,10 @@
 #include "leftovers.h"
 
 #include <dirent.h>
+#include <errno.h>
+#include <fcntl.h>
 #include <string.h>
+#include <sys/file.h>
 #include <sys/ipc.h>
 #include <sys/sem.h>
 #include <sys/shm.h>
@@ -25,11 +28,14 @@ constexpr int projectSemaphore = 'm';
 constexpr int projectSegment = 'S';
 constexpr int projectJournal = 'J';
 constexpr uint32_t magicJournal = 0x4A726F71u;  // a journal's first word, once it is complete
-constexpr unsigned int modeObject = 0666;
+constexpr size_t placeOfSegment = 2;            // the word of a journal that names its segment
 
 bool beginsWith(const char* lpszText, const char* lpszPrefix) {
     return strncmp(lpszText, lpszPrefix, strlen(lpszPrefix)) == 0;
 }
+
+// The mode of objects is 0666, or 0660 on a device that is kept to a group.
+bool hasOurMode(const struct ipc_perm& rights) { return (rights.mode & 0777) == 0666 || (rights.mode & 0777) == 0660; }
 
 bool isKeyFile(const std::string& strFile) {
     struct stat state;
@@ -47,7 +53,7 @@ int findSemaphore(const std::string& strFile) {
     argument.m_pState = &state;
     if (idSemaphore == -1 || semctl(idSemaphore, 0, IPC_STAT, argument) != 0)
         return -1;
-    return state.sem_nsems == 1 && (state.sem_perm.mode & 0777) == modeObject ? idSemaphore : -1;
+    return state.sem_nsems == 1 && hasOurMode(state.sem_perm) ? idSemaphore : -1;
 }
 
 // The segments of the library itself begin with their size and type.
@@ -60,8 +66,9 @@ const segmentType* findType(const std::string& strName) {
     return nullptr;
 }
 
-// The first two words of a segment; null when it cannot be read.
-const uint32_t* firstWords(int idSegment, size_t nSize, uint32_t (&auWord)[2]) {
+// The first words of a segment; null when it cannot be read.
+template <size_t N>
+const uint32_t* firstWords(int idSegment, size_t nSize, uint32_t (&auWord)[N]) {
     const void* pData = nSize >= sizeof(auWord) ? shmat(idSegment, nullptr, SHM_RDONLY) : nullptr;
     if (pData == nullptr || pData == reinterpret_cast<void*>(-1))
         return nullptr;
@@ -96,7 +103,7 @@ void addSegment(leftover& left, int nProject, const char* lpszKind, segmentCheck
     const key_t key = ftok(left.strFile.c_str(), nProject);
     const int idSegment = key != -1 ? shmget(key, 0, 0) : -1;
     struct shmid_ds state;
-    if (idSegment != -1 && shmctl(idSegment, IPC_STAT, &state) == 0 && (state.shm_perm.mode & 0777) == modeObject &&
+    if (idSegment != -1 && shmctl(idSegment, IPC_STAT, &state) == 0 && hasOurMode(state.shm_perm) &&
         fnIsOurs(left.strName, idSegment, state.shm_segsz))
         left.segments.push_back({idSegment, static_cast<unsigned long>(state.shm_nattch), lpszKind});
 }
@@ -110,6 +117,32 @@ leftover findObjects(const std::string& strName, const std::string& strFile) {
     addSegment(left, projectSegment, "segment", hasItsHeader);
     return left;
 }
+
+// The lock of a file, which the library holds while it makes, attaches or removes what the file leads to. A lock that
+// somebody else holds is not waited for.
+class heldFile {
+public:
+    explicit heldFile(const std::string& strFile) : m_fd(open(strFile.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW)) {
+        struct stat held, named;
+        if (m_fd == -1 || flock(m_fd, LOCK_EX | LOCK_NB) != 0 || fstat(m_fd, &held) != 0)
+            m_nError = errno == EWOULDBLOCK ? EBUSY : errno;
+        else if (lstat(strFile.c_str(), &named) != 0 || held.st_ino != named.st_ino || held.st_dev != named.st_dev)
+            m_nError = ENOENT;
+    }
+    heldFile(const heldFile&) = delete;
+    heldFile& operator=(const heldFile&) = delete;
+    ~heldFile() {
+        if (m_fd != -1)
+            close(m_fd);
+    }
+
+    // Why the lock is not held; 0 when it is.
+    int error() const { return m_nError; }
+
+private:
+    const int m_fd;
+    int m_nError = 0;
+};
 
 }  // namespace
 
@@ -152,17 +185,47 @@ unsigned long countUsers(int nId) {
     return shmctl(nId, IPC_STAT, &state) == 0 ? static_cast<unsigned long>(state.shm_nattch) : 0;
 }
 
-bool removeSegment(int nId) { return shmctl(nId, IPC_RMID, nullptr) == 0; }
+std::vector<int> findJournals(const std::vector<int>& segments) {
+    std::vector<int> journals;
+    struct shmid_ds state;
+    const int iLast = shmctl(0, SHM_INFO, &state);
+    for (int i = 0; i <= iLast; ++i) {
+        const int nId = shmctl(i, SHM_STAT, &state);
+        uint32_t auWord[placeOfSegment + 1];
+        if (nId != -1 && hasOurMode(state.shm_perm) && firstWords(nId, state.shm_segsz, auWord) &&
+            auWord[0] == magicJournal &&
+            std::count(segments.begin(), segments.end(), static_cast<int>(auWord[placeOfSegment])) != 0)
+            journals.push_back(nId);
+    }
+    return journals;
+}
+
+bool removeSegment(int nId) {
+    errno = EBUSY;
+    return countUsers(nId) == 0 && shmctl(nId, IPC_RMID, nullptr) == 0;
+}
 
 void forEachObject(
-    const leftover& left,
+    const leftover& found,
     const std::function<void(const char* lpszKind, const std::string& strName, const removal&)>& fnObject) {
+    const bool bNew = beginsWith(found.strName.c_str(), szNewPrefix);
+    const heldFile lock(bNew ? szDirectory : found.strFile);
+    // What the file leads to now that nobody else changes that.
+    leftover left = bNew ? found : findObjects(found.strName, found.strFile);
+    left.bKeyFile = found.bKeyFile;
+    const int nError = lock.error() != 0 ? lock.error() : countUsers(left) != 0 ? EBUSY : 0;
+    const auto removedBy = [nError](const auto& fnRemove) -> removal {
+        return [nError, fnRemove] {
+            errno = nError;
+            return nError == 0 && fnRemove();
+        };
+    };
     for (const leftSegment& segment : left.segments)
-        fnObject(segment.lpszKind, left.strName, [&segment] { return removeSegment(segment.nId); });
+        fnObject(segment.lpszKind, left.strName, removedBy([&segment] { return removeSegment(segment.nId); }));
     if (left.idSemaphore != -1)
-        fnObject("semaphore", left.strName, [&left] { return semctl(left.idSemaphore, 0, IPC_RMID) == 0; });
+        fnObject("semaphore", left.strName, removedBy([&left] { return semctl(left.idSemaphore, 0, IPC_RMID) == 0; }));
     if (left.bKeyFile)
-        fnObject("key file", left.strFile, [&left] { return unlink(left.strFile.c_str()) == 0; });
+        fnObject("key file", left.strFile, removedBy([&left] { return unlink(left.strFile.c_str()) == 0; }));
 }
 
 }  // namespace qorLeftovers

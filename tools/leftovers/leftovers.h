@@ -36,16 +36,21 @@ std::vector<leftover> findLeftovers(const std::string& strStorageFile);
 unsigned long countUsers(const leftover& left);
 unsigned long countUsers(int nId);
 
+// The journals of segments to which no key file leads.
+std::vector<int> findJournals(const std::vector<int>& segments);
+
 // Removes one object when it is called; whether that went well, with errno.
 typedef std::function<bool()> removal;
 
 // Calls fnObject for each object of a leftover, with its kind ("journal", "segment", "semaphore" or "key file") and
-// name. The key file is the last: until then it leads to what is left.
+// name. The key file is the last: until then it leads to what is left. The lock of the key file is held meanwhile, so
+// that no process that starts can begin to use what is being removed; where another one has it, or has attached a
+// segment by now, each removal fails (EBUSY).
 void forEachObject(
-    const leftover& left,
+    const leftover& found,
     const std::function<void(const char* lpszKind, const std::string& strName, const removal&)>& fnObject);
 
-// Removes a segment by its id; whether that went well, with errno.
+// Removes a segment by its id unless somebody has attached it (EBUSY); whether that went well, with errno.
 bool removeSegment(int nId);
 
 }  // namespace qorLeftovers

@@ -6,7 +6,7 @@
 
 #include "device.h"
 #include "leftovers.h"
-#include "qor/BaseHelper/Sync.h"
+#include "qor/MiscHelper/Process.h"
 #include "qor/MsgQueueHelper/ShareHelper.h"
 #include "table.h"
 
@@ -25,7 +25,7 @@ public:
         const bool bDone = m_bDryRun || fnRemove();
         m_rows.push_back({{"kind", lpszKind}, {"name", strName}, {"removed", bDone && !m_bDryRun}});
         if (!bDone)
-            m_prog.fail(exitNotFound, std::string(lpszKind) + " " + strName + ": " + strerror(errno));
+            m_prog.fail(exitNotFound, std::string(lpszKind) + " " + printable(strName) + ": " + strerror(errno));
         else if (!m_prog.bJson)
             put((m_bDryRun ? "would remove " : "removed ") + std::string(lpszKind) + " " + printable(strName) + "\n");
     }
@@ -54,10 +54,16 @@ bool sweepGhosts() {
 
 // Sweeping a ghost has removed its event; the name may be missing by now.
 bool removeEvent(const std::string& strName) {
-    QOR_BaseHelper::chEvent event;
-    if (event.OpenExistEvent(strName.c_str()))
-        event.DestroyEvent();
-    return true;
+    qorLeftovers::leftover event;
+    event.strName = strName;
+    event.strFile = "/tmp/qor_" + strName;
+    event.bKeyFile = true;
+    bool bGone = true;
+    qorLeftovers::forEachObject(event,
+                                [&bGone](const char*, const std::string&, const qorLeftovers::removal& fnRemove) {
+                                    bGone = bGone && (fnRemove() || errno == ENOENT);
+                                });
+    return bGone;
 }
 
 void cleanDead(const device& dev, cleaner& work) {
@@ -67,7 +73,8 @@ void cleanDead(const device& dev, cleaner& work) {
             work.remove("queue", queue.strName, [&bSwept] { return bSwept || (bSwept = sweepGhosts()); });
     for (const int32_t idTask : dev.image().events) {
         const std::string strName = "task_event_" + std::to_string(idTask);
-        if (!dev.image().isAlive(idTask))
+        // The id may be a new task's since the image was taken.
+        if (!dev.image().isAlive(idTask) && !QOR_MiscHelper::qorIsValidTaskID(idTask))
             work.remove("event", strName, [&strName] { return removeEvent(strName); });
     }
     work.finish();
@@ -77,8 +84,8 @@ void cleanDead(const device& dev, cleaner& work) {
 
 bool isUsed(program& prog, const std::string& strName, unsigned long uUsers) {
     if (uUsers > 0)
-        prog.fail(exitUnhealthy,
-                  "segment " + strName + " is attached " + std::to_string(uUsers) + " times: nothing is removed");
+        prog.fail(exitUnhealthy, "segment " + printable(strName) + " is attached " + std::to_string(uUsers) +
+                                     " times: nothing is removed");
     return uUsers > 0;
 }
 
@@ -96,6 +103,7 @@ std::vector<int32_t> lostSegments(const device& dev) {
 void cleanAll(program& prog, const device& dev, cleaner& work) {
     const std::vector<qorLeftovers::leftover> all = qorLeftovers::findLeftovers(defaultStorageFile());
     const std::vector<int32_t> lost = lostSegments(dev);
+    const std::vector<int32_t> journals = qorLeftovers::findJournals(lost);
     for (const qorLeftovers::leftover& left : all)
         if (isUsed(prog, left.strName, qorLeftovers::countUsers(left)))
             return;
@@ -105,6 +113,9 @@ void cleanAll(program& prog, const device& dev, cleaner& work) {
     for (const qorLeftovers::leftover& left : all)
         qorLeftovers::forEachObject(left, [&work](const char* lpszKind, const std::string& strName,
                                                   const auto& fnRemove) { work.remove(lpszKind, strName, fnRemove); });
+    for (const int32_t nId : journals)
+        work.remove("journal", std::to_string(nId) + " without key file",
+                    [nId] { return qorLeftovers::removeSegment(nId); });
     for (const int32_t nId : lost)
         work.remove("segment", std::to_string(nId) + " without key file",
                     [nId] { return qorLeftovers::removeSegment(nId); });
@@ -113,11 +124,7 @@ void cleanAll(program& prog, const device& dev, cleaner& work) {
 
 void runClean(program& prog, bool bAll, bool bDryRun) {
     device dev;
-    if (!prog.strFrom.empty()) {
-        prog.fail(exitUsage, "a snapshot cannot be cleaned");
-        return;
-    }
-    if (!dev.open(prog))
+    if (!prog.isLive() || !dev.open(prog))
         return;
     cleaner work(prog, bDryRun);
     if (bAll)

@@ -4,6 +4,7 @@
 #include <cstdio>
 
 #include "qor/MsgQueueHelper/Message.h"
+#include "table.h"
 
 namespace qorctl {
 
@@ -42,7 +43,7 @@ bool device::open(program& prog, segmentKind kind) {
         prog.fail(exitNoSegment, std::string("there is no ") + segmentTypeOf(kind).lpszName);
         return false;
     }
-    judge(prog, view, kind);
+    judge(prog, segment(kind), kind);
     return true;
 }
 
@@ -61,12 +62,13 @@ std::string device::ringText(const std::vector<size_t>& ring) const {
     return str + nameOf(m_edges[ring[0]].idFrom);
 }
 
-void judge(program& prog, const segmentView& view, segmentKind kind) {
+void judge(program& prog, const segmentImage& image, segmentKind kind) {
+    const segmentView view = readSegment(image, kind);
     if (view.state == viewSound)
         return;
-    prog.note(std::string(segmentTypeOf(kind).lpszName) + ": " + view.strProblem);
+    prog.note(printable(std::string(segmentTypeOf(kind).lpszName) + ": " + view.strProblem));
     if (view.state == viewDamaged)
-        prog.worsen(exitUnhealthy);
+        prog.worsen(image.strError.empty() ? exitUnhealthy : exitNotFound);
 }
 
 const queueView* device::findQueue(const std::string& strName) const {

@@ -53,8 +53,8 @@ private:
     std::map<int32_t, size_t> m_mapEdge;   // the first edge of a sender
 };
 
-// Tells of damage, and sets the status.
-void judge(program& prog, const segmentView& view, segmentKind kind);
+// Tells of damage, or of what this user has no right to read, and sets the status.
+void judge(program& prog, const segmentImage& image, segmentKind kind);
 
 // A time: "0.2 s", "59.9 s", "3 min", "7 h".
 std::string durationText(int64_t nMs);

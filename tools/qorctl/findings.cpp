@@ -13,7 +13,7 @@ constexpr int manyMessages = 64;
 constexpr int manyClosed = 16;
 constexpr int64_t longLocked = 2;    // seconds
 constexpr uint32_t littleRoom = 10;  // percent
-constexpr int64_t fullLimit = 90;    // percent
+constexpr double fullLimit = 90;     // percent
 
 typedef std::vector<finding> findings;
 
@@ -91,7 +91,11 @@ std::string largestHolder(const device& dev) {
 
 void findPoolTroubles(const device& dev, segmentKind kind, const segmentView& view, findings& all) {
     const std::string strName = segmentTypeOf(kind).lpszName;
-    if (view.state == viewDamaged)
+    const std::string& strUnread = dev.segment(kind).strError;
+    if (!strUnread.empty())
+        all.push_back({false, "unread", strName + ": " + strUnread,
+                       "Look as root, or as a member of the device's group: nothing is known of it."});
+    else if (view.state == viewDamaged)
         all.push_back({true, "damage", strName + ": " + view.strProblem,
                        "Keep it (qorctl snapshot FILE), end all processes and remove it (qorctl clean --all)."});
     if (view.pool.state != viewSound || view.pool.uSize == 0)
@@ -114,7 +118,7 @@ void findPoolTroubles(const device& dev, segmentKind kind, const segmentView& vi
 void findKeyTroubles(const device& dev, segmentKind kind, findings& all) {
     const segmentImage& image = dev.segment(kind);
     const std::string strName = segmentTypeOf(kind).lpszName;
-    if (!image.bKeyFile)
+    if (!image.bKeyFile && kind != segmentStorage)
         all.push_back(
             {false, "keyfile", strName + ": its key file /tmp/qor_" + strName + " is gone",
              "Processes that start now make a segment of their own. Restart all of them, and spare /tmp/qor_* "
@@ -159,7 +163,7 @@ void findLostEvents(const device& dev, findings& all) {
 }
 
 void findFullLimit(const char* lpszWhat, const char* lpszSetting, int64_t nUsed, int64_t nMax, findings& all) {
-    if (nUsed >= 0 && nMax > 0 && nUsed > nMax / 100 * fullLimit)
+    if (nUsed >= 0 && nMax > 0 && static_cast<double>(nUsed) * 100 > static_cast<double>(nMax) * fullLimit)
         all.push_back({false, "limit",
                        std::to_string(nUsed) + " of " + std::to_string(nMax) + " " + lpszWhat + " are in use",
                        std::string("Raise ") + lpszSetting + ", or remove what nobody uses (ipcs, ipcrm)."});

@@ -1,9 +1,11 @@
-// qorctl: see into a device, and do from a shell what a process can do.
+// qorctl: inspect a device, and do from a shell what a process can do.
 #include <CLI/CLI.hpp>
 
+#include <errno.h>
 #include <signal.h>
 #include <stdio.h>
 #include <stdlib.h>
+#include <string.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -21,19 +23,33 @@ void pauseFor(int nMs) {
 
 // ---- output
 
+// A reader that is gone has what it wanted; anything else, as a full disk, leaves a file that is not complete.
+[[noreturn]] static void abandonOutput() {
+    const int nError = errno;
+    if (nError != EPIPE)
+        fprintf(stderr, "qorctl: standard output: %s\n", strerror(nError));
+    quick_exit(nError == EPIPE ? exitGood : exitNotFound);
+}
+
 void put(const std::string& strText) {
     if (fwrite(strText.data(), 1, strText.size(), stdout) != strText.size())
-        _exit(exitGood);
+        abandonOutput();
 }
 
 void flushOutput() {
     if (fflush(stdout) != 0)
-        _exit(exitGood);
+        abandonOutput();
 }
 
 void program::fail(exitStatus nWith, const std::string& strText) {
     worsen(nWith);
     note(strText);
+}
+
+bool program::isLive() {
+    if (!strFrom.empty())
+        fail(exitUsage, "a snapshot is only looked at: this command is for the running device");
+    return strFrom.empty();
 }
 
 void program::note(const std::string& strText) const {
@@ -59,9 +75,8 @@ CLI::App* addCommand(CLI::App& app, const std::string& strName, const std::strin
 static void addGlobalOptions(CLI::App& app, program& prog) {
     app.add_flag("--json", prog.bJson, "JSON instead of text");
     app.add_option("--from", prog.strFrom, "Look at a snapshot file instead of the running device")->type_name("FILE");
-    app.add_flag_function(
-           "--exact{1000}", [&prog](int64_t nMs) { prog.nExactMs = nMs < 0 ? 0 : static_cast<int>(nMs); },
-           "Copy each segment under its lock, waiting at most MS for it (1000)")
+    app.add_flag("--exact{1000}", prog.nExactMs, "Copy each segment under its lock, waiting at most MS for it (1000)")
+        ->check(CLI::NonNegativeNumber)
         ->type_name("[=MS]");
     app.add_option("-t,--timeout", prog.nTimeoutMs, "How long to wait, in milliseconds; -1: without limit")
         ->type_name("MS");
@@ -90,7 +105,7 @@ static void addCommands(CLI::App& app, program& prog) {
 
 static int run(int argc, char** argv) {
     program prog;
-    CLI::App app("qorctl: see into a device, and act on it as a process does", "qorctl");
+    CLI::App app("qorctl: inspect a device, and act on it as a process does", "qorctl");
     addGlobalOptions(app, prog);
     addCommands(app, prog);
     app.require_subcommand(1);

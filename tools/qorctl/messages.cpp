@@ -29,7 +29,7 @@ struct messageArguments {
 bool parseNumber(const std::string& strText, uint32_t& u) {
     char* pEnd = nullptr;
     errno = 0;
-    const long long n = strtoll(strText.c_str(), &pEnd, 0);
+    const long long n = strtoll(strText.c_str(), &pEnd, strText.find_first_of("xX") != std::string::npos ? 16 : 10);
     u = static_cast<uint32_t>(n);
     return errno == 0 && !strText.empty() && *pEnd == 0 && n >= INT32_MIN && n <= static_cast<long long>(UINT32_MAX);
 }
@@ -90,7 +90,7 @@ HTHREAD findThread(program& prog, const std::string& strName) {
 
 void runPost(program& prog, const messageArguments& arguments) {
     std::vector<uint8_t> bytes;
-    if (!findData(prog, arguments.strData, bytes))
+    if (!prog.isLive() || !findData(prog, arguments.strData, bytes))
         return;
     const HTHREAD hThread = findThread(prog, arguments.strName);
     if (hThread == NULL)
@@ -103,7 +103,7 @@ void runPost(program& prog, const messageArguments& arguments) {
 
 void runSend(program& prog, const messageArguments& arguments) {
     std::vector<uint8_t> bytes;
-    if (!findData(prog, arguments.strData, bytes))
+    if (!prog.isLive() || !findData(prog, arguments.strData, bytes))
         return;
     const HTHREAD hThread = findThread(prog, arguments.strName);
     if (hThread == NULL)
@@ -142,6 +142,8 @@ std::string firstMissing(const std::vector<std::string>& names) {
 }
 
 void runWaitFor(program& prog, const std::vector<std::string>& names) {
+    if (!prog.isLive())
+        return;
     typedef std::chrono::steady_clock clock;
     const clock::time_point end = clock::now() + std::chrono::milliseconds(prog.nTimeoutMs);
     for (;;) {
@@ -181,7 +183,9 @@ void addMessageCommands(CLI::App& app, program& prog) {
     pSend->callback([&prog] { runSend(prog, s_arguments); });
     CLI::App* pWait = addCommand(app, "wait-for", "Wait until threads are registered",
                                  "  qorctl wait-for sampler panel -t 5000 || exit 1");
-    pWait->add_option("NAME", s_names, "Threads")->required();
+    pWait->add_option("NAME", s_names, "Threads")->required()->check([](const std::string& strName) {
+        return strName.empty() ? std::string("a thread has a name") : std::string();
+    });
     pWait->callback([&prog] { runWaitFor(prog, s_names); });
 }
 

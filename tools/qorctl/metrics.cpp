@@ -87,7 +87,7 @@ void putSegments(const device& dev) {
     putFamily("qor_segment_damaged", "1 when a segment is damaged.");
     for (int i = 0; i < countSegmentKind; ++i) {
         const segmentKind kind = static_cast<segmentKind>(i);
-        if (dev.segment(kind).bFound)
+        if (dev.segment(kind).bFound && dev.segment(kind).strError.empty())
             putSample("qor_segment_damaged", "segment=" + labelValue(segmentTypeOf(kind).lpszName),
                       readSegment(dev.segment(kind), kind).state == viewDamaged);
     }

@@ -34,6 +34,8 @@ struct program {
     void fail(exitStatus nWith, const std::string& strText);
     // A line on standard error, unless that is not wanted.
     void note(const std::string& strText) const;
+    // Whether a command acts on the running device. With a snapshot it does not: then the command ends.
+    bool isLive();
     // The status becomes the worse of the two.
     void worsen(exitStatus nWith);
     // Whether text may be coloured.
@@ -61,7 +63,8 @@ void addReportCommand(CLI::App& app, program& prog);
 // Sleeps.
 void pauseFor(int nMs);
 
-// Writes to standard output; a reader that has gone ends the program quietly.
+// Writes to standard output; a reader that has gone ends the program quietly, another failure with a message and
+// exitNotFound, both by quick_exit().
 void put(const std::string& strText);
 void flushOutput();
 

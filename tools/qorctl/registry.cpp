@@ -56,12 +56,13 @@ const keyView* findKey(const sectionView& section, const std::string& strName) {
 // What the arguments name in the image; what they name and what is not there sets the status.
 class registryLook {
 public:
-    registryLook(program& prog, registryArguments arguments) {
+    // With bKey the arguments name a key: then an empty name is one, too.
+    registryLook(program& prog, registryArguments arguments, bool bKey = false) {
         arguments.strDocument = absolute(arguments.strDocument);
         if (!m_dev.open(prog, segmentRegistry))
             return;
         m_view = readRegistry(m_dev.segment(segmentRegistry));
-        bFound = arguments.strDocument.empty() || find(prog, arguments);
+        bFound = arguments.strDocument.empty() || find(prog, arguments, bKey);
     }
 
     const device& dev() const { return m_dev; }
@@ -73,17 +74,18 @@ public:
     bool bFound = false;
 
 private:
-    bool find(program& prog, const registryArguments& arguments) {
+    bool find(program& prog, const registryArguments& arguments, bool bKey) {
         pDocument = findDocument(m_view, arguments.strDocument);
         if (pDocument == nullptr)
             return prog.fail(exitNotFound, "nobody has opened \"" + arguments.strDocument + "\""), false;
-        if (!arguments.strSection.empty())
+        const bool bSection = bKey || !arguments.strSection.empty();
+        if (bSection)
             pSection = findSection(*pDocument, arguments.strSection);
-        if (!arguments.strSection.empty() && pSection == nullptr)
+        if (bSection && pSection == nullptr)
             return prog.fail(exitNotFound, "there is no section \"" + arguments.strSection + "\""), false;
-        if (!arguments.strKey.empty())
+        if (bKey)
             pKey = findKey(*pSection, arguments.strKey);
-        if (!arguments.strKey.empty() && pKey == nullptr)
+        if (bKey && pKey == nullptr)
             return prog.fail(exitNotFound, "there is no key \"" + arguments.strKey + "\""), false;
         return true;
     }
@@ -171,7 +173,7 @@ void runList(program& prog, const registryArguments& arguments) {
 // ---- get, dump
 
 void runGet(program& prog, const registryArguments& arguments) {
-    const registryLook look(prog, arguments);
+    const registryLook look(prog, arguments, true);
     if (!look.bFound)
         return;
     if (prog.bJson)
@@ -220,6 +222,8 @@ void runDump(program& prog, const registryArguments& arguments) {
 // ---- set, flush: as any process does it
 
 void runSet(program& prog, const registryArguments& arguments) {
+    if (!prog.isLive())
+        return;
     const std::string strFile = absolute(arguments.strDocument);
     const HREGISTRY hSection = registryOpen(strFile.c_str(), arguments.strSection.c_str());
     if (hSection == NULL) {
@@ -236,6 +240,8 @@ void runSet(program& prog, const registryArguments& arguments) {
 }
 
 void runFlush(program& prog, const registryArguments& arguments) {
+    if (!prog.isLive())
+        return;
     const registryLook look(prog, arguments);
     if (!look.bFound)
         return;
@@ -310,6 +316,8 @@ bool monitorSections(program& prog, const registryArguments& arguments) {
 }
 
 void runWatch(program& prog, registryArguments arguments) {
+    if (!prog.isLive())
+        return;
     arguments.strDocument = absolute(arguments.strDocument);
     const std::string strThread = "qorctl:" + std::to_string(getpid());
     const registryLook look(prog, arguments);
@@ -332,6 +340,10 @@ CLI::App* addRegistryCommand(CLI::App* pReg, const char* lpszName, const char* l
     static const char* const arrHelp[] = {"The document's file", "A section", "A key", "The value"};
     for (int i = 0; i < nTaken; ++i)
         pCommand->add_option(arrName[i], *arrText[i], arrHelp[i])->required(i < nNeeded);
+    if (nNeeded > 0)
+        pCommand->get_option("DOC")->check([](const std::string& strFile) {
+            return strFile.empty() ? std::string("a document has a name") : std::string();
+        });
     return pCommand;
 }
 

@@ -61,7 +61,7 @@ void runSegments(program& prog) {
         if (!dev.segment(kind).bFound)
             continue;
         objects.add(segmentRow(dev, kind));
-        judge(prog, readSegment(dev.segment(kind), kind), kind);
+        judge(prog, dev.segment(kind), kind);
     }
     objects.print(prog);
     if (prog.bJson)
@@ -104,7 +104,7 @@ void runAcc(program& prog) {
 // A step of a counter that nobody has made would make one that no step fits, and end the process.
 void runAccStep(program& prog, const std::string& strName, int nStep) {
     device dev;
-    if (!dev.open(prog, segmentStorage))
+    if (!prog.isLive() || !dev.open(prog, segmentStorage))
         return;
     for (const counterView& counter : readCounters(readNamed(dev.segment(segmentStorage), segmentStorage))) {
         if (counter.strName != strName)

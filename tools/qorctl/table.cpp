@@ -53,7 +53,17 @@ size_t characterAt(const std::string& str, size_t i) {
     for (size_t k = 1; k < nSize; ++k)
         if ((static_cast<unsigned char>(str[i + k]) & 0xC0) != 0x80)
             return 0;
-    return nSize;
+    // What the first byte leaves open: longer forms than needed, surrogates, and numbers above those of characters.
+    const unsigned char chNext = static_cast<unsigned char>(nSize > 1 ? str[i + 1] : 0);
+    const bool bWrong = (ch == 0xE0 && chNext < 0xA0) || (ch == 0xED && chNext >= 0xA0) ||
+                        (ch == 0xF0 && chNext < 0x90) || (ch == 0xF4 && chNext >= 0x90);
+    return bWrong ? 0 : nSize;
+}
+
+// The control characters of ASCII, and those above it (U+0080 to U+009F), which terminals obey as well.
+bool isControl(const std::string& str, size_t i) {
+    const unsigned char ch = static_cast<unsigned char>(str[i]);
+    return ch < 0x20 || ch == 0x7F || (ch == 0xC2 && static_cast<unsigned char>(str[i + 1]) < 0xA0);
 }
 
 // How many characters a terminal shows.
@@ -80,12 +90,9 @@ std::string printable(const std::string& strText) {
     std::string str;
     for (size_t i = 0; i < strText.size();) {
         const size_t nSize = characterAt(strText, i);
-        const unsigned char ch = static_cast<unsigned char>(strText[i]);
-        if (nSize == 0 || ch < 0x20 || ch == 0x7F) {
-            char sz[8];
-            snprintf(sz, sizeof(sz), "\\x%02x", ch);
-            str += sz;
-            ++i;
+        if (nSize == 0 || isControl(strText, i)) {
+            for (const size_t nEnd = i + std::max<size_t>(1, nSize); i < nEnd; ++i)
+                str += "\\x" + hexBytes({static_cast<uint8_t>(strText[i])});
             continue;
         }
         str.append(strText, i, nSize);

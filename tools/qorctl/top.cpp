@@ -2,6 +2,8 @@
 #include <CLI/CLI.hpp>
 
 #include <poll.h>
+#include <signal.h>
+#include <stdlib.h>
 #include <termios.h>
 #include <unistd.h>
 
@@ -15,13 +17,36 @@ namespace qorctl {
 
 namespace {
 
+termios s_terminal;  // as it was before
+
+// In the background the terminal is the shell's, and a change would stop this process.
+void restoreTerminal() {
+    if (tcgetpgrp(STDIN_FILENO) == getpgrp())
+        tcsetattr(STDIN_FILENO, TCSANOW, &s_terminal);
+}
+
+void onEnd(int nSignal) {
+    restoreTerminal();
+    signal(nSignal, SIG_DFL);
+    raise(nSignal);
+}
+
+// Ends that run no destructor: signals that are not ignored, and a failure of standard output.
+void restoreAtEnd() {
+    for (const int nSignal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT})
+        if (signal(nSignal, onEnd) == SIG_IGN)
+            signal(nSignal, SIG_IGN);
+    at_quick_exit(restoreTerminal);
+}
+
 // Keys without echo and without line feed, as long as it lives; nothing where input is no terminal.
 class keyInput {
 public:
-    keyInput() : m_bTerminal(tcgetattr(STDIN_FILENO, &m_before) == 0) {
+    keyInput() : m_bTerminal(tcgetattr(STDIN_FILENO, &s_terminal) == 0) {
         if (!m_bTerminal)
             return;
-        termios raw = m_before;
+        restoreAtEnd();
+        termios raw = s_terminal;
         raw.c_lflag &= ~static_cast<tcflag_t>(ICANON | ECHO);
         tcsetattr(STDIN_FILENO, TCSANOW, &raw);
     }
@@ -29,7 +54,7 @@ public:
     keyInput& operator=(const keyInput&) = delete;
     ~keyInput() {
         if (m_bTerminal)
-            tcsetattr(STDIN_FILENO, TCSANOW, &m_before);
+            restoreTerminal();
     }
 
     // A key, or 0 when none is pressed in that time.
@@ -42,7 +67,6 @@ public:
     }
 
 private:
-    termios m_before = {};
     const bool m_bTerminal;
 };
 
@@ -80,12 +104,15 @@ private:
         json queued, handled;
     };
 
-    // Null when one of them is not known. A count that only grows does so modulo 2^32.
+    // Null when one of them is not known. A count that only grows does so modulo 2^32, and begins anew when its thread
+    // registers again.
     json rate(const json& before, const json& now, bool bCount) const {
         if (before.is_null() || now.is_null() || m_fSeconds <= 0)
             return json();
         const int64_t nDifference = now.get<int64_t>() - before.get<int64_t>();
         const int64_t nChange = bCount ? static_cast<int64_t>(static_cast<uint32_t>(nDifference)) : nDifference;
+        if (bCount && nChange > INT32_MAX)
+            return json();
         return static_cast<int64_t>(static_cast<double>(nChange) / m_fSeconds);
     }
 

@@ -2,9 +2,9 @@
 #include <CLI/CLI.hpp>
 
 #include <limits.h>
+#include <regex.h>
 
 #include <algorithm>
-#include <regex>
 
 #include "device.h"
 #include "qor/TraceHelper/Trace.h"
@@ -25,26 +25,51 @@ struct traceArguments {
 
 constexpr int nPollMs = 200;
 
+// An extended regular expression. A line may be as long as the buffer, and std::regex needs stack for each character.
+class expression {
+public:
+    explicit expression(const std::string& strText)
+        : m_nError(regcomp(&m_compiled, strText.c_str(), REG_EXTENDED | REG_NOSUB)) {}
+    expression(const expression&) = delete;
+    expression& operator=(const expression&) = delete;
+    ~expression() {
+        if (m_nError == 0)
+            regfree(&m_compiled);
+    }
+
+    // What is wrong with it; empty when nothing is.
+    std::string error() const {
+        char sz[256] = {};
+        if (m_nError != 0)
+            regerror(m_nError, &m_compiled, sz, sizeof(sz));
+        return sz;
+    }
+    // Whether a part of a text matches.
+    bool isIn(const std::string& strText) const {
+        return m_nError == 0 && regexec(&m_compiled, strText.c_str(), 0, nullptr, 0) == 0;
+    }
+
+private:
+    regex_t m_compiled = {};
+    const int m_nError;
+};
+
 // A line does not say its level. Known is that of the lines that the library writes for each message, which are most of
 // what there is at level 3; 0 for all others.
 int levelOf(const std::string& strLine) {
-    static const std::regex message(
+    static const expression message(
         R"(^\[[^ ]* [0-9]+\.[0-9]+ ((Send|Post) message 0x[0-9a-f]+ (to -?[0-9]+|return)|)"
         R"(Processing message 0x[0-9a-f]+ \.\.\.|(Post|Send)ProxyMessage message 0x[0-9a-f]+ .*)$)");
-    return std::regex_search(strLine, message) ? 3 : 0;
+    return message.isIn(strLine) ? 3 : 0;
 }
 
 class traceFilter {
 public:
     explicit traceFilter(const traceArguments& arguments)
-        : m_idProcess(arguments.idProcess), m_nLevel(arguments.nLevel), m_bGrep(!arguments.strGrep.empty()) {
-        if (m_bGrep)
-            m_regex = std::regex(arguments.strGrep, std::regex::extended);
-    }
+        : m_idProcess(arguments.idProcess), m_nLevel(arguments.nLevel), m_grep(arguments.strGrep) {}
     bool passes(const std::string& strLine) const {
         return (m_idProcess == 0 || processOf(strLine) == m_idProcess) &&
-               (m_nLevel == INT_MAX || levelOf(strLine) <= m_nLevel) &&
-               (!m_bGrep || std::regex_search(strLine, m_regex));
+               (m_nLevel == INT_MAX || levelOf(strLine) <= m_nLevel) && m_grep.isIn(strLine);
     }
     // A line begins with "[TRC+1234:0x...] ".
     static int processOf(const std::string& strLine) {
@@ -56,8 +81,7 @@ public:
 private:
     int m_idProcess;
     int m_nLevel;
-    bool m_bGrep;
-    std::regex m_regex;
+    expression m_grep;  // an empty one is in each line
 };
 
 void putLine(const program& prog, const std::string& strLine) {
@@ -160,14 +184,7 @@ void addTraceCommand(CLI::App& app, program& prog) {
     pTrace->add_option("--pid", s_arguments.idProcess, "Lines of a process")->type_name("P");
     pTrace->add_option("--grep", s_arguments.strGrep, "Lines that match an extended regular expression")
         ->type_name("RE")
-        ->check([](const std::string& str) {
-            try {
-                std::regex(str, std::regex::extended);
-                return std::string();
-            } catch (const std::regex_error& error) {
-                return std::string(error.what());
-            }
-        });
+        ->check([](const std::string& str) { return expression(str).error(); });
     pTrace
         ->add_option("--level", s_arguments.nLevel,
                      "Without lines known to be above level L: below 3, those that the library writes for each message")
