@@ -2,7 +2,9 @@
 #include "support/mqtt.h"
 
 #include <gtest/gtest.h>
+#include <netinet/in.h>
 #include <string.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
 
 #include <atomic>
@@ -204,6 +206,34 @@ TEST_F(Mqtt, AThreadThatHangsKeepsNobodyElseWaiting) {
         goOn.say();
     EXPECT_EQ(16u, countersWith(client, "posted", 17)["posted"].get<unsigned>() - 1);
     EXPECT_EQ(0, bridge.end());
+}
+
+TEST_F(Mqtt, SendsThatComeWhileTheBridgeEndsAreRefused) {
+    meeting taken, goOn;
+    messageThread hung("hung", [&](QOR_MsgQueueHelper::msgObject&) { return taken.say(), goOn.hear() * 0; });
+    messageThread worker("worker", [&](QOR_MsgQueueHelper::msgObject&) { return 1; });
+    mqttClient client(m_broker);
+    client.subscribe("qor/dev/bridge");
+    client.subscribe("qor/dev/state");
+    client.subscribe("answers");
+    mqttBridge bridge(m_broker, std::string("[limits]\nsend_timeout = 600000\n") + szPosts + "4 = send hung *\n");
+    countersWith(client, "connected", 1);
+    client.publish("qor/dev/msg/hung/0x200", "", false, "other");
+    client.settle();
+    taken.hear();
+    std::thread ender([&] { EXPECT_EQ(0, bridge.end()) << bridge.output(); });
+    // The send to "hung" keeps the bridge from ending.
+    std::string strLast;
+    while (strLast != R"({"error":"busy"})" && strLast.find("offline") == std::string::npos) {
+        client.publish("qor/dev/msg/worker/0x200", "", false, "answers");
+        client.run(20);
+        for (const mqttMessage& message : client.messages)
+            strLast = message.strPayload;
+        client.messages.clear();
+    }
+    EXPECT_EQ(R"({"error":"busy"})", strLast);
+    goOn.say();
+    ender.join();
 }
 
 TEST_F(Mqtt, NothingPassesThatNoRuleNames) {
@@ -422,6 +452,48 @@ TEST_F(Mqtt, TheNetworkChangesAllowedKeysAndItsOwnChangesAreMarkedAndToldOnce) {
     EXPECT_EQ(0, bridge.end());
 }
 
+TEST_F(Mqtt, AValueThatIsTooLongForTheBrokerIsPublishedInNoSession) {
+    const char* const szFile = newDocument("[display]\nbig = " + std::string(40000, 'x') + "\nlevel = 3\n");
+    mqttClient client(m_broker);
+    client.subscribe("qor/dev/reg/#");
+    mqttBridge bridge(m_broker, readsOf(szFile));
+    for (int i = 0; i < 2; ++i) {
+        client.await([](const mqttMessage& message) {
+            if (message.strTopic == "qor/dev/reg/net/display/big") {
+                EXPECT_EQ(0u, message.strPayload.size());
+            }
+            return message.strTopic == "qor/dev/reg/net/display/level";
+        });
+        if (i == 0)
+            bridge.kill(), bridge.start();
+    }
+    EXPECT_EQ(0, bridge.end());
+}
+
+TEST_F(Mqtt, KeysThatTheNetworkSetsAndDeletesTakeNoMemoryForGood) {
+    const char* const szFile = newDocument("[display]\nlevel = 3\n");
+    mqttClient client(m_broker);
+    client.subscribe("answers");
+    client.subscribe("qor/dev/bridge");
+    mqttBridge bridge(m_broker, std::string("[aliases]\nnet = ") + szFile +
+                                    "\n[allow]\n1 = read net display level\n2 = write net display\n");
+    countersWith(client, "connected", 1);
+    const auto setAndDelete = [&](char chName, int nKeys) {
+        for (int i = 0; i < nKeys; ++i)
+            for (const char* lpszPayload : {R"({"value":1})", R"({"value":null})"})
+                client.publish("qor/dev/set/net/display/" + std::string(40000, chName) + std::to_string(i), lpszPayload,
+                               false, "answers");
+        for (int i = 0; i < 2 * nKeys; ++i)
+            client.await("answers", R"({"result":1})");
+    };
+    setAndDelete('a', 50);
+    const long nBefore = bridge.memory();
+    for (char chName = 'b'; chName < 'f'; ++chName)
+        setAndDelete(chName, 50);
+    EXPECT_LT(bridge.memory() - nBefore, 4096) << "KB";
+    EXPECT_EQ(0, bridge.end());
+}
+
 TEST_F(Mqtt, CountersAndTraceComeOnRequestAndRepublishEndsWithDone) {
     accCreateAccumulater("births/all", 41, 0, 100);
     accCreateAccumulater("other", 1, 0, 100);
@@ -513,6 +585,44 @@ TEST_F(Mqtt, ABridgeThatIsKilledUnderLoadStartsAgain) {
     }
     client.await(stateIs("qor/dev/state", "online"));
     EXPECT_EQ(0, bridge.end());
+}
+
+// Accepts a connection, answers that it is good, and ends it.
+void refuseLater(int fdListen) {
+    const int fd = accept(fdListen, NULL, NULL);
+    char aConnect[512];
+    EXPECT_GT(read(fd, aConnect, sizeof(aConnect)), 0);
+    EXPECT_EQ(5, write(fd, "\x20\x03\x00\x00\x00", 5));
+    shutdown(fd, SHUT_WR);
+    while (read(fd, aConnect, sizeof(aConnect)) > 0)
+        ;
+    close(fd);
+}
+
+// As when two bridges have one device's name: each ends the other's connection.
+TEST_F(Mqtt, ABrokerThatEndsEachConnectionAtOnceIsAskedLessAndLessOften) {
+    const int fdListen = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_in address = {};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t nSize = sizeof(address);
+    ASSERT_EQ(0, bind(fdListen, reinterpret_cast<sockaddr*>(&address), nSize));
+    ASSERT_EQ(0, listen(fdListen, 5));
+    ASSERT_EQ(0, getsockname(fdListen, reinterpret_cast<sockaddr*>(&address), &nSize));
+    putFile("/tmp/ended.ini",
+            "[broker]\ndevice = dev\nhost = 127.0.0.1\nport = " + std::to_string(ntohs(address.sin_port)));
+    childProcess bridge("qor-mqtt", [] {
+        return execl(QOR_MQTT_PROGRAM, QOR_MQTT_PROGRAM, "/tmp/ended.ini", static_cast<char*>(nullptr));
+    });
+    refuseLater(fdListen);
+    const auto tFirst = std::chrono::steady_clock::now();
+    for (int i = 0; i < 5; ++i)
+        refuseLater(fdListen);
+    // 50, 100, 200, 400 and 800 ms.
+    EXPECT_GE(std::chrono::steady_clock::now() - tFirst, std::chrono::milliseconds(1500));
+    close(fdListen);
+    bridge.signal(SIGTERM);
+    EXPECT_EQ(0, bridge.wait());
 }
 
 TEST_F(Mqtt, HostileBytesHarmNothing) {

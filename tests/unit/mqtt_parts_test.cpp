@@ -26,6 +26,20 @@ TEST(MqttTopics, ANameIsOneLevelAndComesBackAsItWas) {
         EXPECT_FALSE(decodeName(lpszLevel, strName)) << lpszLevel;
 }
 
+TEST(MqttTopics, CharactersThatBrokersRefuseAreEncoded) {
+    for (const char* lpsz : {"\xc2\x80", "\xc2\x9f", "\xef\xb7\x90", "\xef\xb7\xaf", "\xef\xbf\xbe", "\xef\xbf\xbf",
+                             "\xf0\x9f\xbf\xbe", "\xf4\x8f\xbf\xbf"}) {
+        const std::string strLevel = encodeName(lpsz);
+        EXPECT_EQ('%', strLevel[0]);
+        std::string strName;
+        EXPECT_TRUE(decodeName(strLevel, strName));
+        EXPECT_EQ(lpsz, strName);
+    }
+    for (const char* lpsz : {"\xc2\xa0", "\xc3\x80", "\xef\xb7\x8f", "\xef\xb7\xb0", "\xef\xbf\xbd", "\xf0\x9f\xbe\xbf",
+                             "\xf0\x9e\xbf\xbf"})
+        EXPECT_EQ(lpsz, encodeName(lpsz));
+}
+
 TEST(MqttTopics, OnlyTextIsValidUtf8) {
     for (const char* lpsz : {"", "a", "\xc3\xa4", "\xe2\x82\xac", "\xf0\x9f\x98\x80"})
         EXPECT_TRUE(isValidUtf8(lpsz)) << lpsz;
@@ -201,6 +215,27 @@ TEST(MqttOutbox, StatesAreBoundedAndTooOldMessagesAreNotPublished) {
         strAll += message.strTopic;
     EXPECT_EQ("ab", strAll);
     EXPECT_EQ(1u, count.get(countExpiredOut));
+}
+
+TEST(MqttOutbox, AStateIsClearedAlsoWhenTheLimitIsLowerNow) {
+    counters count;
+    outbox out(count);
+    out.setState("a", std::string(5000, 'x'));
+    out.setState("b", std::string(5000, 'x'));
+    outMessage message;
+    while (out.take(message))
+        ;
+    outboxLimits limits;
+    limits.nStateBytes = 4096;
+    out.setLimits(limits);
+    out.setState("b", std::string(5001, 'y'));
+    EXPECT_FALSE(out.take(message));
+    EXPECT_EQ(1u, count.get(countDroppedStates));
+    out.clearState("a");
+    ASSERT_TRUE(out.take(message));
+    EXPECT_EQ("a", message.strTopic);
+    EXPECT_EQ("", message.strPayload);
+    EXPECT_FALSE(out.hasState("a"));
 }
 
 }  // namespace

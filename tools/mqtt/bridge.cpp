@@ -56,7 +56,7 @@ bool bridge::start(std::string& strReason) {
 
 bool bridge::stop() {
     m_ports.setNames({});
-    m_pSenders.reset();
+    m_pSenders->end();  // not destroyed: the connection's thread goes on until the broker is left
     return m_broker.stop();
 }
 

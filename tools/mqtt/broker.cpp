@@ -21,6 +21,7 @@ namespace {
 constexpr size_t maxUnderWay = 100;
 constexpr int maxPacket = 65536;
 constexpr int firstDelayMs = 50;
+constexpr int64_t steadyMs = 5000;  // a connection that ends sooner is no reason to try again at once
 constexpr int passMs = 1000;
 constexpr int drainMs = 1000;
 constexpr int64_t takingMs = 2000;
@@ -141,8 +142,9 @@ void broker::run() {
     int nDelayMs = firstDelayMs;
     while (!m_bEnd) {
         if (connect()) {
+            const int64_t tBegin = nowMs();
             serve();
-            if (m_bConnected)
+            if (m_bConnected && nowMs() - tBegin >= steadyMs)
                 nDelayMs = firstDelayMs;
         }
         disconnect();

@@ -20,7 +20,7 @@ using namespace qormqtt;
 const char szUsage[] =
     "usage: qor-mqtt [--check] [--help] [--version] [FILE]\n"
     "\n"
-    "Joins the device that this machine is to an MQTT broker: threads, messages and configuration as topics below\n"
+    "Connects the device that this machine is to an MQTT broker: threads, messages and configuration as topics below\n"
     "qor/DEVICE. FILE is the configuration, /etc/qor/mqtt.ini by default. Nothing passes that it does not allow.\n"
     "\n"
     "  -c, --check     read the configuration, say what is wrong with it, and end\n"
@@ -28,7 +28,7 @@ const char szUsage[] =
     "  -V, --version   the version\n"
     "\n"
     "The exit status is 0 after SIGTERM or SIGINT, 1 when the bridge cannot run, 2 for a wrong option.\n"
-    "qor-mqtt(1) has the keys of the configuration, the topics and the payloads.\n";
+    "qor-mqtt(1) has the keys of the configuration and the topics.\n";
 
 bridge* s_pBridge = nullptr;
 

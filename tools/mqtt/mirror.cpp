@@ -27,9 +27,9 @@ std::vector<std::string> sectionsOf(const std::string& strFile) {
     return listNames([&](char* lpsz, int nSize) { return registryListSections(strFile.c_str(), lpsz, nSize); });
 }
 
-std::string nameOf(HREGISTRY hSection, std::string strKey) {
+std::string lowerCase(std::string strKey) {
     std::transform(strKey.begin(), strKey.end(), strKey.begin(), [](unsigned char ch) { return tolower(ch); });
-    return std::to_string(reinterpret_cast<uintptr_t>(hSection)) + " " + strKey;
+    return strKey;
 }
 
 // Whether a rule names a section exactly, so that it may be made.
@@ -96,7 +96,10 @@ void registryMirror::setRules(const settings& set) {
 }
 
 void registryMirror::publish(const sectionEntry& section, const std::string& strKey, const valueEntry& value) {
-    m_out.setState(topicOf(section, strKey), formatValue(value.strValue, m_uSession, value.bByNetwork));
+    if (value.strValue.size() <= maxValue)
+        m_out.setState(topicOf(section, strKey), formatValue(value.strValue, m_uSession, value.bByNetwork));
+    else
+        m_out.clearState(topicOf(section, strKey));
 }
 
 void registryMirror::publishAll(uint32_t uSession) {
@@ -107,12 +110,22 @@ void registryMirror::publishAll(uint32_t uSession) {
 }
 
 bool registryMirror::isSetByNetwork(HREGISTRY hSection, const std::string& strKey, const std::string& strValue) {
-    const auto it = m_setByNetwork.find(nameOf(hSection, strKey));
-    if (it == m_setByNetwork.end())
+    std::map<std::string, std::string>& values = m_setByNetwork[hSection];
+    const auto it = values.find(lowerCase(strKey));
+    if (it == values.end())
         return false;
     const bool bSame = it->second == strValue;
-    m_setByNetwork.erase(it);
+    values.erase(it);
     return bSame;
+}
+
+// What was deleted or set again since is not the network's value any more, and keys come and go without end.
+void registryMirror::forgetReplaced(HREGISTRY hSection) {
+    std::map<std::string, std::string>& values = m_setByNetwork[hSection];
+    for (auto it = values.begin(); it != values.end();) {
+        const bool bKept = registryHasKey(hSection, it->first.c_str()) && valueOf(hSection, it->first) == it->second;
+        it = bKept ? std::next(it) : values.erase(it);
+    }
 }
 
 void registryMirror::look(HREGISTRY hSection, sectionEntry& section) {
@@ -127,15 +140,13 @@ void registryMirror::look(HREGISTRY hSection, sectionEntry& section) {
             continue;
         }
         values[strKey] = {strValue, isSetByNetwork(hSection, strKey, strValue)};
-        if (strValue.size() <= maxValue)
-            publish(section, strKey, values[strKey]);
-        else
-            m_out.clearState(topicOf(section, strKey));
+        publish(section, strKey, values[strKey]);
     }
     for (const auto& old : section.values)
         if (values.count(old.first) == 0)
             m_out.clearState(topicOf(section, old.first));
     section.values.swap(values);
+    forgetReplaced(hSection);
 }
 
 bool registryMirror::onChange(HREGISTRY hSection) {
@@ -178,7 +189,7 @@ int registryMirror::change(const std::string& strDocument, const std::string& st
     strError = registryGetErrorText(nResult);
     // The registry may have taken spaces off its ends.
     if (nResult == REGISTRY_SET_CHANGED && m_sections.count(hSection) != 0)
-        m_setByNetwork[nameOf(hSection, strKey)] = valueOf(hSection, strKey);
+        m_setByNetwork[hSection][lowerCase(strKey)] = valueOf(hSection, strKey);
     return nResult;
 }
 

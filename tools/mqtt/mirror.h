@@ -54,6 +54,7 @@ private:
     void publish(const sectionEntry& section, const std::string& strKey, const valueEntry& value);
     std::string topicOf(const sectionEntry& section, const std::string& strKey) const;
     bool isSetByNetwork(HREGISTRY hSection, const std::string& strKey, const std::string& strValue);
+    void forgetReplaced(HREGISTRY hSection);
     HREGISTRY openForChange(const std::string& strDocument, const std::string& strSection, std::string& strError);
 
     std::string m_strDevice;
@@ -61,9 +62,9 @@ private:
     settings m_settings;
     uint32_t m_uSession = 0;
     std::map<HREGISTRY, sectionEntry> m_sections;
-    std::map<HREGISTRY, sectionEntry> m_previous;       // while rules change: what was published under the old ones
-    std::map<std::string, std::string> m_setByNetwork;  // by section and key: the value that was set last
-    std::map<std::string, HREGISTRY> m_unflushed;       // by file
+    std::map<HREGISTRY, sectionEntry> m_previous;  // while rules change: what was published under the old ones
+    std::map<HREGISTRY, std::map<std::string, std::string>> m_setByNetwork;  // by key: the value that was set last
+    std::map<std::string, HREGISTRY> m_unflushed;                            // by file
 };
 
 }  // namespace qormqtt

@@ -64,7 +64,7 @@ void outbox::setState(const std::string& strTopic, const std::string& strPayload
     const size_t nOld = it != m_states.end() ? it->second.strPayload.size() : 0;
     const size_t nMore = strPayload.size() + (it != m_states.end() ? 0 : strTopic.size());
     if ((it == m_states.end() && m_states.size() >= m_limits.nStates) ||
-        m_nStateBytes - nOld + nMore > m_limits.nStateBytes) {
+        (nMore > nOld && m_nStateBytes - nOld + nMore > m_limits.nStateBytes)) {
         m_count.add(countDroppedStates);
         return;
     }

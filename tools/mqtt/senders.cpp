@@ -32,7 +32,7 @@ senders::senders(counters& count, int nWorkers, const answer& fnAnswer) : m_coun
         m_workers.emplace_back([this] { run(); });
 }
 
-senders::~senders() {
+void senders::end() {
     {
         const std::lock_guard<std::mutex> lock(m_mutex);
         m_bEnd = true;
@@ -40,12 +40,13 @@ senders::~senders() {
     m_changed.notify_all();
     for (std::thread& worker : m_workers)
         worker.join();
+    m_workers.clear();
 }
 
 bool senders::put(const sendJob& job, size_t nMax) {
     {
         const std::lock_guard<std::mutex> lock(m_mutex);
-        if (m_jobs.size() >= nMax)
+        if (m_bEnd || m_jobs.size() >= nMax)
             return false;
         m_jobs.push_back(job);
     }

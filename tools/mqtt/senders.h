@@ -32,9 +32,11 @@ public:
     // fnAnswer is called by the workers.
     typedef std::function<void(const sendJob&, const std::string& strPayload)> answer;
     senders(counters& count, int nWorkers, const answer& fnAnswer);
-    ~senders();  // waits for the sends under way
+    ~senders() { end(); }
+    // Waits for the sends under way, and takes no others.
+    void end();
 
-    // False when nMax sends wait already.
+    // False when nMax sends wait already, and after end().
     bool put(const sendJob& job, size_t nMax);
 
 private:

@@ -77,6 +77,22 @@ bool fits(const topicForm& form, const std::vector<std::string>& levels, parsedT
     return true;
 }
 
+// Whether a text of UTF-8 has characters that libmosquitto and brokers refuse: U+0080 to U+009F, U+FDD0 to U+FDEF, and
+// the last two of each plane.
+bool hasRefusedCharacter(const std::string& strText) {
+    const auto at = [&](size_t i) { return static_cast<unsigned char>(strText[i]); };
+    for (size_t i = 1; i < strText.size(); ++i) {
+        if (at(i - 1) == 0xc2 && at(i) < 0xa0)
+            return true;
+        if (i >= 2 && at(i - 2) == 0xef && at(i - 1) == 0xb7 && at(i) >= 0x90 && at(i) <= 0xaf)
+            return true;
+        const bool bPlaneEnds = i >= 2 && (at(i - 2) == 0xef || (i >= 3 && at(i - 3) >= 0xf0 && at(i - 2) % 16 == 15));
+        if (bPlaneEnds && at(i - 1) == 0xbf && at(i) >= 0xbe)
+            return true;
+    }
+    return false;
+}
+
 }  // namespace
 
 bool isValidUtf8(const std::string& strText) {
@@ -92,7 +108,7 @@ bool isValidUtf8(const std::string& strText) {
 }
 
 std::string encodeName(const std::string& strName) {
-    const bool bText = isValidUtf8(strName);
+    const bool bText = isValidUtf8(strName) && !hasRefusedCharacter(strName);
     std::string strLevel;
     for (const char ch : strName) {
         const unsigned char u = static_cast<unsigned char>(ch);

@@ -11,7 +11,7 @@
 namespace qormqtt {
 
 // A name as one level of a topic. Encoded are '/', '+', '#', '%', control characters, and, in a name that is not valid
-// UTF-8, everything that is not ASCII.
+// UTF-8 or has characters that brokers refuse, everything that is not ASCII.
 std::string encodeName(const std::string& strName);
 // The reverse. False for a level that is not the code of a name: a '%' without two hexadecimal digits, a wildcard, a
 // NUL.

@@ -31,6 +31,10 @@ class Message:
     def __repr__(self) -> str:
         return f"<qor.Message 0x{self.id:x} wparam={self.wparam} lparam={self.lparam} data={len(self.data)} bytes>"
 
+    def __getstate__(self) -> tuple[None, dict[str, object]]:
+        # The address is that of a message which a copy may outlive.
+        return None, {**{slot: getattr(self, slot) for slot in self.__slots__}, "_address": None}
+
     def reply(self, result: SupportsIndex = 0, data: Data | None = None) -> None:
         """Answer the sender at once, while the handler goes on; what the handler returns then counts no more.
 

@@ -19,7 +19,18 @@ from ._errors import (
     ThreadGoneError,
 )
 from ._flat import lib
-from ._values import INT_MAX, Data, copied_lines, extra_data, number_in, sint, text, timeout_milliseconds, uint
+from ._values import (
+    INT_MAX,
+    Data,
+    copied_lines,
+    extra_data,
+    milliseconds,
+    number_in,
+    sint,
+    text,
+    timeout_milliseconds,
+    uint,
+)
 
 # A default that ends: two threads that send to each other would else wait for ever.
 DEFAULT_TIMEOUT = 5.0
@@ -157,10 +168,10 @@ class Peer:
 def find(name: str, timeout: float = 0.0) -> Peer:
     """The thread of that name in any process of the device. Waits timeout seconds for it to register.
 
-    Raises ThreadGoneError when there is none.
+    Raises ThreadGoneError when there is none, and ArgumentError for a timeout that is none.
     """
     raw = text("the name", name, empty=False)
-    end = time.monotonic() + timeout
+    end = time.monotonic() + milliseconds("timeout", timeout) / 1000
     while True:
         with _flat.one_by_one_at_first("look"):
             handle = lib.msgGetThreadByName(raw)

@@ -170,8 +170,9 @@ class Registry(Mapping[str, Section]):
 
 
 def _value_text(value: Value) -> str:
-    if isinstance(value, bool):
-        return str(int(value))
-    if isinstance(value, (int, float)):
-        return repr(value)
+    # The base type's own text: that of a bool, an IntEnum or another derived type is no number.
+    if isinstance(value, int):
+        return int.__repr__(value)
+    if isinstance(value, float):
+        return float.__repr__(value)
     return value

@@ -65,7 +65,6 @@ class Thread:
         self._raw_name = text("the name", name, empty=False)
         self.name = name
         self._handle: int | None = None
-        self._owner = 0
         self._handlers: dict[int, Handler] = {}
         self._otherwise: Handler | None = None
         self._timers: dict[int, Timer] = {}
@@ -97,7 +96,6 @@ class Thread:
         if result != 1 or handle.value is None:
             raise ArgumentError(f"the library takes no such name: {self.name[:40]!r}")
         self._handle = handle.value
-        self._owner = threading.get_ident()
         self._raised = None
         _local.thread = self
         _open.add(self)
@@ -131,7 +129,7 @@ class Thread:
     def _check(self) -> None:
         if self._handle is None:
             raise MisuseError(f"{self!r}: enter it first, by \"with\"")
-        if self._owner != threading.get_ident():
+        if _local.thread is not self:
             raise WrongThreadError(f"{self!r} belongs to the OS thread that has entered it")
 
     @property

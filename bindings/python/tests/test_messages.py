@@ -3,7 +3,9 @@
 from __future__ import annotations
 
 import array
+import copy
 import logging
+import pickle
 import threading
 from collections.abc import Callable
 from typing import Any
@@ -138,6 +140,23 @@ def test_a_message_is_answered_once_and_while_its_handler_runs(name: str, start:
     with pytest.raises(qor.MisuseError):
         kept[0].reply(3)
     assert (kept[0].id, kept[0].data) == (0x311, b"kept")
+
+
+def test_a_copy_of_a_message_has_what_is_in_it_and_cannot_be_answered(name: str, start: START) -> None:
+    thread = qor.Thread(name)
+    copies: list[qor.Message] = []
+
+    @thread.on(0x100)
+    def keep(message: qor.Message) -> None:
+        copies.append(copy.copy(message))
+        copies.append(pickle.loads(pickle.dumps(message)))
+
+    start(thread).peer.send(0x100, 5, -6, b"data")
+    for message in copies:
+        assert (message.id, message.wparam, message.lparam, message.data) == (0x100, 5, -6, b"data")
+        with pytest.raises(qor.MisuseError):
+            message.reply(1)
+    assert len(copies) == 2
 
 
 def test_an_exception_after_an_early_reply_keeps_the_reply(name: str, start: START) -> None:

@@ -51,6 +51,8 @@ def test_a_timeout_that_is_none_raises(name: str, timeout: float) -> None:
     with qor.Thread(name) as thread:
         with pytest.raises(qor.ArgumentError):
             thread.peer.send(0x100, timeout=timeout)
+        with pytest.raises(qor.ArgumentError):
+            qor.find(f"{name}.none", timeout=timeout)
 
 
 @pytest.mark.parametrize("bad", ["", "a\0b", "\ud800"])

@@ -3,6 +3,7 @@
 from __future__ import annotations
 
 import os
+import signal
 from collections.abc import Callable
 from pathlib import Path
 from typing import Any
@@ -70,6 +71,17 @@ def test_numbers_are_read_as_every_program_reads_them(path: str) -> None:
     assert section["exact"] == "0.1" and section.get_float("exact") == 0.1
     assert section["flag"] == "1" and section.get_bool("flag") and not section.get_bool("none")
     assert section.get_int("count") == -3
+
+
+def test_numbers_of_derived_types_are_stored_as_numbers(path: str) -> None:
+    class Float(float):
+        def __repr__(self) -> str:
+            return f"Float({float(self)})"
+
+    section = qor.Registry(path)["Device"]
+    for value, stored in ((signal.SIGTERM, "15"), (True, "1"), (Float(1.5), "1.5"), (float("nan"), "nan")):
+        section["value"] = value  # type: ignore[assignment]
+        assert section["value"] == stored
 
 
 def test_set_tells_whether_the_value_changed(path: str) -> None:

@@ -118,6 +118,25 @@ def test_only_the_thread_that_has_entered_may_run_it(name: str, start: START) ->
     assert worker.join() == 3
 
 
+def test_an_os_thread_with_the_number_of_one_that_has_ended_is_another(name: str) -> None:
+    thread = qor.Thread(name)
+    raised: list[str] = []
+
+    def use() -> None:
+        for call in (thread.run, thread.save_registry, lambda: thread.__exit__(None, None, None)):
+            try:
+                call()
+            except qor.WrongThreadError:
+                raised.append("wrong thread")
+
+    # The system uses numbers again, most often at once.
+    for target in (thread.__enter__, *[use] * 20):
+        other = threading.Thread(target=target)
+        other.start()
+        other.join(60)
+    assert len(raised) == 3 * 20
+
+
 def test_a_thread_that_has_quit_runs_again_when_it_is_entered_again(name: str) -> None:
     thread = qor.Thread(name)
     with thread:
