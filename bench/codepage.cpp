@@ -2,7 +2,7 @@
 //
 // usage: qor_bench_codepage [--quick] [DIRECTORY]
 //
-// DIRECTORY holds the tables that scripts/codepages makes; build/codepages unless said otherwise. Before
+// DIRECTORY holds the tables that scripts/codepages makes; build/codepages by default. Before
 // anything is measured, both must convert every text alike.
 #include "qor/CodePage.h"
 

@@ -45,7 +45,7 @@ int main(void) {
     if (bReplied && nLength == (int)sizeof(answer)) /* both: another version may answer with something else */
         printf("level %u, temperature %d\n", answer.uLevel, answer.nTemperature);
 
-    /* Five characters fit beside the NUL; nLength tells that there were ten. */
+    /* Five characters and the NUL fit; nLength tells that there were ten. */
     memset(szText, 0, sizeof(szText));
     nResult = msgSendMsgToThreadReply(hServer, MSG_UPPER, 0, 0, 10, "temperatur", 1000, &bReplied, szText,
                                       (int)sizeof(szText) - 1, &nLength);

@@ -56,7 +56,7 @@ int main(void) {
     if (write(g_aPipe[1], "0123456789", 10) != 10)
         return 1;
     while (msgProcessPending(50) >= 0) /* -1: the quit message was handled */
-        poll(&look, 1, -1);            /* other descriptors would stand beside it */
+        poll(&look, 1, -1);            /* the program's other descriptors would go here */
     nExit = msgDefaultThreadRun();     /* returns the exit code at once */
     msgUnlaunchWorkThread("reader");
     msgUnregistMainThread(hSelf);

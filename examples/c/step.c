@@ -21,7 +21,7 @@ int main(void) {
         uId = msgProcessThreadMsgOnce(pSelf);
         if (uId != 0) /* 0: there was none */
             printf("handled 0x%x\n", uId);
-        /* what the program has to do between two messages stands here */
+        /* what the program has to do between two messages goes here */
     }
     msgUnregistMainThread(hSelf);
     return 0;

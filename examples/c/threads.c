@@ -1,4 +1,4 @@
-/* A thread that runs a loop of its own, what it is told by its callback, and posts to one and to all. */
+/* A thread with an entry function, what its callback receives, and posts to one thread and to all. */
 #include <stdio.h>
 
 #include "qor/flat.h"

@@ -1,4 +1,4 @@
-/* Trace lines of a program of its own name. */
+/* Trace lines of a program that has its own tag. */
 #include <stdarg.h>
 #include <stdio.h>
 

@@ -168,7 +168,12 @@ int onMessage(simpMSG* pMsg) {
 // ---- the program
 
 int usage() {
-    fprintf(stderr, "usage: qor-heating [--directory DIR] [--kills N] [--runner WORD]...\n");
+    fprintf(stderr,
+            "usage: qor-heating [--directory DIR] [--kills N] [--runner WORD]...\n"
+            "  --directory DIR  where settings and history are kept (%s)\n"
+            "  --kills N        kills N processes, one after the other, and ends\n"
+            "  --runner WORD    put before the command line of each program, as for an emulator\n",
+            g_strDirectory.c_str());
     return 2;
 }
 

@@ -1,4 +1,4 @@
-// Plain poll(): other descriptors would stand beside this one.
+// Plain poll(): the program's other descriptors would be in the same call.
 #include <poll.h>
 
 #include "loops.h"

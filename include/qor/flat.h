@@ -53,7 +53,7 @@ typedef unsigned int UINT;
 typedef struct _HTHREAD_* HTHREAD;
 /** A section of the registry: its offset in the registry's segment, the same in every process, 0 for none. Sections
  *  are never removed while the device runs: one that is deleted is empty, and its handle stays valid. Where a function
- * says so, the handle is that of a document. */
+ *  says so, the handle is that of a document. */
 typedef struct _HREGISTRY_* HREGISTRY;
 /** A writer of records, which belongs to its process. */
 typedef struct _HRECORD_* HRECORD;
@@ -204,8 +204,8 @@ QOR_API int msgProcessPending(int nMax);
 /** @{ */
 
 /** Tells the service manager that the process is ready ("READY=1"), for a unit with Type=notify. Call it when the
- * threads are registered that others wait for. Waits until the manager has room for the message. Returns 1; 0 when
- * there is no manager, and, with a warning, when it cannot be told. */
+ *  threads are registered that others wait for. Waits until the manager has room for the message. Returns 1; 0 when
+ *  there is no manager, and, with a warning, when it cannot be told. */
 QOR_API BOOL msgNotifyReady(void);
 /** Has the calling thread's loop watched by the service manager, for a unit with WatchdogSec=, until the thread
  *  unregisters. From then on the process reports to the manager ("WATCHDOG=1") as long as **every** thread that has
@@ -231,7 +231,7 @@ QOR_API BOOL msgEnableWatchdog(void);
  *
  *  *pbReplied (may be null) tells whether there was a reply. Returns the reply; -1 for a stale handle, for a target
  *  that dies, and after a time-out. A message that timed out before the target took it is never handled; its memory
- *  stays taken until the target unregisters.
+ *  stays taken until the target unregisters, or until no other memory is free.
  *  Fatal: nExtraSize outside 0 to 1024, no room left in the share segment. Not under nameHelperLock(). */
 QOR_API int msgSendMsgToThreadRaw(HTHREAD hThread, unsigned int uMsg, unsigned int wParam, int lParam, int nExtraSize,
                                   const void* pExtraData, int nTimeout, int* pbReplied);
@@ -292,7 +292,7 @@ QOR_API int msgTryPostMsgToThread(HTHREAD hThread, unsigned int uMsg, unsigned i
                                   const void* pExtraData, int nMaxQueued);
 /** msgSendMsgToThreadReply() that may fail. Returns 1 when the target has replied, with the reply in *pnResult (may be
  *  null; otherwise -1) and its data as msgSendMsgToThreadReply() gives them; 0, also when the target dies or
- * unregisters meanwhile, -1 and -2 as msgTryPostMsgToThread(); and
+ *  unregisters meanwhile, -1 and -2 as msgTryPostMsgToThread(); and
  *  - -3: nExtraSize outside 0 to 1024, a negative nReplySize, or one above 0 with a null pReply;
  *  - -4: the time-out has passed.
  *
@@ -309,10 +309,10 @@ QOR_API int msgGetQueueLength(HTHREAD hThread);
  *  O(n) in the number of all messages, under the segment's lock: not for every message. */
 QOR_API void qorGetMessageMemory(int* pnFree, int* pnLargest, int* pnTotal);
 /** Makes ordinary posts of this process leave nBytes of the messages' memory free: a post, also of a broadcast or of
- * the notifications of a flush, that would take them answers 0 instead, with one warning per target and second. So a
- * thread that no longer reads its queue ends nobody: sends, replies, registrations and timers still have room. With a
- * reserve, no post is fatal for lack of room. 0, as before the call, is no reserve. The environment variable
- * qor_reserve sets the same before the first message. Returns what it was.
+ *  the notifications of a flush, that would take them answers 0 instead, with one warning per target and second. So a
+ *  thread that no longer reads its queue ends nobody: sends, replies, registrations, timers, watched descriptors and
+ *  signals that end a loop still have room. With a reserve, no post is fatal for lack of room. 0, as before the call,
+ *  is no reserve. The environment variable qor_reserve sets the same before the first message. Returns what it was.
  *
  *  The reserve holds only as far as all processes of the device have one. It adds a look at one free block to a post,
  *  and after the memory was full once, at as many as make up the reserve: about 0.3 us for 8,192 bytes. */
@@ -426,10 +426,10 @@ QOR_API double registryGetFloat(HREGISTRY hRegistry, const char* lpszKey, double
 QOR_API BOOL registrySetString(HREGISTRY hRegistry, const char* lpszKey, const char* lpszValue);
 /** registrySetString() with the number as "%d" prints it. */
 QOR_API BOOL registrySetInt(HREGISTRY hRegistry, const char* lpszKey, int nValue);
-/** registrySetString() with the number as "%lf" prints it, with six decimals, in any locale with a point. */
+/** registrySetString() with the number as "%lf" prints it, with six decimals, and a decimal point in any locale. */
 QOR_API BOOL registrySetFloat(HREGISTRY hRegistry, const char* lpszKey, double fValue);
-/** registrySetString() with the shortest text from which registryGetFloat() reads exactly this number again, in any
- *  locale with a point. */
+/** registrySetString() with the shortest text from which registryGetFloat() reads exactly this number again, with a
+ *  decimal point in any locale. */
 QOR_API BOOL registrySetFloatExact(HREGISTRY hRegistry, const char* lpszKey, double fValue);
 
 /** What registryTrySetString() returns. */
@@ -452,7 +452,7 @@ QOR_API const char* registryGetErrorText(int nResult);
 QOR_API BOOL registryHasKey(HREGISTRY hRegistry, const char* lpszKey);
 /** The names of a section's keys, in the order in which they were made, each with a line feed after it. Copies as many
  *  whole names as fit into nSize bytes with the terminating NUL, and returns the length of all, 0 for no section. With
- * a null buffer or a size of 0 it only returns the length. */
+ *  a null buffer or a size of 0 it only returns the length. */
 QOR_API int registryListKeys(HREGISTRY hRegistry, char* lpszBuffer, int nSize);
 /** Deletes a key, in memory only; the next flush notifies the section's monitors and removes it from the file. Returns
  *  1; 0 when there is no such section or key. */
@@ -482,7 +482,7 @@ QOR_API BOOL regSaveRegistryDocument(HREGISTRY hRegistry);
  *  themselves. Also saves what an earlier saver was asked for and has not saved. Returns 1.
  *  Fatal: the thread is not registered. */
 QOR_API BOOL registryRegistSaver(void);
-/** Ends that, and saves what was asked for meanwhile. Returns 0 when the calling thread is not the saver. A saver
+/** Ends that, and saves what has been asked for until then. Returns 0 when the calling thread is not the saver. A saver
  *  that dies is forgotten: flushing threads then write files themselves. */
 QOR_API BOOL registryUnregistSaver(void);
 /** What the saver calls: regSaveRegistryDocument() for the handle of a document; 0 for any other handle. */
@@ -589,9 +589,9 @@ extern QOR_API const char* szTraceAuthor;
 QOR_API void tracePrintf(const char* lpszFormat, ...) __attribute__((format(printf, 1, 2)));
 /** tracePrintf() with an argument list. Not under nameHelperLock(). */
 QOR_API void tracePrintfV(const char* lpszFormat, va_list args);
-/** Whether date and local time stand in front of each line of this process's log files, as in
- *  "2026-11-22 07:05:09.042 [APP...". They do not unless asked for, here or by a last field "clock" of the environment
- *  variable "trace". */
+/** Whether each line of this process's log files begins with date and local time, as in
+ *  "2026-11-22 07:05:09.042 [APP...". It does so only when asked for, here or by a last field "clock" of the
+ *  environment variable "trace". */
 QOR_API void traceSetFileClock(BOOL bOn);
 
 /** @} */
@@ -601,16 +601,17 @@ QOR_API void traceSetFileClock(BOOL bOn);
 /** @{ */
 
 /** Opens a file of records, which is made when it is missing, and removes what is no whole record from its end. A
- * record that would make the file longer than nMaxSize bytes begins a new one: the file gets the name with ".1" after
- * it, ".1" becomes ".2", and so on, with nMaxCount files at most. Returns 0 when it cannot be opened, is no regular
- * file, or another writer has it open (errno). Fatal: a null or empty name, a size or count below 1. */
+ *  record that would make the file longer than nMaxSize bytes begins a new one: the file gets the name with ".1" after
+ *  it, ".1" becomes ".2", and so on, with nMaxCount files at most. Opening itself removes no file: those of an earlier,
+ *  larger count go when the next file begins. Returns 0 when it cannot be opened, is no regular file, or another writer
+ *  has it open (errno). Fatal: a null or empty name, a size or count below 1. */
 QOR_API HRECORD recordOpen(const char* lpszFileName, int nMaxSize, int nMaxCount);
-/** Appends a record and a line feed; with bSync it and all before it are on the device when the call returns. Returns
+/** Appends a record and a line feed; with bSync it and all before it are on the medium when the call returns. Returns
  *  1; 0 when it was not written (errno), as on a full disk: the file is as it was, and the next call tries again. A
- *  record with a line feed is refused. Only when the device failed may the record be there in spite of a 0.
+ *  record with a line feed is refused. Only when the medium failed may the record be there in spite of a 0.
  *  Fatal: a null handle or record. */
 QOR_API BOOL recordWrite(HRECORD hRecord, const char* lpszRecord, BOOL bSync);
-/** Brings all records to the device. Returns 1, or 0 on failure (errno). Fatal: a null handle. */
+/** Writes all records to the medium. Returns 1, or 0 on failure (errno). Fatal: a null handle. */
 QOR_API BOOL recordSync(HRECORD hRecord);
 /** Closes the file. Does nothing for a null handle. */
 QOR_API void recordClose(HRECORD hRecord);
@@ -639,8 +640,7 @@ QOR_API void qorSetFatalHook(void (*pHook)(const char* lpszText, void* pArg), vo
  *  No code of the program runs in a signal handler, and no wait of the library is disturbed; other calls that the
  *  signal interrupts are restarted, where the system does that. One thread of a process is asked to end by a signal:
  *  the last one that has called this for it. When the thread unregisters, a signal that has not come gets back its
- *  former action. So it does in the child of a fork. A helper thread that blocks all signals waits for the signal
- *  meanwhile.
+ *  former action, as it does in the child of a fork. Until then, a helper thread that blocks all signals waits for it.
  *
  *  Returns 1; 0, with the reason in errno, for a number that is no signal or cannot be caught (SIGKILL, SIGSTOP),
  *  and with a warning when the helper thread could not be started. Fatal: the calling thread is not registered. */

@@ -54,7 +54,7 @@ extern QOR_API const char* szTraceAuthor;
 QOR_API void tracePrintf(const char* lpszFormat, ...) __attribute__((format(printf, 1, 2)));
 /// tracePrintf() with an argument list.
 QOR_API void tracePrintfV(const char* lpszFormat, va_list args);
-/// Whether date and local time stand in front of each line of this process's log files.
+/// Whether each line of this process's log files begins with date and local time.
 QOR_API void traceSetFileClock(BOOL bOn);
 }
 
@@ -100,7 +100,7 @@ public:
     /// Appends the line and a line feed and gives them to the kernel. Returns 1, or 0 when the line was lost: the file
     /// could not be opened or written.
     BOOL WriteLogLine(QOR_StringHelper::chReferenceStringT<char>& strLine);
-    /// Whether date and local time stand in front of each line of the process's log files from now on:
+    /// Whether each line of the process's log files begins with date and local time from now on:
     /// "2026-11-22 07:05:09.042 ". They do not unless asked for.
     static void SetWallClock(BOOL bOn);
     /// The name of the file of that number.
