@@ -4,6 +4,8 @@
 #include <stdlib.h>
 #include <sys/prctl.h>
 
+#include <regex>
+
 #include "gtest/gtest.h"
 #include "qor/MsgQueueHelper.h"
 #include "qor/flat.h"
@@ -347,12 +349,18 @@ TEST_F(Ctl, ADeviceWhoseProcessesWereKilledIsShownAndCleaned) {
 
 TEST_F(Ctl, ASnapshotShowsTheSameAsTheDevice) {
     startRing({"a", "b", "c"});
+    // Those who wait for answers look at the segment once a second, and may find it locked by one another.
+    const auto withoutWaiters = [](const std::string& strText) {
+        return std::regex_replace(strText, std::regex("qor_lock_waiters\\{segment=\"ipc_system_share\"\\} [012]\n"),
+                                  "");
+    };
     EXPECT_EQ("", run(0, {"snapshot", "/tmp/home/ring.snap"}));
     for (const std::vector<std::string>& listArgument :
          {std::vector<std::string>{"graph"}, {"ps"}, {"queue", "a"}, {"doctor"}, {"metrics"}, {"ps", "--json"}}) {
         std::vector<std::string> listFrom = listArgument;
         listFrom.insert(listFrom.begin(), {"--from", "/tmp/home/ring.snap"});
-        EXPECT_EQ(device.normal(ctl(listArgument).strOutput), device.normal(ctl(listFrom).strOutput))
+        EXPECT_EQ(withoutWaiters(device.normal(ctl(listArgument).strOutput)),
+                  withoutWaiters(device.normal(ctl(listFrom).strOutput)))
             << listArgument[0];
     }
     device.killAll();
