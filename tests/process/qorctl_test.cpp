@@ -11,6 +11,7 @@
 
 #include <fstream>
 #include <map>
+#include <memory>
 #include <regex>
 #include <set>
 #include <sstream>
@@ -582,35 +583,69 @@ TEST_F(CtlCommand, OutputThatCannotBeWrittenEndsWithStatusOne) {
     close(fdFull);
 }
 
-bool echoes(int fdTerminal) {
-    termios state = {};
-    return tcgetattr(fdTerminal, &state) == 0 && (state.c_lflag & (ECHO | ICANON)) == (ECHO | ICANON);
-}
+enum terminalUse { controlling, notControlling, background };
 
-// Runs top on a terminal of its own, and ends it by a signal, or for 0 by closing what it writes to. Answers 0 when the
-// terminal then is as it was. To be called in a new process: the terminal is hung up when the session's leader ends.
+// top on a terminal of its own. To be made in a new process, which begins a session: its terminal is hung up when it
+// ends.
+class topOnTerminal {
+public:
+    explicit topOnTerminal(terminalUse use)
+        : m_fdMaster(posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC)), m_fdTerminal(openTerminal(use)) {
+        int afd[2];
+        if (pipe(afd) != 0)
+            abort();
+        m_pTop = std::make_unique<childProcess>("top", [&] {
+            if (use != notControlling)
+                setpgid(0, 0);
+            signal(SIGTTOU, SIG_IGN);
+            if (use == controlling && tcsetpgrp(m_fdTerminal, getpid()) != 0)
+                return 9;
+            signal(SIGTTOU, SIG_DFL);
+            dup2(m_fdTerminal, STDIN_FILENO);
+            close(afd[0]);
+            return execCtl({"top", "-i", "1"}, afd[1]);
+        });
+        close(afd[1]);
+        m_fdOutput = afd[0];
+    }
+
+    // Waits for output, of which the first comes when the terminal is set. False at its end.
+    bool look() const {
+        char aText[4096];
+        return read(m_fdOutput, aText, sizeof(aText)) > 0;
+    }
+    bool echoes() const {
+        termios state = {};
+        return tcgetattr(m_fdTerminal, &state) == 0 && (state.c_lflag & (ECHO | ICANON)) == (ECHO | ICANON);
+    }
+    bool press(char ch) const { return write(m_fdMaster, &ch, 1) == 1; }
+    void closeOutput() const { close(m_fdOutput); }
+    childProcess& process() const { return *m_pTop; }
+
+private:
+    int openTerminal(terminalUse use) const {
+        if (m_fdMaster == -1 || grantpt(m_fdMaster) != 0 || unlockpt(m_fdMaster) != 0 || setsid() == -1)
+            abort();
+        return open(ptsname(m_fdMaster), O_RDWR | O_CLOEXEC | (use == notControlling ? O_NOCTTY : 0));
+    }
+
+    const int m_fdMaster, m_fdTerminal;
+    int m_fdOutput = -1;
+    std::unique_ptr<childProcess> m_pTop;
+};
+
+// Ends top by a signal, or for 0 by closing what it writes to. Answers 0 when the terminal then is as it was.
 int endTop(int nSignal) {
-    int afd[2];
-    const int fdMaster = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
-    if (fdMaster == -1 || grantpt(fdMaster) != 0 || unlockpt(fdMaster) != 0 || pipe(afd) != 0 || setsid() == -1)
-        return 1;
-    const int fdTerminal = open(ptsname(fdMaster), O_RDWR | O_CLOEXEC);
-    childProcess top("top", [&] {
-        dup2(fdTerminal, STDIN_FILENO);
-        close(afd[0]);
-        return execCtl({"top", "-i", "1"}, afd[1]);
-    });
-    close(afd[1]);
-    char ch;  // of the first look, before which the terminal is set
-    if (read(afd[0], &ch, 1) != 1 || echoes(fdTerminal))
+    const topOnTerminal top(controlling);
+    if (!top.look() || top.echoes())
         return 2;
     if (nSignal != 0)
-        top.signal(nSignal);
+        top.process().signal(nSignal);
     else
-        close(afd[0]);
-    if (top.wait() != -nSignal)
+        top.closeOutput();
+    if (top.process().wait() != -nSignal)
         return 3;
-    return echoes(fdTerminal) ? 0 : 4;
+    return top.echoes() ? 0 : 4;
 }
 
 TEST_F(CtlCommand, TopLeavesTheTerminalAsItWas) {
@@ -618,6 +653,50 @@ TEST_F(CtlCommand, TopLeavesTheTerminalAsItWas) {
         childProcess session("session", [nSignal] { return endTop(nSignal); });
         EXPECT_EQ(0, session.wait()) << nSignal;
     }
+}
+
+// As on a console without job control.
+TEST_F(CtlCommand, TopLeavesATerminalThatControlsNobodyAsItWas) {
+    childProcess session("session", [] {
+        const topOnTerminal top(notControlling);
+        if (!top.look() || top.echoes() || !top.press('q'))
+            return 2;
+        while (top.look()) {
+        }
+        return top.process().wait() == 0 && top.echoes() ? 0 : 3;
+    });
+    EXPECT_EQ(0, session.wait());
+}
+
+TEST_F(CtlCommand, TopThatIsStoppedGivesTheTerminalBackMeanwhile) {
+    childProcess session("session", [] {
+        const topOnTerminal top(controlling);
+        if (!top.look() || top.echoes())
+            return 2;
+        top.process().signal(SIGTSTP);
+        int nStatus = 0;
+        if (waitpid(top.process().id(), &nStatus, WUNTRACED) == -1 || !WIFSTOPPED(nStatus) || !top.echoes())
+            return 3;
+        top.process().signal(SIGCONT);
+        while (top.echoes())
+            if (!top.look())
+                return 4;
+        top.process().signal(SIGTERM);
+        return top.process().wait() == -SIGTERM && top.echoes() ? 0 : 5;
+    });
+    EXPECT_EQ(0, session.wait());
+}
+
+TEST_F(CtlCommand, TopInTheBackgroundGoesOnAndLeavesTheTerminalAlone) {
+    childProcess session("session", [] {
+        const topOnTerminal top(background);
+        for (int i = 0; i < 3; ++i)
+            if (!top.look() || !top.echoes())
+                return 2;
+        top.process().signal(SIGTERM);
+        return top.process().wait() == -SIGTERM && top.echoes() ? 0 : 3;
+    });
+    EXPECT_EQ(0, session.wait());
 }
 
 // A C1 control character, a surrogate, an overlong form, and a character.

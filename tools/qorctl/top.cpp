@@ -1,6 +1,7 @@
 // top: the threads, live.
 #include <CLI/CLI.hpp>
 
+#include <errno.h>
 #include <poll.h>
 #include <signal.h>
 #include <stdlib.h>
@@ -17,56 +18,82 @@ namespace qorctl {
 
 namespace {
 
-termios s_terminal;  // as it was before
+termios s_terminal;                  // as it was before
+volatile sig_atomic_t s_bTaken = 0;  // whether it is changed
 
-// In the background the terminal is the shell's, and a change would stop this process.
-void restoreTerminal() {
-    if (tcgetpgrp(STDIN_FILENO) == getpgrp())
-        tcsetattr(STDIN_FILENO, TCSANOW, &s_terminal);
+// In the background the terminal is the shell's, and a change would stop this process. Without job control, as on a
+// console that is no process's controlling terminal, there is no background.
+bool isInBackground() {
+    const pid_t idGroup = tcgetpgrp(STDIN_FILENO);
+    return idGroup != -1 && idGroup != getpgrp();
 }
 
-void onEnd(int nSignal) {
+void restoreTerminal() {
+    if (s_bTaken != 0 && !isInBackground())
+        tcsetattr(STDIN_FILENO, TCSANOW, &s_terminal);
+    s_bTaken = 0;
+}
+
+// The signal is blocked until the handler returns; then it ends or stops the process.
+void onSignal(int nSignal) {
+    const int nError = errno;
     restoreTerminal();
     signal(nSignal, SIG_DFL);
     raise(nSignal);
+    errno = nError;
 }
 
-// Ends that run no destructor: signals that are not ignored, and a failure of standard output.
-void restoreAtEnd() {
-    for (const int nSignal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT})
-        if (signal(nSignal, onEnd) == SIG_IGN)
-            signal(nSignal, SIG_IGN);
-    at_quick_exit(restoreTerminal);
-}
+constexpr int arrSignal[] = {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGTSTP};
 
-// Keys without echo and without line feed, as long as it lives; nothing where input is no terminal.
-class keyInput {
-public:
-    keyInput() : m_bTerminal(tcgetattr(STDIN_FILENO, &s_terminal) == 0) {
-        if (!m_bTerminal)
-            return;
-        restoreAtEnd();
+// Keys without echo and without line feed. Signals that are not ignored restore the terminal; they wait meanwhile, so
+// that none comes when it is half changed.
+void takeTerminal() {
+    sigset_t signals, before;
+    sigemptyset(&signals);
+    for (const int nSignal : arrSignal)
+        sigaddset(&signals, nSignal);
+    sigprocmask(SIG_BLOCK, &signals, &before);
+    if (tcgetattr(STDIN_FILENO, &s_terminal) == 0) {
+        for (const int nSignal : arrSignal)
+            if (signal(nSignal, onSignal) == SIG_IGN)
+                signal(nSignal, SIG_IGN);
+        s_bTaken = 1;
         termios raw = s_terminal;
         raw.c_lflag &= ~static_cast<tcflag_t>(ICANON | ECHO);
         tcsetattr(STDIN_FILENO, TCSANOW, &raw);
     }
+    sigprocmask(SIG_SETMASK, &before, nullptr);
+}
+
+// The terminal's keys, while this process is in the foreground; nothing where input is no terminal.
+class keyInput {
+public:
+    keyInput() : m_bTerminal(isatty(STDIN_FILENO) != 0) {
+        at_quick_exit(restoreTerminal);  // a failure of standard output runs no destructor
+        hasKeys();
+    }
     keyInput(const keyInput&) = delete;
     keyInput& operator=(const keyInput&) = delete;
-    ~keyInput() {
-        if (m_bTerminal)
-            restoreTerminal();
-    }
+    ~keyInput() { restoreTerminal(); }
 
     // A key, or 0 when none is pressed in that time.
     char wait(int nMs) const {
         pollfd fd = {STDIN_FILENO, POLLIN, 0};
         char ch = 0;
-        if (poll(&fd, m_bTerminal ? 1 : 0, nMs) > 0 && read(STDIN_FILENO, &ch, 1) != 1)
+        if (poll(&fd, hasKeys() ? 1 : 0, nMs) > 0 && read(STDIN_FILENO, &ch, 1) != 1)
             return 'q';
         return ch;
     }
 
 private:
+    // Takes the terminal, also after this process was stopped or in the background.
+    bool hasKeys() const {
+        const bool bKeys = m_bTerminal && !isInBackground();
+        if (bKeys && s_bTaken == 0)
+            takeTerminal();
+        return bKeys;
+    }
+
     const bool m_bTerminal;
 };
 
