@@ -772,6 +772,9 @@ TEST_F(CtlCommand, WhatThisUserMayNotReadIsNotDamaged) {
         EXPECT_EQ(std::string::npos, strText.find(lpszText)) << strText;
     const std::string strMetrics = run(0, {"--from", "/tmp/home/unread.snap", "metrics"});
     EXPECT_EQ(std::string::npos, strMetrics.find("qor_segment_damaged{segment=\"ipc_system_share\"}"));
+    image.segment(segmentNamed).bytes.resize(image.segment(segmentNamed).bytes.size() / 2);
+    ASSERT_TRUE(saveSnapshot(image, "/tmp/home/both.snap", strReason)) << strReason;
+    run(4, {"--from", "/tmp/home/both.snap", "segments"});
 }
 
 // ---- a busy device

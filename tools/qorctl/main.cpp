@@ -9,6 +9,8 @@
 #include <time.h>
 #include <unistd.h>
 
+#include <algorithm>
+
 #include "program.h"
 #include "qor/flat.h"
 
@@ -58,7 +60,7 @@ void program::note(const std::string& strText) const {
         fprintf(stderr, "qorctl: %s\n", strText.c_str());
 }
 
-void program::worsen(exitStatus nWith) { nStatus = nStatus == exitGood ? nWith : nStatus; }
+void program::worsen(exitStatus nWith) { nStatus = std::max<int>(nStatus, nWith); }
 
 bool program::hasColor() const { return strColor == "always" || (strColor == "auto" && isatty(STDOUT_FILENO)); }
 

@@ -10,7 +10,7 @@ class App;
 
 namespace qorctl {
 
-// The exit statuses.
+// The exit statuses, the higher, the worse.
 enum exitStatus {
     exitGood = 0,
     exitNotFound = 1,
