@@ -546,6 +546,22 @@ TEST_F(CtlCommand, NothingIsRemovedThatAProcessIsAboutToAttach) {
     EXPECT_NE(std::string::npos, run(0, {"clean", "--all"}).find("removed segment ipc_system_share\n"));
 }
 
+TEST_F(CtlCommand, NothingIsRemovedWhileAProcessUsesTheCountersAlone) {
+    device.killAll();
+    meeting stepped;
+    childProcess counting("counting", [&stepped] {
+        accExcuteAccumulater("ticket", 1);
+        stepped.say();
+        return pause();
+    });
+    stepped.hear();
+    run(4, {"clean", "--all"});
+    EXPECT_EQ("qorctl: segment ipc_system_storage is attached 1 times: nothing is removed\n", strError);
+    counting.kill();
+    counting.wait();
+    EXPECT_NE(std::string::npos, run(0, {"clean", "--all"}).find("removed semaphore ipc_system_storage\n"));
+}
+
 TEST_F(CtlCommand, ASegmentWithoutKeyFileIsRemovedWithItsJournal) {
     device.killAll();
     ASSERT_EQ(0, unlink("/tmp/qor_ipc_system_share"));

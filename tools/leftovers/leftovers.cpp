@@ -3,6 +3,7 @@
 #include <dirent.h>
 #include <errno.h>
 #include <fcntl.h>
+#include <signal.h>
 #include <string.h>
 #include <sys/file.h>
 #include <sys/ipc.h>
@@ -108,6 +109,18 @@ void addSegment(leftover& left, int nProject, const char* lpszKind, segmentCheck
         left.segments.push_back({idSegment, static_cast<unsigned long>(state.shm_nattch), lpszKind});
 }
 
+// Whether a process has a file open for writing: then the kernel gives nobody a lease on it. It tells so to root and to
+// the file's owner.
+bool isOpen(const std::string& strFile) {
+    const int fd = open(strFile.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
+    if (fd == -1)
+        return false;
+    fcntl(fd, F_SETSIG, SIGURG);  // for one that opens it now; the signal that is the default would end this process
+    const bool bOpen = fcntl(fd, F_SETLEASE, F_RDLCK) != 0 && errno == EAGAIN;
+    close(fd);
+    return bOpen;
+}
+
 leftover findObjects(const std::string& strName, const std::string& strFile) {
     leftover left;
     left.strName = strName;
@@ -115,6 +128,8 @@ leftover findObjects(const std::string& strName, const std::string& strFile) {
     left.idSemaphore = findSemaphore(strFile);
     addSegment(left, projectJournal, "journal", isJournal);
     addSegment(left, projectSegment, "segment", hasItsHeader);
+    // A process may use the counters, which are no segment, and nothing else.
+    left.bOpen = !isKeyFile(strFile) && isOpen(strFile);
     return left;
 }
 
@@ -174,7 +189,7 @@ std::vector<leftover> findLeftovers(const std::string& strStorageFile) {
 }
 
 unsigned long countUsers(const leftover& left) {
-    unsigned long uUsers = 0;
+    unsigned long uUsers = left.bOpen ? 1 : 0;
     for (const leftSegment& segment : left.segments)
         uUsers = std::max(uUsers, segment.uUsers);
     return uUsers;

@@ -27,12 +27,13 @@ struct leftover {
     int idSemaphore = -1;               // -1: none
     std::vector<leftSegment> segments;  // in the order in which they are to be removed
     bool bKeyFile = false;              // the file is to be removed, too
+    bool bOpen = false;                 // the file is that of the counters, and a process has it open
 };
 
 // Everything that key files lead to, and those files, in the order of their names; and the lock of the counters.
 std::vector<leftover> findLeftovers(const std::string& strStorageFile);
 
-// How often its segments are attached; how often one segment is.
+// How often its segments are attached, or 1 for the open file of the counters; how often one segment is.
 unsigned long countUsers(const leftover& left);
 unsigned long countUsers(int nId);
 
