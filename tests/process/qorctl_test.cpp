@@ -134,6 +134,7 @@ TEST_F(CtlCommand, WrongArgumentsEndWithStatusTwo) {
              {"--from", "/dev/null", "send", "main", "1", "-t", "1"},
              {"--from", "/dev/null", "wait-for", "main", "-t", "1"},
              {"--from", "/dev/null", "acc", "step", "ticket"},
+             {"--from", "/dev/null", "trace", "--take"},
              {"--from", "/dev/null", "reg", "set", "/tmp/home/net.ini", "a", "b", "c"},
              {"--from", "/dev/null", "reg", "flush"},
              {"--from", "/dev/null", "reg", "watch", "/tmp/home/net.ini"}})

@@ -153,7 +153,7 @@ void take(const program& prog, const traceArguments& arguments, const traceFilte
 
 void runTrace(program& prog, const traceArguments& arguments) {
     device dev;
-    if (!dev.open(prog, segmentTrace))
+    if ((arguments.bTake && !prog.isLive()) || !dev.open(prog, segmentTrace))
         return;
     const traceFilter filter(arguments);
     const traceView view = readTrace(dev.segment(segmentTrace));
@@ -161,7 +161,7 @@ void runTrace(program& prog, const traceArguments& arguments) {
         prog.note(
             "the trace buffer is empty: start a process with trace=2:system in its environment\n"
             "        to make it write its lines up to level 2 there");
-    if (arguments.bTake && prog.strFrom.empty()) {
+    if (arguments.bTake) {
         take(prog, arguments, filter);
         return;
     }
