@@ -211,14 +211,17 @@ void chReferenceStringT<T>::CopyTextFrom(const T* lpszText, int nLength) {
         return;
     if (IsInBlock(lpszText)) {
         const chReferenceStringT strCopy(lpszText, nLength);
-        CopyFromObject(strCopy);
+        if (!strCopy.IsEmpty())
+            CopyFromObject(strCopy);
         return;
     }
     // Preparing a shared block would copy its text, of which nothing is needed.
-    if (getStringData() != NULL && getStringData()->m_nReferenceCount != 1)
+    if (getStringData() == NULL || getStringData()->m_nReferenceCount != 1) {
+        chStringDataT<T>* const pNewStringData = newBlock(capacityFor(nLength), lpszText, nLength);
+        if (pNewStringData == NULL)
+            return;
         ReleaseStringData();
-    if (getStringData() == NULL) {
-        setStringData(newBlock(capacityFor(nLength), lpszText, nLength));
+        setStringData(pNewStringData);
         return;
     }
     if (PrepareTextBuffer(nLength))
@@ -324,15 +327,20 @@ void chReferenceStringT<T>::Replace(const T* lpszOldText, const T* lpszNewText) 
     const int nOldTextLen = chStrlen(lpszOldText);
     if (!QOR_ASSERT(nOldTextLen > 0))
         return;
+    const int nNewTextLen = chStrlen(lpszNewText);
     chReferenceStringT strNew;
+    long long nLength = 0;
     const T* lpszFrom = m_lpszStringData;
     while (const T* lpszFound = uCTextHelper<T, true>::chFind(lpszFrom, lpszOldText)) {
         strNew.AppendTextFrom(lpszFrom, static_cast<int>(lpszFound - lpszFrom));
-        strNew.AppendTextFrom(lpszNewText, -1);
+        strNew.AppendTextFrom(lpszNewText, nNewTextLen);
+        nLength += lpszFound - lpszFrom + nNewTextLen;
         lpszFrom = lpszFound + nOldTextLen;
     }
     strNew.AppendTextFrom(lpszFrom, -1);
-    CopyFromObject(strNew);
+    // After an assertion that there is no room for it, a part would be missing.
+    if (strNew.GetLength() == nLength + chStrlen(lpszFrom))
+        CopyFromObject(strNew);
 }
 
 template <class T>

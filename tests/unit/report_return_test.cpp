@@ -44,6 +44,20 @@ extern "C" int semget(key_t key, int nCount, int nFlags) noexcept {
     return -1;
 }
 
+static size_t s_nMostMemory = SIZE_MAX;
+
+// No larger block can be had.
+extern "C" void* realloc(void* p, size_t nSize) noexcept {
+    static auto* const fn = qorTest::systemCall<void*(void*, size_t)>("realloc");
+    return nSize <= s_nMostMemory ? fn(p, nSize) : NULL;
+}
+
+// The compiler makes it of a realloc() of nothing. Sanitizers have their own.
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+extern "C" void* __libc_malloc(size_t nSize);
+extern "C" void* malloc(size_t nSize) noexcept { return nSize <= s_nMostMemory ? __libc_malloc(nSize) : NULL; }
+#endif
+
 namespace {
 
 // The call reports this once, and it returns.
@@ -273,6 +287,26 @@ TYPED_TEST(LongStringAfterAReport, IsAsItWas) {
     }
     EXPECT_TRUE(strShared == szText);
 }
+
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+TYPED_TEST(LongStringAfterAReport, IsAsItWasWithoutMemory) {
+    typedef QOR_StringHelper::chReferenceStringT<TypeParam> text;
+    static const char szNoMemory[] = "_chString: pNewStringData != NULL";
+    text strBefore, strOther;
+    strBefore.RepeatFill('a', 4000);
+    strOther.RepeatFill('b', 4000);
+    const TypeParam szShort[] = {'x', 'y', 'z', 0};
+    text str = strBefore, strShort(szShort);
+    const TypeParam* const lpszOther = strOther;
+    s_nMostMemory = 1000;
+    EXPECT_REPORT(szNoMemory, str.CopyTextFrom(lpszOther, -1));
+    EXPECT_REPORT(szNoMemory, str.CopyTextFrom(static_cast<const TypeParam*>(str) + 1, -1));
+    strShort.Replace(szShort + 1, lpszOther);  // there is memory for "x"
+    s_nMostMemory = SIZE_MAX;
+    EXPECT_TRUE(str == strBefore);
+    EXPECT_TRUE(strShort == szShort);
+}
+#endif
 
 TEST(AfterAReport, AnArrayWithoutRoomIsAsItWas) {
     struct large {
