@@ -299,11 +299,13 @@ BOOL chSocketPacketTCP::ReceiveOnePacket(binaryArray& arrData, int nTimeout) {
     if (PeekWithin(NULL, headSize, nPacketSize, limit) != nPacketSize)
         return FALSE;
     TakePacket(arrData, nPacketSize);
-    return TRUE;
+    return arrData.GetSize() == nPacketSize;
 }
 
 void chSocketPacketTCP::TakePacket(binaryArray& arrData, int nPacketSize) {
     arrData.SetArraySize(nPacketSize);
+    if (arrData.GetSize() != nPacketSize)
+        return;
     memcpy(arrData.GetBuffer(), m_arrInput.GetBuffer() + headSize, static_cast<size_t>(nPacketSize));
     DropPacket(nPacketSize + headSize);
 }
@@ -326,7 +328,7 @@ int chSocketPacketTCP::TryReceiveOnePacket(binaryArray& arrData, int nMaxSize, i
     if (PeekWithin(NULL, headSize + nPacketSize - nLast, nLast, limit) != nLast)
         return m_bIsConnected ? packetNothing : packetClosed;
     TakePacket(arrData, nPacketSize);
-    return packetDone;
+    return arrData.GetSize() == nPacketSize ? packetDone : packetNothing;
 }
 
 int chSocketPacketTCP::TrySendOnePacket(const void* pBuffer, int nSize, int nTimeout) {

@@ -17,6 +17,7 @@
 #include "support/damage.h"
 #include "support/huge_request.h"
 #include "support/message_thread.h"
+#include "support/socket_peer.h"
 #include "support/system_call.h"
 
 using namespace QOR_AllocHelper;
@@ -326,6 +327,29 @@ TEST(AfterAReport, AnArrayWithoutRoomIsAsItWas) {
     EXPECT_REPORT("_chArray: nNewCount >= 0", arr.Append(aValue, nMost));
     ASSERT_EQ(1, arr.GetSize());
     EXPECT_EQ(7, arr[0]);
+}
+
+struct packetSocket : public QOR_SocketHelper::chSocketPacketTCP {
+    using chSocketTCP::m_arrInput;
+};
+
+TEST(AfterAReport, APacketWithoutRoomStaysWhereItIs) {
+    packetSocket socket;
+    qorTest::plainPeer peer;
+    join(socket, peer);
+    const std::string strText = qorTest::pattern(5000);
+    ASSERT_TRUE(peer.say(qorTest::packetOf(strText)));
+    while (socket.m_arrInput.GetSize() < 5004)
+        ASSERT_NE(0, socket.socketReceive(-1));
+    QOR_MiscHelper::binaryArray arr;
+    arr.SetArraySize(1);
+    s_nMostMemory = 1000;
+    EXPECT_NULL("_chArray: pObj != NULL", 0, socket.ReceiveOnePacket(arr, 0));
+    EXPECT_NULL("_chArray: pObj != NULL", static_cast<int>(QOR_SocketHelper::packetNothing),
+                socket.TryReceiveOnePacket(arr, 5000, 0));
+    s_nMostMemory = SIZE_MAX;
+    EXPECT_EQ(1, socket.ReceiveOnePacket(arr, 0));
+    EXPECT_EQ(strText, qorTest::textOf(arr));
 }
 
 // ---- messages
