@@ -44,6 +44,10 @@ long long readWhole(int fd, readKind eKind, long long nMax, const roomProvider& 
     long long nRead = 0;
     while (nRoom <= nMax) {
         char* const pRoom = static_cast<char*>(fnRoom(nRoom));
+        if (pRoom == NULL) {
+            errno = ENOMEM;
+            return -1;
+        }
         const long nSome = readFile(fd, pRoom + nRead, static_cast<size_t>(nRoom - nRead));
         if (nSome <= 0)
             return nSome == 0 ? nRead : -1;
@@ -69,7 +73,7 @@ long long readWholeFile(const char* lpszFileName, readKind eKind, long long nMax
 void readWholeBytes(const char* lpszFileName, readKind eKind, fileBytes& arrByte) {
     const long long nRead = readWholeFile(lpszFileName, eKind, INT_MAX - 256, [&](long long nRoom) {
         arrByte.SetArraySize(static_cast<int>(nRoom));
-        return arrByte.GetBuffer();
+        return arrByte.GetSize() == nRoom ? arrByte.GetBuffer() : NULL;
     });
     arrByte.SetArraySize(nRead > 0 ? static_cast<int>(nRead) : 0);
 }
@@ -77,7 +81,7 @@ void readWholeBytes(const char* lpszFileName, readKind eKind, fileBytes& arrByte
 int readWholeText(int fd, fileText& text) {
     const long long nRead = readWhole(fd, readDocument, maxLineLength, [&](long long nRoom) {
         text.SetArraySize(static_cast<int>(nRoom) + 1);
-        return text.GetBuffer();
+        return text.GetSize() == nRoom + 1 ? text.GetBuffer() : NULL;
     });
     text.SetArraySize(static_cast<int>(nRead < 0 ? 0 : nRead) + 1);
     text[text.GetSize() - 1] = 0;

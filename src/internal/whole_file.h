@@ -15,13 +15,13 @@ enum readKind {
     readDocument  // regular files only: opening does not block, and a device or pipe is an error
 };
 
-// Provides a buffer of n bytes, which begins with the bytes read so far.
+// Provides a buffer of n bytes, which begins with the bytes read so far; null when there is no memory.
 typedef std::function<void*(long long n)> roomProvider;
 
 // Reads a whole file into the buffers that fnRoom(n) provides.
-// Returns the number of bytes; -1 (errno): it cannot be opened or read, or has more than nMax bytes (EFBIG). With
-// readDocument, a directory is EISDIR and a device or pipe EOPNOTSUPP. Fatal: an empty name ("m_pFile == NULL &&
-// !textEMPTY(lpszFileName)").
+// Returns the number of bytes; -1 (errno): it cannot be opened or read, has more than nMax bytes (EFBIG), or there is
+// no memory (ENOMEM). With readDocument, a directory is EISDIR and a device or pipe EOPNOTSUPP. Fatal: an empty name
+// ("m_pFile == NULL && !textEMPTY(lpszFileName)").
 long long readWholeFile(const char* lpszFileName, readKind eKind, long long nMax, const roomProvider& fnRoom);
 
 // The bytes of a file; none when it cannot be read.

@@ -352,6 +352,19 @@ TEST(AfterAReport, APacketWithoutRoomStaysWhereItIs) {
     EXPECT_EQ(strText, qorTest::textOf(arr));
 }
 
+TEST(AfterAReport, AFileWithoutRoomIsNotRead) {
+    int afd[2];
+    ASSERT_EQ(0, pipe(afd));
+    const std::string strText(30000, 'x');
+    ASSERT_EQ(30000, write(afd[1], strText.data(), strText.size()));
+    const std::string strPipe = "/proc/self/fd/" + std::to_string(afd[0]);
+    ASSERT_EQ(0, close(afd[1]));
+    s_nMostMemory = 10000;
+    EXPECT_REPORT("_chArray: pObj != NULL", EXPECT_EQ(0, QOR_FileHelper::qorDumpBinFile(strPipe.c_str()).GetSize()));
+    s_nMostMemory = SIZE_MAX;
+    close(afd[0]);
+}
+
 // ---- messages
 
 TEST(AfterAReport, AMessageKeepsItsExtraData) {
