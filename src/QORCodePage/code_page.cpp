@@ -149,6 +149,8 @@ chReferenceStringT<char> chCodePage::W2MBCS(const unsigned short* lpszTextW) con
         return str;
     const long long nRoom = 2LL * chStrlen(lpszTextW);
     char* const lpszBegin = str.GetBuffer(nRoom < 0x7FFFFFFF ? static_cast<int>(nRoom) : 0x7FFFFFFF);
+    if (lpszBegin == NULL)
+        return str;
     char* lpszTo = lpszBegin;
     for (; *lpszTextW != 0; ++lpszTextW) {
         if (isAscii(*lpszTextW)) {
@@ -170,6 +172,8 @@ chReferenceStringT<unsigned short> chCodePage::MBCS2W(const char* lpszText) cons
     if (!QOR_ASSERT(lpszText != NULL) || *lpszText == 0)
         return wstr;
     unsigned short* const lpszBegin = wstr.GetBuffer(chStrlen(lpszText));
+    if (lpszBegin == NULL)
+        return wstr;
     unsigned short* lpszTo = lpszBegin;
     while (*lpszText != 0) {
         const unsigned uLead = static_cast<unsigned char>(*lpszText++);

@@ -105,7 +105,10 @@ refString written(Fn fnWrite) {
     if (length.length() == 0)
         return str;
     const int nLength = static_cast<int>(length.length());
-    textSink text(str.GetBuffer(nLength));
+    char* const lpszText = str.GetBuffer(nLength);
+    if (lpszText == NULL)
+        return str;
+    textSink text(lpszText);
     fnWrite(text);
     str.getStringData()->m_nDataLength = nLength;
     return str;

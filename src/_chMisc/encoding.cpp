@@ -26,7 +26,7 @@ bool isDecodable(const char* lpszText, binaryArray& arr) {
     if (!QOR_ASSERT(nLength <= maxEncodedSize))
         return false;
     arr.SetArraySize(static_cast<int>(nLength));
-    return nLength > 0;
+    return arr.GetSize() > 0;
 }
 
 text toDigits(const void* pData, int nCount, const char* lpszSeparator) {
@@ -36,6 +36,8 @@ text toDigits(const void* pData, int nCount, const char* lpszSeparator) {
     const unsigned char* pFrom = static_cast<const unsigned char*>(pData);
     const int nSeparator = static_cast<int>(strlen(lpszSeparator));
     char* lpszTo = strDigits.GetBuffer(nCount * (2 + nSeparator));
+    if (lpszTo == NULL)
+        return strDigits;
     for (int i = 0; i < nCount; ++i) {
         *lpszTo++ = szBase16[pFrom[i] >> 4];
         *lpszTo++ = szBase16[pFrom[i] & 15];
@@ -100,6 +102,8 @@ text qorBin2Base64(const void* pData, int nCount) {
         return strBase64;
     const unsigned char* pFrom = static_cast<const unsigned char*>(pData);
     char* lpszTo = strBase64.GetBuffer((nCount + 2) / 3 * 4);
+    if (lpszTo == NULL)
+        return strBase64;
     for (int i = 0; i < nCount; i += 3, lpszTo += 4)
         putGroup(lpszTo, pFrom + i, nCount - i);
     return strBase64;

@@ -248,6 +248,8 @@ textW simpA2W(const char* lpszText, int nLength) {
         return strW;
     const int nText = lengthOf(lpszText, nLength);
     unsigned short* lpszTo = strW.GetBuffer(nText);
+    if (lpszTo == NULL)
+        return strW;
     for (int i = 0; i < nText; ++i)
         lpszTo[i] = static_cast<unsigned char>(lpszText[i]);
     return strW;
@@ -259,6 +261,8 @@ text simpW2A(const unsigned short* lpszTextW, int nLength) {
         return str;
     const int nTextW = lengthOf(lpszTextW, nLength);
     char* lpszTo = str.GetBuffer(nTextW);
+    if (lpszTo == NULL)
+        return str;
     for (int i = 0; i < nTextW; ++i)
         lpszTo[i] = static_cast<char>(lpszTextW[i]);
     return str;
@@ -272,6 +276,8 @@ text chW2UTF8(const unsigned short* lpszTextW, int nLength) {
         return str;
     const int nTextW = lengthOf(lpszTextW, nLength);
     char* lpszTo = str.GetBuffer(3 * nTextW);
+    if (lpszTo == NULL)
+        return str;
     const unsigned short* pEnd = lpszTextW + nTextW;
     while (lpszTextW < pEnd) {
         const uint32_t u = takeCharacter(lpszTextW, pEnd);
@@ -286,6 +292,8 @@ textW chUTF82W(const char* lpszText, int nLength) {
         return strW;
     const int nText = lengthOf(lpszText, nLength);
     unsigned short* lpszTo = strW.GetBuffer(nText);
+    if (lpszTo == NULL)
+        return strW;
     const unsigned char* p = reinterpret_cast<const unsigned char*>(lpszText);
     const unsigned char* pEnd = p + nText;
     while (p < pEnd) {

@@ -309,6 +309,38 @@ TYPED_TEST(LongStringAfterAReport, IsAsItWasWithoutMemory) {
 }
 #endif
 
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+TEST(AfterAReport, ATextWithoutMemoryIsConvertedToNone) {
+    using namespace QOR_MiscHelper;
+    const std::string strText(2000, 'a');
+    std::vector<unsigned short> arrText(2000, 'a');
+    arrText.push_back(0);
+    const char* const lpszText = strText.c_str();
+    const unsigned short* const lpszTextW = arrText.data();
+    const QOR_CodePage::chCodePage page("/none");
+    const QOR_FileHelper::xmlText xml(lpszText);
+    const std::pair<const char*, std::function<int()>> arrCall[] = {
+        {"simpA2W", [&] { return simpA2W(lpszText, 2000).GetLength(); }},
+        {"simpW2A", [&] { return simpW2A(lpszTextW, 2000).GetLength(); }},
+        {"chUTF82W", [&] { return chUTF82W(lpszText, 2000).GetLength(); }},
+        {"chW2UTF8", [&] { return chW2UTF8(lpszTextW, 2000).GetLength(); }},
+        {"qorBin2Text", [&] { return qorBin2Text(lpszText, 2000).GetLength(); }},
+        {"qorBin2Base64", [&] { return qorBin2Base64(lpszText, 2000).GetLength(); }},
+        {"qorBase642Bin", [&] { return qorBase642Bin(lpszText).GetSize(); }},
+        {"MBCS2W", [&] { return page.MBCS2W(lpszText).GetLength(); }},
+        {"W2MBCS", [&] { return page.W2MBCS(lpszTextW).GetLength(); }},
+        {"ExportToText", [&] { return xml.ExportToText().GetLength(); }},
+    };
+    s_nMostMemory = 1000;
+    for (const auto& call : arrCall) {
+        s_listReport.clear();
+        EXPECT_EQ(0, call.second()) << call.first;
+        EXPECT_FALSE(s_listReport.empty()) << call.first;
+    }
+    s_nMostMemory = SIZE_MAX;
+}
+#endif
+
 TEST(AfterAReport, AnArrayWithoutRoomIsAsItWas) {
     struct large {
         char szText[0x10000000];
