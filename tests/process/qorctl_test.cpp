@@ -17,6 +17,7 @@
 #include <sstream>
 
 #include "gtest/gtest.h"
+#include "qor/BaseHelper/Sync.h"
 #include "qor/TraceHelper/Trace.h"
 #include "qor/flat.h"
 #include "support/ctl.h"
@@ -544,6 +545,26 @@ TEST_F(CtlCommand, NothingIsRemovedThatAProcessIsAboutToAttach) {
     EXPECT_NE(std::string::npos, strError.find("segment ipc_system_share: Device or resource busy")) << strError;
     EXPECT_EQ(0, access("/tmp/qor_ipc_system_share", F_OK));
     close(fd);
+    EXPECT_NE(std::string::npos, run(0, {"clean", "--all"}).find("removed segment ipc_system_share\n"));
+}
+
+// It takes the segment's lock first.
+TEST_F(CtlCommand, NothingIsRemovedWhoseLockAProcessHasTakenToAttach) {
+    device.killAll();
+    meeting taken;
+    childProcess starting("starting", [&taken] {
+        QOR_BaseHelper::chMutex mutex;
+        mutex.OpenMutex("ipc_system_share");
+        mutex.Lock(-1);
+        taken.say();
+        return pause();
+    });
+    taken.hear();
+    run(1, {"clean", "--all"});
+    EXPECT_NE(std::string::npos, strError.find("segment ipc_system_share: Device or resource busy")) << strError;
+    EXPECT_EQ(0, access("/tmp/qor_ipc_system_share", F_OK));
+    starting.kill();
+    starting.wait();
     EXPECT_NE(std::string::npos, run(0, {"clean", "--all"}).find("removed segment ipc_system_share\n"));
 }
 

@@ -133,6 +133,14 @@ leftover findObjects(const std::string& strName, const std::string& strFile) {
     return left;
 }
 
+// Whether a living process holds the lock of a segment, which a process that starts takes before it attaches that.
+bool isLockHeld(const leftover& left) {
+    if (findType(left.strName) == nullptr || left.idSemaphore == -1 || semctl(left.idSemaphore, 0, GETVAL) != 0)
+        return false;
+    const int idProcess = semctl(left.idSemaphore, 0, GETPID);
+    return idProcess > 0 && (kill(idProcess, 0) == 0 || errno == EPERM);
+}
+
 // The lock of a file, which the library holds while it makes, attaches or removes what the file leads to. A lock that
 // somebody else holds is not waited for.
 class heldFile {
@@ -228,7 +236,8 @@ void forEachObject(
     // What the file leads to now that nobody else changes that.
     leftover left = bNew ? found : findObjects(found.strName, found.strFile);
     left.bKeyFile = found.bKeyFile;
-    const int nError = lock.error() != 0 ? lock.error() : countUsers(left) != 0 ? EBUSY : 0;
+    const bool bUsed = countUsers(left) != 0 || isLockHeld(left);
+    const int nError = lock.error() != 0 ? lock.error() : bUsed ? EBUSY : 0;
     const auto removedBy = [nError](const auto& fnRemove) -> removal {
         return [nError, fnRemove] {
             errno = nError;

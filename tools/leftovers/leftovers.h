@@ -46,7 +46,7 @@ typedef std::function<bool()> removal;
 // Calls fnObject for each object of a leftover, with its kind ("journal", "segment", "semaphore" or "key file") and
 // name. The key file is the last: until then it leads to what is left. The lock of the key file is held meanwhile, so
 // that no process that starts can begin to use what is being removed; where another one has it, or has attached a
-// segment by now, each removal fails (EBUSY).
+// segment or taken its lock by now, each removal fails (EBUSY).
 void forEachObject(
     const leftover& found,
     const std::function<void(const char* lpszKind, const std::string& strName, const removal&)>& fnObject);
