@@ -127,6 +127,7 @@ TEST_F(CtlCommand, WrongArgumentsEndWithStatusTwo) {
              {"reg", "watch", ""},
              {"--exact=x", "ps"},
              {"--exact=-1", "ps"},
+             {"--exact=4294967295", "ps"},
              {"acc", "step", "ticket", "0"},
              {"acc", "step", "ticket", "99"},
              {"wait-for", ""},

@@ -2,6 +2,7 @@
 #include <CLI/CLI.hpp>
 
 #include <errno.h>
+#include <limits.h>
 #include <signal.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -78,7 +79,7 @@ static void addGlobalOptions(CLI::App& app, program& prog) {
     app.add_flag("--json", prog.bJson, "JSON instead of text");
     app.add_option("--from", prog.strFrom, "Look at a snapshot file instead of the running device")->type_name("FILE");
     app.add_flag("--exact{1000}", prog.nExactMs, "Copy each segment under its lock, waiting at most MS for it (1000)")
-        ->check(CLI::NonNegativeNumber)
+        ->check(CLI::Range(0, INT_MAX, "NONNEGATIVE"))
         ->type_name("[=MS]");
     app.add_option("-t,--timeout", prog.nTimeoutMs, "How long to wait, in milliseconds; -1: without limit")
         ->type_name("MS");
