@@ -101,7 +101,7 @@ public:
     /// could not be opened or written.
     BOOL WriteLogLine(QOR_StringHelper::chReferenceStringT<char>& strLine);
     /// Whether each line of the process's log files begins with date and local time from now on:
-    /// "2026-11-22 07:05:09.042 ". They do not unless asked for.
+    /// "2026-11-22 07:05:09.042 ". It does so only when asked for.
     static void SetWallClock(BOOL bOn);
     /// The name of the file of that number.
     QOR_StringHelper::chReferenceStringT<char> GetFileName(int nIndex);
