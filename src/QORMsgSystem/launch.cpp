@@ -42,22 +42,22 @@ void launchWait::NoteRegistered(const processHold&, const chThreadLocal& objThre
 
 launchedThread::~launchedThread() {
     const processHold lock(process().m_csLocal);
-    if (IsAwaited(lock, QOR_MiscHelper::qorGetCurrentThreadId()))
+    if (IsAwaited(lock, numberOfThread()))
         return;
     process().ForgetOwnThreadId(lock);
     detachCurrentThread();
 }
 
-bool launchedThread::IsAwaited(const processHold&, unsigned long idThread) {
+bool launchedThread::IsAwaited(const processHold&, unsigned long uThread) {
     const auto& listJoining = process().m_listJoining;
-    return std::find(listJoining.begin(), listJoining.end(), idThread) != listJoining.end();
+    return std::find(listJoining.begin(), listJoining.end(), uThread) != listJoining.end();
 }
 
-void launchedThread::AwaitJoin(unsigned long idThread) {
+void launchedThread::AwaitJoin(unsigned long uThread) {
     for (bool bAwaited = true; bAwaited;) {
         QOR_MiscHelper::qorSleep(1);
         const processHold lock(process().m_csLocal);
-        bAwaited = IsAwaited(lock, idThread);
+        bAwaited = IsAwaited(lock, uThread);
     }
 }
 
@@ -134,6 +134,7 @@ void chProcessLocal::ShutdownLocalThread(chThreadLocal* pThread) {
     // run destructors everywhere.
     const QOR_BaseHelper::chCancelGuard guard;
     registration found = {};
+    unsigned long uThread = 0;
     bool bAwaited = false;
     {
         const processHold lock(m_csLocal);
@@ -141,9 +142,10 @@ void chProcessLocal::ShutdownLocalThread(chThreadLocal* pThread) {
         if (pFound == NULL || pFound->idThread == 0)
             return;
         found = *pFound;
-        bAwaited = launchedThread::IsAwaited(lock, found.idThread);
+        uThread = static_cast<unsigned long>(found.uThread);
+        bAwaited = launchedThread::IsAwaited(lock, uThread);
         if (!bAwaited && found.idTask != QOR_MiscHelper::qorGetCurrentTaskId())
-            m_listJoining.push_back(found.idThread);
+            m_listJoining.push_back(uThread);
     }
     if (!QOR_ASSERT_TEXT(found.idTask != QOR_MiscHelper::qorGetCurrentTaskId(), "idTask != qorGetCurrentTaskId()"))
         return;
@@ -152,12 +154,12 @@ void chProcessLocal::ShutdownLocalThread(chThreadLocal* pThread) {
     if (remote.BindIfValid(const_cast<chMsgQueue*>(found.pMsgQueue)) && remote.getTaskId() == found.idTask)
         postFromLibrary(remote, TM_THREAD_QUIT, 0, 0);
     if (bAwaited) {
-        launchedThread::AwaitJoin(found.idThread);
+        launchedThread::AwaitJoin(uThread);
         return;
     }
     chJoinThread(found.idThread);
     const processHold lock(m_csLocal);
-    m_listJoining.erase(std::find(m_listJoining.begin(), m_listJoining.end(), found.idThread));
+    m_listJoining.erase(std::find(m_listJoining.begin(), m_listJoining.end(), uThread));
 }
 
 }  // namespace QOR_MsgQueueHelper

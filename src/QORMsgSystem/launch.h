@@ -41,11 +41,16 @@ public:
     launchedThread(const launchedThread&) = delete;
     launchedThread& operator=(const launchedThread&) = delete;
 
-    // Whether somebody is shutting the thread down, and joins it.
-    static bool IsAwaited(const processHold& hold, unsigned long idThread);
+    // Whether somebody is shutting the thread down, and joins it. It is told by its number: once it has been joined,
+    // its id may be that of another thread.
+    static bool IsAwaited(const processHold& hold, unsigned long uThread);
     // Waits until that has happened: only one thread may join another.
-    static void AwaitJoin(unsigned long idThread);
+    static void AwaitJoin(unsigned long uThread);
 };
+
+// The calling thread's number among those of its process that have registered, its low bits on a 32-bit system; 0
+// before it does.
+unsigned long numberOfThread();
 
 }  // namespace QOR_MsgQueueHelper
 

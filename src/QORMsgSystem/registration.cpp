@@ -36,8 +36,7 @@ namespace {
 constexpr int priorityStart = 0x7FFFFFFF;  // the start-up message is the first one
 constexpr int answerGrace = 100;           // ms for senders to fetch their answers
 
-// The calling thread's number among those of its process that have registered; 0 before it does.
-thread_local unsigned long long t_uThread = 0;
+thread_local unsigned long long t_uThread = 0;  // see numberOfThread()
 
 // Whether a thread of this process that has registered is still running. A registration with the caller's task id and
 // another number is that of a dead thread with the same task id.
@@ -46,6 +45,8 @@ bool isRunning(int idTask, unsigned long long uThread) {
 }
 
 }  // namespace
+
+unsigned long numberOfThread() { return static_cast<unsigned long>(t_uThread); }
 
 // ---- the registered threads of this process
 

@@ -5,6 +5,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <functional>
 #include <future>
 #include <thread>
 
@@ -12,12 +13,34 @@
 #include "support/child.h"
 #include "support/message_thread.h"
 #include "support/scale.h"
+#include "support/system_call.h"
 
 using namespace QOR_MsgQueueHelper;
 using qorTest::childProcess;
 using qorTest::currentThread;
 using qorTest::process;
 using qorTest::share;
+
+namespace {
+
+// What is called when a thread is about to join another, and when it has.
+struct threadHooks {
+    std::function<void(pthread_t)> fnJoin, fnJoined;
+};
+std::atomic<const threadHooks*> s_pHooks{nullptr};
+
+}  // namespace
+
+extern "C" int pthread_join(pthread_t idThread, void** ppResult) {
+    static auto* const next = qorTest::systemCall<int(pthread_t, void**)>("pthread_join");
+    const threadHooks* const pHooks = s_pHooks;
+    if (pHooks != nullptr && pHooks->fnJoin)
+        pHooks->fnJoin(idThread);
+    const int nError = next(idThread, ppResult);
+    if (pHooks != nullptr && pHooks->fnJoined)
+        pHooks->fnJoined(idThread);
+    return nError;
+}
 
 namespace {
 
@@ -159,6 +182,71 @@ TEST(Launch, AThreadThatIsShutDownIsJoined) {
     msgUnlaunchWorkThread("ending");
     ASSERT_EQ(std::future_status::ready, state.wait_for(std::chrono::seconds(0)));
     EXPECT_EQ(PTHREAD_CREATE_JOINABLE, state.get());
+}
+
+// ---- ids of threads that have ended, which come back
+
+// Tells its thread's id, and works on message 0x100 until it may end.
+struct slowThread : chThreadLocal {
+    slowThread() : chThreadLocal("slow", NULL) {}
+    void AfterThreadLaunched() override {
+        m_idPosix = pthread_self();
+        m_launched.Set();
+    }
+    bool Launch() {
+        const bool bLaunched = process().LaunchLocalThread(*this) != 0;
+        if (bLaunched)
+            m_launched.Wait();
+        return bLaunched;
+    }
+    int TryThreadMessage(msgObject& m) override {
+        if (m.uMsg == 0x100) {
+            m_inside.Set();
+            m_end.Wait();
+        }
+        return chMsgProcesser::TryThreadMessage(m);
+    }
+    void BeforeThreadShutdown() override { m_bEnds = true; }
+    pthread_t m_idPosix = 0;
+    std::atomic<bool> m_bEnds{false};
+    qorTest::signal m_launched, m_inside, m_end;
+};
+
+TEST(Launch, AThreadWithTheIdOfOneThatWasJustJoinedIsShutDownOnItsOwn) {
+    slowThread first, second;
+    qorTest::signal joined, goOn;
+    std::atomic<int> nJoins{0};
+    threadHooks hooks;
+    hooks.fnJoin = [&](pthread_t id) { nJoins += id == first.m_idPosix; };
+    hooks.fnJoined = [&](pthread_t id) {
+        if (id != first.m_idPosix || nJoins > 1)
+            return;
+        joined.Set();
+        goOn.Wait();
+    };
+    ASSERT_TRUE(first.Launch());
+    s_pHooks = &hooks;
+    std::thread stopper([&] { process().ShutdownLocalThread(&first); });
+    joined.Wait();
+    ASSERT_TRUE(second.Launch());
+    ASSERT_EQ(first.m_idPosix, second.m_idPosix);  // the system gives the stack of a joined thread to the next one
+    second.PostThreadMsg(0x100, 0, 0);
+    second.m_inside.Wait();
+    std::atomic<bool> bStopped{false};
+    std::thread other([&] {
+        process().ShutdownLocalThread(&second);
+        EXPECT_TRUE(second.m_bEnds);
+        bStopped = true;
+    });
+    while (nJoins < 2 && msgGetQueueLength(msgGetThreadByName("slow")) == 0)
+        sched_yield();
+    goOn.Set();
+    stopper.join();
+    while (nJoins < 2 && !bStopped)
+        sched_yield();
+    second.m_end.Set();
+    other.join();
+    s_pHooks = nullptr;
 }
 
 // Standard error as a pipe, which tells when something was written.

@@ -455,7 +455,7 @@ private:
     chTaskEventMap m_mapTaskEvent;
     std::vector<launchWait*> m_listLaunch;         // who waits for a registration
     std::vector<const chThreadLocal*> m_listLost;  // objects whose threads ended without unregistering; never followed
-    std::vector<unsigned long> m_listJoining;      // the threads that somebody is shutting down, and joins
+    std::vector<unsigned long> m_listJoining;      // numbers of the threads that somebody is shutting down, and joins
     unsigned long long m_uLastThread;              // the number of the last thread that has registered
     unsigned long long m_uLastSweep;
     BOOL m_bForking;  // the forking thread holds m_csLocal
