@@ -127,25 +127,26 @@ BOOL chProcessLocal::LaunchLocalThread(chThreadLocal& objThread) {
 
 // ---- shutting down
 
-void chProcessLocal::ShutdownLocalThread(chThreadLocal* pThread) {
+void launchedThread::ShutDown(const chThreadLocal* pThread, const char* lpszThreadName) {
     if (!QOR_BaseHelper::chMutex::AssertNoneHeldHere())
         return;
     // Others wait for this join, and would wait for ever if the caller were cancelled in it: a cancellation does not
     // run destructors everywhere.
     const QOR_BaseHelper::chCancelGuard guard;
-    registration found = {};
+    chProcessLocal& local = process();
+    chProcessLocal::registration found = {};
     unsigned long uThread = 0;
     bool bAwaited = false;
     {
-        const processHold lock(m_csLocal);
-        const registration* const pFound = FindRunning(lock, pThread);
-        if (pFound == NULL || pFound->idThread == 0)
+        const processHold lock(local.m_csLocal);
+        const chProcessLocal::registration* const pFound = local.FindRunning(lock, pThread);
+        if (pFound == NULL || pFound->idThread == 0 || (lpszThreadName != NULL && pFound->strName != lpszThreadName))
             return;
         found = *pFound;
         uThread = static_cast<unsigned long>(found.uThread);
-        bAwaited = launchedThread::IsAwaited(lock, uThread);
+        bAwaited = IsAwaited(lock, uThread);
         if (!bAwaited && found.idTask != QOR_MiscHelper::qorGetCurrentTaskId())
-            m_listJoining.push_back(uThread);
+            local.m_listJoining.push_back(uThread);
     }
     if (!QOR_ASSERT_TEXT(found.idTask != QOR_MiscHelper::qorGetCurrentTaskId(), "idTask != qorGetCurrentTaskId()"))
         return;
@@ -154,12 +155,19 @@ void chProcessLocal::ShutdownLocalThread(chThreadLocal* pThread) {
     if (remote.BindIfValid(const_cast<chMsgQueue*>(found.pMsgQueue)) && remote.getTaskId() == found.idTask)
         postFromLibrary(remote, TM_THREAD_QUIT, 0, 0);
     if (bAwaited) {
-        launchedThread::AwaitJoin(uThread);
+        AwaitJoin(uThread);
         return;
     }
     chJoinThread(found.idThread);
-    const processHold lock(m_csLocal);
-    m_listJoining.erase(std::find(m_listJoining.begin(), m_listJoining.end(), uThread));
+    const processHold lock(local.m_csLocal);
+    auto& listJoining = local.m_listJoining;
+    listJoining.erase(std::find(listJoining.begin(), listJoining.end(), uThread));
+}
+
+void chProcessLocal::ShutdownLocalThread(chThreadLocal* pThread) { launchedThread::ShutDown(pThread, NULL); }
+
+void shutdownThread(const char* lpszThreadName) {
+    launchedThread::ShutDown(process().GetLocalThreadByName(lpszThreadName), lpszThreadName);
 }
 
 }  // namespace QOR_MsgQueueHelper

@@ -41,6 +41,10 @@ public:
     launchedThread(const launchedThread&) = delete;
     launchedThread& operator=(const launchedThread&) = delete;
 
+    // Shuts a registered thread down and joins it, unless it is registered under another name by now: once a thread has
+    // ended, its object's address may be that of the next one. Null for any name.
+    static void ShutDown(const chThreadLocal* pThread, const char* lpszThreadName);
+
     // Whether somebody is shutting the thread down, and joins it. It is told by its number: once it has been joined,
     // its id may be that of another thread.
     static bool IsAwaited(const processHold& hold, unsigned long uThread);

@@ -139,7 +139,7 @@ HTHREAD msgLaunchCallbackWorkThread(const char* lpszThreadName, msgCallbackEx pM
 
 void msgUnlaunchWorkThread(const char* lpszThreadName) {
     if (QOR_ASSERT(!textEMPTY(lpszThreadName)))
-        process().ShutdownLocalThread(process().GetLocalThreadByName(lpszThreadName));
+        shutdownThread(lpszThreadName);
 }
 
 HTHREAD msgGetThreadByName(const char* lpszThreadName) {

@@ -23,9 +23,10 @@ using qorTest::share;
 
 namespace {
 
-// What is called when a thread is about to join another, and when it has.
+// What is called when a thread is about to join another, when it has, and when it disables its cancellation.
 struct threadHooks {
     std::function<void(pthread_t)> fnJoin, fnJoined;
+    std::function<void()> fnDisable;
 };
 std::atomic<const threadHooks*> s_pHooks{nullptr};
 
@@ -40,6 +41,14 @@ extern "C" int pthread_join(pthread_t idThread, void** ppResult) {
     if (pHooks != nullptr && pHooks->fnJoined)
         pHooks->fnJoined(idThread);
     return nError;
+}
+
+extern "C" int pthread_setcancelstate(int nState, int* pnOld) {
+    static auto* const next = qorTest::systemCall<int(int, int*)>("pthread_setcancelstate");
+    const threadHooks* const pHooks = s_pHooks;
+    if (pHooks != nullptr && pHooks->fnDisable && nState == PTHREAD_CANCEL_DISABLE)
+        pHooks->fnDisable();
+    return next(nState, pnOld);
 }
 
 namespace {
@@ -184,7 +193,7 @@ TEST(Launch, AThreadThatIsShutDownIsJoined) {
     EXPECT_EQ(PTHREAD_CREATE_JOINABLE, state.get());
 }
 
-// ---- ids of threads that have ended, which come back
+// ---- ids and addresses of threads that have ended, which come back
 
 // Tells its thread's id, and works on message 0x100 until it may end.
 struct slowThread : chThreadLocal {
@@ -247,6 +256,39 @@ TEST(Launch, AThreadWithTheIdOfOneThatWasJustJoinedIsShutDownOnItsOwn) {
     second.m_end.Set();
     other.join();
     s_pHooks = nullptr;
+}
+
+int ignoreAll(simpMSG*) { return -1; }
+
+// Its object lies on its stack, where that of the next thread will.
+TEST(Launch, ANameThatIsGoneIsNotTakenForThatOfAThreadAtItsAddress) {
+    ASSERT_NE(nullptr, msgLaunchCallbackWorkThread("old", ignoreAll, -1));
+    chThreadLocal* const pOld = process().GetLocalThreadByName("old");
+    qorTest::signal found, goOn;
+    std::atomic<std::thread::id> idStopper{};
+    std::atomic<int> nDisabled{0};
+    threadHooks hooks;
+    // For the look-up of the name, and then again.
+    hooks.fnDisable = [&] {
+        if (std::this_thread::get_id() != idStopper || ++nDisabled != 2)
+            return;
+        found.Set();
+        goOn.Wait();
+    };
+    s_pHooks = &hooks;
+    std::thread stopper([&] {
+        idStopper = std::this_thread::get_id();
+        msgUnlaunchWorkThread("old");
+    });
+    found.Wait();
+    process().ShutdownLocalThread(pOld);
+    ASSERT_NE(nullptr, msgLaunchCallbackWorkThread("new", ignoreAll, -1));
+    ASSERT_EQ(pOld, process().GetLocalThreadByName("new"));
+    goOn.Set();
+    stopper.join();
+    EXPECT_NE(nullptr, msgGetThreadByName("new"));
+    s_pHooks = nullptr;
+    msgUnlaunchWorkThread("new");
 }
 
 // Standard error as a pipe, which tells when something was written.
