@@ -83,8 +83,10 @@ void* runThreadObject(void* pData) {
     return NULL;
 }
 
-// Starts a thread and blocks until the registration; whether it was started.
+// Starts a thread and blocks until the registration; whether it was started. The caller is not cancelled before that:
+// the thread reads from its stack, and whoever registers sees its launchWait.
 bool startAndWait(const launchWait& wait, threadEntry entry, int nPriority, bool bWarn) {
+    const QOR_BaseHelper::chCancelGuard guard;
     if (!QOR_BaseHelper::chMutex::AssertNoneHeldHere() || chCreateThread(runEntry, &entry, nPriority) == 0)
         return false;
     unsigned long long uStart = bWarn ? qorGetTickCount() : 0;

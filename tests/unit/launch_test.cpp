@@ -291,6 +291,25 @@ TEST(Launch, ANameThatIsGoneIsNotTakenForThatOfAThreadAtItsAddress) {
     msgUnlaunchWorkThread("new");
 }
 
+// The new thread reads from the stack of its launcher.
+TEST(Launch, WhoIsCancelledWhileItLaunchesAThreadDoesThatFirst) {
+    static chThreadLocal thread("launched", ignoreAll);
+    static std::atomic<bool> s_bLaunched{false};
+    const auto launch = [](void*) -> void* {
+        pthread_cancel(pthread_self());
+        s_bLaunched = process().LaunchLocalThread(thread) != 0;
+        pthread_testcancel();
+        return NULL;
+    };
+    pthread_t idLauncher;
+    ASSERT_EQ(0, pthread_create(&idLauncher, NULL, launch, NULL));
+    void* pEnd = NULL;
+    pthread_join(idLauncher, &pEnd);
+    EXPECT_EQ(PTHREAD_CANCELED, pEnd);
+    EXPECT_TRUE(s_bLaunched);
+    process().ShutdownLocalThread(&thread);
+}
+
 // Standard error as a pipe, which tells when something was written.
 class errorPipe {
 public:

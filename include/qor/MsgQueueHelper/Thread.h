@@ -369,8 +369,8 @@ public:
     void UnregisterLocalThread(chThreadLocal* pLocalThread);
     /// Starts a thread that registers the object, runs it and unregisters it; blocks until it has registered,
     /// with a warning every 3,000 ms. Returns 1. A launched thread that ends while nobody shuts it down is detached: do
-    /// not join it. Under the share lock it blocks for ever, since the new thread waits for the lock. Fatal: already
-    /// registered.
+    /// not join it. A cancellation of the caller takes effect afterwards. Under the share lock it blocks for ever, since
+    /// the new thread waits for the lock. Fatal: already registered.
     BOOL LaunchLocalThread(chThreadLocal& objThread);
     /// Posts the quit message to a registered thread and joins it; while another thread does, waits until it has. Does
     /// nothing for other objects, among them that of a thread that has ended without unregistering. A cancellation of
