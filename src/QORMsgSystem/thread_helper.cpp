@@ -97,7 +97,9 @@ void threadHelper::Abandon() {
     delete this;
 }
 
+// Their destructors wait for them and close descriptors: a thread that is cancelled in a destructor ends its process.
 void endThreadHelpers(const chThreadLocal* pThread) {
+    const QOR_BaseHelper::chCancelGuard guard;
     forgetQuitSignals(pThread);
     pollSource::EndOfThread(pThread);
     descriptorWatch::EndOfThread(pThread);

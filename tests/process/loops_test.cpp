@@ -365,6 +365,29 @@ TEST_F(PollFd, AMessageWhosePosterDiedBeforeItSignalledIsFound) {
     g_bLooks = false;
 }
 
+// It waits for the ends of its helpers, in a destructor.
+TEST(Loops, AThreadWithHelpersThatIsCancelledWhileItUnregistersEndsAlone) {
+    inChild([] {
+        const auto leave = [](void*) -> void* {
+            const HTHREAD hThread = msgRegistWorkThread("leaver", onNumbered);
+            int afd[2];
+            EXPECT_EQ(0, pipe(afd));
+            EXPECT_NE(-1, msgGetPollFd());
+            EXPECT_TRUE(msgWatchDescriptor(afd[0], POLLIN, 0x200));
+            pthread_cancel(pthread_self());
+            msgUnregistWorkThread(hThread);
+            pthread_testcancel();
+            return NULL;
+        };
+        pthread_t idLeaver;
+        ASSERT_EQ(0, pthread_create(&idLeaver, nullptr, leave, nullptr));
+        void* pEnd = nullptr;
+        pthread_join(idLeaver, &pEnd);
+        EXPECT_EQ(PTHREAD_CANCELED, pEnd);
+        EXPECT_EQ(nullptr, msgGetThreadByName("leaver"));
+    });
+}
+
 // ---- several names of one thread, which have one descriptor
 
 int processAll(chThreadLocal& objThread) {
