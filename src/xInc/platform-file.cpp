@@ -1,6 +1,7 @@
 // Files and streams.
 #include <fcntl.h>
 #include <poll.h>
+#include <pthread.h>
 #include <string.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
@@ -126,10 +127,15 @@ int openLogFile(const char* lpszPath, bool bEmptied) {
     return openRetried(lpszPath, nFlags | (bEmptied ? O_TRUNC : 0), 0666);
 }
 
+// Destructors call it: a thread that is cancelled in one ends its process.
 void closeFile(int fd) {
+    if (fd == -1)
+        return;
     const errnoGuard guard;
-    if (fd != -1)
-        close(fd);
+    int nState = PTHREAD_CANCEL_ENABLE;
+    pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &nState);
+    close(fd);
+    pthread_setcancelstate(nState, NULL);
 }
 
 bool isWritable(int fd) {

@@ -158,7 +158,7 @@ int createFile(const char* lpszPath, unsigned uMode);
 // symbolic link and does not wait.
 int openLogFile(const char* lpszPath, bool bEmptied);
 
-// Closes a descriptor, -1 as well, and keeps errno.
+// Closes a descriptor, -1 as well, and keeps errno. The thread is not cancelled in it.
 void closeFile(int fd);
 
 // A descriptor that is closed at the end of a scope. -1 when opening it failed.

@@ -3,9 +3,11 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <fstream>
 #include <thread>
 
 #include "qor/BaseHelper.h"
+#include "qor/FileHelper.h"
 #include "qor/MsgQueueHelper/Named.h"
 #include "qor/SocketHelper.h"
 #include "qor/TraceHelper.h"
@@ -27,6 +29,7 @@ namespace {
 const bool s_bLeaves = qorTest::leaveObjects("lock_");
 
 std::atomic<bool> s_bCancelInFlush{false};
+std::atomic<bool> s_bCancelInClose{false};
 
 }  // namespace
 
@@ -37,6 +40,13 @@ extern "C" int msync(void* pData, size_t nSize, int nFlag) {
         pthread_cancel(pthread_self());
     pthread_testcancel();
     return next(pData, nSize, nFlag);
+}
+
+extern "C" int close(int fd) {
+    static auto* const next = qorTest::systemCall<int(int)>("close");
+    if (s_bCancelInClose.exchange(false))
+        pthread_cancel(pthread_self());
+    return next(fd);
 }
 
 namespace {
@@ -279,6 +289,28 @@ TEST(Cancellation, InTheFlushOfACounterWaitsUntilTheLockIsFree) {
     uCSystemStorageHelpergetGlobalObject()->Unlock();
     EXPECT_EQ(2u, accExcuteAccumulater("lock_counter", 1));
     alarm(0);
+}
+
+void* readDocument(void*) {
+    QOR_FileHelper::iniFile file;
+    file.LoadFromFile("/tmp/lock_document.ini");
+    for (;;)
+        sleep(1);
+    return NULL;
+}
+
+// What closes it is a destructor, in which no thread is cancelled without ending its process.
+TEST(Cancellation, WhereAFileIsClosedEndsTheThreadAlone) {
+    std::ofstream("/tmp/lock_document.ini") << "[s]\nk=1\n";
+    childProcess reader("reader", [] {
+        s_bCancelInClose = true;
+        pthread_t idThread;
+        void* pEnd = NULL;
+        pthread_create(&idThread, NULL, readDocument, NULL);
+        pthread_join(idThread, &pEnd);
+        return pEnd == PTHREAD_CANCELED ? 0 : 1;
+    });
+    EXPECT_EQ(0, reader.wait());
 }
 
 // ---- forks
