@@ -186,8 +186,12 @@ int chThreadLocal::HandleOwnMessage(msgDraft draft, int nTimeout, int* pnResult)
     sendOutcome& outcome = sendOutcome::Of(pnResult);
     draft.nStatus = MT_READ;
     msgObject* pMessage = Enqueue(draft, NULL, waitDeadline(nTimeout).GetLeft());
-    if (pMessage == NULL)
+    if (pMessage == NULL) {
+        // It was put into a queue that is not the caller's.
+        if (outcome.nAttempt == attemptDone)
+            outcome.nAttempt = attemptGone;
         return -1;
+    }
     const LifetimeGuard guard(this);
     DefaultProcessMessage(*pMessage);
     outcome.bReplied = 1;

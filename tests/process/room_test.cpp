@@ -237,6 +237,21 @@ TEST_F(Room, AnAttemptToSendTellsATimeOutFromATargetThatGoes) {
     child.wait();
 }
 
+// Nobody reads the queue, as if a dead thread of the caller's task id had left it.
+TEST_F(Room, AnAttemptToSendToOneselfFindsTheQueueOfADeadNamesakeGone) {
+    share().Lock(-1);
+    chMsgQueue* const pQueue = share().getObject()->m_objManager.AllocMessageQueue("dead");
+    share().Unlock();
+    chThreadLocal thread("dead", NULL);
+    thread.setMsgQueue(pQueue);
+    int nResult = 0;
+    EXPECT_EQ(0, thread.TrySendThreadMsg(0x100, 0, 0, 0, NULL, -1, -1, &nResult));
+    EXPECT_EQ(-1, nResult);
+    share().Lock(-1);
+    share().getObject()->m_objManager.FreeMessageQueue(pQueue);
+    share().Unlock();
+}
+
 // Its queue lies where the former one was.
 TEST_F(Room, AnAttemptToSendFindsATargetGoneThatRegistersAgain) {
     meeting ready, end;
