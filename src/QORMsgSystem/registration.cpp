@@ -88,10 +88,16 @@ void chProcessLocal::DropLost(const processHold& hold, Fn fnLost) {
     });
 }
 
+// One that is leaving may have a successor under its name.
 chThreadLocal* chProcessLocal::GetLocalThreadByName(const char* lpszThreadName) {
     if (!QOR_ASSERT_TEXT(!QOR_StringHelper::textEMPTY(lpszThreadName), "!textEMPTY(lpszThreadName)"))
         return NULL;
-    return FindThread([lpszThreadName](const registration& r) { return r.strName == lpszThreadName; });
+    const auto find = [this, lpszThreadName](bool bLeaving) {
+        return FindThread(
+            [=](const registration& r) { return (r.pMsgQueue == NULL) == bLeaving && r.strName == lpszThreadName; });
+    };
+    chThreadLocal* const pStays = find(false);
+    return pStays != NULL ? pStays : find(true);
 }
 
 chThreadLocal* chProcessLocal::GetLocalThreadByTaskID(int idTask) {
@@ -119,7 +125,8 @@ void chProcessLocal::RegisterLocalThread(chThreadLocal& objThread) {
         t_uThread = ++m_uLastThread;
     DropLost(lock, [&objThread](const registration& r) {
         const bool bTaken =
-            r.pThread == &objThread || r.pMsgQueue == objThread.m_pMsgQueue || r.strName == objThread.GetThreadName();
+            r.pThread == &objThread ||
+            (r.pMsgQueue != NULL && (r.pMsgQueue == objThread.m_pMsgQueue || r.strName == objThread.GetThreadName()));
         return !isRunning(r.idTask, r.uThread) || (r.uThread != t_uThread && bTaken);
     });
     m_listLost.erase(std::remove(m_listLost.begin(), m_listLost.end(), &objThread), m_listLost.end());
@@ -329,6 +336,14 @@ void uCSystemShareHelper::DestroyLocalThread(chThreadLocal& objThread) {
     LifetimeGuard::TellGone(&objThread);
     objThread.m_objTimerQueue.DestoryTimerOnExit();
     WaitForAnswered(objThread);
+    {
+        const processHold lock(m_objProcessLocal.m_csLocal);
+        m_objProcessLocal.FindRegistration(lock, [&objThread](chProcessLocal::registration& r) {
+            if (r.pThread == &objThread)
+                r.pMsgQueue = NULL;
+            return false;
+        });
+    }
     {
         const segmentLock lock;
         chMsgQueue* pMsgQueue = objThread.m_pMsgQueue;

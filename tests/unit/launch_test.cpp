@@ -291,6 +291,39 @@ TEST(Launch, ANameThatIsGoneIsNotTakenForThatOfAThreadAtItsAddress) {
     msgUnlaunchWorkThread("new");
 }
 
+// Between the end of its queue and that of its registration, a thread's name and its queue's place are free.
+TEST(Launch, AThreadThatUnregistersStaysWhatItIsWhenAnotherTakesItsName) {
+    slowThread first;
+    qorTest::signal left, goOn;
+    threadHooks hooks;
+    hooks.fnDisable = [&] {
+        thread_local bool t_bLooks = false;
+        if (t_bLooks || first.m_idPosix != pthread_self())
+            return;
+        t_bLooks = true;
+        if (first.m_bEnds && msgGetThreadByName("slow") == NULL) {
+            left.Set();
+            goOn.Wait();
+            return;
+        }
+        t_bLooks = false;
+    };
+    ASSERT_TRUE(first.Launch());
+    testing::internal::CaptureStderr();
+    s_pHooks = &hooks;
+    chThreadRemote("slow").PostThreadMsg(TM_THREAD_QUIT, 0, 0);
+    left.Wait();
+    EXPECT_EQ(&first, process().GetLocalThreadByName("slow"));
+    currentThread second("slow");
+    EXPECT_EQ(&second, process().GetLocalThreadByName("slow"));
+    EXPECT_TRUE(process().IsValidLocalThread(&first));
+    goOn.Set();
+    process().ShutdownLocalThread(&first);
+    EXPECT_FALSE(first.IsRuning());
+    s_pHooks = nullptr;
+    EXPECT_EQ("", testing::internal::GetCapturedStderr());
+}
+
 // The new thread reads from the stack of its launcher.
 TEST(Launch, WhoIsCancelledWhileItLaunchesAThreadDoesThatFirst) {
     static chThreadLocal thread("launched", ignoreAll);

@@ -369,8 +369,8 @@ public:
     void UnregisterLocalThread(chThreadLocal* pLocalThread);
     /// Starts a thread that registers the object, runs it and unregisters it; blocks until it has registered,
     /// with a warning every 3,000 ms. Returns 1. A launched thread that ends while nobody shuts it down is detached: do
-    /// not join it. A cancellation of the caller takes effect afterwards. Under the share lock it blocks for ever, since
-    /// the new thread waits for the lock. Fatal: already registered.
+    /// not join it. A cancellation of the caller takes effect afterwards. Under the share lock it blocks for ever,
+    /// since the new thread waits for the lock. Fatal: already registered.
     BOOL LaunchLocalThread(chThreadLocal& objThread);
     /// Posts the quit message to a registered thread and joins it; while another thread does, waits until it has. Does
     /// nothing for other objects, among them that of a thread that has ended without unregistering. A cancellation of
@@ -420,9 +420,9 @@ private:
     struct registration {
         chThreadLocal* pThread;
         int idTask;
-        unsigned long long uThread;  // tells threads apart whose task ids are equal, since these are reused
-        unsigned long idThread;      // 0 when the thread is detached
-        const chMsgQueue* pMsgQueue;
+        unsigned long long uThread;   // tells threads apart whose task ids are equal, since these are reused
+        unsigned long idThread;       // 0 when the thread is detached
+        const chMsgQueue* pMsgQueue;  // null once it is leaving: its queue's place and its name may be another thread's
         std::string strName;
     };
     typedef QOR_ListHelper::chObjList_dynamic<registration, 16> chLocalThreadList;
@@ -433,6 +433,7 @@ private:
     friend class launchWait;
     friend class launchedThread;
     friend class chMsgHooker;
+    friend class uCSystemShareHelper;
 
     template <typename Fn>
     registration* FindRegistration(const processHold& hold, Fn fnMatch);
