@@ -225,8 +225,7 @@ void chRawMapFile::CloseMapFile() {
     m_pMapData = nullptr;
     m_fdJournalGuard = -1;
     m_nMapSize = -1;
-    if (m_fdMapFile != -1)
-        close(m_fdMapFile);
+    QOR_Platform::closeFile(m_fdMapFile);
     m_fdMapFile = -1;
     m_idCreator = -1;
 }

@@ -291,26 +291,36 @@ TEST(Cancellation, InTheFlushOfACounterWaitsUntilTheLockIsFree) {
     alarm(0);
 }
 
-void* readDocument(void*) {
-    QOR_FileHelper::iniFile file;
-    file.LoadFromFile("/tmp/lock_document.ini");
-    for (;;)
-        sleep(1);
-    return NULL;
-}
-
-// What closes it is a destructor, in which no thread is cancelled without ending its process.
-TEST(Cancellation, WhereAFileIsClosedEndsTheThreadAlone) {
-    std::ofstream("/tmp/lock_document.ini") << "[s]\nk=1\n";
-    childProcess reader("reader", [] {
+// The thread of a child, cancelled where it closes a descriptor, ends alone.
+void expectTheThreadToEndAlone(void (*fnUse)()) {
+    childProcess user("user", [fnUse] {
         s_bCancelInClose = true;
+        const auto use = [](void* pUse) -> void* {
+            reinterpret_cast<void (*)()>(pUse)();
+            for (;;)
+                sleep(1);
+            return NULL;
+        };
         pthread_t idThread;
         void* pEnd = NULL;
-        pthread_create(&idThread, NULL, readDocument, NULL);
+        pthread_create(&idThread, NULL, use, reinterpret_cast<void*>(fnUse));
         pthread_join(idThread, &pEnd);
-        return pEnd == PTHREAD_CANCELED ? 0 : 1;
+        return pEnd == PTHREAD_CANCELED && !s_bCancelInClose ? 0 : 1;
     });
-    EXPECT_EQ(0, reader.wait());
+    EXPECT_EQ(0, user.wait());
+}
+
+// What closes them are destructors, in which no thread is cancelled without ending its process.
+TEST(Cancellation, WhereAFileIsClosedEndsTheThreadAlone) {
+    std::ofstream("/tmp/lock_document.ini") << "[s]\nk=1\n";
+    expectTheThreadToEndAlone([] {
+        QOR_FileHelper::iniFile file;
+        file.LoadFromFile("/tmp/lock_document.ini");
+    });
+    expectTheThreadToEndAlone([] {
+        QOR_BaseHelper::chRawMapFile file;
+        file.OpenMapFile("/tmp/lock_document.ini", -1);
+    });
 }
 
 // ---- forks
