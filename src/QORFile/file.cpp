@@ -7,6 +7,7 @@
 #include <string>
 
 #include "internal/report.h"
+#include "qor/BaseHelper/Sync.h"
 #include "qor/FileHelper/File.h"
 #include "xInc/platform.h"
 
@@ -78,7 +79,9 @@ BOOL chFileStdio::Open(const char* lpszFileName, UINT uFlags) {
 
 BOOL chFileStdio::IsEOF() const { return m_pFile == NULL || feof(m_pFile) != 0; }
 
+// The destructor calls it: a thread that is cancelled there ends its process.
 void chFileStdio::Close() {
+    const QOR_BaseHelper::chCancelGuard guard;
     FILE* const pFile = m_pFile;
     m_pFile = NULL;
     if (pFile != NULL)

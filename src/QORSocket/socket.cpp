@@ -8,6 +8,7 @@
 #include "internal/report.h"
 #include "internal/socket.h"
 #include "qor/BaseHelper/Select.h"
+#include "qor/BaseHelper/Sync.h"
 #include "qor/MiscHelper/Process.h"
 
 namespace QOR_SocketHelper {
@@ -146,7 +147,9 @@ BOOL chSocket::CreateSocket(int nDomain, int nType, int nProtocol) {
 
 BOOL chSocket::Bind(const chSocketAddr& addr) { return bindSocket(m_hSocket, addr); }
 
+// Destructors call it and that of chSocketTCP: a thread that is cancelled there ends its process.
 void chSocket::DestroySocket() {
+    const QOR_BaseHelper::chCancelGuard guard;
     if (!IsValidSocket())
         return;
     if (sockClose(m_hSocket) == -1)

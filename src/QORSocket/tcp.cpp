@@ -9,6 +9,7 @@
 
 #include "internal/report.h"
 #include "internal/socket.h"
+#include "qor/BaseHelper/Sync.h"
 #include "qor/MiscHelper.h"
 
 namespace QOR_SocketHelper {
@@ -51,6 +52,7 @@ BOOL chSocketTCP::CreateSocket(const char* lpszIPv4, int nPort) {
 }
 
 void chSocketTCP::DestroySocket() {
+    const QOR_BaseHelper::chCancelGuard guard;
     Disconnect();
     chSocket::DestroySocket();
 }

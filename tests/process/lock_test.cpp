@@ -1,5 +1,7 @@
 // The locks of segments as a thread holds them: it is not cancelled meanwhile, and it never waits for itself.
+#include <arpa/inet.h>
 #include <pthread.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -320,6 +322,33 @@ TEST(Cancellation, WhereAFileIsClosedEndsTheThreadAlone) {
     expectTheThreadToEndAlone([] {
         QOR_BaseHelper::chRawMapFile file;
         file.OpenMapFile("/tmp/lock_document.ini", -1);
+    });
+    expectTheThreadToEndAlone([] {
+        QOR_FileHelper::chFileStdio file;
+        file.Open("/tmp/lock_document.ini", QOR_FileHelper::openWrite);
+        file.Write("k=2", 1, 3);
+        s_bCancelInClose = false;
+        pthread_cancel(pthread_self());  // what the stream has kept back is written when it is closed
+    });
+}
+
+TEST(Cancellation, WhereASocketIsClosedEndsTheThreadAlone) {
+    expectTheThreadToEndAlone([] {
+        QOR_SocketHelper::chSocketUDP socket;
+        socket.CreateSocket();
+    });
+    expectTheThreadToEndAlone([] {
+        s_bCancelInClose = false;
+        QOR_SocketHelper::chSocketTCPServer listener;
+        QOR_SocketHelper::chSocketTCP client;
+        listener.CreateSocket("127.0.0.1", 0);
+        listener.SocketListen(1);
+        sockaddr_in addr = {};
+        socklen_t nSize = sizeof(addr);
+        getsockname(listener, reinterpret_cast<sockaddr*>(&addr), &nSize);
+        client.CreateSocket();
+        client.ConnectTo("127.0.0.1", ntohs(addr.sin_port), 1000);
+        pthread_cancel(pthread_self());  // the end of a connection waits for the peer
     });
 }
 
