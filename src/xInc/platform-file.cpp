@@ -1,7 +1,6 @@
 // Files and streams.
 #include <fcntl.h>
 #include <poll.h>
-#include <pthread.h>
 #include <string.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
@@ -132,10 +131,9 @@ void closeFile(int fd) {
     if (fd == -1)
         return;
     const errnoGuard guard;
-    int nState = PTHREAD_CANCEL_ENABLE;
-    pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &nState);
+    const int nCancel = disableCancel();
     close(fd);
-    pthread_setcancelstate(nState, NULL);
+    restoreCancel(nCancel);
 }
 
 bool isWritable(int fd) {

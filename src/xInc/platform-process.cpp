@@ -68,6 +68,14 @@ unsigned threadNumber() {
     return static_cast<unsigned>(reinterpret_cast<uintptr_t>(reinterpret_cast<void*>(pthread_self())));
 }
 
+int disableCancel() {
+    int nState = PTHREAD_CANCEL_ENABLE;
+    pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &nState);
+    return nState;
+}
+
+void restoreCancel(int nState) { pthread_setcancelstate(nState, NULL); }
+
 bool isTaskOfThisProcess(int idTask) {
     return idTask > 0 && (syscall(SYS_tgkill, getpid(), idTask, 0) == 0 || errno != ESRCH);
 }

@@ -50,6 +50,10 @@ int processId();
 // The calling thread as reports print it.
 unsigned threadNumber();
 
+// The calling thread is not cancelled until restoreCancel() is called with the result.
+int disableCancel();
+void restoreCancel(int nState);
+
 // What tells a living process from all others that have had its id, also before a reboot. False: there is no such
 // process, or it is ending and has no memory any more.
 bool birthOfProcess(int idProcess, uint32_t& uBirth);

@@ -31,6 +31,8 @@
 namespace QOR_BaseHelper {
 
 using namespace QOR_MiscHelper;
+using QOR_Platform::disableCancel;
+using QOR_Platform::restoreCancel;
 using QOR_TraceHelper::qorOutputWarningString;
 
 namespace {
@@ -170,14 +172,6 @@ void pauseProcessor() {
 }
 
 // ---- the segments' locks that a thread holds
-
-int disableCancel() {
-    int nState = PTHREAD_CANCEL_ENABLE;
-    pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &nState);
-    return nState;
-}
-
-void restoreCancel(int nState) { pthread_setcancelstate(nState, nullptr); }
 
 // A plain record without constructor, so that it is usable in a thread from its first instruction to its last.
 struct heldSegments {
