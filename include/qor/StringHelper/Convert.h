@@ -8,9 +8,9 @@
 /// strLine << QOR_StringHelper::toString(nPort);
 /// @endcode
 ///
-/// A view or a plain text on the left of `>>` converts to a string. The results are the same on every ABI: integers
-/// outside the 32-bit range are clamped to it. They are also the same in every locale: the decimal separator is a
-/// point.
+/// A view on the left of `>>` converts to a string; of a plain text the caller makes one, as above. The results are the
+/// same on every ABI: integers outside the 32-bit range are clamped to it. They are also the same in every locale: the
+/// decimal separator is a point.
 #ifndef QOR_STRINGHELPER_CONVERT_H
 #define QOR_STRINGHELPER_CONVERT_H
 
