@@ -3,6 +3,7 @@
 
 #include <stdio.h>
 #include <stdlib.h>
+#include <wchar.h>
 
 #include <string>
 
@@ -104,6 +105,36 @@ void appendFormatted(wideText& strOut, const std::string& strFormat, V value) {
     appendNarrow(strOut, strLarge.c_str(), static_cast<size_t>(nLength));
 }
 
+// At most nMost units of a text, -1: all of them. With a limit the text need not be terminated.
+wideText takeText(const unsigned short* lpsz, int nMost) {
+    int nLength = 0;
+    while ((nMost < 0 || nLength < nMost) && lpsz[nLength] != 0)
+        ++nLength;
+    return wideText(lpsz, static_cast<size_t>(nLength));
+}
+
+// The same of multibyte text, only whole characters. A byte that is not part of a character keeps its value.
+wideText takeText(const char* lpsz, int nMost) {
+    const size_t nRoom = nMost < 0 ? SIZE_MAX : static_cast<size_t>(nMost);
+    wideText str;
+    while (str.size() < nRoom && *lpsz != 0) {
+        mbstate_t state = {};
+        wchar_t ch = 0;
+        int nBytes = 0;
+        size_t nTaken = mbrtowc(&ch, lpsz, 1, &state);
+        while (nTaken == static_cast<size_t>(-2) && lpsz[++nBytes] != 0)
+            nTaken = mbrtowc(&ch, lpsz + nBytes, 1, &state);
+        const uint32_t u = nTaken == 1 ? static_cast<uint32_t>(ch) : static_cast<unsigned char>(*lpsz);
+        if (u > 0xFFFF && nRoom - str.size() < 2)
+            break;
+        if (u > 0xFFFF)
+            str += static_cast<unsigned short>(0xD800 + ((u - 0x10000) >> 10));
+        str += static_cast<unsigned short>(u > 0xFFFF ? 0xDC00 + (u & 0x3FF) : u);
+        lpsz += nTaken == 1 ? nBytes + 1 : 1;
+    }
+    return str;
+}
+
 // Appends a text with the width and precision of its conversion.
 template <class C>
 void appendText(wideText& strOut, const conversion& conv, const C* lpsz) {
@@ -116,15 +147,10 @@ void appendText(wideText& strOut, const conversion& conv, const C* lpsz) {
     if (iDot != std::string::npos)
         nPrecision = atoi(conv.strSpec.c_str() + iDot + 1);
     static const C szNull[] = {'(', 'n', 'u', 'l', 'l', ')', 0};
-    if (lpsz == NULL)
-        lpsz = szNull;
-    int nLength = 0;
-    while ((nPrecision < 0 || nLength < nPrecision) && lpsz[nLength] != 0)
-        ++nLength;
-    const size_t nPad = nWidth > nLength ? static_cast<size_t>(nWidth - nLength) : 0;
+    const wideText str = takeText(lpsz != NULL ? lpsz : szNull, nPrecision);
+    const size_t nPad = nWidth > static_cast<int>(str.size()) ? static_cast<size_t>(nWidth) - str.size() : 0;
     strOut.append(bLeft ? 0 : nPad, ' ');
-    for (int i = 0; i < nLength; ++i)
-        strOut += sizeof(C) == 1 ? static_cast<unsigned char>(lpsz[i]) : static_cast<unsigned short>(lpsz[i]);
+    strOut += str;
     strOut.append(bLeft ? nPad : 0, ' ');
 }
 

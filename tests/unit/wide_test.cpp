@@ -466,6 +466,24 @@ TEST(WideFormat, EightBitTextIsPrintedAsByTheStandard) {
     expectSamePrint(L"%hs", "abc");
 }
 
+TEST_F(Utf8Locale, EightBitTextIsPrintedInTheLocalesCharacterSet) {
+    expectSamePrint(L"%s|%4s|%-4s|%.1s|%.2s|%hs", "\xE4\xB8\xAD", "\xC3\xA9", "\xC3\xA9", "\xC3\xA9x", "\xC3\xA9xy",
+                    "gr\xC3\xBCn");
+    const char arrUnterminated[] = {'a', '\xC3', '\xA9'};
+    expectSamePrint(L"%.2s", arrUnterminated);
+    unsigned short arrUnit[16];
+    EXPECT_EQ(5, printUnits(arrUnit, 16, units(u"%s|%.1s|%.2s").c_str(), "\xF0\x9F\x98\x80", "\xF0\x9F\x98\x80", "a"));
+    EXPECT_EQ(units(u"\U0001F600||a"), arrUnit);
+    EXPECT_EQ(4, printUnits(arrUnit, 16, units(u"%s").c_str(), "a\xC3z\xE4"));
+    EXPECT_EQ(units(u"a\u00C3z\u00E4"), arrUnit);
+}
+
+TEST(WideFormat, EightBitTextOfNoCharacterSetKeepsItsValues) {
+    unsigned short arrUnit[16];
+    EXPECT_EQ(2, printUnits(arrUnit, 16, units(u"%s").c_str(), "\xC3\xA9"));
+    EXPECT_EQ(units(u"\u00C3\u00A9"), arrUnit);
+}
+
 TEST(WideFormat, SixteenBitTextHasTheLengthModifier) {
     unsigned short arrUnit[32];
     const wideText strText = units(u"\u4E2D\u6587");

@@ -67,7 +67,8 @@ QOR_API int wcsncmp(const unsigned short* lpszText1, const unsigned short* lpszT
 /// As wcscasecmp(), for at most nCount units.
 QOR_API int wcsncasecmp(const unsigned short* lpszText1, const unsigned short* lpszText2, size_t nCount);
 
-/// Formats into nSize units, which include the NUL. %ls and %S expect 16-bit text, %s expects 8-bit text.
+/// Formats into nSize units, which include the NUL. %ls and %S expect 16-bit text, %s expects multibyte text, of which a
+/// byte that is not part of a character keeps its value. Numbered arguments are not supported.
 /// @return the number of units without the NUL; -1 if they do not fit, and the first nSize - 1 of them are stored.
 QOR_API int vswprintf(unsigned short* lpszTo, size_t nSize, const unsigned short* lpszFormat, va_list args);
 /// Reads values from a text. %ls, %lc and %l[ and the short forms %S and %C store 16-bit text; %s, %c and %[ store

@@ -336,7 +336,8 @@ QOR_API int chGetFormattedLength(const unsigned short* lpszFormat, va_list args)
 /// above 0 stores nothing.
 /// @return the length without truncation, or a negative number on failure.
 QOR_API int chVsprintf(char* lpszTo, int nSize, const char* lpszFormat, va_list args);
-/// The same of 16-bit text: %s and %ls expect 16-bit text, %hs expects 8-bit text.
+/// The same of 16-bit text: %s and %ls expect 16-bit text, %hs expects multibyte text in the character set of the
+/// process's locale. A byte that is not part of a character keeps its value.
 QOR_API int chVsprintf(unsigned short* lpszTo, int nSize, const unsigned short* lpszFormat, va_list args);
 
 }  // namespace QOR_StringHelper
