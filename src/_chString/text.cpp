@@ -196,6 +196,21 @@ void appendInteger(wideText& strOut, const conversion& conv, argumentList& list)
     appendFormatted(strOut, conv.strSpec + "ll" + conv.chType, nValue);
 }
 
+// %n: stores how many characters precede it.
+void storeCount(const conversion& conv, argumentList& list, long long nCount) {
+    void* const p = va_arg(list.args, void*);  // pointers of all types are passed in the same way
+    if (conv.strLength == "hh")
+        *static_cast<signed char*>(p) = static_cast<signed char>(nCount);
+    else if (conv.strLength == "h")
+        *static_cast<short*>(p) = static_cast<short>(nCount);
+    else if (conv.strLength.empty())
+        *static_cast<int*>(p) = static_cast<int>(nCount);
+    else if (conv.strLength == "ll" || conv.strLength == "q" || conv.strLength == "j")
+        *static_cast<long long*>(p) = nCount;
+    else
+        *static_cast<long*>(p) = static_cast<long>(nCount);
+}
+
 void appendConversion(wideText& strOut, const conversion& conv, argumentList& list) {
     switch (conv.chType) {
         case '%':
@@ -214,6 +229,9 @@ void appendConversion(wideText& strOut, const conversion& conv, argumentList& li
             break;
         case 'p':
             appendFormatted(strOut, conv.strSpec + "p", va_arg(list.args, void*));
+            break;
+        case 'n':
+            storeCount(conv, list, static_cast<long long>(strOut.size()));
             break;
         case 'd':
         case 'i':

@@ -492,6 +492,22 @@ TEST(WideFormat, SixteenBitTextHasTheLengthModifier) {
     EXPECT_EQ(units(u"\u4E2D\u6587|  \u4E2D\u6587|\u4E2D\u6587|x"), arrUnit);
 }
 
+TEST(WideFormat, TheNumberOfCharactersSoFarIsStored) {
+    unsigned short arrUnit[32];
+    int n = 0;
+    short s = 0;
+    signed char ch = 0;
+    long l = 0;
+    long long ll = 0;
+    EXPECT_EQ(6, printUnits(arrUnit, 32, units(u"a%nb%hnc%hhn%s%lnf%lln").c_str(), &n, &s, &ch, "de", &l, &ll));
+    EXPECT_EQ(units(u"abcdef"), arrUnit);
+    EXPECT_EQ(1, n);
+    EXPECT_EQ(2, s);
+    EXPECT_EQ(3, ch);
+    EXPECT_EQ(5, l);
+    EXPECT_EQ(6, ll);
+}
+
 TEST(WideFormat, ATextThatDoesNotFitIsMinus1AsByTheStandard) {
     for (size_t nSize = 0; nSize < 8; ++nSize) {
         wchar_t arrStandard[16] = {};
