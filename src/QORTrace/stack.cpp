@@ -1,5 +1,6 @@
 // Traced scopes, and the tracers that print to standard output without levels and targets. Each line is
 // written in one piece, so that lines of several threads do not mix.
+#include <errno.h>
 #include <stdio.h>
 
 #include <atomic>
@@ -76,15 +77,19 @@ void chTraceStack::enter(int nLevel, const char* lpszFormat, va_list args) {
     m_bEnable = QOR_ASSERT(lpszFormat != NULL);
     if (!m_bEnable)
         return;
+    const int nError = errno;
     const int nDepth = uCTraceHelpergetGlobalObject()->push_trace_level();
     const std::string strFormat = indentation(nDepth) + "{  " + lpszFormat;
+    errno = nError;  // WriteTraceStringV() keeps it
     uCTraceHelpergetGlobalObject()->WriteTraceStringV(minTraceLevel, strFormat.c_str(), args);
 }
 
 chTraceStack::~chTraceStack() {
     if (!m_bEnable)
         return;
+    const int nError = errno;
     const int nDepth = uCTraceHelpergetGlobalObject()->pop_trace_level();
+    errno = nError;
     uCTraceHelpergetGlobalObject()->WriteTraceString(minTraceLevel, "%s}  %s", indentation(nDepth).c_str(),
                                                      m_lpszFormat);
 }

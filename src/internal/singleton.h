@@ -19,6 +19,7 @@
 #ifndef QOR_INTERNAL_SINGLETON_H
 #define QOR_INTERNAL_SINGLETON_H
 
+#include <errno.h>
 #include <stdlib.h>
 
 #include <atomic>
@@ -67,9 +68,10 @@ private:
     }
 
     // Called only by the task in s_idMaker, which keeps its value afterwards. If the task were cancelled in between, no
-    // other could create the object while it lives.
+    // other could create the object while it lives. Keeps errno: the caller may be a trace line that prints it.
     static T* make() {
         const chCancelGuard guard;
+        const int nError = errno;
         if (!s_bHooked.exchange(true)) {
             QOR_Platform::callAtFork(&beforeFork, nullptr, &inChild);
             atexit(&atEnd);
@@ -79,6 +81,7 @@ private:
             pObject = new (&s_arrStorage) T;
             s_pObject.store(pObject, std::memory_order_release);
         }
+        errno = nError;
         return pObject;
     }
 

@@ -1,5 +1,6 @@
 // The trace of several processes, and of one that starts, forks, is killed or ends. The test itself never traces:
 // every process of a test makes its instance anew.
+#include <errno.h>
 #include <stdlib.h>
 #include <string.h>
 #include <sys/stat.h>
@@ -251,6 +252,16 @@ TEST(TraceInstance, ManyThreadsMakeItOnce) {
         });
         EXPECT_EQ(0, child.wait());
     }
+}
+
+TEST(TraceInstance, TheLineThatMakesItKeepsTheErrorNumber) {
+    const caughtProcess first("1", [] {
+        errno = EIO;
+        qorTrace(1, "%m");
+        return errno == EIO ? 0 : 1;
+    });
+    EXPECT_EQ("Input/output error\n", first.texts());
+    EXPECT_EQ(0, first.nStatus);
 }
 
 TEST(TraceInstance, ASegmentOfAnotherTypeIsRefused) {

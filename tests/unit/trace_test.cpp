@@ -4,8 +4,10 @@
 #include <stdio_ext.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/sem.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <fstream>
 #include <functional>
 #include <memory>
@@ -248,6 +250,41 @@ TEST_F(Trace, ANewTaskClearsTheDepthsOfDeadOnes) {
         m_pTrace->push_trace_level();
         EXPECT_EQ(2, wordAt(28));  // this task and the main one
     }).join();
+}
+
+TEST_F(Trace, AScopeOfANewTaskKeepsTheErrorNumber) {
+    qorTest::endedTask([this] { m_pTrace->push_trace_level(); });  // what the new task clears
+    int nError = 0;
+    EXPECT_EQ("  {  No such file or directory\n  }  %m\n", traceTexts(printed([&] {
+                  std::thread([&] {
+                      errno = ENOENT;
+                      chTraceStack stack("%m");
+                      nError = errno;
+                  }).join();
+              })));
+    EXPECT_EQ(ENOENT, nError);
+}
+
+TEST_F(Trace, AScopeThatEndsWhileTheBufferIsLockedKeepsTheErrorNumber) {
+    int nError = 0;
+    printed([&] {
+        auto pStack = std::make_unique<chTraceStack>("scope");
+        std::atomic<bool> bLocked(false);
+        std::thread holder([&] {
+            m_pTrace->Lock(-1);
+            bLocked = true;
+            while (semctl(m_pTrace->GetSemaphoreId(), 0, GETNCNT) == 0)
+                QOR_MiscHelper::qorSwitchToThread();
+            m_pTrace->Unlock();
+        });
+        while (!bLocked)
+            QOR_MiscHelper::qorSwitchToThread();
+        errno = ENOENT;
+        pStack.reset();
+        nError = errno;
+        holder.join();
+    });
+    EXPECT_EQ(ENOENT, nError);
 }
 
 TEST_F(Trace, ATaskDoesNotGoOnFromTheDepthOfADeadOneWithItsId) {
