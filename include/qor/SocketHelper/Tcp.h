@@ -111,7 +111,9 @@ public:
     int socketReceive(int nMaxSize);
 
     /// Sends all bytes; waits without limit while the peer does not take them.
-    /// @return 1, or 0 when the connection is lost, which it is after any failure. Fatal: null, a size below 1.
+    /// @return 1, or 0 when the connection is lost, which it is after any failure but one: when the wait fails, which
+    ///         is warned of ("select error : [%s]"), it stays, and part of the bytes may have been sent.
+    ///         Fatal: null, a size below 1.
     BOOL Send(const void* pBuffer, int nSize);
 
 protected:
@@ -165,7 +167,7 @@ public:
     ///         Fatal: a packet of 0 or of 10 MiB or more, which is the peer's choice: see TryReceiveOnePacket().
     BOOL ReceiveOnePacket(binaryArray& arrData, int nTimeout);
     /// Sends one packet; see Send().
-    /// @return 1, or 0 when the connection is lost, which is warned of. Fatal: null, a size below 1.
+    /// @return 1, or 0 after a failure as Send(), which is warned of. Fatal: null, a size below 1.
     BOOL SendOnePacket(const void* pBuffer, int nSize);
 
     /// Waits for a whole packet of at most nMaxSize bytes and copies what it carries; also more than 65536 bytes. The
