@@ -8,10 +8,12 @@
 #include "internal/message.h"
 #include "internal/report.h"
 #include "qor/MiscHelper.h"
+#include "xInc/platform.h"
 
 using namespace QOR_ChainHelper;
 using namespace QOR_MsgQueueHelper;
 using namespace QOR_RegistryHelper;
+using QOR_MiscHelper::qorGetCurrentTaskId;
 
 namespace {
 
@@ -22,8 +24,25 @@ struct notification {
 
 // What the flag of a document or section becomes while this thread notifies its monitors. Only then is it cleared,
 // unless the section was changed again, or another thread notifies of a later change: if the one that notified last
-// dies first, the next flush notifies them.
-int32_t beingNotified() { return -QOR_MiscHelper::qorGetCurrentTaskId(); }
+// dies first, the next flush notifies them. The low byte counts the flushes that have left the section to this one; a
+// task id has 22 bits.
+constexpr int flagsOfTask = 256;
+int32_t beingNotified() { return -qorGetCurrentTaskId() * flagsOfTask; }
+bool isBeingNotified(int32_t nFlag) { return nFlag <= beingNotified() && nFlag > beingNotified() - flagsOfTask; }
+
+// Whether a section is left to another flush that is notifying its monitors of the same change: they are notified once.
+// The task id of one that was killed may be another's by now, so a section is not left to it for good.
+bool leaveToOther(int32_t& nFlag) {
+    const int64_t n = -static_cast<int64_t>(loadShareWord(nFlag));
+    if (n <= 0 || n % flagsOfTask == flagsOfTask - 1)
+        return false;
+    const int idTask = static_cast<int>(n / flagsOfTask);
+    uint32_t uBirth = 0;  // unlike its validity, this tells of a killed one that nobody has waited for
+    if (idTask == qorGetCurrentTaskId() || !QOR_Platform::birthOfProcess(idTask, uBirth))
+        return false;
+    storeShareWord(nFlag, static_cast<int32_t>(-n - 1));
+    return true;
+}
 
 // One notification for each monitor of each changed section.
 std::vector<notification> collectNotifications(const registryHold&, regDocument& document) {
@@ -31,22 +50,27 @@ std::vector<notification> collectNotifications(const registryHold&, regDocument&
     if (loadShareWord(document.m_bChanged) == 0)
         return listNotification;
     const int32_t nNotified = beingNotified();
+    bool bLeft = false;
     document.m_lstSection.ForEach([&](regSection& section) {
         if (loadShareWord(section.m_bChanged) == 0)
             return;
+        if (leaveToOther(section.m_bChanged)) {
+            bLeft = true;
+            return;
+        }
         const uintptr_t uSection = registry().GetHandle(&section);
         const size_t nBefore = listNotification.size();
         section.m_lstMonitor.ForEach([&](const msgEntryPair& entry) { listNotification.push_back({uSection, entry}); });
         storeShareWord(section.m_bChanged, listNotification.size() != nBefore ? nNotified : 0);
     });
-    storeShareWord(document.m_bChanged, listNotification.empty() ? 0 : nNotified);
+    // With a section left to another flush, the next one looks again whether that has notified it.
+    storeShareWord(document.m_bChanged, bLeft ? 1 : listNotification.empty() ? 0 : nNotified);
     return listNotification;
 }
 
 void clearNotified(const registryHold&, regDocument& document) {
-    const int32_t nNotified = beingNotified();
-    const auto clear = [nNotified](int32_t& nFlag) {
-        if (loadShareWord(nFlag) == nNotified)
+    const auto clear = [](int32_t& nFlag) {
+        if (isBeingNotified(loadShareWord(nFlag)))
             storeShareWord(nFlag, 0);
     };
     document.m_lstSection.ForEach([&clear](regSection& section) { clear(section.m_bChanged); });

@@ -140,12 +140,12 @@ bool isHeapAddress(uint32_t uWord) {
     return sizeof(void*) == 4 && uWord > uEnd - sizeNear && uWord < uEnd + sizeNear;
 }
 
-// A task is told by its id; in the flag of a section whose monitors it notifies, by the negative id.
+// A task is told by its id; in the flag of a section whose monitors it notifies, by the id times -256.
 bool isSameTask(uint32_t uThen, uint32_t uNow, const taskPairs& pairs) {
     for (const auto& pair : pairs)
-        for (const int nSign : {1, -1})
-            if (uThen == static_cast<uint32_t>(nSign * pair.first) &&
-                uNow == static_cast<uint32_t>(nSign * pair.second))
+        for (const int nFactor : {1, -256})
+            if (uThen == static_cast<uint32_t>(nFactor * pair.first) &&
+                uNow == static_cast<uint32_t>(nFactor * pair.second))
                 return true;
     return false;
 }

@@ -369,6 +369,69 @@ TEST_F(RegistryProcess, AFlushThatIsKilledWhileAnotherNotifiesLeavesItsChangeToT
     EXPECT_EQ(0, observer.wait());
 }
 
+// The share segment's lock stops the first flush after it has noted whom to notify.
+TEST_F(RegistryProcess, AFlushWhileAnotherNotifiesDoesNotNotifyOfTheSameChangeAgain) {
+    childProcess observer("observer", [&] {
+        int nTold = 0;
+        currentThread thread("observer", [&nTold](msgObject& objMessage) {
+            nTold += objMessage.uMsg == TM_REGISTRY_CHANGE;
+            return 0;
+        });
+        const auto told = [&] {
+            while (thread.ProcessOneMessageFromQueue() != 0) {
+            }
+            return nTold;
+        };
+        const HREGISTRY hSeen = open("seen"), hOther = open("other");
+        regMonitorSection(hSeen);
+        int32_t& nFlag = sectionOf(hSeen)->m_bChanged;
+        const int32_t& nOtherFlag = sectionOf(hOther)->m_bChanged;
+        meeting meetingFlushed, meetingEnd;
+        share().Lock(-1);
+        childProcess first("first", [&] {
+            registrySetInt(hSeen, "k", 1);
+            registryFlush(hSeen);
+            meetingFlushed.say();
+            meetingEnd.hear();
+            return 0;
+        });
+        while (QOR_ChainHelper::loadShareWord(nFlag) >= 0)
+            std::this_thread::yield();
+        const int32_t nOfFirst = QOR_ChainHelper::loadShareWord(nFlag);
+        meeting meetingSet;
+        childProcess second("second", [&] {
+            registrySetInt(hOther, "k", 1);
+            meetingSet.say();
+            registryFlush(hOther);
+            return 0;
+        });
+        meetingSet.hear();
+        while (QOR_ChainHelper::loadShareWord(nOtherFlag) != 0)
+            std::this_thread::yield();
+        share().Unlock();
+        EXPECT_EQ(0, second.wait());
+        meetingFlushed.hear();
+        EXPECT_EQ(1, told());
+        registryFlush(hSeen);
+        EXPECT_EQ(1, told());
+
+        // As if the flush had been killed and the first process now had its task id: the change is told in the end.
+        regDocument& document = *sectionOf(hSeen)->GetHostDocument();
+        uCRegistryHelpergetGlobalObject()->Lock(-1);
+        QOR_ChainHelper::storeShareWord(nFlag, nOfFirst);
+        QOR_ChainHelper::storeShareWord(document.m_bChanged, nOfFirst);
+        uCRegistryHelpergetGlobalObject()->Unlock();
+        for (int i = 0; i < 300; ++i)
+            registryFlush(hSeen);
+        EXPECT_EQ(2, told());
+        EXPECT_EQ(0, QOR_ChainHelper::loadShareWord(document.m_bChanged));
+        meetingEnd.say();
+        EXPECT_EQ(0, first.wait());
+        return HasFailure() ? 1 : 0;
+    });
+    EXPECT_EQ(0, observer.wait());
+}
+
 int onSaverMessage(simpMSG* pMsg) {
     if (pMsg->uMsg == TM_REGISTRY_CHANGE)
         registrySaveDocument(registryHandle(pMsg->wParam));
