@@ -326,7 +326,8 @@ QOR_API void* msgGetMessageExtraData(simpMSG* pMsg);
 QOR_API int msgGetMessageExtraSize(simpMSG* pMsg);
 /** Replaces the message's extra data with nSize bytes at pData, which may be part of the old data. With a null pData
  *  the new bytes are undefined; a size of 0 frees the data.
- *  Fatal: a null message, nSize outside 0 to 1024, no room left in the share segment. */
+ *  Fatal: a null message, nSize outside 0 to 1024, no room left in the share segment; on 64-bit, a size above 0 for the
+ *  idle message, which can have no data there. */
 QOR_API void msgResetMessageExtraData(simpMSG* pMsg, int nSize, const void* pData);
 
 /** @} */

@@ -52,6 +52,9 @@ void msgObject::ResetExtraData(int nExtraSize, const void* pData) {
         return;
     chSystemShareObject* pObject = chSystemShareObject::FromAddress(this);
 #if UINTPTR_MAX > 0xFFFFFFFFu
+    // A handler may clear the data of every message it gets, the idle one included, which has none.
+    if (nExtraSize == 0 && loadShareWord(m_nExtraSize) == 0)
+        return;
     if (!QOR_ASSERT_TEXT(findShareRange(pObject).holds(this, sizeof(*this)), "message lies in the share segment"))
         return;
 #endif

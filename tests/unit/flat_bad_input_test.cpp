@@ -548,6 +548,12 @@ void addMessageView(table& listRow) {
         rows.good("the idle message", fnIdle);
     else
         rows.fatal("the idle message", szMessages, "message lies in the share segment", fnIdle);
+    rows.good("size 0 of the idle message", []() {
+        return handling(TM_THREAD_IDLE, [](simpMSG* pMsg) {
+            msgResetMessageExtraData(pMsg, 0, NULL);
+            return msgGetMessageExtraSize(pMsg) == 0;
+        });
+    });
 }
 
 // ---- timers, counters, named blocks, trace

@@ -92,7 +92,7 @@ public:
     void set_pExtraData(int nExtraSize, void* pData);
     /// Replaces the extra data: a block of the same size is reused, size 0 frees it. pData may be a part of the old
     /// data, or null, which leaves new bytes undefined. Not under the share lock (see Thread.h).
-    /// Fatal: a size outside 0 to 1,024; on 64-bit, a message outside the segment.
+    /// Fatal: a size outside 0 to 1,024; on 64-bit, a message outside the segment, unless it has no data and gets none.
     void ResetExtraData(int nExtraSize, const void* pData);
 
     /// Makes a plain structure the extra data, as the answer of a handler; see sendMessageStruct(). Before the reply
