@@ -5,9 +5,9 @@
 //
 // In a segment, a change is undone as a whole if its process dies (internal/journal.h). A mapped file may also lose the
 // last stores of a change in a power cut. So its forward links are complete at every instant: a cell's own links are
-// complete before it is marked free and linked, and it leaves the chain before it is marked used. A power cut may
-// leave a stale backward link, a used cell that nobody owns, or a free cell outside the chain, which the next merge
-// with its left neighbour absorbs; but no block is ever handed out twice.
+// complete before it is marked free and linked, and it leaves the chain before it is marked used. A power cut, or a
+// kill where there is no journal, may leave a stale backward link, a used cell that nobody owns, or a free cell outside
+// the chain, which its left neighbour absorbs as soon as that is found free; but no block is ever handed out twice.
 //
 // Shared memory may be damaged. Every operation first checks the area's bounds against the segment that holds the
 // record; then it reads only cells that have been checked, and follows the links of free cells as CheckedChain.h does.
@@ -126,10 +126,10 @@ public:
         return true;
     }
     // The first free cell with nNeed bytes, or null. Free cells that are too small are merged with their free right
-    // neighbours.
+    // neighbours, and all with one that is outside the chain: it may be all that is left of the pool.
     poll_chain* FindFree(int nNeed) const {
         const list_chain_offset* const pLink = m_chain.Find([this, nNeed](list_chain_offset* p) {
-            while (cellOf(p)->get_nPoolSize() < nNeed && JoinRight(cellOf(p))) {
+            while ((cellOf(p)->get_nPoolSize() < nNeed || IsLost(cellOf(p)->get_pRight())) && JoinRight(cellOf(p))) {
             }
             return cellOf(p)->get_nPoolSize() >= nNeed;
         });
@@ -193,6 +193,10 @@ public:
     }
 
 private:
+    // Whether a cell is free, but outside the chain.
+    bool IsLost(const poll_chain* pCell) const {
+        return m_area.holds(pCell) && pCell->is_free_cell() && m_chain.Left(linkOf(pCell)) == NULL;
+    }
     // The link of the next free cell to the right, or the head of the chain; null after damage. Two searches take
     // turns, one through the cells to the right and one through the chain from its beginning, so that neither a long
     // run of used cells nor a long chain makes it slow. Free cells outside the chain, as a power cut may leave them in

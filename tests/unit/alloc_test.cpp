@@ -343,6 +343,20 @@ TEST_F(Pool, TryJoinMergesWithAFreeRightNeighbourOnly) {
     EXPECT_FALSE(pool().try_join_right_cell(poll_chain::get_pCell(pC))) << "there is nothing beyond the end";
 }
 
+// The state between the two stores that cut off the rest of a cell and link it.
+TEST_F(Pool, AFreeCellOutsideTheChainIsNotLostBesideABlockThatFits) {
+    poll_chain* const pCell = pool().begin_cell();
+    poll_chain* const pRest = reinterpret_cast<poll_chain*>(m_block.aArea + 24);
+    pRest->init_cell(nArea - 24, true);
+    static_cast<QOR_ChainHelper::list_chain_offset*>(pRest->get_pData())->set_pNext(NULL);
+    static_cast<QOR_ChainHelper::list_chain_offset*>(pRest->get_pData())->set_pPrev(NULL);
+    pCell->set_pRight(pRest);
+    void* const pFits = pool().alloc(20);
+    EXPECT_EQ(pCell->get_pData(), pFits);
+    EXPECT_NE(nullptr, pool().alloc(nArea - 24 - 4));
+    EXPECT_EQ((cells{24, nArea - 24}), lengths());
+}
+
 TEST_F(Pool, DisjoinSplitsACellThatHasTwelveBytesMore) {
     pool().disjoin_big_cell(pool().begin_cell(), nArea - 4 - 12 + 4);
     EXPECT_EQ(cells{-nArea}, lengths());
