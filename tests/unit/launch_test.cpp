@@ -23,31 +23,51 @@ using qorTest::share;
 
 namespace {
 
-// What is called when a thread is about to join another, when it has, and when it disables its cancellation.
+// What is called, while it exists, when a thread is about to join another, when it has, and when it disables its
+// cancellation. A thread that ends does so once more after the last that a test hears of it: the destructor waits until
+// no call is under way.
 struct threadHooks {
+    ~threadHooks() {
+        s_pInstalled = nullptr;
+        while (s_nUsers != 0)
+            sched_yield();
+    }
+    void Install() { s_pInstalled = this; }
+
+    // Calls that of the installed ones, if there are any.
+    template <typename hook, typename... arguments>
+    static void Call(hook threadHooks::*pfnHook, arguments... args) {
+        ++s_nUsers;
+        const threadHooks* const pHooks = s_pInstalled;
+        if (pHooks != nullptr && pHooks->*pfnHook)
+            (pHooks->*pfnHook)(args...);
+        --s_nUsers;
+    }
+
     std::function<void(pthread_t)> fnJoin, fnJoined;
     std::function<void()> fnDisable;
+
+private:
+    static std::atomic<const threadHooks*> s_pInstalled;
+    static std::atomic<int> s_nUsers;
 };
-std::atomic<const threadHooks*> s_pHooks{nullptr};
+std::atomic<const threadHooks*> threadHooks::s_pInstalled{nullptr};
+std::atomic<int> threadHooks::s_nUsers{0};
 
 }  // namespace
 
 extern "C" int pthread_join(pthread_t idThread, void** ppResult) {
     static auto* const next = qorTest::systemCall<int(pthread_t, void**)>("pthread_join");
-    const threadHooks* const pHooks = s_pHooks;
-    if (pHooks != nullptr && pHooks->fnJoin)
-        pHooks->fnJoin(idThread);
+    threadHooks::Call(&threadHooks::fnJoin, idThread);
     const int nError = next(idThread, ppResult);
-    if (pHooks != nullptr && pHooks->fnJoined)
-        pHooks->fnJoined(idThread);
+    threadHooks::Call(&threadHooks::fnJoined, idThread);
     return nError;
 }
 
 extern "C" int pthread_setcancelstate(int nState, int* pnOld) {
     static auto* const next = qorTest::systemCall<int(int, int*)>("pthread_setcancelstate");
-    const threadHooks* const pHooks = s_pHooks;
-    if (pHooks != nullptr && pHooks->fnDisable && nState == PTHREAD_CANCEL_DISABLE)
-        pHooks->fnDisable();
+    if (nState == PTHREAD_CANCEL_DISABLE)
+        threadHooks::Call(&threadHooks::fnDisable);
     return next(nState, pnOld);
 }
 
@@ -234,7 +254,7 @@ TEST(Launch, AThreadWithTheIdOfOneThatWasJustJoinedIsShutDownOnItsOwn) {
         goOn.Wait();
     };
     ASSERT_TRUE(first.Launch());
-    s_pHooks = &hooks;
+    hooks.Install();
     std::thread stopper([&] { process().ShutdownLocalThread(&first); });
     joined.Wait();
     ASSERT_TRUE(second.Launch());
@@ -255,7 +275,6 @@ TEST(Launch, AThreadWithTheIdOfOneThatWasJustJoinedIsShutDownOnItsOwn) {
         sched_yield();
     second.m_end.Set();
     other.join();
-    s_pHooks = nullptr;
 }
 
 int ignoreAll(simpMSG*) { return -1; }
@@ -275,7 +294,7 @@ TEST(Launch, ANameThatIsGoneIsNotTakenForThatOfAThreadAtItsAddress) {
         found.Set();
         goOn.Wait();
     };
-    s_pHooks = &hooks;
+    hooks.Install();
     std::thread stopper([&] {
         idStopper = std::this_thread::get_id();
         msgUnlaunchWorkThread("old");
@@ -287,7 +306,6 @@ TEST(Launch, ANameThatIsGoneIsNotTakenForThatOfAThreadAtItsAddress) {
     goOn.Set();
     stopper.join();
     EXPECT_NE(nullptr, msgGetThreadByName("new"));
-    s_pHooks = nullptr;
     msgUnlaunchWorkThread("new");
 }
 
@@ -310,7 +328,7 @@ TEST(Launch, AThreadThatUnregistersStaysWhatItIsWhenAnotherTakesItsName) {
     };
     ASSERT_TRUE(first.Launch());
     testing::internal::CaptureStderr();
-    s_pHooks = &hooks;
+    hooks.Install();
     chThreadRemote("slow").PostThreadMsg(TM_THREAD_QUIT, 0, 0);
     left.Wait();
     EXPECT_EQ(&first, process().GetLocalThreadByName("slow"));
@@ -320,7 +338,6 @@ TEST(Launch, AThreadThatUnregistersStaysWhatItIsWhenAnotherTakesItsName) {
     goOn.Set();
     process().ShutdownLocalThread(&first);
     EXPECT_FALSE(first.IsRuning());
-    s_pHooks = nullptr;
     EXPECT_EQ("", testing::internal::GetCapturedStderr());
 }
 
