@@ -34,12 +34,12 @@ int QOR_TraceHelper::qorErrorMessage(int nCondition, const char* lpszFile, int, 
     return nCondition;
 }
 
-static bool s_bNoSemaphore = false;
+static thread_local bool t_bNoSemaphore = false;
 
-// No more semaphores can be had.
+// The thread can have no more semaphores. Others, which may still be registering, can.
 extern "C" int semget(key_t key, int nCount, int nFlags) noexcept {
     static auto* const fn = qorTest::systemCall<int(key_t, int, int)>("semget");
-    if (!s_bNoSemaphore)
+    if (!t_bNoSemaphore)
         return fn(key, nCount, nFlags);
     errno = ENOSPC;
     return -1;
@@ -516,11 +516,11 @@ TEST(AfterAReport, NobodyWaitsWithoutAnEvent) {
     static const char szEvent[] = "QORMsgSystem: pCurrentTaskEvent != NULL";
     std::thread([] {
         chThreadRemote remote("target");
-        s_bNoSemaphore = true;
+        t_bNoSemaphore = true;
         s_listReport.clear();
         EXPECT_EQ(-1, remote.SendThreadMsg(0x100, 0, 0));
         EXPECT_EQ(szEvent, s_listReport.back());
-        s_bNoSemaphore = false;
+        t_bNoSemaphore = false;
     }).join();
 }
 
