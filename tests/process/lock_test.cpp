@@ -13,6 +13,7 @@
 #include "qor/MsgQueueHelper/Named.h"
 #include "qor/SocketHelper.h"
 #include "qor/TraceHelper.h"
+#include "support/cancel.h"
 #include "support/child.h"
 #include "support/message_thread.h"
 #include "support/share_object.h"
@@ -271,22 +272,11 @@ TEST(Cancellation, IsDisabledWhileAnySegmentIsLockedAndThenAsItWas) {
     EXPECT_TRUE(isCancelable());
 }
 
-void* stepCounter(void*) {
-    accExcuteAccumulater("lock_counter", 1);
-    for (;;)
-        sleep(1);  // where the thread is cancelled
-    return NULL;
-}
-
 TEST(Cancellation, InTheFlushOfACounterWaitsUntilTheLockIsFree) {
     qorTest::watch("counter");
     accCreateAccumulater("lock_counter", 0, 0, 100);
     s_bCancelInFlush = true;
-    pthread_t idThread;
-    ASSERT_EQ(0, pthread_create(&idThread, NULL, stepCounter, NULL));
-    void* pEnd = NULL;
-    pthread_join(idThread, &pEnd);
-    EXPECT_EQ(PTHREAD_CANCELED, pEnd);
+    EXPECT_TRUE(qorTest::endsCancelled([] { accExcuteAccumulater("lock_counter", 1); }));
     EXPECT_EQ(1, uCSystemStorageHelpergetGlobalObject()->LockFor(60000));
     uCSystemStorageHelpergetGlobalObject()->Unlock();
     EXPECT_EQ(2u, accExcuteAccumulater("lock_counter", 1));
@@ -297,17 +287,7 @@ TEST(Cancellation, InTheFlushOfACounterWaitsUntilTheLockIsFree) {
 void expectTheThreadToEndAlone(void (*fnUse)()) {
     childProcess user("user", [fnUse] {
         s_bCancelInClose = true;
-        const auto use = [](void* pUse) -> void* {
-            reinterpret_cast<void (*)()>(pUse)();
-            for (;;)
-                sleep(1);
-            return NULL;
-        };
-        pthread_t idThread;
-        void* pEnd = NULL;
-        pthread_create(&idThread, NULL, use, reinterpret_cast<void*>(fnUse));
-        pthread_join(idThread, &pEnd);
-        return pEnd == PTHREAD_CANCELED && !s_bCancelInClose ? 0 : 1;
+        return qorTest::endsCancelled(fnUse) && !s_bCancelInClose ? 0 : 1;
     });
     EXPECT_EQ(0, user.wait());
 }

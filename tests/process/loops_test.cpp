@@ -18,6 +18,7 @@
 
 #include "qor/MiscHelper.h"
 #include "qor/TraceHelper.h"
+#include "support/cancel.h"
 #include "support/child.h"
 #include "support/fatal.h"
 #include "support/message_thread.h"
@@ -368,7 +369,7 @@ TEST_F(PollFd, AMessageWhosePosterDiedBeforeItSignalledIsFound) {
 // It waits for the ends of its helpers, in a destructor.
 TEST(Loops, AThreadWithHelpersThatIsCancelledWhileItUnregistersEndsAlone) {
     inChild([] {
-        const auto leave = [](void*) -> void* {
+        EXPECT_TRUE(qorTest::endsCancelled([] {
             const HTHREAD hThread = msgRegistWorkThread("leaver", onNumbered);
             int afd[2];
             EXPECT_EQ(0, pipe(afd));
@@ -376,14 +377,7 @@ TEST(Loops, AThreadWithHelpersThatIsCancelledWhileItUnregistersEndsAlone) {
             EXPECT_TRUE(msgWatchDescriptor(afd[0], POLLIN, 0x200));
             pthread_cancel(pthread_self());
             msgUnregistWorkThread(hThread);
-            pthread_testcancel();
-            return NULL;
-        };
-        pthread_t idLeaver;
-        ASSERT_EQ(0, pthread_create(&idLeaver, nullptr, leave, nullptr));
-        void* pEnd = nullptr;
-        pthread_join(idLeaver, &pEnd);
-        EXPECT_EQ(PTHREAD_CANCELED, pEnd);
+        }));
         EXPECT_EQ(nullptr, msgGetThreadByName("leaver"));
     });
 }

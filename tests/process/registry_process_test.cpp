@@ -321,19 +321,27 @@ TEST_F(RegistryProcess, AMonitorOfAKilledProcessIsSkippedAndRemoved) {
     EXPECT_EQ(0, other.wait());
 }
 
+// The calling thread as an observer, and the changes that it has been told of.
+class changeCounter {
+public:
+    int Told() {
+        while (m_thread.ProcessOneMessageFromQueue() != 0) {
+        }
+        return m_nTold;
+    }
+
+private:
+    int m_nTold = 0;
+    currentThread m_thread{"observer", [this](msgObject& objMessage) {
+                               m_nTold += objMessage.uMsg == TM_REGISTRY_CHANGE;
+                               return 0;
+                           }};
+};
+
 // The share segment's lock, which a post takes, stops both flushes after they have noted whom to notify.
 TEST_F(RegistryProcess, AFlushThatIsKilledWhileAnotherNotifiesLeavesItsChangeToTheNextOne) {
     childProcess observer("observer", [&] {
-        int nTold = 0;
-        currentThread thread("observer", [&nTold](msgObject& objMessage) {
-            nTold += objMessage.uMsg == TM_REGISTRY_CHANGE;
-            return 0;
-        });
-        const auto told = [&] {
-            while (thread.ProcessOneMessageFromQueue() != 0) {
-            }
-            return nTold;
-        };
+        changeCounter changes;
         const HREGISTRY h = open("s");
         regMonitorSection(h);
         const int32_t& nFlag = sectionOf(h)->m_bChanged;
@@ -358,12 +366,12 @@ TEST_F(RegistryProcess, AFlushThatIsKilledWhileAnotherNotifiesLeavesItsChangeToT
         EXPECT_EQ(-SIGKILL, arrFlusher[1].wait());
         share().Unlock();
         EXPECT_EQ(0, arrFlusher[0].wait());
-        const int nBefore = told();
+        const int nBefore = changes.Told();
         EXPECT_EQ(1, nBefore);
         registryFlush(h);
-        EXPECT_EQ(nBefore + 1, told());
+        EXPECT_EQ(nBefore + 1, changes.Told());
         registryFlush(h);
-        EXPECT_EQ(nBefore + 1, told());
+        EXPECT_EQ(nBefore + 1, changes.Told());
         return HasFailure() ? 1 : 0;
     });
     EXPECT_EQ(0, observer.wait());
@@ -372,16 +380,7 @@ TEST_F(RegistryProcess, AFlushThatIsKilledWhileAnotherNotifiesLeavesItsChangeToT
 // The share segment's lock stops the first flush after it has noted whom to notify.
 TEST_F(RegistryProcess, AFlushWhileAnotherNotifiesDoesNotNotifyOfTheSameChangeAgain) {
     childProcess observer("observer", [&] {
-        int nTold = 0;
-        currentThread thread("observer", [&nTold](msgObject& objMessage) {
-            nTold += objMessage.uMsg == TM_REGISTRY_CHANGE;
-            return 0;
-        });
-        const auto told = [&] {
-            while (thread.ProcessOneMessageFromQueue() != 0) {
-            }
-            return nTold;
-        };
+        changeCounter changes;
         const HREGISTRY hSeen = open("seen"), hOther = open("other");
         regMonitorSection(hSeen);
         int32_t& nFlag = sectionOf(hSeen)->m_bChanged;
@@ -411,9 +410,9 @@ TEST_F(RegistryProcess, AFlushWhileAnotherNotifiesDoesNotNotifyOfTheSameChangeAg
         share().Unlock();
         EXPECT_EQ(0, second.wait());
         meetingFlushed.hear();
-        EXPECT_EQ(1, told());
+        EXPECT_EQ(1, changes.Told());
         registryFlush(hSeen);
-        EXPECT_EQ(1, told());
+        EXPECT_EQ(1, changes.Told());
 
         // As if the flush had been killed and the first process now had its task id: the change is told in the end.
         regDocument& document = *sectionOf(hSeen)->GetHostDocument();
@@ -423,7 +422,7 @@ TEST_F(RegistryProcess, AFlushWhileAnotherNotifiesDoesNotNotifyOfTheSameChangeAg
         uCRegistryHelpergetGlobalObject()->Unlock();
         for (int i = 0; i < 300; ++i)
             registryFlush(hSeen);
-        EXPECT_EQ(2, told());
+        EXPECT_EQ(2, changes.Told());
         EXPECT_EQ(0, QOR_ChainHelper::loadShareWord(document.m_bChanged));
         meetingEnd.say();
         EXPECT_EQ(0, first.wait());

@@ -10,6 +10,7 @@
 #include <thread>
 
 #include "qor/TraceHelper.h"
+#include "support/cancel.h"
 #include "support/child.h"
 #include "support/message_thread.h"
 #include "support/scale.h"
@@ -343,20 +344,13 @@ TEST(Launch, AThreadThatUnregistersStaysWhatItIsWhenAnotherTakesItsName) {
 
 // The new thread reads from the stack of its launcher.
 TEST(Launch, WhoIsCancelledWhileItLaunchesAThreadDoesThatFirst) {
-    static chThreadLocal thread("launched", ignoreAll);
-    static std::atomic<bool> s_bLaunched{false};
-    const auto launch = [](void*) -> void* {
+    chThreadLocal thread("launched", ignoreAll);
+    bool bLaunched = false;
+    EXPECT_TRUE(qorTest::endsCancelled([&] {
         pthread_cancel(pthread_self());
-        s_bLaunched = process().LaunchLocalThread(thread) != 0;
-        pthread_testcancel();
-        return NULL;
-    };
-    pthread_t idLauncher;
-    ASSERT_EQ(0, pthread_create(&idLauncher, NULL, launch, NULL));
-    void* pEnd = NULL;
-    pthread_join(idLauncher, &pEnd);
-    EXPECT_EQ(PTHREAD_CANCELED, pEnd);
-    EXPECT_TRUE(s_bLaunched);
+        bLaunched = process().LaunchLocalThread(thread) != 0;
+    }));
+    EXPECT_TRUE(bLaunched);
     process().ShutdownLocalThread(&thread);
 }
 
