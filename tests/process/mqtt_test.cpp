@@ -9,6 +9,8 @@
 
 #include <atomic>
 #include <fstream>
+#include <map>
+#include <memory>
 #include <thread>
 
 #include "counters.h"
@@ -349,6 +351,144 @@ TEST_F(Mqtt, TenThousandMessagesEachWayKeepTheirOrderAndNoneIsLost) {
     EXPECT_EQ(0, bridge.end());
 }
 
+// A port of the loopback at which a test itself is the broker of a bridge.
+class ownBroker {
+public:
+    ownBroker() : m_fdListen(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+        sockaddr_in address = {};
+        address.sin_family = AF_INET;
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        socklen_t nSize = sizeof(address);
+        if (bind(m_fdListen, reinterpret_cast<sockaddr*>(&address), nSize) != 0 || listen(m_fdListen, 5) != 0 ||
+            getsockname(m_fdListen, reinterpret_cast<sockaddr*>(&address), &nSize) != 0)
+            abort();
+        m_nPort = ntohs(address.sin_port);
+    }
+    ~ownBroker() { close(m_fdListen); }
+
+    std::unique_ptr<childProcess> StartBridge(const std::string& strConfig) const {
+        // The registry keeps what it has read.
+        const std::string strFile = "/tmp/own_broker" + std::to_string(m_nPort) + ".ini";
+        putFile(strFile,
+                "[broker]\ndevice = dev\nhost = 127.0.0.1\nport = " + std::to_string(m_nPort) + "\n" + strConfig);
+        return std::make_unique<childProcess>("qor-mqtt", [strFile] {
+            return execl(QOR_MQTT_PROGRAM, QOR_MQTT_PROGRAM, strFile.c_str(), static_cast<char*>(nullptr));
+        });
+    }
+    // The next connection, which has said its first word and heard that it is good.
+    int Accept() const {
+        const int fd = accept(m_fdListen, NULL, NULL);
+        char aConnect[512];
+        EXPECT_GT(read(fd, aConnect, sizeof(aConnect)), 0);
+        EXPECT_EQ(5, write(fd, "\x20\x03\x00\x00\x00", 5));
+        return fd;
+    }
+
+private:
+    int m_fdListen;
+    int m_nPort = 0;
+};
+
+// The broker's end of a connection. It acknowledges nothing before it is told to.
+class heldConnection {
+public:
+    explicit heldConnection(int fd) : m_fd(fd) {}
+    ~heldConnection() { close(m_fd); }
+
+    // Takes the packets that have come.
+    void Read() {
+        char aRead[4096];
+        for (ssize_t n; (n = recv(m_fd, aRead, sizeof(aRead), MSG_DONTWAIT)) > 0;)
+            m_strInput.append(aRead, static_cast<size_t>(n));
+        for (size_t nHead; (nHead = SizeOfHead()) != 0;) {
+            Take(m_strInput[0] & 0xf0, m_strInput.substr(nHead, m_nBody));
+            m_strInput.erase(0, nHead + m_nBody);
+        }
+    }
+    // A message without bytes, which asks for no acknowledgement.
+    void Publish(const std::string& strTopic) {
+        std::string strPacket = {0x30, static_cast<char>(strTopic.size() + 3), 0, static_cast<char>(strTopic.size())};
+        strPacket += strTopic;
+        Write(strPacket + '\0');
+    }
+    // From now on, and what it has held back.
+    void Acknowledge() {
+        m_bAcknowledges = true;
+        for (const std::string& strId : m_listHeld)
+            Write({0x40, 2, strId[0], strId[1]});
+        m_listHeld.clear();
+    }
+    // The payloads of a topic, as they came.
+    std::vector<std::string> payloads(const std::string& strTopic) const {
+        const auto it = m_mapPayloads.find(strTopic);
+        return it != m_mapPayloads.end() ? it->second : std::vector<std::string>();
+    }
+
+private:
+    void Write(const std::string& strPacket) {
+        EXPECT_EQ(static_cast<ssize_t>(strPacket.size()), write(m_fd, strPacket.data(), strPacket.size()));
+    }
+    // Of the first packet, whose body then follows; 0 when it is not all there.
+    size_t SizeOfHead() {
+        m_nBody = 0;
+        for (size_t i = 1; i < m_strInput.size() && i < 5; ++i) {
+            m_nBody |= static_cast<size_t>(m_strInput[i] & 0x7f) << 7 * (i - 1);
+            if ((m_strInput[i] & 0x80) == 0)
+                return m_strInput.size() > i + m_nBody ? i + 1 : 0;
+        }
+        return 0;
+    }
+    void Take(int nType, const std::string& strBody) {
+        if ((nType & 0xff) == 0x80)
+            Write({static_cast<char>(0x90), 4, strBody[0], strBody[1], 0, 1});
+        if ((nType & 0xff) != 0x30)
+            return;
+        const size_t nTopic = static_cast<unsigned char>(strBody[1]);  // none here has 256 characters
+        const size_t nProperties = static_cast<unsigned char>(strBody[nTopic + 4]);
+        m_mapPayloads[strBody.substr(2, nTopic)].push_back(strBody.substr(nTopic + 5 + nProperties));
+        m_listHeld.push_back(strBody.substr(nTopic + 2, 2));
+        if (m_bAcknowledges)
+            Acknowledge();
+    }
+
+    int m_fd;
+    bool m_bAcknowledges = false;
+    std::string m_strInput;
+    size_t m_nBody = 0;
+    std::vector<std::string> m_listHeld;
+    std::map<std::string, std::vector<std::string>> m_mapPayloads;
+};
+
+// The acknowledgements of a busy broker wait behind what it has for the device.
+TEST_F(Mqtt, NothingIsDroppedWhileABrokerSendsButDoesNotAcknowledge) {
+    constexpr unsigned uCount = 400;
+    std::atomic<unsigned> uGot{0};
+    messageThread worker("worker", [&](QOR_MsgQueueHelper::msgObject&) { return ++uGot, 0; });
+    const ownBroker broker;
+    const auto pBridge = broker.StartBridge(std::string(szPosts) + "[limits]\nout_messages = 100\n");
+    heldConnection connection(broker.Accept());
+    std::thread poster([] { postAll(msgGetThreadByName("mqtt"), 0, uCount); });
+    const auto tBegin = std::chrono::steady_clock::now();
+    while (std::chrono::steady_clock::now() - tBegin < std::chrono::seconds(4)) {
+        connection.Read();
+        connection.Publish("qor/dev/msg/worker/0x100");
+        usleep(20000);
+    }
+    connection.Acknowledge();
+    const auto payloads = [&] { return connection.payloads("qor/dev/out/mqtt/0x100"); };
+    for (int i = 0; payloads().size() < uCount && i < 20000; ++i) {
+        connection.Read();
+        usleep(1000);
+    }
+    poster.join();
+    ASSERT_EQ(uCount, payloads().size());
+    for (unsigned u = 0; u < uCount; ++u)
+        EXPECT_EQ(u, json::parse(payloads()[u]).value("w", 0u));
+    EXPECT_GT(uGot, 0u);
+    pBridge->signal(SIGTERM);
+    EXPECT_EQ(0, pBridge->wait());
+}
+
 // The registry keeps what it has read: each test has a document of its own.
 const char* newDocument(const std::string& strText) {
     static std::string s_strName;
@@ -587,42 +727,28 @@ TEST_F(Mqtt, ABridgeThatIsKilledUnderLoadStartsAgain) {
     EXPECT_EQ(0, bridge.end());
 }
 
-// Accepts a connection, answers that it is good, and ends it.
-void refuseLater(int fdListen) {
-    const int fd = accept(fdListen, NULL, NULL);
-    char aConnect[512];
-    EXPECT_GT(read(fd, aConnect, sizeof(aConnect)), 0);
-    EXPECT_EQ(5, write(fd, "\x20\x03\x00\x00\x00", 5));
+// Accepts a connection, and ends it.
+void refuseLater(const ownBroker& broker) {
+    const int fd = broker.Accept();
     shutdown(fd, SHUT_WR);
-    while (read(fd, aConnect, sizeof(aConnect)) > 0)
+    char aRead[512];
+    while (read(fd, aRead, sizeof(aRead)) > 0)
         ;
     close(fd);
 }
 
 // As when two bridges have one device's name: each ends the other's connection.
 TEST_F(Mqtt, ABrokerThatEndsEachConnectionAtOnceIsAskedLessAndLessOften) {
-    const int fdListen = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_in address = {};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t nSize = sizeof(address);
-    ASSERT_EQ(0, bind(fdListen, reinterpret_cast<sockaddr*>(&address), nSize));
-    ASSERT_EQ(0, listen(fdListen, 5));
-    ASSERT_EQ(0, getsockname(fdListen, reinterpret_cast<sockaddr*>(&address), &nSize));
-    putFile("/tmp/ended.ini",
-            "[broker]\ndevice = dev\nhost = 127.0.0.1\nport = " + std::to_string(ntohs(address.sin_port)));
-    childProcess bridge("qor-mqtt", [] {
-        return execl(QOR_MQTT_PROGRAM, QOR_MQTT_PROGRAM, "/tmp/ended.ini", static_cast<char*>(nullptr));
-    });
-    refuseLater(fdListen);
+    const ownBroker broker;
+    const auto pBridge = broker.StartBridge("");
+    refuseLater(broker);
     const auto tFirst = std::chrono::steady_clock::now();
     for (int i = 0; i < 5; ++i)
-        refuseLater(fdListen);
+        refuseLater(broker);
     // 50, 100, 200, 400 and 800 ms.
     EXPECT_GE(std::chrono::steady_clock::now() - tFirst, std::chrono::milliseconds(1500));
-    close(fdListen);
-    bridge.signal(SIGTERM);
-    EXPECT_EQ(0, bridge.wait());
+    pBridge->signal(SIGTERM);
+    EXPECT_EQ(0, pBridge->wait());
 }
 
 TEST_F(Mqtt, HostileBytesHarmNothing) {

@@ -125,10 +125,10 @@ void bridge::applySettings() {
     m_broker.wake();
 }
 
-// While the broker takes messages, those who post are slowed down rather than that messages are dropped; but not so
-// long that they fill the device's memory for messages.
+// While the broker responds, those who post are slowed down rather than that messages are dropped; but not so long that
+// they fill the device's memory for messages.
 void bridge::giveTime() {
-    while (m_out.isCrowded() && m_broker.isTaking() && msgGetQueueLength(m_hSelf) < patientQueue)
+    while (m_out.isCrowded() && m_broker.isResponding() && msgGetQueueLength(m_hSelf) < patientQueue)
         m_out.waitForRoom(patienceMs);
 }
 

@@ -24,7 +24,7 @@ constexpr int firstDelayMs = 50;
 constexpr int64_t steadyMs = 5000;  // a connection that ends sooner is no reason to try again at once
 constexpr int passMs = 1000;
 constexpr int drainMs = 1000;
-constexpr int64_t takingMs = 2000;
+constexpr int64_t silenceMs = 2000;
 
 int64_t nowMs() {
     return std::chrono::duration_cast<std::chrono::milliseconds>(steadyClock::now().time_since_epoch()).count();
@@ -129,7 +129,7 @@ void broker::beginPublishing(uint32_t uBirth) {
     wake();
 }
 
-bool broker::isTaking() const { return m_bReady && nowMs() - m_tTaken < takingMs; }
+bool broker::isResponding() const { return m_bReady && nowMs() - m_tHeard < silenceMs; }
 
 void broker::wait(int nMs) {
     pollfd look = {m_fdWake, POLLIN, 0};
@@ -244,7 +244,7 @@ void broker::publishMore() {
             m_out.finish(message, false);
     }
     if (m_underWay.empty())
-        m_tTaken = nowMs();
+        m_tHeard = nowMs();
 }
 
 // False for a message that no broker takes. A lost connection is noticed later.
@@ -268,7 +268,7 @@ bool broker::publish(const outMessage& message, int& nId) {
 }
 
 void broker::onPublish(int nId) {
-    m_tTaken = nowMs();
+    m_tHeard = nowMs();
     const auto it = std::find_if(m_underWay.begin(), m_underWay.end(), [nId](const auto& e) { return e.first == nId; });
     if (it == m_underWay.end())
         return;  // the state of the device
@@ -321,6 +321,7 @@ bool broker::isOwnState(const inputMessage& message) {
 }
 
 void broker::onMessage(const mosquitto_message* pMessage, const mosquitto_property* pProperties) {
+    m_tHeard = nowMs();
     inputMessage message;
     message.strTopic = pMessage->topic;
     if (pMessage->payloadlen > 0)

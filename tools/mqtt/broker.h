@@ -55,8 +55,9 @@ public:
     bool isConnected() const { return m_bConnected; }
     // The number of the present or of the last connection.
     uint32_t birth() const { return m_uBirth; }
-    // Whether the broker has taken something just now, or nothing is under way to it. Not before beginPublishing().
-    bool isTaking() const;
+    // Whether something has come from the broker just now, or nothing is under way to it. Input counts as well: while
+    // much of it comes, acknowledgements may wait behind it for seconds. Not before beginPublishing().
+    bool isResponding() const;
 
 private:
     bool prepare(std::string& strReason);
@@ -84,7 +85,7 @@ private:
     int m_fdWake = -1;
     std::atomic<bool> m_bEnd{false}, m_bEnded{false}, m_bConnected{false}, m_bReady{false};
     std::atomic<uint32_t> m_uBirth{0};
-    std::atomic<int64_t> m_tTaken{0};
+    std::atomic<int64_t> m_tHeard{0};
     std::deque<std::pair<int, outMessage>> m_underWay;
     bool m_bRefused = false;
     steadyClock::time_point m_tCorrected;
