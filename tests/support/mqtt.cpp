@@ -62,7 +62,8 @@ int freePort() {
 
 mqttBroker::mqttBroker(const std::string& strExtra) : m_nPort(freePort()) {
     mkdir("/tmp/broker", 0700);
-    m_strConfig = "listener " + std::to_string(m_nPort) + " 127.0.0.1\nmax_queued_messages 0\npersistence false\n" +
+    m_strConfig = "listener " + std::to_string(m_nPort) +
+                  " 127.0.0.1\nset_tcp_nodelay true\nmax_queued_messages 0\npersistence false\n" +
                   (strExtra.find("allow_anonymous") == std::string::npos ? "allow_anonymous true\n" : "") +
                   (geteuid() == 0 ? "user root\n" : "") + strExtra;
     putFile("/tmp/broker/mosquitto.conf", m_strConfig);
@@ -158,7 +159,8 @@ mqttMessage mqttClient::await(const std::function<bool(const mqttMessage&)>& fnI
         while (i == messages.size() && std::chrono::steady_clock::now() < tEnd)
             run(50);
         if (i == messages.size()) {
-            ADD_FAILURE() << "the message has not come, but " << messages.size() << " others";
+            ADD_FAILURE() << "the message has not come, but " << messages.size() << " others\n"
+                          << getFile("/tmp/broker/log");
             for (const mqttMessage& message : messages)
                 printf("  %s %s\n", message.strTopic.c_str(), message.strPayload.substr(0, 200).c_str());
             return mqttMessage();

@@ -185,7 +185,12 @@ int registryMirror::change(const std::string& strDocument, const std::string& st
         return -1;
     if (set.bDelete)
         return registryDeleteKey(hSection, strKey.c_str());
-    const int nResult = registryTrySetString(hSection, strKey.c_str(), set.strValue.c_str());
+    int nResult = registryTrySetString(hSection, strKey.c_str(), set.strValue.c_str());
+    if (nResult == REGISTRY_NO_ROOM) {
+        // Deleted keys take room until they are saved, and none of a batch of changes is saved before its end.
+        registryFlush(hSection);
+        nResult = registryTrySetString(hSection, strKey.c_str(), set.strValue.c_str());
+    }
     strError = registryGetErrorText(nResult);
     // The registry may have taken spaces off its ends.
     if (nResult == REGISTRY_SET_CHANGED && m_sections.count(hSection) != 0)
