@@ -114,10 +114,12 @@ bool isAnswering(const process& objProcess) {
     int nAnswer = 0;
     if (objProcess.idProcess <= 0)
         return false;
+    const HTHREAD hAsked = msgGetThreadByName(objProcess.lpszThread);
     if (heatingAsk(objProcess.lpszThread, MSG_PING, timeoutPing, &nAnswer))
         return true;
-    const bool bRegistered = msgGetThreadByName(objProcess.lpszThread) != NULL;
-    if (bRegistered || qorGetTickCount() - objProcess.uStarted > timeoutStart) {
+    // One that registers or dies during the question fails it, too, but does not hang.
+    const bool bHangs = hAsked != NULL && msgGetThreadByName(objProcess.lpszThread) == hAsked;
+    if (bHangs || qorGetTickCount() - objProcess.uStarted > timeoutStart) {
         say(objProcess.lpszThread, "hangs: killed");
         kill(objProcess.idProcess, SIGKILL);
     }
