@@ -60,11 +60,12 @@ int check(const std::string& strFile) {
 int serve(HTHREAD hSelf, const std::string& strFile, const brokerSettings& settings) {
     std::unique_ptr<bridge> pBridge = std::make_unique<bridge>(strFile, settings, hSelf);
     s_pBridge = pBridge.get();
+    // Before the device is online: whoever sees it there may end the bridge.
+    msgQuitOnSignal(SIGTERM);
+    msgQuitOnSignal(SIGINT);
     std::string strReason;
     if (!pBridge->start(strReason))
         return fail(strReason);
-    msgQuitOnSignal(SIGTERM);
-    msgQuitOnSignal(SIGINT);
     msgEnableWatchdog();
     msgNotifyReady();
     const int nExit = msgDefaultThreadRun();
