@@ -202,9 +202,14 @@ protected:
         s_nRaised = s_nWaits = 0;
         s_idWatched = qorTest::process().GetTaskEventObject(thread.getTaskId())->GetSemaphoreId();
     }
-    // Until the watched event has been waited for again since nWaits was read: its thread sleeps, or is about to.
-    static void awaitSleepAfter(int nWaits) { await(s_nWaits, nWaits + 1); }
+    // Until the thread of the watched event sleeps. What woke it before has to be handled by then: to the kernel, a
+    // thread that is about to wake sleeps as well.
+    static void awaitAsleep() {
+        while (semctl(s_idWatched, 0, GETNCNT) != 1)
+            usleep(200);
+    }
     static void beginTickAsleep(slowThread& slow);
+    static int yieldsOfSleeps(slowThread& slow, int nCount);
     static void await(const std::atomic<int>& nValue, int nTarget) {
         while (nValue < nTarget)
             usleep(200);
@@ -267,10 +272,10 @@ TEST_F(Wake, AThreadThatSleepsIsSignalled) {
     chThreadRemote remote("slow");
     watchEvent(slow.thread());
     for (int i = 0; i < 5; ++i) {
-        const int nWaits = s_nWaits, nRaised = s_nRaised;
+        const int nRaised = s_nRaised;
         EXPECT_TRUE(remote.PostThreadMsg(0x101, 0, 0));
         await(slow.m_nHandled, i + 1);
-        awaitSleepAfter(nWaits);
+        awaitAsleep();
         if (i > 0) {
             EXPECT_EQ(nRaised + 1, s_nRaised);
         }
@@ -293,13 +298,12 @@ TEST_F(Wake, AThreadThatRunsItsLoopInAHandlerIsSignalled) {
     EXPECT_TRUE(remote.PostThreadMsg(0x101, 0, 0));
     watchEvent(slow.thread());
     slow.letGoOn();
-    awaitSleepAfter(0);
+    awaitAsleep();
     for (int i = 1; i < nMessages; ++i) {
-        const int nWaits = s_nWaits;
         EXPECT_EQ(i, slow.m_nHandled);
         EXPECT_TRUE(remote.PostThreadMsg(0x102, 0, 0));
         await(slow.m_nHandled, i + 1);
-        awaitSleepAfter(nWaits);
+        awaitAsleep();
     }
     s_bClockStands = false;
 }
@@ -434,19 +438,19 @@ TEST_F(Wake, APosterThatIsKilledLeavesTheOthersWoken) {
 // The thread sleeps, and a new tick of the standing clock has begun.
 void Wake::beginTickAsleep(slowThread& slow) {
     watchEvent(slow.thread());
-    EXPECT_TRUE(chThreadRemote("slow").PostThreadMsg(0x101, 0, 0));
-    awaitSleepAfter(0);
+    EXPECT_EQ(0, chThreadRemote("slow").SendThreadMsg(0x101, 0, 0));
+    awaitAsleep();
     ++s_nTick;
 }
 
 // Posts nCount messages, each when the thread sleeps; how often it has let others run before it went to sleep again.
-int yieldsOfSleeps(slowThread& slow, int nCount) {
+int Wake::yieldsOfSleeps(slowThread& slow, int nCount) {
     const int nBefore = s_nYields;
     for (int i = 0; i < nCount; ++i) {
-        const int nHandled = slow.m_nHandled, nWaits = s_nWaits;
+        const int nHandled = slow.m_nHandled;
         EXPECT_TRUE(chThreadRemote("slow").PostThreadMsg(0x101, 0, 0));
-        while (slow.m_nHandled == nHandled || s_nWaits == nWaits)
-            usleep(200);
+        await(slow.m_nHandled, nHandled + 1);
+        awaitAsleep();
     }
     return s_nYields - nBefore;
 }
@@ -477,7 +481,7 @@ TEST_F(Wake, AMessageThatComesWhileOthersRunIsTakenWithoutASignalAndASleep) {
     const int nRaised = s_nRaised, nWaits = s_nWaits, nHandled = slow.m_nHandled;
     EXPECT_TRUE(chThreadRemote("slow").PostThreadMsg(0x101, 0, 0));
     await(slow.m_nHandled, nHandled + 21);
-    awaitSleepAfter(nWaits);
+    awaitAsleep();
     EXPECT_EQ(nRaised + 1, s_nRaised);
     EXPECT_EQ(nWaits + 1, s_nWaits);
     s_bActInYield = s_bClockStands = false;
