@@ -24,7 +24,7 @@ namespace {
 constexpr unsigned int timerLook = 1;
 constexpr unsigned int periodLook = 50;
 constexpr uint64_t pauseRestart = 200;    // milliseconds: a program that cannot start must not keep the machine busy
-constexpr uint64_t timeoutStart = 10000;  // until it has registered
+constexpr uint64_t timeoutStart = 10000;  // without a name, as while it starts
 constexpr uint64_t timeoutEnd = 3000;
 
 struct process {
@@ -32,13 +32,14 @@ struct process {
     const char* lpszThread;
     pid_t idProcess;
     uint64_t uStarted;
+    uint64_t uAnswered;  // or started
     int nRestarts;
 };
 
 process g_arrProcess[] = {
-    {"qor-heating-sensor", HEATING_SENSOR, 0, 0, -1},   {"qor-heating-controller", HEATING_CONTROLLER, 0, 0, -1},
-    {"qor-heating-history", HEATING_HISTORY, 0, 0, -1}, {"qor-heating-gateway", HEATING_GATEWAY, 0, 0, -1},
-    {"qor-heating-alarm", HEATING_ALARM, 0, 0, -1},
+    {"qor-heating-sensor", HEATING_SENSOR, 0, 0, 0, -1},   {"qor-heating-controller", HEATING_CONTROLLER, 0, 0, 0, -1},
+    {"qor-heating-history", HEATING_HISTORY, 0, 0, 0, -1}, {"qor-heating-gateway", HEATING_GATEWAY, 0, 0, 0, -1},
+    {"qor-heating-alarm", HEATING_ALARM, 0, 0, 0, -1},
 };
 constexpr int countProcess = sizeof(g_arrProcess) / sizeof(g_arrProcess[0]);
 
@@ -56,7 +57,7 @@ void say(const char* lpszThread, const char* lpszWhat) {
 // ---- starting and ending
 
 void start(process& objProcess) {
-    objProcess.uStarted = qorGetTickCount();
+    objProcess.uStarted = objProcess.uAnswered = qorGetTickCount();
     ++objProcess.nRestarts;
     std::vector<std::string> listWord = g_listRunner;
     listWord.push_back(g_strPrograms + "/" + objProcess.lpszProgram);
@@ -110,16 +111,18 @@ void endAll() {
 // ---- looking
 
 // Whether the process answers; one that does not is killed, and started again when it has ended.
-bool isAnswering(const process& objProcess) {
+bool isAnswering(process& objProcess) {
     int nAnswer = 0;
     if (objProcess.idProcess <= 0)
         return false;
     const HTHREAD hAsked = msgGetThreadByName(objProcess.lpszThread);
-    if (heatingAsk(objProcess.lpszThread, MSG_PING, timeoutPing, &nAnswer))
+    if (heatingAsk(objProcess.lpszThread, MSG_PING, timeoutPing, &nAnswer)) {
+        objProcess.uAnswered = qorGetTickCount();
         return true;
+    }
     // One that registers or dies during the question fails it, too, but does not hang.
-    const bool bHangs = hAsked != NULL && msgGetThreadByName(objProcess.lpszThread) == hAsked;
-    if (bHangs || qorGetTickCount() - objProcess.uStarted > timeoutStart) {
+    const bool bKeepsName = hAsked != NULL && msgGetThreadByName(objProcess.lpszThread) == hAsked;
+    if (bKeepsName || qorGetTickCount() - objProcess.uAnswered > timeoutStart) {
         say(objProcess.lpszThread, "hangs: killed");
         kill(objProcess.idProcess, SIGKILL);
     }
@@ -128,7 +131,7 @@ bool isAnswering(const process& objProcess) {
 
 bool isAllWorking() {
     bool bAll = true;
-    for (const process& objProcess : g_arrProcess)
+    for (process& objProcess : g_arrProcess)
         bAll = isAnswering(objProcess) && bAll;
     int nSamples = 0;
     return bAll && heatingAsk(HEATING_HISTORY, MSG_SAMPLES, timeoutAsk, &nSamples) && nSamples > 0;

@@ -202,8 +202,7 @@ protected:
         s_nRaised = s_nWaits = 0;
         s_idWatched = qorTest::process().GetTaskEventObject(thread.getTaskId())->GetSemaphoreId();
     }
-    // Until the thread of the watched event sleeps. What woke it before has to be handled by then: to the kernel, a
-    // thread that is about to wake sleeps as well.
+    // Until the thread of the watched event sleeps, not only is about to: the kernel knows.
     static void awaitAsleep() {
         while (semctl(s_idWatched, 0, GETNCNT) != 1)
             usleep(200);
