@@ -37,7 +37,7 @@ enum {
     periodGateway = 10,
     timeoutPower = 1000, /* without a new power for that long, the heater goes off */
     timeoutAsk = 500,
-    timeoutPing = 2000
+    timeoutPing = 5000 /* longer than a busy disk keeps a process waiting */
 };
 
 enum { maxUnread = 100 }; /* messages: two seconds of samples */

@@ -17,11 +17,12 @@
 #include "support/child.h"
 #include "support/socket_peer.h"
 #include "support/filebytes.h"
+#include "support/stop.h"
 
 using qorTest::getFile;
 using qorTest::isThere;
 using qorTest::putFile;
-using qorTest::stopAsleep;
+using qorTest::stopUnlocked;
 
 namespace {
 
@@ -298,7 +299,7 @@ TEST_F(Device, ARecorderThatWasStoppedConnectsAgain) {
     run objRun = longRun();
     const int idRecorder = std::stoi(objRun.ReadUntil("recorder is process ([0-9]+)\n"));
     objRun.ReadUntil("recorder   \\| connected to port ([0-9]+)\n");
-    stopAsleep(idRecorder);
+    ASSERT_TRUE(stopUnlocked(idRecorder));
     EXPECT_NE("", objRun.ReadUntil("server     \\| client ([0-9]+) does not take its packets: dropped\n"));
     kill(idRecorder, SIGCONT);
     EXPECT_NE("", objRun.ReadUntil("recorder   \\| connected again to port ([0-9]+)\n"));
@@ -364,7 +365,7 @@ TEST_F(Device, TheWatchdogKillsAndNamesWhoHangs) {
     run objRun({"--seconds", "1", "--watchdog", "8"});
     const std::string strSampler = objRun.ReadUntil("sampler is process ([0-9]+)\n");
     objRun.ReadUntil("(panel) is process");
-    stopAsleep(std::stoi(strSampler));
+    ASSERT_TRUE(stopUnlocked(std::stoi(strSampler)));
     EXPECT_EQ(1, objRun.Wait()) << objRun.Output();
     EXPECT_EQ(1, countMatches(objRun.Output(), "the sampler, process " + strSampler + ", hangs: killed\n"))
         << objRun.Output();

@@ -11,7 +11,6 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <fstream>
 #include <functional>
 #include <string>
 
@@ -35,18 +34,6 @@ inline void watch(const char* lpszName) {
     watchedName() = lpszName;
     signal(SIGALRM, onWatchdog);
     alarm(90);
-}
-
-// Stops a process while it sleeps: one that is stopped while it holds a segment's lock stops the whole device.
-inline int stopAsleep(pid_t idProcess) {
-    std::string strStat;
-    do {
-        usleep(500);
-        std::ifstream file("/proc/" + std::to_string(idProcess) + "/stat");
-        if (!std::getline(file, strStat))
-            return -1;
-    } while (strStat.find(") S ") == std::string::npos);
-    return kill(idProcess, SIGSTOP);
 }
 
 // One direction of meeting: say() on one side lets hear() on the other through.
