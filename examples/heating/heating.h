@@ -36,8 +36,7 @@ enum {
     periodAlarm = 100,
     periodGateway = 10,
     timeoutPower = 1000, /* without a new power for that long, the heater goes off */
-    timeoutAsk = 500,
-    timeoutPing = 5000 /* longer than a busy disk keeps a process waiting */
+    timeoutAsk = 500
 };
 
 enum { maxUnread = 100 }; /* messages: two seconds of samples */

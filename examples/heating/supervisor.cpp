@@ -23,9 +23,9 @@ namespace {
 
 constexpr unsigned int timerLook = 1;
 constexpr unsigned int periodLook = 50;
-constexpr uint64_t pauseRestart = 200;    // milliseconds: a program that cannot start must not keep the machine busy
-constexpr uint64_t timeoutStart = 10000;  // without a name, as while it starts
-constexpr uint64_t timeoutEnd = 3000;
+constexpr uint64_t pauseRestart = 200;   // milliseconds: a program that cannot start must not keep the machine busy
+constexpr uint64_t timeoutHang = 10000;  // without an answer: longer than a start, or a busy disk, makes anybody wait
+constexpr uint64_t timeoutEnd = 10000;
 
 struct process {
     const char* lpszProgram;
@@ -33,13 +33,16 @@ struct process {
     pid_t idProcess;
     uint64_t uStarted;
     uint64_t uAnswered;  // or started
+    bool bKilled;        // by the supervisor, and not waited for yet
     int nRestarts;
 };
 
 process g_arrProcess[] = {
-    {"qor-heating-sensor", HEATING_SENSOR, 0, 0, 0, -1},   {"qor-heating-controller", HEATING_CONTROLLER, 0, 0, 0, -1},
-    {"qor-heating-history", HEATING_HISTORY, 0, 0, 0, -1}, {"qor-heating-gateway", HEATING_GATEWAY, 0, 0, 0, -1},
-    {"qor-heating-alarm", HEATING_ALARM, 0, 0, 0, -1},
+    {"qor-heating-sensor", HEATING_SENSOR, 0, 0, 0, false, -1},
+    {"qor-heating-controller", HEATING_CONTROLLER, 0, 0, 0, false, -1},
+    {"qor-heating-history", HEATING_HISTORY, 0, 0, 0, false, -1},
+    {"qor-heating-gateway", HEATING_GATEWAY, 0, 0, 0, false, -1},
+    {"qor-heating-alarm", HEATING_ALARM, 0, 0, 0, false, -1},
 };
 constexpr int countProcess = sizeof(g_arrProcess) / sizeof(g_arrProcess[0]);
 
@@ -58,6 +61,7 @@ void say(const char* lpszThread, const char* lpszWhat) {
 
 void start(process& objProcess) {
     objProcess.uStarted = objProcess.uAnswered = qorGetTickCount();
+    objProcess.bKilled = false;
     ++objProcess.nRestarts;
     std::vector<std::string> listWord = g_listRunner;
     listWord.push_back(g_strPrograms + "/" + objProcess.lpszProgram);
@@ -94,38 +98,51 @@ void restartDead() {
             start(objProcess);
 }
 
-void endAll() {
+void killProcess(process& objProcess, const char* lpszWhy) {
+    say(objProcess.lpszThread, lpszWhy);
+    kill(objProcess.idProcess, SIGKILL);
+    objProcess.bKilled = true;
+}
+
+// Asks those that still run to end, and returns whether there are none. One that is just starting has no name yet: it
+// has to be asked again.
+bool askToEnd() {
+    bool bNone = true;
     for (const process& objProcess : g_arrProcess)
-        heatingPost(objProcess.lpszThread, TM_THREAD_QUIT, 0, 0);
-    const uint64_t uEnd = qorGetTickCount() + timeoutEnd;
-    for (process& objProcess : g_arrProcess) {
-        while (objProcess.idProcess > 0 && qorGetTickCount() < uEnd) {
-            reap();
-            usleep(10000);
+        if (objProcess.idProcess > 0) {
+            heatingPost(objProcess.lpszThread, TM_THREAD_QUIT, 0, 0);
+            bNone = false;
         }
-        if (objProcess.idProcess > 0)
-            kill(objProcess.idProcess, SIGKILL);
+    return bNone;
+}
+
+void endAll() {
+    const uint64_t uEnd = qorGetTickCount() + timeoutEnd;
+    while (!askToEnd() && qorGetTickCount() < uEnd) {
+        usleep(10000);
+        reap();
     }
+    for (process& objProcess : g_arrProcess)
+        if (objProcess.idProcess > 0) {
+            killProcess(objProcess, "does not end: killed");
+            waitpid(objProcess.idProcess, NULL, 0);
+        }
 }
 
 // ---- looking
 
-// Whether the process answers; one that does not is killed, and started again when it has ended.
+// Whether the process answers; one that has not for too long is killed, and started again when it has ended.
 bool isAnswering(process& objProcess) {
     int nAnswer = 0;
-    if (objProcess.idProcess <= 0)
+    if (objProcess.idProcess <= 0 || objProcess.bKilled)
         return false;
-    const HTHREAD hAsked = msgGetThreadByName(objProcess.lpszThread);
-    if (heatingAsk(objProcess.lpszThread, MSG_PING, timeoutPing, &nAnswer)) {
+    if (heatingAsk(objProcess.lpszThread, MSG_PING, timeoutAsk, &nAnswer)) {
         objProcess.uAnswered = qorGetTickCount();
         return true;
     }
-    // One that registers or dies during the question fails it, too, but does not hang.
-    const bool bKeepsName = hAsked != NULL && msgGetThreadByName(objProcess.lpszThread) == hAsked;
-    if (bKeepsName || qorGetTickCount() - objProcess.uAnswered > timeoutStart) {
-        say(objProcess.lpszThread, "hangs: killed");
-        kill(objProcess.idProcess, SIGKILL);
-    }
+    reap();  // one that has died does not answer, but does not hang either
+    if (objProcess.idProcess > 0 && qorGetTickCount() - objProcess.uAnswered > timeoutHang)
+        killProcess(objProcess, "hangs: killed");
     return false;
 }
 
@@ -137,11 +154,7 @@ bool isAllWorking() {
     return bAll && heatingAsk(HEATING_HISTORY, MSG_SAMPLES, timeoutAsk, &nSamples) && nSamples > 0;
 }
 
-void killNext() {
-    process& objProcess = g_arrProcess[g_nKills++ % countProcess];
-    say(objProcess.lpszThread, "is killed");
-    kill(objProcess.idProcess, SIGKILL);
-}
+void killNext() { killProcess(g_arrProcess[g_nKills++ % countProcess], "is killed"); }
 
 // False when the supervisor has done what it was asked to.
 bool look() {
