@@ -46,15 +46,26 @@ struct callRecord {
 int s_nCallsToLive = -1;
 callRecord* s_pRecord = NULL;
 
+void countCall() {
+    if (s_nCallsToLive >= 0 && s_nCallsToLive-- == 0)
+        kill(getpid(), SIGKILL);
+}
+
 }  // namespace
+
+// A process dies before it raises a semaphore, and after it has taken one. Only these are counted: how often it finds a
+// lock taken depends on the others.
 
 extern "C" int semtimedop(int idSet, sembuf* pStep, size_t nStep, const timespec* pTimeout) noexcept {
     static auto* const next = systemCall<int(int, sembuf*, size_t, const timespec*)>({"__semtimedop64", "semtimedop"});
-    if (s_nCallsToLive >= 0 && s_nCallsToLive-- == 0)
-        kill(getpid(), SIGKILL);
+    if (pStep->sem_op > 0)
+        countCall();
     if (s_pRecord != NULL && pStep->sem_op > 0 && s_pRecord->nSignalled < maxSignalled)
         s_pRecord->aSignalled[s_pRecord->nSignalled++] = idSet;
-    return next(idSet, pStep, nStep, pTimeout);
+    const int nResult = next(idSet, pStep, nStep, pTimeout);
+    if (pStep->sem_op < 0 && nResult == 0)
+        countCall();
+    return nResult;
 }
 
 namespace {
@@ -422,7 +433,7 @@ TEST(Batch, ABroadcastKilledAtAnyCallHasReachedTheFirstAndNotTheOthers) {
         EXPECT_EQ(nFree, freeBytes()) << nNumber;
     }
     EXPECT_EQ(5, nLast);
-    EXPECT_GT(nNumber, 5);  // to look into the table, to put, and to wake five
+    EXPECT_GT(nNumber, 4);  // to look into the table, and to put; then those are woken who sleep
 }
 
 TEST(Batch, AFlushKilledAtAnyCallHasToldTheFirstAndNotTheOthers) {
